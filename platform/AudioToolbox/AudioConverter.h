@@ -1,0 +1,101 @@
+// SPDX-License-Identifier: MIT
+// The converter service: audio data from one format to another. One thread at a time per converter.
+//
+// Non-interleaved data in one contiguous buffer lie channel after channel, and their sizes count all channels.
+#pragma once
+
+#include "CoreAudioTypes/CoreAudioTypes.h"
+#include "Foundation/Export.h"
+
+/// A converter; null is none.
+using AudioConverterRef = struct OpaqueAudioConverter*;
+using AudioConverterPropertyID = UInt32;
+
+inline constexpr AudioConverterPropertyID kAudioConverterPropertyMinimumInputBufferSize = qmx::fourCharCode("mibs");
+inline constexpr AudioConverterPropertyID kAudioConverterPropertyMinimumOutputBufferSize = qmx::fourCharCode("mobs");
+inline constexpr AudioConverterPropertyID kAudioConverterPropertyMaximumInputBufferSize = qmx::fourCharCode("xibs");
+inline constexpr AudioConverterPropertyID kAudioConverterPropertyMaximumInputPacketSize = qmx::fourCharCode("xips");
+inline constexpr AudioConverterPropertyID kAudioConverterPropertyMaximumOutputPacketSize = qmx::fourCharCode("xops");
+inline constexpr AudioConverterPropertyID kAudioConverterPropertyCalculateInputBufferSize = qmx::fourCharCode("cibs");
+inline constexpr AudioConverterPropertyID kAudioConverterPropertyCalculateOutputBufferSize = qmx::fourCharCode("cobs");
+inline constexpr AudioConverterPropertyID kAudioConverterPropertyInputCodecParameters = qmx::fourCharCode("icdp");
+inline constexpr AudioConverterPropertyID kAudioConverterPropertyOutputCodecParameters = qmx::fourCharCode("ocdp");
+inline constexpr AudioConverterPropertyID kAudioConverterSampleRateConverterAlgorithm = qmx::fourCharCode("srci");
+inline constexpr AudioConverterPropertyID kAudioConverterSampleRateConverterQuality = qmx::fourCharCode("srcq");
+inline constexpr AudioConverterPropertyID kAudioConverterCodecQuality = qmx::fourCharCode("cdqu");
+inline constexpr AudioConverterPropertyID kAudioConverterPrimeMethod = qmx::fourCharCode("prmm");
+inline constexpr AudioConverterPropertyID kAudioConverterPrimeInfo = qmx::fourCharCode("prim");
+inline constexpr AudioConverterPropertyID kAudioConverterChannelMap = qmx::fourCharCode("chmp");
+inline constexpr AudioConverterPropertyID kAudioConverterDecompressionMagicCookie = qmx::fourCharCode("dmgc");
+inline constexpr AudioConverterPropertyID kAudioConverterCompressionMagicCookie = qmx::fourCharCode("cmgc");
+inline constexpr AudioConverterPropertyID kAudioConverterEncodeBitRate = qmx::fourCharCode("brat");
+inline constexpr AudioConverterPropertyID kAudioConverterEncodeAdjustableSampleRate = qmx::fourCharCode("ajsr");
+inline constexpr AudioConverterPropertyID kAudioConverterInputChannelLayout = qmx::fourCharCode("icl ");
+inline constexpr AudioConverterPropertyID kAudioConverterOutputChannelLayout = qmx::fourCharCode("ocl ");
+inline constexpr AudioConverterPropertyID kAudioConverterApplicableEncodeBitRates = qmx::fourCharCode("aebr");
+inline constexpr AudioConverterPropertyID kAudioConverterAvailableEncodeBitRates = qmx::fourCharCode("vebr");
+inline constexpr AudioConverterPropertyID kAudioConverterApplicableEncodeSampleRates = qmx::fourCharCode("aesr");
+inline constexpr AudioConverterPropertyID kAudioConverterAvailableEncodeSampleRates = qmx::fourCharCode("vesr");
+inline constexpr AudioConverterPropertyID kAudioConverterAvailableEncodeChannelLayoutTags = qmx::fourCharCode("aecl");
+inline constexpr AudioConverterPropertyID kAudioConverterCurrentOutputStreamDescription = qmx::fourCharCode("acod");
+inline constexpr AudioConverterPropertyID kAudioConverterCurrentInputStreamDescription = qmx::fourCharCode("acid");
+inline constexpr AudioConverterPropertyID kAudioConverterPropertySettings = qmx::fourCharCode("acps");
+inline constexpr AudioConverterPropertyID kAudioConverterPropertyBitDepthHint = qmx::fourCharCode("acbd");
+inline constexpr AudioConverterPropertyID kAudioConverterSampleRateConverterComplexity = qmx::fourCharCode("srca");
+inline constexpr AudioConverterPropertyID kAudioConverterSampleRateConverterInitialPhase = qmx::fourCharCode("srcp");
+inline constexpr AudioConverterPropertyID kAudioConverterPropertyFormatList = qmx::fourCharCode("flst");
+inline constexpr AudioConverterPropertyID kAudioConverterPropertyDithering = qmx::fourCharCode("dith");
+inline constexpr AudioConverterPropertyID kAudioConverterPropertyDitherBitDepth = qmx::fourCharCode("dbit");
+
+inline constexpr UInt32 kAudioConverterQuality_Max = 127;
+inline constexpr UInt32 kAudioConverterQuality_High = 96;
+inline constexpr UInt32 kAudioConverterQuality_Medium = 64;
+inline constexpr UInt32 kAudioConverterQuality_Low = 32;
+inline constexpr UInt32 kAudioConverterQuality_Min = 0;
+
+inline constexpr OSStatus kAudioConverterErr_FormatNotSupported = qmx::statusCode("fmt?");
+inline constexpr OSStatus kAudioConverterErr_OperationNotSupported = qmx::statusCode("op\?\?");
+inline constexpr OSStatus kAudioConverterErr_PropertyNotSupported = qmx::statusCode("prop");
+inline constexpr OSStatus kAudioConverterErr_InvalidInputSize = qmx::statusCode("insz");
+inline constexpr OSStatus kAudioConverterErr_InvalidOutputSize = qmx::statusCode("otsz");
+inline constexpr OSStatus kAudioConverterErr_UnspecifiedError = qmx::statusCode("what");
+inline constexpr OSStatus kAudioConverterErr_BadPropertySizeError = qmx::statusCode("!siz");
+inline constexpr OSStatus kAudioConverterErr_RequiresPacketDescriptionsError = qmx::statusCode("!pkd");
+inline constexpr OSStatus kAudioConverterErr_InputSampleRateOutOfRange = qmx::statusCode("!isr");
+inline constexpr OSStatus kAudioConverterErr_OutputSampleRateOutOfRange = qmx::statusCode("!osr");
+
+/// Makes a converter between two formats; 'fmt?' and a null `*converter` where that is not possible.
+QMX_EXPORT OSStatus AudioConverterNew(const AudioStreamBasicDescription* source,
+                                      const AudioStreamBasicDescription* destination, AudioConverterRef* converter);
+QMX_EXPORT OSStatus AudioConverterDispose(AudioConverterRef converter);
+/// Forgets what was fed in: the next data begin a new stream.
+QMX_EXPORT OSStatus AudioConverterReset(AudioConverterRef converter);
+
+QMX_EXPORT OSStatus AudioConverterGetPropertyInfo(AudioConverterRef converter, AudioConverterPropertyID property,
+                                                  UInt32* size, Boolean* isWritable);
+/// Copies a property's value; the size questions take a byte count in the value and answer in its place.
+QMX_EXPORT OSStatus AudioConverterGetProperty(AudioConverterRef converter, AudioConverterPropertyID property,
+                                              UInt32* size, void* value);
+QMX_EXPORT OSStatus AudioConverterSetProperty(AudioConverterRef converter, AudioConverterPropertyID property,
+                                              UInt32 size, const void* value);
+
+/// Converts a whole buffer. All input is taken; `*outputSize` is the room in bytes on entry and what was produced on return. With a
+/// rate change consecutive calls are one stream: what the filter still holds comes out with later calls, and a call
+/// with 0 input bytes drains it. 'insz' for an input of part frames, 'otsz' for too small an output (nothing is taken then).
+QMX_EXPORT OSStatus AudioConverterConvertBuffer(AudioConverterRef converter, UInt32 inputSize, const void* input,
+                                                UInt32* outputSize, void* output);
+
+/// Supplies up to `*packetCount` packets of source data: sets it to what it gives, points the list's buffers at the data,
+/// which stay valid until the next call. 0 packets with status 0 is the end; another status ends the conversion with it.
+using AudioConverterComplexInputDataProc = OSStatus (*)(AudioConverterRef converter, UInt32* packetCount,
+                                                        AudioBufferList* data,
+                                                        AudioStreamPacketDescription** packetDescriptions,
+                                                        void* userData);
+
+/// Pulls source data through `inputProc` until `*packetCount` output packets are made, the list's buffers are full, or the input
+/// ends; `*packetCount` and the buffers' byte sizes become what was made. The status of `inputProc` is passed on together with
+/// what was made before it.
+QMX_EXPORT OSStatus AudioConverterFillComplexBuffer(AudioConverterRef converter,
+                                                    AudioConverterComplexInputDataProc inputProc, void* userData,
+                                                    UInt32* packetCount, AudioBufferList* output,
+                                                    AudioStreamPacketDescription* packetDescriptions);

@@ -1,0 +1,143 @@
+// SPDX-License-Identifier: MIT
+// The audio file service: audio files of any container by bytes and packets. A file that is damaged or hostile gives a
+// status, never a crash, a hang or a huge allocation. One thread at a time per file, but that reads and writes may come from
+// two threads.
+#pragma once
+
+#include "CoreAudioTypes/CoreAudioTypes.h"
+#include "CoreServices/Files.h"
+#include "Foundation/CFString.h"
+#include "Foundation/Export.h"
+
+/// An open audio file; null is none.
+using AudioFileID = struct OpaqueAudioFileID*;
+using AudioFileTypeID = UInt32;
+using AudioFilePropertyID = UInt32;
+
+inline constexpr AudioFileTypeID kAudioFileAIFFType = qmx::fourCharCode("AIFF");
+inline constexpr AudioFileTypeID kAudioFileAIFCType = qmx::fourCharCode("AIFC");
+inline constexpr AudioFileTypeID kAudioFileWAVEType = qmx::fourCharCode("WAVE");
+inline constexpr AudioFileTypeID kAudioFileSoundDesigner2Type = qmx::fourCharCode("Sd2f");
+inline constexpr AudioFileTypeID kAudioFileNextType = qmx::fourCharCode("NeXT");
+inline constexpr AudioFileTypeID kAudioFileMP3Type = qmx::fourCharCode("MPG3");
+inline constexpr AudioFileTypeID kAudioFileAC3Type = qmx::fourCharCode("ac-3");
+inline constexpr AudioFileTypeID kAudioFileAAC_ADTSType = qmx::fourCharCode("adts");
+inline constexpr AudioFileTypeID kAudioFileMPEG4Type = qmx::fourCharCode("mp4f");
+inline constexpr AudioFileTypeID kAudioFileM4AType = qmx::fourCharCode("m4af");
+inline constexpr AudioFileTypeID kAudioFileCAFType = qmx::fourCharCode("caff");
+inline constexpr AudioFileTypeID kAudioFileMP2Type = qmx::fourCharCode("MPG2");
+inline constexpr AudioFileTypeID kAudioFileMP1Type = qmx::fourCharCode("MPG1");
+inline constexpr AudioFileTypeID kAudioFileM4BType = qmx::fourCharCode("m4bf");
+inline constexpr AudioFileTypeID kAudioFile3GPType = qmx::fourCharCode("3gpp");
+inline constexpr AudioFileTypeID kAudioFile3GP2Type = qmx::fourCharCode("3gp2");
+inline constexpr AudioFileTypeID kAudioFileAMRType = qmx::fourCharCode("amrf");
+inline constexpr AudioFileTypeID kAudioFileRF64Type = qmx::fourCharCode("RF64");
+inline constexpr AudioFileTypeID kAudioFileBW64Type = qmx::fourCharCode("BW64");
+inline constexpr AudioFileTypeID kAudioFileWave64Type = qmx::fourCharCode("W64f");
+inline constexpr AudioFileTypeID kAudioFileFLACType = qmx::fourCharCode("flac");
+inline constexpr AudioFileTypeID kAudioFileLATMInLOASType = qmx::fourCharCode("loas");
+
+inline constexpr AudioFilePropertyID kAudioFilePropertyFileFormat = qmx::fourCharCode("ffmt");
+inline constexpr AudioFilePropertyID kAudioFilePropertyDataFormat = qmx::fourCharCode("dfmt");
+inline constexpr AudioFilePropertyID kAudioFilePropertyIsOptimized = qmx::fourCharCode("optm");
+inline constexpr AudioFilePropertyID kAudioFilePropertyMagicCookieData = qmx::fourCharCode("mgic");
+inline constexpr AudioFilePropertyID kAudioFilePropertyAudioDataByteCount = qmx::fourCharCode("bcnt");
+inline constexpr AudioFilePropertyID kAudioFilePropertyAudioDataPacketCount = qmx::fourCharCode("pcnt");
+inline constexpr AudioFilePropertyID kAudioFilePropertyMaximumPacketSize = qmx::fourCharCode("psze");
+inline constexpr AudioFilePropertyID kAudioFilePropertyDataOffset = qmx::fourCharCode("doff");
+inline constexpr AudioFilePropertyID kAudioFilePropertyChannelLayout = qmx::fourCharCode("cmap");
+inline constexpr AudioFilePropertyID kAudioFilePropertyDeferSizeUpdates = qmx::fourCharCode("dszu");
+inline constexpr AudioFilePropertyID kAudioFilePropertyDataFormatName = qmx::fourCharCode("fnme");
+inline constexpr AudioFilePropertyID kAudioFilePropertyMarkerList = qmx::fourCharCode("mkls");
+inline constexpr AudioFilePropertyID kAudioFilePropertyRegionList = qmx::fourCharCode("rgls");
+inline constexpr AudioFilePropertyID kAudioFilePropertyPacketToFrame = qmx::fourCharCode("pkfr");
+inline constexpr AudioFilePropertyID kAudioFilePropertyFrameToPacket = qmx::fourCharCode("frpk");
+inline constexpr AudioFilePropertyID kAudioFilePropertyChunkIDs = qmx::fourCharCode("chid");
+inline constexpr AudioFilePropertyID kAudioFilePropertyInfoDictionary = qmx::fourCharCode("info");
+inline constexpr AudioFilePropertyID kAudioFilePropertyPacketTableInfo = qmx::fourCharCode("pnfo");
+inline constexpr AudioFilePropertyID kAudioFilePropertyPacketToByte = qmx::fourCharCode("pkby");
+inline constexpr AudioFilePropertyID kAudioFilePropertyByteToPacket = qmx::fourCharCode("bypk");
+inline constexpr AudioFilePropertyID kAudioFilePropertyFormatList = qmx::fourCharCode("flst");
+inline constexpr AudioFilePropertyID kAudioFilePropertyPacketSizeUpperBound = qmx::fourCharCode("pkub");
+inline constexpr AudioFilePropertyID kAudioFilePropertyReserveDuration = qmx::fourCharCode("rsrv");
+inline constexpr AudioFilePropertyID kAudioFilePropertyEstimatedDuration = qmx::fourCharCode("edur");
+inline constexpr AudioFilePropertyID kAudioFilePropertyBitRate = qmx::fourCharCode("brat");
+inline constexpr AudioFilePropertyID kAudioFilePropertyID3Tag = qmx::fourCharCode("id3t");
+inline constexpr AudioFilePropertyID kAudioFilePropertySourceBitDepth = qmx::fourCharCode("sbtd");
+inline constexpr AudioFilePropertyID kAudioFilePropertyAlbumArtwork = qmx::fourCharCode("aart");
+
+inline constexpr SInt8 fsCurPerm = 0;
+inline constexpr SInt8 fsRdPerm = 1;
+inline constexpr SInt8 fsWrPerm = 2;
+inline constexpr SInt8 fsRdWrPerm = 3;
+inline constexpr SInt8 kAudioFileReadPermission = 1;
+inline constexpr SInt8 kAudioFileWritePermission = 2;
+inline constexpr SInt8 kAudioFileReadWritePermission = 3;
+
+inline constexpr OSStatus kAudioFileUnspecifiedError = qmx::statusCode("wht?");
+inline constexpr OSStatus kAudioFileUnsupportedFileTypeError = qmx::statusCode("typ?");
+inline constexpr OSStatus kAudioFileUnsupportedDataFormatError = qmx::statusCode("fmt?");
+inline constexpr OSStatus kAudioFileUnsupportedPropertyError = qmx::statusCode("pty?");
+inline constexpr OSStatus kAudioFileBadPropertySizeError = qmx::statusCode("!siz");
+inline constexpr OSStatus kAudioFilePermissionsError = qmx::statusCode("prm?");
+inline constexpr OSStatus kAudioFileNotOptimizedError = qmx::statusCode("optm");
+inline constexpr OSStatus kAudioFileFormatNameUnavailableError = qmx::statusCode("nme?");
+inline constexpr OSStatus kAudioFileInvalidChunkError = qmx::statusCode("chk?");
+inline constexpr OSStatus kAudioFileDoesNotAllow64BitDataSizeError = qmx::statusCode("off?");
+inline constexpr OSStatus kAudioFileInvalidPacketOffsetError = qmx::statusCode("pck?");
+inline constexpr OSStatus kAudioFileInvalidFileError = qmx::statusCode("dta?");
+inline constexpr OSStatus kAudioFileOperationNotSupportedError = qmx::statusCode("op\?\?");
+inline constexpr OSStatus kAudioFileInvalidPacketDependencyError = qmx::statusCode("dep?");
+inline constexpr OSStatus kAudioFileNotOpenError = -38;
+inline constexpr OSStatus kAudioFileEndOfFileError = -39;
+inline constexpr OSStatus kAudioFilePositionError = -40;
+inline constexpr OSStatus kAudioFileFileNotFoundError = -43;
+
+/// Opens an existing audio file. The container is found from the contents; the hint helps where these are ambiguous (0: none).
+/// On failure `*file` is null and the file untouched: fnfErr, permErr/wrPermErr, 'typ?' for contents that are no audio file, 'dta?' for a
+/// damaged header, 'fmt?' for a coding that is not known. Opened for writing, a file whose writer was killed is brought in line
+/// with its length.
+QMX_EXPORT OSStatus AudioFileOpen(const FSRef* reference, SInt8 permissions, AudioFileTypeID typeHint,
+                                  AudioFileID* file);
+
+/// Creates `name` in the directory `parent`, read/write. dupFNErr where it exists, which is left as it is; 'typ?' or 'fmt?' for a
+/// type or format that cannot be written, before the disk is touched. `flags` must be 0.
+QMX_EXPORT OSStatus AudioFileCreate(const FSRef* parent, CFStringRef name, AudioFileTypeID type,
+                                    const AudioStreamBasicDescription* format, UInt32 flags, FSRef* newFile,
+                                    AudioFileID* file);
+
+/// Empties an existing file and opens it read/write. Type, format and permission are checked before anything is emptied.
+QMX_EXPORT OSStatus AudioFileInitialize(const FSRef* reference, AudioFileTypeID type,
+                                        const AudioStreamBasicDescription* format, UInt32 flags, AudioFileID* file);
+
+/// Brings the header up to date and closes. The file is closed in any case; the status tells what could not be written.
+QMX_EXPORT OSStatus AudioFileClose(AudioFileID file);
+
+/// Reads `*byteCount` bytes of audio data from the byte `start` of it; `*byteCount` becomes what came. A read that reaches the end
+/// gives what there is with status 0; one that starts at or past it gives 0 bytes and eofErr.
+QMX_EXPORT OSStatus AudioFileReadBytes(AudioFileID file, Boolean useCache, SInt64 start, UInt32* byteCount,
+                                       void* buffer);
+
+/// Writes audio data at the byte `start` of it, growing the data where needed (a gap is filled with zeros); `*byteCount` becomes what
+/// was written. 'off?' where the container cannot hold the size: nothing is written then. Chunks behind the audio are kept.
+QMX_EXPORT OSStatus AudioFileWriteBytes(AudioFileID file, Boolean useCache, SInt64 start, UInt32* byteCount,
+                                        const void* buffer);
+
+/// Reads `*packetCount` packets from the packet `start`; `*byteCount` and `*packetCount` become what came. `descriptions` may be null for
+/// formats of constant packet size. The buffer must hold the packets at their largest.
+QMX_EXPORT OSStatus AudioFileReadPackets(AudioFileID file, Boolean useCache, UInt32* byteCount,
+                                         AudioStreamPacketDescription* descriptions, SInt64 start, UInt32* packetCount,
+                                         void* buffer);
+
+/// Writes `*packetCount` packets of together `byteCount` bytes at the packet `start`; `*packetCount` becomes what was written.
+QMX_EXPORT OSStatus AudioFileWritePackets(AudioFileID file, Boolean useCache, UInt32 byteCount,
+                                          const AudioStreamPacketDescription* descriptions, SInt64 start,
+                                          UInt32* packetCount, const void* buffer);
+
+/// The size of a property's value and whether it can be set. 'pty?' for what this file does not have.
+QMX_EXPORT OSStatus AudioFileGetPropertyInfo(AudioFileID file, AudioFilePropertyID property, UInt32* size,
+                                             UInt32* isWritable);
+/// Copies a property's value; `*size` is the room on entry ('!siz' when it is wrong) and what was used on return.
+QMX_EXPORT OSStatus AudioFileGetProperty(AudioFileID file, AudioFilePropertyID property, UInt32* size, void* value);
+QMX_EXPORT OSStatus AudioFileSetProperty(AudioFileID file, AudioFilePropertyID property, UInt32 size,
+                                         const void* value);

@@ -1,0 +1,54 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "Foundation/Export.h"
+
+#include <atomic>
+#include <chrono>
+#include <cstdint>
+
+namespace qmx
+{
+
+/// A lock that carries an integer condition: it can be taken at once, or when the condition has a wanted value, and is
+/// released with a new value that wakes whoever waits for it.
+///
+/// Releasing with a value from a thread that does not hold the lock is allowed and serves as a signal: on a free lock it
+/// sets the condition; on a held one the value takes effect, in place of the holder's own, when the holder releases. So
+/// a signal is never lost (the last of several wins), and sending one costs a store and a wake: it may be sent from an
+/// I/O thread. Conditions lie between -16384 and 16383.
+///
+/// All operations: any thread. Not recursive.
+class QMX_EXPORT ConditionLock
+{
+public:
+    explicit ConditionLock(int condition = 0);
+    ConditionLock(const ConditionLock&) = delete;
+    ConditionLock& operator=(const ConditionLock&) = delete;
+
+    int condition() const;
+
+    /// Waits until the lock is free, whatever its condition, and takes it.
+    void lock();
+    /// Waits until the lock is free at `condition` and takes it.
+    void lockWhenCondition(int condition);
+    /// The same for at most `timeout`; whether the lock was taken.
+    bool lockWhenCondition(int condition, std::chrono::nanoseconds timeout);
+    bool tryLock();
+    bool tryLockWhenCondition(int condition);
+
+    /// Releases the lock and keeps its condition.
+    void unlock();
+    /// Releases the lock with a new condition; from a thread that does not hold it, a signal (see above).
+    void unlockWithCondition(int condition);
+
+private:
+    enum class Wait { none, forever, timed };
+    bool acquire(bool any, int condition, Wait wait, std::chrono::nanoseconds timeout);
+    void release(bool keepsCondition, int condition);
+
+    std::atomic<std::uint32_t> word_; // held, signal pending, condition, pending condition
+    std::atomic<std::uintptr_t> holder_{0};
+};
+
+} // namespace qmx

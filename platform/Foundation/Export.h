@@ -1,0 +1,9 @@
+// SPDX-License-Identifier: MIT
+// The one mark that makes a symbol part of the library's binary interface; everything else is hidden.
+#pragma once
+
+#if defined(QMX_STATIC)
+#define QMX_EXPORT
+#else
+#define QMX_EXPORT __attribute__((visibility("default")))
+#endif

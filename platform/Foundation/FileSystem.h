@@ -1,0 +1,80 @@
+// SPDX-License-Identifier: MIT
+// All file calls of the library go through one small object, so that tests and embedders can put another in its place.
+#pragma once
+
+#include "Foundation/Export.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <span>
+#include <string>
+#include <vector>
+
+namespace qmx
+{
+
+/// An error number of the system (errno); 0 is success.
+using SystemError = int;
+
+struct FileStatus {
+    bool isDirectory = false;
+    bool isRegular = false;
+    std::int64_t size = 0; ///< bytes
+    std::uint64_t device = 0;
+    std::uint64_t fileNumber = 0; ///< with `device`, the same for two names of one file
+};
+
+/// How many bytes were transferred before `error` (0: none) stopped the transfer.
+struct Transfer {
+    std::size_t count = 0;
+    SystemError error = 0;
+};
+
+/// An open file, addressed by position: no shared file offset. Closed by its destructor. Any thread.
+class QMX_EXPORT File
+{
+public:
+    virtual ~File();
+    /// Reads up to `size` bytes from `position`; fewer than asked without an error means the file ends there.
+    virtual Transfer read(void* data, std::size_t size, std::int64_t position) = 0;
+    /// Writes all bytes at `position`, or reports how many were written before the error.
+    virtual Transfer write(const void* data, std::size_t size, std::int64_t position) = 0;
+    virtual SystemError size(std::int64_t& bytes) = 0;
+    /// Cuts or extends (with zeros, without using disk space where the system can) to `bytes`.
+    virtual SystemError truncate(std::int64_t bytes) = 0;
+    virtual SystemError synchronize() = 0;
+};
+
+enum class FileAccess {
+    read,
+    readWrite,
+    createNew, ///< read/write; fails with EEXIST where something of that name is
+};
+
+class QMX_EXPORT FileSystem
+{
+public:
+    virtual ~FileSystem();
+    /// Opens `path`; `file` is null on failure. A directory is EISDIR.
+    virtual SystemError open(const std::string& path, FileAccess access, std::unique_ptr<File>& file) = 0;
+    virtual SystemError status(const std::string& path, FileStatus& status) = 0;
+    virtual SystemError rename(const std::string& from, const std::string& to) = 0;
+    virtual SystemError remove(const std::string& path) = 0;
+    /// Extended attributes; ENODATA when there is none of that name, ENOTSUP where the system keeps none.
+    virtual SystemError attribute(const std::string& path, const std::string& name,
+                                  std::vector<std::uint8_t>& value) = 0;
+    virtual SystemError setAttribute(const std::string& path, const std::string& name,
+                                     std::span<const std::uint8_t> value) = 0;
+
+    /// The file system in use; the machine's own unless another was set.
+    static FileSystem& current();
+    /// Puts another in its place (null: the machine's own again). The caller keeps it alive until it is replaced and
+    /// every file opened through it is closed. Not while other threads open files.
+    static void setCurrent(FileSystem* fileSystem);
+    /// The machine's own.
+    static FileSystem& posix();
+};
+
+} // namespace qmx
