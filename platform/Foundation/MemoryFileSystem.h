@@ -43,7 +43,7 @@ public:
     void setCapacity(std::size_t bytes);
     /// While true, writes wait; setting false lets them go on.
     void setStalled(bool stalled);
-    /// Whether a write is waiting in a stall; with `wait`, returns once one is.
+    /// Returns once a write waits in a stall.
     void waitForStalledWrite();
     /// Ends all faults.
     void clearFaults();

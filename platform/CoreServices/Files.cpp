@@ -1,0 +1,131 @@
+// SPDX-License-Identifier: MIT
+#include "CoreServices/Files.h"
+
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+
+namespace
+{
+
+OSStatus absolutePath(const char* path, std::string& result)
+{
+    std::error_code error;
+    const auto absolute = std::filesystem::absolute(path, error);
+    if (error)
+        return qmx::statusForSystemError(error.value());
+    result = absolute.lexically_normal().string();
+    if (result.size() > 1 && result.back() == '/')
+        result.pop_back();
+    return noErr;
+}
+
+FSCatalogInfo catalogInfo(FSCatalogInfoBitmap which, const qmx::FileStatus& status)
+{
+    FSCatalogInfo info;
+    if ((which & kFSCatInfoNodeFlags) && status.isDirectory)
+        info.nodeFlags = kFSNodeIsDirectoryMask;
+    if (which & kFSCatInfoDataSizes)
+        info.dataLogicalSize = static_cast<UInt64>(status.size);
+    return info;
+}
+
+} // namespace
+
+namespace qmx
+{
+
+OSStatus statusForSystemError(SystemError error)
+{
+    switch (error) {
+    case 0:
+        return noErr;
+    case ENOENT:
+    case ENOTDIR:
+        return fnfErr;
+    case EEXIST:
+        return dupFNErr;
+    case EACCES:
+    case EPERM:
+        return permErr;
+    case EROFS:
+    case EBADF:
+        return wrPermErr;
+    case ENOSPC:
+    case EDQUOT:
+    case EFBIG:
+        return dskFulErr;
+    case EMFILE:
+    case ENFILE:
+        return tmfoErr;
+    case EBUSY:
+    case ETXTBSY:
+        return fBsyErr;
+    case ENAMETOOLONG:
+    case EISDIR:
+    case ELOOP:
+        return bdNamErr;
+    case ENOMEM:
+        return memFullErr;
+    case EINVAL:
+        return paramErr;
+    default:
+        return ioErr;
+    }
+}
+
+} // namespace qmx
+
+OSStatus FSPathMakeRef(const UInt8* path, FSRef* reference, Boolean* isDirectory)
+{
+    if (!reference)
+        return paramErr;
+    reference->path.clear();
+    const auto* text = reinterpret_cast<const char*>(path);
+    if (!text || *text == '\0')
+        return paramErr;
+    std::string absolute;
+    if (const OSStatus status = absolutePath(text, absolute); status != noErr)
+        return status;
+    qmx::FileStatus found;
+    if (const qmx::SystemError error = qmx::FileSystem::current().status(absolute, found); error != 0)
+        return qmx::statusForSystemError(error);
+    reference->path = std::move(absolute);
+    if (isDirectory)
+        *isDirectory = found.isDirectory;
+    return noErr;
+}
+
+OSStatus FSRefMakePath(const FSRef* reference, UInt8* path, UInt32 maximumSize)
+{
+    if (!reference || !path)
+        return paramErr;
+    if (reference->path.empty())
+        return errFSBadFSRef;
+    if (reference->path.size() >= maximumSize)
+        return paramErr;
+    std::memcpy(path, reference->path.c_str(), reference->path.size() + 1);
+    return noErr;
+}
+
+OSStatus FSGetCatalogInfo(const FSRef* reference, FSCatalogInfoBitmap which, FSCatalogInfo* info, HFSUniStr255* name,
+                          FSSpec* specification, FSRef* parent)
+{
+    if (!reference)
+        return paramErr;
+    if (reference->path.empty())
+        return errFSBadFSRef;
+    qmx::FileStatus status;
+    if (const qmx::SystemError error = qmx::FileSystem::current().status(reference->path, status); error != 0)
+        return qmx::statusForSystemError(error);
+    const std::filesystem::path path(reference->path);
+    if (info)
+        *info = catalogInfo(which, status);
+    if (name)
+        name->name = path.filename().string();
+    if (specification)
+        *specification = {.parentPath = path.parent_path().string(), .name = path.filename().string()};
+    if (parent)
+        parent->path = path.parent_path().string();
+    return noErr;
+}

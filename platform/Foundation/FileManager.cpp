@@ -1,0 +1,214 @@
+// SPDX-License-Identifier: MIT
+#include "Foundation/FileManager.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <system_error>
+
+namespace qmx
+{
+namespace
+{
+
+// Type and creator are the first eight of 32 bytes that other systems' tools know under this name.
+constexpr const char* finderInfoName = "user.com.apple.FinderInfo";
+constexpr std::size_t finderInfoSize = 32, typeOffset = 0, creatorOffset = 4;
+using FinderInfo = std::array<std::uint8_t, finderInfoSize>;
+
+OSType codeAt(const std::uint8_t* bytes)
+{
+    return (OSType{bytes[0]} << 24) | (OSType{bytes[1]} << 16) | (OSType{bytes[2]} << 8) | bytes[3];
+}
+
+void storeCode(std::uint8_t* bytes, OSType code)
+{
+    for (int i = 0; i < 4; ++i)
+        bytes[i] = static_cast<std::uint8_t>(code >> (24 - 8 * i));
+}
+
+std::optional<FinderInfo> infoAt(std::span<const std::uint8_t> bytes, std::size_t offset)
+{
+    if (offset > bytes.size() || bytes.size() - offset < finderInfoSize)
+        return std::nullopt;
+    FinderInfo info;
+    std::copy_n(bytes.begin() + static_cast<std::ptrdiff_t>(offset), finderInfoSize, info.begin());
+    return info;
+}
+
+std::optional<FinderInfo> infoFromAttribute(const std::string& path, const std::string& name, std::size_t offset)
+{
+    std::vector<std::uint8_t> value;
+    if (FileSystem::current().attribute(path, name, value) != 0)
+        return std::nullopt;
+    return infoAt(value, offset);
+}
+
+std::string sidecarPath(const std::string& path)
+{
+    const auto slash = path.rfind('/');
+    const std::size_t nameStart = slash == std::string::npos ? 0 : slash + 1;
+    return path.substr(0, nameStart) + "._" + path.substr(nameStart);
+}
+
+// The Finder info entry (id 9) of a "._name" file that archives and foreign disks leave.
+std::optional<FinderInfo> infoFromSidecar(const std::string& path)
+{
+    constexpr std::size_t headerSize = 26, entrySize = 12, largest = 4096;
+    constexpr OSType magic = 0x00051607;
+    std::unique_ptr<File> file;
+    if (FileSystem::current().open(sidecarPath(path), FileAccess::read, file) != 0)
+        return std::nullopt;
+    std::vector<std::uint8_t> bytes(largest);
+    bytes.resize(file->read(bytes.data(), bytes.size(), 0).count);
+    if (bytes.size() < headerSize || codeAt(bytes.data()) != magic)
+        return std::nullopt;
+    const std::size_t entries = (std::size_t{bytes[24]} << 8) | bytes[25];
+    for (std::size_t i = 0; i < entries && headerSize + (i + 1) * entrySize <= bytes.size(); ++i) {
+        const std::uint8_t* entry = bytes.data() + headerSize + i * entrySize;
+        if (codeAt(entry) == 9)
+            return infoAt(bytes, codeAt(entry + 4));
+    }
+    return std::nullopt;
+}
+
+// In the order of trust: our own and the widest known place first.
+std::optional<FinderInfo> finderInfo(const std::string& path)
+{
+    auto info = infoFromAttribute(path, finderInfoName, 0);
+    if (!info)
+        info = infoFromAttribute(path, "user.org.netatalk.Metadata", 122);
+    if (!info)
+        info = infoFromAttribute(path, "user.DosStream.AFP_AfpInfo:$DATA", 16);
+    return info ? info : infoFromSidecar(path);
+}
+
+SystemError copyContents(File& from, File& to)
+{
+    std::vector<std::uint8_t> block(std::size_t{1} << 20);
+    for (std::int64_t position = 0;;) {
+        const Transfer read = from.read(block.data(), block.size(), position);
+        if (read.error != 0 || read.count == 0)
+            return read.error;
+        const Transfer written = to.write(block.data(), read.count, position);
+        if (written.error != 0)
+            return written.error;
+        position += static_cast<std::int64_t>(read.count);
+    }
+}
+
+SystemError copyFile(const std::string& source, const std::string& destination)
+{
+    FileSystem& fileSystem = FileSystem::current();
+    std::unique_ptr<File> from, to;
+    if (const SystemError error = fileSystem.open(source, FileAccess::read, from); error != 0)
+        return error;
+    if (const SystemError error = fileSystem.open(destination, FileAccess::createNew, to); error != 0)
+        return error;
+    const SystemError error = copyContents(*from, *to);
+    to.reset();
+    if (error != 0) {
+        fileSystem.remove(destination);
+        return error;
+    }
+    if (const auto info = finderInfo(source))
+        fileSystem.setAttribute(destination, finderInfoName, *info);
+    return 0;
+}
+
+SystemError moveFile(const std::string& source, const std::string& destination)
+{
+    FileSystem& fileSystem = FileSystem::current();
+    FileStatus status;
+    if (fileSystem.status(destination, status) == 0)
+        return EEXIST;
+    SystemError error = fileSystem.rename(source, destination);
+    if (error == EXDEV) {
+        error = copyFile(source, destination);
+        if (error == 0)
+            error = fileSystem.remove(source);
+    }
+    return error;
+}
+
+// Whether the operation counts as done: it succeeded, or the handler wants to go on all the same.
+bool finish(SystemError error, const std::string& path, FileManagerHandler* handler)
+{
+    if (error == 0)
+        return true;
+    return handler && handler->fileManager_shouldProceedAfterError(path, std::generic_category().message(error));
+}
+
+} // namespace
+
+FileManagerHandler::~FileManagerHandler() = default;
+bool FileManagerHandler::fileManager_shouldProceedAfterError(const std::string&, const std::string&)
+{
+    return false;
+}
+void FileManagerHandler::fileManager_willProcessPath(const std::string&) {}
+
+FileManager& FileManager::defaultManager()
+{
+    static auto* const instance = new FileManager; // never destroyed: threads may use it while the process ends
+    return *instance;
+}
+
+bool FileManager::fileExistsAtPath(const std::string& path, bool* isDirectory)
+{
+    FileStatus status;
+    const bool exists = FileSystem::current().status(path, status) == 0;
+    if (isDirectory)
+        *isDirectory = exists && status.isDirectory;
+    return exists;
+}
+
+bool FileManager::movePath_toPath_handler(const std::string& source, const std::string& destination,
+                                          FileManagerHandler* handler)
+{
+    if (handler)
+        handler->fileManager_willProcessPath(source);
+    return finish(moveFile(source, destination), source, handler);
+}
+
+bool FileManager::copyPath_toPath_handler(const std::string& source, const std::string& destination,
+                                          FileManagerHandler* handler)
+{
+    if (handler)
+        handler->fileManager_willProcessPath(source);
+    return finish(copyFile(source, destination), source, handler);
+}
+
+bool FileManager::removeFileAtPath_handler(const std::string& path, FileManagerHandler* handler)
+{
+    if (handler)
+        handler->fileManager_willProcessPath(path);
+    return finish(FileSystem::current().remove(path), path, handler);
+}
+
+bool FileManager::changeFileAttributes_atPath(const FileAttributes& attributes, const std::string& path)
+{
+    FinderInfo info = finderInfo(path).value_or(FinderInfo{});
+    if (attributes.NSFileHFSTypeCode)
+        storeCode(info.data() + typeOffset, *attributes.NSFileHFSTypeCode);
+    if (attributes.NSFileHFSCreatorCode)
+        storeCode(info.data() + creatorOffset, *attributes.NSFileHFSCreatorCode);
+    return FileSystem::current().setAttribute(path, finderInfoName, info) == 0;
+}
+
+FileAttributes FileManager::fileAttributesAtPath(const std::string& path)
+{
+    FileStatus status;
+    if (FileSystem::current().status(path, status) != 0)
+        return {};
+    FileAttributes attributes;
+    attributes.NSFileSize = status.size;
+    if (const auto info = finderInfo(path)) {
+        attributes.NSFileHFSTypeCode = codeAt(info->data() + typeOffset);
+        attributes.NSFileHFSCreatorCode = codeAt(info->data() + creatorOffset);
+    }
+    return attributes;
+}
+
+} // namespace qmx
