@@ -17,6 +17,11 @@ namespace
 constexpr double writePriorityLowering = 0.25, readPriorityRaising = 0.05;
 constexpr std::chrono::milliseconds longestFlush{300};
 
+constexpr UInt32 otherBuffer(UInt32 buffer)
+{
+    return buffer == 0 ? 1 : 0;
+}
+
 } // namespace
 
 void QMXAudioFile::resetCache(int bufferCondition)
