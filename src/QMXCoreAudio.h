@@ -2,6 +2,7 @@
 // The whole library in one header.
 #pragma once
 
+#include "FileRelated/QMXAudioFile.h"
 #include "Formats/ByteUtility.h"
 #include "Formats/PrintStreamDesc.h"
 #include "Formats/QMXAudioBufferList.h"
