@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <system_error>
 
 namespace qmx
 {
@@ -28,10 +29,14 @@ bool isRealTime()
 
 std::thread start(const std::string& name, std::function<void()> body)
 {
-    return std::thread([name = name.substr(0, 15), body = std::move(body)] {
-        pthread_setname_np(pthread_self(), name.c_str());
-        body();
-    });
+    try {
+        return std::thread([name = name.substr(0, 15), body = std::move(body)] {
+            pthread_setname_np(pthread_self(), name.c_str());
+            body();
+        });
+    } catch (const std::system_error&) {
+        return {}; // the system has no thread left
+    }
 }
 
 } // namespace
@@ -63,7 +68,8 @@ void Thread::join()
 
 void Thread::detachNewThread(const std::string& name, std::function<void()> body)
 {
-    start(name, std::move(body)).detach();
+    if (std::thread thread = start(name, std::move(body)); thread.joinable())
+        thread.detach();
 }
 
 double Thread::threadPriority()

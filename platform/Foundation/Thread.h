@@ -16,7 +16,8 @@ class QMX_EXPORT Thread
 {
 public:
     Thread() = default;
-    /// Starts `body` under `name` (15 characters show) at the ordinary priority.
+    /// Starts `body` under `name` (15 characters show) at the ordinary priority. Not joinable where the system has no thread left;
+    /// the body has then not run.
     Thread(const std::string& name, std::function<void()> body);
     Thread(Thread&&) noexcept = default;
     Thread& operator=(Thread&& other) noexcept;

@@ -1,0 +1,30 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "Foundation/Export.h"
+#include "Foundation/Object.h"
+
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+namespace qmx
+{
+
+/// A picture in its original encoding (JPEG, PNG, ...), whose bytes are kept as they came: it is carried, not drawn.
+/// Does not change.
+class QMX_EXPORT Image : public Object
+{
+public:
+    explicit Image(std::vector<std::uint8_t> data);
+
+    static std::shared_ptr<Image> initWithData(std::vector<std::uint8_t> data);
+
+    /// The encoded bytes.
+    const std::vector<std::uint8_t>& data() const { return data_; }
+
+private:
+    std::vector<std::uint8_t> data_;
+};
+
+} // namespace qmx

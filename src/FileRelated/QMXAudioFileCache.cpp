@@ -1,0 +1,304 @@
+// SPDX-License-Identifier: MIT
+// The two-buffer cache of an audio file: write-behind and read-ahead.
+//
+// Ownership of a buffer passes only through its lock. While writing, condition 1 means free for the caller, 0 full and the
+// write thread's; while reading, 0 means empty and the read thread's, 1 full and the caller's. The run locks wake the
+// threads (condition 0: work to do). A thread that fails gives its buffer back all the same and leaves the status in
+// cacheFailure_, so nobody ever waits for a disk that has failed; the caller's next call reports it and starts afresh.
+#include "FileRelated/QMXAudioFile.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cstring>
+
+namespace
+{
+
+constexpr double writePriorityLowering = 0.25, readPriorityRaising = 0.05;
+constexpr std::chrono::milliseconds longestFlush{300};
+
+constexpr UInt32 otherBuffer(UInt32 buffer)
+{
+    return buffer == 0 ? 1 : 0;
+}
+
+} // namespace
+
+void QMXAudioFile::resetCache(int bufferCondition)
+{
+    threadShouldExit = false;
+    rawByteBufferOffsetInFile = 0;
+    rawByteBufferOffsetInBytes = 0;
+    rawByteBufferStartingOffset = rawByteBufferEndingOffset = 0;
+    currentBuffer = 1;
+    bytesInRawByteBuffer = {};
+    handOversMade_ = handOversSaved_ = 0;
+    readAhead_ = {};
+    fillRequested_ = false;
+    cacheFailure_ = noErr;
+    for (auto& lock : rawByteBufferLock)
+        lock.unlockWithCondition(bufferCondition);
+    writeThreadRunLock.unlockWithCondition(1);
+    readThreadRunLock.unlockWithCondition(1);
+}
+
+void QMXAudioFile::startThread(qmx::Thread& thread, std::atomic<bool>& isRunning, const char* name,
+                               void (QMXAudioFile::*body)())
+{
+    if (!hasBuffers() || isRunning)
+        return;
+    isRunning = true;
+    thread = qmx::Thread(name, [this, &isRunning, body] {
+        (this->*body)();
+        isRunning = false;
+    });
+    if (!thread.isJoinable())
+        isRunning = false; // reads and writes then go the direct way
+}
+
+void QMXAudioFile::endThreads()
+{
+    threadShouldExit = true;
+    writeThreadRunLock.unlockWithCondition(0);
+    readThreadRunLock.unlockWithCondition(0);
+    writeThread_.join();
+    readThread_.join();
+}
+
+// Writing: the caller's side
+
+bool QMXAudioFile::insertBytesIntoBuffer_length_offset(const Byte* bytes, UInt32* length, SInt64 offset)
+{
+    const UInt32 wanted = *length;
+    *length = 0;
+    if (threadShouldExit)
+        return false;
+    for (UInt32 inserted = 0; inserted < wanted;) {
+        inserted += insertPart(bytes + inserted, wanted - inserted, offset + inserted);
+        if (cacheFailure_.exchange(noErr) != noErr) {
+            endSpan();
+            return false;
+        }
+    }
+    *length = wanted;
+    return true;
+}
+
+// Copies as much as the current buffer takes; a buffer that is full goes to the thread.
+UInt32 QMXAudioFile::insertPart(const Byte* bytes, UInt32 length, SInt64 offset)
+{
+    const bool continues =
+        offset < rawByteBufferEndingOffset && offset == rawByteBufferStartingOffset + rawByteBufferOffsetInBytes;
+    if (!continues)
+        startSpanAt(offset);
+    rawByteBufferLock[currentBuffer].lockWhenCondition(1);
+    const UInt32 count = std::min(length, rawByteBufferSizeInBytes - rawByteBufferOffsetInBytes);
+    std::memcpy(rawByteBuffer[currentBuffer].get() + rawByteBufferOffsetInBytes, bytes, count);
+    rawByteBufferOffsetInBytes += count;
+    bytesInRawByteBuffer[currentBuffer] = rawByteBufferOffsetInBytes;
+    if (rawByteBufferOffsetInBytes == rawByteBufferSizeInBytes)
+        handOverCurrentBuffer();
+    else
+        rawByteBufferLock[currentBuffer].unlockWithCondition(1);
+    return count;
+}
+
+// What the current buffer holds goes to the thread; the span is empty at the next offset.
+void QMXAudioFile::endSpan()
+{
+    if (rawByteBufferOffsetInBytes > 0)
+        handOverCurrentBuffer();
+    rawByteBufferEndingOffset = rawByteBufferStartingOffset;
+}
+
+void QMXAudioFile::startSpanAt(SInt64 offset)
+{
+    endSpan();
+    rawByteBufferStartingOffset = offset;
+    rawByteBufferEndingOffset = offset + rawByteBufferSizeInBytes;
+}
+
+// At most two buffers are on their way: this one, and the other if the thread has not saved it yet.
+void QMXAudioFile::handOverCurrentBuffer()
+{
+    const UInt64 made = handOversMade_.load(std::memory_order_relaxed);
+    handOvers_[made % handOvers_.size()] = {currentBuffer, rawByteBufferOffsetInBytes, rawByteBufferStartingOffset};
+    rawByteBufferLock[currentBuffer].unlockWithCondition(0);
+    handOversMade_.store(made + 1, std::memory_order_release);
+    currentBuffer = otherBuffer(currentBuffer);
+    rawByteBufferStartingOffset += rawByteBufferOffsetInBytes;
+    rawByteBufferEndingOffset = rawByteBufferStartingOffset + rawByteBufferSizeInBytes;
+    rawByteBufferOffsetInBytes = 0;
+    writeThreadRunLock.unlockWithCondition(0);
+}
+
+bool QMXAudioFile::flush()
+{
+    if (!_useCache || !fileIsOpen || fileAccessMode == QMXAudioFileAccessMode::read || !writeThreadIsRunning)
+        return true;
+    _isFlushing = true;
+    endSpan();
+    if (writeThreadRunLock.lockWhenCondition(1, longestFlush))
+        writeThreadRunLock.unlock();
+    _isFlushing = false;
+    return true;
+}
+
+// Hands over what is left and waits, however long, until both buffers are free again. Whether all of it was written.
+bool QMXAudioFile::drainWrites()
+{
+    if (!writeThreadIsRunning)
+        return true;
+    endSpan();
+    for (auto& lock : rawByteBufferLock) {
+        lock.lockWhenCondition(1);
+        lock.unlock();
+    }
+    return cacheFailure_.exchange(noErr) == noErr;
+}
+
+// Writing: the thread's side
+
+void QMXAudioFile::saveBufferRunLoop()
+{
+    qmx::Thread::setThreadPriority(qmx::Thread::threadPriority() - writePriorityLowering);
+    while (!threadShouldExit) {
+        writeThreadRunLock.lockWhenCondition(0);
+        while (!threadShouldExit && handOversSaved_ < handOversMade_.load(std::memory_order_acquire))
+            saveRawByteBuffer();
+        writeThreadRunLock.unlockWithCondition(1);
+    }
+}
+
+void QMXAudioFile::saveRawByteBuffer()
+{
+    const Span span = handOvers_[handOversSaved_ % handOvers_.size()];
+    ++handOversSaved_;
+    auto& lock = rawByteBufferLock[span.buffer];
+    lock.lockWhenCondition(0);
+    UInt32 written = span.byteCount;
+    const OSStatus status = AudioFileWriteBytes(audioFileID_, _useInternalCache, span.fileOffset, &written,
+                                                rawByteBuffer[span.buffer].get());
+    rawByteBufferOffsetInFile = span.fileOffset + written;
+    bytesInRawByteBuffer[span.buffer] = 0;
+    if (status != noErr) {
+        printOSStatusCode(status);
+        cacheFailure_ = status;
+    }
+    lock.unlockWithCondition(1);
+}
+
+// Reading: the caller's side
+
+bool QMXAudioFile::consumeRawBytes_length_offset(Byte* bytes, UInt32* length, SInt64 offset)
+{
+    const UInt32 wanted = *length;
+    *length = 0;
+    if (threadShouldExit || offset < 0 || offset >= static_cast<SInt64>(lengthInBytes()))
+        return false;
+    UInt32 served = 0;
+    while (served < wanted) {
+        const SInt64 position = offset + served;
+        const OSStatus status = spanHolds(position) ? noErr : turnToBufferWith(position);
+        if (status == eofErr)
+            break;
+        if (status != noErr)
+            return false;
+        const auto start = static_cast<UInt32>(position - rawByteBufferStartingOffset);
+        const UInt32 count = std::min(wanted - served, bytesInRawByteBuffer[currentBuffer] - start);
+        std::memcpy(bytes + served, rawByteBuffer[currentBuffer].get() + start, count);
+        served += count;
+    }
+    *length = served;
+    return served > 0 || wanted == 0;
+}
+
+bool QMXAudioFile::spanHolds(SInt64 offset) const
+{
+    return offset >= rawByteBufferStartingOffset &&
+           offset - rawByteBufferStartingOffset < bytesInRawByteBuffer[currentBuffer];
+}
+
+// Makes the other buffer the current one, filled with the bytes at `offset`, and has the thread fill the one left behind
+// with what follows. eofErr at the end of the data.
+OSStatus QMXAudioFile::turnToBufferWith(SInt64 offset)
+{
+    finishFill();
+    const bool isAhead = offset >= readAhead_.fileOffset && offset - readAhead_.fileOffset < readAhead_.byteCount;
+    if (!isAhead) {
+        requestFill(offset);
+        finishFill();
+    }
+    if (const OSStatus failure = cacheFailure_.exchange(noErr); failure != noErr) {
+        emptySpan();
+        return failure;
+    }
+    if (readAhead_.byteCount == 0)
+        return eofErr;
+    currentBuffer = readAhead_.buffer;
+    rawByteBufferStartingOffset = readAhead_.fileOffset;
+    rawByteBufferEndingOffset = rawByteBufferStartingOffset + rawByteBufferSizeInBytes;
+    const bool mayFollowMore = readAhead_.byteCount == rawByteBufferSizeInBytes;
+    readAhead_ = {};
+    if (mayFollowMore)
+        requestFill(rawByteBufferEndingOffset);
+    return noErr;
+}
+
+void QMXAudioFile::requestFill(SInt64 offset)
+{
+    readAhead_ = {otherBuffer(currentBuffer), 0, offset};
+    fillRequested_ = true;
+    rawByteBufferLock[readAhead_.buffer].unlockWithCondition(0);
+    readThreadRunLock.unlockWithCondition(0);
+}
+
+void QMXAudioFile::finishFill()
+{
+    if (!fillRequested_)
+        return;
+    auto& lock = rawByteBufferLock[otherBuffer(currentBuffer)];
+    lock.lockWhenCondition(1);
+    lock.unlock();
+    fillRequested_ = false;
+}
+
+void QMXAudioFile::emptySpan()
+{
+    finishFill();
+    readAhead_ = {};
+    bytesInRawByteBuffer = {};
+    rawByteBufferStartingOffset = rawByteBufferEndingOffset = 0;
+}
+
+// Reading: the thread's side
+
+void QMXAudioFile::fillBufferRunLoop()
+{
+    qmx::Thread::setThreadPriority(qmx::Thread::threadPriority() + readPriorityRaising);
+    while (!threadShouldExit) {
+        readThreadRunLock.lockWhenCondition(0);
+        fillRawByteBuffer();
+        readThreadRunLock.unlockWithCondition(1);
+    }
+}
+
+void QMXAudioFile::fillRawByteBuffer()
+{
+    if (threadShouldExit)
+        return;
+    const UInt32 buffer = readAhead_.buffer;
+    auto& lock = rawByteBufferLock[buffer];
+    lock.lockWhenCondition(0);
+    UInt32 count = rawByteBufferSizeInBytes;
+    const OSStatus status =
+        AudioFileReadBytes(audioFileID_, _useInternalCache, readAhead_.fileOffset, &count, rawByteBuffer[buffer].get());
+    if (status != noErr && status != eofErr) {
+        printOSStatusCode(status);
+        cacheFailure_ = status;
+        count = 0;
+    }
+    rawByteBufferOffsetInFile = readAhead_.fileOffset + count;
+    bytesInRawByteBuffer[buffer] = readAhead_.byteCount = count;
+    lock.unlockWithCondition(1);
+}

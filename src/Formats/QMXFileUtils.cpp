@@ -1,0 +1,32 @@
+// SPDX-License-Identifier: MIT
+#include "Formats/QMXFileUtils.h"
+
+#include "Foundation/FileManager.h"
+
+#include <cstring>
+
+std::unique_ptr<UInt8[]> QMXFileUtils::makeUnicode(const std::string& path)
+{
+    auto text = std::make_unique<UInt8[]>(path.size() + 1);
+    std::memcpy(text.get(), path.c_str(), path.size() + 1);
+    return text;
+}
+
+bool QMXFileUtils::makeFSRef_fromPath(FSRef* reference, const std::string& path)
+{
+    return FSPathMakeRef(makeUnicode(path).get(), reference, nullptr) == noErr;
+}
+
+bool QMXFileUtils::makeFSSpec_fromPath(FSSpec* specification, const std::string& path)
+{
+    FSRef reference;
+    return makeFSRef_fromPath(&reference, path) &&
+           FSGetCatalogInfo(&reference, kFSCatInfoNone, nullptr, nullptr, specification, nullptr) == noErr;
+}
+
+void QMXFileUtils::changeCreatorAndType_creator_fileType(const std::string& path, OSType creator, OSType fileType)
+{
+    const qmx::FileAttributes codes{
+        .NSFileHFSCreatorCode = creator, .NSFileHFSTypeCode = fileType, .NSFileSize = std::nullopt};
+    qmx::FileManager::defaultManager().changeFileAttributes_atPath(codes, path);
+}
