@@ -11,4 +11,6 @@
 #include "Formats/QMXAudioValueRange.h"
 #include "Formats/QMXFileUtils.h"
 #include "Foundation/Version.h"
+#include "Tracks/QMXAudioTrackAutoDefiner.h"
 #include "Tracks/QMXAudioTrackInfo.h"
+#include "Tracks/SilenceAnalysis.h"
