@@ -1,0 +1,13 @@
+// SPDX-License-Identifier: MIT
+// The whole library in one header.
+#pragma once
+
+#include "Formats/ByteUtility.h"
+#include "Formats/PrintStreamDesc.h"
+#include "Formats/QMXAudioBufferList.h"
+#include "Formats/QMXAudioDeviceUtils.h"
+#include "Formats/QMXAudioStreamBasicDescription.h"
+#include "Formats/QMXAudioValueRange.h"
+#include "Formats/QMXFileUtils.h"
+#include "Foundation/Version.h"
+#include "Tracks/QMXAudioTrackInfo.h"
