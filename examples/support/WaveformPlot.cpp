@@ -112,10 +112,13 @@ void drawHeading(std::string& svg, const WaveformPlot& plot, const Scale& scale,
 {
     append(svg, "<text class=\"title\" x=\"%g\" y=\"38\">%s</text>\n", left, xmlText(plot.title, 80).c_str());
     append(svg, "<text x=\"%g\" y=\"60\">%s</text>\n", left, xmlText(plot.subtitle, 120).c_str());
-    const std::string loudest =
-        peak > 0 ? "peak " + std::to_string(std::lround(20 * std::log10(peak))) + " dB" : "silent";
-    append(svg, "<rect class=\"peak\" x=\"%g\" y=\"50\" width=\"11\" height=\"11\" rx=\"2\"/>", right - 190);
-    append(svg, "<text x=\"%g\" y=\"60\">%s</text>", right - 174, loudest.c_str());
+    std::string loudest = "silent";
+    if (const double level = 20 * std::log10(static_cast<double>(peak)); peak > 0) {
+        loudest = "peak ";
+        append(loudest, "%s%.1f dB", level < -0.05 ? "\u2212" : "", std::abs(level));
+    }
+    append(svg, "<rect class=\"peak\" x=\"%g\" y=\"50\" width=\"11\" height=\"11\" rx=\"2\"/>", right - 200);
+    append(svg, "<text x=\"%g\" y=\"60\">%s</text>", right - 184, loudest.c_str());
     append(svg, "<rect class=\"core\" x=\"%g\" y=\"50\" width=\"11\" height=\"11\" rx=\"2\"/>", right - 100);
     append(svg, "<text x=\"%g\" y=\"60\">mean (RMS)</text>\n", right - 84);
     for (const auto& [at, lower] : {std::pair{middle - halfHeight, 0}, std::pair{middle - halfHeight / 2, 6}})
