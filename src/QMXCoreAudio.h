@@ -11,6 +11,7 @@
 #include "Formats/QMXAudioValueRange.h"
 #include "Formats/QMXFileUtils.h"
 #include "Foundation/Version.h"
+#include "Processing/QMXAudioConverter.h"
 #include "Tracks/QMXAudioTrackAutoDefiner.h"
 #include "Tracks/QMXAudioTrackInfo.h"
 #include "Tracks/SilenceAnalysis.h"
