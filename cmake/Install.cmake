@@ -1,0 +1,25 @@
+# SPDX-License-Identifier: MIT
+include(CMakePackageConfigHelpers)
+
+set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/QMXCoreAudio)
+install(TARGETS QMXCoreAudio EXPORT QMXCoreAudioTargets
+        FILE_SET HEADERS DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/QMXCoreAudio)
+install(EXPORT QMXCoreAudioTargets NAMESPACE QMXCoreAudio:: DESTINATION ${package_dir})
+
+configure_package_config_file(${CMAKE_CURRENT_LIST_DIR}/QMXCoreAudioConfig.cmake.in
+                              ${PROJECT_BINARY_DIR}/QMXCoreAudioConfig.cmake INSTALL_DESTINATION ${package_dir}
+                              NO_SET_AND_CHECK_MACRO NO_CHECK_REQUIRED_COMPONENTS_MACRO)
+write_basic_package_version_file(${PROJECT_BINARY_DIR}/QMXCoreAudioConfigVersion.cmake
+                                 COMPATIBILITY SameMajorVersion)
+install(FILES ${PROJECT_BINARY_DIR}/QMXCoreAudioConfig.cmake ${PROJECT_BINARY_DIR}/QMXCoreAudioConfigVersion.cmake
+        DESTINATION ${package_dir})
+
+# The pkg-config file finds everything from its own place, so that the installed tree can be moved.
+file(RELATIVE_PATH QMX_PC_PREFIX ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMAKE_INSTALL_PREFIX})
+file(RELATIVE_PATH QMX_PC_LIBDIR ${CMAKE_INSTALL_PREFIX} ${CMAKE_INSTALL_FULL_LIBDIR})
+file(RELATIVE_PATH QMX_PC_INCLUDEDIR ${CMAKE_INSTALL_PREFIX} ${CMAKE_INSTALL_FULL_INCLUDEDIR})
+if(NOT BUILD_SHARED_LIBS)
+    set(QMX_PC_CFLAGS " -DQMX_STATIC")
+endif()
+configure_file(${CMAKE_CURRENT_LIST_DIR}/QMXCoreAudio.pc.in ${PROJECT_BINARY_DIR}/QMXCoreAudio.pc @ONLY)
+install(FILES ${PROJECT_BINARY_DIR}/QMXCoreAudio.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

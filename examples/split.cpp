@@ -1,0 +1,185 @@
+// SPDX-License-Identifier: MIT
+// Divides a recording into tracks at its silences: one line per track on standard output, a drawing where asked.
+#include "Formats/QMXAudioStreamBasicDescription.h"
+#include "Foundation/Log.h"
+#include "Tracks/QMXAudioTrackAutoDefiner.h"
+#include "Tracks/QMXAudioTrackInfo.h"
+#include "support/CommandLine.h"
+#include "support/Envelope.h"
+#include "support/Failure.h"
+#include "support/Interrupt.h"
+#include "support/ProgressBar.h"
+#include "support/Recording.h"
+#include "support/WaveformPlot.h"
+#include "support/WholeFile.h"
+
+#include <atomic>
+#include <filesystem>
+#include <limits>
+
+namespace
+{
+
+using example::CommandLine;
+using example::Failure;
+
+constexpr const char* help =
+    R"(usage: split [--sensitivity N] [--silence MS] [--level N] [--tracks N] [--plot FILE.svg] FILE
+
+Divides the recording FILE into tracks and prints one line for each: first frame, frame
+past the last, and title, with tabs between them.
+
+  --sensitivity N   crossings of the level that a fifth of a second must have to be loud (71)
+  --silence MS      milliseconds that a silence must last to divide tracks, in steps of 200 (1400)
+  --level N         sample value whose crossings are counted, on the scale of 16 bits (500)
+  --tracks N        make N tracks, at the quietest places, instead of looking for silences
+  --plot FILE.svg   draw the waveform with the tracks
+)";
+
+struct Settings {
+    std::string path;
+    SInt16 sensitivity = 71;
+    float silence = 1400;
+    SInt16 level = 500;
+    SInt16 tracks = 0;
+    std::string plotPath;
+};
+
+Settings settingsFrom(const CommandLine& line)
+{
+    if (line.plainArguments().size() != 1)
+        throw Failure{line.plainArguments().empty() ? "which file? (--help tells more)" : "one file at a time, please",
+                      2};
+    constexpr long most = std::numeric_limits<SInt16>::max();
+    constexpr double longestSilence = most * 200;
+    Settings settings;
+    settings.path = line.plainArguments()[0];
+    settings.sensitivity =
+        static_cast<SInt16>(line.wholeNumber("--sensitivity", 0, most).value_or(settings.sensitivity));
+    settings.silence = static_cast<float>(line.number("--silence", 0, longestSilence).value_or(settings.silence));
+    settings.level = static_cast<SInt16>(line.wholeNumber("--level", -most - 1, most).value_or(settings.level));
+    settings.tracks = static_cast<SInt16>(line.wholeNumber("--tracks", 1, most).value_or(settings.tracks));
+    settings.plotPath = line.text("--plot").value_or("");
+    return settings;
+}
+
+/// Refuses what the definer's 32-bit and 16-bit counts cannot hold.
+void checkLength(QMXAudioFile& file, const Settings& settings)
+{
+    const UInt64 frames = example::frameCount(file);
+    constexpr UInt64 longest = std::numeric_limits<UInt32>::max() / 5;
+    if (frames > longest)
+        throw Failure{settings.path + ": longer than " + std::to_string(longest) + " frames, too long to be divided"};
+    if (settings.tracks == 0)
+        return;
+    const double blocks = static_cast<double>(frames) * 5 / file.sampleRate();
+    constexpr double mostBlocks = std::numeric_limits<SInt16>::max() - 1;
+    if (blocks > mostBlocks)
+        throw Failure{settings.path + ": longer than 1 h 49 min, too long for --tracks"};
+    if (settings.tracks > blocks)
+        throw Failure{settings.path + ": too short for " + std::to_string(settings.tracks) + " tracks"};
+}
+
+void checkPlotPath(const Settings& settings)
+{
+    std::error_code error;
+    if (!settings.plotPath.empty() && std::filesystem::equivalent(settings.path, settings.plotPath, error))
+        throw Failure{"--plot would replace the recording " + settings.path};
+}
+
+/// Shows how far the definer is, and passes a Ctrl-C on to it that came before its run began.
+class Progress : public QMXAudioTrackAutoDefinerDelegate
+{
+public:
+    void autoDefineProgress(float progress) override
+    {
+        if (example::isInterrupted())
+            QMXAudioTrackAutoDefiner::cancel();
+        constexpr double shareOfReading = 0.5;
+        bar_.show("dividing", static_cast<double>(progress) / shareOfReading);
+    }
+
+private:
+    example::ProgressBar bar_;
+};
+
+QMXAudioTrackAutoDefiner::Tracks define(const Settings& settings)
+{
+    std::atomic<bool> failed = false;
+    qmx::setLogHandler([&failed](qmx::LogLevel level, const std::string&) {
+        if (level == qmx::LogLevel::error)
+            failed = true;
+    });
+    QMXAudioTrackAutoDefiner::setConvertsFilesOfOtherChannelCounts(true);
+    QMXAudioTrackAutoDefiner::setDelegate(std::make_shared<Progress>());
+    auto tracks =
+        QMXAudioTrackAutoDefiner::autoDefineTracksInFile_sensitivity_lengthOfSilence_zeroOffset_numberOfTracks(
+            settings.path, settings.sensitivity, settings.silence, settings.level, settings.tracks);
+    QMXAudioTrackAutoDefiner::setDelegate(nullptr);
+    qmx::setLogHandler([](qmx::LogLevel, const std::string&) {});
+    example::endIfInterrupted();
+    if (failed || !tracks)
+        throw Failure{settings.path + ": cannot be read to its end"};
+    return tracks;
+}
+
+example::Envelope measure(QMXAudioFile& file)
+{
+    const UInt64 frames = example::frameCount(file);
+    example::ProgressBar bar;
+    example::Envelope envelope(frames, file.channelsPerFrame(), example::waveformColumns);
+    const double samples = static_cast<double>(frames) * file.channelsPerFrame();
+    double done = 0;
+    example::readSamples(file, [&](std::span<const float> piece) {
+        envelope.add(piece);
+        done += static_cast<double>(piece.size());
+        bar.show("drawing", done / samples);
+        return !example::isInterrupted();
+    });
+    example::endIfInterrupted();
+    return envelope;
+}
+
+std::string plotOf(QMXAudioFile& file, const QMXAudioTrackAutoDefiner::Tracks::element_type& tracks)
+{
+    example::WaveformPlot plot;
+    plot.title = file.name().value_or("");
+    plot.sampleRate = file.sampleRate();
+    plot.frames = example::frameCount(file);
+    plot.subtitle = example::clockTime(static_cast<double>(plot.frames) / plot.sampleRate) + " \u00b7 " +
+                    std::to_string(tracks.size()) + (tracks.size() == 1 ? " track" : " tracks") + " \u00b7 " +
+                    file.fileStreamFormat()->description();
+    for (const auto& track : tracks)
+        plot.tracks.push_back({static_cast<UInt64>(track->trackBegin()), static_cast<UInt64>(track->trackEnd())});
+    return drawWaveform(plot, measure(file));
+}
+
+int split(int argumentCount, char** arguments)
+{
+    const CommandLine line(argumentCount, arguments, {"--sensitivity", "--silence", "--level", "--tracks", "--plot"});
+    if (line.asksForHelp()) {
+        example::printAll(help);
+        return 0;
+    }
+    const Settings settings = settingsFrom(line);
+    example::catchInterrupts(&QMXAudioTrackAutoDefiner::cancel);
+    const auto file = example::openRecording(settings.path);
+    checkLength(*file, settings);
+    checkPlotPath(settings);
+
+    const auto tracks = define(settings);
+    std::string lines;
+    for (const auto& track : *tracks)
+        lines += qmx::format("%qi\t%qi\t%@\n", track->trackBegin(), track->trackEnd(), track->trackTitle());
+    if (!settings.plotPath.empty())
+        example::writeWholeFile(settings.plotPath, plotOf(*file, *tracks));
+    example::printAll(lines);
+    return 0;
+}
+
+} // namespace
+
+int main(int argumentCount, char** arguments)
+{
+    return example::runProgram("split", split, argumentCount, arguments);
+}

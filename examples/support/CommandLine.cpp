@@ -1,0 +1,75 @@
+// SPDX-License-Identifier: MIT
+#include "support/CommandLine.h"
+
+#include "support/Failure.h"
+
+#include <algorithm>
+#include <charconv>
+
+namespace example
+{
+namespace
+{
+
+constexpr int usageError = 2;
+
+template <class Number> Number parsed(const std::string& option, const std::string& text, Number least, Number most)
+{
+    Number number{};
+    const char* const end = text.data() + text.size();
+    const auto [stop, error] = std::from_chars(text.data(), end, number);
+    const bool isNumber = error != std::errc::invalid_argument && stop == end;
+    if (!isNumber)
+        throw Failure{option + " takes a number, not '" + text + "'", usageError};
+    if (error != std::errc{} || !(number >= least && number <= most)) {
+        const auto shown = [](Number bound) { return std::to_string(static_cast<long>(bound)); };
+        throw Failure{option + " takes a number from " + shown(least) + " to " + shown(most) + ", not " + text,
+                      usageError};
+    }
+    return number;
+}
+
+} // namespace
+
+CommandLine::CommandLine(int argumentCount, char** arguments, const std::vector<std::string>& options)
+{
+    bool onlyPlain = false;
+    for (int i = 1; i < argumentCount; ++i) {
+        const std::string argument = arguments[i];
+        if (onlyPlain || argument.size() < 2 || argument[0] != '-') {
+            plain_.push_back(argument);
+        } else if (argument == "--") {
+            onlyPlain = true;
+        } else if (argument == "--help") {
+            asksForHelp_ = true;
+        } else {
+            const std::size_t equals = argument.find('=');
+            const std::string name = argument.substr(0, equals);
+            if (std::ranges::find(options, name) == options.end())
+                throw Failure{"unknown option " + name + " (--help lists them)", usageError};
+            if (equals == std::string::npos && i + 1 == argumentCount)
+                throw Failure{name + " needs a value", usageError};
+            values_[name] = equals == std::string::npos ? arguments[++i] : argument.substr(equals + 1);
+        }
+    }
+}
+
+std::optional<std::string> CommandLine::text(const std::string& option) const
+{
+    const auto found = values_.find(option);
+    return found == values_.end() ? std::nullopt : std::optional(found->second);
+}
+
+std::optional<double> CommandLine::number(const std::string& option, double least, double most) const
+{
+    const auto value = text(option);
+    return value ? std::optional(parsed(option, *value, least, most)) : std::nullopt;
+}
+
+std::optional<long> CommandLine::wholeNumber(const std::string& option, long least, long most) const
+{
+    const auto value = text(option);
+    return value ? std::optional(parsed(option, *value, least, most)) : std::nullopt;
+}
+
+} // namespace example

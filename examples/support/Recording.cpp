@@ -1,0 +1,121 @@
+// SPDX-License-Identifier: MIT
+#include "support/Recording.h"
+
+#include "AudioToolbox/AudioFile.h"
+#include "Formats/QMXAudioStreamBasicDescription.h"
+#include "Processing/QMXAudioConverter.h"
+#include "support/Failure.h"
+
+#include <cerrno>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <vector>
+
+namespace example
+{
+namespace
+{
+
+/// Why the system does not let us read `path`; empty when it does.
+std::string systemObjection(const std::string& path)
+{
+    struct stat status {
+    };
+    if (stat(path.c_str(), &status) != 0)
+        return systemErrorText(errno);
+    if (S_ISDIR(status.st_mode))
+        return systemErrorText(EISDIR);
+    if (!S_ISREG(status.st_mode))
+        return "not a regular file";
+    if (access(path.c_str(), R_OK) != 0)
+        return systemErrorText(errno);
+    return status.st_size == 0 ? "the file is empty" : "";
+}
+
+std::string textOf(OSStatus status)
+{
+    switch (status) {
+    case kAudioFileUnsupportedFileTypeError:
+        return "not an audio file of a type that can be read";
+    case kAudioFileInvalidFileError:
+    case kAudioFileInvalidChunkError:
+    case eofErr:
+        return "the header is damaged or cut short";
+    case kAudioFileUnsupportedDataFormatError:
+        return "the coding of its samples is not known";
+    default:
+        return qmx::format("the audio file service gives status %d", status);
+    }
+}
+
+std::string whyNotOpened(const std::string& path)
+{
+    FSRef reference;
+    OSStatus status = FSPathMakeRef(reinterpret_cast<const UInt8*>(path.c_str()), &reference, nullptr);
+    AudioFileID file = nullptr;
+    if (status == noErr)
+        status = AudioFileOpen(&reference, fsRdPerm, 0, &file);
+    if (status != noErr)
+        return textOf(status);
+    AudioFileClose(file);
+    return "its format could not be read";
+}
+
+std::shared_ptr<QMXAudioConverter> floatConverter(const QMXAudioFile& file)
+{
+    AudioStreamBasicDescription record = *file.fileStreamFormat()->audioStreamBasicDescription();
+    record.mFormatID = kAudioFormatLinearPCM;
+    record.mFormatFlags = kAudioFormatFlagsNativeFloatPacked;
+    record.mBitsPerChannel = 8 * sizeof(float);
+    record.mBytesPerFrame = record.mBytesPerPacket = record.mChannelsPerFrame * UInt32{sizeof(float)};
+    record.mFramesPerPacket = 1;
+    return QMXAudioConverter::initWithSourceFormat_destinationFormat(
+        file.fileStreamFormat(), std::make_shared<QMXAudioStreamBasicDescription>(record));
+}
+
+} // namespace
+
+std::shared_ptr<QMXAudioFile> openRecording(const std::string& path)
+{
+    if (const std::string objection = systemObjection(path); !objection.empty())
+        throw Failure{path + ": " + objection};
+    auto file = QMXAudioFile::initWithPath_accessMode(path, QMXAudioFileAccessMode::read);
+    if (!file->open())
+        throw Failure{path + ": " + whyNotOpened(path)};
+    if (file->bytesPerFrame() == 0 || !floatConverter(*file))
+        throw Failure{path + ": its coding (" + file->formatIDName().value_or("unknown") + ") cannot be read"};
+    if (frameCount(*file) == 0)
+        throw Failure{path + ": holds no audio"};
+    return file;
+}
+
+UInt64 frameCount(QMXAudioFile& file)
+{
+    return file.bytesPerFrame() == 0 ? 0 : file.lengthInBytes() / file.bytesPerFrame();
+}
+
+void readSamples(QMXAudioFile& file, const std::function<bool(std::span<const float>)>& receive)
+{
+    constexpr UInt32 framesAtOnce = 8192;
+    const auto converter = floatConverter(file);
+    const UInt32 inputSize = framesAtOnce * file.bytesPerFrame();
+    std::vector<Byte> input(inputSize);
+    std::vector<float> samples(std::size_t{framesAtOnce} * file.channelsPerFrame());
+    const UInt64 end = frameCount(file) * file.bytesPerFrame();
+    file.rewind();
+    for (UInt64 position = 0; position < end;) {
+        UInt32 size = static_cast<UInt32>(std::min<UInt64>(inputSize, end - position));
+        if (!file.read_length(input.data(), &size) || size == 0)
+            throw Failure{file.path().value_or("") + ": cannot be read to its end"};
+        position += size;
+        auto produced = static_cast<UInt32>(samples.size() * sizeof(float));
+        if (converter->convertBuffer_inputBufferSize_outputBuffer_outputBufferSize(input.data(), size, samples.data(),
+                                                                                   &produced) != noErr)
+            throw Failure{file.path().value_or("") + ": its samples cannot be converted"};
+        if (!receive(std::span(samples).first(produced / sizeof(float))))
+            return;
+    }
+}
+
+} // namespace example

@@ -1,0 +1,35 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "support/Envelope.h"
+
+#include <string>
+#include <vector>
+
+namespace example
+{
+
+/// The columns of a waveform drawing.
+constexpr std::size_t waveformColumns = 1120;
+
+/// What a drawing shows.
+struct WaveformPlot {
+    struct Track {
+        UInt64 begin = 0; ///< frames
+        UInt64 end = 0;
+    };
+
+    std::string title;
+    std::string subtitle;
+    double sampleRate = 0; ///< frames per second
+    UInt64 frames = 0;
+    std::vector<Track> tracks;
+};
+
+/// The waveform as an SVG document, with the tracks as bands; light or dark as the viewer prefers.
+std::string drawWaveform(const WaveformPlot& plot, const Envelope& envelope);
+
+/// A time as m:ss or h:mm:ss, with tenths where asked.
+std::string clockTime(double seconds, bool withTenths = false);
+
+} // namespace example

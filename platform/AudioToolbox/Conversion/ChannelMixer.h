@@ -1,0 +1,92 @@
+// SPDX-License-Identifier: MIT
+// Which input channel feeds which output channel, and the copying that it takes.
+#pragma once
+
+#include "CoreAudioTypes/MacTypes.h"
+
+#include <cmath>
+#include <concepts>
+#include <cstddef>
+#include <type_traits>
+#include <utility>
+#include <vector>
+
+namespace qmx
+{
+
+/// The channels of one side made from the channels of the other.
+struct ChannelRoutes {
+    static constexpr SInt32 silence = -1;
+
+    UInt32 inputs = 0;
+    std::vector<SInt32> inputOf; ///< per output channel the input that feeds it, or `silence`
+    bool isMean = false;         ///< the single output is the mean of all inputs; `inputOf` is not used then
+
+    UInt32 outputs() const { return static_cast<UInt32>(inputOf.size()); }
+    bool isIdentity() const;
+
+    static ChannelRoutes identity(UInt32 channels);
+    /// One channel feeds all; many to one is the mean; otherwise channel i goes to i, extra outputs are silent and
+    /// extra inputs dropped.
+    static ChannelRoutes between(UInt32 inputs, UInt32 outputs);
+};
+
+/// Carries frames across routes and between interleaved and planar order. No allocation once made.
+template <class T> class ChannelMixer
+{
+public:
+    ChannelMixer(ChannelRoutes routes, bool fromInterleaved, bool toInterleaved)
+        : routes_(std::move(routes)), from_(fromInterleaved), to_(toInterleaved)
+    {
+    }
+
+    /// Planar sides hold `frames` values per channel, channel after channel.
+    void operator()(const T* in, T* out, std::size_t frames) const
+    {
+        if (routes_.isMean)
+            return mean(in, out, frames);
+        const Order inOrder(from_, routes_.inputs, frames), outOrder(to_, routes_.outputs(), frames);
+        for (UInt32 channel = 0; channel < routes_.outputs(); ++channel) {
+            const SInt32 source = routes_.inputOf[channel];
+            T* const target = out + channel * outOrder.channelStep;
+            if (source == ChannelRoutes::silence) {
+                for (std::size_t frame = 0; frame < frames; ++frame)
+                    target[frame * outOrder.frameStep] = T{0};
+                continue;
+            }
+            const T* const origin = in + static_cast<UInt32>(source) * inOrder.channelStep;
+            for (std::size_t frame = 0; frame < frames; ++frame)
+                target[frame * outOrder.frameStep] = origin[frame * inOrder.frameStep];
+        }
+    }
+
+private:
+    struct Order {
+        Order(bool interleaved, UInt32 channels, std::size_t frames)
+            : channelStep(interleaved ? 1 : frames), frameStep(interleaved ? channels : 1)
+        {
+        }
+        std::size_t channelStep, frameStep;
+    };
+
+    void mean(const T* in, T* out, std::size_t frames) const
+    {
+        const Order order(from_, routes_.inputs, frames);
+        using Sum = std::conditional_t<std::integral<T>, SInt64, Float64>;
+        for (std::size_t frame = 0; frame < frames; ++frame) {
+            Sum sum = 0;
+            for (UInt32 channel = 0; channel < routes_.inputs; ++channel)
+                sum += in[channel * order.channelStep + frame * order.frameStep];
+            const Float64 value = static_cast<Float64>(sum) / routes_.inputs;
+            if constexpr (std::integral<T>)
+                out[frame] = static_cast<T>(std::nearbyint(value));
+            else
+                out[frame] = static_cast<T>(value);
+        }
+    }
+
+    ChannelRoutes routes_;
+    bool from_, to_; // interleaved
+};
+
+} // namespace qmx

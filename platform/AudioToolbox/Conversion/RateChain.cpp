@@ -1,0 +1,100 @@
+// SPDX-License-Identifier: MIT
+#include "AudioToolbox/Conversion/RateChain.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace qmx
+{
+namespace
+{
+
+constexpr std::size_t blockSamples = 4096;
+
+/// Room beyond the exact ratio: lets what the filter gives in bursts catch up.
+constexpr UInt64 slackFrames = 16;
+
+PcmLayout doubles(UInt32 channels)
+{
+    return {{.coding = SampleCoding::floating, .bytes = 8, .bits = 64}, channels, true};
+}
+
+} // namespace
+
+RateChain::RateChain(const PcmLayout& source, Float64 sourceRate, const PcmLayout& target, Float64 targetRate)
+    : source_(source), middle_(doubles(std::min(source.channels, target.channels))), target_(target),
+      ratio_(targetRate / sourceRate), rate_(sourceRate, targetRate, middle_.channels)
+{
+    const std::size_t blockFrames = std::max<std::size_t>(64, blockSamples / middle_.channels);
+    // a block fed gives about a block taken
+    takeFrames_ = blockFrames;
+    feedFrames_ =
+        std::max<std::size_t>(1, static_cast<std::size_t>(static_cast<Float64>(blockFrames) / std::max(ratio_, 1.0)));
+    block_.resize(blockFrames * middle_.channels);
+    auto* const bytes = reinterpret_cast<std::byte*>(block_.data());
+    blockToRead_ = {{bytes}, middle_.planeFrameBytes(), blockFrames};
+    blockToWrite_ = {{bytes}, middle_.planeFrameBytes(), blockFrames};
+    route(ChannelRoutes::between(source.channels, target.channels));
+}
+
+void RateChain::route(const ChannelRoutes& routes)
+{
+    const ChannelRoutes unchanged = ChannelRoutes::identity(middle_.channels);
+    const bool mixesFirst = source_.channels > target_.channels;
+    toRate_ = FrameConverter::between(source_, middle_, mixesFirst ? routes : unchanged);
+    fromRate_ = FrameConverter::between(middle_, target_, mixesFirst ? unchanged : routes);
+}
+
+std::size_t RateChain::produce(SourceFrames& source, TargetFrames& target, std::size_t frames)
+{
+    std::size_t made = 0;
+    while (made < frames) {
+        const std::size_t taken = rate_.take(block_.data(), std::min(frames - made, takeFrames_));
+        if (taken > 0) {
+            fromRate_->convert(blockToRead_, target, taken);
+            target.advance(taken);
+            made += taken;
+        } else if (source.frames > 0) {
+            feedBlock(source);
+        } else {
+            break;
+        }
+    }
+    return made;
+}
+
+void RateChain::feedAll(SourceFrames& source)
+{
+    while (source.frames > 0)
+        feedBlock(source);
+}
+
+void RateChain::feedBlock(SourceFrames& source)
+{
+    const std::size_t length = std::min(source.frames, feedFrames_);
+    toRate_->convert(source, blockToWrite_, length);
+    source.advance(length);
+    rate_.feed(block_.data(), length);
+}
+
+UInt64 RateChain::outputFramesFor(UInt64 inputFrames) const
+{
+    return static_cast<UInt64>(std::ceil(static_cast<Float64>(inputFrames) * ratio_)) + slackFrames;
+}
+
+UInt64 RateChain::inputFramesFor(UInt64 outputFrames) const
+{
+    if (outputFrames < outputFramesFor(0))
+        return 0;
+    auto frames = static_cast<UInt64>(static_cast<Float64>(outputFrames - slackFrames) / ratio_) + 1;
+    while (frames > 0 && outputFramesFor(frames) > outputFrames)
+        --frames;
+    return frames;
+}
+
+UInt64 RateChain::inputFramesNeeded(UInt64 outputFrames) const
+{
+    return std::max<UInt64>(1, static_cast<UInt64>(std::ceil(static_cast<Float64>(outputFrames) / ratio_)));
+}
+
+} // namespace qmx

@@ -1,0 +1,60 @@
+// SPDX-License-Identifier: MIT
+// Sample-rate conversion of interleaved doubles as a stream. Allocates while it runs: not for render threads.
+#pragma once
+
+#include "CoreAudioTypes/MacTypes.h"
+
+#include <cstddef>
+#include <memory>
+
+struct soxr;
+
+namespace qmx
+{
+
+/// One stream at a time. The output is aligned with the input (no silence in front for the filter's delay), and a
+/// finished stream of n frames gives n times the ratio, to the nearest frame. In which pieces frames are fed and taken does not
+/// change the result.
+class RateConverter
+{
+public:
+    static constexpr UInt32 bestQuality = 127;
+    static constexpr UInt32 defaultQuality = 96;
+    /// Rates farther apart than this are not converted: the filter's memory grows with the ratio.
+    static constexpr Float64 highestRatio = 4096;
+
+    /// Rates in Hz.
+    RateConverter(Float64 inputRate, Float64 outputRate, UInt32 channels);
+
+    /// Whether it converts: false from the start for rates too far apart, later when memory was short.
+    bool isUsable() const;
+    /// Frames were fed since the stream began.
+    bool hasInput() const { return hasInput_; }
+    bool isFinished() const { return isFinished_; }
+
+    /// 0 to 127. Takes effect at once before anything was fed, else when the next stream begins.
+    void setQuality(UInt32 quality);
+    UInt32 quality() const { return quality_; }
+
+    /// Takes in all of `frames`, which belong to the stream that is open.
+    void feed(const Float64* frames, std::size_t count);
+    /// No more frames follow: what the filter holds can be taken now.
+    void finish();
+    /// Gives up to `count` frames that are ready; none means that more input is needed or, in a finished stream, the end.
+    std::size_t take(Float64* frames, std::size_t count);
+    /// Forgets the stream: the next frames begin a new one.
+    void restart();
+
+private:
+    struct Release {
+        void operator()(soxr* filter) const;
+    };
+
+    Float64 inputRate_, outputRate_;
+    UInt32 channels_;
+    UInt32 quality_ = defaultQuality;
+    bool hasInput_ = false, isFinished_ = false;
+    std::unique_ptr<soxr, Release> filter_;
+};
+
+} // namespace qmx

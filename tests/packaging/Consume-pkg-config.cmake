@@ -1,0 +1,18 @@
+# SPDX-License-Identifier: MIT
+include(${CMAKE_CURRENT_LIST_DIR}/Common.cmake)
+set(tree ${work}/${linkage}-pkg-config)
+file(REMOVE_RECURSE ${tree})
+extract_example(${tree}/example.cpp)
+
+file(GLOB_RECURSE pc_file ${work}/${linkage}/QMXCoreAudio.pc)
+cmake_path(GET pc_file PARENT_PATH pc_folder)
+cmake_path(GET pc_folder PARENT_PATH library_folder)
+set(ENV{PKG_CONFIG_PATH} ${pc_folder})
+set(ENV{LD_LIBRARY_PATH} ${library_folder})
+if(linkage STREQUAL static)
+    set(static --static)
+endif()
+run(flags pkg-config ${static} --cflags --libs QMXCoreAudio)
+separate_arguments(flags UNIX_COMMAND "${flags}")
+run(ignored ${compiler} -std=c++20 ${tree}/example.cpp -o ${tree}/example ${flags})
+check_example(${tree}/example)

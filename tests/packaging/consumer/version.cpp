@@ -1,0 +1,10 @@
+// SPDX-License-Identifier: MIT
+// The umbrella header without its folder.
+#include <QMXCoreAudio.h>
+
+#include <cstdio>
+
+int main()
+{
+    std::puts(qmx::version());
+}

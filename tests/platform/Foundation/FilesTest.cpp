@@ -1,0 +1,125 @@
+// SPDX-License-Identifier: MIT
+// File manager, file handles and references, on the machine's own file system and on the one in memory with its faults.
+#include "CoreServices/Files.h"
+#include "Foundation/FileHandle.h"
+#include "Foundation/FileManager.h"
+#include "Foundation/MemoryFileSystem.h"
+#include "support/MemoryDisk.h"
+#include "support/TemporaryFolder.h"
+
+#include <gtest/gtest.h>
+
+#include <cerrno>
+
+using qmx::FileManager;
+using Bytes = std::vector<std::uint8_t>;
+
+namespace
+{
+
+void write(const std::string& path, const Bytes& bytes)
+{
+    std::unique_ptr<qmx::File> file;
+    ASSERT_EQ(qmx::FileSystem::current().open(path, qmx::FileAccess::createNew, file), 0);
+    ASSERT_EQ(file->write(bytes.data(), bytes.size(), 0).error, 0);
+}
+
+Bytes contents(const std::string& path)
+{
+    const auto handle = qmx::FileHandle::fileHandleForReadingAtPath(path);
+    return handle ? handle->readDataToEndOfFile() : Bytes{};
+}
+
+} // namespace
+
+TEST(FileManager, MovesAndCopiesWithCodesAndNeverOntoWhatExists)
+{
+    qmx::test::MemoryDisk disk; // keeps attributes wherever the test runs
+    FileManager& manager = FileManager::defaultManager();
+    write("/a", {1, 2, 3});
+    write("/taken", {9});
+    ASSERT_TRUE(manager.changeFileAttributes_atPath(
+        {.NSFileHFSCreatorCode = 0x4b615274, .NSFileHFSTypeCode = {}, .NSFileSize = {}}, "/a"));
+    ASSERT_TRUE(manager.changeFileAttributes_atPath(
+        {.NSFileHFSCreatorCode = {}, .NSFileHFSTypeCode = 0x46464941, .NSFileSize = {}}, "/a"));
+    EXPECT_FALSE(manager.copyPath_toPath_handler("/a", "/taken", nullptr));
+    EXPECT_FALSE(manager.movePath_toPath_handler("/a", "/taken", nullptr));
+    EXPECT_EQ(contents("/taken"), Bytes{9});
+    ASSERT_TRUE(manager.copyPath_toPath_handler("/a", "/b", nullptr));
+    ASSERT_TRUE(manager.movePath_toPath_handler("/b", "/c", nullptr));
+    EXPECT_FALSE(manager.fileExistsAtPath("/b"));
+    EXPECT_EQ(contents("/c"), (Bytes{1, 2, 3}));
+    const auto attributes = manager.fileAttributesAtPath("/c");
+    EXPECT_EQ(attributes.NSFileHFSCreatorCode, 0x4b615274u);
+    EXPECT_EQ(attributes.NSFileHFSTypeCode, 0x46464941u);
+    EXPECT_EQ(attributes.NSFileSize, 3);
+}
+
+TEST(FileManager, RemovesACopyThatFailedHalfWay)
+{
+    qmx::test::MemoryDisk disk;
+    write("/a", Bytes(5000, 7));
+    disk.failChange(2, ENOSPC, 1000); // 1 creates the copy, 2 writes it
+    EXPECT_FALSE(FileManager::defaultManager().copyPath_toPath_handler("/a", "/b", nullptr));
+    EXPECT_FALSE(FileManager::defaultManager().fileExistsAtPath("/b"));
+    EXPECT_EQ(contents("/a").size(), 5000u);
+}
+
+TEST(FileManager, FindsCodesThatOtherToolsLeftInASidecar)
+{
+    qmx::test::MemoryDisk disk;
+    write("/d/song", {0});
+    Bytes sidecar{0, 5, 22, 7, 0, 2, 0, 0};
+    sidecar.resize(24, ' ');
+    for (const std::uint8_t byte : Bytes{0, 1, 0, 0, 0, 9, 0, 0, 0, 38, 0, 0, 0, 32})
+        sidecar.push_back(byte);
+    for (const char letter : {'A', 'I', 'F', 'F', 'T', 'E', 'S', 't'})
+        sidecar.push_back(static_cast<std::uint8_t>(letter));
+    sidecar.resize(38 + 32);
+    write("/d/._song", sidecar);
+    EXPECT_EQ(FileManager::defaultManager().fileAttributesAtPath("/d/song").NSFileHFSTypeCode, 0x41494646u);
+    write("/d/other", {0});
+    write("/d/._other", Bytes(sidecar.begin(), sidecar.begin() + 40)); // cut off inside the entry
+    EXPECT_FALSE(FileManager::defaultManager().fileAttributesAtPath("/d/other").NSFileHFSTypeCode);
+}
+
+TEST(FileHandle, ReadsWritesAndSeeksOnTheRealFileSystem)
+{
+    const qmx::test::TemporaryFolder folder;
+    const std::string path = folder.path("file");
+    EXPECT_EQ(qmx::FileHandle::fileHandleForUpdatingAtPath(path), nullptr) << "a missing file is not created";
+    EXPECT_EQ(qmx::FileHandle::fileHandleForReadingAtPath(folder.path("")), nullptr) << "a folder is no file";
+    write(path, {1, 2, 3, 4, 5});
+    const auto handle = qmx::FileHandle::fileHandleForUpdatingAtPath(path);
+    ASSERT_NE(handle, nullptr);
+    EXPECT_EQ(handle->readDataOfLength(2), (Bytes{1, 2}));
+    EXPECT_EQ(handle->seekToEndOfFile(), 5);
+    EXPECT_EQ(handle->writeData(Bytes{6}), 0);
+    handle->seekToFileOffset(4);
+    EXPECT_EQ(handle->readDataOfLength(SIZE_MAX), (Bytes{5, 6})) << "an absurd length costs no memory";
+    EXPECT_EQ(handle->truncateFileAtOffset(3), 0);
+    handle->closeFile();
+    EXPECT_EQ(handle->writeData(Bytes{7}), EBADF);
+    EXPECT_EQ(contents(path), (Bytes{1, 2, 3}));
+}
+
+TEST(FSRef, FollowsThePathAndIsEmptyForWhatIsMissing)
+{
+    const qmx::test::TemporaryFolder folder;
+    const auto makeRef = [](const std::string& path, FSRef& reference) {
+        return FSPathMakeRef(reinterpret_cast<const UInt8*>(path.c_str()), &reference, nullptr);
+    };
+    FSRef reference{"stale"};
+    EXPECT_EQ(makeRef(folder.path("none"), reference), fnfErr);
+    EXPECT_TRUE(reference.path.empty());
+    EXPECT_EQ(FSGetCatalogInfo(&reference, kFSCatInfoNone, nullptr, nullptr, nullptr, nullptr), errFSBadFSRef);
+    write(folder.path("file"), {1, 2});
+    ASSERT_EQ(makeRef(folder.path("./file"), reference), noErr);
+    FSSpec specification;
+    FSCatalogInfo info;
+    ASSERT_EQ(FSGetCatalogInfo(&reference, kFSCatInfoDataSizes, &info, nullptr, &specification, nullptr), noErr);
+    EXPECT_EQ(specification.name, "file");
+    EXPECT_EQ(info.dataLogicalSize, 2u);
+    UInt8 text[4];
+    EXPECT_EQ(FSRefMakePath(&reference, text, sizeof text), paramErr) << "no room for the path";
+}

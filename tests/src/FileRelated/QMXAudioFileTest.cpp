@@ -1,0 +1,298 @@
+// SPDX-License-Identifier: MIT
+#include "FileRelated/QMXAudioFile.h"
+
+#include "Formats/QMXAudioStreamBasicDescription.h"
+#include "support/CapturedLog.h"
+#include "support/MemoryDisk.h"
+
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <numeric>
+
+using Mode = QMXAudioFileAccessMode;
+using Format = QMXAudioStreamBasicDescription;
+using Bytes = std::vector<Byte>;
+
+namespace
+{
+
+constexpr UInt32 span = 786432; // of one cache buffer
+
+// Bytes that repeat nowhere near, so that a shifted or doubled piece is seen.
+Bytes pattern(std::size_t count, std::size_t start = 0)
+{
+    Bytes bytes(count);
+    for (std::size_t i = 0; i < count; ++i)
+        bytes[i] = static_cast<Byte>(((start + i) * 2654435761u) >> 13);
+    return bytes;
+}
+
+std::shared_ptr<QMXAudioFile> createdFile(const std::string& path, bool usesCache)
+{
+    auto file = QMXAudioFile::initWithPath_accessMode(path, Mode::write);
+    file->setFileStreamFormat(*Format::standardFormat(7));
+    file->setUseCache(usesCache);
+    EXPECT_TRUE(file->create());
+    return file;
+}
+
+bool writeAll(QMXAudioFile& file, const Bytes& bytes, std::size_t block)
+{
+    for (std::size_t at = 0; at < bytes.size(); at += block) {
+        auto length = static_cast<UInt32>(std::min(block, bytes.size() - at));
+        const UInt32 wanted = length;
+        if (!file.write_length(bytes.data() + at, &length) || length != wanted)
+            return false;
+    }
+    return true;
+}
+
+Bytes readAll(const std::string& path, bool usesCache, std::size_t block)
+{
+    const auto file = QMXAudioFile::initWithPath_accessMode(path, Mode::read);
+    file->setUseCache(usesCache);
+    EXPECT_TRUE(file->open());
+    Bytes all(file->lengthInBytes());
+    for (std::size_t at = 0; at < all.size();) {
+        auto length = static_cast<UInt32>(std::min(block, all.size() - at));
+        if (!file->read_length(all.data() + at, &length) || length == 0) {
+            ADD_FAILURE() << "read stopped at byte " << at << " of " << all.size();
+            return {};
+        }
+        at += length;
+    }
+    EXPECT_EQ(file->offset(), static_cast<SInt64>(all.size()));
+    return all;
+}
+
+} // namespace
+
+class AudioFile : public ::testing::Test
+{
+protected:
+    qmx::test::MemoryDisk disk;
+    qmx::test::CapturedLog log;
+};
+
+TEST_F(AudioFile, ClosedFilesAnswerAsDescribedPerOperation)
+{
+    const auto file = QMXAudioFile::initWithPath_accessMode("/d/none.aif", Mode::read);
+    EXPECT_EQ(file->name(), "none.aif");
+    EXPECT_EQ(file->fileType(), kAudioFileAIFFType);
+    Byte byte = 0;
+    UInt32 length = 1, packets = 1, bytes = 0;
+    EXPECT_TRUE(file->read_length(&byte, &length));
+    EXPECT_TRUE(file->write_length_atOffset(&byte, &length, 0));
+    EXPECT_FALSE(file->write_length(&byte, &length));
+    EXPECT_FALSE(file->readPackets_numBytes_outPacketDescriptions_numPackets(&byte, &bytes, nullptr, &packets));
+    EXPECT_EQ(length, 1u);
+    EXPECT_EQ(file->offset(), 0);
+    EXPECT_EQ(file->lengthInFrames() + file->lengthInMilliSeconds() + file->lengthInBytes(), 0u);
+    EXPECT_FALSE(file->formatIDName());
+    EXPECT_TRUE(file->close());
+    EXPECT_FALSE(file->open());
+    EXPECT_EQ(log.lines().size(), 4u) << "two lines with a status each";
+    EXPECT_EQ(log.lines().at(0), "QMXAudioFile: Error opening audio file in read mode");
+    EXPECT_EQ(log.lines().at(2), "QMXAudioFile: Error opening audio file");
+    EXPECT_FALSE(file->setFileStreamFormat(*Format::standardFormat(0))) << "not in mode read";
+    EXPECT_EQ(QMXAudioFile::initWithPath_accessMode({}, Mode::read)->path(), std::nullopt);
+}
+
+TEST_F(AudioFile, ReportsLengthsFormatAndType)
+{
+    disk.setContents("/d/.", {});
+    auto file = createdFile("/d/a.aif", false);
+    ASSERT_TRUE(writeAll(*file, pattern(1000000), 70000));
+    EXPECT_EQ(file->lengthInFrames(), 250000u);
+    EXPECT_EQ(file->lengthInMilliSeconds(), 5668u);
+    ASSERT_TRUE(file->close());
+    EXPECT_EQ(file->offset(), 0);
+
+    const auto attributes = qmx::FileManager::defaultManager().fileAttributesAtPath("/d/a.aif");
+    EXPECT_EQ(attributes.NSFileHFSCreatorCode, qmx::fourCharCode("KaRt"));
+    EXPECT_EQ(attributes.NSFileHFSTypeCode, qmx::fourCharCode("FFIA"));
+
+    file = QMXAudioFile::initWithPath_accessMode("/d/a.aif", Mode::read);
+    ASSERT_TRUE(file->open());
+    EXPECT_TRUE(file->fileStreamFormat()->isEqual(Format::standardFormat(7).get()));
+    EXPECT_EQ(file->fileType(), kAudioFileAIFFType);
+    EXPECT_EQ(file->lengthInBytes(), 1000000u);
+    EXPECT_EQ(file->formatIDName(), "Linear PCM");
+    EXPECT_NE(file->dumpDebugInfo().find("\n        lengthInFrames: 250000\n\n"), std::string::npos);
+    UInt32 size = 9;
+    EXPECT_EQ(file->magicCookie(&size), nullptr);
+    EXPECT_EQ(size, 0u);
+    EXPECT_EQ(QMXAudioFile::propertyName(kAudioFilePropertyMaximumPacketSize), "kAudioFilePropertyMaximumPacketSize");
+    EXPECT_EQ(QMXAudioFile::propertyName(qmx::fourCharCode("abcd")), "Unknown property: abcd");
+    EXPECT_TRUE(log.lines().empty());
+    QMXAudioFile::printOSStatusCode(kAudioFileOperationNotSupportedError);
+    QMXAudioFile::printOSStatusCode(qmx::statusCode("abcd"));
+    EXPECT_TRUE(log.has("OS Status: kAudioFileOperationNotSupportedError"));
+    EXPECT_TRUE(log.has("QMXAudioFile: OS Status: abcd (1633837924)"));
+}
+
+TEST_F(AudioFile, ModesAndFormatsFollowTheRules)
+{
+    disk.setContents("/d/.", {});
+    auto file = createdFile("/d/a", false);
+    EXPECT_FALSE(file->create()) << "already open";
+    EXPECT_TRUE(file->setFileStreamFormat(*Format::standardFormat(5))) << "an open file is closed and created anew";
+    EXPECT_TRUE(file->isOpen());
+    EXPECT_EQ(file->fileType(), kAudioFileAIFCType) << "floats need AIFF-C";
+    EXPECT_EQ(file->bitsPerChannel(), 32u);
+    file->setOffset(100);
+    EXPECT_EQ(file->offset(), 0) << "ignored while writing a new file";
+    file->changeAccessMode(Mode::read);
+    EXPECT_FALSE(file->isOpen());
+    ASSERT_TRUE(file->open());
+    file->setOffset(100);
+    EXPECT_EQ(file->offset(), 100);
+    ASSERT_TRUE(file->close());
+    file->changeAccessMode(Mode::write);
+    EXPECT_FALSE(file->setFileStreamFormat(*Format::standardFormat(7))) << "a closed file keeps its mode";
+    file->setFileType(kAudioFileWAVEType);
+    EXPECT_EQ(file->fileType(), kAudioFileWAVEType);
+}
+
+TEST_F(AudioFile, ReplacesOnlyWithAFormatAndKeepsTheOldFileOtherwise)
+{
+    disk.setContents("/d/a", pattern(5000));
+    auto file = QMXAudioFile::initWithPath_accessMode("/d/a", Mode::readWrite);
+    EXPECT_FALSE(file->open()) << "neither audio nor, without a format, to be created";
+    EXPECT_EQ(disk.contents("/d/a"), pattern(5000));
+    EXPECT_TRUE(log.has("QMXAudioFile: Error opening audio file in read/write mode"));
+    EXPECT_TRUE(log.has("QMXAudioFile: Error initializing audio file"));
+    EXPECT_TRUE(file->setFileStreamFormat(*Format::standardFormat(7)));
+    EXPECT_TRUE(file->open());
+}
+
+TEST_F(AudioFile, MovesWithItsFileAndFindsItAgain)
+{
+    disk.setContents("/d/.", {});
+    auto file = createdFile("/d/a.aif", false);
+    ASSERT_TRUE(writeAll(*file, pattern(400), 400));
+    ASSERT_TRUE(file->close());
+    ASSERT_TRUE(file->copyToPath_handler("/d/copy.aif", nullptr));
+    ASSERT_TRUE(file->moveToPath_handler("/d/b.aif", nullptr));
+    EXPECT_FALSE(file->moveToPath_handler("/d/copy.aif", nullptr));
+    EXPECT_EQ(file->name(), "b.aif");
+    EXPECT_EQ(readAll("/d/b.aif", false, 400), pattern(400));
+    EXPECT_EQ(readAll("/d/copy.aif", true, 399), pattern(400));
+}
+
+TEST_F(AudioFile, WritesAndReadsThroughTheCacheInAnyBlockSize)
+{
+    disk.setContents("/d/.", {});
+    const Bytes bytes = pattern(3 * span + 12344);
+    for (const std::size_t block :
+         {std::size_t{span}, std::size_t{span - 4}, std::size_t{2 * span + 8}, bytes.size(), std::size_t{50000}}) {
+        auto file = createdFile("/d/a", true);
+        ASSERT_TRUE(writeAll(*file, bytes, block)) << block;
+        EXPECT_EQ(file->lengthInBytes(), bytes.size()) << "cached bytes count";
+        ASSERT_TRUE(file->close());
+        ASSERT_EQ(readAll("/d/a", true, block), bytes) << block;
+    }
+    ASSERT_EQ(readAll("/d/a", false, 100000), bytes);
+}
+
+TEST_F(AudioFile, CachedWritesAtOtherOffsetsLandWhereTheyBelong)
+{
+    disk.setContents("/d/.", {});
+    auto file = createdFile("/d/a", true);
+    Bytes expected = pattern(4000);
+    ASSERT_TRUE(writeAll(*file, expected, 1000));
+    const Bytes piece = pattern(500, 99);
+    for (const SInt64 offset : {1000, 3000, 1200}) { // inside the span, ahead of it, back again
+        auto length = static_cast<UInt32>(piece.size());
+        ASSERT_TRUE(file->write_length_atOffset(piece.data(), &length, offset));
+        std::copy(piece.begin(), piece.end(), expected.begin() + offset);
+    }
+    ASSERT_TRUE(file->flush());
+    ASSERT_TRUE(writeAll(*file, pattern(100, 7), 100));
+    const Bytes tail = pattern(100, 7);
+    expected.insert(expected.end(), tail.begin(), tail.end());
+    ASSERT_TRUE(file->close());
+    EXPECT_EQ(readAll("/d/a", false, 4100), expected);
+}
+
+TEST_F(AudioFile, CachedReadsJumpAndSeeWhatWasWrittenInBetween)
+{
+    disk.setContents("/d/.", {});
+    Bytes bytes = pattern(4 * span);
+    {
+        auto file = createdFile("/d/a", true);
+        ASSERT_TRUE(writeAll(*file, bytes, 100000));
+        ASSERT_TRUE(file->close());
+    }
+    auto file = QMXAudioFile::initWithPath_accessMode("/d/a", Mode::readWrite);
+    file->setUseCache(true);
+    ASSERT_TRUE(file->open());
+    const auto expectAt = [&](SInt64 offset, UInt32 count) {
+        Bytes read(count);
+        UInt32 length = count;
+        ASSERT_TRUE(file->read_length_fromOffset(read.data(), &length, offset));
+        ASSERT_EQ(length, std::min<UInt32>(count, static_cast<UInt32>(4 * span - offset)));
+        ASSERT_TRUE(std::equal(read.begin(), read.begin() + length, bytes.begin() + offset)) << "at " << offset;
+    };
+    for (const SInt64 offset : {SInt64{0}, SInt64{span - 10}, SInt64{3 * span + 5}, SInt64{17}, SInt64{4 * span - 9}})
+        expectAt(offset, 1000);
+    const Bytes piece = pattern(600, 12345);
+    auto length = static_cast<UInt32>(piece.size());
+    expectAt(100, 10);
+    ASSERT_TRUE(file->write_length_atOffset(piece.data(), &length, 100));
+    std::copy(piece.begin(), piece.end(), bytes.begin() + 100);
+    expectAt(50, 1000);
+    Byte byte = 0;
+    length = 1;
+    EXPECT_FALSE(file->read_length_fromOffset(&byte, &length, 4 * span));
+    EXPECT_EQ(length, 0u);
+}
+
+TEST_F(AudioFile, AFailingDiskIsReportedOnceAndNeverHangs)
+{
+    disk.setContents("/d/.", {});
+    auto file = createdFile("/d/a", true);
+    disk.setCapacity(span / 2);
+    const Bytes block = pattern(100000);
+    int failures = 0;
+    for (int i = 0; i < 100; ++i) {
+        auto length = static_cast<UInt32>(block.size());
+        if (!file->write_length(block.data(), &length)) {
+            ++failures;
+            EXPECT_EQ(length, 0u);
+        }
+    }
+    EXPECT_GT(failures, 0);
+    EXPECT_LT(failures, 100) << "later calls start afresh";
+    EXPECT_FALSE(file->close()) << "bytes that were accepted are missing";
+    EXPECT_GE(readAll("/d/a", false, 100000).size(), 0u);
+
+    disk.clearFaults();
+    file = QMXAudioFile::initWithPath_accessMode("/d/a", Mode::read);
+    file->setUseCache(true);
+    ASSERT_TRUE(file->open());
+    disk.failReads(EIO);
+    Byte byte = 0;
+    UInt32 length = 1;
+    EXPECT_FALSE(file->read_length(&byte, &length));
+    EXPECT_EQ(length, 0u);
+    disk.clearFaults();
+    length = 1;
+    EXPECT_TRUE(file->read_length(&byte, &length)) << "the next call starts afresh";
+    EXPECT_EQ(byte, pattern(1)[0]);
+}
+
+TEST_F(AudioFile, AStalledDiskHoldsUpFlushOnlyBrieflyAndLosesNothing)
+{
+    disk.setContents("/d/.", {});
+    auto file = createdFile("/d/a", true);
+    const Bytes bytes = pattern(2 * span - 4);
+    disk.setStalled(true);
+    ASSERT_TRUE(writeAll(*file, bytes, span / 4)) << "one buffer waits for the disk, the other takes the rest";
+    disk.waitForStalledWrite();
+    EXPECT_TRUE(file->flush());
+    disk.setStalled(false);
+    ASSERT_TRUE(file->close());
+    EXPECT_EQ(readAll("/d/a", false, span), bytes);
+}

@@ -1,0 +1,17 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "Foundation/MemoryFileSystem.h"
+
+namespace qmx::test
+{
+
+/// A file system in memory that is the current one while it lives.
+class MemoryDisk : public MemoryFileSystem
+{
+public:
+    MemoryDisk() { FileSystem::setCurrent(this); }
+    ~MemoryDisk() override { FileSystem::setCurrent(nullptr); }
+};
+
+} // namespace qmx::test
