@@ -111,7 +111,7 @@ void run(const std::string& command, const TemporaryFolder& folder)
     const int status =
         std::system(("cd " + folder.path("") + " && " + command + " >" + log + " 2>&1 </dev/null").c_str());
     const ByteBlock text = contentsOf(log);
-    EXPECT_EQ(status, 0) << command << "\n" << std::string(text.begin(), text.end());
+    ASSERT_EQ(status, 0) << command << "\n" << std::string(text.begin(), text.end());
 }
 
 double toleranceOf(const AudioStreamBasicDescription& format)
@@ -226,6 +226,7 @@ TEST(AudioFileTools, OurFilesAreReadRightByThem)
         format.mSampleRate = 44100;
         return format;
     };
+    // some readers know neither the rarer types of AIFF-C nor RIFX
     enum : unsigned { sox = 1, ffmpeg = 2, sndfile = 4, all = 7 };
     const struct {
         AudioFileTypeID type;
@@ -243,26 +244,26 @@ TEST(AudioFileTools, OurFilesAreReadRightByThem)
         {kAudioFileAIFCType, "our.aifc", linear(14, 24, 2), all},
         {kAudioFileAIFCType, "our.aifc", linear(14, 32, 2), all},
         {kAudioFileAIFCType, "our.aifc", linear(12, 16, 2), all},
-        {kAudioFileAIFCType, "our.aifc", linear(12, 24, 2), all},
-        {kAudioFileAIFCType, "our.aifc", linear(12, 32, 2), all},
-        {kAudioFileAIFCType, "our.aifc", linear(8, 8, 2), all},
+        {kAudioFileAIFCType, "our.aifc", linear(12, 24, 2), sndfile},
+        {kAudioFileAIFCType, "our.aifc", linear(12, 32, 2), sndfile},
+        {kAudioFileAIFCType, "our.aifc", linear(8, 8, 2), ffmpeg | sndfile},
         {kAudioFileAIFCType, "our.aifc", linear(11, 32, 2), all},
         {kAudioFileAIFCType, "our.aifc", linear(11, 64, 2), all},
-        {kAudioFileAIFCType, "our.aifc", at44100(companded(kAudioFormatULaw, 2)), all},
-        {kAudioFileAIFCType, "our.aifc", at44100(companded(kAudioFormatALaw, 2)), all},
+        {kAudioFileAIFCType, "our.aifc", at44100(companded(kAudioFormatULaw, 2)), ffmpeg | sndfile},
+        {kAudioFileAIFCType, "our.aifc", at44100(companded(kAudioFormatALaw, 2)), ffmpeg | sndfile},
         {kAudioFileWAVEType, "our.wav", linear(8, 8, 2), all},
         {kAudioFileWAVEType, "our.wav", linear(12, 16, 2), all},
         {kAudioFileWAVEType, "our.wav", linear(12, 24, 2), all},
         {kAudioFileWAVEType, "our.wav", linear(12, 32, 2), all},
-        {kAudioFileWAVEType, "our.wav", linear(12, 20, 2), all},
+        {kAudioFileWAVEType, "our.wav", linear(12, 20, 2), ffmpeg | sndfile},
         {kAudioFileWAVEType, "our.wav", linear(9, 32, 2), all},
         {kAudioFileWAVEType, "our.wav", linear(9, 64, 2), all},
         {kAudioFileWAVEType, "our.wav", at44100(companded(kAudioFormatULaw, 2)), all},
         {kAudioFileWAVEType, "our.wav", at44100(companded(kAudioFormatALaw, 2)), all},
-        {kAudioFileWAVEType, "our.wav", linear(14, 16, 2), all},
-        {kAudioFileWAVEType, "our.wav", linear(14, 24, 2), all},
-        {kAudioFileWAVEType, "our.wav", linear(14, 32, 2), all},
-        {kAudioFileWAVEType, "our.wav", linear(11, 32, 2), all},
+        {kAudioFileWAVEType, "our.wav", linear(14, 16, 2), sox | sndfile},
+        {kAudioFileWAVEType, "our.wav", linear(14, 24, 2), sox | sndfile},
+        {kAudioFileWAVEType, "our.wav", linear(14, 32, 2), sox | sndfile},
+        {kAudioFileWAVEType, "our.wav", linear(11, 32, 2), sox | sndfile},
     };
     const struct {
         unsigned bit;
