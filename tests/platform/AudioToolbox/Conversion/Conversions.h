@@ -25,6 +25,11 @@ inline AudioStreamBasicDescription pcm(UInt32 bits, AudioFormatFlags flags, UInt
     return {rate, kAudioFormatLinearPCM, flags, frameBytes, 1, frameBytes, channels, bits, 0};
 }
 
+template <class T> void append(std::vector<T>& all, const std::vector<T>& more)
+{
+    all.insert(all.end(), more.begin(), more.end());
+}
+
 /// A converter, disposed of at the end.
 class Conversion
 {
@@ -59,7 +64,7 @@ public:
     {
         std::vector<Out> all, part;
         while (!(part = call<Out>(0, nullptr, 800)).empty())
-            all.insert(all.end(), part.begin(), part.end());
+            append(all, part);
         return all;
     }
 

@@ -29,19 +29,13 @@ AudioStreamBasicDescription doubles(Float64 rate, UInt32 channels = 1)
     return pcm(64, nativeFloat, channels, rate);
 }
 
-void append(Signal& signal, const Signal& more)
-{
-    signal.insert(signal.end(), more.begin(), more.end());
-}
-
 /// All of `input`, fed in pieces of the given sizes in turn, and drained.
 Signal resampled(Conversion& conversion, const Signal& input, const std::vector<std::size_t>& pieces)
 {
     Signal output;
     for (std::size_t at = 0, turnOf = 0; at < input.size(); ++turnOf) {
         const std::size_t length = std::min(pieces[turnOf % pieces.size()], input.size() - at);
-        const auto first = input.begin() + static_cast<std::ptrdiff_t>(at);
-        append(output, conversion.operator()<Float64>(Signal(first, first + static_cast<std::ptrdiff_t>(length))));
+        append(output, conversion.operator()<Float64>(Signal(&input[at], &input[at] + length)));
         at += length;
     }
     append(output, conversion.drained<Float64>());
@@ -55,33 +49,24 @@ Signal resampled(Float64 from, Float64 to, const Signal& input, UInt32 quality =
     return resampled(conversion, input, {input.size()});
 }
 
-Float64 decibels(Float64 ratio)
-{
-    return 20 * std::log10(ratio);
-}
-
-/// The error against the same tone at the new rate, in dB below it, away from the ends.
+/// The error against the same tone at the new rate, in dB of it, away from the ends.
 Float64 errorOf(Float64 frequency, Float64 from, Float64 to, UInt32 quality)
 {
     const Signal output = resampled(from, to, sine(frequency, from, 30000), quality);
     const Signal ideal = sine(frequency, to, output.size());
-    Float64 error = 0, power = 0;
-    for (std::size_t i = 2000; i < output.size() - 2000; ++i) {
+    Float64 error = 0;
+    for (std::size_t i = 2000; i < output.size() - 2000; ++i)
         error += (output[i] - ideal[i]) * (output[i] - ideal[i]);
-        power += ideal[i] * ideal[i];
-    }
-    return decibels(std::sqrt(error / power));
+    return 10 * std::log10(error / (static_cast<Float64>(output.size() - 4000) / 2));
 }
 
 } // namespace
 
 TEST(RateChain, ATonePassesUnchangedAndInPhase)
 {
-    for (const auto& [from, to] : {std::pair{44100.0, 48000.0}, {48000.0, 44100.0}}) {
-        EXPECT_LT(errorOf(997, from, to, 96), -130) << from;
-        EXPECT_LT(errorOf(997, from, to, 127), -150) << from;
-        EXPECT_LT(errorOf(997, from, to, 64), -85) << from;
-        EXPECT_LT(errorOf(997, from, to, 0), -30) << from;
+    for (const auto& [quality, limit] : {std::pair{96u, -130}, {127u, -150}, {64u, -85}, {0u, -30}}) {
+        EXPECT_LT(errorOf(997, 44100, 48000, quality), limit);
+        EXPECT_LT(errorOf(997, 48000, 44100, quality), limit);
     }
 }
 
@@ -96,7 +81,7 @@ TEST(RateChain, AToneOfTwentyKilohertzLeavesNoImageAtTheDefaultQuality)
     };
     EXPECT_NEAR(1, level(20000), 1e-3);
     for (Float64 frequency = 20100; frequency < 24000; frequency += 100) // 23900: the image of 44100 - 20000
-        EXPECT_LT(decibels(level(frequency)), -130) << frequency;
+        EXPECT_LT(20 * std::log10(level(frequency)), -130) << frequency;
 }
 
 TEST(RateChain, ChunksLeaveNoTraceAndTheTotalIsTheRatioOfAllInput)
@@ -123,18 +108,11 @@ TEST(RateChain, TheRoomAskedForIsEnoughAndLessIsRefusedWithoutTakingAnything)
     const Signal input = sine(1000, 44100, 1000);
     UInt32 room = conversion.get(kAudioConverterPropertyCalculateOutputBufferSize, 8000);
     EXPECT_GE(8000u, conversion.get(kAudioConverterPropertyCalculateInputBufferSize, room));
-    EXPECT_LT(8000u, conversion.get(kAudioConverterPropertyCalculateInputBufferSize, room + 16));
     Signal output(2000);
-    UInt32 less = room - 8;
+    room -= 8;
     EXPECT_EQ(kAudioConverterErr_InvalidOutputSize,
-              AudioConverterConvertBuffer(conversion.ref, 8000, input.data(), &less, output.data()));
+              AudioConverterConvertBuffer(conversion.ref, 8000, input.data(), &room, output.data()));
     EXPECT_EQ(resampled(44100, 48000, input), resampled(conversion, input, {1000}));
-
-    const UInt32 tooMuch = 0xFFFFFFF8;
-    UInt32 size = sizeof(UInt32), value = tooMuch;
-    EXPECT_EQ(
-        kAudioConverterErr_InvalidOutputSize,
-        AudioConverterGetProperty(conversion.ref, kAudioConverterPropertyCalculateOutputBufferSize, &size, &value));
 }
 
 TEST(RateChain, QualityWaitsForTheNextStreamOnceDataWereFed)
@@ -143,8 +121,8 @@ TEST(RateChain, QualityWaitsForTheNextStreamOnceDataWereFed)
     const Signal low = resampled(44100, 48000, input, 0), high = resampled(44100, 48000, input, 127);
     Conversion conversion(doubles(44100), doubles(48000));
     EXPECT_EQ(96u, conversion.get(kAudioConverterSampleRateConverterQuality));
-    EXPECT_EQ(kAudio_ParamError, conversion.set(kAudioConverterSampleRateConverterQuality, 128));
     conversion.set(kAudioConverterSampleRateConverterQuality, 0);
+    EXPECT_EQ(kAudio_ParamError, conversion.set(kAudioConverterSampleRateConverterQuality, 128));
     Signal output = conversion.operator()<Float64>(input);
     conversion.set(kAudioConverterSampleRateConverterQuality, 127);
     append(output, conversion.drained<Float64>());
