@@ -66,6 +66,14 @@ inline constexpr AudioFilePropertyID kAudioFilePropertyID3Tag = qmx::fourCharCod
 inline constexpr AudioFilePropertyID kAudioFilePropertySourceBitDepth = qmx::fourCharCode("sbtd");
 inline constexpr AudioFilePropertyID kAudioFilePropertyAlbumArtwork = qmx::fourCharCode("aart");
 
+/// The value of kAudioFilePropertyPacketToFrame and kAudioFilePropertyFrameToPacket: what is asked for on entry, with the answer
+/// on return.
+struct AudioFramePacketTranslation {
+    SInt64 mFrame = 0;
+    SInt64 mPacket = 0;
+    UInt32 mFrameOffsetInPacket = 0;
+};
+
 inline constexpr SInt8 fsCurPerm = 0;
 inline constexpr SInt8 fsRdPerm = 1;
 inline constexpr SInt8 fsWrPerm = 2;

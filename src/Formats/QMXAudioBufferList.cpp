@@ -5,28 +5,18 @@
 #include <cstddef>
 #include <cstdlib>
 #include <cstring>
-#include <span>
 
 namespace
 {
 
 constexpr UInt32 kTooLarge = UINT32_MAX;
 
-std::span<AudioBuffer> buffersOf(AudioBufferList* list)
-{
-    return list ? std::span(list->mBuffers, list->mNumberBuffers) : std::span<AudioBuffer>();
-}
-
-std::span<const AudioBuffer> buffersOf(const AudioBufferList* list)
-{
-    return list ? std::span(list->mBuffers, list->mNumberBuffers) : std::span<const AudioBuffer>();
-}
-
 // Only the first buffers are compared; further ones are taken to match, which is intended.
-bool haveSameShape(std::span<const AudioBuffer> a, std::span<const AudioBuffer> b)
+bool haveSameShape(const AudioBufferList* a, const AudioBufferList* b)
 {
-    return a.size() == b.size() && !a.empty() && a.front().mDataByteSize == b.front().mDataByteSize &&
-           a.front().mNumberChannels == b.front().mNumberChannels;
+    return a && b && a->mNumberBuffers == b->mNumberBuffers && a->mNumberBuffers > 0 &&
+           a->mBuffers[0].mDataByteSize == b->mBuffers[0].mDataByteSize &&
+           a->mBuffers[0].mNumberChannels == b->mBuffers[0].mNumberChannels;
 }
 
 } // namespace
@@ -47,8 +37,8 @@ AudioBufferList* QMXAudioBufferList::allocateBuffers_channelsPerBuffer_dataByteS
     if (!list)
         return nullptr;
     list->mNumberBuffers = count;
-    for (AudioBuffer& buffer : buffersOf(list))
-        buffer = {.mNumberChannels = channels, .mDataByteSize = bytes, .mData = std::calloc(1, bytes)};
+    for (UInt32 i = 0; i < count; ++i)
+        list->mBuffers[i] = {.mNumberChannels = channels, .mDataByteSize = bytes, .mData = std::calloc(1, bytes)};
     return list;
 }
 
@@ -65,25 +55,30 @@ AudioBufferList* QMXAudioBufferList::duplicate(const AudioBufferList* list)
 
 void QMXAudioBufferList::copyBuffer_toBuffer(const AudioBufferList* source, AudioBufferList* destination)
 {
-    const std::span<const AudioBuffer> from = buffersOf(source);
-    const std::span<AudioBuffer> to = buffersOf(destination);
-    if (!haveSameShape(from, to))
+    if (!haveSameShape(source, destination))
         return;
-    for (std::size_t i = 0; i < from.size(); ++i)
-        if (from[i].mData && to[i].mData)
-            std::memcpy(to[i].mData, from[i].mData, std::min(from[i].mDataByteSize, to[i].mDataByteSize));
+    for (UInt32 i = 0; i < source->mNumberBuffers; ++i) {
+        const AudioBuffer& from = source->mBuffers[i];
+        const AudioBuffer& to = destination->mBuffers[i];
+        if (from.mData && to.mData)
+            std::memcpy(to.mData, from.mData, std::min(from.mDataByteSize, to.mDataByteSize));
+    }
 }
 
 void QMXAudioBufferList::clear(AudioBufferList* list)
 {
-    for (const AudioBuffer& buffer : buffersOf(list))
-        if (buffer.mData)
-            std::memset(buffer.mData, 0, buffer.mDataByteSize);
+    if (!list)
+        return;
+    for (UInt32 i = 0; i < list->mNumberBuffers; ++i)
+        if (list->mBuffers[i].mData)
+            std::memset(list->mBuffers[i].mData, 0, list->mBuffers[i].mDataByteSize);
 }
 
 void QMXAudioBufferList::destroyBuffers(AudioBufferList* list)
 {
-    for (const AudioBuffer& buffer : buffersOf(list))
-        std::free(buffer.mData);
+    if (!list)
+        return;
+    for (UInt32 i = 0; i < list->mNumberBuffers; ++i)
+        std::free(list->mBuffers[i].mData);
     std::free(list);
 }

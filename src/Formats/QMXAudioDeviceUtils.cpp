@@ -4,7 +4,8 @@
 #include "Foundation/Format.h"
 
 #include <algorithm>
-#include <span>
+#include <cstddef>
+#include <iterator>
 
 namespace
 {
@@ -126,10 +127,10 @@ constexpr CodeText kPropertyNames[] = {
 #undef QMX_NAMED
 
 /// The code's text, null where the table has none.
-const char* find(std::span<const CodeText> table, UInt32 code)
+template <std::size_t count> const char* find(const CodeText (&table)[count], UInt32 code)
 {
-    const auto entry = std::ranges::find(table, code, &CodeText::code);
-    return entry == table.end() ? nullptr : entry->text;
+    const CodeText* entry = std::ranges::find(table, code, &CodeText::code);
+    return entry == std::end(table) ? nullptr : entry->text;
 }
 
 /// The code's four bytes from the most significant down, in quotes.

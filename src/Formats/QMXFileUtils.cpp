@@ -17,11 +17,11 @@ bool QMXFileUtils::makeFSRef_fromPath(FSRef* reference, const std::string& path)
     return FSPathMakeRef(makeUnicode(path).get(), reference, nullptr) == noErr;
 }
 
-bool QMXFileUtils::makeFSSpec_fromPath(FSSpec* specification, const std::string& path)
+bool QMXFileUtils::makeFSSpec_fromPath(FSSpec* item, const std::string& path)
 {
     FSRef reference;
     return makeFSRef_fromPath(&reference, path) &&
-           FSGetCatalogInfo(&reference, kFSCatInfoNone, nullptr, nullptr, specification, nullptr) == noErr;
+           FSGetCatalogInfo(&reference, kFSCatInfoNone, nullptr, nullptr, item, nullptr) == noErr;
 }
 
 void QMXFileUtils::changeCreatorAndType_creator_fileType(const std::string& path, OSType creator, OSType fileType)

@@ -16,7 +16,7 @@ public:
     /// Makes a reference to the existing item at `path`; false, and an empty reference, where there is none.
     static bool makeFSRef_fromPath(FSRef* reference, const std::string& path);
     /// Makes directory and name of the existing item at `path`; false where there is none.
-    static bool makeFSSpec_fromPath(FSSpec* specification, const std::string& path);
+    static bool makeFSSpec_fromPath(FSSpec* item, const std::string& path);
     /// Tags the file with two four-character codes. Where the file system keeps none, nothing happens.
     static void changeCreatorAndType_creator_fileType(const std::string& path, OSType creator, OSType fileType);
 };

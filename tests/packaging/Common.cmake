@@ -14,9 +14,9 @@ endfunction()
 
 # Installs the build tree at `tree` as work/<linkage>. It is installed elsewhere and moved there, as packagers do.
 function(install_as linkage tree)
-    file(REMOVE_RECURSE ${work}/stage ${work}/${linkage})
-    run(ignored ${CMAKE_COMMAND} --install ${tree} --prefix ${work}/stage)
-    file(RENAME ${work}/stage ${work}/${linkage})
+    file(REMOVE_RECURSE ${work}/stage-${linkage} ${work}/${linkage})
+    run(ignored ${CMAKE_COMMAND} --install ${tree} --prefix ${work}/stage-${linkage})
+    file(RENAME ${work}/stage-${linkage} ${work}/${linkage})
 endfunction()
 
 # Writes the one C++ example of README.md to `file`.

@@ -69,14 +69,14 @@ TEST_F(FileUtils, ResolveOnlyWhatExists)
     FSRef reference;
     EXPECT_TRUE(QMXFileUtils::makeFSRef_fromPath(&reference, "/music/side a.aif"));
     EXPECT_EQ(reference.path, "/music/side a.aif");
-    FSSpec specification;
-    EXPECT_TRUE(QMXFileUtils::makeFSSpec_fromPath(&specification, "/music/side a.aif"));
-    EXPECT_EQ(specification.name, "side a.aif");
-    EXPECT_EQ(specification.parentPath, "/music");
+    FSSpec item;
+    EXPECT_TRUE(QMXFileUtils::makeFSSpec_fromPath(&item, "/music/side a.aif"));
+    EXPECT_EQ(item.name, "side a.aif");
+    EXPECT_EQ(item.parentPath, "/music");
 
     EXPECT_FALSE(QMXFileUtils::makeFSRef_fromPath(&reference, "/music/side b.aif"));
     EXPECT_EQ(reference.path, "");
-    EXPECT_FALSE(QMXFileUtils::makeFSSpec_fromPath(&specification, "/music/side b.aif"));
+    EXPECT_FALSE(QMXFileUtils::makeFSSpec_fromPath(&item, "/music/side b.aif"));
 }
 
 TEST_F(FileUtils, StampCreatorAndTypeAndIgnoreFailure)

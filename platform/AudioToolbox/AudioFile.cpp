@@ -1,0 +1,265 @@
+// SPDX-License-Identifier: MIT
+// Opening, creating and checking of arguments; all that concerns the file's contents is the container's.
+#include "AudioToolbox/AudioFile.h"
+
+#include "AudioToolbox/Containers/ContainerProperties.h"
+#include "AudioToolbox/Containers/ContainerTable.h"
+
+#include <array>
+#include <cerrno>
+#include <mutex>
+
+struct OpaqueAudioFileID {
+    std::unique_ptr<qmx::Container> container;
+    bool mayRead = true;
+    bool mayWrite = false;
+    std::mutex mutex; // a cache thread and the caller may transfer at once
+};
+
+namespace
+{
+
+using qmx::Container;
+using qmx::ContainerKind;
+using qmx::File;
+using qmx::FileAccess;
+using qmx::FileSystem;
+using qmx::SystemError;
+
+bool isPermission(SInt8 permissions)
+{
+    return permissions >= fsCurPerm && permissions <= fsRdWrPerm;
+}
+
+bool forbidsWriting(SystemError error)
+{
+    return error == EACCES || error == EPERM || error == EROFS || error == ETXTBSY;
+}
+
+// fsCurPerm: for writing where that is allowed, else for reading.
+SystemError openFile(const std::string& path, SInt8 permissions, std::unique_ptr<File>& file, bool& forWriting)
+{
+    forWriting = permissions != fsRdPerm;
+    if (forWriting) {
+        const SystemError error = FileSystem::current().open(path, FileAccess::readWrite, file);
+        if (permissions != fsCurPerm || !forbidsWriting(error))
+            return error;
+        forWriting = false;
+    }
+    return FileSystem::current().open(path, FileAccess::read, file);
+}
+
+OSStatus findKind(File& file, const ContainerKind*& kind)
+{
+    std::array<UInt8, qmx::recognitionBytes> head{};
+    const qmx::Transfer done = file.read(head.data(), head.size(), 0);
+    if (done.error != 0)
+        return qmx::statusForSystemError(done.error);
+    kind = qmx::kindForContents(head.data());
+    return kind ? noErr : kAudioFileUnsupportedFileTypeError;
+}
+
+// Whether a file of this type and format can be made; says so before a disk is touched.
+OSStatus checkNewFile(AudioFileTypeID type, const AudioStreamBasicDescription* format, UInt32 flags,
+                      const ContainerKind*& kind)
+{
+    if (flags != 0)
+        return paramErr;
+    kind = qmx::kindForType(type);
+    if (!kind || !kind->create)
+        return kAudioFileUnsupportedFileTypeError;
+    return format && kind->holds(*format) ? noErr : kAudioFileUnsupportedDataFormatError;
+}
+
+AudioFileID handleFor(std::unique_ptr<Container> container, bool mayRead, bool mayWrite)
+{
+    auto* const file = new OpaqueAudioFileID;
+    file->container = std::move(container);
+    file->mayRead = mayRead;
+    file->mayWrite = mayWrite;
+    return file;
+}
+
+bool isUsableName(const std::string& name)
+{
+    return !name.empty() && name.find('/') == std::string::npos && name.find('\0') == std::string::npos;
+}
+
+std::string pathOf(const FSRef& directory, const std::string& name)
+{
+    return directory.path.ends_with('/') ? directory.path + name : directory.path + '/' + name;
+}
+
+// Checks what all transfers have in common, and makes one under the file's lock. `count` is 0 where none was made.
+template <class Call>
+OSStatus transfer(AudioFileID file, bool OpaqueAudioFileID::*isAllowed, SInt64 start, UInt32* count, const void* buffer,
+                  Call call)
+{
+    if (!file || !count || (!buffer && *count > 0))
+        return paramErr;
+    OSStatus status = noErr;
+    if (!(file->*isAllowed))
+        status = kAudioFilePermissionsError;
+    else if (start < 0)
+        status = kAudioFilePositionError;
+    if (status != noErr) {
+        *count = 0;
+        return status;
+    }
+    const std::scoped_lock lock(file->mutex);
+    return call(*file->container);
+}
+
+} // namespace
+
+OSStatus AudioFileOpen(const FSRef* reference, SInt8 permissions, AudioFileTypeID, AudioFileID* file)
+{
+    if (!file)
+        return paramErr;
+    *file = nullptr;
+    if (!reference || !isPermission(permissions))
+        return paramErr;
+    if (reference->path.empty())
+        return fnfErr;
+    std::unique_ptr<File> opened;
+    bool forWriting = false;
+    if (const SystemError error = openFile(reference->path, permissions, opened, forWriting); error != 0)
+        return qmx::statusForSystemError(error);
+    const ContainerKind* kind = nullptr;
+    if (const OSStatus status = findKind(*opened, kind); status != noErr)
+        return status;
+    std::unique_ptr<Container> container;
+    if (const OSStatus status = kind->open(std::move(opened), forWriting, container); status != noErr)
+        return status;
+    *file = handleFor(std::move(container), permissions != fsWrPerm, forWriting);
+    return noErr;
+}
+
+OSStatus AudioFileCreate(const FSRef* parent, CFStringRef name, AudioFileTypeID type,
+                         const AudioStreamBasicDescription* format, UInt32 flags, FSRef* newFile, AudioFileID* file)
+{
+    if (!file)
+        return paramErr;
+    *file = nullptr;
+    if (!parent || parent->path.empty())
+        return paramErr;
+    const ContainerKind* kind = nullptr;
+    if (const OSStatus status = checkNewFile(type, format, flags, kind); status != noErr)
+        return status;
+    const std::string text = CFStringGetText(name);
+    if (!isUsableName(text))
+        return bdNamErr;
+    const std::string path = pathOf(*parent, text);
+    std::unique_ptr<File> created;
+    if (const SystemError error = FileSystem::current().open(path, FileAccess::createNew, created); error != 0)
+        return qmx::statusForSystemError(error);
+    std::unique_ptr<Container> container;
+    if (const OSStatus status = kind->create(std::move(created), *format, container); status != noErr) {
+        FileSystem::current().remove(path);
+        return status;
+    }
+    if (newFile)
+        newFile->path = path;
+    *file = handleFor(std::move(container), true, true);
+    return noErr;
+}
+
+OSStatus AudioFileInitialize(const FSRef* reference, AudioFileTypeID type, const AudioStreamBasicDescription* format,
+                             UInt32 flags, AudioFileID* file)
+{
+    if (!file)
+        return paramErr;
+    *file = nullptr;
+    if (!reference)
+        return paramErr;
+    const ContainerKind* kind = nullptr;
+    if (const OSStatus status = checkNewFile(type, format, flags, kind); status != noErr)
+        return status;
+    if (reference->path.empty())
+        return fnfErr;
+    std::unique_ptr<File> opened;
+    if (const SystemError error = FileSystem::current().open(reference->path, FileAccess::readWrite, opened);
+        error != 0)
+        return qmx::statusForSystemError(error);
+    std::unique_ptr<Container> container;
+    if (const OSStatus status = kind->create(std::move(opened), *format, container); status != noErr)
+        return status;
+    *file = handleFor(std::move(container), true, true);
+    return noErr;
+}
+
+OSStatus AudioFileClose(AudioFileID file)
+{
+    if (!file)
+        return paramErr;
+    const OSStatus status = file->mayWrite ? file->container->finish() : noErr;
+    delete file;
+    return status;
+}
+
+OSStatus AudioFileReadBytes(AudioFileID file, Boolean, SInt64 start, UInt32* byteCount, void* buffer)
+{
+    return transfer(file, &OpaqueAudioFileID::mayRead, start, byteCount, buffer, [&](Container& container) {
+        return container.readBytes(static_cast<UInt64>(start), *byteCount, buffer);
+    });
+}
+
+OSStatus AudioFileWriteBytes(AudioFileID file, Boolean, SInt64 start, UInt32* byteCount, const void* buffer)
+{
+    return transfer(file, &OpaqueAudioFileID::mayWrite, start, byteCount, buffer, [&](Container& container) {
+        return container.writeBytes(static_cast<UInt64>(start), *byteCount, buffer);
+    });
+}
+
+OSStatus AudioFileReadPackets(AudioFileID file, Boolean, UInt32* byteCount, AudioStreamPacketDescription* descriptions,
+                              SInt64 start, UInt32* packetCount, void* buffer)
+{
+    if (!byteCount)
+        return paramErr;
+    *byteCount = 0;
+    return transfer(file, &OpaqueAudioFileID::mayRead, start, packetCount, buffer, [&](Container& container) {
+        return container.readPackets(static_cast<UInt64>(start), *packetCount, *byteCount, descriptions, buffer);
+    });
+}
+
+OSStatus AudioFileWritePackets(AudioFileID file, Boolean, UInt32 byteCount,
+                               const AudioStreamPacketDescription* descriptions, SInt64 start, UInt32* packetCount,
+                               const void* buffer)
+{
+    return transfer(file, &OpaqueAudioFileID::mayWrite, start, packetCount, buffer, [&](Container& container) {
+        return container.writePackets(static_cast<UInt64>(start), *packetCount, byteCount, descriptions, buffer);
+    });
+}
+
+OSStatus AudioFileGetPropertyInfo(AudioFileID file, AudioFilePropertyID property, UInt32* size, UInt32* isWritable)
+{
+    if (!file)
+        return paramErr;
+    const std::scoped_lock lock(file->mutex);
+    UInt32 found = 0;
+    bool canBeSet = false;
+    const OSStatus status = qmx::containerPropertyInfo(*file->container, property, found, canBeSet);
+    if (size)
+        *size = status == noErr ? found : 0;
+    if (isWritable)
+        *isWritable = status == noErr && file->mayWrite && canBeSet;
+    return status;
+}
+
+OSStatus AudioFileGetProperty(AudioFileID file, AudioFilePropertyID property, UInt32* size, void* value)
+{
+    if (!file || !size || !value)
+        return paramErr;
+    const std::scoped_lock lock(file->mutex);
+    return qmx::containerProperty(*file->container, property, *size, value);
+}
+
+OSStatus AudioFileSetProperty(AudioFileID file, AudioFilePropertyID property, UInt32 size, const void* value)
+{
+    if (!file || (!value && size > 0))
+        return paramErr;
+    if (!file->mayWrite)
+        return kAudioFilePermissionsError;
+    const std::scoped_lock lock(file->mutex);
+    return qmx::setContainerProperty(*file->container, property, size, value);
+}

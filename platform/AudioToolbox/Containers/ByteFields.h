@@ -1,0 +1,92 @@
+// SPDX-License-Identifier: MIT
+// Integers of a chosen byte order in blocks of bytes.
+#pragma once
+
+#include "CoreAudioTypes/MacTypes.h"
+
+#include <cstddef>
+#include <span>
+#include <string_view>
+#include <vector>
+
+namespace qmx
+{
+
+using Bytes = std::vector<UInt8>;
+
+enum class ByteOrder { big, little };
+
+/// The unsigned integer of `width` bytes at `bytes`.
+inline UInt64 loadInteger(const UInt8* bytes, std::size_t width, ByteOrder order)
+{
+    UInt64 value = 0;
+    for (std::size_t i = 0; i < width; ++i)
+        value = (value << 8) | bytes[order == ByteOrder::big ? i : width - 1 - i];
+    return value;
+}
+
+inline UInt16 load16(const UInt8* bytes, ByteOrder order)
+{
+    return static_cast<UInt16>(loadInteger(bytes, 2, order));
+}
+
+inline UInt32 load32(const UInt8* bytes, ByteOrder order)
+{
+    return static_cast<UInt32>(loadInteger(bytes, 4, order));
+}
+
+inline UInt64 load64(const UInt8* bytes, ByteOrder order)
+{
+    return loadInteger(bytes, 8, order);
+}
+
+inline void storeInteger(UInt8* bytes, UInt64 value, std::size_t width, ByteOrder order)
+{
+    for (std::size_t i = 0; i < width; ++i)
+        bytes[order == ByteOrder::little ? i : width - 1 - i] = static_cast<UInt8>(value >> (8 * i));
+}
+
+/// Builds a block of fields one after the other.
+class ByteWriter
+{
+public:
+    explicit ByteWriter(ByteOrder order) : order_(order) {}
+
+    ByteWriter& u16(UInt16 value) { return integer(value, 2, order_); }
+    ByteWriter& u32(UInt32 value) { return integer(value, 4, order_); }
+    ByteWriter& u64(UInt64 value) { return integer(value, 8, order_); }
+    /// A four-character code: its characters in reading order, whatever the byte order.
+    ByteWriter& code(FourCharCode value) { return integer(value, 4, ByteOrder::big); }
+    template <class Range> ByteWriter& append(const Range& range)
+    {
+        for (const auto element : range)
+            bytes_.push_back(static_cast<UInt8>(element));
+        return *this;
+    }
+    ByteWriter& zeros(std::size_t count)
+    {
+        bytes_.resize(bytes_.size() + count);
+        return *this;
+    }
+    /// A length byte and the text, padded together to an even number of bytes.
+    ByteWriter& pascalString(std::string_view text)
+    {
+        bytes_.push_back(static_cast<UInt8>(text.size()));
+        return append(text).zeros(text.size() % 2 == 0 ? 1 : 0);
+    }
+
+    const Bytes& bytes() const { return bytes_; }
+
+private:
+    ByteWriter& integer(UInt64 value, std::size_t width, ByteOrder order)
+    {
+        UInt8 field[sizeof value];
+        storeInteger(field, value, width, order);
+        return append(std::span(field, width));
+    }
+
+    ByteOrder order_;
+    Bytes bytes_;
+};
+
+} // namespace qmx

@@ -1,0 +1,207 @@
+// SPDX-License-Identifier: MIT
+// Loading a form of chunks, reading its audio, and the writing of bytes. How the headers follow is in
+// ChunkContainerGrowth.cpp.
+#include "AudioToolbox/Containers/ChunkContainer.h"
+
+#include <algorithm>
+#include <cstring>
+#include <limits>
+
+namespace qmx
+{
+namespace
+{
+
+constexpr UInt64 formHeaderBytes = 12;
+constexpr UInt64 unknownFormEnd = UInt64{std::numeric_limits<UInt32>::max()} + chunkHeaderBytes;
+constexpr UInt64 blockBytes = 4096; // the header follows after this much was added
+
+} // namespace
+
+UInt64 ChunkContainer::byteCount() const
+{
+    return audio_.bytes - audio_.bytes % format_.mBytesPerFrame;
+}
+
+std::vector<UInt32> ChunkContainer::chunkIDs()
+{
+    ChunkReader reader(file_, order_);
+    std::vector<UInt32> ids;
+    auto chunk = reader.at(formHeaderBytes);
+    while (chunk && chunk->position < written_.formEnd && ids.size() < mostChunks) {
+        ids.push_back(chunk->id);
+        if (chunk->position == audio_.chunk)
+            chunk->size = written_.audioChunkEnd - chunk->dataStart();
+        chunk = reader.after(*chunk);
+    }
+    return ids;
+}
+
+OSStatus ChunkContainer::readChunk(const Chunk& chunk, std::size_t largest, Bytes& data)
+{
+    const UInt64 available = fileLength() - std::min(fileLength(), chunk.dataStart());
+    data.resize(static_cast<std::size_t>(std::min({chunk.size, available, UInt64{largest}})));
+    return file_.readAll(chunk.dataStart(), data);
+}
+
+bool ChunkContainer::isChunkAt(UInt64 position)
+{
+    ChunkReader reader(file_, order_);
+    const auto chunk = reader.at(position);
+    return chunk && reader.fits(*chunk);
+}
+
+void ChunkContainer::setAudioChunk(const Chunk& chunk, UInt64 start)
+{
+    audio_.chunk = chunk.position;
+    audio_.start = start;
+    written_.audioChunkEnd = std::min(chunk.end(), fileLength());
+}
+
+OSStatus ChunkContainer::load(bool forWriting)
+{
+    bool changed = false;
+    if (const OSStatus status = file_.refreshLength(changed); status != noErr)
+        return status;
+    std::array<UInt8, formHeaderBytes> header{};
+    if (const OSStatus status = file_.readAll(0, header); status != noErr)
+        return status;
+    declaredEnd_ = readFormHeader(header.data());
+    if (const OSStatus status = walk(); status != noErr)
+        return status;
+    if (const OSStatus status = finishLoading(); status != noErr)
+        return status;
+    return forWriting ? bringInLine() : noErr;
+}
+
+OSStatus ChunkContainer::walk()
+{
+    ChunkReader reader(file_, order_);
+    auto chunk = reader.at(formHeaderBytes);
+    Chunk last{0, 0, formHeaderBytes - chunkHeaderBytes}; // the form's header, as if it were a chunk before the first
+    bool endsAtDeclared = true;
+    const auto formEnd = [&] { // the walk goes to the end of the file where the form does not tell its size
+        const bool known = declaredEnd_ >= formHeaderBytes && declaredEnd_ != unknownFormEnd && endsAtDeclared;
+        return known ? std::min(declaredEnd_, fileLength()) : fileLength();
+    };
+    for (int count = 0; chunk && count < mostChunks; ++count) {
+        if (chunk->position >= formEnd()) {
+            if (reader.endOfChain(chunk->position) == chunk->position)
+                break;
+            endsAtDeclared = false; // chunks that the form does not count yet
+        }
+        if (hasAudioChunk() && last.position == audio_.chunk)
+            room_.begin = chunk->position;
+        if (const OSStatus status = visit(*chunk); status != noErr)
+            return status;
+        chunk->size = std::min(chunk->size, fileLength() - chunk->dataStart());
+        if (room_.begin == chunk->position)
+            room_.end = chunk->id == filler_ ? std::min(chunk->paddedEnd(), fileLength()) : chunk->position;
+        last = *chunk;
+        chunk = reader.after(last);
+    }
+    const bool endsInForm = last.paddedEnd() + chunkHeaderBytes <= formEnd();
+    const bool formIsKnown = formEnd() != fileLength() || declaredEnd_ == fileLength();
+    endWalk(last, endsInForm && formIsKnown, formEnd());
+    return noErr;
+}
+
+// Bytes inside the form that are no chunks are kept like chunks; outside of it they are no part of the file's structure.
+void ChunkContainer::endWalk(const Chunk& last, bool ranIntoOtherBytes, UInt64 formEnd)
+{
+    const UInt64 walkEnd = std::min(last.paddedEnd(), fileLength());
+    written_.formEnd = ranIntoOtherBytes ? formEnd : walkEnd;
+    audioIsLast_ = hasAudioChunk() && last.position == audio_.chunk && !ranIntoOtherBytes;
+    if (room_.begin == 0)
+        room_ = {walkEnd, walkEnd};
+}
+
+// Makes the headers tell what a killed writer could not tell any more: audio at the end of the file, or chunks that another
+// writer appended. Trailing bytes of less than a frame, and a lone pad byte, are no audio.
+OSStatus ChunkContainer::bringInLine()
+{
+    const UInt64 frame = format_.mBytesPerFrame;
+    const UInt64 stored = fileLength() - std::min(fileLength(), audio_.start);
+    const bool audioLags = audioIsLast_ && fileLength() > room_.begin && stored - stored % frame > audio_.bytes;
+    if (!audioLags && declaredEnd_ + 1 >= written_.formEnd)
+        return noErr;
+    const UInt64 bytes = audioLags ? stored - stored % frame : audio_.bytes;
+    if (!canHold({padded(std::max(audio_.start + bytes, written_.formEnd)), audio_.start + bytes, bytes}))
+        return noErr;
+    audio_.bytes = bytes;
+    if (!audioLags)
+        return writeSizes(written_);
+    if (const OSStatus status = commit(); status != noErr)
+        return status;
+    return fileLength() > written_.formEnd ? file_.truncate(written_.formEnd) : noErr;
+}
+
+OSStatus ChunkContainer::create(const Bytes& header)
+{
+    bool changed = false;
+    if (const OSStatus status = file_.refreshLength(changed); status != noErr)
+        return status;
+    if (const OSStatus status = fileLength() > 0 ? file_.truncate(0) : noErr; status != noErr)
+        return status;
+    if (const OSStatus status = file_.writeAll(0, header); status != noErr)
+        return status;
+    return load(true);
+}
+
+OSStatus ChunkContainer::readBytes(UInt64 start, UInt32& count, void* buffer)
+{
+    const UInt64 wanted = count;
+    count = 0;
+    if (start >= byteCount())
+        return kAudioFileEndOfFileError;
+    const UInt64 position = audio_.start + start;
+    const Transfer done = file_.read(position, buffer, static_cast<std::size_t>(std::min(wanted, byteCount() - start)));
+    count = static_cast<UInt32>(done.count);
+    if (held_) {
+        const UInt64 from = std::max(position, held_->position);
+        const UInt64 to = std::min(position + count, held_->position + held_->bytes.size());
+        if (from < to)
+            std::memcpy(static_cast<UInt8*>(buffer) + (from - position), held_->bytes.data() + (from - held_->position),
+                        static_cast<std::size_t>(to - from));
+    }
+    if (done.error != 0)
+        return statusForSystemError(done.error);
+    return count == 0 && wanted > 0 ? kAudioFileEndOfFileError : noErr;
+}
+
+OSStatus ChunkContainer::writeBytes(UInt64 start, UInt32& count, const void* buffer)
+{
+    const UInt32 wanted = count;
+    count = 0;
+    if (wanted == 0)
+        return noErr;
+    if (start + wanted > audio_.bytes)
+        if (const OSStatus status = prepareGrowth(start, start + wanted); status != noErr)
+            return status;
+    const Transfer done = store(audio_.start + start, static_cast<const UInt8*>(buffer), wanted);
+    count = static_cast<UInt32>(done.count);
+    const UInt64 end = start + done.count;
+    if (done.count > 0 && end > audio_.bytes) {
+        unwrittenBytes_ += end - audio_.bytes;
+        audio_.bytes = end;
+    }
+    if (done.error != 0)
+        return statusForSystemError(done.error);
+    return unwrittenBytes_ >= blockBytes && !defersSizeUpdates() ? commit() : noErr;
+}
+
+OSStatus ChunkContainer::finish()
+{
+    OSStatus status = writeHeld();
+    if (unwrittenBytes_ > 0) {
+        const OSStatus noticed = noticeOtherWriter();
+        const OSStatus committed = noticed == noErr ? commit() : noticed;
+        status = status == noErr ? committed : status;
+    }
+    // what cannot be trimmed stays as filler: nothing is lost
+    if (status == noErr && grewInFront_)
+        trimRoom();
+    return status;
+}
+
+} // namespace qmx

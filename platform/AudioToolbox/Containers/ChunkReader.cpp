@@ -1,0 +1,56 @@
+// SPDX-License-Identifier: MIT
+#include "AudioToolbox/Containers/ChunkReader.h"
+
+#include <algorithm>
+
+namespace qmx
+{
+namespace
+{
+
+constexpr std::size_t blockBytes = 4096;
+
+bool isPrintable(const UInt8* code)
+{
+    return std::all_of(code, code + 4, [](UInt8 byte) { return byte >= 0x20 && byte < 0x7F; });
+}
+
+} // namespace
+
+std::optional<Chunk> ChunkReader::at(UInt64 position)
+{
+    if (position + chunkHeaderBytes > file_.length())
+        return std::nullopt;
+    if (position < blockStart_ || position + chunkHeaderBytes > blockStart_ + block_.size()) {
+        block_.resize(blockBytes);
+        block_.resize(file_.read(position, block_.data(), block_.size()).count);
+        blockStart_ = position;
+    }
+    if (position + chunkHeaderBytes > blockStart_ + block_.size())
+        return std::nullopt;
+    const UInt8* header = block_.data() + (position - blockStart_);
+    if (!isPrintable(header))
+        return std::nullopt;
+    return Chunk{load32(header, ByteOrder::big), position, load32(header + 4, order_)};
+}
+
+std::optional<Chunk> ChunkReader::after(const Chunk& chunk)
+{
+    if (const auto next = at(chunk.paddedEnd()))
+        return next;
+    const auto unpadded = chunk.size % 2 == 1 ? at(chunk.end()) : std::nullopt;
+    return unpadded && fits(*unpadded) ? unpadded : std::nullopt;
+}
+
+UInt64 ChunkReader::endOfChain(UInt64 position)
+{
+    auto chunk = at(position);
+    for (int count = 0; chunk && fits(*chunk) && count < mostChunks; ++count) {
+        if (chunk->end() == file_.length() || chunk->paddedEnd() == file_.length())
+            return file_.length();
+        chunk = after(*chunk);
+    }
+    return position;
+}
+
+} // namespace qmx

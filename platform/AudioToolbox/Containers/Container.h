@@ -1,0 +1,67 @@
+// SPDX-License-Identifier: MIT
+// What the audio file service asks of a container. A further container is a class behind this interface and a line in
+// ContainerTable.cpp; the service knows neither.
+#pragma once
+
+#include "AudioToolbox/AudioFile.h"
+#include "AudioToolbox/Containers/ByteFields.h"
+
+#include <memory>
+#include <span>
+
+namespace qmx
+{
+
+/// An open audio file of one kind. Positions and sizes count audio data only. One thread at a time. Every failure is a
+/// status and leaves the file as usable as it was.
+class Container
+{
+public:
+    virtual ~Container();
+    Container(const Container&) = delete;
+    Container& operator=(const Container&) = delete;
+
+    virtual AudioFileTypeID type() const = 0;
+    const AudioStreamBasicDescription& format() const { return format_; }
+
+    /// Bytes of whole packets, those not yet in the header included.
+    virtual UInt64 byteCount() const = 0;
+    virtual UInt64 packetCount() const;
+    virtual UInt32 maximumPacketSize() const;
+    /// Where the audio data begin in the file.
+    virtual SInt64 dataOffset() const = 0;
+    /// Whether the audio data can grow without moving anything.
+    virtual bool isOptimized() const = 0;
+    /// The codes of the file's chunks in file order; empty for containers without chunks.
+    virtual std::vector<UInt32> chunkIDs() = 0;
+
+    /// `count` becomes what was transferred, on failure too. `start` is not negative.
+    virtual OSStatus readBytes(UInt64 start, UInt32& count, void* buffer) = 0;
+    virtual OSStatus writeBytes(UInt64 start, UInt32& count, const void* buffer) = 0;
+    /// Packets; by arithmetic unless the container says otherwise. `descriptions` may be null.
+    virtual OSStatus readPackets(UInt64 start, UInt32& packets, UInt32& bytes,
+                                 AudioStreamPacketDescription* descriptions, void* buffer);
+    virtual OSStatus writePackets(UInt64 start, UInt32& packets, UInt32 bytes,
+                                  const AudioStreamPacketDescription* descriptions, const void* buffer);
+
+    /// The coding's own parameters; 'pty?' for codings that have none.
+    virtual OSStatus magicCookie(Bytes& cookie) const;
+    virtual OSStatus setMagicCookie(std::span<const UInt8> cookie);
+
+    bool defersSizeUpdates() const { return defersSizeUpdates_; }
+    /// Leaves the header as it is until the file is closed.
+    void setDefersSizeUpdates(bool defers) { defersSizeUpdates_ = defers; }
+
+    /// Brings the file up to date. Writes nothing where nothing was changed.
+    virtual OSStatus finish() = 0;
+
+protected:
+    Container() = default;
+
+    AudioStreamBasicDescription format_;
+
+private:
+    bool defersSizeUpdates_ = false;
+};
+
+} // namespace qmx

@@ -1,0 +1,246 @@
+// SPDX-License-Identifier: MIT
+#include "Tracks/QMXAudioTrackAutoDefiner.h"
+
+#include "FileRelated/QMXAudioFile.h"
+#include "Tracks/QMXAudioTrackInfo.h"
+#include "support/CapturedLog.h"
+#include "support/MemoryDisk.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <bit>
+#include <cerrno>
+#include <functional>
+
+namespace
+{
+
+using Definer = QMXAudioTrackAutoDefiner;
+using testing::ElementsAre;
+using Bounds = std::pair<SInt64, SInt64>;
+
+constexpr std::size_t framesPerBlock = 8820;
+const std::string path = "/recording.aifc";
+
+struct Sampling {
+    std::string coding;
+    UInt32 bits;
+    UInt32 channels;
+};
+const Sampling bigEndianStereo{"NONE", 16, 2};
+
+class Bytes : public std::vector<std::uint8_t>
+{
+public:
+    void text(const std::string& characters) { insert(end(), characters.begin(), characters.end()); }
+    void number(UInt64 value, UInt32 bits)
+    {
+        for (UInt32 shift = bits; shift > 0; shift -= 8)
+            push_back(static_cast<std::uint8_t>(value >> (shift - 8)));
+    }
+    void sample(int value, const Sampling& sampling)
+    {
+        if (sampling.coding == "fl32")
+            number(std::bit_cast<UInt32>(static_cast<float>(value) / 32768), 32);
+        else if (sampling.coding == "sowt")
+            number(__builtin_bswap16(static_cast<UInt16>(value)), 16);
+        else
+            number(static_cast<UInt64>(SInt64{value} << (sampling.bits - 16)), sampling.bits);
+    }
+};
+
+/// An AIFF-C file of blocks: '#' a loud tone, '.' a soft one.
+Bytes fileOf(const std::string& blocks, const Sampling& sampling)
+{
+    const auto frames = blocks.size() * framesPerBlock;
+    const auto dataSize = frames * sampling.channels * sampling.bits / 8;
+    Bytes file;
+    file.text("FORM");
+    file.number(4 + 32 + 16 + dataSize, 32);
+    file.text("AIFCCOMM");
+    file.number(24, 32);
+    file.number(sampling.channels, 16);
+    file.number(frames, 32);
+    file.number(sampling.bits, 16);
+    file.number(0x400EAC4400000000, 64); // 44100 in 80 bits
+    file.number(0, 16);
+    file.text(sampling.coding);
+    file.number(0, 16); // an empty name
+    file.text("SSND");
+    file.number(8 + dataSize, 32);
+    file.number(0, 64);
+    for (std::size_t frame = 0; frame < frames; ++frame) {
+        const int amplitude = blocks[frame / framesPerBlock] == '#' ? 8000 : 300;
+        const int value = frame / 20 % 2 == 0 ? amplitude : -amplitude;
+        for (UInt32 channel = 0; channel < sampling.channels; ++channel)
+            file.sample(value, sampling);
+    }
+    return file;
+}
+
+const std::string twoSongs = std::string(20, '#') + std::string(15, '.') + std::string(20, '#');
+constexpr SInt64 twoSongsLength = 55 * SInt64{framesPerBlock};
+constexpr SInt64 twoSongsBound = 27 * SInt64{framesPerBlock}; // blocks (20 + 35) / 2
+
+class Listener : public QMXAudioTrackAutoDefinerDelegate
+{
+public:
+    explicit Listener(std::function<void(std::size_t)> onReport = {}) : onReport_(std::move(onReport)) {}
+    void autoDefineProgress(float progress) override
+    {
+        reports.push_back(progress);
+        if (onReport_)
+            onReport_(reports.size());
+    }
+    std::vector<float> reports;
+
+private:
+    std::function<void(std::size_t)> onReport_;
+};
+
+class AutoDefiner : public testing::Test
+{
+protected:
+    ~AutoDefiner() override
+    {
+        Definer::setDelegate(nullptr);
+        Definer::setConvertsFilesOfOtherChannelCounts(false);
+    }
+
+    void record(const std::string& blocks, const Sampling& sampling = bigEndianStereo)
+    {
+        disk.setContents(path, fileOf(blocks, sampling));
+    }
+    static std::vector<Bounds> boundsOf(const Definer::Tracks& tracks)
+    {
+        std::vector<Bounds> bounds;
+        for (const auto& track : *tracks)
+            bounds.emplace_back(track->trackBegin(), track->trackEnd());
+        return bounds;
+    }
+    static Definer::Tracks counted(SInt16 tracks)
+    {
+        return Definer::autoDefineTracksInFile_sensitivity_lengthOfSilence_zeroOffset_numberOfTracks(path, 71, 1400,
+                                                                                                     500, tracks);
+    }
+    std::shared_ptr<Listener> listen(std::function<void(std::size_t)> onReport = {})
+    {
+        auto listener = std::make_shared<Listener>(std::move(onReport));
+        Definer::setDelegate(listener);
+        return listener;
+    }
+
+    qmx::test::MemoryDisk disk;
+    qmx::test::CapturedLog log;
+};
+
+} // namespace
+
+TEST_F(AutoDefiner, SplitsTwoSongsMidwayInTheSilence)
+{
+    record(twoSongs);
+    const auto listener = listen();
+    const auto tracks = Definer::autoDefineTracksInFile(path);
+    ASSERT_TRUE(tracks);
+    EXPECT_THAT(boundsOf(tracks), ElementsAre(Bounds{0, twoSongsBound}, Bounds{twoSongsBound, twoSongsLength}));
+    EXPECT_EQ(tracks->at(0)->trackTitle(), "Untitled Track 0");
+    EXPECT_EQ(tracks->at(1)->trackTitle(), "Untitled Track 2");
+    EXPECT_FALSE(tracks->at(1)->isActive());
+
+    ASSERT_EQ(listener->reports.size(), 55U + 55U + 1U); // blocks read, blocks searched, the end
+    EXPECT_TRUE(std::ranges::is_sorted(listener->reports));
+    EXPECT_NEAR(listener->reports[54], 55.0 / 112, 1e-5); // the block count has one more than is read
+    EXPECT_EQ(listener->reports.back(), 1.0F);
+    EXPECT_TRUE(log.lines().empty());
+}
+
+TEST_F(AutoDefiner, FindsTheSameBoundsInEverySampling)
+{
+    Definer::setConvertsFilesOfOtherChannelCounts(true);
+    for (const Sampling& sampling : {Sampling{"sowt", 16, 2}, Sampling{"NONE", 16, 1}, Sampling{"NONE", 16, 3},
+                                     Sampling{"NONE", 24, 1}, Sampling{"fl32", 32, 2}}) {
+        record(twoSongs, sampling);
+        EXPECT_THAT(boundsOf(Definer::autoDefineTracksInFile(path)),
+                    ElementsAre(Bounds{0, twoSongsBound}, Bounds{twoSongsBound, twoSongsLength}))
+            << sampling.coding << ' ' << sampling.bits << " bits, " << sampling.channels << " channels";
+    }
+}
+
+TEST_F(AutoDefiner, SixteenBitMonoIsTakenAsStereoUnlessConverted)
+{
+    record(twoSongs, {"NONE", 16, 1});
+    ASSERT_FALSE(Definer::convertsFilesOfOtherChannelCounts());
+    // each block holds the frames of two: quiet from block 10 up to 18; what follows the data counts as quiet too
+    EXPECT_THAT(boundsOf(Definer::autoDefineTracksInFile(path)),
+                ElementsAre(Bounds{0, 14 * 8820}, Bounds{14 * 8820, twoSongsLength}));
+}
+
+TEST_F(AutoDefiner, DefaultsCanBeReplacedOneByOne)
+{
+    record("####..#######" + std::string(7, '.') + std::string(8, '#'));
+    EXPECT_EQ(Definer::autoDefineTracksInFile(path)->size(), 2U);
+    EXPECT_EQ(Definer::autoDefineTracksInFile_lengthOfSilence(path, 400)->size(), 3U);
+    EXPECT_EQ(Definer::autoDefineTracksInFile_lengthOfSilence(path, 199)->size(), 3U); // runs of 0 blocks
+    EXPECT_EQ(Definer::autoDefineTracksInFile_lengthOfSilence(path, 1e30F)->size(), 1U);
+    EXPECT_EQ(Definer::autoDefineTracksInFile_sensitivity(path, 0)->size(), 1U); // nothing is below 0
+    EXPECT_EQ(Definer::autoDefineTracksInFile_sensitivity_lengthOfSilence(path, 71, 400)->size(), 3U);
+    EXPECT_EQ(Definer::autoDefineTracksInFile_sensitivity_zeroOffset(path, 71, 299)->size(),
+              1U); // the soft tone crosses
+    EXPECT_EQ(Definer::autoDefineTracksInFile_sensitivity_lengthOfSilence_zeroOffset(path, 71, 400, 300)->size(), 3U);
+}
+
+TEST_F(AutoDefiner, CountedModeGivesThatManyTracks)
+{
+    record(twoSongs);
+    EXPECT_THAT(boundsOf(counted(1)), ElementsAre(Bounds{0, twoSongsLength}));
+    // of the places chosen the last in the file is given up
+    const auto three = boundsOf(counted(3));
+    ASSERT_EQ(three.size(), 3U);
+    EXPECT_GE(three[1].first, 20 * SInt64{framesPerBlock});
+    EXPECT_LT(three[2].first, 35 * SInt64{framesPerBlock});
+    EXPECT_EQ(three[0].second, three[1].first);
+    EXPECT_EQ(three[2].second, twoSongsLength);
+
+    const auto many = boundsOf(counted(300)); // more than the usual table holds
+    ASSERT_EQ(many.size(), 300U);
+    EXPECT_EQ(many.back().second, twoSongsLength);
+    const auto none = counted(-1);
+    ASSERT_TRUE(none);
+    EXPECT_TRUE(none->empty());
+}
+
+TEST_F(AutoDefiner, CancellingEndsTheReadingAndGivesNothing)
+{
+    record(twoSongs);
+    const auto listener = listen([](std::size_t reports) {
+        if (reports == 10)
+            Definer::cancel();
+    });
+    EXPECT_FALSE(counted(2));
+    EXPECT_EQ(listener->reports.size(), 11U);
+    EXPECT_EQ(listener->reports.back(), 1.0F);
+
+    Definer::setDelegate(nullptr);
+    EXPECT_EQ(Definer::autoDefineTracksInFile(path)->size(), 2U); // the next run starts afresh
+}
+
+TEST_F(AutoDefiner, AFailedReadEndsTheReadingAndCountsTheBlockAgain)
+{
+    record(twoSongs);
+    const auto listener = listen([&](std::size_t reports) {
+        if (reports == 36) // one loud block of the second song was read
+            disk.failReads(EIO);
+    });
+    const auto tracks = Definer::autoDefineTracksInFile_lengthOfSilence(path, 400);
+    EXPECT_THAT(boundsOf(tracks), ElementsAre(Bounds{0, twoSongsBound}, Bounds{twoSongsBound, twoSongsLength}));
+    EXPECT_EQ(listener->reports.size(), 37U + 55U + 1U);
+    EXPECT_FALSE(log.lines().empty());
+}
+
+TEST_F(AutoDefiner, AFileThatDoesNotOpenIsOneEmptyTrack)
+{
+    EXPECT_THAT(boundsOf(Definer::autoDefineTracksInFile("/missing.aif")), ElementsAre(Bounds{0, 0}));
+    EXPECT_EQ(counted(2)->size(), 2U);
+    EXPECT_FALSE(log.lines().empty());
+}
