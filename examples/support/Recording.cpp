@@ -3,11 +3,12 @@
 
 #include "AudioToolbox/AudioFile.h"
 #include "Formats/QMXAudioStreamBasicDescription.h"
+#include "Foundation/Format.h"
 #include "Processing/QMXAudioConverter.h"
 #include "support/Failure.h"
 
+#include <algorithm>
 #include <cerrno>
-#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <vector>

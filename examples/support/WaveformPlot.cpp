@@ -27,7 +27,7 @@ text{font-family:system-ui,"Segoe UI","Noto Sans","DejaVu Sans",sans-serif;font-
 .paper{fill:#fff}.title{font-size:20px;font-weight:600;fill:#1b2430}.number{font-size:13px;font-weight:700;fill:#1b2430}
 .a{fill:#e8f1fb}.b{fill:#eef6ec}.c{fill:#fdf3e3}
 .peak{fill:#8fb8e0}.core{fill:#2e6bb0}.rule{stroke:#c5ccd6;stroke-width:1;fill:none}.faint{stroke:#1b2430;stroke-opacity:.09}
-.bound{stroke:#d2452d;stroke-width:1.5}.flag{fill:#d2452d}
+.bound{stroke:#d2452d;stroke-width:1.5}.fine{stroke-width:.7}.flag{fill:#d2452d}
 @media (prefers-color-scheme:dark){
 text{fill:#9aa5b4}.paper{fill:#12161c}.title,.number{fill:#eef1f5}
 .a{fill:#1a2735}.b{fill:#1a2a22}.c{fill:#2d2618}
@@ -117,8 +117,8 @@ void drawHeading(std::string& svg, const WaveformPlot& plot, const Scale& scale,
         loudest = "peak ";
         append(loudest, "%s%.1f dB", level < -0.05 ? "\u2212" : "", std::abs(level));
     }
-    append(svg, "<rect class=\"peak\" x=\"%g\" y=\"50\" width=\"11\" height=\"11\" rx=\"2\"/>", right - 200);
-    append(svg, "<text x=\"%g\" y=\"60\">%s</text>", right - 184, loudest.c_str());
+    append(svg, "<rect class=\"peak\" x=\"%g\" y=\"50\" width=\"11\" height=\"11\" rx=\"2\"/>", right - 222);
+    append(svg, "<text x=\"%g\" y=\"60\">%s</text>", right - 206, loudest.c_str());
     append(svg, "<rect class=\"core\" x=\"%g\" y=\"50\" width=\"11\" height=\"11\" rx=\"2\"/>", right - 100);
     append(svg, "<text x=\"%g\" y=\"60\">mean (RMS)</text>\n", right - 84);
     for (const auto& [at, lower] : {std::pair{middle - halfHeight, 0}, std::pair{middle - halfHeight / 2, 6}})
@@ -161,8 +161,8 @@ void drawGrid(std::string& svg, const WaveformPlot& plot, const Scale& scale)
         const double x = scale.x(static_cast<UInt64>(tick * step * plot.sampleRate));
         append(svg, "<path class=\"faint\" d=\"M%.1f %gV%g\"/><path class=\"rule\" d=\"M%.1f %gv6\"/>", x, waveTop,
                waveBottom, x, waveBottom);
-        append(svg, "<text x=\"%.1f\" y=\"%g\" text-anchor=\"middle\">%s</text>\n", x, waveBottom + 22,
-               clockTime(tick * step, step < 1).c_str());
+        append(svg, "<text x=\"%.1f\" y=\"%g\" text-anchor=\"%s\">%s</text>\n", x, waveBottom + 22,
+               x > right - 12 ? "end" : "middle", clockTime(tick * step, step < 1).c_str());
     }
     append(svg, "<path class=\"rule\" d=\"M%g %gH%g\"/>\n", left, waveBottom, right);
 }
@@ -195,18 +195,30 @@ void drawArea(std::string& svg, const char* name, const std::vector<EnvelopeColu
     svg += "\"/>\n";
 }
 
-void drawBound(std::string& svg, double x)
+/// The bounds between tracks; where they are crowded as fine lines, so that the waveform stays visible.
+void drawBounds(std::string& svg, const WaveformPlot& plot, const Scale& scale)
 {
-    append(svg, "<path class=\"bound\" d=\"M%.1f %gV%g\"/><path class=\"flag\" d=\"M%.1f %gh10l-5 7z\"/>\n", x, bandTop,
-           waveBottom, x - 5, bandTop - 7);
+    constexpr double roomForFlags = 12;
+    double nearest = width;
+    for (std::size_t i = 1; i < plot.tracks.size(); ++i)
+        nearest = std::min(nearest, scale.x(plot.tracks[i].begin) - scale.x(plot.tracks[i - 1].begin));
+    const bool isCrowded = nearest < roomForFlags;
+    for (std::size_t i = 1; i < plot.tracks.size(); ++i) {
+        const double x = scale.x(plot.tracks[i].begin);
+        append(svg, "<path class=\"bound%s\" d=\"M%.1f %gV%g\"/>", isCrowded ? " fine" : "", x, bandTop, waveBottom);
+        if (!isCrowded)
+            append(svg, "<path class=\"flag\" d=\"M%.1f %gh10l-5 7z\"/>", x - 5, bandTop - 7);
+        svg += '\n';
+    }
 }
 
 } // namespace
 
 std::string clockTime(double seconds, bool withTenths)
 {
-    const auto tenths = static_cast<long>(std::lround(seconds * 10));
-    const long whole = withTenths ? tenths / 10 : static_cast<long>(std::lround(seconds));
+    const double shown = std::clamp(seconds, 0.0, 1e9); // damaged files may claim any rate
+    const long tenths = std::lround(shown * 10);
+    const long whole = withTenths ? tenths / 10 : std::lround(shown);
     std::string text;
     if (whole >= 3600)
         append(text, "%ld:%02ld:%02ld", whole / 3600, whole / 60 % 60, whole % 60);
@@ -239,8 +251,7 @@ std::string drawWaveform(const WaveformPlot& plot, const Envelope& envelope)
         svg, "core", envelope.columns(),
         [&](const EnvelopeColumn& c) { return scale.y(std::min(c.rootMeanSquare, c.highest)); },
         [&](const EnvelopeColumn& c) { return scale.y(std::max(-c.rootMeanSquare, c.lowest)); });
-    for (std::size_t i = 1; i < plot.tracks.size(); ++i)
-        drawBound(svg, scale.x(plot.tracks[i].begin));
+    drawBounds(svg, plot, scale);
     svg += "</svg>\n";
     return svg;
 }

@@ -37,7 +37,8 @@ struct LevelCrossings {
 
 using Lanes = SInt16 __attribute__((vector_size(16)));
 constexpr std::size_t lanesPerVector = sizeof(Lanes) / sizeof(SInt16);
-constexpr std::size_t samplesPerChunk = 64 * lanesPerVector; // far below what a 16-bit lane can count
+constexpr std::size_t samplesPerGroup = 4 * lanesPerVector;
+constexpr std::size_t groupsPerSum = 4096; // a lane counts up to 4 in a group, 65535 in all
 
 Lanes load(const SInt16* samples)
 {
@@ -53,50 +54,61 @@ bool isAnySet(const Lanes& lanes)
     return (words[0] | words[1]) != 0;
 }
 
-/// Counts a whole chunk by comparing neighbouring frames. The frame before `samples` belongs to the data and was counted.
-/// False, and nothing counted, when a sample equals the level: its side is then not in the sample itself.
-template <std::size_t channelCount>
-bool scanChunk(const SInt16* samples, SInt16 level, std::array<LevelCrossings, channelCount>& channels)
+/// Adds a group's crossings by comparing each frame with the one before, the first with the frame before `samples`. False, and
+/// nothing added, when a sample equals the level: its side is then not in the sample itself.
+template <std::size_t channelCount> bool addGroup(const SInt16* samples, const Lanes& levels, Lanes& crossings)
 {
-    const Lanes levels = Lanes{} + level;
-    Lanes crossings{};
-    Lanes equal{};
-    for (const SInt16* end = samples + samplesPerChunk; samples != end; samples += lanesPerVector) {
-        const Lanes current = load(samples);
-        const Lanes previous = load(samples - channelCount);
-        equal |= (current == levels) | (previous == levels);
-        crossings -= (current < levels) ^ (previous < levels); // a set lane is -1
+    Lanes equal = load(samples - channelCount) == levels;
+    Lanes changes{};
+    for (std::size_t i = 0; i < samplesPerGroup; i += lanesPerVector) {
+        const Lanes current = load(samples + i);
+        const Lanes previous = load(samples + i - channelCount);
+        equal |= current == levels;
+        changes += (current < levels) ^ (previous < levels); // a set lane is -1
     }
     if (isAnySet(equal))
         return false;
-    for (std::size_t lane = 0; lane < lanesPerVector; ++lane)
-        channels[lane % channelCount].count += static_cast<UInt16>(crossings[lane]);
-    const SInt16* const lastFrame = samples - channelCount;
-    for (std::size_t channel = 0; channel < channelCount; ++channel)
-        channels[channel].isBelow = lastFrame[channel] < level;
+    crossings -= changes;
     return true;
 }
 
-template <std::size_t channelCount> UInt32 countInChunks(const SInt16* samples, std::size_t frames, SInt16 level)
+/// The same count as by countByChannel, for numbers of channels that divide a vector.
+template <std::size_t channelCount> UInt32 countInGroups(const SInt16* samples, std::size_t frames, SInt16 level)
 {
-    constexpr std::size_t framesPerChunk = samplesPerChunk / channelCount;
+    constexpr std::size_t framesPerGroup = samplesPerGroup / channelCount;
+    const Lanes levels = Lanes{} + level;
     std::array<LevelCrossings, channelCount> channels;
-    const auto scanFrames = [&](std::size_t count) {
+    const auto scanChannels = [&](std::size_t count) {
         for (std::size_t channel = 0; channel < channelCount; ++channel)
             channels[channel].scan(samples + channel, count, channelCount, level);
         samples += count * channelCount;
         frames -= count;
     };
-    while (frames > framesPerChunk) {
-        scanFrames(1);
-        if (scanChunk(samples, level, channels)) {
-            samples += samplesPerChunk;
-            frames -= framesPerChunk;
-        } else {
-            scanFrames(framesPerChunk);
+    // a group that was added left the sides behind; a sample at the level ended a group that was scanned
+    const auto takeSides = [&] {
+        const SInt16* const previous = samples - channelCount;
+        for (std::size_t channel = 0; channel < channelCount; ++channel) {
+            if (previous[channel] != level)
+                channels[channel].isBelow = previous[channel] < level;
         }
+    };
+    scanChannels(1);
+    while (frames >= framesPerGroup) {
+        Lanes crossings{};
+        for (auto groups = std::min(frames / framesPerGroup, groupsPerSum); groups > 0; --groups) {
+            if (addGroup<channelCount>(samples, levels, crossings)) {
+                samples += samplesPerGroup;
+                frames -= framesPerGroup;
+            } else {
+                takeSides();
+                scanChannels(framesPerGroup);
+            }
+        }
+        for (std::size_t lane = 0; lane < lanesPerVector; ++lane)
+            channels[lane % channelCount].count += static_cast<UInt16>(crossings[lane]);
     }
-    scanFrames(frames);
+    takeSides();
+    scanChannels(frames);
     return std::ranges::max(channels, {}, &LevelCrossings::count).count;
 }
 
@@ -159,13 +171,13 @@ UInt32 countZeroCrossings(const AudioStreamBasicDescription& format, const SInt1
         return 0;
     switch (channels) {
     case 1:
-        return countInChunks<1>(samples, examined, level);
+        return countInGroups<1>(samples, examined, level);
     case 2:
-        return countInChunks<2>(samples, examined, level);
+        return countInGroups<2>(samples, examined, level);
     case 4:
-        return countInChunks<4>(samples, examined, level);
+        return countInGroups<4>(samples, examined, level);
     case 8:
-        return countInChunks<8>(samples, examined, level);
+        return countInGroups<8>(samples, examined, level);
     default:
         return countByChannel(samples, examined, channels, level);
     }

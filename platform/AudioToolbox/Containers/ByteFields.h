@@ -5,6 +5,7 @@
 #include "CoreAudioTypes/MacTypes.h"
 
 #include <cstddef>
+#include <span>
 #include <string_view>
 #include <vector>
 
@@ -51,19 +52,15 @@ class ByteWriter
 public:
     explicit ByteWriter(ByteOrder order) : order_(order) {}
 
-    ByteWriter& u16(UInt16 value) { return integer(value, 2); }
-    ByteWriter& u32(UInt32 value) { return integer(value, 4); }
-    ByteWriter& u64(UInt64 value) { return integer(value, 8); }
+    ByteWriter& u16(UInt16 value) { return integer(value, 2, order_); }
+    ByteWriter& u32(UInt32 value) { return integer(value, 4, order_); }
+    ByteWriter& u64(UInt64 value) { return integer(value, 8, order_); }
     /// A four-character code: its characters in reading order, whatever the byte order.
-    ByteWriter& code(FourCharCode value)
-    {
-        bytes_.resize(bytes_.size() + 4);
-        storeInteger(bytes_.data() + bytes_.size() - 4, value, 4, ByteOrder::big);
-        return *this;
-    }
+    ByteWriter& code(FourCharCode value) { return integer(value, 4, ByteOrder::big); }
     template <class Range> ByteWriter& append(const Range& range)
     {
-        bytes_.insert(bytes_.end(), std::begin(range), std::end(range));
+        for (const auto element : range)
+            bytes_.push_back(static_cast<UInt8>(element));
         return *this;
     }
     ByteWriter& zeros(std::size_t count)
@@ -81,11 +78,11 @@ public:
     const Bytes& bytes() const { return bytes_; }
 
 private:
-    ByteWriter& integer(UInt64 value, std::size_t width)
+    ByteWriter& integer(UInt64 value, std::size_t width, ByteOrder order)
     {
-        bytes_.resize(bytes_.size() + width);
-        storeInteger(bytes_.data() + bytes_.size() - width, value, width, order_);
-        return *this;
+        UInt8 field[sizeof value];
+        storeInteger(field, value, width, order);
+        return append(std::span(field, width));
     }
 
     ByteOrder order_;

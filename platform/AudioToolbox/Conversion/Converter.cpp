@@ -209,7 +209,8 @@ std::size_t Converter::produce(std::size_t frames)
     if (chain_)
         return chain_->produce(pending_, room_, frames);
     const std::size_t length = std::min(frames, pending_.frames);
-    straight_->convert(pending_, room_, length);
+    if (length > 0)
+        straight_->convert(pending_, room_, length);
     pending_.advance(length);
     room_.advance(length);
     return length;

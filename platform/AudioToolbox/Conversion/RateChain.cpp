@@ -9,7 +9,8 @@ namespace qmx
 namespace
 {
 
-constexpr std::size_t blockSamples = 4096;
+// large enough that the calls into the filter do not show, small enough for the second-level cache
+constexpr std::size_t blockSamples = 32768;
 
 /// Room beyond the exact ratio: lets what the filter gives in bursts catch up.
 constexpr UInt64 slackFrames = 16;

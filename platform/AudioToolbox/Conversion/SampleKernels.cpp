@@ -197,17 +197,17 @@ template <class T> void roundRun(const Rounding<T>& rounded, const std::byte* in
 }
 
 #if defined(__SSE2__)
-/// Four floats at once. The conversion itself saturates downwards, rounds to nearest even.
-class FloatRounding
+/// Four values at once. The conversion itself rounds to the nearest even.
+class FourFloats
 {
 public:
-    explicit FloatRounding(const Rounding<Float32>& rounded)
+    explicit FourFloats(const Rounding<Float32>& rounded)
         : scale_(_mm_set1_ps(rounded.scale())), highest_(_mm_set1_ps(rounded.highest())),
           lowest_(_mm_set1_ps(-rounded.scale()))
     {
     }
 
-    __m128i operator()(const std::byte* in) const
+    __m128i rounded(const std::byte* in) const
     {
         const __m128 value = _mm_loadu_ps(reinterpret_cast<const float*>(in));
         const __m128 number = _mm_and_ps(value, _mm_cmpord_ps(value, value));
@@ -219,33 +219,58 @@ private:
     __m128 scale_, highest_, lowest_;
 };
 
-template <>
-void roundRun<Float32>(const Rounding<Float32>& rounded, const std::byte* in, SInt32* out, std::size_t count)
+class FourDoubles
 {
-    const FloatRounding fourRounded(rounded);
+public:
+    explicit FourDoubles(const Rounding<Float64>& rounded)
+        : scale_(_mm_set1_pd(rounded.scale())), highest_(_mm_set1_pd(rounded.highest())),
+          lowest_(_mm_set1_pd(-rounded.scale()))
+    {
+    }
+
+    __m128i rounded(const std::byte* in) const { return _mm_unpacklo_epi64(two(in), two(in + 16)); }
+
+private:
+    __m128i two(const std::byte* in) const
+    {
+        const __m128d value = _mm_loadu_pd(reinterpret_cast<const double*>(in));
+        const __m128d number = _mm_and_pd(value, _mm_cmpord_pd(value, value));
+        const __m128d scaled = _mm_mul_pd(number, scale_);
+        return _mm_cvtpd_epi32(_mm_max_pd(_mm_min_pd(scaled, highest_), lowest_));
+    }
+
+    __m128d scale_, highest_, lowest_;
+};
+
+template <class T> using Four = std::conditional_t<std::same_as<T, Float32>, FourFloats, FourDoubles>;
+
+template <std::floating_point T>
+void roundRun(const Rounding<T>& rounded, const std::byte* in, SInt32* out, std::size_t count)
+{
+    const Four<T> four(rounded);
     std::size_t i = 0;
     for (; i + 4 <= count; i += 4)
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(out + i), fourRounded(in + i * 4));
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(out + i), four.rounded(in + i * sizeof(T)));
     for (; i < count; ++i)
-        out[i] = rounded(load<Float32>(in + i * 4));
+        out[i] = rounded(load<T>(in + i * sizeof(T)));
 }
 
-/// Floats to 16-bit samples in one pass.
-template <bool swapped>
-void encodeSixteen(const SampleEncoder<Float32>& encoder, const std::byte* __restrict in, std::byte* __restrict out,
+/// Floats to signed 16-bit samples in one pass.
+template <class T, bool swapped>
+void encodeSixteen(const SampleEncoder<T>& encoder, const std::byte* __restrict in, std::byte* __restrict out,
                    std::size_t count)
 {
-    const Rounding<Float32> rounded(encoder.bits);
-    const FloatRounding fourRounded(rounded);
+    const Rounding<T> rounded(encoder.bits);
+    const Four<T> four(rounded);
     std::size_t i = 0;
     for (; i + 8 <= count; i += 8) {
-        __m128i samples = _mm_packs_epi32(fourRounded(in + i * 4), fourRounded(in + i * 4 + 16));
+        __m128i samples = _mm_packs_epi32(four.rounded(in + i * sizeof(T)), four.rounded(in + (i + 4) * sizeof(T)));
         if constexpr (swapped)
             samples = _mm_or_si128(_mm_slli_epi16(samples, 8), _mm_srli_epi16(samples, 8));
         _mm_storeu_si128(reinterpret_cast<__m128i*>(out + i * 2), samples);
     }
     for (; i < count; ++i)
-        storeSample<2, swapped>(out + i * 2, static_cast<UInt32>(rounded(load<Float32>(in + i * 4))));
+        storeSample<2, swapped>(out + i * 2, static_cast<UInt32>(rounded(load<T>(in + i * sizeof(T)))));
 }
 #endif
 
@@ -258,7 +283,7 @@ void encodeInteger(const SampleEncoder<T>& encoder, const std::byte* __restrict 
     SInt32 block[256];
     for (std::size_t done = 0; done < count; done += std::size(block)) {
         const std::size_t length = std::min(std::size(block), count - done);
-        roundRun<T>(rounded, in + done * sizeof(T), block, length);
+        roundRun(rounded, in + done * sizeof(T), block, length);
         for (std::size_t i = 0; i < length; ++i)
             storeSample<bytes, swapped>(out + (done + i) * bytes, (static_cast<UInt32>(block[i]) + offset) << lift);
     }
@@ -364,9 +389,9 @@ template <class T> SampleEncoder<T>::SampleEncoder(const SampleFormat& format)
         function_ =
             forWidth(format, [](auto bytes, auto order) -> Function { return encodeInteger<T, bytes(), order()>; });
 #if defined(__SSE2__)
-        if constexpr (std::same_as<T, Float32>)
+        if constexpr (std::floating_point<T>)
             if (format.isSigned && format.bytes == 2 && format.bits == 16)
-                function_ = swapped ? encodeSixteen<true> : encodeSixteen<false>;
+                function_ = swapped ? encodeSixteen<T, true> : encodeSixteen<T, false>;
 #endif
         break;
     case SampleCoding::floating:

@@ -68,14 +68,14 @@ Bytes readAll(const std::string& path, bool usesCache, std::size_t block)
 
 } // namespace
 
-class AudioFile : public ::testing::Test
+class AudioFileObject : public ::testing::Test
 {
 protected:
     qmx::test::MemoryDisk disk;
     qmx::test::CapturedLog log;
 };
 
-TEST_F(AudioFile, ClosedFilesAnswerAsDescribedPerOperation)
+TEST_F(AudioFileObject, ClosedFilesAnswerAsDescribedPerOperation)
 {
     const auto file = QMXAudioFile::initWithPath_accessMode("/d/none.aif", Mode::read);
     EXPECT_EQ(file->name(), "none.aif");
@@ -99,7 +99,7 @@ TEST_F(AudioFile, ClosedFilesAnswerAsDescribedPerOperation)
     EXPECT_EQ(QMXAudioFile::initWithPath_accessMode({}, Mode::read)->path(), std::nullopt);
 }
 
-TEST_F(AudioFile, ReportsLengthsFormatAndType)
+TEST_F(AudioFileObject, ReportsLengthsFormatAndType)
 {
     disk.setContents("/d/.", {});
     auto file = createdFile("/d/a.aif", false);
@@ -132,7 +132,7 @@ TEST_F(AudioFile, ReportsLengthsFormatAndType)
     EXPECT_TRUE(log.has("QMXAudioFile: OS Status: abcd (1633837924)"));
 }
 
-TEST_F(AudioFile, ModesAndFormatsFollowTheRules)
+TEST_F(AudioFileObject, ModesAndFormatsFollowTheRules)
 {
     disk.setContents("/d/.", {});
     auto file = createdFile("/d/a", false);
@@ -155,7 +155,7 @@ TEST_F(AudioFile, ModesAndFormatsFollowTheRules)
     EXPECT_EQ(file->fileType(), kAudioFileWAVEType);
 }
 
-TEST_F(AudioFile, ReplacesOnlyWithAFormatAndKeepsTheOldFileOtherwise)
+TEST_F(AudioFileObject, ReplacesOnlyWithAFormatAndKeepsTheOldFileOtherwise)
 {
     disk.setContents("/d/a", pattern(5000));
     auto file = QMXAudioFile::initWithPath_accessMode("/d/a", Mode::readWrite);
@@ -167,7 +167,7 @@ TEST_F(AudioFile, ReplacesOnlyWithAFormatAndKeepsTheOldFileOtherwise)
     EXPECT_TRUE(file->open());
 }
 
-TEST_F(AudioFile, MovesWithItsFileAndFindsItAgain)
+TEST_F(AudioFileObject, MovesWithItsFileAndFindsItAgain)
 {
     disk.setContents("/d/.", {});
     auto file = createdFile("/d/a.aif", false);
@@ -181,7 +181,7 @@ TEST_F(AudioFile, MovesWithItsFileAndFindsItAgain)
     EXPECT_EQ(readAll("/d/copy.aif", true, 399), pattern(400));
 }
 
-TEST_F(AudioFile, WritesAndReadsThroughTheCacheInAnyBlockSize)
+TEST_F(AudioFileObject, WritesAndReadsThroughTheCacheInAnyBlockSize)
 {
     disk.setContents("/d/.", {});
     const Bytes bytes = pattern(3 * span + 12344);
@@ -196,7 +196,7 @@ TEST_F(AudioFile, WritesAndReadsThroughTheCacheInAnyBlockSize)
     ASSERT_EQ(readAll("/d/a", false, 100000), bytes);
 }
 
-TEST_F(AudioFile, CachedWritesAtOtherOffsetsLandWhereTheyBelong)
+TEST_F(AudioFileObject, CachedWritesAtOtherOffsetsLandWhereTheyBelong)
 {
     disk.setContents("/d/.", {});
     auto file = createdFile("/d/a", true);
@@ -216,7 +216,7 @@ TEST_F(AudioFile, CachedWritesAtOtherOffsetsLandWhereTheyBelong)
     EXPECT_EQ(readAll("/d/a", false, 4100), expected);
 }
 
-TEST_F(AudioFile, CachedReadsJumpAndSeeWhatWasWrittenInBetween)
+TEST_F(AudioFileObject, CachedReadsJumpAndSeeWhatWasWrittenInBetween)
 {
     disk.setContents("/d/.", {});
     Bytes bytes = pattern(4 * span);
@@ -249,7 +249,7 @@ TEST_F(AudioFile, CachedReadsJumpAndSeeWhatWasWrittenInBetween)
     EXPECT_EQ(length, 0u);
 }
 
-TEST_F(AudioFile, AFailingDiskIsReportedOnceAndNeverHangs)
+TEST_F(AudioFileObject, AFailingDiskIsReportedOnceAndNeverHangs)
 {
     disk.setContents("/d/.", {});
     auto file = createdFile("/d/a", true);
@@ -283,7 +283,7 @@ TEST_F(AudioFile, AFailingDiskIsReportedOnceAndNeverHangs)
     EXPECT_EQ(byte, pattern(1)[0]);
 }
 
-TEST_F(AudioFile, AStalledDiskHoldsUpFlushOnlyBrieflyAndLosesNothing)
+TEST_F(AudioFileObject, AStalledDiskHoldsUpFlushOnlyBrieflyAndLosesNothing)
 {
     disk.setContents("/d/.", {});
     auto file = createdFile("/d/a", true);

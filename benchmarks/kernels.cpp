@@ -1,0 +1,90 @@
+// SPDX-License-Identifier: MIT
+// Sample conversion through the converter service, against copying the larger side with memcpy in the same run. The
+// counter memcpy_ratio is the conversion's speed in parts of the copy's: 1 is as fast as copying.
+#include "AudioToolbox/AudioConverter.h"
+
+#include <benchmark/benchmark.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstring>
+#include <vector>
+
+namespace
+{
+
+using Clock = std::chrono::steady_clock;
+
+AudioStreamBasicDescription mono(UInt32 bits, AudioFormatFlags flags)
+{
+    return {44100, kAudioFormatLinearPCM, flags | kAudioFormatFlagIsPacked, bits / 8, 1, bits / 8, 1, bits, 0};
+}
+
+const auto floats = mono(32, kAudioFormatFlagIsFloat);
+const auto sixteen = mono(16, kAudioFormatFlagIsSignedInteger);
+const auto sixteenBig = mono(16, kAudioFormatFlagIsSignedInteger | kAudioFormatFlagIsBigEndian);
+const auto twentyFourBig = mono(24, kAudioFormatFlagIsSignedInteger | kAudioFormatFlagIsBigEndian);
+
+/// Seconds of the fastest of a few runs.
+template <class Work> double fastest(Work work)
+{
+    double best = 1e9;
+    for (int i = 0; i < 7; ++i) {
+        const auto start = Clock::now();
+        work();
+        benchmark::ClobberMemory();
+        best = std::min(best, std::chrono::duration<double>(Clock::now() - start).count());
+    }
+    return best;
+}
+
+void convert(benchmark::State& state, const AudioStreamBasicDescription& source,
+             const AudioStreamBasicDescription& target)
+{
+    const auto samples = static_cast<UInt32>(state.range(0));
+    AudioConverterRef converter = nullptr;
+    if (AudioConverterNew(&source, &target, &converter) != noErr)
+        return state.SkipWithError("no converter");
+    const UInt32 inputSize = samples * source.mBytesPerFrame, outputSize = samples * target.mBytesPerFrame;
+    const std::size_t larger = std::max(inputSize, outputSize);
+    std::vector<char> input(larger, 0x21), output(larger, 0);
+    const auto convertOnce = [&] {
+        UInt32 size = outputSize;
+        AudioConverterConvertBuffer(converter, inputSize, input.data(), &size, output.data());
+        benchmark::ClobberMemory();
+    };
+    for (auto _ : state)
+        convertOnce();
+    state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(larger));
+
+    // many calls in a run, so that the clock's own cost does not show
+    const std::size_t calls = std::max<std::size_t>(1, (std::size_t{1} << 24) / larger);
+    const auto repeated = [calls](auto work) {
+        return [=] {
+            for (std::size_t i = 0; i < calls; ++i)
+                work();
+        };
+    };
+    const double copying = fastest(repeated([&] {
+        std::memcpy(output.data(), input.data(), larger);
+        benchmark::ClobberMemory();
+    }));
+    state.counters["memcpy_ratio"] = copying / fastest(repeated(convertOnce));
+    AudioConverterDispose(converter);
+}
+
+/// Both sides in the second-level cache; far out of every cache.
+void sizes(benchmark::internal::Benchmark* benchmark)
+{
+    benchmark->Arg(1 << 15)->Arg(1 << 25);
+}
+
+} // namespace
+
+BENCHMARK_CAPTURE(convert, int16BigToFloat, sixteenBig, floats)->Apply(sizes);
+BENCHMARK_CAPTURE(convert, floatToInt16Big, floats, sixteenBig)->Apply(sizes);
+BENCHMARK_CAPTURE(convert, int16ToFloat, sixteen, floats)->Apply(sizes);
+BENCHMARK_CAPTURE(convert, floatToInt16, floats, sixteen)->Apply(sizes);
+BENCHMARK_CAPTURE(convert, int16BigToInt16, sixteenBig, sixteen)->Apply(sizes);
+BENCHMARK_CAPTURE(convert, int24BigToFloat, twentyFourBig, floats)->Apply(sizes);
+BENCHMARK_CAPTURE(convert, floatToInt24Big, floats, twentyFourBig)->Apply(sizes);

@@ -1,0 +1,131 @@
+// SPDX-License-Identifier: MIT
+// Rate conversion by its properties: how pure, how long, how aligned, and that chunks leave no trace.
+#include "platform/AudioToolbox/Conversion/Conversions.h"
+
+#include <algorithm>
+#include <cmath>
+#include <complex>
+#include <numbers>
+#include <random>
+
+using namespace qmx::test;
+using Signal = std::vector<Float64>;
+
+namespace
+{
+
+constexpr Float64 turn = 2 * std::numbers::pi;
+
+Signal sine(Float64 frequency, Float64 rate, std::size_t frames)
+{
+    Signal signal(frames);
+    for (std::size_t i = 0; i < frames; ++i)
+        signal[i] = std::sin(turn * frequency * static_cast<Float64>(i) / rate);
+    return signal;
+}
+
+AudioStreamBasicDescription doubles(Float64 rate, UInt32 channels = 1)
+{
+    return pcm(64, nativeFloat, channels, rate);
+}
+
+/// All of `input`, fed in pieces of the given sizes in turn, and drained.
+Signal resampled(Conversion& conversion, const Signal& input, const std::vector<std::size_t>& pieces)
+{
+    Signal output;
+    for (std::size_t at = 0, turnOf = 0; at < input.size(); ++turnOf) {
+        const std::size_t length = std::min(pieces[turnOf % pieces.size()], input.size() - at);
+        append(output, conversion.operator()<Float64>(Signal(&input[at], &input[at] + length)));
+        at += length;
+    }
+    append(output, conversion.drained<Float64>());
+    return output;
+}
+
+Signal resampled(Float64 from, Float64 to, const Signal& input, UInt32 quality = 96)
+{
+    Conversion conversion(doubles(from), doubles(to));
+    EXPECT_EQ(noErr, conversion.set(kAudioConverterSampleRateConverterQuality, quality));
+    return resampled(conversion, input, {input.size()});
+}
+
+/// The error against the same tone at the new rate, in dB of it, away from the ends.
+Float64 errorOf(Float64 frequency, Float64 from, Float64 to, UInt32 quality)
+{
+    const Signal output = resampled(from, to, sine(frequency, from, 30000), quality);
+    const Signal ideal = sine(frequency, to, output.size());
+    Float64 error = 0;
+    for (std::size_t i = 2000; i < output.size() - 2000; ++i)
+        error += (output[i] - ideal[i]) * (output[i] - ideal[i]);
+    return 10 * std::log10(error / (static_cast<Float64>(output.size() - 4000) / 2));
+}
+
+} // namespace
+
+TEST(RateChain, ATonePassesUnchangedAndInPhase)
+{
+    for (const auto& [quality, limit] : {std::pair{96u, -130}, {127u, -150}, {64u, -85}, {0u, -30}}) {
+        EXPECT_LT(errorOf(997, 44100, 48000, quality), limit);
+        EXPECT_LT(errorOf(997, 48000, 44100, quality), limit);
+    }
+}
+
+TEST(RateChain, AToneOfTwentyKilohertzLeavesNoImageAtTheDefaultQuality)
+{
+    const Signal output = resampled(44100, 48000, sine(20000, 44100, 40000));
+    const auto level = [&](Float64 frequency) { // 4800 frames hold whole turns of every multiple of 10 Hz
+        std::complex<Float64> sum = 0;
+        for (std::size_t i = 0; i < 4800; ++i)
+            sum += output[20000 + i] * std::polar(1.0, -turn * frequency * static_cast<Float64>(i) / 48000);
+        return std::abs(sum) / 2400;
+    };
+    EXPECT_NEAR(1, level(20000), 1e-3);
+    for (Float64 frequency = 20100; frequency < 24000; frequency += 100) // 23900: the image of 44100 - 20000
+        EXPECT_LT(20 * std::log10(level(frequency)), -130) << frequency;
+}
+
+TEST(RateChain, ChunksLeaveNoTraceAndTheTotalIsTheRatioOfAllInput)
+{
+    std::mt19937 random(3);
+    std::uniform_real_distribution<Float64> noise(-1, 1);
+    for (const auto& [from, to] : {std::pair{44100.0, 48000.0}, {96000.0, 11025.0}, {8000.0, 48000.0}}) {
+        Signal input(2 * 9001);
+        std::ranges::generate(input, [&] { return noise(random); });
+        Conversion whole(doubles(from, 2), doubles(to, 2)), pieces(doubles(from, 2), doubles(to, 2));
+        const Signal expected = resampled(whole, input, {input.size()});
+        EXPECT_NEAR(9001 * to / from, static_cast<Float64>(expected.size()) / 2, 1);
+        EXPECT_EQ(expected, resampled(pieces, input, {2, 4, 6, 14, 254, 4098})) << from;
+        EXPECT_EQ(expected, resampled(pieces, input, {602})) << "the stream after a drained one, " << from;
+        pieces.operator()<Float64>(Signal(100, 1.0));
+        AudioConverterReset(pieces.ref);
+        EXPECT_EQ(expected, resampled(pieces, input, {2000})) << "after a reset, " << from;
+    }
+}
+
+TEST(RateChain, TheRoomAskedForIsEnoughAndLessIsRefusedWithoutTakingAnything)
+{
+    Conversion conversion(doubles(44100), doubles(48000));
+    const Signal input = sine(1000, 44100, 1000);
+    UInt32 room = conversion.get(kAudioConverterPropertyCalculateOutputBufferSize, 8000);
+    EXPECT_GE(8000u, conversion.get(kAudioConverterPropertyCalculateInputBufferSize, room));
+    Signal output(2000);
+    room -= 8;
+    EXPECT_EQ(kAudioConverterErr_InvalidOutputSize,
+              AudioConverterConvertBuffer(conversion.ref, 8000, input.data(), &room, output.data()));
+    EXPECT_EQ(resampled(44100, 48000, input), resampled(conversion, input, {1000}));
+}
+
+TEST(RateChain, QualityWaitsForTheNextStreamOnceDataWereFed)
+{
+    const Signal input = sine(5000, 44100, 3000);
+    const Signal low = resampled(44100, 48000, input, 0), high = resampled(44100, 48000, input, 127);
+    Conversion conversion(doubles(44100), doubles(48000));
+    EXPECT_EQ(96u, conversion.get(kAudioConverterSampleRateConverterQuality));
+    conversion.set(kAudioConverterSampleRateConverterQuality, 0);
+    EXPECT_EQ(kAudio_ParamError, conversion.set(kAudioConverterSampleRateConverterQuality, 128));
+    Signal output = conversion.operator()<Float64>(input);
+    conversion.set(kAudioConverterSampleRateConverterQuality, 127);
+    append(output, conversion.drained<Float64>());
+    EXPECT_EQ(low, output);
+    EXPECT_EQ(high, resampled(conversion, input, {3000}));
+}
