@@ -192,7 +192,7 @@ TEST_P(EveryChange, GrowthKeepsEveryByteAndEndsWithTheChunksRightBehindTheAudio)
     MemoryDisk disk;
     ByteBlock audio = pattern(prepare(disk, c));
     const auto opened = openFile("/d/file", fsRdWrPerm);
-    for (const std::size_t gap : {0, 0, 200'001, 0, 5, 1'200'000, 0}) {
+    for (const std::size_t gap : {0U, 0U, 200'001U, 0U, 5U, 1'200'000U, 0U}) {
         audio.resize(audio.size() + gap);
         const ByteBlock data = pattern(gap == 5 ? 1 : 4099, audio.size());
         ASSERT_EQ(writeAudio(opened.file, static_cast<SInt64>(audio.size()), data), noErr);
