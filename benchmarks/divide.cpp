@@ -29,7 +29,7 @@ std::vector<SInt16> musicBlock(std::size_t channels)
 }
 
 /// Bytes per second are those of the whole block, of which 1/channels is examined.
-void countZeroCrossings(benchmark::State& state)
+void countBlock(benchmark::State& state)
 {
     const auto channels = static_cast<UInt32>(state.range(0));
     const auto samples = musicBlock(channels);
@@ -49,10 +49,11 @@ void copyBlock(benchmark::State& state)
         benchmark::DoNotOptimize(copy.data());
         benchmark::ClobberMemory();
     }
-    state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * samples.size() * sizeof(SInt16)));
+    state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations()) *
+                            static_cast<std::int64_t>(samples.size() * sizeof(SInt16)));
 }
 
-BENCHMARK(countZeroCrossings)->Arg(1)->Arg(2)->Arg(3)->Arg(4)->Arg(8)->ArgName("channels");
+BENCHMARK(countBlock)->Arg(1)->Arg(2)->Arg(3)->Arg(4)->Arg(8)->ArgName("channels");
 BENCHMARK(copyBlock);
 
 } // namespace

@@ -216,8 +216,9 @@ void drawBounds(std::string& svg, const WaveformPlot& plot, const Scale& scale)
 
 std::string clockTime(double seconds, bool withTenths)
 {
-    const auto tenths = static_cast<long>(std::lround(seconds * 10));
-    const long whole = withTenths ? tenths / 10 : static_cast<long>(std::lround(seconds));
+    const double shown = std::clamp(seconds, 0.0, 1e9); // damaged files may claim any rate
+    const long tenths = std::lround(shown * 10);
+    const long whole = withTenths ? tenths / 10 : std::lround(shown);
     std::string text;
     if (whole >= 3600)
         append(text, "%ld:%02ld:%02ld", whole / 3600, whole / 60 % 60, whole % 60);

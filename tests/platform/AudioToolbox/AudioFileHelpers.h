@@ -1,0 +1,165 @@
+// SPDX-License-Identifier: MIT
+// Short forms of the calls that tests of audio files make, and a walk over chunks that forgives nothing.
+#pragma once
+
+#include "AudioToolbox/AudioFile.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <random>
+#include <string>
+#include <vector>
+
+namespace qmx::test
+{
+
+using ByteBlock = std::vector<std::uint8_t>;
+
+inline AudioStreamBasicDescription linear(AudioFormatFlags flags, UInt32 bits, UInt32 channels, Float64 rate = 44100)
+{
+    const UInt32 frame = (bits + 7) / 8 * channels;
+    return {rate, kAudioFormatLinearPCM, flags, frame, 1, frame, channels, bits, 0};
+}
+
+inline AudioStreamBasicDescription companded(AudioFormatID coding, UInt32 channels)
+{
+    return {8000, coding, 0, channels, 1, channels, channels, 8, 0};
+}
+
+struct OpenResult {
+    OSStatus status = noErr;
+    AudioFileID file = nullptr;
+};
+
+inline OpenResult openFile(const std::string& path, SInt8 permissions = fsRdPerm)
+{
+    OpenResult result;
+    const FSRef reference{path};
+    result.status = AudioFileOpen(&reference, permissions, 0, &result.file);
+    return result;
+}
+
+inline OpenResult createFile(const std::string& path, AudioFileTypeID type, const AudioStreamBasicDescription& format)
+{
+    OpenResult result;
+    const std::filesystem::path whole(path);
+    const FSRef parent{whole.parent_path().string()};
+    const CFStringRef name = CFStringCreate(whole.filename().string());
+    result.status = AudioFileCreate(&parent, name, type, &format, 0, nullptr, &result.file);
+    CFRelease(name);
+    return result;
+}
+
+template <class Value> Value property(AudioFileID file, AudioFilePropertyID id)
+{
+    Value value{};
+    UInt32 size = sizeof value;
+    EXPECT_EQ(AudioFileGetProperty(file, id, &size, &value), noErr);
+    return value;
+}
+
+inline AudioStreamBasicDescription formatOf(AudioFileID file)
+{
+    return property<AudioStreamBasicDescription>(file, kAudioFilePropertyDataFormat);
+}
+
+inline UInt64 bytesIn(AudioFileID file)
+{
+    return property<UInt64>(file, kAudioFilePropertyAudioDataByteCount);
+}
+
+/// All audio of the file.
+inline ByteBlock audioOf(AudioFileID file)
+{
+    ByteBlock data(bytesIn(file));
+    auto count = static_cast<UInt32>(data.size());
+    if (count > 0) {
+        EXPECT_EQ(AudioFileReadBytes(file, false, 0, &count, data.data()), noErr);
+    }
+    EXPECT_EQ(count, data.size());
+    return data;
+}
+
+inline OSStatus writeAudio(AudioFileID file, SInt64 start, const ByteBlock& data, UInt32* written = nullptr)
+{
+    auto count = static_cast<UInt32>(data.size());
+    const OSStatus status = AudioFileWriteBytes(file, false, start, &count, data.data());
+    if (written)
+        *written = count;
+    return status;
+}
+
+/// `count` bytes of a sequence in which no two near places look alike; `start` is the first one's place.
+inline ByteBlock pattern(std::size_t count, std::size_t start = 0)
+{
+    static const ByteBlock period = [] {
+        ByteBlock bytes(65521);
+        std::minstd_rand random;
+        std::ranges::generate(bytes, [&] { return static_cast<std::uint8_t>(random() >> 8); });
+        return bytes;
+    }();
+    ByteBlock bytes;
+    bytes.reserve(count);
+    for (std::size_t at = start % period.size(); bytes.size() < count; at = 0) {
+        const auto part = static_cast<long>(std::min(count - bytes.size(), period.size() - at));
+        const auto from = period.begin() + static_cast<long>(at);
+        bytes.insert(bytes.end(), from, from + part);
+    }
+    return bytes;
+}
+
+inline ByteBlock contentsOf(const std::string& path)
+{
+    ByteBlock bytes(std::filesystem::file_size(path));
+    std::ifstream(path, std::ios::binary)
+        .read(reinterpret_cast<char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+    return bytes;
+}
+
+inline void writeFile(const std::string& path, const ByteBlock& bytes)
+{
+    std::ofstream(path, std::ios::binary)
+        .write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+}
+
+struct FoundChunk {
+    std::string id;
+    ByteBlock data;
+};
+
+/// The chunks inside the form, which must follow each other without a fault to its very end. Only the last pad byte may be
+/// missing or not counted.
+inline std::vector<FoundChunk> chunksOf(const ByteBlock& file)
+{
+    const bool isLittle = file.at(3) == 'F';
+    const auto number = [&](std::size_t at) {
+        std::size_t value = 0;
+        for (std::size_t i = 0; i < 4; ++i)
+            value = value << 8 | file.at(isLittle ? at + 3 - i : at + i);
+        return value;
+    };
+    std::vector<FoundChunk> chunks;
+    const std::size_t end = 8 + number(4);
+    EXPECT_LE(end, file.size());
+    std::size_t at = 12;
+    while (at + 8 <= std::min(end, file.size())) {
+        const std::size_t start = at + 8;
+        const std::size_t size = number(at + 4);
+        chunks.push_back(
+            {std::string(file.begin() + static_cast<long>(at), file.begin() + static_cast<long>(at) + 4), {}});
+        if (start + size > file.size()) {
+            ADD_FAILURE() << "chunk " << chunks.back().id << " at " << at << " passes the end";
+            return chunks;
+        }
+        chunks.back().data.assign(file.begin() + static_cast<long>(start),
+                                  file.begin() + static_cast<long>(start + size));
+        at = start + size + size % 2;
+    }
+    EXPECT_TRUE(at == end || (at == end + 1 && at >= file.size())) << "ends at " << at << ", the form at " << end;
+    return chunks;
+}
+
+} // namespace qmx::test
