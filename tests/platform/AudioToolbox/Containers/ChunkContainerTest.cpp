@@ -203,7 +203,7 @@ TEST_P(EveryChange, ClosedFileHasItsChunksRightBehindTheAudio)
     MemoryDisk disk;
     std::size_t end = prepare(disk, c);
     const auto opened = openFile("/d/file", fsRdWrPerm);
-    for (const std::size_t size : std::vector<std::size_t>{4096, 4100, 5, 6, 300'000, 2}) {
+    for (const std::size_t size : {4096u, 4100u, 5u, 6u, 300'000u, 2u}) {
         ASSERT_EQ(writeAudio(opened.file, static_cast<SInt64>(end), pattern(size, end)), noErr);
         end += size;
     }
@@ -246,7 +246,7 @@ TEST_P(EveryChange, ChunkThatAnotherWriterAppendsMeanwhileIsKept)
         ByteBlock file = disk.contents("/d/file");
         appendChunk(file, "tRaK", foreign2);
         disk.setContents("/d/file", file);
-        for (const std::size_t size : std::vector<std::size_t>{4096, 90, 7000}) {
+        for (const std::size_t size : {4096u, 90u, 7000u}) {
             ASSERT_EQ(writeAudio(opened.file, static_cast<SInt64>(end), pattern(size, end)), noErr);
             end += size;
         }
