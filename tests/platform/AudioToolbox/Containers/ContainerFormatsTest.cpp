@@ -3,7 +3,9 @@
 #include "platform/AudioToolbox/AudioFileHelpers.h"
 #include "support/MemoryDisk.h"
 
+#include <cstring>
 #include <optional>
+#include <utility>
 
 using namespace qmx::test;
 
@@ -23,17 +25,13 @@ ByteBlock bytes(const std::string& text)
             result.push_back(static_cast<std::uint8_t>(character));
         else if (character != ' ')
             digits += character;
-        if (digits.size() == 2) {
-            result.push_back(static_cast<std::uint8_t>(std::stoi(digits, nullptr, 16)));
-            digits.clear();
-        }
+        if (digits.size() == 2)
+            result.push_back(static_cast<std::uint8_t>(std::stoi(std::exchange(digits, ""), nullptr, 16)));
     }
     return result;
 }
 
-const AudioFileTypeID aiff = kAudioFileAIFFType;
-const AudioFileTypeID aifc = kAudioFileAIFCType;
-const AudioFileTypeID wave = kAudioFileWAVEType;
+const AudioFileTypeID aiff = kAudioFileAIFFType, aifc = kAudioFileAIFCType, wave = kAudioFileWAVEType;
 
 } // namespace
 
@@ -144,13 +142,11 @@ TEST(ContainerFormats, FormatIsTakenExactlyOrRefused)
             ASSERT_EQ(opened.status, noErr);
             const auto format = formatOf(opened.file);
             EXPECT_EQ(property<UInt32>(opened.file, kAudioFilePropertyFileFormat), type);
-            EXPECT_EQ(format.mFormatFlags, *flags);
-            EXPECT_EQ(format.mFormatID, row.format.mFormatID);
-            EXPECT_EQ(format.mSampleRate, row.format.mSampleRate);
-            EXPECT_EQ(format.mBitsPerChannel, row.format.mBitsPerChannel);
-            EXPECT_EQ(format.mChannelsPerFrame, row.format.mChannelsPerFrame);
-            EXPECT_EQ(format.mBytesPerPacket, frame);
-            EXPECT_EQ(format.mFramesPerPacket, 1U);
+            auto expected = row.format;
+            expected.mFormatFlags = *flags;
+            expected.mBytesPerPacket = expected.mBytesPerFrame = frame;
+            expected.mFramesPerPacket = 1;
+            EXPECT_EQ(std::memcmp(&format, &expected, sizeof format), 0);
             EXPECT_TRUE(audioOf(opened.file) == audio);
             AudioFileClose(opened.file);
         }
@@ -159,126 +155,104 @@ TEST(ContainerFormats, FormatIsTakenExactlyOrRefused)
 
 TEST(ContainerFormats, OddAndDamagedFilesAreReadOrRefused)
 {
-    const std::string comm2 = "'COMM' 00000012 0001 00000002 0010 400eac44000000000000"; // 2 frames of 2 bytes
-    const std::string comm3 = "'COMM' 00000012 0001 00000003 0008 400eac44000000000000"; // 3 frames of 1 byte
-    const std::string ssnd = "'SSND' 0000000c 00000000 00000000 01020304";
-    const std::string fmt = "'fmt ' 10000000 0100 0100 44ac0000 88580100 0200 1000";
-    const std::string aifcComm = "'FORM' 00000044 'AIFC' 'COMM' 00000018 0001 00000002 0010 400eac44000000000000";
-    const std::string audio = "01020304";
+    const auto form = [](const char* size, const char* type = "'AIFF'") { return "'FORM'" + std::string(size) + type; };
+    const auto riff = [](const char* size) { return "'RIFF'" + std::string(size) + "'WAVE'"; };
+    const auto common = [](const char* fields) { return "'COMM' 00000012" + std::string(fields); };
+    const std::string rate = "400eac44000000000000", comm2 = common("0001 00000002 0010") + rate; // 2 frames of 2 bytes
+    const std::string comm3 = common("0001 00000003 0008") + rate;                                // 3 frames of 1 byte
+    const std::string none = "00000000 00000000", ssnd = "'SSND' 0000000c" + none + "01020304";
+    const std::string odd = "'SSND' 0000000b" + none + "010203", lead = form("00000032");
+    const std::string fmt = "'fmt ' 10000000 0100 0100 44ac0000 88580100 0200 1000", data = "'data' 04000000 01020304";
+    const std::string aifcComm = form("00000044", "'AIFC'") + "'COMM' 00000018 0001 00000002 0010" + rate;
+    const std::string rf64 = "'RF64' ffffffff 'WAVE'", data64 = "'data' ffffffff 01020304";
+    const std::string max64 = "ffffffffffffffff";
     const OSStatus damaged = kAudioFileInvalidFileError, otherFormat = kAudioFileUnsupportedDataFormatError,
                    noAudioFile = kAudioFileUnsupportedFileTypeError;
     const struct {
         const char* name;
         std::string file;
-        OSStatus status;
-        std::string audio;
+        std::string audio = "01020304";
+        OSStatus status = noErr;
     } files[] = {
-        {"sound before common", "'FORM' 00000032 'AIFF'" + ssnd + comm2, noErr, audio},
-        {"form size of 0", "'FORM' 00000000 'AIFF'" + comm2 + ssnd, noErr, audio},
-        {"form size too large", "'FORM' ffffffff 'AIFF'" + comm2 + ssnd, noErr, audio},
-        {"form size wrong by one chunk", "'FORM' 0000001e 'AIFF'" + comm2 + ssnd, noErr, audio},
-        {"bytes after the form", "'FORM' 00000032 'AIFF'" + comm2 + ssnd + "'TAG junk'", noErr, audio},
-        {"zeros in the form", "'FORM' 00000042 'AIFF'" + comm2 + ssnd + std::string(32, '0'), noErr, audio},
-        {"odd unknown chunk", "'FORM' 0000003c 'AIFF'" + comm2 + "'what' 00000001 ff 00" + ssnd, noErr, audio},
-        {"pad left out in the middle", "'FORM' 0000003b 'AIFF'" + comm2 + "'what' 00000001 ff" + ssnd, noErr, audio},
-        {"slack behind the samples",
-         "'FORM' 00000036 'AIFF'" + comm2 + "'SSND' 00000010 00000000 00000000 0102030405060708", noErr, audio},
-        {"sound offset", "'FORM' 00000036 'AIFF'" + comm2 + "'SSND' 00000010 00000004 00000000 aaaaaaaa 01020304",
-         noErr, audio},
-        {"sound offset past the end", "'FORM' 00000032 'AIFF'" + comm2 + "'SSND' 0000000c 7fffffff 00000000 01020304",
-         damaged, ""},
-        {"sound past the end", "'FORM' 00000032 'AIFF'" + comm2 + "'SSND' 7fffffff 00000000 00000000 01020304", noErr,
-         audio},
-        {"frames past the end", "'FORM' 00000030 'AIFF'" + comm2 + "'SSND' 0000000c 00000000 00000000 0102", noErr,
-         "0102"},
-        {"pad not counted", "'FORM' 00000031 'AIFF'" + comm3 + "'SSND' 0000000b 00000000 00000000 010203 00", noErr,
-         "010203"},
-        {"pad left out", "'FORM' 00000031 'AIFF'" + comm3 + "'SSND' 0000000b 00000000 00000000 010203", noErr,
-         "010203"},
-        {"pad counted but left out", "'FORM' 00000032 'AIFF'" + comm3 + "'SSND' 0000000b 00000000 00000000 010203",
-         noErr, "010203"},
-        {"no frames and no sound", "'FORM' 0000001e 'AIFF' 'COMM' 00000012 0001 00000000 0010 400eac44000000000000",
-         noErr, ""},
-        {"frames and no sound", "'FORM' 0000001e 'AIFF'" + comm2, damaged, ""},
-        {"common of size 0", "'FORM' 00000028 'AIFF' 'COMM' 00000000" + ssnd, damaged, ""},
-        {"no common", "'FORM' 00000018 'AIFF'" + ssnd, damaged, ""},
-        {"cut in the common", "'FORM' 00000032 'AIFF' 'COMM' 00000012 0001 0000", damaged, ""},
-        {"header only", "'FORM' 00000032 'AIFF'", damaged, ""},
-        {"no channels", "'FORM' 00000032 'AIFF' 'COMM' 00000012 0000 00000002 0010 400eac44000000000000" + ssnd,
-         otherFormat, ""},
-        {"no bits", "'FORM' 00000032 'AIFF' 'COMM' 00000012 0001 00000002 0000 400eac44000000000000" + ssnd,
-         otherFormat, ""},
-        {"rate out of range", "'FORM' 00000032 'AIFF' 'COMM' 00000012 0001 00000002 0010 7ffeffffffffffffffff" + ssnd,
-         otherFormat, ""},
-        {"rate not a number", "'FORM' 00000032 'AIFF' 'COMM' 00000012 0001 00000002 0010 7fffffffffffffffffff" + ssnd,
-         otherFormat, ""},
-        {"other form", "'FORM' 00000032 '8SVX'" + comm2 + ssnd, noAudioFile, ""},
-        {"text", "'This is no audio file at all.'", noAudioFile, ""},
-        {"empty", "", noAudioFile, ""},
-        {"AIFF-C without version", aifcComm + "'sowt' 0000" + ssnd, noErr, audio},
-        {"AIFF-C of an unknown coding", aifcComm + "'GSM ' 0000" + ssnd, otherFormat, ""},
-        {"streamed wave", "'RIFF' 00000000 'WAVE'" + fmt + "'data' 00000000 01020304", noErr, audio},
-        {"streamed wave with largest sizes", "'RIFF' ffffffff 'WAVE'" + fmt + "'data' ffffffff 01020304", noErr, audio},
-        {"no data but a chunk", "'RIFF' 2c000000 'WAVE'" + fmt + "'data' 00000000 'LIST' 00000000", noErr, ""},
-        {"data before format", "'RIFF' 28000000 'WAVE' 'data' 04000000 01020304" + fmt, noErr, audio},
-        {"data past the end", "'RIFF' 28000000 'WAVE'" + fmt + "'data' 40000000 01020304", noErr, audio},
-        {"half a frame", "'RIFF' 28000000 'WAVE'" + fmt + "'data' 03000000 010203 00", noErr, "0102"},
-        {"no data chunk", "'RIFF' 1c000000 'WAVE'" + fmt, damaged, ""},
-        {"16-bit block align of 0",
-         "'RIFF' 28000000 'WAVE' 'fmt ' 10000000 0100 0100 44ac0000 88580100 0000 1000 'data' 04000000 01020304", noErr,
-         audio},
-        {"compressed wave",
-         "'RIFF' 28000000 'WAVE' 'fmt ' 10000000 1100 0100 44ac0000 88580100 0200 0400 'data' 04000000 01020304",
-         otherFormat, ""},
-        {"RF64",
-         "'RF64' ffffffff 'WAVE' 'ds64' 1c000000 4800000000000000 0400000000000000 0200000000000000 00000000" + fmt +
-             "'data' ffffffff 01020304 'LIST' 00000000",
-         noErr, audio},
-        {"RF64 with absurd sizes",
-         "'RF64' ffffffff 'WAVE' 'ds64' 1c000000 ffffffffffffffff ffffffffffffffff ffffffffffffffff ffffffff" + fmt +
-             "'data' ffffffff 01020304",
-         noErr, audio},
-        {"RF64 without its sizes", "'RF64' ffffffff 'WAVE'" + fmt + "'data' ffffffff 01020304", damaged, ""},
+        {"sound before common", lead + ssnd + comm2},
+        {"form size of 0", form("00000000") + comm2 + ssnd},
+        {"form size too large", form("ffffffff") + comm2 + ssnd},
+        {"form size wrong by one chunk", form("0000001e") + comm2 + ssnd},
+        {"bytes after the form", lead + comm2 + ssnd + "'TAG junk'"},
+        {"zeros in the form", form("00000042") + comm2 + ssnd + std::string(32, '0')},
+        {"odd unknown chunk", form("0000003c") + comm2 + "'what' 00000001 ff 00" + ssnd},
+        {"pad left out in the middle", form("0000003b") + comm2 + "'what' 00000001 ff" + ssnd},
+        {"pad left out behind the sound", form("0000003a") + comm3 + odd + "'what' 00000001 ff", "010203"},
+        {"slack behind the samples", form("00000036") + comm2 + "'SSND' 00000010" + none + "0102030405060708"},
+        {"sound offset", form("00000036") + comm2 + "'SSND' 00000010 00000004 00000000 aaaaaaaa 01020304"},
+        {"sound offset past the end", lead + comm2 + "'SSND' 0000000c 7fffffff 00000000 01020304", "", damaged},
+        {"sound past the end", lead + comm2 + "'SSND' 7fffffff" + none + "01020304"},
+        {"frames past the end", form("00000030") + comm2 + "'SSND' 0000000c" + none + "0102", "0102"},
+        {"pad not counted", form("00000031") + comm3 + odd + "00", "010203"},
+        {"pad left out", form("00000031") + comm3 + odd, "010203"},
+        {"pad counted but left out", lead + comm3 + odd, "010203"},
+        {"no frames and no sound", form("0000001e") + common("0001 00000000 0010") + rate, ""},
+        {"frames and no sound", form("0000001e") + comm2, "", damaged},
+        {"common of size 0", form("00000028") + "'COMM' 00000000" + ssnd, "", damaged},
+        {"no common", form("00000018") + ssnd, "", damaged},
+        {"cut in the common", lead + common("0001 0000"), "", damaged},
+        {"header only", lead, "", damaged},
+        {"no channels", lead + common("0000 00000002 0010") + rate + ssnd, "", otherFormat},
+        {"no bits", lead + common("0001 00000002 0000") + rate + ssnd, "", otherFormat},
+        {"rate out of range", lead + common("0001 00000002 0010 7ffe") + max64 + ssnd, "", otherFormat},
+        {"rate not a number", lead + common("0001 00000002 0010 7fff") + max64 + ssnd, "", otherFormat},
+        {"other form", form("00000032", "'8SVX'") + comm2 + ssnd, "", noAudioFile},
+        {"text", "'This is no audio file at all.'", "", noAudioFile},
+        {"empty", "", "", noAudioFile},
+        {"AIFF-C without version", aifcComm + "'sowt' 0000" + ssnd},
+        {"AIFF-C of an unknown coding", aifcComm + "'GSM ' 0000" + ssnd, "", otherFormat},
+        {"streamed wave", riff("00000000") + fmt + "'data' 00000000 01020304"},
+        {"streamed wave with largest sizes", riff("ffffffff") + fmt + data64},
+        {"no data but a chunk", riff("2c000000") + fmt + "'data' 00000000 'LIST' 00000000", ""},
+        {"data before format", riff("28000000") + data + fmt},
+        {"data past the end", riff("28000000") + fmt + "'data' 40000000 01020304"},
+        {"half a frame", riff("28000000") + fmt + "'data' 03000000 010203 00", "0102"},
+        {"no data chunk", riff("1c000000") + fmt, "", damaged},
+        {"block align of 0", riff("28000000") + replaced(fmt, "0200 1000", "0000 1000") + data},
+        {"compressed wave", riff("28000000") + replaced(fmt, "0100", "1100") + data, "", otherFormat},
+        {"RF64", rf64 + "'ds64' 1c000000 4800000000000000 0400000000000000" + max64 + "00000000" + fmt + data64},
+        {"RF64 with absurd sizes", rf64 + "'ds64' 1c000000" + max64 + max64 + max64 + "ffffffff" + fmt + data64},
+        {"RF64 without its sizes", rf64 + fmt + data64, "", damaged},
     };
     for (const auto& row : files) {
         SCOPED_TRACE(row.name);
         MemoryDisk disk;
-        const ByteBlock contents = bytes(row.file);
-        disk.setContents("/d/file", contents);
+        disk.setContents("/d/file", bytes(row.file));
         const auto opened = openFile("/d/file");
-        EXPECT_EQ(opened.status, row.status);
-        if (opened.file) {
-            EXPECT_EQ(audioOf(opened.file), bytes(row.audio));
-            AudioFileClose(opened.file);
-        }
-        // writing goes on behind what is there, and the other chunks stay
+        ASSERT_EQ(opened.status, row.status);
         const auto writing = openFile("/d/file", fsRdWrPerm);
-        EXPECT_EQ(writing.status, row.status);
-        if (!writing.file)
+        ASSERT_EQ(writing.status, row.status);
+        if (row.status != noErr)
             continue;
-        ByteBlock audioThere = audioOf(writing.file);
-        EXPECT_GE(audioThere.size(), bytes(row.audio).size());
-        EXPECT_EQ(writeAudio(writing.file, static_cast<SInt64>(audioThere.size()), pattern(5000)), noErr);
+        EXPECT_EQ(audioOf(opened.file), bytes(row.audio));
+        AudioFileClose(opened.file);
+        // writing goes on behind what is there
+        ByteBlock audio = audioOf(writing.file);
+        EXPECT_GE(audio.size(), bytes(row.audio).size());
+        const ByteBlock added = pattern(5000);
+        EXPECT_EQ(writeAudio(writing.file, static_cast<SInt64>(audio.size()), added), noErr);
+        audio.insert(audio.end(), added.begin(), added.end());
         EXPECT_EQ(AudioFileClose(writing.file), noErr);
         const auto again = openFile("/d/file");
         ASSERT_EQ(again.status, noErr);
-        const ByteBlock added = pattern(5000);
-        audioThere.insert(audioThere.end(), added.begin(), added.end());
-        EXPECT_EQ(audioOf(again.file), audioThere);
+        EXPECT_EQ(audioOf(again.file), audio);
         AudioFileClose(again.file);
     }
 }
 
 TEST(ContainerFormats, CloseWithoutChangesWritesNothing)
 {
-    for (const char* file : {"'FORM' 00000031 'AIFF' 'COMM' 00000012 0001 00000003 0008 400eac44000000000000"
-                             "'SSND' 0000000b 00000000 00000000 010203",
-                             "'FORM' ffffffff 'AIFF' 'COMM' 00000012 0001 00000003 0008 400eac44000000000000"
-                             "'SSND' 0000000b 00000000 00000000 010203 00 'APPL' 00000001 ff 00"}) {
+    const std::string rest = "'AIFF' 'COMM' 00000012 0001 00000003 0008 400eac44000000000000"
+                             "'SSND' 0000000b 00000000 00000000 010203";
+    for (const std::string& file : {"'FORM' 00000031" + rest, "'FORM' ffffffff" + rest + "00 'APPL' 00000001 ff 00"}) {
         MemoryDisk disk;
         disk.setContents("/d/file", bytes(file));
         const auto opened = openFile("/d/file", fsRdWrPerm);
-        ASSERT_EQ(opened.status, noErr);
         EXPECT_EQ(AudioFileClose(opened.file), noErr);
         EXPECT_EQ(disk.changesMade(), 0U);
     }
@@ -293,7 +267,6 @@ TEST(ContainerFormats, FileOfTinyChunksIsWalkedInBoundedTime)
         file.insert(file.end(), chunk.begin(), chunk.end());
     disk.setContents("/d/file", file);
     const auto opened = openFile("/d/file");
-    ASSERT_EQ(opened.status, noErr);
     UInt32 size = 0;
     EXPECT_EQ(AudioFileGetPropertyInfo(opened.file, kAudioFilePropertyChunkIDs, &size, nullptr), noErr);
     EXPECT_LE(size, 65536U * 4);
