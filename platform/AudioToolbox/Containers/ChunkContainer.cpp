@@ -71,7 +71,9 @@ OSStatus ChunkContainer::load(bool forWriting)
         return status;
     if (const OSStatus status = finishLoading(); status != noErr)
         return status;
-    return forWriting ? bringInLine() : noErr;
+    if (forWriting)
+        bringInLine();
+    return noErr;
 }
 
 OSStatus ChunkContainer::walk()
@@ -117,23 +119,26 @@ void ChunkContainer::endWalk(const Chunk& last, bool ranIntoOtherBytes, UInt64 f
 }
 
 // Makes the headers tell what a killed writer could not tell any more: audio at the end of the file, or chunks that another
-// writer appended. Trailing bytes of less than a frame, and a lone pad byte, are no audio.
-OSStatus ChunkContainer::bringInLine()
+// writer appended. Trailing bytes of less than a frame, and a lone pad byte, are no audio. Where the disk does not take it the file is
+// used all the same, and closing it tries again.
+void ChunkContainer::bringInLine()
 {
     const UInt64 frame = format_.mBytesPerFrame;
     const UInt64 stored = fileLength() - std::min(fileLength(), audio_.start);
     const bool audioLags = audioIsLast_ && fileLength() > room_.begin && stored - stored % frame > audio_.bytes;
     if (!audioLags && declaredEnd_ + 1 >= written_.formEnd)
-        return noErr;
+        return;
     const UInt64 bytes = audioLags ? stored - stored % frame : audio_.bytes;
     if (!canHold({padded(std::max(audio_.start + bytes, written_.formEnd)), audio_.start + bytes, bytes}))
-        return noErr;
+        return;
+    if (!audioLags) {
+        writeSizes(written_);
+        return;
+    }
+    unwrittenBytes_ = bytes - audio_.bytes;
     audio_.bytes = bytes;
-    if (!audioLags)
-        return writeSizes(written_);
-    if (const OSStatus status = commit(); status != noErr)
-        return status;
-    return fileLength() > written_.formEnd ? file_.truncate(written_.formEnd) : noErr;
+    if (commit() == noErr && fileLength() > written_.formEnd)
+        file_.truncate(written_.formEnd);
 }
 
 OSStatus ChunkContainer::create(const Bytes& header)

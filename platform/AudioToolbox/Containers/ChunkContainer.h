@@ -91,7 +91,7 @@ private:
     // Loading (ChunkContainer.cpp)
     OSStatus walk();
     void endWalk(const Chunk& last, bool ranIntoOtherBytes, UInt64 formEnd);
-    OSStatus bringInLine();
+    void bringInLine();
 
     // Sizes and growth (ChunkContainerGrowth.cpp)
     bool hasChunksBehind() const { return room_.begin < written_.formEnd; }

@@ -240,6 +240,27 @@ TEST(ContainerFormats, CloseWithoutChangesWritesNothing)
     }
 }
 
+TEST(ContainerFormats, OpeningForWritingBringsLaggingSizesInLine)
+{
+    const std::string rate = "400eac44000000000000", none = "00000000 00000000";
+    const std::string fmt = "'WAVE' 'fmt ' 10000000 0100 0100 44ac0000 88580100 0200 1000";
+    const std::string comm0 = "'AIFF' 'COMM' 00000012 0001 00000000 0010" + rate,
+                      whole = replaced(comm0, "000000 ", "000002 ");
+    const std::pair<std::string, std::string> files[] = {
+        {"'FORM' 0000002e" + comm0 + "'SSND' 00000008" + none + "01020304 05",
+         "'FORM' 00000032" + whole + "'SSND' 0000000c" + none + "01020304"},
+        {"'FORM' 00000032" + whole + "'SSND' 0000000c" + none + "01020304 'APPL' 00000002 ffff",
+         "'FORM' 0000003c" + whole + "'SSND' 0000000c" + none + "01020304 'APPL' 00000002 ffff"},
+        {"'RIFF' 26000000" + fmt + "'data' 02000000 01020304", "'RIFF' 28000000" + fmt + "'data' 04000000 01020304"},
+    };
+    for (const auto& [lagging, expected] : files) {
+        MemoryDisk disk;
+        disk.setContents("/d/file", bytes(lagging));
+        AudioFileClose(openFile("/d/file", fsRdWrPerm).file);
+        EXPECT_EQ(disk.contents("/d/file"), bytes(expected)) << lagging;
+    }
+}
+
 TEST(ContainerFormats, FileOfTinyChunksIsWalkedInBoundedTime)
 {
     MemoryDisk disk;
