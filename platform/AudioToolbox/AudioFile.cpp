@@ -126,7 +126,7 @@ OSStatus AudioFileOpen(const FSRef* reference, SInt8 permissions, AudioFileTypeI
     if (const SystemError error = openFile(reference->path, permissions, opened, forWriting); error != 0)
         return qmx::statusForSystemError(error);
     const ContainerKind* kind = nullptr;
-    if (const OSStatus status = findKind(*opened, kind); status != noErr)
+    if (const OSStatus status = findKind(*opened, kind); !kind)
         return status;
     std::unique_ptr<Container> container;
     if (const OSStatus status = kind->open(std::move(opened), forWriting, container); status != noErr)

@@ -109,7 +109,7 @@ OSStatus FSRefMakePath(const FSRef* reference, UInt8* path, UInt32 maximumSize)
 }
 
 OSStatus FSGetCatalogInfo(const FSRef* reference, FSCatalogInfoBitmap which, FSCatalogInfo* info, HFSUniStr255* name,
-                          FSSpec* specification, FSRef* parent)
+                          FSSpec* fileSpec, FSRef* parent)
 {
     if (!reference)
         return paramErr;
@@ -123,8 +123,8 @@ OSStatus FSGetCatalogInfo(const FSRef* reference, FSCatalogInfoBitmap which, FSC
         *info = catalogInfo(which, status);
     if (name)
         name->name = path.filename().string();
-    if (specification)
-        *specification = {.parentPath = path.parent_path().string(), .name = path.filename().string()};
+    if (fileSpec)
+        *fileSpec = {.parentPath = path.parent_path().string(), .name = path.filename().string()};
     if (parent)
         parent->path = path.parent_path().string();
     return noErr;

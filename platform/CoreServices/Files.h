@@ -42,7 +42,7 @@ QMX_EXPORT OSStatus FSPathMakeRef(const UInt8* path, FSRef* reference, Boolean* 
 QMX_EXPORT OSStatus FSRefMakePath(const FSRef* reference, UInt8* path, UInt32 maximumSize);
 /// Fills what is asked for; any output may be null. errFSBadFSRef for an empty reference, fnfErr when the item is gone.
 QMX_EXPORT OSStatus FSGetCatalogInfo(const FSRef* reference, FSCatalogInfoBitmap which, FSCatalogInfo* info,
-                                     HFSUniStr255* name, FSSpec* specification, FSRef* parent);
+                                     HFSUniStr255* name, FSSpec* fileSpec, FSRef* parent);
 
 namespace qmx
 {

@@ -5,7 +5,8 @@
 #include <cstdlib>
 #include <memory>
 
-namespace qmx {
+namespace qmx
+{
 
 struct HeapBlockDeleter {
     void operator()(void* block) const { std::free(block); }
@@ -15,6 +16,9 @@ struct HeapBlockDeleter {
 using HeapBlock = std::unique_ptr<void, HeapBlockDeleter>;
 
 /// A zero-filled block; null for a size of 0 or when memory is short.
-inline HeapBlock zeroedHeapBlock(std::size_t size) { return HeapBlock(size > 0 ? std::calloc(1, size) : nullptr); }
+inline HeapBlock zeroedHeapBlock(std::size_t size)
+{
+    return HeapBlock(size > 0 ? std::calloc(1, size) : nullptr);
+}
 
 } // namespace qmx

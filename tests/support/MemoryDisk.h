@@ -6,11 +6,15 @@
 namespace qmx::test
 {
 
-/// A file system in memory that is the current one while it lives.
+/// A file system in memory that is the current one while it lives. It has a folder /d.
 class MemoryDisk : public MemoryFileSystem
 {
 public:
-    MemoryDisk() { FileSystem::setCurrent(this); }
+    MemoryDisk()
+    {
+        FileSystem::setCurrent(this);
+        setContents("/d/.", {});
+    }
     ~MemoryDisk() override { FileSystem::setCurrent(nullptr); }
 };
 

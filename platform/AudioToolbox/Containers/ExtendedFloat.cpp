@@ -24,7 +24,7 @@ ExtendedFloat extendedFromDouble(Float64 value)
         return bytes;
     int exponent = 0;
     const double fraction = std::frexp(value, &exponent); // 0.5 up to 1
-    storeInteger(bytes.data(), static_cast<UInt64>(exponent - 1 + exponentBias), 2, ByteOrder::big);
+    storeInteger(bytes.data(), static_cast<UInt16>(exponent - 1 + exponentBias), 2, ByteOrder::big);
     storeInteger(bytes.data() + 2, static_cast<UInt64>(std::ldexp(fraction, mantissaBits)), 8, ByteOrder::big);
     return bytes;
 }

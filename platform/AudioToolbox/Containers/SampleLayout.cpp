@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "AudioToolbox/Containers/SampleLayout.h"
 
-#include <cmath>
+#include "AudioToolbox/Conversion/PcmLayout.h"
+
+#include <bit>
 
 namespace qmx
 {
@@ -10,43 +12,31 @@ namespace
 
 using Coding = SampleLayout::Coding;
 
-constexpr Float64 largestRate = 10e6;
-constexpr UInt32 mostChannels = 1024;
+constexpr UInt32 fewestBits = 8;
 
-bool has(const AudioStreamBasicDescription& format, AudioFormatFlags flag)
+Coding codingOf(const SampleFormat& sample)
 {
-    return (format.mFormatFlags & flag) != 0;
-}
-
-// Bytes of one sample of a linear format; 0 where its fields contradict each other.
-UInt32 bytesOfSample(const AudioStreamBasicDescription& format)
-{
-    const UInt32 needed = (format.mBitsPerChannel + 7) / 8;
-    if (has(format, kAudioFormatFlagIsPacked))
-        return needed;
-    const UInt32 bytes = format.mBytesPerFrame / format.mChannelsPerFrame;
-    const bool divides = bytes * format.mChannelsPerFrame == format.mBytesPerFrame;
-    const bool fills = bytes * 8 == format.mBitsPerChannel;
-    return divides && bytes >= needed && (fills || has(format, kAudioFormatFlagIsAlignedHigh)) ? bytes : 0;
-}
-
-std::optional<SampleLayout> linearLayout(const AudioStreamBasicDescription& format)
-{
-    if (has(format, kAudioFormatFlagIsNonInterleaved) && format.mChannelsPerFrame > 1)
-        return std::nullopt;
-    SampleLayout layout;
-    layout.order = has(format, kAudioFormatFlagIsBigEndian) ? ByteOrder::big : ByteOrder::little;
-    layout.bits = format.mBitsPerChannel;
-    if (layout.bits < 8 || layout.bits > 64)
-        return std::nullopt;
-    layout.bytes = bytesOfSample(format);
-    if (has(format, kAudioFormatFlagIsFloat)) {
-        layout.coding = Coding::floatingPoint;
-        return (layout.bits == 32 || layout.bits == 64) && layout.bytes * 8 == layout.bits ? std::optional(layout)
-                                                                                           : std::nullopt;
+    switch (sample.coding) {
+    case SampleCoding::floating:
+        return Coding::floatingPoint;
+    case SampleCoding::uLaw:
+        return Coding::uLaw;
+    case SampleCoding::aLaw:
+        return Coding::aLaw;
+    default:
+        return sample.isSigned ? Coding::signedInteger : Coding::unsignedInteger;
     }
-    layout.coding = has(format, kAudioFormatFlagIsSignedInteger) ? Coding::signedInteger : Coding::unsignedInteger;
-    return layout.bytes >= 1 && layout.bytes <= 4 ? std::optional(layout) : std::nullopt;
+}
+
+ByteOrder orderOf(const SampleFormat& sample)
+{
+    const bool isBig = sample.isSwapped != (std::endian::native == std::endian::big);
+    return isBig ? ByteOrder::big : ByteOrder::little;
+}
+
+bool isCompanded(const SampleLayout& layout)
+{
+    return layout.coding == Coding::uLaw || layout.coding == Coding::aLaw;
 }
 
 AudioFormatFlags linearFlags(const SampleLayout& layout)
@@ -65,24 +55,17 @@ AudioFormatFlags linearFlags(const SampleLayout& layout)
 
 bool isPlausible(Float64 sampleRate, UInt32 channels)
 {
-    return std::isfinite(sampleRate) && sampleRate > 0 && sampleRate <= largestRate && channels > 0 &&
-           channels <= mostChannels;
+    return isUsableSampleRate(sampleRate) && channels > 0 && channels <= maximumChannels;
 }
 
 std::optional<SampleLayout> layoutOf(const AudioStreamBasicDescription& format)
 {
-    if (!isPlausible(format.mSampleRate, format.mChannelsPerFrame))
+    const auto pcm = PcmLayout::of(format);
+    if (!pcm || !isUsableSampleRate(format.mSampleRate) || !pcm->isInterleaved || !pcm->sample.isHighAligned ||
+        pcm->sample.bits < fewestBits)
         return std::nullopt;
-    switch (format.mFormatID) {
-    case kAudioFormatLinearPCM:
-        return linearLayout(format);
-    case kAudioFormatULaw:
-        return SampleLayout{Coding::uLaw, ByteOrder::big, 8, 1};
-    case kAudioFormatALaw:
-        return SampleLayout{Coding::aLaw, ByteOrder::big, 8, 1};
-    default:
-        return std::nullopt;
-    }
+    SampleLayout layout{codingOf(pcm->sample), orderOf(pcm->sample), pcm->sample.bits, pcm->sample.bytes};
+    return isCompanded(layout) ? SampleLayout{layout.coding, ByteOrder::big, 8, 1} : layout;
 }
 
 AudioStreamBasicDescription formatOf(const SampleLayout& layout, Float64 sampleRate, UInt32 channels)
@@ -93,7 +76,7 @@ AudioStreamBasicDescription formatOf(const SampleLayout& layout, Float64 sampleR
     format.mFramesPerPacket = 1;
     format.mBytesPerFrame = format.mBytesPerPacket = layout.bytes * channels;
     format.mBitsPerChannel = layout.bits;
-    if (layout.coding == Coding::uLaw || layout.coding == Coding::aLaw) {
+    if (isCompanded(layout)) {
         format.mFormatID = layout.coding == Coding::uLaw ? kAudioFormatULaw : kAudioFormatALaw;
         return format;
     }

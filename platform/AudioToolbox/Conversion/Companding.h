@@ -28,7 +28,7 @@ constexpr UInt8 compress(SInt32 value)
 {
     const int sign = value < 0 ? 0x80 : 0;
     const int magnitude = std::min(value < 0 ? -value : value, clip) + bias;
-    const int segment = static_cast<int>(std::bit_width(static_cast<UInt32>(magnitude))) - 8;
+    const int segment = static_cast<int>(std::bit_width(static_cast<UInt32>(magnitude) >> 8));
     return static_cast<UInt8>((sign | (segment << 4) | ((magnitude >> (segment + 3)) & 15)) ^ 0xFF);
 }
 } // namespace muLaw
@@ -48,8 +48,7 @@ constexpr UInt8 compress(SInt32 value)
 {
     const int mask = value < 0 ? 0x55 : 0xD5;
     const int magnitude = (value < 0 ? -value - 1 : value) >> 4;
-    const int width = static_cast<int>(std::bit_width(static_cast<UInt32>(magnitude)));
-    const int segment = width > 4 ? width - 4 : 0;
+    const int segment = static_cast<int>(std::bit_width(static_cast<UInt32>(magnitude) >> 4));
     return static_cast<UInt8>(((segment << 4) | ((magnitude >> (segment > 1 ? segment - 1 : 0)) & 15)) ^ mask);
 }
 } // namespace aLaw

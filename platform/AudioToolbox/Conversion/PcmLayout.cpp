@@ -82,7 +82,8 @@ bool isUsableSampleRate(Float64 rate)
 std::optional<PcmLayout> PcmLayout::of(const AudioStreamBasicDescription& description)
 {
     const UInt32 channels = description.mChannelsPerFrame;
-    if (channels == 0 || channels > maximumChannels || description.mFramesPerPacket > 1)
+    const bool isPacked = description.mFormatFlags & kAudioFormatFlagIsPacked;
+    if (channels == 0 || channels > maximumChannels || (description.mFramesPerPacket > 1 && !isPacked))
         return std::nullopt;
     const auto sample = sampleFormat(description);
     if (!sample)

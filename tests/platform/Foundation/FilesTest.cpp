@@ -115,10 +115,10 @@ TEST(FSRef, FollowsThePathAndIsEmptyForWhatIsMissing)
     EXPECT_EQ(FSGetCatalogInfo(&reference, kFSCatInfoNone, nullptr, nullptr, nullptr, nullptr), errFSBadFSRef);
     write(folder.path("file"), {1, 2});
     ASSERT_EQ(makeRef(folder.path("./file"), reference), noErr);
-    FSSpec specification;
+    FSSpec fileSpec;
     FSCatalogInfo info;
-    ASSERT_EQ(FSGetCatalogInfo(&reference, kFSCatInfoDataSizes, &info, nullptr, &specification, nullptr), noErr);
-    EXPECT_EQ(specification.name, "file");
+    ASSERT_EQ(FSGetCatalogInfo(&reference, kFSCatInfoDataSizes, &info, nullptr, &fileSpec, nullptr), noErr);
+    EXPECT_EQ(fileSpec.name, "file");
     EXPECT_EQ(info.dataLogicalSize, 2u);
     UInt8 text[4];
     EXPECT_EQ(FSRefMakePath(&reference, text, sizeof text), paramErr) << "no room for the path";

@@ -2,6 +2,7 @@
 #include "FileRelated/QMXAudioFile.h"
 
 #include "Formats/QMXAudioStreamBasicDescription.h"
+#include "platform/AudioToolbox/AudioFileHelpers.h"
 #include "support/CapturedLog.h"
 #include "support/MemoryDisk.h"
 
@@ -10,6 +11,7 @@
 #include <cerrno>
 #include <numeric>
 
+using qmx::test::pattern;
 using Mode = QMXAudioFileAccessMode;
 using Format = QMXAudioStreamBasicDescription;
 using Bytes = std::vector<Byte>;
@@ -18,15 +20,6 @@ namespace
 {
 
 constexpr UInt32 span = 786432; // of one cache buffer
-
-// Bytes that repeat nowhere near, so that a shifted or doubled piece is seen.
-Bytes pattern(std::size_t count, std::size_t start = 0)
-{
-    Bytes bytes(count);
-    for (std::size_t i = 0; i < count; ++i)
-        bytes[i] = static_cast<Byte>(((start + i) * 2654435761u) >> 13);
-    return bytes;
-}
 
 std::shared_ptr<QMXAudioFile> createdFile(const std::string& path, bool usesCache)
 {
@@ -101,7 +94,6 @@ TEST_F(AudioFileObject, ClosedFilesAnswerAsDescribedPerOperation)
 
 TEST_F(AudioFileObject, ReportsLengthsFormatAndType)
 {
-    disk.setContents("/d/.", {});
     auto file = createdFile("/d/a.aif", false);
     ASSERT_TRUE(writeAll(*file, pattern(1000000), 70000));
     EXPECT_EQ(file->lengthInFrames(), 250000u);
@@ -134,7 +126,6 @@ TEST_F(AudioFileObject, ReportsLengthsFormatAndType)
 
 TEST_F(AudioFileObject, ModesAndFormatsFollowTheRules)
 {
-    disk.setContents("/d/.", {});
     auto file = createdFile("/d/a", false);
     EXPECT_FALSE(file->create()) << "already open";
     EXPECT_TRUE(file->setFileStreamFormat(*Format::standardFormat(5))) << "an open file is closed and created anew";
@@ -169,7 +160,6 @@ TEST_F(AudioFileObject, ReplacesOnlyWithAFormatAndKeepsTheOldFileOtherwise)
 
 TEST_F(AudioFileObject, MovesWithItsFileAndFindsItAgain)
 {
-    disk.setContents("/d/.", {});
     auto file = createdFile("/d/a.aif", false);
     ASSERT_TRUE(writeAll(*file, pattern(400), 400));
     ASSERT_TRUE(file->close());
@@ -183,7 +173,6 @@ TEST_F(AudioFileObject, MovesWithItsFileAndFindsItAgain)
 
 TEST_F(AudioFileObject, WritesAndReadsThroughTheCacheInAnyBlockSize)
 {
-    disk.setContents("/d/.", {});
     const Bytes bytes = pattern(3 * span + 12344);
     for (const std::size_t block :
          {std::size_t{span}, std::size_t{span - 4}, std::size_t{2 * span + 8}, bytes.size(), std::size_t{50000}}) {
@@ -198,7 +187,6 @@ TEST_F(AudioFileObject, WritesAndReadsThroughTheCacheInAnyBlockSize)
 
 TEST_F(AudioFileObject, CachedWritesAtOtherOffsetsLandWhereTheyBelong)
 {
-    disk.setContents("/d/.", {});
     auto file = createdFile("/d/a", true);
     Bytes expected = pattern(4000);
     ASSERT_TRUE(writeAll(*file, expected, 1000));
@@ -218,7 +206,6 @@ TEST_F(AudioFileObject, CachedWritesAtOtherOffsetsLandWhereTheyBelong)
 
 TEST_F(AudioFileObject, CachedReadsJumpAndSeeWhatWasWrittenInBetween)
 {
-    disk.setContents("/d/.", {});
     Bytes bytes = pattern(4 * span);
     {
         auto file = createdFile("/d/a", true);
@@ -251,7 +238,6 @@ TEST_F(AudioFileObject, CachedReadsJumpAndSeeWhatWasWrittenInBetween)
 
 TEST_F(AudioFileObject, AFailingDiskIsReportedOnceAndNeverHangs)
 {
-    disk.setContents("/d/.", {});
     auto file = createdFile("/d/a", true);
     disk.setCapacity(span / 2);
     const Bytes block = pattern(100000);
@@ -285,7 +271,6 @@ TEST_F(AudioFileObject, AFailingDiskIsReportedOnceAndNeverHangs)
 
 TEST_F(AudioFileObject, AStalledDiskHoldsUpFlushOnlyBrieflyAndLosesNothing)
 {
-    disk.setContents("/d/.", {});
     auto file = createdFile("/d/a", true);
     const Bytes bytes = pattern(2 * span - 4);
     disk.setStalled(true);

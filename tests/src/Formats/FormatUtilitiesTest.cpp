@@ -1,10 +1,7 @@
 // SPDX-License-Identifier: MIT
-// The small helpers: byte order, code texts, file references.
+// The small helpers: byte order and code texts. References and codes of files are in QMXAudioFileTest.cpp.
 #include "Formats/ByteUtility.h"
 #include "Formats/QMXAudioDeviceUtils.h"
-#include "Formats/QMXFileUtils.h"
-#include "Foundation/FileManager.h"
-#include "Foundation/MemoryFileSystem.h"
 
 #include <gtest/gtest.h>
 
@@ -49,44 +46,6 @@ TEST(AudioDeviceUtils, NamesPropertiesAndGivesTheDevicesNameForASharedCode)
     EXPECT_EQ(QMXAudioDeviceUtils::propertyName(kAudioStreamPropertyLatency), "kAudioDevicePropertyLatency");
     EXPECT_EQ(QMXAudioDeviceUtils::propertyName(kAudioStreamPropertyTerminalType), "kAudioStreamPropertyTerminalType");
     EXPECT_EQ(QMXAudioDeviceUtils::propertyName(kAudioHardwarePropertyProcessIsMaster), "Unknown property: 'mast'");
-}
-
-class FileUtils : public testing::Test
-{
-protected:
-    FileUtils()
-    {
-        qmx::FileSystem::setCurrent(&files);
-        files.setContents("/music/side a.aif", {1, 2, 3});
-    }
-    ~FileUtils() override { qmx::FileSystem::setCurrent(nullptr); }
-
-    qmx::MemoryFileSystem files;
-};
-
-TEST_F(FileUtils, ResolveOnlyWhatExists)
-{
-    FSRef reference;
-    EXPECT_TRUE(QMXFileUtils::makeFSRef_fromPath(&reference, "/music/side a.aif"));
-    EXPECT_EQ(reference.path, "/music/side a.aif");
-    FSSpec item;
-    EXPECT_TRUE(QMXFileUtils::makeFSSpec_fromPath(&item, "/music/side a.aif"));
-    EXPECT_EQ(item.name, "side a.aif");
-    EXPECT_EQ(item.parentPath, "/music");
-
-    EXPECT_FALSE(QMXFileUtils::makeFSRef_fromPath(&reference, "/music/side b.aif"));
-    EXPECT_EQ(reference.path, "");
-    EXPECT_FALSE(QMXFileUtils::makeFSSpec_fromPath(&item, "/music/side b.aif"));
-}
-
-TEST_F(FileUtils, StampCreatorAndTypeAndIgnoreFailure)
-{
-    QMXFileUtils::changeCreatorAndType_creator_fileType("/music/side a.aif", qmx::fourCharCode("QMXc"),
-                                                        qmx::fourCharCode("AIFF"));
-    QMXFileUtils::changeCreatorAndType_creator_fileType("/music/none.aif", 1, 2);
-    const auto attributes = qmx::FileManager::defaultManager().fileAttributesAtPath("/music/side a.aif");
-    EXPECT_EQ(attributes.NSFileHFSCreatorCode, qmx::fourCharCode("QMXc"));
-    EXPECT_EQ(attributes.NSFileHFSTypeCode, qmx::fourCharCode("AIFF"));
 }
 
 } // namespace

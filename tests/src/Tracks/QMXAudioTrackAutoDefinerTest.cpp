@@ -2,6 +2,8 @@
 #include "Tracks/QMXAudioTrackAutoDefiner.h"
 
 #include "FileRelated/QMXAudioFile.h"
+#include "Formats/QMXAudioStreamBasicDescription.h"
+#include "Processing/QMXAudioConverter.h"
 #include "Tracks/QMXAudioTrackInfo.h"
 #include "support/CapturedLog.h"
 #include "support/MemoryDisk.h"
@@ -9,7 +11,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <bit>
 #include <cerrno>
 #include <functional>
 
@@ -21,62 +22,35 @@ using testing::ElementsAre;
 using Bounds = std::pair<SInt64, SInt64>;
 
 constexpr std::size_t framesPerBlock = 8820;
-const std::string path = "/recording.aifc";
+const std::string path = "/d/recording";
 
-struct Sampling {
-    std::string coding;
-    UInt32 bits;
-    UInt32 channels;
-};
-const Sampling bigEndianStereo{"NONE", 16, 2};
-
-class Bytes : public std::vector<std::uint8_t>
+AudioStreamBasicDescription pcm(AudioFormatFlags flags, UInt32 bits, UInt32 channels)
 {
-public:
-    void text(const std::string& characters) { insert(end(), characters.begin(), characters.end()); }
-    void number(UInt64 value, UInt32 bits)
-    {
-        for (UInt32 shift = bits; shift > 0; shift -= 8)
-            push_back(static_cast<std::uint8_t>(value >> (shift - 8)));
-    }
-    void sample(int value, const Sampling& sampling)
-    {
-        if (sampling.coding == "fl32")
-            number(std::bit_cast<UInt32>(static_cast<float>(value) / 32768), 32);
-        else if (sampling.coding == "sowt")
-            number(__builtin_bswap16(static_cast<UInt16>(value)), 16);
-        else
-            number(static_cast<UInt64>(SInt64{value} << (sampling.bits - 16)), sampling.bits);
-    }
-};
+    const UInt32 frame = bits / 8 * channels;
+    return {44100, kAudioFormatLinearPCM, flags, frame, 1, frame, channels, bits, 0};
+}
+const auto bigEndianStereo = pcm(14, 16, 2);
 
-/// An AIFF-C file of blocks: '#' a loud tone, '.' a soft one.
-Bytes fileOf(const std::string& blocks, const Sampling& sampling)
+/// Writes a recording of blocks: '#' a loud tone, '.' a soft one.
+void record(const std::string& blocks, const AudioStreamBasicDescription& format = bigEndianStereo)
 {
-    const auto frames = blocks.size() * framesPerBlock;
-    const auto dataSize = frames * sampling.channels * sampling.bits / 8;
-    Bytes file;
-    file.text("FORM");
-    file.number(4 + 32 + 16 + dataSize, 32);
-    file.text("AIFCCOMM");
-    file.number(24, 32);
-    file.number(sampling.channels, 16);
-    file.number(frames, 32);
-    file.number(sampling.bits, 16);
-    file.number(0x400EAC4400000000, 64); // 44100 in 80 bits
-    file.number(0, 16);
-    file.text(sampling.coding);
-    file.number(0, 16); // an empty name
-    file.text("SSND");
-    file.number(8 + dataSize, 32);
-    file.number(0, 64);
-    for (std::size_t frame = 0; frame < frames; ++frame) {
+    std::vector<SInt16> tone(blocks.size() * framesPerBlock);
+    for (std::size_t frame = 0; frame < tone.size(); ++frame) {
         const int amplitude = blocks[frame / framesPerBlock] == '#' ? 8000 : 300;
-        const int value = frame / 20 % 2 == 0 ? amplitude : -amplitude;
-        for (UInt32 channel = 0; channel < sampling.channels; ++channel)
-            file.sample(value, sampling);
+        tone[frame] = static_cast<SInt16>(frame / 20 % 2 == 0 ? amplitude : -amplitude);
     }
-    return file;
+    const auto target = std::make_shared<QMXAudioStreamBasicDescription>(format);
+    const auto converter = QMXAudioConverter::initWithSourceFormat_destinationFormat(
+        std::make_shared<QMXAudioStreamBasicDescription>(pcm(12, 16, 1)), target);
+    const auto toneBytes = static_cast<UInt32>(tone.size() * sizeof(SInt16));
+    std::vector<Byte> audio(converter->calculateOutputBufferSize(toneBytes));
+    auto length = static_cast<UInt32>(audio.size());
+    converter->convertBuffer_inputBufferSize_outputBuffer_outputBufferSize(reinterpret_cast<const Byte*>(tone.data()),
+                                                                           toneBytes, audio.data(), &length);
+    const auto file = QMXAudioFile::initWithPath_accessMode(path, QMXAudioFileAccessMode::write);
+    file->setFileStreamFormat(*target);
+    file->setFileType(kAudioFileAIFCType);
+    ASSERT_TRUE(file->create() && file->write_length(audio.data(), &length) && file->close());
 }
 
 const std::string twoSongs = std::string(20, '#') + std::string(15, '.') + std::string(20, '#');
@@ -108,10 +82,6 @@ protected:
         Definer::setConvertsFilesOfOtherChannelCounts(false);
     }
 
-    void record(const std::string& blocks, const Sampling& sampling = bigEndianStereo)
-    {
-        disk.setContents(path, fileOf(blocks, sampling));
-    }
     static std::vector<Bounds> boundsOf(const Definer::Tracks& tracks)
     {
         std::vector<Bounds> bounds;
@@ -158,18 +128,17 @@ TEST_F(AutoDefiner, SplitsTwoSongsMidwayInTheSilence)
 TEST_F(AutoDefiner, FindsTheSameBoundsInEverySampling)
 {
     Definer::setConvertsFilesOfOtherChannelCounts(true);
-    for (const Sampling& sampling : {Sampling{"sowt", 16, 2}, Sampling{"NONE", 16, 1}, Sampling{"NONE", 16, 3},
-                                     Sampling{"NONE", 24, 1}, Sampling{"fl32", 32, 2}}) {
-        record(twoSongs, sampling);
+    for (const auto& format : {pcm(12, 16, 2), pcm(14, 16, 1), pcm(14, 16, 3), pcm(14, 24, 1), pcm(11, 32, 2)}) {
+        record(twoSongs, format);
         EXPECT_THAT(boundsOf(Definer::autoDefineTracksInFile(path)),
                     ElementsAre(Bounds{0, twoSongsBound}, Bounds{twoSongsBound, twoSongsLength}))
-            << sampling.coding << ' ' << sampling.bits << " bits, " << sampling.channels << " channels";
+            << QMXAudioStreamBasicDescription(format).description();
     }
 }
 
 TEST_F(AutoDefiner, SixteenBitMonoIsTakenAsStereoUnlessConverted)
 {
-    record(twoSongs, {"NONE", 16, 1});
+    record(twoSongs, pcm(14, 16, 1));
     ASSERT_FALSE(Definer::convertsFilesOfOtherChannelCounts());
     // each block holds the frames of two: quiet from block 10 up to 18; what follows the data counts as quiet too
     EXPECT_THAT(boundsOf(Definer::autoDefineTracksInFile(path)),

@@ -23,6 +23,12 @@ TEST(ChannelMixer, OneFeedsAllManyBecomeTheMeanAndTheRestGoStraight)
     EXPECT_EQ((Samples{2, 2}), between(3, 1, {1, 2, 3, 0, 0, 5})); // 1.67 to the nearest
     EXPECT_EQ((Samples{1, 2, 0, 0, 3, 4, 0, 0}), between(2, 4, {1, 2, 3, 4}));
     EXPECT_EQ((Samples{1, 2, 5, 6}), between(4, 2, {1, 2, 3, 4, 5, 6, 7, 8}));
+
+    Samples channels(30000); // the same before a rate conversion
+    for (std::size_t i = 0; i < channels.size(); ++i)
+        channels[i] = i % 3 == 2 ? 300 : 0;
+    const auto source = pcm(16, nativeSigned, 3), target = pcm(16, nativeSigned, 1, 22050);
+    EXPECT_EQ(100, converted<SInt16>(source, target, channels).at(2000));
 }
 
 TEST(ChannelMixer, SeparateBuffersLieChannelAfterChannel)

@@ -128,4 +128,6 @@ TEST(RateChain, QualityWaitsForTheNextStreamOnceDataWereFed)
     append(output, conversion.drained<Float64>());
     EXPECT_EQ(low, output);
     EXPECT_EQ(high, resampled(conversion, input, {3000}));
+    conversion.set(kAudioConverterSampleRateConverterQuality, 0); // nothing of a stream yet
+    EXPECT_EQ(low, resampled(conversion, input, {3000}));
 }

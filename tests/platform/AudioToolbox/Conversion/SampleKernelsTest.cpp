@@ -48,8 +48,8 @@ std::vector<Layout> allLayouts()
 std::vector<Float64> cornerSteps(UInt32 bits)
 {
     const Float64 full = std::ldexp(1, static_cast<int>(bits) - 1);
-    return {0,     0.5,      1.5,       -0.5,     -1.5,        0.49,     -0.51,     full - 1, full - 0.5, full,
-            -full, 1 - full, -full - 1, 3 * full, -7e4 * full, HUGE_VAL, -HUGE_VAL, NAN,      -1};
+    return {NAN,      HUGE_VAL,   -HUGE_VAL, 0,     0.5,      1.5,       -0.5,     -1.5,        0.49, -0.51,
+            full - 1, full - 0.5, full,      -full, 1 - full, -full - 1, 3 * full, -7e4 * full, NAN};
 }
 
 SInt64 expectedStep(Float64 step, UInt32 bits)
