@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <random>
@@ -123,6 +124,23 @@ inline void writeFile(const std::string& path, const ByteBlock& bytes)
 {
     std::ofstream(path, std::ios::binary)
         .write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+}
+
+/// Appends a chunk to a whole form, as a program that knows only the form's size would.
+inline void appendChunk(ByteBlock& file, const char* id, const ByteBlock& data)
+{
+    const bool isLittle = file[3] == 'F';
+    const auto put = [&](std::size_t at, std::size_t value) {
+        for (std::size_t i = 0; i < 4; ++i)
+            file[at + i] = static_cast<std::uint8_t>(value >> 8 * (isLittle ? i : 3 - i));
+    };
+    const std::size_t at = file.size() + file.size() % 2;
+    file.resize(at + 8);
+    std::memcpy(&file[at], id, 4);
+    put(at + 4, data.size());
+    file.insert(file.end(), data.begin(), data.end());
+    file.resize(file.size() + file.size() % 2);
+    put(4, file.size() - 8);
 }
 
 /// `text` with the first place of `part` changed.

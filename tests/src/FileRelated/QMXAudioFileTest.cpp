@@ -4,7 +4,9 @@
 #include "Formats/QMXAudioStreamBasicDescription.h"
 #include "platform/AudioToolbox/AudioFileHelpers.h"
 #include "support/CapturedLog.h"
+#include "support/KilledProcess.h"
 #include "support/MemoryDisk.h"
+#include "support/TemporaryFolder.h"
 
 #include <gtest/gtest.h>
 
@@ -280,4 +282,33 @@ TEST_F(AudioFileObject, AStalledDiskHoldsUpFlushOnlyBrieflyAndLosesNothing)
     disk.setStalled(false);
     ASSERT_TRUE(file->close());
     EXPECT_EQ(readAll("/d/a", false, span), bytes);
+}
+
+// What the platform's file has taken in must be there; what is still in the cache may be lost.
+TEST(AudioFileCache, AKilledRecordingHoldsAllThatWasWrittenAndAChunkThatCameMeanwhile)
+{
+    const qmx::test::TemporaryFolder folder;
+    std::minstd_rand random(7);
+    for (int run = 0; run < 25; ++run) {
+        const std::string path = folder.path(std::to_string(run));
+        const bool hasChunkBehind = run % 2 == 1;
+        const std::size_t block = 4096 + random() % 200000 * 4;
+        const std::size_t reported = qmx::test::killAfter(static_cast<int>(random() % 40), [&](const auto& report) {
+            const auto file = createdFile(path, true);
+            if (hasChunkBehind) {
+                Bytes whole = qmx::test::contentsOf(path);
+                qmx::test::appendChunk(whole, "note", pattern(301));
+                qmx::test::writeFile(path, whole);
+            }
+            for (std::size_t end = 0; report(qmx::test::bytesIn(file->audioFileID())); end += block)
+                if (!writeAll(*file, pattern(block, end), block) || !file->flush())
+                    break;
+        });
+        Bytes audio = readAll(path, false, 1 << 20);
+        ASSERT_GE(audio.size(), reported) << "run " << run;
+        audio.resize(reported);
+        ASSERT_TRUE(audio == pattern(reported)) << "run " << run;
+        const auto chunks = qmx::test::chunksOf(qmx::test::contentsOf(path));
+        EXPECT_EQ(std::ranges::count(chunks, "note", &qmx::test::FoundChunk::id), hasChunkBehind ? 1 : 0);
+    }
 }

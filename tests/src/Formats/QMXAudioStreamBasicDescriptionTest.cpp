@@ -84,12 +84,4 @@ TEST(StreamFormat, PrintsToStandardOutputWithTheCodeAsItLiesInMemory)
               rule + "Title\n" + rule + fields + rule + rule + fields + rule + "Can't print a NULL desc!\n");
 }
 
-TEST(StreamFormat, AnUnknownCodingKeepsRateCodeAndTwoChannels)
-{
-    const auto format = Format::standardFormatWithId_sampleRate(qmx::fourCharCode("?!?!"), 32000);
-    EXPECT_EQ(format->formatID(), qmx::fourCharCode("?!?!"));
-    EXPECT_EQ(format->description(), "32000Hz, stereo, 0 bits");
-    EXPECT_EQ(format->bytesPerFrame(), 0u);
-}
-
 } // namespace

@@ -178,10 +178,3 @@ TEST(SilenceAnalysis, CountedSearchOfNoBlocksOrNoTracksStaysWithinTheTable)
     EXPECT_EQ(findCountedSplits(nullptr, 0, -3, splits.data()), static_cast<UInt32>(-3));
     EXPECT_EQ(splits[3], 9U);
 }
-
-TEST(SilenceAnalysis, RemainderOfWideNumbers)
-{
-    EXPECT_EQ(myMod(0xFFFFFFFFFFFFFFFF, 10), 5U);
-    EXPECT_EQ(myMod(7, 0), 0U);
-    EXPECT_EQ(counter, 0);
-}

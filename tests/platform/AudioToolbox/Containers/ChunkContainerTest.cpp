@@ -2,16 +2,14 @@
 // What becomes of files whose writer is killed, whose disk fails, and that other writers change meanwhile. Faults are put at
 // every change of the disk in turn; one test kills a real process. A torn write of fewer than 4096 header bytes is not simulated.
 #include "platform/AudioToolbox/AudioFileHelpers.h"
+#include "support/KilledProcess.h"
 #include "support/MemoryDisk.h"
 #include "support/TemporaryFolder.h"
 
 #include <algorithm>
-#include <csignal>
 #include <cstring>
 #include <numeric>
 #include <random>
-#include <sys/wait.h>
-#include <unistd.h>
 
 using namespace qmx::test;
 
@@ -45,22 +43,6 @@ const ByteBlock foreign2 = pattern(300, 99);
 // one block, odd ones, more than the room that is made at first, and a rest that only closing brings into the header
 const std::vector<std::size_t> writes{4096, 4099, 9000, 1'200'000, 5001, 3, 2};
 constexpr std::size_t block = 4096;
-
-void appendChunk(ByteBlock& file, const char* id, const ByteBlock& data)
-{
-    const bool isLittle = file[3] == 'F';
-    const auto put = [&](std::size_t at, std::size_t value) {
-        for (std::size_t i = 0; i < 4; ++i)
-            file[at + i] = static_cast<std::uint8_t>(value >> 8 * (isLittle ? i : 3 - i));
-    };
-    const std::size_t at = file.size() + file.size() % 2;
-    file.resize(at + 8);
-    std::memcpy(&file[at], id, 4);
-    put(at + 4, data.size());
-    file.insert(file.end(), data.begin(), data.end());
-    file.resize(file.size() + file.size() % 2);
-    put(4, file.size() - 8);
-}
 
 // A file with a little audio and, where the case says so, chunks of others behind it; the bytes of audio.
 std::size_t prepare(MemoryDisk& disk, const Case& c)
@@ -221,39 +203,6 @@ TEST_P(EveryChange, GrowthKeepsEveryByteAndEndsWithTheChunksRightBehindTheAudio)
 INSTANTIATE_TEST_SUITE_P(ChunkContainer, EveryChange, testing::ValuesIn(cases),
                          [](const auto& test) { return test.param.name; });
 
-namespace
-{
-
-// Lets a process write blocks to the file and report each on a pipe, and kills it after `reports`; the audio bytes it reported.
-std::size_t killAfter(const std::string& path, int reports, std::size_t blockSize)
-{
-    int ends[2];
-    EXPECT_EQ(pipe(ends), 0);
-    const pid_t child = fork();
-    if (child == 0) {
-        const auto opened = openFile(path, fsRdWrPerm);
-        std::size_t end = opened.file ? bytesIn(opened.file) : 0;
-        while (opened.file && writeAudio(opened.file, static_cast<SInt64>(end), pattern(blockSize, end)) == noErr) {
-            end += blockSize;
-            if (write(ends[1], &end, sizeof end) != sizeof end)
-                break;
-        }
-        _exit(1);
-    }
-    close(ends[1]);
-    std::size_t reported = 0;
-    for (int i = 0; read(ends[0], &reported, sizeof reported) == sizeof reported; ++i)
-        if (i == reports)
-            kill(child, SIGKILL);
-    int status = 0;
-    waitpid(child, &status, 0);
-    EXPECT_TRUE(WIFSIGNALED(status));
-    close(ends[0]);
-    return reported;
-}
-
-} // namespace
-
 TEST(ChunkContainer, KilledProcessLeavesEveryBlockItReported)
 {
     const TemporaryFolder folder;
@@ -266,7 +215,13 @@ TEST(ChunkContainer, KilledProcessLeavesEveryBlockItReported)
         prepare(disk, c);
         writeFile(path, disk.contents("/d/file"));
         qmx::FileSystem::setCurrent(nullptr);
-        const std::size_t reported = killAfter(path, static_cast<int>(random() % 60), 4096 + random() % 30000 * 4);
+        const std::size_t blockSize = 4096 + random() % 30000 * 4;
+        const std::size_t reported = killAfter(static_cast<int>(random() % 60), [&](const auto& report) {
+            const auto opened = openFile(path, fsRdWrPerm);
+            for (std::size_t end = opened.file ? bytesIn(opened.file) : 0; report(end); end += blockSize)
+                if (writeAudio(opened.file, static_cast<SInt64>(end), pattern(blockSize, end)) != noErr)
+                    break;
+        });
         EXPECT_GT(reported, 0U);
         disk.setContents("/d/file", contentsOf(path));
         qmx::FileSystem::setCurrent(&disk);
