@@ -150,7 +150,7 @@ protected:
     {
         switch (chunk.id) {
         case sizes64ID:
-            return is64_ && sizes64_ == 0 ? readSizes64(chunk) : noErr;
+            return is64_ && chunk.position == firstChunk ? readSizes64(chunk) : noErr;
         case fillerID:
             if (chunk.position == firstChunk && chunk.size >= sizes64Bytes)
                 reserved_ = order_ == ByteOrder::little;

@@ -200,6 +200,8 @@ TEST(ContainerFormats, OddAndDamagedFilesAreReadOrRefused)
         {"RF64", rf64 + "'ds64' 1c000000 4800000000000000 0400000000000000" + max64 + "00000000" + fmt + data64},
         {"RF64 with absurd sizes", rf64 + "'ds64' 1c000000" + max64 + max64 + max64 + "ffffffff" + fmt + data64},
         {"RF64 without its sizes", rf64 + fmt + data64, "", damaged},
+        {"RF64 with its sizes behind", rf64 + fmt + data64 + "'ds64' 1c000000" + max64 + max64 + max64 + "00000000", "",
+         damaged},
     };
     for (const auto& row : files) {
         SCOPED_TRACE(row.name);
