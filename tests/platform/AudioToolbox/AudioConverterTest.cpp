@@ -117,22 +117,6 @@ TEST(AudioConverter, SizesAreExactAtEqualRatesAndThoseOfPackedFormatsFollowFromC
     EXPECT_EQ(0u, room);
 }
 
-TEST(AudioConverter, PropertiesKnowTheirSizesAndWhatMayBeSet)
-{
-    Conversion conversion(pcm(16, nativeSigned, 2), pcm(16, nativeSigned, 1));
-    std::array<Byte, 64> value;
-    value.fill(0xFF);
-    const auto get = [&](AudioConverterPropertyID property, UInt32 size) {
-        return AudioConverterGetProperty(conversion.ref, property, &size, value.data());
-    };
-    EXPECT_EQ(noErr, get(kAudioConverterCurrentOutputStreamDescription, 40));
-    EXPECT_EQ(kAudioConverterErr_BadPropertySizeError, get(kAudioConverterCurrentOutputStreamDescription, 39));
-    EXPECT_EQ(kAudioConverterErr_OperationNotSupported, get(kAudioConverterChannelMap, 4)); // the mean has no map
-    EXPECT_EQ(kAudioConverterErr_PropertyNotSupported, get(kAudioConverterEncodeBitRate, 4));
-    EXPECT_EQ(kAudioConverterErr_OperationNotSupported,
-              conversion.set(kAudioConverterPropertyMinimumInputBufferSize, 1));
-}
-
 TEST(AudioConverter, PullingGivesTheSameStreamWhateverPiecesTheInputComesIn)
 {
     const auto mono = pcm(32, nativeFloat);

