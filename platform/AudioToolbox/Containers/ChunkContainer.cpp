@@ -96,6 +96,7 @@ OSStatus ChunkContainer::walk()
             room_.begin = chunk->position;
         if (const OSStatus status = visit(*chunk); status != noErr)
             return status;
+        endsCutOff_ = chunk->position != audio_.chunk && chunk->end() > fileLength();
         chunk->size = std::min(chunk->size, fileLength() - chunk->dataStart());
         if (room_.begin == chunk->position)
             room_.end = chunk->id == filler_ ? std::min(chunk->paddedEnd(), fileLength()) : chunk->position;

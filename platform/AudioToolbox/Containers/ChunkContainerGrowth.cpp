@@ -59,6 +59,8 @@ OSStatus ChunkContainer::prepareGrowth(UInt64 start, UInt64 end)
         return status;
     if (const OSStatus status = noticeOtherWriter(); status != noErr)
         return status;
+    if (endsCutOff_ && !audioIsLast_)
+        return kAudioFileInvalidChunkError; // what were put behind that chunk would be taken for its missing part
     if (const OSStatus status = hasAudioChunk() ? noErr : addAudioChunk(); status != noErr)
         return status;
     const UInt64 chunkEnd = std::max(written_.audioChunkEnd, audio_.start + end);
