@@ -113,6 +113,7 @@ OSStatus ChunkContainer::walk()
 void ChunkContainer::endWalk(const Chunk& last, bool ranIntoOtherBytes, UInt64 formEnd)
 {
     const UInt64 walkEnd = std::min(last.paddedEnd(), fileLength());
+    endsInOtherBytes_ = ranIntoOtherBytes;
     written_.formEnd = ranIntoOtherBytes ? formEnd : walkEnd;
     audioIsLast_ = hasAudioChunk() && last.position == audio_.chunk && !ranIntoOtherBytes;
     if (room_.begin == 0)

@@ -127,9 +127,10 @@ private:
     std::optional<Held> held_;
     UInt64 declaredEnd_ = 0;
     bool audioIsLast_ = false;
-    bool endsCutOff_ = false;   // the last chunk is not the audio's and longer than the file
-    bool grewInFront_ = false;  // audio grew in front of other chunks
-    UInt64 unwrittenBytes_ = 0; // added since the header was brought up to date
+    bool endsCutOff_ = false;       // the last chunk is not the audio's and longer than the file
+    bool endsInOtherBytes_ = false; // bytes that are no chunk end the form
+    bool grewInFront_ = false;      // audio grew in front of other chunks
+    UInt64 unwrittenBytes_ = 0;     // added since the header was brought up to date
     UInt64 nextRoom_ = UInt64{1} << 20;
 };
 

@@ -59,8 +59,9 @@ OSStatus ChunkContainer::prepareGrowth(UInt64 start, UInt64 end)
         return status;
     if (const OSStatus status = noticeOtherWriter(); status != noErr)
         return status;
-    if (endsCutOff_ && !audioIsLast_)
-        return kAudioFileInvalidChunkError; // what were put behind that chunk would be taken for its missing part
+    // what came behind a chunk that the file cuts off would be taken for its missing part; behind other bytes none finds it
+    if ((endsCutOff_ && !audioIsLast_) || (endsInOtherBytes_ && !hasAudioChunk()))
+        return kAudioFileInvalidChunkError;
     if (const OSStatus status = hasAudioChunk() ? noErr : addAudioChunk(); status != noErr)
         return status;
     const UInt64 chunkEnd = std::max(written_.audioChunkEnd, audio_.start + end);
