@@ -1,0 +1,17 @@
+// SPDX-License-Identifier: MIT
+// Any bytes as a binary property list; what is readable must write and read back to the same bytes.
+#include "Foundation/PropertyList.h"
+
+#include <cstdlib>
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
+{
+    const auto value = qmx::parseBinaryPropertyList({data, size});
+    if (!value)
+        return 0;
+    const auto written = qmx::binaryPropertyListData(*value);
+    const auto again = qmx::parseBinaryPropertyList(written);
+    if (!again || qmx::binaryPropertyListData(*again) != written)
+        std::abort();
+    return 0;
+}

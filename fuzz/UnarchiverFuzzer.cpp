@@ -1,0 +1,12 @@
+// SPDX-License-Identifier: MIT
+// Any bytes as a sequential archive; what gives an object must go into a keyed archive and come back.
+#include "ArchiveFuzzing.h"
+#include "Foundation/Unarchiver.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
+{
+    qmx::registerArchiveClass("Note", &AnyNote::decode);
+    if (const auto object = qmx::Unarchiver::unarchiveObjectWithData({data, size}))
+        requireRoundTrip(object);
+    return 0;
+}
