@@ -3,13 +3,13 @@
 #include "Formats/QMXAudioStreamBasicDescription.h"
 #include "Foundation/Log.h"
 #include "Tracks/QMXAudioTrackAutoDefiner.h"
-#include "Tracks/QMXAudioTrackInfo.h"
 #include "support/CommandLine.h"
 #include "support/Envelope.h"
 #include "support/Failure.h"
 #include "support/Interrupt.h"
 #include "support/ProgressBar.h"
 #include "support/Recording.h"
+#include "support/StoreJob.h"
 #include "support/WaveformPlot.h"
 #include "support/WholeFile.h"
 
@@ -24,7 +24,9 @@ using example::CommandLine;
 using example::Failure;
 
 constexpr const char* help =
-    R"(usage: split [--sensitivity N] [--silence MS] [--level N] [--tracks N] [--plot FILE.svg] FILE
+    R"(usage: split [--sensitivity N] [--silence MS] [--level N] [--tracks N] [--plot FILE.svg]
+             [--store [--title N=TEXT]... [--artist TEXT] [--album TEXT] [--cover IMAGE]] FILE
+       split --list | --history | --repair | --title N=TEXT ... FILE
 
 Divides the recording FILE into tracks and prints one line for each: first frame, frame
 past the last, and title, with tabs between them.
@@ -34,6 +36,19 @@ past the last, and title, with tabs between them.
   --level N         sample value whose crossings are counted, on the scale of 16 bits (500)
   --tracks N        make N tracks, at the quietest places, instead of looking for silences
   --plot FILE.svg   draw the waveform with the tracks
+
+The tracks can be kept in the file itself (AIFF and AIFF-C), which leaves the audio as it is:
+
+  --store           keep the tracks in FILE, in place of those that are there
+  --title N=TEXT    title of track N, counted from 1; for tracks stored before if --store is not given
+  --artist TEXT     artist of all tracks and of the album
+  --album TEXT      title of the album
+  --cover IMAGE     picture of all tracks
+  --output COPY     work on COPY, which is made anew from FILE
+  --force           store even where the file holds tracks that cannot be read
+  --list            print the tracks that are kept in FILE
+  --history         print what was done to FILE: first frame, frame past the last, process, settings
+  --repair          set the sizes in FILE right, after its writer was killed
 )";
 
 struct Settings {
@@ -154,26 +169,33 @@ std::string plotOf(QMXAudioFile& file, const QMXAudioTrackAutoDefiner::Tracks::e
     return drawWaveform(plot, measure(file));
 }
 
+const std::vector<std::string> options{"--sensitivity", "--silence", "--level", "--tracks", "--plot",
+                                       "--title",       "--artist",  "--album", "--cover",  "--output"};
+const std::vector<std::string> flags{"--store", "--list", "--history", "--repair", "--force"};
+
 int split(int argumentCount, char** arguments)
 {
-    const CommandLine line(argumentCount, arguments, {"--sensitivity", "--silence", "--level", "--tracks", "--plot"});
+    const CommandLine line(argumentCount, arguments, options, flags);
     if (line.asksForHelp()) {
         example::printAll(help);
         return 0;
     }
-    const Settings settings = settingsFrom(line);
+    Settings settings = settingsFrom(line);
+    const example::StoreJob job(line, settings.path);
+    settings.path = job.path();
+    if (!job.divides()) {
+        job.run();
+        return 0;
+    }
     example::catchInterrupts(&QMXAudioTrackAutoDefiner::cancel);
     const auto file = example::openRecording(settings.path);
     checkLength(*file, settings);
     checkPlotPath(settings);
 
     const auto tracks = define(settings);
-    std::string lines;
-    for (const auto& track : *tracks)
-        lines += qmx::format("%qi\t%qi\t%@\n", track->trackBegin(), track->trackEnd(), track->trackTitle());
     if (!settings.plotPath.empty())
         example::writeWholeFile(settings.plotPath, plotOf(*file, *tracks));
-    example::printAll(lines);
+    job.finish(*tracks);
     return 0;
 }
 

@@ -31,8 +31,12 @@ template <class Number> Number parsed(const std::string& option, const std::stri
 
 } // namespace
 
-CommandLine::CommandLine(int argumentCount, char** arguments, const std::vector<std::string>& options)
+CommandLine::CommandLine(int argumentCount, char** arguments, const std::vector<std::string>& options,
+                         const std::vector<std::string>& flags)
 {
+    const auto isAmong = [](const std::vector<std::string>& names, const std::string& name) {
+        return std::ranges::find(names, name) != names.end();
+    };
     bool onlyPlain = false;
     for (int i = 1; i < argumentCount; ++i) {
         const std::string argument = arguments[i];
@@ -40,24 +44,32 @@ CommandLine::CommandLine(int argumentCount, char** arguments, const std::vector<
             plain_.push_back(argument);
         } else if (argument == "--") {
             onlyPlain = true;
-        } else if (argument == "--help") {
-            asksForHelp_ = true;
+        } else if (argument == "--help" || isAmong(flags, argument)) {
+            values_[argument];
         } else {
             const std::size_t equals = argument.find('=');
             const std::string name = argument.substr(0, equals);
-            if (std::ranges::find(options, name) == options.end())
+            if (isAmong(flags, name))
+                throw Failure{name + " takes no value", usageError};
+            if (!isAmong(options, name))
                 throw Failure{"unknown option " + name + " (--help lists them)", usageError};
             if (equals == std::string::npos && i + 1 == argumentCount)
                 throw Failure{name + " needs a value", usageError};
-            values_[name] = equals == std::string::npos ? arguments[++i] : argument.substr(equals + 1);
+            values_[name].push_back(equals == std::string::npos ? arguments[++i] : argument.substr(equals + 1));
         }
     }
 }
 
 std::optional<std::string> CommandLine::text(const std::string& option) const
 {
+    const auto values = texts(option);
+    return values.empty() ? std::nullopt : std::optional(values.back());
+}
+
+std::vector<std::string> CommandLine::texts(const std::string& option) const
+{
     const auto found = values_.find(option);
-    return found == values_.end() ? std::nullopt : std::optional(found->second);
+    return found == values_.end() ? std::vector<std::string>() : found->second;
 }
 
 std::optional<double> CommandLine::number(const std::string& option, double least, double most) const

@@ -13,22 +13,26 @@ namespace example
 class CommandLine
 {
 public:
-    /// Takes the arguments apart. A Failure with exit status 2 for an option that is not among `options` or lacks its value.
-    /// `--help` is always known and takes no value.
-    CommandLine(int argumentCount, char** arguments, const std::vector<std::string>& options);
+    /// Takes the arguments apart. A Failure with exit status 2 for an option that is not among `options` or lacks its value, or a
+    /// flag, which takes none, with a value. `--help` is always a flag.
+    CommandLine(int argumentCount, char** arguments, const std::vector<std::string>& options,
+                const std::vector<std::string>& flags = {});
 
-    bool asksForHelp() const { return asksForHelp_; }
+    bool asksForHelp() const { return has("--help"); }
+    bool has(const std::string& option) const { return values_.contains(option); }
     const std::vector<std::string>& plainArguments() const { return plain_; }
+    /// The value given with `option`, the last one when it was given more than once.
     std::optional<std::string> text(const std::string& option) const;
+    /// All values given with `option`, in order.
+    std::vector<std::string> texts(const std::string& option) const;
     /// The number given with `option`; a Failure with exit status 2 when it is none or lies outside the bounds.
     std::optional<double> number(const std::string& option, double least, double most) const;
     /// The same for whole numbers.
     std::optional<long> wholeNumber(const std::string& option, long least, long most) const;
 
 private:
-    std::map<std::string, std::string> values_;
+    std::map<std::string, std::vector<std::string>> values_;
     std::vector<std::string> plain_;
-    bool asksForHelp_ = false;
 };
 
 } // namespace example

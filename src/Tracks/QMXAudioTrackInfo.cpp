@@ -2,6 +2,9 @@
 #include "Tracks/QMXAudioTrackInfo.h"
 
 #include "Foundation/Format.h"
+#include "Foundation/Number.h"
+
+#include <type_traits>
 
 constinit const std::string_view QMXTrackId = "QMXTrackId";
 constinit const std::string_view QMXTrackTitle = "QMXTrackName";
@@ -25,6 +28,52 @@ constinit const std::string_view QMXNumberOfTracks = "QMXNumberOfTracks";
 constinit const std::string_view QMXAlbumNumber = "QMXAlbumNumber";
 constinit const std::string_view QMXNumberOfAlbums = "QMXNumberOfAlbums";
 
+namespace
+{
+
+template <class Integer> Integer bytesReversed(Integer value)
+{
+    using Bits = std::make_unsigned_t<Integer>;
+    Bits rest = static_cast<Bits>(value);
+    Bits reversed = 0;
+    for (std::size_t i = 0; i < sizeof value; ++i, rest >>= 8)
+        reversed = static_cast<Bits>(reversed << 8 | (rest & 0xff));
+    return static_cast<Integer>(reversed);
+}
+
+// The archived numbers have their bytes in reverse order on every host; this is intended and part of the format.
+std::shared_ptr<qmx::Number> archivedFrame(SInt64 frame)
+{
+    return qmx::Number::withUnsignedLongLong(static_cast<UInt64>(bytesReversed(frame)));
+}
+
+std::shared_ptr<qmx::Number> archivedCount(SInt32 count)
+{
+    return qmx::Number::withUnsignedInt(static_cast<UInt32>(bytesReversed(count)));
+}
+
+SInt64 frameFrom(const std::shared_ptr<qmx::Number>& number)
+{
+    return number ? bytesReversed(static_cast<SInt64>(number->unsignedLongLongValue())) : 0;
+}
+
+SInt32 countFrom(const std::shared_ptr<qmx::Number>& number)
+{
+    return number ? bytesReversed(static_cast<SInt32>(number->unsignedIntValue())) : 0;
+}
+
+bool boolFrom(const std::shared_ptr<qmx::Number>& number)
+{
+    return number && number->boolValue();
+}
+
+std::shared_ptr<qmx::Number> nextNumber(qmx::Decoder& decoder)
+{
+    return std::dynamic_pointer_cast<qmx::Number>(decoder.decodeObject());
+}
+
+} // namespace
+
 std::shared_ptr<QMXAudioTrackInfo> QMXAudioTrackInfo::init()
 {
     return std::make_shared<QMXAudioTrackInfo>();
@@ -46,6 +95,88 @@ std::shared_ptr<QMXAudioTrackInfo> QMXAudioTrackInfo::audioTrackInfoWithTrackTit
     std::optional<std::string> trackTitle, UInt64 trackBegin, UInt64 trackEnd, bool isActive)
 {
     return initWithTrackTitle_trackBegin_trackEnd_isActive(std::move(trackTitle), trackBegin, trackEnd, isActive);
+}
+
+void QMXAudioTrackInfo::encodeWithCoder(qmx::Coder& coder) const
+{
+    coder.encodeString_forKey(mTrackId, QMXTrackId);
+    coder.encodeString_forKey(mTrackTitle, QMXTrackTitle);
+    coder.encodeString_forKey(mTrackArtistName, QMXTrackArtistName);
+    coder.encodeString_forKey(mTrackComposerName, QMXTrackComposerName);
+    coder.encodeString_forKey(mTrackYear, QMXTrackYear);
+    coder.encodeObject_forKey(archivedFrame(mTrackBegin), QMXTrackBegin);
+    coder.encodeObject_forKey(archivedFrame(mTrackEnd), QMXTrackEnd);
+    coder.encodeObject_forKey(qmx::Number::withBool(mActive), QMXTrackIsActive);
+    coder.encodeObject_forKey(qmx::Number::withBool(mCompilation), QMXCompilation);
+    coder.encodeString_forKey(mAlbumTitle, QMXAlbumTitle);
+    coder.encodeString_forKey(mAlbumArtistName, QMXAlbumArtistName);
+    coder.encodeString_forKey(mAlbumYear, QMXAlbumYear);
+    coder.encodeString_forKey(mGenre, QMXGenre);
+    coder.encodeString_forKey(mGrouping, QMXGrouping);
+    coder.encodeObject_forKey(mCoverArt ? mCoverArt : unreadCoverArt_, QMXCoverArt);
+    coder.encodeString_forKey(mComments, QMXComments);
+    coder.encodeString_forKey(mLyrics, QMXLyrics);
+    coder.encodeObject_forKey(archivedCount(mTrackNumber), QMXTrackNumber);
+    coder.encodeObject_forKey(archivedCount(mNumberOfTracks), QMXNumberOfTracks);
+    coder.encodeObject_forKey(archivedCount(mAlbumNumber), QMXAlbumNumber);
+    coder.encodeObject_forKey(archivedCount(mNumberOfAlbums), QMXNumberOfAlbums);
+}
+
+std::shared_ptr<QMXAudioTrackInfo> QMXAudioTrackInfo::initWithCoder(qmx::Decoder& decoder)
+{
+    auto track = init();
+    if (decoder.allowsKeyedCoding())
+        track->decodeKeys(decoder);
+    else
+        track->decodeSequence(decoder);
+    return track;
+}
+
+void QMXAudioTrackInfo::decodeKeys(qmx::Decoder& decoder)
+{
+    mTrackId = decoder.decodeStringForKey(QMXTrackId);
+    mTrackTitle = decoder.decodeStringForKey(QMXTrackTitle);
+    mTrackArtistName = decoder.decodeStringForKey(QMXTrackArtistName);
+    mTrackComposerName = decoder.decodeStringForKey(QMXTrackComposerName);
+    mTrackYear = decoder.decodeStringForKey(QMXTrackYear);
+    mTrackBegin = frameFrom(decoder.decodeNumberForKey(QMXTrackBegin));
+    mTrackEnd = frameFrom(decoder.decodeNumberForKey(QMXTrackEnd));
+    mActive = boolFrom(decoder.decodeNumberForKey(QMXTrackIsActive));
+    mCompilation = boolFrom(decoder.decodeNumberForKey(QMXCompilation));
+    mAlbumTitle = decoder.decodeStringForKey(QMXAlbumTitle);
+    mAlbumArtistName = decoder.decodeStringForKey(QMXAlbumArtistName);
+    mAlbumYear = decoder.decodeStringForKey(QMXAlbumYear);
+    mGenre = decoder.decodeStringForKey(QMXGenre);
+    mGrouping = decoder.decodeStringForKey(QMXGrouping);
+    mCoverArt = decoder.decodeImageForKey(QMXCoverArt);
+    if (!mCoverArt)
+        unreadCoverArt_ = decoder.decodeObjectForKey(QMXCoverArt);
+    mComments = decoder.decodeStringForKey(QMXComments);
+    mLyrics = decoder.decodeStringForKey(QMXLyrics);
+    mTrackNumber = countFrom(decoder.decodeNumberForKey(QMXTrackNumber));
+    mNumberOfTracks = countFrom(decoder.decodeNumberForKey(QMXNumberOfTracks));
+    mAlbumNumber = countFrom(decoder.decodeNumberForKey(QMXAlbumNumber));
+    mNumberOfAlbums = countFrom(decoder.decodeNumberForKey(QMXNumberOfAlbums));
+}
+
+void QMXAudioTrackInfo::decodeSequence(qmx::Decoder& decoder)
+{
+    if (const auto title = std::dynamic_pointer_cast<qmx::String>(decoder.decodeObject()))
+        mTrackTitle = title->text();
+    mTrackBegin = frameFrom(nextNumber(decoder));
+    mTrackEnd = frameFrom(nextNumber(decoder));
+    mActive = boolFrom(nextNumber(decoder));
+}
+
+std::vector<std::string> QMXAudioTrackInfo::archiveClassNames() const
+{
+    return {"QMXAudioTrackInfo", "NSObject"};
+}
+
+void QMXAudioTrackInfo::setCoverArt(std::shared_ptr<qmx::Image> coverArt)
+{
+    mCoverArt = std::move(coverArt);
+    unreadCoverArt_ = nullptr;
 }
 
 // Unsigned arithmetic: bounds from a damaged file may be anything.

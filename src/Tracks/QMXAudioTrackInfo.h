@@ -2,6 +2,7 @@
 #pragma once
 
 #include "CoreAudioTypes/MacTypes.h"
+#include "Foundation/Coder.h"
 #include "Foundation/Export.h"
 #include "Foundation/Image.h"
 #include "Foundation/Object.h"
@@ -11,6 +12,7 @@
 #include <string>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 // Keys under which the fields are archived. The track title's key reads "QMXTrackName".
 QMX_EXPORT extern const std::string_view QMXTrackId;
@@ -37,7 +39,9 @@ QMX_EXPORT extern const std::string_view QMXNumberOfAlbums;
 
 /// One track of an audio file: its bounds in frames and its catalogue data. Absent texts mean not known. Records are
 /// compared by identity. One thread at a time per object.
-class QMX_EXPORT QMXAudioTrackInfo : public qmx::Object
+///
+/// In archives the bounds and the four counts are stored with their bytes reversed; the version is not stored.
+class QMX_EXPORT QMXAudioTrackInfo : public qmx::Object, public qmx::Coding
 {
 public:
     /// The version that every record carries.
@@ -53,6 +57,11 @@ public:
     static std::shared_ptr<QMXAudioTrackInfo>
     audioTrackInfoWithTrackTitle_trackBegin_trackEnd_isActive(std::optional<std::string> trackTitle, UInt64 trackBegin,
                                                               UInt64 trackEnd, bool isActive);
+    /// A record from an archive. What is missing there is absent, 0 or false: a missing count is 0, not -1.
+    static std::shared_ptr<QMXAudioTrackInfo> initWithCoder(qmx::Decoder& decoder);
+    /// Needs a coder with keys.
+    void encodeWithCoder(qmx::Coder& coder) const override;
+    std::vector<std::string> archiveClassNames() const override;
 
     /// The first frame of the track.
     SInt64 trackBegin() const { return mTrackBegin; }
@@ -108,7 +117,7 @@ public:
     void setLyrics(std::optional<std::string> lyrics) { mLyrics = std::move(lyrics); }
     /// The cover picture, shared; null when there is none.
     const std::shared_ptr<qmx::Image>& coverArt() const { return mCoverArt; }
-    void setCoverArt(std::shared_ptr<qmx::Image> coverArt) { mCoverArt = std::move(coverArt); }
+    void setCoverArt(std::shared_ptr<qmx::Image> coverArt);
 
     // -1 in the numbers means not set.
     SInt32 trackNumber() const { return mTrackNumber; }
@@ -124,6 +133,9 @@ public:
     std::string description() const override;
 
 private:
+    void decodeKeys(qmx::Decoder& decoder);
+    void decodeSequence(qmx::Decoder& decoder);
+
     SInt64 mTrackBegin = 0;
     SInt64 mTrackEnd = 0;
     UInt32 mAudioTrackInfoVersion = kVersion;
@@ -146,4 +158,7 @@ private:
     SInt32 mAlbumNumber = -1;
     SInt32 mNumberOfAlbums = -1;
     bool mCompilation = false;
+
+    std::shared_ptr<const qmx::Object>
+        unreadCoverArt_; // archived by another program in a way that is kept, not understood
 };

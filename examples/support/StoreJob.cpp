@@ -1,0 +1,124 @@
+// SPDX-License-Identifier: MIT
+#include "support/StoreJob.h"
+
+#include "support/Failure.h"
+
+#include <charconv>
+#include <cstdio>
+
+namespace example
+{
+namespace
+{
+
+constexpr int usageError = 2;
+
+std::map<std::size_t, std::string> titlesFrom(const std::vector<std::string>& texts)
+{
+    std::map<std::size_t, std::string> titles;
+    for (const std::string& text : texts) {
+        std::size_t number = 0;
+        const char* const end = text.data() + text.size();
+        const auto [stop, error] = std::from_chars(text.data(), end, number);
+        if (error != std::errc{} || number == 0 || stop == end || *stop != '=')
+            throw Failure{"--title takes a track's number, = and its title, not '" + text + "'", usageError};
+        titles[number] = std::string(stop + 1, end);
+    }
+    return titles;
+}
+
+} // namespace
+
+StoreJob::StoreJob(const CommandLine& line, const std::string& path)
+    : path_(path), stores_(line.has("--store")), lists_(line.has("--list")), history_(line.has("--history")),
+      repairs_(line.has("--repair")), force_(line.has("--force")), titles_(titlesFrom(line.texts("--title"))),
+      artist_(line.text("--artist")), album_(line.text("--album")), coverPath_(line.text("--cover").value_or(""))
+{
+    const int jobs = int{stores_ || edits()} + int{lists_} + int{history_} + int{repairs_};
+    if (jobs > 1)
+        throw Failure{"--list, --history, --repair and storing do not go together", usageError};
+    const auto output = line.text("--output");
+    if (output && !stores_ && !edits() && !repairs_)
+        throw Failure{"--output needs --store or --repair", usageError};
+    if (!coverPath_.empty())
+        cover_ = readCover(coverPath_);
+    if (stores_ || edits())
+        checkCanStore(path_);
+    if (output) {
+        copyRecording(path_, *output);
+        path_ = *output;
+    }
+    if (stores_ || edits())
+        readRecord(path_, force_);
+}
+
+Record StoreJob::kept() const
+{
+    Record record = readRecord(path_, false);
+    if (!record)
+        throw Failure{path_ + ": keeps no tracks (--store puts some there)"};
+    return record;
+}
+
+void StoreJob::run() const
+{
+    if (repairs_) {
+        printAll(path_ + ": " + repairRecording(path_) + "\n");
+    } else if (lists_) {
+        printAll(trackLines(*kept()));
+    } else if (history_) {
+        printAll(historyLines(*kept()));
+    } else {
+        const Record record = kept();
+        if (!record->trackInfos())
+            throw Failure{path_ + ": keeps no tracks (--store puts some there)"};
+        edit(*record->trackInfos());
+        store(record);
+    }
+}
+
+void StoreJob::finish(const QMXTrackAndProcessingInfo::TrackList& tracks) const
+{
+    const Record found = QMXTrackAndProcessingInfo::init();
+    found->addTrackInfoForAllTracks(tracks);
+    if (!stores_) {
+        printAll(trackLines(*found));
+        return;
+    }
+    edit(*found->trackInfos());
+    Record record = readRecord(path_, force_);
+    if (!record)
+        record = QMXTrackAndProcessingInfo::init();
+    record->clearTrackInfos();
+    record->addTrackInfoForAllTracks(*found->trackInfos());
+    store(record);
+}
+
+void StoreJob::edit(QMXTrackAndProcessingInfo::TrackList& tracks) const
+{
+    for (const auto& [number, title] : titles_) {
+        if (number > tracks.size())
+            throw Failure{"there is no track " + std::to_string(number) + ", only " + std::to_string(tracks.size())};
+        tracks[number - 1]->setTrackTitle(title);
+    }
+    for (const auto& track : tracks) {
+        if (artist_) {
+            track->setTrackArtistName(artist_);
+            track->setAlbumArtistName(artist_);
+        }
+        if (album_)
+            track->setAlbumTitle(album_);
+        if (cover_)
+            track->setCoverArt(cover_);
+    }
+}
+
+void StoreJob::store(const Record& record) const
+{
+    storeRecord(path_, record);
+    const std::size_t count = record->trackInfos()->size();
+    printAll(trackLines(*record));
+    std::fprintf(stderr, "Stored %zu %s in %s\n", count, count == 1 ? "track" : "tracks", path_.c_str());
+}
+
+} // namespace example

@@ -1,0 +1,44 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "support/CommandLine.h"
+#include "support/TrackStore.h"
+
+#include <map>
+#include <string>
+
+namespace example
+{
+
+/// What a command line asks to be done with the tracks that a recording keeps. Made before any work, so that wrong options are
+/// known first; the copy of --output is made then too.
+class StoreJob
+{
+public:
+    /// A Failure for options that do not go together or that cannot be carried out on the file.
+    StoreJob(const CommandLine& line, const std::string& path);
+
+    /// The file that is worked on.
+    const std::string& path() const { return path_; }
+    /// Whether the recording is to be divided, after which `finish` is called; otherwise `run` does it all.
+    bool divides() const { return stores_ || !(lists_ || history_ || repairs_ || edits()); }
+    /// Lists, repairs, or changes the tracks that are kept.
+    void run() const;
+    /// Prints the tracks found, and stores them if asked for.
+    void finish(const QMXTrackAndProcessingInfo::TrackList& tracks) const;
+
+private:
+    bool edits() const { return !titles_.empty() || artist_ || album_ || !coverPath_.empty(); }
+    void edit(QMXTrackAndProcessingInfo::TrackList& tracks) const;
+    Record kept() const;
+    void store(const Record& record) const;
+
+    std::string path_;
+    bool stores_, lists_, history_, repairs_, force_;
+    std::map<std::size_t, std::string> titles_; // by track, from 1
+    std::optional<std::string> artist_, album_;
+    std::string coverPath_;
+    std::shared_ptr<qmx::Image> cover_;
+};
+
+} // namespace example

@@ -1,0 +1,219 @@
+// SPDX-License-Identifier: MIT
+#include "support/TrackStore.h"
+
+#include "AudioToolbox/AudioFile.h"
+#include "FileRelated/QMXAudioFile.h"
+#include "Foundation/Format.h"
+#include "Foundation/KeyedArchiver.h"
+#include "Foundation/Log.h"
+#include "Tracks/QMXAIFFUtility.h"
+#include "Tracks/QMXAudioTrackInfoReaderWriterFactory.h"
+#include "support/Failure.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <string_view>
+
+namespace example
+{
+namespace
+{
+
+using Factory = QMXAudioTrackInfoReaderWriterFactory;
+
+constexpr UInt32 ourSignature = 0x7452614B; // tRaK
+constexpr SInt64 chunkSize = 8 + 524'288;
+
+/// A description of a file by its content, whatever its name.
+AudioFileTypeID contentType(const std::string& path)
+{
+    FSRef reference;
+    AudioFileID file = nullptr;
+    AudioFileTypeID type = 0;
+    UInt32 size = sizeof type;
+    if (FSPathMakeRef(reinterpret_cast<const UInt8*>(path.c_str()), &reference, nullptr) == noErr &&
+        AudioFileOpen(&reference, fsRdPerm, 0, &file) == noErr) {
+        AudioFileGetProperty(file, kAudioFilePropertyFileFormat, &size, &type);
+        AudioFileClose(file);
+    }
+    return type;
+}
+
+void checkIsAIFF(const std::string& path)
+{
+    const AudioFileTypeID type = contentType(path);
+    if (type != kAudioFileAIFFType && type != kAudioFileAIFCType)
+        throw Failure{path + ": tracks can be stored in AIFF and AIFF-C files only"};
+    if (!Factory::writerWithAudioFilePath(path))
+        throw Failure{path + ": tracks can be stored in files called .aif, .aiff or .aifc only"};
+}
+
+bool holdsOurChunk(const std::string& path)
+{
+    const auto file = qmx::FileHandle::fileHandleForReadingAtPath(path);
+    if (!file)
+        return false;
+    const SInt64 end = file->seekToEndOfFile();
+    return QMXAIFFUtility::findOffsetForApplicationChunkWithCreator_inFile_startingAtOffset_endingOffset(
+               ourSignature, *file, 0, end) < end;
+}
+
+UInt32 bigEndian32(const std::vector<UInt8>& bytes, std::size_t at)
+{
+    UInt32 value = 0;
+    for (std::size_t i = 0; i < 4; ++i)
+        value = value << 8 | (at + i < bytes.size() ? bytes[at + i] : 0U);
+    return value;
+}
+
+/// Whether the file is full of whole chunks, so that only the form's size can be wrong.
+bool isFullOfChunks(const std::string& path)
+{
+    const auto file = qmx::FileHandle::fileHandleForReadingAtPath(path);
+    const SInt64 length = file ? file->seekToEndOfFile() : 0;
+    SInt64 position = 12;
+    while (position < length) {
+        file->seekToFileOffset(position);
+        const std::vector<UInt8> header = file->readDataOfLength(8);
+        const bool hasId = header.size() == 8 && std::all_of(header.begin(), header.begin() + 4,
+                                                             [](UInt8 byte) { return byte >= ' ' && byte < 0x7f; });
+        if (!hasId)
+            return false;
+        const SInt64 size = bigEndian32(header, 4);
+        position += 8 + size + (size & 1);
+    }
+    return position == length;
+}
+
+/// Takes back a chunk of tracks whose writer was killed in the middle of it. False where there is none.
+bool mendCutStore(const std::string& path, std::string& done)
+{
+    const auto file = qmx::FileHandle::fileHandleForUpdatingAtPath(path);
+    if (!file)
+        throw Failure{path + ": cannot be opened for writing"};
+    const SInt64 length = file->seekToEndOfFile();
+    file->seekToFileOffset(4);
+    const SInt64 formEnd = SInt64{bigEndian32(file->readDataOfLength(4), 0)} + 8;
+    const SInt64 chunk = formEnd + (formEnd & 1);
+    file->seekToFileOffset(chunk);
+    const std::vector<UInt8> header = file->readDataOfLength(12);
+    constexpr std::string_view id = "APPL";
+    const bool isOurs = header.size() == 12 && std::equal(id.begin(), id.end(), header.begin()) &&
+                        bigEndian32(header, 8) == ourSignature;
+    if (!isOurs)
+        return false;
+    done = "a store that was cut off was taken back";
+    return length < chunk + chunkSize && file->truncateFileAtOffset(formEnd) == 0;
+}
+
+bool sameArchive(const Record& one, const Record& other)
+{
+    return qmx::KeyedArchiver::archivedDataWithRootObject(one) == qmx::KeyedArchiver::archivedDataWithRootObject(other);
+}
+
+} // namespace
+
+void checkCanStore(const std::string& path)
+{
+    checkIsAIFF(path);
+    if (!QMXAIFFUtility::validateFileAtPath(path))
+        throw Failure{path + ": its form does not have the file's size (--repair mends that)"};
+}
+
+Record readRecord(const std::string& path, bool force)
+{
+    const auto reader = Factory::readerWithAudioFilePath(path);
+    Record record = reader ? reader->read() : nullptr;
+    if (!record && !force && holdsOurChunk(path))
+        throw Failure{path + ": the tracks stored in it cannot be read (--force stores others all the same)"};
+    return record;
+}
+
+void storeRecord(const std::string& path, const Record& record)
+{
+    const auto writer = Factory::writerWithAudioFilePath(path);
+    writer->setTrackAndProcessingInfo(record);
+    std::string reason;
+    qmx::setLogHandler([&reason](qmx::LogLevel, const std::string& line) { reason = " (" + line + ")"; });
+    writer->write();
+    qmx::setLogHandler([](qmx::LogLevel, const std::string&) {});
+    const Record found = Factory::readerWithAudioFilePath(path)->read();
+    if (!found || !sameArchive(found, record))
+        throw Failure{path + ": the tracks did not arrive in the file" + reason};
+}
+
+std::string repairRecording(const std::string& path)
+{
+    checkIsAIFF(path);
+    if (QMXAIFFUtility::validateFileAtPath(path))
+        return "nothing to repair";
+    std::string done;
+    if (isFullOfChunks(path)) {
+        done = "the form was given the file's size";
+        QMXAIFFUtility::repairFileAtPath(path);
+    } else if (!mendCutStore(path, done)) {
+        done = "the sizes were brought in line with the file's length";
+        const auto file = QMXAudioFile::initWithPath_accessMode(path, QMXAudioFileAccessMode::readWrite);
+        if (file->open()) // brings lagging sizes in line
+            file->close();
+        if (!QMXAIFFUtility::validateFileAtPath(path))
+            QMXAIFFUtility::repairFileAtPath(path);
+    }
+    if (!QMXAIFFUtility::validateFileAtPath(path))
+        throw Failure{path + ": cannot be repaired"};
+    return done;
+}
+
+void copyRecording(const std::string& from, const std::string& to)
+{
+    std::error_code error;
+    if (!std::filesystem::copy_file(from, to, error))
+        throw Failure{"cannot copy to " + to + ": " + (error ? error.message() : systemErrorText(EEXIST))};
+}
+
+std::shared_ptr<qmx::Image> readCover(const std::string& path)
+{
+    using namespace std::string_view_literals;
+    constexpr std::uintmax_t largest = 524'000;
+    std::error_code error;
+    const std::uintmax_t size = std::filesystem::file_size(path, error);
+    if (error)
+        throw Failure{path + ": " + error.message()};
+    if (size > largest)
+        throw Failure{path + ": larger than half a megabyte, which is all that is kept in a recording"};
+    std::ifstream file(path, std::ios::binary);
+    std::string bytes{std::istreambuf_iterator<char>(file), {}};
+    constexpr std::array beginnings{"\xff\xd8\xff"sv, "\x89PNG"sv, "GIF8"sv, "BM"sv, "II*\0"sv, "MM\0*"sv};
+    if (std::ranges::none_of(beginnings, [&](std::string_view start) { return bytes.starts_with(start); }))
+        throw Failure{path + ": not a picture (JPEG, PNG, GIF, BMP or TIFF)"};
+    return qmx::Image::initWithData({bytes.begin(), bytes.end()});
+}
+
+std::string trackLines(const QMXTrackAndProcessingInfo& record)
+{
+    std::string lines;
+    if (const auto& tracks = record.trackInfos())
+        for (const auto& track : *tracks)
+            lines += qmx::format("%qi\t%qi\t%@\n", track->trackBegin(), track->trackEnd(), track->trackTitle());
+    return lines;
+}
+
+std::string historyLines(const QMXTrackAndProcessingInfo& record)
+{
+    std::string lines;
+    if (const auto& ranges = record.processingInfos())
+        for (const auto& range : *ranges) {
+            lines += qmx::format("%qu\t%qu\t%@", range->processingStartFrame(), range->processingEndFrame(),
+                                 range->processName());
+            for (const auto& [name, value] : range->processingSettings()->entries())
+                lines += qmx::format("\t%@=%@", name, value);
+            lines += '\n';
+        }
+    return lines;
+}
+
+} // namespace example

@@ -1,0 +1,61 @@
+// SPDX-License-Identifier: MIT
+// Any bytes as a file with track information: checked, read and stored into by both classes. What stood behind the form's header is
+// there afterwards unless it was one of our own chunks, and a stored record ends where the form does.
+#include "Foundation/Log.h"
+#include "Foundation/MemoryFileSystem.h"
+#include "Tracks/QMXAIFFUtility.h"
+#include "Tracks/QMXAudioFileTrackInfoReaderWriter.h"
+#include "Tracks/QMXAudioTrackInfoReaderWriterFactory.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <string_view>
+
+namespace
+{
+
+const std::string path = "/fuzzed.aif";
+
+void require(bool holds)
+{
+    if (!holds)
+        std::abort();
+}
+
+void readAndStore()
+{
+    using Factory = QMXAudioTrackInfoReaderWriterFactory;
+    auto record = Factory::readerWithAudioFilePath(path)->read();
+    const auto writer = Factory::writerWithAudioFilePath(path);
+    if (record)
+        writer->setTrackAndProcessingInfo(record);
+    writer->addTrackInfo(QMXAudioTrackInfo::init());
+    writer->write();
+    const auto older = QMXAudioFileTrackInfoReaderWriter::initWithAudioFilePath(path);
+    older->readTrackInfosFromFile();
+    older->addTrackInfo(QMXAudioTrackInfo::init());
+    older->writeTrackInfosToFile();
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const UInt8* data, std::size_t size)
+{
+    if (size > 1 << 16)
+        return 0;
+    qmx::setLogHandler([](qmx::LogLevel, const std::string&) {});
+    qmx::MemoryFileSystem disk;
+    const std::vector<UInt8> before(data, data + size);
+    disk.setContents(path, before);
+    qmx::FileSystem::setCurrent(&disk);
+    const bool wasForm = QMXAIFFUtility::validateFileAtPath(path);
+    readAndStore();
+    const auto after = disk.contents(path);
+    require(after.size() >= size);
+    require(!wasForm || QMXAIFFUtility::validateFileAtPath(path));
+    const std::string_view text(reinterpret_cast<const char*>(data), size);
+    if (text.find("tRaK") == std::string_view::npos && size > 8)
+        require(std::equal(before.begin() + 8, before.end(), after.begin() + 8));
+    qmx::FileSystem::setCurrent(nullptr);
+    return 0;
+}

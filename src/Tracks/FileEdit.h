@@ -1,0 +1,35 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "CoreAudioTypes/MacTypes.h"
+#include "Foundation/FileHandle.h"
+
+#include <vector>
+
+namespace qmx
+{
+
+/// Writes to a file that can be taken back. Internal to the track store.
+class FileEdit
+{
+public:
+    /// The file stays open and is not used by others while the edit lasts.
+    explicit FileEdit(FileHandle& file) : file_(file), oldEnd_(file.seekToEndOfFile()) {}
+
+    /// One write of all bytes at `offset`, after what stands there has been read. The error, or 0.
+    SystemError write(SInt64 offset, std::span<const UInt8> bytes);
+    /// Gives the file the bytes and the length back that it had, as far as the disk allows.
+    void undo();
+
+private:
+    struct Saved {
+        SInt64 offset;
+        std::vector<UInt8> bytes;
+    };
+
+    FileHandle& file_;
+    SInt64 oldEnd_;
+    std::vector<Saved> saved_;
+};
+
+} // namespace qmx

@@ -1,0 +1,28 @@
+// SPDX-License-Identifier: MIT
+#include "Tracks/QMXAIFAudioTrackInfoReader.h"
+
+#include "Tracks/ApplicationChunk.h"
+#include "Tracks/QMXAIFFUtility.h"
+
+#include <utility>
+
+QMXAIFAudioTrackInfoReader::QMXAIFAudioTrackInfoReader(std::string path)
+    : QMXAudioTrackInfoReader(std::move(path)), mApplSignature(qmx::applicationSignature)
+{
+}
+
+std::shared_ptr<QMXAIFAudioTrackInfoReader> QMXAIFAudioTrackInfoReader::initWithAudioFilePath(std::string path)
+{
+    return std::shared_ptr<QMXAIFAudioTrackInfoReader>(new QMXAIFAudioTrackInfoReader(std::move(path)));
+}
+
+std::shared_ptr<QMXTrackAndProcessingInfo> QMXAIFAudioTrackInfoReader::read()
+{
+    const auto file = qmx::FileHandle::fileHandleForReadingAtPath(audioFilePath());
+    // a file that is no form at all passes the check, which is intended
+    if (!file || QMXAIFFUtility::checkFileAtPath_shouldRepair(*file, false) == 0)
+        return nullptr;
+    const auto found = qmx::findApplicationChunks(*file, mApplSignature, qmx::ChunkByteOrder::bigEndian);
+    const auto chunk = qmx::firstUsable(found.chunks);
+    return chunk ? qmx::readRecord(*file, *chunk) : nullptr;
+}

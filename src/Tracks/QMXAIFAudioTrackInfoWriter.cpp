@@ -1,0 +1,41 @@
+// SPDX-License-Identifier: MIT
+#include "Tracks/QMXAIFAudioTrackInfoWriter.h"
+
+#include "Foundation/Log.h"
+#include "Tracks/ApplicationChunk.h"
+#include "Tracks/QMXAIFFUtility.h"
+
+#include <utility>
+
+QMXAIFAudioTrackInfoWriter::QMXAIFAudioTrackInfoWriter(std::string path)
+    : QMXAudioTrackInfoWriter(std::move(path)), mBlockSize(qmx::applicationBlockSize),
+      mApplSignature(qmx::applicationSignature)
+{
+}
+
+std::shared_ptr<QMXAIFAudioTrackInfoWriter> QMXAIFAudioTrackInfoWriter::initWithAudioFilePath(std::string path)
+{
+    return std::shared_ptr<QMXAIFAudioTrackInfoWriter>(new QMXAIFAudioTrackInfoWriter(std::move(path)));
+}
+
+SInt32 QMXAIFAudioTrackInfoWriter::write()
+{
+    write(trackAndProcInfo());
+    return 0;
+}
+
+void QMXAIFAudioTrackInfoWriter::write(const std::shared_ptr<QMXTrackAndProcessingInfo>& info) const
+{
+    const auto file = qmx::FileHandle::fileHandleForUpdatingAtPath(audioFilePath());
+    // a file that is no form at all passes the check, which is intended
+    if (!file || QMXAIFFUtility::checkFileAtPath_shouldRepair(*file, false) == 0) {
+        qmx::Log("QMXAIFAudioTrackInfoWriter: %@ cannot be written to or its form is damaged", audioFilePath());
+        return;
+    }
+    const std::vector<UInt8> archive = qmx::archiveOf(info);
+    if (archive.empty())
+        return;
+    const auto found = qmx::findApplicationChunks(*file, mApplSignature, qmx::ChunkByteOrder::bigEndian);
+    qmx::storeArchive(*file, archive, qmx::lastUsable(found.chunks),
+                      {mBlockSize, mApplSignature, qmx::ChunkByteOrder::bigEndian});
+}

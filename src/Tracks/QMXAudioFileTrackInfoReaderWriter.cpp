@@ -1,0 +1,155 @@
+// SPDX-License-Identifier: MIT
+#include "Tracks/QMXAudioFileTrackInfoReaderWriter.h"
+
+#include "Foundation/Log.h"
+#include "Tracks/ApplicationChunk.h"
+#include "Tracks/QMXAIFFUtility.h"
+
+#include <utility>
+
+QMXAudioFileTrackInfoReaderWriter::QMXAudioFileTrackInfoReaderWriter(std::string path)
+    : mAudioFilePath(std::move(path)), mBlockSize(qmx::applicationBlockSize), mApplSignature(qmx::applicationSignature)
+{
+}
+
+std::shared_ptr<QMXAudioFileTrackInfoReaderWriter>
+QMXAudioFileTrackInfoReaderWriter::initWithAudioFilePath(std::string path)
+{
+    return std::shared_ptr<QMXAudioFileTrackInfoReaderWriter>(new QMXAudioFileTrackInfoReaderWriter(std::move(path)));
+}
+
+QMXTrackAndProcessingInfo& QMXAudioFileTrackInfoReaderWriter::record()
+{
+    if (!mInfoData)
+        mInfoData = QMXTrackAndProcessingInfo::init();
+    return *mInfoData;
+}
+
+void QMXAudioFileTrackInfoReaderWriter::addTrackInfo(std::shared_ptr<QMXAudioTrackInfo> track)
+{
+    record().addTrackInfo(std::move(track));
+}
+
+void QMXAudioFileTrackInfoReaderWriter::addTrackInfoForAllTracks(const TrackList& tracks)
+{
+    record().addTrackInfoForAllTracks(tracks);
+}
+
+void QMXAudioFileTrackInfoReaderWriter::addAudioProcessingInfo(std::shared_ptr<QMXAudioProcessingRangeInfo> range)
+{
+    record().addAudioProcessingInfo(std::move(range));
+}
+
+void QMXAudioFileTrackInfoReaderWriter::addAudioProcessingForAllTracks(const ProcessingList& ranges)
+{
+    record().addAudioProcessingForAllTracks(ranges);
+}
+
+void QMXAudioFileTrackInfoReaderWriter::setFileHasBeenProcessed(bool processed)
+{
+    record().setFileHasBeenProcessed(processed);
+}
+
+std::shared_ptr<QMXTrackAndProcessingInfo::TrackList> QMXAudioFileTrackInfoReaderWriter::trackInfos() const
+{
+    return mInfoData ? mInfoData->trackInfos() : nullptr;
+}
+
+void QMXAudioFileTrackInfoReaderWriter::clearTrackInfos()
+{
+    if (mInfoData)
+        mInfoData->clearTrackInfos();
+}
+
+std::shared_ptr<QMXTrackAndProcessingInfo::ProcessingList> QMXAudioFileTrackInfoReaderWriter::processingInfos() const
+{
+    return mInfoData ? mInfoData->processingInfos() : nullptr;
+}
+
+void QMXAudioFileTrackInfoReaderWriter::clearProcessingInfos()
+{
+    if (mInfoData)
+        mInfoData->clearProcessingInfos();
+}
+
+bool QMXAudioFileTrackInfoReaderWriter::fileHasBeenProcessed() const
+{
+    return mInfoData && mInfoData->fileHasBeenProcessed();
+}
+
+bool QMXAudioFileTrackInfoReaderWriter::readTrackInfosFromFile()
+{
+    if (const auto file = qmx::FileHandle::fileHandleForReadingAtPath(mAudioFilePath))
+        if (auto read = readDataFromFile(*file))
+            mInfoData = std::move(read);
+    return mInfoData != nullptr;
+}
+
+std::shared_ptr<QMXTrackAndProcessingInfo> QMXAudioFileTrackInfoReaderWriter::readDataFromFile(qmx::FileHandle& file)
+{
+    if (!verifyBasicFileFormat(file))
+        return nullptr;
+    loadAllApplicationChunks(file);
+    const auto chunk = qmx::firstUsable(mApplicationChunks);
+    if (!chunk)
+        return nullptr;
+    mCurrentTrackInfoVersion = chunk->mVersion;
+    return qmx::readRecord(file, *chunk);
+}
+
+bool QMXAudioFileTrackInfoReaderWriter::writeTrackInfosToFile()
+{
+    const std::vector<UInt8> archive = qmx::archiveOf(mInfoData);
+    if (archive.empty())
+        return false;
+    const auto file = qmx::FileHandle::fileHandleForUpdatingAtPath(mAudioFilePath);
+    return file && writeDataToFile_fileHandle(archive, *file);
+}
+
+bool QMXAudioFileTrackInfoReaderWriter::writeDataToFile_fileHandle(std::span<const UInt8> data, qmx::FileHandle& file)
+{
+    if (data.empty())
+        return true;
+    if (!verifyBasicFileFormat(file))
+        return false;
+    loadAllApplicationChunks(file);
+    // signature and version in the host's byte order, which is intended
+    const bool stored = qmx::storeArchive(file, data, qmx::lastUsable(mApplicationChunks),
+                                          {mBlockSize, mApplSignature, qmx::ChunkByteOrder::host});
+    if (!stored)
+        qmx::Log("UNABLE TO WRITE APPLICATION INFORMATION TO AUDIO FILE");
+    return stored;
+}
+
+void QMXAudioFileTrackInfoReaderWriter::loadAllApplicationChunks(qmx::FileHandle& file)
+{
+    auto found = qmx::findApplicationChunks(file, mApplSignature, qmx::ChunkByteOrder::host);
+    mApplicationChunks = std::move(found.chunks);
+    mNumApplicationChunksFound += found.found; // chunks of earlier loads count on, which is intended
+}
+
+bool QMXAudioFileTrackInfoReaderWriter::verifyBasicFileFormat(qmx::FileHandle& file) const
+{
+    return QMXAIFFUtility::checkFileAtPath_shouldRepair(file, false) != 0;
+}
+
+bool QMXAudioFileTrackInfoReaderWriter::repairFile_atOffset(qmx::FileHandle&, UInt64) const
+{
+    return true;
+}
+
+bool QMXAudioFileTrackInfoReaderWriter::isSupportedVersion(UInt32 version)
+{
+    return QMXAIFCommon::isSupportedVersion(version);
+}
+
+bool QMXAudioFileTrackInfoReaderWriter::versionIsSupported(UInt32 version) const
+{
+    return version < 4;
+}
+
+void QMXAudioFileTrackInfoReaderWriter::validateZNTHApplicationChunk_fileLength(QMXApplicationChunkDescriptor& chunk,
+                                                                                UInt64 fileLength)
+{
+    QMXAIFCommon::validateZNTHApplicationChunk_fileLength(chunk, fileLength);
+}

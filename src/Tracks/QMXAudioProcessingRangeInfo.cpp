@@ -1,0 +1,124 @@
+// SPDX-License-Identifier: MIT
+#include "Tracks/QMXAudioProcessingRangeInfo.h"
+
+#include "Foundation/Format.h"
+#include "Foundation/Number.h"
+
+constinit const std::string_view QMXProcessName = "QMXProcessName";
+constinit const std::string_view QMXProcessingStart = "QMXProcessingStart";
+constinit const std::string_view QMXProcessingEnd = "QMXProcessingEnd";
+constinit const std::string_view QMXProcessingSettings = "QMXProcessingSettings";
+
+namespace
+{
+
+std::shared_ptr<qmx::String> stringObject(const std::optional<std::string>& text)
+{
+    return text ? std::make_shared<qmx::String>(*text) : nullptr;
+}
+
+// The upper half of an archived frame is lost, which is intended.
+UInt64 frameFrom(const std::shared_ptr<qmx::Number>& number)
+{
+    return number ? number->unsignedIntValue() : 0;
+}
+
+} // namespace
+
+std::shared_ptr<QMXAudioProcessingRangeInfo>
+QMXAudioProcessingRangeInfo::initWithProcessName(std::optional<std::string> processName)
+{
+    auto range = std::make_shared<QMXAudioProcessingRangeInfo>();
+    range->_processName = std::move(processName);
+    return range;
+}
+
+std::shared_ptr<QMXAudioProcessingRangeInfo>
+QMXAudioProcessingRangeInfo::initWithProcessNameAndRange_processingStartFrame_processingEndFrame(
+    std::optional<std::string> processName, UInt64 startFrame, UInt64 endFrame)
+{
+    auto range = initWithProcessName(std::move(processName));
+    range->_processIn = startFrame;
+    range->_processOut = endFrame;
+    return range;
+}
+
+std::shared_ptr<QMXAudioProcessingRangeInfo> QMXAudioProcessingRangeInfo::initWithCoder(qmx::Decoder& decoder)
+{
+    const bool keyed = decoder.allowsKeyedCoding();
+    const auto object = [&](std::string_view key) {
+        return keyed ? decoder.decodeObjectForKey(key) : decoder.decodeObject();
+    };
+    const auto number = [&](std::string_view key) {
+        return keyed ? decoder.decodeNumberForKey(key) : std::dynamic_pointer_cast<qmx::Number>(decoder.decodeObject());
+    };
+    auto range = std::make_shared<QMXAudioProcessingRangeInfo>();
+    if (const auto name = std::dynamic_pointer_cast<qmx::String>(object(QMXProcessName)))
+        range->_processName = name->text();
+    range->_processIn = frameFrom(number(QMXProcessingStart));
+    range->_processOut = frameFrom(number(QMXProcessingEnd));
+    if (auto settings = std::dynamic_pointer_cast<qmx::Dictionary>(object(QMXProcessingSettings)))
+        range->_settings = std::move(settings);
+    return range;
+}
+
+void QMXAudioProcessingRangeInfo::encodeWithCoder(qmx::Coder& coder) const
+{
+    const auto encode = [&](const std::shared_ptr<const qmx::Object>& object, std::string_view key) {
+        if (coder.allowsKeyedCoding())
+            coder.encodeObject_forKey(object, key);
+        else
+            coder.encodeObject(object);
+    };
+    encode(stringObject(_processName), QMXProcessName);
+    encode(qmx::Number::withUnsignedLongLong(_processIn), QMXProcessingStart);
+    encode(qmx::Number::withUnsignedLongLong(_processOut), QMXProcessingEnd);
+    encode(_settings, QMXProcessingSettings);
+}
+
+std::vector<std::string> QMXAudioProcessingRangeInfo::archiveClassNames() const
+{
+    return {"QMXAudioProcessingRangeInfo", "NSObject"};
+}
+
+void QMXAudioProcessingRangeInfo::setProcessingSettings(const qmx::Dictionary& settings)
+{
+    if (&settings == _settings.get())
+        return;
+    _settings->removeAllObjects();
+    addProcessingSettings(settings);
+}
+
+void QMXAudioProcessingRangeInfo::addProcessingSettings(const qmx::Dictionary& settings)
+{
+    if (&settings == _settings.get())
+        return;
+    for (const auto& [key, value] : settings.entries())
+        _settings->setObject_forKey(value, key);
+}
+
+void QMXAudioProcessingRangeInfo::addProcessingSettingFloat_value(const std::string& key, Float32 value)
+{
+    _settings->setObject_forKey(qmx::Number::withFloat(value), key);
+}
+
+void QMXAudioProcessingRangeInfo::addProcessingSettingInt_value(const std::string& key, SInt32 value)
+{
+    _settings->setObject_forKey(qmx::Number::withInt(value), key);
+}
+
+bool QMXAudioProcessingRangeInfo::isEqual(const qmx::Object* other) const
+{
+    if (!other)
+        return false;
+    const auto* const range = dynamic_cast<const QMXAudioProcessingRangeInfo*>(other);
+    if (!range)
+        return true; // an object of a foreign class is equal, which is intended
+    return _processName == range->_processName && _processIn == range->_processIn && _processOut == range->_processOut;
+}
+
+std::string QMXAudioProcessingRangeInfo::description() const
+{
+    return "QMXAudioProcessingRangeInfo [" + qmx::format("%@:", _processName) + qmx::format(" IN:%qu", _processIn) +
+           qmx::format(" OUT:%qu]", _processOut);
+}

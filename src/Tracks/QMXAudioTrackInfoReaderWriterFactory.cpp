@@ -1,0 +1,51 @@
+// SPDX-License-Identifier: MIT
+#include "Tracks/QMXAudioTrackInfoReaderWriterFactory.h"
+
+#include "Tracks/QMXAIFAudioTrackInfoReader.h"
+#include "Tracks/QMXAIFAudioTrackInfoWriter.h"
+#include "Tracks/QMXCAFAudioTrackInfoReader.h"
+#include "Tracks/QMXCAFAudioTrackInfoWriter.h"
+#include "Tracks/QMXMP4AudioTrackInfoReader.h"
+#include "Tracks/QMXMP4AudioTrackInfoWriter.h"
+
+#include <filesystem>
+
+namespace
+{
+
+std::string lowerCaseExtension(const std::string& path)
+{
+    std::string extension = std::filesystem::path(path).extension().string();
+    for (char& letter : extension)
+        if (letter >= 'A' && letter <= 'Z')
+            letter = static_cast<char>(letter - 'A' + 'a');
+    return extension;
+}
+
+template <class Common, class AIF, class MP4, class CAF> std::shared_ptr<Common> makeFor(const std::string& path)
+{
+    const std::string extension = lowerCaseExtension(path);
+    if (extension == ".aif" || extension == ".aiff" || extension == ".aifc")
+        return AIF::initWithAudioFilePath(path);
+    if (extension == ".m4a" || extension == ".mp4")
+        return MP4::initWithAudioFilePath(path);
+    if (extension == ".caf")
+        return CAF::initWithAudioFilePath(path);
+    return nullptr;
+}
+
+} // namespace
+
+std::shared_ptr<QMXAudioTrackInfoReader>
+QMXAudioTrackInfoReaderWriterFactory::readerWithAudioFilePath(const std::string& path)
+{
+    return makeFor<QMXAudioTrackInfoReader, QMXAIFAudioTrackInfoReader, QMXMP4AudioTrackInfoReader,
+                   QMXCAFAudioTrackInfoReader>(path);
+}
+
+std::shared_ptr<QMXAudioTrackInfoWriter>
+QMXAudioTrackInfoReaderWriterFactory::writerWithAudioFilePath(const std::string& path)
+{
+    return makeFor<QMXAudioTrackInfoWriter, QMXAIFAudioTrackInfoWriter, QMXMP4AudioTrackInfoWriter,
+                   QMXCAFAudioTrackInfoWriter>(path);
+}

@@ -1,0 +1,39 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "CoreAudioTypes/MacTypes.h"
+#include "Foundation/Export.h"
+#include "Foundation/Object.h"
+#include "Tracks/QMXTrackAndProcessingInfo.h"
+
+#include <memory>
+#include <string>
+
+/// Stores track information in an audio file, in place of what the file holds: whoever changes only a part reads first. A
+/// file format's own class does the work; see QMXAudioTrackInfoReaderWriterFactory. One thread at a time per object; writes
+/// to the disk.
+class QMX_EXPORT QMXAudioTrackInfoWriter : public qmx::Object
+{
+public:
+    const std::string& audioFilePath() const { return mAudioFilePath; }
+    /// Replaces the record that is to be written, which is empty at first. The object is shared.
+    void setTrackAndProcessingInfo(std::shared_ptr<QMXTrackAndProcessingInfo> info);
+
+    // These add to that record; without one (null was set) they do nothing.
+    void addTrackInfo(std::shared_ptr<QMXAudioTrackInfo> track);
+    void addTrackInfoForAllTracks(const QMXTrackAndProcessingInfo::TrackList& tracks);
+    void addAudioProcessingInfo(std::shared_ptr<QMXAudioProcessingRangeInfo> range);
+    void addAudioProcessingForAllTracks(const QMXTrackAndProcessingInfo::ProcessingList& ranges);
+    void setFileHasBeenProcessed(bool processed);
+
+    /// Stores the record. Always 0: what could not be stored is logged, and shows in what a reader finds.
+    virtual SInt32 write() = 0;
+
+protected:
+    explicit QMXAudioTrackInfoWriter(std::string path);
+    const std::shared_ptr<QMXTrackAndProcessingInfo>& trackAndProcInfo() const { return mTrackAndProcInfo; }
+
+private:
+    std::string mAudioFilePath;
+    std::shared_ptr<QMXTrackAndProcessingInfo> mTrackAndProcInfo;
+};

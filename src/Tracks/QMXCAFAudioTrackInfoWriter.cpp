@@ -1,0 +1,14 @@
+// SPDX-License-Identifier: MIT
+#include "Tracks/QMXCAFAudioTrackInfoWriter.h"
+
+#include <utility>
+
+std::shared_ptr<QMXCAFAudioTrackInfoWriter> QMXCAFAudioTrackInfoWriter::initWithAudioFilePath(std::string path)
+{
+    return std::shared_ptr<QMXCAFAudioTrackInfoWriter>(new QMXCAFAudioTrackInfoWriter(std::move(path)));
+}
+
+SInt32 QMXCAFAudioTrackInfoWriter::write()
+{
+    return 0;
+}

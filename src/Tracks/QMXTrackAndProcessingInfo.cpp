@@ -1,0 +1,143 @@
+// SPDX-License-Identifier: MIT
+#include "Tracks/QMXTrackAndProcessingInfo.h"
+
+#include "Foundation/Format.h"
+#include "Foundation/Number.h"
+
+#include <mutex>
+
+constinit const std::string_view QMXTrackInfos = "QMXTrackInfos";
+constinit const std::string_view QMXProcessInfos = "QMXProcessInfos";
+constinit const std::string_view QMXHasBeenProcessed = "QMXHasBeenProcessed";
+
+namespace
+{
+
+using Others = qmx::Array::Elements;
+
+template <class Element> void append(std::shared_ptr<std::vector<Element>>& list, const std::vector<Element>& added)
+{
+    if (!list)
+        list = std::make_shared<std::vector<Element>>();
+    const std::vector<Element> copy = added; // the list may be appended to itself
+    list->insert(list->end(), copy.begin(), copy.end());
+}
+
+template <class Element>
+std::shared_ptr<qmx::Array> arrayFrom(const std::shared_ptr<std::vector<Element>>& list, const Others& others)
+{
+    if (!list && others.empty())
+        return nullptr;
+    auto array = std::make_shared<qmx::Array>();
+    if (list)
+        for (const Element& element : *list)
+            array->addObject(element);
+    for (const auto& other : others)
+        array->addObject(other);
+    return array;
+}
+
+/// Sorts the elements of an archived list into those of the wanted class and others.
+template <class Class>
+std::shared_ptr<std::vector<std::shared_ptr<Class>>> listFrom(const std::shared_ptr<qmx::Object>& object,
+                                                              Others& others)
+{
+    const auto array = std::dynamic_pointer_cast<qmx::Array>(object);
+    if (!array)
+        return nullptr;
+    auto list = std::make_shared<std::vector<std::shared_ptr<Class>>>();
+    for (const auto& element : array->elements()) {
+        // decoded objects belong to the decoded record alone, which may change them
+        if (auto known = std::const_pointer_cast<Class>(std::dynamic_pointer_cast<const Class>(element)))
+            list->push_back(std::move(known));
+        else if (element)
+            others.push_back(element);
+    }
+    return list;
+}
+
+} // namespace
+
+std::shared_ptr<QMXTrackAndProcessingInfo> QMXTrackAndProcessingInfo::init()
+{
+    return std::make_shared<QMXTrackAndProcessingInfo>();
+}
+
+std::shared_ptr<QMXTrackAndProcessingInfo> QMXTrackAndProcessingInfo::initWithCoder(qmx::Decoder& decoder)
+{
+    const bool keyed = decoder.allowsKeyedCoding();
+    const auto object = [&](std::string_view key) {
+        return keyed ? decoder.decodeObjectForKey(key) : decoder.decodeObject();
+    };
+    auto info = init();
+    info->mTrackInfos = listFrom<QMXAudioTrackInfo>(object(QMXTrackInfos), info->otherTrackInfos_);
+    info->mProcessingInfos =
+        listFrom<QMXAudioProcessingRangeInfo>(object(QMXProcessInfos), info->otherProcessingInfos_);
+    const auto flag = keyed ? decoder.decodeNumberForKey(QMXHasBeenProcessed)
+                            : std::dynamic_pointer_cast<qmx::Number>(decoder.decodeObject());
+    info->mFileHasBeenProcessed = flag && flag->boolValue();
+    return info;
+}
+
+void QMXTrackAndProcessingInfo::registerArchiveClasses()
+{
+    static std::once_flag registered;
+    std::call_once(registered, [] {
+        qmx::registerArchiveClass("QMXAudioTrackInfo", QMXAudioTrackInfo::initWithCoder);
+        qmx::registerArchiveClass("QMXAudioProcessingRangeInfo", QMXAudioProcessingRangeInfo::initWithCoder);
+        qmx::registerArchiveClass("QMXTrackAndProcessingInfo", initWithCoder);
+    });
+}
+
+void QMXTrackAndProcessingInfo::encodeWithCoder(qmx::Coder& coder) const
+{
+    coder.encodeObject_forKey(arrayFrom(mTrackInfos, otherTrackInfos_), QMXTrackInfos);
+    coder.encodeObject_forKey(arrayFrom(mProcessingInfos, otherProcessingInfos_), QMXProcessInfos);
+    coder.encodeObject_forKey(qmx::Number::withBool(mFileHasBeenProcessed), QMXHasBeenProcessed);
+}
+
+std::vector<std::string> QMXTrackAndProcessingInfo::archiveClassNames() const
+{
+    return {"QMXTrackAndProcessingInfo", "NSObject"};
+}
+
+void QMXTrackAndProcessingInfo::addTrackInfo(std::shared_ptr<QMXAudioTrackInfo> track)
+{
+    append(mTrackInfos, {std::move(track)});
+}
+
+void QMXTrackAndProcessingInfo::addTrackInfoForAllTracks(const TrackList& tracks)
+{
+    append(mTrackInfos, tracks);
+}
+
+void QMXTrackAndProcessingInfo::clearTrackInfos()
+{
+    mTrackInfos = nullptr;
+}
+
+void QMXTrackAndProcessingInfo::addAudioProcessingInfo(std::shared_ptr<QMXAudioProcessingRangeInfo> range)
+{
+    append(mProcessingInfos, {std::move(range)});
+}
+
+void QMXTrackAndProcessingInfo::addAudioProcessingForAllTracks(const ProcessingList& ranges)
+{
+    append(mProcessingInfos, ranges);
+}
+
+void QMXTrackAndProcessingInfo::clearProcessingInfos()
+{
+    mProcessingInfos = nullptr;
+}
+
+// The tracks only, which is intended.
+std::string QMXTrackAndProcessingInfo::description() const
+{
+    if (!mTrackInfos)
+        return qmx::format("QMXTrackAndProcessingInfo: %@", std::optional<std::string>());
+    std::string tracks = "(";
+    for (const auto& track : *mTrackInfos)
+        tracks += qmx::format(tracks.size() == 1 ? "\n    %@" : ",\n    %@", track);
+    return qmx::format("QMXTrackAndProcessingInfo: %@", tracks + "\n)");
+}

@@ -1,0 +1,334 @@
+// SPDX-License-Identifier: MIT
+// Records kept inside AIFF files: the bytes that are written, that all else in the file survives, and what a failing or killed
+// write leaves behind.
+#include "Foundation/KeyedArchiver.h"
+#include "Tracks/QMXAIFFUtility.h"
+#include "Tracks/QMXAudioFileTrackInfoReaderWriter.h"
+#include "Tracks/QMXAudioTrackInfoReaderWriterFactory.h"
+#include "support/CapturedLog.h"
+#include "support/MemoryDisk.h"
+
+#include <gtest/gtest.h>
+
+#include <cerrno>
+
+namespace
+{
+
+using Bytes = std::vector<UInt8>;
+using Factory = QMXAudioTrackInfoReaderWriterFactory;
+using Record = std::shared_ptr<QMXTrackAndProcessingInfo>;
+
+const std::string path = "/d/a.aif";
+constexpr std::size_t block = 524'288;
+
+void put32(Bytes& bytes, UInt32 value, bool reversed = false)
+{
+    for (unsigned i = 0; i < 4; ++i)
+        bytes.push_back(static_cast<UInt8>(value >> (reversed ? 8 * i : 24 - 8 * i)));
+}
+
+UInt32 get32(const Bytes& bytes, std::size_t at)
+{
+    return UInt32{bytes[at]} << 24 | UInt32{bytes[at + 1]} << 16 | UInt32{bytes[at + 2]} << 8 | bytes[at + 3];
+}
+
+Bytes operator+(Bytes one, const Bytes& other)
+{
+    one.insert(one.end(), other.begin(), other.end());
+    return one;
+}
+
+Bytes chunk(const std::string& id, Bytes data)
+{
+    Bytes bytes(id.begin(), id.end());
+    put32(bytes, static_cast<UInt32>(data.size()));
+    bytes = bytes + data;
+    bytes.resize(bytes.size() + (data.size() & 1));
+    return bytes;
+}
+
+Bytes form(const Bytes& chunks)
+{
+    return chunk("FORM", Bytes{'A', 'I', 'F', 'F'} + chunks);
+}
+
+/// An application chunk of ours with `size` bytes behind its size field.
+Bytes trackChunk(const Bytes& archive, std::size_t size, UInt32 version = 3, bool hostVersion = false)
+{
+    Bytes data{'t', 'R', 'a', 'K'};
+    put32(data, version, hostVersion);
+    put32(data, static_cast<UInt32>(archive.size()));
+    data = data + archive;
+    data.resize(std::max(size, data.size()));
+    return chunk("APPL", data);
+}
+
+const Bytes common = chunk("COMM", {0, 1, 0, 0, 0, 4, 0, 16, 0x40, 0x0e, 0xac, 0x44, 0, 0, 0, 0, 0, 0});
+const Bytes sound = chunk("SSND", {0, 0, 0, 0, 0, 0, 0, 0, 1, 2, 3, 4, 5, 6, 7, 8});
+const Bytes before = chunk("MARK", {0, 0}) + chunk("ID3 ", {1, 2, 3}) + common;
+const Bytes behind = chunk("NAME", {'n', 'a', 'm'}) + chunk("APPL", {'o', 't', 'h', 'r', 9}) + chunk("COMT", {0, 0}) +
+                     chunk("INST", Bytes(20, 7));
+
+Record record(int tracks, const std::string& title = "Title")
+{
+    auto info = QMXTrackAndProcessingInfo::init();
+    for (int i = 0; i < tracks; ++i)
+        info->addTrackInfo(QMXAudioTrackInfo::initWithTrackTitle_trackBegin_trackEnd_isActive(
+            title, static_cast<UInt64>(i), static_cast<UInt64>(i) + 1, true));
+    return info;
+}
+
+Bytes archive(const Record& info)
+{
+    return qmx::KeyedArchiver::archivedDataWithRootObject(info);
+}
+
+void store(const Record& info)
+{
+    const auto writer = Factory::writerWithAudioFilePath(path);
+    writer->setTrackAndProcessingInfo(info);
+    EXPECT_EQ(writer->write(), 0);
+}
+
+/// Tracks that the factory's reader finds; -1 for no record.
+int storedTracks()
+{
+    const Record info = Factory::readerWithAudioFilePath(path)->read();
+    return !info ? -1 : info->trackInfos() ? static_cast<int>(info->trackInfos()->size()) : 0;
+}
+
+class TrackStore : public testing::Test
+{
+protected:
+    void putFile(const Bytes& bytes) { disk.setContents(path, bytes); }
+    Bytes file() const { return disk.contents(path); }
+
+    qmx::test::MemoryDisk disk;
+    qmx::test::CapturedLog log;
+};
+
+TEST_F(TrackStore, StoringTwiceLeavesOneCanonicalChunkAndEverythingElse)
+{
+    const Bytes original = form(before + sound + behind);
+    putFile(original);
+    store(record(3));
+    EXPECT_EQ(storedTracks(), 3);
+    const std::size_t length = file().size();
+    store(record(2));
+    EXPECT_EQ(storedTracks(), 2);
+    ASSERT_EQ(file().size(), length);
+    EXPECT_EQ(length, original.size() + 8 + block);
+    EXPECT_EQ(get32(file(), 4), length - 8);
+    Bytes rest = file();
+    const Bytes chunkBytes(rest.begin() + static_cast<std::ptrdiff_t>(original.size()), rest.end());
+    const UInt32 archived = get32(chunkBytes, 16);
+    const Bytes data(chunkBytes.begin() + 20, chunkBytes.begin() + 20 + archived);
+    EXPECT_EQ(chunkBytes, trackChunk(data, block));
+    rest.resize(original.size());
+    std::copy_n(original.begin() + 4, 4, rest.begin() + 4);
+    EXPECT_EQ(rest, original);
+}
+
+TEST_F(TrackStore, AChunkOfAnotherSizeIsUsedGrownOrRefusedButNeverOutgrown)
+{
+    const Bytes old = archive(record(1));
+    const std::size_t small = old.size() + 12;
+    const Bytes roomy = form(before + trackChunk(old, small + 30'000) + sound);
+    putFile(roomy);
+    store(record(2));
+    EXPECT_EQ(storedTracks(), 2);
+    EXPECT_EQ(file().size(), roomy.size());
+    EXPECT_EQ(get32(file(), 12 + before.size() + 4), small + 30'000);
+    EXPECT_TRUE(std::equal(sound.begin(), sound.end(), file().end() - static_cast<std::ptrdiff_t>(sound.size())));
+
+    putFile(form(before + sound + trackChunk(old, small)));
+    store(record(20));
+    EXPECT_EQ(storedTracks(), 20);
+    EXPECT_EQ(file().size(), 12 + before.size() + sound.size() + 8 + block);
+    EXPECT_EQ(get32(file(), 4), file().size() - 8);
+
+    const Bytes tight = form(before + trackChunk(old, small) + sound);
+    putFile(tight);
+    store(record(20));
+    EXPECT_EQ(file(), tight);
+    EXPECT_FALSE(log.lines().empty());
+}
+
+TEST_F(TrackStore, EveryFailingWriteLeavesTheFileAsItWas)
+{
+    const Bytes without = form(before + sound + behind);
+    putFile(without);
+    store(record(1));
+    const Bytes with = file();
+    const Bytes growing = form(before + sound + trackChunk(archive(record(1)), archive(record(1)).size() + 12));
+    for (const Bytes& original : {without, with, growing})
+        for (const int error : {ENOSPC, EIO})
+            for (const std::size_t ordinal : {1U, 2U})
+                for (const std::size_t keep : {0U, 3U, 100U, 400'000U}) {
+                    putFile(original);
+                    disk.failChange(ordinal, error, keep);
+                    store(record(20));
+                    const bool isStored = storedTracks() == 20;
+                    EXPECT_TRUE(isStored || file() == original) << ordinal << ' ' << keep;
+                    EXPECT_FALSE(isStored && ordinal == 1);
+                    disk.clearFaults();
+                }
+}
+
+TEST_F(TrackStore, AKilledAppendLeavesTheAudioAndAFormThatRepairCompletes)
+{
+    const Bytes original = form(before + sound + behind);
+    for (const std::size_t ordinal : {1U, 2U})
+        for (const std::size_t keep : {0U, 3U, 400'000U}) {
+            putFile(original);
+            disk.killAtChange(ordinal, keep);
+            store(record(5));
+            disk.clearFaults();
+            const Bytes left = file();
+            ASSERT_GE(left.size(), original.size());
+            EXPECT_TRUE(std::equal(original.begin() + 8, original.end(), left.begin() + 8));
+            if (ordinal == 2 && keep == 0) {
+                EXPECT_EQ(storedTracks(), -1); // refused while the sizes disagree
+                EXPECT_EQ(QMXAIFFUtility::repairFileAtPath(path), 2);
+                EXPECT_EQ(storedTracks(), 5);
+            }
+        }
+}
+
+TEST_F(TrackStore, AnOddEndIsPaddedAndAFullFormOrRecordIsRefused)
+{
+    Bytes odd = form(before + sound + chunk("NAME", {'x'}));
+    odd.pop_back();
+    odd[7] = static_cast<UInt8>(odd[7] - 1);
+    putFile(odd);
+    store(record(1));
+    EXPECT_EQ(file().size(), odd.size() + 1 + 8 + block);
+    EXPECT_EQ(storedTracks(), 1);
+
+    const Bytes original = form(before + sound);
+    putFile(original);
+    auto large = record(1, std::string(block, 'x'));
+    if (archive(large).size() > block - 12) {
+        store(large);
+        EXPECT_EQ(file(), original);
+    }
+    Bytes damaged = original;
+    damaged[6] = 9;
+    putFile(damaged);
+    store(record(1));
+    EXPECT_EQ(file(), damaged);
+}
+
+TEST_F(TrackStore, ReadingTakesTheFirstUsableChunkOfTenAndWritingTheLast)
+{
+    const Bytes one = trackChunk(archive(record(1)), 2000);
+    const Bytes two = trackChunk(archive(record(2)), 30'000);
+    const Bytes unusable = trackChunk(archive(record(4)), 2000, 4) + trackChunk(archive(record(4)), 2000, 1);
+    putFile(form(before + sound + unusable + one + two));
+    EXPECT_EQ(storedTracks(), 1);
+    store(record(3));
+    const Bytes stored = file();
+    EXPECT_EQ(storedTracks(), 1);
+    EXPECT_TRUE(
+        std::equal(one.begin(), one.end(),
+                   stored.begin() + static_cast<std::ptrdiff_t>(12 + before.size() + sound.size() + unusable.size())));
+    Bytes many = before + sound;
+    for (int i = 0; i < 5; ++i)
+        many = many + unusable;
+    putFile(form(many + one));
+    EXPECT_EQ(storedTracks(), -1);
+}
+
+TEST_F(TrackStore, HostileSizesGiveNoRecordAndEndTheWalk)
+{
+    const Bytes original = form(before + sound);
+    for (const UInt32 size : {0U, 1U, 11U, 0x7fffffffU, 0xffffffffU}) {
+        Bytes hostile = trackChunk({}, 12);
+        for (unsigned i = 0; i < 4; ++i) {
+            hostile[4 + i] = static_cast<UInt8>(size >> (24 - 8 * i));
+            hostile[16 + i] = static_cast<UInt8>(size >> (24 - 8 * i));
+        }
+        putFile(form(before + hostile + sound));
+        EXPECT_EQ(storedTracks(), -1) << size;
+    }
+    for (std::size_t length = 0; length < original.size(); ++length) {
+        putFile({original.begin(), original.begin() + static_cast<std::ptrdiff_t>(length)});
+        EXPECT_EQ(storedTracks(), -1);
+    }
+}
+
+TEST_F(TrackStore, TheOlderClassReadsHostOrderVersionsAndDoesNotFindItsOwnChunks)
+{
+    putFile(form(before + sound));
+    const auto older = QMXAudioFileTrackInfoReaderWriter::initWithAudioFilePath(path);
+    EXPECT_FALSE(older->readTrackInfosFromFile());
+    EXPECT_FALSE(older->writeTrackInfosToFile());
+    older->addTrackInfo(QMXAudioTrackInfo::init());
+    const std::size_t length = file().size();
+    EXPECT_TRUE(older->writeTrackInfosToFile());
+    EXPECT_TRUE(older->writeTrackInfosToFile());
+    EXPECT_EQ(file().size(), length + 2 * (8 + block));
+    EXPECT_EQ(get32(file(), length + 8), 0x4B615274U);
+    EXPECT_EQ(get32(file(), length + 12), 0x03000000U);
+    const auto read = [] {
+        const auto fresh = QMXAudioFileTrackInfoReaderWriter::initWithAudioFilePath(path);
+        return fresh->readTrackInfosFromFile() ? fresh->trackInfos()->size() : 0;
+    };
+    EXPECT_EQ(read(), 0U);
+    EXPECT_EQ(storedTracks(), -1);
+    putFile(form(before + trackChunk(archive(record(7)), 30'000, 3, true) + sound));
+    EXPECT_EQ(read(), 7U);
+    putFile(form(before + trackChunk(archive(record(7)), 30'000, 3, false) + sound));
+    EXPECT_EQ(read(), 0U);
+}
+
+TEST(TrackRecords, RangesCompareAndTheFactoryChoosesAsDescribed)
+{
+    using Range = QMXAudioProcessingRangeInfo;
+    const auto one = Range::initWithProcessNameAndRange_processingStartFrame_processingEndFrame("gain", 1, 2);
+    const auto two = Range::initWithProcessNameAndRange_processingStartFrame_processingEndFrame("gain", 1, 2);
+    two->addProcessingSettingFloat_value("by", 0.5F);
+    two->addProcessingSettingInt_value("by", 3);
+    EXPECT_TRUE(one->isEqual(two.get()));
+    EXPECT_TRUE(one->isEqual(QMXAudioTrackInfo::init().get()));
+    two->setProcessingEndFrame(3);
+    EXPECT_FALSE(one->isEqual(two.get()));
+    EXPECT_EQ(two->processingSettings()->count(), 1U);
+    EXPECT_EQ(one->description(), "QMXAudioProcessingRangeInfo [gain: IN:1 OUT:2]");
+    EXPECT_TRUE(Factory::readerWithAudioFilePath("x.AIF"));
+    EXPECT_FALSE(Factory::writerWithAudioFilePath("x.wav"));
+    EXPECT_EQ(Factory::writerWithAudioFilePath("x.caf")->write(), 0);
+    EXPECT_FALSE(Factory::readerWithAudioFilePath("none.m4a")->read());
+}
+
+TEST_F(TrackStore, ARecordComesBackAsItWasButForLongFrames)
+{
+    putFile(form(before + sound));
+    auto info = record(1);
+    const auto& track = info->trackInfos()->front();
+    track->setTrackBegin(1);
+    track->setTrackEnd(SInt64{1} << 40);
+    track->setNumberOfTracks(258);
+    track->setLyrics("la");
+    track->setCoverArt(qmx::Image::initWithData({1, 2, 3}));
+    info->addAudioProcessingInfo(
+        QMXAudioProcessingRangeInfo::initWithProcessNameAndRange_processingStartFrame_processingEndFrame(
+            "gain", 5'000'000'000, 5'000'000'100));
+    info->setFileHasBeenProcessed(true);
+    store(info);
+    const Record found = Factory::readerWithAudioFilePath(path)->read();
+    ASSERT_TRUE(found && found->trackInfos() && found->processingInfos());
+    const auto& back = found->trackInfos()->front();
+    EXPECT_EQ(back->trackBegin(), 1);
+    EXPECT_EQ(back->trackEnd(), SInt64{1} << 40);
+    EXPECT_EQ(back->numberOfTracks(), 258);
+    EXPECT_EQ(back->trackNumber(), -1);
+    EXPECT_EQ(back->lyrics(), "la");
+    EXPECT_EQ(back->coverArt()->data(), (Bytes{1, 2, 3}));
+    EXPECT_EQ(found->processingInfos()->front()->processingStartFrame(), 705'032'704U);
+    EXPECT_EQ(found->processingInfos()->front()->processingEndFrame(), 705'032'804U);
+    EXPECT_TRUE(found->fileHasBeenProcessed());
+}
+
+} // namespace
