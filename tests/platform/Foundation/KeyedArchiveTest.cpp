@@ -7,8 +7,12 @@
 
 #include "support/Archives.h"
 #include "support/CapturedLog.h"
+#include "support/TemporaryFolder.h"
 
 #include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <fstream>
 
 namespace
 {
@@ -18,6 +22,7 @@ using qmx::test::damageEveryByte;
 using qmx::test::fromHex;
 using qmx::test::keyedNote;
 using qmx::test::Note;
+using qmx::test::TemporaryFolder;
 
 using qmx::ArchiveError;
 using qmx::PropertyListArray;
@@ -217,17 +222,26 @@ TEST_F(KeyedArchive, SurvivesEveryDamage)
     EXPECT_EQ(error, ArchiveError::incomprehensible);
 }
 
-TEST(Number, ReadersCutToTheLowBitsAndNeverFail)
+TEST_F(KeyedArchive, IsReadByPythonAndLibplist)
 {
-    const auto pattern = qmx::Number::withUnsignedLongLong(0xFFFFFFFF00000002);
-    EXPECT_EQ(pattern->intValue(), 2);
-    EXPECT_EQ(pattern->longLongValue(), -4294967294);
-    EXPECT_EQ(qmx::Number::withInt(-1)->unsignedLongLongValue(), ~UInt64{0});
-    EXPECT_EQ(qmx::Number::withDouble(-1e300)->longLongValue(), std::numeric_limits<SInt64>::min());
-    EXPECT_EQ(qmx::Number::withDouble(1e300)->unsignedLongLongValue(), ~UInt64{0});
-    EXPECT_EQ(qmx::Number::withFloat(std::numeric_limits<float>::quiet_NaN())->intValue(), 0);
-    EXPECT_TRUE(qmx::Number::withBool(true)->isEqual(qmx::Number::withDouble(1).get()));
-    EXPECT_FALSE(qmx::Number::withLongLong(-1)->isEqual(qmx::Number::withUnsignedLongLong(~UInt64{0}).get()));
-    EXPECT_EQ(qmx::Number::withFloat(0.1f)->description(), "0.1");
-    EXPECT_EQ(qmx::Number::withUnsignedLongLong(~UInt64{0})->description(), "18446744073709551615");
+    const TemporaryFolder folder;
+    const std::string path = folder.path("archive");
+    const auto bytes = qmx::KeyedArchiver::archivedDataWithRootObject(filledNote());
+    std::ofstream(path, std::ios::binary).write(reinterpret_cast<const char*>(bytes.data()), std::ssize(bytes));
+    const std::string script = "import plistlib as p\n"
+                               "a=p.load(open('" +
+                               path +
+                               "','rb'))\n"
+                               "o=a['\\$objects']\n"
+                               "n=o[a['\\$top']['root'].data]\n"
+                               "g=lambda k:o[n[k].data]\n"
+                               "assert g('start')==2**63 and g('flag') is True and g('picture')==bytes([1,2,3]),o\n"
+                               "s=g('gone')\n"
+                               "assert [o[u.data] for u in s['NS.keys']]==['gain','steps'],o\n"
+                               "assert [o[u.data] for u in s['NS.objects']]==[.5,-3],o\n"
+                               "assert o[n['\\$class'].data]['\\$classes']==['Note','NSObject'],o\n";
+    EXPECT_EQ(std::system(("/usr/bin/python3 -c \"" + script + "\"").c_str()), 0);
+    EXPECT_EQ(
+        std::system(("plistutil -i " + path + " -f xml | grep -q '<integer>9223372036854775808</integer>'").c_str()),
+        0);
 }
