@@ -24,13 +24,13 @@ ArchiveClassMaker archiveClassMaker(std::string_view name);
 /// The key as an archive holds it, apart from the archive's own: one more "$" before a "$".
 inline std::string archiveKey(std::string_view key)
 {
-    return (key.starts_with('$') ? "$" : "") + std::string(key);
+    return std::string(key.starts_with('$') ? "$" : "").append(key);
 }
 
 /// The key of the next value that has none.
 inline std::string archiveSequenceKey(std::size_t position)
 {
-    return "$" + std::to_string(position);
+    return std::string("$").append(std::to_string(position));
 }
 
 /// Whether the entry of the object table stands for nil.
