@@ -40,8 +40,9 @@ const PropertyListData* imageBytesWithin(const PropertyListArray& table, std::ui
     };
     const PropertyListData* longest = nullptr;
     visit(table[static_cast<std::size_t>(index)]);
-    for (std::size_t next = 0; next < found.size(); ++next) {
-        const PropertyListValue& value = *found[next];
+    std::size_t next = 0;
+    while (next < found.size()) { // grows as it is walked
+        const PropertyListValue& value = *found[next++];
         if (const auto* uid = value.as<PropertyListUID>(); uid && uid->index < table.size()) {
             visit(table[static_cast<std::size_t>(uid->index)]);
         } else if (const auto* array = value.as<PropertyListArray>()) {

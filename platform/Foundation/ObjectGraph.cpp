@@ -167,7 +167,7 @@ std::shared_ptr<Object> GraphReader::make(std::uint64_t index)
         return nullptr;
     if (const auto* fields = entry.as<Fields>())
         return makeFromClass(index, *fields);
-    if (const auto plain = makePlain(entry); plain || hasFailed_)
+    if (auto plain = makePlain(entry); plain || hasFailed_)
         return plain;
     return makeOpaque(index, {});
 }

@@ -192,7 +192,7 @@ std::optional<Text> Parser::cString()
     }
     const std::size_t place = objects_.size();
     objects_.emplace_back(Text());
-    const auto content = sharedText();
+    auto content = sharedText();
     if (content)
         objects_[place] = *content;
     return content;

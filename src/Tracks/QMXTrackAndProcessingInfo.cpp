@@ -19,8 +19,9 @@ template <class Element> void append(std::shared_ptr<std::vector<Element>>& list
 {
     if (!list)
         list = std::make_shared<std::vector<Element>>();
-    const std::vector<Element> copy = added; // the list may be appended to itself
-    list->insert(list->end(), copy.begin(), copy.end());
+    const std::size_t count = added.size(); // the list may be appended to itself
+    for (std::size_t i = 0; i < count; ++i)
+        list->push_back(Element(added[i]));
 }
 
 template <class Element>
