@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "Foundation/FileManager.h"
 
+#include "Foundation/ByteFields.h"
+
 #include <algorithm>
 #include <array>
 #include <cerrno>
@@ -19,13 +21,7 @@ using FinderInfo = std::array<std::uint8_t, finderInfoSize>;
 
 OSType codeAt(const std::uint8_t* bytes)
 {
-    return (OSType{bytes[0]} << 24) | (OSType{bytes[1]} << 16) | (OSType{bytes[2]} << 8) | bytes[3];
-}
-
-void storeCode(std::uint8_t* bytes, OSType code)
-{
-    for (int i = 0; i < 4; ++i)
-        bytes[i] = static_cast<std::uint8_t>(code >> (24 - 8 * i));
+    return load32(bytes, ByteOrder::big);
 }
 
 std::optional<FinderInfo> infoAt(std::span<const std::uint8_t> bytes, std::size_t offset)
@@ -64,7 +60,7 @@ std::optional<FinderInfo> infoFromSidecar(const std::string& path)
     bytes.resize(file->read(bytes.data(), bytes.size(), 0).count);
     if (bytes.size() < headerSize || codeAt(bytes.data()) != magic)
         return std::nullopt;
-    const std::size_t entries = (std::size_t{bytes[24]} << 8) | bytes[25];
+    const std::size_t entries = load16(bytes.data() + 24, ByteOrder::big);
     for (std::size_t i = 0; i < entries && headerSize + (i + 1) * entrySize <= bytes.size(); ++i) {
         const std::uint8_t* entry = bytes.data() + headerSize + i * entrySize;
         if (codeAt(entry) == 9)
@@ -191,9 +187,9 @@ bool FileManager::changeFileAttributes_atPath(const FileAttributes& attributes, 
 {
     FinderInfo info = finderInfo(path).value_or(FinderInfo{});
     if (attributes.NSFileHFSTypeCode)
-        storeCode(info.data() + typeOffset, *attributes.NSFileHFSTypeCode);
+        store32(info.data() + typeOffset, *attributes.NSFileHFSTypeCode, ByteOrder::big);
     if (attributes.NSFileHFSCreatorCode)
-        storeCode(info.data() + creatorOffset, *attributes.NSFileHFSCreatorCode);
+        store32(info.data() + creatorOffset, *attributes.NSFileHFSCreatorCode, ByteOrder::big);
     return FileSystem::current().setAttribute(path, finderInfoName, info) == 0;
 }
 

@@ -21,7 +21,7 @@ constexpr double nicesPerPriority = 40.0; // the whole range of 1.0 covers the s
 
 thread_local double currentPriority = ordinaryPriority;
 
-bool isRealTime()
+bool isScheduledAsRealTime()
 {
     const int policy = sched_getscheduler(0);
     return policy == SCHED_FIFO || policy == SCHED_RR;
@@ -79,7 +79,7 @@ double Thread::threadPriority()
 
 bool Thread::setThreadPriority(double priority)
 {
-    if (isRealTime())
+    if (isScheduledAsRealTime())
         return true;
     priority = std::clamp(priority, 0.0, 1.0);
     const int nice =

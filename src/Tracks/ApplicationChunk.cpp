@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "Tracks/ApplicationChunk.h"
 
+#include "CoreAudioTypes/FourCharCode.h"
 #include "Foundation/KeyedArchiver.h"
 #include "Foundation/KeyedUnarchiver.h"
 #include "Foundation/Log.h"
@@ -10,7 +11,6 @@
 #include "Tracks/QMXTrackAndProcessingInfo.h"
 
 #include <algorithm>
-#include <cstring>
 #include <limits>
 #include <system_error>
 
@@ -23,42 +23,20 @@ constexpr SInt64 chunkHeaderSize = 8;
 /// Record archives are at most half a megabyte; what claims to be this much larger is damaged.
 constexpr UInt32 largestArchiveRead = 1U << 26;
 
-UInt32 fieldIn(ChunkByteOrder order, std::span<const UInt8> bytes)
-{
-    if (order == ChunkByteOrder::bigEndian)
-        return bigEndian32(bytes);
-    UInt32 value = 0;
-    std::memcpy(&value, bytes.data(), sizeof value);
-    return value;
-}
-
-void putField(ChunkByteOrder order, std::span<UInt8> bytes, UInt32 value)
-{
-    if (order == ChunkByteOrder::bigEndian)
-        putBigEndian32(bytes, value);
-    else
-        std::memcpy(bytes.data(), &value, sizeof value);
-}
-
 /// Bytes that go into the file at `offset`.
 struct Placement {
     SInt64 offset = 0;
     std::vector<UInt8> bytes;
 };
 
-/// A chunk whose size field says `size` and that takes up `extent` bytes behind that field, at the end of `placement`.
-void addChunk(std::vector<UInt8>& bytes, UInt32 size, UInt32 extent, std::span<const UInt8> archive,
-              const ChunkStyle& style)
+/// A chunk whose size field says `size` and that takes up `extent` bytes behind that field.
+void addChunk(Bytes& bytes, UInt32 size, UInt32 extent, std::span<const UInt8> archive, const ChunkStyle& style)
 {
-    const std::size_t start = bytes.size();
-    bytes.resize(start + chunkHeaderSize + extent);
-    const std::span chunk = std::span(bytes).subspan(start);
-    std::ranges::copy(std::string_view("APPL"), chunk.begin());
-    putBigEndian32(chunk.subspan(4), size);
-    putField(style.order, chunk.subspan(8), style.signature);
-    putField(style.order, chunk.subspan(12), applicationChunkVersion);
-    putBigEndian32(chunk.subspan(16), static_cast<UInt32>(archive.size()));
-    std::ranges::copy(archive, chunk.begin() + applicationHeaderSize);
+    ByteWriter chunk(ByteOrder::big);
+    chunk.code(fourCharCode("APPL")).u32(size).integer(style.signature, 4, style.order);
+    chunk.integer(applicationChunkVersion, 4, style.order).u32(static_cast<UInt32>(archive.size())).append(archive);
+    chunk.zeros(extent + chunkHeaderSize - chunk.bytes().size());
+    bytes.insert(bytes.end(), chunk.bytes().begin(), chunk.bytes().end());
 }
 
 /// Where the chunk goes and what is written there; empty when there is no room for it.
@@ -88,14 +66,14 @@ std::optional<Placement> place(std::span<const UInt8> archive, const std::option
     return placement;
 }
 
-ApplicationChunk descriptorOf(SInt64 offset, std::span<const UInt8> header, ChunkByteOrder order, SInt64 fileEnd)
+ApplicationChunk descriptorOf(SInt64 offset, std::span<const UInt8> header, ByteOrder order, SInt64 fileEnd)
 {
     ApplicationChunk chunk;
     std::ranges::copy(header.first(4), chunk.mChunkHeader.begin());
-    chunk.mChunkSize = bigEndian32(header.subspan(4));
+    chunk.mChunkSize = load32(&header[4], ByteOrder::big);
     std::ranges::copy(header.subspan(8, 4), chunk.mAppName.begin());
-    chunk.mVersion = fieldIn(order, header.subspan(12));
-    chunk.mDataSize = bigEndian32(header.subspan(16));
+    chunk.mVersion = load32(&header[12], order);
+    chunk.mDataSize = load32(&header[16], ByteOrder::big);
     chunk.mFileOffset = offset;
     QMXAIFCommon::validateZNTHApplicationChunk_fileLength(chunk, static_cast<UInt64>(fileEnd));
     return chunk;
@@ -114,23 +92,12 @@ bool refuse(const char* reason)
 
 } // namespace
 
-UInt32 bigEndian32(std::span<const UInt8> bytes)
-{
-    return UInt32{bytes[0]} << 24 | UInt32{bytes[1]} << 16 | UInt32{bytes[2]} << 8 | UInt32{bytes[3]};
-}
-
-void putBigEndian32(std::span<UInt8> bytes, UInt32 value)
-{
-    for (std::size_t i = 0; i < 4; ++i)
-        bytes[i] = static_cast<UInt8>(value >> (24 - 8 * i));
-}
-
-ApplicationChunks findApplicationChunks(FileHandle& file, UInt32 signature, ChunkByteOrder order)
+ApplicationChunks findApplicationChunks(FileHandle& file, UInt32 signature, ByteOrder order)
 {
     const SInt64 fileEnd = file.seekToEndOfFile();
     file.seekToFileOffset(4);
     const std::vector<UInt8> formSize = file.readDataOfLength(4);
-    const SInt64 formEnd = formSize.size() == 4 ? bigEndian32(formSize) : 0;
+    const SInt64 formEnd = formSize.size() == 4 ? load32(formSize.data(), ByteOrder::big) : 0;
     ApplicationChunks result;
     for (SInt64 position = 0; position < fileEnd && position < formEnd;) {
         position = QMXAIFFUtility::findOffsetForApplicationChunkWithCreator_inFile_startingAtOffset_endingOffset(
@@ -196,7 +163,7 @@ bool storeArchive(FileHandle& file, std::span<const UInt8> archive, const std::o
     SystemError error = edit.write(placement->offset, placement->bytes);
     if (error == 0 && newEnd != fileEnd) {
         std::vector<UInt8> formSize(4);
-        putBigEndian32(formSize, static_cast<UInt32>(newEnd - chunkHeaderSize));
+        store32(formSize.data(), static_cast<UInt32>(newEnd - chunkHeaderSize), ByteOrder::big);
         error = edit.write(4, formSize);
     }
     if (error == 0)

@@ -7,7 +7,7 @@
 //    16  archive's length 20  archive, then zeros
 #pragma once
 
-#include "CoreAudioTypes/MacTypes.h"
+#include "Foundation/ByteFields.h"
 #include "Foundation/FileHandle.h"
 #include "Tracks/QMXAIFCommon.h"
 
@@ -20,9 +20,6 @@ class QMXTrackAndProcessingInfo;
 namespace qmx
 {
 
-UInt32 bigEndian32(std::span<const UInt8> bytes);
-void putBigEndian32(std::span<UInt8> bytes, UInt32 value);
-
 /// Size of a chunk without its first 8 bytes.
 constexpr UInt32 applicationBlockSize = 524'288;
 /// "tRaK" as a big-endian number.
@@ -33,14 +30,11 @@ constexpr std::size_t applicationHeaderSize = 20;
 /// The longest archive that a chunk of the standard size holds, in bytes.
 constexpr std::size_t longestArchive = applicationBlockSize - 12;
 
-/// How signature and version are stored; the other fields are big-endian always.
-enum class ChunkByteOrder { bigEndian, host };
-
 /// What a writer's chunks have in common.
 struct ChunkStyle {
     UInt32 blockSize;
     UInt32 signature;
-    ChunkByteOrder order;
+    ByteOrder order; ///< of signature and version; the other fields are big-endian always
 };
 
 using ApplicationChunk = QMXApplicationChunkDescriptor;
@@ -51,7 +45,7 @@ struct ApplicationChunks {
     UInt32 found = 0;
 };
 constexpr std::size_t mostApplicationChunks = 10;
-ApplicationChunks findApplicationChunks(FileHandle& file, UInt32 signature, ChunkByteOrder order);
+ApplicationChunks findApplicationChunks(FileHandle& file, UInt32 signature, ByteOrder order);
 
 /// The first chunk, in the table's order, that can be read; and the last, which is the one that is written over.
 std::optional<ApplicationChunk> firstUsable(std::span<const ApplicationChunk> chunks);

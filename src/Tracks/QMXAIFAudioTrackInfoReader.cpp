@@ -22,7 +22,7 @@ std::shared_ptr<QMXTrackAndProcessingInfo> QMXAIFAudioTrackInfoReader::read()
     // a file that is no form at all passes the check, which is intended
     if (!file || QMXAIFFUtility::checkFileAtPath_shouldRepair(*file, false) == 0)
         return nullptr;
-    const auto found = qmx::findApplicationChunks(*file, mApplSignature, qmx::ChunkByteOrder::bigEndian);
+    const auto found = qmx::findApplicationChunks(*file, mApplSignature, qmx::ByteOrder::big);
     const auto chunk = qmx::firstUsable(found.chunks);
     return chunk ? qmx::readRecord(*file, *chunk) : nullptr;
 }

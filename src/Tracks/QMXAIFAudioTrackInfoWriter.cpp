@@ -35,7 +35,6 @@ void QMXAIFAudioTrackInfoWriter::write(const std::shared_ptr<QMXTrackAndProcessi
     const std::vector<UInt8> archive = qmx::archiveOf(info);
     if (archive.empty())
         return;
-    const auto found = qmx::findApplicationChunks(*file, mApplSignature, qmx::ChunkByteOrder::bigEndian);
-    qmx::storeArchive(*file, archive, qmx::lastUsable(found.chunks),
-                      {mBlockSize, mApplSignature, qmx::ChunkByteOrder::bigEndian});
+    const auto found = qmx::findApplicationChunks(*file, mApplSignature, qmx::ByteOrder::big);
+    qmx::storeArchive(*file, archive, qmx::lastUsable(found.chunks), {mBlockSize, mApplSignature, qmx::ByteOrder::big});
 }

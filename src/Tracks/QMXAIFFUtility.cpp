@@ -63,7 +63,7 @@ SInt64 findChunk(WindowReader& reader, std::string_view chunkId, SInt64 start, S
             break;
         if (textOf(header.first(4)) == chunkId.substr(0, 4))
             return position;
-        position = behindChunk(position, qmx::bigEndian32(header.subspan(4)));
+        position = behindChunk(position, qmx::load32(&header[4], qmx::ByteOrder::big));
     }
     return end;
 }
@@ -87,9 +87,9 @@ SInt64 QMXAIFFUtility::findOffsetForApplicationChunkWithCreator_inFile_startingA
         const auto header = position < end ? reader.bytes(position, chunkHeaderSize + 4) : std::span<const UInt8>();
         if (header.empty())
             return end;
-        if (qmx::bigEndian32(header.subspan(8)) == creator)
+        if (qmx::load32(&header[8], qmx::ByteOrder::big) == creator)
             return position;
-        position = behindChunk(position, qmx::bigEndian32(header.subspan(4)));
+        position = behindChunk(position, qmx::load32(&header[4], qmx::ByteOrder::big));
     }
 }
 
@@ -100,7 +100,7 @@ SInt32 QMXAIFFUtility::checkFileAtPath_shouldRepair(qmx::FileHandle& file, bool 
     const std::vector<UInt8> header = file.readDataOfLength(chunkHeaderSize);
     if (header.size() < chunkHeaderSize || textOf(std::span(header).first(4)) != "FORM")
         return 4;
-    const UInt32 formSize = qmx::bigEndian32(std::span(header).subspan(4));
+    const UInt32 formSize = qmx::load32(&header[4], qmx::ByteOrder::big);
     if (length == SInt64{formSize} + chunkHeaderSize)
         return 1;
     if (!shouldRepair)
@@ -109,7 +109,7 @@ SInt32 QMXAIFFUtility::checkFileAtPath_shouldRepair(qmx::FileHandle& file, bool 
     if (repaired > std::numeric_limits<UInt32>::max())
         return 0; // the file is larger than a form can be
     std::array<UInt8, 4> size{};
-    qmx::putBigEndian32(size, static_cast<UInt32>(repaired));
+    qmx::store32(size.data(), static_cast<UInt32>(repaired), qmx::ByteOrder::big);
     file.seekToFileOffset(4);
     if (file.writeData(size) != 0)
         return 0;

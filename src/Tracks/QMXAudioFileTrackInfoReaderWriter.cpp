@@ -115,7 +115,7 @@ bool QMXAudioFileTrackInfoReaderWriter::writeDataToFile_fileHandle(std::span<con
     loadAllApplicationChunks(file);
     // signature and version in the host's byte order, which is intended
     const bool stored = qmx::storeArchive(file, data, qmx::lastUsable(mApplicationChunks),
-                                          {mBlockSize, mApplSignature, qmx::ChunkByteOrder::host});
+                                          {mBlockSize, mApplSignature, qmx::hostByteOrder});
     if (!stored)
         qmx::Log("UNABLE TO WRITE APPLICATION INFORMATION TO AUDIO FILE");
     return stored;
@@ -123,7 +123,7 @@ bool QMXAudioFileTrackInfoReaderWriter::writeDataToFile_fileHandle(std::span<con
 
 void QMXAudioFileTrackInfoReaderWriter::loadAllApplicationChunks(qmx::FileHandle& file)
 {
-    auto found = qmx::findApplicationChunks(file, mApplSignature, qmx::ChunkByteOrder::host);
+    auto found = qmx::findApplicationChunks(file, mApplSignature, qmx::hostByteOrder);
     mApplicationChunks = std::move(found.chunks);
     mNumApplicationChunksFound += found.found; // chunks of earlier loads count on, which is intended
 }

@@ -4,7 +4,7 @@
 #pragma once
 
 #include "AudioToolbox/AudioFile.h"
-#include "AudioToolbox/Containers/ByteFields.h"
+#include "Foundation/ByteFields.h"
 
 #include <memory>
 #include <span>

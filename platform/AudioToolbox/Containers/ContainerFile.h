@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "AudioToolbox/Containers/ByteFields.h"
 #include "CoreServices/Files.h"
+#include "Foundation/ByteFields.h"
 #include "Foundation/FileSystem.h"
 
 #include <memory>

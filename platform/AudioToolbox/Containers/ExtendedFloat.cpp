@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "AudioToolbox/Containers/ExtendedFloat.h"
 
-#include "AudioToolbox/Containers/ByteFields.h"
+#include "Foundation/ByteFields.h"
 
 #include <cmath>
 #include <limits>

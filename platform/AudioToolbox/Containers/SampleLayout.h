@@ -2,8 +2,8 @@
 // How the samples of an audio file of constant frame size are coded, apart from any container.
 #pragma once
 
-#include "AudioToolbox/Containers/ByteFields.h"
 #include "CoreAudioTypes/CoreAudioTypes.h"
+#include "Foundation/ByteFields.h"
 
 #include <optional>
 

@@ -4,6 +4,7 @@
 
 #include "CoreAudioTypes/MacTypes.h"
 
+#include <bit>
 #include <cstddef>
 #include <span>
 #include <string_view>
@@ -15,6 +16,7 @@ namespace qmx
 using Bytes = std::vector<UInt8>;
 
 enum class ByteOrder { big, little };
+inline constexpr ByteOrder hostByteOrder = std::endian::native == std::endian::big ? ByteOrder::big : ByteOrder::little;
 
 /// The unsigned integer of `width` bytes at `bytes`.
 inline UInt64 loadInteger(const UInt8* bytes, std::size_t width, ByteOrder order)
@@ -46,11 +48,24 @@ inline void storeInteger(UInt8* bytes, UInt64 value, std::size_t width, ByteOrde
         bytes[order == ByteOrder::little ? i : width - 1 - i] = static_cast<UInt8>(value >> (8 * i));
 }
 
+inline void store32(UInt8* bytes, UInt32 value, ByteOrder order)
+{
+    storeInteger(bytes, value, 4, order);
+}
+
 /// Builds a block of fields one after the other.
 class ByteWriter
 {
 public:
     explicit ByteWriter(ByteOrder order) : order_(order) {}
+
+    /// The low `width` bytes (8 at most) of a number in an order of its own.
+    ByteWriter& integer(UInt64 value, std::size_t width, ByteOrder order)
+    {
+        UInt8 field[sizeof value];
+        storeInteger(field, value, width, order);
+        return append(std::span(field, width));
+    }
 
     ByteWriter& u16(UInt16 value) { return integer(value, 2, order_); }
     ByteWriter& u32(UInt32 value) { return integer(value, 4, order_); }
@@ -78,13 +93,6 @@ public:
     const Bytes& bytes() const { return bytes_; }
 
 private:
-    ByteWriter& integer(UInt64 value, std::size_t width, ByteOrder order)
-    {
-        UInt8 field[sizeof value];
-        storeInteger(field, value, width, order);
-        return append(std::span(field, width));
-    }
-
     ByteOrder order_;
     Bytes bytes_;
 };

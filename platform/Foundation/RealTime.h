@@ -1,0 +1,38 @@
+// SPDX-License-Identifier: MIT
+// What a thread says about itself while it works against a deadline.
+#pragma once
+
+#include "Foundation/Export.h"
+
+namespace qmx
+{
+
+/// While one exists, the calling thread works in real time: it must not allocate, free, lock, log or touch a file, and what
+/// would wait for it elsewhere answers at once. Nests. A device's I/O thread holds one through each cycle.
+class QMX_EXPORT RealTimeScope
+{
+public:
+    RealTimeScope() noexcept;
+    ~RealTimeScope();
+    RealTimeScope(const RealTimeScope&) = delete;
+    RealTimeScope& operator=(const RealTimeScope&) = delete;
+};
+
+/// Whether the calling thread is inside a RealTimeScope. Allocates nothing: allocators may ask it.
+QMX_EXPORT bool isRealTime() noexcept;
+
+/// While one exists, the calling thread is inside an I/O, render or input callback, in real time or not. What would wait for a
+/// cycle in flight only marks its wish there, because that cycle may be the caller's own. Nests.
+class QMX_EXPORT CallbackScope
+{
+public:
+    CallbackScope() noexcept;
+    ~CallbackScope();
+    CallbackScope(const CallbackScope&) = delete;
+    CallbackScope& operator=(const CallbackScope&) = delete;
+};
+
+/// Whether the calling thread is inside a CallbackScope.
+QMX_EXPORT bool isInsideCallback() noexcept;
+
+} // namespace qmx
