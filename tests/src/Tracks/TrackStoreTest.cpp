@@ -236,7 +236,7 @@ TEST_F(TrackStore, AKilledStoreLeavesTheRecordAsItWasOrAsItIsToBe)
                                   form(before + sound + trackChunk(old, block) + behind),
                                   form(before + sound + trackChunk(old, old.size() + 12))})
         for (std::size_t ordinal = 1; ordinal <= 4; ++ordinal)
-            for (const std::size_t keep : {0U, 4U, 100U, 500'000U})
+            for (const std::size_t keep : {0U, 100U, 500'000U})
                 for (const int first : {0, 1, 2, 3}) {
                     putFile(original);
                     const int tracksBefore = storedTracks();
