@@ -33,7 +33,8 @@ public:
     virtual void waitUntilStopped() = 0;
 
     /// Properties of the unit that are the device's: kAudioOutputUnitProperty_CurrentDevice, and the device's own by their
-    /// codes. kAudioUnitErr_InvalidProperty for unknown ones.
+    /// codes. kAudioUnitErr_InvalidProperty for unknown ones. None of them waits for a cycle; another device is named only while
+    /// the unit is stopped.
     virtual OSStatus propertySize(AudioUnitPropertyID property, UInt32& size, bool& isWritable) const = 0;
     virtual OSStatus read(AudioUnitPropertyID property, UInt32 size, void* value) const = 0;
     virtual OSStatus write(AudioUnitPropertyID property, UInt32 size, const void* value) = 0;

@@ -47,10 +47,25 @@ OSStatus OutputUnit::uninitialise()
     return Unit::uninitialise();
 }
 
+OSStatus OutputUnit::setProperty(const PropertyAddress& address, const void* value, UInt32 size)
+{
+    const bool isInterrupted = address.id == kAudioOutputUnitProperty_CurrentDevice && isRunning();
+    if (isInterrupted)
+        stop();
+    const OSStatus status = Unit::setProperty(address, value, size);
+    if (!isInterrupted)
+        return status;
+    const OSStatus startStatus = start();
+    return status != noErr ? status : startStatus;
+}
+
 OSStatus OutputUnit::makeEngine(UInt32, std::unique_ptr<RenderEngine>& engine)
 {
-    return PullEngine::make(input(0), 0, PullEngine::between(input(0).format, outputFormat(0)), maximumFrames(),
-                            engine);
+    PullEngine::Conversion conversion = PullEngine::between(input(0).format, outputFormat(0));
+    const InputSource* const source = input(0).source.load();
+    if (source && source->unit())
+        conversion.ratio.reset();
+    return PullEngine::make(input(0), 0, conversion, maximumFrames(), engine);
 }
 
 void OutputUnit::coupleFormats(AudioUnitScope, AudioUnitElement)
@@ -168,6 +183,10 @@ OSStatus OutputUnit::write(const PropertyAddress& address, const void* value)
     shapeOfDeviceProperty(address.id, shape);
     if (const OSStatus refusal = hardware_->write(address.id, shape.size, value); refusal != noErr)
         return refusal;
+    if (address.id == kAudioOutputUnitProperty_CurrentDevice && !isInitialised()) {
+        input(0).format.mSampleRate = hardware_->format().mSampleRate;
+        noteChange({kAudioUnitProperty_StreamFormat, kAudioUnitScope_Input, 0});
+    }
     followFormats();
     noteChange(address);
     return remakeEngines();

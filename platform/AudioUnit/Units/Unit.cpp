@@ -159,9 +159,10 @@ OSStatus Unit::setFormat(AudioUnitScope scope, AudioUnitElement element, const A
     return status;
 }
 
-void Unit::setSource(UInt32 element, std::unique_ptr<InputSource> source)
+OSStatus Unit::setSource(UInt32 element, std::unique_ptr<InputSource> source)
 {
     retire(inputs_[element].source.exchange(source.release()));
+    return isShapedBySources() ? remakeEngines() : noErr;
 }
 
 bool Unit::isFedBy(const Unit& unit) const
@@ -195,9 +196,8 @@ OSStatus Unit::connect(const AudioUnitConnection& connection)
         const OSStatus status = source ? setFormat(kAudioUnitScope_Input, element, format) : noErr;
         if (status != noErr)
             return status;
-        setSource(element, std::move(source));
         noteChange({kAudioUnitProperty_MakeConnection, kAudioUnitScope_Input, element});
-        return noErr;
+        return setSource(element, std::move(source));
     });
 }
 

@@ -27,7 +27,7 @@ extern const AudioStreamBasicDescription canonicalFormat;
 
 class OutputUnit;
 
-class Unit
+class QMX_EXPORT Unit
 {
 public:
     virtual ~Unit();
@@ -45,7 +45,7 @@ public:
     void close();
     OSStatus propertyInfo(const PropertyAddress& address, UInt32* size, Boolean* isWritable) const;
     OSStatus property(const PropertyAddress& address, void* value, UInt32& size);
-    OSStatus setProperty(const PropertyAddress& address, const void* value, UInt32 size);
+    virtual OSStatus setProperty(const PropertyAddress& address, const void* value, UInt32 size);
     OSStatus addRenderNotify(const AURenderCallbackStruct& notify);
     OSStatus removeRenderNotify(const AURenderCallbackStruct& notify);
 
@@ -89,6 +89,8 @@ protected:
     /// 32-bit values that any thread may ask for without a lock.
     virtual std::optional<UInt32> liveValue(const PropertyAddress& address);
 
+    /// Whether rendering depends on what gives input, so that a change of it makes new engines.
+    virtual bool isShapedBySources() const { return false; }
     /// Lets the formats that follow the given element's one follow it. Under the control lock.
     virtual void coupleFormats(AudioUnitScope scope, AudioUnitElement element);
 
@@ -132,7 +134,7 @@ private:
     OSStatus setMaximumFrames(UInt32 frames);
     OSStatus connect(const AudioUnitConnection& connection);
     bool isFedBy(const Unit& unit) const;
-    void setSource(UInt32 element, std::unique_ptr<InputSource> source);
+    OSStatus setSource(UInt32 element, std::unique_ptr<InputSource> source);
     OSStatus changeNotifies(const std::function<void(std::vector<AURenderCallbackStruct>&)>& change);
     void callNotifies(const RenderCall& call, AudioBufferList& data, AudioUnitRenderActionFlags phase);
     void retire(const Retirable* object);

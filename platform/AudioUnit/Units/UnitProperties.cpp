@@ -195,9 +195,8 @@ OSStatus Unit::write(const PropertyAddress& address, const void* value)
     }
     case kAudioUnitProperty_SetRenderCallback: {
         const auto callback = valueAs<AURenderCallbackStruct>(value);
-        setSource(address.element, callback.inputProc ? InputSource::callback(callback) : nullptr);
         noteChange(address);
-        return noErr;
+        return setSource(address.element, callback.inputProc ? InputSource::callback(callback) : nullptr);
     }
     case kAudioUnitProperty_MaximumFramesPerSlice:
         return setMaximumFrames(valueAs<UInt32>(value));
