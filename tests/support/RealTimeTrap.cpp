@@ -29,10 +29,12 @@ void refuse(const char* function)
     abort();
 }
 
-/// The function of that name which this program's own one hides.
-template <class Function> Function* hidden(const char* name)
+/// Calls the system's function that `function`, of this program, hides.
+template <auto* function, class... Arguments> auto passOn(const char* name, Arguments... arguments)
 {
-    return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
+    refuse(name);
+    static auto* const hidden = reinterpret_cast<decltype(function)>(dlsym(RTLD_NEXT, name));
+    return hidden(arguments...);
 }
 
 } // namespace
@@ -89,66 +91,48 @@ void free(void* block) noexcept
 
 int pthread_mutex_lock(pthread_mutex_t* mutex) noexcept
 {
-    refuse("pthread_mutex_lock");
-    static auto* const lock = hidden<int(pthread_mutex_t*)>("pthread_mutex_lock");
-    return lock(mutex);
+    return passOn<pthread_mutex_lock>("pthread_mutex_lock", mutex);
 }
 
 int pthread_cond_wait(pthread_cond_t* condition, pthread_mutex_t* mutex)
 {
-    refuse("pthread_cond_wait");
-    static auto* const wait = hidden<int(pthread_cond_t*, pthread_mutex_t*)>("pthread_cond_wait");
-    return wait(condition, mutex);
+    return passOn<pthread_cond_wait>("pthread_cond_wait", condition, mutex);
 }
 
 int pthread_cond_clockwait(pthread_cond_t* condition, pthread_mutex_t* mutex, clockid_t clock, const timespec* until)
 {
-    refuse("pthread_cond_clockwait");
-    static auto* const wait =
-        hidden<int(pthread_cond_t*, pthread_mutex_t*, clockid_t, const timespec*)>("pthread_cond_clockwait");
-    return wait(condition, mutex, clock, until);
+    return passOn<pthread_cond_clockwait>("pthread_cond_clockwait", condition, mutex, clock, until);
 }
 
 int pthread_rwlock_rdlock(pthread_rwlock_t* lock) noexcept
 {
-    refuse("pthread_rwlock_rdlock");
-    static auto* const lockToRead = hidden<int(pthread_rwlock_t*)>("pthread_rwlock_rdlock");
-    return lockToRead(lock);
+    return passOn<pthread_rwlock_rdlock>("pthread_rwlock_rdlock", lock);
 }
 
 int pthread_rwlock_wrlock(pthread_rwlock_t* lock) noexcept
 {
-    refuse("pthread_rwlock_wrlock");
-    static auto* const lockToWrite = hidden<int(pthread_rwlock_t*)>("pthread_rwlock_wrlock");
-    return lockToWrite(lock);
+    return passOn<pthread_rwlock_wrlock>("pthread_rwlock_wrlock", lock);
 }
 
 int sem_wait(sem_t* semaphore)
 {
-    refuse("sem_wait");
-    static auto* const wait = hidden<int(sem_t*)>("sem_wait");
-    return wait(semaphore);
+    return passOn<sem_wait>("sem_wait", semaphore);
 }
 
 int clock_nanosleep(clockid_t clock, int flags, const timespec* time, timespec* rest)
 {
-    refuse("clock_nanosleep");
-    static auto* const sleep = hidden<int(clockid_t, int, const timespec*, timespec*)>("clock_nanosleep");
-    return sleep(clock, flags, time, rest);
+    return passOn<clock_nanosleep>("clock_nanosleep", clock, flags, time, rest);
 }
 
 int sched_yield() noexcept
 {
-    refuse("sched_yield");
-    static auto* const yield = hidden<int()>("sched_yield");
-    return yield();
+    return passOn<sched_yield>("sched_yield");
 }
 
 // files
 
 int open(const char* path, int flags, ...)
 {
-    refuse("open");
     mode_t mode = 0;
     if (flags & (O_CREAT | __O_TMPFILE)) {
         va_list arguments;
@@ -156,50 +140,37 @@ int open(const char* path, int flags, ...)
         mode = va_arg(arguments, mode_t);
         va_end(arguments);
     }
-    static auto* const openFile = hidden<int(const char*, int, ...)>("open");
-    return openFile(path, flags, mode);
+    return passOn<open>("open", path, flags, mode);
 }
 
 ssize_t read(int file, void* bytes, size_t size)
 {
-    refuse("read");
-    static auto* const readFile = hidden<ssize_t(int, void*, size_t)>("read");
-    return readFile(file, bytes, size);
+    return passOn<read>("read", file, bytes, size);
 }
 
 ssize_t write(int file, const void* bytes, size_t size)
 {
-    refuse("write");
-    static auto* const writeFile = hidden<ssize_t(int, const void*, size_t)>("write");
-    return writeFile(file, bytes, size);
+    return passOn<write>("write", file, bytes, size);
 }
 
 ssize_t pread(int file, void* bytes, size_t size, off_t offset)
 {
-    refuse("pread");
-    static auto* const readFile = hidden<ssize_t(int, void*, size_t, off_t)>("pread");
-    return readFile(file, bytes, size, offset);
+    return passOn<pread>("pread", file, bytes, size, offset);
 }
 
 ssize_t pwrite(int file, const void* bytes, size_t size, off_t offset)
 {
-    refuse("pwrite");
-    static auto* const writeFile = hidden<ssize_t(int, const void*, size_t, off_t)>("pwrite");
-    return writeFile(file, bytes, size, offset);
+    return passOn<pwrite>("pwrite", file, bytes, size, offset);
 }
 
 int close(int file)
 {
-    refuse("close");
-    static auto* const closeFile = hidden<int(int)>("close");
-    return closeFile(file);
+    return passOn<close>("close", file);
 }
 
 int poll(pollfd* files, nfds_t count, int milliseconds)
 {
-    refuse("poll");
-    static auto* const wait = hidden<int(pollfd*, nfds_t, int)>("poll");
-    return wait(files, count, milliseconds);
+    return passOn<poll>("poll", files, count, milliseconds);
 }
 
 } // extern "C"
