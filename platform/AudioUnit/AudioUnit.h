@@ -5,7 +5,21 @@
 // each other, never for a cycle while another waits for them. AudioUnitRender on one thread at a time per bus, the
 // real-time ones included; parameters, kAudioUnitProperty_LastRenderError and kAudioOutputUnitProperty_IsRunning
 // from any thread. What rendering follows (callback, connection, formats) may change at any time: the call that changes
-// it returns when no cycle uses the old one any more, unless it was made inside a callback.
+// it returns when no cycle uses the old one any more, unless it was made inside a callback. Units that feed each other are
+// connected by one thread at a time.
+//
+// Properties of every unit (kAudioUnitProperty_...):
+//   StreamFormat            AudioStreamBasicDescription, SampleRate Float64: per element of the input and output scopes
+//   SetRenderCallback       AURenderCallbackStruct, MakeConnection AudioUnitConnection: per input element, to be set only; each
+//                           replaces the other
+//   ElementCount            UInt32, to be read
+//   MaximumFramesPerSlice   UInt32, global, 1 to 262144, before initialising; 4096 at first
+//   LastRenderError         OSStatus, global; reading it clears it
+//   Latency, TailTime       Float64 seconds, global; ParameterList: AudioUnitParameterID each
+// Of the converter unit: RenderQuality UInt32 (0 to 127, global), SupportedNumChannels AUChannelInfo (global), and
+// kAudioOutputUnitProperty_ChannelMap, an SInt32 for each output channel (output scope): its input channel, or -1 for silence.
+// Of output units: kAudioOutputUnitProperty_CurrentDevice, kAudioOutputUnitProperty_IsRunning (UInt32), the device's own
+// properties by their codes; and the parameter kHALOutputParam_Volume. Their output side is the device's, to be read.
 #pragma once
 
 #include "AudioUnit/AudioUnitProperties.h"

@@ -3,6 +3,9 @@
 
 #include <cstdio>
 
+namespace qmx
+{
+
 OSStatus FailureLine::operator()(OSStatus status, int line) const
 {
     if (status != noErr) {
@@ -11,3 +14,5 @@ OSStatus FailureLine::operator()(OSStatus status, int line) const
     }
     return status;
 }
+
+} // namespace qmx

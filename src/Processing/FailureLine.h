@@ -4,6 +4,9 @@
 
 #include "CoreAudioTypes/MacTypes.h"
 
+namespace qmx
+{
+
 /// Where a class reports its failing calls. Not on real-time threads.
 class FailureLine
 {
@@ -18,3 +21,5 @@ private:
     const char* prefix_;
     const char* file_;
 };
+
+} // namespace qmx

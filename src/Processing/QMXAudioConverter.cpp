@@ -15,7 +15,7 @@ namespace
 {
 
 // intended: the names in these lines are not this file's
-constexpr FailureLine report("Halcyra Error", "coreaudio_aac/src/QMXAudioConverter");
+constexpr qmx::FailureLine report("Halcyra Error", "coreaudio_aac/src/QMXAudioConverter");
 
 constexpr ComponentDescription defaultOutput{kAudioUnitType_Output, kAudioUnitSubType_DefaultOutput,
                                              kAudioUnitManufacturer_Apple};
@@ -135,7 +135,7 @@ void QMXAudioConverter::setupAudioFormats()
 {
     AudioStreamBasicDescription atSourceRate = *mAUInternalFormat;
     atSourceRate.mSampleRate = mAUSourceFormat->mSampleRate;
-    report(setFormat(mInputUnit, kAudioUnitScope_Input, *mAUSourceFormat));
+    mChainTakesSource = report(setFormat(mInputUnit, kAudioUnitScope_Input, *mAUSourceFormat)) == noErr;
     report(setFormat(mInputUnit, kAudioUnitScope_Output, atSourceRate));
     report(setFormat(mOutputUnit, kAudioUnitScope_Input, *mAUInternalFormat));
     report(setFormat(mOutputUnit, kAudioUnitScope_Output, *mAUDestinationFormat));
@@ -174,7 +174,9 @@ OSStatus QMXAudioConverter::audioUnitCallback_timeStamp_busNumber_numFrames_data
     const UInt32 asked = framesPerPacket > 0 ? numberFrames / framesPerPacket : 0;
     UInt32 packets = asked;
     const OSStatus status = audioConverterCallback_data_packetDescription(&packets, data, nullptr);
-    if (packets < asked)
+    if (!mChainTakesSource)
+        keepPackets(*data, 0, 1);
+    else if (packets < asked)
         keepPackets(*data, packets, asked);
     return status;
 }

@@ -36,7 +36,7 @@ public:
 /// The pull chain: `fillComplexBuffer` asks the delegate for as much source data as it needs. Two converter units in a graph
 /// bring them to the canonical format (stereo float) at the source's rate, and from there to the destination. One thread at a
 /// time, which may be a render thread if the delegate is fit for one. Failing calls while the chain is built print a line on
-/// standard error each; a chain that could not take a format (compressed data) goes on in the canonical one.
+/// standard error each; a chain that cannot take the source format (compressed data) still asks the delegate, and delivers silence.
 class QMX_EXPORT QMXAudioConverter : public qmx::Object
 {
 public:
@@ -125,6 +125,7 @@ private:
     AudioUnit mOutputUnit = nullptr;
     AUNode mOutputNode = 0;
     std::shared_ptr<QMXAudioConverterDelegate> mDelegate;
+    bool mChainTakesSource = false; ///< the chain can make sound of what the delegate gives
 };
 
 /// The render callback of a chain's input; `converter` is its QMXAudioConverter.

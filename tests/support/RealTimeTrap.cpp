@@ -9,9 +9,7 @@
 #include <cstring>
 #include <dlfcn.h>
 #include <fcntl.h>
-#include <poll.h>
 #include <pthread.h>
-#include <semaphore.h>
 #include <sys/uio.h>
 #include <unistd.h>
 
@@ -114,11 +112,6 @@ int pthread_rwlock_wrlock(pthread_rwlock_t* lock) noexcept
     return passOn<pthread_rwlock_wrlock>("pthread_rwlock_wrlock", lock);
 }
 
-int sem_wait(sem_t* semaphore)
-{
-    return passOn<sem_wait>("sem_wait", semaphore);
-}
-
 int clock_nanosleep(clockid_t clock, int flags, const timespec* time, timespec* rest)
 {
     return passOn<clock_nanosleep>("clock_nanosleep", clock, flags, time, rest);
@@ -166,11 +159,6 @@ ssize_t pwrite(int file, const void* bytes, size_t size, off_t offset)
 int close(int file)
 {
     return passOn<close>("close", file);
-}
-
-int poll(pollfd* files, nfds_t count, int milliseconds)
-{
-    return passOn<poll>("poll", files, count, milliseconds);
 }
 
 } // extern "C"

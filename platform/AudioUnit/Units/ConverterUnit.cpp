@@ -16,6 +16,12 @@ bool isChannelMap(const PropertyAddress& address)
            address.element == 0;
 }
 
+bool areInputs(const std::vector<SInt32>& map, UInt32 inputs)
+{
+    return std::ranges::all_of(
+        map, [inputs](SInt32 input) { return input >= ChannelRoutes::silence && input < static_cast<SInt32>(inputs); });
+}
+
 } // namespace
 
 ConverterUnit::ConverterUnit() : Unit({.inputs = 1, .outputs = 1}) {}
@@ -28,11 +34,13 @@ OSStatus ConverterUnit::makeEngine(UInt32, std::unique_ptr<RenderEngine>& engine
     return PullEngine::make(input(0), 0, conversion, maximumFrames(), engine);
 }
 
+/// By the map, unless it was made for other numbers of channels.
 ChannelRoutes ConverterUnit::routes() const
 {
-    const UInt32 inputs = input(0).format.mChannelsPerFrame;
-    return channelMap_.empty() ? ChannelRoutes::between(inputs, outputFormat(0).mChannelsPerFrame)
-                               : ChannelRoutes{inputs, channelMap_};
+    const UInt32 inputs = input(0).format.mChannelsPerFrame, outputs = outputFormat(0).mChannelsPerFrame;
+    if (channelMap_.size() == outputs && areInputs(channelMap_, inputs))
+        return {inputs, channelMap_};
+    return ChannelRoutes::between(inputs, outputs);
 }
 
 OSStatus ConverterUnit::shapeOf(const PropertyAddress& address, PropertyShape& shape) const
@@ -94,8 +102,7 @@ OSStatus ConverterUnit::setChannelMap(const void* value)
 {
     std::vector<SInt32> map(outputFormat(0).mChannelsPerFrame);
     std::memcpy(map.data(), value, map.size() * sizeof(SInt32));
-    const auto inputs = static_cast<SInt32>(input(0).format.mChannelsPerFrame);
-    if (std::ranges::any_of(map, [inputs](SInt32 i) { return i < ChannelRoutes::silence || i >= inputs; }))
+    if (!areInputs(map, input(0).format.mChannelsPerFrame))
         return kAudioUnitErr_InvalidPropertyValue;
     auto old = std::exchange(channelMap_, std::move(map));
     const OSStatus status = remakeEngines();
@@ -104,15 +111,6 @@ OSStatus ConverterUnit::setChannelMap(const void* value)
     else
         noteChange({kAudioOutputUnitProperty_ChannelMap, kAudioUnitScope_Output, 0});
     return status;
-}
-
-/// A map that does not fit the channels any more is dropped.
-void ConverterUnit::coupleFormats(AudioUnitScope, AudioUnitElement)
-{
-    const auto inputs = static_cast<SInt32>(input(0).format.mChannelsPerFrame);
-    if (channelMap_.size() != outputFormat(0).mChannelsPerFrame ||
-        std::ranges::any_of(channelMap_, [inputs](SInt32 i) { return i >= inputs; }))
-        channelMap_.clear();
 }
 
 } // namespace qmx

@@ -19,7 +19,6 @@ protected:
     OSStatus shapeOf(const PropertyAddress& address, PropertyShape& shape) const override;
     OSStatus read(const PropertyAddress& address, void* value) const override;
     OSStatus write(const PropertyAddress& address, const void* value) override;
-    void coupleFormats(AudioUnitScope scope, AudioUnitElement element) override;
 
 private:
     OSStatus setQuality(UInt32 quality);
@@ -27,7 +26,7 @@ private:
     ChannelRoutes routes() const;
 
     UInt32 quality_ = VariableRateConverter::defaultQuality; ///< 0 to 127
-    std::vector<SInt32> channelMap_;                         ///< empty: channels as the numbers of both sides say
+    std::vector<SInt32> channelMap_; ///< not used while it does not fit the channels of both sides
 };
 
 } // namespace qmx

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 #include <new>
 #include <utility>
 
@@ -147,7 +148,10 @@ OSStatus Unit::setFormat(AudioUnitScope scope, AudioUnitElement element, const A
         return kAudioUnitErr_FormatNotSupported;
     AudioStreamBasicDescription& slot =
         scope == kAudioUnitScope_Input ? inputs_[element].format : buses_[element].format;
-    const auto old = std::exchange(slot, withByteCounts(format, *layout));
+    const AudioStreamBasicDescription wanted = withByteCounts(format, *layout);
+    if (std::memcmp(&slot, &wanted, sizeof wanted) == 0)
+        return noErr; // what renders goes on undisturbed
+    const auto old = std::exchange(slot, wanted);
     coupleFormats(scope, element);
     const OSStatus status = remakeEngines();
     if (status == noErr) {

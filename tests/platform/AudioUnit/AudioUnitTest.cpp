@@ -7,7 +7,6 @@
 #include <gmock/gmock.h>
 
 #include <atomic>
-#include <limits>
 #include <thread>
 
 using namespace qmx::test;
@@ -127,13 +126,7 @@ TEST_F(AudioUnits, PropertiesAreCheckedBeforeTheyAreTaken)
     BufferList list(samples, 2);
     EXPECT_EQ(noErr, render(unit, 4, list));
 
-    UInt32 size = 0;
-    Boolean isWritable = false;
     EXPECT_EQ(kAudio_ParamError, AudioUnitInitialize(nullptr));
-    EXPECT_EQ(noErr, AudioUnitGetPropertyInfo(unit, kAudioOutputUnitProperty_ChannelMap, kAudioUnitScope_Output, 0,
-                                              &size, &isWritable));
-    EXPECT_EQ(8U, size);
-    EXPECT_TRUE(isWritable);
     EXPECT_EQ(badComponentSelector, AudioOutputUnitStart(unit));
 }
 
@@ -240,7 +233,4 @@ TEST(Components, AreFoundByAnyPartOfTheirDescription)
     ComponentDescription found;
     EXPECT_EQ(noErr, GetComponentInfo(FindNextComponent(nullptr, &converterUnit), &found));
     EXPECT_EQ(kAudioUnitSubType_AUConverter, found.componentSubType);
-    AudioUnit unit = nullptr;
-    EXPECT_EQ(paramErr, OpenAComponent(nullptr, &unit));
-    EXPECT_EQ(paramErr, CloseComponent(nullptr));
 }

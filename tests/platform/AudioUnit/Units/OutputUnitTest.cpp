@@ -7,6 +7,8 @@
 
 #include <gmock/gmock.h>
 
+#include <limits>
+
 using namespace qmx::test;
 using testing::Each;
 using testing::ElementsAre;
