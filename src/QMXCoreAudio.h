@@ -12,6 +12,7 @@
 #include "Formats/QMXFileUtils.h"
 #include "Foundation/Version.h"
 #include "Processing/QMXAudioConverter.h"
+#include "Processing/QMXAudioUnit.h"
 #include "Tracks/QMXAIFAudioTrackInfoReader.h"
 #include "Tracks/QMXAIFAudioTrackInfoWriter.h"
 #include "Tracks/QMXAIFCommon.h"

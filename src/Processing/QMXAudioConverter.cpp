@@ -1,11 +1,49 @@
 // SPDX-License-Identifier: MIT
 #include "Processing/QMXAudioConverter.h"
 
+#include "CoreAudio/AudioHardware.h"
 #include "Formats/QMXAudioStreamBasicDescription.h"
 #include "Foundation/Format.h"
 #include "Foundation/Log.h"
+#include "Processing/FailureLine.h"
 
 #include <utility>
+
+const UInt32 MAX_FRAMES_PER_SLICE = 8192;
+
+namespace
+{
+
+// intended: the names in these lines are not this file's
+constexpr qmx::FailureLine report("Halcyra Error", "coreaudio_aac/src/QMXAudioConverter");
+
+constexpr ComponentDescription defaultOutput{kAudioUnitType_Output, kAudioUnitSubType_DefaultOutput,
+                                             kAudioUnitManufacturer_Apple};
+constexpr ComponentDescription converterUnit{kAudioUnitType_FormatConverter, kAudioUnitSubType_AUConverter,
+                                             kAudioUnitManufacturer_Apple};
+
+OSStatus setFormat(AudioUnit unit, AudioUnitScope scope, const AudioStreamBasicDescription& format)
+{
+    return AudioUnitSetProperty(unit, kAudioUnitProperty_StreamFormat, scope, 0, &format, sizeof format);
+}
+
+OSStatus setMaximumFrames(AudioUnit unit)
+{
+    return AudioUnitSetProperty(unit, kAudioUnitProperty_MaximumFramesPerSlice, kAudioUnitScope_Global, 0,
+                                &MAX_FRAMES_PER_SLICE, sizeof MAX_FRAMES_PER_SLICE);
+}
+
+/// Cuts the buffers, which held `asked` packets, down to those that were given.
+void keepPackets(AudioBufferList& data, UInt32 given, UInt32 asked)
+{
+    AudioBuffer* const buffers = data.mBuffers;
+    for (UInt32 i = 0; i < data.mNumberBuffers; ++i)
+        buffers[i].mDataByteSize = static_cast<UInt32>(UInt64{buffers[i].mDataByteSize} * given / asked);
+}
+
+} // namespace
+
+QMXAudioConverterDelegate::~QMXAudioConverterDelegate() = default;
 
 std::shared_ptr<QMXAudioConverter> QMXAudioConverter::initWithSourceFormat_destinationFormat(
     std::shared_ptr<QMXAudioStreamBasicDescription> sourceFormat,
@@ -13,25 +51,149 @@ std::shared_ptr<QMXAudioConverter> QMXAudioConverter::initWithSourceFormat_desti
 {
     if (!sourceFormat || !destinationFormat)
         return nullptr;
-    AudioConverterRef converter = nullptr;
-    if (AudioConverterNew(sourceFormat->audioStreamBasicDescription(), destinationFormat->audioStreamBasicDescription(),
-                          &converter) != noErr)
-        return nullptr;
-    return std::shared_ptr<QMXAudioConverter>(
-        new QMXAudioConverter(converter, std::move(sourceFormat), std::move(destinationFormat)));
+    std::shared_ptr<QMXAudioConverter> object(
+        new QMXAudioConverter(std::move(sourceFormat), std::move(destinationFormat)));
+    object->setupGraph();
+    const OSStatus status =
+        AudioConverterNew(object->mSourceFormat->audioStreamBasicDescription(),
+                          object->mDestinationFormat->audioStreamBasicDescription(), &object->audioConverter);
+    return status == noErr ? object : nullptr;
 }
 
-QMXAudioConverter::QMXAudioConverter(AudioConverterRef converter,
-                                     std::shared_ptr<QMXAudioStreamBasicDescription> sourceFormat,
+std::shared_ptr<QMXAudioConverter> QMXAudioConverter::initWithDelegate_sourceFormat_destinationFormat(
+    std::shared_ptr<QMXAudioConverterDelegate> delegate, std::shared_ptr<QMXAudioStreamBasicDescription> sourceFormat,
+    std::shared_ptr<QMXAudioStreamBasicDescription> destinationFormat)
+{
+    auto object = initWithSourceFormat_destinationFormat(std::move(sourceFormat), std::move(destinationFormat));
+    if (object)
+        object->mDelegate = std::move(delegate);
+    return object;
+}
+
+QMXAudioConverter::QMXAudioConverter(std::shared_ptr<QMXAudioStreamBasicDescription> sourceFormat,
                                      std::shared_ptr<QMXAudioStreamBasicDescription> destinationFormat)
-    : audioConverter(converter), mSourceFormat(std::move(sourceFormat)),
-      mDestinationFormat(std::move(destinationFormat))
+    : mSourceFormat(std::move(sourceFormat)), mDestinationFormat(std::move(destinationFormat)),
+      mAUSourceFormat(std::make_unique<AudioStreamBasicDescription>(*mSourceFormat->audioStreamBasicDescription())),
+      mAUDestinationFormat(
+          std::make_unique<AudioStreamBasicDescription>(*mDestinationFormat->audioStreamBasicDescription())),
+      mAUInternalFormat(std::make_unique<AudioStreamBasicDescription>())
 {
 }
 
 QMXAudioConverter::~QMXAudioConverter()
 {
     AudioConverterDispose(audioConverter);
+    AUGraphStop(mGraph);
+    AUGraphClose(mGraph);
+    DisposeAUGraph(mGraph);
+}
+
+/// Builds the pull chain. Every step is tried, whatever became of those before it.
+void QMXAudioConverter::setupGraph()
+{
+    report(NewAUGraph(&mGraph));
+    report(AUGraphOpen(mGraph));
+    makeGraph();
+    const AURenderCallbackStruct input{AudioDataInputProc, this};
+    report(AudioUnitSetProperty(mInputUnit, kAudioUnitProperty_SetRenderCallback, kAudioUnitScope_Input, 0, &input,
+                                sizeof input));
+    report(AUGraphUpdate(mGraph, nullptr));
+    report(AUGraphInitialize(mGraph));
+    report(AUGraphStart(mGraph));
+}
+
+void QMXAudioConverter::makeGraph()
+{
+    setupInternalStreamFormat();
+    report(AUGraphNewNode(mGraph, &converterUnit, 0, nullptr, &mInputNode));
+    report(AUGraphNewNode(mGraph, &converterUnit, 0, nullptr, &mOutputNode));
+    report(AUGraphGetNodeInfo(mGraph, mInputNode, nullptr, nullptr, nullptr, &mInputUnit));
+    report(AUGraphGetNodeInfo(mGraph, mOutputNode, nullptr, nullptr, nullptr, &mOutputUnit));
+    report(AUGraphUpdate(mGraph, nullptr));
+    setupAudioFormats();
+    connectAudioUnits();
+}
+
+/// The canonical format is what the default output unit takes; the unit is opened for this question only.
+void QMXAudioConverter::setupInternalStreamFormat()
+{
+    AudioUnit unit = nullptr;
+    report(OpenAComponent(FindNextComponent(nullptr, &defaultOutput), &unit));
+    report(AudioUnitInitialize(unit));
+    UInt32 size = sizeof *mAUInternalFormat;
+    report(AudioUnitGetProperty(unit, kAudioUnitProperty_StreamFormat, kAudioUnitScope_Input, 0,
+                                mAUInternalFormat.get(), &size));
+    Float64 deviceRate = 0; // intended: asked for and not used
+    size = sizeof deviceRate;
+    report(AudioUnitGetProperty(unit, kAudioDevicePropertyNominalSampleRate, kAudioUnitScope_Input, 0, &deviceRate,
+                                &size));
+    report(AudioUnitUninitialize(unit));
+    report(CloseComponent(unit));
+}
+
+void QMXAudioConverter::setupAudioFormats()
+{
+    AudioStreamBasicDescription atSourceRate = *mAUInternalFormat;
+    atSourceRate.mSampleRate = mAUSourceFormat->mSampleRate;
+    mChainTakesSource = report(setFormat(mInputUnit, kAudioUnitScope_Input, *mAUSourceFormat)) == noErr;
+    report(setFormat(mInputUnit, kAudioUnitScope_Output, atSourceRate));
+    report(setFormat(mOutputUnit, kAudioUnitScope_Input, *mAUInternalFormat));
+    report(setFormat(mOutputUnit, kAudioUnitScope_Output, *mAUDestinationFormat));
+    report(setMaximumFrames(mInputUnit));
+    report(setMaximumFrames(mOutputUnit));
+}
+
+void QMXAudioConverter::connectAudioUnits()
+{
+    report(AUGraphConnectNodeInput(mGraph, mInputNode, 0, mOutputNode, 0));
+}
+
+OSStatus QMXAudioConverter::fillComplexBuffer_buffer_packetDescription(const UInt32* frameCount,
+                                                                       AudioBufferList* buffer,
+                                                                       AudioStreamPacketDescription*)
+{
+    if (!frameCount)
+        return kAudio_ParamError;
+    AudioUnitRenderActionFlags flags = 0;
+    const AudioTimeStamp zero;
+    return AudioUnitRender(mOutputUnit, &flags, &zero, 0, *frameCount, buffer);
+}
+
+OSStatus QMXAudioConverter::render_numberFrames_ioData(const AudioTimeStamp* timeStamp, UInt32 numberFrames,
+                                                       AudioBufferList* data)
+{
+    return AudioUnitRender(mInputUnit, nullptr, timeStamp, 0, numberFrames, data);
+}
+
+OSStatus QMXAudioConverter::audioUnitCallback_timeStamp_busNumber_numFrames_data(AudioUnitRenderActionFlags*,
+                                                                                 const AudioTimeStamp*, UInt32,
+                                                                                 UInt32 numberFrames,
+                                                                                 AudioBufferList* data)
+{
+    const UInt32 framesPerPacket = mAUSourceFormat->mFramesPerPacket;
+    const UInt32 asked = framesPerPacket > 0 ? numberFrames / framesPerPacket : 0;
+    UInt32 packets = asked;
+    const OSStatus status = audioConverterCallback_data_packetDescription(&packets, data, nullptr);
+    if (!mChainTakesSource)
+        keepPackets(*data, 0, 1);
+    else if (packets < asked)
+        keepPackets(*data, packets, asked);
+    return status;
+}
+
+OSStatus
+QMXAudioConverter::audioConverterCallback_data_packetDescription(UInt32* packetCount, AudioBufferList* data,
+                                                                 AudioStreamPacketDescription** packetDescriptions)
+{
+    return mDelegate ? mDelegate->audioConverterCallback_data_packetDescription(packetCount, data, packetDescriptions)
+                     : noErr;
+}
+
+OSStatus AudioDataInputProc(void* converter, AudioUnitRenderActionFlags* flags, const AudioTimeStamp* timeStamp,
+                            UInt32 busNumber, UInt32 numberFrames, AudioBufferList* data)
+{
+    return static_cast<QMXAudioConverter*>(converter)->audioUnitCallback_timeStamp_busNumber_numFrames_data(
+        flags, timeStamp, busNumber, numberFrames, data);
 }
 
 UInt32 QMXAudioConverter::minimumInputBufferSize() const

@@ -1,0 +1,32 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "AudioUnit/Units/PullEngine.h"
+#include "AudioUnit/Units/Unit.h"
+
+namespace qmx
+{
+
+/// Converts layout, channels and rate between its input and its output. At equal rates input is pulled frame for frame; else it
+/// asks for what the output needs and, at first, for what its filter looks ahead: the output is not delayed.
+class ConverterUnit : public Unit
+{
+public:
+    ConverterUnit();
+
+protected:
+    OSStatus makeEngine(UInt32 bus, std::unique_ptr<RenderEngine>& engine) override;
+    OSStatus shapeOf(const PropertyAddress& address, PropertyShape& shape) const override;
+    OSStatus read(const PropertyAddress& address, void* value) const override;
+    OSStatus write(const PropertyAddress& address, const void* value) override;
+
+private:
+    OSStatus setQuality(UInt32 quality);
+    OSStatus setChannelMap(const void* value);
+    ChannelRoutes routes() const;
+
+    UInt32 quality_ = VariableRateConverter::defaultQuality; ///< 0 to 127
+    std::vector<SInt32> channelMap_; ///< not used while it does not fit the channels of both sides
+};
+
+} // namespace qmx

@@ -1,0 +1,65 @@
+// SPDX-License-Identifier: MIT
+// What gives a unit's input element its frames: another unit, or a callback.
+#pragma once
+
+#include "AudioToolbox/Conversion/FrameConverter.h"
+#include "AudioUnit/AudioUnitProperties.h"
+#include "AudioUnit/Units/RenderGate.h"
+#include "AudioUnit/Units/SliceBuffers.h"
+
+#include <atomic>
+#include <memory>
+
+namespace qmx
+{
+
+class Unit;
+
+/// Does not change once made.
+class InputSource : public Retirable
+{
+public:
+    /// Fills `data`, whose buffers hold `frames` frames of `layout`. Render thread.
+    virtual OSStatus give(const AudioTimeStamp& time, UInt32 element, UInt32 frames, const PcmLayout& layout,
+                          AudioBufferList& data) const = 0;
+    /// The unit that the frames come from; null for a callback.
+    virtual const Unit* unit() const { return nullptr; }
+
+    static std::unique_ptr<InputSource> callback(const AURenderCallbackStruct& callback);
+    static std::unique_ptr<InputSource> connection(std::shared_ptr<Unit> unit, UInt32 output);
+};
+
+/// One input of a unit: its format, and what gives it frames (null: nothing does).
+struct InputElement {
+    AudioStreamBasicDescription format;
+    std::atomic<const InputSource*> source = nullptr;
+};
+
+/// Pulls slices of an input element. Belongs to the render thread of one bus.
+class InputSlice
+{
+public:
+    /// Slices have at most `maximumFrames` frames. `input` outlives this.
+    InputSlice(const InputElement& input, UInt32 element, const PcmLayout& layout, UInt32 maximumFrames);
+
+    UInt32 maximumFrames() const { return buffers_.room(); }
+
+    /// Pulls `frames` frames, 1 to the maximum, which are in `slice()` then. Their time is the count of frames pulled since the
+    /// last restart; `outputTime` lends its host time. What was not given is silence, and all of it when the source fails.
+    OSStatus pull(const AudioTimeStamp& outputTime, UInt32 frames);
+    /// What the last pull brought, for reading on from.
+    SourceFrames& slice() { return slice_; }
+    /// Times begin at 0 again.
+    void restart();
+
+private:
+    void receive(AudioBufferList& given, UInt32 frames);
+
+    const InputElement& input_;
+    UInt32 element_;
+    SliceBuffers buffers_;
+    SourceFrames slice_;
+    SInt64 position_ = 0; ///< frames pulled so far
+};
+
+} // namespace qmx

@@ -1,0 +1,38 @@
+// SPDX-License-Identifier: MIT
+// Who hears of a unit's property changes.
+#pragma once
+
+#include "AudioUnit/AudioUnit.h"
+
+#include <mutex>
+#include <vector>
+
+namespace qmx
+{
+
+struct PropertyAddress {
+    AudioUnitPropertyID id;
+    AudioUnitScope scope;
+    AudioUnitElement element;
+};
+
+/// Any thread but the real-time ones. Adding and removing inside a listener is allowed.
+class PropertyListeners
+{
+public:
+    void add(AudioUnitPropertyID property, AudioUnitPropertyListenerProc listener, void* refCon);
+    void remove(AudioUnitPropertyID property, AudioUnitPropertyListenerProc listener);
+    /// Calls those that listen to the property, with no lock held.
+    void tell(AudioUnit unit, const PropertyAddress& address) const;
+
+private:
+    struct Entry {
+        AudioUnitPropertyID property;
+        AudioUnitPropertyListenerProc listener;
+        void* refCon;
+    };
+    mutable std::mutex mutex_;
+    std::vector<Entry> entries_;
+};
+
+} // namespace qmx

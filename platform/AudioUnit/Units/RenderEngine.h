@@ -1,0 +1,55 @@
+// SPDX-License-Identifier: MIT
+// All that rendering one output bus of a unit takes. Made when the unit is initialised and again when its formats change.
+#pragma once
+
+#include "AudioToolbox/Conversion/FrameConverter.h"
+#include "AudioUnit/AudioUnitProperties.h"
+#include "AudioUnit/Units/RenderGate.h"
+#include "AudioUnit/Units/SliceBuffers.h"
+
+#include <atomic>
+
+namespace qmx
+{
+
+/// What a render is asked for.
+struct RenderCall {
+    AudioUnitRenderActionFlags& flags;
+    const AudioTimeStamp& time;
+    UInt32 bus;
+    UInt32 frames;
+};
+
+/// Used by one render thread at a time; a second one, or a render from inside the same bus's own callback, is refused.
+class RenderEngine : public Retirable
+{
+public:
+    RenderEngine(const PcmLayout& output, UInt32 maximumFrames);
+
+    const PcmLayout& layout() const { return own_.layout(); }
+    UInt32 maximumFrames() const { return own_.room(); }
+
+    /// See AudioUnitRender.
+    OSStatus render(const RenderCall& call, AudioBufferList& data);
+    /// The next render begins by forgetting what came before. Any thread.
+    void requestRestart() { wantsRestart_.store(true); }
+
+    /// Seconds by which sound comes out later than it goes in.
+    virtual Float64 latency() const { return 0; }
+
+protected:
+    /// Writes `frames` frames to `target`, which has the room, and may move it on. Frames that are missing are written as
+    /// silence, and the first failing status is returned.
+    virtual OSStatus produce(const AudioTimeStamp& time, UInt32 frames, TargetFrames& target) = 0;
+    virtual void restart() = 0;
+
+private:
+    UInt32 aim(AudioBufferList& data, UInt32 frames);
+
+    SliceBuffers own_; ///< for buffers without data, and channels that no buffer takes
+    TargetFrames target_;
+    std::atomic<bool> wantsRestart_ = false;
+    std::atomic_flag isRendering_;
+};
+
+} // namespace qmx

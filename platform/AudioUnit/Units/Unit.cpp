@@ -1,0 +1,297 @@
+// SPDX-License-Identifier: MIT
+#include "AudioUnit/Units/Unit.h"
+
+#include "AudioUnit/Units/UnitInstance.h"
+#include "Foundation/RealTime.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <new>
+#include <utility>
+
+namespace qmx
+{
+
+constinit const AudioStreamBasicDescription canonicalFormat{.mSampleRate = 44100,
+                                                            .mFormatID = kAudioFormatLinearPCM,
+                                                            .mFormatFlags = kAudioFormatFlagsAudioUnitCanonical,
+                                                            .mBytesPerPacket = 4,
+                                                            .mFramesPerPacket = 1,
+                                                            .mBytesPerFrame = 4,
+                                                            .mChannelsPerFrame = 2,
+                                                            .mBitsPerChannel = 32};
+
+Unit::Unit(Elements elements, std::span<const ParameterRange> parameters)
+    : inputs_(elements.inputs), buses_(elements.outputs)
+{
+    for (InputElement& element : inputs_)
+        element.format = canonicalFormat;
+    for (Bus& bus : buses_)
+        bus.format = canonicalFormat;
+    for (const ParameterRange& range : parameters)
+        parameters_.emplace_back(range);
+}
+
+Unit::~Unit()
+{
+    for (Bus& bus : buses_)
+        delete bus.engine.load();
+    for (InputElement& element : inputs_)
+        delete element.source.load();
+    delete notifies_.load();
+}
+
+OSStatus Unit::control(const std::function<OSStatus()>& work)
+{
+    OSStatus status = noErr;
+    std::vector<PropertyAddress> changes;
+    {
+        const std::scoped_lock lock(control_);
+        try {
+            status = work();
+        } catch (const std::bad_alloc&) {
+            status = kAudio_MemFullError;
+        }
+        changes = std::exchange(changes_, {});
+    }
+    settle();
+    for (const PropertyAddress& change : changes)
+        tell(change);
+    return status;
+}
+
+/// Frees what was retired, when no render uses it any more. Inside a callback, whose own render may use it, that waits for a
+/// later call.
+void Unit::settle()
+{
+    if (isInsideCallback() || isRealTime())
+        return;
+    std::vector<std::unique_ptr<const Retirable>> garbage;
+    {
+        const std::scoped_lock lock(control_);
+        garbage.swap(retired_);
+    }
+    if (!garbage.empty())
+        for (const Bus& bus : buses_)
+            bus.gate.waitUntilQuiet();
+}
+
+void Unit::retire(const Retirable* object)
+{
+    if (object)
+        retired_.emplace_back(object);
+}
+
+OSStatus Unit::initialise()
+{
+    return control([this] {
+        if (isInitialised())
+            return noErr;
+        isInitialised_.store(true);
+        const OSStatus status = remakeEngines();
+        if (status != noErr)
+            isInitialised_.store(false);
+        return status;
+    });
+}
+
+OSStatus Unit::uninitialise()
+{
+    return control([this] {
+        isInitialised_.store(false);
+        for (Bus& bus : buses_)
+            retire(bus.engine.exchange(nullptr));
+        return noErr;
+    });
+}
+
+OSStatus Unit::reset()
+{
+    return control([this] {
+        for (const Bus& bus : buses_)
+            if (RenderEngine* const engine = bus.engine.load())
+                engine->requestRestart();
+        return noErr;
+    });
+}
+
+void Unit::close()
+{
+    uninitialise();
+    control([this] {
+        for (UInt32 element = 0; element < inputs_.size(); ++element)
+            setSource(element, nullptr);
+        return noErr;
+    });
+}
+
+OSStatus Unit::remakeEngines()
+{
+    if (!isInitialised())
+        return noErr;
+    std::vector<std::unique_ptr<RenderEngine>> engines(buses_.size());
+    for (UInt32 bus = 0; bus < buses_.size(); ++bus)
+        if (const OSStatus status = makeEngine(bus, engines[bus]); status != noErr)
+            return status;
+    for (UInt32 bus = 0; bus < buses_.size(); ++bus)
+        retire(buses_[bus].engine.exchange(engines[bus].release()));
+    return noErr;
+}
+
+void Unit::coupleFormats(AudioUnitScope, AudioUnitElement) {}
+
+OSStatus Unit::setFormat(AudioUnitScope scope, AudioUnitElement element, const AudioStreamBasicDescription& format)
+{
+    const auto layout = PcmLayout::of(format);
+    if (!layout || !isUsableSampleRate(format.mSampleRate))
+        return kAudioUnitErr_FormatNotSupported;
+    AudioStreamBasicDescription& slot =
+        scope == kAudioUnitScope_Input ? inputs_[element].format : buses_[element].format;
+    const AudioStreamBasicDescription wanted = withByteCounts(format, *layout);
+    if (std::memcmp(&slot, &wanted, sizeof wanted) == 0)
+        return noErr; // what renders goes on undisturbed
+    const auto old = std::exchange(slot, wanted);
+    coupleFormats(scope, element);
+    const OSStatus status = remakeEngines();
+    if (status == noErr) {
+        noteChange({kAudioUnitProperty_StreamFormat, scope, element});
+    } else {
+        slot = old;
+        coupleFormats(scope, element);
+    }
+    return status;
+}
+
+OSStatus Unit::setSource(UInt32 element, std::unique_ptr<InputSource> source)
+{
+    retire(inputs_[element].source.exchange(source.release()));
+    return isShapedBySources() ? remakeEngines() : noErr;
+}
+
+bool Unit::isFedBy(const Unit& unit) const
+{
+    return this == &unit || std::any_of(inputs_.begin(), inputs_.end(), [&unit](const InputElement& element) {
+               const InputSource* const source = element.source.load();
+               return source && source->unit() && source->unit()->isFedBy(unit);
+           });
+}
+
+/// Hands the upstream format down and takes frames from there. No two units are locked at once.
+OSStatus Unit::connect(const AudioUnitConnection& connection)
+{
+    const UInt32 element = connection.destInputNumber;
+    if (element >= inputs_.size())
+        return kAudioUnitErr_InvalidElement;
+    std::unique_ptr<InputSource> source;
+    AudioStreamBasicDescription format;
+    if (connection.sourceAudioUnit) {
+        const std::shared_ptr<Unit>& upstream = connection.sourceAudioUnit->unit;
+        if (upstream->isFedBy(*this))
+            return kAudioUnitErr_InvalidPropertyValue;
+        UInt32 size = sizeof format;
+        const PropertyAddress output{kAudioUnitProperty_StreamFormat, kAudioUnitScope_Output,
+                                     connection.sourceOutputNumber};
+        if (const OSStatus status = upstream->property(output, &format, size); status != noErr)
+            return status;
+        source = InputSource::connection(upstream, connection.sourceOutputNumber);
+    }
+    return control([&] {
+        const OSStatus status = source ? setFormat(kAudioUnitScope_Input, element, format) : noErr;
+        if (status != noErr)
+            return status;
+        noteChange({kAudioUnitProperty_MakeConnection, kAudioUnitScope_Input, element});
+        return setSource(element, std::move(source));
+    });
+}
+
+OSStatus Unit::changeNotifies(const std::function<void(std::vector<AURenderCallbackStruct>&)>& change)
+{
+    return control([&] {
+        const Notifies* const old = notifies_.load();
+        auto notifies = std::make_unique<Notifies>();
+        if (old)
+            notifies->callbacks = old->callbacks;
+        change(notifies->callbacks);
+        retire(notifies_.exchange(notifies.release()));
+        return noErr;
+    });
+}
+
+OSStatus Unit::addRenderNotify(const AURenderCallbackStruct& notify)
+{
+    return changeNotifies([&](auto& callbacks) { callbacks.push_back(notify); });
+}
+
+OSStatus Unit::removeRenderNotify(const AURenderCallbackStruct& notify)
+{
+    return changeNotifies([&](auto& callbacks) {
+        std::erase_if(callbacks, [&](const AURenderCallbackStruct& entry) {
+            return entry.inputProc == notify.inputProc && entry.inputProcRefCon == notify.inputProcRefCon;
+        });
+    });
+}
+
+OSStatus Unit::render(const RenderCall& call, AudioBufferList& data, const PcmLayout* expected)
+{
+    if (call.bus >= buses_.size())
+        return kAudioUnitErr_InvalidElement;
+    Bus& bus = buses_[call.bus];
+    const RenderGate::Pass pass(bus.gate);
+    RenderEngine* const engine = bus.engine.load();
+    if (!engine)
+        return kAudioUnitErr_Uninitialized;
+    if (expected && engine->layout() != *expected)
+        return kAudioUnitErr_FormatNotSupported;
+
+    callNotifies(call, data, kAudioUnitRenderAction_PreRender);
+    const OSStatus status = engine->render(call, data);
+    callNotifies(call, data, kAudioUnitRenderAction_PostRender);
+    if (status != noErr)
+        lastRenderError_.store(status);
+    return status;
+}
+
+void Unit::callNotifies(const RenderCall& call, AudioBufferList& data, AudioUnitRenderActionFlags phase)
+{
+    const Notifies* const notifies = notifies_.load();
+    if (!notifies)
+        return;
+    const CallbackScope scope;
+    for (const AURenderCallbackStruct& notify : notifies->callbacks) {
+        AudioUnitRenderActionFlags flags = call.flags | phase;
+        notify.inputProc(notify.inputProcRefCon, &flags, &call.time, call.bus, call.frames, &data);
+    }
+}
+
+Unit::Parameter* Unit::parameterOf(AudioUnitParameterID id)
+{
+    const auto found =
+        std::ranges::find_if(parameters_, [id](const Parameter& parameter) { return parameter.range.id == id; });
+    return found == parameters_.end() ? nullptr : &*found;
+}
+
+OSStatus Unit::parameter(AudioUnitParameterID id, AudioUnitScope scope, Float32& value)
+{
+    const Parameter* const parameter = parameterOf(id);
+    if (!parameter)
+        return kAudioUnitErr_InvalidParameter;
+    if (scope != kAudioUnitScope_Global)
+        return kAudioUnitErr_InvalidScope;
+    value = parameter->value.load(std::memory_order_relaxed);
+    return noErr;
+}
+
+OSStatus Unit::setParameter(AudioUnitParameterID id, AudioUnitScope scope, Float32 value)
+{
+    Parameter* const parameter = parameterOf(id);
+    if (!parameter || !std::isfinite(value))
+        return kAudioUnitErr_InvalidParameter;
+    if (scope != kAudioUnitScope_Global)
+        return kAudioUnitErr_InvalidScope;
+    parameter->value.store(std::clamp(value, parameter->range.minimum, parameter->range.maximum),
+                           std::memory_order_relaxed);
+    return noErr;
+}
+
+} // namespace qmx

@@ -1,0 +1,31 @@
+// SPDX-License-Identifier: MIT
+#include "AudioUnit/Units/UnitTable.h"
+
+#include "AudioUnit/AudioUnit.h"
+#include "AudioUnit/Units/ConverterUnit.h"
+#include "AudioUnit/Units/OutputUnit.h"
+
+namespace qmx
+{
+namespace
+{
+
+template <class T> std::shared_ptr<Unit> make()
+{
+    return std::make_shared<T>();
+}
+
+constexpr OpaqueComponent units[] = {
+    {{kAudioUnitType_Output, kAudioUnitSubType_DefaultOutput, kAudioUnitManufacturer_Apple}, make<OutputUnit>},
+    {{kAudioUnitType_FormatConverter, kAudioUnitSubType_AUConverter, kAudioUnitManufacturer_Apple},
+     make<ConverterUnit>},
+};
+
+} // namespace
+
+std::span<const OpaqueComponent> unitTable()
+{
+    return units;
+}
+
+} // namespace qmx

@@ -1,0 +1,25 @@
+// SPDX-License-Identifier: MIT
+// The audio units there are. A further unit is one more line in UnitTable.cpp.
+#pragma once
+
+#include "CoreServices/Components.h"
+
+#include <memory>
+#include <span>
+
+namespace qmx
+{
+class Unit;
+}
+
+struct OpaqueComponent {
+    ComponentDescription description;
+    std::shared_ptr<qmx::Unit> (*make)();
+};
+
+namespace qmx
+{
+
+std::span<const OpaqueComponent> unitTable();
+
+} // namespace qmx

@@ -1,0 +1,40 @@
+// SPDX-License-Identifier: MIT
+// Looking up and opening components: the audio units of this library. Any thread but the real-time ones.
+#pragma once
+
+#include "CoreAudioTypes/MacTypes.h"
+#include "Foundation/Export.h"
+
+/// A kind of component that can be opened; null is none.
+using Component = const struct OpaqueComponent*;
+/// An opened component; null is none.
+using ComponentInstance = struct OpaqueComponentInstance*;
+
+/// Names a component, or what to look for: 0 in a code stands for any, and only the flags in the mask count.
+struct ComponentDescription {
+    OSType componentType = 0;
+    OSType componentSubType = 0;
+    OSType componentManufacturer = 0;
+    UInt32 componentFlags = 0;
+    UInt32 componentFlagsMask = 0;
+};
+
+inline constexpr OSStatus invalidComponentID = -3000;
+inline constexpr OSStatus componentNotCaptured = -3002;
+inline constexpr OSStatus badComponentInstance = static_cast<OSStatus>(0x80008001);
+inline constexpr OSStatus badComponentSelector = static_cast<OSStatus>(0x80008002);
+
+/// The first component behind `after` (null: from the start) that is what `looking` describes; null when there is none.
+QMX_EXPORT Component FindNextComponent(Component after, const ComponentDescription* looking);
+/// How many components are what `looking` describes.
+QMX_EXPORT UInt32 CountComponents(const ComponentDescription* looking);
+/// Describes `component`; paramErr for null.
+QMX_EXPORT OSErr GetComponentInfo(Component component, ComponentDescription* description);
+
+/// Opens `component`. The caller closes what is in `*instance`; on failure that is null.
+QMX_EXPORT OSErr OpenAComponent(Component component, ComponentInstance* instance);
+/// The same; null on failure.
+QMX_EXPORT ComponentInstance OpenComponent(Component component);
+/// Ends an instance's work, waits for the cycle in flight, and frees it. From inside one of its callbacks it only ends the
+/// work; the memory is freed when a later call opens or closes a component outside of callbacks.
+QMX_EXPORT OSErr CloseComponent(ComponentInstance instance);

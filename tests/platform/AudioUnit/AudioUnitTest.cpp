@@ -1,0 +1,236 @@
+// SPDX-License-Identifier: MIT
+#include "AudioUnit/AudioUnit.h"
+
+#include "Foundation/RealTime.h"
+#include "support/Units.h"
+
+#include <gmock/gmock.h>
+
+#include <atomic>
+#include <thread>
+
+using namespace qmx::test;
+using testing::Each;
+using testing::ElementsAre;
+
+namespace
+{
+
+/// A converter unit between canonical formats behind counting input.
+class AudioUnits : public testing::Test
+{
+protected:
+    AudioUnits()
+    {
+        counter.times.reserve(16);
+        set(unit, kAudioUnitProperty_SetRenderCallback, kAudioUnitScope_Input, counter.callback());
+    }
+
+    Counter counter;
+    OpenUnit unit{converterUnit};
+    std::vector<Float32> samples = std::vector<Float32>(8);
+};
+
+} // namespace
+
+TEST_F(AudioUnits, FillBuffersAsFarAsTheyReach)
+{
+    BufferList stereo(samples, 2), mono(samples, 1), four(samples, 4);
+    EXPECT_EQ(kAudioUnitErr_Uninitialized, render(unit, 4, stereo));
+    ASSERT_EQ(noErr, AudioUnitInitialize(unit));
+    EXPECT_EQ(noErr, render(unit, 4, stereo));
+    EXPECT_THAT(samples, ElementsAre(0, 1, 2, 3, 1000, 1001, 1002, 1003));
+    // fewer buffers than channels, then more, then smaller ones, then none of the caller's
+    EXPECT_EQ(noErr, render(unit, 4, mono));
+    EXPECT_THAT(samples, ElementsAre(4, 5, 6, 7, 1000, 1001, 1002, 1003));
+    EXPECT_EQ(noErr, render(unit, 2, four));
+    EXPECT_THAT(samples, ElementsAre(8, 9, 1008, 1009, 0, 0, 0, 0));
+    stereo.buffer(1).mDataByteSize = 9;
+    EXPECT_EQ(noErr, render(unit, 4, stereo));
+    EXPECT_EQ(8U, stereo.buffer(0).mDataByteSize);
+    EXPECT_THAT(samples, ElementsAre(10, 11, 1008, 1009, 1010, 1011, 0, 0));
+    stereo.buffer(0) = stereo.buffer(1) = {1, 0, nullptr};
+    EXPECT_EQ(noErr, render(unit, 4, stereo));
+    EXPECT_EQ(16U, stereo.buffer(1).mDataByteSize);
+    EXPECT_EQ(1012.0F, static_cast<Float32*>(stereo.buffer(1).mData)[0]);
+    EXPECT_THAT(counter.times, ElementsAre(0, 4, 8, 10, 12));
+
+    EXPECT_EQ(noErr, AudioUnitReset(unit, kAudioUnitScope_Global, 0));
+    EXPECT_EQ(noErr, render(unit, 2, stereo));
+    EXPECT_EQ(0, counter.times.back());
+}
+
+TEST_F(AudioUnits, FailuresOfInputAreSilenceAndAreRemembered)
+{
+    AudioUnitInitialize(unit);
+    BufferList list(samples, 2);
+    counter.result = -1;
+    samples.assign(8, 9);
+    EXPECT_EQ(-1, render(unit, 4, list));
+    EXPECT_THAT(samples, Each(0));
+    EXPECT_EQ(-1, get<OSStatus>(unit, kAudioUnitProperty_LastRenderError, kAudioUnitScope_Global));
+    EXPECT_EQ(noErr, get<OSStatus>(unit, kAudioUnitProperty_LastRenderError, kAudioUnitScope_Global));
+
+    samples.assign(8, 9);
+    set(unit, kAudioUnitProperty_SetRenderCallback, kAudioUnitScope_Input, AURenderCallbackStruct{});
+    EXPECT_EQ(kAudioUnitErr_NoConnection, render(unit, 4, list));
+    EXPECT_THAT(samples, Each(0));
+    EXPECT_EQ(kAudioUnitErr_TooManyFramesToProcess, render(unit, 4097, list));
+    const AudioTimeStamp zero;
+    EXPECT_EQ(kAudioUnitErr_InvalidElement, AudioUnitRender(unit, nullptr, &zero, 1, 4, list.list()));
+
+    // a render inside the render's own callback
+    counter.result = noErr;
+    OSStatus inner = noErr;
+    counter.onGive = [&] { inner = render(unit, 4, list); };
+    set(unit, kAudioUnitProperty_SetRenderCallback, kAudioUnitScope_Input, counter.callback());
+    EXPECT_EQ(noErr, render(unit, 4, list));
+    EXPECT_EQ(kAudioUnitErr_CannotDoInCurrentContext, inner);
+}
+
+TEST_F(AudioUnits, PropertiesAreCheckedBeforeTheyAreTaken)
+{
+    const auto setFrames = [&](UInt32 frames, AudioUnitScope scope = kAudioUnitScope_Global) {
+        return set(unit, kAudioUnitProperty_MaximumFramesPerSlice, scope, frames);
+    };
+    EXPECT_EQ(noErr, setFrames(64));
+    EXPECT_EQ(kAudioUnitErr_InvalidPropertyValue, setFrames(0));
+    EXPECT_EQ(kAudioUnitErr_InvalidPropertyValue, setFrames(0xFFFFFFFF));
+    EXPECT_EQ(kAudioUnitErr_InvalidScope, setFrames(64, kAudioUnitScope_Input));
+    EXPECT_EQ(64U, get<UInt32>(unit, kAudioUnitProperty_MaximumFramesPerSlice, kAudioUnitScope_Global));
+    EXPECT_EQ(kAudioUnitErr_InvalidPropertyValue,
+              set(unit, kAudioUnitProperty_MaximumFramesPerSlice, kAudioUnitScope_Global, UInt64{64}));
+    EXPECT_EQ(kAudioUnitErr_PropertyNotWritable,
+              set(unit, kAudioUnitProperty_Latency, kAudioUnitScope_Global, Float64{1}));
+    EXPECT_EQ(kAudioUnitErr_InvalidProperty, set(unit, 9999, kAudioUnitScope_Global, 1));
+
+    auto format = get<AudioStreamBasicDescription>(unit, kAudioUnitProperty_StreamFormat, kAudioUnitScope_Output);
+    EXPECT_EQ(44100, format.mSampleRate);
+    EXPECT_EQ(kAudioFormatFlagsAudioUnitCanonical, format.mFormatFlags);
+    EXPECT_EQ(2U, format.mChannelsPerFrame);
+    format.mFormatID = kAudioFormatMPEG4AAC;
+    EXPECT_EQ(kAudioUnitErr_FormatNotSupported,
+              set(unit, kAudioUnitProperty_StreamFormat, kAudioUnitScope_Output, format));
+    EXPECT_EQ(kAudioUnitErr_InvalidElement,
+              set(unit, kAudioUnitProperty_StreamFormat, kAudioUnitScope_Output, format, 1));
+    EXPECT_EQ(kAudioUnitErr_InvalidScope, set(unit, kAudioUnitProperty_StreamFormat, kAudioUnitScope_Global, format));
+
+    // while initialised a format that cannot be converted leaves the old one at work
+    AudioUnitInitialize(unit);
+    EXPECT_EQ(kAudioUnitErr_Initialized, setFrames(128));
+    EXPECT_EQ(kAudioUnitErr_FormatNotSupported, set(unit, kAudioUnitProperty_SampleRate, kAudioUnitScope_Output, 15e6));
+    EXPECT_EQ(kAudioUnitErr_FormatNotSupported,
+              set(unit, kAudioUnitProperty_SampleRate, kAudioUnitScope_Output, 100.0));
+    EXPECT_EQ(noErr, set(unit, kAudioUnitProperty_SampleRate, kAudioUnitScope_Output, 48000.0));
+    EXPECT_EQ(48000, get<Float64>(unit, kAudioUnitProperty_SampleRate, kAudioUnitScope_Output));
+    BufferList list(samples, 2);
+    EXPECT_EQ(noErr, render(unit, 4, list));
+
+    EXPECT_EQ(kAudio_ParamError, AudioUnitInitialize(nullptr));
+    EXPECT_EQ(badComponentSelector, AudioOutputUnitStart(unit));
+}
+
+TEST_F(AudioUnits, AChannelMapSaysWhichInputFeedsWhichOutput)
+{
+    const SInt32 swapped[] = {1, -1}, unknown[] = {0, 2};
+    EXPECT_EQ(noErr, set(unit, kAudioOutputUnitProperty_ChannelMap, kAudioUnitScope_Output, swapped));
+    EXPECT_EQ(kAudioUnitErr_InvalidPropertyValue,
+              set(unit, kAudioOutputUnitProperty_ChannelMap, kAudioUnitScope_Output, unknown));
+    AudioUnitInitialize(unit);
+    BufferList list(samples, 2);
+    render(unit, 4, list);
+    EXPECT_THAT(samples, ElementsAre(1000, 1001, 1002, 1003, 0, 0, 0, 0));
+}
+
+TEST_F(AudioUnits, ConnectionsHandTheFormatDownAndOutliveTheirSource)
+{
+    OpenUnit downstream(converterUnit);
+    set(unit, kAudioUnitProperty_SampleRate, kAudioUnitScope_Output, 48000.0);
+    const AudioUnitConnection connection{unit, 0, 0}, ring{downstream, 0, 0}, absent{unit, 1, 0};
+    const auto connect = [](AudioUnit to, const AudioUnitConnection& value) {
+        return set(to, kAudioUnitProperty_MakeConnection, kAudioUnitScope_Input, value);
+    };
+    std::vector<AudioUnitPropertyID> changed;
+    const auto listener = [](void* refCon, AudioUnit, AudioUnitPropertyID property, AudioUnitScope, AudioUnitElement) {
+        static_cast<std::vector<AudioUnitPropertyID>*>(refCon)->push_back(property);
+    };
+    AudioUnitAddPropertyListener(downstream, kAudioUnitProperty_StreamFormat, listener, &changed);
+    EXPECT_EQ(noErr, connect(downstream, connection));
+    EXPECT_EQ(48000, get<Float64>(downstream, kAudioUnitProperty_SampleRate, kAudioUnitScope_Input));
+    EXPECT_THAT(changed, ElementsAre(kAudioUnitProperty_StreamFormat));
+    AudioUnitRemovePropertyListener(downstream, kAudioUnitProperty_StreamFormat, listener);
+    EXPECT_EQ(kAudioUnitErr_InvalidPropertyValue, connect(unit, ring));
+    EXPECT_EQ(kAudioUnitErr_InvalidElement, connect(downstream, absent));
+
+    set(downstream, kAudioUnitProperty_SampleRate, kAudioUnitScope_Output, 48000.0);
+    set(unit, kAudioUnitProperty_SampleRate, kAudioUnitScope_Input, 48000.0);
+    EXPECT_THAT(changed, ElementsAre(kAudioUnitProperty_StreamFormat));
+    AudioUnitInitialize(downstream);
+    BufferList list(samples, 2);
+    EXPECT_EQ(kAudioUnitErr_Uninitialized, render(downstream, 4, list)); // upstream is not
+    AudioUnitInitialize(unit);
+    EXPECT_EQ(noErr, render(downstream, 4, list));
+    EXPECT_EQ(1003, samples[7]);
+    // a layout that upstream does not render is not misread
+    set(downstream, kAudioUnitProperty_StreamFormat, kAudioUnitScope_Input,
+        linearFormat(16, 2, kAudioFormatFlagIsSignedInteger, 48000));
+    EXPECT_EQ(kAudioUnitErr_FormatNotSupported, render(downstream, 4, list));
+    EXPECT_THAT(samples, Each(0));
+    unit.close();
+    EXPECT_NE(noErr, render(downstream, 4, list));
+}
+
+TEST_F(AudioUnits, WhatARenderFollowsMayChangeWhileItRuns)
+{
+    AudioUnitInitialize(unit);
+    std::atomic<bool> isDone = false;
+    std::atomic<int> notified = 0;
+    std::thread renderer([&] {
+        std::vector<Float32> out(2 * 256);
+        while (!isDone) {
+            BufferList list(out, 2);
+            const AudioTimeStamp zero;
+            const qmx::RealTimeScope scope;
+            AudioUnitRender(unit, nullptr, &zero, 0, 256, list.list());
+        }
+    });
+    const auto notify = [](void* refCon, AudioUnitRenderActionFlags*, const AudioTimeStamp*, UInt32, UInt32,
+                           AudioBufferList*) {
+        ++*static_cast<std::atomic<int>*>(refCon);
+        return noErr;
+    };
+    for (int i = 0; i < 50; ++i) {
+        Counter shortLived; // a render that still used it after the change would read freed memory
+        set(unit, kAudioUnitProperty_SetRenderCallback, kAudioUnitScope_Input, shortLived.callback());
+        AudioUnitAddRenderNotify(unit, notify, &notified);
+        set(unit, kAudioUnitProperty_SampleRate, kAudioUnitScope_Output, i % 2 ? 44100.0 : 48000.0);
+        AudioUnitReset(unit, kAudioUnitScope_Global, 0);
+        AudioUnitRemoveRenderNotify(unit, notify, &notified);
+        set(unit, kAudioUnitProperty_SetRenderCallback, kAudioUnitScope_Input, counter.callback());
+        if (i % 10 == 0) {
+            AudioUnitUninitialize(unit);
+            AudioUnitInitialize(unit);
+        }
+    }
+    isDone = true;
+    renderer.join();
+}
+
+TEST_F(AudioUnits, MayBeClosedInsideTheirCallback)
+{
+    AudioUnitInitialize(unit);
+    BufferList list(samples, 2);
+    counter.onGive = [this] { unit.close(); };
+    EXPECT_EQ(noErr, render(unit, 4, list));
+    EXPECT_EQ(1003, samples[7]);
+}
+
+TEST(Components, AreFoundByAnyPartOfTheirDescription)
+{
+    const ComponentDescription all{}, none{kAudioUnitType_Effect};
+    EXPECT_EQ(2U, CountComponents(&all));
+    EXPECT_EQ(nullptr, FindNextComponent(nullptr, &none));
+    ComponentDescription found;
+    EXPECT_EQ(noErr, GetComponentInfo(FindNextComponent(nullptr, &converterUnit), &found));
+    EXPECT_EQ(kAudioUnitSubType_AUConverter, found.componentSubType);
+}

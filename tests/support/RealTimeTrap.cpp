@@ -1,0 +1,164 @@
+// SPDX-License-Identifier: MIT
+// The allocator, the lock functions and the common ways into the system, replaced for the whole test program: on a thread
+// that is marked real-time they say what was called and abort; on other threads they do what they always do.
+#include "Foundation/RealTime.h"
+
+#include <cerrno>
+#include <cstdarg>
+#include <cstdlib>
+#include <cstring>
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <pthread.h>
+#include <sys/uio.h>
+#include <unistd.h>
+
+namespace
+{
+
+void refuse(const char* function)
+{
+    if (!qmx::isRealTime())
+        return;
+    constexpr char text[] = " was called on a real-time thread\n";
+    iovec pieces[] = {{const_cast<char*>(function), std::strlen(function)}, {const_cast<char*>(text), sizeof text - 1}};
+    if (writev(STDERR_FILENO, pieces, 2) < 0)
+        _exit(1);
+    abort();
+}
+
+/// Calls the system's function that `function`, of this program, hides.
+template <auto* function, class... Arguments> auto passOn(const char* name, Arguments... arguments)
+{
+    refuse(name);
+    static auto* const hidden = reinterpret_cast<decltype(function)>(dlsym(RTLD_NEXT, name));
+    return hidden(arguments...);
+}
+
+} // namespace
+
+// what stands behind the system's allocator
+extern "C" void* __libc_malloc(size_t size) noexcept;
+extern "C" void* __libc_calloc(size_t count, size_t size) noexcept;
+extern "C" void* __libc_realloc(void* block, size_t size) noexcept;
+extern "C" void* __libc_memalign(size_t alignment, size_t size) noexcept;
+extern "C" void __libc_free(void* block) noexcept;
+
+extern "C" {
+
+// operators new and delete come here too
+
+void* malloc(size_t size) noexcept
+{
+    refuse("malloc");
+    return __libc_malloc(size);
+}
+
+void* calloc(size_t count, size_t size) noexcept
+{
+    refuse("calloc");
+    return __libc_calloc(count, size);
+}
+
+void* realloc(void* block, size_t size) noexcept
+{
+    refuse("realloc");
+    return __libc_realloc(block, size);
+}
+
+void* aligned_alloc(size_t alignment, size_t size) noexcept
+{
+    refuse("aligned_alloc");
+    return __libc_memalign(alignment, size);
+}
+
+int posix_memalign(void** block, size_t alignment, size_t size) noexcept
+{
+    refuse("posix_memalign");
+    *block = __libc_memalign(alignment, size);
+    return *block ? 0 : ENOMEM;
+}
+
+void free(void* block) noexcept
+{
+    refuse("free");
+    __libc_free(block);
+}
+
+// locks and waits
+
+int pthread_mutex_lock(pthread_mutex_t* mutex) noexcept
+{
+    return passOn<pthread_mutex_lock>("pthread_mutex_lock", mutex);
+}
+
+int pthread_cond_wait(pthread_cond_t* condition, pthread_mutex_t* mutex)
+{
+    return passOn<pthread_cond_wait>("pthread_cond_wait", condition, mutex);
+}
+
+int pthread_cond_clockwait(pthread_cond_t* condition, pthread_mutex_t* mutex, clockid_t clock, const timespec* until)
+{
+    return passOn<pthread_cond_clockwait>("pthread_cond_clockwait", condition, mutex, clock, until);
+}
+
+int pthread_rwlock_rdlock(pthread_rwlock_t* lock) noexcept
+{
+    return passOn<pthread_rwlock_rdlock>("pthread_rwlock_rdlock", lock);
+}
+
+int pthread_rwlock_wrlock(pthread_rwlock_t* lock) noexcept
+{
+    return passOn<pthread_rwlock_wrlock>("pthread_rwlock_wrlock", lock);
+}
+
+int clock_nanosleep(clockid_t clock, int flags, const timespec* time, timespec* rest)
+{
+    return passOn<clock_nanosleep>("clock_nanosleep", clock, flags, time, rest);
+}
+
+int sched_yield() noexcept
+{
+    return passOn<sched_yield>("sched_yield");
+}
+
+// files
+
+int open(const char* path, int flags, ...)
+{
+    mode_t mode = 0;
+    if (flags & (O_CREAT | __O_TMPFILE)) {
+        va_list arguments;
+        va_start(arguments, flags);
+        mode = va_arg(arguments, mode_t);
+        va_end(arguments);
+    }
+    return passOn<open>("open", path, flags, mode);
+}
+
+ssize_t read(int file, void* bytes, size_t size)
+{
+    return passOn<read>("read", file, bytes, size);
+}
+
+ssize_t write(int file, const void* bytes, size_t size)
+{
+    return passOn<write>("write", file, bytes, size);
+}
+
+ssize_t pread(int file, void* bytes, size_t size, off_t offset)
+{
+    return passOn<pread>("pread", file, bytes, size, offset);
+}
+
+ssize_t pwrite(int file, const void* bytes, size_t size, off_t offset)
+{
+    return passOn<pwrite>("pwrite", file, bytes, size, offset);
+}
+
+int close(int file)
+{
+    return passOn<close>("close", file);
+}
+
+} // extern "C"
