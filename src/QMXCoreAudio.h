@@ -3,6 +3,9 @@
 #pragma once
 
 #include "FileRelated/QMXAudioFile.h"
+#include "FileRelated/QMXAudioFileConverter.h"
+#include "FileRelated/QMXAudioFileFrameIntervalCopier.h"
+#include "FileRelated/QMXExtAudioFile.h"
 #include "Formats/ByteUtility.h"
 #include "Formats/PrintStreamDesc.h"
 #include "Formats/QMXAudioBufferList.h"
@@ -12,10 +15,13 @@
 #include "Formats/QMXFileUtils.h"
 #include "Foundation/Version.h"
 #include "Processing/QMXAudioConverter.h"
+#include "Processing/QMXAudioProcessor.h"
+#include "Processing/QMXProgressSubscriber.h"
 #include "Tracks/QMXAIFAudioTrackInfoReader.h"
 #include "Tracks/QMXAIFAudioTrackInfoWriter.h"
 #include "Tracks/QMXAIFCommon.h"
 #include "Tracks/QMXAIFFUtility.h"
+#include "Tracks/QMXAudioFileProcessor.h"
 #include "Tracks/QMXAudioFileTrackInfoReaderWriter.h"
 #include "Tracks/QMXAudioProcessingRangeInfo.h"
 #include "Tracks/QMXAudioTrackAutoDefiner.h"

@@ -2,6 +2,7 @@
 #include "AudioToolbox/AudioConverter.h"
 
 #include "AudioToolbox/Conversion/Converter.h"
+#include "CoreAudioTypes/AudioChannelLayout.h"
 
 #include <algorithm>
 #include <cstring>
@@ -10,6 +11,7 @@
 
 struct OpaqueAudioConverter {
     std::unique_ptr<qmx::Converter> engine;
+    std::vector<std::byte> inputLayout, outputLayout; // as they were set
 };
 
 namespace
@@ -89,6 +91,37 @@ OSStatus setChannelMap(qmx::Converter& converter, const void* value)
     return converter.setChannelMap(map) ? noErr : kAudio_ParamError;
 }
 
+bool isLayout(AudioConverterPropertyID property)
+{
+    return property == kAudioConverterInputChannelLayout || property == kAudioConverterOutputChannelLayout;
+}
+
+std::vector<std::byte>& layoutOf(OpaqueAudioConverter& converter, AudioConverterPropertyID property)
+{
+    return property == kAudioConverterInputChannelLayout ? converter.inputLayout : converter.outputLayout;
+}
+
+OSStatus answerLayout(const std::vector<std::byte>& layout, UInt32& size, void* value)
+{
+    if (layout.empty())
+        return kAudioConverterErr_PropertyNotSupported;
+    if (size < layout.size())
+        return kAudioConverterErr_BadPropertySizeError;
+    size = static_cast<UInt32>(layout.size());
+    std::memcpy(value, layout.data(), layout.size());
+    return noErr;
+}
+
+OSStatus setLayout(OpaqueAudioConverter& converter, AudioConverterPropertyID property, UInt32 size, const void* value)
+{
+    if (size < offsetof(AudioChannelLayout, mChannelDescriptions))
+        return kAudioConverterErr_BadPropertySizeError;
+    const auto* const bytes = static_cast<const std::byte*>(value);
+    layoutOf(converter, property).assign(bytes, bytes + size);
+    converter.engine->setLayouts(converter.inputLayout, converter.outputLayout);
+    return noErr;
+}
+
 } // namespace
 
 OSStatus AudioConverterNew(const AudioStreamBasicDescription* source, const AudioStreamBasicDescription* destination,
@@ -102,7 +135,7 @@ OSStatus AudioConverterNew(const AudioStreamBasicDescription* source, const Audi
     auto engine = qmx::Converter::between(*source, *destination);
     if (!engine)
         return kAudioConverterErr_FormatNotSupported;
-    *converter = new OpaqueAudioConverter{std::move(engine)};
+    *converter = new OpaqueAudioConverter{std::move(engine), {}, {}};
     return noErr;
 }
 
@@ -127,7 +160,9 @@ OSStatus AudioConverterGetPropertyInfo(AudioConverterRef converter, AudioConvert
 {
     if (!converter)
         return kAudio_ParamError;
-    const auto shape = shapeOf(*converter->engine, property);
+    auto shape = shapeOf(*converter->engine, property);
+    if (isLayout(property))
+        shape = {static_cast<UInt32>(layoutOf(*converter, property).size()), true};
     if (!shape)
         return kAudioConverterErr_PropertyNotSupported;
     if (size)
@@ -142,6 +177,8 @@ OSStatus AudioConverterGetProperty(AudioConverterRef converter, AudioConverterPr
 {
     if (!converter || !size || !value)
         return kAudio_ParamError;
+    if (isLayout(property))
+        return answerLayout(layoutOf(*converter, property), *size, value);
     const qmx::Converter& engine = *converter->engine;
     const auto shape = shapeOf(engine, property);
     if (!shape)
@@ -176,6 +213,8 @@ OSStatus AudioConverterSetProperty(AudioConverterRef converter, AudioConverterPr
 {
     if (!converter || !value)
         return kAudio_ParamError;
+    if (isLayout(property))
+        return setLayout(*converter, property, size, value);
     const auto shape = shapeOf(*converter->engine, property);
     if (!shape)
         return kAudioConverterErr_PropertyNotSupported;
