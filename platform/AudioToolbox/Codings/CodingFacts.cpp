@@ -248,6 +248,32 @@ AudioStreamBasicDescription compressedFormat(AudioFormatID coding, AudioFormatFl
     return format;
 }
 
+std::optional<AudioStreamBasicDescription> formatFromALAC(std::span<const UInt8> config)
+{
+    if (config.size() < alacConfigBytes)
+        return std::nullopt;
+    const UInt32 frames = load32(config.data(), ByteOrder::big), rate = load32(config.data() + 20, ByteOrder::big);
+    const UInt32 bits = config[5], channels = config[9];
+    if (frames == 0 || frames > (1 << 16) || rate == 0 || bits == 0 || bits > 32 || channels == 0 || channels > 8)
+        return std::nullopt;
+    return compressedFormat(kAudioFormatAppleLossless, flagsForSourceBits(bits), rate, channels, frames);
+}
+
+std::optional<AudioStreamBasicDescription> formatFromFLAC(std::span<const UInt8> info, UInt64& totalFrames)
+{
+    if (info.size() < flacInfoBytes)
+        return std::nullopt;
+    const UInt32 smallest = load16(info.data(), ByteOrder::big), largest = load16(info.data() + 2, ByteOrder::big);
+    BitReader bits(info.subspan(10));
+    const UInt32 rate = bits.take(20), channels = bits.take(3) + 1, sampleBits = bits.take(5) + 1;
+    totalFrames = UInt64{bits.take(4)} << 32;
+    totalFrames |= bits.take(32);
+    if (rate == 0 || smallest > largest || largest < 16)
+        return std::nullopt;
+    return compressedFormat(kAudioFormatFLAC, flagsForSourceBits(sampleBits), rate, channels,
+                            smallest == largest ? largest : 0);
+}
+
 UInt32 rollDistanceOf(AudioFormatID coding)
 {
     // AAC overlaps its neighbour, and replication its bands over some more; an MP3 frame uses bits of up to 9 small ones before it

@@ -40,6 +40,12 @@ AudioFormatFlags flagsForSourceBits(UInt32 bits);
 AudioStreamBasicDescription compressedFormat(AudioFormatID coding, AudioFormatFlags flags, Float64 rate,
                                              UInt32 channels, UInt32 framesPerPacket);
 
+/// The format that the 24 bytes of an ALAC configuration describe; empty for what is none.
+std::optional<AudioStreamBasicDescription> formatFromALAC(std::span<const UInt8> config);
+/// The format that the 34 bytes of FLAC's stream information describe, with 0 frames per packet where the packets differ in
+/// frames; `totalFrames` is 0 where they do not tell it.
+std::optional<AudioStreamBasicDescription> formatFromFLAC(std::span<const UInt8> info, UInt64& totalFrames);
+
 /// How many packets in front of one a decoder needs to give it exactly.
 UInt32 rollDistanceOf(AudioFormatID coding);
 

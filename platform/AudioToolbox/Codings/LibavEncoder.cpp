@@ -4,6 +4,10 @@
 #include "AudioToolbox/Codings/PacketCoding.h"
 #include "AudioToolbox/Conversion/PcmLayout.h"
 
+extern "C" {
+#include <libavutil/opt.h>
+}
+
 #include <algorithm>
 #include <cmath>
 #include <cstring>
@@ -155,6 +159,9 @@ public:
         context->bit_rate = bitRate_;
         context->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
         av_channel_layout_default(&context->ch_layout, static_cast<int>(target_.mChannelsPerFrame));
+        // noise that the decoder makes up would differ from one reading of a place to the next
+        if (target_.mFormatID == kAudioFormatMPEG4AAC)
+            av_opt_set_int(context->priv_data, "aac_pns", 0, 0);
         if (avcodec_open2(context.get(), codec, nullptr) < 0 || context->frame_size <= 0)
             return false;
         context_ = std::move(context);

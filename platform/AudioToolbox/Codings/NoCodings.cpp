@@ -15,6 +15,12 @@ std::unique_ptr<PacketEncoder> PacketEncoder::forFormat(const AudioStreamBasicDe
     return nullptr;
 }
 
+std::optional<StreamFacts> probeStream(const AudioStreamBasicDescription&, std::span<const UInt8>,
+                                       std::span<const UInt8>)
+{
+    return std::nullopt;
+}
+
 std::vector<AudioFormatID> decodableCodings()
 {
     return {};
