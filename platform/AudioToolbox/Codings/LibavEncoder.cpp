@@ -120,12 +120,15 @@ public:
     {
         AVFrame* const frame = frame_.get();
         av_frame_unref(frame);
-        frame->nb_samples = static_cast<int>(frames);
+        const UInt32 encoded = std::max(frames, fewestFrames());
+        frame->nb_samples = static_cast<int>(encoded);
         frame->format = context_->sample_fmt;
         frame->sample_rate = context_->sample_rate;
         frame->pts = framesIn_;
         if (av_channel_layout_copy(&frame->ch_layout, &context_->ch_layout) < 0 || av_frame_get_buffer(frame, 0) < 0)
             return false;
+        av_samples_set_silence(frame->extended_data, 0, frame->nb_samples, frame->ch_layout.nb_channels,
+                               context_->sample_fmt);
         fill(*frame, pcm, frames);
         framesIn_ += frames;
         return avcodec_send_frame(context_.get(), frame) == 0 && collect();
@@ -158,7 +161,8 @@ public:
         context->bits_per_raw_sample = static_cast<int>(settings_.bits);
         context->bit_rate = bitRate_;
         context->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
-        av_channel_layout_default(&context->ch_layout, static_cast<int>(target_.mChannelsPerFrame));
+        if (!setLayout(*context, *codec))
+            return false;
         if (target_.mFormatID == kAudioFormatMPEG4AAC) {
             // noise that the decoder makes up would differ from one reading of a place to the next
             av_opt_set_int(context->priv_data, "aac_pns", 0, 0);
@@ -176,6 +180,23 @@ public:
     }
 
 private:
+    /// The layout that the coding has for so many channels.
+    bool setLayout(AVCodecContext& context, const AVCodec& codec) const
+    {
+        const auto channels = static_cast<int>(target_.mChannelsPerFrame);
+        for (const AVChannelLayout* layout = codec.ch_layouts; layout && layout->nb_channels > 0; ++layout)
+            if (layout->nb_channels == channels)
+                return av_channel_layout_copy(&context.ch_layout, layout) == 0;
+        av_channel_layout_default(&context.ch_layout, channels);
+        return !codec.ch_layouts;
+    }
+
+    // the library's ALAC encoder ends the process over packets of a few frames of many channels
+    UInt32 fewestFrames() const
+    {
+        return target_.mFormatID == kAudioFormatAppleLossless && target_.mChannelsPerFrame > 2 ? 32 : 1;
+    }
+
     std::vector<UInt32> applicableBitRates() const
     {
         return encodeBitRates(target_.mFormatID, target_.mSampleRate, target_.mChannelsPerFrame);

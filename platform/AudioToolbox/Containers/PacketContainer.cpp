@@ -256,8 +256,12 @@ AudioChannelLayoutTag PacketContainer::channelLayoutTag() const
                                               kAudioChannelLayoutTag_MPEG_5_0_A,
                                               kAudioChannelLayoutTag_MPEG_5_1_A,
                                               kAudioChannelLayoutTag_MPEG_6_1_A,
-                                              kAudioChannelLayoutTag_MPEG_7_1_C};
-    return format_.mChannelsPerFrame < std::size(tags) ? tags[format_.mChannelsPerFrame] : 0;
+                                              kAudioChannelLayoutTag_MPEG_7_1_A};
+    const UInt32 channels = format_.mChannelsPerFrame;
+    if (format_.mFormatID == kAudioFormatFLAC && channels == 4)
+        return kAudioChannelLayoutTag_Quadraphonic;
+    const bool isTold = channels < std::size(tags) && (format_.mFormatID != kAudioFormatFLAC || channels <= 6);
+    return isTold ? tags[channels] : 0;
 }
 
 OSStatus PacketContainer::finish()
