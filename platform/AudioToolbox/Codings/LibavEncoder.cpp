@@ -183,12 +183,15 @@ private:
     /// The layout that the coding has for so many channels.
     bool setLayout(AVCodecContext& context, const AVCodec& codec) const
     {
-        const auto channels = static_cast<int>(target_.mChannelsPerFrame);
-        for (const AVChannelLayout* layout = codec.ch_layouts; layout && layout->nb_channels > 0; ++layout)
-            if (layout->nb_channels == channels)
-                return av_channel_layout_copy(&context.ch_layout, layout) == 0;
-        av_channel_layout_default(&context.ch_layout, channels);
-        return !codec.ch_layouts;
+        constexpr UInt64 masks[] = {AV_CH_LAYOUT_MONO,         AV_CH_LAYOUT_STEREO,           AV_CH_LAYOUT_SURROUND,
+                                    AV_CH_LAYOUT_4POINT0,      AV_CH_LAYOUT_5POINT0_BACK,     AV_CH_LAYOUT_5POINT1_BACK,
+                                    AV_CH_LAYOUT_6POINT1_BACK, AV_CH_LAYOUT_7POINT1_WIDE_BACK};
+        const UInt32 channels = target_.mChannelsPerFrame;
+        const AVChannelLayout* layout = target_.mFormatID == kAudioFormatFLAC ? codec.ch_layouts : nullptr;
+        while (layout && layout->nb_channels > 0 && layout->nb_channels != static_cast<int>(channels))
+            ++layout;
+        return layout ? layout->nb_channels > 0 && av_channel_layout_copy(&context.ch_layout, layout) == 0
+                      : av_channel_layout_from_mask(&context.ch_layout, masks[channels - 1]) == 0;
     }
 
     // the library's ALAC encoder ends the process over packets of a few frames of many channels
@@ -269,6 +272,9 @@ std::unique_ptr<PacketEncoder> PacketEncoder::forFormat(const AudioStreamBasicDe
                           target.mSampleRate == std::floor(target.mSampleRate) && target.mChannelsPerFrame > 0 &&
                           target.mChannelsPerFrame <= AV_NUM_DATA_POINTERS;
     if (codec == AV_CODEC_ID_NONE || !isEncoded || !isUsable || bits == 0)
+        return nullptr;
+    if (target.mFormatID == kAudioFormatMPEG4AAC &&
+        makeAACConfig(kMPEG4Object_AAC_LC, static_cast<UInt32>(target.mSampleRate), target.mChannelsPerFrame).empty())
         return nullptr;
     auto encoder = std::make_unique<LibavEncoder>(target, bits);
     const UInt32 asked = target.mFramesPerPacket;
