@@ -188,6 +188,8 @@ private:
                                     AV_CH_LAYOUT_6POINT1_BACK, AV_CH_LAYOUT_7POINT1_WIDE_BACK};
         const UInt32 channels = target_.mChannelsPerFrame;
         const AVChannelLayout* layout = target_.mFormatID == kAudioFormatFLAC ? codec.ch_layouts : nullptr;
+        if (target_.mFormatID == kAudioFormatMPEG4AAC && channels == 8) // the one of 8 that its encoder has a code for
+            return av_channel_layout_from_mask(&context.ch_layout, AV_CH_LAYOUT_7POINT1) == 0;
         while (layout && layout->nb_channels > 0 && layout->nb_channels != static_cast<int>(channels))
             ++layout;
         return layout ? layout->nb_channels > 0 && av_channel_layout_copy(&context.ch_layout, layout) == 0
