@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "AudioToolbox/Containers/ContainerTable.h"
 
+#include "AudioToolbox/Codings/PacketCoding.h"
 #include "AudioToolbox/Containers/AIFFContainer.h"
+#include "AudioToolbox/Containers/MPEG4Container.h"
 #include "AudioToolbox/Containers/WAVEContainer.h"
 
 #include <algorithm>
@@ -13,18 +15,22 @@ namespace
 {
 
 constexpr std::array kinds{&aiffKind, &aifcKind, &waveKind};
+// kinds of files that hold nothing but packets; not there without the codings
+constexpr std::array packetKinds{&m4aKind, &mpeg4Kind};
 
 template <class Predicate> const ContainerKind* find(Predicate predicate)
 {
-    const auto found = std::ranges::find_if(kinds, predicate);
-    return found == kinds.end() ? nullptr : *found;
+    if (const auto found = std::ranges::find_if(kinds, predicate); found != kinds.end())
+        return *found;
+    const auto found = std::ranges::find_if(packetKinds, predicate);
+    return found == packetKinds.end() || decodableCodings().empty() ? nullptr : *found;
 }
 
 } // namespace
 
-const ContainerKind* kindForContents(const UInt8* head)
+const ContainerKind* kindForContents(const FileSigns& signs)
 {
-    return find([&](const ContainerKind* kind) { return kind->matches(head); });
+    return find([&](const ContainerKind* kind) { return kind->matches(signs); });
 }
 
 const ContainerKind* kindForType(AudioFileTypeID type)

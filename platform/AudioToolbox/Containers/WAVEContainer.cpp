@@ -317,8 +317,9 @@ private:
     std::optional<SampleLayout> layout_;
 };
 
-bool matches(const UInt8* head)
+bool matches(const FileSigns& signs)
 {
+    const UInt8* const head = signs.head.data();
     const FourCharCode form = load32(head, ByteOrder::big);
     const bool isForm = form == riffID || form == rifxID || form == rf64ID || form == bw64ID;
     return isForm && load32(head + 8, ByteOrder::big) == waveID;
@@ -329,15 +330,14 @@ bool holds(const AudioStreamBasicDescription& format)
     return layoutInFile(format).has_value();
 }
 
-OSStatus open(std::unique_ptr<File> file, bool forWriting, std::unique_ptr<Container>& container)
+OSStatus open(PlacedFile placed, bool forWriting, std::unique_ptr<Container>& container)
 {
-    return loadContainer<WAVEContainer>(std::move(file), forWriting, container);
+    return loadContainer<WAVEContainer>(std::move(placed.file), forWriting, container);
 }
 
-OSStatus create(std::unique_ptr<File> file, const AudioStreamBasicDescription& format,
-                std::unique_ptr<Container>& container)
+OSStatus create(PlacedFile placed, const AudioStreamBasicDescription& format, std::unique_ptr<Container>& container)
 {
-    return createContainer<WAVEContainer>(std::move(file), headerFor(format), container);
+    return createContainer<WAVEContainer>(std::move(placed.file), headerFor(format), container);
 }
 
 } // namespace
