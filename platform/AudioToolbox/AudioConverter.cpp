@@ -11,8 +11,8 @@
 #include <vector>
 
 struct OpaqueAudioConverter {
-    std::unique_ptr<qmx::Converter> plain;      // one of the two
-    std::unique_ptr<qmx::CodedConverter> coded; // where a side is compressed
+    std::unique_ptr<qmx::Converter> plain;            // one of the two
+    std::unique_ptr<qmx::CodedConverter> coded;       // where a side is compressed
     std::vector<std::byte> inputLayout, outputLayout; // as they were set
 
     /// The conversion of linear samples, which both kinds have.

@@ -17,8 +17,7 @@ OSStatus checkedStep(OSStatus status, std::source_location place)
 }
 
 ProcessingPasses::ProcessingPasses(const ProcessingRun& run)
-    : run_(run), framesPerPacket_(std::max<UInt32>(1, run.fileFormat.mFramesPerPacket)),
-      targetPacket_(run.firstTargetPacket), packetsLeft_(run.packetsToDo)
+    : run_(run), framesPerPacket_(std::max<UInt32>(1, run.fileFormat.mFramesPerPacket)), packetsLeft_(run.packetsToDo)
 {
     if (run.fileBuffers)
         fileBytes_ = run.fileBuffers->mBuffers[0].mDataByteSize;
@@ -42,6 +41,8 @@ void ProcessingPasses::run()
     SInt64 packet = run_.firstPacket;
     for (bool goesOn = true; goesOn && packetsLeft_ > 0 && status == noErr;) {
         run_.decoding->mPacketOffset = packet;
+        if (run_.target == run_.source) // a pass goes back where it was read, however long it became
+            targetPacket_ = packet;
         const UInt32 frames = decode();
         const UInt32 packets = process(frames) / framesPerPacket_;
         if (packets > 0)

@@ -23,9 +23,8 @@ struct ProcessingRun {
     AudioStreamBasicDescription fileFormat;     ///< of both files
     AudioStreamBasicDescription internalFormat; ///< of the processor: non-interleaved floats
     AudioFileID source = nullptr;
-    AudioFileID target = nullptr;
+    AudioFileID target = nullptr; ///< the source itself, or a file that is written from its start
     SInt64 firstPacket = 0;       ///< of the source
-    SInt64 firstTargetPacket = 0; ///< where it goes
     SInt64 packetsToDo = 0;
     AudioBufferList* internalBuffers = nullptr; ///< one buffer a channel, 4 bytes a frame
     AudioBufferList* fileBuffers = nullptr;     ///< one interleaved buffer
@@ -57,7 +56,7 @@ private:
     UInt32 fileBytes_ = 0; ///< room in the file buffer
     AudioConverterRef decoder_ = nullptr;
     AudioConverterRef encoder_ = nullptr;
-    SInt64 targetPacket_;
+    SInt64 targetPacket_ = 0;
     SInt64 packetsLeft_;
     std::vector<Byte> original_; // of a pass, where the processor does not see all channels
 };
