@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <utility>
+#include <vector>
 
 namespace
 {
@@ -20,6 +21,25 @@ UInt32 bufferSize(const QMXAudioStreamBasicDescription& client)
     const UInt32 channels = std::max<UInt32>(1, client.channelsPerFrame());
     return std::max(client.bytesPerFrame() * framesAtOnce / channels,
                     framesAtOnce * channels * UInt32{sizeof(Float32)});
+}
+
+using BufferList = std::unique_ptr<AudioBufferList, decltype(&QMXAudioBufferList::destroyBuffers)>;
+
+/// Tells the destination which channel is which, where the source knows.
+void passLayoutOn(const QMXExtAudioFile& source, const QMXExtAudioFile& destination)
+{
+    UInt32 size = 0;
+    if (ExtAudioFileGetPropertyInfo(source.extAudioFileRef(), kExtAudioFileProperty_FileChannelLayout, &size,
+                                    nullptr) != noErr ||
+        size == 0)
+        return;
+    std::vector<Byte> layout(size);
+    ExtAudioFileGetProperty(source.extAudioFileRef(), kExtAudioFileProperty_FileChannelLayout, &size, layout.data());
+    ExtAudioFileSetProperty(destination.extAudioFileRef(), kExtAudioFileProperty_ClientChannelLayout, size,
+                            layout.data());
+    if (source.channelsPerFrame() == destination.channelsPerFrame())
+        ExtAudioFileSetProperty(destination.extAudioFileRef(), kExtAudioFileProperty_FileChannelLayout, size,
+                                layout.data());
 }
 
 /// Copies all frames; gives the status of the last write.
@@ -84,12 +104,15 @@ OSStatus QMXAudioFileConverter::convertFileToPath_toFileType_toFormat_subscriber
     OSStatus status = destination->open();
     if (status != noErr)
         return status;
-    AudioBufferList* const buffers = QMXAudioBufferList::allocateBuffers_channelsPerBuffer_dataByteSize(
-        1, source->channelsPerFrame(), bufferSize(*client));
+    passLayoutOn(*source, *destination);
+    if (bitRate_ > 0)
+        destination->setBitRate(bitRate_);
+    const BufferList buffers(QMXAudioBufferList::allocateBuffers_channelsPerBuffer_dataByteSize(
+                                 1, source->channelsPerFrame(), bufferSize(*client)),
+                             &QMXAudioBufferList::destroyBuffers);
     status = buffers ? copyFrames(*source, *destination, *buffers, subscriber) : kAudio_MemFullError;
     source->close();
     const OSStatus closed = destination->close();
-    QMXAudioBufferList::destroyBuffers(buffers);
     return status != noErr ? status : closed;
 }
 

@@ -96,10 +96,10 @@ QMXExtAudioFile::~QMXExtAudioFile()
 }
 
 /// Prints the line of a call that failed.
-OSStatus QMXExtAudioFile::checked(OSStatus status, std::source_location place)
+OSStatus QMXExtAudioFile::checked(OSStatus status, unsigned line)
 {
     if (status != noErr)
-        qmx::printFailure("QMXExtAudioFile", status, "coreaudio_aac/src/FileRelated/QMXExtAudioFile", place.line());
+        qmx::printFailure("QMXExtAudioFile", status, "coreaudio_aac/src/FileRelated/QMXExtAudioFile", line);
     return status;
 }
 

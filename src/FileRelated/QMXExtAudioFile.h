@@ -6,7 +6,6 @@
 #include "Foundation/Object.h"
 
 #include <memory>
-#include <source_location>
 #include <string>
 
 /// An audio file read or written in frames of a client format, which may differ from the file's in every way. Positions and
@@ -103,11 +102,11 @@ private:
     void resolveReferences();
     void feedBothChannels();
     AudioConverterRef converter() const;
-    static OSStatus checked(OSStatus status, std::source_location place = std::source_location::current());
+    static OSStatus checked(OSStatus status, unsigned line = __builtin_LINE());
 
     QMXAudioFileAccessMode mFileAccessMode = QMXAudioFileAccessMode::read;
     AudioFileTypeID mAudioFileType = 0;
-    UInt32 mAudioFileEncoding = 0;
+    [[maybe_unused]] UInt32 mAudioFileEncoding = 0;
     std::string mOriginalFilePath;
     std::string mParentDirPath;
     std::string mFileName;

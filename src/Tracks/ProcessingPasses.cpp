@@ -9,10 +9,10 @@
 namespace qmx
 {
 
-OSStatus checkedStep(OSStatus status, std::source_location place)
+OSStatus checkedStep(OSStatus status, unsigned line)
 {
     if (status != noErr)
-        printFailure("QMXAudioFileProcessor", status, "coreaudio_aac/src/QMXAudioFileProcessor", place.line());
+        printFailure("QMXAudioFileProcessor", status, "coreaudio_aac/src/QMXAudioFileProcessor", line);
     return status;
 }
 

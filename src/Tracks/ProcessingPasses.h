@@ -6,14 +6,13 @@
 #include "Processing/QMXProgressSubscriber.h"
 #include "Tracks/QMXAudioFileProcessor.h"
 
-#include <source_location>
 #include <vector>
 
 namespace qmx
 {
 
 /// Prints the line of a step of the file processor that failed.
-OSStatus checkedStep(OSStatus status, std::source_location place = std::source_location::current());
+OSStatus checkedStep(OSStatus status, unsigned line = __builtin_LINE());
 
 /// Frames of one pass.
 inline constexpr UInt32 framesPerPass = 512;

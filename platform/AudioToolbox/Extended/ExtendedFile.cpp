@@ -3,6 +3,8 @@
 
 #include "AudioToolbox/Extended/FileValues.h"
 
+#include <cstddef>
+#include <cstring>
 #include <utility>
 
 namespace qmx
@@ -11,6 +13,17 @@ namespace
 {
 
 constexpr UInt32 usualBufferSize = 1U << 17; // bytes
+
+/// Without knowing otherwise, two channels are stereo and six are 5.1.
+LayoutBlock usualLayout(UInt32 channels)
+{
+    if (channels != 2 && channels != 6)
+        return {};
+    LayoutBlock layout(offsetof(AudioChannelLayout, mChannelDescriptions));
+    const AudioChannelLayoutTag tag = channels == 2 ? kAudioChannelLayoutTag_Stereo : kAudioChannelLayoutTag_MPEG_5_1_A;
+    std::memcpy(layout.data(), &tag, sizeof tag);
+    return layout;
+}
 
 } // namespace
 
@@ -74,14 +87,17 @@ OSStatus ExtendedFile::setClientLayout(LayoutBlock layout)
     return noErr;
 }
 
-void ExtendedFile::setConverterLayouts(const LayoutBlock& input, const LayoutBlock& output)
+/// Tells the converter which channels are which.
+void ExtendedFile::applyLayouts()
 {
     const auto set = [this](AudioConverterPropertyID property, const LayoutBlock& layout) {
         if (!layout.empty())
             AudioConverterSetProperty(converter_.get(), property, static_cast<UInt32>(layout.size()), layout.data());
     };
-    set(kAudioConverterInputChannelLayout, input);
-    set(kAudioConverterOutputChannelLayout, output);
+    const LayoutBlock file = fileLayout_.empty() ? usualLayout(fileFormat_.mChannelsPerFrame) : fileLayout_;
+    const LayoutBlock client = clientLayout_.empty() ? usualLayout(clientFormat_.mChannelsPerFrame) : clientLayout_;
+    set(kAudioConverterInputChannelLayout, reads() ? file : client);
+    set(kAudioConverterOutputChannelLayout, reads() ? client : file);
 }
 
 OSStatus ExtendedFile::read(UInt32& frames, AudioBufferList&)

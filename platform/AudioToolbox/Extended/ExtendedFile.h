@@ -75,14 +75,14 @@ protected:
     virtual void connected() {}
     /// Completes the file before it is closed.
     virtual OSStatus complete() { return noErr; }
-    /// Tells the converter which channels are which, see `setConverterLayouts`.
-    virtual void applyLayouts() = 0;
-    /// Empty ones are not told.
-    void setConverterLayouts(const LayoutBlock& input, const LayoutBlock& output);
+    /// Whether frames come from the file.
+    virtual bool reads() const = 0;
 
     AudioStreamBasicDescription fileFormat_;
 
 private:
+    void applyLayouts();
+
     AudioFileID file_;
     bool owns_;
     UInt32 bufferSize_;

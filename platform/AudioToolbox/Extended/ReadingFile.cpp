@@ -36,14 +36,6 @@ std::vector<std::byte> silenceIn(const AudioStreamBasicDescription& format)
     return silence;
 }
 
-/// The record of a layout that its tag tells.
-LayoutBlock layoutOfTag(AudioChannelLayoutTag tag)
-{
-    LayoutBlock block(offsetof(AudioChannelLayout, mChannelDescriptions));
-    std::memcpy(block.data(), &tag, sizeof tag);
-    return block;
-}
-
 } // namespace
 
 OSStatus ReadingFile::open(AudioFileID file, bool owns, std::unique_ptr<ExtendedFile>& opened)
@@ -86,18 +78,6 @@ void ReadingFile::connected()
 {
     runIn_ = runInBetween(supply_->format().mSampleRate, clientFormat().mSampleRate);
     moveTo(tell());
-}
-
-/// Without knowing otherwise, six channels are taken for 5.1.
-void ReadingFile::applyLayouts()
-{
-    const LayoutBlock usualInput =
-        supply_->format().mChannelsPerFrame == 6 ? layoutOfTag(kAudioChannelLayoutTag_MPEG_5_1_A) : LayoutBlock();
-    const LayoutBlock usualOutput =
-        clientFormat().mChannelsPerFrame == 2 ? layoutOfTag(kAudioChannelLayoutTag_Stereo) : LayoutBlock();
-    const LayoutBlock& input = fileLayout().empty() ? usualInput : fileLayout();
-    const LayoutBlock& output = clientLayout().empty() ? usualOutput : clientLayout();
-    setConverterLayouts(input, output);
 }
 
 /// Nothing is read ahead any more; what was read and not taken is read again.

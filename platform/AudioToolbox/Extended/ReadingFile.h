@@ -42,7 +42,7 @@ private:
     OSStatus rest() override;
     OSStatus settle() override { return rest(); }
     OSStatus complete() override;
-    void applyLayouts() override;
+    bool reads() const override { return true; }
 
     void moveTo(SInt64 frame);
     OSStatus begin();

@@ -46,11 +46,6 @@ void WritingFile::connected()
         primeWrites();
 }
 
-void WritingFile::applyLayouts()
-{
-    setConverterLayouts(clientLayout(), fileLayout());
-}
-
 void WritingFile::setBufferSize(UInt32 bytes)
 {
     rest();

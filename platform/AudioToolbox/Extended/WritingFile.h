@@ -31,7 +31,7 @@ private:
     OSStatus rest() override;
     OSStatus settle() override;
     OSStatus complete() override;
-    void applyLayouts() override;
+    bool reads() const override { return false; }
 
     bool isLinear() const { return fileFormat_.mFramesPerPacket == 1 && fileFormat_.mBytesPerPacket > 0; }
     void makeBuffers();
