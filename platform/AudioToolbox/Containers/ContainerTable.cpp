@@ -3,7 +3,10 @@
 
 #include "AudioToolbox/Codings/PacketCoding.h"
 #include "AudioToolbox/Containers/AIFFContainer.h"
+#include "AudioToolbox/Containers/CAFContainer.h"
 #include "AudioToolbox/Containers/MPEG4Container.h"
+#include "AudioToolbox/Containers/NeXTContainer.h"
+#include "AudioToolbox/Containers/SoundDesignerContainer.h"
 #include "AudioToolbox/Containers/WAVEContainer.h"
 
 #include <algorithm>
@@ -14,7 +17,7 @@ namespace qmx
 namespace
 {
 
-constexpr std::array kinds{&aiffKind, &aifcKind, &waveKind};
+constexpr std::array kinds{&aiffKind, &aifcKind, &waveKind, &cafKind, &nextKind, &soundDesignerKind};
 // kinds of files that hold nothing but packets; not there without the codings
 constexpr std::array packetKinds{&m4aKind, &mpeg4Kind};
 

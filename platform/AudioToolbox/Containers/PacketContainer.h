@@ -62,9 +62,6 @@ protected:
     virtual Bytes packetHeader(std::size_t) const { return {}; }
     /// Writes what tells about the packets.
     virtual OSStatus end() = 0;
-    /// Called when the cookie was set: false where it does not fit the format.
-    virtual bool takeCookie() { return true; }
-
     /// False for a packet that is not wholly in the file, and where there are too many.
     bool addPacket(const PacketPlace& packet);
     const std::vector<PacketPlace>& packets() const { return packets_; }
@@ -78,6 +75,7 @@ protected:
     UInt64 endOfData_ = 0;
 
 private:
+    bool takeCookie();
     OSStatus readRun(std::span<const PacketPlace> run, UInt8* to);
     bool isVariable() const { return format_.mFramesPerPacket == 0; }
 
@@ -89,6 +87,9 @@ private:
     bool isNew_ = false;
     Bytes scratch_;
 };
+
+/// Whether new files that can hold AAC and ALAC can be made of this format.
+bool holdsPackets(const AudioStreamBasicDescription& format);
 
 /// Finds out what an AAC stream really decodes to, which its configuration need not say: high efficiency has twice the rate and frames.
 /// Leaves the format as it is where that cannot be told.
