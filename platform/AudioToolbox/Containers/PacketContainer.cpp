@@ -186,7 +186,7 @@ OSStatus PacketContainer::setMagicCookie(std::span<const UInt8> cookie)
         return paramErr;
     bare_.swap(bare);
     if (takeCookie())
-        return noErr;
+        return cookieChanged();
     bare_.swap(bare);
     return paramErr;
 }

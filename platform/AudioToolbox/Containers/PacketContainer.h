@@ -60,6 +60,8 @@ protected:
     virtual OSStatus begin() = 0;
     /// What stands before each packet.
     virtual Bytes packetHeader(std::size_t) const { return {}; }
+    /// Called when a new cookie was taken.
+    virtual OSStatus cookieChanged() { return noErr; }
     /// Writes what tells about the packets.
     virtual OSStatus end() = 0;
     /// False for a packet that is not wholly in the file, and where there are too many.
