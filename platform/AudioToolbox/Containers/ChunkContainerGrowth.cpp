@@ -261,6 +261,8 @@ OSStatus ChunkContainer::moveChunksBehind(UInt64 lowest)
     if (status == noErr)
         status = file_.replace(room_.begin, fillerHeader(room_.begin, target));
     if (status != noErr) {
+        bool changed = false;
+        file_.refreshLength(changed);
         if (oldLength > oldEnd)
             file_.copy(target + shape_.padded(bytes), oldEnd, oldLength - oldEnd);
         if (writeFormEnd(oldEnd) == noErr && fileLength() > oldLength)
@@ -273,12 +275,16 @@ OSStatus ChunkContainer::moveChunksBehind(UInt64 lowest)
     return noErr;
 }
 
-// Lets the form end at `formEnd`, with a filler behind its last chunk. Bytes behind the form stay behind it.
+// Lets the form end at `formEnd`, with a filler behind its last chunk. Bytes behind the form stay behind it. The room comes first:
+// where no form tells its size, a filler that the file cuts off would be taken for damage.
 OSStatus ChunkContainer::extendForm(UInt64 formEnd)
 {
     const UInt64 oldEnd = written_.formEnd;
     if (fileLength() > oldEnd)
         if (const OSStatus status = file_.copy(oldEnd, formEnd, fileLength() - oldEnd); status != noErr)
+            return status;
+    if (fileLength() < formEnd)
+        if (const OSStatus status = file_.truncate(formEnd); status != noErr)
             return status;
     const Bytes header = ByteWriter(order_)
                              .zeros(static_cast<std::size_t>(shape_.padded(oldEnd) - oldEnd))
@@ -286,9 +292,6 @@ OSStatus ChunkContainer::extendForm(UInt64 formEnd)
                              .bytes();
     if (const OSStatus status = file_.writeAll(oldEnd, header); status != noErr)
         return status;
-    if (fileLength() < formEnd)
-        if (const OSStatus status = file_.truncate(formEnd); status != noErr)
-            return status;
     return writeFormEnd(formEnd);
 }
 

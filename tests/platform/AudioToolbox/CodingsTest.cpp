@@ -60,7 +60,9 @@ TEST(Codings, EveryLengthAndChannelCountComesBackExactly)
                 EXPECT_EQ(reader.info().mNumberValidFrames, static_cast<SInt64>(frames));
                 const ByteBlock decoded = reader.from(0);
                 ASSERT_EQ(decoded.size(), original.size());
-                const double allowed = c.isLossless ? 0 : channels < 3 ? 0.1 : 1; // a channel for low tones keeps no others
+                const double allowed = c.isLossless   ? 0
+                                       : channels < 3 ? 0.1
+                                                      : 1; // a channel for low tones keeps no others
                 EXPECT_LE(worstDifference(decoded, original), allowed);
                 if (frames < 44100)
                     continue;
