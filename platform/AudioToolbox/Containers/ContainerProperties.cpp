@@ -244,10 +244,10 @@ OSStatus containerProperty(Container& container, AudioFilePropertyID property, U
     }
     Bytes bytes;
     const OSStatus status = plainProperty(container, property, bytes);
-    if (property == kAudioFilePropertyChannelLayout && size >= offsetof(AudioChannelLayout, mChannelDescriptions))
-        bytes.resize(std::min<std::size_t>(bytes.size(), size)); // a tag has no descriptions
-    if (property == kAudioFilePropertyChannelLayout)
-        size = static_cast<UInt32>(std::min<std::size_t>(bytes.size(), size));
+    // a layout that is told by its tag has no descriptions that a caller must have room for
+    if (property == kAudioFilePropertyChannelLayout && status == noErr &&
+        size >= offsetof(AudioChannelLayout, mChannelDescriptions))
+        bytes.resize(size = std::min(size, UInt32{sizeof(AudioChannelLayout)}));
     return status == noErr ? copyOut(bytes, size, value) : status;
 }
 

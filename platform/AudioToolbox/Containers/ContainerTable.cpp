@@ -2,8 +2,14 @@
 #include "AudioToolbox/Containers/ContainerTable.h"
 
 #include "AudioToolbox/Codings/PacketCoding.h"
+#include "AudioToolbox/Containers/ADTSContainer.h"
 #include "AudioToolbox/Containers/AIFFContainer.h"
+#include "AudioToolbox/Containers/CAFContainer.h"
+#include "AudioToolbox/Containers/FLACContainer.h"
+#include "AudioToolbox/Containers/MP3Container.h"
 #include "AudioToolbox/Containers/MPEG4Container.h"
+#include "AudioToolbox/Containers/NeXTContainer.h"
+#include "AudioToolbox/Containers/SoundDesignerContainer.h"
 #include "AudioToolbox/Containers/WAVEContainer.h"
 
 #include <algorithm>
@@ -14,9 +20,9 @@ namespace qmx
 namespace
 {
 
-constexpr std::array kinds{&aiffKind, &aifcKind, &waveKind};
+constexpr std::array kinds{&aiffKind, &aifcKind, &waveKind, &cafKind, &nextKind, &soundDesignerKind};
 // kinds of files that hold nothing but packets; not there without the codings
-constexpr std::array packetKinds{&m4aKind, &mpeg4Kind};
+constexpr std::array packetKinds{&m4aKind, &mpeg4Kind, &flacKind, &adtsKind, &mp3Kind};
 
 template <class Predicate> const ContainerKind* find(Predicate predicate)
 {

@@ -65,20 +65,6 @@ protected:
         return status == noErr ? file_.writeAll(dataAtom_, data) : status;
     }
 
-    bool takeCookie() override
-    {
-        if (isAAC(format_.mFormatID)) {
-            const auto config = parseAACConfig(bare_);
-            return config && config->sampleRate == format_.mSampleRate && config->channels == format_.mChannelsPerFrame;
-        }
-        const auto format = formatFromALAC(bare_);
-        if (!format || format->mSampleRate != format_.mSampleRate ||
-            format->mChannelsPerFrame != format_.mChannelsPerFrame)
-            return false;
-        format_ = *format;
-        return true;
-    }
-
     OSStatus end() override
     {
         if (bare_.empty() && isAAC(format_.mFormatID))
@@ -136,27 +122,13 @@ template <AudioFileTypeID type> bool matches(const FileSigns& signs)
                         atom == fourCharCode("wide"));
 }
 
-bool holds(const AudioStreamBasicDescription& format)
-{
-    const bool isWhole = format.mSampleRate == std::floor(format.mSampleRate);
-    if (!isPlausible(format.mSampleRate, format.mChannelsPerFrame) || !isWhole || format.mChannelsPerFrame > 8)
-        return false;
-    if (format.mFormatID == kAudioFormatAppleLossless)
-        return true;
-    const bool isPlainAAC =
-        format.mFormatID == kAudioFormatMPEG4AAC && (format.mFramesPerPacket == 0 || format.mFramesPerPacket == 1024);
-    return isPlainAAC &&
-           !makeAACConfig(kMPEG4Object_AAC_LC, static_cast<UInt32>(format.mSampleRate), format.mChannelsPerFrame)
-                .empty();
-}
-
 } // namespace
 
 const ContainerKind m4aKind{kAudioFileM4AType, matches<kAudioFileM4AType>,
-                            loadPackets<MPEG4Container<kAudioFileM4AType>>, holds,
+                            loadPackets<MPEG4Container<kAudioFileM4AType>>, holdsPackets,
                             createPackets<MPEG4Container<kAudioFileM4AType>>};
 const ContainerKind mpeg4Kind{kAudioFileMPEG4Type, matches<kAudioFileMPEG4Type>,
-                              loadPackets<MPEG4Container<kAudioFileMPEG4Type>>, holds,
+                              loadPackets<MPEG4Container<kAudioFileMPEG4Type>>, holdsPackets,
                               createPackets<MPEG4Container<kAudioFileMPEG4Type>>};
 
 } // namespace qmx

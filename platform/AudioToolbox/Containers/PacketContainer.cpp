@@ -3,8 +3,10 @@
 
 #include "AudioToolbox/Codings/CodingFacts.h"
 #include "AudioToolbox/Codings/PacketCoding.h"
+#include "AudioToolbox/Containers/SampleLayout.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstring>
 #include <limits>
 
@@ -124,6 +126,8 @@ OSStatus PacketContainer::writePackets(UInt64 start, UInt32& packets, UInt32 byt
         return noErr;
     if (!descriptions || packets_.size() + given > mostPackets)
         return paramErr;
+    if (isLossless(format_.mFormatID) && bare_.empty()) // none could decode them
+        return kAudioFileOperationNotSupportedError;
     const auto* const data = static_cast<const UInt8*>(buffer);
     Bytes block;
     block.reserve(bytes);
@@ -182,9 +186,28 @@ OSStatus PacketContainer::setMagicCookie(std::span<const UInt8> cookie)
         return paramErr;
     bare_.swap(bare);
     if (takeCookie())
-        return noErr;
+        return cookieChanged();
     bare_.swap(bare);
     return paramErr;
+}
+
+// A cookie tells the format more exactly than a caller needs to; what both tell must be the same.
+bool PacketContainer::takeCookie()
+{
+    std::optional<AudioStreamBasicDescription> told;
+    UInt64 frames = 0;
+    if (isAAC(format_.mFormatID)) {
+        const auto config = parseAACConfig(bare_);
+        return config && config->sampleRate == format_.mSampleRate && config->channels == format_.mChannelsPerFrame;
+    }
+    if (format_.mFormatID == kAudioFormatAppleLossless)
+        told = formatFromALAC(bare_);
+    else if (format_.mFormatID == kAudioFormatFLAC)
+        told = formatFromFLAC(bare_, frames);
+    if (!told || told->mSampleRate != format_.mSampleRate || told->mChannelsPerFrame != format_.mChannelsPerFrame)
+        return false;
+    format_ = *told;
+    return true;
 }
 
 void PacketContainer::setTable(UInt64 priming, UInt64 valid)
@@ -271,6 +294,21 @@ OSStatus PacketContainer::finish()
     const OSStatus status = end();
     isNew_ = status != noErr;
     return status;
+}
+
+bool holdsPackets(const AudioStreamBasicDescription& format)
+{
+    const bool isWhole = format.mSampleRate == std::floor(format.mSampleRate);
+    if (decodableCodings().empty() || !isWhole || !isPlausible(format.mSampleRate, format.mChannelsPerFrame) ||
+        format.mChannelsPerFrame > 8)
+        return false;
+    if (format.mFormatID == kAudioFormatAppleLossless)
+        return format.mFramesPerPacket <= mostFramesPerPacket;
+    const bool isPlainAAC =
+        format.mFormatID == kAudioFormatMPEG4AAC && (format.mFramesPerPacket == 0 || format.mFramesPerPacket == 1024);
+    return isPlainAAC &&
+           !makeAACConfig(kMPEG4Object_AAC_LC, static_cast<UInt32>(format.mSampleRate), format.mChannelsPerFrame)
+                .empty();
 }
 
 void probeAAC(AudioStreamBasicDescription& format, std::span<const UInt8> config, std::span<const UInt8> packet)

@@ -60,11 +60,10 @@ protected:
     virtual OSStatus begin() = 0;
     /// What stands before each packet.
     virtual Bytes packetHeader(std::size_t) const { return {}; }
+    /// Called when a new cookie was taken.
+    virtual OSStatus cookieChanged() { return noErr; }
     /// Writes what tells about the packets.
     virtual OSStatus end() = 0;
-    /// Called when the cookie was set: false where it does not fit the format.
-    virtual bool takeCookie() { return true; }
-
     /// False for a packet that is not wholly in the file, and where there are too many.
     bool addPacket(const PacketPlace& packet);
     const std::vector<PacketPlace>& packets() const { return packets_; }
@@ -78,6 +77,7 @@ protected:
     UInt64 endOfData_ = 0;
 
 private:
+    bool takeCookie();
     OSStatus readRun(std::span<const PacketPlace> run, UInt8* to);
     bool isVariable() const { return format_.mFramesPerPacket == 0; }
 
@@ -89,6 +89,9 @@ private:
     bool isNew_ = false;
     Bytes scratch_;
 };
+
+/// Whether new files that can hold AAC and ALAC can be made of this format.
+bool holdsPackets(const AudioStreamBasicDescription& format);
 
 /// Finds out what an AAC stream really decodes to, which its configuration need not say: high efficiency has twice the rate and frames.
 /// Leaves the format as it is where that cannot be told.

@@ -70,9 +70,9 @@ inline bool encodeFile(const std::string& path, AudioFileTypeID type, const Audi
     if (bitRate > 0) {
         EXPECT_EQ(AudioConverterSetProperty(converter, kAudioConverterEncodeBitRate, sizeof bitRate, &bitRate), noErr);
     }
-    const auto made =
-        createFile(path, type,
-                   converterProperty<AudioStreamBasicDescription>(converter, kAudioConverterCurrentOutputStreamDescription));
+    const auto made = createFile(
+        path, type,
+        converterProperty<AudioStreamBasicDescription>(converter, kAudioConverterCurrentOutputStreamDescription));
     EXPECT_EQ(made.status, noErr);
     if (made.status == noErr) {
         passOn(converter, made.file);
@@ -113,8 +113,9 @@ public:
         if (AudioFileGetPropertyInfo(file_, kAudioFilePropertyMagicCookieData, &size, nullptr) == noErr) {
             ByteBlock cookie(size);
             EXPECT_EQ(AudioFileGetProperty(file_, kAudioFilePropertyMagicCookieData, &size, cookie.data()), noErr);
-            EXPECT_EQ(AudioConverterSetProperty(converter_, kAudioConverterDecompressionMagicCookie, size, cookie.data()),
-                      noErr);
+            EXPECT_EQ(
+                AudioConverterSetProperty(converter_, kAudioConverterDecompressionMagicCookie, size, cookie.data()),
+                noErr);
         }
     }
     ~FrameReader()
