@@ -105,7 +105,7 @@ AudioFileTypeID typeFromCode(const std::string& code)
     std::string known;
     for (const TypeFacts& facts : types)
         if (known.find(qmx::fourCharString(facts.type)) == std::string::npos)
-            known += " " + qmx::fourCharString(facts.type);
+            known.append(" ").append(qmx::fourCharString(facts.type));
     throw Failure{"unknown type " + code + "; there are" + known, usageError};
 }
 

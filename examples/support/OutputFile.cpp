@@ -45,7 +45,7 @@ void OutputFile::finish()
 {
     const fs::path target(path_);
     std::error_code error;
-    for (const std::string& name : {target.filename().string(), "._" + target.filename().string()}) {
+    for (const std::string& name : {target.filename().string(), std::string("._").append(target.filename())}) {
         if (!fs::exists(fs::path(folder_) / name, error))
             continue;
         fs::rename(fs::path(folder_) / name, target.parent_path() / name, error);

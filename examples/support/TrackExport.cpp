@@ -51,7 +51,7 @@ std::string fileName(std::size_t number, std::size_t count, const QMXAudioTrackI
     std::string name = std::to_string(number);
     name.insert(0, digits - std::min(digits, name.size()), '0');
     if (const std::string title = safeName(track.trackTitle().value_or("")); !title.empty())
-        name += " " + title;
+        name.append(" ").append(title);
     return name + extensionOf(type);
 }
 

@@ -16,7 +16,7 @@ constexpr Float64 secondsHeld = 4;
 constexpr std::size_t leastBytes = 1U << 18, mostBytes = 1U << 24;
 
 /// Frames that are written at once: large enough to be cheap, and between two of them others get their turn.
-constexpr UInt32 pieceFrames = 16384;
+constexpr UInt32 pieceFrames = 32768;
 
 UInt32 capacityFor(const PcmLayout& layout, Float64 rate)
 {
@@ -54,13 +54,20 @@ OSStatus AsyncWrites::add(const AudioBufferList& frames, UInt32 count)
             waitForRoom();
             continue;
         }
+        const bool wasWorthAWake = isWorthAWake();
         ring_.copyIn(part_.aimAt(frames, done, length), length);
         done += length;
-        // an eighth of the memory is worth a wake; what is less waits for more or for the end
-        if (ring_.ready() > ring_.capacity() / 8)
+        if (!wasWorthAWake && isWorthAWake())
             BackgroundThread::writer().wake();
     }
     return noErr;
+}
+
+/// The thread that writes is woken for an eighth of the memory, and then goes on until it finds nothing more. What is less waits for
+/// more or for the end.
+bool AsyncWrites::isWorthAWake() const
+{
+    return ring_.ready() > ring_.capacity() / 8;
 }
 
 /// Waits for the thread that writes, or writes in its place.

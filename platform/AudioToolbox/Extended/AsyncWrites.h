@@ -36,6 +36,7 @@ public:
     void work() override;
 
 private:
+    bool isWorthAWake() const;
     bool writeSome();
     void waitForRoom();
 

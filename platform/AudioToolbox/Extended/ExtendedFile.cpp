@@ -12,7 +12,7 @@ namespace qmx
 namespace
 {
 
-constexpr UInt32 usualBufferSize = 1U << 17; // bytes
+constexpr UInt32 usualBufferSize = 1U << 18; // bytes
 
 /// Without knowing otherwise, two channels are stereo and six are 5.1.
 LayoutBlock usualLayout(UInt32 channels)
