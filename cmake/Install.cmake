@@ -21,5 +21,8 @@ file(RELATIVE_PATH QMX_PC_INCLUDEDIR ${CMAKE_INSTALL_PREFIX} ${CMAKE_INSTALL_FUL
 if(NOT BUILD_SHARED_LIBS)
     set(QMX_PC_CFLAGS " -DQMX_STATIC")
 endif()
+if(QMX_WITH_FFMPEG)
+    set(QMX_PC_REQUIRES " libavformat libavcodec libavutil")
+endif()
 configure_file(${CMAKE_CURRENT_LIST_DIR}/QMXCoreAudio.pc.in ${PROJECT_BINARY_DIR}/QMXCoreAudio.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/QMXCoreAudio.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

@@ -10,6 +10,7 @@
 #include "support/ProgressBar.h"
 #include "support/Recording.h"
 #include "support/StoreJob.h"
+#include "support/TrackExport.h"
 #include "support/WaveformPlot.h"
 #include "support/WholeFile.h"
 
@@ -25,8 +26,9 @@ using example::Failure;
 
 constexpr const char* help =
     R"(usage: split [--sensitivity N] [--silence MS] [--level N] [--tracks N] [--plot FILE.svg]
-             [--store [--title N=TEXT]... [--artist TEXT] [--album TEXT] [--cover IMAGE]] FILE
-       split --list | --history | --repair | --title N=TEXT ... FILE
+             [--store [--title N=TEXT]... [--artist TEXT] [--album TEXT] [--cover IMAGE]]
+             [--export DIR [--type CODE]] FILE
+       split --list [--export DIR [--type CODE]] | --history | --repair | --title N=TEXT ... FILE
 
 Divides the recording FILE into tracks and prints one line for each: first frame, frame
 past the last, and title, with tabs between them.
@@ -36,6 +38,9 @@ past the last, and title, with tabs between them.
   --level N         sample value whose crossings are counted, on the scale of 16 bits (500)
   --tracks N        make N tracks, at the quietest places, instead of looking for silences
   --plot FILE.svg   draw the waveform with the tracks
+  --export DIR      write each track into a file of its own, named by its number and title, byte for byte
+                    in the type and format of FILE; with --list, the tracks that are kept
+  --type CODE       convert them to another type: AIFF, AIFC, WAVE, caff, m4af, flac, ... (see convert)
 
 The tracks can be kept in the file itself (AIFF and AIFF-C), which leaves the audio as it is:
 
@@ -169,8 +174,8 @@ std::string plotOf(QMXAudioFile& file, const QMXAudioTrackAutoDefiner::Tracks::e
     return drawWaveform(plot, measure(file));
 }
 
-const std::vector<std::string> options{"--sensitivity", "--silence", "--level", "--tracks", "--plot",
-                                       "--title",       "--artist",  "--album", "--cover",  "--output"};
+const std::vector<std::string> options{"--sensitivity", "--silence", "--level", "--tracks", "--plot",   "--title",
+                                       "--artist",      "--album",   "--cover", "--output", "--export", "--type"};
 const std::vector<std::string> flags{"--store", "--list", "--history", "--repair", "--force"};
 
 int split(int argumentCount, char** arguments)
@@ -181,10 +186,13 @@ int split(int argumentCount, char** arguments)
         return 0;
     }
     Settings settings = settingsFrom(line);
+    const example::TrackExport exporting(line);
     const example::StoreJob job(line, settings.path);
     settings.path = job.path();
     if (!job.divides()) {
-        job.run();
+        const auto listed = job.run();
+        if (exporting.isAsked())
+            exporting.write(settings.path, listed);
         return 0;
     }
     example::catchInterrupts(&QMXAudioTrackAutoDefiner::cancel);
@@ -195,7 +203,9 @@ int split(int argumentCount, char** arguments)
     const auto tracks = define(settings);
     if (!settings.plotPath.empty())
         example::writeWholeFile(settings.plotPath, plotOf(*file, *tracks));
-    job.finish(*tracks);
+    const auto found = job.finish(*tracks);
+    if (exporting.isAsked())
+        exporting.write(settings.path, found);
     return 0;
 }
 

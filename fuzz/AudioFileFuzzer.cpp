@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
-// Any bytes as an audio file: opened, asked for everything, read; then opened for writing and grown, after which it must open
+// Any bytes as an audio file: opened, asked for everything, read and decoded; then opened for writing and grown, after which it must open
 // again with the bytes that were written and with everything that was before them.
+#include "AudioToolbox/AudioConverter.h"
 #include "AudioToolbox/AudioFile.h"
 #include "Foundation/Log.h"
 #include "Foundation/MemoryFileSystem.h"
@@ -44,13 +45,71 @@ void askEverything(AudioFileID file)
          {kAudioFilePropertyFileFormat, kAudioFilePropertyDataFormat, kAudioFilePropertyIsOptimized,
           kAudioFilePropertyMagicCookieData, kAudioFilePropertyAudioDataPacketCount,
           kAudioFilePropertyMaximumPacketSize, kAudioFilePropertyDataOffset, kAudioFilePropertyChunkIDs,
-          kAudioFilePropertyEstimatedDuration}) {
+          kAudioFilePropertyEstimatedDuration, kAudioFilePropertyPacketTableInfo, kAudioFilePropertyChannelLayout,
+          kAudioFilePropertyPacketToFrame, kAudioFilePropertyFrameToPacket, kAudioFilePropertyPacketToRollDistance}) {
         UInt32 size = 0;
         if (AudioFileGetPropertyInfo(file, property, &size, nullptr) != noErr)
             continue;
         std::vector<UInt8> value(size);
         AudioFileGetProperty(file, property, &size, value.data());
     }
+}
+
+/// The first packets of a compressed file.
+struct Packets {
+    std::vector<UInt8> data;
+    std::vector<AudioStreamPacketDescription> descriptions;
+
+    static OSStatus give(AudioConverterRef, UInt32* count, AudioBufferList* list,
+                         AudioStreamPacketDescription** descriptions, void* self)
+    {
+        auto& packets = *static_cast<Packets*>(self);
+        *count = static_cast<UInt32>(packets.descriptions.size());
+        list->mBuffers[0].mData = packets.data.data();
+        list->mBuffers[0].mDataByteSize = static_cast<UInt32>(packets.data.size());
+        *descriptions = packets.descriptions.data();
+        if (packets.given)
+            *count = 0;
+        packets.given = true;
+        return noErr;
+    }
+    bool given = false;
+};
+
+void decode(AudioFileID file)
+{
+    AudioStreamBasicDescription format;
+    UInt32 largest = 0, size = sizeof format;
+    require(AudioFileGetProperty(file, kAudioFilePropertyDataFormat, &size, &format) == noErr);
+    size = sizeof largest;
+    require(AudioFileGetProperty(file, kAudioFilePropertyMaximumPacketSize, &size, &largest) == noErr);
+    constexpr UInt32 most = 8;
+    if (format.mBytesPerPacket > 0 || largest > largestInput)
+        return;
+    Packets packets{std::vector<UInt8>(std::size_t{most} * largest), std::vector<AudioStreamPacketDescription>(most)};
+    UInt32 count = most, bytes = 0;
+    if (AudioFileReadPackets(file, false, &bytes, packets.descriptions.data(), 0, &count, packets.data.data()) != noErr)
+        return;
+    packets.descriptions.resize(count);
+    packets.data.resize(bytes);
+    AudioStreamBasicDescription client{format.mSampleRate, kAudioFormatLinearPCM, 12, 4, 1, 4, 2, 16, 0};
+    AudioConverterRef converter = nullptr;
+    if (AudioConverterNew(&format, &client, &converter) != noErr)
+        return;
+    std::vector<UInt8> cookie(1 << 16);
+    size = 0;
+    if (AudioFileGetPropertyInfo(file, kAudioFilePropertyMagicCookieData, &size, nullptr) == noErr &&
+        size <= cookie.size() &&
+        AudioFileGetProperty(file, kAudioFilePropertyMagicCookieData, &size, cookie.data()) == noErr)
+        AudioConverterSetProperty(converter, kAudioConverterDecompressionMagicCookie, size, cookie.data());
+    std::vector<UInt8> output(1 << 16);
+    for (UInt32 frames = 1; frames > 0;) {
+        frames = static_cast<UInt32>(output.size() / 4);
+        AudioBufferList list{1, {{2, static_cast<UInt32>(output.size()), output.data()}}};
+        if (AudioConverterFillComplexBuffer(converter, Packets::give, &packets, &frames, &list, nullptr) != noErr)
+            break;
+    }
+    AudioConverterDispose(converter);
 }
 
 void read()
@@ -62,6 +121,7 @@ void read()
     const UInt64 bytes = byteCount(file);
     readFrom(file, 0, largestRead);
     readFrom(file, static_cast<SInt64>(bytes - std::min<UInt64>(bytes, 100)), 200);
+    decode(file);
     AudioFileClose(file);
 }
 
@@ -95,6 +155,7 @@ extern "C" int LLVMFuzzerTestOneInput(const UInt8* data, std::size_t size)
     qmx::setLogHandler([](qmx::LogLevel, const std::string&) {});
     qmx::MemoryFileSystem disk;
     disk.setContents(fuzzed.path, {data, data + size});
+    disk.setContents("/._fuzzed", {data, data + size}); // where a Sound Designer file keeps its format
     qmx::FileSystem::setCurrent(&disk);
     read();
     grow();

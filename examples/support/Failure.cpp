@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "support/Failure.h"
 
+#include "Foundation/FailureLine.h"
 #include "Foundation/Log.h"
 
 #include <cerrno>
@@ -11,11 +12,34 @@
 
 namespace example
 {
+namespace
+{
+
+void showNoFailureLines()
+{
+    qmx::setFailureLineHandler([](OSStatus, const std::string&) {});
+}
+
+} // namespace
+
+FailureWatch::FailureWatch()
+{
+    qmx::setFailureLineHandler([this](OSStatus status, const std::string&) {
+        if (firstStatus_ == noErr)
+            firstStatus_ = status;
+    });
+}
+
+FailureWatch::~FailureWatch()
+{
+    showNoFailureLines();
+}
 
 int runProgram(const char* programName, int (*body)(int, char**), int argumentCount, char** arguments)
 {
     std::signal(SIGPIPE, SIG_IGN); // a closed pipe is a failed write like any other
     qmx::setLogHandler([](qmx::LogLevel, const std::string&) {});
+    showNoFailureLines();
     try {
         return body(argumentCount, arguments);
     } catch (const Failure& failure) {

@@ -2,6 +2,8 @@
 // How the example programs end early: thrown with the one line that standard error gets, and the exit status.
 #pragma once
 
+#include "CoreAudioTypes/MacTypes.h"
+
 #include <string>
 
 namespace example
@@ -12,10 +14,26 @@ struct Failure {
     int exitStatus = 1;
 };
 
-/// Runs `body` and gives its exit status. A Failure is printed as one line after the program's name. Log lines of the library
-/// are not shown.
+/// Runs `body` and gives its exit status. A Failure is printed as one line after the program's name. Log lines and failure lines of
+/// the library are not shown.
 int runProgram(const char* programName, int (*body)(int argumentCount, char** arguments), int argumentCount,
                char** arguments);
+
+/// Keeps the first status that a failing step of the library tells while it lives. One at a time.
+class FailureWatch
+{
+public:
+    FailureWatch();
+    ~FailureWatch();
+    FailureWatch(const FailureWatch&) = delete;
+    FailureWatch& operator=(const FailureWatch&) = delete;
+
+    /// 0 when no step failed.
+    OSStatus firstStatus() const { return firstStatus_; }
+
+private:
+    OSStatus firstStatus_ = noErr;
+};
 
 /// Writes `text` to standard output, all of it; a Failure when that is not possible.
 void printAll(const std::string& text);

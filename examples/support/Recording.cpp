@@ -2,10 +2,11 @@
 #include "support/Recording.h"
 
 #include "AudioToolbox/AudioFile.h"
+#include "FileRelated/QMXExtAudioFile.h"
 #include "Formats/QMXAudioStreamBasicDescription.h"
-#include "Foundation/Format.h"
 #include "Processing/QMXAudioConverter.h"
 #include "support/Failure.h"
+#include "support/StatusText.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -34,22 +35,6 @@ std::string systemObjection(const std::string& path)
     return status.st_size == 0 ? "the file is empty" : "";
 }
 
-std::string textOf(OSStatus status)
-{
-    switch (status) {
-    case kAudioFileUnsupportedFileTypeError:
-        return "not an audio file of a type that can be read";
-    case kAudioFileInvalidFileError:
-    case kAudioFileInvalidChunkError:
-    case eofErr:
-        return "the header is damaged or cut short";
-    case kAudioFileUnsupportedDataFormatError:
-        return "the coding of its samples is not known";
-    default:
-        return qmx::format("the audio file service gives status %d", status);
-    }
-}
-
 std::string whyNotOpened(const std::string& path)
 {
     FSRef reference;
@@ -58,7 +43,7 @@ std::string whyNotOpened(const std::string& path)
     if (status == noErr)
         status = AudioFileOpen(&reference, fsRdPerm, 0, &file);
     if (status != noErr)
-        return textOf(status);
+        return statusText(status);
     AudioFileClose(file);
     return "its format could not be read";
 }
@@ -89,6 +74,16 @@ std::shared_ptr<QMXAudioFile> openRecording(const std::string& path)
     if (frameCount(*file) == 0)
         throw Failure{path + ": holds no audio"};
     return file;
+}
+
+AudioStreamBasicDescription formatOfReadable(const std::string& path)
+{
+    if (const std::string objection = systemObjection(path); !objection.empty())
+        throw Failure{path + ": " + objection};
+    const auto file = QMXExtAudioFile::initForReading(path);
+    if (const OSStatus status = file->open(); status != noErr)
+        throw Failure{path + ": " + statusText(status)};
+    return *file->fileStreamFormat();
 }
 
 UInt64 frameCount(QMXAudioFile& file)

@@ -16,6 +16,9 @@ namespace example
 /// a coding that cannot be read.
 std::shared_ptr<QMXAudioFile> openRecording(const std::string& path);
 
+/// The data format of a file of any coding, linear or compressed. A Failure that says what is wrong when it cannot be read.
+AudioStreamBasicDescription formatOfReadable(const std::string& path);
+
 /// Whole frames of the file, beyond the 32 bits of QMXAudioFile::lengthInFrames too.
 UInt64 frameCount(QMXAudioFile& file);
 

@@ -38,6 +38,8 @@ StoreJob::StoreJob(const CommandLine& line, const std::string& path)
     if (jobs > 1)
         throw Failure{"--list, --history, --repair and storing do not go together", usageError};
     const auto output = line.text("--output");
+    if (line.has("--export") && (edits() || history_ || repairs_) && !stores_)
+        throw Failure{"--export goes with dividing or with --list", usageError};
     if (output && !stores_ && !edits() && !repairs_)
         throw Failure{"--output needs --store or --repair", usageError};
     if (!coverPath_.empty())
@@ -60,12 +62,15 @@ Record StoreJob::kept() const
     return record;
 }
 
-void StoreJob::run() const
+QMXTrackAndProcessingInfo::TrackList StoreJob::run() const
 {
     if (repairs_) {
         printAll(path_ + ": " + repairRecording(path_) + "\n");
     } else if (lists_) {
-        printAll(trackLines(*kept()));
+        const Record record = kept();
+        printAll(trackLines(*record));
+        if (record->trackInfos())
+            return *record->trackInfos();
     } else if (history_) {
         printAll(historyLines(*kept()));
     } else {
@@ -75,15 +80,16 @@ void StoreJob::run() const
         edit(*record->trackInfos());
         store(record);
     }
+    return {};
 }
 
-void StoreJob::finish(const QMXTrackAndProcessingInfo::TrackList& tracks) const
+QMXTrackAndProcessingInfo::TrackList StoreJob::finish(const QMXTrackAndProcessingInfo::TrackList& tracks) const
 {
     const Record found = QMXTrackAndProcessingInfo::init();
     found->addTrackInfoForAllTracks(tracks);
     if (!stores_) {
         printAll(trackLines(*found));
-        return;
+        return tracks;
     }
     edit(*found->trackInfos());
     Record record = readRecord(path_, force_);
@@ -92,6 +98,7 @@ void StoreJob::finish(const QMXTrackAndProcessingInfo::TrackList& tracks) const
     record->clearTrackInfos();
     record->addTrackInfoForAllTracks(*found->trackInfos());
     store(record);
+    return *found->trackInfos();
 }
 
 void StoreJob::edit(QMXTrackAndProcessingInfo::TrackList& tracks) const

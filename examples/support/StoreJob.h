@@ -22,10 +22,10 @@ public:
     const std::string& path() const { return path_; }
     /// Whether the recording is to be divided, after which `finish` is called; otherwise `run` does it all.
     bool divides() const { return stores_ || !(lists_ || history_ || repairs_ || edits()); }
-    /// Lists, repairs, or changes the tracks that are kept.
-    void run() const;
-    /// Prints the tracks found, and stores them if asked for.
-    void finish(const QMXTrackAndProcessingInfo::TrackList& tracks) const;
+    /// Lists, repairs, or changes the tracks that are kept. Gives those that it listed.
+    QMXTrackAndProcessingInfo::TrackList run() const;
+    /// Prints the tracks found, and stores them if asked for. Gives them as they are then.
+    QMXTrackAndProcessingInfo::TrackList finish(const QMXTrackAndProcessingInfo::TrackList& tracks) const;
 
 private:
     bool edits() const { return !titles_.empty() || artist_ || album_ || !coverPath_.empty(); }

@@ -118,6 +118,16 @@ void storeRecord(const std::string& path, const Record& record)
         throw Failure{path + ": the tracks did not arrive in the file" + reason};
 }
 
+void storeProcessingRange(const std::string& path, std::shared_ptr<QMXAudioProcessingRangeInfo> range)
+{
+    Record record = readRecord(path, false);
+    if (!record)
+        record = QMXTrackAndProcessingInfo::init();
+    record->addAudioProcessingInfo(std::move(range));
+    record->setFileHasBeenProcessed(true);
+    storeRecord(path, record);
+}
+
 std::string repairRecording(const std::string& path)
 {
     checkIsAIFF(path);

@@ -32,6 +32,9 @@ void copyRecording(const std::string& from, const std::string& to);
 /// The encoded bytes of a picture file; a Failure when it is no JPEG, PNG, GIF, BMP or TIFF.
 std::shared_ptr<qmx::Image> readCover(const std::string& path);
 
+/// Adds a processing range to the record in the file, which keeps all else.
+void storeProcessingRange(const std::string& path, std::shared_ptr<QMXAudioProcessingRangeInfo> range);
+
 /// One line a track: first frame, frame past the last, title.
 std::string trackLines(const QMXTrackAndProcessingInfo& record);
 /// One line a processing range: first frame, frame past the last, name, settings.

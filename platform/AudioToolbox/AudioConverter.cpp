@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "AudioToolbox/AudioConverter.h"
 
-#include "AudioToolbox/Conversion/Converter.h"
+#include "AudioToolbox/Codings/CodingFacts.h"
+#include "AudioToolbox/Conversion/CodedConverter.h"
+#include "CoreAudioTypes/AudioChannelLayout.h"
 
 #include <algorithm>
 #include <cstring>
@@ -9,7 +11,20 @@
 #include <vector>
 
 struct OpaqueAudioConverter {
-    std::unique_ptr<qmx::Converter> engine;
+    std::unique_ptr<qmx::Converter> plain;            // one of the two
+    std::unique_ptr<qmx::CodedConverter> coded;       // where a side is compressed
+    std::vector<std::byte> inputLayout, outputLayout; // as they were set
+
+    /// The conversion of linear samples, which both kinds have.
+    qmx::Converter& linear() { return plain ? *plain : coded->linear(); }
+    qmx::PacketEncoder* encoder() { return coded ? coded->encoder() : nullptr; }
+    const AudioStreamBasicDescription& source() { return coded ? coded->source() : plain->source(); }
+    const AudioStreamBasicDescription& target() { return coded ? coded->target() : plain->target(); }
+    /// Whether the record is the compressed side's.
+    bool isCompressed(const AudioStreamBasicDescription& side) const
+    {
+        return coded && side.mFormatID != kAudioFormatLinearPCM && side.mBytesPerFrame == 0;
+    }
 };
 
 namespace
@@ -20,25 +35,65 @@ struct PropertyShape {
     bool isWritable;
 };
 
-std::optional<PropertyShape> shapeOf(const qmx::Converter& converter, AudioConverterPropertyID property)
+std::vector<AudioValueRange> bitRatesOf(const qmx::PacketEncoder& encoder, bool anyRate)
+{
+    const auto& target = encoder.target();
+    std::vector<AudioValueRange> ranges;
+    for (const UInt32 rate : qmx::encodeBitRates(target.mFormatID, anyRate ? 0 : target.mSampleRate,
+                                                 anyRate ? 0 : target.mChannelsPerFrame))
+        ranges.push_back({static_cast<Float64>(rate), static_cast<Float64>(rate)});
+    return ranges;
+}
+
+// What only converters of compressed formats have.
+std::optional<PropertyShape> codedShapeOf(OpaqueAudioConverter& converter, AudioConverterPropertyID property)
+{
+    const qmx::PacketEncoder* const encoder = converter.encoder();
+    switch (property) {
+    case kAudioConverterDecompressionMagicCookie:
+        return encoder ? std::nullopt : std::optional(PropertyShape{0, true});
+    case kAudioConverterCompressionMagicCookie:
+        if (!encoder || encoder->cookie().empty())
+            return std::nullopt;
+        return PropertyShape{static_cast<UInt32>(encoder->cookie().size()), false};
+    case kAudioConverterEncodeBitRate:
+        return encoder && encoder->bitRate() > 0 ? std::optional(PropertyShape{sizeof(UInt32), true}) : std::nullopt;
+    case kAudioConverterApplicableEncodeBitRates:
+    case kAudioConverterAvailableEncodeBitRates: {
+        if (!encoder || encoder->bitRate() == 0)
+            return std::nullopt;
+        const auto ranges = bitRatesOf(*encoder, property == kAudioConverterAvailableEncodeBitRates);
+        return PropertyShape{static_cast<UInt32>(ranges.size() * sizeof(AudioValueRange)), false};
+    }
+    default:
+        return std::nullopt;
+    }
+}
+
+std::optional<PropertyShape> shapeOf(OpaqueAudioConverter& converter, AudioConverterPropertyID property)
 {
     switch (property) {
+    case kAudioConverterPropertyCalculateInputBufferSize:
+    case kAudioConverterPropertyCalculateOutputBufferSize:
+        if (converter.coded) // packets have no size that follows from their number
+            return std::nullopt;
+        [[fallthrough]];
     case kAudioConverterPropertyMinimumInputBufferSize:
     case kAudioConverterPropertyMinimumOutputBufferSize:
     case kAudioConverterPropertyMaximumInputPacketSize:
     case kAudioConverterPropertyMaximumOutputPacketSize:
-    case kAudioConverterPropertyCalculateInputBufferSize:
-    case kAudioConverterPropertyCalculateOutputBufferSize:
         return PropertyShape{sizeof(UInt32), false};
     case kAudioConverterSampleRateConverterQuality:
         return PropertyShape{sizeof(UInt32), true};
+    case kAudioConverterPrimeInfo:
+        return PropertyShape{sizeof(AudioConverterPrimeInfo), converter.coded && !converter.encoder()};
     case kAudioConverterChannelMap:
         return PropertyShape{static_cast<UInt32>(converter.target().mChannelsPerFrame * sizeof(SInt32)), true};
     case kAudioConverterCurrentInputStreamDescription:
     case kAudioConverterCurrentOutputStreamDescription:
         return PropertyShape{sizeof(AudioStreamBasicDescription), false};
     default:
-        return std::nullopt;
+        return converter.coded ? codedShapeOf(converter, property) : std::nullopt;
     }
 }
 
@@ -72,6 +127,25 @@ OSStatus answerChannelMap(const qmx::Converter& converter, void* value)
     return noErr;
 }
 
+template <class T> OSStatus answerAll(void* value, const std::vector<T>& result)
+{
+    if (!result.empty())
+        std::memcpy(value, result.data(), result.size() * sizeof(T));
+    return noErr;
+}
+
+// The largest packet that a converter takes or gives: of linear samples a frame, of packets that it takes what any may have.
+UInt32 inputPacketSize(OpaqueAudioConverter& converter)
+{
+    constexpr UInt32 largestPacket = 1 << 20;
+    return converter.isCompressed(converter.source()) ? largestPacket : converter.linear().sourceFrameBytes();
+}
+
+UInt32 outputPacketSize(OpaqueAudioConverter& converter)
+{
+    return converter.coded ? converter.coded->maximumPacketSize() : converter.plain->targetFrameBytes();
+}
+
 OSStatus setQuality(qmx::Converter& converter, const void* value)
 {
     UInt32 quality = 0;
@@ -89,6 +163,51 @@ OSStatus setChannelMap(qmx::Converter& converter, const void* value)
     return converter.setChannelMap(map) ? noErr : kAudio_ParamError;
 }
 
+OSStatus setPrimeInfo(qmx::CodedConverter& converter, const void* value)
+{
+    AudioConverterPrimeInfo info;
+    std::memcpy(&info, value, sizeof info);
+    return converter.setPrimeInfo(info);
+}
+
+OSStatus setBitRate(qmx::PacketEncoder& encoder, const void* value)
+{
+    UInt32 rate = 0;
+    std::memcpy(&rate, value, sizeof rate);
+    return encoder.setBitRate(rate) ? noErr : kAudio_ParamError;
+}
+
+bool isLayout(AudioConverterPropertyID property)
+{
+    return property == kAudioConverterInputChannelLayout || property == kAudioConverterOutputChannelLayout;
+}
+
+std::vector<std::byte>& layoutOf(OpaqueAudioConverter& converter, AudioConverterPropertyID property)
+{
+    return property == kAudioConverterInputChannelLayout ? converter.inputLayout : converter.outputLayout;
+}
+
+OSStatus answerLayout(const std::vector<std::byte>& layout, UInt32& size, void* value)
+{
+    if (layout.empty())
+        return kAudioConverterErr_PropertyNotSupported;
+    if (size < layout.size())
+        return kAudioConverterErr_BadPropertySizeError;
+    size = static_cast<UInt32>(layout.size());
+    std::memcpy(value, layout.data(), layout.size());
+    return noErr;
+}
+
+OSStatus setLayout(OpaqueAudioConverter& converter, AudioConverterPropertyID property, UInt32 size, const void* value)
+{
+    if (size < offsetof(AudioChannelLayout, mChannelDescriptions))
+        return kAudioConverterErr_BadPropertySizeError;
+    const auto* const bytes = static_cast<const std::byte*>(value);
+    layoutOf(converter, property).assign(bytes, bytes + size);
+    converter.linear().setLayouts(converter.inputLayout, converter.outputLayout);
+    return noErr;
+}
+
 } // namespace
 
 OSStatus AudioConverterNew(const AudioStreamBasicDescription* source, const AudioStreamBasicDescription* destination,
@@ -99,10 +218,11 @@ OSStatus AudioConverterNew(const AudioStreamBasicDescription* source, const Audi
     *converter = nullptr;
     if (!source || !destination)
         return kAudio_ParamError;
-    auto engine = qmx::Converter::between(*source, *destination);
-    if (!engine)
+    auto plain = qmx::Converter::between(*source, *destination);
+    auto coded = plain ? nullptr : qmx::CodedConverter::between(*source, *destination);
+    if (!plain && !coded)
         return kAudioConverterErr_FormatNotSupported;
-    *converter = new OpaqueAudioConverter{std::move(engine)};
+    *converter = new OpaqueAudioConverter{std::move(plain), std::move(coded), {}, {}};
     return noErr;
 }
 
@@ -118,7 +238,10 @@ OSStatus AudioConverterReset(AudioConverterRef converter)
 {
     if (!converter)
         return kAudio_ParamError;
-    converter->engine->reset();
+    if (converter->coded)
+        converter->coded->reset();
+    else
+        converter->plain->reset();
     return noErr;
 }
 
@@ -127,7 +250,9 @@ OSStatus AudioConverterGetPropertyInfo(AudioConverterRef converter, AudioConvert
 {
     if (!converter)
         return kAudio_ParamError;
-    const auto shape = shapeOf(*converter->engine, property);
+    auto shape = shapeOf(*converter, property);
+    if (isLayout(property))
+        shape = {static_cast<UInt32>(layoutOf(*converter, property).size()), true};
     if (!shape)
         return kAudioConverterErr_PropertyNotSupported;
     if (size)
@@ -142,9 +267,10 @@ OSStatus AudioConverterGetProperty(AudioConverterRef converter, AudioConverterPr
 {
     if (!converter || !size || !value)
         return kAudio_ParamError;
-    const qmx::Converter& engine = *converter->engine;
-    const auto shape = shapeOf(engine, property);
-    if (!shape)
+    if (isLayout(property))
+        return answerLayout(layoutOf(*converter, property), *size, value);
+    const auto shape = shapeOf(*converter, property);
+    if (!shape || (property == kAudioConverterDecompressionMagicCookie))
         return kAudioConverterErr_PropertyNotSupported;
     if (*size < shape->size)
         return kAudioConverterErr_BadPropertySizeError;
@@ -152,22 +278,31 @@ OSStatus AudioConverterGetProperty(AudioConverterRef converter, AudioConverterPr
     switch (property) {
     case kAudioConverterPropertyMinimumInputBufferSize:
     case kAudioConverterPropertyMaximumInputPacketSize:
-        return answer(value, engine.sourceFrameBytes());
+        return answer(value, inputPacketSize(*converter));
     case kAudioConverterPropertyMinimumOutputBufferSize:
     case kAudioConverterPropertyMaximumOutputPacketSize:
-        return answer(value, engine.targetFrameBytes());
+        return answer(value, outputPacketSize(*converter));
     case kAudioConverterPropertyCalculateInputBufferSize:
-        return answerInputSize(engine, value);
+        return answerInputSize(*converter->plain, value);
     case kAudioConverterPropertyCalculateOutputBufferSize:
-        return answerOutputSize(engine, value);
+        return answerOutputSize(*converter->plain, value);
     case kAudioConverterSampleRateConverterQuality:
-        return answer(value, engine.quality());
+        return answer(value, converter->linear().quality());
+    case kAudioConverterPrimeInfo:
+        return answer(value, converter->coded ? converter->coded->primeInfo() : AudioConverterPrimeInfo{});
+    case kAudioConverterCompressionMagicCookie:
+        return answerAll(value, converter->encoder()->cookie());
+    case kAudioConverterEncodeBitRate:
+        return answer(value, converter->encoder()->bitRate());
+    case kAudioConverterApplicableEncodeBitRates:
+    case kAudioConverterAvailableEncodeBitRates:
+        return answerAll(value, bitRatesOf(*converter->encoder(), property == kAudioConverterAvailableEncodeBitRates));
     case kAudioConverterChannelMap:
-        return answerChannelMap(engine, value);
+        return answerChannelMap(converter->linear(), value);
     case kAudioConverterCurrentInputStreamDescription:
-        return answer(value, engine.source());
+        return answer(value, converter->source());
     default:
-        return answer(value, engine.target());
+        return answer(value, converter->target());
     }
 }
 
@@ -176,15 +311,27 @@ OSStatus AudioConverterSetProperty(AudioConverterRef converter, AudioConverterPr
 {
     if (!converter || !value)
         return kAudio_ParamError;
-    const auto shape = shapeOf(*converter->engine, property);
+    if (isLayout(property))
+        return setLayout(*converter, property, size, value);
+    const auto shape = shapeOf(*converter, property);
     if (!shape)
         return kAudioConverterErr_PropertyNotSupported;
     if (!shape->isWritable)
         return kAudioConverterErr_OperationNotSupported;
+    if (property == kAudioConverterDecompressionMagicCookie)
+        return converter->coded->setCookie({static_cast<const UInt8*>(value), size}) ? noErr : kAudio_ParamError;
     if (size != shape->size)
         return kAudioConverterErr_BadPropertySizeError;
-    return property == kAudioConverterChannelMap ? setChannelMap(*converter->engine, value)
-                                                 : setQuality(*converter->engine, value);
+    switch (property) {
+    case kAudioConverterChannelMap:
+        return setChannelMap(converter->linear(), value);
+    case kAudioConverterPrimeInfo:
+        return setPrimeInfo(*converter->coded, value);
+    case kAudioConverterEncodeBitRate:
+        return setBitRate(*converter->encoder(), value);
+    default:
+        return setQuality(converter->linear(), value);
+    }
 }
 
 OSStatus AudioConverterConvertBuffer(AudioConverterRef converter, UInt32 inputSize, const void* input,
@@ -192,15 +339,19 @@ OSStatus AudioConverterConvertBuffer(AudioConverterRef converter, UInt32 inputSi
 {
     if (!converter || (!input && inputSize > 0) || !outputSize || !output)
         return kAudio_ParamError;
-    return converter->engine->convertBuffer({static_cast<const std::byte*>(input), inputSize},
-                                            static_cast<std::byte*>(output), *outputSize);
+    if (!converter->plain)
+        return kAudioConverterErr_OperationNotSupported;
+    return converter->plain->convertBuffer({static_cast<const std::byte*>(input), inputSize},
+                                           static_cast<std::byte*>(output), *outputSize);
 }
 
 OSStatus AudioConverterFillComplexBuffer(AudioConverterRef converter, AudioConverterComplexInputDataProc inputProc,
                                          void* userData, UInt32* packetCount, AudioBufferList* output,
-                                         AudioStreamPacketDescription*)
+                                         AudioStreamPacketDescription* packetDescriptions)
 {
     if (!converter || !inputProc || !packetCount || !output)
         return kAudio_ParamError;
-    return converter->engine->fill({inputProc, converter, userData}, *packetCount, *output);
+    const qmx::Converter::InputSource input{inputProc, converter, userData};
+    return converter->coded ? converter->coded->fill(input, *packetCount, *output, packetDescriptions)
+                            : converter->plain->fill(input, *packetCount, *output);
 }

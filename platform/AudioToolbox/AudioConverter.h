@@ -2,6 +2,27 @@
 // The converter service: audio data from one format to another. One thread at a time per converter.
 //
 // Non-interleaved data in one contiguous buffer lie channel after channel, and their sizes count all channels.
+//
+// Compressed formats (AAC, ALAC, FLAC, MP3) go to and from linear PCM of any layout, rate and channel count by
+// AudioConverterFillComplexBuffer; AudioConverterConvertBuffer answers 'op??' for them. Of the compressed format's record the coding, rate
+// and channels count (for ALAC and FLAC the flags too: the bits of the source, kAppleLosslessFormatFlag_...); the current stream
+// descriptions ('acid', 'acod') tell it complete. Channels are in the order of WAVE files: L R C LFE Ls Rs ...
+//
+// Decoding. Set kAudioConverterDecompressionMagicCookie to the file's cookie first, where it has one. The input procedure gives packets
+// in one buffer and their descriptions. Each packet becomes exactly `mFramesPerPacket` frames (those that its description tells
+// where that is 0): one that is cut short or damaged is completed with silence, so that what follows keeps its place. The
+// encoder's priming and remainder frames come out too, unless they are told:
+// kAudioConverterPrimeInfo set on a decoding converter makes it drop that many frames (of the compressed format) from the start of the
+// stream and from its end, before any rate conversion. It holds for this stream and each later one, and a stream begins after
+// AudioConverterReset and after the input's end. To read from frame f of a file: s = priming + f; first packet p =
+// max(0, s / mFramesPerPacket - roll distance); set the prime info to {s - p * mFramesPerPacket, remainder}; reset; give packets from p on
+// to the last: what comes is frame f and all that follow, to the last valid one. Before it is set it is {0, 0}.
+//
+// Encoding. kAudioConverterEncodeBitRate (bits a second) can be set before the first packet; out of range it takes the nearest that
+// is applicable. Packets come with descriptions ('!pkd' without room for them), each at most kAudioConverterPropertyMaximumOutputPacketSize
+// bytes: 'otsz' for a buffer that cannot hold the next one, which is kept. The end of the input drains the encoder. Then, and for
+// priming from the start on, kAudioConverterPrimeInfo tells the priming frames (leading) and the remainder frames (trailing) of the
+// packets; kAudioConverterCompressionMagicCookie is there from the start on and final after the drain.
 #pragma once
 
 #include "CoreAudioTypes/CoreAudioTypes.h"
@@ -64,6 +85,12 @@ inline constexpr OSStatus kAudioConverterErr_RequiresPacketDescriptionsError = q
 inline constexpr OSStatus kAudioConverterErr_InputSampleRateOutOfRange = qmx::statusCode("!isr");
 inline constexpr OSStatus kAudioConverterErr_OutputSampleRateOutOfRange = qmx::statusCode("!osr");
 
+/// The value of kAudioConverterPrimeInfo, in frames of the compressed format.
+struct AudioConverterPrimeInfo {
+    UInt32 leadingFrames = 0;
+    UInt32 trailingFrames = 0;
+};
+
 /// Makes a converter between two formats; 'fmt?' and a null `*converter` where that is not possible.
 QMX_EXPORT OSStatus AudioConverterNew(const AudioStreamBasicDescription* source,
                                       const AudioStreamBasicDescription* destination, AudioConverterRef* converter);
@@ -93,7 +120,8 @@ using AudioConverterComplexInputDataProc = OSStatus (*)(AudioConverterRef conver
                                                         void* userData);
 
 /// Pulls source data through `inputProc` until `*packetCount` output packets are made, the list's buffers are full, or the input
-/// ends; `*packetCount` and the buffers' byte sizes become what was made. The status of `inputProc` is passed on together with
+/// ends; `*packetCount` and the buffers' byte sizes become what was made. Compressed packets are put into the first buffer one behind the
+/// other, and described by `packetDescriptions` (room for `*packetCount`; null for linear PCM). The status of `inputProc` is passed on together with
 /// what was made before it.
 QMX_EXPORT OSStatus AudioConverterFillComplexBuffer(AudioConverterRef converter,
                                                     AudioConverterComplexInputDataProc inputProc, void* userData,

@@ -5,7 +5,6 @@
 #include "AudioToolbox/Containers/ContainerProperties.h"
 #include "AudioToolbox/Containers/ContainerTable.h"
 
-#include <array>
 #include <cerrno>
 #include <mutex>
 
@@ -49,13 +48,13 @@ SystemError openFile(const std::string& path, SInt8 permissions, std::unique_ptr
     return FileSystem::current().open(path, FileAccess::read, file);
 }
 
-OSStatus findKind(File& file, const ContainerKind*& kind)
+OSStatus findKind(File& file, const std::string& path, AudioFileTypeID hint, const ContainerKind*& kind)
 {
-    std::array<UInt8, qmx::recognitionBytes> head{};
-    const qmx::Transfer done = file.read(head.data(), head.size(), 0);
+    qmx::FileSigns signs{{}, path, hint};
+    const qmx::Transfer done = file.read(signs.head.data(), signs.head.size(), 0);
     if (done.error != 0)
         return qmx::statusForSystemError(done.error);
-    kind = qmx::kindForContents(head.data());
+    kind = qmx::kindForContents(signs);
     return kind ? noErr : kAudioFileUnsupportedFileTypeError;
 }
 
@@ -112,7 +111,7 @@ OSStatus transfer(AudioFileID file, bool OpaqueAudioFileID::*isAllowed, SInt64 s
 
 } // namespace
 
-OSStatus AudioFileOpen(const FSRef* reference, SInt8 permissions, AudioFileTypeID, AudioFileID* file)
+OSStatus AudioFileOpen(const FSRef* reference, SInt8 permissions, AudioFileTypeID typeHint, AudioFileID* file)
 {
     if (!file)
         return paramErr;
@@ -126,10 +125,11 @@ OSStatus AudioFileOpen(const FSRef* reference, SInt8 permissions, AudioFileTypeI
     if (const SystemError error = openFile(reference->path, permissions, opened, forWriting); error != 0)
         return qmx::statusForSystemError(error);
     const ContainerKind* kind = nullptr;
-    if (const OSStatus status = findKind(*opened, kind); !kind)
+    if (const OSStatus status = findKind(*opened, reference->path, typeHint, kind); !kind)
         return status;
     std::unique_ptr<Container> container;
-    if (const OSStatus status = kind->open(std::move(opened), forWriting, container); status != noErr)
+    if (const OSStatus status = kind->open({std::move(opened), reference->path}, forWriting, container);
+        status != noErr)
         return status;
     *file = handleFor(std::move(container), permissions != fsWrPerm, forWriting);
     return noErr;
@@ -154,7 +154,7 @@ OSStatus AudioFileCreate(const FSRef* parent, CFStringRef name, AudioFileTypeID 
     if (const SystemError error = FileSystem::current().open(path, FileAccess::createNew, created); error != 0)
         return qmx::statusForSystemError(error);
     std::unique_ptr<Container> container;
-    if (const OSStatus status = kind->create(std::move(created), *format, container); status != noErr) {
+    if (const OSStatus status = kind->create({std::move(created), path}, *format, container); status != noErr) {
         FileSystem::current().remove(path);
         return status;
     }
@@ -182,7 +182,7 @@ OSStatus AudioFileInitialize(const FSRef* reference, AudioFileTypeID type, const
         error != 0)
         return qmx::statusForSystemError(error);
     std::unique_ptr<Container> container;
-    if (const OSStatus status = kind->create(std::move(opened), *format, container); status != noErr)
+    if (const OSStatus status = kind->create({std::move(opened), reference->path}, *format, container); status != noErr)
         return status;
     *file = handleFor(std::move(container), true, true);
     return noErr;

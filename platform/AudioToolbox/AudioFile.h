@@ -2,8 +2,21 @@
 // The audio file service: audio files of any container by bytes and packets. A file that is damaged or hostile gives a
 // status, never a crash, a hang or a huge allocation. One thread at a time per file, but that reads and writes may come from
 // two threads.
+//
+// Compressed files. Packet 0 is the first that the encoder made, and a packet stands for `mFramesPerPacket` frames of the format
+// (0 there: for those that its description tells). The frames of all packets in a row are: priming frames, which the encoder needed to
+// start; the valid frames, which are the original's; remainder frames, which fill the last packet. The packet table
+// info tells the three. To read frame f of the original, decode from packet (priming + f) / frames per packet, minus the roll
+// distance of that packet, and drop what comes before (see kAudioConverterPrimeInfo).
+//
+// To write one: make the file; set the magic cookie and the packet table info (of it only the priming frames count yet) that the
+// encoder tells before the first packet; write packets one after the other, in order, with their descriptions; when the encoder is
+// drained set the cookie (FLAC adds its totals) and the whole packet table info; close. Without packet table info priming and
+// remainder are 0. Packets can be added in order only, to a file that was created or initialised by this handle: 'pck?' for another
+// start, 'op??' for another file. Bytes cannot be written: 'op??'.
 #pragma once
 
+#include "CoreAudioTypes/AudioChannelLayout.h"
 #include "CoreAudioTypes/CoreAudioTypes.h"
 #include "CoreServices/Files.h"
 #include "Foundation/CFString.h"
@@ -59,6 +72,7 @@ inline constexpr AudioFilePropertyID kAudioFilePropertyPacketToByte = qmx::fourC
 inline constexpr AudioFilePropertyID kAudioFilePropertyByteToPacket = qmx::fourCharCode("bypk");
 inline constexpr AudioFilePropertyID kAudioFilePropertyFormatList = qmx::fourCharCode("flst");
 inline constexpr AudioFilePropertyID kAudioFilePropertyPacketSizeUpperBound = qmx::fourCharCode("pkub");
+inline constexpr AudioFilePropertyID kAudioFilePropertyPacketToRollDistance = qmx::fourCharCode("pkrl");
 inline constexpr AudioFilePropertyID kAudioFilePropertyReserveDuration = qmx::fourCharCode("rsrv");
 inline constexpr AudioFilePropertyID kAudioFilePropertyEstimatedDuration = qmx::fourCharCode("edur");
 inline constexpr AudioFilePropertyID kAudioFilePropertyBitRate = qmx::fourCharCode("brat");
@@ -72,6 +86,21 @@ struct AudioFramePacketTranslation {
     SInt64 mFrame = 0;
     SInt64 mPacket = 0;
     UInt32 mFrameOffsetInPacket = 0;
+};
+
+/// The value of kAudioFilePropertyPacketTableInfo, which compressed files have ('pty?' for others). Can be set while the file is
+/// written.
+struct AudioFilePacketTableInfo {
+    SInt64 mNumberValidFrames = 0;
+    SInt32 mPrimingFrames = 0;
+    SInt32 mRemainderFrames = 0;
+};
+
+/// The value of kAudioFilePropertyPacketToRollDistance: for the packet asked for on entry, how many packets before it a decoder
+/// must be given so that this packet's frames come out exactly; 0 for codings whose packets stand alone.
+struct AudioPacketRollDistanceTranslation {
+    SInt64 mPacket = 0;
+    SInt64 mRollDistance = 0;
 };
 
 inline constexpr SInt8 fsCurPerm = 0;
@@ -131,13 +160,15 @@ QMX_EXPORT OSStatus AudioFileReadBytes(AudioFileID file, Boolean useCache, SInt6
 QMX_EXPORT OSStatus AudioFileWriteBytes(AudioFileID file, Boolean useCache, SInt64 start, UInt32* byteCount,
                                         const void* buffer);
 
-/// Reads `*packetCount` packets from the packet `start`; `*byteCount` and `*packetCount` become what came. `descriptions` may be null for
-/// formats of constant packet size. The buffer must hold the packets at their largest.
+/// Reads `*packetCount` packets from the packet `start`; `*byteCount` and `*packetCount` become what came: status 0 and fewer at the
+/// end, -39 and none past it. `descriptions` (room for `*packetCount`) may be null for formats of constant packet size. The buffer must
+/// hold `*packetCount` packets of the file's maximum packet size.
 QMX_EXPORT OSStatus AudioFileReadPackets(AudioFileID file, Boolean useCache, UInt32* byteCount,
                                          AudioStreamPacketDescription* descriptions, SInt64 start, UInt32* packetCount,
                                          void* buffer);
 
-/// Writes `*packetCount` packets of together `byteCount` bytes at the packet `start`; `*packetCount` becomes what was written.
+/// Writes `*packetCount` packets of together `byteCount` bytes at the packet `start`; `*packetCount` becomes what was written. Packets of
+/// variable size need descriptions, whose offsets count from `buffer`.
 QMX_EXPORT OSStatus AudioFileWritePackets(AudioFileID file, Boolean useCache, UInt32 byteCount,
                                           const AudioStreamPacketDescription* descriptions, SInt64 start,
                                           UInt32* packetCount, const void* buffer);

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "AudioToolbox/AudioFormat.h"
 
+#include "AudioToolbox/Codings/CodingFacts.h"
+#include "AudioToolbox/Codings/PacketCoding.h"
 #include "AudioToolbox/Conversion/PcmLayout.h"
 #include "Foundation/CFString.h"
 
@@ -8,6 +10,7 @@
 #include <cstring>
 #include <iterator>
 #include <optional>
+#include <vector>
 
 namespace
 {
@@ -51,8 +54,13 @@ constexpr CodingFacts codings[] = {
     {kAudioFormatAMR_WB, "AMR Wide Band", 320, 0, true, false},
 };
 
-/// What the converter turns into linear PCM and back.
-constexpr AudioFormatID convertible[] = {kAudioFormatLinearPCM, kAudioFormatULaw, kAudioFormatALaw};
+/// What the converter turns into linear PCM, or back.
+std::vector<AudioFormatID> withSampleCodings(const std::vector<AudioFormatID>& compressed)
+{
+    std::vector<AudioFormatID> ids{kAudioFormatLinearPCM, kAudioFormatULaw, kAudioFormatALaw};
+    ids.insert(ids.end(), compressed.begin(), compressed.end());
+    return ids;
+}
 
 const CodingFacts* factsOf(AudioFormatID id)
 {
@@ -76,13 +84,58 @@ void complete(AudioStreamBasicDescription& record, const CodingFacts& facts)
 {
     if (facts.id == kAudioFormatLinearPCM)
         return completeLinear(record);
-    record.mFramesPerPacket = facts.framesPerPacket;
+    // low rates of MP3 have packets of half the length; where a coding leaves it open, what the caller says stays
+    const bool isHalved = facts.id == kAudioFormatMPEGLayer3 && record.mSampleRate > 0 && record.mSampleRate < 32000;
+    if (facts.framesPerPacket > 0)
+        record.mFramesPerPacket = facts.framesPerPacket / (isHalved ? 2 : 1);
     record.mBytesPerPacket = facts.packetBytesPerChannel * record.mChannelsPerFrame;
     record.mBytesPerFrame = facts.framesPerPacket == 1 ? record.mBytesPerPacket : 0;
     record.mBitsPerChannel = facts.framesPerPacket == 1 ? 8 : 0;
 }
 
-std::optional<UInt32> sizeOf(AudioFormatPropertyID property)
+/// Rates as the ranges they are told in.
+std::vector<AudioValueRange> rangesOf(const std::vector<UInt32>& rates)
+{
+    std::vector<AudioValueRange> ranges;
+    for (const UInt32 rate : rates)
+        ranges.push_back({static_cast<Float64>(rate), static_cast<Float64>(rate)});
+    return ranges;
+}
+
+/// Whether the property is a question about one format, whose record is its specifier.
+bool asksAboutFormat(AudioFormatPropertyID property)
+{
+    return property == kAudioFormatProperty_FormatIsVBR || property == kAudioFormatProperty_FormatIsExternallyFramed ||
+           property == kAudioFormatProperty_FormatName;
+}
+
+/// Questions whose specifier is a coding's code.
+bool asksAboutCoding(AudioFormatPropertyID property)
+{
+    return property == kAudioFormatProperty_AvailableEncodeBitRates;
+}
+
+template <class T> qmx::Bytes bytesOf(const std::vector<T>& values)
+{
+    const auto* const first = reinterpret_cast<const UInt8*>(values.data());
+    return {first, first + values.size() * sizeof(T)};
+}
+
+/// The properties that are lists.
+qmx::Bytes listOf(AudioFormatPropertyID property, const void* specifier)
+{
+    if (property == kAudioFormatProperty_EncodeFormatIDs)
+        return bytesOf(withSampleCodings(qmx::encodableCodings()));
+    if (property == kAudioFormatProperty_DecodeFormatIDs)
+        return bytesOf(withSampleCodings(qmx::decodableCodings()));
+    AudioFormatID coding = 0;
+    std::memcpy(&coding, specifier, sizeof coding);
+    const auto encodable = qmx::encodableCodings();
+    const bool isThere = std::ranges::find(encodable, coding) != encodable.end();
+    return isThere ? bytesOf(rangesOf(qmx::encodeBitRates(coding, 0, 0))) : qmx::Bytes();
+}
+
+std::optional<UInt32> sizeOf(AudioFormatPropertyID property, const void* specifier)
 {
     switch (property) {
     case kAudioFormatProperty_FormatInfo:
@@ -94,17 +147,11 @@ std::optional<UInt32> sizeOf(AudioFormatPropertyID property)
         return sizeof(CFStringRef);
     case kAudioFormatProperty_EncodeFormatIDs:
     case kAudioFormatProperty_DecodeFormatIDs:
-        return sizeof convertible;
+    case kAudioFormatProperty_AvailableEncodeBitRates:
+        return static_cast<UInt32>(listOf(property, specifier).size());
     default:
         return std::nullopt;
     }
-}
-
-/// Whether the property is a question about one format, whose record is its specifier.
-bool asksAboutFormat(AudioFormatPropertyID property)
-{
-    return property == kAudioFormatProperty_FormatIsVBR || property == kAudioFormatProperty_FormatIsExternallyFramed ||
-           property == kAudioFormatProperty_FormatName;
 }
 
 template <class T> OSStatus answer(void* value, const T& result)
@@ -142,7 +189,9 @@ OSStatus answerFormatInfo(void* value)
 OSStatus AudioFormatGetPropertyInfo(AudioFormatPropertyID property, UInt32 specifierSize, const void* specifier,
                                     UInt32* size)
 {
-    const auto needed = sizeOf(property);
+    if (asksAboutCoding(property) && (!specifier || specifierSize != sizeof(AudioFormatID)))
+        return kAudioFormatBadSpecifierSizeError;
+    const auto needed = sizeOf(property, specifier);
     if (!needed)
         return kAudioFormatUnsupportedPropertyError;
     if (!size)
@@ -167,5 +216,10 @@ OSStatus AudioFormatGetProperty(AudioFormatPropertyID property, UInt32 specifier
     *size = needed;
     if (property == kAudioFormatProperty_FormatInfo)
         return answerFormatInfo(value);
-    return asksAboutFormat(property) ? answerAboutFormat(property, specifier, value) : answer(value, convertible);
+    if (asksAboutFormat(property))
+        return answerAboutFormat(property, specifier, value);
+    const qmx::Bytes list = listOf(property, specifier);
+    if (!list.empty())
+        std::memcpy(value, list.data(), list.size());
+    return noErr;
 }

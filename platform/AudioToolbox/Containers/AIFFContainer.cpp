@@ -244,8 +244,9 @@ private:
     std::optional<SampleLayout> layout_;
 };
 
-template <AudioFileTypeID type> bool matches(const UInt8* head)
+template <AudioFileTypeID type> bool matches(const FileSigns& signs)
 {
+    const UInt8* const head = signs.head.data();
     return load32(head, ByteOrder::big) == formID && load32(head + 8, ByteOrder::big) == type;
 }
 
@@ -254,16 +255,15 @@ template <bool isAIFC> bool holds(const AudioStreamBasicDescription& format)
     return compressionFor(format, isAIFC) != nullptr;
 }
 
-OSStatus open(std::unique_ptr<File> file, bool forWriting, std::unique_ptr<Container>& container)
+OSStatus open(PlacedFile placed, bool forWriting, std::unique_ptr<Container>& container)
 {
-    return loadContainer<AIFFContainer>(std::move(file), forWriting, container);
+    return loadContainer<AIFFContainer>(std::move(placed.file), forWriting, container);
 }
 
 template <bool isAIFC>
-OSStatus create(std::unique_ptr<File> file, const AudioStreamBasicDescription& format,
-                std::unique_ptr<Container>& container)
+OSStatus create(PlacedFile placed, const AudioStreamBasicDescription& format, std::unique_ptr<Container>& container)
 {
-    return createContainer<AIFFContainer>(std::move(file), headerFor(format, isAIFC), container);
+    return createContainer<AIFFContainer>(std::move(placed.file), headerFor(format, isAIFC), container);
 }
 
 } // namespace

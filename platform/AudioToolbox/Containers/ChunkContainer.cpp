@@ -12,7 +12,6 @@ namespace qmx
 namespace
 {
 
-constexpr UInt64 formHeaderBytes = 12;
 constexpr UInt64 unknownFormEnd = UInt64{std::numeric_limits<UInt32>::max()} + chunkHeaderBytes;
 constexpr UInt64 blockBytes = 4096; // the header follows after this much was added
 
@@ -25,9 +24,9 @@ UInt64 ChunkContainer::byteCount() const
 
 std::vector<UInt32> ChunkContainer::chunkIDs()
 {
-    ChunkReader reader(file_, order_);
+    ChunkReader reader = this->reader();
     std::vector<UInt32> ids;
-    auto chunk = reader.at(formHeaderBytes);
+    auto chunk = reader.at(shape_.formHeaderBytes);
     while (chunk && chunk->position < written_.formEnd && ids.size() < mostChunks) {
         ids.push_back(chunk->id);
         if (chunk->position == audio_.chunk)
@@ -46,7 +45,7 @@ OSStatus ChunkContainer::readChunk(const Chunk& chunk, std::size_t largest, Byte
 
 bool ChunkContainer::isChunkAt(UInt64 position)
 {
-    ChunkReader reader(file_, order_);
+    ChunkReader reader = this->reader();
     const auto chunk = reader.at(position);
     return chunk && reader.fits(*chunk);
 }
@@ -63,7 +62,7 @@ OSStatus ChunkContainer::load(bool forWriting)
     bool changed = false;
     if (const OSStatus status = file_.refreshLength(changed); status != noErr)
         return status;
-    std::array<UInt8, formHeaderBytes> header{};
+    Bytes header(static_cast<std::size_t>(shape_.formHeaderBytes));
     if (const OSStatus status = file_.readAll(0, header); status != noErr)
         return status;
     declaredEnd_ = readFormHeader(header.data());
@@ -78,12 +77,13 @@ OSStatus ChunkContainer::load(bool forWriting)
 
 OSStatus ChunkContainer::walk()
 {
-    ChunkReader reader(file_, order_);
-    auto chunk = reader.at(formHeaderBytes);
-    Chunk last{0, 0, formHeaderBytes - chunkHeaderBytes}; // the form's header, as if it were a chunk before the first
+    ChunkReader reader = this->reader();
+    auto chunk = reader.at(shape_.formHeaderBytes);
+    Chunk last{0, 0,
+               shape_.formHeaderBytes - chunkHeaderBytes}; // the form's header, as if it were a chunk before the first
     bool endsAtDeclared = true;
     const auto formEnd = [&] { // the walk goes to the end of the file where the form does not tell its size
-        const bool known = declaredEnd_ >= formHeaderBytes && declaredEnd_ != unknownFormEnd && endsAtDeclared;
+        const bool known = declaredEnd_ >= shape_.formHeaderBytes && declaredEnd_ != unknownFormEnd && endsAtDeclared;
         return known ? std::min(declaredEnd_, fileLength()) : fileLength();
     };
     for (int count = 0; chunk && count < mostChunks; ++count) {
@@ -103,7 +103,7 @@ OSStatus ChunkContainer::walk()
         last = *chunk;
         chunk = reader.after(last);
     }
-    const bool endsInForm = last.paddedEnd() + chunkHeaderBytes <= formEnd();
+    const bool endsInForm = last.paddedEnd() + headerBytes() <= formEnd();
     const bool formIsKnown = formEnd() != fileLength() || declaredEnd_ == fileLength();
     endWalk(last, endsInForm && formIsKnown, formEnd());
     return noErr;

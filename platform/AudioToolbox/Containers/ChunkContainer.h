@@ -4,13 +4,12 @@
 #include "AudioToolbox/Containers/ChunkReader.h"
 #include "AudioToolbox/Containers/Container.h"
 
-#include <array>
 #include <optional>
 
 namespace qmx
 {
 
-/// A container that is one form of chunks (12 bytes of header, then chunks) with the audio data in one of them. Knows how
+/// A container that is one form of chunks (a header, then chunks) with the audio data in one of them. Knows how
 /// to load it, and how to write it so that a process killed at any moment leaves a file that opens with all that
 /// was acknowledged, and with every other chunk. A derived class supplies the byte order, the headers and the sizes they hold.
 ///
@@ -19,7 +18,7 @@ namespace qmx
 ///     ... | audio chunk | filler | chunks behind | end of form | bytes behind the form
 ///                       ^room_.begin ^room_.end
 ///
-/// and no chunk moves while the audio grows into the filler. The first 8 bytes of the filler are its header, on which every
+/// and no chunk moves while the audio grows into the filler. The first 8 bytes of the filler (12 with 64-bit sizes) are its header, on which every
 /// reader's walk depends; audio that belongs there is held in memory until the audio chunk's size covers them.
 class ChunkContainer : public Container
 {
@@ -45,9 +44,12 @@ protected:
         UInt64 audioBytes = 0;
     };
 
-    ChunkContainer(std::unique_ptr<File> file, FourCharCode filler) : file_(std::move(file)), filler_(filler) {}
+    ChunkContainer(std::unique_ptr<File> file, FourCharCode filler, ChunkShape shape = {})
+        : file_(std::move(file)), filler_(filler), shape_(shape)
+    {
+    }
 
-    /// Takes the 12 bytes that open the form and answers where it says that it ends; 0 and absurd ends are fine.
+    /// Takes the bytes that open the form and answers where it says that it ends; 0 and absurd ends are fine.
     virtual UInt64 readFormHeader(const UInt8* header) = 0;
     /// Takes what is of interest in a chunk; called once for each in file order. May correct the chunk's size.
     virtual OSStatus visit(Chunk& chunk) = 0;
@@ -85,7 +87,7 @@ private:
     };
     struct Held {
         UInt64 position = 0;
-        std::array<UInt8, chunkHeaderBytes> bytes{};
+        Bytes bytes;
     };
 
     // Loading (ChunkContainer.cpp)
@@ -96,7 +98,9 @@ private:
 
     // Sizes and growth (ChunkContainerGrowth.cpp)
     bool hasChunksBehind() const { return room_.begin < written_.formEnd; }
-    UInt64 padded(UInt64 end) const { return end + ((end - audio_.chunk) & 1); }
+    UInt64 headerBytes() const { return shape_.headerBytes(); }
+    ChunkReader reader() { return {file_, order_, shape_}; }
+    UInt64 padded(UInt64 end) const { return audio_.chunk + shape_.padded(end - audio_.chunk); }
     Bytes fillerHeader(UInt64 position, UInt64 end) const;
     Transfer store(UInt64 position, const UInt8* data, std::size_t size);
     OSStatus prepareGrowth(UInt64 start, UInt64 end);
@@ -118,6 +122,7 @@ private:
 
     ContainerFile file_;
     FourCharCode filler_;
+    ChunkShape shape_;
     struct {
         UInt64 chunk = 0; // position of the chunk's header
         UInt64 start = 0; // position of the first sample; 0: the file has no audio chunk

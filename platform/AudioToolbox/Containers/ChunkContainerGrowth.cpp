@@ -11,22 +11,15 @@ namespace qmx
 namespace
 {
 
-constexpr UInt64 largestChunk = std::numeric_limits<UInt32>::max();
 constexpr UInt64 largestRoom = UInt64{1} << 28;
-// kept free at the filler's end, so that its header can always be moved on
-constexpr UInt64 spareRoom = 3 * chunkHeaderBytes;
 constexpr std::size_t zeroBlock = std::size_t{1} << 16;
-
-UInt64 even(UInt64 value)
-{
-    return value + (value & 1);
-}
 
 } // namespace
 
 Bytes ChunkContainer::fillerHeader(UInt64 position, UInt64 end) const
 {
-    return ByteWriter(order_).code(filler_).u32(static_cast<UInt32>(end - position - chunkHeaderBytes)).bytes();
+    const UInt64 size = end - position - headerBytes();
+    return ByteWriter(order_).code(filler_).integer(size, shape_.sizeBytes, order_).bytes();
 }
 
 // Writes audio. What belongs where the filler's header stands is held back.
@@ -37,9 +30,9 @@ Transfer ChunkContainer::store(UInt64 position, const UInt8* data, std::size_t s
     std::size_t done = 0;
     while (done < size) {
         const UInt64 at = position + done;
-        if (at >= room_.begin && at < room_.begin + chunkHeaderBytes) {
+        if (at >= room_.begin && at < room_.begin + headerBytes()) {
             if (!held_)
-                held_ = Held{room_.begin, {}};
+                held_ = Held{room_.begin, Bytes(headerBytes())};
             held_->bytes[at - room_.begin] = data[done++];
             continue;
         }
@@ -75,11 +68,11 @@ OSStatus ChunkContainer::prepareGrowth(UInt64 start, UInt64 end)
 OSStatus ChunkContainer::addAudioChunk()
 {
     const Bytes chunk = emptyAudioChunk();
-    const UInt64 position = even(written_.formEnd);
+    const UInt64 position = shape_.padded(written_.formEnd);
     if (const OSStatus status = file_.writeAll(position, chunk); status != noErr)
         return status;
     const UInt64 end = position + chunk.size();
-    setAudioChunk({0, position, chunk.size() - chunkHeaderBytes}, end);
+    setAudioChunk({0, position, chunk.size() - headerBytes(), shape_}, end);
     room_ = {end, end};
     return writeFormEnd(end);
 }
@@ -148,7 +141,7 @@ OSStatus ChunkContainer::commitInRoom(UInt64 chunkEnd)
 {
     const UInt64 end = padded(chunkEnd);
     const bool grows = end > room_.begin;
-    if (grows && end < room_.begin + chunkHeaderBytes)
+    if (grows && end < room_.begin + headerBytes())
         return commitFewBytes(chunkEnd);
     if (grows) {
         const UInt8 zero = 0;
@@ -169,7 +162,7 @@ OSStatus ChunkContainer::commitFewBytes(UInt64 chunkEnd)
 {
     const UInt64 begin = room_.begin;
     const UInt64 end = padded(chunkEnd);
-    const UInt64 beyond = padded(begin + 2 * chunkHeaderBytes);
+    const UInt64 beyond = padded(begin + 2 * headerBytes());
     const Sizes before = written_;
     if (const OSStatus status = file_.writeAll(beyond, fillerHeader(beyond, room_.end)); status != noErr)
         return status;
@@ -210,7 +203,7 @@ OSStatus ChunkContainer::noticeOtherWriter()
     const bool hadChunksBehind = hasChunksBehind();
     const UInt64 audioEnd = padded(std::max(written_.audioChunkEnd, audio_.start + audio_.bytes));
     const UInt64 from = hadChunksBehind ? room_.end : std::max(room_.begin, audioEnd);
-    const UInt64 end = ChunkReader(file_, order_).endOfChain(from);
+    const UInt64 end = reader().endOfChain(from);
     if (end == from)
         return noErr;
     written_.formEnd = end;
@@ -228,7 +221,7 @@ OSStatus ChunkContainer::makeRoom(UInt64 end)
     if (room_.end >= written_.formEnd)
         return dropFiller();
     grewInFront_ = true;
-    const UInt64 needed = padded(end) + spareRoom;
+    const UInt64 needed = padded(end) + 3 * headerBytes(); // so that the filler's header can always be moved on
     return needed <= room_.end ? noErr : moveChunksBehind(needed);
 }
 
@@ -249,26 +242,29 @@ OSStatus ChunkContainer::moveChunksBehind(UInt64 lowest)
     const UInt64 oldEnd = written_.formEnd;
     const UInt64 oldLength = fileLength();
     const UInt64 bytes = oldEnd - room_.end;
-    lowest = even(std::max(lowest, std::max(oldLength, even(oldEnd)) + chunkHeaderBytes));
+    lowest = shape_.padded(std::max(lowest, std::max(oldLength, shape_.padded(oldEnd)) + headerBytes()));
     UInt64 target = lowest + nextRoom_;
     const Sizes grown{0, lowest, lowest - audio_.start};
     const auto fits = [&] {
-        const UInt64 formEnd = target + even(bytes);
-        return canHold({formEnd, grown.audioChunkEnd, grown.audioBytes}) && formEnd - room_.begin <= largestChunk;
+        const UInt64 formEnd = target + shape_.padded(bytes);
+        return canHold({formEnd, grown.audioChunkEnd, grown.audioBytes}) &&
+               formEnd - room_.begin <= shape_.largestSize();
     };
     if (!fits())
         target = lowest;
     if (!fits())
         return kAudioFileDoesNotAllow64BitDataSizeError;
 
-    OSStatus status = extendForm(target + even(bytes));
+    OSStatus status = extendForm(target + shape_.padded(bytes));
     if (status == noErr)
         status = file_.copy(room_.end, target, bytes);
     if (status == noErr)
         status = file_.replace(room_.begin, fillerHeader(room_.begin, target));
     if (status != noErr) {
+        bool changed = false;
+        file_.refreshLength(changed);
         if (oldLength > oldEnd)
-            file_.copy(target + even(bytes), oldEnd, oldLength - oldEnd);
+            file_.copy(target + shape_.padded(bytes), oldEnd, oldLength - oldEnd);
         if (writeFormEnd(oldEnd) == noErr && fileLength() > oldLength)
             file_.truncate(oldLength);
         return status;
@@ -279,22 +275,23 @@ OSStatus ChunkContainer::moveChunksBehind(UInt64 lowest)
     return noErr;
 }
 
-// Lets the form end at `formEnd`, with a filler behind its last chunk. Bytes behind the form stay behind it.
+// Lets the form end at `formEnd`, with a filler behind its last chunk. Bytes behind the form stay behind it. The room comes first:
+// where no form tells its size, a filler that the file cuts off would be taken for damage.
 OSStatus ChunkContainer::extendForm(UInt64 formEnd)
 {
     const UInt64 oldEnd = written_.formEnd;
     if (fileLength() > oldEnd)
         if (const OSStatus status = file_.copy(oldEnd, formEnd, fileLength() - oldEnd); status != noErr)
             return status;
-    const Bytes header = ByteWriter(order_)
-                             .zeros(static_cast<std::size_t>(even(oldEnd) - oldEnd))
-                             .append(fillerHeader(even(oldEnd), formEnd))
-                             .bytes();
-    if (const OSStatus status = file_.writeAll(oldEnd, header); status != noErr)
-        return status;
     if (fileLength() < formEnd)
         if (const OSStatus status = file_.truncate(formEnd); status != noErr)
             return status;
+    const Bytes header = ByteWriter(order_)
+                             .zeros(static_cast<std::size_t>(shape_.padded(oldEnd) - oldEnd))
+                             .append(fillerHeader(shape_.padded(oldEnd), formEnd))
+                             .bytes();
+    if (const OSStatus status = file_.writeAll(oldEnd, header); status != noErr)
+        return status;
     return writeFormEnd(formEnd);
 }
 
@@ -302,12 +299,12 @@ OSStatus ChunkContainer::extendForm(UInt64 formEnd)
 // touching the old ones, and the file is cut behind them.
 OSStatus ChunkContainer::trimRoom()
 {
-    const UInt64 bytes = even(written_.formEnd - room_.end);
+    const UInt64 bytes = shape_.padded(written_.formEnd - room_.end);
     const UInt64 end = room_.begin + bytes;
-    const bool hasRoom = end + chunkHeaderBytes <= room_.end;
-    if (!hasChunksBehind() || !hasRoom || fileLength() != written_.formEnd || bytes < chunkHeaderBytes)
+    const bool hasRoom = end + headerBytes() <= room_.end;
+    if (!hasChunksBehind() || !hasRoom || fileLength() != written_.formEnd || bytes < headerBytes())
         return noErr;
-    std::array<UInt8, chunkHeaderBytes> first{};
+    Bytes first(static_cast<std::size_t>(headerBytes()));
     if (const OSStatus status = file_.readAll(room_.end, first); status != noErr)
         return status;
     const UInt64 rest = written_.formEnd - room_.end - first.size();

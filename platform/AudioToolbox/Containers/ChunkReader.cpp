@@ -19,26 +19,28 @@ bool isPrintable(const UInt8* code)
 
 std::optional<Chunk> ChunkReader::at(UInt64 position)
 {
-    if (position + chunkHeaderBytes > file_.length())
+    const UInt64 headerBytes = shape_.headerBytes();
+    if (position + headerBytes > file_.length())
         return std::nullopt;
-    if (position < blockStart_ || position + chunkHeaderBytes > blockStart_ + block_.size()) {
+    if (position < blockStart_ || position + headerBytes > blockStart_ + block_.size()) {
         block_.resize(blockBytes);
         block_.resize(file_.read(position, block_.data(), block_.size()).count);
         blockStart_ = position;
     }
-    if (position + chunkHeaderBytes > blockStart_ + block_.size())
+    if (position + headerBytes > blockStart_ + block_.size())
         return std::nullopt;
     const UInt8* header = block_.data() + (position - blockStart_);
     if (!isPrintable(header))
         return std::nullopt;
-    return Chunk{load32(header, ByteOrder::big), position, load32(header + 4, order_)};
+    const UInt64 size = loadInteger(header + 4, shape_.sizeBytes, order_);
+    return Chunk{load32(header, ByteOrder::big), position, std::min(size, shape_.largestSize()), shape_};
 }
 
 std::optional<Chunk> ChunkReader::after(const Chunk& chunk)
 {
     if (const auto next = at(chunk.paddedEnd()))
         return next;
-    const auto unpadded = chunk.size % 2 == 1 ? at(chunk.end()) : std::nullopt;
+    const auto unpadded = chunk.end() != chunk.paddedEnd() ? at(chunk.end()) : std::nullopt;
     return unpadded && fits(*unpadded) ? unpadded : std::nullopt;
 }
 

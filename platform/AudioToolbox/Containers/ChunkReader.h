@@ -8,28 +8,42 @@
 namespace qmx
 {
 
+/// Of chunks with 32-bit sizes.
 inline constexpr UInt64 chunkHeaderBytes = 8;
 /// A file may hold more chunks; those behind are not looked at.
 inline constexpr int mostChunks = 65536;
 
-/// A chunk of a file: code, 32-bit size, data, and a pad byte after data of odd size.
+/// How a family of files builds its chunks: a code, the size of the data, the data.
+struct ChunkShape {
+    UInt64 formHeaderBytes = 12; ///< before the first chunk
+    UInt64 sizeBytes = 4;
+    bool isPadded = true; ///< a pad byte follows data of odd size
+
+    UInt64 headerBytes() const { return 4 + sizeBytes; }
+    UInt64 largestSize() const { return sizeBytes == 4 ? 0xFFFFFFFF : UInt64{1} << 62; }
+    UInt64 padded(UInt64 size) const { return size + (isPadded ? size & 1 : 0); }
+};
+
 struct Chunk {
     FourCharCode id = 0;
     UInt64 position = 0; ///< of the code
     UInt64 size = 0;     ///< bytes of data
+    ChunkShape shape = {};
 
-    UInt64 dataStart() const { return position + chunkHeaderBytes; }
+    UInt64 dataStart() const { return position + shape.headerBytes(); }
     UInt64 end() const { return dataStart() + size; }
-    UInt64 paddedEnd() const { return end() + (size & 1); }
+    UInt64 paddedEnd() const { return dataStart() + shape.padded(size); }
 };
 
 /// Finds chunks by their headers. Reads small blocks, so that a walk over many small chunks stays cheap.
 class ChunkReader
 {
 public:
-    ChunkReader(ContainerFile& file, ByteOrder order) : file_(file), order_(order) {}
+    ChunkReader(ContainerFile& file, ByteOrder order, ChunkShape shape = {}) : file_(file), order_(order), shape_(shape)
+    {
+    }
 
-    /// The chunk whose header is at `position`, with the size that is written there; empty at the end of the file and where
+    /// The chunk whose header is at `position`, with the size that is written there (absurd 64-bit ones are cut); empty at the end of the file and where
     /// the code is not of printable characters.
     std::optional<Chunk> at(UInt64 position);
     /// The chunk that follows `chunk`. Some writers leave out a pad byte in mid-file: then it is found all the same.
@@ -41,6 +55,7 @@ public:
 private:
     ContainerFile& file_;
     ByteOrder order_;
+    ChunkShape shape_;
     UInt64 blockStart_ = 0;
     Bytes block_;
 };

@@ -58,4 +58,27 @@ OSStatus Container::setMagicCookie(std::span<const UInt8>)
     return kAudioFileUnsupportedPropertyError;
 }
 
+OSStatus Container::packetTableInfo(AudioFilePacketTableInfo&) const
+{
+    return kAudioFileUnsupportedPropertyError;
+}
+
+OSStatus Container::setPacketTableInfo(const AudioFilePacketTableInfo&)
+{
+    return kAudioFileUnsupportedPropertyError;
+}
+
+std::optional<UInt64> Container::frameOfPacket(UInt64 packet) const
+{
+    constexpr auto largest = static_cast<UInt64>(std::numeric_limits<SInt64>::max());
+    const UInt64 frames = format_.mFramesPerPacket;
+    return frames == 0 || packet > largest / frames ? std::nullopt : std::optional(packet * frames);
+}
+
+std::pair<UInt64, UInt32> Container::packetOfFrame(UInt64 frame) const
+{
+    const UInt64 frames = std::max(1U, format_.mFramesPerPacket);
+    return {frame / frames, static_cast<UInt32>(frame % frames)};
+}
+
 } // namespace qmx

@@ -7,7 +7,9 @@
 #include "Foundation/ByteFields.h"
 
 #include <memory>
+#include <optional>
 #include <span>
+#include <utility>
 
 namespace qmx
 {
@@ -47,6 +49,18 @@ public:
     /// The coding's own parameters; 'pty?' for codings that have none.
     virtual OSStatus magicCookie(Bytes& cookie) const;
     virtual OSStatus setMagicCookie(std::span<const UInt8> cookie);
+    /// Of compressed files; 'pty?' for others.
+    virtual OSStatus packetTableInfo(AudioFilePacketTableInfo& info) const;
+    virtual OSStatus setPacketTableInfo(const AudioFilePacketTableInfo& info);
+
+    /// The first frame of a packet; empty where no frame can have such a number.
+    virtual std::optional<UInt64> frameOfPacket(UInt64 packet) const;
+    /// The packet that holds a frame, and which of its frames it is.
+    virtual std::pair<UInt64, UInt32> packetOfFrame(UInt64 frame) const;
+    /// How many packets before one a decoder needs.
+    virtual UInt32 rollDistance() const { return 0; }
+    /// What its channels are for; 0 where the file does not tell.
+    virtual AudioChannelLayoutTag channelLayoutTag() const { return 0; }
 
     bool defersSizeUpdates() const { return defersSizeUpdates_; }
     /// Leaves the header as it is until the file is closed.

@@ -3,7 +3,9 @@
 
 #include "Foundation/Format.h"
 
+#include <algorithm>
 #include <cmath>
+#include <cstddef>
 #include <cstring>
 #include <limits>
 
@@ -43,6 +45,17 @@ std::string formatName(const AudioStreamBasicDescription& format)
         return "\xC2\xB5Law 2:1";
     case kAudioFormatALaw:
         return "aLaw 2:1";
+    case kAudioFormatMPEG4AAC:
+        return "MPEG-4 AAC";
+    case kAudioFormatMPEG4AAC_HE:
+    case kAudioFormatMPEG4AAC_HE_V2:
+        return "MPEG-4 High Efficiency AAC";
+    case kAudioFormatAppleLossless:
+        return "Lossless (ALAC)";
+    case kAudioFormatFLAC:
+        return "FLAC";
+    case kAudioFormatMPEGLayer3:
+        return "MPEG Layer 3";
     default:
         return fourCharString(format.mFormatID);
     }
@@ -51,7 +64,11 @@ std::string formatName(const AudioStreamBasicDescription& format)
 Float64 secondsOf(const Container& container)
 {
     const auto& format = container.format();
-    return static_cast<Float64>(container.packetCount()) * format.mFramesPerPacket / format.mSampleRate;
+    AudioFilePacketTableInfo info;
+    const Float64 frames = container.packetTableInfo(info) == noErr
+                               ? static_cast<Float64>(info.mNumberValidFrames)
+                               : static_cast<Float64>(container.packetCount()) * format.mFramesPerPacket;
+    return frames / format.mSampleRate;
 }
 
 UInt32 bitRateOf(const Container& container)
@@ -62,6 +79,26 @@ UInt32 bitRateOf(const Container& container)
                              : static_cast<Float64>(container.byteCount()) * 8 / secondsOf(container);
     return std::isfinite(rate) && rate < std::numeric_limits<UInt32>::max() ? static_cast<UInt32>(std::lround(rate))
                                                                             : 0;
+}
+
+OSStatus packetTable(const Container& container, Bytes& value)
+{
+    AudioFilePacketTableInfo info;
+    const OSStatus status = container.packetTableInfo(info);
+    if (status == noErr)
+        value = bytesOf(info);
+    return status;
+}
+
+OSStatus channelLayout(const Container& container, Bytes& value)
+{
+    const AudioChannelLayoutTag tag = container.channelLayoutTag();
+    if (tag == 0)
+        return kAudioFileUnsupportedPropertyError;
+    AudioChannelLayout layout;
+    layout.mChannelLayoutTag = tag;
+    value = bytesOf(layout);
+    return noErr;
 }
 
 // The properties whose value does not depend on what the caller passes in.
@@ -79,6 +116,10 @@ OSStatus plainProperty(Container& container, AudioFilePropertyID property, Bytes
         return noErr;
     case kAudioFilePropertyMagicCookieData:
         return container.magicCookie(value);
+    case kAudioFilePropertyPacketTableInfo:
+        return packetTable(container, value);
+    case kAudioFilePropertyChannelLayout:
+        return channelLayout(container, value);
     case kAudioFilePropertyAudioDataByteCount:
         value = bytesOf(container.byteCount());
         return noErr;
@@ -106,26 +147,43 @@ OSStatus plainProperty(Container& container, AudioFilePropertyID property, Bytes
     }
 }
 
-bool isTranslation(AudioFilePropertyID property)
+// The size of the records in which a caller asks for one thing and is told another; 0 for other properties.
+UInt32 translationSize(AudioFilePropertyID property)
 {
-    return property == kAudioFilePropertyPacketToFrame || property == kAudioFilePropertyFrameToPacket;
+    if (property == kAudioFilePropertyPacketToRollDistance)
+        return sizeof(AudioPacketRollDistanceTranslation);
+    const bool isFrames = property == kAudioFilePropertyPacketToFrame || property == kAudioFilePropertyFrameToPacket;
+    return isFrames ? sizeof(AudioFramePacketTranslation) : 0;
 }
 
-OSStatus translate(const Container& container, AudioFilePropertyID property, AudioFramePacketTranslation& value)
+OSStatus translateFrames(const Container& container, AudioFilePropertyID property, void* value)
 {
-    const SInt64 frames = container.format().mFramesPerPacket;
-    if (frames == 0)
-        return kAudioFileUnsupportedPropertyError;
-    if (property == kAudioFilePropertyFrameToPacket) {
-        if (value.mFrame < 0)
-            return paramErr;
-        value.mPacket = value.mFrame / frames;
-        value.mFrameOffsetInPacket = static_cast<UInt32>(value.mFrame % frames);
-        return noErr;
-    }
-    if (value.mPacket < 0 || value.mPacket > std::numeric_limits<SInt64>::max() / frames)
+    AudioFramePacketTranslation asked;
+    std::memcpy(&asked, value, sizeof asked);
+    if ((property == kAudioFilePropertyFrameToPacket ? asked.mFrame : asked.mPacket) < 0)
         return paramErr;
-    value.mFrame = value.mPacket * frames;
+    if (property == kAudioFilePropertyFrameToPacket) {
+        const auto [packet, offset] = container.packetOfFrame(static_cast<UInt64>(asked.mFrame));
+        asked.mPacket = static_cast<SInt64>(packet);
+        asked.mFrameOffsetInPacket = offset;
+    } else {
+        const auto frame = container.frameOfPacket(static_cast<UInt64>(asked.mPacket));
+        if (!frame)
+            return paramErr;
+        asked.mFrame = static_cast<SInt64>(*frame);
+    }
+    std::memcpy(value, &asked, sizeof asked);
+    return noErr;
+}
+
+OSStatus translateRollDistance(const Container& container, void* value)
+{
+    AudioPacketRollDistanceTranslation asked;
+    std::memcpy(&asked, value, sizeof asked);
+    if (asked.mPacket < 0)
+        return paramErr;
+    asked.mRollDistance = std::min<SInt64>(asked.mPacket, container.rollDistance());
+    std::memcpy(value, &asked, sizeof asked);
     return noErr;
 }
 
@@ -151,13 +209,14 @@ OSStatus copyCodes(const std::vector<UInt32>& codes, UInt32& size, void* value)
 
 OSStatus containerPropertyInfo(Container& container, AudioFilePropertyID property, UInt32& size, bool& isWritable)
 {
-    isWritable = property == kAudioFilePropertyDeferSizeUpdates || property == kAudioFilePropertyMagicCookieData;
+    isWritable = property == kAudioFilePropertyDeferSizeUpdates || property == kAudioFilePropertyMagicCookieData ||
+                 property == kAudioFilePropertyPacketTableInfo;
     if (property == kAudioFilePropertyChunkIDs) {
         size = static_cast<UInt32>(container.chunkIDs().size() * sizeof(UInt32));
         return noErr;
     }
-    if (property == kAudioFilePropertyDataFormatName || isTranslation(property)) {
-        size = isTranslation(property) ? sizeof(AudioFramePacketTranslation) : sizeof(CFStringRef);
+    if (property == kAudioFilePropertyDataFormatName || translationSize(property) > 0) {
+        size = std::max<UInt32>(translationSize(property), sizeof(CFStringRef));
         return noErr;
     }
     Bytes value;
@@ -177,17 +236,18 @@ OSStatus containerProperty(Container& container, AudioFilePropertyID property, U
         std::memcpy(value, &name, sizeof name);
         return noErr;
     }
-    if (isTranslation(property)) {
-        AudioFramePacketTranslation translation;
-        if (size != sizeof translation)
+    if (const UInt32 asked = translationSize(property); asked > 0) {
+        if (size != asked)
             return kAudioFileBadPropertySizeError;
-        std::memcpy(&translation, value, sizeof translation);
-        const OSStatus status = translate(container, property, translation);
-        std::memcpy(value, &translation, sizeof translation);
-        return status;
+        return property == kAudioFilePropertyPacketToRollDistance ? translateRollDistance(container, value)
+                                                                  : translateFrames(container, property, value);
     }
     Bytes bytes;
     const OSStatus status = plainProperty(container, property, bytes);
+    // a layout that is told by its tag has no descriptions that a caller must have room for
+    if (property == kAudioFilePropertyChannelLayout && status == noErr &&
+        size >= offsetof(AudioChannelLayout, mChannelDescriptions))
+        bytes.resize(size = std::min(size, UInt32{sizeof(AudioChannelLayout)}));
     return status == noErr ? copyOut(bytes, size, value) : status;
 }
 
@@ -195,6 +255,13 @@ OSStatus setContainerProperty(Container& container, AudioFilePropertyID property
 {
     if (property == kAudioFilePropertyMagicCookieData)
         return container.setMagicCookie({static_cast<const UInt8*>(value), size});
+    if (property == kAudioFilePropertyPacketTableInfo) {
+        AudioFilePacketTableInfo info;
+        if (size != sizeof info)
+            return kAudioFileBadPropertySizeError;
+        std::memcpy(&info, value, sizeof info);
+        return container.setPacketTableInfo(info);
+    }
     if (property == kAudioFilePropertyDeferSizeUpdates) {
         UInt32 defers = 0;
         if (size != sizeof defers)

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <utility>
 
 namespace qmx
 {
@@ -83,6 +84,22 @@ UInt32 channelMask(UInt32 channels)
     return channels == 1 ? 0x4 : channels == 2 ? 0x3 : 0; // centre; left and right; not said
 }
 
+// The arrangements of loudspeakers that have a name; a mask of 0 says nothing.
+AudioChannelLayoutTag layoutTagFor(UInt32 mask, UInt32 channels)
+{
+    constexpr std::pair<UInt32, AudioChannelLayoutTag> tags[] = {
+        {0x4, kAudioChannelLayoutTag_Mono},         {0x3, kAudioChannelLayoutTag_Stereo},
+        {0x7, kAudioChannelLayoutTag_MPEG_3_0_A},   {0x33, kAudioChannelLayoutTag_Quadraphonic},
+        {0x107, kAudioChannelLayoutTag_MPEG_4_0_A}, {0x37, kAudioChannelLayoutTag_MPEG_5_0_A},
+        {0x607, kAudioChannelLayoutTag_MPEG_5_0_A}, {0x3F, kAudioChannelLayoutTag_MPEG_5_1_A},
+        {0x60F, kAudioChannelLayoutTag_MPEG_5_1_A}, {0x13F, kAudioChannelLayoutTag_MPEG_6_1_A},
+        {0xFF, kAudioChannelLayoutTag_MPEG_7_1_A}};
+    const auto found = std::ranges::find(tags, mask, &std::pair<UInt32, AudioChannelLayoutTag>::first);
+    const bool isNamed =
+        found != std::end(tags) && AudioChannelLayoutTag_GetNumberOfChannels(found->second) == channels;
+    return isNamed ? found->second : 0;
+}
+
 Bytes formatChunk(const SampleLayout& layout, const AudioStreamBasicDescription& format)
 {
     const UInt32 channels = format.mChannelsPerFrame;
@@ -136,6 +153,7 @@ public:
     explicit WAVEContainer(std::unique_ptr<File> file) : ChunkContainer(std::move(file), fillerID) {}
 
     AudioFileTypeID type() const override { return kAudioFileWAVEType; }
+    AudioChannelLayoutTag channelLayoutTag() const override { return layoutTagFor(channelMask_, channels_); }
 
 protected:
     UInt64 readFormHeader(const UInt8* header) override
@@ -268,6 +286,7 @@ private:
         UInt16 tag = load16(data.data(), order_);
         channels_ = load16(data.data() + 2, order_);
         rate_ = load32(data.data() + 4, order_);
+        channelMask_ = channelMask(channels_);
         const UInt32 frameBytes = load16(data.data() + 12, order_);
         UInt32 bits = load16(data.data() + 14, order_);
         UInt32 bytes = (bits + 7) / 8;
@@ -278,6 +297,7 @@ private:
             if (data.size() < extensibleFormatBytes || !std::ranges::equal(identifierTail, std::span(data).last(14)))
                 return noErr; // a coding that is not known
             tag = load16(data.data() + 24, order_);
+            channelMask_ = load32(data.data() + 20, order_);
             const UInt32 validBits = load16(data.data() + 18, order_);
             bits = validBits > 0 && validBits <= bits ? validBits : bits;
         }
@@ -313,12 +333,14 @@ private:
     UInt64 fact_ = 0;        // position of the chunk of the frame count
     bool formatFound_ = false;
     UInt32 channels_ = 0;
+    UInt32 channelMask_ = 0;
     Float64 rate_ = 0;
     std::optional<SampleLayout> layout_;
 };
 
-bool matches(const UInt8* head)
+bool matches(const FileSigns& signs)
 {
+    const UInt8* const head = signs.head.data();
     const FourCharCode form = load32(head, ByteOrder::big);
     const bool isForm = form == riffID || form == rifxID || form == rf64ID || form == bw64ID;
     return isForm && load32(head + 8, ByteOrder::big) == waveID;
@@ -329,15 +351,14 @@ bool holds(const AudioStreamBasicDescription& format)
     return layoutInFile(format).has_value();
 }
 
-OSStatus open(std::unique_ptr<File> file, bool forWriting, std::unique_ptr<Container>& container)
+OSStatus open(PlacedFile placed, bool forWriting, std::unique_ptr<Container>& container)
 {
-    return loadContainer<WAVEContainer>(std::move(file), forWriting, container);
+    return loadContainer<WAVEContainer>(std::move(placed.file), forWriting, container);
 }
 
-OSStatus create(std::unique_ptr<File> file, const AudioStreamBasicDescription& format,
-                std::unique_ptr<Container>& container)
+OSStatus create(PlacedFile placed, const AudioStreamBasicDescription& format, std::unique_ptr<Container>& container)
 {
-    return createContainer<WAVEContainer>(std::move(file), headerFor(format), container);
+    return createContainer<WAVEContainer>(std::move(placed.file), headerFor(format), container);
 }
 
 } // namespace

@@ -8,12 +8,14 @@ namespace qmx
 
 bool ChannelRoutes::isIdentity() const
 {
-    return !isMean && inputs == outputs() && inputOf == identity(inputs).inputOf;
+    return !isMean && weights.empty() && inputs == outputs() && inputOf == identity(inputs).inputOf;
 }
 
 ChannelRoutes ChannelRoutes::identity(UInt32 channels)
 {
-    ChannelRoutes routes{channels, std::vector<SInt32>(channels)};
+    ChannelRoutes routes;
+    routes.inputs = channels;
+    routes.inputOf.resize(channels);
     std::iota(routes.inputOf.begin(), routes.inputOf.end(), 0);
     return routes;
 }

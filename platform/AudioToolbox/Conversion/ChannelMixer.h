@@ -19,8 +19,9 @@ struct ChannelRoutes {
     static constexpr SInt32 silence = -1;
 
     UInt32 inputs = 0;
-    std::vector<SInt32> inputOf; ///< per output channel the input that feeds it, or `silence`
-    bool isMean = false;         ///< the single output is the mean of all inputs; `inputOf` is not used then
+    std::vector<SInt32> inputOf;  ///< per output channel the input that feeds it, or `silence`
+    bool isMean = false;          ///< the single output is the mean of all inputs; `inputOf` is not used then
+    std::vector<Float64> weights; ///< if any, each output is the sum of all inputs times its own row of these instead
 
     UInt32 outputs() const { return static_cast<UInt32>(inputOf.size()); }
     bool isIdentity() const;
@@ -45,6 +46,8 @@ public:
     {
         if (routes_.isMean)
             return mean(in, out, frames);
+        if (!routes_.weights.empty())
+            return mix(in, out, frames);
         const Order inOrder(from_, routes_.inputs, frames), outOrder(to_, routes_.outputs(), frames);
         for (UInt32 channel = 0; channel < routes_.outputs(); ++channel) {
             const SInt32 source = routes_.inputOf[channel];
@@ -77,12 +80,31 @@ private:
             Sum sum = 0;
             for (UInt32 channel = 0; channel < routes_.inputs; ++channel)
                 sum += in[channel * order.channelStep + frame * order.frameStep];
-            const Float64 value = static_cast<Float64>(sum) / routes_.inputs;
-            if constexpr (std::integral<T>)
-                out[frame] = static_cast<T>(std::nearbyint(value));
-            else
-                out[frame] = static_cast<T>(value);
+            out[frame] = nearest(static_cast<Float64>(sum) / routes_.inputs);
         }
+    }
+
+    void mix(const T* in, T* out, std::size_t frames) const
+    {
+        const Order inOrder(from_, routes_.inputs, frames), outOrder(to_, routes_.outputs(), frames);
+        const Float64* weights = routes_.weights.data();
+        for (UInt32 channel = 0; channel < routes_.outputs(); ++channel, weights += routes_.inputs) {
+            T* const target = out + channel * outOrder.channelStep;
+            for (std::size_t frame = 0; frame < frames; ++frame) {
+                Float64 sum = 0;
+                for (UInt32 input = 0; input < routes_.inputs; ++input)
+                    sum += weights[input] * in[input * inOrder.channelStep + frame * inOrder.frameStep];
+                target[frame * outOrder.frameStep] = nearest(sum);
+            }
+        }
+    }
+
+    static T nearest(Float64 value)
+    {
+        if constexpr (std::integral<T>)
+            return static_cast<T>(std::nearbyint(value));
+        else
+            return static_cast<T>(value);
     }
 
     ChannelRoutes routes_;

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "AudioToolbox/Conversion/Converter.h"
 
+#include "AudioToolbox/Conversion/ChannelLayouts.h"
+
 #include <algorithm>
 #include <cstring>
 #include <limits>
@@ -123,7 +125,8 @@ void Converter::setQuality(UInt32 quality)
 
 std::span<const SInt32> Converter::channelMap() const
 {
-    return routes_.isMean ? std::span<const SInt32>() : routes_.inputOf;
+    const bool isMixed = routes_.isMean || !routes_.weights.empty();
+    return isMixed ? std::span<const SInt32>() : routes_.inputOf;
 }
 
 bool Converter::setChannelMap(std::span<const SInt32> map)
@@ -133,8 +136,20 @@ bool Converter::setChannelMap(std::span<const SInt32> map)
     };
     if (map.size() != targetLayout_.channels || !std::all_of(map.begin(), map.end(), isKnown))
         return false;
-    route({sourceLayout_.channels, {map.begin(), map.end()}});
+    ChannelRoutes routes = ChannelRoutes::identity(targetLayout_.channels);
+    routes.inputs = sourceLayout_.channels;
+    routes.inputOf.assign(map.begin(), map.end());
+    route(routes);
     return true;
+}
+
+void Converter::setLayouts(std::span<const std::byte> input, std::span<const std::byte> output)
+{
+    const auto from = channelLabels(input), to = channelLabels(output);
+    if (from.size() != sourceLayout_.channels || to.size() != targetLayout_.channels)
+        return;
+    if (const auto routes = foldDown(from, to))
+        route(*routes);
 }
 
 void Converter::reset()

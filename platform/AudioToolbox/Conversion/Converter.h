@@ -38,10 +38,13 @@ public:
     /// Of the rate conversion, 0 to 127; while a stream is open it waits for the next one.
     void setQuality(UInt32 quality);
 
-    /// Per output channel the input channel or -1; empty while the output is the mean of all inputs.
+    /// Per output channel the input channel or -1; empty while the output is mixed from several.
     std::span<const SInt32> channelMap() const;
     /// False for a map of another length or with an entry that is no input channel.
     bool setChannelMap(std::span<const SInt32> map);
+
+    /// Tells which channel is which, as bytes of a layout record. Known surround channels are then mixed to left and right.
+    void setLayouts(std::span<const std::byte> input, std::span<const std::byte> output);
 
     /// The next data begin a new stream.
     void reset();

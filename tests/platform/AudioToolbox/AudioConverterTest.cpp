@@ -83,7 +83,7 @@ TEST(AudioConverter, WhatCannotBeConvertedIsRefused)
     bad.push_back(pcm(24, nativeFloat));
     bad.push_back(pcm(24, kAudioFormatFlagIsSignedInteger, 1, 44100, 2));
     bad.push_back({44100, kAudioFormatLinearPCM, kAudioFormatFlagIsSignedInteger, 5, 1, 5, 2, 16, 0});
-    bad.push_back({44100, kAudioFormatMPEG4AAC, 0, 0, 1024, 0, 2, 0, 0});
+    bad.push_back({8000, kAudioFormatAMR, 0, 0, 160, 0, 1, 0, 0});
     for (const auto& format : bad) {
         auto* converter = reinterpret_cast<AudioConverterRef>(&bad);
         EXPECT_EQ(kAudioConverterErr_FormatNotSupported, AudioConverterNew(&good, &format, &converter));

@@ -126,9 +126,22 @@ inline void writeFile(const std::string& path, const ByteBlock& bytes)
         .write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
 }
 
+/// Whether the chunks have 64-bit sizes and stand in a file that does not tell its own.
+inline bool isCAF(const ByteBlock& file)
+{
+    return std::equal(file.begin(), file.begin() + 4, "caff");
+}
+
 /// Appends a chunk to a whole form, as a program that knows only the form's size would.
 inline void appendChunk(ByteBlock& file, const char* id, const ByteBlock& data)
 {
+    if (isCAF(file)) {
+        file.insert(file.end(), id, id + 4);
+        for (int shift = 56; shift >= 0; shift -= 8)
+            file.push_back(static_cast<std::uint8_t>(std::uint64_t{data.size()} >> shift));
+        file.insert(file.end(), data.begin(), data.end());
+        return;
+    }
     const bool isLittle = file[3] == 'F';
     const auto put = [&](std::size_t at, std::size_t value) {
         for (std::size_t i = 0; i < 4; ++i)
@@ -159,24 +172,29 @@ struct FoundChunk {
 /// missing or not counted.
 inline std::vector<FoundChunk> chunksOf(const ByteBlock& file)
 {
-    const bool isLittle = file.at(3) == 'F';
+    const bool is64 = isCAF(file), isLittle = !is64 && file.at(3) == 'F';
+    const std::size_t width = is64 ? 8 : 4, header = 4 + width;
     const auto number = [&](std::size_t at) {
         std::size_t value = 0;
-        for (std::size_t i = 0; i < 4; ++i)
+        for (std::size_t i = 0; i < width; ++i)
             value = value << 8 | file.at(isLittle ? at + 3 - i : at + i);
         return value;
     };
     std::vector<FoundChunk> chunks;
-    const std::size_t end = 8 + number(4);
-    std::size_t at = 12;
-    while (at + 8 <= std::min(end, file.size())) {
-        const auto start = file.begin() + static_cast<long>(at) + 8;
+    const std::size_t end = is64 ? file.size() : 8 + number(4);
+    std::size_t at = is64 ? 8 : 12;
+    while (at + header <= std::min(end, file.size())) {
+        const auto start = file.begin() + static_cast<long>(at + header);
         const std::size_t size = number(at + 4);
-        at += 8 + size + size % 2;
+        if (is64 && size > end - at - header) // audio that the size does not tell yet
+            break;
+        at += header + size + (is64 ? 0 : size % 2);
         const std::size_t available = std::min(size, static_cast<std::size_t>(file.end() - start));
-        chunks.push_back({{start - 8, start - 4}, {start, start + static_cast<long>(available)}});
+        chunks.push_back({{start - static_cast<long>(header), start - static_cast<long>(width)},
+                          {start, start + static_cast<long>(available)}});
     }
-    EXPECT_TRUE(at == end || (at == end + 1 && at >= file.size())) << "ends at " << at << ", the form at " << end;
+    EXPECT_TRUE(is64 || at == end || (at == end + 1 && at >= file.size()))
+        << "ends at " << at << ", the form at " << end;
     EXPECT_LE(end, file.size());
     return chunks;
 }

@@ -120,6 +120,23 @@ TEST(AudioFileTools, TheirFilesAreReadRight)
         {sndfile + "-floatNN float.wav a.wav", 9, {32, 64}},
         {sndfile + "-floatNN -endian=big float.wav a.wav", 11, {32, 64}},
         {sndfile + "-floatNN float.wav a.rf64", 9, {32}},
+        {sox + "-e signed -b NN a.caf", 14, {8, 16, 24, 32}},
+        {sox + "-e signed -b NN a.au", 14, {8, 16, 24, 32}},
+        {sox + "-e floating-point -b NN a.au", 11, {32, 64}},
+        {sox + "-e u-law a.au", 0, {8}, uLaw},
+        {ffmpeg + "pcm_sNNbe a.caf", 14, {16, 24, 32}},
+        {ffmpeg + "pcm_sNNle a.caf", 12, {16, 24, 32}},
+        {ffmpeg + "pcm_fNNle a.caf", 9, {32, 64}},
+        {ffmpeg + "pcm_mulaw a.caf", 0, {8}, uLaw},
+        {ffmpeg + "pcm_sNNbe a.au", 14, {16, 24, 32}},
+        {ffmpeg + "pcm_alaw a.au", 0, {8}, aLaw},
+        {sndfile + "-pcmNN pcm.wav a.caf", 14, {16, 24, 32}},
+        {sndfile + "-pcmNN -endian=little pcm.wav a.caf", 12, {16, 24, 32}},
+        {sndfile + "-floatNN float.wav a.caf", 11, {32, 64}},
+        {sndfile + "-pcmNN pcm.wav a.au", 14, {16, 24, 32}},
+        {sndfile + "-pcmNN -endian=little pcm.wav a.au", 12, {16, 24}},
+        {sndfile + "-pcmNN pcm.wav a.sd2", 14, {16, 24, 32}},
+        {sndfile + "-pcms8 pcm.wav a.sd2", 14, {8}},
         {sndfile + "-ulaw pcm.wav a.wav", 0, {8}, uLaw},
         {sndfile + "-alaw pcm.wav a.wav", 0, {8}, aLaw},
     };
@@ -158,7 +175,7 @@ TEST(AudioFileTools, OurFilesAreReadRightByThem)
         AudioFileTypeID type;
         AudioFormatFlags flags;
         std::vector<UInt32> bits;
-        std::vector<int> readers; // not all know the rarer types of AIFF-C, padded samples, or RIFX
+        std::vector<int> readers; // not all know the rarer types of AIFF-C, padded samples, RIFX, or CAF's floats
         AudioFormatID coding = pcm;
     } files[] = {
         {"our.aif", kAudioFileAIFFType, 14, {8, 16, 20, 24, 32}, {0, 1, 2}},
@@ -175,6 +192,16 @@ TEST(AudioFileTools, OurFilesAreReadRightByThem)
         {"our.wav", kAudioFileWAVEType, 9, {32, 64}, {0, 1, 2}},
         {"our.wav", kAudioFileWAVEType, 0, {8}, {0, 1, 2}, uLaw},
         {"our.wav", kAudioFileWAVEType, 0, {8}, {0, 1, 2}, aLaw},
+        {"our.caf", kAudioFileCAFType, 14, {8, 16, 24, 32}, {0, 1, 2}},
+        {"our.caf", kAudioFileCAFType, 12, {16, 24, 32}, {0, 1, 2}},
+        {"our.caf", kAudioFileCAFType, 11, {32, 64}, {1, 2}},
+        {"our.caf", kAudioFileCAFType, 9, {32, 64}, {1, 2}},
+        {"our.caf", kAudioFileCAFType, 0, {8}, {0, 1, 2}, uLaw},
+        {"our.caf", kAudioFileCAFType, 0, {8}, {0, 1, 2}, aLaw},
+        {"our.au", kAudioFileNextType, 14, {8, 16, 24, 32}, {0, 1, 2}},
+        {"our.au", kAudioFileNextType, 11, {32, 64}, {0, 1, 2}},
+        {"our.au", kAudioFileNextType, 0, {8}, {0, 1, 2}, uLaw},
+        {"our.sd2", kAudioFileSoundDesigner2Type, 14, {8, 16, 24, 32}, {2}},
         {"our.wav", kAudioFileWAVEType, 14, {16, 24, 32}, {0, 2}},
         {"our.wav", kAudioFileWAVEType, 11, {32, 64}, {0, 2}},
     };

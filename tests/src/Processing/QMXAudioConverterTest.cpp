@@ -66,7 +66,7 @@ TEST(QMXAudioConverter, AMagicCookieSetsTheLowestQualityAndDecodesNothing)
     converter->setMagicCookie_length("cookie", 6);
     EXPECT_EQ(0u, converter->sampleRateConverterQuality());
 
-    const auto compressed = Format::standardFormatWithId_sampleRate(kAudioFormatMPEG4AAC, 44100);
+    const auto compressed = Format::standardFormatWithId_sampleRate(kAudioFormatAMR, 44100);
     EXPECT_FALSE(
         QMXAudioConverter::initWithSourceFormat_destinationFormat(compressed, Format::defaultStandardFileFormat()));
 }

@@ -36,6 +36,9 @@ const Case cases[] = {
     {"WAVE", kAudioFileWAVEType, linear(12, 16, 2), false},
     {"WAVE_behind", kAudioFileWAVEType, linear(9, 32, 1), true},
     {"WAVE_odd_behind", kAudioFileWAVEType, linear(8, 8, 1), true},
+    {"CAF", kAudioFileCAFType, linear(9, 32, 2), false},
+    {"CAF_behind", kAudioFileCAFType, linear(14, 16, 2), true},
+    {"CAF_odd_behind", kAudioFileCAFType, linear(12, 24, 1), true},
 };
 
 const ByteBlock foreign1 = pattern(1001, 7);

@@ -1,0 +1,23 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "Processing/QMXAudioProcessor.h"
+
+namespace example
+{
+
+/// Multiplies all samples by a factor.
+class GainProcessor : public QMXAudioProcessor
+{
+public:
+    /// 0 dB is a factor of exactly 1.
+    explicit GainProcessor(double decibels);
+
+    void reset() override {}
+    OSStatus processAudio_numberOfFrames(AudioBufferList& audio, UInt32* numberOfFrames) override;
+
+private:
+    float factor_;
+};
+
+} // namespace example

@@ -1,0 +1,44 @@
+// SPDX-License-Identifier: MIT
+#include "support/StatusText.h"
+
+#include "AudioToolbox/AudioFile.h"
+#include "Foundation/Format.h"
+#include "support/Failure.h"
+
+#include <cerrno>
+
+namespace example
+{
+
+std::string statusText(OSStatus status)
+{
+    switch (status) {
+    case kAudioFileUnsupportedFileTypeError:
+        return "not an audio file of a type that is known";
+    case kAudioFileInvalidFileError:
+    case kAudioFileInvalidChunkError:
+    case eofErr:
+        return "the header is damaged or cut short";
+    case kAudioFileUnsupportedDataFormatError:
+        return "the coding of its samples is not known";
+    case kAudioFileDoesNotAllow64BitDataSizeError:
+        return "too long for a file of this type";
+    case dskFulErr:
+        return systemErrorText(ENOSPC);
+    case ioErr:
+        return systemErrorText(EIO);
+    case fnfErr:
+    case dirNFErr:
+        return systemErrorText(ENOENT);
+    case permErr:
+    case wrPermErr:
+    case kAudioFilePermissionsError:
+        return systemErrorText(EACCES);
+    case dupFNErr:
+        return systemErrorText(EEXIST);
+    default:
+        return qmx::format("the audio file service gives status %d", status);
+    }
+}
+
+} // namespace example

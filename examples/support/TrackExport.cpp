@@ -1,0 +1,236 @@
+// SPDX-License-Identifier: MIT
+#include "support/TrackExport.h"
+
+#include "FileRelated/QMXExtAudioFile.h"
+#include "Foundation/CFString.h"
+#include "Foundation/Format.h"
+#include "support/AudioTypes.h"
+#include "support/Failure.h"
+#include "support/Interrupt.h"
+#include "support/OutputFile.h"
+#include "support/ProgressBar.h"
+#include "support/StatusText.h"
+
+#include <algorithm>
+#include <array>
+#include <filesystem>
+#include <memory>
+#include <string_view>
+#include <vector>
+
+namespace example
+{
+namespace
+{
+
+namespace fs = std::filesystem;
+
+/// A title as a part of a file name that every usual file system takes.
+std::string safeName(const std::string& title)
+{
+    constexpr std::string_view unsafe = R"(/\:*?"<>|)";
+    constexpr std::size_t longest = 120; // bytes
+    std::string name;
+    for (const char c : title)
+        name +=
+            static_cast<unsigned char>(c) < ' ' || c == '\x7f' || unsafe.find(c) != std::string_view::npos ? '-' : c;
+    if (name.size() > longest) {
+        std::size_t end = longest;
+        while (end > 0 && (static_cast<unsigned char>(name[end]) & 0xC0U) == 0x80U) // inside a character
+            --end;
+        name.resize(end);
+    }
+    while (name.ends_with(' ') || name.ends_with('.'))
+        name.pop_back();
+    return name;
+}
+
+std::string fileName(std::size_t number, std::size_t count, const QMXAudioTrackInfo& track, AudioFileTypeID type)
+{
+    const std::size_t digits = std::max<std::size_t>(2, std::to_string(count).size());
+    std::string name = std::to_string(number);
+    name.insert(0, digits - std::min(digits, name.size()), '0');
+    if (const std::string title = safeName(track.trackTitle().value_or("")); !title.empty())
+        name.append(" ").append(title);
+    return name + extensionOf(type);
+}
+
+void check(OSStatus status, const std::string& doing, const std::string& path)
+{
+    if (status != noErr)
+        throw Failure{doing + " " + path + ": " + statusText(status)};
+}
+
+void checkBounds(const QMXTrackAndProcessingInfo::TrackList& tracks, SInt64 frames, const std::string& recording)
+{
+    for (const auto& track : tracks)
+        if (track->trackBegin() < 0 || track->trackEnd() < track->trackBegin() || track->trackEnd() > frames)
+            throw Failure{recording + ": the track " + track->trackTitle().value_or("") + " lies outside of it"};
+}
+
+struct CloseFile {
+    void operator()(AudioFileID file) const { AudioFileClose(file); }
+};
+using OpenFile = std::unique_ptr<OpaqueAudioFileID, CloseFile>;
+
+OpenFile openFile(const std::string& path)
+{
+    FSRef reference;
+    AudioFileID file = nullptr;
+    FSPathMakeRef(reinterpret_cast<const UInt8*>(path.c_str()), &reference, nullptr);
+    check(AudioFileOpen(&reference, fsRdPerm, 0, &file), "cannot read", path);
+    return OpenFile(file);
+}
+
+template <class Value> Value valueOf(AudioFileID file, AudioFilePropertyID property)
+{
+    Value value{};
+    UInt32 size = sizeof value;
+    AudioFileGetProperty(file, property, &size, &value);
+    return value;
+}
+
+OpenFile createFile(const std::string& path, AudioFileTypeID type, const AudioStreamBasicDescription& format)
+{
+    const fs::path whole(path);
+    const FSRef parent{whole.parent_path().string()};
+    const CFStringRef name = CFStringCreate(whole.filename().string());
+    AudioFileID file = nullptr;
+    const OSStatus status = AudioFileCreate(&parent, name, type, &format, 0, nullptr, &file);
+    CFRelease(name);
+    check(status, "cannot write", whole.filename());
+    return OpenFile(file);
+}
+
+/// One track's frames as they are.
+void copyBytes(AudioFileID source, const QMXAudioTrackInfo& track, AudioFileID target, const std::string& path)
+{
+    constexpr UInt32 bytesAtOnce = 1U << 20;
+    const UInt32 frameBytes = valueOf<AudioStreamBasicDescription>(source, kAudioFilePropertyDataFormat).mBytesPerFrame;
+    std::vector<Byte> block(bytesAtOnce);
+    SInt64 from = track.trackBegin() * frameBytes, to = 0;
+    const SInt64 end = track.trackEnd() * frameBytes;
+    while (from < end) {
+        auto size = static_cast<UInt32>(std::min<SInt64>(bytesAtOnce, end - from));
+        check(AudioFileReadBytes(source, false, from, &size, block.data()), "cannot read for", path);
+        from += size;
+        check(AudioFileWriteBytes(target, false, to, &size, block.data()), "cannot write", path);
+        to += size;
+    }
+}
+
+/// One track's frames converted.
+void convertFrames(QMXExtAudioFile& source, const QMXAudioTrackInfo& track, QMXExtAudioFile& target,
+                   const std::string& path)
+{
+    constexpr UInt32 framesAtOnce = 16384;
+    const UInt32 frameBytes = source.clientChannelsPerFrame() * UInt32{sizeof(Float32)};
+    std::vector<Byte> block(std::size_t{framesAtOnce} * frameBytes);
+    check(source.seek(track.trackBegin()), "cannot read for", path);
+    for (SInt64 left = track.trackEnd() - track.trackBegin(); left > 0;) {
+        auto frames = static_cast<UInt32>(std::min<SInt64>(framesAtOnce, left));
+        AudioBufferList list;
+        list.mNumberBuffers = 1;
+        list.mBuffers[0] = {source.clientChannelsPerFrame(), frames * frameBytes, block.data()};
+        check(source.read_numberFrames(&list, &frames), "cannot read for", path);
+        if (frames == 0)
+            break;
+        check(target.write_numberFrames(&list, frames), "cannot write", path);
+        left -= frames;
+    }
+    check(target.close(), "cannot write", path);
+}
+
+AudioStreamBasicDescription floatFormat(const AudioStreamBasicDescription& source)
+{
+    AudioStreamBasicDescription format = source;
+    format.mFormatID = kAudioFormatLinearPCM;
+    format.mFormatFlags = kAudioFormatFlagsNativeFloatPacked;
+    format.mBitsPerChannel = 8 * sizeof(Float32);
+    format.mFramesPerPacket = 1;
+    format.mBytesPerFrame = format.mBytesPerPacket = format.mChannelsPerFrame * UInt32{sizeof(Float32)};
+    return format;
+}
+
+/// Converts all tracks to a type.
+class Conversion
+{
+public:
+    Conversion(const std::string& recording, AudioFileTypeID type, const AudioStreamBasicDescription& sourceFormat)
+        : client_(floatFormat(sourceFormat)), type_(type), format_(formatFor(type_, sourceFormat, {})),
+          source_(QMXExtAudioFile::initForReading_clientFormat(recording, &client_))
+    {
+        check(source_->open(), "cannot read", recording);
+    }
+
+    AudioFileTypeID type() const { return type_; }
+
+    void write(const QMXAudioTrackInfo& track, const std::string& path)
+    {
+        const FailureWatch watch;
+        const auto target =
+            QMXExtAudioFile::initForWriting_fileType_clientFormat_fileFormat(path, type_, &client_, &format_);
+        target->open();
+        check(watch.firstStatus(), "cannot write", fs::path(path).filename());
+        convertFrames(*source_, track, *target, fs::path(path).filename());
+    }
+
+private:
+    AudioStreamBasicDescription client_;
+    AudioFileTypeID type_;
+    AudioStreamBasicDescription format_;
+    std::shared_ptr<QMXExtAudioFile> source_;
+};
+
+} // namespace
+
+TrackExport::TrackExport(const CommandLine& line)
+    : folder_(line.text("--export").value_or("")), typeCode_(line.text("--type"))
+{
+    if (typeCode_ && folder_.empty())
+        throw Failure{"--type needs --export", 2};
+    if (typeCode_)
+        typeFromCode(*typeCode_);
+}
+
+void TrackExport::write(const std::string& recording, const QMXTrackAndProcessingInfo::TrackList& tracks) const
+{
+    const OpenFile source = openFile(recording);
+    const auto format = valueOf<AudioStreamBasicDescription>(source.get(), kAudioFilePropertyDataFormat);
+    AudioFileTypeID type = valueOf<AudioFileTypeID>(source.get(), kAudioFilePropertyFileFormat);
+    if (format.mBytesPerFrame == 0)
+        throw Failure{recording + ": its coding cannot be cut (--type converts it)"};
+    checkBounds(tracks, valueOf<SInt64>(source.get(), kAudioFilePropertyAudioDataByteCount) / format.mBytesPerFrame,
+                recording);
+    std::unique_ptr<Conversion> conversion;
+    if (typeCode_) {
+        conversion = std::make_unique<Conversion>(recording, typeFromCode(*typeCode_), format);
+        type = conversion->type();
+    }
+    std::error_code error;
+    fs::create_directory(folder_, error);
+    if (error || !fs::is_directory(folder_, error))
+        throw Failure{"cannot write to " + folder_ + ": " + (error ? error.message() : "not a folder")};
+    std::vector<std::string> paths;
+    for (const auto& track : tracks) {
+        paths.push_back(fs::path(folder_) / fileName(paths.size() + 1, tracks.size(), *track, type));
+        if (fs::exists(paths.back(), error))
+            throw Failure{paths.back() + ": exists"};
+    }
+    ProgressBar bar;
+    for (std::size_t i = 0; i < tracks.size(); ++i) {
+        endIfInterrupted();
+        bar.show("exporting", static_cast<double>(i) / static_cast<double>(tracks.size()));
+        OutputFile output(paths[i], recording, false);
+        if (conversion) {
+            conversion->write(*tracks[i], output.temporaryPath());
+        } else {
+            OpenFile target = createFile(output.temporaryPath(), type, format);
+            copyBytes(source.get(), *tracks[i], target.get(), paths[i]);
+            check(AudioFileClose(target.release()), "cannot write", paths[i]);
+        }
+        output.finish();
+    }
+}
+
+} // namespace example

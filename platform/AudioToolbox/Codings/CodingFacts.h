@@ -1,0 +1,56 @@
+// SPDX-License-Identifier: MIT
+// What is known of compressed codings without a library: their cookies, bit rates, and the records that describe them.
+#pragma once
+
+#include "CoreAudioTypes/CoreAudioTypes.h"
+#include "Foundation/ByteFields.h"
+
+#include <optional>
+#include <span>
+#include <vector>
+
+namespace qmx
+{
+
+/// Of MPEG-4 audio.
+struct AACConfig {
+    UInt32 objectType = 2; ///< low complexity
+    UInt32 sampleRate = 0; ///< of the coded samples
+    UInt32 channels = 0;
+    bool hasSpectralReplication = false; ///< said explicitly: the output has twice the rate
+    UInt32 outputRate = 0;
+};
+
+std::optional<AACConfig> parseAACConfig(std::span<const UInt8> config);
+/// Two bytes for low complexity AAC of one of the standard rates; empty where there is no code for the rate or the channels.
+Bytes makeAACConfig(UInt32 objectType, UInt32 sampleRate, UInt32 channels);
+
+/// A cookie as files and callers exchange it: for AAC the descriptor of an elementary stream, for ALAC the 24 bytes of its
+/// configuration, for FLAC the 34 bytes of its stream information. `bare` is what the coding itself knows: for AAC the configuration.
+Bytes cookieFromBare(AudioFormatID coding, std::span<const UInt8> bare);
+/// The bare form; takes the forms that are met in files (with and without atoms around). Empty for what is none.
+Bytes bareFromCookie(AudioFormatID coding, std::span<const UInt8> cookie);
+
+bool isAAC(AudioFormatID coding);
+bool isLossless(AudioFormatID coding);
+/// Significant bits of the source of a lossless format; 0 where its flags do not tell.
+UInt32 sourceBitsOf(const AudioStreamBasicDescription& format);
+AudioFormatFlags flagsForSourceBits(UInt32 bits);
+/// The record of a compressed format.
+AudioStreamBasicDescription compressedFormat(AudioFormatID coding, AudioFormatFlags flags, Float64 rate,
+                                             UInt32 channels, UInt32 framesPerPacket);
+
+/// The format that the 24 bytes of an ALAC configuration describe; empty for what is none.
+std::optional<AudioStreamBasicDescription> formatFromALAC(std::span<const UInt8> config);
+/// The format that the 34 bytes of FLAC's stream information describe, with 0 frames per packet where the packets differ in
+/// frames; `totalFrames` is 0 where they do not tell it.
+std::optional<AudioStreamBasicDescription> formatFromFLAC(std::span<const UInt8> info, UInt64& totalFrames);
+
+/// How many packets in front of one a decoder needs to give it exactly.
+UInt32 rollDistanceOf(AudioFormatID coding);
+
+/// The bit rates that an encoder can be asked for, ascending; those of all rates and channel counts where these are 0. Empty for
+/// codings whose rate follows from the signal.
+std::vector<UInt32> encodeBitRates(AudioFormatID coding, Float64 sampleRate, UInt32 channels);
+
+} // namespace qmx

@@ -1,0 +1,40 @@
+// SPDX-License-Identifier: MIT
+// Owners of what libavcodec and libavformat hand out, and the codings' names in both worlds.
+#pragma once
+
+#include "CoreAudioTypes/CoreAudioTypes.h"
+#include "Foundation/ByteFields.h"
+
+extern "C" {
+#include <libavcodec/avcodec.h>
+}
+
+#include <memory>
+#include <span>
+
+namespace qmx::libav
+{
+
+struct FreeContext {
+    void operator()(AVCodecContext* context) const { avcodec_free_context(&context); }
+};
+struct FreePacket {
+    void operator()(AVPacket* packet) const { av_packet_free(&packet); }
+};
+struct FreeFrame {
+    void operator()(AVFrame* frame) const { av_frame_free(&frame); }
+};
+using Context = std::unique_ptr<AVCodecContext, FreeContext>;
+using Packet = std::unique_ptr<AVPacket, FreePacket>;
+using Frame = std::unique_ptr<AVFrame, FreeFrame>;
+
+/// AV_CODEC_ID_NONE for codings that are not taken from the library.
+AVCodecID codecOf(AudioFormatID coding);
+/// Silences the library's log, which goes to standard error, unless the application has chosen a level itself.
+void keepQuiet();
+/// The coding's own parameters as the library wants them; empty ones too.
+Bytes extradataFor(AudioFormatID coding, std::span<const UInt8> bare);
+/// Copies with the padding that the library reads into; false without memory.
+bool setExtradata(std::uint8_t*& data, int& size, std::span<const UInt8> bytes);
+
+} // namespace qmx::libav

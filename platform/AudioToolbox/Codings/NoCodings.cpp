@@ -1,0 +1,34 @@
+// SPDX-License-Identifier: MIT
+// A build without a library of codings: none of them is there, nor are the files that hold nothing else.
+#include "AudioToolbox/Codings/PacketCoding.h"
+
+namespace qmx
+{
+
+std::unique_ptr<PacketDecoder> PacketDecoder::forFormat(const AudioStreamBasicDescription&)
+{
+    return nullptr;
+}
+
+std::unique_ptr<PacketEncoder> PacketEncoder::forFormat(const AudioStreamBasicDescription&, UInt32)
+{
+    return nullptr;
+}
+
+std::optional<StreamFacts> probeStream(const AudioStreamBasicDescription&, std::span<const UInt8>,
+                                       std::span<const UInt8>)
+{
+    return std::nullopt;
+}
+
+std::vector<AudioFormatID> decodableCodings()
+{
+    return {};
+}
+
+std::vector<AudioFormatID> encodableCodings()
+{
+    return {};
+}
+
+} // namespace qmx

@@ -1,0 +1,327 @@
+// SPDX-License-Identifier: MIT
+#include "AudioToolbox/Containers/PacketContainer.h"
+
+#include "AudioToolbox/Codings/CodingFacts.h"
+#include "AudioToolbox/Codings/PacketCoding.h"
+#include "AudioToolbox/Containers/SampleLayout.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <limits>
+
+namespace qmx
+{
+namespace
+{
+
+constexpr UInt64 largestRun = UInt64{1} << 20; // bytes read at once
+
+UInt64 endOf(const PacketPlace& packet)
+{
+    return packet.position + packet.size;
+}
+
+bool isInside(const AudioStreamPacketDescription& packet, UInt32 bytes)
+{
+    return packet.mStartOffset >= 0 && packet.mStartOffset <= SInt64{bytes} &&
+           packet.mDataByteSize <= bytes - static_cast<UInt32>(packet.mStartOffset);
+}
+
+} // namespace
+
+OSStatus PacketContainer::load()
+{
+    bool changed = false;
+    if (const OSStatus status = file_.refreshLength(changed); status != noErr)
+        return status;
+    const OSStatus status = read();
+    return status == noErr && packets_.empty() && format_.mFormatID == 0 ? kAudioFileInvalidFileError : status;
+}
+
+OSStatus PacketContainer::create(const AudioStreamBasicDescription& format)
+{
+    format_ = compressedFormat(format.mFormatID, format.mFormatFlags, format.mSampleRate, format.mChannelsPerFrame,
+                               format.mFramesPerPacket);
+    if (format_.mFormatID == kAudioFormatMPEG4AAC)
+        format_.mFramesPerPacket = 1024;
+    isNew_ = true;
+    if (const OSStatus status = file_.truncate(0); status != noErr)
+        return status;
+    return begin();
+}
+
+SInt64 PacketContainer::dataOffset() const
+{
+    return packets_.empty() ? static_cast<SInt64>(endOfData_) : static_cast<SInt64>(packets_.front().position);
+}
+
+OSStatus PacketContainer::readBytes(UInt64, UInt32& count, void*)
+{
+    count = 0;
+    return kAudioFileOperationNotSupportedError;
+}
+
+OSStatus PacketContainer::writeBytes(UInt64, UInt32& count, const void*)
+{
+    count = 0;
+    return kAudioFileOperationNotSupportedError;
+}
+
+OSStatus PacketContainer::readPackets(UInt64 start, UInt32& packets, UInt32& bytes,
+                                      AudioStreamPacketDescription* descriptions, void* buffer)
+{
+    const UInt32 wanted = packets;
+    packets = bytes = 0;
+    if (start >= packets_.size())
+        return kAudioFileEndOfFileError;
+    if (!descriptions && wanted > 1)
+        return paramErr;
+    const auto all = std::span(packets_).subspan(static_cast<std::size_t>(start));
+    while (packets < wanted && packets < all.size()) {
+        const auto rest = all.subspan(packets, std::min<std::size_t>(wanted - packets, all.size() - packets));
+        std::size_t length = 1;
+        UInt32 runBytes = rest[0].size;
+        while (length < rest.size() && rest[length].position >= endOf(rest[length - 1]) &&
+               endOf(rest[length]) - rest[0].position <= std::min(largestRun, 2 * UInt64{runBytes} + 65536))
+            runBytes += rest[length++].size;
+        if (runBytes > std::numeric_limits<UInt32>::max() - bytes)
+            break;
+        if (const OSStatus status = readRun(rest.first(length), static_cast<UInt8*>(buffer) + bytes); status != noErr)
+            return status;
+        for (const PacketPlace& packet : rest.first(length)) {
+            if (descriptions)
+                descriptions[packets] = {bytes, packet.frames, packet.size};
+            ++packets;
+            bytes += packet.size;
+        }
+    }
+    return noErr;
+}
+
+// Packets that lie near each other, with what stands between them, in one read.
+OSStatus PacketContainer::readRun(std::span<const PacketPlace> run, UInt8* to)
+{
+    const UInt64 start = run.front().position;
+    scratch_.resize(static_cast<std::size_t>(endOf(run.back()) - start));
+    if (const OSStatus status = file_.readAll(start, scratch_); status != noErr)
+        return status;
+    for (const PacketPlace& packet : run) {
+        std::memcpy(to, scratch_.data() + (packet.position - start), packet.size);
+        to += packet.size;
+    }
+    return noErr;
+}
+
+OSStatus PacketContainer::writePackets(UInt64 start, UInt32& packets, UInt32 bytes,
+                                       const AudioStreamPacketDescription* descriptions, const void* buffer)
+{
+    const UInt32 given = packets;
+    packets = 0;
+    if (!isNew_)
+        return kAudioFileOperationNotSupportedError;
+    if (start != packets_.size())
+        return kAudioFileInvalidPacketOffsetError;
+    if (given == 0)
+        return noErr;
+    if (!descriptions || packets_.size() + given > mostPackets)
+        return paramErr;
+    if (isLossless(format_.mFormatID) && bare_.empty()) // none could decode them
+        return kAudioFileOperationNotSupportedError;
+    const auto* const data = static_cast<const UInt8*>(buffer);
+    Bytes block;
+    block.reserve(bytes);
+    std::vector<PacketPlace> places;
+    for (const AudioStreamPacketDescription& packet : std::span(descriptions, given)) {
+        if (!isInside(packet, bytes))
+            return paramErr;
+        const Bytes header = packetHeader(packet.mDataByteSize);
+        block.insert(block.end(), header.begin(), header.end());
+        places.push_back({endOfData_ + block.size(), packet.mDataByteSize, packet.mVariableFramesInPacket});
+        block.insert(block.end(), data + packet.mStartOffset, data + packet.mStartOffset + packet.mDataByteSize);
+    }
+    if (const OSStatus status = file_.writeAll(endOfData_, block); status != noErr)
+        return status;
+    endOfData_ += block.size();
+    for (const PacketPlace& place : places)
+        addPacket(place);
+    packets = given;
+    return noErr;
+}
+
+bool PacketContainer::addPacket(const PacketPlace& packet)
+{
+    const bool isInFile = packet.position <= file_.length() && packet.size <= file_.length() - packet.position;
+    if (!isInFile || packets_.size() >= mostPackets)
+        return false;
+    if (isVariable())
+        firstFrames_.push_back(totalFrames());
+    packets_.push_back(packet);
+    bytes_ += packet.size;
+    largest_ = std::max(largest_, packet.size);
+    return true;
+}
+
+UInt64 PacketContainer::totalFrames() const
+{
+    if (!isVariable())
+        return packets_.size() * UInt64{format_.mFramesPerPacket};
+    return packets_.empty() || firstFrames_.empty() ? 0 : firstFrames_.back() + packets_.back().frames;
+}
+
+OSStatus PacketContainer::magicCookie(Bytes& cookie) const
+{
+    if (bare_.empty())
+        return kAudioFileUnsupportedPropertyError;
+    cookie = cookieFromBare(format_.mFormatID, bare_);
+    return noErr;
+}
+
+OSStatus PacketContainer::setMagicCookie(std::span<const UInt8> cookie)
+{
+    if (!isNew_)
+        return kAudioFileOperationNotSupportedError;
+    Bytes bare = bareFromCookie(format_.mFormatID, cookie);
+    if (bare.empty())
+        return paramErr;
+    bare_.swap(bare);
+    if (takeCookie())
+        return cookieChanged();
+    bare_.swap(bare);
+    return paramErr;
+}
+
+// A cookie tells the format more exactly than a caller needs to; what both tell must be the same.
+bool PacketContainer::takeCookie()
+{
+    std::optional<AudioStreamBasicDescription> told;
+    UInt64 frames = 0;
+    if (isAAC(format_.mFormatID)) {
+        const auto config = parseAACConfig(bare_);
+        return config && config->sampleRate == format_.mSampleRate && config->channels == format_.mChannelsPerFrame;
+    }
+    if (format_.mFormatID == kAudioFormatAppleLossless)
+        told = formatFromALAC(bare_);
+    else if (format_.mFormatID == kAudioFormatFLAC)
+        told = formatFromFLAC(bare_, frames);
+    if (!told || told->mSampleRate != format_.mSampleRate || told->mChannelsPerFrame != format_.mChannelsPerFrame)
+        return false;
+    format_ = *told;
+    return true;
+}
+
+void PacketContainer::setTable(UInt64 priming, UInt64 valid)
+{
+    const UInt64 total = totalFrames();
+    priming = std::min<UInt64>({priming, total, std::numeric_limits<SInt32>::max()});
+    valid = std::min(valid, total - priming);
+    const UInt64 remainder = std::min<UInt64>(total - priming - valid, std::numeric_limits<SInt32>::max());
+    table_ = {static_cast<SInt64>(valid), static_cast<SInt32>(priming), static_cast<SInt32>(remainder)};
+}
+
+// While a file is written, what is neither priming nor remainder is valid.
+AudioFilePacketTableInfo PacketContainer::table() const
+{
+    AudioFilePacketTableInfo info = table_;
+    if (isNew_)
+        info.mNumberValidFrames =
+            std::max<SInt64>(0, static_cast<SInt64>(totalFrames()) - info.mPrimingFrames - info.mRemainderFrames);
+    return info;
+}
+
+OSStatus PacketContainer::packetTableInfo(AudioFilePacketTableInfo& info) const
+{
+    info = table();
+    return noErr;
+}
+
+OSStatus PacketContainer::setPacketTableInfo(const AudioFilePacketTableInfo& info)
+{
+    if (!isNew_)
+        return kAudioFileOperationNotSupportedError;
+    if (info.mPrimingFrames < 0 || info.mRemainderFrames < 0)
+        return paramErr;
+    table_ = info;
+    return noErr;
+}
+
+std::optional<UInt64> PacketContainer::frameOfPacket(UInt64 packet) const
+{
+    if (!isVariable())
+        return Container::frameOfPacket(packet);
+    return packet < firstFrames_.size() ? firstFrames_[static_cast<std::size_t>(packet)] : totalFrames();
+}
+
+std::pair<UInt64, UInt32> PacketContainer::packetOfFrame(UInt64 frame) const
+{
+    if (!isVariable())
+        return Container::packetOfFrame(frame);
+    if (frame >= totalFrames())
+        return {packets_.size(), 0};
+    const auto behind = std::ranges::upper_bound(firstFrames_, frame);
+    const auto packet = static_cast<UInt64>(behind - firstFrames_.begin() - 1);
+    return {packet, static_cast<UInt32>(frame - firstFrames_[static_cast<std::size_t>(packet)])};
+}
+
+UInt32 PacketContainer::rollDistance() const
+{
+    return rollDistanceOf(format_.mFormatID);
+}
+
+// In the order in which decoders give the channels.
+AudioChannelLayoutTag PacketContainer::channelLayoutTag() const
+{
+    constexpr AudioChannelLayoutTag tags[] = {0,
+                                              kAudioChannelLayoutTag_Mono,
+                                              kAudioChannelLayoutTag_Stereo,
+                                              kAudioChannelLayoutTag_MPEG_3_0_A,
+                                              kAudioChannelLayoutTag_MPEG_4_0_A,
+                                              kAudioChannelLayoutTag_MPEG_5_0_A,
+                                              kAudioChannelLayoutTag_MPEG_5_1_A,
+                                              kAudioChannelLayoutTag_MPEG_6_1_A,
+                                              kAudioChannelLayoutTag_MPEG_7_1_A};
+    const UInt32 channels = format_.mChannelsPerFrame;
+    if (format_.mFormatID == kAudioFormatFLAC && channels == 4)
+        return kAudioChannelLayoutTag_Quadraphonic;
+    const bool isTold = channels < std::size(tags) && (format_.mFormatID != kAudioFormatFLAC || channels <= 6);
+    return isTold ? tags[channels] : 0;
+}
+
+OSStatus PacketContainer::finish()
+{
+    if (!isNew_)
+        return noErr;
+    const OSStatus status = end();
+    isNew_ = status != noErr;
+    return status;
+}
+
+bool holdsPackets(const AudioStreamBasicDescription& format)
+{
+    const bool isWhole = format.mSampleRate == std::floor(format.mSampleRate);
+    if (decodableCodings().empty() || !isWhole || !isPlausible(format.mSampleRate, format.mChannelsPerFrame) ||
+        format.mChannelsPerFrame > 8)
+        return false;
+    if (format.mFormatID == kAudioFormatAppleLossless)
+        return format.mFramesPerPacket <= mostFramesPerPacket;
+    const bool isPlainAAC =
+        format.mFormatID == kAudioFormatMPEG4AAC && (format.mFramesPerPacket == 0 || format.mFramesPerPacket == 1024);
+    return isPlainAAC &&
+           !makeAACConfig(kMPEG4Object_AAC_LC, static_cast<UInt32>(format.mSampleRate), format.mChannelsPerFrame)
+                .empty();
+}
+
+void probeAAC(AudioStreamBasicDescription& format, std::span<const UInt8> config, std::span<const UInt8> packet)
+{
+    const auto found = probeStream(format, cookieFromBare(format.mFormatID, config), packet);
+    if (!found)
+        return;
+    if (found->framesPerPacket == 2048)
+        format.mFormatID =
+            found->channels > format.mChannelsPerFrame ? kAudioFormatMPEG4AAC_HE_V2 : kAudioFormatMPEG4AAC_HE;
+    format.mSampleRate = found->sampleRate;
+    format.mChannelsPerFrame = found->channels;
+    format.mFramesPerPacket = found->framesPerPacket;
+}
+
+} // namespace qmx

@@ -1,0 +1,120 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "AudioToolbox/Containers/ContainerFile.h"
+#include "AudioToolbox/Containers/ContainerTable.h"
+
+#include <vector>
+
+namespace qmx
+{
+
+/// More packets than this (some 100 hours) are taken for damage.
+inline constexpr std::size_t mostPackets = std::size_t{1} << 24;
+
+/// Where a packet lies in the file.
+struct PacketPlace {
+    UInt64 position = 0;
+    UInt32 size = 0;
+    UInt32 frames = 0; ///< 0: as many as the format says
+};
+
+/// A compressed file: an index of packets in memory, made when it is opened, or packet by packet when it is written. Only new files
+/// are written, from their begin to their end; a derived class knows what stands before, between and behind the packets.
+class PacketContainer : public Container
+{
+public:
+    UInt64 byteCount() const override { return bytes_; }
+    UInt64 packetCount() const override { return packets_.size(); }
+    UInt32 maximumPacketSize() const override { return largest_; }
+    SInt64 dataOffset() const override;
+    bool isOptimized() const override { return true; }
+    std::vector<UInt32> chunkIDs() override { return {}; }
+    OSStatus readBytes(UInt64 start, UInt32& count, void* buffer) override;
+    OSStatus writeBytes(UInt64 start, UInt32& count, const void* buffer) override;
+    OSStatus readPackets(UInt64 start, UInt32& packets, UInt32& bytes, AudioStreamPacketDescription* descriptions,
+                         void* buffer) override;
+    OSStatus writePackets(UInt64 start, UInt32& packets, UInt32 bytes, const AudioStreamPacketDescription* descriptions,
+                          const void* buffer) override;
+    OSStatus magicCookie(Bytes& cookie) const override;
+    OSStatus setMagicCookie(std::span<const UInt8> cookie) override;
+    OSStatus packetTableInfo(AudioFilePacketTableInfo& info) const override;
+    OSStatus setPacketTableInfo(const AudioFilePacketTableInfo& info) override;
+    std::optional<UInt64> frameOfPacket(UInt64 packet) const override;
+    std::pair<UInt64, UInt32> packetOfFrame(UInt64 frame) const override;
+    UInt32 rollDistance() const override;
+    AudioChannelLayoutTag channelLayoutTag() const override;
+    OSStatus finish() override;
+
+    /// Reads an existing file.
+    OSStatus load();
+    /// Makes the file an empty one.
+    OSStatus create(const AudioStreamBasicDescription& format);
+
+protected:
+    explicit PacketContainer(std::unique_ptr<File> file) : file_(std::move(file)) {}
+
+    /// Fills in format, packets, cookie (bare) and packet table.
+    virtual OSStatus read() = 0;
+    /// Writes what stands before the packets; `endOfData_` is where the first one goes.
+    virtual OSStatus begin() = 0;
+    /// What stands before each packet.
+    virtual Bytes packetHeader(std::size_t) const { return {}; }
+    /// Called when a new cookie was taken.
+    virtual OSStatus cookieChanged() { return noErr; }
+    /// Writes what tells about the packets.
+    virtual OSStatus end() = 0;
+    /// False for a packet that is not wholly in the file, and where there are too many.
+    bool addPacket(const PacketPlace& packet);
+    const std::vector<PacketPlace>& packets() const { return packets_; }
+    UInt64 totalFrames() const;
+    /// Completes the packet table from the packets: what is neither valid nor priming is remainder.
+    void setTable(UInt64 priming, UInt64 valid);
+    AudioFilePacketTableInfo table() const;
+
+    ContainerFile file_;
+    Bytes bare_; ///< the cookie without what files put around it
+    UInt64 endOfData_ = 0;
+
+private:
+    bool takeCookie();
+    OSStatus readRun(std::span<const PacketPlace> run, UInt8* to);
+    bool isVariable() const { return format_.mFramesPerPacket == 0; }
+
+    std::vector<PacketPlace> packets_;
+    std::vector<UInt64> firstFrames_; ///< of each packet, where they differ in frames
+    UInt64 bytes_ = 0;
+    UInt32 largest_ = 0;
+    AudioFilePacketTableInfo table_;
+    bool isNew_ = false;
+    Bytes scratch_;
+};
+
+/// Whether new files that can hold AAC and ALAC can be made of this format.
+bool holdsPackets(const AudioStreamBasicDescription& format);
+
+/// Finds out what an AAC stream really decodes to, which its configuration need not say: high efficiency has twice the rate and frames.
+/// Leaves the format as it is where that cannot be told.
+void probeAAC(AudioStreamBasicDescription& format, std::span<const UInt8> config, std::span<const UInt8> packet);
+
+template <class Format> OSStatus loadPackets(PlacedFile placed, bool, std::unique_ptr<Container>& container)
+{
+    auto loaded = std::make_unique<Format>(std::move(placed.file));
+    const OSStatus status = loaded->load();
+    if (status == noErr)
+        container = std::move(loaded);
+    return status;
+}
+
+template <class Format>
+OSStatus createPackets(PlacedFile placed, const AudioStreamBasicDescription& format,
+                       std::unique_ptr<Container>& container)
+{
+    auto created = std::make_unique<Format>(std::move(placed.file));
+    const OSStatus status = created->create(format);
+    if (status == noErr)
+        container = std::move(created);
+    return status;
+}
+
+} // namespace qmx

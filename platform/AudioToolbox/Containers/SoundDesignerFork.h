@@ -1,0 +1,27 @@
+// SPDX-License-Identifier: MIT
+// The resource fork of a Sound Designer II file, which tells the format of its samples. Here it is a file of its own beside the
+// samples, named like theirs with "._" in front: an AppleDouble file, or the bare fork.
+#pragma once
+
+#include "Foundation/ByteFields.h"
+
+#include <optional>
+#include <span>
+#include <string>
+
+namespace qmx
+{
+
+struct SoundDesignerFormat {
+    UInt32 sampleBytes = 0;
+    Float64 sampleRate = 0;
+    UInt32 channels = 0;
+};
+
+std::string sidecarPath(const std::string& path);
+/// Takes either form; empty where it does not tell all three.
+std::optional<SoundDesignerFormat> parseSidecar(std::span<const UInt8> bytes);
+/// An AppleDouble file with plain Finder info and the fork.
+Bytes makeSidecar(const SoundDesignerFormat& format);
+
+} // namespace qmx

@@ -1,0 +1,109 @@
+// SPDX-License-Identifier: MIT
+// The extended audio file service: an audio file as frames of a format that the caller chooses. Between file and caller stands a
+// converter; positions and lengths count frames of the file at the file's rate.
+//
+// One thread at a time per file. ExtAudioFileWriteAsync may run on an I/O or render thread while no other call is under way, and so
+// may ExtAudioFileRead once it is primed.
+#pragma once
+
+#include "AudioToolbox/AudioConverter.h"
+#include "AudioToolbox/AudioFile.h"
+#include "CoreAudioTypes/AudioChannelLayout.h"
+
+/// An open extended audio file; null is none.
+using ExtAudioFileRef = struct OpaqueExtAudioFile*;
+using ExtAudioFilePropertyID = UInt32;
+
+/// The file's data format. Read only.
+inline constexpr ExtAudioFilePropertyID kExtAudioFileProperty_FileDataFormat = qmx::fourCharCode("ffmt");
+/// Which channel of the file is meant for which loudspeaker.
+inline constexpr ExtAudioFilePropertyID kExtAudioFileProperty_FileChannelLayout = qmx::fourCharCode("fclo");
+/// The format of the frames that the caller reads or writes: linear PCM of any layout and rate. At first the file's own where
+/// that is linear PCM.
+inline constexpr ExtAudioFilePropertyID kExtAudioFileProperty_ClientDataFormat = qmx::fourCharCode("cfmt");
+inline constexpr ExtAudioFilePropertyID kExtAudioFileProperty_ClientChannelLayout = qmx::fourCharCode("cclo");
+/// The converter between the two formats, which stays the file's. It lives until the client format is set again. Setting
+/// the property tells the file that settings of the converter were changed.
+inline constexpr ExtAudioFilePropertyID kExtAudioFileProperty_AudioConverter = qmx::fourCharCode("acnv");
+inline constexpr ExtAudioFilePropertyID kExtAudioFileProperty_FileMaxPacketSize = qmx::fourCharCode("fmps");
+inline constexpr ExtAudioFilePropertyID kExtAudioFileProperty_ClientMaxPacketSize = qmx::fourCharCode("cmps");
+/// Frames in the file as a signed 64-bit number, without a coding's delay and padding.
+inline constexpr ExtAudioFilePropertyID kExtAudioFileProperty_FileLengthFrames = qmx::fourCharCode("#frm");
+inline constexpr ExtAudioFilePropertyID kExtAudioFileProperty_ConverterConfig = qmx::fourCharCode("accf");
+/// Bytes that are read or written at once, 4096 to 16 MiB.
+inline constexpr ExtAudioFilePropertyID kExtAudioFileProperty_IOBufferSizeBytes = qmx::fourCharCode("iobs");
+inline constexpr ExtAudioFilePropertyID kExtAudioFileProperty_IOBuffer = qmx::fourCharCode("iobf");
+/// The file of the audio file service, which stays the extended file's.
+inline constexpr ExtAudioFilePropertyID kExtAudioFileProperty_AudioFile = qmx::fourCharCode("afil");
+inline constexpr ExtAudioFilePropertyID kExtAudioFileProperty_CodecManufacturer = qmx::fourCharCode("cman");
+inline constexpr ExtAudioFilePropertyID kExtAudioFileProperty_PacketTable = qmx::fourCharCode("xpti");
+
+inline constexpr OSStatus kExtAudioFileError_InvalidProperty = -66561;
+inline constexpr OSStatus kExtAudioFileError_InvalidPropertySize = -66562;
+inline constexpr OSStatus kExtAudioFileError_NonPCMClientFormat = -66563;
+inline constexpr OSStatus kExtAudioFileError_InvalidChannelMap = -66564;
+inline constexpr OSStatus kExtAudioFileError_InvalidOperationOrder = -66565;
+inline constexpr OSStatus kExtAudioFileError_InvalidDataFormat = -66566;
+inline constexpr OSStatus kExtAudioFileError_MaxPacketSizeUnknown = -66567;
+inline constexpr OSStatus kExtAudioFileError_InvalidSeek = -66568;
+inline constexpr OSStatus kExtAudioFileError_AsyncWriteTooLarge = -66569;
+inline constexpr OSStatus kExtAudioFileError_AsyncWriteBufferOverflow = -66570;
+
+/// Opens an existing file for reading. On failure `*file` is null; the status is that of AudioFileOpen.
+QMX_EXPORT OSStatus ExtAudioFileOpen(const FSRef* reference, ExtAudioFileRef* file);
+
+/// An extended file on an open audio file, which stays the caller's: it is not closed with the extended one and must outlive it. For
+/// writing, the first frames written replace those at the file's start.
+QMX_EXPORT OSStatus ExtAudioFileWrapAudioFileID(AudioFileID audioFile, Boolean forWriting, ExtAudioFileRef* file);
+
+/// Creates `name` in the directory `parent` for writing, with the statuses of AudioFileCreate: an existing file is dupFNErr and is
+/// left as it is. `layout` may be null; a container that keeps none goes without.
+QMX_EXPORT OSStatus ExtAudioFileCreateNew(const FSRef* parent, CFStringRef name, AudioFileTypeID type,
+                                          const AudioStreamBasicDescription* format, const AudioChannelLayout* layout,
+                                          ExtAudioFileRef* file);
+
+/// Writes what is still on its way (queued frames, the rate filter's tail, a coding's last packet) and closes. Waits for a read in
+/// flight. The file is closed in any case; the status is that of the first write that failed.
+QMX_EXPORT OSStatus ExtAudioFileDispose(ExtAudioFileRef file);
+
+/// Reads `*frameCount` frames of the client format into the buffers of `data`, never past their byte sizes; `*frameCount` and the sizes
+/// become what came. Fewer than asked for are the end (0 with status 0) or a failure, which comes with the frames before it.
+///
+/// On a thread marked real-time nothing waits: frames are taken from what a thread of the service has read ahead, and fewer of
+/// them, down to 0 with status 0, mean that it has not come so far. That takes a call with 0 frames and no data before, which
+/// makes the memory; elsewhere that call returns when the first frames are ready.
+QMX_EXPORT OSStatus ExtAudioFileRead(ExtAudioFileRef file, UInt32* frameCount, AudioBufferList* data);
+
+/// Writes frames of the client format and returns when they are with the audio file service, after whatever was written before.
+/// A coding with packets keeps back what does not fill one. Not for I/O or render threads.
+QMX_EXPORT OSStatus ExtAudioFileWrite(ExtAudioFileRef file, UInt32 frameCount, const AudioBufferList* data);
+
+/// Hands frames of the client format to the writing thread of the service: neither locks nor allocates after a call with 0 frames
+/// and no data, which makes the memory, four seconds of audio. On a thread marked real-time a full memory is
+/// AsyncWriteBufferOverflow (nothing is taken then), more than it ever holds AsyncWriteTooLarge, and a file that was not primed
+/// InvalidOperationOrder; any other thread waits for room. A write that failed in the background is the status of every later call.
+QMX_EXPORT OSStatus ExtAudioFileWriteAsync(ExtAudioFileRef file, UInt32 frameCount, const AudioBufferList* data);
+
+/// Moves to a frame of the file. The next frames read are those that a read from the start would give there: with a change of the
+/// rate the filter is run in on what lies before. InvalidSeek for a frame outside the file; while writing also for codings
+/// other than linear PCM (there, a place beyond the end fills the gap with zeros at the next write).
+QMX_EXPORT OSStatus ExtAudioFileSeek(ExtAudioFileRef file, SInt64 frame);
+/// The frame of the file that is read or written next, rounded down.
+QMX_EXPORT OSStatus ExtAudioFileTell(ExtAudioFileRef file, SInt64* frame);
+
+/// A property's size and whether it can be set; InvalidProperty where this file lacks it.
+QMX_EXPORT OSStatus ExtAudioFileGetPropertyInfo(ExtAudioFileRef file, ExtAudioFilePropertyID property, UInt32* size,
+                                                Boolean* isWritable);
+/// Copies a property's value; `*size` is the room on entry (InvalidPropertySize when it is too small) and what was used on return.
+QMX_EXPORT OSStatus ExtAudioFileGetProperty(ExtAudioFileRef file, ExtAudioFilePropertyID property, UInt32* size,
+                                            void* value);
+QMX_EXPORT OSStatus ExtAudioFileSetProperty(ExtAudioFileRef file, ExtAudioFilePropertyID property, UInt32 size,
+                                            const void* value);
+
+namespace qmx
+{
+
+/// Frames of the client format that reads on real-time threads asked for and did not get, though the file goes on. Any thread.
+QMX_EXPORT UInt64 framesMissedByRealTimeReads(ExtAudioFileRef file);
+
+} // namespace qmx

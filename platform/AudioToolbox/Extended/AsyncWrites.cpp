@@ -1,0 +1,119 @@
+// SPDX-License-Identifier: MIT
+#include "AudioToolbox/Extended/AsyncWrites.h"
+
+#include "AudioToolbox/ExtAudioFile.h"
+#include "Foundation/RealTime.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace qmx
+{
+namespace
+{
+
+constexpr Float64 secondsHeld = 4;
+constexpr std::size_t leastBytes = 1U << 18, mostBytes = 1U << 24;
+
+/// Frames that are written at once: large enough to be cheap, and between two of them others get their turn.
+constexpr UInt32 pieceFrames = 32768;
+
+UInt32 capacityFor(const PcmLayout& layout, Float64 rate)
+{
+    const auto wanted = static_cast<std::size_t>(rate * secondsHeld) * layout.frameBytes();
+    return static_cast<UInt32>(std::clamp(wanted, leastBytes, mostBytes) / layout.frameBytes());
+}
+
+} // namespace
+
+std::shared_ptr<AsyncWrites> AsyncWrites::make(const PcmLayout& layout, Float64 rate, Sink sink)
+{
+    auto writes = std::make_shared<AsyncWrites>(layout, capacityFor(layout, rate), std::move(sink));
+    BackgroundThread::writer().add(writes);
+    return writes;
+}
+
+AsyncWrites::AsyncWrites(const PcmLayout& layout, UInt32 capacity, Sink sink)
+    : ring_(layout, capacity), part_(layout), sink_(std::move(sink))
+{
+}
+
+OSStatus AsyncWrites::add(const AudioBufferList& frames, UInt32 count)
+{
+    if (const OSStatus status = failure_.load(std::memory_order_acquire); status != noErr)
+        return status;
+    if (isRealTime()) {
+        if (count > ring_.capacity())
+            return kExtAudioFileError_AsyncWriteTooLarge;
+        if (count > ring_.room())
+            return kExtAudioFileError_AsyncWriteBufferOverflow;
+    }
+    for (UInt32 done = 0; done < count;) {
+        const UInt32 length = std::min(count - done, ring_.room());
+        if (length == 0) {
+            waitForRoom();
+            continue;
+        }
+        const bool wasWorthAWake = isWorthAWake();
+        ring_.copyIn(part_.aimAt(frames, done, length), length);
+        done += length;
+        if (!wasWorthAWake && isWorthAWake())
+            BackgroundThread::writer().wake();
+    }
+    return noErr;
+}
+
+/// The thread that writes is woken for an eighth of the memory, and then goes on until it finds nothing more. What is less waits for
+/// more or for the end.
+bool AsyncWrites::isWorthAWake() const
+{
+    return ring_.ready() > ring_.capacity() / 8;
+}
+
+/// Waits for the thread that writes, or writes in its place.
+void AsyncWrites::waitForRoom()
+{
+    const std::scoped_lock lock(takerMutex_);
+    if (ring_.room() == 0)
+        writeSome();
+}
+
+bool AsyncWrites::writeSome()
+{
+    UInt32 count = pieceFrames;
+    const AudioBufferList& frames = ring_.next(count);
+    if (count == 0 || !sink_)
+        return false;
+    // after a failure the rest is dropped: nobody may wait for a disk that takes no more
+    if (failure_.load(std::memory_order_relaxed) == noErr)
+        if (const OSStatus status = sink_(frames, count); status != noErr)
+            failure_.store(status, std::memory_order_release);
+    ring_.take(count);
+    return true;
+}
+
+void AsyncWrites::work()
+{
+    for (bool wrote = true; wrote;) {
+        const std::scoped_lock lock(takerMutex_);
+        wrote = writeSome();
+    }
+}
+
+OSStatus AsyncWrites::drain()
+{
+    const std::scoped_lock lock(takerMutex_);
+    while (writeSome()) {
+    }
+    return failure_.load(std::memory_order_relaxed);
+}
+
+OSStatus AsyncWrites::finish()
+{
+    const OSStatus status = drain();
+    const std::scoped_lock lock(takerMutex_);
+    sink_ = nullptr;
+    return status;
+}
+
+} // namespace qmx

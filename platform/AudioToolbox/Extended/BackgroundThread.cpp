@@ -1,0 +1,58 @@
+// SPDX-License-Identifier: MIT
+#include "AudioToolbox/Extended/BackgroundThread.h"
+
+#include "Foundation/Thread.h"
+
+namespace qmx
+{
+
+BackgroundThread& BackgroundThread::writer()
+{
+    static auto* const thread = new BackgroundThread("qmx-file-writer"); // outlives every file
+    return *thread;
+}
+
+BackgroundThread& BackgroundThread::reader()
+{
+    static auto* const thread = new BackgroundThread("qmx-file-reader");
+    return *thread;
+}
+
+void BackgroundThread::add(const std::shared_ptr<BackgroundWork>& work)
+{
+    const std::scoped_lock lock(mutex_);
+    std::erase_if(works_, [](const auto& known) { return known.expired(); });
+    works_.push_back(work);
+    if (!isRunning_)
+        Thread::detachNewThread(name_, [this] { run(); });
+    isRunning_ = true;
+}
+
+void BackgroundThread::wake() noexcept
+{
+    wakes_.fetch_add(1, std::memory_order_release);
+    wakes_.notify_one();
+}
+
+void BackgroundThread::run()
+{
+    unsigned seen = 0;
+    while (true) {
+        wakes_.wait(seen, std::memory_order_acquire);
+        seen = wakes_.load(std::memory_order_acquire);
+        for (const auto& work : current())
+            work->work();
+    }
+}
+
+std::vector<std::shared_ptr<BackgroundWork>> BackgroundThread::current()
+{
+    const std::scoped_lock lock(mutex_);
+    std::vector<std::shared_ptr<BackgroundWork>> works;
+    for (const auto& known : works_)
+        if (auto work = known.lock())
+            works.push_back(std::move(work));
+    return works;
+}
+
+} // namespace qmx

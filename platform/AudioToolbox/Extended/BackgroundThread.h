@@ -1,0 +1,45 @@
+// SPDX-License-Identifier: MIT
+// The threads of the process that write and read files behind real-time threads: one for each direction, for all files.
+#pragma once
+
+#include <atomic>
+#include <memory>
+#include <mutex>
+#include <vector>
+
+namespace qmx
+{
+
+/// What such a thread does for a file each time it is woken. It may be called once more after its owner let go of it.
+class BackgroundWork
+{
+public:
+    virtual ~BackgroundWork() = default;
+    virtual void work() = 0;
+};
+
+class BackgroundThread
+{
+public:
+    /// The thread that writes, and the one that reads ahead. They begin with their first work and last as long as the process.
+    static BackgroundThread& writer();
+    static BackgroundThread& reader();
+
+    /// Whoever owns the work ends it by letting go.
+    void add(const std::shared_ptr<BackgroundWork>& work);
+    /// Any thread, real-time ones too: costs a store and, while the thread sleeps, a wake.
+    void wake() noexcept;
+
+private:
+    explicit BackgroundThread(const char* name) : name_(name) {}
+    void run();
+    std::vector<std::shared_ptr<BackgroundWork>> current();
+
+    const char* name_;
+    std::mutex mutex_; // of the two below
+    bool isRunning_ = false;
+    std::vector<std::weak_ptr<BackgroundWork>> works_;
+    std::atomic<unsigned> wakes_{0};
+};
+
+} // namespace qmx

@@ -1,0 +1,43 @@
+// SPDX-License-Identifier: MIT
+// Codings with packets: decoded to linear PCM, cut to the frames of the original signal.
+#pragma once
+
+#include "AudioToolbox/AudioConverter.h"
+#include "AudioToolbox/Extended/ExtendedFile.h"
+#include "AudioToolbox/Extended/FrameSupply.h"
+
+namespace qmx
+{
+
+class DecodedSupply : public FrameSupply
+{
+public:
+    /// A status and no supply for a coding that no decoder is there for.
+    static OSStatus make(AudioFileID file, const AudioStreamBasicDescription& coding,
+                         std::unique_ptr<FrameSupply>& supply);
+
+    OSStatus length(SInt64& frames) const override;
+    void seek(SInt64 frame) override;
+    OSStatus next(const void*& frames, UInt32& count) override;
+    void setBufferSize(UInt32 bytes) override;
+
+private:
+    DecodedSupply(AudioFileID file, const AudioStreamBasicDescription& decoded, ConverterHandle decoder);
+
+    OSStatus loadTable();
+    OSStatus begin();
+    OSStatus givePackets(UInt32& count, AudioBuffer& buffer, AudioStreamPacketDescription** descriptions);
+
+    AudioFileID file_;
+    ConverterHandle decoder_;
+    AudioFilePacketTableInfo table_;
+
+    SInt64 position_ = 0;
+    bool mustBegin_ = true; // the decoder is not at the position
+    SInt64 nextPacket_ = 0;
+    UInt32 packetsAtOnce_ = 1, framesAtOnce_ = 1;
+    std::vector<std::byte> packets_, frames_;
+    std::vector<AudioStreamPacketDescription> descriptions_;
+};
+
+} // namespace qmx

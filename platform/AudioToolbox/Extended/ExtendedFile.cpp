@@ -1,0 +1,138 @@
+// SPDX-License-Identifier: MIT
+#include "AudioToolbox/Extended/ExtendedFile.h"
+
+#include "AudioToolbox/Extended/FileValues.h"
+
+#include <cstddef>
+#include <cstring>
+#include <utility>
+
+namespace qmx
+{
+namespace
+{
+
+constexpr UInt32 usualBufferSize = 1U << 18; // bytes
+
+/// Without knowing otherwise, two channels are stereo and six are 5.1.
+LayoutBlock usualLayout(UInt32 channels)
+{
+    if (channels != 2 && channels != 6)
+        return {};
+    LayoutBlock layout(offsetof(AudioChannelLayout, mChannelDescriptions));
+    const AudioChannelLayoutTag tag = channels == 2 ? kAudioChannelLayoutTag_Stereo : kAudioChannelLayoutTag_MPEG_5_1_A;
+    std::memcpy(layout.data(), &tag, sizeof tag);
+    return layout;
+}
+
+} // namespace
+
+ExtendedFile::ExtendedFile(AudioFileID file, bool owns)
+    : file_(file), owns_(owns), bufferSize_(usualBufferSize), converter_(nullptr, &AudioConverterDispose),
+      fileLayout_(fileBlock(file, kAudioFilePropertyChannelLayout))
+{
+    fileValue(file, kAudioFilePropertyDataFormat, fileFormat_);
+}
+
+ExtendedFile::~ExtendedFile()
+{
+    if (owns_ && file_)
+        AudioFileClose(file_);
+}
+
+OSStatus ExtendedFile::setClientFormat(const AudioStreamBasicDescription& format)
+{
+    if (format.mFormatID != kAudioFormatLinearPCM)
+        return kExtAudioFileError_NonPCMClientFormat;
+    const auto samples = PcmLayout::of(format);
+    if (!samples)
+        return kExtAudioFileError_InvalidDataFormat;
+    const AudioStreamBasicDescription client = withByteCounts(format, *samples);
+    AudioConverterRef made = nullptr;
+    OSStatus status = connect(client, made);
+    if (status != noErr)
+        return status;
+    ConverterHandle fresh(made, &AudioConverterDispose);
+    if (converter_)
+        status = settle();
+    converter_ = std::move(fresh);
+    clientFormat_ = client;
+    clientSamples_ = *samples;
+    applyLayouts();
+    connected();
+    return status;
+}
+
+AudioConverterRef ExtendedFile::converter()
+{
+    rest();
+    return converter_.get();
+}
+
+OSStatus ExtendedFile::setFileLayout(LayoutBlock layout)
+{
+    // containers that keep none are no obstacle to mixing by one
+    AudioFileSetProperty(file_, kAudioFilePropertyChannelLayout, static_cast<UInt32>(layout.size()), layout.data());
+    fileLayout_ = std::move(layout);
+    if (converter_)
+        applyLayouts();
+    return noErr;
+}
+
+OSStatus ExtendedFile::setClientLayout(LayoutBlock layout)
+{
+    clientLayout_ = std::move(layout);
+    if (converter_)
+        applyLayouts();
+    return noErr;
+}
+
+/// Tells the converter which channels are which.
+void ExtendedFile::applyLayouts()
+{
+    const auto set = [this](AudioConverterPropertyID property, const LayoutBlock& layout) {
+        if (!layout.empty())
+            AudioConverterSetProperty(converter_.get(), property, static_cast<UInt32>(layout.size()), layout.data());
+    };
+    const LayoutBlock file = fileLayout_.empty() ? usualLayout(fileFormat_.mChannelsPerFrame) : fileLayout_;
+    const LayoutBlock client = clientLayout_.empty() ? usualLayout(clientFormat_.mChannelsPerFrame) : clientLayout_;
+    set(kAudioConverterInputChannelLayout, reads() ? file : client);
+    set(kAudioConverterOutputChannelLayout, reads() ? client : file);
+}
+
+OSStatus ExtendedFile::read(UInt32& frames, AudioBufferList&)
+{
+    frames = 0;
+    return kExtAudioFileError_InvalidOperationOrder;
+}
+
+OSStatus ExtendedFile::primeReads()
+{
+    return kExtAudioFileError_InvalidOperationOrder;
+}
+
+OSStatus ExtendedFile::write(UInt32, const AudioBufferList&)
+{
+    return kExtAudioFileError_InvalidOperationOrder;
+}
+
+OSStatus ExtendedFile::writeAsync(UInt32, const AudioBufferList&)
+{
+    return kExtAudioFileError_InvalidOperationOrder;
+}
+
+OSStatus ExtendedFile::primeWrites()
+{
+    return kExtAudioFileError_InvalidOperationOrder;
+}
+
+OSStatus ExtendedFile::close()
+{
+    OSStatus status = complete();
+    if (owns_)
+        if (const OSStatus closed = AudioFileClose(std::exchange(file_, nullptr)); status == noErr)
+            status = closed;
+    return status;
+}
+
+} // namespace qmx

@@ -1,0 +1,95 @@
+// SPDX-License-Identifier: MIT
+// What an extended audio file is in either direction: an audio file, a client format, and a converter between.
+#pragma once
+
+#include "AudioToolbox/Conversion/PcmLayout.h"
+#include "AudioToolbox/ExtAudioFile.h"
+
+#include <memory>
+#include <vector>
+
+namespace qmx
+{
+
+using ConverterHandle = std::unique_ptr<OpaqueAudioConverter, decltype(&AudioConverterDispose)>;
+
+/// A channel layout with all its descriptions; empty for none.
+using LayoutBlock = std::vector<std::byte>;
+
+/// One thread at a time, but for what ExtAudioFile.h says of real-time threads.
+class ExtendedFile
+{
+public:
+    virtual ~ExtendedFile();
+    ExtendedFile(const ExtendedFile&) = delete;
+    ExtendedFile& operator=(const ExtendedFile&) = delete;
+
+    AudioFileID file() const { return file_; }
+    const AudioStreamBasicDescription& fileFormat() const { return fileFormat_; }
+    /// All zero while there is none.
+    const AudioStreamBasicDescription& clientFormat() const { return clientFormat_; }
+
+    /// Takes another client format with a new converter; on failure the old ones stay.
+    OSStatus setClientFormat(const AudioStreamBasicDescription& format);
+    /// Null without a client format. Nothing uses it until the next transfer.
+    AudioConverterRef converter();
+    /// Settings of the converter were changed from outside.
+    virtual OSStatus converterChanged() { return noErr; }
+
+    const LayoutBlock& fileLayout() const { return fileLayout_; }
+    const LayoutBlock& clientLayout() const { return clientLayout_; }
+    OSStatus setFileLayout(LayoutBlock layout);
+    OSStatus setClientLayout(LayoutBlock layout);
+
+    UInt32 bufferSize() const { return bufferSize_; }
+    virtual void setBufferSize(UInt32 bytes) { bufferSize_ = bytes; }
+
+    /// See the functions of ExtAudioFile.h; a direction that the file does not have is InvalidOperationOrder.
+    virtual OSStatus read(UInt32& frames, AudioBufferList& data);
+    virtual OSStatus primeReads();
+    virtual OSStatus write(UInt32 frames, const AudioBufferList& data);
+    virtual OSStatus writeAsync(UInt32 frames, const AudioBufferList& data);
+    virtual OSStatus primeWrites();
+    virtual OSStatus seek(SInt64 frame) = 0;
+    virtual SInt64 tell() const = 0;
+    virtual OSStatus length(SInt64& frames) = 0;
+    virtual UInt64 missedFrames() const { return 0; }
+
+    /// Completes and closes; nothing else is called after it but the destructor.
+    OSStatus close();
+
+protected:
+    /// Closes the file at the end if it `owns` it.
+    ExtendedFile(AudioFileID file, bool owns);
+
+    const PcmLayout& clientSamples() const { return clientSamples_; }
+    AudioConverterRef currentConverter() const { return converter_.get(); }
+
+    /// Waits until no other thread is at work for the file.
+    virtual OSStatus rest() = 0;
+    /// The same, and puts an end to the stream of frames: what comes next begins a new one.
+    virtual OSStatus settle() = 0;
+    /// Makes a converter for a client format.
+    virtual OSStatus connect(const AudioStreamBasicDescription& client, AudioConverterRef& converter) = 0;
+    /// A new converter took effect.
+    virtual void connected() {}
+    /// Completes the file before it is closed.
+    virtual OSStatus complete() { return noErr; }
+    /// Whether frames come from the file.
+    virtual bool reads() const = 0;
+
+    AudioStreamBasicDescription fileFormat_;
+
+private:
+    void applyLayouts();
+
+    AudioFileID file_;
+    bool owns_;
+    UInt32 bufferSize_;
+    AudioStreamBasicDescription clientFormat_;
+    PcmLayout clientSamples_;
+    ConverterHandle converter_;
+    LayoutBlock fileLayout_, clientLayout_;
+};
+
+} // namespace qmx

@@ -1,0 +1,51 @@
+// SPDX-License-Identifier: MIT
+// Values of the properties of audio files and converters, typed.
+#pragma once
+
+#include "AudioToolbox/AudioConverter.h"
+#include "AudioToolbox/AudioFile.h"
+
+#include <vector>
+
+namespace qmx
+{
+
+template <class Value> OSStatus fileValue(AudioFileID file, AudioFilePropertyID property, Value& value)
+{
+    UInt32 size = sizeof value;
+    return AudioFileGetProperty(file, property, &size, &value);
+}
+
+template <class Value>
+OSStatus converterValue(AudioConverterRef converter, AudioConverterPropertyID property, Value& value)
+{
+    UInt32 size = sizeof value;
+    return AudioConverterGetProperty(converter, property, &size, &value);
+}
+
+/// A value of any size; empty where the file does not have it.
+inline std::vector<std::byte> fileBlock(AudioFileID file, AudioFilePropertyID property)
+{
+    UInt32 size = 0;
+    if (AudioFileGetPropertyInfo(file, property, &size, nullptr) != noErr)
+        return {};
+    std::vector<std::byte> block(size);
+    if (AudioFileGetProperty(file, property, &size, block.data()) != noErr)
+        size = 0;
+    block.resize(size);
+    return block;
+}
+
+inline std::vector<std::byte> converterBlock(AudioConverterRef converter, AudioConverterPropertyID property)
+{
+    UInt32 size = 0;
+    if (AudioConverterGetPropertyInfo(converter, property, &size, nullptr) != noErr)
+        return {};
+    std::vector<std::byte> block(size);
+    if (AudioConverterGetProperty(converter, property, &size, block.data()) != noErr)
+        size = 0;
+    block.resize(size);
+    return block;
+}
+
+} // namespace qmx

@@ -1,0 +1,127 @@
+// SPDX-License-Identifier: MIT
+#include "AudioToolbox/Extended/ReadAhead.h"
+
+#include "Foundation/RealTime.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace qmx
+{
+namespace
+{
+
+constexpr Float64 secondsHeld = 2;
+constexpr std::size_t leastBytes = 1U << 17, mostBytes = 1U << 24;
+
+/// Frames that are read at once.
+constexpr UInt32 pieceFrames = 8192;
+
+UInt32 capacityFor(const PcmLayout& layout, Float64 rate)
+{
+    const auto wanted = static_cast<std::size_t>(rate * secondsHeld) * layout.frameBytes();
+    return static_cast<UInt32>(std::clamp(wanted, leastBytes, mostBytes) / layout.frameBytes());
+}
+
+} // namespace
+
+std::shared_ptr<ReadAhead> ReadAhead::make(const PcmLayout& layout, Float64 rate, Source source)
+{
+    auto ahead = std::make_shared<ReadAhead>(layout, capacityFor(layout, rate), std::move(source));
+    BackgroundThread::reader().add(ahead);
+    return ahead;
+}
+
+ReadAhead::ReadAhead(const PcmLayout& layout, UInt32 capacity, Source source)
+    : ring_(layout, capacity), part_(layout), source_(std::move(source))
+{
+}
+
+ReadAhead::Turn::Turn(ReadAhead& owner) : owner_(owner), isMine_(!owner.isTaken_.exchange(true))
+{
+    while (!isMine_ && !isRealTime()) {
+        owner_.isTaken_.wait(true);
+        isMine_ = !owner_.isTaken_.exchange(true);
+    }
+}
+
+ReadAhead::Turn::~Turn()
+{
+    if (!isMine_)
+        return;
+    owner_.isTaken_ = false;
+    owner_.isTaken_.notify_one();
+}
+
+OSStatus ReadAhead::take(const AudioBufferList& data, UInt32& count)
+{
+    const UInt32 wanted = std::exchange(count, 0);
+    bool hasEnded = false;
+    while (count < wanted) {
+        hasEnded = hasEnded_.load(std::memory_order_acquire); // before the count: nothing follows it
+        const UInt32 length = std::min(wanted - count, ring_.ready());
+        ring_.copyOut(part_.aimAt(data, count, length), length);
+        count += length;
+        if (length > 0)
+            continue;
+        if (hasEnded || isRealTime())
+            break;
+        const std::scoped_lock lock(adderMutex_);
+        readSome();
+    }
+    if (count < wanted && !hasEnded)
+        countMissed(wanted - count);
+    if (ring_.room() > ring_.capacity() / 2 && !hasEnded)
+        BackgroundThread::reader().wake();
+    return hasEnded && count < wanted ? failure_.load(std::memory_order_relaxed) : noErr;
+}
+
+/// Reads a piece where there is room; false when there is nothing more to be done.
+bool ReadAhead::readSome()
+{
+    if (!source_ || hasEnded_.load(std::memory_order_relaxed))
+        return false;
+    UInt32 room = pieceFrames;
+    AudioBufferList& frames = ring_.ahead(room);
+    if (room == 0)
+        return false;
+    UInt32 count = room;
+    const OSStatus status = source_(frames, count);
+    ring_.add(count);
+    if (status == noErr && count == room)
+        return true;
+    failure_.store(status, std::memory_order_relaxed);
+    hasEnded_.store(true, std::memory_order_release);
+    return false;
+}
+
+void ReadAhead::work()
+{
+    for (bool mayGoOn = true; mayGoOn;) {
+        const std::scoped_lock lock(adderMutex_);
+        mayGoOn = readSome();
+    }
+}
+
+void ReadAhead::restart(const std::function<void()>& move)
+{
+    {
+        const Turn turn(*this); // before the lock, as in `take`
+        const std::scoped_lock lock(adderMutex_);
+        ring_.clear();
+        hasEnded_ = false;
+        failure_ = noErr;
+        move();
+        readSome();
+    }
+    BackgroundThread::reader().wake();
+}
+
+void ReadAhead::finish()
+{
+    const Turn turn(*this);
+    const std::scoped_lock lock(adderMutex_);
+    source_ = nullptr;
+}
+
+} // namespace qmx

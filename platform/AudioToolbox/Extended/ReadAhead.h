@@ -1,0 +1,72 @@
+// SPDX-License-Identifier: MIT
+// The frames of one file that are read before a real-time thread asks for them.
+#pragma once
+
+#include "AudioToolbox/Extended/BackgroundThread.h"
+#include "AudioToolbox/Extended/FrameRing.h"
+
+#include <atomic>
+#include <functional>
+#include <memory>
+#include <mutex>
+
+namespace qmx
+{
+
+class ReadAhead : public BackgroundWork
+{
+public:
+    /// Reads frames from the file into all of a list; fewer than it holds are the end.
+    using Source = std::function<OSStatus(AudioBufferList& frames, UInt32& count)>;
+
+    /// Memory for two seconds at `rate` Hz, within bounds. Nothing is read yet.
+    static std::shared_ptr<ReadAhead> make(const PcmLayout& layout, Float64 rate, Source source);
+    ReadAhead(const PcmLayout& layout, UInt32 capacity, Source source);
+
+    /// The right to take frames and to move: one thread has it at a time. A thread marked real-time does not wait for it.
+    class Turn
+    {
+    public:
+        explicit Turn(ReadAhead& owner);
+        ~Turn();
+        Turn(const Turn&) = delete;
+        Turn& operator=(const Turn&) = delete;
+        explicit operator bool() const { return isMine_; }
+
+    private:
+        ReadAhead& owner_;
+        bool isMine_;
+    };
+
+    /// In its turn: the next frames, into a list with room for `count`; `count` becomes what came. A thread marked real-time takes what
+    /// is ready, any other waits for all; fewer are then the end or a failure.
+    OSStatus take(const AudioBufferList& data, UInt32& count);
+
+    /// Whether nothing follows.
+    bool isAtEnd() const { return hasEnded_.load(std::memory_order_acquire) && ring_.ready() == 0; }
+
+    /// Forgets what was read, calls `move`, and reads the first frames from there.
+    void restart(const std::function<void()>& move);
+    /// Waits for a read in flight and forgets the source for good.
+    void finish();
+
+    void work() override;
+
+    /// Frames that a real-time thread asked for and did not get though the file goes on.
+    UInt64 missedFrames() const { return missed_.load(std::memory_order_relaxed); }
+    void countMissed(UInt32 frames) { missed_.fetch_add(frames, std::memory_order_relaxed); }
+
+private:
+    bool readSome();
+
+    FrameRing ring_;
+    PlaneList part_;
+    std::mutex adderMutex_; // the adder is whoever holds it
+    Source source_;
+    std::atomic<bool> hasEnded_{false}; // by the end or a failure; set after the last frames were added
+    std::atomic<OSStatus> failure_{noErr};
+    std::atomic<bool> isTaken_{false};
+    std::atomic<UInt64> missed_{0};
+};
+
+} // namespace qmx

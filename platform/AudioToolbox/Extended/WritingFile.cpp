@@ -1,0 +1,250 @@
+// SPDX-License-Identifier: MIT
+#include "AudioToolbox/Extended/WritingFile.h"
+
+#include "AudioToolbox/Extended/FileValues.h"
+#include "Foundation/RealTime.h"
+
+#include <algorithm>
+#include <cmath>
+#include <utility>
+
+namespace qmx
+{
+namespace
+{
+
+/// Of the procedure that gives frames: there are no more for now, though the stream goes on.
+constexpr OSStatus usedUp = statusCode("used");
+
+} // namespace
+
+WritingFile::WritingFile(AudioFileID file, bool owns) : ExtendedFile(file, owns)
+{
+    if (fileFormat_.mFormatID == kAudioFormatLinearPCM)
+        setClientFormat(fileFormat_);
+}
+
+WritingFile::~WritingFile()
+{
+    if (queue_)
+        queue_->finish();
+}
+
+OSStatus WritingFile::connect(const AudioStreamBasicDescription& client, AudioConverterRef& converter)
+{
+    if (hasBegun_) // the packets of a coding are one stream
+        return kExtAudioFileError_InvalidOperationOrder;
+    return AudioConverterNew(&client, &fileFormat_, &converter);
+}
+
+void WritingFile::connected()
+{
+    base_ = tell();
+    acceptedFrames_ = 0;
+    makeBuffers();
+    if (std::exchange(queue_, nullptr)) // its memory is for frames of the format before
+        primeWrites();
+}
+
+void WritingFile::setBufferSize(UInt32 bytes)
+{
+    rest();
+    ExtendedFile::setBufferSize(bytes);
+    if (currentConverter())
+        makeBuffers();
+}
+
+void WritingFile::makeBuffers()
+{
+    UInt32 packetSize = fileFormat_.mBytesPerPacket;
+    if (packetSize == 0)
+        converterValue(currentConverter(), kAudioConverterPropertyMaximumOutputPacketSize, packetSize);
+    packetSize = std::max<UInt32>(1, packetSize);
+    packetsAtOnce_ = std::max<UInt32>(1, bufferSize() / packetSize);
+    packetBuffer_.resize(std::size_t{packetsAtOnce_} * packetSize);
+    descriptions_.resize(isLinear() ? 0 : packetsAtOnce_);
+}
+
+OSStatus WritingFile::primeWrites()
+{
+    if (!currentConverter())
+        return kExtAudioFileError_InvalidOperationOrder;
+    if (!queue_)
+        queue_ =
+            AsyncWrites::make(clientSamples(), clientFormat().mSampleRate,
+                              [this](const AudioBufferList& data, UInt32 frames) { return encode(&data, frames); });
+    return failure_;
+}
+
+OSStatus WritingFile::writeAsync(UInt32 frames, const AudioBufferList& data)
+{
+    if (!currentConverter() || (!queue_ && isRealTime()))
+        return kExtAudioFileError_InvalidOperationOrder;
+    if (wholeFrames(data, clientSamples()) < frames)
+        return kAudio_ParamError;
+    if (!queue_)
+        if (const OSStatus status = primeWrites(); status != noErr)
+            return status;
+    const OSStatus status = queue_->add(data, frames);
+    if (status == noErr)
+        acceptedFrames_.fetch_add(frames, std::memory_order_relaxed);
+    return status;
+}
+
+OSStatus WritingFile::write(UInt32 frames, const AudioBufferList& data)
+{
+    if (!currentConverter() || isRealTime())
+        return kExtAudioFileError_InvalidOperationOrder;
+    if (wholeFrames(data, clientSamples()) < frames)
+        return kAudio_ParamError;
+    OSStatus status = rest();
+    if (status == noErr)
+        status = encode(&data, frames);
+    if (status == noErr)
+        acceptedFrames_.fetch_add(frames, std::memory_order_relaxed);
+    return status;
+}
+
+OSStatus WritingFile::rest()
+{
+    return queue_ ? queue_->drain() : failure_;
+}
+
+/// Converts frames and writes the packets that they fill; without frames, what the converter still holds.
+OSStatus WritingFile::encode(const AudioBufferList* data, UInt32 frames)
+{
+    given_ = data;
+    givenFrames_ = frames;
+    OSStatus status = beginPackets();
+    for (bool isUsedUp = false; status == noErr && !isUsedUp;) {
+        UInt32 packets = 0;
+        status = writePackets(packets, isUsedUp);
+        isUsedUp = isUsedUp || packets < packetsAtOnce_;
+    }
+    given_ = nullptr;
+    if (failure_ == noErr)
+        failure_ = status;
+    return status;
+}
+
+/// Makes as many packets as the buffer holds and writes them.
+OSStatus WritingFile::writePackets(UInt32& packets, bool& isUsedUp)
+{
+    AudioBufferList list;
+    list.mNumberBuffers = 1;
+    list.mBuffers[0] = {fileFormat_.mChannelsPerFrame, static_cast<UInt32>(packetBuffer_.size()), packetBuffer_.data()};
+    auto* const descriptions = descriptions_.empty() ? nullptr : descriptions_.data();
+    packets = packetsAtOnce_;
+    OSStatus status =
+        AudioConverterFillComplexBuffer(currentConverter(), &giveFrames, this, &packets, &list, descriptions);
+    isUsedUp = status == usedUp;
+    if (packets > 0) {
+        const OSStatus written = AudioFileWritePackets(file(), false, list.mBuffers[0].mDataByteSize, descriptions,
+                                                       nextPacket_, &packets, packetBuffer_.data());
+        nextPacket_ += packets;
+        if (written != noErr)
+            return written;
+    }
+    return isUsedUp ? noErr : status;
+}
+
+OSStatus WritingFile::giveFrames(AudioConverterRef, UInt32* packetCount, AudioBufferList* data,
+                                 AudioStreamPacketDescription**, void* self)
+{
+    auto& file = *static_cast<WritingFile*>(self);
+    *packetCount = std::exchange(file.givenFrames_, 0);
+    if (!file.given_) // the end
+        return noErr;
+    if (*packetCount == 0)
+        return usedUp;
+    const AudioBuffer* from = file.given_->mBuffers;
+    AudioBuffer* to = data->mBuffers;
+    for (UInt32 plane = 0; plane < data->mNumberBuffers; ++plane)
+        *to++ = *from++;
+    return noErr;
+}
+
+/// What a coding has before its packets: its cookie, and how many frames come before the original's.
+OSStatus WritingFile::beginPackets()
+{
+    return isLinear() || std::exchange(hasBegun_, true) ? noErr : describePackets(0);
+}
+
+/// Tells the file what the encoder knows by now.
+OSStatus WritingFile::describePackets(SInt64 validFrames)
+{
+    const auto cookie = converterBlock(currentConverter(), kAudioConverterCompressionMagicCookie);
+    OSStatus status = noErr;
+    if (!cookie.empty())
+        status = AudioFileSetProperty(file(), kAudioFilePropertyMagicCookieData, static_cast<UInt32>(cookie.size()),
+                                      cookie.data());
+    AudioConverterPrimeInfo prime;
+    if (status != noErr || converterValue(currentConverter(), kAudioConverterPrimeInfo, prime) != noErr)
+        return status;
+    const AudioFilePacketTableInfo table{.mNumberValidFrames = validFrames,
+                                         .mPrimingFrames = static_cast<SInt32>(prime.leadingFrames),
+                                         .mRemainderFrames = static_cast<SInt32>(prime.trailingFrames)};
+    status = AudioFileSetProperty(file(), kAudioFilePropertyPacketTableInfo, sizeof table, &table);
+    return status == kAudioFileUnsupportedPropertyError ? noErr : status; // there is no place for it
+}
+
+/// The bit rate decides how large packets are.
+OSStatus WritingFile::converterChanged()
+{
+    if (currentConverter())
+        makeBuffers();
+    return noErr;
+}
+
+/// Writes all that is on its way; the next frames begin a new stream behind it.
+OSStatus WritingFile::settle()
+{
+    OSStatus status = rest();
+    if (isLinear() && currentConverter() && acceptedFrames_ > 0) {
+        if (status == noErr)
+            status = encode(nullptr, 0);
+        AudioConverterReset(currentConverter());
+        base_ = tell();
+        acceptedFrames_ = 0;
+    }
+    return status;
+}
+
+OSStatus WritingFile::complete()
+{
+    OSStatus status = queue_ ? queue_->finish() : failure_;
+    if (status != noErr || !currentConverter())
+        return status;
+    const auto frames = static_cast<Float64>(acceptedFrames_.load());
+    if (frames > 0)
+        status = encode(nullptr, 0);
+    if (status != noErr || isLinear())
+        return status;
+    return describePackets(std::llround(frames * fileFormat_.mSampleRate / clientFormat().mSampleRate));
+}
+
+OSStatus WritingFile::seek(SInt64 frame)
+{
+    if (!isLinear() || frame < 0)
+        return kExtAudioFileError_InvalidSeek;
+    const OSStatus status = settle();
+    base_ = nextPacket_ = frame;
+    return status;
+}
+
+SInt64 WritingFile::tell() const
+{
+    if (!currentConverter())
+        return base_;
+    const Float64 ratio = fileFormat_.mSampleRate / clientFormat().mSampleRate;
+    return base_ + static_cast<SInt64>(static_cast<Float64>(acceptedFrames_.load()) * ratio);
+}
+
+OSStatus WritingFile::length(SInt64& frames)
+{
+    const OSStatus status = rest();
+    frames = tell();
+    return isLinear() ? fileValue(file(), kAudioFilePropertyAudioDataPacketCount, frames) : status;
+}
+
+} // namespace qmx

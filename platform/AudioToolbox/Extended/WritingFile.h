@@ -1,0 +1,63 @@
+// SPDX-License-Identifier: MIT
+// An extended audio file that is written.
+#pragma once
+
+#include "AudioToolbox/Extended/AsyncWrites.h"
+#include "AudioToolbox/Extended/ExtendedFile.h"
+
+#include <atomic>
+
+namespace qmx
+{
+
+class WritingFile : public ExtendedFile
+{
+public:
+    WritingFile(AudioFileID file, bool owns);
+    ~WritingFile() override;
+
+    OSStatus write(UInt32 frames, const AudioBufferList& data) override;
+    OSStatus writeAsync(UInt32 frames, const AudioBufferList& data) override;
+    OSStatus primeWrites() override;
+    OSStatus seek(SInt64 frame) override;
+    SInt64 tell() const override;
+    OSStatus length(SInt64& frames) override;
+    OSStatus converterChanged() override;
+    void setBufferSize(UInt32 bytes) override;
+
+private:
+    OSStatus connect(const AudioStreamBasicDescription& client, AudioConverterRef& converter) override;
+    void connected() override;
+    OSStatus rest() override;
+    OSStatus settle() override;
+    OSStatus complete() override;
+    bool reads() const override { return false; }
+
+    bool isLinear() const { return fileFormat_.mFramesPerPacket == 1 && fileFormat_.mBytesPerPacket > 0; }
+    void makeBuffers();
+    OSStatus beginPackets();
+    OSStatus describePackets(SInt64 validFrames);
+    OSStatus encode(const AudioBufferList* data, UInt32 frames);
+    OSStatus writePackets(UInt32& packets, bool& isUsedUp);
+
+    static OSStatus giveFrames(AudioConverterRef, UInt32* packetCount, AudioBufferList* data,
+                               AudioStreamPacketDescription**, void* self);
+
+    // what the converter is given
+    const AudioBufferList* given_ = nullptr;
+    UInt32 givenFrames_ = 0;
+
+    // what comes of it
+    std::vector<std::byte> packetBuffer_;
+    std::vector<AudioStreamPacketDescription> descriptions_; // for packets of variable size
+    UInt32 packetsAtOnce_ = 0;
+    SInt64 nextPacket_ = 0;
+    bool hasBegun_ = false; // packets of a coding that begins with a cookie
+
+    SInt64 base_ = 0;                       // where the stream began, in frames of the file
+    std::atomic<UInt64> acceptedFrames_{0}; // of the client since then
+    OSStatus failure_ = noErr;              // of the first write that failed
+    std::shared_ptr<AsyncWrites> queue_;    // once primed
+};
+
+} // namespace qmx

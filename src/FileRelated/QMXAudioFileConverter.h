@@ -1,0 +1,40 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "AudioToolbox/AudioFile.h"
+#include "Foundation/Export.h"
+#include "Foundation/Object.h"
+#include "Processing/QMXProgressSubscriber.h"
+
+#include <memory>
+#include <string>
+
+class QMXAudioStreamBasicDescription;
+
+/// Writes a copy of an audio file in another file type and data format. Blocks until it is done; any thread but the
+/// real-time ones.
+class QMX_EXPORT QMXAudioFileConverter : public qmx::Object
+{
+public:
+    static std::shared_ptr<QMXAudioFileConverter> initWithInputFilePath(const std::string& path);
+
+    /// Copies the file to a new one (a path that exists is left as it is). `subscriber` (may be null) hears progress from 0 to 1 after each
+    /// pass of 1024 frames; what it throws ends the conversion. The status of the last write or, where that was well, of closing the destination; 0 for an empty
+    /// source; what opening says for a source that cannot be opened. On failure the destination stays as far as it came.
+    OSStatus
+    convertFileToPath_toFileType_toFormat_subscriber(const std::string& destinationPath, AudioFileTypeID fileType,
+                                                     const std::shared_ptr<QMXAudioStreamBasicDescription>& format,
+                                                     QMXProgressSubscriber* subscriber);
+    /// Bits per second for the encoder of the next conversions; 0, as at first, leaves the choice to it.
+    void setBitRate(UInt32 bitsPerSecond) { bitRate_ = bitsPerSecond; }
+
+    /// The same to 16-bit big-endian integers of the source's rate and channels.
+    OSStatus convertFileToPath_toFileType_subscriber(const std::string& destinationPath, AudioFileTypeID fileType,
+                                                     QMXProgressSubscriber* subscriber);
+
+private:
+    explicit QMXAudioFileConverter(std::string path);
+
+    std::string mInputFilePath;
+    UInt32 bitRate_ = 0;
+};

@@ -1,0 +1,4 @@
+// SPDX-License-Identifier: MIT
+#include "Processing/QMXAudioProcessor.h"
+
+QMXAudioProcessor::~QMXAudioProcessor() = default;

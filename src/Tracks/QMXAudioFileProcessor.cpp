@@ -1,0 +1,220 @@
+// SPDX-License-Identifier: MIT
+#include "Tracks/QMXAudioFileProcessor.h"
+
+#include "FileRelated/QMXExtAudioFile.h"
+#include "Formats/QMXAudioBufferList.h"
+#include "Formats/QMXAudioStreamBasicDescription.h"
+#include "Formats/QMXFileUtils.h"
+#include "Foundation/CFString.h"
+#include "Tracks/ProcessingPasses.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <mutex>
+#include <utility>
+#include <vector>
+
+namespace
+{
+
+using qmx::checkedStep;
+using qmx::framesPerPass;
+
+/// Native floats, one buffer a channel.
+AudioStreamBasicDescription processingFormat(Float64 sampleRate)
+{
+    const auto format = QMXAudioStreamBasicDescription::standardFormat(1);
+    format->setSampleRate(sampleRate);
+    return *format->audioStreamBasicDescription();
+}
+
+AudioBufferList* internalBuffersFor(const AudioStreamBasicDescription& internal)
+{
+    return QMXAudioBufferList::allocateBuffers_channelsPerBuffer_dataByteSize(internal.mChannelsPerFrame, 1,
+                                                                              framesPerPass * UInt32{sizeof(Float32)});
+}
+
+AudioBufferList* fileBuffersFor(UInt32 channels, const AudioStreamBasicDescription& fileFormat)
+{
+    return QMXAudioBufferList::allocateBuffers_channelsPerBuffer_dataByteSize(
+        1, channels, framesPerPass * fileFormat.mBytesPerFrame);
+}
+
+SInt64 packetsOf(SInt64 frames, const AudioStreamBasicDescription& format)
+{
+    return format.mFramesPerPacket == 0 ? 0 : frames / format.mFramesPerPacket;
+}
+
+/// Holds blocks for the rest of the process.
+void keepForever(AudioBufferList* block)
+{
+    static std::mutex mutex;
+    static auto* const kept = new std::vector<AudioBufferList*>;
+    const std::scoped_lock lock(mutex);
+    kept->push_back(block);
+}
+
+AudioFileID openSource(const std::string& path, SInt8 permissions, AudioFileTypeID typeHint)
+{
+    FSRef reference;
+    QMXFileUtils::makeFSRef_fromPath(&reference, path);
+    AudioFileID file = nullptr;
+    checkedStep(AudioFileOpen(&reference, permissions, typeHint, &file));
+    return file;
+}
+
+/// A new file in the source's data format.
+AudioFileID createTarget(const std::string& path, const AudioStreamBasicDescription& format)
+{
+    const std::filesystem::path whole(path);
+    FSRef parent;
+    QMXFileUtils::makeFSRef_fromPath(&parent, whole.has_parent_path() ? whole.parent_path().string() : ".");
+    const AudioFileTypeID type = format.mBitsPerChannel == 32 ? kAudioFileAIFCType : kAudioFileAIFFType;
+    const CFStringRef name = CFStringCreate(whole.filename().string());
+    AudioFileID file = nullptr;
+    checkedStep(AudioFileCreate(&parent, name, type, &format, 0, nullptr, &file));
+    CFRelease(name);
+    return file;
+}
+
+/// Closes a file; -50 for none.
+OSStatus closeFile(AudioFileID file)
+{
+    return checkedStep(AudioFileClose(file));
+}
+
+template <class Value> OSStatus fileProperty(AudioFileID file, AudioFilePropertyID property, Value& value)
+{
+    UInt32 size = sizeof value;
+    return AudioFileGetProperty(file, property, &size, &value);
+}
+
+} // namespace
+
+std::shared_ptr<QMXAudioFileProcessor> QMXAudioFileProcessor::initWithSourcePath_processFramesWith_progressSubscriber(
+    const std::string& path, std::shared_ptr<QMXAudioProcessor> processor,
+    std::shared_ptr<QMXProgressSubscriber> subscriber)
+{
+    return std::shared_ptr<QMXAudioFileProcessor>(
+        new QMXAudioFileProcessor(path, std::move(processor), std::move(subscriber)));
+}
+
+QMXAudioFileProcessor::QMXAudioFileProcessor(const std::string& path, std::shared_ptr<QMXAudioProcessor> processor,
+                                             std::shared_ptr<QMXProgressSubscriber> subscriber)
+    : mAudioProcessor(std::move(processor)), mProgressSubscriber(std::move(subscriber)), mInputFilePath(path),
+      mInputFile(QMXExtAudioFile::initForReading(path))
+{
+    checkedStep(mInputFile->open());
+    mFileStreamFormat = *mInputFile->fileStreamFormat();
+    mInternalFormat = processingFormat(mFileStreamFormat.mSampleRate);
+    checkedStep(mInputFile->setClientStreamFormat(mInternalFormat));
+    mAUAudioBuffers = internalBuffersFor(mInternalFormat);
+    mFileAudioBuffers = fileBuffersFor(mInternalFormat.mChannelsPerFrame, mFileStreamFormat);
+}
+
+QMXAudioFileProcessor::~QMXAudioFileProcessor()
+{
+    QMXAudioBufferList::destroyBuffers(mAUAudioBuffers);
+    keepForever(mFileAudioBuffers); // intended: not freed with the object
+    mInputFile = nullptr;
+    mInputFilePath.clear();
+    mAudioProcessor = nullptr;
+    mProgressSubscriber = nullptr;
+}
+
+OSStatus QMXAudioFileProcessor::copyFramesToPath_startFrame_endFrame(const std::string& destinationPath,
+                                                                     SInt64 startFrame, SInt64 endFrame)
+{
+    if (endFrame < startFrame)
+        return -1;
+    const AudioFileID source = openSource(mInputFilePath, fsRdPerm, kAudioFileAIFFType);
+    AudioStreamBasicDescription format;
+    checkedStep(fileProperty(source, kAudioFilePropertyDataFormat, format));
+    AudioStreamBasicDescription internal = processingFormat(format.mSampleRate);
+    internal.mChannelsPerFrame = format.mChannelsPerFrame;
+    const AudioFileID target = createTarget(destinationPath, format);
+
+    SInt64 packetCount = 0;
+    checkedStep(fileProperty(source, kAudioFilePropertyAudioDataPacketCount, packetCount));
+    UInt32 largestPacket = 0;
+    if (fileProperty(source, kAudioFilePropertyMaximumPacketSize, largestPacket) != noErr)
+        largestPacket = format.mBytesPerFrame;
+
+    AudioBufferList* const internalBuffers = internalBuffersFor(internal);
+    AudioBufferList* const fileBuffers = QMXAudioBufferList::allocateBuffers_channelsPerBuffer_dataByteSize(
+        1, format.mChannelsPerFrame, framesPerPass * std::max(largestPacket, format.mBytesPerFrame));
+    mConverterInfo = {source, packetsOf(startFrame, format), fileBuffers};
+    qmx::ProcessingPasses({.fileFormat = format,
+                           .internalFormat = internal,
+                           .source = source,
+                           .target = target,
+                           .firstPacket = mConverterInfo.mPacketOffset,
+                           .packetsToDo = packetsOf(std::min(endFrame, packetCount) - startFrame, format),
+                           .internalBuffers = internalBuffers,
+                           .fileBuffers = fileBuffers,
+                           .processor = mAudioProcessor.get(),
+                           .subscriber = mProgressSubscriber.get(),
+                           .decoding = &mConverterInfo})
+        .run();
+    QMXAudioBufferList::destroyBuffers(internalBuffers);
+    QMXAudioBufferList::destroyBuffers(fileBuffers);
+    mConverterInfo = {};
+    closeFile(source);
+    return closeFile(target);
+}
+
+OSStatus QMXAudioFileProcessor::processFrames_endFrame(SInt64 startFrame, SInt64 endFrame)
+{
+    const SInt64 lastFrame = std::min(mInputFile->lengthInFrames(), endFrame);
+    mInputFile->close();
+    const AudioFileID file = openSource(mInputFilePath, fsRdWrPerm, mInputFile->fileType());
+    UInt32 largestPacket = 0;
+    // intended: without it nothing is processed, and nobody is told
+    if (fileProperty(file, kAudioFilePropertyMaximumPacketSize, largestPacket) == noErr) {
+        mConverterInfo = {file, packetsOf(startFrame, mFileStreamFormat), mFileAudioBuffers};
+        qmx::ProcessingPasses({.fileFormat = mFileStreamFormat,
+                               .internalFormat = mInternalFormat,
+                               .source = file,
+                               .target = file,
+                               .firstPacket = mConverterInfo.mPacketOffset,
+                               .packetsToDo = packetsOf(lastFrame - startFrame, mFileStreamFormat),
+                               .internalBuffers = mAUAudioBuffers,
+                               .fileBuffers = mFileAudioBuffers,
+                               .processor = mAudioProcessor.get(),
+                               .subscriber = mProgressSubscriber.get(),
+                               .decoding = &mConverterInfo})
+            .run();
+        mConverterInfo = {};
+    }
+    return closeFile(file);
+}
+
+AudioStreamBasicDescription QMXAudioFileProcessor::suitableStreamFormatForFileType(AudioFileTypeID fileType)
+{
+    switch (fileType) {
+    case kAudioFileAIFFType:
+    case kAudioFileSoundDesigner2Type:
+    case kAudioFileNextType:
+    case kAudioFileCAFType:
+        return *QMXAudioStreamBasicDescription::standardFormat(7)->audioStreamBasicDescription();
+    case kAudioFileAIFCType:
+        return *QMXAudioStreamBasicDescription::standardFormat(5)->audioStreamBasicDescription();
+    case kAudioFileWAVEType:
+    case kAudioFileRF64Type: {
+        const auto format = QMXAudioStreamBasicDescription::standardFormat(7);
+        format->setFormatFlags(format->formatFlags() & ~kAudioFormatFlagIsBigEndian);
+        return *format->audioStreamBasicDescription();
+    }
+    default:
+        return {};
+    }
+}
+
+void QMXAudioFileProcessor::swapBytes_wordLength_length(void* buffer, UInt32 wordLength, UInt64 length)
+{
+    if (wordLength == 0)
+        return;
+    auto* word = static_cast<Byte*>(buffer);
+    for (UInt64 left = length / wordLength; left > 0; --left, word += wordLength)
+        std::reverse(word, word + wordLength);
+}

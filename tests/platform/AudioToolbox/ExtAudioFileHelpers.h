@@ -1,0 +1,134 @@
+// SPDX-License-Identifier: MIT
+// Short forms of the calls that tests of extended audio files make.
+#pragma once
+
+#include "AudioFileHelpers.h"
+#include "AudioToolbox/ExtAudioFile.h"
+
+#include <cmath>
+#include <numbers>
+#include <span>
+
+namespace qmx::test
+{
+
+/// An interleaved signal in which neither frames nor channels look alike: two tones and a slow drift, below full scale.
+inline std::vector<float> music(std::size_t frames, UInt32 channels, Float64 rate = 44100)
+{
+    std::vector<float> samples;
+    samples.reserve(frames * channels);
+    for (std::size_t i = 0; i < frames; ++i)
+        for (UInt32 channel = 0; channel < channels; ++channel) {
+            const Float64 time = 2 * std::numbers::pi * static_cast<Float64>(i) / rate;
+            samples.push_back(static_cast<float>(0.4 * std::sin(time * (997 + 100 * channel)) +
+                                                 0.3 * std::sin(time * 7919 + channel) + 0.1 * std::sin(time * 0.7)));
+        }
+    return samples;
+}
+
+inline AudioStreamBasicDescription floats(UInt32 channels, Float64 rate = 44100)
+{
+    return linear(kAudioFormatFlagsNativeFloatPacked, 32, channels, rate);
+}
+
+inline const AudioStreamBasicDescription bigSixteen = linear(14, 16, 2);
+
+inline AudioBufferList listOf(const void* data, std::size_t bytes, UInt32 channels)
+{
+    AudioBufferList list;
+    list.mNumberBuffers = 1;
+    list.mBuffers[0] = {channels, static_cast<UInt32>(bytes), const_cast<void*>(data)};
+    return list;
+}
+
+inline AudioBufferList listOf(std::span<const float> samples, UInt32 channels)
+{
+    return listOf(samples.data(), samples.size_bytes(), channels);
+}
+
+inline ExtAudioFileRef openExtended(const std::string& path)
+{
+    ExtAudioFileRef file = nullptr;
+    const FSRef reference{path};
+    EXPECT_EQ(ExtAudioFileOpen(&reference, &file), noErr);
+    return file;
+}
+
+inline ExtAudioFileRef createExtended(const std::string& path, AudioFileTypeID type,
+                                      const AudioStreamBasicDescription& format)
+{
+    const std::filesystem::path whole(path);
+    const FSRef parent{whole.parent_path().string()};
+    const CFStringRef name = CFStringCreate(whole.filename().string());
+    ExtAudioFileRef file = nullptr;
+    EXPECT_EQ(ExtAudioFileCreateNew(&parent, name, type, &format, nullptr, &file), noErr);
+    CFRelease(name);
+    return file;
+}
+
+inline void setClient(ExtAudioFileRef file, const AudioStreamBasicDescription& format)
+{
+    EXPECT_EQ(ExtAudioFileSetProperty(file, kExtAudioFileProperty_ClientDataFormat, sizeof format, &format), noErr);
+}
+
+template <class Value> Value extendedValue(ExtAudioFileRef file, ExtAudioFilePropertyID property)
+{
+    Value value{};
+    UInt32 size = sizeof value;
+    EXPECT_EQ(ExtAudioFileGetProperty(file, property, &size, &value), noErr);
+    return value;
+}
+
+inline SInt64 lengthOf(ExtAudioFileRef file)
+{
+    return extendedValue<SInt64>(file, kExtAudioFileProperty_FileLengthFrames);
+}
+
+inline SInt64 positionOf(ExtAudioFileRef file)
+{
+    SInt64 frame = -1;
+    EXPECT_EQ(ExtAudioFileTell(file, &frame), noErr);
+    return frame;
+}
+
+/// Reads up to `frames` frames of interleaved floats, in calls of `atOnce`.
+inline std::vector<float> readFloats(ExtAudioFileRef file, UInt32 channels, std::size_t frames, UInt32 atOnce = 4096)
+{
+    std::vector<float> samples(frames * channels);
+    std::size_t done = 0;
+    while (done < frames) {
+        const auto wanted = static_cast<UInt32>(std::min<std::size_t>(atOnce, frames - done));
+        UInt32 count = wanted;
+        auto list = listOf(std::span<const float>(samples).subspan(done * channels, wanted * channels), channels);
+        EXPECT_EQ(ExtAudioFileRead(file, &count, &list), noErr);
+        EXPECT_EQ(list.mBuffers[0].mDataByteSize, count * channels * sizeof(float));
+        done += count;
+        if (count < wanted)
+            break;
+    }
+    samples.resize(done * channels);
+    return samples;
+}
+
+/// The largest difference between two signals of the same length.
+inline double largestDifference(std::span<const float> one, std::span<const float> other)
+{
+    EXPECT_EQ(one.size(), other.size());
+    double largest = 0;
+    for (std::size_t i = 0; i < std::min(one.size(), other.size()); ++i)
+        largest = std::max(largest, std::abs(static_cast<double>(one[i]) - other[i]));
+    return largest;
+}
+
+/// Writes a file of interleaved floats in one go.
+inline void writeMusic(const std::string& path, AudioFileTypeID type, const AudioStreamBasicDescription& format,
+                       std::span<const float> samples)
+{
+    const ExtAudioFileRef file = createExtended(path, type, format);
+    setClient(file, floats(format.mChannelsPerFrame, format.mSampleRate));
+    const auto list = listOf(samples, format.mChannelsPerFrame);
+    EXPECT_EQ(ExtAudioFileWrite(file, static_cast<UInt32>(samples.size() / format.mChannelsPerFrame), &list), noErr);
+    EXPECT_EQ(ExtAudioFileDispose(file), noErr);
+}
+
+} // namespace qmx::test

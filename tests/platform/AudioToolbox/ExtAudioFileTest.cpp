@@ -1,0 +1,277 @@
+// SPDX-License-Identifier: MIT
+#include "AudioToolbox/ExtAudioFile.h"
+
+#include "ExtAudioFileHelpers.h"
+#include "Foundation/RealTime.h"
+#include "support/MemoryDisk.h"
+#include "support/TemporaryFolder.h"
+
+#include <gtest/gtest.h>
+
+#include <array>
+#include <thread>
+
+namespace
+{
+
+using namespace qmx::test;
+
+/// Whether this build has the codings of compressed files.
+bool hasCodings()
+{
+    const AudioStreamBasicDescription coding{44100, kAudioFormatMPEG4AAC, 0, 0, 0, 0, 2, 0, 0};
+    AudioConverterRef converter = nullptr;
+    const bool has = AudioConverterNew(&bigSixteen, &coding, &converter) == noErr;
+    if (has)
+        AudioConverterDispose(converter);
+    return has;
+}
+
+class ExtAudioFile : public testing::Test
+{
+protected:
+    TemporaryFolder folder;
+    std::string path = folder.path("a.aif");
+};
+
+TEST_F(ExtAudioFile, ConvertsBetweenAnyLayoutsAndKeepsSamples)
+{
+    // 16 bits survive the way through floats of another layout
+    const auto samples = music(5001, 2);
+    writeMusic(path, kAudioFileAIFFType, bigSixteen, samples);
+    const ExtAudioFileRef file = openExtended(path);
+    EXPECT_EQ(lengthOf(file), 5001);
+    EXPECT_EQ(extendedValue<AudioStreamBasicDescription>(file, kExtAudioFileProperty_ClientDataFormat).mBitsPerChannel,
+              16U);
+    setClient(file, linear(kAudioFormatFlagsNativeFloatPacked | kAudioFormatFlagIsNonInterleaved, 32, 2));
+    std::vector<float> left(6000), right(6000);
+    std::vector<std::byte> memory(sizeof(AudioBufferList) + sizeof(AudioBuffer));
+    auto* const list = new (memory.data()) AudioBufferList;
+    list->mNumberBuffers = 2;
+    AudioBuffer* const buffers = list->mBuffers;
+    buffers[0] = {1, 24000, left.data()};
+    buffers[1] = {1, 24000, right.data()};
+    UInt32 count = 6000;
+    EXPECT_EQ(ExtAudioFileRead(file, &count, list), noErr);
+    EXPECT_EQ(count, 5001U);
+    EXPECT_EQ(positionOf(file), 5001);
+    for (std::size_t i = 0; i < count; ++i) {
+        ASSERT_NEAR(left[i], samples[2 * i], 0.5001 / 32768) << i;
+        ASSERT_NEAR(right[i], samples[2 * i + 1], 0.5001 / 32768) << i;
+    }
+    // the end: nothing, without an error; and nothing is written past a smaller buffer
+    buffers[0].mDataByteSize = buffers[1].mDataByteSize = 24000;
+    EXPECT_EQ(ExtAudioFileRead(file, &count, list), noErr);
+    EXPECT_EQ(count, 0U);
+    EXPECT_EQ(ExtAudioFileSeek(file, 0), noErr);
+    count = 100;
+    buffers[0].mDataByteSize = 24000;
+    buffers[1].mDataByteSize = 43;
+    right[10] = 7;
+    EXPECT_EQ(ExtAudioFileRead(file, &count, list), noErr);
+    EXPECT_EQ(count, 10U);
+    EXPECT_EQ(right[10], 7);
+    EXPECT_EQ(ExtAudioFileDispose(file), noErr);
+}
+
+/// Reading from any place gives what a read from the start gives there, also where the rate changes.
+TEST_F(ExtAudioFile, SeeksToTheFrame)
+{
+    struct Case {
+        Float64 fileRate, clientRate;
+        std::array<SInt64, 5> places; // at which client frames fall on file frames
+    };
+    const std::array cases{
+        Case{44100, 44100, {0, 1, 4095, 4096, 29999}},        Case{44100, 48000, {147, 1470, 14700, 29988, 441}},
+        Case{48000, 44100, {160, 1600, 16000, 29920, 0}},     Case{22050, 44100, {1, 2, 1023, 25000, 29999}},
+        Case{96000, 8000, {1200, 4800, 12000, 24000, 29988}},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(testing::Message() << c.fileRate << " to " << c.clientRate);
+        std::filesystem::remove(path);
+        writeMusic(path, kAudioFileAIFCType, linear(11, 32, 1, c.fileRate), music(30240, 1, c.fileRate));
+        const ExtAudioFileRef file = openExtended(path);
+        setClient(file, floats(1, c.clientRate));
+        const auto whole = readFloats(file, 1, 200000, 1000);
+        EXPECT_EQ(positionOf(file), 30240);
+        EXPECT_EQ(whole.size(), static_cast<std::size_t>(std::lround(30240 * c.clientRate / c.fileRate)));
+        for (const SInt64 place : c.places) {
+            EXPECT_EQ(ExtAudioFileSeek(file, place), noErr);
+            EXPECT_EQ(positionOf(file), place);
+            const auto first =
+                static_cast<std::size_t>(std::lround(static_cast<Float64>(place) * c.clientRate / c.fileRate));
+            const auto part = readFloats(file, 1, 5000, 333);
+            ASSERT_EQ(part.size(), std::min<std::size_t>(5000, whole.size() - first)) << place;
+            const std::size_t inside = part.size() - 1; // the last frame is the filter's own guess
+            EXPECT_LT(largestDifference(std::span(whole).subspan(first, inside), std::span(part).first(inside)), 1e-6)
+                << place;
+        }
+        EXPECT_EQ(ExtAudioFileSeek(file, -1), kExtAudioFileError_InvalidSeek);
+        EXPECT_EQ(ExtAudioFileSeek(file, 30241), kExtAudioFileError_InvalidSeek);
+        EXPECT_EQ(ExtAudioFileDispose(file), noErr);
+    }
+}
+
+TEST_F(ExtAudioFile, ChangesRatesWithoutLosingAnything)
+{
+    // one stream in pieces of any size, and the filter's tail is in the file when it is closed
+    const auto samples = music(44100, 2);
+    const ExtAudioFileRef file = createExtended(path, kAudioFileAIFCType, linear(11, 32, 2, 48000));
+    setClient(file, floats(2));
+    for (std::size_t at = 0, piece = 1; at < 44100; at += piece, piece = std::min<std::size_t>(piece * 3, 44100 - at)) {
+        const auto list = listOf(std::span(samples).subspan(2 * at, 2 * piece), 2);
+        ASSERT_EQ(ExtAudioFileWrite(file, static_cast<UInt32>(piece), &list), noErr);
+    }
+    EXPECT_EQ(positionOf(file), 48000);
+    EXPECT_EQ(ExtAudioFileDispose(file), noErr);
+    const ExtAudioFileRef back = openExtended(path);
+    EXPECT_EQ(lengthOf(back), 48000);
+    setClient(back, floats(2));
+    const auto converter = extendedValue<AudioConverterRef>(back, kExtAudioFileProperty_AudioConverter);
+    const UInt32 best = kAudioConverterQuality_Max;
+    EXPECT_EQ(AudioConverterSetProperty(converter, kAudioConverterSampleRateConverterQuality, sizeof best, &best),
+              noErr);
+    const void* const config = nullptr;
+    EXPECT_EQ(ExtAudioFileSetProperty(back, kExtAudioFileProperty_ConverterConfig, sizeof config, &config), noErr);
+    const auto result = readFloats(back, 2, 50000);
+    ASSERT_EQ(result.size(), samples.size());
+    // the signal begins and ends abruptly: what is steep there cannot come back
+    const std::size_t edge = 2 * 500;
+    EXPECT_LT(largestDifference(std::span(samples).subspan(edge, 88200 - 2 * edge),
+                                std::span(result).subspan(edge, 88200 - 2 * edge)),
+              1e-5);
+    EXPECT_EQ(ExtAudioFileDispose(back), noErr);
+}
+
+TEST_F(ExtAudioFile, FoldsKnownSurroundDownToStereo)
+{
+    std::vector<float> frames(6 * 6);
+    for (std::size_t channel = 0; channel < 6; ++channel) // one channel at a time
+        frames[7 * channel] = 0.5F;
+    writeMusic(path, kAudioFileAIFCType, linear(11, 32, 6), frames);
+    const ExtAudioFileRef file = openExtended(path);
+    setClient(file, floats(2));
+    const float half = 0.5F / (1 + std::numbers::sqrt2_v<float>), third = half / std::numbers::sqrt2_v<float>;
+    const std::vector<float> expected{half, 0, 0, half, third, third, 0, 0, third, 0, 0, third};
+    EXPECT_LT(largestDifference(readFloats(file, 2, 10), expected), 1e-7);
+    // a map overrides it
+    const auto converter = extendedValue<AudioConverterRef>(file, kExtAudioFileProperty_AudioConverter);
+    const std::array<SInt32, 2> map{5, 0};
+    EXPECT_EQ(AudioConverterSetProperty(converter, kAudioConverterChannelMap, sizeof map, map.data()), noErr);
+    EXPECT_EQ(ExtAudioFileSeek(file, 0), noErr);
+    EXPECT_EQ(readFloats(file, 2, 1), (std::vector<float>{0, 0.5F}));
+    // so does a layout without surround
+    setClient(file, floats(2));
+    std::vector<std::byte> discrete(12);
+    const AudioChannelLayoutTag tag = kAudioChannelLayoutTag_DiscreteInOrder | 6;
+    std::memcpy(discrete.data(), &tag, sizeof tag);
+    EXPECT_EQ(ExtAudioFileSetProperty(file, kExtAudioFileProperty_FileChannelLayout, 12, discrete.data()), noErr);
+    setClient(file, floats(2));
+    EXPECT_EQ(ExtAudioFileSeek(file, 0), noErr);
+    EXPECT_EQ(readFloats(file, 2, 1), (std::vector<float>{0.5F, 0}));
+    EXPECT_EQ(ExtAudioFileDispose(file), noErr);
+}
+
+TEST_F(ExtAudioFile, RefusesWhatCannotBeDone)
+{
+    EXPECT_EQ(ExtAudioFileWriteAsync(nullptr, 0, nullptr), kAudio_ParamError);
+    EXPECT_EQ(ExtAudioFileDispose(nullptr), kAudio_ParamError);
+    ExtAudioFileRef file = nullptr;
+    const FSRef missing{path};
+    EXPECT_EQ(ExtAudioFileOpen(&missing, &file), fnfErr);
+    file = createExtended(path, kAudioFileAIFFType, bigSixteen);
+    std::vector<float> room(20);
+    auto list = listOf(room, 2);
+    UInt32 count = 10;
+    EXPECT_EQ(ExtAudioFileRead(file, &count, &list), kExtAudioFileError_InvalidOperationOrder);
+    EXPECT_EQ(count, 0U);
+    auto compressed = bigSixteen;
+    compressed.mFormatID = kAudioFormatULaw;
+    EXPECT_EQ(ExtAudioFileSetProperty(file, kExtAudioFileProperty_ClientDataFormat, sizeof compressed, &compressed),
+              kExtAudioFileError_NonPCMClientFormat);
+    EXPECT_EQ(ExtAudioFileSetProperty(file, kExtAudioFileProperty_ClientDataFormat, 4, &compressed),
+              kExtAudioFileError_InvalidPropertySize);
+    EXPECT_EQ(ExtAudioFileSetProperty(file, kExtAudioFileProperty_AudioFile, 8, &compressed),
+              kAudioFileOperationNotSupportedError);
+    EXPECT_EQ(ExtAudioFileGetPropertyInfo(file, qmx::fourCharCode("none"), nullptr, nullptr),
+              kExtAudioFileError_InvalidProperty);
+    list = listOf(room, 2);
+    EXPECT_EQ(ExtAudioFileWrite(file, 21, &list), kAudio_ParamError); // the buffer holds 20 frames of 16 bits
+    EXPECT_EQ(ExtAudioFileDispose(file), noErr);
+}
+
+TEST_F(ExtAudioFile, OverwritesInPlaceBehindASeek)
+{
+    const auto samples = music(3000, 2);
+    writeMusic(path, kAudioFileAIFFType, bigSixteen, samples);
+    const auto opened = openFile(path, fsRdWrPerm);
+    ByteBlock expected = audioOf(opened.file);
+    ExtAudioFileRef file = nullptr;
+    ASSERT_EQ(ExtAudioFileWrapAudioFileID(opened.file, true, &file), noErr);
+    setClient(file, floats(2));
+    EXPECT_EQ(ExtAudioFileSeek(file, 1000), noErr);
+    const std::vector<float> silence(200);
+    const auto list = listOf(silence, 2);
+    EXPECT_EQ(ExtAudioFileWrite(file, 100, &list), noErr);
+    EXPECT_EQ(positionOf(file), 1100);
+    EXPECT_EQ(lengthOf(file), 3000);
+    EXPECT_EQ(ExtAudioFileDispose(file), noErr);
+    std::fill_n(expected.begin() + 4000, 400, std::uint8_t{0});
+    EXPECT_EQ(audioOf(opened.file), expected);
+    EXPECT_EQ(AudioFileClose(opened.file), noErr);
+}
+
+/// Lengths and places are those of the original, to the frame.
+TEST_F(ExtAudioFile, CompressedFilesHaveTheOriginalsFrames)
+{
+    struct Case {
+        AudioFileTypeID type;
+        AudioFormatID coding;
+        AudioFormatFlags flags;
+        double errorPower; // of the signal's
+    };
+    const std::array cases{
+        Case{kAudioFileM4AType, kAudioFormatMPEG4AAC, 0, 0.2},
+        Case{kAudioFileM4AType, kAudioFormatAppleLossless, kAppleLosslessFormatFlag_16BitSourceData, 1e-8},
+        Case{kAudioFileM4AType, kAudioFormatAppleLossless, kAppleLosslessFormatFlag_24BitSourceData, 1e-13},
+        Case{kAudioFileFLACType, kAudioFormatFLAC, kAppleLosslessFormatFlag_24BitSourceData, 1e-13},
+        Case{kAudioFileCAFType, kAudioFormatAppleLossless, kAppleLosslessFormatFlag_16BitSourceData, 1e-8},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(qmx::fourCharString(c.coding));
+        path = folder.path("a.m4a");
+        std::filesystem::remove(path);
+        const AudioStreamBasicDescription format{44100, c.coding, c.flags, 0, 0, 0, 2, 0, 0};
+        if (!hasCodings()) {
+            EXPECT_NE(createFile(path, c.type, format).status, noErr);
+            continue;
+        }
+        const auto samples = music(44100, 2);
+        writeMusic(path, c.type, format, samples);
+        const ExtAudioFileRef file = openExtended(path);
+        EXPECT_EQ(lengthOf(file), 44100);
+        setClient(file, floats(2));
+        const auto whole = readFloats(file, 2, 50000, 777);
+        ASSERT_EQ(whole.size(), samples.size());
+        double error = 0, power = 0;
+        for (std::size_t i = 0; i < whole.size(); ++i) {
+            error += std::pow(static_cast<double>(whole[i]) - samples[i], 2);
+            power += std::pow(samples[i], 2);
+        }
+        EXPECT_LT(error, c.errorPower * power);
+        EXPECT_EQ(positionOf(file), 44100);
+        for (const SInt64 place : {1, 1023, 20000, 44099, 44100, 0}) {
+            EXPECT_EQ(ExtAudioFileSeek(file, place), noErr);
+            const auto part = readFloats(file, 2, 3000);
+            const auto first = static_cast<std::size_t>(2 * place);
+            ASSERT_EQ(part.size(), std::min<std::size_t>(6000, whole.size() - first)) << place;
+            EXPECT_EQ(largestDifference(std::span(whole).subspan(first, part.size()), part), 0) << place;
+        }
+        setClient(file, floats(2, 48000));
+        EXPECT_EQ(ExtAudioFileSeek(file, 14700), noErr);
+        EXPECT_EQ(readFloats(file, 2, 50000).size(), 2 * 32000U);
+        EXPECT_EQ(ExtAudioFileDispose(file), noErr);
+    }
+}
+
+} // namespace

@@ -1,0 +1,223 @@
+// SPDX-License-Identifier: MIT
+// What extended audio files owe to real-time threads: queued writes and reads ahead. Disks that stall, fill up and fail are in memory.
+#include "ExtAudioFileHelpers.h"
+#include "Foundation/RealTime.h"
+#include "support/MemoryDisk.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cerrno>
+#include <thread>
+
+namespace
+{
+
+using namespace qmx::test;
+
+const std::string path = "/d/a.aif";
+constexpr std::size_t heldFrames = 4 * 44100; // by the memory of the queue
+
+ExtAudioFileRef primed(UInt32 channels = 2)
+{
+    const ExtAudioFileRef file = createExtended(path, kAudioFileAIFCType, linear(11, 32, channels));
+    setClient(file, floats(channels));
+    EXPECT_EQ(ExtAudioFileWriteAsync(file, 0, nullptr), noErr);
+    return file;
+}
+
+OSStatus queue(ExtAudioFileRef file, std::span<const float> samples, UInt32 channels = 2)
+{
+    const auto list = listOf(samples, channels);
+    return ExtAudioFileWriteAsync(file, static_cast<UInt32>(samples.size() / channels), &list);
+}
+
+std::vector<float> contents(UInt32 channels = 2)
+{
+    const ExtAudioFileRef file = openExtended(path);
+    setClient(file, floats(channels));
+    auto samples = readFloats(file, channels, 1'000'000);
+    EXPECT_EQ(ExtAudioFileDispose(file), noErr);
+    return samples;
+}
+
+TEST(ExtAudioFileThreads, RealTimeWritesNeitherWaitNorLoseAnything)
+{
+    MemoryDisk disk;
+    const auto samples = music(heldFrames + 44100, 2);
+    const ExtAudioFileRef unprimed = createExtended("/d/b.aif", kAudioFileAIFCType, linear(11, 32, 2));
+    const ExtAudioFileRef file = primed();
+    disk.setStalled(true);
+    OSStatus tooEarly = noErr, tooLarge = noErr, full = noErr, fits = noErr;
+    {
+        const qmx::RealTimeScope realTime;
+        const std::span all(samples);
+        tooEarly = queue(unprimed, all.first(2));
+        tooLarge = queue(file, all);
+        for (std::size_t at = 0; at < 2 * heldFrames && fits == noErr; at += 2 * 2100) // cycles of 2100 frames
+            fits = queue(file, all.subspan(at, 2 * 2100));
+        full = queue(file, all.first(2 * 30000)); // a piece is on its way at most
+    }
+    EXPECT_EQ(tooEarly, kExtAudioFileError_InvalidOperationOrder);
+    EXPECT_EQ(tooLarge, kExtAudioFileError_AsyncWriteTooLarge);
+    EXPECT_EQ(fits, noErr);
+    EXPECT_EQ(full, kExtAudioFileError_AsyncWriteBufferOverflow);
+    EXPECT_EQ(positionOf(file), static_cast<SInt64>(heldFrames));
+    disk.setStalled(false);
+    EXPECT_EQ(ExtAudioFileDispose(file), noErr); // what is queued arrives
+    EXPECT_EQ(ExtAudioFileDispose(unprimed), noErr);
+    EXPECT_EQ(contents(), std::vector<float>(samples.begin(), samples.begin() + 2 * heldFrames));
+}
+
+TEST(ExtAudioFileThreads, OtherThreadsWaitForRoomAndKeepTheOrder)
+{
+    MemoryDisk disk;
+    const auto samples = music(3 * heldFrames, 1);
+    const ExtAudioFileRef file = primed(1);
+    const std::span all(samples);
+    EXPECT_EQ(queue(file, all.first(2 * heldFrames + 17), 1), noErr); // more than the memory holds
+    const auto list = listOf(all.subspan(2 * heldFrames + 17, 100), 1);
+    EXPECT_EQ(ExtAudioFileWrite(file, 100, &list), noErr); // behind what is queued
+    EXPECT_EQ(lengthOf(file), static_cast<SInt64>(2 * heldFrames + 117));
+    EXPECT_EQ(queue(file, all.subspan(2 * heldFrames + 117), 1), noErr);
+    EXPECT_EQ(ExtAudioFileDispose(file), noErr);
+    EXPECT_EQ(contents(1), samples);
+}
+
+TEST(ExtAudioFileThreads, AFullDiskIsReportedByTheNextCallAndByClose)
+{
+    MemoryDisk disk;
+    const auto samples = music(heldFrames, 2);
+    ExtAudioFileRef file = primed();
+    disk.setCapacity(400'000);
+    EXPECT_EQ(queue(file, samples), noErr);
+    while (queue(file, std::span(samples).first(2)) == noErr)
+        std::this_thread::yield();
+    EXPECT_EQ(queue(file, samples), dskFulErr);
+    EXPECT_EQ(ExtAudioFileDispose(file), dskFulErr);
+    EXPECT_GT(contents().size(), 50'000U); // what found room is a valid file
+
+    // found only while close drains
+    EXPECT_EQ(disk.remove(path), 0);
+    disk.clearFaults();
+    disk.setCapacity(10'000);
+    file = primed();
+    EXPECT_EQ(queue(file, std::span(samples).first(2 * 5000)), noErr);
+    EXPECT_EQ(ExtAudioFileDispose(file), dskFulErr);
+}
+
+TEST(ExtAudioFileThreads, QueuesOfSeveralFilesDoNotMeet)
+{
+    MemoryDisk disk;
+    const auto samples = music(2 * heldFrames, 1);
+    constexpr int files = 3;
+    std::vector<std::thread> threads;
+    for (int i = 0; i < files; ++i)
+        threads.emplace_back([&, i] {
+            const std::string own = "/d/" + std::to_string(i) + ".aif";
+            const ExtAudioFileRef file = createExtended(own, kAudioFileAIFCType, linear(11, 32, 1));
+            setClient(file, floats(1));
+            EXPECT_EQ(ExtAudioFileWriteAsync(file, 0, nullptr), noErr);
+            for (std::size_t at = 0, piece = 1; at < samples.size(); at += piece) {
+                piece = std::min<std::size_t>(piece * 2 % 5003 + static_cast<std::size_t>(i) + 1, samples.size() - at);
+                const qmx::RealTimeScope realTime;
+                while (queue(file, std::span(samples).subspan(at, piece), 1) != noErr)
+                    std::this_thread::yield();
+            }
+            EXPECT_EQ(ExtAudioFileDispose(file), noErr);
+            const ExtAudioFileRef back = openExtended(own);
+            setClient(back, floats(1));
+            EXPECT_EQ(readFloats(back, 1, 1'000'000), samples);
+            EXPECT_EQ(ExtAudioFileDispose(back), noErr);
+        });
+    for (auto& thread : threads)
+        thread.join();
+}
+
+/// Reads on a thread marked real-time until `frames` came; gives the samples.
+std::vector<float> readInRealTime(ExtAudioFileRef file, std::size_t frames, UInt32 atOnce)
+{
+    std::vector<float> samples(frames);
+    for (std::size_t done = 0; done < frames;) {
+        auto count = static_cast<UInt32>(std::min<std::size_t>(atOnce, frames - done));
+        auto list = listOf(std::span<const float>(samples).subspan(done, count), 1);
+        OSStatus status = noErr;
+        {
+            const qmx::RealTimeScope realTime;
+            status = ExtAudioFileRead(file, &count, &list);
+        }
+        EXPECT_EQ(status, noErr);
+        EXPECT_EQ(list.mBuffers[0].mDataByteSize, count * sizeof(float));
+        done += count;
+        if (count == 0)
+            std::this_thread::yield();
+    }
+    return samples;
+}
+
+TEST(ExtAudioFileThreads, RealTimeReadsTakeWhatIsReadyAndCountTheRest)
+{
+    MemoryDisk disk;
+    const auto samples = music(5 * 44100, 1);
+    writeMusic(path, kAudioFileAIFCType, linear(11, 32, 1), samples);
+    const ExtAudioFileRef file = openExtended(path);
+    setClient(file, floats(1));
+    std::vector<float> room(100);
+    auto list = listOf(room, 1);
+    UInt32 count = 100;
+    OSStatus unprimed = noErr;
+    {
+        const qmx::RealTimeScope realTime;
+        unprimed = ExtAudioFileRead(file, &count, &list);
+    }
+    EXPECT_EQ(unprimed, kExtAudioFileError_InvalidOperationOrder);
+    count = 0;
+    EXPECT_EQ(ExtAudioFileRead(file, &count, nullptr), noErr);
+    // the first frames are there when the call returns
+    EXPECT_EQ(readInRealTime(file, 8000, 512), std::vector<float>(samples.begin(), samples.begin() + 8000));
+    EXPECT_EQ(qmx::framesMissedByRealTimeReads(file), 0U);
+    EXPECT_EQ(positionOf(file), 8000);
+    EXPECT_EQ(readInRealTime(file, samples.size() - 8000, 4000),
+              std::vector<float>(samples.begin() + 8000, samples.end()));
+    EXPECT_EQ(positionOf(file), 5 * 44100);
+    // the same from another place, and waiting for all of it elsewhere
+    EXPECT_EQ(ExtAudioFileSeek(file, 40000), noErr);
+    EXPECT_EQ(readInRealTime(file, 8000, 333), std::vector<float>(samples.begin() + 40000, samples.begin() + 48000));
+    EXPECT_EQ(readFloats(file, 1, 1'000'000, 150'000), std::vector<float>(samples.begin() + 48000, samples.end()));
+    EXPECT_EQ(ExtAudioFileDispose(file), noErr);
+}
+
+TEST(ExtAudioFileThreads, SeeksElsewhereDoNotTearARealTimeRead)
+{
+    MemoryDisk disk;
+    // each sample tells its frame
+    std::vector<float> samples(200'000);
+    for (std::size_t i = 0; i < samples.size(); ++i)
+        samples[i] = static_cast<float>(i) / 262144;
+    writeMusic(path, kAudioFileAIFCType, linear(11, 32, 1), samples);
+    const ExtAudioFileRef file = openExtended(path);
+    setClient(file, floats(1));
+    UInt32 none = 0;
+    ASSERT_EQ(ExtAudioFileRead(file, &none, nullptr), noErr);
+    std::atomic<bool> ends = false;
+    std::thread renderer([&] {
+        std::vector<float> room(700);
+        while (!ends) {
+            UInt32 count = 700;
+            auto list = listOf(room, 1);
+            {
+                const qmx::RealTimeScope realTime;
+                ExtAudioFileRead(file, &count, &list);
+            }
+            for (UInt32 i = 1; i < count; ++i)
+                ASSERT_EQ(room[i] * 262144, room[0] * 262144 + static_cast<float>(i));
+        }
+    });
+    for (SInt64 i = 0; i < 300; ++i)
+        EXPECT_EQ(ExtAudioFileSeek(file, i * 7919 % 200'000), noErr);
+    ends = true;
+    renderer.join();
+    EXPECT_EQ(ExtAudioFileDispose(file), noErr);
+}
+
+} // namespace
