@@ -13,7 +13,7 @@ namespace qmx
 class QMX_EXPORT Retirable
 {
 public:
-    Retirable() = default;
+    Retirable();
     virtual ~Retirable();
     Retirable(const Retirable&) = delete;
     Retirable& operator=(const Retirable&) = delete;

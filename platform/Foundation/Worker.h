@@ -18,7 +18,7 @@ namespace qmx
 ///             const Worker::Wait wait(worker);
 ///             lock.lockWhenCondition(0);
 ///         }
-///         ... the work ...
+///         ... the work, which is taken here and not in the wait ...
 ///     }
 class QMX_EXPORT Worker
 {
@@ -30,7 +30,8 @@ public:
     Worker(const Worker&) = delete;
     Worker& operator=(const Worker&) = delete;
 
-    /// While one exists the thread stands in its wait. Made and destroyed on the worker's thread.
+    /// While one exists the thread stands in its wait. Made and destroyed on the worker's thread, without a lock that
+    /// `hasWork` takes.
     class QMX_EXPORT Wait
     {
     public:
@@ -44,9 +45,9 @@ public:
     };
 
 private:
-    struct State;
-    State* state_;
     friend struct WorkerList;
+    std::function<bool()> hasWork_;
+    bool rests_ = false; // guarded by the list's lock
 };
 
 /// Returns when all workers are at rest at one instant. Not from a worker. After 30 s it gives up, logs that, and returns false.
