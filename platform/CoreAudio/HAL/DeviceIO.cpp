@@ -199,7 +199,7 @@ OSStatus DeviceIO::remove(AudioDeviceIOProc procedure, void* clientData)
     return noErr;
 }
 
-void DeviceIO::removeAll()
+void DeviceIO::stopAll()
 {
     {
         const std::scoped_lock lock(mutex_);

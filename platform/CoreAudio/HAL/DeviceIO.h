@@ -49,7 +49,8 @@ public:
     // Any thread but the real-time ones.
     OSStatus add(AudioDeviceIOProc procedure, void* clientData);
     OSStatus remove(AudioDeviceIOProc procedure, void* clientData);
-    void removeAll();
+    /// Stops all and waits for the cycle in flight.
+    void stopAll();
     OSStatus markRunning(AudioDeviceIOProc procedure, void* clientData);
     OSStatus markStopped(AudioDeviceIOProc procedure, void* clientData);
     bool hasProcedures();
