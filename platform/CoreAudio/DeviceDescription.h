@@ -17,6 +17,20 @@
 namespace qmx
 {
 
+/// The calls of the hardware layer, as a backend sees them.
+enum class HardwareOperation {
+    getPropertyInfo,
+    getProperty,
+    setProperty,
+    addListener,
+    removeListener,
+    addIOProc,
+    removeIOProc,
+    start,
+    stop,
+    getTime
+};
+
 /// Which value: the property, the channel (0 for the section as a whole), the section.
 struct PropertyAddress {
     UInt32 property = 0;

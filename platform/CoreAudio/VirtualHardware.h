@@ -9,7 +9,7 @@
 #include <cstdint>
 #include <functional>
 #include <limits>
-#include <memory>
+#include <optional>
 #include <span>
 #include <string>
 #include <vector>
@@ -17,25 +17,13 @@
 namespace qmx
 {
 
+class VirtualBackend;
+
 /// What an input captures: fills `frames` x `channels` interleaved samples (all channels of the device's input streams, in
 /// order). `firstFrame` is the device's sample time. Runs on the I/O thread in real time.
 using VirtualInput = std::function<void(Float32* samples, UInt32 frames, UInt32 channels, SInt64 firstFrame)>;
 /// Receives what an output is given, after volume and mute, in the same layout. Runs on the I/O thread in real time.
 using VirtualOutput = std::function<void(const Float32* samples, UInt32 frames, UInt32 channels, SInt64 firstFrame)>;
-
-/// The calls of the hardware layer that can be made to fail.
-enum class HardwareOperation {
-    getPropertyInfo,
-    getProperty,
-    setProperty,
-    addListener,
-    removeListener,
-    addIOProc,
-    removeIOProc,
-    start,
-    stop,
-    getTime
-};
 
 /// Calls that shall fail, and how. What is left out matches every call.
 struct VirtualFault {
@@ -171,10 +159,9 @@ public:
     UInt64 cycleCount(AudioDeviceID device) const;
 
 private:
-    VirtualHardware();
+    explicit VirtualHardware(VirtualBackend& backend);
     ~VirtualHardware() = delete;
-    class Backend;
-    std::shared_ptr<Backend> backend_;
+    VirtualBackend& backend_;
 };
 
 } // namespace qmx
