@@ -4,7 +4,7 @@
 #include "Devices/QMXAudioDevice.h"
 #include "Devices/QMXAudioStream.h"
 #include "Formats/ChannelNames.h"
-#include "Formats/PropertyValue.h"
+#include "Formats/PropertyBlock.h"
 #include "Formats/QMXAudioStreamBasicDescription.h"
 #include "Formats/QMXAudioValueRange.h"
 #include "Foundation/Format.h"
@@ -30,7 +30,7 @@ std::string formatsText(const QMXAudioDevice& device, bool isInput)
 
 std::string buffersText(const QMXAudioDevice& device, bool isInput)
 {
-    const std::unique_ptr<UInt32, qmx::PropertyValue::Free> preferred(device.preferredChannelsForStereo(isInput));
+    const std::unique_ptr<UInt32, qmx::PropertyBlock::Free> preferred(device.preferredChannelsForStereo(isInput));
     return format("\n---- %@ BUFFER INFO ----\n\n", isInput ? "INPUT" : "OUTPUT") +
            format("Latency:           %u\n", device.latency(isInput)) +
            format("Buffer size:       %u\n", device.bufferSize(isInput)) +

@@ -2,7 +2,7 @@
 // What a device is and is set to: each value is asked of the hardware when it is wanted.
 #include "Devices/QMXAudioDevice.h"
 #include "Devices/QMXAudioStream.h"
-#include "Formats/PropertyValue.h"
+#include "Formats/PropertyBlock.h"
 #include "Formats/QMXAudioDeviceUtils.h"
 #include "Formats/QMXAudioStreamBasicDescription.h"
 #include "Formats/QMXAudioValueRange.h"
@@ -29,7 +29,7 @@ std::optional<std::string> takeText(CFStringRef reference)
 }
 
 /// How many of `stated` entries the value really has behind a header of `headerSize` bytes.
-template <class Entry> UInt32 entriesWithin(const qmx::PropertyValue& value, std::size_t headerSize, UInt32 stated)
+template <class Entry> UInt32 entriesWithin(const qmx::PropertyBlock& value, std::size_t headerSize, UInt32 stated)
 {
     const std::size_t room = value.size < headerSize ? 0 : (value.size - headerSize) / sizeof(Entry);
     return static_cast<UInt32>(std::min<std::size_t>(stated, room));
@@ -350,13 +350,13 @@ std::vector<std::shared_ptr<QMXAudioStream>> QMXAudioDevice::streams(bool isInpu
 
 UInt32 QMXAudioDevice::numberOfStreams(bool isInput) const
 {
-    const std::unique_ptr<AudioBufferList, qmx::PropertyValue::Free> configuration(streamConfiguration(isInput));
+    const std::unique_ptr<AudioBufferList, qmx::PropertyBlock::Free> configuration(streamConfiguration(isInput));
     return configuration ? configuration->mNumberBuffers : 0;
 }
 
 UInt32 QMXAudioDevice::numberOfChannels(bool isInput) const
 {
-    const std::unique_ptr<AudioBufferList, qmx::PropertyValue::Free> configuration(streamConfiguration(isInput));
+    const std::unique_ptr<AudioBufferList, qmx::PropertyBlock::Free> configuration(streamConfiguration(isInput));
     UInt32 channels = 0;
     for (UInt32 i = 0; configuration && i < configuration->mNumberBuffers; ++i)
         channels += configuration->mBuffers[i].mNumberChannels;

@@ -2,7 +2,7 @@
 // The class side of devices: the registry, the defaults, and the notifications about the hardware as a whole.
 #include "Devices/DeviceClassState.h"
 #include "Devices/QMXAudioDevice.h"
-#include "Formats/PropertyValue.h"
+#include "Formats/PropertyBlock.h"
 #include "Formats/QMXAudioDeviceUtils.h"
 #include "Formats/QMXAudioValueRange.h"
 #include "Foundation/CFString.h"
@@ -39,7 +39,7 @@ OSStatus readDeviceIDs(std::vector<AudioDeviceID>& ids)
     OSStatus status = AudioHardwareGetPropertyInfo(kAudioHardwarePropertyDevices, &size, nullptr);
     if (status != noErr)
         return status;
-    ids.assign(size / sizeof(AudioDeviceID), kAudioDeviceUnknown);
+    ids.resize(size / sizeof(AudioDeviceID) + 1); // a block even for none
     status = AudioHardwareGetProperty(kAudioHardwarePropertyDevices, &size, ids.data());
     ids.resize(std::min(ids.size(), size / sizeof(AudioDeviceID))); // a device may have gone in between
     return status;

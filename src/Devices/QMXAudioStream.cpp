@@ -2,7 +2,7 @@
 #include "Devices/QMXAudioStream.h"
 
 #include "Devices/QMXAudioDevice.h"
-#include "Formats/PropertyValue.h"
+#include "Formats/PropertyBlock.h"
 #include "Formats/QMXAudioStreamBasicDescription.h"
 #include "Formats/QMXAudioValueRange.h"
 
@@ -57,12 +57,12 @@ QMXAudioStream::QMXAudioStream(std::shared_ptr<QMXAudioDevice> device, AudioStre
 {
 }
 
-qmx::PropertyValue QMXAudioStream::read(UInt32 channel, AudioStreamPropertyID propertyID) const
+qmx::PropertyBlock QMXAudioStream::read(UInt32 channel, AudioStreamPropertyID propertyID) const
 {
     UInt32 size = 0;
     if (AudioStreamGetPropertyInfo(_streamID, channel, propertyID, &size, nullptr) != noErr)
         return {};
-    auto value = qmx::allocatePropertyValue(size);
+    auto value = qmx::allocatePropertyBlock(size);
     if (AudioStreamGetProperty(_streamID, channel, propertyID, &value.size, value.block.get()) != noErr)
         return {};
     return value;

@@ -12,7 +12,7 @@ class QMXAudioDevice;
 class QMXAudioStreamBasicDescription;
 namespace qmx
 {
-struct PropertyValue;
+struct PropertyBlock;
 }
 
 /// One stream of a device: channels that travel together. Keeps its device alive. Each value is asked of the hardware when it
@@ -48,7 +48,7 @@ public:
     Formats expandedPhysicalFormats() const;
 
 private:
-    qmx::PropertyValue read(UInt32 channel, AudioStreamPropertyID propertyID) const;
+    qmx::PropertyBlock read(UInt32 channel, AudioStreamPropertyID propertyID) const;
     bool isInput() const { return streamDirection() == 1; }
 
     std::shared_ptr<QMXAudioDevice> _owningDevice;

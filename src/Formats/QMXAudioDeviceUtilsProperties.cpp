@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // The properties of the hardware and of devices as plain values.
-#include "Formats/PropertyValue.h"
+#include "Formats/PropertyBlock.h"
 #include "Formats/QMXAudioDeviceUtils.h"
 #include "Foundation/Log.h"
 

@@ -14,7 +14,7 @@ namespace qmx
 {
 
 /// One value in a block of its own, followed by zeros (64 bytes at least).
-struct PropertyValue {
+struct PropertyBlock {
     struct Free {
         void operator()(void* block) const { std::free(block); }
     };
@@ -42,11 +42,11 @@ struct PropertyValue {
 };
 
 /// A zero-filled block for a value of `size` bytes; null when there is no memory.
-PropertyValue allocatePropertyValue(UInt32 size);
+PropertyBlock allocatePropertyBlock(UInt32 size);
 /// Reads a device's value, as QMXAudioDeviceUtils::anyProperty_propertyID_forChannel_isInput does.
-PropertyValue readDeviceProperty(AudioDeviceID device, AudioDevicePropertyID propertyID, UInt32 channel, bool isInput);
+PropertyBlock readDeviceProperty(AudioDeviceID device, AudioDevicePropertyID propertyID, UInt32 channel, bool isInput);
 /// The same for the hardware as a whole; failures are logged.
-PropertyValue readHardwareProperty(AudioHardwarePropertyID propertyID);
+PropertyBlock readHardwareProperty(AudioHardwarePropertyID propertyID);
 
 /// Keeps `status` as the last reported one and gives it back.
 OSStatus reported(OSStatus status);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "Formats/PropertyValue.h"
+#include "Formats/PropertyBlock.h"
 
 #include "Formats/QMXAudioDeviceUtils.h"
 #include "Foundation/Log.h"
@@ -24,15 +24,15 @@ OSStatus reported(OSStatus status)
     return status;
 }
 
-PropertyValue allocatePropertyValue(UInt32 size)
+PropertyBlock allocatePropertyBlock(UInt32 size)
 {
-    PropertyValue value;
+    PropertyBlock value;
     value.block.reset(std::calloc(1, size + kZerosBehind));
     value.size = value.block ? size : 0;
     return value;
 }
 
-PropertyValue readDeviceProperty(AudioDeviceID device, AudioDevicePropertyID propertyID, UInt32 channel, bool isInput)
+PropertyBlock readDeviceProperty(AudioDeviceID device, AudioDevicePropertyID propertyID, UInt32 channel, bool isInput)
 {
     UInt32 size = 0;
     if (reported(AudioDeviceGetPropertyInfo(device, channel, isInput, propertyID, &size, nullptr)) != noErr)
@@ -41,18 +41,18 @@ PropertyValue readDeviceProperty(AudioDeviceID device, AudioDevicePropertyID pro
         Log("Property (%@) value size is 0", QMXAudioDeviceUtils::propertyName(propertyID));
         return {};
     }
-    PropertyValue value = allocatePropertyValue(size);
+    PropertyBlock value = allocatePropertyBlock(size);
     if (reported(AudioDeviceGetProperty(device, channel, isInput, propertyID, &value.size, value.block.get())) != noErr)
         return {};
     return value;
 }
 
-PropertyValue readHardwareProperty(AudioHardwarePropertyID propertyID)
+PropertyBlock readHardwareProperty(AudioHardwarePropertyID propertyID)
 {
     const UInt32 size = QMXAudioDeviceUtils::hardwarePropertySize(propertyID);
     if (size == 0)
         return {};
-    PropertyValue value = allocatePropertyValue(size);
+    PropertyBlock value = allocatePropertyBlock(size);
     const OSStatus status = reported(AudioHardwareGetProperty(propertyID, &value.size, value.block.get()));
     if (status == noErr)
         return value;
