@@ -1,14 +1,21 @@
 // SPDX-License-Identifier: MIT
+#include "AudioToolbox/AudioFile.h"
+#include "CoreServices/Files.h"
+#include "Foundation/CFString.h"
 #include "Foundation/RealTime.h"
 #include "Foundation/Retirement.h"
 #include "Foundation/Thread.h"
 #include "support/Hardware.h"
+#include "support/TemporaryFolder.h"
 
 #include <gmock/gmock.h>
 
 #include <algorithm>
+#include <array>
 #include <atomic>
+#include <cstdlib>
 #include <functional>
+#include <numeric>
 #include <thread>
 
 using testing::ElementsAre;
@@ -285,6 +292,78 @@ TEST_F(HardwareTest, InputsTakeFunctionsBuffersAndControls)
     hardware.advanceCycles(device);
     EXPECT_THAT(heard, ElementsAre(0.5F, 0.25F, 0, 0.5F, 0));
     EXPECT_EQ(hardware.setInputFile(device, "/nowhere.wav"), fnfErr);
+}
+
+TEST_F(HardwareTest, AnInputPlaysAnAudioFile)
+{
+    const qmx::test::TemporaryFolder folder;
+    const std::string path = folder.path("in.wav"), parentPath = folder.path("");
+    FSRef parent, made;
+    ASSERT_EQ(FSPathMakeRef(reinterpret_cast<const UInt8*>(parentPath.c_str()), &parent, nullptr), noErr);
+    const CFStringRef name = CFStringCreate("in.wav");
+    const AudioStreamBasicDescription format = qmx::packedPhysicalFormat(44100, 1, 16);
+    AudioFileID file = nullptr;
+    ASSERT_EQ(AudioFileCreate(&parent, name, kAudioFileWAVEType, &format, 0, &made, &file), noErr);
+    CFRelease(name);
+    std::vector<SInt16> samples(700);
+    std::iota(samples.begin(), samples.end(), SInt16{1});
+    auto bytes = static_cast<UInt32>(samples.size() * sizeof(SInt16));
+    ASSERT_EQ(AudioFileWriteBytes(file, false, 0, &bytes, samples.data()), noErr);
+    ASSERT_EQ(AudioFileClose(file), noErr);
+
+    const AudioDeviceID device = add("a", 2, 0);
+    ASSERT_EQ(hardware.setInputFile(device, path), noErr);
+    std::vector<Float32> heard;
+    Client client(device, [&heard](const Cycle& cycle) {
+        const auto slice = cycle.samples(cycle.input);
+        heard.insert(heard.end(), slice.begin(), slice.end());
+    });
+    client.start();
+    hardware.advanceCycles(device, 2);
+    ASSERT_EQ(heard.size(), 2048U);
+    EXPECT_EQ(heard[2 * 699], 700.0F / 32768);
+    EXPECT_EQ(heard[2 * 699 + 1], 0); // the file has one channel
+    EXPECT_EQ(heard[2 * 700], 0);     // and ends
+}
+
+TEST(VirtualHardware, BeginsWithALoopedPairThatIsTheDefault)
+{
+    GTEST_FLAG_SET(death_test_style, "threadsafe"); // a process of its own, where nothing was reset
+    const auto looksRight = [] {
+        std::array<AudioDeviceID, 3> ids{};
+        UInt32 size = sizeof ids;
+        AudioDeviceID input = 0, output = 0;
+        UInt32 word = sizeof word;
+        return AudioHardwareGetProperty(kAudioHardwarePropertyDevices, &size, ids.data()) == noErr &&
+               size == 2 * sizeof(AudioDeviceID) &&
+               AudioHardwareGetProperty(kAudioHardwarePropertyDefaultInputDevice, &word, &input) == noErr &&
+               AudioHardwareGetProperty(kAudioHardwarePropertyDefaultOutputDevice, &word, &output) == noErr &&
+               input == ids[0] && output == ids[1] && qmx::VirtualHardware::shared().time() == qmx::VirtualTime::real;
+    };
+    EXPECT_EXIT(std::exit(looksRight() ? 0 : 1), testing::ExitedWithCode(0), "");
+}
+
+TEST(VirtualHardware, AStuckListenerHoldsUpNeitherUnpluggingNorTheEndOfTheProcess)
+{
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    const auto unplugWhileStuck = [] {
+        auto& hardware = qmx::VirtualHardware::shared();
+        static std::atomic<int> entered{0};
+        const AudioHardwarePropertyListenerProc stuck = [](AudioHardwarePropertyID, void*) -> OSStatus {
+            entered = 1;
+            entered.notify_all();
+            for (;;)
+                entered.wait(1);
+        };
+        AudioHardwareAddPropertyListener(kAudioPropertyWildcardPropertyID, stuck, nullptr);
+        const AudioDeviceID device = hardware.devices().front();
+        static Client client(device, {});
+        client.start();
+        hardware.announceHardware(kAudioHardwarePropertySleepingIsAllowed);
+        entered.wait(0);
+        return hardware.removeDevice(device) == noErr;
+    };
+    EXPECT_EXIT(std::exit(unplugWhileStuck() ? 0 : 1), testing::ExitedWithCode(0), "");
 }
 
 TEST_F(HardwareTest, TenThousandPlugEventsWithListenersWhileADeviceRuns)
