@@ -2,6 +2,13 @@
 // The whole library in one header.
 #pragma once
 
+#include "Devices/LiveContainer.h"
+#include "Devices/QMXAudioDevice.h"
+#include "Devices/QMXAudioDeviceDelegate.h"
+#include "Devices/QMXAudioDeviceInfoOutput.h"
+#include "Devices/QMXAudioDeviceNotifications.h"
+#include "Devices/QMXAudioStream.h"
+#include "Devices/QMXCoreAudioIOSubscriber.h"
 #include "FileRelated/QMXAudioFile.h"
 #include "FileRelated/QMXAudioFileConverter.h"
 #include "FileRelated/QMXAudioFileFrameIntervalCopier.h"

@@ -66,10 +66,13 @@ void Thread::join()
         thread_.join();
 }
 
-void Thread::detachNewThread(const std::string& name, std::function<void()> body)
+bool Thread::detachNewThread(const std::string& name, std::function<void()> body)
 {
-    if (std::thread thread = start(name, std::move(body)); thread.joinable())
-        thread.detach();
+    std::thread thread = start(name, std::move(body));
+    if (!thread.joinable())
+        return false;
+    thread.detach();
+    return true;
 }
 
 double Thread::threadPriority()

@@ -27,8 +27,9 @@ public:
     /// Waits until the body has returned; at once when there is none.
     void join();
 
-    /// Starts a thread that nobody waits for. It must not touch an object whose life it does not share.
-    static void detachNewThread(const std::string& name, std::function<void()> body);
+    /// Starts a thread that nobody waits for. It must not touch an object whose life it does not share. False where the system has
+    /// no thread left; the body has then not run.
+    static bool detachNewThread(const std::string& name, std::function<void()> body);
 
     /// The calling thread's scheduling priority, 0.0 to 1.0; 0.5 is ordinary.
     static double threadPriority();

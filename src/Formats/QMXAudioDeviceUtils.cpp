@@ -1,19 +1,14 @@
 // SPDX-License-Identifier: MIT
 #include "Formats/QMXAudioDeviceUtils.h"
 
+#include "Formats/CodeTexts.h"
 #include "Foundation/Format.h"
-
-#include <algorithm>
-#include <cstddef>
-#include <iterator>
 
 namespace
 {
 
-struct CodeText {
-    UInt32 code;
-    const char* text;
-};
+using qmx::CodeText;
+using qmx::findText;
 
 constexpr CodeText statusText(OSStatus status, const char* text)
 {
@@ -40,10 +35,6 @@ constexpr CodeText kFormatNames[] = {
     {kAudioFormatMPEG4HVXC, "MPEG-4 HVXC"},   {kAudioFormatMPEG4TwinVQ, "MPEG-4 TwinVQ"},
 };
 
-#define QMX_NAMED(constant)                                                                                            \
-    {                                                                                                                  \
-        constant, #constant                                                                                            \
-    }
 constexpr CodeText kPropertyNames[] = {
     QMX_NAMED(kAudioHardwarePropertyBootChimeVolumeScalar),
     QMX_NAMED(kAudioHardwarePropertyBootChimeVolumeDecibels),
@@ -124,14 +115,6 @@ constexpr CodeText kPropertyNames[] = {
     QMX_NAMED(kAudioStreamPropertyStartingChannel),
     QMX_NAMED(kAudioStreamPropertyTerminalType),
 };
-#undef QMX_NAMED
-
-/// The code's text, null where the table has none.
-template <std::size_t count> const char* find(const CodeText (&table)[count], UInt32 code)
-{
-    const CodeText* entry = std::ranges::find(table, code, &CodeText::code);
-    return entry == std::end(table) ? nullptr : entry->text;
-}
 
 /// The code's four bytes from the most significant down, in quotes.
 std::string quoted(UInt32 code)
@@ -144,7 +127,7 @@ std::string quoted(UInt32 code)
 std::string QMXAudioDeviceUtils::errorMessage(OSStatus status)
 {
     const auto code = static_cast<UInt32>(status);
-    if (const char* text = find(kErrorMessages, code))
+    if (const char* text = findText(kErrorMessages, code))
         return text;
     return qmx::format("Unknown error code: (%x) ", code) + quoted(code);
 }
@@ -156,13 +139,13 @@ std::string QMXAudioDeviceUtils::errorMessage_forProperty(OSStatus status, UInt3
 
 std::string QMXAudioDeviceUtils::formatNameForID(AudioFormatID formatID)
 {
-    const char* name = find(kFormatNames, formatID);
+    const char* name = findText(kFormatNames, formatID);
     return name ? name : "Unknown format";
 }
 
 std::string QMXAudioDeviceUtils::propertyName(UInt32 propertyID)
 {
-    if (const char* name = find(kPropertyNames, propertyID))
+    if (const char* name = findText(kPropertyNames, propertyID))
         return name;
     return "Unknown property: " + quoted(propertyID);
 }

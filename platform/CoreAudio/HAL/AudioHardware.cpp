@@ -1,0 +1,221 @@
+// SPDX-License-Identifier: MIT
+#include "CoreAudio/AudioHardware.h"
+
+#include "CoreAudio/HAL/Hardware.h"
+#include "Foundation/CFString.h"
+#include "Foundation/RealTime.h"
+
+#include <algorithm>
+
+namespace
+{
+
+using qmx::Hardware;
+using qmx::HardwareOperation;
+using qmx::Listener;
+using qmx::PropertyAddress;
+using qmx::PropertyValue;
+
+constexpr UInt32 systemObject = 0;
+
+std::optional<PropertyValue> bootChimeProperty(AudioHardwarePropertyID property)
+{
+    const auto volume = Hardware::shared().bootChime();
+    if (!volume)
+        return {};
+    switch (property) {
+    case kAudioHardwarePropertyBootChimeVolumeScalar:
+        return PropertyValue::of(volume->scalar, volume->isSettable);
+    case kAudioHardwarePropertyBootChimeVolumeDecibels:
+        return PropertyValue::of(qmx::decibelsOf(*volume, volume->scalar), volume->isSettable);
+    case kAudioHardwarePropertyBootChimeVolumeRangeDecibels:
+        return PropertyValue::of(AudioValueRange{volume->minimumDecibels, volume->maximumDecibels});
+    case kAudioHardwarePropertyBootChimeVolumeScalarToDecibels:
+    case kAudioHardwarePropertyBootChimeVolumeDecibelsToScalar:
+        return PropertyValue::of(Float32{0});
+    default:
+        return {};
+    }
+}
+
+std::optional<PropertyValue> hardwareProperty(AudioHardwarePropertyID property, bool isRead)
+{
+    Hardware& hardware = Hardware::shared();
+    switch (property) {
+    case kAudioHardwarePropertyDevices:
+        return PropertyValue::listOf(isRead ? hardware.readDevices() : hardware.devices());
+    case kAudioHardwarePropertyDefaultInputDevice:
+        return PropertyValue::of(hardware.defaults().input, true);
+    case kAudioHardwarePropertyDefaultOutputDevice:
+        return PropertyValue::of(hardware.defaults().output, true);
+    case kAudioHardwarePropertyDefaultSystemOutputDevice:
+        return PropertyValue::of(hardware.defaults().systemOutput, true);
+    case kAudioHardwarePropertyDeviceForUID:
+        return PropertyValue::of(AudioValueTranslation{});
+    case kAudioHardwarePropertyRunLoop:
+        return PropertyValue::of(static_cast<void*>(nullptr)); // listeners have a thread of their own
+    case kAudioHardwarePropertySleepingIsAllowed:
+    case kAudioHardwarePropertyProcessIsMaster:
+        return PropertyValue::flag(true);
+    case kAudioHardwarePropertyUnloadingIsAllowed:
+    case kAudioHardwarePropertyIsInitingOrExiting:
+    case kAudioHardwarePropertyHogModeIsAllowed:
+        return PropertyValue::flag(false);
+    default:
+        return bootChimeProperty(property);
+    }
+}
+
+// The input size is not looked at: callers give the length of the text there.
+OSStatus translateUID(UInt32* ioSize, void* block)
+{
+    AudioValueTranslation translation;
+    if (const OSStatus status = qmx::takeTranslation(ioSize, block, 0, sizeof(AudioDeviceID), translation))
+        return status;
+    CFStringRef uid = nullptr;
+    std::memcpy(&uid, translation.mInputData, sizeof uid);
+    const auto device = Hardware::shared().deviceForUID(CFStringGetText(uid));
+    if (!device)
+        return kAudioHardwareBadDeviceError;
+    std::memcpy(translation.mOutputData, &*device, sizeof *device);
+    translation.mOutputDataSize = sizeof *device;
+    std::memcpy(block, &translation, sizeof translation);
+    return noErr;
+}
+
+OSStatus translateBootChime(AudioHardwarePropertyID property, UInt32* ioSize, void* block)
+{
+    const auto volume = Hardware::shared().bootChime();
+    if (!volume)
+        return kAudioHardwareUnknownPropertyError;
+    return qmx::translateInPlace<Float32>(ioSize, block, [&](Float32& value) -> OSStatus {
+        value = property == kAudioHardwarePropertyBootChimeVolumeScalarToDecibels ? qmx::decibelsOf(*volume, value)
+                                                                                  : qmx::scalarOf(*volume, value);
+        return noErr;
+    });
+}
+
+OSStatus setDefault(AudioHardwarePropertyID property, UInt32 size, const void* data)
+{
+    AudioDeviceID device = kAudioDeviceUnknown;
+    if (const OSStatus status = qmx::takeValue(size, data, device))
+        return status;
+    return Hardware::shared().backend().setDefaultDevice(property, device);
+}
+
+OSStatus setBootChime(AudioHardwarePropertyID property, UInt32 size, const void* data)
+{
+    Float32 value = 0;
+    if (const OSStatus status = qmx::takeValue(size, data, value))
+        return status;
+    const auto volume = Hardware::shared().bootChime();
+    if (!volume)
+        return kAudioHardwareUnknownPropertyError;
+    const bool isDecibels = property == kAudioHardwarePropertyBootChimeVolumeDecibels;
+    return Hardware::shared().backend().setBootChimeVolume(isDecibels ? qmx::scalarOf(*volume, value)
+                                                                      : std::clamp(value, 0.0F, 1.0F));
+}
+
+Listener listenerOf(AudioHardwarePropertyID property, AudioHardwarePropertyListenerProc procedure, void* clientData)
+{
+    return {property, kAudioPropertyWildcardChannel, kAudioPropertyWildcardSection, procedure, clientData};
+}
+
+} // namespace
+
+OSStatus AudioHardwareGetPropertyInfo(AudioHardwarePropertyID inPropertyID, UInt32* outSize, Boolean* outWritable)
+{
+    if (const OSStatus status = Hardware::shared().admit(HardwareOperation::getPropertyInfo, systemObject,
+                                                         PropertyAddress{.property = inPropertyID}))
+        return status;
+    const auto value = hardwareProperty(inPropertyID, false);
+    return value ? value->describe(outSize, outWritable) : kAudioHardwareUnknownPropertyError;
+}
+
+OSStatus AudioHardwareGetProperty(AudioHardwarePropertyID inPropertyID, UInt32* ioPropertyDataSize,
+                                  void* outPropertyData)
+{
+    if (!ioPropertyDataSize || !outPropertyData)
+        return kAudio_ParamError;
+    if (const OSStatus status = Hardware::shared().admit(HardwareOperation::getProperty, systemObject,
+                                                         PropertyAddress{.property = inPropertyID}))
+        return status;
+    switch (inPropertyID) {
+    case kAudioHardwarePropertyDeviceForUID:
+        return translateUID(ioPropertyDataSize, outPropertyData);
+    case kAudioHardwarePropertyBootChimeVolumeScalarToDecibels:
+    case kAudioHardwarePropertyBootChimeVolumeDecibelsToScalar:
+        return translateBootChime(inPropertyID, ioPropertyDataSize, outPropertyData);
+    default:
+        break;
+    }
+    const auto value = hardwareProperty(inPropertyID, true);
+    return value ? value->copyTo(ioPropertyDataSize, outPropertyData) : kAudioHardwareUnknownPropertyError;
+}
+
+OSStatus AudioHardwareSetProperty(AudioHardwarePropertyID inPropertyID, UInt32 inPropertyDataSize,
+                                  const void* inPropertyData)
+{
+    if (const OSStatus status = Hardware::shared().admit(HardwareOperation::setProperty, systemObject,
+                                                         PropertyAddress{.property = inPropertyID}))
+        return status;
+    const auto value = hardwareProperty(inPropertyID, false);
+    if (!value)
+        return kAudioHardwareUnknownPropertyError;
+    if (!value->isWritable)
+        return kAudioHardwareUnsupportedOperationError;
+    switch (inPropertyID) {
+    case kAudioHardwarePropertyBootChimeVolumeScalar:
+    case kAudioHardwarePropertyBootChimeVolumeDecibels:
+        return setBootChime(inPropertyID, inPropertyDataSize, inPropertyData);
+    default:
+        return setDefault(inPropertyID, inPropertyDataSize, inPropertyData);
+    }
+}
+
+OSStatus AudioHardwareAddPropertyListener(AudioHardwarePropertyID inPropertyID,
+                                          AudioHardwarePropertyListenerProc inProc, void* inClientData)
+{
+    if (!inProc)
+        return kAudio_ParamError;
+    Hardware& hardware = Hardware::shared();
+    const PropertyAddress devices{.property = kAudioHardwarePropertyDevices};
+    if (const OSStatus status =
+            hardware.admit(HardwareOperation::addListener, systemObject, PropertyAddress{.property = inPropertyID}))
+        return status;
+    const Listener listener = listenerOf(inPropertyID, inProc, inClientData);
+    const bool announcesNow = listener.wants(devices) && hardware.devicesChangedSinceRead();
+    return hardware.listeners().add(systemObject, listener, announcesNow, devices)
+               ? noErr
+               : kAudioHardwareIllegalOperationError;
+}
+
+OSStatus AudioHardwareRemovePropertyListener(AudioHardwarePropertyID inPropertyID,
+                                             AudioHardwarePropertyListenerProc inProc, void* inClientData)
+{
+    Hardware& hardware = Hardware::shared();
+    if (const OSStatus status =
+            hardware.admit(HardwareOperation::removeListener, systemObject, PropertyAddress{.property = inPropertyID}))
+        return status;
+    return hardware.listeners().remove(systemObject, listenerOf(inPropertyID, inProc, inClientData))
+               ? noErr
+               : kAudioHardwareIllegalOperationError;
+}
+
+UInt64 AudioGetCurrentHostTime()
+{
+    return Hardware::shared().backend().hostTime();
+}
+
+OSStatus qmx::setAudioBackend(AudioBackend backend)
+{
+    return Hardware::choose(backend);
+}
+
+void qmx::waitForIOCycle(AudioDeviceID device)
+{
+    if (isInsideCallback())
+        return;
+    if (const auto found = Hardware::shared().deviceOrRemains(device))
+        found->io->waitForCycle();
+}

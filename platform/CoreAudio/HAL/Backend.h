@@ -1,0 +1,120 @@
+// SPDX-License-Identifier: MIT
+// What the hardware layer asks of whoever supplies its devices. A backend reports devices as records
+// (DeviceDescription.h) and replaces a record when something has changed; it carries out wishes; it runs I/O cycles. All
+// else (properties, listeners, registrations, mixing, slicing, IDs) is the core's.
+//
+// Locks: the core calls a backend without any lock of its own but the one that orders a device's start and stop. A backend may
+// call the core at any time, from any thread, with locks of its own held, except devicesChanged, which waits for cycles
+// in flight: no lock may be held there that a cycle takes.
+#pragma once
+
+#include "CoreAudio/AudioHardware.h"
+#include "CoreAudio/DeviceDescription.h"
+
+#include <memory>
+#include <span>
+#include <variant>
+#include <vector>
+
+namespace qmx
+{
+
+class DeviceIO;
+
+// Wishes about a device. The core has checked them against the device's record.
+struct SetSampleRate {
+    Float64 rate;
+};
+struct SetBufferFrameSize {
+    UInt32 frames;
+};
+struct SetVolume {
+    bool isInput;
+    UInt32 channel;
+    Float32 scalar;
+};
+struct SetMute {
+    bool isInput;
+    UInt32 channel;
+    bool isMuted;
+};
+struct SetDataSource {
+    bool isInput;
+    UInt32 id;
+};
+struct SetPhysicalFormat {
+    bool isInput;
+    std::size_t stream;
+    AudioStreamBasicDescription format;
+};
+struct SetRawProperty {
+    PropertyAddress address;
+    std::vector<std::byte> value;
+};
+using DeviceWish = std::variant<SetSampleRate, SetBufferFrameSize, SetVolume, SetMute, SetDataSource, SetPhysicalFormat,
+                                SetRawProperty>;
+
+/// One device of a backend.
+class BackendDevice
+{
+public:
+    virtual ~BackendDevice() = default;
+
+    /// Carries a wish out, or says why not. The change is reported through HardwareSink::deviceChanged, before or after the return.
+    virtual OSStatus fulfil(const DeviceWish& wish) = 0;
+    /// Begins calling io->runCycle once in each cycle, on one thread at a time, with the streams that `description` announces until
+    /// stopIO. May wait for the hardware; must not wait for a cycle.
+    virtual OSStatus startIO(const std::shared_ptr<DeviceIO>& io, const DeviceDescription& description) = 0;
+    /// Begins no further cycle and does not wait for the one in flight.
+    virtual void stopIO() = 0;
+    /// Sample time, host time and rate scalar of the present instant.
+    virtual OSStatus currentTime(AudioTimeStamp& time) = 0;
+};
+
+struct NewDevice {
+    DeviceDescription description;
+    std::shared_ptr<BackendDevice> device;
+};
+
+struct DefaultDevices {
+    AudioDeviceID input = kAudioDeviceUnknown;
+    AudioDeviceID output = kAudioDeviceUnknown;
+    AudioDeviceID systemOutput = kAudioDeviceUnknown;
+};
+
+/// The core, as backends see it. It compares before it announces: reporting what is known already does no harm.
+class HardwareSink
+{
+public:
+    virtual ~HardwareSink() = default;
+
+    /// A number that no device or stream had before.
+    virtual AudioDeviceID makeID() = 0;
+    /// Devices that came (with IDs made by makeID) and went, and the defaults after that, as one change.
+    virtual void devicesChanged(std::span<const AudioDeviceID> removed,
+                                std::span<const std::pair<AudioDeviceID, NewDevice>> added,
+                                const DefaultDevices& defaults) = 0;
+    virtual void deviceChanged(AudioDeviceID device, const DeviceDescription& description) = 0;
+    virtual void bootChimeChanged(const std::optional<VolumeControl>& volume) = 0;
+    /// Tells listeners without a change of the record: overloads, for example.
+    virtual void announce(AudioDeviceID device, const PropertyAddress& address) = 0;
+    virtual void announceHardware(AudioHardwarePropertyID property) = 0;
+};
+
+class Backend
+{
+public:
+    virtual ~Backend() = default;
+
+    /// Begins to report to `sink`, which lives for ever. The devices that are there at once are reported before it returns.
+    virtual void begin(HardwareSink& sink) = 0;
+    /// Makes a device the default; `which` is 'dIn ', 'dOut' or 'sOut'.
+    virtual OSStatus setDefaultDevice(AudioHardwarePropertyID which, AudioDeviceID device) = 0;
+    virtual OSStatus setBootChimeVolume(Float32 scalar) = 0;
+    /// The host's clock, in nanoseconds. Any thread, without a lock.
+    virtual UInt64 hostTime() = 0;
+    /// Whether a call may go on: its status if not. Asked first in each call; `object` is 0 for the system.
+    virtual OSStatus admit(HardwareOperation operation, UInt32 object, const PropertyAddress& address) = 0;
+};
+
+} // namespace qmx

@@ -1,0 +1,124 @@
+// SPDX-License-Identifier: MIT
+// Values that callers set: checked here, carried out by the backend.
+#include "CoreAudio/HAL/DeviceView.h"
+
+#include <algorithm>
+
+namespace qmx
+{
+namespace
+{
+
+WishResult refused(OSStatus status)
+{
+    return {.status = status, .wish = {}};
+}
+
+WishResult sampleRateWish(const DeviceDescription& device, UInt32 size, const void* data)
+{
+    Float64 rate = 0;
+    if (const OSStatus status = takeValue(size, data, rate))
+        return refused(status);
+    if (!hasSampleRate(device, rate))
+        return refused(kAudioDeviceUnsupportedFormatError);
+    return {.status = noErr, .wish = SetSampleRate{rate}};
+}
+
+WishResult bufferSizeWish(const DeviceDescription& device, UInt32 bytesPerUnit, UInt32 size, const void* data)
+{
+    UInt32 units = 0;
+    if (const OSStatus status = takeValue(size, data, units))
+        return refused(status);
+    const UInt32 frames = units / bytesPerUnit;
+    if (frames < device.minimumBufferFrameSize || frames > device.maximumBufferFrameSize)
+        return refused(kAudioHardwareIllegalOperationError);
+    return {.status = noErr, .wish = SetBufferFrameSize{frames}};
+}
+
+WishResult volumeWish(const SectionDescription& section, const PropertyAddress& address, UInt32 size, const void* data)
+{
+    Float32 value = 0;
+    if (const OSStatus status = takeValue(size, data, value))
+        return refused(status);
+    if (value != value)
+        return refused(kAudioHardwareIllegalOperationError);
+    const VolumeControl& volume = section.volumes.at(address.channel);
+    const Float32 scalar = address.property == kAudioDevicePropertyVolumeDecibels ? scalarOf(volume, value)
+                                                                                  : std::clamp(value, 0.0F, 1.0F);
+    return {.status = noErr, .wish = SetVolume{address.isInput, address.channel, scalar}};
+}
+
+WishResult muteWish(const PropertyAddress& address, UInt32 size, const void* data)
+{
+    UInt32 flag = 0;
+    if (const OSStatus status = takeValue(size, data, flag))
+        return refused(status);
+    return {.status = noErr, .wish = SetMute{address.isInput, address.channel, flag != 0}};
+}
+
+WishResult dataSourceWish(const SectionDescription& section, bool isInput, UInt32 size, const void* data)
+{
+    UInt32 id = 0;
+    if (const OSStatus status = takeValue(size, data, id))
+        return refused(status);
+    if (std::ranges::find(section.dataSources, id, &DataSource::id) == section.dataSources.end())
+        return refused(kAudioHardwareIllegalOperationError);
+    return {.status = noErr, .wish = SetDataSource{isInput, id}};
+}
+
+WishResult rawWish(const PropertyAddress& address, const RawProperty& raw, UInt32 size, const void* data)
+{
+    if (!data)
+        return refused(kAudio_ParamError);
+    if (size != raw.value.size())
+        return refused(kAudioHardwareBadPropertySizeError);
+    const auto* const bytes = static_cast<const std::byte*>(data);
+    return {.status = noErr, .wish = SetRawProperty{address, {bytes, bytes + size}}};
+}
+
+} // namespace
+
+WishResult deviceWish(const DeviceView& view, const PropertyAddress& address, UInt32 size, const void* data)
+{
+    const DeviceDescription& device = *view.description;
+    const SectionDescription& section = device.section(address.isInput);
+    const auto present = deviceProperty(view, address);
+    if (!present)
+        return refused(kAudioHardwareUnknownPropertyError);
+    if (!present->isWritable)
+        return refused(kAudioHardwareUnsupportedOperationError);
+    if (const auto raw = device.rawProperties.find(address); raw != device.rawProperties.end())
+        return rawWish(address, raw->second, size, data);
+    switch (address.property) {
+    case kAudioDevicePropertyNominalSampleRate:
+        return sampleRateWish(device, size, data);
+    case kAudioDevicePropertyBufferFrameSize:
+        return bufferSizeWish(device, 1, size, data);
+    case kAudioDevicePropertyBufferSize:
+        return bufferSizeWish(device, section.streams.front().channels * static_cast<UInt32>(sizeof(Float32)), size,
+                              data);
+    case kAudioDevicePropertyVolumeScalar:
+    case kAudioDevicePropertyVolumeDecibels:
+        return volumeWish(section, address, size, data);
+    case kAudioDevicePropertyMute:
+        return muteWish(address, size, data);
+    case kAudioDevicePropertyDataSource:
+        return dataSourceWish(section, address.isInput, size, data);
+    default: // the formats: nothing else is writable
+        return formatWish(device, {address.isInput, *streamOfChannel(section, address.channel)}, address.property, size,
+                          data);
+    }
+}
+
+WishResult streamWish(const DeviceView& device, StreamPlace place, AudioStreamPropertyID property, UInt32 size,
+                      const void* data)
+{
+    const auto present = streamProperty(device, place, property);
+    if (!present)
+        return refused(kAudioHardwareUnknownPropertyError);
+    if (!present->isWritable)
+        return refused(kAudioHardwareUnsupportedOperationError);
+    return formatWish(*device.description, place, property, size, data);
+}
+
+} // namespace qmx

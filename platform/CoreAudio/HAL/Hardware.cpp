@@ -1,0 +1,337 @@
+// SPDX-License-Identifier: MIT
+#include "CoreAudio/HAL/Hardware.h"
+
+#include "CoreAudio/HAL/DescriptionChanges.h"
+#include "CoreAudio/HAL/Virtual/VirtualBackend.h"
+#include "Foundation/Log.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <string_view>
+
+namespace qmx
+{
+namespace
+{
+
+std::mutex choiceMutex;
+std::optional<AudioBackend> chosenBackend; // guarded by choiceMutex
+bool backendIsFixed = false;               // guarded by choiceMutex
+
+AudioBackend backendFromEnvironment()
+{
+    const char* const name = std::getenv("QMX_AUDIO_BACKEND");
+    const std::string_view wanted = name ? name : "";
+    constexpr AudioBackend usual = AudioBackend::virtualHardware;
+    if (wanted == "virtual")
+        return AudioBackend::virtualHardware;
+    if (!wanted.empty())
+        Log("QMX_AUDIO_BACKEND: \"%@\" is not built in; the usual one is used", wanted);
+    return usual;
+}
+
+Backend& makeBackend(AudioBackend backend)
+{
+    switch (backend) {
+    case AudioBackend::virtualHardware:
+        break;
+    }
+    return VirtualBackend::shared();
+}
+
+AudioBackend fixBackend()
+{
+    const std::scoped_lock lock(choiceMutex);
+    if (!chosenBackend)
+        chosenBackend = backendFromEnvironment();
+    backendIsFixed = true;
+    return *chosenBackend;
+}
+
+} // namespace
+
+Hardware& Hardware::shared()
+{
+    static Hardware* const hardware = [] {
+        auto* const made = new Hardware(makeBackend(fixBackend()));
+        made->backend_.begin(*made);
+        const std::scoped_lock lock(made->mutex_);
+        made->listChangesRead_ = made->listChanges_; // what is there from the beginning is no change
+        return made;
+    }();
+    return *hardware;
+}
+
+OSStatus Hardware::choose(AudioBackend backend)
+{
+    const std::scoped_lock lock(choiceMutex);
+    if (backendIsFixed && chosenBackend != backend)
+        return kAudioHardwareIllegalOperationError;
+    chosenBackend = backend;
+    return noErr;
+}
+
+OSStatus Hardware::admit(HardwareOperation operation, UInt32 object, const PropertyAddress& address)
+{
+    return backend_.admit(operation, object, address);
+}
+
+std::shared_ptr<Device> Hardware::device(AudioDeviceID id)
+{
+    const std::scoped_lock lock(mutex_);
+    const auto found = std::ranges::find(devices_, id, &Device::id);
+    return found == devices_.end() ? nullptr : *found;
+}
+
+std::shared_ptr<Device> Hardware::deviceOrRemains(AudioDeviceID id)
+{
+    if (auto found = device(id))
+        return found;
+    const std::scoped_lock lock(mutex_);
+    const auto found = remains_.find(id);
+    return found == remains_.end() ? nullptr : found->second;
+}
+
+std::optional<DeviceView> Hardware::view(AudioDeviceID id)
+{
+    const std::scoped_lock lock(mutex_);
+    const auto found = std::ranges::find(devices_, id, &Device::id);
+    if (found == devices_.end())
+        return {};
+    DeviceView view = (*found)->view;
+    view.isRunning = (*found)->io->hasRunningProcedures();
+    return view;
+}
+
+std::optional<FoundStream> Hardware::stream(AudioStreamID id)
+{
+    const std::scoped_lock lock(mutex_);
+    for (const auto& device : devices_)
+        for (const bool isInput : {true, false}) {
+            const auto& ids = device->view.streams(isInput);
+            if (const auto found = std::ranges::find(ids, id); found != ids.end())
+                return FoundStream{
+                    device->view, device->backend, {isInput, static_cast<std::size_t>(found - ids.begin())}};
+        }
+    return {};
+}
+
+void Hardware::forgetRemains(Device& device)
+{
+    std::shared_ptr<Device> forgotten;
+    const std::scoped_lock lock(mutex_);
+    if (const auto found = remains_.find(device.id); found != remains_.end() && !device.io->hasProcedures()) {
+        forgotten = std::move(found->second);
+        remains_.erase(found);
+    }
+}
+
+std::vector<AudioDeviceID> Hardware::devices()
+{
+    const std::scoped_lock lock(mutex_);
+    return deviceIDs();
+}
+
+std::vector<AudioDeviceID> Hardware::readDevices()
+{
+    const std::scoped_lock lock(mutex_);
+    listChangesRead_ = listChanges_;
+    return deviceIDs();
+}
+
+std::vector<AudioDeviceID> Hardware::deviceIDs() const
+{
+    std::vector<AudioDeviceID> ids;
+    std::ranges::transform(devices_, std::back_inserter(ids), &Device::id);
+    return ids;
+}
+
+bool Hardware::devicesChangedSinceRead()
+{
+    const std::scoped_lock lock(mutex_);
+    return listChanges_ != listChangesRead_;
+}
+
+std::optional<AudioDeviceID> Hardware::deviceForUID(const std::string& uid)
+{
+    const std::scoped_lock lock(mutex_);
+    const auto found =
+        std::ranges::find_if(devices_, [&uid](const auto& device) { return device->view.description->uid == uid; });
+    return found == devices_.end() ? std::nullopt : std::optional((*found)->id);
+}
+
+DefaultDevices Hardware::defaults()
+{
+    const std::scoped_lock lock(mutex_);
+    return defaults_;
+}
+
+std::optional<VolumeControl> Hardware::bootChime()
+{
+    const std::scoped_lock lock(mutex_);
+    return bootChime_;
+}
+
+OSStatus Hardware::startDevice(const std::shared_ptr<Device>& device)
+{
+    const std::scoped_lock starting(device->startMutex);
+    if (device->ioRuns)
+        return noErr;
+    std::shared_ptr<const DeviceDescription> description;
+    {
+        const std::scoped_lock lock(mutex_);
+        if (!device->isAlive)
+            return kAudioHardwareBadDeviceError;
+        description = device->view.description;
+    }
+    device->io->prepare(*description);
+    if (const OSStatus status = device->backend->startIO(device->io, *description))
+        return status;
+    setRunning(*device, true);
+    return noErr;
+}
+
+void Hardware::stopDeviceIfIdle(const std::shared_ptr<Device>& device)
+{
+    const std::scoped_lock starting(device->startMutex);
+    if (!device->ioRuns || device->io->hasRunningProcedures())
+        return;
+    device->backend->stopIO();
+    setRunning(*device, false);
+}
+
+void Hardware::setRunning(Device& device, bool runs)
+{
+    device.ioRuns = runs;
+    const std::scoped_lock lock(mutex_);
+    const DeviceView before = device.view;
+    device.view.isRunning = runs;
+    if (device.isAlive)
+        announceChanges(before, device.view);
+}
+
+void Hardware::announceChanges(const DeviceView& before, const DeviceView& after)
+{
+    for (const PropertyChange& change : changesBetween(before, after))
+        listeners_.announce(change.stream == kAudioStreamUnknown ? after.id : change.stream, change.address);
+}
+
+// Streams that stay in their places keep their IDs.
+void Hardware::numberStreams(DeviceView& view)
+{
+    for (const bool isInput : {true, false}) {
+        auto& ids = isInput ? view.inputStreams : view.outputStreams;
+        const std::size_t count = view.description->section(isInput).streams.size();
+        if (ids.size() > count)
+            ids.resize(count);
+        while (ids.size() < count)
+            ids.push_back(makeID());
+    }
+}
+
+void Hardware::devicesChanged(std::span<const AudioDeviceID> removed,
+                              std::span<const std::pair<AudioDeviceID, NewDevice>> added,
+                              const DefaultDevices& defaults)
+{
+    bool listChanged = !added.empty();
+    for (const AudioDeviceID id : removed)
+        if (const std::shared_ptr<Device> gone = takeOut(id)) {
+            end(gone);
+            listChanged = true;
+        }
+    for (const auto& [id, newDevice] : added)
+        putIn(id, newDevice);
+    const std::scoped_lock lock(mutex_);
+    const DefaultDevices before = defaults_;
+    defaults_ = defaults;
+    if (listChanged) {
+        ++listChanges_;
+        announceHardware(kAudioHardwarePropertyDevices);
+    }
+    if (before.input != defaults.input)
+        announceHardware(kAudioHardwarePropertyDefaultInputDevice);
+    if (before.output != defaults.output)
+        announceHardware(kAudioHardwarePropertyDefaultOutputDevice);
+    if (before.systemOutput != defaults.systemOutput)
+        announceHardware(kAudioHardwarePropertyDefaultSystemOutputDevice);
+}
+
+void Hardware::putIn(AudioDeviceID id, const NewDevice& newDevice)
+{
+    auto device = std::make_shared<Device>();
+    device->id = id;
+    device->backend = newDevice.device;
+    device->io = std::make_shared<DeviceIO>(id, [this, id] {
+        if (const auto idle = this->device(id))
+            stopDeviceIfIdle(idle);
+    });
+    device->view.id = id;
+    device->view.description = std::make_shared<const DeviceDescription>(newDevice.description);
+    numberStreams(device->view);
+    const std::scoped_lock lock(mutex_);
+    devices_.push_back(std::move(device));
+}
+
+std::shared_ptr<Device> Hardware::takeOut(AudioDeviceID id)
+{
+    const std::scoped_lock lock(mutex_);
+    const auto found = std::ranges::find(devices_, id, &Device::id);
+    if (found == devices_.end())
+        return nullptr;
+    std::shared_ptr<Device> device = std::move(*found);
+    devices_.erase(found);
+    device->isAlive = false;
+    remains_.emplace(id, device);
+    for (const bool isInput : announcedSections(*device->view.description))
+        listeners_.announce(id, {kAudioDevicePropertyDeviceIsAlive, 0, isInput});
+    return device;
+}
+
+// Needs neither the notification thread nor the device's clients.
+void Hardware::end(const std::shared_ptr<Device>& device)
+{
+    {
+        const std::scoped_lock starting(device->startMutex);
+        if (device->ioRuns)
+            device->backend->stopIO();
+        device->ioRuns = false;
+    }
+    device->io->stopAll();
+    forgetRemains(*device);
+}
+
+void Hardware::deviceChanged(AudioDeviceID id, const DeviceDescription& description)
+{
+    auto next = std::make_shared<const DeviceDescription>(description);
+    const std::scoped_lock lock(mutex_);
+    const auto found = std::ranges::find(devices_, id, &Device::id);
+    if (found == devices_.end())
+        return;
+    DeviceView& view = (*found)->view;
+    const DeviceView before = view;
+    view.description = std::move(next);
+    numberStreams(view);
+    announceChanges(before, view);
+}
+
+void Hardware::bootChimeChanged(const std::optional<VolumeControl>& volume)
+{
+    const std::scoped_lock lock(mutex_);
+    if (bootChime_ == volume)
+        return;
+    bootChime_ = volume;
+    announceHardware(kAudioHardwarePropertyBootChimeVolumeScalar);
+    announceHardware(kAudioHardwarePropertyBootChimeVolumeDecibels);
+}
+
+void Hardware::announce(AudioDeviceID device, const PropertyAddress& address)
+{
+    listeners_.announce(device, address);
+}
+
+void Hardware::announceHardware(AudioHardwarePropertyID property)
+{
+    listeners_.announce(0, {property, 0, false});
+}
+
+} // namespace qmx

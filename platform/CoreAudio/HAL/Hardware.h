@@ -1,0 +1,105 @@
+// SPDX-License-Identifier: MIT
+// The core of the hardware layer: the tables of devices and streams, and what joins a backend to the platform's calls.
+#pragma once
+
+#include "CoreAudio/HAL/Backend.h"
+#include "CoreAudio/HAL/DeviceIO.h"
+#include "CoreAudio/HAL/DeviceView.h"
+#include "CoreAudio/HAL/Listeners.h"
+
+#include <atomic>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <vector>
+
+namespace qmx
+{
+
+/// One device, as the core keeps it: alive as long as its backend says so, in the table as long as a procedure is registered.
+struct Device {
+    AudioDeviceID id = kAudioDeviceUnknown;
+    std::shared_ptr<BackendDevice> backend;
+    std::shared_ptr<DeviceIO> io;
+    DeviceView view;       // guarded by the tables' lock; its record is replaced, never changed
+    bool isAlive = true;   // guarded by the tables' lock
+    std::mutex startMutex; // orders start and stop of the backend's I/O
+    bool ioRuns = false;   // guarded by startMutex
+};
+
+/// Where a stream ID leads.
+struct FoundStream {
+    DeviceView view;
+    std::shared_ptr<BackendDevice> backend;
+    StreamPlace place;
+};
+
+class Hardware final : public HardwareSink
+{
+public:
+    /// The process's one; chooses and begins the backend at its first use. Never destroyed.
+    static Hardware& shared();
+    /// See qmx::setAudioBackend.
+    static OSStatus choose(AudioBackend backend);
+
+    Backend& backend() { return backend_; }
+    Listeners& listeners() { return listeners_; }
+
+    /// What a call begins with: whether the backend lets it go on.
+    OSStatus admit(HardwareOperation operation, UInt32 object, const PropertyAddress& address = {});
+
+    // --- For the platform's calls
+    std::shared_ptr<Device> device(AudioDeviceID id);
+    /// Also one that is gone but has procedures.
+    std::shared_ptr<Device> deviceOrRemains(AudioDeviceID id);
+    std::optional<DeviceView> view(AudioDeviceID id);
+    std::optional<FoundStream> stream(AudioStreamID id);
+    void forgetRemains(Device& device);
+    std::vector<AudioDeviceID> devices();
+    /// The same, noted as read.
+    std::vector<AudioDeviceID> readDevices();
+    bool devicesChangedSinceRead();
+    std::optional<AudioDeviceID> deviceForUID(const std::string& uid);
+    DefaultDevices defaults();
+    std::optional<VolumeControl> bootChime();
+
+    /// Starts the backend's I/O for the first procedure; 0 when it runs.
+    OSStatus startDevice(const std::shared_ptr<Device>& device);
+    /// Stops it when no procedure runs any more.
+    void stopDeviceIfIdle(const std::shared_ptr<Device>& device);
+
+    // --- For the backend
+    AudioDeviceID makeID() override { return nextID_.fetch_add(1); }
+    void devicesChanged(std::span<const AudioDeviceID> removed,
+                        std::span<const std::pair<AudioDeviceID, NewDevice>> added,
+                        const DefaultDevices& defaults) override;
+    void deviceChanged(AudioDeviceID device, const DeviceDescription& description) override;
+    void bootChimeChanged(const std::optional<VolumeControl>& volume) override;
+    void announce(AudioDeviceID device, const PropertyAddress& address) override;
+    void announceHardware(AudioHardwarePropertyID property) override;
+
+private:
+    explicit Hardware(Backend& backend) : backend_(backend) {}
+    ~Hardware() override = default;
+    std::shared_ptr<Device> takeOut(AudioDeviceID id);
+    void putIn(AudioDeviceID id, const NewDevice& newDevice);
+    void end(const std::shared_ptr<Device>& device);
+    std::vector<AudioDeviceID> deviceIDs() const;
+    void numberStreams(DeviceView& view);
+    void setRunning(Device& device, bool runs);
+    void announceChanges(const DeviceView& before, const DeviceView& after);
+
+    Backend& backend_;
+    Listeners& listeners_ = *new Listeners;
+    std::atomic<AudioDeviceID> nextID_{256};
+    std::mutex mutex_; // of the tables; no call leaves this class with it held but into the listeners' queue
+    std::vector<std::shared_ptr<Device>> devices_;
+    std::map<AudioDeviceID, std::shared_ptr<Device>> remains_;
+    DefaultDevices defaults_;
+    std::optional<VolumeControl> bootChime_;
+    std::uint64_t listChanges_ = 0;
+    std::uint64_t listChangesRead_ = 0;
+};
+
+} // namespace qmx

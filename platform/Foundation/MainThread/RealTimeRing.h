@@ -1,0 +1,61 @@
+// SPDX-License-Identifier: MIT
+// What threads in real time have handed over and the main thread has not yet delivered.
+#pragma once
+
+#include "Foundation/Object.h"
+#include "Foundation/RealTimeNotification.h"
+
+#include <array>
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+
+namespace qmx
+{
+
+struct RealTimeNotification::Route {
+    const std::string name;
+    const std::weak_ptr<Object> sender;
+    const Kind kind;
+    const Delivery delivery;
+    std::atomic<bool> isPending{false}; // of a frame notification
+};
+
+/// A bounded queue of many senders and one receiver. Each cell has a turn number: a sender may fill it when the number is
+/// the cell's position, the receiver may empty it when it is one more.
+class RealTimeRing
+{
+public:
+    struct Entry {
+        std::uint64_t order = 0; ///< among all that was handed to the main thread
+        std::shared_ptr<RealTimeNotification::Route> route;
+        std::shared_ptr<Object> sender; ///< of a state notification, which keeps it
+    };
+
+    RealTimeRing();
+    /// Hands one over, numbered by `orders`. False, and counted, when there is no room for its kind. Any thread.
+    bool send(const std::shared_ptr<RealTimeNotification::Route>& route, std::atomic<std::uint64_t>& orders) noexcept;
+    /// The oldest entry, null when there is none. Receiver only, like the next.
+    const Entry* front() const;
+    Entry pop();
+    /// How many were dropped since the last call for want of room.
+    std::uint32_t takeDropped();
+
+private:
+    static constexpr std::size_t size = 1024;
+    static constexpr std::size_t keptForStates = 256;
+    struct Cell {
+        std::atomic<std::size_t> turn{0};
+        Entry entry;
+    };
+    Cell* claim(std::size_t room) noexcept;
+    Cell& cellAt(std::size_t position) { return cells_[position % size]; }
+
+    std::array<Cell, size> cells_;
+    alignas(64) std::atomic<std::size_t> filled_{0};
+    alignas(64) std::atomic<std::size_t> emptied_{0};
+    std::atomic<std::uint32_t> dropped_{0};
+};
+
+} // namespace qmx

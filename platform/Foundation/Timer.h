@@ -1,0 +1,43 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "Foundation/Export.h"
+#include "Foundation/Object.h"
+
+#include <atomic>
+#include <chrono>
+#include <functional>
+#include <memory>
+
+namespace qmx
+{
+
+/// Calls a function on the main thread after a time, once or again and again. RunLoop::main() keeps it while it is valid.
+class QMX_EXPORT Timer : public Object
+{
+public:
+    using Handler = std::function<void(Timer&)>;
+
+    /// Starts a timer that is due in so many seconds (below 0: at once; not finite: an invalid timer) and, if it repeats, again
+    /// and again at that distance (at least 0.1 ms); times that the main thread missed are left out. Any thread but the
+    /// real-time ones.
+    static std::shared_ptr<Timer> scheduledTimer(double seconds, bool repeats, Handler handler);
+
+    /// Ends it: the handler is not called any more (a call in progress goes on). Any thread.
+    void invalidate();
+    /// Whether it will still fire.
+    bool isValid() const;
+
+    Timer(double seconds, bool repeats, Handler handler);
+
+private:
+    friend struct TimerQueue;
+    using Clock = std::chrono::steady_clock;
+    Clock::time_point due_;
+    Clock::duration interval_;
+    bool repeats_;
+    Handler handler_;
+    std::atomic<bool> valid_{true};
+};
+
+} // namespace qmx

@@ -1,0 +1,77 @@
+// SPDX-License-Identifier: MIT
+#include "Foundation/Worker.h"
+
+#include "Foundation/Log.h"
+
+#include <algorithm>
+#include <chrono>
+#include <condition_variable>
+#include <mutex>
+#include <vector>
+
+namespace qmx
+{
+
+struct WorkerList {
+    std::mutex mutex;
+    std::condition_variable changed;
+    std::vector<Worker*> workers;
+
+    static WorkerList& shared()
+    {
+        static auto* const list = new WorkerList; // never destroyed: threads may rest while the process ends
+        return *list;
+    }
+
+    void setRests(Worker& worker, bool rests)
+    {
+        const std::scoped_lock lock(mutex);
+        worker.rests_ = rests;
+        changed.notify_all();
+    }
+
+    // What a resting worker's hasWork() looks at is changed by somebody busy only, so one look at all is exact.
+    bool allRest() const
+    {
+        return std::ranges::all_of(workers, [](const Worker* worker) { return worker->rests_ && !worker->hasWork_(); });
+    }
+};
+
+Worker::Worker(std::function<bool()> hasWork) : hasWork_(std::move(hasWork))
+{
+    WorkerList& list = WorkerList::shared();
+    const std::scoped_lock lock(list.mutex);
+    list.workers.push_back(this);
+}
+
+Worker::~Worker()
+{
+    WorkerList& list = WorkerList::shared();
+    const std::scoped_lock lock(list.mutex);
+    std::erase(list.workers, this);
+    list.changed.notify_all();
+}
+
+Worker::Wait::Wait(Worker& worker) : worker_(worker)
+{
+    WorkerList::shared().setRests(worker_, true);
+}
+
+Worker::Wait::~Wait()
+{
+    WorkerList::shared().setRests(worker_, false);
+}
+
+bool waitUntilWorkersRest()
+{
+    constexpr std::chrono::seconds patience{30};
+    WorkerList& list = WorkerList::shared();
+    std::unique_lock lock(list.mutex);
+    if (list.changed.wait_until(lock, std::chrono::system_clock::now() + patience, [&list] { return list.allRest(); }))
+        return true;
+    lock.unlock();
+    Log("Worker: a thread of the library has not come to rest in 30 s; time goes on without it");
+    return false;
+}
+
+} // namespace qmx

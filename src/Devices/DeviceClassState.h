@@ -1,0 +1,21 @@
+// SPDX-License-Identifier: MIT
+// What all devices share. Built first, never freed: listeners may need it until the process has ended.
+#pragma once
+
+#include "Devices/QMXAudioDevice.h"
+#include "Foundation/ConditionLock.h"
+
+struct QMXAudioDevice::ClassState {
+    QMXAudioDeviceDictionary devices;
+    QMXAudioDeviceList deviceArray;
+    QMXAudioDeviceList inputDeviceArray;
+    QMXAudioDeviceList outputDeviceArray;
+    qmx::ConditionLock mutexLock;   // held through a refresh; blocks whoever comes when a failed one has left it held
+    qmx::ConditionLock hwMutexLock; // held while a change of the hardware is looked at; taken before mutexLock
+    std::mutex globalRunLock;       // every device's startCalls
+    std::shared_ptr<qmx::Object> classObject;
+
+    std::recursive_mutex initialization; // the thread that initialises may come back, others wait
+    bool initializationHasBegun = false;
+    std::atomic<bool> isInitialized{false};
+};

@@ -1,0 +1,307 @@
+// SPDX-License-Identifier: MIT
+// Audio devices: which there are, what they can do and are set to, and the sound that goes in and out of them.
+//
+// Where nothing else is said, operations may be called from any thread but the real-time ones. Notifications
+// (Devices/QMXAudioDeviceNotifications.h) come on the main thread.
+#pragma once
+
+#include "CoreAudio/AudioHardware.h"
+#include "CoreAudioTypes/AudioChannelLayout.h"
+#include "Devices/LiveContainer.h"
+#include "Devices/QMXAudioDeviceDelegate.h"
+#include "Devices/QMXAudioDeviceNotifications.h"
+#include "Devices/QMXCoreAudioIOSubscriber.h"
+#include "Foundation/Export.h"
+#include "Foundation/Object.h"
+#include "Foundation/Retirement.h"
+
+#include <atomic>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+class QMXAudioDevice;
+class QMXAudioStream;
+class QMXAudioStreamBasicDescription;
+class QMXAudioValueRange;
+
+using QMXAudioDeviceList = qmx::LiveContainer<std::vector<std::shared_ptr<QMXAudioDevice>>>;
+using QMXAudioDeviceDictionary = qmx::LiveContainer<std::map<AudioDeviceID, std::shared_ptr<QMXAudioDevice>>>;
+using QMXAudioSubscriberList = qmx::LiveContainer<std::vector<std::shared_ptr<QMXCoreAudioIOSubscriber>>>;
+
+/// One audio device, and, as a class, the process's registry of all of them. The registry comes up with the first use of the
+/// class and follows the hardware from then on; it owns its devices. Ended inside an I/O or render callback, a device is
+/// taken down on another thread.
+class QMX_EXPORT QMXAudioDevice : public qmx::Object,
+                                  public QMXCoreAudioIOSubscriber,
+                                  public std::enable_shared_from_this<QMXAudioDevice>,
+                                  private qmx::Retirable
+{
+public:
+    // --- The registry ------------------------------------------------------------------------------------------------
+
+    /// Brings the registry up; does nothing when it is up. Any other operation does so by itself.
+    static void initialize();
+    /// The sender of the notifications about the hardware as a whole.
+    static std::shared_ptr<qmx::Object> classObject();
+
+    /// Brings the registry in line with the hardware, as every change of the device list does by itself. When the hardware
+    /// reports fewer devices than are registered, those that are gone are removed; otherwise new ones are added, and
+    /// what vanished in the same change stays until the number falls. When the hardware cannot be asked, the registry
+    /// stays as it is and locked: every later refresh waits for ever.
+    static void initializeListOfDevices();
+
+    /// The registered devices by their IDs. This and the lists are always the same objects and follow the hardware.
+    static QMXAudioDeviceDictionary& allDevicesDictionary();
+    /// The registered devices in the order in which they were first seen.
+    static QMXAudioDeviceList& allDevicesArray();
+    /// Those of them that had input (output) streams when they were registered.
+    static QMXAudioDeviceList& inputDevices();
+    static QMXAudioDeviceList& outputDevices();
+
+    /// The present default devices, asked of the hardware; null when there is none or it is not registered.
+    static std::shared_ptr<QMXAudioDevice> defaultInputDevice();
+    static std::shared_ptr<QMXAudioDevice> defaultOutputDevice();
+    static std::shared_ptr<QMXAudioDevice> defaultSystemOutputDevice();
+    /// Makes a device the default for input (output); the hardware's status.
+    static OSStatus setDefaultInputDevice(const QMXAudioDevice& device);
+    static OSStatus setDefaultOutputDevice(const QMXAudioDevice& device);
+
+    /// The level of the chime at the machine's start; 0.0 (null) where there is none.
+    static Float32 bootChimeVolumeScalar();
+    static Float32 bootChimeVolumeDecibels();
+    static std::shared_ptr<QMXAudioValueRange> bootChimeVolumeRangeDecibels();
+
+    /// A new object for a device, which the registry does not know: what it starts, and its subscribers, are its own.
+    static std::shared_ptr<QMXAudioDevice> deviceWithDeviceID(AudioDeviceID deviceID);
+    /// The same; null for an unknown UID.
+    static std::shared_ptr<QMXAudioDevice> deviceWithDeviceUID(const std::string& uid);
+    /// The device with that UID, 0xFFFFFFFF when there is none.
+    static AudioDeviceID audioDeviceIDForUID(const std::string& uid);
+
+    /// What the hardware's listener does: refreshes the registry for a change of the device list, then has the change's
+    /// notification posted on the main thread.
+    static void hardwarePropertyDidChange_clientData(AudioHardwarePropertyID propertyID, void* clientData);
+    /// Posts a notification from the class.
+    static void threadCallbackForHardwarePropertyChanges(const std::string& notificationName);
+
+    // --- Life --------------------------------------------------------------------------------------------------------
+
+    /// An object for a device; it exists even when the device does not, which is logged.
+    static std::shared_ptr<QMXAudioDevice> initWithDeviceID(AudioDeviceID deviceID);
+    /// The same; null for an unknown UID.
+    static std::shared_ptr<QMXAudioDevice> initWithDeviceUID(const std::string& uid);
+    /// Stops the device, whoever started it through this object; returns when the cycle in flight has ended.
+    ~QMXAudioDevice() override;
+
+    AudioDeviceID deviceID() const { return deviceID_; }
+    /// Whether a device with this ID is registered.
+    bool isValid() const;
+    /// "NAME by MANUFACTURER".
+    std::string description() const override;
+    /// All properties as a text of many lines.
+    std::string printDeviceInfo();
+
+    // --- Properties --------------------------------------------------------------------------------------------------
+    // Each is asked of the hardware at the time of the call. A property that the device lacks reads as 0, 0.0, false, null or
+    // an empty list; QMXAudioDeviceUtils::lastReportedError() has the status. Setters return whether the value was
+    // set. `isInput` names the section; `channel` is 0 for the whole of it or one of its channels from 1 up. Blocks
+    // that are returned are freed with free().
+
+    std::optional<std::string> deviceUID() const;
+    /// Read once and kept.
+    std::optional<std::string> name() const;
+    std::optional<std::string> manufacturer() const;
+
+    bool isAlive() const;
+    bool isRunning() const;
+    bool canBeDefaultDevice() const;
+    bool canBeDefaultSystemDevice() const;
+    bool canBeInputDevice() const;
+    bool canBeOutputDevice() const;
+    bool isDefaultDevice(bool isInput) const;
+    bool jackIsConnected(bool isInput) const;
+    bool supportsMixing() const;
+
+    bool hasVolumeControl_isInput(UInt32 channel, bool isInput) const;
+    bool canSetVolumeDecibels_isInput(UInt32 channel, bool isInput) const;
+    bool canSetVolumeScalar_isInput(UInt32 channel, bool isInput) const;
+    Float32 volumeDecibels_isInput(UInt32 channel, bool isInput) const;
+    /// 0.0 to 1.0.
+    Float32 volumeScalar_isInput(UInt32 channel, bool isInput) const;
+    bool setVolumeDecibels_forChannel_isInput(Float32 decibels, UInt32 channel, bool isInput);
+    bool setVolumeScalar_forChannel_isInput(Float32 scalar, UInt32 channel, bool isInput);
+    std::shared_ptr<QMXAudioValueRange> volumeRangeDecibels_isInput(UInt32 channel, bool isInput) const;
+    /// What 0.0 on one scale is on the other, on that channel: the argument is no value to convert.
+    Float32 volumeScalarToDecibels_isInput(UInt32 channel, bool isInput) const;
+    Float32 volumeDecibelsToScalar_isInput(UInt32 channel, bool isInput) const;
+    /// The input's mute.
+    bool canMute() const;
+    /// Sets the output's mute.
+    bool mute(bool isMuted);
+    /// The input's mute, whatever mute() set on the output.
+    bool isMuted() const;
+
+    /// The IDs, then a 0, in a block.
+    UInt32* dataSourceIDs(bool isInput) const;
+    std::optional<std::string> dataSourceNameForID_isInput(UInt32 dataSourceID, bool isInput) const;
+    /// In the order of the IDs up to the first 0; one without a name is "Unnamed data source N", counted from 0.
+    std::vector<std::string> dataSourceNames(bool isInput) const;
+    UInt32 currentDataSourceID(bool isInput) const;
+    bool canSetCurrentDataSourceID(bool isInput) const;
+    bool setCurrentDataSourceID_isInput(UInt32 dataSourceID, bool isInput);
+    std::optional<std::string> currentDataSourceName(bool isInput) const;
+
+    /// Frames per second.
+    Float64 nominalSampleRate(bool isInput) const;
+    /// As measured against the host's clock.
+    Float64 actualSampleRate(bool isInput) const;
+    std::vector<std::shared_ptr<QMXAudioValueRange>> availableNominalSampleRates(bool isInput) const;
+
+    /// The actual format is what programs see of the stream that carries the channel, the physical one what its hardware is
+    /// set to.
+    bool canSetActualStreamFormat_isInput(UInt32 channel, bool isInput) const;
+    bool canSetPhysicalStreamFormat_isInput(UInt32 channel, bool isInput) const;
+    std::shared_ptr<QMXAudioStreamBasicDescription> actualStreamFormat_isInput(UInt32 channel, bool isInput) const;
+    std::shared_ptr<QMXAudioStreamBasicDescription> physicalStreamFormat_isInput(UInt32 channel, bool isInput) const;
+    bool setActualStreamFormat_forChannel_isInput(const QMXAudioStreamBasicDescription& format, UInt32 channel,
+                                                  bool isInput);
+    bool setPhysicalStreamFormat_forChannel_isInput(const QMXAudioStreamBasicDescription& format, UInt32 channel,
+                                                    bool isInput);
+    std::vector<std::shared_ptr<QMXAudioStreamBasicDescription>> streamFormats_isInput(UInt32 channel,
+                                                                                       bool isInput) const;
+    /// The supported format that comes closest; null when the hardware names none.
+    std::shared_ptr<QMXAudioStreamBasicDescription>
+    findMatchingStreamFormat_forChannel_isInput(const QMXAudioStreamBasicDescription& format, UInt32 channel,
+                                                bool isInput) const;
+
+    /// The IDs, then a 0, in a block.
+    AudioStreamID* streamIDs(bool isInput) const;
+    /// New objects, in order; they keep the device alive.
+    std::vector<std::shared_ptr<QMXAudioStream>> streams(bool isInput);
+    UInt32 numberOfStreams(bool isInput) const;
+    /// Of all streams together.
+    UInt32 numberOfChannels(bool isInput) const;
+    /// One buffer per stream, without data, in a block.
+    AudioBufferList* streamConfiguration(bool isInput) const;
+
+    /// A kAudioDeviceTransportType code.
+    UInt32 transportType(bool isInput) const;
+    /// Frames.
+    UInt32 latency(bool isInput) const;
+    /// Bytes of one cycle.
+    UInt32 bufferSize(bool isInput) const;
+    /// Frames of one cycle.
+    UInt32 bufferFrameSize(bool isInput) const;
+    /// Frames.
+    UInt32 safetyOffset(bool isInput) const;
+    /// Two channel numbers, counted from 1, in a block.
+    UInt32* preferredChannelsForStereo(bool isInput) const;
+    /// In a block.
+    AudioChannelLayout* channelLayout(bool isInput) const;
+
+    // Fields of the actual format of channel 0, asked afresh.
+    Float64 sampleRate(bool isInput) const;
+    AudioFormatID formatID(bool isInput) const;
+    std::optional<std::string> formatIDName(bool isInput) const;
+    AudioFormatFlags formatFlags(bool isInput) const;
+    UInt32 bytesPerPacket(bool isInput) const;
+    UInt32 framesPerPacket(bool isInput) const;
+    UInt32 bytesPerFrame(bool isInput) const;
+    UInt32 channelsPerFrame(bool isInput) const;
+    UInt32 bitsPerChannel(bool isInput) const;
+
+    // --- Input and output --------------------------------------------------------------------------------------------
+
+    /// Counts who wants the device to run; the first starts it. A device that does not start is not counted. Always true.
+    bool start();
+    /// Takes one back; the last stops the device, though the cycle in flight may go on. Without a start before it does
+    /// nothing. Always true.
+    bool stop();
+
+    /// Has the subscriber called in each cycle, after those that were added before; input subscribers come before output
+    /// subscribers. Once per direction: one that is there stays where it is. The device owns its subscribers.
+    void addAudioIOSubscriber_forInput(const std::shared_ptr<QMXCoreAudioIOSubscriber>& subscriber, bool isInput);
+    /// Has it called no more: the calls in flight are waited for, except inside an I/O or render callback, where the
+    /// device lets go of it a little later. Hold no lock that a subscriber takes.
+    void removeAudioIOSubscriber_forInput(const QMXCoreAudioIOSubscriber& subscriber, bool isInput);
+    /// Always the same object for a direction; lives as long as the device.
+    QMXAudioSubscriberList& audioSubscribersForInput(bool isInput);
+
+    /// Hands buffers to the device's subscribers as its own I/O does, with these arguments: the device can subscribe to
+    /// another one. Only while it is started; a direction from which a subscriber was removed while others stayed is left
+    /// out until the next one is added. I/O and render threads. Always 0.
+    OSStatus audioIOHandler_inNow_inInputData_inInputTime_outOutputData_inOutputTime_inClientData(
+        QMXAudioDevice& device, const AudioTimeStamp* inNow, const AudioBufferList* inInputData,
+        const AudioTimeStamp* inInputTime, AudioBufferList* outOutputData, const AudioTimeStamp* inOutputTime,
+        QMXAudioDevice& inClientData) override;
+
+    // --- Changes of the device ---------------------------------------------------------------------------------------
+
+    /// Owned; null for none.
+    void setDelegate(std::shared_ptr<QMXAudioDeviceDelegate> delegate);
+    std::shared_ptr<QMXAudioDeviceDelegate> delegate() const;
+
+    /// What the device's listener does: has the change's notification posted on the main thread. Properties without one are
+    /// ignored.
+    void devicePropertyDidChange_forChannel_isInput(AudioDevicePropertyID propertyID, UInt32 channel, bool isInput);
+    /// Posts a notification from the device.
+    void threadCallbackForDelegateMethods(const std::string& notificationName);
+
+    // For an application to have called on a notification; each tells the delegate.
+    void inputStreamFormatDidChange(const qmx::Notification& notification);
+    void outputStreamFormatDidChange(const qmx::Notification& notification);
+    void inputDataSourceDidChange(const qmx::Notification& notification);
+    void outputDataSourceDidChange(const qmx::Notification& notification);
+    void inputVolumeDidChange(const qmx::Notification& notification);
+    void outputVolumeDidChange(const qmx::Notification& notification);
+
+private:
+    struct ClassState;
+    struct IOCycle;
+    using DelegateMethod = void (QMXAudioDeviceDelegate::*)(const qmx::Notification&);
+
+    using Devices = std::vector<std::shared_ptr<QMXAudioDevice>>;
+
+    static ClassState& classState();
+    /// Gives the devices that vanished, to be let go without a lock: a device waits for its cycle in flight.
+    static Devices refreshRegistry();
+    static std::shared_ptr<QMXAudioDevice> registeredDevice(AudioHardwarePropertyID defaultDevice);
+    static OSStatus hardwarePropertyCallback(AudioHardwarePropertyID propertyID, void* clientData);
+
+    static void destroy(QMXAudioDevice* device);
+    explicit QMXAudioDevice(AudioDeviceID deviceID);
+    void listen();
+
+    static OSStatus captureIOProc(AudioDeviceID deviceID, const AudioTimeStamp* now, const AudioBufferList* inputData,
+                                  const AudioTimeStamp* inputTime, AudioBufferList* outputData,
+                                  const AudioTimeStamp* outputTime, void* clientData);
+    static OSStatus devicePropertyCallback(AudioDeviceID deviceID, UInt32 channel, Boolean isInput,
+                                           AudioDevicePropertyID propertyID, void* clientData);
+    std::atomic<bool>& hasSubscribers(bool isInput) { return isInput ? hasInputSubscribers : hasOutputSubscribers; }
+    void tellDelegate(DelegateMethod method, const qmx::Notification& notification);
+
+    UInt32 word(AudioDevicePropertyID propertyID, bool isInput) const;
+    std::optional<std::string> text(AudioDevicePropertyID propertyID, bool isInput) const;
+    std::optional<std::string> cachedText(std::optional<std::string>& cache, AudioDevicePropertyID propertyID) const;
+    std::shared_ptr<QMXAudioStreamBasicDescription> format(AudioDevicePropertyID propertyID, UInt32 channel,
+                                                           bool isInput) const;
+    bool canSet(AudioDevicePropertyID propertyID, UInt32 channel, bool isInput) const;
+    template <class Value>
+    bool set(AudioDevicePropertyID propertyID, UInt32 channel, bool isInput, const Value& value) const;
+
+    AudioDeviceID deviceID_;
+    mutable std::optional<std::string> deviceName;
+    mutable std::optional<std::string> deviceManufacturer;
+    std::shared_ptr<QMXAudioDeviceDelegate> _delegate;
+    std::atomic<bool> hasInputSubscribers{false};
+    std::atomic<bool> hasOutputSubscribers{false};
+    QMXAudioSubscriberList inputSubscribersArray;
+    QMXAudioSubscriberList outputSubscribersArray;
+    mutable std::mutex subscriberLock; // list changes and the delegate
+    std::atomic<SInt32> startCalls{0}; // changed under the lock that all devices share
+    mutable std::mutex nameLock;       // the two cached texts
+};

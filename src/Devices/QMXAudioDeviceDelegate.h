@@ -1,0 +1,19 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "Foundation/Export.h"
+#include "Foundation/NotificationCenter.h"
+
+/// Is told of changes of a device by whoever calls the device's operations of the same names. Operations left out do nothing.
+class QMX_EXPORT QMXAudioDeviceDelegate
+{
+public:
+    virtual ~QMXAudioDeviceDelegate();
+
+    virtual void inputStreamFormatDidChange(const qmx::Notification& notification);
+    virtual void outputStreamFormatDidChange(const qmx::Notification& notification);
+    virtual void inputDataSourceDidChange(const qmx::Notification& notification);
+    virtual void outputDataSourceDidChange(const qmx::Notification& notification);
+    virtual void inputVolumeDidChange(const qmx::Notification& notification);
+    virtual void outputVolumeDidChange(const qmx::Notification& notification);
+};

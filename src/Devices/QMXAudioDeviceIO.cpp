@@ -1,0 +1,257 @@
+// SPDX-License-Identifier: MIT
+// One device's life: start and stop, subscribers, its notifications and its delegate.
+#include "Devices/DeviceClassState.h"
+#include "Devices/QMXAudioDevice.h"
+#include "Devices/QMXAudioDeviceInfoOutput.h"
+#include "Foundation/Format.h"
+#include "Foundation/Log.h"
+#include "Foundation/RealTime.h"
+#include "Foundation/RunLoop.h"
+#include "Foundation/Thread.h"
+
+#include <algorithm>
+
+namespace
+{
+
+const char* notificationName(AudioDevicePropertyID propertyID, bool isInput)
+{
+    switch (propertyID) {
+    case kAudioDevicePropertyStreamConfiguration:
+        return QMXAudioDeviceStreamConfigurationDidChangeNotification;
+    case kAudioDevicePropertyAvailableNominalSampleRates:
+        return QMXAudioDeviceAvailableNominalSampleRatesDidChangeNotification;
+    case kAudioDevicePropertyActualSampleRate:
+        return QMXAudioDeviceActualSampleRateDidChangeNotification;
+    case kAudioDevicePropertyPreferredChannelsForStereo:
+        return QMXAudioDevicePreferredChannelsForStereoDidChangeNotification;
+    case kAudioDevicePropertyPhysicalFormat:
+    case kAudioDevicePropertyStreamFormat:
+        return QMXAudioDeviceStreamFormatDidChangeNotification;
+    case kAudioDevicePropertyNominalSampleRate:
+        return QMXAudioDeviceNominalSampleRateDidChangeNotification;
+    case kAudioDevicePropertyStreams:
+        return QMXAudioDeviceStreamsDidChangeNotification;
+    case kAudioDevicePropertyVolumeDecibels:
+    case kAudioDevicePropertyVolumeScalar:
+        return isInput ? QMXAudioDeviceInputVolumeDidChangeNotification
+                       : QMXAudioDeviceOutputVolumeDidChangeNotification;
+    case kAudioDevicePropertyTransportType:
+        return QMXAudioDeviceTransportTypeDidChangeNotification;
+    case kAudioDevicePropertyDataSources:
+        return isInput ? QMXAudioDeviceInputDataSourcesDidChangeNotification
+                       : QMXAudioDeviceOutputDataSourcesDidChangeNotification;
+    case kAudioDevicePropertyDataSource:
+        return isInput ? QMXAudioDeviceInputSourceDidChangeNotification
+                       : QMXAudioDeviceOutputSourceDidChangeNotification;
+    default:
+        return nullptr;
+    }
+}
+
+bool holds(const std::vector<std::shared_ptr<QMXCoreAudioIOSubscriber>>& subscribers,
+           const QMXCoreAudioIOSubscriber* subscriber)
+{
+    return std::ranges::find(subscribers, subscriber, &std::shared_ptr<QMXCoreAudioIOSubscriber>::get) !=
+           subscribers.end();
+}
+
+} // namespace
+
+QMXCoreAudioIOSubscriber::~QMXCoreAudioIOSubscriber() = default;
+
+/// What one cycle brings.
+struct QMXAudioDevice::IOCycle {
+    const AudioTimeStamp* now;
+    const AudioBufferList* inputData;
+    const AudioTimeStamp* inputTime;
+    AudioBufferList* outputData;
+    const AudioTimeStamp* outputTime;
+
+    bool hasInput() const { return inputData && inputData->mNumberBuffers != 0; }
+    bool hasOutput() const { return outputData && outputData->mNumberBuffers != 0; }
+
+    /// Looks at the list afresh for each call: whoever an earlier one removed is not called.
+    void callSubscribers(const QMXAudioSubscriberList& list, QMXAudioDevice& device, QMXAudioDevice& clientData) const
+    {
+        const qmx::CallbackScope callback;
+        const QMXAudioSubscriberList::Walk walk(list);
+        for (std::size_t i = 0;; ++i) {
+            const auto& subscribers = walk.now();
+            if (i >= subscribers.size())
+                return;
+            subscribers[i]->audioIOHandler_inNow_inInputData_inInputTime_outOutputData_inOutputTime_inClientData(
+                device, now, inputData, inputTime, outputData, outputTime, clientData);
+        }
+    }
+};
+
+std::shared_ptr<QMXAudioDevice> QMXAudioDevice::initWithDeviceID(AudioDeviceID deviceID)
+{
+    classState();
+    std::shared_ptr<QMXAudioDevice> device(new QMXAudioDevice(deviceID), destroy);
+    device->listen();
+    device->manufacturer();
+    device->name();
+    return device;
+}
+
+QMXAudioDevice::QMXAudioDevice(AudioDeviceID deviceID) : deviceID_(deviceID) {}
+
+void QMXAudioDevice::listen()
+{
+    if (AudioDeviceAddPropertyListener(deviceID_, kAudioPropertyWildcardChannel, kAudioPropertyWildcardSection,
+                                       kAudioPropertyWildcardPropertyID, devicePropertyCallback, this) != noErr)
+        qmx::Log("QMXAudioDevice: Unable to add property listeners");
+    if (AudioDeviceAddIOProc(deviceID_, captureIOProc, this) != noErr)
+        qmx::Log("QMXAudioDevice: Unable to add I/O proc");
+}
+
+// Inside a callback the cycle in flight, which may use the device, cannot be waited for.
+void QMXAudioDevice::destroy(QMXAudioDevice* device)
+{
+    if (qmx::isInsideCallback())
+        qmx::retire(device);
+    else
+        delete device;
+}
+
+QMXAudioDevice::~QMXAudioDevice()
+{
+    AudioDeviceStop(deviceID_, captureIOProc, this);
+    AudioDeviceRemoveIOProc(deviceID_, captureIOProc, this);
+    AudioDeviceRemovePropertyListener(deviceID_, kAudioPropertyWildcardChannel, kAudioPropertyWildcardSection,
+                                      kAudioPropertyWildcardPropertyID, devicePropertyCallback, this);
+}
+
+std::string QMXAudioDevice::description() const
+{
+    return qmx::format("%@ by %@", name(), manufacturer());
+}
+
+std::string QMXAudioDevice::printDeviceInfo()
+{
+    std::string text = QMXAudioDeviceInfoOutput::printGlobalDeviceInfo(*this);
+    if (canBeInputDevice())
+        text += QMXAudioDeviceInfoOutput::printDirectionalDeviceInfo_isInput(*this, true);
+    if (canBeOutputDevice())
+        text += QMXAudioDeviceInfoOutput::printDirectionalDeviceInfo_isInput(*this, false);
+    return text;
+}
+
+bool QMXAudioDevice::start()
+{
+    const std::scoped_lock lock(classState().globalRunLock);
+    if (++startCalls == 1 && AudioDeviceStart(deviceID_, captureIOProc, this) != noErr)
+        --startCalls;
+    return true; // whether it started or not, as intended
+}
+
+bool QMXAudioDevice::stop()
+{
+    const std::scoped_lock lock(classState().globalRunLock);
+    if (startCalls > 0 && --startCalls == 0 && AudioDeviceStop(deviceID_, captureIOProc, this) != noErr)
+        ++startCalls;
+    return true;
+}
+
+void QMXAudioDevice::addAudioIOSubscriber_forInput(const std::shared_ptr<QMXCoreAudioIOSubscriber>& subscriber,
+                                                   bool isInput)
+{
+    hasSubscribers(isInput) = true;
+    QMXAudioSubscriberList& list = audioSubscribersForInput(isInput);
+    if (const auto present = list.snapshot(); !subscriber || holds(*present, subscriber.get()))
+        return;
+    const auto former = [&] {
+        const std::scoped_lock lock(subscriberLock);
+        return list.change([&](auto& subscribers) {
+            if (!holds(subscribers, subscriber.get()))
+                subscribers.push_back(subscriber);
+        });
+    }();
+}
+
+void QMXAudioDevice::removeAudioIOSubscriber_forInput(const QMXCoreAudioIOSubscriber& subscriber, bool isInput)
+{
+    QMXAudioSubscriberList& list = audioSubscribersForInput(isInput);
+    {
+        const auto former = [&] {
+            const std::scoped_lock lock(subscriberLock);
+            return list.change([&](auto& subscribers) {
+                std::erase_if(subscribers, [&](const auto& other) { return other.get() == &subscriber; });
+            });
+        }();
+    }
+    // The device's own I/O never looks at the flag, and with the last subscriber it stays as it is; both are intended.
+    if (!list.snapshot().empty())
+        hasSubscribers(isInput) = false;
+}
+
+QMXAudioSubscriberList& QMXAudioDevice::audioSubscribersForInput(bool isInput)
+{
+    return isInput ? inputSubscribersArray : outputSubscribersArray;
+}
+
+OSStatus QMXAudioDevice::captureIOProc(AudioDeviceID /*deviceID*/, const AudioTimeStamp* now,
+                                       const AudioBufferList* inputData, const AudioTimeStamp* inputTime,
+                                       AudioBufferList* outputData, const AudioTimeStamp* outputTime, void* clientData)
+{
+    auto& device = *static_cast<QMXAudioDevice*>(clientData);
+    const IOCycle cycle{now, inputData, inputTime, outputData, outputTime};
+    if (cycle.hasInput())
+        cycle.callSubscribers(device.inputSubscribersArray, device, device);
+    if (cycle.hasOutput())
+        cycle.callSubscribers(device.outputSubscribersArray, device, device);
+    return noErr;
+}
+
+OSStatus QMXAudioDevice::audioIOHandler_inNow_inInputData_inInputTime_outOutputData_inOutputTime_inClientData(
+    QMXAudioDevice& device, const AudioTimeStamp* inNow, const AudioBufferList* inInputData,
+    const AudioTimeStamp* inInputTime, AudioBufferList* outOutputData, const AudioTimeStamp* inOutputTime,
+    QMXAudioDevice& inClientData)
+{
+    if (!qmx::isRealTime())
+        qmx::Thread::setThreadPriority(1.0);
+    if (startCalls < 1)
+        return noErr;
+    const IOCycle cycle{inNow, inInputData, inInputTime, outOutputData, inOutputTime};
+    if (hasInputSubscribers && cycle.hasInput())
+        cycle.callSubscribers(inputSubscribersArray, device, inClientData);
+    if (hasOutputSubscribers && cycle.hasOutput())
+        cycle.callSubscribers(outputSubscribersArray, device, inClientData);
+    return noErr;
+}
+
+OSStatus QMXAudioDevice::devicePropertyCallback(AudioDeviceID /*deviceID*/, UInt32 channel, Boolean isInput,
+                                                AudioDevicePropertyID propertyID, void* clientData)
+{
+    // one that is being taken down has no owner any more; its destructor waits for this call
+    if (const auto device = static_cast<QMXAudioDevice*>(clientData)->weak_from_this().lock())
+        device->devicePropertyDidChange_forChannel_isInput(propertyID, channel, isInput != 0);
+    return noErr;
+}
+
+void QMXAudioDevice::devicePropertyDidChange_forChannel_isInput(AudioDevicePropertyID propertyID, UInt32 /*channel*/,
+                                                                bool isInput)
+{
+    if (const char* name = notificationName(propertyID, isInput))
+        qmx::RunLoop::main().perform(
+            [device = shared_from_this(), name] { device->threadCallbackForDelegateMethods(name); });
+}
+
+void QMXAudioDevice::threadCallbackForDelegateMethods(const std::string& notificationName)
+{
+    qmx::NotificationCenter::defaultCenter().postNotification(notificationName, shared_from_this());
+}
+
+void QMXAudioDevice::setDelegate(std::shared_ptr<QMXAudioDeviceDelegate> delegate)
+{
+    const std::scoped_lock lock(subscriberLock);
+    _delegate.swap(delegate); // the old one ends with the argument, when the lock is free
+}
+
+std::shared_ptr<QMXAudioDeviceDelegate> QMXAudioDevice::delegate() const
+{
+    const std::scoped_lock lock(subscriberLock);
+    return _delegate;
+}

@@ -1,0 +1,134 @@
+// SPDX-License-Identifier: MIT
+#include "Devices/QMXAudioStream.h"
+
+#include "Devices/QMXAudioDevice.h"
+#include "Formats/PropertyBlock.h"
+#include "Formats/QMXAudioStreamBasicDescription.h"
+#include "Formats/QMXAudioValueRange.h"
+
+#include <algorithm>
+#include <set>
+#include <tuple>
+
+namespace
+{
+
+constexpr Float64 kRateStep = 25;
+constexpr Float64 kLeastRate = 8000;
+constexpr Float64 kGreatestRate = 768000;
+
+/// An order among formats that agrees with their equality.
+bool comesBefore(const AudioStreamBasicDescription& a, const AudioStreamBasicDescription& b)
+{
+    const auto fields = [](const AudioStreamBasicDescription& f) {
+        return std::tie(f.mSampleRate, f.mFormatID, f.mFormatFlags, f.mBytesPerPacket, f.mFramesPerPacket,
+                        f.mBytesPerFrame, f.mChannelsPerFrame, f.mBitsPerChannel);
+    };
+    return fields(a) < fields(b);
+}
+
+bool isForAllRates(const std::shared_ptr<QMXAudioStreamBasicDescription>& format)
+{
+    return format->sampleRate() == kAudioStreamAnyRate;
+}
+
+/// The rates of the ranges in order. A range that is upside down or not a number has none.
+std::vector<Float64> ratesWithin(const std::vector<std::shared_ptr<QMXAudioValueRange>>& ranges)
+{
+    std::vector<Float64> rates;
+    for (const auto& range : ranges) {
+        const Float64 last = std::min(range->mMaximum(), kGreatestRate);
+        for (Float64 rate = std::max(range->mMinimum(), kLeastRate); rate <= last; rate += kRateStep)
+            rates.push_back(rate);
+    }
+    return rates;
+}
+
+} // namespace
+
+std::shared_ptr<QMXAudioStream>
+QMXAudioStream::initWithAudioDevice_streamID(const std::shared_ptr<QMXAudioDevice>& device, AudioStreamID streamID)
+{
+    return std::make_shared<QMXAudioStream>(device, device ? streamID : kAudioStreamUnknown);
+}
+
+QMXAudioStream::QMXAudioStream(std::shared_ptr<QMXAudioDevice> device, AudioStreamID streamID)
+    : _owningDevice(std::move(device)), _streamID(streamID)
+{
+}
+
+qmx::PropertyBlock QMXAudioStream::read(UInt32 channel, AudioStreamPropertyID propertyID) const
+{
+    UInt32 size = 0;
+    if (AudioStreamGetPropertyInfo(_streamID, channel, propertyID, &size, nullptr) != noErr)
+        return {};
+    auto value = qmx::allocatePropertyBlock(size);
+    if (AudioStreamGetProperty(_streamID, channel, propertyID, &value.size, value.block.get()) != noErr)
+        return {};
+    return value;
+}
+
+AudioDeviceID QMXAudioStream::owningDeviceID() const
+{
+    return _owningDevice ? _owningDevice->deviceID() : kAudioDeviceUnknown;
+}
+
+UInt32 QMXAudioStream::startingChannel() const
+{
+    return read(0, kAudioStreamPropertyStartingChannel).first<UInt32>();
+}
+
+UInt32 QMXAudioStream::streamDirection() const
+{
+    return read(startingChannel(), kAudioStreamPropertyDirection).first<UInt32>();
+}
+
+UInt32 QMXAudioStream::terminalType() const
+{
+    return read(startingChannel(), kAudioStreamPropertyTerminalType).first<UInt32>();
+}
+
+UInt32 QMXAudioStream::numberOfChannels() const
+{
+    return _owningDevice ? _owningDevice->numberOfChannels(isInput()) : 0;
+}
+
+std::shared_ptr<QMXAudioStreamBasicDescription> QMXAudioStream::physicalFormat() const
+{
+    const auto value = read(startingChannel(), kAudioStreamPropertyPhysicalFormat);
+    return QMXAudioStreamBasicDescription::initWithAudioStreamBasicDescription(
+        static_cast<const AudioStreamBasicDescription*>(value.block.get()));
+}
+
+QMXAudioStream::Formats QMXAudioStream::physicalFormats() const
+{
+    Formats formats;
+    const auto value = read(startingChannel(), kAudioStreamPropertyPhysicalFormats);
+    for (const auto& record : value.entries<AudioStreamBasicDescription>())
+        formats.push_back(std::make_shared<QMXAudioStreamBasicDescription>(record));
+    return formats;
+}
+
+QMXAudioStream::Formats QMXAudioStream::expandedPhysicalFormats() const
+{
+    const Formats formats = physicalFormats();
+    if (!_owningDevice || std::ranges::none_of(formats, isForAllRates))
+        return formats;
+    Formats ofOneRate, expanded;
+    std::set<AudioStreamBasicDescription, decltype(&comesBefore)> made(comesBefore);
+    const auto rates = ratesWithin(_owningDevice->availableNominalSampleRates(isInput()));
+    for (const auto& format : formats) {
+        if (!isForAllRates(format)) {
+            ofOneRate.push_back(format);
+            continue;
+        }
+        AudioStreamBasicDescription record = *format->audioStreamBasicDescription();
+        for (const Float64 rate : rates) {
+            record.mSampleRate = rate;
+            if (made.insert(record).second)
+                expanded.push_back(std::make_shared<QMXAudioStreamBasicDescription>(record));
+        }
+    }
+    ofOneRate.insert(ofOneRate.end(), expanded.begin(), expanded.end());
+    return ofOneRate;
+}

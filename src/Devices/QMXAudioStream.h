@@ -1,0 +1,56 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "CoreAudio/AudioHardware.h"
+#include "Foundation/Export.h"
+#include "Foundation/Object.h"
+
+#include <memory>
+#include <vector>
+
+class QMXAudioDevice;
+class QMXAudioStreamBasicDescription;
+namespace qmx
+{
+struct PropertyBlock;
+}
+
+/// One stream of a device: channels that travel together. Keeps its device alive. Each value is asked of the hardware when it
+/// is wanted; one that cannot be read is 0, null or an empty list. Any thread but the real-time ones.
+class QMX_EXPORT QMXAudioStream : public qmx::Object
+{
+public:
+    using Formats = std::vector<std::shared_ptr<QMXAudioStreamBasicDescription>>;
+
+    /// Without a device, a stream of which nothing is known.
+    static std::shared_ptr<QMXAudioStream> initWithAudioDevice_streamID(const std::shared_ptr<QMXAudioDevice>& device,
+                                                                        AudioStreamID streamID);
+    QMXAudioStream(std::shared_ptr<QMXAudioDevice> device, AudioStreamID streamID);
+
+    std::shared_ptr<QMXAudioDevice> owningDevice() const { return _owningDevice; }
+    AudioDeviceID owningDeviceID() const;
+    AudioStreamID streamID() const { return _streamID; }
+
+    /// The first of its channels among those of its device's section, from 1 up.
+    UInt32 startingChannel() const;
+    /// 1: input, 0: output.
+    UInt32 streamDirection() const;
+    /// What is at its end, a code of CoreAudio/AudioDeviceTypes.h.
+    UInt32 terminalType() const;
+    /// The channels of all streams of the device in this direction together.
+    UInt32 numberOfChannels() const;
+    /// What the hardware is set to.
+    std::shared_ptr<QMXAudioStreamBasicDescription> physicalFormat() const;
+    /// What it can be set to; a sample rate of 0.0 stands for all rates of the device.
+    Formats physicalFormats() const;
+    /// The same with formats of one rate each: behind those that have one, each format for all rates once for each rate of the
+    /// device, in steps of 25 Hz, from 8 kHz to 768 kHz.
+    Formats expandedPhysicalFormats() const;
+
+private:
+    qmx::PropertyBlock read(UInt32 channel, AudioStreamPropertyID propertyID) const;
+    bool isInput() const { return streamDirection() == 1; }
+
+    std::shared_ptr<QMXAudioDevice> _owningDevice;
+    AudioStreamID _streamID;
+};

@@ -1,0 +1,406 @@
+// SPDX-License-Identifier: MIT
+#include "AudioToolbox/AudioFile.h"
+#include "CoreServices/Files.h"
+#include "Foundation/CFString.h"
+#include "Foundation/RealTime.h"
+#include "Foundation/Retirement.h"
+#include "Foundation/Thread.h"
+#include "support/Hardware.h"
+#include "support/TemporaryFolder.h"
+
+#include <gmock/gmock.h>
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <cstdlib>
+#include <functional>
+#include <numeric>
+#include <thread>
+
+using testing::ElementsAre;
+
+namespace
+{
+
+// What a test does in a cycle. `frames` is that of the first buffer there is.
+struct Cycle {
+    const AudioTimeStamp& now;
+    const AudioBufferList& input;
+    const AudioTimeStamp& inputTime;
+    AudioBufferList& output;
+    const AudioTimeStamp& outputTime;
+
+    UInt32 frames() const
+    {
+        const AudioBuffer& buffer = input.mNumberBuffers ? input.mBuffers[0] : output.mBuffers[0];
+        return buffer.mDataByteSize / (buffer.mNumberChannels * UInt32{sizeof(Float32)});
+    }
+    std::span<Float32> samples(const AudioBufferList& list) const
+    {
+        return {static_cast<Float32*>(list.mBuffers[0].mData), list.mBuffers[0].mDataByteSize / sizeof(Float32)};
+    }
+};
+
+// A procedure with its registration.
+struct Client {
+    Client(AudioDeviceID id, std::function<void(const Cycle&)> action) : device(id), work(std::move(action))
+    {
+        EXPECT_EQ(AudioDeviceAddIOProc(device, run, this), noErr);
+    }
+    ~Client() { AudioDeviceRemoveIOProc(device, run, this); }
+    OSStatus start() { return AudioDeviceStart(device, run, this); }
+    OSStatus stop() { return AudioDeviceStop(device, run, this); }
+    static OSStatus run(AudioDeviceID, const AudioTimeStamp* now, const AudioBufferList* input,
+                        const AudioTimeStamp* inputTime, AudioBufferList* output, const AudioTimeStamp* outputTime,
+                        void* clientData)
+    {
+        auto& self = *static_cast<Client*>(clientData);
+        ++self.cycles;
+        EXPECT_TRUE(qmx::isRealTime() && qmx::isInsideCallback());
+        if (self.work)
+            self.work({*now, *input, *inputTime, *output, *outputTime});
+        return noErr;
+    }
+    AudioDeviceID device;
+    std::function<void(const Cycle&)> work;
+    std::atomic<int> cycles{0};
+};
+
+// Every sample different, exact in a float.
+void writePattern(const Cycle& cycle)
+{
+    auto sample = static_cast<Float32>(cycle.outputTime.mSampleTime) * 2;
+    for (Float32& each : cycle.samples(cycle.output))
+        each = sample++ / 1048576;
+}
+
+} // namespace
+
+TEST_F(HardwareTest, ALoopIsBitExactAndItsTimesAgree)
+{
+    const qmx::VirtualPair pair = hardware.addLoopbackPair();
+    Client player(pair.output, writePattern);
+    int heard = 0;
+    Client recorder(pair.input, [&heard](const Cycle& cycle) {
+        EXPECT_EQ(cycle.now.mSampleTime - cycle.inputTime.mSampleTime, 512);
+        if (cycle.inputTime.mSampleTime < 1024) // played later than that
+            return;
+        auto expected = static_cast<Float32>(cycle.inputTime.mSampleTime) * 2;
+        for (const Float32 each : cycle.samples(cycle.input))
+            ASSERT_EQ(each, expected++ / 1048576);
+        ++heard;
+    });
+    EXPECT_EQ(player.start(), noErr);
+    EXPECT_EQ(recorder.start(), noErr);
+    hardware.advance(1'000'000'000);
+    EXPECT_EQ(recorder.cycles, 86); // 44100 / 512
+    EXPECT_EQ(heard, 84);
+}
+
+TEST_F(HardwareTest, RegistrationsOfOneProcedureAreToldApartAndMixed)
+{
+    const AudioDeviceID device = add("a", 0, 2);
+    const auto plays = [](Float32 value) {
+        return [value](const Cycle& cycle) { std::ranges::fill(cycle.samples(cycle.output), value); };
+    };
+    Client one(device, plays(0.25F)), two(device, plays(0.5F));
+    EXPECT_EQ(AudioDeviceAddIOProc(device, Client::run, &one), kAudioHardwareIllegalOperationError);
+    hardware.captureOutput(device, 4096);
+    one.start();
+    two.start();
+    hardware.advanceCycles(device);
+    one.stop();
+    hardware.advanceCycles(device);
+    const std::vector<Float32> played = hardware.capturedOutput(device);
+    ASSERT_EQ(played.size(), 2048U);
+    EXPECT_EQ(played.front(), 0.75F);
+    EXPECT_EQ(played.back(), 0.5F);
+    EXPECT_EQ(one.cycles, 1);
+}
+
+TEST_F(HardwareTest, StoppingInsideTheProcedureEndsItAndTheDevice)
+{
+    const AudioDeviceID device = add("a", 2, 0);
+    Heard heard;
+    heard.listenToDevice(device, kAudioDevicePropertyDeviceIsRunning);
+    Client client(device, {});
+    client.work = [&client](const Cycle&) {
+        if (client.cycles == 3) {
+            EXPECT_EQ(client.stop(), noErr);
+        }
+    };
+    for (int round = 1; round <= 2; ++round) {
+        client.cycles = 0;
+        EXPECT_EQ(client.start(), noErr);
+        hardware.advance(100'000'000);
+        EXPECT_EQ(client.cycles, 3);
+        UInt32 running = 1;
+        EXPECT_EQ(get(device, 0, true, kAudioDevicePropertyDeviceIsRunning, running), noErr);
+        EXPECT_EQ(running, 0U);
+        EXPECT_THAT(heard.take(), ElementsAre("goin 0 in", "goin 0 in"));
+    }
+    EXPECT_FALSE(hardware.advanceCycles(device));
+    heard.stopListeningToDevice(device, kAudioDevicePropertyDeviceIsRunning);
+}
+
+TEST_F(HardwareTest, AProcedureMayRemoveItself)
+{
+    const AudioDeviceID device = add("a", 2, 0);
+    Client client(device, {});
+    client.work = [&client](const Cycle&) {
+        EXPECT_EQ(AudioDeviceRemoveIOProc(client.device, Client::run, &client), noErr);
+    };
+    client.start();
+    hardware.advance(100'000'000);
+    EXPECT_EQ(client.cycles, 1);
+    EXPECT_EQ(client.start(), kAudioHardwareIllegalOperationError);
+}
+
+TEST_F(HardwareTest, RemovalWaitsForTheCycleInFlight)
+{
+    const AudioDeviceID device = add("a", 2, 0);
+    std::atomic<int> stage{0};
+    std::atomic<bool> isOver{false};
+    auto client = std::make_unique<Client>(device, [&](const Cycle&) {
+        int first = 0;
+        if (!stage.compare_exchange_strong(first, 1))
+            return;
+        stage.notify_all();
+        stage.wait(1); // until the remover is under way
+        std::this_thread::yield();
+        isOver = true;
+    });
+    client->start();
+    hardware.setTime(qmx::VirtualTime::fast);
+    stage.wait(0);
+    qmx::Thread release("release", [&stage] {
+        stage = 2;
+        stage.notify_all();
+    });
+    client.reset();
+    EXPECT_TRUE(isOver);
+}
+
+TEST_F(HardwareTest, ADeviceThatGoesInMidCycleIsQuietAfterwards)
+{
+    for (int round = 0; round < 50; ++round) {
+        const AudioDeviceID device = add("a", 2, 2);
+        Client client(device, {});
+        client.start();
+        hardware.setTime(qmx::VirtualTime::fast);
+        while (client.cycles == 0)
+            std::this_thread::yield();
+        hardware.removeDevice(device);
+        const int cycles = client.cycles;
+        hardware.setTime(qmx::VirtualTime::manual);
+        EXPECT_EQ(client.cycles, cycles);
+        EXPECT_EQ(client.stop(), kAudioHardwareBadDeviceError);
+    }
+}
+
+TEST_F(HardwareTest, LargerServerCyclesComeInSlicesWithTheirOwnTimes)
+{
+    const AudioDeviceID device = add("a", 2, 2);
+    hardware.setCycleFrames(device, 1200);
+    std::vector<UInt32> frames;
+    std::vector<Float64> inputTimes;
+    Client client(device, [&](const Cycle& cycle) {
+        frames.push_back(cycle.frames());
+        inputTimes.push_back(cycle.inputTime.mSampleTime);
+        writePattern(cycle);
+    });
+    hardware.captureOutput(device, 4096);
+    client.start();
+    hardware.advanceCycles(device);
+    EXPECT_THAT(frames, ElementsAre(512, 512, 176));
+    EXPECT_THAT(inputTimes, ElementsAre(0, 512, 1024));
+    const std::vector<Float32> played = hardware.capturedOutput(device);
+    ASSERT_EQ(played.size(), 2400U);
+    for (std::size_t i = 1; i < played.size(); ++i)
+        ASSERT_EQ(played[i] - played[i - 1], 1.0F / 1048576);
+}
+
+TEST_F(HardwareTest, TwoClocksRunApartByTheirDrift)
+{
+    const AudioDeviceID fast = add("fast", 2, 0), slow = add("slow", 2, 0);
+    hardware.setClockDrift(fast, 500);
+    Client one(fast, {}), two(slow, {});
+    one.start();
+    two.start();
+    hardware.advance(100'000'000'000); // 100 s
+    AudioTimeStamp fastTime, slowTime;
+    ASSERT_EQ(AudioDeviceGetCurrentTime(fast, &fastTime), noErr);
+    ASSERT_EQ(AudioDeviceGetCurrentTime(slow, &slowTime), noErr);
+    EXPECT_NEAR(fastTime.mSampleTime - slowTime.mSampleTime, 44100 * 100 * 500e-6, 0.01);
+    EXPECT_EQ(one.cycles - two.cycles, 4); // 2205 frames
+    EXPECT_NEAR(fastTime.mRateScalar, 1 / 1.0005, 1e-9);
+    AudioTimeStamp host;
+    host.mFlags = kAudioTimeStampHostTimeValid;
+    fastTime.mSampleTime += 44122.05; // one second of the host
+    ASSERT_EQ(AudioDeviceTranslateTime(fast, &fastTime, &host), noErr);
+    EXPECT_NEAR(static_cast<double>(host.mHostTime - AudioGetCurrentHostTime()), 1e9, 10);
+}
+
+TEST_F(HardwareTest, TimeByHandIsTheSameEachTime)
+{
+    const auto scene = [this] {
+        hardware.reset();
+        std::vector<std::pair<AudioDeviceID, UInt64>> order;
+        const AudioDeviceID first = add("a", 2, 0), second = add("b", 0, 2);
+        hardware.setClockDrift(second, -300);
+        const auto notes = [&order, first](AudioDeviceID id) {
+            return [&order, id, first](const Cycle& cycle) { order.emplace_back(id - first, cycle.now.mHostTime); };
+        };
+        Client one(first, notes(first)), two(second, notes(second));
+        two.start();
+        hardware.advance(7'000'000);
+        one.start();
+        hardware.setStartDelay(second, 30'000'000);
+        hardware.advance(200'000'000);
+        two.stop();
+        two.start();
+        hardware.skipCycles(first, 2);
+        hardware.jumpSampleTime(first, 100);
+        hardware.advance(200'000'000);
+        EXPECT_TRUE(std::ranges::is_sorted(order, {}, [](const auto& each) { return each.second; }));
+        return order;
+    };
+    const auto once = scene();
+    EXPECT_GT(once.size(), 50U);
+    EXPECT_EQ(once, scene());
+}
+
+TEST_F(HardwareTest, InputsTakeFunctionsBuffersAndControls)
+{
+    const AudioDeviceID device = add("a", 2, 0);
+    std::vector<Float32> heard;
+    Client client(device, [&heard](const Cycle& cycle) { heard.push_back(cycle.samples(cycle.input).back()); });
+    client.start();
+    hardware.setInput(device, [](Float32* samples, UInt32 frames, UInt32 channels, SInt64) {
+        std::fill_n(samples, frames * channels, 0.5F);
+    });
+    hardware.advanceCycles(device);
+    set(device, 2, true, kAudioDevicePropertyVolumeScalar, Float32{0.5});
+    hardware.advanceCycles(device);
+    set(device, 0, true, kAudioDevicePropertyMute, UInt32{1});
+    hardware.advanceCycles(device);
+    set(device, 0, true, kAudioDevicePropertyMute, UInt32{0});
+    hardware.setInputSamples(device, {1, 1, 1, 1}, 2, true);
+    hardware.advanceCycles(device);
+    hardware.setInputSamples(device, {1, 1, 1, 1}, 2, false);
+    hardware.advanceCycles(device);
+    EXPECT_THAT(heard, ElementsAre(0.5F, 0.25F, 0, 0.5F, 0));
+    EXPECT_EQ(hardware.setInputFile(device, "/nowhere.wav"), fnfErr);
+}
+
+TEST_F(HardwareTest, AnInputPlaysAnAudioFile)
+{
+    const qmx::test::TemporaryFolder folder;
+    const std::string path = folder.path("in.wav"), parentPath = folder.path("");
+    FSRef parent, made;
+    ASSERT_EQ(FSPathMakeRef(reinterpret_cast<const UInt8*>(parentPath.c_str()), &parent, nullptr), noErr);
+    const CFStringRef name = CFStringCreate("in.wav");
+    const AudioStreamBasicDescription format = qmx::packedPhysicalFormat(44100, 1, 16);
+    AudioFileID file = nullptr;
+    ASSERT_EQ(AudioFileCreate(&parent, name, kAudioFileWAVEType, &format, 0, &made, &file), noErr);
+    CFRelease(name);
+    std::vector<SInt16> samples(700);
+    std::iota(samples.begin(), samples.end(), SInt16{1});
+    auto bytes = static_cast<UInt32>(samples.size() * sizeof(SInt16));
+    ASSERT_EQ(AudioFileWriteBytes(file, false, 0, &bytes, samples.data()), noErr);
+    ASSERT_EQ(AudioFileClose(file), noErr);
+
+    const AudioDeviceID device = add("a", 2, 0);
+    ASSERT_EQ(hardware.setInputFile(device, path), noErr);
+    std::vector<Float32> heard;
+    Client client(device, [&heard](const Cycle& cycle) {
+        const auto slice = cycle.samples(cycle.input);
+        heard.insert(heard.end(), slice.begin(), slice.end());
+    });
+    client.start();
+    hardware.advanceCycles(device, 2);
+    ASSERT_EQ(heard.size(), 2048U);
+    EXPECT_EQ(heard[2 * 699], 700.0F / 32768);
+    EXPECT_EQ(heard[2 * 699 + 1], 0); // the file has one channel
+    EXPECT_EQ(heard[2 * 700], 0);     // and ends
+}
+
+TEST(VirtualHardware, BeginsWithALoopedPairThatIsTheDefault)
+{
+    GTEST_FLAG_SET(death_test_style, "threadsafe"); // a process of its own, where nothing was reset
+    const auto looksRight = [] {
+        std::array<AudioDeviceID, 3> ids{};
+        UInt32 size = sizeof ids;
+        AudioDeviceID input = 0, output = 0;
+        UInt32 word = sizeof word;
+        return AudioHardwareGetProperty(kAudioHardwarePropertyDevices, &size, ids.data()) == noErr &&
+               size == 2 * sizeof(AudioDeviceID) &&
+               AudioHardwareGetProperty(kAudioHardwarePropertyDefaultInputDevice, &word, &input) == noErr &&
+               AudioHardwareGetProperty(kAudioHardwarePropertyDefaultOutputDevice, &word, &output) == noErr &&
+               input == ids[0] && output == ids[1] && qmx::VirtualHardware::shared().time() == qmx::VirtualTime::real;
+    };
+    EXPECT_EXIT(std::exit(looksRight() ? 0 : 1), testing::ExitedWithCode(0), "");
+}
+
+TEST(VirtualHardware, AStuckListenerHoldsUpNeitherUnpluggingNorTheEndOfTheProcess)
+{
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    const auto unplugWhileStuck = [] {
+        auto& hardware = qmx::VirtualHardware::shared();
+        static std::atomic<int> entered{0};
+        const AudioHardwarePropertyListenerProc stuck = [](AudioHardwarePropertyID, void*) -> OSStatus {
+            entered = 1;
+            entered.notify_all();
+            for (;;)
+                entered.wait(1);
+        };
+        AudioHardwareAddPropertyListener(kAudioPropertyWildcardPropertyID, stuck, nullptr);
+        const AudioDeviceID device = hardware.devices().front();
+        static Client client(device, {});
+        client.start();
+        hardware.announceHardware(kAudioHardwarePropertySleepingIsAllowed);
+        entered.wait(0);
+        return hardware.removeDevice(device) == noErr;
+    };
+    EXPECT_EXIT(std::exit(unplugWhileStuck() ? 0 : 1), testing::ExitedWithCode(0), "");
+}
+
+TEST_F(HardwareTest, TenThousandPlugEventsWithListenersWhileADeviceRuns)
+{
+    const AudioDeviceID steady = add("steady", 2, 2);
+    Client client(steady, writePattern);
+    std::atomic<int> changes{0};
+    const AudioHardwarePropertyListenerProc count = [](AudioHardwarePropertyID property, void* clientData) -> OSStatus {
+        if (property == kAudioHardwarePropertyDevices) {
+            ++*static_cast<std::atomic<int>*>(clientData);
+            deviceList();
+        }
+        return noErr;
+    };
+    hardware.settle();
+    deviceList();
+    ASSERT_EQ(AudioHardwareAddPropertyListener(kAudioPropertyWildcardPropertyID, count, &changes), noErr);
+    client.start();
+    hardware.setTime(qmx::VirtualTime::fast);
+    Heard heard;
+    for (int event = 0; event < 5000; ++event) {
+        const AudioDeviceID device = add("passing", 1, 0);
+        heard.listenToDevice(device);
+        {
+            Client passing(device, {});
+            if (event % 16 == 0)
+                passing.start();
+            hardware.removeDevice(device);
+        }
+        EXPECT_EQ(heard.stopListeningToDevice(device), noErr);
+    }
+    hardware.setTime(qmx::VirtualTime::manual);
+    hardware.settle();
+    EXPECT_EQ(changes, 10000);
+    EXPECT_GT(client.cycles, 0);
+    EXPECT_THAT(deviceList(), ElementsAre(steady));
+    AudioHardwareRemovePropertyListener(kAudioPropertyWildcardPropertyID, count, &changes);
+    client.stop();
+    qmx::waitUntilRetired();
+}

@@ -1,0 +1,308 @@
+// SPDX-License-Identifier: MIT
+#include "Foundation/CFString.h"
+#include "support/Hardware.h"
+
+#include <gmock/gmock.h>
+
+#include <array>
+#include <cstring>
+
+using qmx::DeviceDescription;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+namespace
+{
+
+std::string textProperty(AudioDeviceID device, AudioDevicePropertyID property)
+{
+    CFStringRef reference = nullptr;
+    UInt32 size = sizeof reference;
+    EXPECT_EQ(AudioDeviceGetProperty(device, 0, false, property, &size, &reference), noErr);
+    std::string text = CFStringGetText(reference);
+    CFRelease(reference);
+    return text;
+}
+
+} // namespace
+
+TEST_F(HardwareTest, ErrorsAreThePlatformsCodes)
+{
+    const AudioDeviceID device = add("a", 2, 0);
+    UInt32 word = 0, size = sizeof word;
+    Boolean writable = true;
+    EXPECT_EQ(AudioDeviceGetPropertyInfo(1, 0, true, kAudioDevicePropertyLatency, &size, nullptr),
+              kAudioHardwareBadDeviceError);
+    EXPECT_EQ(AudioStreamGetPropertyInfo(device, 0, kAudioStreamPropertyDirection, &size, nullptr),
+              kAudioHardwareBadStreamError);
+    EXPECT_EQ(get(device, 0, true, qmx::fourCharCode("none"), word), kAudioHardwareUnknownPropertyError);
+    EXPECT_EQ(get(device, 0, false, kAudioDevicePropertyMute, word), kAudioHardwareUnknownPropertyError);
+    EXPECT_EQ(get(device, 3, true, kAudioDevicePropertyVolumeScalar, word), kAudioHardwareUnknownPropertyError);
+    EXPECT_EQ(get(device, 0, true, kAudioDevicePropertyNominalSampleRate, word), kAudioHardwareBadPropertySizeError);
+    EXPECT_EQ(set(device, 0, true, kAudioDevicePropertyNominalSampleRate, word), kAudioHardwareBadPropertySizeError);
+    EXPECT_EQ(set(device, 0, true, kAudioDevicePropertyNominalSampleRate, 12345.0), kAudioDeviceUnsupportedFormatError);
+    EXPECT_EQ(set(device, 0, true, kAudioDevicePropertyLatency, word), kAudioHardwareUnsupportedOperationError);
+    EXPECT_EQ(set(device, 0, true, kAudioDevicePropertyBufferFrameSize, UInt32{1}),
+              kAudioHardwareIllegalOperationError);
+    EXPECT_EQ(set(device, 0, true, kAudioDevicePropertyDataSource, UInt32{7}), kAudioHardwareIllegalOperationError);
+    EXPECT_EQ(AudioDeviceGetPropertyInfo(device, 0, true, kAudioDevicePropertyLatency, &size, &writable), noErr);
+    EXPECT_FALSE(writable);
+    EXPECT_EQ(AudioHardwareSetProperty(kAudioHardwarePropertyDefaultOutputDevice, sizeof device, &device),
+              kAudioHardwareIllegalOperationError); // it has no outputs
+    AudioTimeStamp time;
+    EXPECT_EQ(AudioDeviceGetCurrentTime(device, &time), kAudioHardwareNotRunningError);
+    EXPECT_EQ(AudioDeviceGetProperty(device, 0, true, kAudioDevicePropertyLatency, nullptr, &word), kAudio_ParamError);
+}
+
+TEST_F(HardwareTest, PropertiesAnswerFromTheDevicesRecord)
+{
+    DeviceDescription wanted = qmx::VirtualHardware::standardDevice("uid", "A name of thirty-one characters", 0, 2);
+    wanted.output.streams.push_back(wanted.output.streams.front());
+    wanted.output.dataSources.push_back({77, {}});
+    const AudioDeviceID device = hardware.addDevice(wanted);
+
+    EXPECT_EQ(textProperty(device, kAudioDevicePropertyDeviceUID), "uid");
+    EXPECT_EQ(textProperty(device, kAudioDevicePropertyDeviceManufacturerCFString), "QMX");
+    std::array<char, 7> name{};
+    EXPECT_EQ(get(device, 0, false, kAudioDevicePropertyDeviceName, name), noErr);
+    EXPECT_STREQ(name.data(), "A name");
+
+    std::array<std::byte, 64> block{};
+    UInt32 size = block.size();
+    EXPECT_EQ(AudioDeviceGetProperty(device, 0, false, kAudioDevicePropertyStreamConfiguration, &size, block.data()),
+              noErr);
+    EXPECT_EQ(size, offsetof(AudioBufferList, mBuffers) + 2 * sizeof(AudioBuffer));
+    AudioBuffer second;
+    std::memcpy(&second, block.data() + offsetof(AudioBufferList, mBuffers) + sizeof second, sizeof second);
+    EXPECT_EQ(second.mDataByteSize, 512 * 2 * sizeof(Float32));
+    EXPECT_EQ(AudioDeviceGetPropertyInfo(device, 0, true, kAudioDevicePropertyStreamConfiguration, &size, nullptr),
+              noErr);
+    EXPECT_EQ(size, offsetof(AudioBufferList, mBuffers)); // a direction without streams
+
+    std::array<AudioStreamID, 2> streams{};
+    EXPECT_EQ(get(device, 0, false, kAudioDevicePropertyStreams, streams), noErr);
+    UInt32 word = 0;
+    size = sizeof word;
+    EXPECT_EQ(AudioStreamGetProperty(streams[1], 0, kAudioStreamPropertyStartingChannel, &size, &word), noErr);
+    EXPECT_EQ(word, 3U);
+    EXPECT_EQ(AudioStreamGetProperty(streams[1], 0, kAudioStreamPropertyDirection, &size, &word), noErr);
+    EXPECT_EQ(word, 0U);
+    EXPECT_GE(std::min(device, streams[0]), 256U);
+
+    AudioStreamBasicDescription format;
+    EXPECT_EQ(get(device, 4, false, kAudioDevicePropertyStreamFormat, format), noErr);
+    EXPECT_EQ(format.mFormatFlags, kAudioFormatFlagsNativeFloatPacked);
+    EXPECT_EQ(get(device, 0, false, kAudioDevicePropertyPhysicalFormat, format), noErr);
+    EXPECT_EQ(format.mBytesPerFrame, 4U); // packed 16-bit stereo
+    EXPECT_EQ(format.mSampleRate, 44100);
+    format.mBitsPerChannel = 23;
+    format.mSampleRate = 47000;
+    size = sizeof format;
+    EXPECT_EQ(AudioStreamGetProperty(streams[0], 0, kAudioStreamPropertyPhysicalFormatMatch, &size, &format), noErr);
+    EXPECT_EQ(format.mBitsPerChannel, 24U);
+    EXPECT_EQ(format.mSampleRate, 48000);
+    EXPECT_EQ(AudioStreamGetProperty(streams[0], 0, kAudioStreamPropertyPhysicalFormatSupported, &size, &format),
+              noErr);
+
+    UInt32 source = kIOAudioSelectorControlSelectionValueHeadphones;
+    CFStringRef sourceName = nullptr;
+    AudioValueTranslation translation{&source, sizeof source, &sourceName, sizeof sourceName};
+    EXPECT_EQ(get(device, 0, false, kAudioDevicePropertyDataSourceNameForIDCFString, translation), noErr);
+    EXPECT_EQ(CFStringGetText(sourceName), "Headphones");
+    CFRelease(sourceName);
+    source = 77;
+    EXPECT_EQ(get(device, 0, false, kAudioDevicePropertyDataSourceNameForIDCFString, translation),
+              kAudioHardwareUnknownPropertyError); // it has no name
+
+    CFStringRef uid = CFStringCreate("uid");
+    AudioDeviceID found = 0;
+    translation = {&uid, 3, &found, sizeof found}; // the input size is not looked at
+    size = sizeof translation;
+    EXPECT_EQ(AudioHardwareGetProperty(kAudioHardwarePropertyDeviceForUID, &size, &translation), noErr);
+    EXPECT_EQ(found, device);
+    hardware.removeDevice(device);
+    EXPECT_EQ(AudioHardwareGetProperty(kAudioHardwarePropertyDeviceForUID, &size, &translation),
+              kAudioHardwareBadDeviceError);
+    CFRelease(uid);
+}
+
+TEST_F(HardwareTest, VolumesKeepGainAndDecibelsInStep)
+{
+    const AudioDeviceID device = add("a", 0, 2);
+    EXPECT_EQ(set(device, 1, false, kAudioDevicePropertyVolumeDecibels, Float32{-6.0206F}), noErr);
+    Float32 scalar = 0;
+    EXPECT_EQ(get(device, 1, false, kAudioDevicePropertyVolumeScalar, scalar), noErr);
+    EXPECT_NEAR(scalar, 0.5F, 1e-4F);
+    Float32 inAndOut = 0;
+    EXPECT_EQ(get(device, 1, false, kAudioDevicePropertyVolumeScalarToDecibels, inAndOut), noErr);
+    EXPECT_EQ(inAndOut, -96.0F);
+}
+
+TEST_F(HardwareTest, ListsGiveTheWholeEntriesThatFit)
+{
+    const AudioDeviceID first = add("a", 2, 0);
+    add("b", 2, 0);
+    std::array<std::byte, 7> block{};
+    UInt32 size = block.size();
+    EXPECT_EQ(AudioHardwareGetProperty(kAudioHardwarePropertyDevices, &size, block.data()), noErr);
+    EXPECT_EQ(size, sizeof first);
+    EXPECT_EQ(std::memcmp(block.data(), &first, sizeof first), 0);
+}
+
+TEST_F(HardwareTest, PlugAndUnplugTellDeviceThenSystemWithTheDefaults)
+{
+    Heard heard;
+    deviceList();
+    AudioHardwareAddPropertyListener(kAudioPropertyWildcardPropertyID, Heard::hardware, &heard);
+    const AudioDeviceID one = add("one", 2, 2), two = add("two", 2, 2);
+    EXPECT_THAT(heard.take(), ElementsAre("dev#", "dIn ", "dOut", "sOut", "dev#"));
+    heard.listenToDevice(one);
+    hardware.removeDevice(one);
+    EXPECT_THAT(heard.take(), ElementsAre("livn 0 in", "livn 0 out", "dev#", "dIn ", "dOut", "sOut"));
+    UInt32 alive = 7;
+    EXPECT_EQ(get(one, 0, true, kAudioDevicePropertyDeviceIsAlive, alive), kAudioHardwareBadDeviceError);
+    EXPECT_EQ(heard.stopListeningToDevice(one), noErr); // though it is gone
+    EXPECT_EQ(heard.stopListeningToDevice(one), kAudioHardwareBadDeviceError);
+
+    const DeviceDescription added[] = {qmx::VirtualHardware::standardDevice("three", "Three", 2, 0)};
+    const auto ids = hardware.changeDevices(std::array{two}, added);
+    EXPECT_THAT(heard.take(), ElementsAre("dev#", "dIn ", "dOut", "sOut"));
+    EXPECT_THAT(deviceList(), ElementsAre(ids.front()));
+    EXPECT_EQ(hardware.setDefaultDevice(kAudioHardwarePropertyDefaultInputDevice, kAudioDeviceUnknown), noErr);
+    hardware.announceHardware(kAudioHardwarePropertySleepingIsAllowed);
+    EXPECT_THAT(heard.take(), ElementsAre("dIn ", "slep"));
+    EXPECT_EQ(AudioHardwareRemovePropertyListener(kAudioPropertyWildcardPropertyID, Heard::hardware, &heard), noErr);
+}
+
+TEST_F(HardwareTest, ChangesAreToldOncePerSectionAndChannel)
+{
+    const AudioDeviceID device = add("a", 1, 2);
+    AudioStreamID stream = 0;
+    ASSERT_EQ(get(device, 0, true, kAudioDevicePropertyStreams, stream), noErr);
+    Heard heard;
+    heard.listenToDevice(device);
+    EXPECT_EQ(AudioStreamAddPropertyListener(stream, 0, kAudioPropertyWildcardPropertyID, Heard::stream, &heard),
+              noErr);
+
+    set(device, 0, false, kAudioDevicePropertyNominalSampleRate, 48000.0);
+    EXPECT_THAT(heard.take(), ElementsAre("nsrt 0 in", "nsrt 0 out", "asrt 0 in", "asrt 0 out", "sfmt 0 in",
+                                          "sfmt 0 out", "pft  0 in", "pft  0 out", "stream sfmt", "stream pft "));
+    set(device, 0, false, kAudioDevicePropertyNominalSampleRate, 48000.0);
+    EXPECT_THAT(heard.take(), IsEmpty()); // nothing changed
+    set(device, 2, false, kAudioDevicePropertyVolumeScalar, Float32{0.5});
+    set(device, 0, false, kAudioDevicePropertyMute, UInt32{1});
+    set(device, 0, true, kAudioDevicePropertyDataSource, UInt32{kIOAudioSelectorControlSelectionValueLine});
+    EXPECT_THAT(heard.take(), ElementsAre("volm 2 out", "vold 2 out", "mute 0 out", "ssrc 0 in"));
+    hardware.change(device, [](DeviceDescription& description) {
+        description.input.jackIsConnected = true;
+        description.output.streams.clear();
+        description.rawProperties[{qmx::fourCharCode("solo"), 1, true}].value.resize(4);
+    });
+    EXPECT_THAT(heard.take(), testing::IsSupersetOf({"stm# 0 out", "slay 0 out", "jack 0 in", "solo 1 in"}));
+    EXPECT_EQ(AudioStreamRemovePropertyListener(stream, 0, kAudioPropertyWildcardPropertyID, Heard::stream, &heard),
+              noErr);
+    EXPECT_EQ(heard.stopListeningToDevice(device), noErr);
+}
+
+TEST_F(HardwareTest, ListenersHearOnlyWhatTheyAskedFor)
+{
+    const AudioDeviceID device = add("a", 2, 2);
+    Heard heard;
+    const auto listen = [&](UInt32 channel, UInt8 section, UInt32 property) {
+        EXPECT_EQ(AudioDeviceAddPropertyListener(device, channel, section, property, Heard::device, &heard), noErr);
+    };
+    listen(1, 1, kAudioDevicePropertyVolumeScalar);
+    listen(kAudioPropertyWildcardChannel, 0, kAudioDevicePropertyVolumeDecibels);
+    EXPECT_EQ(AudioDeviceAddPropertyListener(device, 1, 1, kAudioDevicePropertyVolumeScalar, Heard::device, &heard),
+              kAudioHardwareIllegalOperationError); // it is there already
+    for (const UInt32 channel : {1U, 2U})
+        for (const bool isInput : {true, false})
+            set(device, channel, isInput, kAudioDevicePropertyVolumeScalar, Float32{0.25});
+    EXPECT_THAT(heard.take(), ElementsAre("volm 1 in", "vold 1 out", "vold 2 out"));
+    AudioDeviceRemovePropertyListener(device, 1, 1, kAudioDevicePropertyVolumeScalar, Heard::device, &heard);
+    AudioDeviceRemovePropertyListener(device, kAudioPropertyWildcardChannel, 0, kAudioDevicePropertyVolumeDecibels,
+                                      Heard::device, &heard);
+}
+
+TEST_F(HardwareTest, ANewListenerHearsOfAListThatChangedUnread)
+{
+    Heard heard;
+    deviceList();
+    EXPECT_EQ(AudioHardwareAddPropertyListener(kAudioHardwarePropertyDevices, Heard::hardware, &heard), noErr);
+    EXPECT_THAT(heard.take(), IsEmpty());
+    AudioHardwareRemovePropertyListener(kAudioHardwarePropertyDevices, Heard::hardware, &heard);
+    add("a", 2, 0);
+    hardware.settle();
+    EXPECT_EQ(AudioHardwareAddPropertyListener(kAudioPropertyWildcardPropertyID, Heard::hardware, &heard), noErr);
+    EXPECT_THAT(heard.take(), ElementsAre("dev#"));
+    AudioHardwareRemovePropertyListener(kAudioPropertyWildcardPropertyID, Heard::hardware, &heard);
+}
+
+TEST_F(HardwareTest, AListenerMayRemoveItselfAndAnotherOne)
+{
+    struct Pair {
+        AudioDeviceID device;
+        Heard other;
+        int calls = 0;
+        static OSStatus listen(AudioDeviceID id, UInt32, Boolean, AudioDevicePropertyID, void* clientData)
+        {
+            auto& self = *static_cast<Pair*>(clientData);
+            ++self.calls;
+            EXPECT_EQ(AudioDeviceRemovePropertyListener(id, 0, 0, kAudioDevicePropertyMute, listen, clientData), noErr);
+            EXPECT_EQ(self.other.stopListeningToDevice(id), noErr);
+            return noErr;
+        }
+    };
+    Pair pair{.device = add("a", 0, 2), .other = {}};
+    EXPECT_EQ(AudioDeviceAddPropertyListener(pair.device, 0, 0, kAudioDevicePropertyMute, Pair::listen, &pair), noErr);
+    pair.other.listenToDevice(pair.device);
+    for (const UInt32 flag : {1U, 0U})
+        set(pair.device, 0, false, kAudioDevicePropertyMute, flag);
+    EXPECT_THAT(pair.other.take(), IsEmpty()); // though the same change was on its way to it
+    EXPECT_EQ(pair.calls, 1);
+}
+
+TEST_F(HardwareTest, FaultsFailTheChosenCallsAsOftenAsWanted)
+{
+    const AudioDeviceID device = add("a", 2, 0);
+    qmx::VirtualFault fault;
+    fault.status = kAudioHardwareUnspecifiedError;
+    fault.operation = qmx::HardwareOperation::getProperty;
+    fault.object = device;
+    fault.property = kAudioDevicePropertyLatency;
+    fault.passes = 1;
+    fault.times = 2;
+    hardware.addFault(fault);
+    UInt32 latency = 0;
+    std::vector<OSStatus> statuses;
+    for (int i = 0; i < 4; ++i)
+        statuses.push_back(get(device, 0, true, kAudioDevicePropertyLatency, latency));
+    EXPECT_THAT(statuses, ElementsAre(noErr, kAudioHardwareUnspecifiedError, kAudioHardwareUnspecifiedError, noErr));
+}
+
+TEST_F(HardwareTest, RawPropertiesStandInForTheRecord)
+{
+    const AudioDeviceID device = add("a", 2, 0);
+    hardware.change(device, [](DeviceDescription& description) {
+        description.rawProperties[{kAudioDevicePropertyLatency, 0, true}] = {{std::byte{9}, {}, {}, {}}, true};
+    });
+    UInt32 latency = 0;
+    EXPECT_EQ(get(device, 0, true, kAudioDevicePropertyLatency, latency), noErr);
+    EXPECT_EQ(latency, 9U);
+    EXPECT_EQ(set(device, 0, true, kAudioDevicePropertyLatency, UInt32{12}), noErr);
+    EXPECT_EQ(get(device, 0, true, kAudioDevicePropertyLatency, latency), noErr);
+    EXPECT_EQ(latency, 12U);
+}
+
+TEST_F(HardwareTest, ABootChimeThatIsThereCanBeSet)
+{
+    Float32 value = 0;
+    UInt32 size = sizeof value;
+    EXPECT_EQ(AudioHardwareGetProperty(kAudioHardwarePropertyBootChimeVolumeScalar, &size, &value),
+              kAudioHardwareUnknownPropertyError);
+    hardware.setBootChimeVolume(qmx::VolumeControl{});
+    value = -6.0206F;
+    EXPECT_EQ(AudioHardwareSetProperty(kAudioHardwarePropertyBootChimeVolumeDecibels, size, &value), noErr);
+    EXPECT_EQ(AudioHardwareGetProperty(kAudioHardwarePropertyBootChimeVolumeScalar, &size, &value), noErr);
+    EXPECT_NEAR(value, 0.5F, 1e-4F);
+}

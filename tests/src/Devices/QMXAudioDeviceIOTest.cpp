@@ -1,0 +1,356 @@
+// SPDX-License-Identifier: MIT
+#include "Devices/QMXAudioDevice.h"
+
+#include "Foundation/RealTime.h"
+#include "Foundation/Retirement.h"
+#include "Foundation/Thread.h"
+#include "support/CapturedLog.h"
+#include "support/VirtualDevices.h"
+
+#include <array>
+#include <functional>
+#include <thread>
+
+namespace
+{
+
+using qmx::HardwareOperation;
+using Lines = std::vector<std::string>;
+
+constexpr UInt32 kCycle = 512;
+
+class DeviceIO : public qmx::test::VirtualDevices
+{
+};
+
+/// Counts its calls, and does something in each.
+class Subscriber : public QMXCoreAudioIOSubscriber
+{
+public:
+    explicit Subscriber(std::function<void()> action = {}) : action_(std::move(action)) {}
+
+    OSStatus audioIOHandler_inNow_inInputData_inInputTime_outOutputData_inOutputTime_inClientData(
+        QMXAudioDevice& device, const AudioTimeStamp* /*inNow*/, const AudioBufferList* inInputData,
+        const AudioTimeStamp* inInputTime, AudioBufferList* /*outOutputData*/, const AudioTimeStamp* /*inOutputTime*/,
+        QMXAudioDevice& inClientData) override
+    {
+        if (!qmx::isInsideCallback() || isRemoved)
+            ++wrongCalls;
+        lastDevice = &device;
+        lastClientData = &inClientData;
+        lastInputTime = inInputTime ? inInputTime->mSampleTime : 0;
+        if (inInputData && inInputData->mNumberBuffers > 0 && inInputData->mBuffers[0].mData)
+            lastSample = *static_cast<const Float32*>(inInputData->mBuffers[0].mData);
+        ++calls;
+        if (action_)
+            action_();
+        return -1; // the device does not look at it
+    }
+
+    std::atomic<int> calls{0}, wrongCalls{0};
+    std::atomic<bool> isRemoved{false};
+    QMXAudioDevice *lastDevice = nullptr, *lastClientData = nullptr;
+    Float64 lastInputTime = -1;
+    Float32 lastSample = 0;
+
+private:
+    std::function<void()> action_;
+};
+
+TEST_F(DeviceIO, RunsWhileAtLeastOneWantsIt)
+{
+    const AudioDeviceID id = add("a");
+    news();
+    const auto device = registered(id);
+    const auto subscriber = std::make_shared<Subscriber>();
+    device->addAudioIOSubscriber_forInput(subscriber, true);
+    EXPECT_TRUE(device->stop());
+    EXPECT_FALSE(device->isRunning());
+    EXPECT_TRUE(device->start());
+    EXPECT_TRUE(device->start());
+    EXPECT_TRUE(device->stop());
+    EXPECT_TRUE(device->isRunning());
+    EXPECT_TRUE(hardware.advanceCycles(id, 3));
+    EXPECT_EQ(subscriber->calls, 3);
+    EXPECT_TRUE(device->stop());
+    EXPECT_TRUE(device->stop());
+    EXPECT_FALSE(device->isRunning());
+    EXPECT_FALSE(hardware.advanceCycles(id));
+    EXPECT_EQ(subscriber->calls, 3);
+    EXPECT_TRUE(device->start()); // the stop too many was not counted
+    EXPECT_TRUE(device->isRunning());
+
+    const auto other = QMXAudioDevice::deviceWithDeviceID(id);
+    other->start();
+    other->stop();
+    EXPECT_TRUE(device->isRunning()) << "one object stopped what another had started";
+}
+
+TEST_F(DeviceIO, CountsNeitherFailedStartsNorFailedStops)
+{
+    const AudioDeviceID id = add("a");
+    news();
+    const auto device = registered(id);
+    hardware.addFault(qmx::test::failing(HardwareOperation::start, {}, 1));
+    EXPECT_TRUE(device->start());
+    EXPECT_FALSE(device->isRunning());
+    EXPECT_TRUE(device->start());
+    EXPECT_TRUE(device->isRunning());
+    hardware.addFault(qmx::test::failing(HardwareOperation::stop, {}, 1));
+    EXPECT_TRUE(device->stop());
+    EXPECT_TRUE(device->isRunning());
+    EXPECT_TRUE(device->stop());
+    EXPECT_FALSE(device->isRunning());
+}
+
+TEST_F(DeviceIO, ExistsThoughItCannotListenOrTakePart)
+{
+    const qmx::test::CapturedLog log;
+    const auto device = QMXAudioDevice::deviceWithDeviceID(7);
+    ASSERT_TRUE(device);
+    EXPECT_EQ(log.lines(),
+              (Lines{"QMXAudioDevice: Unable to add property listeners", "QMXAudioDevice: Unable to add I/O proc"}));
+    EXPECT_EQ(device->description(), "(null) by (null)");
+    EXPECT_FALSE(device->isAlive());
+}
+
+TEST_F(DeviceIO, CallsInputThenOutputSubscribersInOrderInRealTime)
+{
+    const AudioDeviceID id = add("a");
+    news();
+    const auto device = registered(id);
+    std::vector<char> order;
+    order.reserve(64); // the calls below must not allocate
+    const auto saying = [&order](char name) {
+        return std::make_shared<Subscriber>([&order, name] { order.push_back(qmx::isRealTime() ? name : '!'); });
+    };
+    const auto a = saying('a'), b = saying('b'), c = saying('c');
+    hardware.setInputSamples(id, {0.5F}, 1, true);
+    device->addAudioIOSubscriber_forInput(b, true);
+    device->addAudioIOSubscriber_forInput(a, true);
+    device->addAudioIOSubscriber_forInput(b, true);
+    device->addAudioIOSubscriber_forInput(c, false);
+    device->addAudioIOSubscriber_forInput(a, false);
+    device->start();
+    hardware.advanceCycles(id, 2);
+    EXPECT_EQ(std::string(order.begin(), order.end()), "bacabaca");
+    EXPECT_EQ(a->lastDevice, device.get());
+    EXPECT_EQ(a->lastClientData, device.get());
+    EXPECT_EQ(b->lastSample, 0.5F);
+    const Float64 before = b->lastInputTime;
+    hardware.advanceCycles(id);
+    EXPECT_EQ(b->lastInputTime, before + kCycle);
+
+    order.clear();
+    device->removeAudioIOSubscriber_forInput(*b, true);
+    device->removeAudioIOSubscriber_forInput(*b, true);
+    hardware.advanceCycles(id);
+    EXPECT_EQ(std::string(order.begin(), order.end()), "aca");
+    EXPECT_EQ(b.use_count(), 1) << "the device let go of it";
+    EXPECT_EQ(b->wrongCalls, 0);
+}
+
+TEST_F(DeviceIO, LeavesOutTheDirectionThatADeviceLacks)
+{
+    const AudioDeviceID id = add("a", 2, 0);
+    news();
+    const auto device = registered(id);
+    const auto subscriber = std::make_shared<Subscriber>();
+    device->addAudioIOSubscriber_forInput(subscriber, false);
+    device->start();
+    hardware.advanceCycles(id, 2);
+    EXPECT_EQ(subscriber->calls, 0);
+}
+
+/// One cycle of input handed to a device on a thread of its own, whose priority is raised.
+void handInput(QMXAudioDevice& device, QMXAudioDevice& from)
+{
+    qmx::Thread("test-io", [&] {
+        AudioBufferList input{1, {{2, 0, nullptr}}};
+        device.audioIOHandler_inNow_inInputData_inInputTime_outOutputData_inOutputTime_inClientData(
+            from, nullptr, &input, nullptr, nullptr, nullptr, from);
+    }).join();
+}
+
+TEST_F(DeviceIO, HandsOnBuffersWhileItRunsAndItsFlagIsSet)
+{
+    const AudioDeviceID id = add("a");
+    const auto from = QMXAudioDevice::deviceWithDeviceID(add("b"));
+    news();
+    const auto device = registered(id);
+    const auto first = std::make_shared<Subscriber>(), second = std::make_shared<Subscriber>();
+    device->addAudioIOSubscriber_forInput(first, true);
+    device->addAudioIOSubscriber_forInput(second, true);
+    handInput(*device, *from);
+    EXPECT_EQ(first->calls, 0);
+    device->start();
+    handInput(*device, *from);
+    EXPECT_EQ(first->calls, 1);
+    EXPECT_EQ(first->lastDevice, from.get());
+    EXPECT_EQ(first->lastClientData, from.get());
+
+    device->removeAudioIOSubscriber_forInput(*second, true);
+    handInput(*device, *from);
+    EXPECT_EQ(first->calls, 1) << "the flag is off while one is left";
+    hardware.advanceCycles(id);
+    EXPECT_EQ(first->calls, 2) << "its own I/O does not look at the flag";
+}
+
+TEST_F(DeviceIO, CallsNobodyWhomAnEarlierSubscriberRemoved)
+{
+    const auto device = QMXAudioDevice::deviceWithDeviceID(add("a"));
+    std::weak_ptr<Subscriber> remover, removed;
+    auto held = std::make_shared<Subscriber>([&] {
+        device->removeAudioIOSubscriber_forInput(*removed.lock(), true);
+        device->removeAudioIOSubscriber_forInput(*remover.lock(), true);
+    });
+    auto other = std::make_shared<Subscriber>();
+    removed = other;
+    remover = held;
+    device->addAudioIOSubscriber_forInput(held, true);
+    device->addAudioIOSubscriber_forInput(std::exchange(other, nullptr), true);
+    device->start();
+    handInput(*device, *device);
+    EXPECT_EQ(held->calls, 1);
+    EXPECT_TRUE(device->audioSubscribersForInput(true).snapshot().empty());
+    qmx::waitUntilRetired();
+    EXPECT_TRUE(removed.expired());
+    EXPECT_EQ(held.use_count(), 1);
+}
+
+TEST_F(DeviceIO, EndedInItsOwnCallbackItIsTakenDownElsewhere)
+{
+    const AudioDeviceID id = add("a");
+    news();
+    auto device = QMXAudioDevice::deviceWithDeviceID(id);
+    const std::weak_ptr<QMXAudioDevice> watched = device;
+    const auto subscriber = std::make_shared<Subscriber>([&] { device.reset(); });
+    device->addAudioIOSubscriber_forInput(subscriber, true);
+    device->addAudioIOSubscriber_forInput(subscriber, false);
+    device->start();
+    hardware.advanceCycles(id);
+    qmx::waitUntilRetired();
+    EXPECT_TRUE(watched.expired());
+    EXPECT_FALSE(registered(id)->isRunning());
+    EXPECT_EQ(subscriber->calls, 2) << "the cycle was ended in order";
+}
+
+TEST_F(DeviceIO, AnnouncesWhatChangesInEachSection)
+{
+    const AudioDeviceID id = add("a");
+    news();
+    const auto hears = [&](const char* what, const std::function<void(qmx::DeviceDescription&)>& edit, Lines expected) {
+        hardware.change(id, edit);
+        for (std::string& line : expected)
+            line += " a";
+        EXPECT_EQ(news(), expected) << what;
+    };
+    for (const bool isInput : {true, false}) {
+        const std::string section = isInput ? "DeviceInput" : "DeviceOutput";
+        hears("volume", [=](auto& d) { d.section(isInput).volumes[2].scalar = 0.5F; },
+              {section + "Volume", section + "Volume"});
+        hears("mute", [=](auto& d) { d.section(isInput).mutes[0].isMuted = true; }, {});
+        hears("source", [=](auto& d) { d.section(isInput).dataSource = d.section(isInput).dataSources[1].id; },
+              {section + "Source"});
+        hears("sources",
+              [=](auto& d) {
+                  d.section(isInput).dataSources.push_back({5, "Five"});
+              },
+              {section + "DataSources"});
+        hears("stereo", [=](auto& d) { d.section(isInput).preferredChannelsForStereo[0] = 2; },
+              {"DevicePreferredChannelsForStereo"});
+        hears("format",
+              [=](auto& d) {
+                  auto& stream = d.section(isInput).streams[0];
+                  stream.physicalFormat = qmx::packedPhysicalFormat(d.nominalSampleRate, 2, 24);
+              },
+              {"DeviceStreamFormat"});
+    }
+    hears("rate", [](auto& d) { d.nominalSampleRate = d.actualSampleRate = 48000; },
+          {"DeviceNominalSampleRate", "DeviceNominalSampleRate", "DeviceActualSampleRate", "DeviceActualSampleRate",
+           "DeviceStreamFormat", "DeviceStreamFormat", "DeviceStreamFormat", "DeviceStreamFormat"});
+    hears("transport", [](auto& d) { d.transportType = kAudioDeviceTransportTypeUSB; },
+          {"DeviceTransportType", "DeviceTransportType"});
+    hears("rates",
+          [](auto& d) {
+              d.availableSampleRates.push_back({22050, 22050});
+          },
+          {"DeviceAvailableNominalSampleRates", "DeviceAvailableNominalSampleRates"});
+    hears("streams", [](auto& d) { d.input.streams.push_back(d.input.streams[0]); },
+          {"DeviceStreams", "DeviceStreamConfiguration", "DeviceStreamFormat", "DeviceStreamFormat"});
+    hardware.announce(id, {kAudioDeviceProcessorOverload, 0, true});
+    EXPECT_EQ(news(), Lines{});
+}
+
+TEST_F(DeviceIO, ALateChangeDoesNotReachADeviceThatIsGone)
+{
+    const AudioDeviceID id = add("a", 2, 0);
+    news();
+    for (int i = 0; i < 200; ++i) {
+        auto device = QMXAudioDevice::deviceWithDeviceID(id);
+        for (int step = 0; step < 5; ++step)
+            hardware.announce(id, {kAudioDevicePropertyTransportType, 0, true});
+        device.reset();
+    }
+    // those that were heard in time keep their sender until they are delivered; the registered device hears all
+    EXPECT_GE(news().size(), 1000U);
+}
+
+TEST_F(DeviceIO, TellsItsDelegate)
+{
+    struct Delegate : QMXAudioDeviceDelegate {
+        void outputVolumeDidChange(const qmx::Notification& n) override { heard.push_back(n.name); }
+        void inputDataSourceDidChange(const qmx::Notification& n) override { heard.push_back(n.name); }
+        Lines heard;
+    };
+    const auto device = QMXAudioDevice::deviceWithDeviceID(add("a"));
+    const auto delegate = std::make_shared<Delegate>();
+    device->outputVolumeDidChange({"nobody", device});
+    device->setDelegate(delegate);
+    EXPECT_EQ(device->delegate(), delegate);
+    const auto observer =
+        qmx::NotificationCenter::defaultCenter().observe(QMXAudioDeviceOutputVolumeDidChangeNotification, device,
+                                                         [&](const auto& n) { device->outputVolumeDidChange(n); });
+    device->setVolumeScalar_forChannel_isInput(0.25F, 1, false);
+    news();
+    device->inputDataSourceDidChange({"source", device});
+    device->inputStreamFormatDidChange({"format", device});
+    EXPECT_EQ(delegate->heard, (Lines{QMXAudioDeviceOutputVolumeDidChangeNotification,
+                                      QMXAudioDeviceOutputVolumeDidChangeNotification, "source"}));
+    device->setDelegate(nullptr);
+    EXPECT_EQ(delegate.use_count(), 1);
+}
+
+TEST_F(DeviceIO, DevicesAndSubscribersComeAndGoWhileSoundRunsAsFastAsItCan)
+{
+    const AudioDeviceID id = add("a");
+    news();
+    const auto device = registered(id);
+    const auto always = std::make_shared<Subscriber>();
+    device->addAudioIOSubscriber_forInput(always, true);
+    hardware.setTime(qmx::VirtualTime::fast);
+    device->start();
+    qmx::Thread plugging("test-plug", [&] {
+        for (int i = 0; i < 5000; ++i)
+            hardware.removeDevice(add("b", 0, 0));
+    });
+    for (int round = 0; round < 1000; ++round) {
+        const auto subscriber = std::make_shared<Subscriber>();
+        const bool isInput = round % 2 == 0;
+        device->addAudioIOSubscriber_forInput(subscriber, isInput);
+        while (subscriber->calls == 0)
+            std::this_thread::yield();
+        device->removeAudioIOSubscriber_forInput(*subscriber, isInput);
+        subscriber->isRemoved = true;
+        ASSERT_EQ(subscriber.use_count(), 1);
+        ASSERT_EQ(subscriber->wrongCalls, 0);
+    }
+    plugging.join();
+    device->stop();
+    EXPECT_EQ(news(), Lines(10'000, "HardwareDevices"));
+    EXPECT_EQ(QMXAudioDevice::allDevicesArray().snapshot().size(), 1U);
+    EXPECT_GE(static_cast<UInt64>(always->calls), hardware.cycleCount(id));
+    EXPECT_GE(always->calls, 1000);
+}
+
+} // namespace

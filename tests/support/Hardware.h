@@ -1,0 +1,98 @@
+// SPDX-License-Identifier: MIT
+// What tests of the hardware layer have in common: no devices and time by hand at the beginning, short ways to read, and
+// a record of what listeners heard.
+#pragma once
+
+#include "CoreAudio/VirtualHardware.h"
+#include "CoreAudioTypes/FourCharCode.h"
+
+#include <gtest/gtest.h>
+
+#include <mutex>
+#include <string>
+#include <vector>
+
+/// What listeners were told, as texts: "volm 1 in".
+class Heard
+{
+public:
+    static OSStatus hardware(AudioHardwarePropertyID property, void* clientData)
+    {
+        static_cast<Heard*>(clientData)->add(qmx::fourCharString(property));
+        return noErr;
+    }
+    static OSStatus device(AudioDeviceID, UInt32 channel, Boolean isInput, AudioDevicePropertyID property,
+                           void* clientData)
+    {
+        static_cast<Heard*>(clientData)
+            ->add(qmx::fourCharString(property) + " " + std::to_string(channel) + (isInput ? " in" : " out"));
+        return noErr;
+    }
+    static OSStatus stream(AudioStreamID, UInt32, AudioStreamPropertyID property, void* clientData)
+    {
+        static_cast<Heard*>(clientData)->add("stream " + qmx::fourCharString(property));
+        return noErr;
+    }
+    void listenToDevice(AudioDeviceID id, UInt32 property = kAudioPropertyWildcardPropertyID)
+    {
+        EXPECT_EQ(AudioDeviceAddPropertyListener(id, kAudioPropertyWildcardChannel, kAudioPropertyWildcardSection,
+                                                 property, device, this),
+                  noErr);
+    }
+    OSStatus stopListeningToDevice(AudioDeviceID id, UInt32 property = kAudioPropertyWildcardPropertyID)
+    {
+        return AudioDeviceRemovePropertyListener(id, kAudioPropertyWildcardChannel, kAudioPropertyWildcardSection,
+                                                 property, device, this);
+    }
+    /// What was heard since the last call, all earlier changes included.
+    std::vector<std::string> take()
+    {
+        qmx::VirtualHardware::shared().settle();
+        const std::scoped_lock lock(mutex_);
+        return std::exchange(entries_, {});
+    }
+
+private:
+    void add(std::string entry)
+    {
+        const std::scoped_lock lock(mutex_);
+        entries_.push_back(std::move(entry));
+    }
+    std::mutex mutex_;
+    std::vector<std::string> entries_;
+};
+
+class HardwareTest : public testing::Test
+{
+protected:
+    HardwareTest() { hardware.reset(); }
+    ~HardwareTest() override { hardware.reset(); }
+
+    AudioDeviceID add(const std::string& uid, UInt32 inputChannels, UInt32 outputChannels)
+    {
+        return hardware.addDevice(
+            qmx::VirtualHardware::standardDevice(uid, uid + " name", inputChannels, outputChannels));
+    }
+    template <class T>
+    static OSStatus get(AudioDeviceID device, UInt32 channel, bool isInput, AudioDevicePropertyID property, T& value)
+    {
+        UInt32 size = sizeof value;
+        return AudioDeviceGetProperty(device, channel, isInput, property, &size, &value);
+    }
+    template <class T>
+    static OSStatus set(AudioDeviceID device, UInt32 channel, bool isInput, AudioDevicePropertyID property,
+                        const T& value)
+    {
+        return AudioDeviceSetProperty(device, nullptr, channel, isInput, property, sizeof value, &value);
+    }
+    static std::vector<AudioDeviceID> deviceList()
+    {
+        std::vector<AudioDeviceID> ids(64);
+        UInt32 size = static_cast<UInt32>(ids.size() * sizeof(AudioDeviceID));
+        EXPECT_EQ(AudioHardwareGetProperty(kAudioHardwarePropertyDevices, &size, ids.data()), noErr);
+        ids.resize(size / sizeof(AudioDeviceID));
+        return ids;
+    }
+
+    qmx::VirtualHardware& hardware = qmx::VirtualHardware::shared();
+};
