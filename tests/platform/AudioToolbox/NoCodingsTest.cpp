@@ -12,8 +12,8 @@ TEST(NoCodings, TypesAndFormatsThatNeedThemAreRefused)
     const auto before = disk.changesMade();
     for (const AudioFormatID coding : {kAudioFormatMPEG4AAC, kAudioFormatAppleLossless, kAudioFormatFLAC}) {
         const AudioStreamBasicDescription compressed{44100, coding, 0, 0, 0, 0, 2, 0, 0}, pcm = linear(12, 16, 2);
-        for (const AudioFileTypeID type : {kAudioFileM4AType, kAudioFileMPEG4Type, kAudioFileAAC_ADTSType,
-                                           kAudioFileMP3Type, kAudioFileFLACType})
+        for (const AudioFileTypeID type :
+             {kAudioFileM4AType, kAudioFileMPEG4Type, kAudioFileAAC_ADTSType, kAudioFileMP3Type, kAudioFileFLACType})
             EXPECT_EQ(createFile("/d/a", type, compressed).status, kAudioFileUnsupportedFileTypeError);
         EXPECT_EQ(createFile("/d/a", kAudioFileCAFType, compressed).status, kAudioFileUnsupportedDataFormatError);
         AudioConverterRef converter = nullptr;
