@@ -107,8 +107,7 @@ private:
 
 bool matches(const FileSigns& signs)
 {
-    const bool isTagged = signs.head[0] == 'I' && signs.head[1] == 'D' && signs.head[2] == '3';
-    return parseHeader(signs.head).has_value() || (isTagged && signs.hint == kAudioFileAAC_ADTSType);
+    return parseHeader(signs.head).has_value() || (isTagged(signs.head) && signs.hint == kAudioFileAAC_ADTSType);
 }
 
 bool holds(const AudioStreamBasicDescription& format)
