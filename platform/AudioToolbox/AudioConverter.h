@@ -18,8 +18,8 @@
 // max(0, s / mFramesPerPacket - roll distance); set the prime info to {s - p * mFramesPerPacket, remainder}; reset; give packets from p on
 // to the last: what comes is frame f and all that follow, to the last valid one. Before it is set it is {0, 0}.
 //
-// Encoding. kAudioConverterEncodeBitRate (bits a second) can be set before the first packet; out of range it takes the nearest that
-// is applicable. Packets come with descriptions ('!pkd' without room for them), each at most kAudioConverterPropertyMaximumOutputPacketSize
+// Encoding. kAudioConverterEncodeBitRate (bits a second) can be set before the first packet; it takes the nearest that
+// is applicable (-50 later). Packets come with descriptions ('!pkd' without room for them), each at most kAudioConverterPropertyMaximumOutputPacketSize
 // bytes: 'otsz' for a buffer that cannot hold the next one, which is kept. The end of the input drains the encoder. Then, and for
 // priming from the start on, kAudioConverterPrimeInfo tells the priming frames (leading) and the remainder frames (trailing) of the
 // packets; kAudioConverterCompressionMagicCookie is there from the start on and final after the drain.

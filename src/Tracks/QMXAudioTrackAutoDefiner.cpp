@@ -83,7 +83,8 @@ class BlockReader
 public:
     BlockReader(QMXAudioFile& file, const std::shared_ptr<QMXAudioStreamBasicDescription>& analysisFormat,
                 UInt32 bytesPerBlock)
-        : file_(file), bytesPerBlock_(bytesPerBlock), block_(qmx::zeroedHeapArray<SInt16>(bytesPerBlock / sizeof(SInt16)))
+        : file_(file), bytesPerBlock_(bytesPerBlock),
+          block_(qmx::zeroedHeapArray<SInt16>(bytesPerBlock / sizeof(SInt16)))
     {
         const auto& format = file.fileStreamFormat();
         if (!format || format->bytesPerFrame() == 0)

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Owners of what libavcodec and libavformat hand out, and the codings' names in both worlds.
+// Owners of what libavcodec hands out, and the codings' names in both worlds.
 #pragma once
 
 #include "CoreAudioTypes/CoreAudioTypes.h"

@@ -110,7 +110,7 @@ public:
     bool setBitRate(UInt32 bitsPerSecond) override
     {
         const auto rates = applicableBitRates();
-        if (rates.empty())
+        if (rates.empty() || framesIn_ > 0)
             return false;
         bitRate_ = nearest(rates, bitsPerSecond);
         return open();

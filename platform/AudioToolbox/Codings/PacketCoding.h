@@ -54,7 +54,7 @@ public:
     virtual Bytes cookie() const = 0;
     /// 0 for codings without.
     virtual UInt32 bitRate() const = 0;
-    /// Takes the nearest bit rate that is applicable, for the stream that begins next. False where there is none.
+    /// Takes the nearest bit rate that is applicable. False where there is none, and once frames were taken.
     virtual bool setBitRate(UInt32 bitsPerSecond) = 0;
 
     /// Takes `frames` frames: as many as a packet of `target` stands for, but for the last ones.

@@ -23,12 +23,12 @@ std::optional<FrameHeader> parseHeader(std::span<const UInt8> bytes)
 {
     if (bytes.size() < headerBytes || bytes[0] != 0xFF || (bytes[1] & 0xF6) != 0xF0 || (bytes[6] & 3) != 0)
         return std::nullopt;
-    const UInt32 profile = bytes[2] >> 6U, rate = bytes[2] >> 2U & 15U;
+    const UInt32 profile = UInt32{bytes[2]} >> 6, rate = bytes[2] >> 2U & 15U;
     const UInt32 channels = (bytes[2] & 1U) << 2 | bytes[3] >> 6U;
     FrameHeader header;
     header.config = static_cast<UInt16>((profile + 1) << 11 | rate << 7 | channels << 3);
     header.headerSize = bytes[1] & 1 ? headerBytes : checkedHeaderBytes;
-    header.frameSize = (bytes[3] & 3U) << 11 | bytes[4] << 3U | bytes[5] >> 5U;
+    header.frameSize = (bytes[3] & 3U) << 11 | UInt32{bytes[4]} << 3 | UInt32{bytes[5]} >> 5;
     return header.frameSize > header.headerSize ? std::optional(header) : std::nullopt;
 }
 
@@ -107,8 +107,7 @@ private:
 
 bool matches(const FileSigns& signs)
 {
-    const bool isTagged = signs.head[0] == 'I' && signs.head[1] == 'D' && signs.head[2] == '3';
-    return parseHeader(signs.head).has_value() || (isTagged && signs.hint == kAudioFileAAC_ADTSType);
+    return parseHeader(signs.head).has_value() || (isTagged(signs.head) && signs.hint == kAudioFileAAC_ADTSType);
 }
 
 bool holds(const AudioStreamBasicDescription& format)

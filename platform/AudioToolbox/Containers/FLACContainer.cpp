@@ -20,7 +20,8 @@ constexpr UInt64 infoStart = 8; // behind the mark and the header of the first b
 constexpr UInt64 firstFrame = infoStart + infoBytes;
 constexpr UInt32 lastBlock = 0x80000000;
 constexpr std::size_t longestHeader = 16;
-constexpr int mostBlocks = 4096; // of metadata
+constexpr UInt64 largestFrame = UInt64{1} << 24; // what a decoder takes at most
+constexpr int mostBlocks = 4096;                 // of metadata
 
 struct FrameHeader {
     UInt32 frames = 0;
@@ -143,23 +144,23 @@ private:
         FrameWindow window(file_);
         std::optional<FrameHeader> current;
         UInt64 start = position, samples = 0;
-        const auto add = [&](UInt64 end) {
-            const bool isConstant = format_.mFramesPerPacket > 0;
-            if (!current || end - start > 0x7FFFFFFF)
-                return current.has_value() == false;
+        const auto addUpTo = [&](UInt64 end) { // false: no more of them
+            if (!current)
+                return true;
             samples += current->frames;
-            return addPacket({start, static_cast<UInt32>(end - start), isConstant ? 0 : current->frames});
+            const UInt32 frames = format_.mFramesPerPacket > 0 ? 0 : current->frames;
+            return end - start <= largestFrame && addPacket({start, static_cast<UInt32>(end - start), frames});
         };
         for (; position < file_.length(); ++position) {
             const auto header = parseHeader(window.at(position, longestHeader));
             if (!header || (current && !follows(*current, *header)))
                 continue;
-            if (!add(position))
+            if (!addUpTo(position))
                 return samples;
             current = header;
             start = position;
         }
-        add(file_.length());
+        addUpTo(file_.length());
         return samples;
     }
 

@@ -8,6 +8,12 @@
 namespace qmx
 {
 
+/// Whether a file begins with an ID3 tag.
+inline bool isTagged(std::span<const UInt8> head)
+{
+    return head.size() >= 3 && head[0] == 'I' && head[1] == 'D' && head[2] == '3';
+}
+
 /// A part of a file in memory that moves on with a scan, for streams whose frames are found one behind the other.
 class FrameWindow
 {
@@ -30,7 +36,7 @@ public:
     UInt64 behindTag()
     {
         const auto head = at(0, 10);
-        if (head.size() < 10 || head[0] != 'I' || head[1] != 'D' || head[2] != '3')
+        if (head.size() < 10 || !isTagged(head))
             return 0;
         const bool hasFooter = (head[5] & 0x10) != 0;
         UInt64 size = 0;

@@ -177,8 +177,7 @@ private:
 
 bool matches(const FileSigns& signs)
 {
-    const bool isTagged = signs.head[0] == 'I' && signs.head[1] == 'D' && signs.head[2] == '3';
-    return parseHeader(signs.head).has_value() || isTagged;
+    return parseHeader(signs.head).has_value() || isTagged(signs.head);
 }
 
 bool holds(const AudioStreamBasicDescription& format)

@@ -126,3 +126,94 @@ TEST(Codings, ToolsReadOurFilesAndWeReadTheirsWithTheExactLength)
         }
     }
 }
+
+TEST(Codings, RatesChangeBehindTheTrimmedFrames)
+{
+    const TemporaryFolder folder;
+    const ByteBlock original = tones(44100, 2);
+    const std::string path = folder.path("a.m4a");
+    ASSERT_TRUE(encodeFile(path, kAudioFileM4AType, coded(kAudioFormatMPEG4AAC, 2), linear(12, 16, 2), original));
+    FrameReader doubled(path, linear(9, 32, 1, 88200));
+    EXPECT_EQ(doubled.from(0).size(), 88200U * 4);
+    EXPECT_EQ(doubled.from(22050).size(), 44100U * 4);
+    const std::string halved = folder.path("half.m4a");
+    ASSERT_TRUE(encodeFile(halved, kAudioFileM4AType, coded(kAudioFormatMPEG4AAC, 1, 22050), linear(12, 16, 2),
+                           original, 48000));
+    FrameReader reader(halved, linear(12, 16, 1, 22050));
+    EXPECT_EQ(reader.format().mSampleRate, 22050);
+    EXPECT_EQ(reader.info().mNumberValidFrames, 22050);
+    EXPECT_NEAR(property<UInt32>(openFile(halved).file, kAudioFilePropertyBitRate), 48000, 12000);
+}
+
+TEST(Codings, EncodersSayWhatTheyNeedAndKeepAPacketThatFoundNoRoom)
+{
+    const auto pcm = linear(12, 16, 2), aac = coded(kAudioFormatMPEG4AAC, 2);
+    AudioConverterRef converter = nullptr;
+    ASSERT_EQ(AudioConverterNew(&pcm, &aac, &converter), noErr);
+    for (const auto& [asked, given] : {std::pair{1U, 16000U}, {100000U, 96000U}, {4000000000U, 512000U}}) {
+        EXPECT_EQ(AudioConverterSetProperty(converter, kAudioConverterEncodeBitRate, 4, &asked), noErr);
+        EXPECT_EQ(converterProperty<UInt32>(converter, kAudioConverterEncodeBitRate), given);
+    }
+    const ByteBlock data = tones(10000, 2);
+    LinearSource source{data, 4, 500};
+    AudioStreamPacketDescription description;
+    ByteBlock room(6144);
+    const auto fill = [&](UInt32 bytes, AudioStreamPacketDescription* descriptions) {
+        UInt32 count = 1;
+        AudioBufferList list{1, {{2, bytes, room.data()}}};
+        return AudioConverterFillComplexBuffer(converter, LinearSource::give, &source, &count, &list, descriptions);
+    };
+    EXPECT_EQ(fill(6144, nullptr), kAudioConverterErr_RequiresPacketDescriptionsError);
+    EXPECT_EQ(fill(3, &description), kAudioConverterErr_InvalidOutputSize);
+    EXPECT_EQ(fill(6144, &description), noErr);
+    EXPECT_GT(description.mDataByteSize, 3U);
+    EXPECT_EQ(converterProperty<AudioConverterPrimeInfo>(converter, kAudioConverterPrimeInfo).leadingFrames, 1024U);
+    UInt32 size = 6144;
+    EXPECT_EQ(AudioConverterConvertBuffer(converter, 400, data.data(), &size, room.data()),
+              kAudioConverterErr_OperationNotSupported);
+    AudioConverterDispose(converter);
+    const auto lossless = coded(kAudioFormatAppleLossless, 2);
+    ASSERT_EQ(AudioConverterNew(&pcm, &lossless, &converter), noErr);
+    EXPECT_EQ(AudioConverterGetPropertyInfo(converter, kAudioConverterEncodeBitRate, &size, nullptr),
+              kAudioConverterErr_PropertyNotSupported);
+    AudioConverterDispose(converter);
+}
+
+TEST(Codings, DamagedPacketsAreSilenceAndWhatFollowsKeepsItsPlace)
+{
+    const TemporaryFolder folder;
+    const auto pcm = linear(12, 16, 2);
+    const ByteBlock original = tones(44100, 2);
+    const std::string path = folder.path("a.m4a");
+    ASSERT_TRUE(encodeFile(path, kAudioFileM4AType, coded(kAudioFormatAppleLossless, 2), pcm, original));
+    ByteBlock file = contentsOf(path);
+    const auto start = static_cast<std::size_t>(property<SInt64>(openFile(path).file, kAudioFilePropertyDataOffset));
+    std::fill_n(file.begin() + static_cast<long>(start), 20, std::uint8_t{0xFF});
+    writeFile(path, file);
+    FrameReader reader(path, pcm);
+    const ByteBlock decoded = reader.from(0);
+    ASSERT_EQ(decoded.size(), original.size());
+    EXPECT_TRUE(std::equal(decoded.begin() + 4096 * 4, decoded.end(), original.begin() + 4096 * 4));
+}
+
+TEST(Codings, KilledWritersOfStreamsLeaveFilesThatOpen)
+{
+    const TemporaryFolder folder;
+    const auto pcm = linear(12, 16, 2);
+    const std::pair<AudioFileTypeID, AudioFormatID> streams[] = {{kAudioFileAAC_ADTSType, kAudioFormatMPEG4AAC},
+                                                                 {kAudioFileMP3Type, kAudioFormatMPEGLayer3},
+                                                                 {kAudioFileFLACType, kAudioFormatFLAC}};
+    for (const auto& [type, coding] : streams) {
+        const std::string path = folder.path(qmx::fourCharString(type));
+        ASSERT_TRUE(encodeFile(path, type, coded(coding, 2), pcm, tones(44100, 2)));
+        const auto whole = property<UInt64>(openFile(path).file, kAudioFilePropertyAudioDataPacketCount);
+        ByteBlock file = contentsOf(path);
+        file.resize(file.size() * 2 / 3);
+        writeFile(path, file);
+        const auto cut = openFile(path);
+        ASSERT_EQ(cut.status, noErr) << path;
+        const auto left = property<UInt64>(cut.file, kAudioFilePropertyAudioDataPacketCount);
+        EXPECT_TRUE(left > whole / 2 && left < whole);
+        AudioFileClose(cut.file);
+    }
+}

@@ -232,24 +232,32 @@ TEST(ChunkContainer, KilledProcessLeavesEveryBlockItReported)
     }
 }
 
-TEST(ChunkContainer, WaveThatOutgrows32BitsBecomesRF64AndOthersRefuse)
+TEST(ChunkContainer, FilesOutgrow32BitsWhereTheirTypeAllowsAndOthersRefuse)
 {
     const TemporaryFolder folder;
     const SInt64 beyond = (SInt64{1} << 32) + 1000, largest = std::numeric_limits<SInt64>::max() - 10;
     const ByteBlock data = pattern(5000);
-    const auto wave = createFile(folder.path("long.wav"), kAudioFileWAVEType, linear(12, 16, 2));
-    EXPECT_EQ(writeAudio(wave.file, 0, data), noErr);
-    EXPECT_EQ(writeAudio(wave.file, beyond, data), noErr);
-    EXPECT_EQ(AudioFileClose(wave.file), noErr);
-    const auto opened = openFile(folder.path("long.wav"), fsRdWrPerm);
-    EXPECT_EQ(property<UInt32>(opened.file, kAudioFilePropertyChunkIDs), qmx::fourCharCode("ds64"));
     ByteBlock read(5000);
     UInt32 count = 5000;
-    EXPECT_EQ(AudioFileReadBytes(opened.file, false, beyond, &count, read.data()), noErr);
-    EXPECT_TRUE(read == data);
-    EXPECT_EQ(writeAudio(opened.file, beyond + 5000, data), noErr);
-    EXPECT_EQ(bytesIn(opened.file), static_cast<UInt64>(beyond) + 10000);
-    AudioFileClose(opened.file);
+    for (const auto& [type, flags] :
+         {std::pair{kAudioFileWAVEType, 12U}, {kAudioFileCAFType, 14U}, {kAudioFileNextType, 14U}}) {
+        const std::string path = folder.path("long");
+        std::filesystem::remove(path);
+        const auto made = createFile(path, type, linear(flags, 16, 2));
+        EXPECT_EQ(writeAudio(made.file, 0, data), noErr);
+        EXPECT_EQ(writeAudio(made.file, beyond, data), noErr);
+        EXPECT_EQ(AudioFileClose(made.file), noErr);
+        const auto opened = openFile(path, fsRdWrPerm);
+        if (type == kAudioFileWAVEType) {
+            EXPECT_EQ(property<UInt32>(opened.file, kAudioFilePropertyChunkIDs), qmx::fourCharCode("ds64"));
+        }
+        count = 5000;
+        EXPECT_EQ(AudioFileReadBytes(opened.file, false, beyond, &count, read.data()), noErr);
+        EXPECT_TRUE(read == data);
+        EXPECT_EQ(writeAudio(opened.file, beyond + 5000, data), noErr);
+        EXPECT_EQ(bytesIn(opened.file), static_cast<UInt64>(beyond) + 10000);
+        AudioFileClose(opened.file);
+    }
     for (const AudioFileTypeID type : {kAudioFileAIFFType, kAudioFileWAVEType}) {
         const std::string path = folder.path(qmx::fourCharString(type));
         const auto file = createFile(path, type, linear(14, 16, 2)); // RIFX in a WAVE

@@ -2,6 +2,7 @@
 // The bytes of headers, formats that are taken and refused, and the odd and damaged files that are met.
 #include "platform/AudioToolbox/AudioFileHelpers.h"
 #include "support/MemoryDisk.h"
+#include "support/TemporaryFolder.h"
 
 #include <cstring>
 #include <optional>
@@ -60,6 +61,12 @@ TEST(ContainerFormats, WrittenFilesAreExactToTheByte)
          "'RIFF' 64000000 'WAVE' 'JUNK' 1c000000 00000000000000000000000000000000000000000000000000000000"
          "'fmt ' 28000000 feff 0300 00770100 002f0d00 0900 1800 1600 1400 00000000 0100"
          "000000001000800000aa00389b71 'data' 04000000 01020304"},
+        {kAudioFileCAFType, linear(12, 16, 2),
+         "'caff' 00010000 'desc' 0000000000000020 40e5888000000000 'lpcm' 00000002 00000004 00000001 00000002 00000010"
+         "'data' 0000000000000008 00000000 01020304"},
+        {kAudioFileNextType, linear(14, 16, 2),
+         "'.snd' 00000020 00000004 00000003 0000ac44 00000002 0000000000000000 01020304"},
+        {kAudioFileSoundDesigner2Type, linear(14, 16, 2), "01020304"},
         {wave, linear(14, 16, 2),
          "'RIFX' 00000028 'WAVE' 'fmt ' 00000010 0001 0002 0000ac44 0002b110 0004 0010"
          "'data' 00000004 01020304"},
@@ -156,7 +163,10 @@ TEST(ContainerFormats, OddAndDamagedFilesAreReadOrRefused)
     const std::string fmt = "'fmt ' 10000000 0100 0100 44ac0000 88580100 0200 1000", data = "'data' 04000000 01020304";
     const std::string aifcComm = form("00000044", "'AIFC'") + "'COMM' 00000018 0001 00000002 0010" + rate;
     const std::string rf64 = "'RF64' ffffffff 'WAVE'", data64 = "'data' ffffffff 01020304";
-    const std::string max64 = "ffffffffffffffff";
+    const std::string max64 = "ffffffffffffffff", caff = "'caff' 00010000";
+    const std::string desc =
+        "'desc' 0000000000000020 40e5888000000000 'lpcm' 00000000 00000002 00000001 00000001 00000010";
+    const std::string snd = "'.snd' 00000018 00000004 00000003 0000ac44 00000001";
     const OSStatus damaged = kAudioFileInvalidFileError, otherFormat = kAudioFileUnsupportedDataFormatError,
                    noAudioFile = kAudioFileUnsupportedFileTypeError;
     const struct {
@@ -197,6 +207,21 @@ TEST(ContainerFormats, OddAndDamagedFilesAreReadOrRefused)
         {"half a frame", riff("28000000") + fmt + "'data' 03000000 010203 00", "0102"},
         {"block align of 0", riff("28000000") + replaced(fmt, "0200 1000", "0000 1000") + data},
         {"compressed wave", riff("28000000") + replaced(fmt, "0100", "1100") + data, "", otherFormat},
+        {"CAF to the end of the file", caff + desc + "'data'" + max64 + "00000000 01020304"},
+        {"CAF of an absurd size", caff + desc + "'data' 7fffffffffffffff 00000000 01020304"},
+        {"CAF with odd chunks around",
+         caff + desc +
+             "'odd ' 0000000000000001 ff 'data' 0000000000000008 00000000 01020304 'info' 0000000000000003 010203"},
+        {"CAF with stray bytes behind", caff + desc + "'data' 0000000000000008 00000000 01020304 00ff"},
+        {"CAF without data", caff + desc, "", damaged},
+        {"CAF of frames that contradict themselves",
+         caff + replaced(desc, "00000002 00000001", "00000007 00000001") + "'data' 0000000000000008 00000000 01020304",
+         "", otherFormat},
+        {"NeXT", snd + "01020304"},
+        {"NeXT of unknown size", replaced(snd, "00000004", "ffffffff") + "01020304"},
+        {"NeXT cut off", snd + "0102", "0102"},
+        {"NeXT that begins behind its end", replaced(snd, "00000018", "00001000") + "01020304", "", damaged},
+        {"NeXT of an unknown coding", replaced(snd, "00000003", "00000017") + "01020304", "", otherFormat},
         {"RF64", rf64 + "'ds64' 1c000000 4800000000000000 0400000000000000" + max64 + "00000000" + fmt + data64},
         {"RF64 with absurd sizes", rf64 + "'ds64' 1c000000" + max64 + max64 + max64 + "ffffffff" + fmt + data64},
         {"RF64 without its sizes", rf64 + fmt + data64, "", damaged},
@@ -276,4 +301,61 @@ TEST(ContainerFormats, FileOfTinyChunksIsWalkedInBoundedTime)
     EXPECT_EQ(AudioFileGetPropertyInfo(opened.file, kAudioFilePropertyChunkIDs, &size, nullptr), noErr);
     EXPECT_LE(size, 65536U * 4);
     AudioFileClose(opened.file);
+}
+
+TEST(ContainerFormats, SamplesSurviveTheWayThroughAllContainers)
+{
+    const TemporaryFolder folder;
+    const AudioFileTypeID types[] = {kAudioFileAIFFType, kAudioFileWAVEType,           kAudioFileCAFType,
+                                     kAudioFileNextType, kAudioFileSoundDesigner2Type, kAudioFileAIFFType};
+    for (UInt32 channels = 1; channels <= 8; ++channels)
+        for (const UInt32 bits : {16U, 24U}) {
+            const auto big = linear(14, bits, channels), little = linear(12, bits, channels);
+            const ByteBlock original = pattern(std::size_t{big.mBytesPerFrame} * (1001 + channels));
+            ByteBlock samples = original;
+            for (const AudioFileTypeID type : types) {
+                const bool isLittle = type == kAudioFileWAVEType;
+                const std::string path = folder.path(qmx::fourCharString(type));
+                std::filesystem::remove(path);
+                const auto made = createFile(path, type, isLittle ? little : big);
+                ASSERT_EQ(made.status, noErr);
+                const auto swapped = [&](ByteBlock data) {
+                    for (std::size_t i = 0; isLittle && i < data.size(); i += bits / 8)
+                        std::reverse(data.begin() + static_cast<long>(i),
+                                     data.begin() + static_cast<long>(i + bits / 8));
+                    return data;
+                };
+                EXPECT_EQ(writeAudio(made.file, 0, swapped(samples)), noErr);
+                EXPECT_EQ(AudioFileClose(made.file), noErr);
+                const auto opened = openFile(path);
+                ASSERT_EQ(opened.status, noErr);
+                EXPECT_EQ(property<UInt32>(opened.file, kAudioFilePropertyFileFormat), type);
+                samples = swapped(audioOf(opened.file));
+                AudioFileClose(opened.file);
+            }
+            EXPECT_TRUE(samples == original) << channels << " channels of " << bits << " bits";
+        }
+}
+
+TEST(ContainerFormats, SoundDesignerFilesAreKnownByTheForkBesideThem)
+{
+    MemoryDisk disk;
+    const auto made = createFile("/d/a", kAudioFileSoundDesigner2Type, linear(14, 24, 2, 48000));
+    EXPECT_EQ(AudioFileClose(made.file), noErr);
+    const ByteBlock both = disk.contents("/d/._a");
+    const ByteBlock bare(both.begin() + 82, both.end()); // behind the header and the Finder info
+    for (const ByteBlock& fork : {both, bare}) {
+        disk.setContents("/d/b", pattern(60));
+        disk.setContents("/d/._b", fork);
+        const auto opened = openFile("/d/b");
+        ASSERT_EQ(opened.status, noErr);
+        EXPECT_EQ(formatOf(opened.file).mSampleRate, 48000);
+        EXPECT_EQ(formatOf(opened.file).mBytesPerFrame, 6U);
+        EXPECT_EQ(audioOf(opened.file), pattern(60));
+        AudioFileClose(opened.file);
+        for (std::size_t length = 0; length + 10 < fork.size(); length += 7) { // none of these is whole
+            disk.setContents("/d/._b", ByteBlock(fork.begin(), fork.begin() + static_cast<long>(length)));
+            EXPECT_EQ(openFile("/d/b").status, kAudioFileUnsupportedFileTypeError);
+        }
+    }
 }
