@@ -38,11 +38,8 @@ struct PropertyShape {
 std::vector<AudioValueRange> bitRatesOf(const qmx::PacketEncoder& encoder, bool anyRate)
 {
     const auto& target = encoder.target();
-    std::vector<AudioValueRange> ranges;
-    for (const UInt32 rate : qmx::encodeBitRates(target.mFormatID, anyRate ? 0 : target.mSampleRate,
-                                                 anyRate ? 0 : target.mChannelsPerFrame))
-        ranges.push_back({static_cast<Float64>(rate), static_cast<Float64>(rate)});
-    return ranges;
+    return qmx::encodeBitRateRanges(target.mFormatID, anyRate ? 0 : target.mSampleRate,
+                                    anyRate ? 0 : target.mChannelsPerFrame);
 }
 
 // What only converters of compressed formats have.

@@ -93,15 +93,6 @@ void complete(AudioStreamBasicDescription& record, const CodingFacts& facts)
     record.mBitsPerChannel = facts.framesPerPacket == 1 ? 8 : 0;
 }
 
-/// Rates as the ranges they are told in.
-std::vector<AudioValueRange> rangesOf(const std::vector<UInt32>& rates)
-{
-    std::vector<AudioValueRange> ranges;
-    for (const UInt32 rate : rates)
-        ranges.push_back({static_cast<Float64>(rate), static_cast<Float64>(rate)});
-    return ranges;
-}
-
 /// Whether the property is a question about one format, whose record is its specifier.
 bool asksAboutFormat(AudioFormatPropertyID property)
 {
@@ -132,7 +123,7 @@ qmx::Bytes listOf(AudioFormatPropertyID property, const void* specifier)
     std::memcpy(&coding, specifier, sizeof coding);
     const auto encodable = qmx::encodableCodings();
     const bool isThere = std::ranges::find(encodable, coding) != encodable.end();
-    return isThere ? bytesOf(rangesOf(qmx::encodeBitRates(coding, 0, 0))) : qmx::Bytes();
+    return isThere ? bytesOf(qmx::encodeBitRateRanges(coding, 0, 0)) : qmx::Bytes();
 }
 
 std::optional<UInt32> sizeOf(AudioFormatPropertyID property, const void* specifier)

@@ -306,4 +306,14 @@ std::vector<UInt32> encodeBitRates(AudioFormatID coding, Float64 sampleRate, UIn
     return kilobits;
 }
 
+std::vector<AudioValueRange> encodeBitRateRanges(AudioFormatID coding, Float64 sampleRate, UInt32 channels)
+{
+    const std::vector<UInt32> rates = encodeBitRates(coding, sampleRate, channels);
+    std::vector<AudioValueRange> ranges(rates.size());
+    std::ranges::transform(rates, ranges.begin(), [](UInt32 rate) {
+        return AudioValueRange{static_cast<Float64>(rate), static_cast<Float64>(rate)};
+    });
+    return ranges;
+}
+
 } // namespace qmx
