@@ -3,6 +3,7 @@
 
 #include "AudioToolbox/AudioFile.h"
 #include "FileRelated/QMXAudioFile.h"
+#include "Foundation/ByteFields.h"
 #include "Foundation/Format.h"
 #include "Foundation/KeyedArchiver.h"
 #include "Foundation/Log.h"
@@ -26,7 +27,6 @@ namespace
 using Factory = QMXAudioTrackInfoReaderWriterFactory;
 
 constexpr UInt32 ourSignature = 0x7452614B; // tRaK
-constexpr SInt64 chunkSize = 8 + 524'288;
 
 /// A description of a file by its content, whatever its name.
 AudioFileTypeID contentType(const std::string& path)
@@ -62,14 +62,6 @@ bool holdsOurChunk(const std::string& path)
                ourSignature, *file, 0, end) < end;
 }
 
-UInt32 bigEndian32(const std::vector<UInt8>& bytes, std::size_t at)
-{
-    UInt32 value = 0;
-    for (std::size_t i = 0; i < 4; ++i)
-        value = value << 8 | (at + i < bytes.size() ? bytes[at + i] : 0U);
-    return value;
-}
-
 /// Whether the file is full of whole chunks, so that only the form's size can be wrong.
 bool isFullOfChunks(const std::string& path)
 {
@@ -83,31 +75,10 @@ bool isFullOfChunks(const std::string& path)
                                                              [](UInt8 byte) { return byte >= ' ' && byte < 0x7f; });
         if (!hasId)
             return false;
-        const SInt64 size = bigEndian32(header, 4);
+        const SInt64 size = qmx::load32(&header[4], qmx::ByteOrder::big);
         position += 8 + size + (size & 1);
     }
     return position == length;
-}
-
-/// Takes back a chunk of tracks whose writer was killed in the middle of it. False where there is none.
-bool mendCutStore(const std::string& path, std::string& done)
-{
-    const auto file = qmx::FileHandle::fileHandleForUpdatingAtPath(path);
-    if (!file)
-        throw Failure{path + ": cannot be opened for writing"};
-    const SInt64 length = file->seekToEndOfFile();
-    file->seekToFileOffset(4);
-    const SInt64 formEnd = SInt64{bigEndian32(file->readDataOfLength(4), 0)} + 8;
-    const SInt64 chunk = formEnd + (formEnd & 1);
-    file->seekToFileOffset(chunk);
-    const std::vector<UInt8> header = file->readDataOfLength(12);
-    constexpr std::string_view id = "APPL";
-    const bool isOurs = header.size() == 12 && std::equal(id.begin(), id.end(), header.begin()) &&
-                        bigEndian32(header, 8) == ourSignature;
-    if (!isOurs)
-        return false;
-    done = "a store that was cut off was taken back";
-    return length < chunk + chunkSize && file->truncateFileAtOffset(formEnd) == 0;
 }
 
 bool sameArchive(const Record& one, const Record& other)
@@ -120,6 +91,7 @@ bool sameArchive(const Record& one, const Record& other)
 void checkCanStore(const std::string& path)
 {
     checkIsAIFF(path);
+    QMXAIFFUtility::settleStoreInFileAtPath(path);
     if (!QMXAIFFUtility::validateFileAtPath(path))
         throw Failure{path + ": its form does not have the file's size (--repair mends that)"};
 }
@@ -152,10 +124,12 @@ std::string repairRecording(const std::string& path)
     if (QMXAIFFUtility::validateFileAtPath(path))
         return "nothing to repair";
     std::string done;
-    if (isFullOfChunks(path)) {
+    if (QMXAIFFUtility::settleStoreInFileAtPath(path)) {
+        done = "a store that was cut off was completed or taken back";
+    } else if (isFullOfChunks(path)) {
         done = "the form was given the file's size";
         QMXAIFFUtility::repairFileAtPath(path);
-    } else if (!mendCutStore(path, done)) {
+    } else {
         done = "the sizes were brought in line with the file's length";
         const auto file = QMXAudioFile::initWithPath_accessMode(path, QMXAudioFileAccessMode::readWrite);
         if (file->open()) // brings lagging sizes in line

@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdlib>
 #include <memory>
+#include <type_traits>
 
 namespace qmx
 {
@@ -19,6 +20,16 @@ using HeapBlock = std::unique_ptr<void, HeapBlockDeleter>;
 inline HeapBlock zeroedHeapBlock(std::size_t size)
 {
     return HeapBlock(size > 0 ? std::calloc(1, size) : nullptr);
+}
+
+/// A table of the system allocator.
+template <class Entry> using HeapArray = std::unique_ptr<Entry[], HeapBlockDeleter>;
+
+/// A zero-filled table of at least one entry, whose memory is only used where it is written; null when there is none.
+template <class Entry> HeapArray<Entry> zeroedHeapArray(std::size_t entries)
+{
+    static_assert(std::is_trivial_v<Entry>);
+    return HeapArray<Entry>(static_cast<Entry*>(std::calloc(entries > 0 ? entries : 1, sizeof(Entry))));
 }
 
 } // namespace qmx

@@ -9,6 +9,7 @@
 #include "Tracks/FileEdit.h"
 #include "Tracks/QMXAIFFUtility.h"
 #include "Tracks/QMXTrackAndProcessingInfo.h"
+#include "Tracks/StoreJournal.h"
 
 #include <algorithm>
 #include <limits>
@@ -23,12 +24,6 @@ constexpr SInt64 chunkHeaderSize = 8;
 /// Record archives are at most half a megabyte; what claims to be this much larger is damaged.
 constexpr UInt32 largestArchiveRead = 1U << 26;
 
-/// Bytes that go into the file at `offset`.
-struct Placement {
-    SInt64 offset = 0;
-    std::vector<UInt8> bytes;
-};
-
 /// A chunk whose size field says `size` and that takes up `extent` bytes behind that field.
 void addChunk(Bytes& bytes, UInt32 size, UInt32 extent, std::span<const UInt8> archive, const ChunkStyle& style)
 {
@@ -39,31 +34,33 @@ void addChunk(Bytes& bytes, UInt32 size, UInt32 extent, std::span<const UInt8> a
     bytes.insert(bytes.end(), chunk.bytes().begin(), chunk.bytes().end());
 }
 
-/// Where the chunk goes and what is written there; empty when there is no room for it.
-std::optional<Placement> place(std::span<const UInt8> archive, const std::optional<ApplicationChunk>& target,
-                               SInt64 fileEnd, const ChunkStyle& style)
+/// The chunk behind the end of the file; chunks begin at even positions.
+ChunkOverwrite appended(std::span<const UInt8> archive, SInt64 fileEnd, const ChunkStyle& style)
 {
-    Placement placement{fileEnd, {}};
-    if (!target) {
-        placement.bytes.resize(static_cast<std::size_t>(fileEnd & 1)); // chunks begin at even positions
-        addChunk(placement.bytes, style.blockSize, style.blockSize, archive, style);
-        return placement;
-    }
-    placement.offset = target->mFileOffset;
-    const SInt64 dataStart = target->mFileOffset + chunkHeaderSize;
-    const SInt64 extent = std::min(SInt64{target->mChunkSize}, fileEnd - dataStart);
-    const bool isWhole = extent == target->mChunkSize;
+    ChunkOverwrite chunk{fileEnd, Bytes(static_cast<std::size_t>(fileEnd & 1)), 0};
+    addChunk(chunk.bytes, style.blockSize, style.blockSize, archive, style);
+    return chunk;
+}
+
+/// The chunk in the place of `target`; none when there is no room for it.
+std::optional<ChunkOverwrite> inPlaceOf(const ApplicationChunk& target, std::span<const UInt8> archive, SInt64 fileEnd,
+                                        const ChunkStyle& style)
+{
+    ChunkOverwrite chunk{target.mFileOffset, {}, 0};
+    const SInt64 dataStart = target.mFileOffset + chunkHeaderSize;
+    const SInt64 extent = std::min(SInt64{target.mChunkSize}, fileEnd - dataStart);
+    const bool isWhole = extent == target.mChunkSize;
     if (isWhole && extent >= static_cast<SInt64>(archive.size() + applicationHeaderSize) - chunkHeaderSize) {
         // filler of a larger chunk stays as it is behind the standard size
         const auto written = static_cast<UInt32>(std::min(extent, SInt64{style.blockSize}));
-        addChunk(placement.bytes, target->mChunkSize, written, archive, style);
-        return placement;
+        addChunk(chunk.bytes, target.mChunkSize, written, archive, style);
+        return chunk;
     }
-    const bool isLast = dataStart + target->mChunkSize + (target->mChunkSize & 1) >= fileEnd;
+    const bool isLast = dataStart + target.mChunkSize + (target.mChunkSize & 1) >= fileEnd;
     if (!isLast || extent > style.blockSize)
         return std::nullopt;
-    addChunk(placement.bytes, style.blockSize, style.blockSize, archive, style);
-    return placement;
+    addChunk(chunk.bytes, style.blockSize, style.blockSize, archive, style);
+    return chunk;
 }
 
 ApplicationChunk descriptorOf(SInt64 offset, std::span<const UInt8> header, ByteOrder order, SInt64 fileEnd)
@@ -94,7 +91,7 @@ bool refuse(const char* reason)
 
 ApplicationChunks findApplicationChunks(FileHandle& file, UInt32 signature, ByteOrder order)
 {
-    const SInt64 fileEnd = file.seekToEndOfFile();
+    const SInt64 fileEnd = settledEnd(file);
     file.seekToFileOffset(4);
     const std::vector<UInt8> formSize = file.readDataOfLength(4);
     const SInt64 formEnd = formSize.size() == 4 ? load32(formSize.data(), ByteOrder::big) : 0;
@@ -153,19 +150,20 @@ bool storeArchive(FileHandle& file, std::span<const UInt8> archive, const std::o
     if (archive.size() > longestArchive)
         return refuse("the record is longer than 524276 bytes");
     const SInt64 fileEnd = file.seekToEndOfFile();
-    const auto placement = fileEnd < 0 ? std::nullopt : place(archive, target, fileEnd, style);
-    if (!placement)
+    auto chunk = target ? inPlaceOf(*target, archive, fileEnd, style) : appended(archive, fileEnd, style);
+    if (!chunk)
         return refuse("the chunk in the file is too small and others stand behind it");
-    const SInt64 newEnd = std::max(fileEnd, placement->offset + static_cast<SInt64>(placement->bytes.size()));
-    if (newEnd - chunkHeaderSize > std::numeric_limits<UInt32>::max())
+    chunk->fileEnd = std::max(fileEnd, chunk->position + static_cast<SInt64>(chunk->bytes.size()));
+    if (chunk->fileEnd - chunkHeaderSize > std::numeric_limits<UInt32>::max())
         return refuse("the file would be larger than a form can be");
     FileEdit edit(file);
-    SystemError error = edit.write(placement->offset, placement->bytes);
-    if (error == 0 && newEnd != fileEnd) {
-        std::vector<UInt8> formSize(4);
-        store32(formSize.data(), static_cast<UInt32>(newEnd - chunkHeaderSize), ByteOrder::big);
-        error = edit.write(4, formSize);
-    }
+    SystemError error = target ? edit.write(fileEnd, journalOf(*chunk, fileEnd)) : 0;
+    if (error == 0)
+        error = edit.write(chunk->position, chunk->bytes);
+    if (error == 0 && chunk->fileEnd != fileEnd)
+        error = edit.write(4, formSizeField(chunk->fileEnd));
+    if (error == 0 && target)
+        error = file.truncateFileAtOffset(chunk->fileEnd); // without the journal
     if (error == 0)
         return true;
     edit.undo();

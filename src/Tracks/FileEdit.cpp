@@ -22,12 +22,13 @@ SystemError FileEdit::write(SInt64 offset, std::span<const UInt8> bytes)
 
 void FileEdit::undo()
 {
+    bool isRestored = true;
     for (; !saved_.empty(); saved_.pop_back()) {
         file_.seekToFileOffset(saved_.back().offset);
-        if (!saved_.back().bytes.empty())
-            file_.writeData(saved_.back().bytes);
+        if (!saved_.back().bytes.empty() && file_.writeData(saved_.back().bytes) != 0)
+            isRestored = false;
     }
-    if (file_.seekToEndOfFile() > oldEnd_)
+    if (isRestored && file_.seekToEndOfFile() > oldEnd_)
         file_.truncateFileAtOffset(oldEnd_);
 }
 

@@ -3,6 +3,7 @@
 
 #include "Tracks/ApplicationChunk.h"
 #include "Tracks/QMXAIFFUtility.h"
+#include "Tracks/StoreJournal.h"
 
 #include <utility>
 
@@ -19,8 +20,11 @@ std::shared_ptr<QMXAIFAudioTrackInfoReader> QMXAIFAudioTrackInfoReader::initWith
 std::shared_ptr<QMXTrackAndProcessingInfo> QMXAIFAudioTrackInfoReader::read()
 {
     const auto file = qmx::FileHandle::fileHandleForReadingAtPath(audioFilePath());
+    if (!file)
+        return nullptr;
+    qmx::completeStoreAtPath(audioFilePath(), *file);
     // a file that is no form at all passes the check, which is intended
-    if (!file || QMXAIFFUtility::checkFileAtPath_shouldRepair(*file, false) == 0)
+    if (QMXAIFFUtility::checkFileAtPath_shouldRepair(*file, false) == 0 && !qmx::endsInUnfinishedStore(*file))
         return nullptr;
     const auto found = qmx::findApplicationChunks(*file, mApplSignature, qmx::ByteOrder::big);
     const auto chunk = qmx::firstUsable(found.chunks);

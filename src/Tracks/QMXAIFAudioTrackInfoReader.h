@@ -14,7 +14,7 @@ public:
     static std::shared_ptr<QMXAIFAudioTrackInfoReader> initWithAudioFilePath(std::string path);
 
     /// The record of the first usable application chunk among the first ten; null when there is none or the form's size is
-    /// not the file's.
+    /// not the file's. A store that was cut off by a kill is completed first where the file may be written to.
     std::shared_ptr<QMXTrackAndProcessingInfo> read() override;
 
 private:

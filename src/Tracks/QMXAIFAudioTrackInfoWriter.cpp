@@ -4,6 +4,7 @@
 #include "Foundation/Log.h"
 #include "Tracks/ApplicationChunk.h"
 #include "Tracks/QMXAIFFUtility.h"
+#include "Tracks/StoreJournal.h"
 
 #include <utility>
 
@@ -27,6 +28,8 @@ SInt32 QMXAIFAudioTrackInfoWriter::write()
 void QMXAIFAudioTrackInfoWriter::write(const std::shared_ptr<QMXTrackAndProcessingInfo>& info) const
 {
     const auto file = qmx::FileHandle::fileHandleForUpdatingAtPath(audioFilePath());
+    if (file)
+        qmx::settleStore(*file);
     // a file that is no form at all passes the check, which is intended
     if (!file || QMXAIFFUtility::checkFileAtPath_shouldRepair(*file, false) == 0) {
         qmx::Log("QMXAIFAudioTrackInfoWriter: %@ cannot be written to or its form is damaged", audioFilePath());

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "Tracks/QMXAIFFUtility.h"
 
-#include "Tracks/ApplicationChunk.h"
+#include "Tracks/StoreJournal.h"
 
 #include <algorithm>
 #include <array>
@@ -127,10 +127,17 @@ SInt32 QMXAIFFUtility::repairFileAtPath(const std::string& path)
     const auto file = qmx::FileHandle::fileHandleForUpdatingAtPath(path);
     if (!file)
         return 0;
+    qmx::settleStore(*file);
     const SInt32 code = checkFileAtPath_shouldRepair(*file, true);
     file->synchronizeFile();
     file->closeFile();
     return code;
+}
+
+bool QMXAIFFUtility::settleStoreInFileAtPath(const std::string& path)
+{
+    const auto file = qmx::FileHandle::fileHandleForUpdatingAtPath(path);
+    return file && qmx::settleStore(*file);
 }
 
 SInt32 QMXAIFFUtility::getNextChunkId(std::string_view chunkId)

@@ -30,8 +30,12 @@ public:
     static SInt32 checkFileAtPath_shouldRepair(qmx::FileHandle& file, bool shouldRepair);
     /// Whether the file is a form of the right size.
     static bool validateFileAtPath(const std::string& path);
-    /// Checks the file and rewrites a wrong form size; the code of the check, 0 where the file cannot be opened.
+    /// Checks the file and rewrites a wrong form size; the code of the check, 0 where the file cannot be opened. A store of tracks
+    /// that was cut off is completed or taken back first.
     static SInt32 repairFileAtPath(const std::string& path);
+    /// Completes, or takes back, a store of tracks whose process was killed; whether there was one. Readers and writers of tracks
+    /// do this by themselves.
+    static bool settleStoreInFileAtPath(const std::string& path);
     /// The place of a chunk id among those that are known, from 1; 0 for others.
     static SInt32 getNextChunkId(std::string_view chunkId);
 };

@@ -4,6 +4,7 @@
 #include "Foundation/Log.h"
 #include "Tracks/ApplicationChunk.h"
 #include "Tracks/QMXAIFFUtility.h"
+#include "Tracks/StoreJournal.h"
 
 #include <utility>
 
@@ -79,15 +80,17 @@ bool QMXAudioFileTrackInfoReaderWriter::fileHasBeenProcessed() const
 
 bool QMXAudioFileTrackInfoReaderWriter::readTrackInfosFromFile()
 {
-    if (const auto file = qmx::FileHandle::fileHandleForReadingAtPath(mAudioFilePath))
+    if (const auto file = qmx::FileHandle::fileHandleForReadingAtPath(mAudioFilePath)) {
+        qmx::completeStoreAtPath(mAudioFilePath, *file);
         if (auto read = readDataFromFile(*file))
             mInfoData = std::move(read);
+    }
     return mInfoData != nullptr;
 }
 
 std::shared_ptr<QMXTrackAndProcessingInfo> QMXAudioFileTrackInfoReaderWriter::readDataFromFile(qmx::FileHandle& file)
 {
-    if (!verifyBasicFileFormat(file))
+    if (!verifyBasicFileFormat(file) && !qmx::endsInUnfinishedStore(file))
         return nullptr;
     loadAllApplicationChunks(file);
     const auto chunk = qmx::firstUsable(mApplicationChunks);
@@ -110,6 +113,7 @@ bool QMXAudioFileTrackInfoReaderWriter::writeDataToFile_fileHandle(std::span<con
 {
     if (data.empty())
         return true;
+    qmx::settleStore(file);
     if (!verifyBasicFileFormat(file))
         return false;
     loadAllApplicationChunks(file);

@@ -3,6 +3,7 @@
 
 #include "FileRelated/QMXAudioFile.h"
 #include "Formats/QMXAudioStreamBasicDescription.h"
+#include "Foundation/HeapBlock.h"
 #include "Foundation/Log.h"
 #include "Processing/QMXAudioConverter.h"
 #include "Tracks/DefinerProgress.h"
@@ -12,10 +13,7 @@
 #include <algorithm>
 #include <atomic>
 #include <bit>
-#include <cstdlib>
 #include <limits>
-#include <new>
-#include <type_traits>
 
 namespace
 {
@@ -38,18 +36,6 @@ template <class Integer> Integer truncated(double value)
     if (value <= Limits::min())
         return Limits::min();
     return static_cast<Integer>(value);
-}
-
-struct Free {
-    void operator()(void* block) const { std::free(block); }
-};
-
-/// A zero-filled table, whose memory is only used where it is written; null when there is none.
-template <class Entry> std::unique_ptr<Entry[], Free> zeroFilled(std::size_t entries)
-{
-    static_assert(std::is_trivial_v<Entry>);
-    return std::unique_ptr<Entry[], Free>(
-        static_cast<Entry*>(std::calloc(std::max<std::size_t>(entries, 1), sizeof(Entry))));
 }
 
 std::shared_ptr<QMXAudioStreamBasicDescription> analysisFormatFor(const QMXAudioFile& file)
@@ -97,7 +83,7 @@ class BlockReader
 public:
     BlockReader(QMXAudioFile& file, const std::shared_ptr<QMXAudioStreamBasicDescription>& analysisFormat,
                 UInt32 bytesPerBlock)
-        : file_(file), bytesPerBlock_(bytesPerBlock), block_(zeroFilled<SInt16>(bytesPerBlock / sizeof(SInt16)))
+        : file_(file), bytesPerBlock_(bytesPerBlock), block_(qmx::zeroedHeapArray<SInt16>(bytesPerBlock / sizeof(SInt16)))
     {
         const auto& format = file.fileStreamFormat();
         if (!format || format->bytesPerFrame() == 0)
@@ -109,7 +95,7 @@ public:
             if (!converter_)
                 return;
             inputSize_ = converter_->calculateInputBufferSize(bytesPerBlock);
-            input_ = zeroFilled<Byte>(inputSize_);
+            input_ = qmx::zeroedHeapArray<Byte>(inputSize_);
             if (!input_)
                 return;
         }
@@ -155,11 +141,11 @@ private:
 
     QMXAudioFile& file_;
     UInt32 bytesPerBlock_;
-    std::unique_ptr<SInt16[], Free> block_;
+    qmx::HeapArray<SInt16> block_;
     bool reversesBytes_ = false;
     std::shared_ptr<QMXAudioConverter> converter_;
     UInt32 inputSize_ = 0;
-    std::unique_ptr<Byte[], Free> input_;
+    qmx::HeapArray<Byte> input_;
     UInt64 remaining_ = 0;
 };
 
@@ -189,7 +175,7 @@ SInt32 zeroCrossingSplitFile(QMXAudioFile& file, UInt16 sensitivity, SInt16 runL
     const Blocks blocks(file);
     const UInt32 lengthInFrames = file.lengthInFrames();
     qmx::definerProgress::setBlockCount(blocks.count);
-    const auto counts = zeroFilled<UInt32>(blocks.count);
+    const auto counts = qmx::zeroedHeapArray<UInt32>(blocks.count);
     BlockReader reader(file, format, blocks.frames * format->bytesPerFrame());
     if (!counts || !reader.hasMemory())
         return -1;

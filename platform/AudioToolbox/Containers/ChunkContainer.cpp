@@ -120,11 +120,25 @@ void ChunkContainer::endWalk(const Chunk& last, bool ranIntoOtherBytes, UInt64 f
         room_ = {walkEnd, walkEnd};
 }
 
+// Whether the file ends in an application chunk that was being appended when its writer was killed.
+bool ChunkContainer::endsInCutOffAppend()
+{
+    constexpr FourCharCode applicationChunk = fourCharCode("APPL");
+    const UInt64 tail = padded(declaredEnd_);
+    std::array<UInt8, 4> id{};
+    return tail == padded(written_.formEnd) && tail + id.size() <= fileLength() && !isChunkAt(tail) &&
+           file_.readAll(tail, id) == noErr && load32(id.data(), ByteOrder::big) == applicationChunk;
+}
+
 // Makes the headers tell what a killed writer could not tell any more: audio at the end of the file, or chunks that another
-// writer appended. Trailing bytes of less than a frame, and a lone pad byte, are no audio. Where the disk does not take it the file is
+// writer appended. The beginning of an appended chunk is no audio and is cut off again. Trailing bytes of less than a frame, and a lone pad byte, are no audio. Where the disk does not take it the file is
 // used all the same, and closing it tries again.
 void ChunkContainer::bringInLine()
 {
+    if (audioIsLast_ && endsInCutOffAppend()) {
+        file_.truncate(declaredEnd_);
+        return;
+    }
     const UInt64 frame = format_.mBytesPerFrame;
     const UInt64 stored = fileLength() - std::min(fileLength(), audio_.start);
     const bool audioLags = audioIsLast_ && fileLength() > room_.begin && stored - stored % frame > audio_.bytes;

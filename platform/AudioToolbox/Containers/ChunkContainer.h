@@ -91,6 +91,7 @@ private:
     // Loading (ChunkContainer.cpp)
     OSStatus walk();
     void endWalk(const Chunk& last, bool ranIntoOtherBytes, UInt64 formEnd);
+    bool endsInCutOffAppend();
     void bringInLine();
 
     // Sizes and growth (ChunkContainerGrowth.cpp)
