@@ -6,8 +6,8 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstring>
 #include <new>
+#include <tuple>
 #include <utility>
 
 namespace qmx
@@ -21,6 +21,21 @@ constinit const AudioStreamBasicDescription canonicalFormat{.mSampleRate = 44100
                                                             .mBytesPerFrame = 4,
                                                             .mChannelsPerFrame = 2,
                                                             .mBitsPerChannel = 32};
+
+namespace
+{
+
+/// Of two formats whose byte counts follow from the rest.
+bool hasSameMeaning(const AudioStreamBasicDescription& one, const AudioStreamBasicDescription& other)
+{
+    const auto meaning = [](const AudioStreamBasicDescription& format) {
+        return std::tie(format.mSampleRate, format.mFormatID, format.mFormatFlags, format.mChannelsPerFrame,
+                        format.mBitsPerChannel);
+    };
+    return meaning(one) == meaning(other);
+}
+
+} // namespace
 
 Unit::Unit(Elements elements, std::span<const ParameterRange> parameters)
     : inputs_(elements.inputs), buses_(elements.outputs)
@@ -149,7 +164,7 @@ OSStatus Unit::setFormat(AudioUnitScope scope, AudioUnitElement element, const A
     AudioStreamBasicDescription& slot =
         scope == kAudioUnitScope_Input ? inputs_[element].format : buses_[element].format;
     const AudioStreamBasicDescription wanted = withByteCounts(format, *layout);
-    if (std::memcmp(&slot, &wanted, sizeof wanted) == 0)
+    if (hasSameMeaning(slot, wanted))
         return noErr; // what renders goes on undisturbed
     const auto old = std::exchange(slot, wanted);
     coupleFormats(scope, element);
