@@ -39,7 +39,7 @@ ChannelRoutes ConverterUnit::routes() const
 {
     const UInt32 inputs = input(0).format.mChannelsPerFrame, outputs = outputFormat(0).mChannelsPerFrame;
     if (channelMap_.size() == outputs && areInputs(channelMap_, inputs))
-        return {inputs, channelMap_};
+        return {.inputs = inputs, .inputOf = channelMap_, .isMean = false, .weights = {}};
     return ChannelRoutes::between(inputs, outputs);
 }
 

@@ -16,7 +16,7 @@ namespace qmx
 class Unit;
 
 /// Does not change once made.
-class InputSource : public Retirable
+class InputSource : public Replaceable
 {
 public:
     /// Fills `data`, whose buffers hold `frames` frames of `layout`. Render thread.

@@ -21,7 +21,7 @@ struct RenderCall {
 };
 
 /// Used by one render thread at a time; a second one, or a render from inside the same bus's own callback, is refused.
-class RenderEngine : public Retirable
+class RenderEngine : public Replaceable
 {
 public:
     RenderEngine(const PcmLayout& output, UInt32 maximumFrames);

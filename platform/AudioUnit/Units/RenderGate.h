@@ -41,13 +41,13 @@ private:
 };
 
 /// What render threads may still use after it was replaced. Freed once the gates were quiet.
-class Retirable
+class Replaceable
 {
 public:
-    Retirable() = default;
-    Retirable(const Retirable&) = delete;
-    Retirable& operator=(const Retirable&) = delete;
-    virtual ~Retirable() = default;
+    Replaceable() = default;
+    Replaceable(const Replaceable&) = delete;
+    Replaceable& operator=(const Replaceable&) = delete;
+    virtual ~Replaceable() = default;
 };
 
 } // namespace qmx

@@ -82,7 +82,7 @@ void Unit::settle()
 {
     if (isInsideCallback() || isRealTime())
         return;
-    std::vector<std::unique_ptr<const Retirable>> garbage;
+    std::vector<std::unique_ptr<const Replaceable>> garbage;
     {
         const std::scoped_lock lock(control_);
         garbage.swap(retired_);
@@ -92,7 +92,7 @@ void Unit::settle()
             bus.gate.waitUntilQuiet();
 }
 
-void Unit::retire(const Retirable* object)
+void Unit::retire(const Replaceable* object)
 {
     if (object)
         retired_.emplace_back(object);

@@ -122,7 +122,7 @@ private:
         ParameterRange range;
         std::atomic<Float32> value;
     };
-    struct Notifies : Retirable {
+    struct Notifies : Replaceable {
         std::vector<AURenderCallbackStruct> callbacks;
     };
 
@@ -137,7 +137,7 @@ private:
     OSStatus setSource(UInt32 element, std::unique_ptr<InputSource> source);
     OSStatus changeNotifies(const std::function<void(std::vector<AURenderCallbackStruct>&)>& change);
     void callNotifies(const RenderCall& call, AudioBufferList& data, AudioUnitRenderActionFlags phase);
-    void retire(const Retirable* object);
+    void retire(const Replaceable* object);
     void settle();
     Parameter* parameterOf(AudioUnitParameterID id);
 
@@ -151,8 +151,8 @@ private:
     UInt32 maximumFrames_ = 4096;
 
     mutable std::mutex control_;
-    std::vector<PropertyAddress> changes_;                  ///< to tell the listeners
-    std::vector<std::unique_ptr<const Retirable>> retired_; ///< to free when the gates were quiet
+    std::vector<PropertyAddress> changes_;                    ///< to tell the listeners
+    std::vector<std::unique_ptr<const Replaceable>> retired_; ///< to free when the gates were quiet
     PropertyListeners listeners_;
 };
 
