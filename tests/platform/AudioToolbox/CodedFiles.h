@@ -41,6 +41,16 @@ inline void passOn(AudioConverterRef converter, AudioFileID file)
     EXPECT_EQ(AudioFileSetProperty(file, kAudioFilePropertyPacketTableInfo, sizeof info, &info), noErr);
 }
 
+/// A property of the file at `path`.
+template <class Value> Value propertyAt(const std::string& path, AudioFilePropertyID id)
+{
+    const auto opened = openFile(path);
+    EXPECT_EQ(opened.status, noErr) << path;
+    const auto value = property<Value>(opened.file, id);
+    AudioFileClose(opened.file);
+    return value;
+}
+
 struct LinearSource {
     const ByteBlock& data;
     UInt32 frameBytes;

@@ -142,7 +142,7 @@ TEST(Codings, RatesChangeBehindTheTrimmedFrames)
     FrameReader reader(halved, linear(12, 16, 1, 22050));
     EXPECT_EQ(reader.format().mSampleRate, 22050);
     EXPECT_EQ(reader.info().mNumberValidFrames, 22050);
-    EXPECT_NEAR(property<UInt32>(openFile(halved).file, kAudioFilePropertyBitRate), 48000, 12000);
+    EXPECT_NEAR(propertyAt<UInt32>(halved, kAudioFilePropertyBitRate), 48000, 12000);
 }
 
 TEST(Codings, EncodersSayWhatTheyNeedAndKeepAPacketThatFoundNoRoom)
@@ -187,7 +187,7 @@ TEST(Codings, DamagedPacketsAreSilenceAndWhatFollowsKeepsItsPlace)
     const std::string path = folder.path("a.m4a");
     ASSERT_TRUE(encodeFile(path, kAudioFileM4AType, coded(kAudioFormatAppleLossless, 2), pcm, original));
     ByteBlock file = contentsOf(path);
-    const auto start = static_cast<std::size_t>(property<SInt64>(openFile(path).file, kAudioFilePropertyDataOffset));
+    const auto start = static_cast<std::size_t>(propertyAt<SInt64>(path, kAudioFilePropertyDataOffset));
     std::fill_n(file.begin() + static_cast<long>(start), 20, std::uint8_t{0xFF});
     writeFile(path, file);
     FrameReader reader(path, pcm);
@@ -206,14 +206,11 @@ TEST(Codings, KilledWritersOfStreamsLeaveFilesThatOpen)
     for (const auto& [type, coding] : streams) {
         const std::string path = folder.path(qmx::fourCharString(type));
         ASSERT_TRUE(encodeFile(path, type, coded(coding, 2), pcm, tones(44100, 2)));
-        const auto whole = property<UInt64>(openFile(path).file, kAudioFilePropertyAudioDataPacketCount);
+        const auto whole = propertyAt<UInt64>(path, kAudioFilePropertyAudioDataPacketCount);
         ByteBlock file = contentsOf(path);
         file.resize(file.size() * 2 / 3);
         writeFile(path, file);
-        const auto cut = openFile(path);
-        ASSERT_EQ(cut.status, noErr) << path;
-        const auto left = property<UInt64>(cut.file, kAudioFilePropertyAudioDataPacketCount);
+        const auto left = propertyAt<UInt64>(path, kAudioFilePropertyAudioDataPacketCount);
         EXPECT_TRUE(left > whole / 2 && left < whole);
-        AudioFileClose(cut.file);
     }
 }
