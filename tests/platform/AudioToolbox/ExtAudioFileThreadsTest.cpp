@@ -120,8 +120,11 @@ TEST(ExtAudioFileThreads, QueuesOfSeveralFilesDoNotMeet)
             EXPECT_EQ(ExtAudioFileWriteAsync(file, 0, nullptr), noErr);
             for (std::size_t at = 0, piece = 1; at < samples.size(); at += piece) {
                 piece = std::min<std::size_t>(piece * 2 % 5003 + static_cast<std::size_t>(i) + 1, samples.size() - at);
-                const qmx::RealTimeScope realTime;
-                while (queue(file, std::span(samples).subspan(at, piece), 1) != noErr)
+                const auto queueInRealTime = [&] {
+                    const qmx::RealTimeScope realTime;
+                    return queue(file, std::span(samples).subspan(at, piece), 1);
+                };
+                while (queueInRealTime() != noErr)
                     std::this_thread::yield();
             }
             EXPECT_EQ(ExtAudioFileDispose(file), noErr);
