@@ -17,7 +17,7 @@ namespace qmx
 namespace
 {
 
-struct FailureLine {
+struct Failure {
     const char* title = nullptr;
     OSStatus status = noErr;
     const char* file = nullptr;
@@ -29,7 +29,7 @@ struct FailureLine {
 struct Place {
     enum State : int { free, claimed, waiting };
     std::atomic<int> state{free};
-    FailureLine line;
+    Failure failure;
 };
 
 std::array<Place, 64> places;
@@ -47,53 +47,58 @@ FailureLineHandler& handler()
     return *current;
 }
 
-void keep(const FailureLine& line) noexcept
+void keep(const Failure& failure) noexcept
 {
     for (Place& place : places) {
         int expected = Place::free;
         if (!place.state.compare_exchange_strong(expected, Place::claimed, std::memory_order_acquire))
             continue;
-        place.line = line;
-        place.line.number = lineCount.fetch_add(1, std::memory_order_relaxed);
+        place.failure = failure;
+        place.failure.number = lineCount.fetch_add(1, std::memory_order_relaxed);
         place.state.store(Place::waiting, std::memory_order_release);
         return;
     }
 }
 
-void print(const FailureLine& line)
+void print(const Failure& failure)
 {
-    const std::string text =
-        format("%s Error: %ld ->  %s:  %d", line.title, static_cast<long>(line.status), line.file, line.line);
+    const std::string text = format("%s Error: %ld ->  %s:  %d", failure.title, static_cast<long>(failure.status),
+                                    failure.file, failure.line);
     if (handler())
-        return handler()(line.status, text);
+        return handler()(failure.status, text);
     std::fprintf(stderr, "%s\n", text.c_str());
     std::fflush(stdout);
 }
 
 void printWaiting()
 {
-    std::vector<FailureLine> lines;
+    std::vector<Failure> failures;
     for (Place& place : places) {
         if (place.state.load(std::memory_order_acquire) != Place::waiting)
             continue;
-        lines.push_back(place.line);
+        failures.push_back(place.failure);
         place.state.store(Place::free, std::memory_order_release);
     }
-    std::ranges::sort(lines, {}, &FailureLine::number);
-    for (const FailureLine& line : lines)
-        print(line);
+    std::ranges::sort(failures, {}, &Failure::number);
+    for (const Failure& failure : failures)
+        print(failure);
 }
 
 } // namespace
 
-void printFailure(const char* title, OSStatus status, const char* file, unsigned line) noexcept
+OSStatus FailureLine::operator()(OSStatus status, unsigned line) const noexcept
 {
-    const FailureLine failure{title, status, file, line, 0};
-    if (isRealTime())
-        return keep(failure);
+    if (status == noErr)
+        return status;
+    const Failure failure{title_, status, file_, line, 0};
+    if (isRealTime()) {
+        keep(failure);
+        return status;
+    }
     const std::scoped_lock lock(printing());
     printWaiting();
     print(failure);
+    return status;
 }
 
 void printWaitingFailures()

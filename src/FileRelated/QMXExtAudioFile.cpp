@@ -15,6 +15,8 @@
 namespace
 {
 
+constexpr qmx::FailureLine checked("QMXExtAudioFile", "coreaudio_aac/src/FileRelated/QMXExtAudioFile");
+
 constexpr OSType libraryCreatorCode = qmx::fourCharCode("KaRt");
 
 AudioStreamBasicDescription recordOrZero(const AudioStreamBasicDescription* record)
@@ -96,13 +98,6 @@ QMXExtAudioFile::~QMXExtAudioFile()
 }
 
 /// Prints the line of a call that failed.
-OSStatus QMXExtAudioFile::checked(OSStatus status, unsigned line)
-{
-    if (status != noErr)
-        qmx::printFailure("QMXExtAudioFile", status, "coreaudio_aac/src/FileRelated/QMXExtAudioFile", line);
-    return status;
-}
-
 OSStatus QMXExtAudioFile::open()
 {
     const OSStatus status = mFileAccessMode == QMXAudioFileAccessMode::read ? openForReading() : openForWriting();

@@ -102,7 +102,6 @@ private:
     void resolveReferences();
     void feedBothChannels();
     AudioConverterRef converter() const;
-    static OSStatus checked(OSStatus status, unsigned line = __builtin_LINE());
 
     QMXAudioFileAccessMode mFileAccessMode = QMXAudioFileAccessMode::read;
     AudioFileTypeID mAudioFileType = 0;

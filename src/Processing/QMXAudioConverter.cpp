@@ -3,9 +3,9 @@
 
 #include "CoreAudio/AudioHardware.h"
 #include "Formats/QMXAudioStreamBasicDescription.h"
+#include "Foundation/FailureLine.h"
 #include "Foundation/Format.h"
 #include "Foundation/Log.h"
-#include "Processing/FailureLine.h"
 
 #include <utility>
 
@@ -15,7 +15,7 @@ namespace
 {
 
 // intended: the names in these lines are not this file's
-constexpr qmx::FailureLine report("Halcyra Error", "coreaudio_aac/src/QMXAudioConverter");
+constexpr qmx::FailureLine report("Halcyra", "coreaudio_aac/src/QMXAudioConverter");
 
 constexpr ComponentDescription defaultOutput{kAudioUnitType_Output, kAudioUnitSubType_DefaultOutput,
                                              kAudioUnitManufacturer_Apple};

@@ -1,20 +1,11 @@
 // SPDX-License-Identifier: MIT
 #include "Tracks/ProcessingPasses.h"
 
-#include "Foundation/FailureLine.h"
-
 #include <algorithm>
 #include <cstring>
 
 namespace qmx
 {
-
-OSStatus checkedStep(OSStatus status, unsigned line)
-{
-    if (status != noErr)
-        printFailure("QMXAudioFileProcessor", status, "coreaudio_aac/src/QMXAudioFileProcessor", line);
-    return status;
-}
 
 ProcessingPasses::ProcessingPasses(const ProcessingRun& run)
     : run_(run), framesPerPacket_(std::max<UInt32>(1, run.fileFormat.mFramesPerPacket)), packetsLeft_(run.packetsToDo)

@@ -2,6 +2,7 @@
 // The passes of the file processor: packets decoded, processed, encoded and written back, 512 frames at a time.
 #pragma once
 
+#include "Foundation/FailureLine.h"
 #include "Processing/QMXAudioProcessor.h"
 #include "Processing/QMXProgressSubscriber.h"
 #include "Tracks/QMXAudioFileProcessor.h"
@@ -11,8 +12,8 @@
 namespace qmx
 {
 
-/// Prints the line of a step of the file processor that failed.
-OSStatus checkedStep(OSStatus status, unsigned line = __builtin_LINE());
+/// Reports the failing steps of the file processor.
+inline constexpr FailureLine checkedStep("QMXAudioFileProcessor", "coreaudio_aac/src/QMXAudioFileProcessor");
 
 /// Frames of one pass.
 inline constexpr UInt32 framesPerPass = 512;
