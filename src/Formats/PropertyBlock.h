@@ -16,7 +16,7 @@ namespace qmx
 /// One value in a block of its own, followed by zeros (64 bytes at least).
 struct PropertyBlock {
     struct Free {
-        void operator()(void* block) const { std::free(block); }
+        void operator()(void* memory) const { std::free(memory); }
     };
     std::unique_ptr<void, Free> block; ///< null: there is none
     UInt32 size = 0;                   ///< bytes that were given

@@ -132,6 +132,8 @@ OSStatus AudioDeviceAddIOProc(AudioDeviceID inDevice, AudioDeviceIOProc inProc, 
 
 OSStatus AudioDeviceRemoveIOProc(AudioDeviceID inDevice, AudioDeviceIOProc inProc, void* inClientData)
 {
+    if (DeviceIO* const own = DeviceIO::ofCallingThread(); own && own->device() == inDevice)
+        return own->removeInCycle(inProc, inClientData);
     std::shared_ptr<Device> device;
     if (const OSStatus status = findDevice(HardwareOperation::removeIOProc, inDevice, device))
         return status;

@@ -87,6 +87,7 @@ struct DeviceIO::Procedure {
     AudioDeviceIOProc procedure;
     void* clientData;
     std::atomic<bool> isRunning{false};
+    std::atomic<bool> isRemoved{false}; ///< in a cycle; the next list is without it
 };
 
 struct DeviceIO::List {
@@ -141,7 +142,7 @@ DeviceIO* DeviceIO::ofCallingThread()
 DeviceIO::Procedure* DeviceIO::find(const List& list, AudioDeviceIOProc procedure, void* clientData) const
 {
     const auto found = std::ranges::find_if(list.procedures, [&](const auto& each) {
-        return each->procedure == procedure && each->clientData == clientData;
+        return each->procedure == procedure && each->clientData == clientData && !each->isRemoved.load();
     });
     return found == list.procedures.end() ? nullptr : found->get();
 }
@@ -162,8 +163,9 @@ template <class T> struct AfterCycle final : Retirable {
 
 } // namespace
 
-void DeviceIO::publish(std::unique_ptr<const List> next)
+void DeviceIO::publish(std::unique_ptr<List> next)
 {
+    std::erase_if(next->procedures, [](const auto& each) { return each->isRemoved.load(); });
     std::unique_ptr<const List> old(list_.exchange(next.release()));
     retire(new AfterCycle<const List>(shared_from_this(), std::move(old)));
 }
@@ -191,9 +193,8 @@ OSStatus DeviceIO::remove(AudioDeviceIOProc procedure, void* clientData)
         if (!found)
             return kAudioHardwareIllegalOperationError;
         stop(*found);
-        auto next = std::make_unique<List>(list);
-        std::erase_if(next->procedures, [found](const auto& each) { return each.get() == found; });
-        publish(std::move(next));
+        found->isRemoved.store(true);
+        publish(std::make_unique<List>(list));
     }
     waitForCycle();
     return noErr;
@@ -238,7 +239,7 @@ bool DeviceIO::stop(Procedure& procedure) noexcept
 bool DeviceIO::hasProcedures()
 {
     const std::scoped_lock lock(mutex_);
-    return !list_.load()->procedures.empty();
+    return !std::ranges::all_of(list_.load()->procedures, [](const auto& each) { return each->isRemoved.load(); });
 }
 
 void DeviceIO::prepare(const DeviceDescription& description)
@@ -268,6 +269,15 @@ OSStatus DeviceIO::markStoppedInCycle(AudioDeviceIOProc procedure, void* clientD
     if (stop(*found))
         reportIdle();
     return noErr;
+}
+
+OSStatus DeviceIO::removeInCycle(AudioDeviceIOProc procedure, void* clientData) noexcept
+{
+    Procedure* const found = find(*list_.load(), procedure, clientData);
+    const OSStatus status = markStoppedInCycle(procedure, clientData);
+    if (found)
+        found->isRemoved.store(true);
+    return status;
 }
 
 void DeviceIO::reportIdle() noexcept

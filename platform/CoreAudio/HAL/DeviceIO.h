@@ -61,6 +61,8 @@ public:
 
     /// The same as markStopped within this device's own cycle: no lock. The last to stop has becameIdle called.
     OSStatus markStoppedInCycle(AudioDeviceIOProc procedure, void* clientData) noexcept;
+    /// The same, and unregisters it.
+    OSStatus removeInCycle(AudioDeviceIOProc procedure, void* clientData) noexcept;
     /// Has becameIdle called soon, on another thread. Real time.
     void reportIdle() noexcept;
     bool hasRunningProcedures() const { return runningCount_.load() > 0; }
@@ -77,7 +79,7 @@ private:
     struct Layout;
     struct IdleReport;
     Procedure* find(const List& list, AudioDeviceIOProc procedure, void* clientData) const;
-    void publish(std::unique_ptr<const List> next);
+    void publish(std::unique_ptr<List> next);
     bool stop(Procedure& procedure) noexcept;
     void runSlice(const List& list, Layout& layout, const IOCycle& cycle, UInt32 first, UInt32 frames) const;
 
