@@ -7,6 +7,7 @@
 #include "Foundation/Thread.h"
 #include "Foundation/Worker.h"
 #include "support/Hardware.h"
+#include "support/OutsideRealTime.h"
 #include "support/TemporaryFolder.h"
 
 #include <gmock/gmock.h>
@@ -19,6 +20,7 @@
 #include <numeric>
 #include <thread>
 
+using qmx::test::OutsideRealTime;
 using testing::ElementsAre;
 
 namespace
@@ -164,6 +166,7 @@ TEST_F(HardwareTest, RemovalWaitsForTheCycleInFlight)
     std::atomic<int> stage{0};
     std::atomic<bool> isOver{false};
     auto client = std::make_unique<Client>(device, [&](const Cycle&) {
+        const OutsideRealTime waits;
         int first = 0;
         if (!stage.compare_exchange_strong(first, 1))
             return;
@@ -207,6 +210,7 @@ TEST_F(HardwareTest, LargerServerCyclesComeInSlicesWithTheirOwnTimes)
     std::vector<UInt32> frames;
     std::vector<Float64> inputTimes;
     Client client(device, [&](const Cycle& cycle) {
+        const OutsideRealTime records;
         frames.push_back(cycle.frames());
         inputTimes.push_back(cycle.inputTime.mSampleTime);
         writePattern(cycle);
@@ -251,7 +255,10 @@ TEST_F(HardwareTest, TimeByHandIsTheSameEachTime)
         const AudioDeviceID first = add("a", 2, 0), second = add("b", 0, 2);
         hardware.setClockDrift(second, -300);
         const auto notes = [&order, first](AudioDeviceID id) {
-            return [&order, id, first](const Cycle& cycle) { order.emplace_back(id - first, cycle.now.mHostTime); };
+            return [&order, id, first](const Cycle& cycle) {
+                const OutsideRealTime records;
+                order.emplace_back(id - first, cycle.now.mHostTime);
+            };
         };
         Client one(first, notes(first)), two(second, notes(second));
         two.start();
@@ -276,7 +283,10 @@ TEST_F(HardwareTest, InputsTakeFunctionsBuffersAndControls)
 {
     const AudioDeviceID device = add("a", 2, 0);
     std::vector<Float32> heard;
-    Client client(device, [&heard](const Cycle& cycle) { heard.push_back(cycle.samples(cycle.input).back()); });
+    Client client(device, [&heard](const Cycle& cycle) {
+        const OutsideRealTime records;
+        heard.push_back(cycle.samples(cycle.input).back());
+    });
     client.start();
     hardware.setInput(device, [](Float32* samples, UInt32 frames, UInt32 channels, SInt64) {
         std::fill_n(samples, frames * channels, 0.5F);
@@ -300,6 +310,7 @@ TEST_F(HardwareTest, ServerHabitsShowInTheTimesOfCycles)
     const AudioDeviceID device = add("a", 2, 2);
     std::vector<Float64> inputTimes, outputTimes;
     Client client(device, [&](const Cycle& cycle) {
+        const OutsideRealTime records;
         inputTimes.push_back(cycle.inputTime.mSampleTime);
         outputTimes.push_back(cycle.outputTime.mSampleTime);
     });
@@ -326,8 +337,10 @@ TEST_F(HardwareTest, ARunningDeviceKeepsTheStreamsItStartedWith)
 {
     const AudioDeviceID device = add("a", 2, 0);
     std::vector<UInt32> channels;
-    Client client(device,
-                  [&channels](const Cycle& cycle) { channels.push_back(cycle.input.mBuffers[0].mNumberChannels); });
+    Client client(device, [&channels](const Cycle& cycle) {
+        const OutsideRealTime records;
+        channels.push_back(cycle.input.mBuffers[0].mNumberChannels);
+    });
     client.start();
     hardware.advanceCycles(device);
     hardware.change(device, [](qmx::DeviceDescription& description) { description.input.streams[0].channels = 4; });
@@ -425,6 +438,7 @@ TEST_F(HardwareTest, AnInputPlaysAnAudioFile)
     ASSERT_EQ(hardware.setInputFile(device, path), noErr);
     std::vector<Float32> heard;
     Client client(device, [&heard](const Cycle& cycle) {
+        const OutsideRealTime records;
         const auto slice = cycle.samples(cycle.input);
         heard.insert(heard.end(), slice.begin(), slice.end());
     });
