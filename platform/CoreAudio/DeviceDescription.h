@@ -36,7 +36,8 @@ struct PropertyAddress {
     UInt32 property = 0;
     UInt32 channel = 0;
     bool isInput = false;
-    auto operator<=>(const PropertyAddress&) const = default;
+    bool operator==(const PropertyAddress&) const = default;
+    std::strong_ordering operator<=>(const PropertyAddress&) const = default;
 };
 
 /// One stream: channels that travel together.

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
+#include <tuple>
 
 namespace qmx
 {
@@ -12,7 +13,12 @@ namespace
 
 bool isSameFormat(const AudioStreamBasicDescription& one, const AudioStreamBasicDescription& other)
 {
-    return std::memcmp(&one, &other, sizeof one) == 0;
+    const auto fields = [](const AudioStreamBasicDescription& format) {
+        return std::tie(format.mSampleRate, format.mFormatID, format.mFormatFlags, format.mBytesPerPacket,
+                        format.mFramesPerPacket, format.mBytesPerFrame, format.mChannelsPerFrame,
+                        format.mBitsPerChannel);
+    };
+    return fields(one) == fields(other);
 }
 
 // The same but for the rate, and at a rate that `listed` allows.

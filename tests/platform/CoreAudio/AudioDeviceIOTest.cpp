@@ -5,6 +5,7 @@
 #include "Foundation/RealTime.h"
 #include "Foundation/Retirement.h"
 #include "Foundation/Thread.h"
+#include "Foundation/Worker.h"
 #include "support/Hardware.h"
 #include "support/TemporaryFolder.h"
 
@@ -292,6 +293,115 @@ TEST_F(HardwareTest, InputsTakeFunctionsBuffersAndControls)
     hardware.advanceCycles(device);
     EXPECT_THAT(heard, ElementsAre(0.5F, 0.25F, 0, 0.5F, 0));
     EXPECT_EQ(hardware.setInputFile(device, "/nowhere.wav"), fnfErr);
+}
+
+TEST_F(HardwareTest, ServerHabitsShowInTheTimesOfCycles)
+{
+    const AudioDeviceID device = add("a", 2, 2);
+    std::vector<Float64> inputTimes, outputTimes;
+    Client client(device, [&](const Cycle& cycle) {
+        inputTimes.push_back(cycle.inputTime.mSampleTime);
+        outputTimes.push_back(cycle.outputTime.mSampleTime);
+    });
+    Heard heard;
+    heard.listenToDevice(device, kAudioDeviceProcessorOverload);
+    hardware.setStartDelay(device, 1'000'000'000);
+    client.start();
+    hardware.advance(1'000'000'000);
+    EXPECT_EQ(client.cycles, 0);
+    hardware.advanceCycles(device);
+    hardware.setCycleFrames(device, 256); // the next cycle is planned already
+    hardware.advanceCycles(device, 2);
+    hardware.skipCycles(device, 3);
+    hardware.advanceCycles(device);
+    hardware.jumpSampleTime(device, -10000);
+    hardware.advanceCycles(device);
+    EXPECT_THAT(inputTimes, ElementsAre(44100, 44612, 45124, 46148, 36404));
+    EXPECT_THAT(outputTimes, ElementsAre(45124, 45636, 46148, 47172, 37428)); // each where the last one ended
+    EXPECT_THAT(heard.take(), ElementsAre("over 0 in", "over 0 out"));
+    heard.stopListeningToDevice(device, kAudioDeviceProcessorOverload);
+}
+
+TEST_F(HardwareTest, ARunningDeviceKeepsTheStreamsItStartedWith)
+{
+    const AudioDeviceID device = add("a", 2, 0);
+    std::vector<UInt32> channels;
+    Client client(device,
+                  [&channels](const Cycle& cycle) { channels.push_back(cycle.input.mBuffers[0].mNumberChannels); });
+    client.start();
+    hardware.advanceCycles(device);
+    hardware.change(device, [](qmx::DeviceDescription& description) { description.input.streams[0].channels = 4; });
+    hardware.advanceCycles(device);
+    client.stop();
+    client.start();
+    hardware.advanceCycles(device);
+    EXPECT_THAT(channels, ElementsAre(2, 2, 4));
+}
+
+TEST_F(HardwareTest, ARateChangeWhileRunningChangesThePaceAtOnce)
+{
+    const AudioDeviceID device = add("a", 2, 0);
+    Client client(device, {});
+    client.start();
+    hardware.advance(1'000'000'000);
+    const int before = client.cycles;
+    EXPECT_EQ(set(device, 0, true, kAudioDevicePropertyNominalSampleRate, 88200.0), noErr);
+    hardware.advance(1'000'000'000);
+    EXPECT_EQ(before, 86);
+    EXPECT_EQ(client.cycles - before, 172);
+}
+
+TEST_F(HardwareTest, AFailedStartLeavesNothingRunning)
+{
+    const AudioDeviceID device = add("a", 2, 0);
+    qmx::VirtualFault fault;
+    fault.status = kAudioDevicePermissionsError;
+    fault.operation = qmx::HardwareOperation::start;
+    fault.times = 1;
+    hardware.addFault(fault);
+    Client client(device, {});
+    EXPECT_EQ(client.start(), kAudioDevicePermissionsError);
+    UInt32 running = 1;
+    EXPECT_EQ(get(device, 0, true, kAudioDevicePropertyDeviceIsRunning, running), noErr);
+    EXPECT_EQ(running, 0U);
+    EXPECT_EQ(client.start(), noErr);
+    EXPECT_TRUE(hardware.advanceCycles(device));
+}
+
+TEST_F(HardwareTest, FastTimeWaitsForWhatACycleCausedOnOtherThreads)
+{
+    const AudioDeviceID device = add("a", 2, 0);
+    std::atomic<int> given{0}, taken{0}, most{0};
+    std::atomic<bool> ends{false};
+    qmx::Worker worker([&] { return given != taken; });
+    qmx::Thread saver("saver", [&] {
+        for (;;) {
+            {
+                const qmx::Worker::Wait wait(worker);
+                given.wait(taken);
+            }
+            if (ends)
+                return;
+            most = std::max<int>(most, given - taken);
+            std::this_thread::yield();
+            ++taken;
+        }
+    });
+    Client client(device, [&](const Cycle&) {
+        ++given;
+        given.notify_one();
+    });
+    client.start();
+    hardware.setTime(qmx::VirtualTime::fast);
+    while (client.cycles < 500)
+        std::this_thread::yield();
+    client.stop();
+    hardware.setTime(qmx::VirtualTime::manual);
+    hardware.settle();
+    EXPECT_EQ(most, 1);
+    ends = true;
+    ++given;
+    given.notify_one();
 }
 
 TEST_F(HardwareTest, AnInputPlaysAnAudioFile)

@@ -43,7 +43,8 @@ void Timeline::setMode(VirtualTime mode)
     }
     if (mode == VirtualTime::fast)
         startFastDriver();
-    waitForStep();
+    else
+        waitForStep();
 }
 
 void Timeline::reset(VirtualTime mode)
