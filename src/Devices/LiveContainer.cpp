@@ -2,7 +2,6 @@
 #include "Devices/LiveContainer.h"
 
 #include "Foundation/RealTime.h"
-#include "Foundation/Retirement.h"
 
 namespace qmx
 {
@@ -10,19 +9,15 @@ namespace qmx
 namespace
 {
 
-/// Contents that were replaced inside a callback, which may be the very one that walks them.
-class RetiredContents final : public Retirable
-{
-public:
-    RetiredContents(std::shared_ptr<ReaderGate> gate, std::shared_ptr<const void> contents)
-        : gate_(std::move(gate)), contents_(std::move(contents))
+/// Contents that readers may still walk.
+struct Replaced final : Retirable {
+    Replaced(std::shared_ptr<ReaderGate> readers, std::shared_ptr<const void> replaced)
+        : gate(std::move(readers)), contents(std::move(replaced))
     {
     }
-    ~RetiredContents() override { gate_->waitForReaders(); }
-
-private:
-    std::shared_ptr<ReaderGate> gate_;
-    std::shared_ptr<const void> contents_;
+    ~Replaced() override { gate->waitForReaders(); }
+    std::shared_ptr<ReaderGate> gate;
+    std::shared_ptr<const void> contents;
 };
 
 void waitUntilZero(const std::atomic<UInt32>& count)
@@ -58,16 +53,14 @@ void ReaderGate::waitForReaders()
 }
 
 FormerContents::FormerContents(std::shared_ptr<ReaderGate> gate, std::shared_ptr<const void> contents)
-    : gate_(std::move(gate)), contents_(std::move(contents))
+    : contents_(std::make_unique<Replaced>(std::move(gate), std::move(contents)))
 {
 }
 
 FormerContents::~FormerContents()
 {
-    if (isInsideCallback())
-        retire(new RetiredContents(std::move(gate_), std::move(contents_)));
-    else
-        gate_->waitForReaders();
+    if (isInsideCallback()) // which may be the very one that walks them
+        retire(contents_.release());
 }
 
 } // namespace qmx

@@ -5,6 +5,7 @@
 
 #include "CoreAudioTypes/MacTypes.h"
 #include "Foundation/Export.h"
+#include "Foundation/Retirement.h"
 
 #include <atomic>
 #include <cstddef>
@@ -52,8 +53,7 @@ public:
     FormerContents& operator=(const FormerContents&) = delete;
 
 private:
-    std::shared_ptr<ReaderGate> gate_;
-    std::shared_ptr<const void> contents_;
+    std::unique_ptr<Retirable> contents_;
 };
 
 /// A live list or dictionary. Any thread; a Walk is for real-time threads, everything else for the others.

@@ -227,7 +227,7 @@ OSStatus QMXAudioDevice::devicePropertyCallback(AudioDeviceID /*deviceID*/, UInt
 {
     // one that is being taken down has no owner any more; its destructor waits for this call
     if (const auto device = static_cast<QMXAudioDevice*>(clientData)->weak_from_this().lock())
-        device->devicePropertyDidChange_forChannel_isInput(propertyID, channel, isInput != 0);
+        device->devicePropertyDidChange_forChannel_isInput(propertyID, channel, isInput);
     return noErr;
 }
 

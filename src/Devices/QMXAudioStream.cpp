@@ -37,9 +37,13 @@ std::vector<Float64> ratesWithin(const std::vector<std::shared_ptr<QMXAudioValue
 {
     std::vector<Float64> rates;
     for (const auto& range : ranges) {
+        const Float64 first = std::max(range->mMinimum(), kLeastRate);
         const Float64 last = std::min(range->mMaximum(), kGreatestRate);
-        for (Float64 rate = std::max(range->mMinimum(), kLeastRate); rate <= last; rate += kRateStep)
-            rates.push_back(rate);
+        if (!(first <= last))
+            continue;
+        const auto steps = static_cast<UInt32>((last - first) / kRateStep);
+        for (UInt32 step = 0; step <= steps; ++step)
+            rates.push_back(first + step * kRateStep);
     }
     return rates;
 }
@@ -111,7 +115,7 @@ QMXAudioStream::Formats QMXAudioStream::physicalFormats() const
 
 QMXAudioStream::Formats QMXAudioStream::expandedPhysicalFormats() const
 {
-    const Formats formats = physicalFormats();
+    Formats formats = physicalFormats();
     if (!_owningDevice || std::ranges::none_of(formats, isForAllRates))
         return formats;
     Formats ofOneRate, expanded;

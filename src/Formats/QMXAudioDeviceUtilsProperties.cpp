@@ -6,8 +6,8 @@
 
 bool QMXAudioDeviceUtils::canSetHardwareProperty(AudioHardwarePropertyID propertyID)
 {
-    Boolean isWritable = 0;
-    return AudioHardwareGetPropertyInfo(propertyID, nullptr, &isWritable) == noErr && isWritable != 0;
+    Boolean isWritable = false;
+    return AudioHardwareGetPropertyInfo(propertyID, nullptr, &isWritable) == noErr && isWritable;
 }
 
 UInt32 QMXAudioDeviceUtils::hardwarePropertySize(AudioHardwarePropertyID propertyID)
@@ -28,9 +28,9 @@ void* QMXAudioDeviceUtils::hardwareProperty(AudioHardwarePropertyID propertyID)
 bool QMXAudioDeviceUtils::setHardwareProperty_inData(AudioHardwarePropertyID propertyID, const void* data)
 {
     UInt32 size = 0;
-    Boolean isWritable = 0;
+    Boolean isWritable = false;
     OSStatus status = AudioHardwareGetPropertyInfo(propertyID, &size, &isWritable);
-    if (status == noErr && isWritable == 0) {
+    if (status == noErr && !isWritable) {
         qmx::Log("ERR SET HW PROP: Property not writable (%@)", propertyName(propertyID));
         return false;
     }
@@ -127,20 +127,20 @@ bool QMXAudioDeviceUtils::canSetDeviceProperty_inPropertyID_inChannel_isInput(Au
                                                                               AudioDevicePropertyID propertyID,
                                                                               UInt32 channel, bool isInput)
 {
-    Boolean isWritable = 0;
+    Boolean isWritable = false;
     AudioDeviceGetPropertyInfo(device, channel, isInput, propertyID, nullptr, &isWritable);
-    return isWritable == 1;
+    return isWritable;
 }
 
 bool QMXAudioDeviceUtils::setDeviceProperty_inPropertyID_inChannel_isInput_inPropertyDataSize_inPropertyData(
     AudioDeviceID device, AudioDevicePropertyID propertyID, UInt32 channel, bool isInput, UInt32 size, const void* data)
 {
-    Boolean isWritable = 0;
+    Boolean isWritable = false;
     OSStatus status = AudioDeviceGetPropertyInfo(device, channel, isInput, propertyID, nullptr, &isWritable);
-    if (isWritable == 0)
+    if (!isWritable)
         qmx::Log("ERR SET DEV PROP NO WRITE: %@", errorMessage_forProperty(status, propertyID));
     if (status == noErr) {
-        if (isWritable == 0)
+        if (!isWritable)
             return false;
         status = AudioDeviceSetProperty(device, nullptr, channel, isInput, propertyID, size, data);
     }

@@ -44,7 +44,8 @@ protected:
 
     AudioDeviceID add(const std::string& uid, UInt32 inputs = 2, UInt32 outputs = 2)
     {
-        return hardware.addDevice(VirtualHardware::standardDevice(uid, "Name of " + uid, inputs, outputs));
+        return hardware.addDevice(
+            VirtualHardware::standardDevice(uid, std::string("Name of ").append(uid), inputs, outputs));
     }
     static std::shared_ptr<QMXAudioDevice> registered(AudioDeviceID id)
     {
@@ -72,7 +73,7 @@ private:
         std::string name = notification.name.substr(before.size());
         name.resize(name.size() - behind.size());
         if (const auto device = std::dynamic_pointer_cast<QMXAudioDevice>(notification.sender))
-            name += " " + device->deviceUID().value_or("(gone)");
+            name.append(" ").append(device->deviceUID().value_or("(gone)"));
         else
             EXPECT_EQ(notification.sender, QMXAudioDevice::classObject());
         news_.push_back(name);

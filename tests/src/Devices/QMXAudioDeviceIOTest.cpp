@@ -349,7 +349,9 @@ TEST_F(DeviceIO, DevicesAndSubscribersComeAndGoWhileSoundRunsAsFastAsItCan)
     device->stop();
     EXPECT_EQ(news(), Lines(10'000, "HardwareDevices"));
     EXPECT_EQ(QMXAudioDevice::allDevicesArray().snapshot().size(), 1U);
-    EXPECT_GE(static_cast<UInt64>(always->calls), hardware.cycleCount(id));
+    const auto cycles = static_cast<int>(hardware.cycleCount(id));
+    EXPECT_LE(always->calls, cycles);
+    EXPECT_GE(always->calls, cycles - 1) << "only the cycle in which it was stopped may have left it out";
     EXPECT_GE(always->calls, 1000);
 }
 
