@@ -2,7 +2,6 @@
 #include "Devices/QMXAudioDevice.h"
 
 #include "Formats/QMXAudioDeviceUtils.h"
-#include "Formats/QMXAudioValueRange.h"
 #include "support/CapturedLog.h"
 #include "support/VirtualDevices.h"
 
@@ -117,16 +116,6 @@ TEST_F(DeviceRegistry, FindsDevicesByTheirUIDs)
     EXPECT_EQ(QMXAudioDevice::deviceWithDeviceUID("other"), nullptr);
     EXPECT_EQ(QMXAudioDevice::audioDeviceIDForUID("other"), 0xFFFFFFFF);
     EXPECT_EQ(log.lines(), Lines(2, "ERROR: Hardware bad device error"));
-}
-
-TEST_F(DeviceRegistry, ReadsTheBootChimeWhereThereIsOne)
-{
-    EXPECT_EQ(QMXAudioDevice::bootChimeVolumeScalar(), 0.0F);
-    EXPECT_EQ(QMXAudioDevice::bootChimeVolumeRangeDecibels(), nullptr);
-    hardware.setBootChimeVolume(qmx::VolumeControl{.scalar = 1, .minimumDecibels = -40, .maximumDecibels = 3});
-    EXPECT_EQ(QMXAudioDevice::bootChimeVolumeScalar(), 1.0F);
-    EXPECT_EQ(QMXAudioDevice::bootChimeVolumeDecibels(), 3.0F);
-    EXPECT_EQ(QMXAudioDevice::bootChimeVolumeRangeDecibels()->mMinimum(), -40.0);
 }
 
 // In a process of its own: after a failed refresh the registry's lock stays held, and the next refresh never returns.
