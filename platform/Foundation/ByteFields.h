@@ -6,6 +6,7 @@
 
 #include <bit>
 #include <cstddef>
+#include <iterator>
 #include <span>
 #include <string_view>
 #include <vector>
@@ -74,13 +75,12 @@ public:
     ByteWriter& code(FourCharCode value) { return integer(value, 4, ByteOrder::big); }
     template <class Range> ByteWriter& append(const Range& range)
     {
-        for (const auto element : range)
-            bytes_.push_back(static_cast<UInt8>(element));
+        bytes_.insert(bytes_.end(), std::begin(range), std::end(range));
         return *this;
     }
     ByteWriter& zeros(std::size_t count)
     {
-        bytes_.resize(bytes_.size() + count);
+        bytes_.insert(bytes_.end(), count, 0);
         return *this;
     }
     /// A length byte and the text, padded together to an even number of bytes.

@@ -8,6 +8,10 @@ namespace qmx
 namespace
 {
 
+/// From here on nearly all of the narrower side's band is kept, so that a recording survives going there and back.
+constexpr UInt32 steepQuality = 112;
+constexpr double steepPassband = 0.997; // of the band; the library takes no more
+
 unsigned long recipeOf(UInt32 quality)
 {
     if (quality < 16)
@@ -16,7 +20,7 @@ unsigned long recipeOf(UInt32 quality)
         return SOXR_LQ;
     if (quality < 80)
         return SOXR_MQ;
-    return quality < 112 ? SOXR_24_BITQ : SOXR_28_BITQ;
+    return quality < steepQuality ? SOXR_24_BITQ : SOXR_28_BITQ;
 }
 
 } // namespace
@@ -70,7 +74,9 @@ void RateConverter::restart()
 {
     hasInput_ = isFinished_ = false;
     const soxr_io_spec_t doubles = soxr_io_spec(SOXR_FLOAT64_I, SOXR_FLOAT64_I);
-    const soxr_quality_spec_t recipe = soxr_quality_spec(recipeOf(quality_), 0);
+    soxr_quality_spec_t recipe = soxr_quality_spec(recipeOf(quality_), 0);
+    if (quality_ >= steepQuality)
+        recipe.passband_end = steepPassband;
     const soxr_runtime_spec_t oneThread = soxr_runtime_spec(1);
     filter_.reset(soxr_create(inputRate_, outputRate_, channels_, nullptr, &doubles, &recipe, &oneThread));
 }

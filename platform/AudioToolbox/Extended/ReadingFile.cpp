@@ -232,8 +232,8 @@ ReadingFile::RunIn ReadingFile::runInBetween(Float64 fileRate, Float64 clientRat
 {
     if (fileRate == clientRate)
         return {};
-    // the filter reaches over some hundred frames of the lower rate
-    constexpr Float64 reach = 1024, searched = 4096;
+    // the filter of the best quality reaches over some thousand frames of the lower rate
+    constexpr Float64 reach = 4096, searched = 4096;
     const Float64 ratio = clientRate / fileRate;
     const Float64 least = std::ceil(reach * std::max(1.0, fileRate / clientRate));
     RunIn best;
