@@ -3,10 +3,10 @@
 #pragma once
 
 #include "CoreAudioTypes/MacTypes.h"
+#include "Foundation/Export.h"
 
 #include <bit>
 #include <cstddef>
-#include <iterator>
 #include <span>
 #include <string_view>
 #include <vector>
@@ -55,40 +55,23 @@ inline void store32(UInt8* bytes, UInt32 value, ByteOrder order)
 }
 
 /// Builds a block of fields one after the other.
-class ByteWriter
+class QMX_EXPORT ByteWriter
 {
 public:
     explicit ByteWriter(ByteOrder order) : order_(order) {}
 
     /// The low `width` bytes (8 at most) of a number in an order of its own.
-    ByteWriter& integer(UInt64 value, std::size_t width, ByteOrder order)
-    {
-        UInt8 field[sizeof value];
-        storeInteger(field, value, width, order);
-        return append(std::span(field, width));
-    }
-
+    ByteWriter& integer(UInt64 value, std::size_t width, ByteOrder order);
     ByteWriter& u16(UInt16 value) { return integer(value, 2, order_); }
     ByteWriter& u32(UInt32 value) { return integer(value, 4, order_); }
     ByteWriter& u64(UInt64 value) { return integer(value, 8, order_); }
     /// A four-character code: its characters in reading order, whatever the byte order.
     ByteWriter& code(FourCharCode value) { return integer(value, 4, ByteOrder::big); }
-    template <class Range> ByteWriter& append(const Range& range)
-    {
-        bytes_.insert(bytes_.end(), std::begin(range), std::end(range));
-        return *this;
-    }
-    ByteWriter& zeros(std::size_t count)
-    {
-        bytes_.insert(bytes_.end(), count, 0);
-        return *this;
-    }
+    ByteWriter& append(std::span<const UInt8> bytes);
+    ByteWriter& append(std::string_view text);
+    ByteWriter& zeros(std::size_t count);
     /// A length byte and the text, padded together to an even number of bytes.
-    ByteWriter& pascalString(std::string_view text)
-    {
-        bytes_.push_back(static_cast<UInt8>(text.size()));
-        return append(text).zeros(text.size() % 2 == 0 ? 1 : 0);
-    }
+    ByteWriter& pascalString(std::string_view text);
 
     const Bytes& bytes() const { return bytes_; }
 
