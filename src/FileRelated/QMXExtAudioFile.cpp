@@ -97,7 +97,6 @@ QMXExtAudioFile::~QMXExtAudioFile()
         ExtAudioFileDispose(mExtAudioFileRef);
 }
 
-/// Prints the line of a call that failed.
 OSStatus QMXExtAudioFile::open()
 {
     const OSStatus status = mFileAccessMode == QMXAudioFileAccessMode::read ? openForReading() : openForWriting();
