@@ -16,10 +16,12 @@ RealTimeRing::Cell* RealTimeRing::claim(std::size_t room) noexcept
 {
     std::size_t position = filled_.load(std::memory_order_relaxed);
     for (;;) {
-        if (position - emptied_.load(std::memory_order_acquire) >= room)
+        const std::size_t emptied = emptied_.load(std::memory_order_acquire);
+        const bool isOutOfDate = position < emptied; // others have gone on, and were received, since it was read
+        if (!isOutOfDate && position - emptied >= room)
             return nullptr;
         Cell& cell = cellAt(position);
-        if (cell.turn.load(std::memory_order_acquire) != position) {
+        if (isOutOfDate || cell.turn.load(std::memory_order_acquire) != position) {
             position = filled_.load(std::memory_order_relaxed);
             continue;
         }
