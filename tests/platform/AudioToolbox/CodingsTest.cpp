@@ -104,6 +104,10 @@ TEST(Codings, ToolsReadOurFilesAndWeReadTheirsWithTheExactLength)
                       "44100\n");
         }
     }
+    for (const char* flags : {"frag_keyframe+empty_moov", "frag_keyframe"}) {
+        run("ffmpeg -v error -y " + raw + "-i in.raw -c:a aac -frag_duration 200000 -movflags " + flags + " part.m4a");
+        EXPECT_EQ(openFile(folder.path("part.m4a")).status, kAudioFileUnsupportedFileTypeError) << flags;
+    }
     const struct {
         const char* arguments;
         bool isLossless;
