@@ -65,9 +65,15 @@ AudioFormatFlags losslessFlagOf(UInt32 bits)
 {
     if (bits <= 16)
         return kAppleLosslessFormatFlag_16BitSourceData;
-    return bits <= 20   ? kAppleLosslessFormatFlag_20BitSourceData
-           : bits <= 24 ? kAppleLosslessFormatFlag_24BitSourceData
-                        : kAppleLosslessFormatFlag_32BitSourceData;
+    return bits <= 20 ? kAppleLosslessFormatFlag_20BitSourceData : kAppleLosslessFormatFlag_24BitSourceData;
+}
+
+void makeLossless(AudioStreamBasicDescription& format, UInt32 bits)
+{
+    constexpr UInt32 mostBits = 24;
+    if (bits > mostBits)
+        throw Failure{"lossless codings keep at most 24 bits of a sample (--bits 24 rounds to them)"};
+    format.mFormatFlags = losslessFlagOf(bits);
 }
 
 AudioFormatFlags linearFlags(AudioFileTypeID type, UInt32 bits, bool isFloat)
@@ -143,7 +149,7 @@ AudioStreamBasicDescription formatFor(AudioFileTypeID& type, const AudioStreamBa
     } else if (wish.isFloat) {
         throw Failure{"files of this type hold no floats"};
     } else if (format.mFormatID == kAudioFormatAppleLossless || format.mFormatID == kAudioFormatFLAC) {
-        format.mFormatFlags = losslessFlagOf(bits);
+        makeLossless(format, sourceIsFloat ? wish.bits.value_or(24) : bits);
     }
     return format;
 }

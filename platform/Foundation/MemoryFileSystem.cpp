@@ -50,14 +50,14 @@ private:
     bool mayWrite_;
 };
 
-// Counts a change of `bytes` bytes and says what comes of it. The lock is held.
-MemoryFileSystem::Verdict MemoryFileSystem::judgeChange(std::size_t bytes)
+// Counts a change of `bytes` bytes and says what comes of it; `keep` are stored where it is the one that fails. The lock is held.
+MemoryFileSystem::Verdict MemoryFileSystem::judgeChange(std::size_t bytes, std::size_t keep)
 {
     ++changes_;
     if (killedAt_ != 0 && changes_ >= killedAt_)
-        return {changes_ == killedAt_ ? std::min(keep_, bytes) : 0, 0};
+        return {changes_ == killedAt_ ? std::min(keep, bytes) : 0, 0};
     if (failsAt_ != 0 && changes_ == failsAt_)
-        return {std::min(keep_, bytes), changeError_};
+        return {std::min(keep, bytes), changeError_};
     return {bytes, 0};
 }
 
@@ -70,7 +70,7 @@ Transfer MemoryFileSystem::write(Node& node, const void* data, std::size_t size,
     --waiting_;
     if (position < 0)
         return {0, EINVAL};
-    Verdict verdict = judgeChange(size);
+    Verdict verdict = judgeChange(size, keep_);
     const auto start = static_cast<std::size_t>(position);
     const std::size_t others = usedBytes() - node.bytes.size();
     const std::size_t room = capacity_ - std::min(capacity_, others);
@@ -90,7 +90,7 @@ SystemError MemoryFileSystem::truncate(Node& node, std::int64_t size)
     const std::scoped_lock lock(mutex_);
     if (size < 0)
         return EINVAL;
-    const Verdict verdict = judgeChange(1);
+    const Verdict verdict = judgeChange(1, 0);
     const auto bytes = static_cast<std::size_t>(size);
     if (bytes > node.bytes.size() && usedBytes() - node.bytes.size() + bytes > capacity_)
         return ENOSPC;
@@ -114,7 +114,7 @@ SystemError MemoryFileSystem::open(const std::string& path, FileAccess access, s
     if (access == FileAccess::createNew) {
         if (found != nodes_.end())
             return EEXIST;
-        const Verdict verdict = judgeChange(1);
+        const Verdict verdict = judgeChange(1, 0);
         if (verdict.error != 0)
             return verdict.error;
         auto node = std::make_shared<Node>();
@@ -155,7 +155,7 @@ SystemError MemoryFileSystem::rename(const std::string& from, const std::string&
     const auto found = nodes_.find(from);
     if (found == nodes_.end())
         return ENOENT;
-    const Verdict verdict = judgeChange(1);
+    const Verdict verdict = judgeChange(1, 0);
     if (verdict.stores > 0) {
         nodes_[to] = found->second;
         nodes_.erase(from);
@@ -168,7 +168,7 @@ SystemError MemoryFileSystem::remove(const std::string& path)
     const std::scoped_lock lock(mutex_);
     if (!nodes_.contains(path))
         return ENOENT;
-    const Verdict verdict = judgeChange(1);
+    const Verdict verdict = judgeChange(1, 0);
     if (verdict.stores > 0)
         nodes_.erase(path);
     return verdict.error;
@@ -195,7 +195,7 @@ SystemError MemoryFileSystem::setAttribute(const std::string& path, const std::s
     const auto found = nodes_.find(path);
     if (found == nodes_.end())
         return ENOENT;
-    const Verdict verdict = judgeChange(1);
+    const Verdict verdict = judgeChange(1, 0);
     if (verdict.stores > 0)
         found->second->attributes[name].assign(value.begin(), value.end());
     return verdict.error;

@@ -60,7 +60,7 @@ private:
         SystemError error;
     };
 
-    Verdict judgeChange(std::size_t bytes);
+    Verdict judgeChange(std::size_t bytes, std::size_t keep);
     Transfer write(Node& node, const void* data, std::size_t size, std::int64_t position);
     SystemError truncate(Node& node, std::int64_t size);
     std::size_t usedBytes() const;

@@ -254,13 +254,16 @@ private:
     SInt64 framesIn_ = 0;
 };
 
-/// How many bits a lossless coding keeps; 0 for those that it cannot.
+/// How many bits a lossless coding keeps: those that are asked for, in the next wider samples that its encoder makes; 0 where none are
+/// wide enough. Without a wish, 24 for all that is wider than 16 bits, floats too.
 UInt32 bitsToKeep(const AudioStreamBasicDescription& target, UInt32 sourceBits)
 {
     if (!isLossless(target.mFormatID))
         return 32;
     const UInt32 bits = target.mFormatFlags == 0 ? (sourceBits > 16 ? 24 : 16) : sourceBitsOf(target);
-    return bits == 16 || bits == 24 ? bits : 0;
+    if (bits == 0 || bits > 24)
+        return 0;
+    return bits <= 16 ? 16 : 24;
 }
 
 } // namespace

@@ -11,6 +11,7 @@ namespace
 {
 
 constexpr std::size_t headerBytes = 7, checkedHeaderBytes = 9;
+constexpr UInt32 largestFrame = (1 << 13) - 1;
 
 struct FrameHeader {
     UInt16 config = 0; ///< as the coding's own parameters put it
@@ -49,8 +50,7 @@ protected:
         for (UInt64 stray = 0; position + headerBytes <= file_.length() && stray < mostStrayBytes;) {
             const auto header = parseHeader(window.at(position, headerBytes));
             const bool fits = header && (!first || header->config == first->config) &&
-                              (first || parseHeader(window.at(position + header->frameSize, headerBytes)) ||
-                               position + header->frameSize == file_.length());
+                              (first || isFollowed(position + header->frameSize, window));
             if (!fits) {
                 ++position;
                 ++stray;
@@ -88,9 +88,16 @@ protected:
             .bytes();
     }
 
-    OSStatus end() override { return noErr; }
+    UInt32 largestPacket() const override { return largestFrame - headerBytes; }
 
 private:
+    /// Whether a frame that ends there is followed by another, by the begin of a header that a killed writer left, or by the file's end.
+    bool isFollowed(UInt64 end, FrameWindow& window) const
+    {
+        const bool endsHere = end <= file_.length() && file_.length() - end < headerBytes;
+        return endsHere || parseHeader(window.at(end, headerBytes));
+    }
+
     bool describe(const FrameHeader& header, std::span<const UInt8> frame)
     {
         bare_ = ByteWriter(ByteOrder::big).u16(header.config).bytes();

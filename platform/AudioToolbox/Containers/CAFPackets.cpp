@@ -93,17 +93,20 @@ protected:
         return file_.writeAll(0, header);
     }
 
-    // the cookie may have told the format more exactly
-    OSStatus end() override
+    Bytes tail() override
     {
-        const Bytes header = cafHeader(format_, format_.mFormatFlags, endOfData_ - cafHeader(format_, 0, 0).size());
         ByteWriter tail(ByteOrder::big);
         if (const Bytes cookie = cookieFromBare(format_.mFormatID, bare_); !cookie.empty())
             tail.code(fourCharCode("kuki")).u64(cookie.size()).append(cookie);
         const Bytes table = packetTable();
-        tail.code(fourCharCode("pakt")).u64(table.size()).append(table);
-        const OSStatus status = file_.writeAll(endOfData_, tail.bytes());
-        return status == noErr ? file_.writeAll(0, header) : status;
+        return tail.code(fourCharCode("pakt")).u64(table.size()).append(table).bytes();
+    }
+
+    // the cookie may have told the format more exactly
+    OSStatus end() override
+    {
+        return file_.writeAll(0,
+                              cafHeader(format_, format_.mFormatFlags, endOfData_ - cafHeader(format_, 0, 0).size()));
     }
 
 private:

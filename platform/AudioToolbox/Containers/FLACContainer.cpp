@@ -116,8 +116,6 @@ protected:
     // written at once, so that a file whose writer is killed can be read
     OSStatus cookieChanged() override { return file_.writeAll(infoStart, bare_); }
 
-    OSStatus end() override { return noErr; }
-
 private:
     OSStatus readBlocks(UInt64& position)
     {

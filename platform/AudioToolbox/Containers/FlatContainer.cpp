@@ -19,6 +19,19 @@ void FlatContainer::setAudio(UInt64 start, UInt64 limit)
     bytes_ = std::min(limit, file_.length() - std::min(file_.length(), start));
 }
 
+// Where the disk does not take it the file is used all the same, and closing it tries again.
+void FlatContainer::takeRest()
+{
+    const UInt64 stored = file_.length() - std::min(file_.length(), start_);
+    const UInt64 whole = stored - stored % format_.mBytesPerFrame;
+    if (whole <= bytes_)
+        return;
+    unwrittenBytes_ = whole - bytes_;
+    bytes_ = whole;
+    if (finish() == noErr && whole < stored)
+        file_.truncate(start_ + whole);
+}
+
 OSStatus FlatContainer::readBytes(UInt64 start, UInt32& count, void* buffer)
 {
     const UInt64 wanted = count;

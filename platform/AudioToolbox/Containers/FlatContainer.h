@@ -26,6 +26,8 @@ protected:
     virtual OSStatus writeSize(UInt64) { return noErr; }
     /// `limit`: bytes that the header tells; those behind are not audio.
     void setAudio(UInt64 start, UInt64 limit);
+    /// What a killed writer stored behind the bytes that the header tells is audio too.
+    void takeRest();
 
     ContainerFile file_;
 

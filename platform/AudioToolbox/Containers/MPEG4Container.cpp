@@ -65,13 +65,11 @@ protected:
         return status == noErr ? file_.writeAll(dataAtom_, data) : status;
     }
 
-    OSStatus end() override
+    Bytes tail() override
     {
         if (bare_.empty() && isAAC(format_.mFormatID))
             bare_ =
                 makeAACConfig(kMPEG4Object_AAC_LC, static_cast<UInt32>(format_.mSampleRate), format_.mChannelsPerFrame);
-        if (bare_.empty() && packetCount() > 0)
-            return kAudioFileOperationNotSupportedError; // none could decode the packets
         const AudioFilePacketTableInfo info = table();
         MPEG4Movie movie;
         movie.format = format_;
@@ -79,9 +77,12 @@ protected:
         movie.bare = bare_;
         movie.primingFrames = static_cast<UInt64>(info.mPrimingFrames);
         movie.validFrames = static_cast<UInt64>(info.mNumberValidFrames);
-        const OSStatus status = file_.writeAll(endOfData_, movieAtom(movie, packets()));
-        const Bytes size = ByteWriter(ByteOrder::big).u64(endOfData_ - dataAtom_).bytes();
-        return status == noErr ? file_.writeAll(dataAtom_ + 8, size) : status;
+        return movieAtom(movie, packets());
+    }
+
+    OSStatus end() override
+    {
+        return file_.writeAll(dataAtom_ + 8, ByteWriter(ByteOrder::big).u64(endOfData_ - dataAtom_).bytes());
     }
 
 private:

@@ -15,7 +15,8 @@ struct MPEG4Movie {
     UInt64 validFrames = 0;
 };
 
-/// Finds the first sound track. 'dta?' for a damaged file, 'fmt?' for one without sound or of a coding that is not known.
+/// Finds the first sound track. 'dta?' for a damaged file, 'fmt?' for one without sound or of a coding that is not known, 'typ?' for a movie in
+/// fragments.
 OSStatus readMovie(ContainerFile& file, MPEG4Movie& movie);
 
 /// The atom that describes the packets, to be put behind them.

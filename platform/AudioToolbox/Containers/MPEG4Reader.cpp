@@ -65,6 +65,9 @@ public:
         const auto moov = find({0, 0, file_.length()}, fourCharCode("moov"));
         if (!moov)
             return kAudioFileInvalidFileError;
+        // most packets, or all, are described elsewhere: a part of the sound would pass for the whole
+        if (find({0, 0, file_.length()}, fourCharCode("moof")))
+            return kAudioFileUnsupportedFileTypeError;
         OSStatus status = kAudioFileUnsupportedDataFormatError;
         forEach(*moov, [&](const Atom& atom) {
             if (atom.type == fourCharCode("mvhd"))

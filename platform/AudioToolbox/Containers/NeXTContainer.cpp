@@ -53,7 +53,8 @@ public:
 
     AudioFileTypeID type() const override { return kAudioFileNextType; }
 
-    OSStatus load()
+    /// Opened for writing, a file whose size lags behind its length is brought in line.
+    OSStatus load(bool forWriting)
     {
         bool changed = false;
         if (const OSStatus status = file_.refreshLength(changed); status != noErr)
@@ -73,7 +74,10 @@ public:
             {encoding->coding, encoding->bits == 8 ? ByteOrder::big : order_, encoding->bits, encoding->bits / 8}, rate,
             channels);
         // a size of 0 is what a killed writer leaves
-        setAudio(start, size == unknownSize || size == 0 ? std::numeric_limits<UInt64>::max() : size);
+        const bool isTold = size != unknownSize && (size != 0 || forWriting);
+        setAudio(start, isTold ? size : std::numeric_limits<UInt64>::max());
+        if (isTold && forWriting)
+            takeRest();
         return noErr;
     }
 
@@ -82,7 +86,7 @@ public:
         OSStatus status = file_.truncate(0);
         if (status == noErr)
             status = file_.writeAll(0, header);
-        return status == noErr ? load() : status;
+        return status == noErr ? load(true) : status;
     }
 
 protected:
@@ -103,10 +107,10 @@ bool matches(const FileSigns& signs)
     return code == bigID || code == littleID;
 }
 
-OSStatus open(PlacedFile placed, bool, std::unique_ptr<Container>& container)
+OSStatus open(PlacedFile placed, bool forWriting, std::unique_ptr<Container>& container)
 {
     auto loaded = std::make_unique<NeXTContainer>(std::move(placed.file));
-    const OSStatus status = loaded->load();
+    const OSStatus status = loaded->load(forWriting);
     if (status == noErr)
         container = std::move(loaded);
     return status;

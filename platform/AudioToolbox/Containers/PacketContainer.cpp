@@ -7,7 +7,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstring>
 #include <limits>
 
 namespace qmx
@@ -107,8 +106,7 @@ OSStatus PacketContainer::readRun(std::span<const PacketPlace> run, UInt8* to)
     if (const OSStatus status = file_.readAll(start, scratch_); status != noErr)
         return status;
     for (const PacketPlace& packet : run) {
-        std::memcpy(to, scratch_.data() + (packet.position - start), packet.size);
-        to += packet.size;
+        to = std::copy_n(scratch_.begin() + static_cast<std::ptrdiff_t>(packet.position - start), packet.size, to);
     }
     return noErr;
 }
@@ -133,15 +131,17 @@ OSStatus PacketContainer::writePackets(UInt64 start, UInt32& packets, UInt32 byt
     block.reserve(bytes);
     std::vector<PacketPlace> places;
     for (const AudioStreamPacketDescription& packet : std::span(descriptions, given)) {
-        if (!isInside(packet, bytes))
+        if (!isInside(packet, bytes) || packet.mDataByteSize > largestPacket())
             return paramErr;
         const Bytes header = packetHeader(packet.mDataByteSize);
         block.insert(block.end(), header.begin(), header.end());
         places.push_back({endOfData_ + block.size(), packet.mDataByteSize, packet.mVariableFramesInPacket});
         block.insert(block.end(), data + packet.mStartOffset, data + packet.mStartOffset + packet.mDataByteSize);
     }
-    if (const OSStatus status = file_.writeAll(endOfData_, block); status != noErr)
+    if (const OSStatus status = file_.writeAll(endOfData_, block); status != noErr) {
+        file_.truncate(endOfData_); // the begin of a packet is none
         return status;
+    }
     endOfData_ += block.size();
     for (const PacketPlace& place : places)
         addPacket(place);
@@ -291,9 +291,35 @@ OSStatus PacketContainer::finish()
 {
     if (!isNew_)
         return noErr;
-    const OSStatus status = end();
-    isNew_ = status != noErr;
-    return status;
+    const OSStatus written = file_.writeAll(endOfData_, tail());
+    const bool isThere = written == noErr || (written == dskFulErr && writeTailOverPackets() == noErr);
+    const OSStatus ended = isThere ? end() : written;
+    isNew_ = ended != noErr;
+    return written == noErr ? ended : written;
+}
+
+// Where the disk has no room for the tail the last packets give theirs up: without it none could be read.
+OSStatus PacketContainer::writeTailOverPackets()
+{
+    const UInt64 needed = tail().size(), before = endOfData_;
+    while (!packets_.empty() && before - endOfData_ < needed)
+        dropLastPacket();
+    const Bytes shorter = tail();
+    const OSStatus status = file_.writeAll(endOfData_, shorter);
+    return status == noErr ? file_.truncate(endOfData_ + shorter.size()) : status;
+}
+
+void PacketContainer::dropLastPacket()
+{
+    const PacketPlace last = packets_.back();
+    const UInt64 framesBefore = totalFrames();
+    packets_.pop_back();
+    if (isVariable())
+        firstFrames_.pop_back();
+    endOfData_ = last.position;
+    bytes_ -= last.size;
+    const auto dropped = static_cast<SInt64>(framesBefore - totalFrames());
+    table_.mRemainderFrames = static_cast<SInt32>(std::max<SInt64>(0, table_.mRemainderFrames - dropped));
 }
 
 bool holdsPackets(const AudioStreamBasicDescription& format)

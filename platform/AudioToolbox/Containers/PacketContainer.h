@@ -4,6 +4,7 @@
 #include "AudioToolbox/Containers/ContainerFile.h"
 #include "AudioToolbox/Containers/ContainerTable.h"
 
+#include <limits>
 #include <vector>
 
 namespace qmx
@@ -62,8 +63,12 @@ protected:
     virtual Bytes packetHeader(std::size_t) const { return {}; }
     /// Called when a new cookie was taken.
     virtual OSStatus cookieChanged() { return noErr; }
-    /// Writes what tells about the packets.
-    virtual OSStatus end() = 0;
+    /// The bytes that a header can tell.
+    virtual UInt32 largestPacket() const { return std::numeric_limits<UInt32>::max(); }
+    /// What tells about the packets behind them.
+    virtual Bytes tail() { return {}; }
+    /// Called when the tail is written: makes what stands before the packets fit them.
+    virtual OSStatus end() { return noErr; }
     /// False for a packet that is not wholly in the file, and where there are too many.
     bool addPacket(const PacketPlace& packet);
     const std::vector<PacketPlace>& packets() const { return packets_; }
@@ -78,6 +83,8 @@ protected:
 
 private:
     bool takeCookie();
+    OSStatus writeTailOverPackets();
+    void dropLastPacket();
     OSStatus readRun(std::span<const PacketPlace> run, UInt8* to);
     bool isVariable() const { return format_.mFramesPerPacket == 0; }
 

@@ -5,7 +5,6 @@
 #include "AudioToolbox/Containers/SampleLayout.h"
 #include "AudioToolbox/Containers/SoundDesignerFork.h"
 
-#include <cerrno>
 #include <limits>
 
 namespace qmx
@@ -28,20 +27,39 @@ std::optional<SoundDesignerFormat> formatBeside(const std::string& path)
     return parseSidecar(bytes);
 }
 
-OSStatus writeBeside(const std::string& path, const SoundDesignerFormat& format)
+/// The new fork beside a file, under another name until it takes the place of what is there.
+class NewFork
 {
-    const std::string beside = sidecarPath(path);
-    std::unique_ptr<File> file;
-    SystemError error = FileSystem::current().open(beside, FileAccess::createNew, file);
-    if (error == EEXIST) // left by a file that was here before
-        error = FileSystem::current().open(beside, FileAccess::readWrite, file);
-    const Bytes bytes = makeSidecar(format);
-    if (error == 0)
-        error = file->write(bytes.data(), bytes.size(), 0).error;
-    if (error == 0)
-        error = file->truncate(static_cast<std::int64_t>(bytes.size()));
-    return statusForSystemError(error);
-}
+public:
+    explicit NewFork(const std::string& path) : place_(sidecarPath(path)), path_(place_ + ".new") {}
+    ~NewFork()
+    {
+        if (isThere_)
+            FileSystem::current().remove(path_);
+    }
+    NewFork(const NewFork&) = delete;
+    NewFork& operator=(const NewFork&) = delete;
+
+    OSStatus write(const Bytes& bytes)
+    {
+        FileSystem::current().remove(path_); // left by a process that was killed
+        std::unique_ptr<File> file;
+        const SystemError error = FileSystem::current().open(path_, FileAccess::createNew, file);
+        isThere_ = error == 0;
+        return statusForSystemError(isThere_ ? file->write(bytes.data(), bytes.size(), 0).error : error);
+    }
+
+    OSStatus putIntoPlace()
+    {
+        const SystemError error = FileSystem::current().rename(path_, place_);
+        isThere_ = error != 0;
+        return statusForSystemError(error);
+    }
+
+private:
+    std::string place_, path_;
+    bool isThere_ = false;
+};
 
 /// The samples are the whole file: there is nothing to keep true while it grows.
 class SoundDesignerContainer : public FlatContainer
@@ -98,10 +116,13 @@ bool holds(const AudioStreamBasicDescription& format)
 OSStatus create(PlacedFile placed, const AudioStreamBasicDescription& format, std::unique_ptr<Container>& container)
 {
     const SoundDesignerFormat told{layoutOf(format)->bytes, format.mSampleRate, format.mChannelsPerFrame};
-    if (const OSStatus status = writeBeside(placed.path, told); status != noErr)
-        return status;
+    NewFork fork(placed.path);
     auto created = std::make_unique<SoundDesignerContainer>(std::move(placed.file));
-    const OSStatus status = created->create(told);
+    OSStatus status = fork.write(makeSidecar(told));
+    if (status == noErr)
+        status = created->create(told);
+    if (status == noErr)
+        status = fork.putIntoPlace();
     if (status == noErr)
         container = std::move(created);
     return status;

@@ -11,7 +11,7 @@
 namespace qmx
 {
 
-class ReadingFile : public ExtendedFile
+class ReadingFile final : public ExtendedFile
 {
 public:
     /// On failure the audio file stays the caller's.

@@ -10,7 +10,7 @@
 namespace qmx
 {
 
-class WritingFile : public ExtendedFile
+class WritingFile final : public ExtendedFile
 {
 public:
     WritingFile(AudioFileID file, bool owns);

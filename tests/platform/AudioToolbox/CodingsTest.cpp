@@ -104,6 +104,10 @@ TEST(Codings, ToolsReadOurFilesAndWeReadTheirsWithTheExactLength)
                       "44100\n");
         }
     }
+    for (const char* flags : {"frag_keyframe+empty_moov", "frag_keyframe"}) {
+        run("ffmpeg -v error -y " + raw + "-i in.raw -c:a aac -frag_duration 200000 -movflags " + flags + " part.m4a");
+        EXPECT_EQ(openFile(folder.path("part.m4a")).status, kAudioFileUnsupportedFileTypeError) << flags;
+    }
     const struct {
         const char* arguments;
         bool isLossless;
@@ -124,6 +128,51 @@ TEST(Codings, ToolsReadOurFilesAndWeReadTheirsWithTheExactLength)
         } else {
             EXPECT_GE(decoded.size(), original.size());
         }
+    }
+}
+
+TEST(Codings, LosslessCodingsKeepAllBitsAskedForOrRefuse)
+{
+    const TemporaryFolder folder;
+    const auto twentyBits = [] {
+        ByteBlock data = tones(5000, 2, 24);
+        for (std::size_t i = 0; i < data.size(); i += 3)
+            data[i] &= 0xF0;
+        return data;
+    };
+    const AudioFormatFlags from16 = 1, from20 = 2, from24 = 3, from32 = 4;
+    const struct {
+        AudioStreamBasicDescription source;
+        AudioFormatFlags asked, made; // 0 asked: left to the encoder; 0 made: refused
+    } rows[] = {
+        {linear(12, 16, 2), from20, from24}, {linear(4 | 16, 20, 2), from20, from24},
+        {linear(4 | 16, 20, 2), 0, from24},  {linear(12, 24, 2), from16, from16},
+        {linear(12, 24, 2), 0, from24},      {linear(12, 32, 2), 0, from24},
+        {linear(12, 32, 2), from32, 0},      {linear(9, 32, 2), 0, from24},
+        {linear(9, 32, 2), from32, 0},       {linear(12, 16, 2), 5, 0},
+    };
+    for (const AudioFormatID coding : {kAudioFormatAppleLossless, kAudioFormatFLAC})
+        for (const auto& [source, asked, made] : rows) {
+            SCOPED_TRACE(testing::Message() << qmx::fourCharString(coding) << " row bits " << source.mBitsPerChannel
+                                            << " asked " << asked);
+            const auto target = coded(coding, 2, 44100, asked);
+            AudioConverterRef converter = nullptr;
+            EXPECT_EQ(AudioConverterNew(&source, &target, &converter),
+                      made != 0 ? noErr : kAudioConverterErr_FormatNotSupported);
+            if (!converter)
+                continue;
+            const auto given = converterProperty<AudioStreamBasicDescription>(
+                converter, kAudioConverterCurrentOutputStreamDescription);
+            EXPECT_EQ(given.mFormatFlags, made);
+            AudioConverterDispose(converter);
+        }
+    for (const auto& [type, coding] :
+         {std::pair{kAudioFileM4AType, kAudioFormatAppleLossless}, std::pair{kAudioFileFLACType, kAudioFormatFLAC}}) {
+        const auto pcm = linear(4 | 16, 20, 2);
+        const ByteBlock original = twentyBits();
+        const std::string path = folder.path(qmx::fourCharString(type));
+        ASSERT_TRUE(encodeFile(path, type, coded(coding, 2, 44100, from20), pcm, original));
+        EXPECT_TRUE(FrameReader(path, pcm).from(0) == original);
     }
 }
 

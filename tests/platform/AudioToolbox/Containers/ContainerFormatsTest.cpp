@@ -278,6 +278,12 @@ TEST(ContainerFormats, OpeningForWritingBringsLaggingSizesInLine)
          "'FORM' 00000032" + whole + "'SSND' 0000000c" + none + "01020304"},
         {"'FORM' 00000032" + whole + "'SSND' 0000000c" + none + "01020304 'APPL' 00000002 ffff",
          "'FORM' 0000003c" + whole + "'SSND' 0000000c" + none + "01020304 'APPL' 00000002 ffff"},
+        {"'.snd' 00000018 00000002 00000003 0000ac44 00000001 01020304 05",
+         "'.snd' 00000018 00000004 00000003 0000ac44 00000001 01020304"},
+        {"'dns.' 1c000000 00000000 03000000 44ac0000 01000000 'text' 01020304",
+         "'dns.' 1c000000 04000000 03000000 44ac0000 01000000 'text' 01020304"},
+        {"'.snd' 00000018 ffffffff 00000003 0000ac44 00000001 01020304",
+         "'.snd' 00000018 ffffffff 00000003 0000ac44 00000001 01020304"},
         {"'RIFF' 26000000" + fmt + "'data' 02000000 01020304", "'RIFF' 28000000" + fmt + "'data' 04000000 01020304"},
     };
     for (const auto& [lagging, expected] : files) {

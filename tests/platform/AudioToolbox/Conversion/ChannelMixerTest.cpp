@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: MIT
+#include "CoreAudioTypes/AudioChannelLayout.h"
 #include "platform/AudioToolbox/Conversion/Conversions.h"
 
 #include <cmath>
+#include <limits>
 
 using namespace qmx::test;
 using Samples = std::vector<SInt16>;
@@ -65,5 +67,31 @@ TEST(ChannelMixer, AMapOverridesTheRules)
         EXPECT_NEAR(-0.5, output[middle], 1e-6);
         EXPECT_EQ(0, output[frames + middle]);
         EXPECT_NEAR(0.25, output[2 * frames + middle], 1e-6);
+    }
+}
+
+TEST(ChannelMixer, ExtremeSamplesFoldedDownReachTheEndsAndNoFurther)
+{
+    const auto fold = [](AudioChannelLayoutTag tag, auto extreme) {
+        using Sample = decltype(extreme);
+        const UInt32 channels = AudioChannelLayoutTag_GetNumberOfChannels(tag);
+        Conversion conversion(pcm(8 * sizeof(Sample), nativeSigned, channels),
+                              pcm(8 * sizeof(Sample), nativeSigned, 2));
+        for (const auto& [property, layoutTag] :
+             {std::pair{kAudioConverterInputChannelLayout, tag},
+              std::pair{kAudioConverterOutputChannelLayout, kAudioChannelLayoutTag_Stereo}}) {
+            AudioChannelLayout layout;
+            layout.mChannelLayoutTag = layoutTag;
+            EXPECT_EQ(noErr, AudioConverterSetProperty(conversion.ref, property, sizeof layout, &layout));
+        }
+        return conversion.operator()<Sample>(std::vector<Sample>(channels * std::size_t{3}, extreme));
+    };
+    for (const AudioChannelLayoutTag tag :
+         {kAudioChannelLayoutTag_MPEG_3_0_A, kAudioChannelLayoutTag_MPEG_4_0_A, kAudioChannelLayoutTag_MPEG_5_0_A,
+          kAudioChannelLayoutTag_MPEG_5_1_A, kAudioChannelLayoutTag_MPEG_6_1_A, kAudioChannelLayoutTag_MPEG_7_1_A}) {
+        for (const SInt16 extreme : {std::numeric_limits<SInt16>::min(), std::numeric_limits<SInt16>::max()})
+            EXPECT_EQ(fold(tag, extreme), Samples(6, extreme));
+        for (const SInt32 extreme : {std::numeric_limits<SInt32>::min(), std::numeric_limits<SInt32>::max()})
+            EXPECT_EQ(fold(tag, extreme), std::vector<SInt32>(6, extreme));
     }
 }
