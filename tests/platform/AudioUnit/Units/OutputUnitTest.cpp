@@ -1,12 +1,13 @@
 // SPDX-License-Identifier: MIT
 #include "AudioUnit/Units/OutputUnit.h"
 
-#include "CoreAudio/AudioHardware.h"
+#include "CoreAudio/VirtualHardware.h"
 #include "Foundation/RealTime.h"
 #include "support/Units.h"
 
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <limits>
 
 using namespace qmx::test;
@@ -20,45 +21,50 @@ namespace
 class Device : public qmx::OutputHardware
 {
 public:
-    AudioStreamBasicDescription format() const override { return linearFormat(32, 1, kAudioFormatFlagIsFloat, 48000); }
-    OSStatus start(qmx::OutputClient& by) override
+    OSStatus examine(AudioDeviceID id, qmx::OutputDevice& found) const override
     {
-        client = &by;
-        return refusal;
-    }
-    void stop() override { ++stops; }
-    void waitUntilStopped() override { ++waits; }
-    OSStatus propertySize(AudioUnitPropertyID, UInt32& size, bool& isWritable) const override
-    {
-        size = sizeof(UInt32);
-        isWritable = true;
+        found = {id, 48000, 1};
         return noErr;
     }
-    OSStatus read(AudioUnitPropertyID, UInt32, void*) const override { return noErr; }
-    OSStatus write(AudioUnitPropertyID, UInt32, const void*) override { return noErr; }
+    void name(AudioDeviceID) override {}
+    AudioDeviceID device() const override { return 256; }
+    OSStatus start(const qmx::OutputDevice& device, std::shared_ptr<qmx::OutputClient> by, UInt32) override
+    {
+        layout = {{.coding = qmx::SampleCoding::floating, .bytes = 4, .bits = 32}, device.channels, true};
+        client = by.get();
+        return refusal;
+    }
+    void stop() noexcept override { ++stops; }
+    void waitUntilStopped() override { ++waits; }
+    OSStatus propertyInfo(AudioDevicePropertyID, UInt32*, Boolean*) const override { return noErr; }
+    OSStatus read(AudioDevicePropertyID, UInt32&, void*) const override { return noErr; }
+    OSStatus write(AudioDevicePropertyID, UInt32, const void*) override { return noErr; }
 
     qmx::OutputClient* client = nullptr;
+    qmx::PcmLayout layout;
     OSStatus refusal = noErr;
     int stops = 0, waits = 0;
 };
 
-constexpr qmx::PropertyAddress inputFormat{kAudioUnitProperty_StreamFormat, kAudioUnitScope_Input, 0};
-constexpr qmx::PropertyAddress currentDevice{kAudioOutputUnitProperty_CurrentDevice, kAudioUnitScope_Global, 0};
-constexpr qmx::PropertyAddress callback{kAudioUnitProperty_SetRenderCallback, kAudioUnitScope_Input, 0};
+constexpr qmx::UnitPropertyAddress inputFormat{kAudioUnitProperty_StreamFormat, kAudioUnitScope_Input, 0};
+constexpr qmx::UnitPropertyAddress currentDevice{kAudioOutputUnitProperty_CurrentDevice, kAudioUnitScope_Global, 0};
+constexpr qmx::UnitPropertyAddress callback{kAudioUnitProperty_SetRenderCallback, kAudioUnitScope_Input, 0};
 
 } // namespace
 
 TEST(OutputUnit, NeedsNoDeviceUntilItIsStarted)
 {
+    auto& hardware = qmx::VirtualHardware::shared();
+    hardware.reset();
+    qmx::VirtualFault fault; // for the first call of the hardware layer
+    fault.times = 1;
+    hardware.addFault(fault);
     OpenUnit unit(defaultOutput);
     set(unit, kAudioUnitProperty_SampleRate, kAudioUnitScope_Input, 48000.0);
     EXPECT_EQ(48000, get<Float64>(unit, kAudioDevicePropertyNominalSampleRate, kAudioUnitScope_Input));
     EXPECT_EQ(48000, get<Float64>(unit, kAudioUnitProperty_SampleRate, kAudioUnitScope_Output));
     EXPECT_EQ(kAudioUnitErr_PropertyNotWritable,
               set(unit, kAudioUnitProperty_SampleRate, kAudioUnitScope_Output, 44100.0));
-    EXPECT_EQ(kAudioHardwareBadDeviceError,
-              set(unit, kAudioOutputUnitProperty_CurrentDevice, kAudioUnitScope_Global, UInt32{256}));
-    EXPECT_EQ(0U, get<UInt32>(unit, kAudioOutputUnitProperty_CurrentDevice, kAudioUnitScope_Global));
     EXPECT_EQ(noErr, AudioUnitSetParameter(unit, kHALOutputParam_Volume, kAudioUnitScope_Global, 0, 7, 0));
     Float32 volume = 0;
     EXPECT_EQ(noErr, AudioUnitGetParameter(unit, kHALOutputParam_Volume, kAudioUnitScope_Global, 0, &volume));
@@ -75,6 +81,12 @@ TEST(OutputUnit, NeedsNoDeviceUntilItIsStarted)
     BufferList list(samples, 2);
     EXPECT_EQ(noErr, render(unit, 2, list));
     EXPECT_THAT(samples, ElementsAre(0, 1, 1000, 1001));
+    UInt32 size = 0;
+    EXPECT_EQ(kAudioHardwareUnspecifiedError,
+              AudioHardwareGetPropertyInfo(kAudioHardwarePropertyDevices, &size, nullptr)); // which is this one
+    EXPECT_EQ(kAudioHardwareBadDeviceError,
+              set(unit, kAudioOutputUnitProperty_CurrentDevice, kAudioUnitScope_Global, UInt32{256}));
+    EXPECT_EQ(0U, get<UInt32>(unit, kAudioOutputUnitProperty_CurrentDevice, kAudioUnitScope_Global));
     EXPECT_EQ(kAudioHardwareBadDeviceError, AudioOutputUnitStart(unit));
     EXPECT_EQ(0U, get<UInt32>(unit, kAudioOutputUnitProperty_IsRunning, kAudioUnitScope_Global));
     EXPECT_EQ(noErr, AudioOutputUnitStop(unit));
@@ -84,7 +96,8 @@ TEST(OutputUnit, PlaysOnItsDeviceUntilItIsStopped)
 {
     auto owned = std::make_unique<Device>();
     Device& device = *owned;
-    qmx::OutputUnit unit(std::move(owned));
+    const auto made = std::make_shared<qmx::OutputUnit>(std::move(owned));
+    qmx::OutputUnit& unit = *made;
     const UInt32 number = 256;
     EXPECT_EQ(noErr, unit.setProperty(currentDevice, &number, sizeof number));
     AudioStreamBasicDescription format;
@@ -105,11 +118,12 @@ TEST(OutputUnit, PlaysOnItsDeviceUntilItIsStopped)
     EXPECT_EQ(noErr, unit.start());
     EXPECT_TRUE(unit.isRunning());
 
-    std::vector<Float32> samples(4, 9);
+    std::vector<Float32> samples(4);
     const auto cycle = [&] {
+        std::ranges::fill(samples, 0.0F); // as cycles come
         BufferList list(samples, 1);
         const qmx::RealTimeScope scope;
-        device.client->renderCycle({}, 4, *list.list());
+        device.client->renderCycle({}, 4, device.layout, *list.list());
     };
     unit.setParameter(kHALOutputParam_Volume, kAudioUnitScope_Global, 0.5);
     cycle();
@@ -128,5 +142,5 @@ TEST(OutputUnit, PlaysOnItsDeviceUntilItIsStopped)
     EXPECT_EQ(noErr, unit.start());
     EXPECT_EQ(waits + 1, device.waits);
     unit.close();
-    EXPECT_EQ(2, device.stops);
+    EXPECT_FALSE(unit.isRunning());
 }
