@@ -106,8 +106,9 @@ try {
     DeviceRun* const run = made.release();
     end(run_.exchange(run), false); // that of a stop which came too early for it
     const OSStatus status = DeviceRun::start(device.id, run);
-    if (status != noErr)
-        stop();
+    if (status == noErr || run_.load() != run)
+        return noErr; // or a stop came first
+    end(run_.exchange(nullptr), false);
     return status;
 } catch (const std::bad_alloc&) {
     return kAudio_MemFullError;

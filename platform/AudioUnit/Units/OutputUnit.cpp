@@ -165,9 +165,13 @@ void OutputUnit::deviceChanged()
     if (!wantsToRun_.load())
         return;
     OutputDevice device;
-    const bool isThere = hardware_->examine(hardware_->device(), device) == noErr;
-    const auto isPlayedOn = [&] { return device == device_ ? noErr : kAudioHardwareBadDeviceError; };
-    if (isThere && isRunning() && controlLocked(isPlayedOn) == noErr)
+    const OSStatus status = hardware_->examine(hardware_->device(), device);
+    bool isSame = false;
+    controlLocked([&] {
+        isSame = status == noErr && device == device_;
+        return noErr;
+    });
+    if (isSame && isRunning())
         return;
     const bool wasRunning = halt();
     if (resume() != noErr && wasRunning)

@@ -2,15 +2,14 @@
 #include "AudioUnit/Units/DeviceOutput.h"
 
 #include "AudioToolbox/AUGraph.h"
-#include "Foundation/Retirement.h"
 #include "Processing/QMXAudioUnit.h"
 #include "support/Hardware.h"
-#include "support/OutsideRealTime.h"
 #include "support/Units.h"
 
 #include <cmath>
 #include <gmock/gmock.h>
 #include <numbers>
+#include <thread>
 
 using namespace qmx::test;
 using testing::Each;
@@ -105,14 +104,18 @@ TEST_F(DeviceOutput, GivesEachStreamItsChannelsBitForBit)
         d.output.streams[0].channels = 1;
     });
     AUGraph graph = nullptr;
-    AUNode node = 0;
-    AudioUnit output = nullptr;
+    AUNode node = 0, upstreamNode = 0;
+    AudioUnit output = nullptr, upstream = nullptr;
     NewAUGraph(&graph);
     AUGraphNewNode(graph, &defaultOutput, 0, nullptr, &node);
+    AUGraphNewNode(graph, &converterUnit, 0, nullptr, &upstreamNode);
     AUGraphOpen(graph);
+    AUGraphConnectNodeInput(graph, upstreamNode, 0, node, 0);
+    AUGraphGetNodeInfo(graph, upstreamNode, nullptr, nullptr, nullptr, &upstream);
     AUGraphGetNodeInfo(graph, node, nullptr, nullptr, nullptr, &output);
     set(output, kAudioUnitProperty_MaximumFramesPerSlice, kAudioUnitScope_Global, UInt32{200}); // cycles are split
-    setInput(output, counter.callback());
+    setInput(upstream, counter.callback());
+    HardwareTest::set(device, 0, false, kAudioDevicePropertyNominalSampleRate, 48000.0); // a connection brings no rate
     counter.times.reserve(9);
     EXPECT_EQ(noErr, AUGraphInitialize(graph));
     EXPECT_EQ(noErr, AUGraphStart(graph));
@@ -138,8 +141,10 @@ TEST_F(DeviceOutput, ResamplesToTheDevicesRateAlsoWhenThatChanges)
     setInput(unit, {Sine::give, &sine});
     AudioUnitInitialize(unit);
     AudioOutputUnitStart(unit);
-    const std::pair<Float64, std::size_t> rates[] = {{48000, 4800}, {44100, 4410}, {96000, 9600}};
-    for (const auto& [rate, frames] : rates) {
+    const std::tuple<Float64, std::size_t, UInt32> settings[] = {
+        {48000, 4800, 512}, {44100, 4410, 2048}, {96000, 9600, 1024}};
+    for (const auto& [rate, frames, bufferFrames] : settings) {
+        set(unit, kAudioDevicePropertyBufferFrameSize, kAudioUnitScope_Global, bufferFrames);
         HardwareTest::set(device, 0, false, kAudioDevicePropertyNominalSampleRate, rate);
         ASSERT_TRUE(isRunning());
         hardware.advanceCycles(device, 10); // the filter's beginning
@@ -237,4 +242,37 @@ TEST_F(DeviceOutput, FollowsTheDefaultOutputUnlessADeviceIsNamed)
     EXPECT_EQ(0, changes % 2); // every stop and start was told
     EXPECT_THAT(played(third), testing::Not(Each(0)));
     EXPECT_EQ(noErr, AudioOutputUnitStop(wrapped->audioUnit()));
+}
+
+TEST_F(DeviceOutput, StandsStartsStopsAndDevicesFromAllSides)
+{
+    const AudioDeviceID second = add("second", 0, 1);
+    AudioUnitInitialize(unit);
+    hardware.setTime(qmx::VirtualTime::fast);
+    const auto often = [](const auto& act) {
+        return std::thread([act] {
+            for (int i = 0; i < 200; ++i)
+                act(i);
+        });
+    };
+    std::thread threads[] = {
+        often([&](int) { AudioOutputUnitStart(unit); }),
+        often([&](int) { AudioOutputUnitStop(unit); }),
+        often([&](int i) {
+            nameDevice(i % 3 == 0 ? kAudioDeviceUnknown : i % 3 == 1 ? device : second);
+        }),
+        often([&](int i) {
+            HardwareTest::set(device, 0, false, kAudioDevicePropertyNominalSampleRate, i % 2 ? 48000.0 : 44100.0);
+            hardware.setDefaultDevice(kAudioHardwarePropertyDefaultOutputDevice, i % 2 ? device : second);
+        }),
+    };
+    for (std::thread& thread : threads)
+        thread.join();
+    hardware.setTime(qmx::VirtualTime::manual);
+    EXPECT_EQ(noErr, AudioOutputUnitStop(unit));
+    EXPECT_FALSE(isRunning());
+    EXPECT_FALSE(hardware.advanceCycles(device) || hardware.advanceCycles(second)); // nothing was left running
+    EXPECT_EQ(noErr, nameDevice(device));
+    EXPECT_EQ(noErr, AudioOutputUnitStart(unit));
+    EXPECT_THAT(played(device), testing::Not(Each(0)));
 }
