@@ -16,7 +16,7 @@ namespace qmx
 /// is named or becomes the default.
 ///
 /// Behind a callback the client's rate is converted to the device's; behind another unit frames are taken one for one.
-class QMX_EXPORT OutputUnit : public Unit, public std::enable_shared_from_this<OutputUnit>, private OutputClient
+class OutputUnit : public Unit, public std::enable_shared_from_this<OutputUnit>, private OutputClient
 {
 public:
     explicit OutputUnit(std::unique_ptr<OutputHardware> hardware);
