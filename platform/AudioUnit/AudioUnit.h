@@ -18,8 +18,11 @@
 //   Latency, TailTime       Float64 seconds, global; ParameterList: AudioUnitParameterID each
 // Of the converter unit: RenderQuality UInt32 (0 to 127, global), SupportedNumChannels AUChannelInfo (global), and
 // kAudioOutputUnitProperty_ChannelMap, an SInt32 for each output channel (output scope): its input channel, or -1 for silence.
-// Of output units: kAudioOutputUnitProperty_CurrentDevice, kAudioOutputUnitProperty_IsRunning (UInt32), the device's own
-// properties by their codes; and the parameter kHALOutputParam_Volume. Their output side is the device's, to be read.
+// Of output units: kAudioOutputUnitProperty_CurrentDevice (kAudioDeviceUnknown: the default output; not to be set inside
+// callbacks), kAudioOutputUnitProperty_IsRunning (UInt32), the device's own properties (output section) by their codes; and the
+// parameter kHALOutputParam_Volume. Their output side is the device's, to be read: interleaved floats of its rate and
+// channels when it was named or started last; the input format until then. Naming a device on a unit that is not
+// initialised gives the input its rate. None asks for a device before one is named, asked about or started.
 #pragma once
 
 #include "AudioUnit/AudioUnitProperties.h"
@@ -43,7 +46,8 @@ QMX_EXPORT OSStatus AudioUnitGetProperty(AudioUnit unit, AudioUnitPropertyID pro
 QMX_EXPORT OSStatus AudioUnitSetProperty(AudioUnit unit, AudioUnitPropertyID property, AudioUnitScope scope,
                                          AudioUnitElement element, const void* value, UInt32 size);
 
-/// Hears that a property was set. Called on the thread that set it, with no lock held.
+/// Hears that a property was set. Called on the thread that set it, with no lock held; of what a device changed (an output unit
+/// that stops with its device, or goes on with another), on the notification thread of the hardware layer.
 using AudioUnitPropertyListenerProc = void (*)(void* refCon, AudioUnit unit, AudioUnitPropertyID property,
                                                AudioUnitScope scope, AudioUnitElement element);
 QMX_EXPORT OSStatus AudioUnitAddPropertyListener(AudioUnit unit, AudioUnitPropertyID property,
@@ -71,9 +75,11 @@ QMX_EXPORT OSStatus AudioUnitSetParameter(AudioUnit unit, AudioUnitParameterID p
 QMX_EXPORT OSStatus AudioUnitRender(AudioUnit unit, AudioUnitRenderActionFlags* flags, const AudioTimeStamp* time,
                                     UInt32 bus, UInt32 frames, AudioBufferList* data);
 
-/// Starts the cycles of an output unit; kAudioHardwareBadDeviceError where there is no device. badComponentSelector for units of
-/// another type. Not on real-time threads.
+/// Starts the cycles of an output unit on the device that was named (kAudioOutputUnitProperty_CurrentDevice), else on the default
+/// output, which it then follows; kAudioHardwareBadDeviceError where there is none. A unit that loses its device stops, and
+/// goes on when one is named or becomes the default, unless it is stopped before. badComponentSelector for units of another
+/// type; kAudioUnitErr_CannotDoInCurrentContext on real-time threads and inside callbacks.
 QMX_EXPORT OSStatus AudioOutputUnitStart(AudioUnit unit);
 /// Stops the cycles and waits for the one in flight. On real-time threads and inside callbacks it only marks: the unit is not
-/// running at once, and no further callback comes.
+/// running at once, its slice is silence, and no further callback comes; a start waits for what is left.
 QMX_EXPORT OSStatus AudioOutputUnitStop(AudioUnit unit);

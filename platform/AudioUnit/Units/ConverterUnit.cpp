@@ -10,7 +10,7 @@ namespace qmx
 namespace
 {
 
-bool isChannelMap(const PropertyAddress& address)
+bool isChannelMap(const UnitPropertyAddress& address)
 {
     return address.id == kAudioOutputUnitProperty_ChannelMap && address.scope == kAudioUnitScope_Output &&
            address.element == 0;
@@ -43,7 +43,7 @@ ChannelRoutes ConverterUnit::routes() const
     return ChannelRoutes::between(inputs, outputs);
 }
 
-OSStatus ConverterUnit::shapeOf(const PropertyAddress& address, PropertyShape& shape) const
+OSStatus ConverterUnit::shapeOf(const UnitPropertyAddress& address, PropertyShape& shape) const
 {
     if (address.id == kAudioUnitProperty_RenderQuality)
         return ofUnit(address, {.size = sizeof(UInt32), .isWritable = true}, shape);
@@ -55,7 +55,7 @@ OSStatus ConverterUnit::shapeOf(const PropertyAddress& address, PropertyShape& s
     return noErr;
 }
 
-OSStatus ConverterUnit::read(const PropertyAddress& address, void* value) const
+OSStatus ConverterUnit::read(const UnitPropertyAddress& address, void* value) const
 {
     if (address.id == kAudioUnitProperty_RenderQuality) {
         std::memcpy(value, &quality_, sizeof quality_);
@@ -75,7 +75,7 @@ OSStatus ConverterUnit::read(const PropertyAddress& address, void* value) const
     return noErr;
 }
 
-OSStatus ConverterUnit::write(const PropertyAddress& address, const void* value)
+OSStatus ConverterUnit::write(const UnitPropertyAddress& address, const void* value)
 {
     if (address.id == kAudioUnitProperty_RenderQuality) {
         UInt32 quality = 0;

@@ -16,9 +16,9 @@ public:
 
 protected:
     OSStatus makeEngine(UInt32 bus, std::unique_ptr<RenderEngine>& engine) override;
-    OSStatus shapeOf(const PropertyAddress& address, PropertyShape& shape) const override;
-    OSStatus read(const PropertyAddress& address, void* value) const override;
-    OSStatus write(const PropertyAddress& address, const void* value) override;
+    OSStatus shapeOf(const UnitPropertyAddress& address, PropertyShape& shape) const override;
+    OSStatus read(const UnitPropertyAddress& address, void* value) const override;
+    OSStatus write(const UnitPropertyAddress& address, const void* value) override;
 
 private:
     OSStatus setQuality(UInt32 quality);

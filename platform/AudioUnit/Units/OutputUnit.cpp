@@ -14,7 +14,8 @@ namespace qmx
 namespace
 {
 
-constexpr PropertyAddress running{kAudioOutputUnitProperty_IsRunning, kAudioUnitScope_Global, 0};
+constexpr UnitPropertyAddress running{kAudioOutputUnitProperty_IsRunning, kAudioUnitScope_Global, 0};
+constexpr UnitPropertyAddress currentDevice{kAudioOutputUnitProperty_CurrentDevice, kAudioUnitScope_Global, 0};
 
 void applyGain(Float32 gain, const AudioBuffer& buffer)
 {
@@ -38,25 +39,12 @@ const Unit::ParameterRange OutputUnit::volume{.id = kHALOutputParam_Volume, .min
 OutputUnit::OutputUnit(std::unique_ptr<OutputHardware> hardware)
     : Unit({.inputs = 1, .outputs = 1}, {&volume, 1}), hardware_(std::move(hardware))
 {
-    followFormats();
 }
 
 OSStatus OutputUnit::uninitialise()
 {
     stop();
     return Unit::uninitialise();
-}
-
-OSStatus OutputUnit::setProperty(const PropertyAddress& address, const void* value, UInt32 size)
-{
-    const bool isInterrupted = address.id == kAudioOutputUnitProperty_CurrentDevice && isRunning();
-    if (isInterrupted)
-        stop();
-    const OSStatus status = Unit::setProperty(address, value, size);
-    if (!isInterrupted)
-        return status;
-    const OSStatus startStatus = start();
-    return status != noErr ? status : startStatus;
 }
 
 OSStatus OutputUnit::makeEngine(UInt32, std::unique_ptr<RenderEngine>& engine)
@@ -75,34 +63,51 @@ void OutputUnit::coupleFormats(AudioUnitScope, AudioUnitElement)
 
 void OutputUnit::followFormats()
 {
-    outputFormat(0) = hardware_ ? hardware_->format() : input(0).format;
+    outputFormat(0) = knowsDevice_.load() ? device_.format() : input(0).format;
+}
+
+/// Has the output side follow a device (an unknown one: none). On failure everything stays. Under the control lock.
+OSStatus OutputUnit::adopt(const OutputDevice& device)
+{
+    if (device == device_)
+        return noErr;
+    const auto set = [this](const OutputDevice& next) {
+        device_ = next;
+        knowsDevice_.store(next.id != kAudioDeviceUnknown);
+        followFormats();
+    };
+    const OutputDevice old = device_;
+    set(device);
+    if (old.sampleRate != device.sampleRate ||
+        old.channels != device.channels) { // else what renders goes on undisturbed
+        if (const OSStatus status = remakeEngines(); status != noErr) {
+            set(old);
+            return status;
+        }
+        noteChange({kAudioUnitProperty_StreamFormat, kAudioUnitScope_Output, 0});
+    }
+    if (old.id != device.id)
+        noteChange(currentDevice);
+    return noErr;
 }
 
 OSStatus OutputUnit::start()
 {
+    if (!mayWait())
+        return kAudioUnitErr_CannotDoInCurrentContext;
     if (!isInitialised())
         return kAudioUnitErr_Uninitialized;
-    if (!hardware_)
-        return kAudioHardwareBadDeviceError;
-    if (isRunning())
-        return noErr;
-    hardware_->waitUntilStopped(); // an earlier stop on a real-time thread
-    isRunning_.store(true);
-    const OSStatus status = hardware_->start(*this);
-    if (status == noErr)
-        tell(running);
-    else
-        isRunning_.store(false);
+    wantsToRun_.store(true);
+    const OSStatus status = resume();
+    if (status != noErr)
+        wantsToRun_.store(false);
     return status;
 }
 
 OSStatus OutputUnit::stop()
 {
-    const bool wasRunning = isRunning_.exchange(false);
-    if (!hardware_)
-        return noErr;
-    if (wasRunning)
-        hardware_->stop();
+    wantsToRun_.store(false);
+    const bool wasRunning = halt();
     if (!mayWait())
         return noErr;
     hardware_->waitUntilStopped();
@@ -111,88 +116,180 @@ OSStatus OutputUnit::stop()
     return noErr;
 }
 
-void OutputUnit::renderCycle(const AudioTimeStamp& time, UInt32 frames, AudioBufferList& data)
+/// Stops without a change of the wish to run.
+bool OutputUnit::halt()
 {
+    const bool wasRunning = isRunning_.exchange(false);
+    hardware_->stop();
+    return wasRunning;
+}
+
+/// Starts on the device of the moment, unless it runs. With no lock held.
+OSStatus OutputUnit::resume()
+{
+    hardware_->waitUntilStopped(); // an earlier stop on a real-time thread
+    const bool wasRunning = isRunning();
+    const OSStatus status = startOnDevice();
+    finishControl();
+    if (!wantsToRun_.load())
+        halt(); // stopped meanwhile
+    else if (status == noErr && !wasRunning)
+        tell(running);
+    return status;
+}
+
+OSStatus OutputUnit::startOnDevice()
+{
+    const std::scoped_lock lock(starting_);
+    if (isRunning())
+        return noErr;
+    OutputDevice device;
+    UInt32 frames = 0;
+    OSStatus status = hardware_->examine(hardware_->device(), device);
+    if (status == noErr)
+        status = controlLocked([&] {
+            frames = maximumFrames();
+            return adopt(device);
+        });
+    if (status != noErr)
+        return status;
+    isRunning_.store(true);
+    status = hardware_->start(device, {shared_from_this(), this}, frames);
+    if (status != noErr)
+        isRunning_.store(false);
+    return status;
+}
+
+void OutputUnit::deviceChanged()
+{
+    if (!wantsToRun_.load())
+        return;
+    OutputDevice device;
+    const OSStatus status = hardware_->examine(hardware_->device(), device);
+    bool isSame = false;
+    controlLocked([&] {
+        isSame = status == noErr && device == device_;
+        return noErr;
+    });
+    if (isSame && isRunning())
+        return;
+    const bool wasRunning = halt();
+    if (resume() != noErr && wasRunning)
+        tell(running);
+}
+
+void OutputUnit::renderCycle(const AudioTimeStamp& time, UInt32 frames, const PcmLayout& layout, AudioBufferList& data)
+{
+    if (!isRunning() || !isInitialised())
+        return;
     AudioUnitRenderActionFlags flags = 0;
-    const bool isRendered = isRunning() && isInitialised();
-    if (isRendered)
-        render({flags, time, 0, frames}, data);
+    render({flags, time, 0, frames}, data, &layout);
     Float32 gain = 1;
     parameter(kHALOutputParam_Volume, kAudioUnitScope_Global, gain);
-    // a stop in the callback silences the slice it came with
-    if (!isRendered || !isRunning())
+    if (!isRunning()) // a stop in the callback silences the slice it came with
         gain = 0;
     for (const AudioBuffer& buffer : buffersOf(data))
         applyGain(gain, buffer);
 }
 
-OSStatus OutputUnit::shapeOf(const PropertyAddress& address, PropertyShape& shape) const
+/// Codes of four characters are the device's; units number theirs. The rate without a device is the client's.
+bool OutputUnit::isOfDevice(AudioUnitPropertyID property) const
 {
-    if (address.id == kAudioOutputUnitProperty_IsRunning) {
-        shape = {.size = sizeof(UInt32)};
-        return noErr;
-    }
-    const OSStatus status = Unit::shapeOf(address, shape);
-    if (status == kAudioUnitErr_InvalidProperty)
-        return shapeOfDeviceProperty(address.id, shape);
-    const bool isFormat = address.id == kAudioUnitProperty_StreamFormat || address.id == kAudioUnitProperty_SampleRate;
-    if (isFormat && address.scope == kAudioUnitScope_Output)
-        shape.isWritable = false; // the device's
-    return status;
+    constexpr AudioUnitPropertyID lowestCode = 1U << 24;
+    return property >= lowestCode && (property != kAudioDevicePropertyNominalSampleRate || knowsDevice_.load());
 }
 
-OSStatus OutputUnit::shapeOfDeviceProperty(AudioUnitPropertyID property, PropertyShape& shape) const
+OSStatus OutputUnit::propertyInfo(const UnitPropertyAddress& address, UInt32* size, Boolean* isWritable) const
 {
-    if (hardware_)
-        return hardware_->propertySize(property, shape.size, shape.isWritable);
-    switch (property) {
+    return isOfDevice(address.id) ? hardware_->propertyInfo(address.id, size, isWritable)
+                                  : Unit::propertyInfo(address, size, isWritable);
+}
+
+OSStatus OutputUnit::property(const UnitPropertyAddress& address, void* value, UInt32& size)
+{
+    return isOfDevice(address.id) ? hardware_->read(address.id, size, value) : Unit::property(address, value, size);
+}
+
+OSStatus OutputUnit::setProperty(const UnitPropertyAddress& address, const void* value, UInt32 size)
+{
+    if (isOfDevice(address.id))
+        return hardware_->write(address.id, size, value);
+    if (address.id != kAudioOutputUnitProperty_CurrentDevice)
+        return Unit::setProperty(address, value, size);
+    if (!mayWait())
+        return kAudioUnitErr_CannotDoInCurrentContext;
+    const bool wasRunning = halt();
+    const OSStatus status = Unit::setProperty(address, value, size);
+    const OSStatus startStatus = wantsToRun_.load() ? resume() : noErr;
+    if (wasRunning && !isRunning())
+        tell(running);
+    return status != noErr ? status : startStatus;
+}
+
+OSStatus OutputUnit::shapeOf(const UnitPropertyAddress& address, PropertyShape& shape) const
+{
+    const bool isFormat = address.id == kAudioUnitProperty_StreamFormat || address.id == kAudioUnitProperty_SampleRate;
+    OSStatus status = noErr;
+    switch (address.id) {
+    case kAudioOutputUnitProperty_IsRunning:
+        shape = {.size = sizeof(UInt32)};
+        return noErr;
+    case kAudioOutputUnitProperty_CurrentDevice:
+        shape = {.size = sizeof(AudioDeviceID), .isWritable = true};
+        return noErr;
     case kAudioDevicePropertyNominalSampleRate:
         shape = {.size = sizeof(Float64)};
         return noErr;
-    case kAudioOutputUnitProperty_CurrentDevice:
-        shape = {.size = sizeof(UInt32), .isWritable = true};
-        return noErr;
     default:
-        return kAudioUnitErr_InvalidProperty;
+        status = Unit::shapeOf(address, shape);
+        if (isFormat && address.scope == kAudioUnitScope_Output)
+            shape.isWritable = false; // the device's
+        return status;
     }
 }
 
-OSStatus OutputUnit::read(const PropertyAddress& address, void* value) const
+OSStatus OutputUnit::read(const UnitPropertyAddress& address, void* value) const
 {
-    const OSStatus status = Unit::read(address, value);
-    if (status != kAudioUnitErr_InvalidProperty)
-        return status;
-    PropertyShape shape;
-    shapeOfDeviceProperty(address.id, shape);
-    if (hardware_)
-        return hardware_->read(address.id, shape.size, value);
-    std::memset(value, 0, shape.size); // no current device
-    if (address.id == kAudioDevicePropertyNominalSampleRate)
+    switch (address.id) {
+    case kAudioOutputUnitProperty_CurrentDevice: {
+        const AudioDeviceID device = hardware_->device();
+        std::memcpy(value, &device, sizeof device);
+        return noErr;
+    }
+    case kAudioDevicePropertyNominalSampleRate:
         std::memcpy(value, &input(0).format.mSampleRate, sizeof(Float64));
+        return noErr;
+    default:
+        return Unit::read(address, value);
+    }
+}
+
+OSStatus OutputUnit::write(const UnitPropertyAddress& address, const void* value)
+{
+    if (address.id != kAudioOutputUnitProperty_CurrentDevice)
+        return Unit::write(address, value);
+    AudioDeviceID device = kAudioDeviceUnknown;
+    std::memcpy(&device, value, sizeof device);
+    return setDevice(device);
+}
+
+OSStatus OutputUnit::setDevice(AudioDeviceID id)
+{
+    OutputDevice device; // the default one is looked up at the start
+    OSStatus status = id == kAudioDeviceUnknown ? noErr : hardware_->examine(id, device);
+    if (status == noErr)
+        status = adopt(device);
+    if (status != noErr)
+        return status;
+    hardware_->name(id);
+    if (id != kAudioDeviceUnknown && !isInitialised()) {
+        input(0).format.mSampleRate = device.sampleRate;
+        noteChange({kAudioUnitProperty_StreamFormat, kAudioUnitScope_Input, 0});
+    }
     return noErr;
 }
 
-OSStatus OutputUnit::write(const PropertyAddress& address, const void* value)
-{
-    const OSStatus status = Unit::write(address, value);
-    if (status != kAudioUnitErr_InvalidProperty)
-        return status;
-    if (!hardware_)
-        return kAudioHardwareBadDeviceError;
-    PropertyShape shape;
-    shapeOfDeviceProperty(address.id, shape);
-    if (const OSStatus refusal = hardware_->write(address.id, shape.size, value); refusal != noErr)
-        return refusal;
-    if (address.id == kAudioOutputUnitProperty_CurrentDevice && !isInitialised()) {
-        input(0).format.mSampleRate = hardware_->format().mSampleRate;
-        noteChange({kAudioUnitProperty_StreamFormat, kAudioUnitScope_Input, 0});
-    }
-    followFormats();
-    noteChange(address);
-    return remakeEngines();
-}
-
-std::optional<UInt32> OutputUnit::liveValue(const PropertyAddress& address)
+std::optional<UInt32> OutputUnit::liveValue(const UnitPropertyAddress& address)
 {
     return address.id == kAudioOutputUnitProperty_IsRunning ? std::optional<UInt32>(isRunning())
                                                             : Unit::liveValue(address);

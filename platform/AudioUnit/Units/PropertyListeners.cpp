@@ -16,7 +16,13 @@ void PropertyListeners::remove(AudioUnitPropertyID property, AudioUnitPropertyLi
     std::erase_if(entries_, [&](const Entry& e) { return e.property == property && e.listener == listener; });
 }
 
-void PropertyListeners::tell(AudioUnit unit, const PropertyAddress& address) const
+void PropertyListeners::clear()
+{
+    const std::scoped_lock lock(mutex_);
+    entries_.clear();
+}
+
+void PropertyListeners::tell(AudioUnit unit, const UnitPropertyAddress& address) const
 {
     std::vector<Entry> entries;
     {

@@ -10,7 +10,7 @@
 namespace qmx
 {
 
-struct PropertyAddress {
+struct UnitPropertyAddress {
     AudioUnitPropertyID id;
     AudioUnitScope scope;
     AudioUnitElement element;
@@ -21,9 +21,10 @@ class PropertyListeners
 {
 public:
     void add(AudioUnitPropertyID property, AudioUnitPropertyListenerProc listener, void* refCon);
+    void clear();
     void remove(AudioUnitPropertyID property, AudioUnitPropertyListenerProc listener);
     /// Calls those that listen to the property, with no lock held.
-    void tell(AudioUnit unit, const PropertyAddress& address) const;
+    void tell(AudioUnit unit, const UnitPropertyAddress& address) const;
 
 private:
     struct Entry {

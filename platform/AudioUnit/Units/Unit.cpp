@@ -59,21 +59,31 @@ Unit::~Unit()
 
 OSStatus Unit::control(const std::function<OSStatus()>& work)
 {
-    OSStatus status = noErr;
-    std::vector<PropertyAddress> changes;
+    const OSStatus status = controlLocked(work);
+    finishControl();
+    return status;
+}
+
+OSStatus Unit::controlLocked(const std::function<OSStatus()>& work)
+{
+    const std::scoped_lock lock(control_);
+    try {
+        return work();
+    } catch (const std::bad_alloc&) {
+        return kAudio_MemFullError;
+    }
+}
+
+void Unit::finishControl()
+{
+    std::vector<UnitPropertyAddress> changes;
     {
         const std::scoped_lock lock(control_);
-        try {
-            status = work();
-        } catch (const std::bad_alloc&) {
-            status = kAudio_MemFullError;
-        }
-        changes = std::exchange(changes_, {});
+        changes.swap(changes_);
     }
     settle();
-    for (const PropertyAddress& change : changes)
+    for (const UnitPropertyAddress& change : changes)
         tell(change);
-    return status;
 }
 
 /// Frees what was retired, when no render uses it any more. Inside a callback, whose own render may use it, that waits for a
@@ -139,6 +149,7 @@ void Unit::close()
             setSource(element, nullptr);
         return noErr;
     });
+    listeners_.clear();
 }
 
 OSStatus Unit::remakeEngines()
@@ -205,8 +216,8 @@ OSStatus Unit::connect(const AudioUnitConnection& connection)
         if (upstream->isFedBy(*this))
             return kAudioUnitErr_InvalidPropertyValue;
         UInt32 size = sizeof format;
-        const PropertyAddress output{kAudioUnitProperty_StreamFormat, kAudioUnitScope_Output,
-                                     connection.sourceOutputNumber};
+        const UnitPropertyAddress output{kAudioUnitProperty_StreamFormat, kAudioUnitScope_Output,
+                                         connection.sourceOutputNumber};
         if (const OSStatus status = upstream->property(output, &format, size); status != noErr)
             return status;
         source = InputSource::connection(upstream, connection.sourceOutputNumber);

@@ -41,11 +41,11 @@ public:
     OSStatus initialise();
     virtual OSStatus uninitialise();
     OSStatus reset();
-    /// Uninitialises, and lets go of what gives input.
+    /// Uninitialises, and lets go of what gives input and of the listeners.
     void close();
-    OSStatus propertyInfo(const PropertyAddress& address, UInt32* size, Boolean* isWritable) const;
-    OSStatus property(const PropertyAddress& address, void* value, UInt32& size);
-    virtual OSStatus setProperty(const PropertyAddress& address, const void* value, UInt32 size);
+    virtual OSStatus propertyInfo(const UnitPropertyAddress& address, UInt32* size, Boolean* isWritable) const;
+    virtual OSStatus property(const UnitPropertyAddress& address, void* value, UInt32& size);
+    virtual OSStatus setProperty(const UnitPropertyAddress& address, const void* value, UInt32 size);
     OSStatus addRenderNotify(const AURenderCallbackStruct& notify);
     OSStatus removeRenderNotify(const AURenderCallbackStruct& notify);
 
@@ -83,11 +83,11 @@ protected:
 
     // Properties. Overriding functions answer their own and hand on the rest. Under the control lock; `value` has the size that
     // `shapeOf` said. `write` notes what it changes.
-    virtual OSStatus shapeOf(const PropertyAddress& address, PropertyShape& shape) const;
-    virtual OSStatus read(const PropertyAddress& address, void* value) const;
-    virtual OSStatus write(const PropertyAddress& address, const void* value);
+    virtual OSStatus shapeOf(const UnitPropertyAddress& address, PropertyShape& shape) const;
+    virtual OSStatus read(const UnitPropertyAddress& address, void* value) const;
+    virtual OSStatus write(const UnitPropertyAddress& address, const void* value);
     /// 32-bit values that any thread may ask for without a lock.
-    virtual std::optional<UInt32> liveValue(const PropertyAddress& address);
+    virtual std::optional<UInt32> liveValue(const UnitPropertyAddress& address);
 
     /// Whether rendering depends on what gives input, so that a change of it makes new engines.
     virtual bool isShapedBySources() const { return false; }
@@ -95,15 +95,19 @@ protected:
     virtual void coupleFormats(AudioUnitScope scope, AudioUnitElement element);
 
     /// `shape` for a property of the global scope.
-    static OSStatus ofUnit(const PropertyAddress& address, const PropertyShape& shape, PropertyShape& result);
+    static OSStatus ofUnit(const UnitPropertyAddress& address, const PropertyShape& shape, PropertyShape& result);
     /// Replaces the engines of an initialised unit; on failure the old ones go on. Under the control lock.
     OSStatus remakeEngines();
 
     /// Runs `work` under the control lock, then waits out the renders that use what it retired and tells the listeners.
     OSStatus control(const std::function<OSStatus()>& work);
-    void noteChange(const PropertyAddress& address) { changes_.push_back(address); }
+    // The two halves of it, for those who hold a lock of their own in the first.
+    OSStatus controlLocked(const std::function<OSStatus()>& work);
+    void finishControl();
+    /// Under the control lock.
+    void noteChange(const UnitPropertyAddress& address) { changes_.push_back(address); }
     /// Tells the listeners of `address`. Without a lock held.
-    void tell(const PropertyAddress& address) const { listeners_.tell(handle_, address); }
+    void tell(const UnitPropertyAddress& address) const { listeners_.tell(handle_, address); }
 
     InputElement& input(UInt32 element) { return inputs_[element]; }
     const InputElement& input(UInt32 element) const { return inputs_[element]; }
@@ -126,10 +130,10 @@ private:
         std::vector<AURenderCallbackStruct> callbacks;
     };
 
-    OSStatus mayBeSet(const PropertyAddress& address, UInt32 size) const;
+    OSStatus mayBeSet(const UnitPropertyAddress& address, UInt32 size) const;
     OSStatus elementCount(AudioUnitScope scope, UInt32& count) const;
-    OSStatus ofElement(const PropertyAddress& address, const PropertyShape& shape, PropertyShape& result) const;
-    const AudioStreamBasicDescription& formatOf(const PropertyAddress& address) const;
+    OSStatus ofElement(const UnitPropertyAddress& address, const PropertyShape& shape, PropertyShape& result) const;
+    const AudioStreamBasicDescription& formatOf(const UnitPropertyAddress& address) const;
     OSStatus setFormat(AudioUnitScope scope, AudioUnitElement element, const AudioStreamBasicDescription& format);
     OSStatus setMaximumFrames(UInt32 frames);
     OSStatus connect(const AudioUnitConnection& connection);
@@ -151,7 +155,7 @@ private:
     UInt32 maximumFrames_ = 4096;
 
     mutable std::mutex control_;
-    std::vector<PropertyAddress> changes_;                    ///< to tell the listeners
+    std::vector<UnitPropertyAddress> changes_;                ///< to tell the listeners
     std::vector<std::unique_ptr<const Replaceable>> retired_; ///< to free when the gates were quiet
     PropertyListeners listeners_;
 };

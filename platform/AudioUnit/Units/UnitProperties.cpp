@@ -27,7 +27,7 @@ template <class T> T valueAs(const void* value)
 
 } // namespace
 
-OSStatus Unit::propertyInfo(const PropertyAddress& address, UInt32* size, Boolean* isWritable) const
+OSStatus Unit::propertyInfo(const UnitPropertyAddress& address, UInt32* size, Boolean* isWritable) const
 {
     const std::scoped_lock lock(control_);
     PropertyShape shape;
@@ -41,7 +41,7 @@ OSStatus Unit::propertyInfo(const PropertyAddress& address, UInt32* size, Boolea
     return noErr;
 }
 
-OSStatus Unit::property(const PropertyAddress& address, void* value, UInt32& size)
+OSStatus Unit::property(const UnitPropertyAddress& address, void* value, UInt32& size)
 {
     const bool isSizeAsked = !value;
     if (const auto live = isSizeAsked || size < sizeof(UInt32) ? std::nullopt : liveValue(address)) {
@@ -62,7 +62,7 @@ OSStatus Unit::property(const PropertyAddress& address, void* value, UInt32& siz
 }
 
 /// Whether a value of `size` bytes may be set.
-OSStatus Unit::mayBeSet(const PropertyAddress& address, UInt32 size) const
+OSStatus Unit::mayBeSet(const UnitPropertyAddress& address, UInt32 size) const
 {
     PropertyShape shape;
     const OSStatus status = shapeOf(address, shape);
@@ -73,7 +73,7 @@ OSStatus Unit::mayBeSet(const PropertyAddress& address, UInt32 size) const
     return size == shape.size ? noErr : kAudioUnitErr_InvalidPropertyValue;
 }
 
-OSStatus Unit::setProperty(const PropertyAddress& address, const void* value, UInt32 size)
+OSStatus Unit::setProperty(const UnitPropertyAddress& address, const void* value, UInt32 size)
 {
     const bool isConnection = address.id == kAudioUnitProperty_MakeConnection;
     const OSStatus status = control([&] {
@@ -102,7 +102,7 @@ OSStatus Unit::elementCount(AudioUnitScope scope, UInt32& count) const
 }
 
 /// `shape` for an element that there is, outside of the global scope.
-OSStatus Unit::ofElement(const PropertyAddress& address, const PropertyShape& shape, PropertyShape& result) const
+OSStatus Unit::ofElement(const UnitPropertyAddress& address, const PropertyShape& shape, PropertyShape& result) const
 {
     UInt32 count = 0;
     if (address.scope == kAudioUnitScope_Global || elementCount(address.scope, count) != noErr)
@@ -113,7 +113,7 @@ OSStatus Unit::ofElement(const PropertyAddress& address, const PropertyShape& sh
     return noErr;
 }
 
-OSStatus Unit::ofUnit(const PropertyAddress& address, const PropertyShape& shape, PropertyShape& result)
+OSStatus Unit::ofUnit(const UnitPropertyAddress& address, const PropertyShape& shape, PropertyShape& result)
 {
     if (address.scope != kAudioUnitScope_Global)
         return kAudioUnitErr_InvalidScope;
@@ -121,7 +121,7 @@ OSStatus Unit::ofUnit(const PropertyAddress& address, const PropertyShape& shape
     return noErr;
 }
 
-OSStatus Unit::shapeOf(const PropertyAddress& address, PropertyShape& shape) const
+OSStatus Unit::shapeOf(const UnitPropertyAddress& address, PropertyShape& shape) const
 {
     const bool isInput = address.scope == kAudioUnitScope_Input;
     UInt32 count = 0;
@@ -153,12 +153,12 @@ OSStatus Unit::shapeOf(const PropertyAddress& address, PropertyShape& shape) con
     }
 }
 
-const AudioStreamBasicDescription& Unit::formatOf(const PropertyAddress& address) const
+const AudioStreamBasicDescription& Unit::formatOf(const UnitPropertyAddress& address) const
 {
     return address.scope == kAudioUnitScope_Input ? inputs_[address.element].format : buses_[address.element].format;
 }
 
-OSStatus Unit::read(const PropertyAddress& address, void* value) const
+OSStatus Unit::read(const UnitPropertyAddress& address, void* value) const
 {
     UInt32 count = 0;
     switch (address.id) {
@@ -183,7 +183,7 @@ OSStatus Unit::read(const PropertyAddress& address, void* value) const
     }
 }
 
-OSStatus Unit::write(const PropertyAddress& address, const void* value)
+OSStatus Unit::write(const UnitPropertyAddress& address, const void* value)
 {
     switch (address.id) {
     case kAudioUnitProperty_StreamFormat:
@@ -216,7 +216,7 @@ OSStatus Unit::setMaximumFrames(UInt32 frames)
     return noErr;
 }
 
-std::optional<UInt32> Unit::liveValue(const PropertyAddress& address)
+std::optional<UInt32> Unit::liveValue(const UnitPropertyAddress& address)
 {
     // reading it clears it
     if (address.id == kAudioUnitProperty_LastRenderError && address.scope == kAudioUnitScope_Global)

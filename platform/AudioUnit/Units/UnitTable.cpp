@@ -3,6 +3,7 @@
 
 #include "AudioUnit/AudioUnit.h"
 #include "AudioUnit/Units/ConverterUnit.h"
+#include "AudioUnit/Units/DeviceOutput.h"
 #include "AudioUnit/Units/OutputUnit.h"
 
 namespace qmx
@@ -15,8 +16,13 @@ template <class T> std::shared_ptr<Unit> make()
     return std::make_shared<T>();
 }
 
+std::shared_ptr<Unit> makeDefaultOutput()
+{
+    return std::make_shared<OutputUnit>(std::make_unique<DeviceOutput>());
+}
+
 constexpr OpaqueComponent units[] = {
-    {{kAudioUnitType_Output, kAudioUnitSubType_DefaultOutput, kAudioUnitManufacturer_Apple}, make<OutputUnit>},
+    {{kAudioUnitType_Output, kAudioUnitSubType_DefaultOutput, kAudioUnitManufacturer_Apple}, makeDefaultOutput},
     {{kAudioUnitType_FormatConverter, kAudioUnitSubType_AUConverter, kAudioUnitManufacturer_Apple},
      make<ConverterUnit>},
 };

@@ -2,6 +2,7 @@
 #include "AudioToolbox/AUGraph.h"
 
 #include "CoreAudio/AudioHardware.h"
+#include "CoreAudio/VirtualHardware.h"
 #include "support/Units.h"
 
 using namespace qmx::test;
@@ -80,6 +81,7 @@ TEST_F(AUGraphs, RefuseWhatDoesNotFit)
     AUGraphGetNumberOfConnections(graph, &connections);
     EXPECT_EQ(1U, connections);
     EXPECT_EQ(noErr, AUGraphInitialize(graph));
+    qmx::VirtualHardware::shared().reset(); // no device
     EXPECT_EQ(kAudioHardwareBadDeviceError, AUGraphStart(graph));
     EXPECT_FALSE(isRunning());
 

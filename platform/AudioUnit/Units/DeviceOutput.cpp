@@ -1,0 +1,155 @@
+// SPDX-License-Identifier: MIT
+#include "AudioUnit/Units/DeviceOutput.h"
+
+#include "AudioUnit/Units/DeviceRun.h"
+#include "AudioUnit/Units/DeviceWatch.h"
+#include "AudioUnit/Units/SliceBuffers.h"
+#include "Foundation/HeapBlock.h"
+#include "Foundation/RealTime.h"
+
+#include <algorithm>
+#include <new>
+#include <utility>
+
+namespace qmx
+{
+namespace
+{
+
+OSStatus asUnitStatus(OSStatus status)
+{
+    switch (status) {
+    case kAudioHardwareUnknownPropertyError:
+        return kAudioUnitErr_InvalidProperty;
+    case kAudioHardwareUnsupportedOperationError:
+        return kAudioUnitErr_PropertyNotWritable;
+    case kAudioHardwareBadPropertySizeError:
+        return kAudioUnitErr_InvalidPropertyValue;
+    default:
+        return status;
+    }
+}
+
+AudioDeviceID defaultOutputDevice()
+{
+    AudioDeviceID device = kAudioDeviceUnknown;
+    UInt32 size = sizeof device;
+    const OSStatus status = AudioHardwareGetProperty(kAudioHardwarePropertyDefaultOutputDevice, &size, &device);
+    return status == noErr ? device : kAudioDeviceUnknown;
+}
+
+/// Of all output streams.
+OSStatus countChannels(AudioDeviceID device, UInt32& channels)
+{
+    constexpr AudioDevicePropertyID streams = kAudioDevicePropertyStreamConfiguration;
+    UInt32 size = 0;
+    OSStatus status = AudioDeviceGetPropertyInfo(device, 0, false, streams, &size, nullptr);
+    if (status != noErr)
+        return status;
+    const HeapBlock block = zeroedHeapBlock(std::max<std::size_t>(size, sizeof(AudioBufferList)));
+    if (!block)
+        return kAudio_MemFullError;
+    status = AudioDeviceGetProperty(device, 0, false, streams, &size, block.get());
+    if (status != noErr)
+        return status;
+    for (const AudioBuffer& stream : buffersOf(*static_cast<AudioBufferList*>(block.get())))
+        channels += stream.mNumberChannels;
+    return noErr;
+}
+
+} // namespace
+
+AudioStreamBasicDescription OutputDevice::format() const
+{
+    const auto frameBytes = static_cast<UInt32>(channels * sizeof(Float32));
+    return {.mSampleRate = sampleRate,
+            .mFormatID = kAudioFormatLinearPCM,
+            .mFormatFlags = kAudioFormatFlagsNativeFloatPacked,
+            .mBytesPerPacket = frameBytes,
+            .mFramesPerPacket = 1,
+            .mBytesPerFrame = frameBytes,
+            .mChannelsPerFrame = channels,
+            .mBitsPerChannel = 32};
+}
+
+DeviceOutput::DeviceOutput() = default;
+DeviceOutput::~DeviceOutput() = default;
+
+OSStatus DeviceOutput::examine(AudioDeviceID id, OutputDevice& device) const
+{
+    if (id == kAudioDeviceUnknown)
+        return kAudioHardwareBadDeviceError;
+    device = {.id = id};
+    UInt32 size = sizeof device.sampleRate;
+    const OSStatus status =
+        AudioDeviceGetProperty(id, 0, false, kAudioDevicePropertyNominalSampleRate, &size, &device.sampleRate);
+    if (status != noErr)
+        return status;
+    const OSStatus channelStatus = countChannels(id, device.channels);
+    return channelStatus == noErr && device.channels == 0 ? kAudioHardwareBadDeviceError : channelStatus;
+}
+
+AudioDeviceID DeviceOutput::device() const
+{
+    const AudioDeviceID named = named_.load();
+    return named != kAudioDeviceUnknown ? named : defaultOutputDevice();
+}
+
+OSStatus DeviceOutput::start(const OutputDevice& device, std::shared_ptr<OutputClient> client, UInt32 maximumFrames)
+try {
+    if (!watch_)
+        watch_ = std::make_unique<DeviceWatch>(client);
+    watch_->add(device.id);
+    auto made = std::make_unique<DeviceRun>(device, std::move(client), maximumFrames);
+    if (const OSStatus status = made->enroll(); status != noErr)
+        return status;
+    DeviceRun* const run = made.release();
+    end(run_.exchange(run), false); // that of a stop which came too early for it
+    const OSStatus status = DeviceRun::start(device.id, run);
+    if (status == noErr || run_.load() != run)
+        return noErr; // or a stop came first
+    end(run_.exchange(nullptr), false);
+    return status;
+} catch (const std::bad_alloc&) {
+    return kAudio_MemFullError;
+}
+
+void DeviceOutput::stop() noexcept
+{
+    const RenderGate::Pass passed(ending_); // who finds the run gone finds it in the gate
+    end(run_.exchange(nullptr), !isRealTime() && !isInsideCallback());
+}
+
+void DeviceOutput::end(DeviceRun* run, bool mayWait) noexcept
+{
+    if (!run)
+        return;
+    run->end(ending_);
+    if (mayWait)
+        delete run;
+    else
+        retire(run);
+}
+
+void DeviceOutput::waitUntilStopped()
+{
+    ending_.waitUntilQuiet();
+}
+
+OSStatus DeviceOutput::propertyInfo(AudioDevicePropertyID property, UInt32* size, Boolean* isWritable) const
+{
+    return asUnitStatus(AudioDeviceGetPropertyInfo(device(), 0, false, property, size, isWritable));
+}
+
+OSStatus DeviceOutput::read(AudioDevicePropertyID property, UInt32& size, void* value) const
+{
+    return value ? asUnitStatus(AudioDeviceGetProperty(device(), 0, false, property, &size, value))
+                 : propertyInfo(property, &size, nullptr);
+}
+
+OSStatus DeviceOutput::write(AudioDevicePropertyID property, UInt32 size, const void* value)
+{
+    return asUnitStatus(AudioDeviceSetProperty(device(), nullptr, 0, false, property, size, value));
+}
+
+} // namespace qmx

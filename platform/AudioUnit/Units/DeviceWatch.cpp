@@ -1,0 +1,58 @@
+// SPDX-License-Identifier: MIT
+#include "AudioUnit/Units/DeviceWatch.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace qmx
+{
+namespace
+{
+
+constexpr AudioDevicePropertyID watched[] = {kAudioDevicePropertyDeviceIsAlive, kAudioDevicePropertyNominalSampleRate,
+                                             kAudioDevicePropertyStreamConfiguration};
+constexpr UInt8 outputSection = 0;
+
+} // namespace
+
+DeviceWatch::DeviceWatch(std::weak_ptr<OutputClient> client) : client_(std::move(client))
+{
+    AudioHardwareAddPropertyListener(kAudioHardwarePropertyDefaultOutputDevice, hearSystem, this);
+}
+
+DeviceWatch::~DeviceWatch()
+{
+    AudioHardwareRemovePropertyListener(kAudioHardwarePropertyDefaultOutputDevice, hearSystem, this);
+    for (const AudioDeviceID device : devices_)
+        for (const AudioDevicePropertyID property : watched)
+            AudioDeviceRemovePropertyListener(device, 0, outputSection, property, hearDevice, this);
+}
+
+void DeviceWatch::add(AudioDeviceID device)
+{
+    if (std::ranges::find(devices_, device) != devices_.end())
+        return;
+    devices_.push_back(device);
+    for (const AudioDevicePropertyID property : watched)
+        AudioDeviceAddPropertyListener(device, 0, outputSection, property, hearDevice, this);
+}
+
+OSStatus DeviceWatch::hearSystem(AudioHardwarePropertyID, void* self)
+{
+    return static_cast<const DeviceWatch*>(self)->tell();
+}
+
+OSStatus DeviceWatch::hearDevice(AudioDeviceID, UInt32, Boolean, AudioDevicePropertyID, void* self)
+{
+    return static_cast<const DeviceWatch*>(self)->tell();
+}
+
+/// Last, because the client may go, and this with it.
+OSStatus DeviceWatch::tell() const
+{
+    if (const auto client = client_.lock())
+        client->deviceChanged();
+    return noErr;
+}
+
+} // namespace qmx

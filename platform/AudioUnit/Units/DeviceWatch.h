@@ -1,0 +1,37 @@
+// SPDX-License-Identifier: MIT
+// Tells an output unit that its device may have changed.
+#pragma once
+
+#include "AudioUnit/Units/OutputHardware.h"
+
+#include <memory>
+#include <vector>
+
+namespace qmx
+{
+
+/// Listens to the default output and to all devices that the unit has run on, as long as it exists. The listeners hold the
+/// client weakly; while they call it they keep it.
+class DeviceWatch
+{
+public:
+    explicit DeviceWatch(std::weak_ptr<OutputClient> client);
+    /// Not inside callbacks: waits for listeners, which at this point only find the client gone.
+    ~DeviceWatch();
+    DeviceWatch(const DeviceWatch&) = delete;
+    DeviceWatch& operator=(const DeviceWatch&) = delete;
+
+    /// One call at a time.
+    void add(AudioDeviceID device);
+
+private:
+    static OSStatus hearSystem(AudioHardwarePropertyID property, void* self);
+    static OSStatus hearDevice(AudioDeviceID device, UInt32 channel, Boolean isInput, AudioDevicePropertyID property,
+                               void* self);
+    OSStatus tell() const;
+
+    const std::weak_ptr<OutputClient> client_;
+    std::vector<AudioDeviceID> devices_;
+};
+
+} // namespace qmx

@@ -1,0 +1,260 @@
+// SPDX-License-Identifier: MIT
+#include "AudioUnit/Units/DeviceOutput.h"
+
+#include "AudioToolbox/AUGraph.h"
+#include "Processing/QMXAudioUnit.h"
+#include "support/Hardware.h"
+#include "support/Units.h"
+
+#include <cmath>
+#include <gmock/gmock.h>
+#include <numbers>
+#include <thread>
+
+using namespace qmx::test;
+using testing::Contains;
+using testing::Each;
+using testing::ElementsAre;
+
+namespace
+{
+
+/// One channel of a sine of 1 kHz at 44.1 kHz.
+OSStatus giveSine(void*, AudioUnitRenderActionFlags*, const AudioTimeStamp* time, UInt32, UInt32 frames,
+                  AudioBufferList* data)
+{
+    for (UInt32 i = 0; i < frames; ++i)
+        static_cast<Float32*>(data->mBuffers[0].mData)[i] =
+            static_cast<Float32>(0.5 * std::sin(2000 * std::numbers::pi / 44100 * (time->mSampleTime + i)));
+    return noErr;
+}
+
+class DeviceOutput : public HardwareTest
+{
+protected:
+    DeviceOutput()
+    {
+        device = add("first", 0, 2);
+        setInput(unit, counter.callback());
+        AudioUnitAddPropertyListener(unit, kAudioOutputUnitProperty_IsRunning, hear, this);
+    }
+    ~DeviceOutput() override { unit.close(); }
+    static void setInput(AudioUnit to, const AURenderCallbackStruct& callback)
+    {
+        qmx::test::set(to, kAudioUnitProperty_SetRenderCallback, kAudioUnitScope_Input, callback);
+    }
+    OSStatus nameDevice(AudioDeviceID id)
+    {
+        return qmx::test::set(unit, kAudioOutputUnitProperty_CurrentDevice, kAudioUnitScope_Global, id);
+    }
+    bool isRunning()
+    {
+        hardware.settle();
+        return qmx::test::get<UInt32>(unit, kAudioOutputUnitProperty_IsRunning, kAudioUnitScope_Global) != 0;
+    }
+    /// What `id` is given in its next cycles, interleaved.
+    std::vector<Float32> played(AudioDeviceID id, UInt32 cycles = 1)
+    {
+        hardware.captureOutput(id, std::size_t{cycles} * 512);
+        hardware.advanceCycles(id, cycles);
+        return hardware.capturedOutput(id);
+    }
+    static void hear(void* self, AudioUnit, AudioUnitPropertyID, AudioUnitScope, AudioUnitElement)
+    {
+        ++static_cast<DeviceOutput*>(self)->changes;
+    }
+
+    OpenUnit unit{defaultOutput};
+    Counter counter;
+    AudioDeviceID device = 0;
+    std::atomic<int> changes = 0;
+};
+
+} // namespace
+
+TEST_F(DeviceOutput, GivesEachStreamItsChannelsBitForBit)
+{
+    hardware.change(device, [](qmx::DeviceDescription& d) {
+        d.output.streams.resize(2, d.output.streams[0]);
+        d.output.streams[0].channels = 1;
+    });
+    AUGraph graph = nullptr;
+    AUNode node = 0, upstreamNode = 0;
+    AudioUnit output = nullptr, upstream = nullptr;
+    NewAUGraph(&graph);
+    AUGraphNewNode(graph, &defaultOutput, 0, nullptr, &node);
+    AUGraphNewNode(graph, &converterUnit, 0, nullptr, &upstreamNode);
+    AUGraphOpen(graph);
+    AUGraphConnectNodeInput(graph, upstreamNode, 0, node, 0);
+    AUGraphGetNodeInfo(graph, upstreamNode, nullptr, nullptr, nullptr, &upstream);
+    AUGraphGetNodeInfo(graph, node, nullptr, nullptr, nullptr, &output);
+    qmx::test::set(output, kAudioUnitProperty_MaximumFramesPerSlice, kAudioUnitScope_Global,
+                   UInt32{200}); // cycles are split
+    setInput(upstream, counter.callback());
+    HardwareTest::set(device, 0, false, kAudioDevicePropertyNominalSampleRate, 48000.0); // a connection brings no rate
+    counter.times.reserve(9);
+    EXPECT_EQ(noErr, AUGraphInitialize(graph));
+    EXPECT_EQ(noErr, AUGraphStart(graph));
+    const auto samples = played(device, 2);
+    ASSERT_EQ(2U * 512 * 3, samples.size());
+    for (std::size_t i = 0; i < samples.size(); i += 3) // channels that are not rendered are silent
+        ASSERT_THAT(std::vector(&samples[i], &samples[i] + 3),
+                    ElementsAre(static_cast<Float32>(i / 3), static_cast<Float32>(i / 3) + 1000, 0));
+    EXPECT_THAT(counter.times, ElementsAre(0, 200, 400, 512, 712, 912));
+    AUGraphStop(graph);
+    EXPECT_FALSE(hardware.advanceCycles(device));
+    DisposeAUGraph(graph);
+}
+
+TEST_F(DeviceOutput, ResamplesToTheDevicesRateAlsoWhenThatChanges)
+{
+    qmx::test::set(unit, kAudioUnitProperty_StreamFormat, kAudioUnitScope_Input,
+                   linearFormat(32, 1, kAudioFormatFlagIsFloat));
+    setInput(unit, {giveSine, nullptr});
+    AudioUnitInitialize(unit);
+    AudioOutputUnitStart(unit);
+    const std::pair<Float64, UInt32> settings[] = {{48000, 512}, {44100, 2048}, {96000, 1024}};
+    for (const auto& [rate, bufferFrames] : settings) {
+        qmx::test::set(unit, kAudioDevicePropertyBufferFrameSize, kAudioUnitScope_Global, bufferFrames);
+        HardwareTest::set(device, 0, false, kAudioDevicePropertyNominalSampleRate, rate);
+        ASSERT_TRUE(isRunning());
+        hardware.advanceCycles(device, 10); // the filter's beginning
+        const auto stereo = played(device, 20);
+        ASSERT_EQ(20U * 512 * 2, stereo.size());
+        Float64 worst = 0; // what the sum of a frame's neighbours has beside the sine's
+        for (std::size_t i = 2; i + 2 < stereo.size(); ++i)
+            worst = std::max(worst, std::abs(stereo[i - 2] + stereo[i + 2] -
+                                             2 * std::cos(2000 * std::numbers::pi / rate) * stereo[i]));
+        EXPECT_LT(worst, 0.5e-5) << rate; // -100 dB
+        EXPECT_THAT(stereo, Contains(testing::Gt(0.49)));
+    }
+}
+
+TEST_F(DeviceOutput, StopsInsideItsCallbackWithoutTouchingOthers)
+{
+    OpenUnit other(defaultOutput);
+    Counter otherCounter;
+    setInput(other, otherCounter.callback());
+    AudioUnitInitialize(other);
+    AudioOutputUnitStart(other);
+    AudioUnitInitialize(unit);
+    AudioOutputUnitStart(unit);
+    AudioUnitSetParameter(unit, kHALOutputParam_Volume, kAudioUnitScope_Global, 0, 0.5, 0);
+    EXPECT_THAT(played(device), Contains(1.5 * 511));
+    counter.onGive = [&] {
+        EXPECT_EQ(noErr, AudioOutputUnitStop(unit));
+        EXPECT_EQ(kAudioUnitErr_CannotDoInCurrentContext, AudioOutputUnitStart(unit));
+    };
+    EXPECT_EQ(1023, played(device)[1022]); // of the other alone
+    EXPECT_FALSE(isRunning());
+    counter.onGive = [] { ADD_FAILURE() << "called after a stop"; };
+    hardware.advanceCycles(device);
+    AudioOutputUnitStop(other);
+    EXPECT_FALSE(hardware.advanceCycles(device));
+
+    // goes on where it was, and another unit's callback stops it as well as its own
+    counter.onGive = nullptr;
+    EXPECT_EQ(noErr, AudioOutputUnitStart(unit));
+    EXPECT_EQ(0.5 * 1024, played(device)[0]);
+    otherCounter.onGive = [&] { AudioOutputUnitStop(unit); };
+    AudioOutputUnitStart(other);
+    hardware.advanceCycles(device);
+    EXPECT_FALSE(isRunning());
+    EXPECT_EQ(noErr, AudioOutputUnitStart(unit));
+    unit.close(); // while it runs
+    hardware.advanceCycles(device);
+}
+
+TEST_F(DeviceOutput, StopsWithItsDeviceAndGoesOnWithTheNextOneNamed)
+{
+    EXPECT_EQ(kAudioHardwareBadDeviceError, nameDevice(add("input", 2, 0)));
+    EXPECT_EQ(noErr, nameDevice(device));
+    AudioUnitInitialize(unit);
+    AudioOutputUnitStart(unit);
+    hardware.advanceCycles(device);
+    const AudioDeviceID second = add("second", 0, 2), third = add("third", 0, 2);
+    changes = 0;
+    hardware.removeDevice(device);
+    EXPECT_FALSE(isRunning());
+    EXPECT_EQ(1, changes);
+    EXPECT_EQ(noErr, nameDevice(second));
+    EXPECT_TRUE(isRunning());
+    EXPECT_THAT(played(second), Contains(512));                  // goes on where it was
+    EXPECT_EQ(kAudioHardwareBadDeviceError, nameDevice(device)); // refused: the old one goes on
+    EXPECT_TRUE(isRunning());
+    hardware.removeDevice(second);
+    EXPECT_FALSE(isRunning());
+    AudioOutputUnitStop(unit);
+    EXPECT_EQ(noErr, nameDevice(third));
+    EXPECT_FALSE(isRunning()); // was stopped meanwhile
+
+    AudioUnitUninitialize(unit);
+    HardwareTest::set(third, 0, false, kAudioDevicePropertyNominalSampleRate, 48000.0);
+    nameDevice(third);
+    EXPECT_EQ(48000, qmx::test::get<Float64>(unit, kAudioUnitProperty_SampleRate, kAudioUnitScope_Input));
+    AudioUnitInitialize(unit);
+    qmx::VirtualFault fault;
+    fault.operation = qmx::HardwareOperation::start;
+    hardware.addFault(fault);
+    EXPECT_EQ(fault.status, AudioOutputUnitStart(unit));
+    EXPECT_FALSE(isRunning());
+}
+
+TEST_F(DeviceOutput, FollowsTheDefaultOutputUnlessADeviceIsNamed)
+{
+    const auto wrapped = QMXAudioUnit::defaultOutputUnit();
+    ASSERT_TRUE(wrapped);
+    Counter other;
+    setInput(wrapped->audioUnit(), other.callback());
+    EXPECT_EQ(noErr, AudioOutputUnitStart(wrapped->audioUnit()));
+    nameDevice(device);
+    nameDevice(kAudioDeviceUnknown); // the default one again
+    AudioUnitInitialize(unit);
+    AudioOutputUnitStart(unit);
+    const AudioDeviceID second = add("second", 0, 2);
+    hardware.setDefaultDevice(kAudioHardwarePropertyDefaultOutputDevice, second);
+    EXPECT_TRUE(isRunning());
+    EXPECT_EQ(2, played(second)[2]); // both
+    EXPECT_FALSE(hardware.advanceCycles(device));
+    EXPECT_EQ(second,
+              qmx::test::get<AudioDeviceID>(unit, kAudioOutputUnitProperty_CurrentDevice, kAudioUnitScope_Global));
+    changes = 0;
+    hardware.removeDevice(second);
+    hardware.removeDevice(device);
+    EXPECT_FALSE(isRunning());
+    const AudioDeviceID third = add("third", 0, 2);
+    EXPECT_TRUE(isRunning());
+    EXPECT_EQ(0, changes % 2); // every stop and start was told
+    EXPECT_THAT(played(third), testing::Not(Each(0)));
+    EXPECT_EQ(noErr, AudioOutputUnitStop(wrapped->audioUnit()));
+}
+
+TEST_F(DeviceOutput, StandsStartsStopsAndDevicesFromAllSides)
+{
+    const AudioDeviceID second = add("second", 0, 1);
+    AudioUnitInitialize(unit);
+    hardware.setTime(qmx::VirtualTime::fast);
+    const auto often = [](const auto& act) {
+        return std::thread([act] {
+            for (int i = 0; i < 200; ++i)
+                act(i);
+        });
+    };
+    std::thread threads[] = {
+        often([&](int) { AudioOutputUnitStart(unit); }),
+        often([&](int) { AudioOutputUnitStop(unit); }),
+        often([&](int i) {
+            nameDevice(i % 3 == 0 ? kAudioDeviceUnknown : i % 3 == 1 ? device : second);
+        }),
+        often([&](int i) {
+            HardwareTest::set(device, 0, false, kAudioDevicePropertyNominalSampleRate, i % 2 ? 48000.0 : 44100.0);
+            hardware.setDefaultDevice(kAudioHardwarePropertyDefaultOutputDevice, i % 2 ? device : second);
+        }),
+    };
+    for (std::thread& thread : threads)
+        thread.join();
+    hardware.setTime(qmx::VirtualTime::manual);
+    EXPECT_EQ(noErr, AudioOutputUnitStop(unit));
+    EXPECT_FALSE(isRunning());
+    EXPECT_FALSE(hardware.advanceCycles(device) || hardware.advanceCycles(second)); // nothing was left running
+}
