@@ -116,8 +116,8 @@ OSStatus setFileFormat(const ExtendedFile& file, UInt32 size, const void* value)
 {
     AudioStreamBasicDescription format;
     const OSStatus status = read(format, size, value);
-    const bool isSame = std::ranges::equal(std::as_bytes(std::span(&format, 1)),
-                                           std::as_bytes(std::span(&file.fileFormat(), 1)));
+    const bool isSame =
+        std::ranges::equal(std::as_bytes(std::span(&format, 1)), std::as_bytes(std::span(&file.fileFormat(), 1)));
     return status == noErr && !isSame ? kExtAudioFileError_InvalidDataFormat : status;
 }
 
