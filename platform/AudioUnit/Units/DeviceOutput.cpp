@@ -95,11 +95,17 @@ AudioDeviceID DeviceOutput::device() const
     return named != kAudioDeviceUnknown ? named : defaultOutputDevice();
 }
 
-OSStatus DeviceOutput::start(const OutputDevice& device, std::shared_ptr<OutputClient> client, UInt32 maximumFrames)
-try {
+AudioDeviceID DeviceOutput::watch(const std::shared_ptr<OutputClient>& client)
+{
     if (!watch_)
         watch_ = std::make_unique<DeviceWatch>(client);
-    watch_->add(device.id);
+    const AudioDeviceID found = device();
+    watch_->add(found);
+    return found;
+}
+
+OSStatus DeviceOutput::start(const OutputDevice& device, std::shared_ptr<OutputClient> client, UInt32 maximumFrames)
+try {
     auto made = std::make_unique<DeviceRun>(device, std::move(client), maximumFrames);
     if (const OSStatus status = made->enroll(); status != noErr)
         return status;

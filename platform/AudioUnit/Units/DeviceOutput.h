@@ -25,6 +25,7 @@ public:
     OSStatus examine(AudioDeviceID id, OutputDevice& device) const override;
     void name(AudioDeviceID device) override { named_.store(device); }
     AudioDeviceID device() const override;
+    AudioDeviceID watch(const std::shared_ptr<OutputClient>& client) override;
     OSStatus start(const OutputDevice& device, std::shared_ptr<OutputClient> client, UInt32 maximumFrames) override;
     void stop() noexcept override;
     void waitUntilStopped() override;

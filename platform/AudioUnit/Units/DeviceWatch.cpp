@@ -30,7 +30,7 @@ DeviceWatch::~DeviceWatch()
 
 void DeviceWatch::add(AudioDeviceID device)
 {
-    if (std::ranges::find(devices_, device) != devices_.end())
+    if (device == kAudioDeviceUnknown || std::ranges::find(devices_, device) != devices_.end())
         return;
     devices_.push_back(device);
     for (const AudioDevicePropertyID property : watched)

@@ -46,6 +46,8 @@ public:
     virtual void name(AudioDeviceID device) = 0;
     /// The one to play on: the named one, else the default output; unknown without one.
     virtual AudioDeviceID device() const = 0;
+    /// The same, and from before it was looked up `client` hears of changes, until this is destroyed. One call at a time.
+    virtual AudioDeviceID watch(const std::shared_ptr<OutputClient>& client) = 0;
 
     /// Cycles of at most `maximumFrames` begin to call `client`, which is kept until they have stopped. One call at a time, and not
     /// inside callbacks.

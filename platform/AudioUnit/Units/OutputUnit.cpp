@@ -143,18 +143,18 @@ OSStatus OutputUnit::startOnDevice()
     const std::scoped_lock lock(starting_);
     if (isRunning())
         return noErr;
+    const std::shared_ptr<OutputClient> client(shared_from_this(), this);
     OutputDevice device;
     UInt32 frames = 0;
-    OSStatus status = hardware_->examine(hardware_->device(), device);
-    if (status == noErr)
-        status = controlLocked([&] {
-            frames = maximumFrames();
-            return adopt(device);
-        });
+    OSStatus status = controlLocked([&] {
+        frames = maximumFrames();
+        const OSStatus found = hardware_->examine(hardware_->watch(client), device);
+        return found == noErr ? adopt(device) : found;
+    });
     if (status != noErr)
         return status;
     isRunning_.store(true);
-    status = hardware_->start(device, {shared_from_this(), this}, frames);
+    status = hardware_->start(device, client, frames);
     if (status != noErr)
         isRunning_.store(false);
     return status;
@@ -162,20 +162,23 @@ OSStatus OutputUnit::startOnDevice()
 
 void OutputUnit::deviceChanged()
 {
-    if (!wantsToRun_.load())
-        return;
-    OutputDevice device;
-    const OSStatus status = hardware_->examine(hardware_->device(), device);
-    bool isSame = false;
-    controlLocked([&] {
-        isSame = status == noErr && device == device_;
-        return noErr;
-    });
-    if (isSame && isRunning())
+    if (!wantsToRun_.load() || isOnCurrentDevice())
         return;
     const bool wasRunning = halt();
     if (resume() != noErr && wasRunning)
         tell(running);
+}
+
+/// Whether it runs, on its device as that is now.
+bool OutputUnit::isOnCurrentDevice()
+{
+    const std::scoped_lock lock(starting_); // a start in progress may have looked before the change
+    OutputDevice device;
+    const OSStatus status = controlLocked([&] {
+        const OSStatus found = hardware_->examine(hardware_->device(), device);
+        return found != noErr || device == device_ ? found : kAudioHardwareBadDeviceError;
+    });
+    return status == noErr && isRunning();
 }
 
 void OutputUnit::renderCycle(const AudioTimeStamp& time, UInt32 frames, const PcmLayout& layout, AudioBufferList& data)

@@ -54,6 +54,7 @@ private:
     OSStatus resume();
     OSStatus startOnDevice();
     bool halt();
+    bool isOnCurrentDevice();
 
     static const ParameterRange volume;
 
