@@ -7,11 +7,11 @@
 #include "CoreAudioTypes/CoreAudioTypes.h"
 #include "Foundation/Export.h"
 
-#include <compare>
 #include <cstddef>
 #include <map>
 #include <optional>
 #include <string>
+#include <tuple>
 #include <vector>
 
 namespace qmx
@@ -37,7 +37,10 @@ struct PropertyAddress {
     UInt32 channel = 0;
     bool isInput = false;
     bool operator==(const PropertyAddress&) const = default;
-    std::strong_ordering operator<=>(const PropertyAddress&) const = default;
+    bool operator<(const PropertyAddress& other) const
+    {
+        return std::tie(property, channel, isInput) < std::tie(other.property, other.channel, other.isInput);
+    }
 };
 
 /// One stream: channels that travel together.
