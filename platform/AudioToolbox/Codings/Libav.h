@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Owners of what libavcodec hands out, and the codings' names in both worlds.
+// Owners of what libavcodec and libavformat hand out, and the codings' names in both worlds.
 #pragma once
 
 #include "CoreAudioTypes/CoreAudioTypes.h"
@@ -7,6 +7,8 @@
 
 extern "C" {
 #include <libavcodec/avcodec.h>
+#include <libavcodec/bsf.h>
+#include <libavformat/avformat.h>
 }
 
 #include <memory>
@@ -24,9 +26,22 @@ struct FreePacket {
 struct FreeFrame {
     void operator()(AVFrame* frame) const { av_frame_free(&frame); }
 };
+struct FreeFilter {
+    void operator()(AVBSFContext* filter) const { av_bsf_free(&filter); }
+};
+/// The file that is read or written stays the caller's.
+struct CloseInput {
+    void operator()(AVFormatContext* context) const { avformat_close_input(&context); }
+};
+struct FreeOutput {
+    void operator()(AVFormatContext* context) const { avformat_free_context(context); }
+};
 using Context = std::unique_ptr<AVCodecContext, FreeContext>;
 using Packet = std::unique_ptr<AVPacket, FreePacket>;
 using Frame = std::unique_ptr<AVFrame, FreeFrame>;
+using Filter = std::unique_ptr<AVBSFContext, FreeFilter>;
+using Input = std::unique_ptr<AVFormatContext, CloseInput>;
+using Output = std::unique_ptr<AVFormatContext, FreeOutput>;
 
 /// AV_CODEC_ID_NONE for codings that are not taken from the library.
 AVCodecID codecOf(AudioFormatID coding);

@@ -96,18 +96,6 @@ public:
         return true;
     }
 
-    std::optional<StreamFacts> probe(std::span<const UInt8> packet)
-    {
-        if ((!context_ && !open()) || !send(packet) || avcodec_receive_frame(context_.get(), frame_.get()) != 0)
-            return std::nullopt;
-        const StreamFacts facts{static_cast<Float64>(frame_->sample_rate),
-                                static_cast<UInt32>(std::max(0, frame_->ch_layout.nb_channels)),
-                                static_cast<UInt32>(std::max(0, frame_->nb_samples))};
-        const bool isUsable = isUsableSampleRate(facts.sampleRate) && facts.channels > 0 && facts.framesPerPacket > 0 &&
-                              facts.framesPerPacket <= mostFramesPerPacket;
-        return isUsable ? std::optional(facts) : std::nullopt;
-    }
-
     void restart() override
     {
         if (context_)
@@ -191,14 +179,6 @@ std::unique_ptr<PacketDecoder> PacketDecoder::forFormat(const AudioStreamBasicDe
     if (codec == AV_CODEC_ID_NONE || !isUsable || !avcodec_find_decoder(codec))
         return nullptr;
     return std::make_unique<LibavDecoder>(source);
-}
-
-std::optional<StreamFacts> probeStream(const AudioStreamBasicDescription& format, std::span<const UInt8> cookie,
-                                       std::span<const UInt8> packet)
-{
-    LibavDecoder decoder(format);
-    decoder.setCookie(cookie);
-    return decoder.probe(packet);
 }
 
 } // namespace qmx

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // A build without a library of codings: none of them is there, nor are the files that hold nothing else.
 #include "AudioToolbox/Codings/PacketCoding.h"
+#include "AudioToolbox/Containers/LibavContainer.h"
 
 namespace qmx
 {
@@ -15,10 +16,9 @@ std::unique_ptr<PacketEncoder> PacketEncoder::forFormat(const AudioStreamBasicDe
     return nullptr;
 }
 
-std::optional<StreamFacts> probeStream(const AudioStreamBasicDescription&, std::span<const UInt8>,
-                                       std::span<const UInt8>)
+std::span<const ContainerKind> libavKinds()
 {
-    return std::nullopt;
+    return {};
 }
 
 std::vector<AudioFormatID> decodableCodings()

@@ -69,16 +69,6 @@ public:
     static std::unique_ptr<PacketEncoder> forFormat(const AudioStreamBasicDescription& target, UInt32 sourceBits);
 };
 
-/// What a packet of a stream decodes to.
-struct StreamFacts {
-    Float64 sampleRate = 0;
-    UInt32 channels = 0;
-    UInt32 framesPerPacket = 0;
-};
-/// Decodes one packet to see; empty where it cannot be.
-std::optional<StreamFacts> probeStream(const AudioStreamBasicDescription& format, std::span<const UInt8> cookie,
-                                       std::span<const UInt8> packet);
-
 /// The codings that are there, without those that are linear or companded.
 std::vector<AudioFormatID> decodableCodings();
 std::vector<AudioFormatID> encodableCodings();

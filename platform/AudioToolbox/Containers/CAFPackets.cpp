@@ -93,13 +93,14 @@ protected:
         return file_.writeAll(0, header);
     }
 
-    Bytes tail() override
+    OSStatus tail(Bytes& bytes) override
     {
         ByteWriter tail(ByteOrder::big);
         if (const Bytes cookie = cookieFromBare(format_.mFormatID, bare_); !cookie.empty())
             tail.code(fourCharCode("kuki")).u64(cookie.size()).append(cookie);
         const Bytes table = packetTable();
-        return tail.code(fourCharCode("pakt")).u64(table.size()).append(table).bytes();
+        bytes = tail.code(fourCharCode("pakt")).u64(table.size()).append(table).bytes();
+        return noErr;
     }
 
     // the cookie may have told the format more exactly

@@ -131,12 +131,15 @@ OSStatus PacketContainer::writePackets(UInt64 start, UInt32& packets, UInt32 byt
     block.reserve(bytes);
     std::vector<PacketPlace> places;
     for (const AudioStreamPacketDescription& packet : std::span(descriptions, given)) {
-        if (!isInside(packet, bytes) || packet.mDataByteSize > largestPacket())
+        Bytes header;
+        if (!isInside(packet, bytes))
             return paramErr;
-        const Bytes header = packetHeader(packet.mDataByteSize);
+        const std::span contents(data + packet.mStartOffset, packet.mDataByteSize);
+        if (!packetHeader(contents, header))
+            return paramErr;
         block.insert(block.end(), header.begin(), header.end());
         places.push_back({endOfData_ + block.size(), packet.mDataByteSize, packet.mVariableFramesInPacket});
-        block.insert(block.end(), data + packet.mStartOffset, data + packet.mStartOffset + packet.mDataByteSize);
+        block.insert(block.end(), contents.begin(), contents.end());
     }
     if (const OSStatus status = file_.writeAll(endOfData_, block); status != noErr) {
         file_.truncate(endOfData_); // the begin of a packet is none
@@ -291,21 +294,26 @@ OSStatus PacketContainer::finish()
 {
     if (!isNew_)
         return noErr;
-    const OSStatus written = file_.writeAll(endOfData_, tail());
-    const bool isThere = written == noErr || (written == dskFulErr && writeTailOverPackets() == noErr);
+    Bytes bytes;
+    if (const OSStatus status = tail(bytes); status != noErr)
+        return status;
+    const OSStatus written = file_.writeAll(endOfData_, bytes);
+    const bool isThere = written == noErr || (written == dskFulErr && writeTailOverPackets(bytes.size()) == noErr);
     const OSStatus ended = isThere ? end() : written;
     isNew_ = ended != noErr;
     return written == noErr ? ended : written;
 }
 
 // Where the disk has no room for the tail the last packets give theirs up: without it none could be read.
-OSStatus PacketContainer::writeTailOverPackets()
+OSStatus PacketContainer::writeTailOverPackets(UInt64 needed)
 {
-    const UInt64 needed = tail().size(), before = endOfData_;
+    const UInt64 before = endOfData_;
     while (!packets_.empty() && before - endOfData_ < needed)
         dropLastPacket();
-    const Bytes shorter = tail();
-    const OSStatus status = file_.writeAll(endOfData_, shorter);
+    Bytes shorter;
+    OSStatus status = tail(shorter);
+    if (status == noErr)
+        status = file_.writeAll(endOfData_, shorter);
     return status == noErr ? file_.truncate(endOfData_ + shorter.size()) : status;
 }
 
@@ -335,19 +343,6 @@ bool holdsPackets(const AudioStreamBasicDescription& format)
     return isPlainAAC &&
            !makeAACConfig(kMPEG4Object_AAC_LC, static_cast<UInt32>(format.mSampleRate), format.mChannelsPerFrame)
                 .empty();
-}
-
-void probeAAC(AudioStreamBasicDescription& format, std::span<const UInt8> config, std::span<const UInt8> packet)
-{
-    const auto found = probeStream(format, cookieFromBare(format.mFormatID, config), packet);
-    if (!found)
-        return;
-    if (found->framesPerPacket == 2048)
-        format.mFormatID =
-            found->channels > format.mChannelsPerFrame ? kAudioFormatMPEG4AAC_HE_V2 : kAudioFormatMPEG4AAC_HE;
-    format.mSampleRate = found->sampleRate;
-    format.mChannelsPerFrame = found->channels;
-    format.mFramesPerPacket = found->framesPerPacket;
 }
 
 } // namespace qmx

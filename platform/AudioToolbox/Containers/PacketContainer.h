@@ -4,7 +4,6 @@
 #include "AudioToolbox/Containers/ContainerFile.h"
 #include "AudioToolbox/Containers/ContainerTable.h"
 
-#include <limits>
 #include <vector>
 
 namespace qmx
@@ -59,14 +58,12 @@ protected:
     virtual OSStatus read() = 0;
     /// Writes what stands before the packets; `endOfData_` is where the first one goes.
     virtual OSStatus begin() = 0;
-    /// What stands before each packet.
-    virtual Bytes packetHeader(std::size_t) const { return {}; }
+    /// What stands before a packet that is to be written. False for one that the file cannot hold.
+    virtual bool packetHeader(std::span<const UInt8>, Bytes&) { return true; }
     /// Called when a new cookie was taken.
     virtual OSStatus cookieChanged() { return noErr; }
-    /// The bytes that a header can tell.
-    virtual UInt32 largestPacket() const { return std::numeric_limits<UInt32>::max(); }
     /// What tells about the packets behind them.
-    virtual Bytes tail() { return {}; }
+    virtual OSStatus tail(Bytes&) { return noErr; }
     /// Called when the tail is written: makes what stands before the packets fit them.
     virtual OSStatus end() { return noErr; }
     /// False for a packet that is not wholly in the file, and where there are too many.
@@ -83,7 +80,7 @@ protected:
 
 private:
     bool takeCookie();
-    OSStatus writeTailOverPackets();
+    OSStatus writeTailOverPackets(UInt64 needed);
     void dropLastPacket();
     OSStatus readRun(std::span<const PacketPlace> run, UInt8* to);
     bool isVariable() const { return format_.mFramesPerPacket == 0; }
@@ -99,10 +96,6 @@ private:
 
 /// Whether new files that can hold AAC and ALAC can be made of this format.
 bool holdsPackets(const AudioStreamBasicDescription& format);
-
-/// Finds out what an AAC stream really decodes to, which its configuration need not say: high efficiency has twice the rate and frames.
-/// Leaves the format as it is where that cannot be told.
-void probeAAC(AudioStreamBasicDescription& format, std::span<const UInt8> config, std::span<const UInt8> packet);
 
 template <class Format> OSStatus loadPackets(PlacedFile placed, bool, std::unique_ptr<Container>& container)
 {

@@ -1,0 +1,71 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "AudioToolbox/Codings/Libav.h"
+#include "AudioToolbox/Containers/ContainerFile.h"
+
+namespace qmx::libav
+{
+
+struct FreeIO {
+    void operator()(AVIOContext* context) const;
+};
+using IO = std::unique_ptr<AVIOContext, FreeIO>;
+
+/// A file as libavformat reads it. It stays where it is while `context` is in use.
+class InputFile
+{
+public:
+    explicit InputFile(ContainerFile& file);
+
+    /// Bytes that are read behind the end of the file.
+    void setPadding(Bytes padding) { padding_ = std::move(padding); }
+
+    AVIOContext* context() const { return context_.get(); }
+    /// Of the first read that failed; libavformat goes on after some, so ask for it.
+    OSStatus status() const { return status_; }
+
+private:
+    static int read(void* self, std::uint8_t* to, int size);
+    static std::int64_t seek(void* self, std::int64_t offset, int whence);
+
+    ContainerFile& file_;
+    Bytes padding_;
+    std::int64_t position_ = 0;
+    OSStatus status_ = noErr;
+    IO context_;
+};
+
+/// What a muxer of libavformat writes, without the packets themselves.
+class Surroundings
+{
+public:
+    Surroundings();
+
+    AVIOContext* context() const { return context_.get(); }
+    /// What follows are packets.
+    void endHead();
+    /// What follows stands behind the packets, unless it goes into the head.
+    void endPackets();
+    void flush() { avio_flush(context_.get()); }
+
+    const Bytes& head() const { return head_; }
+    const Bytes& tail() const { return tail_; }
+    /// The first bytes of what came since the head or the last call, and how many these were in all.
+    std::pair<Bytes, std::size_t> takePacket();
+
+private:
+    enum class Part { head, packets, tail };
+
+    static int write(void* self, std::uint8_t* from, int size);
+    static std::int64_t seek(void* self, std::int64_t offset, int whence);
+    void take(std::span<const UInt8> bytes);
+
+    Part part_ = Part::head;
+    std::size_t position_ = 0;
+    std::size_t packetStart_ = 0, packetsEnd_ = 0;
+    Bytes head_, packet_, tail_;
+    IO context_;
+};
+
+} // namespace qmx::libav

@@ -1,0 +1,42 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "AudioToolbox/Containers/ContainerFile.h"
+
+#include <map>
+#include <optional>
+
+namespace qmx
+{
+
+/// What libavformat does not do with an MPEG-4 file: it trusts the counts in the tables of packets (a file of 600 bytes makes it take 4 GiB), and it
+/// tells the length of an edit only rounded up to the movie's time.
+class MPEG4Atoms
+{
+public:
+    /// What is played of a track.
+    struct Edit {
+        UInt64 start = 0;    ///< in the track's time
+        UInt64 duration = 0; ///< in the movie's time; 0: to the end
+    };
+
+    /// Looks at all but the sound itself. 'dta?' for tables that say more than the file can hold.
+    OSStatus read(ContainerFile& file);
+
+    bool isFragmented() const { return isFragmented_; }
+    UInt32 movieScale() const { return movieScale_; } ///< ticks a second
+    /// The first one that plays something; empty ones before it only delay it.
+    std::optional<Edit> editOf(UInt32 track) const;
+
+private:
+    OSStatus readAtom(std::span<const UInt8> atom, UInt64 largestCount);
+    void readEdit(std::span<const UInt8> table);
+
+    bool isFragmented_ = false;
+    bool mayHaveRuns_ = false;
+    UInt32 movieScale_ = 0;
+    UInt32 track_ = 0; ///< the one whose description was seen last
+    std::map<UInt32, Edit> edits_;
+};
+
+} // namespace qmx
