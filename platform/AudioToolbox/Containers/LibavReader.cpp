@@ -16,6 +16,9 @@ namespace
 {
 
 constexpr std::string_view movieDemuxer = "mov", adtsDemuxer = "aac", mp3Demuxer = "mp3";
+// the bits that no header of a stream changes
+constexpr UInt32 sameMP3Stream = 0xFFFE0C00, sameADTSStream = 0xFFFEFDC0;
+constexpr std::size_t mp3HeaderBytes = 4, adtsHeaderBytes = 7;
 constexpr UInt64 longestTime = UInt64{1} << 62;
 
 int refuse(AVFormatContext*, AVIOContext**, const char*, int, AVDictionary**)
@@ -23,13 +26,14 @@ int refuse(AVFormatContext*, AVIOContext**, const char*, int, AVDictionary**)
     return AVERROR(EACCES);
 }
 
-/// Edits are kept out of the index: they are heeded when the length is told.
-AVDictionary* openingOptions()
+/// Edits are kept out of the index: they are heeded when the length is told. A parser would lose its place behind other bytes between the frames
+/// of ADTS, which come whole without one.
+AVDictionary* openingOptions(bool parses)
 {
     AVDictionary* options = nullptr;
     for (const auto& [name, value] : {std::pair{"codec_whitelist", "aac,mp3,mp3float"},
                                       {"probesize", "65536"},
-                                      {"fflags", "discardcorrupt"},
+                                      {"fflags", parses ? "discardcorrupt" : "discardcorrupt+noparse+nofillin"},
                                       {"ignore_editlist", "1"},
                                       {"ignore_chapters", "1"}})
         av_dict_set(&options, name, value, 0);
@@ -69,19 +73,18 @@ OSStatus Reader::prepare()
 // What is padded passes for no packet, as none goes beyond the end of the file.
 OSStatus Reader::pad()
 {
-    constexpr std::size_t headerBytes = 4, mostOfOneFrame = 4096;
-    constexpr UInt8 sameStream[headerBytes] = {0xFF, 0xFE, 0x0C, 0}; // the bits that no header of a stream changes
+    constexpr std::size_t mostOfOneFrame = 4096;
     Bytes begin(static_cast<std::size_t>(std::min<UInt64>(file_.length(), mostOfOneFrame)));
     if (const OSStatus status = file_.readAll(0, begin); status != noErr)
         return status;
     Bytes header;
     for (std::size_t at = 0; at + 2 <= begin.size(); ++at) {
-        const std::size_t there = std::min(headerBytes, begin.size() - at);
+        const std::size_t there = std::min(mp3HeaderBytes, begin.size() - at);
         std::size_t same = 0;
-        while (same < there && ((begin[at + same] ^ begin[same]) & sameStream[same]) == 0)
+        while (same < there && ((begin[at + same] ^ begin[same]) & sameMP3Stream >> (24 - 8 * same) & 0xFF) == 0)
             ++same;
-        if (same == headerBytes) {
-            header.assign(&begin[at], &begin[at] + headerBytes);
+        if (same == mp3HeaderBytes) {
+            header.assign(&begin[at], &begin[at] + mp3HeaderBytes);
         } else if (same == there && !header.empty()) {
             header.erase(header.begin(), header.begin() + static_cast<std::ptrdiff_t>(there));
             break;
@@ -101,7 +104,7 @@ OSStatus Reader::open()
         return memFullErr;
     context->pb = input_.context();
     context->io_open = refuse;
-    AVDictionary* options = openingOptions();
+    AVDictionary* options = openingOptions(demuxer_ != adtsDemuxer);
     const int result =
         avformat_open_input(&context, "", av_find_input_format(demuxer_.c_str()), &options); // frees it on failure
     av_dict_free(&options);
@@ -232,7 +235,7 @@ OSStatus Reader::readStream(const AddPacket& add)
         return memFullErr;
     int result = 0;
     while ((result = av_read_frame(context_.get(), packet.get())) >= 0) {
-        const bool isSound = packet->stream_index == stream_->index && (!unwrapper_ || unwrap(*packet));
+        const bool isSound = packet->stream_index == stream_->index && strip(*packet);
         const UInt32 frames = isSound ? framesOf(*packet) : 0;
         if (frames > 0) {
             if (packet->pos < 0 || !add({static_cast<UInt64>(packet->pos), static_cast<UInt32>(packet->size), frames}))
@@ -254,13 +257,35 @@ UInt32 Reader::framesOf(const AVPacket& packet) const
     return frames <= mostFramesPerPacket ? static_cast<UInt32>(frames) : 0;
 }
 
+/// Leaves of a packet what a decoder needs. False for one that is not of the stream.
+bool Reader::strip(AVPacket& packet)
+{
+    if (format_.mFormatID == kAudioFormatMPEGLayer3)
+        stripOtherBytes(packet);
+    return !unwrapper_ || unwrap(packet);
+}
+
+/// Takes off what stood between a frame and the one before.
+void Reader::stripOtherBytes(AVPacket& packet)
+{
+    for (int at = 0; at + static_cast<int>(mp3HeaderBytes) <= packet.size; ++at) {
+        const UInt32 header = load32(packet.data + at, ByteOrder::big) & sameMP3Stream;
+        if (firstHeader_.value_or(header) == header) {
+            firstHeader_ = header;
+            packet.data += at;
+            packet.size -= at;
+            packet.pos += at;
+            return;
+        }
+    }
+}
+
 /// Takes the header off a packet. False for one that is not of the stream, or holds several blocks.
 bool Reader::unwrap(AVPacket& packet)
 {
-    constexpr UInt32 sameStream = 0xFFFEFDC0; // what no header of a stream changes
-    if (packet.size < 7 || (packet.data[6] & 3) != 0)
+    if (packet.size < static_cast<int>(adtsHeaderBytes) || (packet.data[6] & 3) != 0)
         return false;
-    const UInt32 header = load32(packet.data, ByteOrder::big) & sameStream;
+    const UInt32 header = load32(packet.data, ByteOrder::big) & sameADTSStream;
     if (firstHeader_.value_or(header) != header)
         return false;
     firstHeader_ = header;

@@ -44,6 +44,8 @@ private:
     OSStatus readStream(const AddPacket& add);
     UInt32 framesOf(const AVPacket& packet) const;
     bool makeUnwrapper();
+    bool strip(AVPacket& packet);
+    void stripOtherBytes(AVPacket& packet);
     bool unwrap(AVPacket& packet);
     void noteGaps(const AVPacket& packet);
     void setLengthOfMovie(UInt64 packets);

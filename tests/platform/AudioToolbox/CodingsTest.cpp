@@ -1,9 +1,11 @@
 // SPDX-License-Identifier: MIT
 // Compressed files from samples to samples: exact lengths, exact samples where the coding keeps them, and any place found again.
+#include "Foundation/ByteFields.h"
 #include "platform/AudioToolbox/CodedFiles.h"
 #include "support/TemporaryFolder.h"
 
 #include <cstdlib>
+#include <tuple>
 
 using namespace qmx::test;
 
@@ -38,6 +40,37 @@ double worstDifference(const ByteBlock& a, const ByteBlock& b)
         worst = std::max(worst, std::abs(left - right) / 32768.0);
     }
     return worst;
+}
+
+/// The packets of a file one behind the other, as they are read and are written again.
+struct Packets {
+    ByteBlock data;
+    std::vector<AudioStreamPacketDescription> descriptions;
+
+    explicit Packets(const std::string& path)
+    {
+        const auto opened = openFile(path);
+        auto count = static_cast<UInt32>(property<UInt64>(opened.file, kAudioFilePropertyAudioDataPacketCount));
+        descriptions.resize(count);
+        data.resize(property<UInt64>(opened.file, kAudioFilePropertyAudioDataByteCount));
+        UInt32 bytes = 0;
+        EXPECT_EQ(AudioFileReadPackets(opened.file, false, &bytes, descriptions.data(), 0, &count, data.data()), noErr);
+        EXPECT_EQ(bytes, data.size());
+        AudioFileClose(opened.file);
+    }
+};
+
+/// Where four characters stand in a file.
+std::size_t placeOf(const ByteBlock& file, const std::string& code)
+{
+    const auto found = std::search(file.begin(), file.end(), code.begin(), code.end());
+    EXPECT_NE(found, file.end()) << code;
+    return static_cast<std::size_t>(found - file.begin());
+}
+
+void setField(ByteBlock& file, std::size_t place, UInt32 value)
+{
+    qmx::store32(&file[place], value, qmx::ByteOrder::big);
 }
 
 } // namespace
@@ -263,5 +296,106 @@ TEST(Codings, KilledWritersOfStreamsLeaveFilesThatOpen)
         writeFile(path, file);
         const auto left = propertyAt<UInt64>(path, kAudioFilePropertyAudioDataPacketCount);
         EXPECT_TRUE(left > whole / 2 && left < whole);
+    }
+}
+
+TEST(Codings, WhatAnMPEG4FileTellsOfItsLengthIsHeeded)
+{
+    const TemporaryFolder folder;
+    const std::string path = folder.path("a.m4a");
+    ASSERT_TRUE(
+        encodeFile(path, kAudioFileM4AType, coded(kAudioFormatMPEG4AAC, 1), linear(12, 16, 1), tones(44100, 1)));
+    const ByteBlock file = contentsOf(path);
+    const auto expect = [&](const ByteBlock& changed, SInt32 priming, SInt64 valid) {
+        writeFile(path, changed);
+        const auto info = propertyAt<AudioFilePacketTableInfo>(path, kAudioFilePropertyPacketTableInfo);
+        EXPECT_EQ(info.mPrimingFrames, priming);
+        EXPECT_EQ(info.mNumberValidFrames, valid);
+    };
+    expect(file, 1024, 44100);
+
+    ByteBlock edited = file; // version 0: one edit, its duration and its start
+    setField(edited, placeOf(file, "elst") + 12, 20000);
+    setField(edited, placeOf(file, "elst") + 16, 2000);
+    expect(edited, 2000, 20000);
+
+    const auto atom = [](const std::string& code, const std::string& contents) {
+        ByteBlock size(4);
+        setField(size, 0, static_cast<UInt32>(contents.size() + 8));
+        return std::string(size.begin(), size.end()) + code + contents;
+    };
+    const std::string zeros(4, '\0'), one = std::string(3, '\0') + '\1';
+    const std::string text = " 00000000 00000840 00000BC0 000000000000A000";
+    const std::string comment =
+        atom("udta", atom("meta", zeros + atom("hdlr", zeros + zeros + "mdirappl" + std::string(9, '\0')) +
+                                      atom("ilst", atom("----", atom("mean", zeros + "com.apple.iTunes") +
+                                                                    atom("name", zeros + "iTunSMPB") +
+                                                                    atom("data", one + zeros + text)))));
+    ByteBlock told = edited;
+    const std::size_t movie = placeOf(file, "moov") - 4;
+    setField(told, movie, static_cast<UInt32>(file.size() - movie + comment.size()));
+    told.insert(told.end(), comment.begin(), comment.end());
+    expect(told, 0x840, 0xA000);
+
+    ByteBlock endless = file; // packets of a byte each
+    setField(endless, placeOf(file, "stsz") + 8, 1);
+    setField(endless, placeOf(file, "stsz") + 12, 60000000);
+    writeFile(path, endless);
+    EXPECT_EQ(openFile(path).status, kAudioFileInvalidFileError);
+}
+
+TEST(Codings, AHighEfficiencyStreamHasTwiceTheRateAndFrames)
+{
+    const TemporaryFolder folder;
+    const std::string path = folder.path("plain.m4a"), high = folder.path("high.m4a");
+    const auto plain = coded(kAudioFormatMPEG4AAC, 1, 22050);
+    ASSERT_TRUE(encodeFile(path, kAudioFileM4AType, plain, linear(12, 16, 1, 22050), tones(22050, 1)));
+    const Packets packets(path);
+    const auto made = createFile(high, kAudioFileM4AType, plain);
+    const UInt8 config[] = {0x2B, 0x8A, 0x10}; // replication of bands at 44100 on low complexity at 22050
+    EXPECT_EQ(AudioFileSetProperty(made.file, kAudioFilePropertyMagicCookieData, sizeof config, config), noErr);
+    const auto table = propertyAt<AudioFilePacketTableInfo>(path, kAudioFilePropertyPacketTableInfo);
+    EXPECT_EQ(AudioFileSetProperty(made.file, kAudioFilePropertyPacketTableInfo, sizeof table, &table), noErr);
+    auto count = static_cast<UInt32>(packets.descriptions.size());
+    EXPECT_EQ(AudioFileWritePackets(made.file, false, static_cast<UInt32>(packets.data.size()),
+                                    packets.descriptions.data(), 0, &count, packets.data.data()),
+              noErr);
+    EXPECT_EQ(AudioFileClose(made.file), noErr);
+    FrameReader reader(high, linear(12, 16, 1));
+    EXPECT_EQ(reader.format().mFormatID, kAudioFormatMPEG4AAC_HE);
+    EXPECT_EQ(reader.format().mSampleRate, 44100);
+    EXPECT_EQ(reader.format().mFramesPerPacket, 2048U);
+    EXPECT_EQ(reader.info().mNumberValidFrames, 44100);
+    EXPECT_EQ(reader.from(0).size(), 44100U * 2);
+    EXPECT_EQ(reader.from(30000).size(), 14100U * 2);
+}
+
+TEST(Codings, OtherBytesBetweenTheFramesOfAStreamAreNoSound)
+{
+    const TemporaryFolder folder;
+    for (const auto& [type, coding, headerBytes] : {std::tuple{kAudioFileAAC_ADTSType, kAudioFormatMPEG4AAC, 7U},
+                                                    {kAudioFileMP3Type, kAudioFormatMPEGLayer3, 0U}}) {
+        const std::string path = folder.path(qmx::fourCharString(type));
+        ASSERT_TRUE(encodeFile(path, type, coded(coding, 2), linear(12, 16, 2), tones(44100, 2)));
+        const Packets before(path);
+        ByteBlock file = contentsOf(path);
+        const AudioStreamPacketDescription& sixth = before.descriptions[5];
+        const SInt64 place =
+            propertyAt<SInt64>(path, kAudioFilePropertyDataOffset) + sixth.mStartOffset + 4 * headerBytes;
+        file.insert(file.begin() + place, 160, 'J');
+        writeFile(path, file);
+        EXPECT_EQ(Packets(path).data, before.data) << qmx::fourCharString(type);
+    }
+}
+
+TEST(Codings, FilesThatWereClosedWithoutPacketsOpen)
+{
+    const TemporaryFolder folder;
+    for (const Case& c : cases) {
+        if (c.type == kAudioFileMP3Type) // nothing tells its format
+            continue;
+        const std::string path = folder.path(c.name);
+        ASSERT_TRUE(encodeFile(path, c.type, coded(c.coding, 2), linear(12, 16, 2), {}));
+        EXPECT_EQ(propertyAt<AudioStreamBasicDescription>(path, kAudioFilePropertyDataFormat).mFormatID, c.coding);
     }
 }
