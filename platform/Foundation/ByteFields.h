@@ -68,6 +68,11 @@ public:
     /// A four-character code: its characters in reading order, whatever the byte order.
     ByteWriter& code(FourCharCode value) { return integer(value, 4, ByteOrder::big); }
     ByteWriter& append(std::span<const UInt8> bytes);
+    /// A code, the size in 32 bits, and the contents.
+    ByteWriter& chunk(FourCharCode id, std::span<const UInt8> contents)
+    {
+        return code(id).u32(static_cast<UInt32>(contents.size())).append(contents);
+    }
     ByteWriter& append(std::string_view text);
     ByteWriter& zeros(std::size_t count);
     /// A length byte and the text, padded together to an even number of bytes.

@@ -169,28 +169,21 @@ std::optional<AACConfig> parseAACConfig(std::span<const UInt8> config)
 {
     BitReader bits(config);
     AACConfig result;
-    result.objectType = takeObjectType(bits);
-    result.sampleRate = result.outputRate = takeRate(bits);
+    const UInt32 objectType = takeObjectType(bits);
+    result.sampleRate = takeRate(bits);
     const UInt32 channelCode = bits.take(4);
     result.channels = channelCode < std::size(aacChannels) ? aacChannels[channelCode] : 0;
-    if (result.objectType == spectralReplication || result.objectType == parametricStereo) {
-        result.hasSpectralReplication = true;
-        result.outputRate = takeRate(bits);
-        result.objectType = takeObjectType(bits);
-    }
-    if (config.size() < 2 || result.sampleRate == 0 || result.outputRate == 0)
-        return std::nullopt;
-    return result;
+    result.hasSpectralReplication = objectType == spectralReplication || objectType == parametricStereo;
+    return config.size() < 2 || result.sampleRate == 0 ? std::nullopt : std::optional(result);
 }
 
-Bytes makeAACConfig(UInt32 objectType, UInt32 sampleRate, UInt32 channels)
+Bytes makeAACConfig(const AudioStreamBasicDescription& format)
 {
-    const auto rate = std::ranges::find(aacRates, sampleRate);
-    const auto channelCode = std::ranges::find(aacChannels, channels);
-    if (rate == std::end(aacRates) || channels == 0 || channelCode == std::end(aacChannels))
+    const auto rate = std::ranges::find(aacRates, format.mSampleRate);
+    const auto channels = std::ranges::find(aacChannels, format.mChannelsPerFrame);
+    if (rate == std::end(aacRates) || format.mChannelsPerFrame == 0 || channels == std::end(aacChannels))
         return {};
-    const auto bits = static_cast<UInt32>(objectType << 11 | static_cast<UInt32>(rate - aacRates) << 7 |
-                                          static_cast<UInt32>(channelCode - aacChannels) << 3);
+    const auto bits = kMPEG4Object_AAC_LC << 11 | (rate - aacRates) << 7 | (channels - aacChannels) << 3;
     return ByteWriter(ByteOrder::big).u16(static_cast<UInt16>(bits)).bytes();
 }
 

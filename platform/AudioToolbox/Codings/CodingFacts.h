@@ -14,16 +14,14 @@ namespace qmx
 
 /// Of MPEG-4 audio.
 struct AACConfig {
-    UInt32 objectType = 2; ///< low complexity
     UInt32 sampleRate = 0; ///< of the coded samples
     UInt32 channels = 0;
     bool hasSpectralReplication = false; ///< said explicitly: the output has twice the rate
-    UInt32 outputRate = 0;
 };
 
 std::optional<AACConfig> parseAACConfig(std::span<const UInt8> config);
-/// Two bytes for low complexity AAC of one of the standard rates; empty where there is no code for the rate or the channels.
-Bytes makeAACConfig(UInt32 objectType, UInt32 sampleRate, UInt32 channels);
+/// Two bytes for low complexity AAC of the format's rate and channels; empty where there is no code for these.
+Bytes makeAACConfig(const AudioStreamBasicDescription& format);
 
 /// A cookie as files and callers exchange it: for AAC the descriptor of an elementary stream, for ALAC the 24 bytes of its
 /// configuration, for FLAC the 34 bytes of its stream information. `bare` is what the coding itself knows: for AAC the configuration.

@@ -278,8 +278,7 @@ std::unique_ptr<PacketEncoder> PacketEncoder::forFormat(const AudioStreamBasicDe
                           target.mChannelsPerFrame <= AV_NUM_DATA_POINTERS;
     if (codec == AV_CODEC_ID_NONE || !isEncoded || !isUsable || bits == 0)
         return nullptr;
-    if (target.mFormatID == kAudioFormatMPEG4AAC &&
-        makeAACConfig(kMPEG4Object_AAC_LC, static_cast<UInt32>(target.mSampleRate), target.mChannelsPerFrame).empty())
+    if (target.mFormatID == kAudioFormatMPEG4AAC && makeAACConfig(target).empty())
         return nullptr;
     auto encoder = std::make_unique<LibavEncoder>(target, bits);
     const UInt32 asked = target.mFramesPerPacket;

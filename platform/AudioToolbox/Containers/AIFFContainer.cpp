@@ -99,16 +99,12 @@ Bytes commonChunk(const AudioStreamBasicDescription& format, const Compression& 
     data.u16(static_cast<UInt16>(layoutOf(format)->bits)).append(extendedFromDouble(format.mSampleRate));
     if (isAIFC)
         data.code(compression.type).pascalString(compression.name);
-    return ByteWriter(ByteOrder::big)
-        .code(commonID)
-        .u32(static_cast<UInt32>(data.bytes().size()))
-        .append(data.bytes())
-        .bytes();
+    return ByteWriter(ByteOrder::big).chunk(commonID, data.bytes()).bytes();
 }
 
 Bytes emptySoundChunk()
 {
-    return ByteWriter(ByteOrder::big).code(soundID).u32(soundHeaderBytes).zeros(soundHeaderBytes).bytes();
+    return ByteWriter(ByteOrder::big).chunk(soundID, Bytes(soundHeaderBytes)).bytes();
 }
 
 Bytes headerFor(const AudioStreamBasicDescription& format, bool isAIFC)
@@ -118,11 +114,7 @@ Bytes headerFor(const AudioStreamBasicDescription& format, bool isAIFC)
     if (isAIFC)
         chunks.code(versionID).u32(4).u32(version1);
     chunks.append(commonChunk(format, *compressionFor(format, isAIFC), isAIFC)).append(emptySoundChunk());
-    return ByteWriter(ByteOrder::big)
-        .code(formID)
-        .u32(static_cast<UInt32>(chunks.bytes().size()))
-        .append(chunks.bytes())
-        .bytes();
+    return ByteWriter(ByteOrder::big).chunk(formID, chunks.bytes()).bytes();
 }
 
 class AIFFContainer : public ChunkContainer

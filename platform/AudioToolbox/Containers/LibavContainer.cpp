@@ -117,8 +117,7 @@ protected:
     OSStatus tail(Bytes& bytes) override
     {
         if (bare_.empty() && isAAC(format_.mFormatID))
-            bare_ =
-                makeAACConfig(kMPEG4Object_AAC_LC, static_cast<UInt32>(format_.mSampleRate), format_.mChannelsPerFrame);
+            bare_ = makeAACConfig(format_);
         // so that an edit's length is exact
         const std::string scale = "movie_timescale=" + std::to_string(static_cast<UInt32>(format_.mSampleRate));
         finished_ = makeMuxer(scale);
@@ -158,15 +157,18 @@ public:
 protected:
     OSStatus begin() override
     {
-        bare_ = makeAACConfig(kMPEG4Object_AAC_LC, static_cast<UInt32>(format_.mSampleRate), format_.mChannelsPerFrame);
+        bare_ = makeAACConfig(format_);
         muxer_ = makeMuxer();
         return muxer_ ? noErr : kAudioFileUnspecifiedError;
     }
 
     OSStatus cookieChanged() override
     {
-        muxer_ = makeMuxer();
-        return muxer_ ? noErr : paramErr;
+        auto muxer = makeMuxer();
+        if (!muxer)
+            return paramErr;
+        muxer_ = std::move(muxer);
+        return noErr;
     }
 
     bool packetHeader(std::span<const UInt8> packet, Bytes& header) override

@@ -17,6 +17,8 @@ class InputFile
 {
 public:
     explicit InputFile(ContainerFile& file);
+    InputFile(const InputFile&) = delete;
+    InputFile& operator=(const InputFile&) = delete;
 
     /// Bytes that are read behind the end of the file.
     void setPadding(Bytes padding) { padding_ = std::move(padding); }
@@ -41,6 +43,8 @@ class Surroundings
 {
 public:
     Surroundings();
+    Surroundings(const Surroundings&) = delete;
+    Surroundings& operator=(const Surroundings&) = delete;
 
     AVIOContext* context() const { return context_.get(); }
     /// What follows are packets.

@@ -99,8 +99,8 @@ OSStatus Reader::open()
     if (const OSStatus status = prepare(); status != noErr)
         return status;
     keepQuiet();
-    AVFormatContext* context = avformat_alloc_context();
-    if (!context || !input_.context())
+    AVFormatContext* context = input_.context() ? avformat_alloc_context() : nullptr;
+    if (!context)
         return memFullErr;
     context->pb = input_.context();
     context->io_open = refuse;
@@ -115,12 +115,12 @@ OSStatus Reader::open()
         return kAudioFileUnsupportedDataFormatError;
     if (demuxer_ == adtsDemuxer && !makeUnwrapper())
         return memFullErr;
-    const OSStatus status = describe();
+    const bool isDescribed = describe();
     if (input_.status() != noErr)
         return input_.status();
-    return status == noErr && !isPlausible(format_.mSampleRate, format_.mChannelsPerFrame)
-               ? kAudioFileUnsupportedDataFormatError
-               : status;
+    return isDescribed && isPlausible(format_.mSampleRate, format_.mChannelsPerFrame)
+               ? noErr
+               : kAudioFileUnsupportedDataFormatError;
 }
 
 bool Reader::chooseStream()
@@ -143,7 +143,7 @@ bool Reader::makeUnwrapper()
     return avcodec_parameters_copy(filter->par_in, stream_->codecpar) >= 0 && av_bsf_init(filter) >= 0;
 }
 
-OSStatus Reader::describe()
+bool Reader::describe()
 {
     const AVCodecParameters& parameters = *stream_->codecpar;
     const std::span<const UInt8> extradata(parameters.extradata, static_cast<std::size_t>(parameters.extradata_size));
@@ -159,36 +159,34 @@ OSStatus Reader::describe()
         break;
     case AV_CODEC_ID_AAC:
         bare_ = bareFromCookie(kAudioFormatMPEG4AAC, extradata);
-        return describeByDecoding();
+        if (!unwrapper_ && bare_.empty())
+            return false;
+        [[fallthrough]];
     default:
-        return describeByDecoding();
+        told = describeByDecoding();
     }
     format_ = told.value_or(AudioStreamBasicDescription());
-    return told ? noErr : kAudioFileUnsupportedDataFormatError;
+    // an MPEG-4 file's packets all have as many frames
+    return told && (demuxer_ != movieDemuxer || format_.mFramesPerPacket > 0);
 }
 
 // What a high efficiency stream decodes to, its configuration need not say.
-OSStatus Reader::describeByDecoding()
+std::optional<AudioStreamBasicDescription> Reader::describeByDecoding()
 {
-    if (const int result = avformat_find_stream_info(context_.get(), nullptr); result < 0)
-        return statusFor(result);
     const AVCodecParameters& parameters = *stream_->codecpar;
+    if (avformat_find_stream_info(context_.get(), nullptr) < 0 || !isKnown(parameters.codec_id))
+        return std::nullopt;
+    const bool isMP3 = parameters.codec_id == AV_CODEC_ID_MP3;
     auto frames = static_cast<UInt32>(std::max(0, parameters.frame_size));
-    const auto rate = static_cast<Float64>(parameters.sample_rate);
-    const auto channels = static_cast<UInt32>(std::max(0, parameters.ch_layout.nb_channels));
-    if (parameters.codec_id == AV_CODEC_ID_MP3) {
-        format_ = compressedFormat(kAudioFormatMPEGLayer3, 0, rate, channels, frames);
-    } else if (parameters.codec_id == AV_CODEC_ID_AAC) {
-        if (frames == 0) { // nothing was there to be decoded
-            const auto config = parseAACConfig(bare_);
-            frames = config && config->hasSpectralReplication ? 2048 : 1024;
-        }
-        const AudioFormatID coding = aacOf(parameters, frames);
-        format_ =
-            compressedFormat(coding, coding == kAudioFormatMPEG4AAC ? kMPEG4Object_AAC_LC : 0, rate, channels, frames);
+    if (frames == 0 && !isMP3) { // nothing was there to be decoded
+        const auto config = parseAACConfig(bare_);
+        frames = config && config->hasSpectralReplication ? 2048 : 1024;
     }
-    const bool isUsable = format_.mFramesPerPacket > 0 && format_.mFramesPerPacket <= mostFramesPerPacket;
-    return isUsable ? noErr : kAudioFileUnsupportedDataFormatError;
+    if (frames == 0 || frames > mostFramesPerPacket)
+        return std::nullopt;
+    const AudioFormatID coding = isMP3 ? kAudioFormatMPEGLayer3 : aacOf(parameters, frames);
+    return compressedFormat(coding, coding == kAudioFormatMPEG4AAC ? kMPEG4Object_AAC_LC : 0, parameters.sample_rate,
+                            static_cast<UInt32>(std::max(0, parameters.ch_layout.nb_channels)), frames);
 }
 
 OSStatus Reader::readPackets(const AddPacket& add)
@@ -216,16 +214,15 @@ OSStatus Reader::readPackets(const AddPacket& add)
     return noErr;
 }
 
-bool Reader::readIndex(const AddPacket& add)
+void Reader::readIndex(const AddPacket& add)
 {
     const int count = avformat_index_get_entries_count(stream_);
     for (int i = 0; i < count; ++i) {
         const AVIndexEntry* const entry = avformat_index_get_entry(stream_, i);
         if (entry->pos < 0 || entry->size < 0 ||
             !add({static_cast<UInt64>(entry->pos), static_cast<UInt32>(entry->size), format_.mFramesPerPacket}))
-            return false;
+            return;
     }
-    return true;
 }
 
 OSStatus Reader::readStream(const AddPacket& add)

@@ -38,9 +38,9 @@ private:
     bool chooseStream();
     OSStatus prepare();
     OSStatus pad();
-    OSStatus describe();
-    OSStatus describeByDecoding();
-    bool readIndex(const AddPacket& add);
+    bool describe();
+    std::optional<AudioStreamBasicDescription> describeByDecoding();
+    void readIndex(const AddPacket& add);
     OSStatus readStream(const AddPacket& add);
     UInt32 framesOf(const AVPacket& packet) const;
     bool makeUnwrapper();

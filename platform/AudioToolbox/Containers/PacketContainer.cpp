@@ -188,10 +188,10 @@ OSStatus PacketContainer::setMagicCookie(std::span<const UInt8> cookie)
     if (bare.empty())
         return paramErr;
     bare_.swap(bare);
-    if (takeCookie())
-        return cookieChanged();
-    bare_.swap(bare);
-    return paramErr;
+    const OSStatus status = takeCookie() ? cookieChanged() : paramErr;
+    if (status != noErr)
+        bare_.swap(bare);
+    return status;
 }
 
 // A cookie tells the format more exactly than a caller needs to; what both tell must be the same.
@@ -340,9 +340,7 @@ bool holdsPackets(const AudioStreamBasicDescription& format)
         return format.mFramesPerPacket <= mostFramesPerPacket;
     const bool isPlainAAC =
         format.mFormatID == kAudioFormatMPEG4AAC && (format.mFramesPerPacket == 0 || format.mFramesPerPacket == 1024);
-    return isPlainAAC &&
-           !makeAACConfig(kMPEG4Object_AAC_LC, static_cast<UInt32>(format.mSampleRate), format.mChannelsPerFrame)
-                .empty();
+    return isPlainAAC && !makeAACConfig(format).empty();
 }
 
 } // namespace qmx

@@ -120,11 +120,7 @@ Bytes formatChunk(const SampleLayout& layout, const AudioStreamBasicDescription&
             .append(identifierTail);
     else if (tag != tagPCM)
         data.u16(0);
-    return ByteWriter(layout.order)
-        .code(formatChunkID)
-        .u32(static_cast<UInt32>(data.bytes().size()))
-        .append(data.bytes())
-        .bytes();
+    return ByteWriter(layout.order).chunk(formatChunkID, data.bytes()).bytes();
 }
 
 // Little-endian files begin with room for 64-bit sizes; there is no big-endian form with such.
@@ -135,16 +131,12 @@ Bytes headerFor(const AudioStreamBasicDescription& format)
     ByteWriter chunks(layout.order);
     chunks.code(waveID);
     if (isLittle)
-        chunks.code(fillerID).u32(sizes64Bytes).zeros(sizes64Bytes);
+        chunks.chunk(fillerID, Bytes(sizes64Bytes));
     chunks.append(formatChunk(layout, format));
     if (layout.coding != Coding::signedInteger && layout.coding != Coding::unsignedInteger)
-        chunks.code(factID).u32(4).u32(0);
-    chunks.code(dataID).u32(0);
-    return ByteWriter(layout.order)
-        .code(isLittle ? riffID : rifxID)
-        .u32(static_cast<UInt32>(chunks.bytes().size()))
-        .append(chunks.bytes())
-        .bytes();
+        chunks.chunk(factID, Bytes(4));
+    chunks.chunk(dataID, {});
+    return ByteWriter(layout.order).chunk(isLittle ? riffID : rifxID, chunks.bytes()).bytes();
 }
 
 class WAVEContainer : public ChunkContainer
