@@ -22,21 +22,6 @@ IO makeIO(bool isWritten, void* self, int (*read)(void*, std::uint8_t*, int), in
     return context;
 }
 
-/// Where a seek leads; negative for nowhere.
-std::int64_t target(std::int64_t position, std::int64_t size, std::int64_t offset, int whence)
-{
-    switch (whence & ~AVSEEK_FORCE) {
-    case SEEK_SET:
-        return offset;
-    case SEEK_CUR:
-        return position + offset;
-    case SEEK_END:
-        return size + offset;
-    default:
-        return -1;
-    }
-}
-
 /// Puts bytes into a block from `offset` on; it grows as is needed.
 void put(Bytes& block, std::size_t offset, std::span<const UInt8> bytes)
 {
@@ -73,16 +58,15 @@ int InputFile::read(void* self, std::uint8_t* to, int size)
     return done.error != 0 ? AVERROR(done.error) : AVERROR_EOF;
 }
 
+// Places are always given from the begin.
 std::int64_t InputFile::seek(void* self, std::int64_t offset, int whence)
 {
     auto& input = *static_cast<InputFile*>(self);
-    const auto length = static_cast<std::int64_t>(input.file_.length());
     if (whence == AVSEEK_SIZE)
-        return length;
-    const std::int64_t to = target(input.position_, length, offset, whence);
-    if (to < 0)
+        return static_cast<std::int64_t>(input.file_.length());
+    if (offset < 0)
         return AVERROR(EINVAL);
-    return input.position_ = to;
+    return input.position_ = offset;
 }
 
 Surroundings::Surroundings() : context_(makeIO(true, this, nullptr, write, seek)) {}
@@ -131,16 +115,10 @@ void Surroundings::take(std::span<const UInt8> bytes)
 
 std::int64_t Surroundings::seek(void* self, std::int64_t offset, int whence)
 {
-    auto& output = *static_cast<Surroundings*>(self);
-    const std::size_t end = std::max(output.position_, output.packetsEnd_ + output.tail_.size());
-    if (whence == AVSEEK_SIZE)
-        return static_cast<std::int64_t>(end);
-    const std::int64_t to =
-        target(static_cast<std::int64_t>(output.position_), static_cast<std::int64_t>(end), offset, whence);
-    if (to < 0)
+    if (whence == AVSEEK_SIZE || offset < 0) // none asks how much there is
         return AVERROR(EINVAL);
-    output.position_ = static_cast<std::size_t>(to);
-    return to;
+    static_cast<Surroundings*>(self)->position_ = static_cast<std::size_t>(offset);
+    return offset;
 }
 
 } // namespace qmx::libav

@@ -344,13 +344,11 @@ bool Reader::setLengthFromComment(UInt64 frames)
     for (UInt64& number : gaps)
         number = std::strtoull(at, &at, 16);
     const auto [zeros, priming, remainder, valid] = gaps;
-    const bool isTold = valid > 0 && valid <= frames && priming <= frames && remainder <= frames &&
-                        priming + remainder + valid <= frames;
-    if (isTold) {
-        primingFrames_ = priming;
-        validFrames_ = valid;
-    }
-    return isTold;
+    if (valid == 0 || std::max({priming, remainder, valid}) > frames || priming + remainder + valid > frames)
+        return false;
+    primingFrames_ = priming;
+    validFrames_ = valid;
+    return true;
 }
 
 } // namespace qmx::libav
