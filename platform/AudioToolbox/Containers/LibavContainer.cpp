@@ -57,7 +57,9 @@ protected:
     {
         auto muxer = std::make_unique<libav::Muxer>(
             muxerName_, format_, bare_, static_cast<UInt32>(table().mPrimingFrames), (options_ + moreOptions).c_str());
-        return muxer->isOpen() ? std::move(muxer) : nullptr;
+        if (!muxer->isOpen())
+            muxer.reset();
+        return muxer;
     }
 
     /// Brings the head up to date.
@@ -167,7 +169,7 @@ protected:
         auto muxer = makeMuxer();
         if (!muxer)
             return paramErr;
-        muxer_ = std::move(muxer);
+        muxer_.swap(muxer);
         return noErr;
     }
 
