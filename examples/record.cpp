@@ -108,7 +108,7 @@ std::shared_ptr<QMXAudioDevice> deviceNamed(const std::optional<std::string>& ui
     if (!uid && !standard)
         throw Failure{"no input device: the machine has none or its sound server does not run; "
                       "QMX_AUDIO_BACKEND=virtual gives simulated ones"};
-    const auto device =
+    auto device =
         uid ? QMXAudioDevice::deviceWithDeviceUID(*uid) : QMXAudioDevice::deviceWithDeviceID(standard->deviceID());
     if (!device)
         throw Failure{*uid + ": no such device (the program devices lists them)"};
