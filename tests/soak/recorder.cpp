@@ -65,6 +65,16 @@ UInt64 rightFrames(const char* path)
     }
 }
 
+/// What the device itself left out, because its thread got no processor in time.
+UInt64 framesMissedByDevice(const QMXAudioRecorder& recorder)
+{
+    UInt64 frames = 0;
+    for (const auto& loss : recorder.lostFramePositions())
+        if (loss.reason == QMXAudioRecordingLoss::Reason::timeGap)
+            frames += loss.frames;
+    return frames;
+}
+
 } // namespace
 
 int main(int argumentCount, char** arguments)
@@ -98,14 +108,15 @@ int main(int argumentCount, char** arguments)
     recorder->stop();
     const std::chrono::duration<double> elapsed = std::chrono::steady_clock::now() - begin;
 
-    const UInt64 right = rightFrames(path);
-    std::printf("%s: %.0f s recorded in %.1f s: frames %u, right in the file %llu, dropped %llu, overruns %u, "
+    const UInt64 right = rightFrames(path), missed = framesMissedByDevice(*recorder);
+    const UInt64 dropped = recorder->droppedFrames() - missed;
+    std::printf("%s: %.0f s recorded in %.1f s: frames %u, right in the file %llu, dropped %llu, missed by the device "
+                "%llu, overruns %u, "
                 "memory %ld KiB after a tenth, %ld KiB at the end\n",
                 arguments[1], recorder->lengthInFrames() / rate, elapsed.count(), recorder->lengthInFrames(),
-                static_cast<unsigned long long>(right), static_cast<unsigned long long>(recorder->droppedFrames()),
-                recorder->overruns(), early, late);
+                static_cast<unsigned long long>(right), static_cast<unsigned long long>(dropped),
+                static_cast<unsigned long long>(missed), recorder->overruns(), early, late);
     constexpr long allowance = 2048; // KiB
-    const bool isGood =
-        right == recorder->lengthInFrames() && recorder->droppedFrames() == 0 && late < early + allowance;
+    const bool isGood = right == recorder->lengthInFrames() && dropped == 0 && late < early + allowance;
     return isGood ? 0 : 1;
 }
