@@ -29,6 +29,7 @@
 #include "Processing/QMXProgressSubscriber.h"
 #include "Processing/QMXSoftwareVolumeControl.h"
 #include "Recording/QMXAudioRecorder.h"
+#include "Recording/QMXAudioRecordingLoss.h"
 #include "Tracks/QMXAIFAudioTrackInfoReader.h"
 #include "Tracks/QMXAIFAudioTrackInfoWriter.h"
 #include "Tracks/QMXAIFCommon.h"
