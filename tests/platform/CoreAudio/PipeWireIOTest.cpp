@@ -134,12 +134,14 @@ TEST_F(PipeWireIOTest, CyclesHaveTheSizeAndTheRateThatWereAskedFor)
                get<UInt32>(sink, 0, false, kAudioDevicePropertyBufferFrameSize) == 256;
     }));
     std::atomic<int> cycles{0}, others{0};
+    std::atomic<UInt32> frames{0};
     AudioTimeStamp first, last;
     Procedure player(sink, [&](const auto&, const auto&, AudioBufferList& output, const AudioTimeStamp& time) {
         if (cycles++ == 0)
             first = time;
         last = time;
-        if (samplesOf(output).size() != 2 * 256)
+        frames = static_cast<UInt32>(samplesOf(output).size() / 2);
+        if (frames != 256 && cycles < 100)
             ++others;
         const qmx::test::OutsideRealTime outside;
         tell();
@@ -147,6 +149,8 @@ TEST_F(PipeWireIOTest, CyclesHaveTheSizeAndTheRateThatWereAskedFor)
     ASSERT_EQ(player.start(), noErr);
     EXPECT_TRUE(waitUntil([&] { return cycles >= 100; }));
     EXPECT_EQ(get<UInt32>(sink, 0, false, kAudioDevicePropertyDeviceIsRunning), 1U);
+    EXPECT_EQ(set(sink, 0, false, kAudioDevicePropertyBufferFrameSize, UInt32{128}), noErr);
+    EXPECT_TRUE(waitUntil([&] { return frames == 128; })); // while it runs, too
     AudioTimeStamp now;
     EXPECT_EQ(AudioDeviceGetCurrentTime(sink, &now), noErr);
     EXPECT_EQ(player.stop(), noErr);
@@ -156,6 +160,29 @@ TEST_F(PipeWireIOTest, CyclesHaveTheSizeAndTheRateThatWereAskedFor)
     const Float64 seconds = static_cast<Float64>(last.mHostTime - first.mHostTime) / 1e9;
     EXPECT_NEAR((last.mSampleTime - first.mSampleTime) / seconds, 44100, 44100 * 0.001);
     EXPECT_NEAR(now.mSampleTime, last.mSampleTime, 4 * 1024);
+}
+
+TEST_F(PipeWireIOTest, ADeviceThatIsUnpluggedWhileItRunsGoesAtOnce)
+{
+    server().plugIn("plugged");
+    ASSERT_TRUE(waitUntil([] { return find("plugged") != 0; }));
+    const AudioDeviceID plugged = find("plugged");
+    std::atomic<int> cycles{0};
+    Procedure player(plugged, [&](const auto&, const auto&, auto&, const auto&) {
+        ++cycles;
+        const qmx::test::OutsideRealTime outside;
+        tell();
+    });
+    ASSERT_EQ(player.start(), noErr);
+    ASSERT_TRUE(waitUntil([&] { return cycles > 5; }));
+    const auto begin = std::chrono::steady_clock::now();
+    server().unplug("plugged");
+    EXPECT_TRUE(waitUntil([] { return !find("plugged"); }));
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(1500)); // no wait for its cycles
+    qmx::waitForIOCycle(plugged);
+    const int last = cycles;
+    EXPECT_TRUE(find("test-sink"));
+    EXPECT_EQ(cycles, last);
 }
 
 TEST_F(PipeWireIOTest, ServersMayDieAndComeBackWhileDevicesRun)

@@ -153,11 +153,9 @@ std::optional<RunRequest> PipeWireDevice::request() const
 OSStatus PipeWireDevice::startIO(const std::shared_ptr<DeviceIO>& io, const DeviceDescription& description)
 {
     std::optional<RunRequest> wanted;
-    UInt64 start = 0;
     {
         const Connection::Lock lock(connection_);
         wanted = request();
-        start = ++startCount_;
     }
     if (!wanted)
         return kAudioHardwareBadDeviceError;
@@ -166,8 +164,7 @@ OSStatus PipeWireDevice::startIO(const std::shared_ptr<DeviceIO>& io, const Devi
     if (const OSStatus status = run->start(*wanted))
         return status;
     const Connection::Lock lock(connection_);
-    if (start != startCount_)
-        return kAudioHardwareUnspecifiedError;
+    ++startCount_;
     io_ = io;
     take(std::move(run));
     return noErr;
@@ -242,11 +239,13 @@ void PipeWireDevice::mend()
         const Connection::Lock lock(connection_);
         if (!run_ || !run_->isBroken())
             return;
+        connection_.settle(); // a device that is unplugged loses its links first
+        connection_.waitUntil([this] { return !connection_.isConnected() || connection_.isSettled(); });
         wanted = request();
         io = io_;
         start = startCount_;
     }
-    if (!wanted)
+    if (!wanted || !io)
         return;
     auto run = std::make_shared<FilterRun>(connection_, io, cycleToken_, [this_ = &housekeeping_] { this_->wake(); });
     if (run->start(*wanted))

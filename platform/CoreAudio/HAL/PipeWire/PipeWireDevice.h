@@ -62,8 +62,8 @@ private:
     // guarded by the connection's lock
     KeptWishes& wishes_;
     std::shared_ptr<FilterRun> run_;
-    std::shared_ptr<DeviceIO> io_; ///< while it shall run
-    UInt64 startCount_ = 0;
+    std::shared_ptr<DeviceIO> io_;          ///< while it shall run
+    UInt64 startCount_ = 0;                 ///< starts and stops
     std::mutex clockMutex_;                 // nothing is waited for with it held
     std::shared_ptr<const RunClock> clock_; // guarded by it
 };
