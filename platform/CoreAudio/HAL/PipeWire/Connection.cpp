@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "CoreAudio/HAL/PipeWire/Connection.h"
 
-#include "Foundation/Log.h"
-
 #include <cerrno>
 #include <ctime>
 

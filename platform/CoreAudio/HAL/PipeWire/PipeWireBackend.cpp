@@ -2,10 +2,11 @@
 #include "CoreAudio/HAL/PipeWire/PipeWireBackend.h"
 
 #include "CoreAudio/HAL/PipeWire/MonotonicClock.h"
+#include "Foundation/Log.h"
+#include "Foundation/Thread.h"
 
 #include <algorithm>
 #include <chrono>
-#include <thread>
 
 namespace qmx::pipewire
 {
@@ -33,7 +34,8 @@ void PipeWireBackend::begin(HardwareSink& sink)
         connection_.waitUntil([this] { return !connection_.isConnected() || connection_.isSettled(); });
     }
     report();
-    std::thread([this] { keepHouse(); }).detach();
+    if (!Thread::detachNewThread("qmx-pw-keeper", [this] { keepHouse(); }))
+        Log("PipeWire: no thread to follow the devices with; they stay as they are");
 }
 
 void PipeWireBackend::wake()
