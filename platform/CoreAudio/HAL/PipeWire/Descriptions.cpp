@@ -160,10 +160,12 @@ void describeSection(const ServerState& state, const FoundDevice& found, bool is
     describeStream(node, channels, device, section);
     section.latency = latencyFrames(state.ports.at(ports.front()).latency, device);
     section.canBeDefaultDevice = !found.isMonitor;
-    const auto place = found.isMonitor ? std::nullopt : routePlace(state, found.node, isInput);
-    describeSources(state, place, isInput, device.name, section);
-    if (found.isMonitor) // the levels are the sink's
+    if (found.isMonitor) { // the levels are the sink's
+        describeSources(state, std::nullopt, isInput, device.name, section);
         return;
+    }
+    const auto place = routePlace(state, found.node, isInput);
+    describeSources(state, place, isInput, device.name, section);
     Levels levels = node.levels;
     if (place && place->current && !place->current->levels.channels.empty())
         levels = place->current->levels;
