@@ -228,6 +228,8 @@ bool QMXAudioRecorder::record()
         makeFile();
     if (!_audioFile->isOpen())
         _audioFile->open();
+    if (recorderState == ready && _inputDevice->nominalSampleRate(true) != _sourceFormat->sampleRate())
+        losses_->add(QMXAudioRecordingLoss::Reason::rateChange, 0, 0);
     nextSampleTime_.reset(); // the time between a pause and its end is no gap
     recorderState = recording;
     _inputDevice->addAudioIOSubscriber_forInput(shared_from_this(), true);

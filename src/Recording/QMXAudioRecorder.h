@@ -43,7 +43,7 @@ QMX_EXPORT extern const char* const QMXAudioRecorderPausedRecordingNotification;
 /// setWritesPartialBufferAtStop, setSpareRawBuffers. What was lost is counted and listed.
 ///
 /// The file is valid at every moment and holds the buffers written so far, also after a full disk, the loss of the device or a
-/// kill. A failing write or conversion costs its buffer; the recording goes on. While it records the device keeps the
+/// kill. A failing conversion costs its buffer, a failing write what of its buffer did not fit; the recording goes on. While it records the device keeps the
 /// recorder alive: stop it.
 ///
 /// Main thread, where nothing else is said.
@@ -186,7 +186,8 @@ private:
     // the saving thread
     void saveBufferRunLoop();
     void convertBufferAndSaveToFile();
-    std::optional<QMXAudioRecordingLoss::Reason> saveBytes(const Byte* bytes, UInt32 byteCount);
+    std::optional<QMXAudioRecordingLoss::Reason> saveBytes(const Byte* bytes, UInt32* byteCount);
+    UInt32 keepBegin(const Byte* bytes, UInt32 written);
     bool writeConvertedTail();
     UInt32 convertedRoomFor(UInt32 byteCount) const;
 

@@ -12,6 +12,7 @@
 #include <algorithm>
 #include <cmath>
 #include <new>
+#include <utility>
 
 using namespace recorder;
 using Reason = QMXAudioRecordingLoss::Reason;
@@ -162,24 +163,41 @@ void QMXAudioRecorder::convertBufferAndSaveToFile()
         const RawBuffers::Block* const block = rawByteBuffer->take();
         if (!block)
             return;
-        const auto failure = saveBytes(block->bytes.get(), block->byteCount);
+        UInt32 saved = block->byteCount;
+        const auto failure = saveBytes(block->bytes.get(), &saved);
         if (failure && !_isFlushing) // what a flush offers is noted since the stop
-            noteLoss(*failure, block->firstByte, block->byteCount);
+            noteLoss(*failure, block->firstByte + saved, block->byteCount - saved);
     }
 }
 
-/// What failed, if anything did.
-std::optional<Reason> QMXAudioRecorder::saveBytes(const Byte* bytes, UInt32 byteCount)
+/// What failed, if anything did; the count is then how many of the bytes are in the file.
+std::optional<Reason> QMXAudioRecorder::saveBytes(const Byte* bytes, UInt32* byteCount)
 {
+    const UInt32 held = std::exchange(*byteCount, 0);
     UInt32 length = rawByteBufferSizeInBytes; // without a converter all of the buffer, however full, as intended
     if (_audioConverter) {
-        length = convertedRoomFor(byteCount);
+        length = convertedRoomFor(held);
         if (!convertedBuffer || _audioConverter->convertBuffer_inputBufferSize_outputBuffer_outputBufferSize(
-                                    bytes, byteCount, convertedBuffer.get(), &length) != noErr)
+                                    bytes, held, convertedBuffer.get(), &length) != noErr)
             return Reason::conversion;
         bytes = convertedBuffer.get();
     }
-    return _audioFile && _audioFile->write_length(bytes, &length) ? std::nullopt : std::optional(Reason::write);
+    if (!_audioFile)
+        return Reason::write;
+    if (_audioFile->write_length(bytes, &length))
+        return std::nullopt;
+    const Float64 frames = keepBegin(bytes, length) / fileFramesPerFrame_;
+    *byteCount = std::min(held, static_cast<UInt32>(frames) * sourceFrameBytes_);
+    return Reason::write;
+}
+
+/// A disk that becomes full takes the begin of a write, which the file does not count: written by itself it stays. Gives its
+/// frames.
+UInt32 QMXAudioRecorder::keepBegin(const Byte* bytes, UInt32 written)
+{
+    const UInt32 frameBytes = std::max(_audioFile->bytesPerFrame(), 1U);
+    UInt32 length = written / frameBytes * frameBytes;
+    return length > 0 && _audioFile->write_length(bytes, &length) ? length / frameBytes : 0;
 }
 
 UInt32 QMXAudioRecorder::convertedRoomFor(UInt32 byteCount) const

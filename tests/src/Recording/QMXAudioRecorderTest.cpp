@@ -6,11 +6,11 @@
 #include "Foundation/RealTime.h"
 #include "support/CapturedLog.h"
 #include "support/MemoryDisk.h"
+#include "support/RecordedSamples.h"
 #include "support/VirtualDevices.h"
 
 #include <gmock/gmock.h>
 
-#include <bit>
 #include <cerrno>
 
 namespace
@@ -68,25 +68,7 @@ protected:
             device, nullptr, &list, nullptr, nullptr, nullptr, device);
     }
     /// The file's samples, as it stands on the disk.
-    std::vector<Float32> samplesInFile()
-    {
-        const auto file = QMXAudioFile::initWithPath_accessMode(path, QMXAudioFileAccessMode::read);
-        EXPECT_TRUE(file->open());
-        auto length = static_cast<UInt32>(file->lengthInBytes());
-        std::vector<Byte> bytes(length);
-        EXPECT_TRUE(length == 0 || file->read_length(bytes.data(), &length));
-        const UInt32 width = file->bitsPerChannel() / 8;
-        std::vector<Float32> samples(length / width);
-        for (std::size_t i = 0; i < samples.size(); ++i) {
-            UInt32 word = 0;
-            for (UInt32 b = 0; b < width; ++b)
-                word |= UInt32{bytes[i * width + b]} << (24 - 8 * b);
-            samples[i] = file->fileStreamFormat()->isFloat()
-                             ? std::bit_cast<Float32>(word)
-                             : static_cast<Float32>(static_cast<SInt32>(word)) / 2147483648.0F;
-        }
-        return samples;
-    }
+    static std::vector<Float32> samplesInFile() { return qmx::test::recordedSamples(path); }
     /// Expects frames `first` to `end` of the count in `samples` from frame `at` on.
     void expectCount(const std::vector<Float32>& samples, std::size_t at, UInt64 first, UInt64 end) const
     {
@@ -119,10 +101,8 @@ private:
         });
 };
 
-struct Case {
-    UInt32 channels, bits;
-    bool isFloat, writesRest;
-};
+/// Channels, bits (32: floats), and whether the rest is written at the stop.
+using Case = std::tuple<UInt32, UInt32, bool>;
 
 class RecorderFormats : public Recorder, public testing::WithParamInterface<Case>
 {
@@ -130,8 +110,8 @@ class RecorderFormats : public Recorder, public testing::WithParamInterface<Case
 
 TEST_P(RecorderFormats, KeepEverySampleAcrossBuffersAndPauses)
 {
-    const auto [channelCount, bits, isFloat, writesRest] = GetParam();
-    make(channelCount, bits, isFloat);
+    const auto [channelCount, bits, writesRest] = GetParam();
+    make(channelCount, bits, bits == 32);
     recorder->setWritesPartialBufferAtStop(writesRest);
     const UInt32 cycles = bufferFrames() / cycle + 3;
     ASSERT_TRUE(recorder->record());
@@ -153,8 +133,7 @@ TEST_P(RecorderFormats, KeepEverySampleAcrossBuffersAndPauses)
 }
 
 INSTANTIATE_TEST_SUITE_P(All, RecorderFormats,
-                         testing::Values(Case{1, 16, false, false}, Case{2, 16, false, true}, Case{2, 24, false, false},
-                                         Case{2, 32, true, false}, Case{5, 24, false, true}, Case{8, 32, true, true}));
+                         testing::Combine(testing::Range(1U, 9U), testing::Values(16U, 24U, 32U), testing::Bool()));
 
 TEST_F(Recorder, GoesThroughItsStatesAndTellsOfThem)
 {
@@ -247,30 +226,39 @@ TEST_F(Recorder, SpareBuffersWaitForADiskThatStalls)
     expectCount(samples, 0, 0, samples.size() / 2);
 }
 
-TEST_F(Recorder, FullDiskOrFailingWritesCostTheirBuffersOnly)
+TEST_F(Recorder, AFullDiskCostsWhatDoesNotFitAndAFailingWriteItsBuffer)
 {
-    make(2);
+    make(2, 24);
+    const UInt32 full = bufferFrames(), fitting = 100;
+    recorder->setWritesPartialBufferAtStop(true);
     recorder->record();
-    feed(bufferFrames());
+    feed(full);
     hardware.settle();
-    disk.setCapacity(disk.contents(path).size() + 1000);
-    feed(bufferFrames());
+    disk.setCapacity(disk.contents(path).size() + 6 * fitting + 5);
+    feed(full);
     hardware.settle();
-    EXPECT_EQ(recorder->droppedFrames(), bufferFrames());
+    feed(full);
+    hardware.settle();
+    EXPECT_EQ(recorder->droppedFrames(), 2 * full - fitting);
     disk.setCapacity(SIZE_MAX);
-    feed(bufferFrames());
+    feed(full);
     hardware.settle();
     disk.failChange(1, EIO);
-    feed(bufferFrames());
+    feed(full);
+    hardware.settle();
+    feed(7);
     recorder->stop();
     const auto samples = samplesInFile();
-    ASSERT_GE(samples.size(), 2 * 2 * bufferFrames());
-    expectCount(samples, 0, 0, bufferFrames());
-    expectCount(samples, bufferFrames(), 2 * bufferFrames(), 3 * bufferFrames());
+    ASSERT_EQ(samples.size(), 2 * (2 * full + fitting + 7));
+    expectCount(samples, 0, 0, full + fitting);
+    expectCount(samples, full + fitting, 3 * full, 4 * full);
+    expectCount(samples, 2 * full + fitting, 5 * full, 5 * full + 7);
     const auto losses = recorder->lostFramePositions();
-    ASSERT_EQ(losses.size(), 2U);
+    ASSERT_EQ(losses.size(), 3U);
     EXPECT_EQ(losses[0].reason, Reason::write);
-    EXPECT_EQ(losses[1].frame, 3 * bufferFrames());
+    EXPECT_EQ(losses[0].frame, full + fitting);
+    EXPECT_EQ(losses[2].frame, 4 * full);
+    EXPECT_EQ(losses[2].fileFrame, 2 * full + fitting);
 }
 
 TEST_F(Recorder, AKillLeavesAFileWithAllThatWasWrittenBeforeTheLastBuffer)
@@ -323,6 +311,21 @@ TEST_F(Recorder, LossOfTheDeviceGapsAndChangesOfItsRateAreNotedAndLeaveAWholeFil
     EXPECT_EQ(losses[0].frames, 1000U);
     EXPECT_EQ(losses[1].reason, Reason::rateChange);
     EXPECT_EQ(losses[1].frame, 20 * cycle);
+}
+
+TEST_F(Recorder, ARateThatChangedBeforeTheRecordingIsNotedUnlessTheRecorderWasTold)
+{
+    for (const bool isTold : {false, true}) {
+        make(2);
+        hardware.change(id, [](qmx::DeviceDescription& device) { device.nominalSampleRate = 48000; });
+        news();
+        if (isTold)
+            recorder->setDeviceStreamFormat(recorder->inputDevice()->actualStreamFormat_isInput(0, true));
+        recorder->record();
+        EXPECT_EQ(recorder->lostFramePositions().size(), isTold ? 0U : 1U);
+        recorder->stop();
+        hardware.reset();
+    }
 }
 
 TEST_F(Recorder, AnotherRateInTheFileLosesNothingBetweenBuffers)
