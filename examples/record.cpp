@@ -15,6 +15,8 @@
 #include "support/LevelLine.h"
 #include "support/Recording.h"
 
+#include <cerrno>
+#include <cstdio>
 #include <filesystem>
 #include <limits>
 
@@ -64,7 +66,7 @@ std::optional<AudioFileTypeID> typeNamed(const std::optional<std::string>& name)
 
 Wishes wishesOf(const example::CommandLine& line)
 {
-    if (line.plainArguments().size() != 1)
+    if (line.plainArguments().size() != 1 || line.plainArguments()[0].empty())
         throw Failure{"which file? (--help tells more)", 2};
     Wishes wishes;
     wishes.path = line.plainArguments()[0];
@@ -144,6 +146,20 @@ std::shared_ptr<QMXAudioRecorder> makeRecorder(const std::shared_ptr<QMXAudioDev
     return recorder;
 }
 
+/// Why a file cannot be made or replaced: the system's words, or none where it sees no reason.
+std::string refusalOf(const std::string& path)
+{
+    const bool wasThere = std::filesystem::exists(path);
+    std::FILE* const file = std::fopen(path.c_str(), "ab");
+    const bool isRefused = !file || (!wasThere && (std::fputc(0, file) == EOF || std::fflush(file) != 0));
+    const int error = errno;
+    if (file)
+        std::fclose(file);
+    if (file && !wasThere)
+        std::remove(path.c_str());
+    return isRefused ? ": " + example::systemErrorText(error) : "";
+}
+
 /// Runs until the end is reached, the device is gone, or Ctrl-C is pressed.
 void recordToTheEnd(QMXAudioRecorder& recorder, const Wishes& wishes, double rate)
 {
@@ -154,7 +170,7 @@ void recordToTheEnd(QMXAudioRecorder& recorder, const Wishes& wishes, double rat
     example::LevelLine levelLine(device.numberOfChannels(true));
     const auto frames =
         center.observe(QMXAudioRecorderRecordedFrameNotification, nullptr, [&](const qmx::Notification&) {
-            levelLine.show(recorder.lengthInFrames() / rate);
+            levelLine.show(recorder.lengthInFrames() / rate, static_cast<double>(recorder.droppedFrames()) / rate);
             if (recorder.lengthInFrames() >= lastFrame)
                 loop.stop();
         });
@@ -165,7 +181,7 @@ void recordToTheEnd(QMXAudioRecorder& recorder, const Wishes& wishes, double rat
     if (wishes.hasMeter)
         device.inputVUMeterDataProvider()->start();
     if (!recorder.record() || !recorder.audioFile()->isOpen())
-        throw Failure{"cannot create " + wishes.path};
+        throw Failure{"cannot create " + wishes.path + refusalOf(wishes.path)};
     if (!device.isRunning())
         throw Failure{device.name().value_or("the device") + ": does not start"};
     while (!example::isInterrupted() && device.isRunning() && recorder.lengthInFrames() < lastFrame)

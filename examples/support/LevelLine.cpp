@@ -45,12 +45,14 @@ void LevelLine::take(const QMXVUMeterData& levels)
         shown_[i] = std::max(levels.floatValueForChannel(i + 1), shown_[i] * fall);
 }
 
-void LevelLine::show(double seconds)
+void LevelLine::show(double seconds, double lostSeconds)
 {
     if (!isTerminal_)
         return;
     const auto whole = static_cast<UInt64>(seconds);
     std::string line = qmx::format("%qu:%02qu.%qu", whole / 60, whole % 60, static_cast<UInt64>(seconds * 10) % 10);
+    if (lostSeconds > 0)
+        line += qmx::format("  LOST: %.1f s ", lostSeconds);
     for (UInt32 i = 0; hasLevels_ && i < channels_; ++i)
         line += bar(shown_[i]);
     if (line == drawn_)

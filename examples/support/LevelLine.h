@@ -9,7 +9,7 @@
 namespace example
 {
 
-/// A line on standard error with the elapsed time and, where levels come, a bar for each channel from -60 to 0 dB that falls
+/// A line on standard error with the elapsed time, what of it was lost and, where levels come, a bar for each channel from -60 to 0 dB that falls
 /// slowly. Shown only where that is a terminal, and wiped when done.
 class LevelLine
 {
@@ -21,7 +21,7 @@ public:
 
     void take(const QMXVUMeterData& levels);
     /// Draws the line anew when it looks different.
-    void show(double seconds);
+    void show(double seconds, double lostSeconds);
 
 private:
     bool isTerminal_;
