@@ -6,6 +6,7 @@
 #include "Devices/QMXVUMeterDataProvider.h"
 #include "Foundation/RealTime.h"
 #include "Foundation/RunLoop.h"
+#include "Foundation/Thread.h"
 #include "Recording/QMXAudioRecorder.h"
 
 #include <benchmark/benchmark.h>
@@ -56,6 +57,7 @@ void cycle(benchmark::State& state)
     const auto recorder = QMXAudioRecorder::initWithAudioDevice_filePath(device, path);
     device->inputVUMeterDataProvider()->start();
     recorder->record();
+    qmx::Thread::setThreadPriority(1.0); // as the threads of devices
     for (auto _ : state) {
         auto times = timeCycles(*device);
         std::ranges::sort(times);
