@@ -224,6 +224,9 @@ bool QMXAudioRecorder::record()
 {
     if ((recorderState != ready && recorderState != paused) || !rawByteBuffer->isAllocated())
         return false;
+    const auto format = _inputDevice->actualStreamFormat_isInput(0, true);
+    if (format && format->channelsPerFrame() != _sourceFormat->channelsPerFrame())
+        return false; // what came would be taken for other channels
     if (!_audioFile)
         makeFile();
     if (!_audioFile->isOpen())

@@ -101,7 +101,7 @@ public:
 
     /// Begins, or goes on after a pause; makes and opens the file. True means that the device was asked to run, not that it does, nor
     /// that the file is open: audioFile()->isOpen() and inputDevice()->isRunning() tell. False when it records, after a
-    /// stop, and without memory for the buffers.
+    /// stop, without memory for the buffers, and on a device that by now has other channels than its stream format told.
     bool record();
     /// Stops by itself after so many seconds; record() is to be called too. False for a time that is not finite.
     bool recordForDuration(double seconds);
