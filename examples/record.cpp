@@ -209,6 +209,18 @@ const char* reasonText(QMXAudioRecordingLoss::Reason reason)
     return "";
 }
 
+/// How much is missing, where and why; the recording has lost something.
+std::string lossText(const QMXAudioRecorder& recorder)
+{
+    const auto losses = recorder.lostFramePositions();
+    const std::string what =
+        recorder.droppedFrames() > 0 ? qmx::format("%qu frames are missing ", recorder.droppedFrames()) : "";
+    const std::string many =
+        losses.size() > 1 ? qmx::format("in %u places, first ", static_cast<UInt32>(losses.size())) : "";
+    return what + many +
+           qmx::format("at frame %qu: ", losses.front().fileFrame).append(reasonText(losses.front().reason));
+}
+
 int record(int argumentCount, char** arguments)
 {
     const example::CommandLine line(argumentCount, arguments,
@@ -232,15 +244,12 @@ int record(int argumentCount, char** arguments)
     }
     const bool isGone = !device->isRunning();
     recorder->stop();
-    const auto losses = recorder->lostFramePositions();
     example::printAll(
         qmx::format("%@\t%.2f\t%u\n", wishes.path, recorder->lengthInFrames() / rate, recorder->lengthInFrames()));
     if (isGone)
         throw Failure{"the device went away; what was recorded until then is in " + wishes.path};
-    if (!losses.empty())
-        throw Failure{qmx::format("%qu frames are missing in %u places, first at frame %qu: %s",
-                                  recorder->droppedFrames(), static_cast<UInt32>(losses.size()),
-                                  losses.front().fileFrame, reasonText(losses.front().reason))};
+    if (!recorder->lostFramePositions().empty())
+        throw Failure{lossText(*recorder)};
     return 0;
 }
 
