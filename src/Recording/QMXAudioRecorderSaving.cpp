@@ -32,8 +32,8 @@ void QMXAudioRecorder::converterSetup()
     if (!_sourceFormat || !_destinationFormat)
         return;
     _audioConverter = QMXAudioConverter::initWithSourceFormat_destinationFormat(_sourceFormat, _destinationFormat);
-    fileFramesPerFrame_ =
-        _sourceFormat->sampleRate() > 0 ? _destinationFormat->sampleRate() / _sourceFormat->sampleRate() : 1;
+    const Float64 ratio = _destinationFormat->sampleRate() / _sourceFormat->sampleRate();
+    fileFramesPerFrame_ = std::isfinite(ratio) && ratio > 0 ? ratio : 1;
     setupRawBuffers();
     const UInt32 outputSize =
         _audioConverter ? _audioConverter->calculateOutputBufferSize(rawByteBufferSizeInBytes) : 0;
@@ -186,8 +186,9 @@ std::optional<Reason> QMXAudioRecorder::saveBytes(const Byte* bytes, UInt32* byt
         return Reason::write;
     if (_audioFile->write_length(bytes, &length))
         return std::nullopt;
-    const Float64 frames = keepBegin(bytes, length) / fileFramesPerFrame_;
-    *byteCount = std::min(held, static_cast<UInt32>(frames) * sourceFrameBytes_);
+    if (const UInt32 kept = keepBegin(bytes, length); kept > 0)
+        *byteCount =
+            static_cast<UInt32>(std::min<Float64>(held, std::floor(kept / fileFramesPerFrame_) * sourceFrameBytes_));
     return Reason::write;
 }
 

@@ -8,7 +8,7 @@ struct QMXAudioRecordingLoss {
     enum class Reason {
         overrun,       ///< saving was so late that full buffers were overtaken
         conversion,    ///< a buffer could not be converted
-        write,         ///< a buffer could not be written
+        write,         ///< what of a buffer could not be written
         partialBuffer, ///< the buffer that was being filled at the stop
         timeGap,       ///< the device's time jumped: cycles that never came; no frames where it jumped back
         rateChange     ///< no frames lost, but from here on the device ran at another rate than the file was told
