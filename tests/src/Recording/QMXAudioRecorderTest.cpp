@@ -209,11 +209,9 @@ TEST_F(Recorder, ADiskThatStallsCostsTheBuffersThatAreOvertakenAndNoOthers)
 TEST_F(Recorder, SpareBuffersWaitForADiskThatStalls)
 {
     make(2);
-    EXPECT_FALSE(recorder->setSpareRawBuffers(1025));
     EXPECT_TRUE(recorder->setSpareRawBuffers(3));
     recorder->setWritesPartialBufferAtStop(true);
     recorder->record();
-    EXPECT_FALSE(recorder->setSpareRawBuffers(4));
     disk.setStalled(true);
     feed(bufferFrames());
     disk.waitForStalledWrite();
