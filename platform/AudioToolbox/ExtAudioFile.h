@@ -26,11 +26,11 @@ inline constexpr ExtAudioFilePropertyID kExtAudioFileProperty_FileChannelLayout 
 /// The format of the frames that the caller reads or writes: linear PCM of any layout and rate. At first the file's own where
 /// that is linear PCM.
 inline constexpr ExtAudioFilePropertyID kExtAudioFileProperty_ClientDataFormat = qmx::fourCharCode("cfmt");
-/// The same of the client's frames.
+/// The channel layout of the client's frames, as above.
 inline constexpr ExtAudioFilePropertyID kExtAudioFileProperty_ClientChannelLayout = qmx::fourCharCode("cclo");
 /// The converter between the two formats, which stays the file's; null while there is no client format. It lives until the client
-/// format is set again. Its channel map (kAudioConverterChannelMap) and its quality can be set at once; setting this property to the
-/// converter or to null tells the file that other settings of it, such as the bit rate, were changed.
+/// format is set again. Its channel map (kAudioConverterChannelMap) can be set at any time; setting this property to the converter or to null
+/// tells the file that other settings of it, such as its quality or bit rate, were changed.
 inline constexpr ExtAudioFilePropertyID kExtAudioFileProperty_AudioConverter = qmx::fourCharCode("acnv");
 /// Bytes of the largest packet of the file, while writing of the largest that may come: MaxPacketSizeUnknown before there
 /// is a client format.
