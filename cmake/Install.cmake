@@ -25,5 +25,8 @@ if(QMX_WITH_FFMPEG)
     # named as libraries: as requirements they would ask for all that a static libavcodec is made of
     set(QMX_PC_CODINGS " -lavformat -lavcodec -lavutil")
 endif()
+if(QMX_WITH_PIPEWIRE)
+    set(QMX_PC_DEVICES " libpipewire-0.3")
+endif()
 configure_file(${CMAKE_CURRENT_LIST_DIR}/QMXCoreAudio.pc.in ${PROJECT_BINARY_DIR}/QMXCoreAudio.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/QMXCoreAudio.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

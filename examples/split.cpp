@@ -4,6 +4,7 @@
 #include "Foundation/Log.h"
 #include "Tracks/QMXAudioTrackAutoDefiner.h"
 #include "support/CommandLine.h"
+#include "support/DecodedCopy.h"
 #include "support/Envelope.h"
 #include "support/Failure.h"
 #include "support/Interrupt.h"
@@ -17,6 +18,7 @@
 #include <atomic>
 #include <filesystem>
 #include <limits>
+#include <optional>
 
 namespace
 {
@@ -41,6 +43,10 @@ past the last, and title, with tabs between them.
   --export DIR      write each track into a file of its own, named by its number and title, byte for byte
                     in the type and format of FILE; with --list, the tracks that are kept
   --type CODE       convert them to another type: AIFF, AIFC, WAVE, caff, m4af, flac, ... (see convert)
+
+A compressed FILE (m4a, FLAC, MP3, ...) is decoded into the folder for temporary files (TMPDIR) first, as
+16-bit samples, which go when the program ends. Its tracks are exported from FILE itself, frame for frame:
+as WAVE files, or with --type converted.
 
 The tracks can be kept in the file itself (AIFF and AIFF-C), which leaves the audio as it is:
 
@@ -83,16 +89,18 @@ Settings settingsFrom(const CommandLine& line)
     return settings;
 }
 
-/// Refuses what the definer's 32-bit and 16-bit counts cannot hold.
-void checkLength(QMXAudioFile& file, const Settings& settings)
+/// Refuses what the definer's 32-bit and 16-bit counts cannot hold, before anything is read or decoded.
+void checkLength(const Settings& settings, Float64 sampleRate)
 {
-    const UInt64 frames = example::frameCount(file);
-    constexpr UInt64 longest = std::numeric_limits<UInt32>::max() / 5;
+    const SInt64 frames = example::framesOfReadable(settings.path);
+    constexpr SInt64 longest = std::numeric_limits<UInt32>::max() / 5;
+    if (frames <= 0)
+        throw Failure{settings.path + ": holds no audio"};
     if (frames > longest)
         throw Failure{settings.path + ": longer than " + std::to_string(longest) + " frames, too long to be divided"};
     if (settings.tracks == 0)
         return;
-    const double blocks = static_cast<double>(frames) * 5 / file.sampleRate();
+    const double blocks = static_cast<double>(frames) * 5 / sampleRate;
     constexpr double mostBlocks = std::numeric_limits<SInt16>::max() - 1;
     if (blocks > mostBlocks)
         throw Failure{settings.path + ": longer than 1 h 49 min, too long for --tracks"};
@@ -123,7 +131,8 @@ private:
     example::ProgressBar bar_;
 };
 
-QMXAudioTrackAutoDefiner::Tracks define(const Settings& settings)
+/// Divides the recording whose samples are those of `path`.
+QMXAudioTrackAutoDefiner::Tracks define(const Settings& settings, const std::string& path)
 {
     std::atomic<bool> failed = false;
     qmx::setLogHandler([&failed](qmx::LogLevel level, const std::string&) {
@@ -134,7 +143,7 @@ QMXAudioTrackAutoDefiner::Tracks define(const Settings& settings)
     QMXAudioTrackAutoDefiner::setDelegate(std::make_shared<Progress>());
     auto tracks =
         QMXAudioTrackAutoDefiner::autoDefineTracksInFile_sensitivity_lengthOfSilence_zeroOffset_numberOfTracks(
-            settings.path, settings.sensitivity, settings.silence, settings.level, settings.tracks);
+            path, settings.sensitivity, settings.silence, settings.level, settings.tracks);
     QMXAudioTrackAutoDefiner::setDelegate(nullptr);
     qmx::setLogHandler([](qmx::LogLevel, const std::string&) {});
     example::endIfInterrupted();
@@ -160,15 +169,16 @@ example::Envelope measure(QMXAudioFile& file)
     return envelope;
 }
 
-std::string plotOf(QMXAudioFile& file, const QMXAudioTrackAutoDefiner::Tracks::element_type& tracks)
+std::string plotOf(QMXAudioFile& file, const std::string& recording, const AudioStreamBasicDescription& format,
+                   const QMXAudioTrackAutoDefiner::Tracks::element_type& tracks)
 {
     example::WaveformPlot plot;
-    plot.title = file.name().value_or("");
+    plot.title = std::filesystem::path(recording).filename();
     plot.sampleRate = file.sampleRate();
     plot.frames = example::frameCount(file);
     plot.subtitle = example::clockTime(static_cast<double>(plot.frames) / plot.sampleRate) + " \u00b7 " +
                     std::to_string(tracks.size()) + (tracks.size() == 1 ? " track" : " tracks") + " \u00b7 " +
-                    file.fileStreamFormat()->description();
+                    QMXAudioStreamBasicDescription(format).description();
     for (const auto& track : tracks)
         plot.tracks.push_back({static_cast<UInt64>(track->trackBegin()), static_cast<UInt64>(track->trackEnd())});
     return drawWaveform(plot, measure(file));
@@ -196,13 +206,19 @@ int split(int argumentCount, char** arguments)
         return 0;
     }
     example::catchInterrupts(&QMXAudioTrackAutoDefiner::cancel);
-    const auto file = example::openRecording(settings.path);
-    checkLength(*file, settings);
+    const AudioStreamBasicDescription format = example::formatOfReadable(settings.path);
+    checkLength(settings, format.mSampleRate);
     checkPlotPath(settings);
+    // what divides reads samples by bytes
+    std::optional<example::DecodedCopy> decoded;
+    if (format.mBytesPerFrame == 0)
+        decoded.emplace(settings.path);
+    const std::string samples = decoded ? decoded->path() : settings.path;
+    const auto file = example::openRecording(samples);
 
-    const auto tracks = define(settings);
+    const auto tracks = define(settings, samples);
     if (!settings.plotPath.empty())
-        example::writeWholeFile(settings.plotPath, plotOf(*file, *tracks));
+        example::writeWholeFile(settings.plotPath, plotOf(*file, settings.path, format, *tracks));
     const auto found = job.finish(*tracks);
     if (exporting.isAsked())
         exporting.write(settings.path, found);

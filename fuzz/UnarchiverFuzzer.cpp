@@ -2,10 +2,11 @@
 // Any bytes as a sequential archive; what gives an object must go into a keyed archive and come back.
 #include "ArchiveFuzzing.h"
 #include "Foundation/Unarchiver.h"
+#include "support/Archives.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
-    qmx::registerArchiveClass("Note", &AnyNote::decode);
+    qmx::test::Note::registerClass();
     if (const auto object = qmx::Unarchiver::unarchiveObjectWithData({data, size}))
         requireRoundTrip(object);
     return 0;

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <sstream>
 
 namespace example
 {
@@ -22,9 +23,9 @@ template <class Number> Number parsed(const std::string& option, const std::stri
     if (!isNumber)
         throw Failure{option + " takes a number, not '" + text + "'", usageError};
     if (error != std::errc{} || !(number >= least && number <= most)) {
-        const auto shown = [](Number bound) { return std::to_string(static_cast<long>(bound)); };
-        throw Failure{option + " takes a number from " + shown(least) + " to " + shown(most) + ", not " + text,
-                      usageError};
+        std::ostringstream line;
+        line << option << " takes a number from " << least << " to " << most << ", not " << text;
+        throw Failure{line.str(), usageError};
     }
     return number;
 }

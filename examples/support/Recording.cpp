@@ -48,6 +48,16 @@ std::string whyNotOpened(const std::string& path)
     return "its format could not be read";
 }
 
+std::shared_ptr<QMXExtAudioFile> openReadable(const std::string& path)
+{
+    if (const std::string objection = systemObjection(path); !objection.empty())
+        throw Failure{path + ": " + objection};
+    auto file = QMXExtAudioFile::initForReading(path);
+    if (const OSStatus status = file->open(); status != noErr)
+        throw Failure{path + ": " + statusText(status)};
+    return file;
+}
+
 std::shared_ptr<QMXAudioConverter> floatConverter(const QMXAudioFile& file)
 {
     AudioStreamBasicDescription record = *file.fileStreamFormat()->audioStreamBasicDescription();
@@ -78,12 +88,12 @@ std::shared_ptr<QMXAudioFile> openRecording(const std::string& path)
 
 AudioStreamBasicDescription formatOfReadable(const std::string& path)
 {
-    if (const std::string objection = systemObjection(path); !objection.empty())
-        throw Failure{path + ": " + objection};
-    const auto file = QMXExtAudioFile::initForReading(path);
-    if (const OSStatus status = file->open(); status != noErr)
-        throw Failure{path + ": " + statusText(status)};
-    return *file->fileStreamFormat();
+    return *openReadable(path)->fileStreamFormat();
+}
+
+SInt64 framesOfReadable(const std::string& path)
+{
+    return openReadable(path)->lengthInFrames();
 }
 
 UInt64 frameCount(QMXAudioFile& file)

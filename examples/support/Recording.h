@@ -19,6 +19,9 @@ std::shared_ptr<QMXAudioFile> openRecording(const std::string& path);
 /// The data format of a file of any coding, linear or compressed. A Failure that says what is wrong when it cannot be read.
 AudioStreamBasicDescription formatOfReadable(const std::string& path);
 
+/// How many frames such a file holds, without a coding's delay and padding.
+SInt64 framesOfReadable(const std::string& path);
+
 /// Whole frames of the file, beyond the 32 bits of QMXAudioFile::lengthInFrames too.
 UInt64 frameCount(QMXAudioFile& file);
 

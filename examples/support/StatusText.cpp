@@ -41,4 +41,10 @@ std::string statusText(OSStatus status)
     }
 }
 
+void check(OSStatus status, const std::string& doing, const std::string& path)
+{
+    if (status != noErr)
+        throw Failure{doing + " " + path + ": " + statusText(status)};
+}
+
 } // namespace example

@@ -6,13 +6,15 @@
 #include "Foundation/Format.h"
 #include "support/AudioTypes.h"
 #include "support/Failure.h"
+#include "support/FrameCopy.h"
 #include "support/Interrupt.h"
 #include "support/OutputFile.h"
 #include "support/ProgressBar.h"
+#include "support/Recording.h"
 #include "support/StatusText.h"
 
 #include <algorithm>
-#include <array>
+#include <cstdio>
 #include <filesystem>
 #include <memory>
 #include <string_view>
@@ -53,12 +55,6 @@ std::string fileName(std::size_t number, std::size_t count, const QMXAudioTrackI
     if (const std::string title = safeName(track.trackTitle().value_or("")); !title.empty())
         name.append(" ").append(title);
     return name + extensionOf(type);
-}
-
-void check(OSStatus status, const std::string& doing, const std::string& path)
-{
-    if (status != noErr)
-        throw Failure{doing + " " + path + ": " + statusText(status)};
 }
 
 void checkBounds(const QMXTrackAndProcessingInfo::TrackList& tracks, SInt64 frames, const std::string& recording)
@@ -119,51 +115,20 @@ void copyBytes(AudioFileID source, const QMXAudioTrackInfo& track, AudioFileID t
     }
 }
 
-/// One track's frames converted.
-void convertFrames(QMXExtAudioFile& source, const QMXAudioTrackInfo& track, QMXExtAudioFile& target,
-                   const std::string& path)
-{
-    constexpr UInt32 framesAtOnce = 16384;
-    const UInt32 frameBytes = source.clientChannelsPerFrame() * UInt32{sizeof(Float32)};
-    std::vector<Byte> block(std::size_t{framesAtOnce} * frameBytes);
-    check(source.seek(track.trackBegin()), "cannot read for", path);
-    for (SInt64 left = track.trackEnd() - track.trackBegin(); left > 0;) {
-        auto frames = static_cast<UInt32>(std::min<SInt64>(framesAtOnce, left));
-        AudioBufferList list;
-        list.mNumberBuffers = 1;
-        list.mBuffers[0] = {source.clientChannelsPerFrame(), frames * frameBytes, block.data()};
-        check(source.read_numberFrames(&list, &frames), "cannot read for", path);
-        if (frames == 0)
-            break;
-        check(target.write_numberFrames(&list, frames), "cannot write", path);
-        left -= frames;
-    }
-    check(target.close(), "cannot write", path);
-}
-
-AudioStreamBasicDescription floatFormat(const AudioStreamBasicDescription& source)
-{
-    AudioStreamBasicDescription format = source;
-    format.mFormatID = kAudioFormatLinearPCM;
-    format.mFormatFlags = kAudioFormatFlagsNativeFloatPacked;
-    format.mBitsPerChannel = 8 * sizeof(Float32);
-    format.mFramesPerPacket = 1;
-    format.mBytesPerFrame = format.mBytesPerPacket = format.mChannelsPerFrame * UInt32{sizeof(Float32)};
-    return format;
-}
-
 /// Converts all tracks to a type.
 class Conversion
 {
 public:
     Conversion(const std::string& recording, AudioFileTypeID type, const AudioStreamBasicDescription& sourceFormat)
-        : client_(floatFormat(sourceFormat)), type_(type), format_(formatFor(type_, sourceFormat, {})),
+        : client_(linearFormat(sourceFormat, kAudioFormatFlagIsFloat, 32)), type_(type),
+          format_(formatFor(type_, sourceFormat, {})),
           source_(QMXExtAudioFile::initForReading_clientFormat(recording, &client_))
     {
         check(source_->open(), "cannot read", recording);
     }
 
     AudioFileTypeID type() const { return type_; }
+    const AudioStreamBasicDescription& format() const { return format_; }
 
     void write(const QMXAudioTrackInfo& track, const std::string& path)
     {
@@ -172,7 +137,9 @@ public:
             QMXExtAudioFile::initForWriting_fileType_clientFormat_fileFormat(path, type_, &client_, &format_);
         target->open();
         check(watch.firstStatus(), "cannot write", fs::path(path).filename());
-        convertFrames(*source_, track, *target, fs::path(path).filename());
+        check(source_->seek(track.trackBegin()), "cannot read", source_->path());
+        copyFrames(*source_, track.trackEnd() - track.trackBegin(), *target, fs::path(path).filename(),
+                   [](double) { endIfInterrupted(); });
     }
 
 private:
@@ -198,13 +165,12 @@ void TrackExport::write(const std::string& recording, const QMXTrackAndProcessin
     const OpenFile source = openFile(recording);
     const auto format = valueOf<AudioStreamBasicDescription>(source.get(), kAudioFilePropertyDataFormat);
     AudioFileTypeID type = valueOf<AudioFileTypeID>(source.get(), kAudioFilePropertyFileFormat);
-    if (format.mBytesPerFrame == 0)
-        throw Failure{recording + ": its coding cannot be cut (--type converts it)"};
-    checkBounds(tracks, valueOf<SInt64>(source.get(), kAudioFilePropertyAudioDataByteCount) / format.mBytesPerFrame,
-                recording);
+    checkBounds(tracks, framesOfReadable(recording), recording);
     std::unique_ptr<Conversion> conversion;
-    if (typeCode_) {
-        conversion = std::make_unique<Conversion>(recording, typeFromCode(*typeCode_), format);
+    const bool isCompressed = format.mBytesPerFrame == 0; // its packets cannot be cut at any frame
+    if (typeCode_ || isCompressed) {
+        conversion =
+            std::make_unique<Conversion>(recording, typeCode_ ? typeFromCode(*typeCode_) : kAudioFileWAVEType, format);
         type = conversion->type();
     }
     std::error_code error;
@@ -231,6 +197,10 @@ void TrackExport::write(const std::string& recording, const QMXTrackAndProcessin
         }
         output.finish();
     }
+    bar.wipe();
+    if (isCompressed && !typeCode_)
+        std::fprintf(stderr, "Exported as WAVE files of %u bits (--type chooses another)\n",
+                     conversion->format().mBitsPerChannel);
 }
 
 } // namespace example

@@ -14,28 +14,50 @@
 using ExtAudioFileRef = struct OpaqueExtAudioFile*;
 using ExtAudioFilePropertyID = UInt32;
 
-/// The file's data format. Read only.
+// Values are records or numbers by value, or a pointer by value. Setting the client format, the converter or the buffer ends reading
+// ahead: real-time reads are primed anew.
+
+/// The file's data format. Read only; setting the very format that the file has is taken.
 inline constexpr ExtAudioFilePropertyID kExtAudioFileProperty_FileDataFormat = qmx::fourCharCode("ffmt");
-/// Which channel of the file is meant for which loudspeaker.
+/// Which channel of the file is meant for which loudspeaker, an AudioChannelLayout with all its descriptions; InvalidProperty while
+/// nobody told. Surround sound of a known layout is mixed to two channels by it. InvalidChannelMap for a layout of another
+/// number of channels.
 inline constexpr ExtAudioFilePropertyID kExtAudioFileProperty_FileChannelLayout = qmx::fourCharCode("fclo");
 /// The format of the frames that the caller reads or writes: linear PCM of any layout and rate. At first the file's own where
 /// that is linear PCM.
 inline constexpr ExtAudioFilePropertyID kExtAudioFileProperty_ClientDataFormat = qmx::fourCharCode("cfmt");
+/// The channel layout of the client's frames, as above.
 inline constexpr ExtAudioFilePropertyID kExtAudioFileProperty_ClientChannelLayout = qmx::fourCharCode("cclo");
-/// The converter between the two formats, which stays the file's. It lives until the client format is set again. Setting
-/// the property tells the file that settings of the converter were changed.
+/// The converter between the two formats, which stays the file's; null while there is no client format. It lives until the client
+/// format is set again. Its channel map (kAudioConverterChannelMap) can be set at any time; setting this property to the converter or to null
+/// tells the file that other settings of it, such as its quality or bit rate, were changed.
 inline constexpr ExtAudioFilePropertyID kExtAudioFileProperty_AudioConverter = qmx::fourCharCode("acnv");
+/// Bytes of the largest packet of the file, while writing of the largest that may come: MaxPacketSizeUnknown before there
+/// is a client format.
 inline constexpr ExtAudioFilePropertyID kExtAudioFileProperty_FileMaxPacketSize = qmx::fourCharCode("fmps");
+/// Bytes of one frame of the client format in each of its buffers; 0 without one.
 inline constexpr ExtAudioFilePropertyID kExtAudioFileProperty_ClientMaxPacketSize = qmx::fourCharCode("cmps");
-/// Frames in the file as a signed 64-bit number, without a coding's delay and padding.
+/// Frames in the file as a signed 64-bit number, without a coding's delay and padding. Can be set while a file of frames of constant
+/// size is written: silence is added at its end ('off?' for more than the container holds, which leaves the file as it was). Files are
+/// not cut: 'op??', as for files that are read and for codings with packets.
 inline constexpr ExtAudioFilePropertyID kExtAudioFileProperty_FileLengthFrames = qmx::fourCharCode("#frm");
+/// Null, a pointer: the converter's settings are made at the converter itself. Setting it to null tells the file that they were changed;
+/// -50 for anything else.
 inline constexpr ExtAudioFilePropertyID kExtAudioFileProperty_ConverterConfig = qmx::fourCharCode("accf");
-/// Bytes that are read or written at once, 4096 to 16 MiB.
+/// Bytes that are read or written at once, 4096 to 16 MiB and at least one packet. Setting it gives the file memory of its own, also
+/// in place of a caller's.
 inline constexpr ExtAudioFilePropertyID kExtAudioFileProperty_IOBufferSizeBytes = qmx::fourCharCode("iobs");
+/// The address of the memory through which the file is read or written. A caller's own can be set: as many bytes as the property above
+/// tells, of any alignment, which stay the caller's and must outlive the file or the next buffer. Null gives the file memory
+/// of its own again, and so does an encoder whose packets become larger than the buffer.
 inline constexpr ExtAudioFilePropertyID kExtAudioFileProperty_IOBuffer = qmx::fourCharCode("iobf");
 /// The file of the audio file service, which stays the extended file's.
 inline constexpr ExtAudioFilePropertyID kExtAudioFileProperty_AudioFile = qmx::fourCharCode("afil");
+/// Whose codec is at work, a four-character code: 'appl' (kAudioUnitManufacturer_Apple), which stands for the codecs in software.
+/// Files of linear PCM or companded samples have none (InvalidProperty). It can be set before the client format
+/// (InvalidOperationOrder later); 'fmt?' for any other manufacturer.
 inline constexpr ExtAudioFilePropertyID kExtAudioFileProperty_CodecManufacturer = qmx::fourCharCode("cman");
+/// The AudioFilePacketTableInfo of a file with packets, which the extended file itself writes. Read only.
 inline constexpr ExtAudioFilePropertyID kExtAudioFileProperty_PacketTable = qmx::fourCharCode("xpti");
 
 inline constexpr OSStatus kExtAudioFileError_InvalidProperty = -66561;

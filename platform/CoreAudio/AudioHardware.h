@@ -312,9 +312,13 @@ namespace qmx
 /// from guessing when the old is out of use.
 QMX_EXPORT void waitForIOCycle(AudioDeviceID device);
 
-enum class AudioBackend { virtualHardware };
+enum class AudioBackend {
+    virtualHardware, ///< devices of this process only, see VirtualHardware.h
+    pipeWire         ///< the desktop's devices; none while there is no server, which is looked for again and again
+};
 
-/// Chooses what supplies the devices, in place of the environment variable QMX_AUDIO_BACKEND ("virtual"). Only before the first
+/// Chooses what supplies the devices, in place of the environment variable QMX_AUDIO_BACKEND ("virtual" or "pipewire"; without
+/// it: PipeWire, when it is built in). kAudioHardwareUnsupportedOperationError when it is not built in. Only before the first
 /// call of this header by anybody; afterwards kAudioHardwareIllegalOperationError, unless it is the present one.
 QMX_EXPORT OSStatus setAudioBackend(AudioBackend backend);
 

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "Foundation/Thread.h"
 
+#include "Foundation/Log.h"
+
 #include <pthread.h>
 #include <sched.h>
 #include <sys/resource.h>
@@ -8,7 +10,10 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cmath>
+#include <cstring>
+#include <mutex>
 #include <system_error>
 
 namespace qmx
@@ -23,8 +28,17 @@ thread_local double currentPriority = ordinaryPriority;
 
 bool isScheduledAsRealTime()
 {
-    const int policy = sched_getscheduler(0);
+    const int policy = sched_getscheduler(0) & ~SCHED_RESET_ON_FORK;
     return policy == SCHED_FIFO || policy == SCHED_RR;
+}
+
+/// What the limit of this process allows; for all that the privileged may have more.
+int realTimePriority()
+{
+    constexpr rlim_t wanted = 80; // below what the kernel and the sound server have
+    rlimit limit{};
+    const bool isLimited = getrlimit(RLIMIT_RTPRIO, &limit) == 0 && limit.rlim_cur > 0;
+    return static_cast<int>(isLimited ? std::min(limit.rlim_cur, wanted) : wanted);
 }
 
 std::thread start(const std::string& name, std::function<void()> body)
@@ -92,6 +106,21 @@ bool Thread::setThreadPriority(double priority)
         return false;
     currentPriority = priority;
     return true;
+}
+
+bool Thread::setRealTime(bool isRealTime)
+{
+    static std::once_flag refusal;
+    sched_param parameters{};
+    parameters.sched_priority = isRealTime ? realTimePriority() : 0;
+    const int policy = isRealTime ? SCHED_FIFO : SCHED_OTHER;
+    if (sched_setscheduler(0, policy | SCHED_RESET_ON_FORK, &parameters) == 0)
+        return true;
+    const int error = errno;
+    std::call_once(refusal, [error] {
+        Log("No real-time priority for audio threads (%s): sound may be lost on a busy machine", std::strerror(error));
+    });
+    return false;
 }
 
 } // namespace qmx

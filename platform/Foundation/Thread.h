@@ -38,6 +38,11 @@ public:
     /// scheduled as real-time stays as it is. Returns whether the system agreed.
     static bool setThreadPriority(double priority);
 
+    /// Has the calling thread scheduled as real-time (true), at most at priority 80 and within the system's limit, or as an
+    /// ordinary thread again (false). Threads and processes that it starts are ordinary ones. False where the system does not allow
+    /// it, which is logged once; the thread then stays as it was.
+    static bool setRealTime(bool isRealTime);
+
 private:
     std::thread thread_;
 };

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "Devices/QMXAudioDevice.h"
+#include "Devices/QMXVUMeterDataProvider.h"
 #include "Foundation/ConditionLock.h"
 
 struct QMXAudioDevice::ClassState {
@@ -14,6 +15,8 @@ struct QMXAudioDevice::ClassState {
     qmx::ConditionLock hwMutexLock; // held while a change of the hardware is looked at; taken before mutexLock
     std::mutex globalRunLock;       // every device's startCalls
     std::shared_ptr<qmx::Object> classObject;
+    std::mutex outputProviderLock;
+    std::shared_ptr<QMXVUMeterDataProvider> outputProvider;
 
     std::recursive_mutex initialization; // the thread that initialises may come back, others wait
     bool initializationHasBegun = false;

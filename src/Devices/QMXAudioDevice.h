@@ -27,6 +27,7 @@ class QMXAudioDevice;
 class QMXAudioStream;
 class QMXAudioStreamBasicDescription;
 class QMXAudioValueRange;
+class QMXVUMeterDataProvider;
 
 using QMXAudioDeviceList = qmx::LiveContainer<std::vector<std::shared_ptr<QMXAudioDevice>>>;
 using QMXAudioDeviceDictionary = qmx::LiveContainer<std::map<AudioDeviceID, std::shared_ptr<QMXAudioDevice>>>;
@@ -231,6 +232,12 @@ public:
     /// Always the same object for a direction; lives as long as the device.
     QMXAudioSubscriberList& audioSubscribersForInput(bool isInput);
 
+    /// The device's level meter, made at the first call.
+    std::shared_ptr<QMXVUMeterDataProvider> inputVUMeterDataProvider();
+    /// One for the whole process, made for whichever device is asked first and bound to it, as intended. It meters that device's
+    /// input, and has no device once that is gone.
+    std::shared_ptr<QMXVUMeterDataProvider> outputVUMeterDataProvider();
+
     /// Hands buffers to the device's subscribers as its own I/O does, with these arguments: the device can subscribe to
     /// another one. Only while it is started; a direction from which a subscriber was removed while others stayed is left
     /// out until the next one is added. I/O and render threads. Always 0.
@@ -296,12 +303,13 @@ private:
     AudioDeviceID deviceID_;
     mutable std::optional<std::string> deviceName;
     mutable std::optional<std::string> deviceManufacturer;
+    std::shared_ptr<QMXVUMeterDataProvider> inputProvider;
     std::shared_ptr<QMXAudioDeviceDelegate> _delegate;
     std::atomic<bool> hasInputSubscribers{false};
     std::atomic<bool> hasOutputSubscribers{false};
     QMXAudioSubscriberList inputSubscribersArray;
     QMXAudioSubscriberList outputSubscribersArray;
-    mutable std::mutex subscriberLock; // list changes and the delegate
+    mutable std::mutex subscriberLock; // list changes, the meter and the delegate
     std::atomic<SInt32> startCalls{0}; // changed under the lock that all devices share
     mutable std::mutex nameLock;       // the two cached texts
 };

@@ -192,6 +192,23 @@ QMXAudioSubscriberList& QMXAudioDevice::audioSubscribersForInput(bool isInput)
     return isInput ? inputSubscribersArray : outputSubscribersArray;
 }
 
+std::shared_ptr<QMXVUMeterDataProvider> QMXAudioDevice::inputVUMeterDataProvider()
+{
+    const std::scoped_lock lock(subscriberLock);
+    if (!inputProvider)
+        inputProvider = QMXVUMeterDataProvider::initForOwner(shared_from_this());
+    return inputProvider;
+}
+
+std::shared_ptr<QMXVUMeterDataProvider> QMXAudioDevice::outputVUMeterDataProvider()
+{
+    const std::scoped_lock lock(classState().outputProviderLock);
+    auto& provider = classState().outputProvider;
+    if (!provider)
+        provider = QMXVUMeterDataProvider::initForOwner(shared_from_this());
+    return provider;
+}
+
 OSStatus QMXAudioDevice::captureIOProc(AudioDeviceID /*deviceID*/, const AudioTimeStamp* now,
                                        const AudioBufferList* inputData, const AudioTimeStamp* inputTime,
                                        AudioBufferList* outputData, const AudioTimeStamp* outputTime, void* clientData)

@@ -8,6 +8,7 @@
 #include "Foundation/HeapBlock.h"
 #include "Foundation/Object.h"
 #include "Foundation/Thread.h"
+#include "Foundation/Worker.h"
 
 #include <array>
 #include <atomic>
@@ -174,7 +175,9 @@ private:
     void requestFill(SInt64 offset);
     void finishFill();
     void emptySpan();
-    void startThread(qmx::Thread& thread, std::atomic<bool>& isRunning, const char* name, void (QMXAudioFile::*body)());
+    struct CacheThread;
+    void startThread(CacheThread& cacheThread, std::atomic<bool>& isRunning, const char* name,
+                     void (QMXAudioFile::*body)());
     void endThreads();
 
     // the cache, the threads' side
@@ -243,6 +246,11 @@ private:
     Span readAhead_;
     bool fillRequested_ = false;
     std::atomic<OSStatus> cacheFailure_{noErr};
-    qmx::Thread readThread_;
-    qmx::Thread writeThread_;
+    struct CacheThread {
+        qmx::ConditionLock& runLock; // 0: there is work
+        std::optional<qmx::Worker> worker{};
+        qmx::Thread thread{};
+    };
+    CacheThread readThread_{readThreadRunLock};
+    CacheThread writeThread_{writeThreadRunLock};
 };

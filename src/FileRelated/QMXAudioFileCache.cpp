@@ -42,18 +42,21 @@ void QMXAudioFile::resetCache(int bufferCondition)
     readThreadRunLock.unlockWithCondition(1);
 }
 
-void QMXAudioFile::startThread(qmx::Thread& thread, std::atomic<bool>& isRunning, const char* name,
+void QMXAudioFile::startThread(CacheThread& cacheThread, std::atomic<bool>& isRunning, const char* name,
                                void (QMXAudioFile::*body)())
 {
     if (!hasBuffers() || isRunning)
         return;
     isRunning = true;
-    thread = qmx::Thread(name, [this, &isRunning, body] {
+    cacheThread.worker.emplace([&lock = cacheThread.runLock] { return lock.condition() == 0; });
+    cacheThread.thread = qmx::Thread(name, [this, &isRunning, body] {
         (this->*body)();
         isRunning = false;
     });
-    if (!thread.isJoinable())
-        isRunning = false; // reads and writes then go the direct way
+    if (!cacheThread.thread.isJoinable()) { // reads and writes then go the direct way
+        cacheThread.worker.reset();
+        isRunning = false;
+    }
 }
 
 void QMXAudioFile::endThreads()
@@ -61,8 +64,10 @@ void QMXAudioFile::endThreads()
     threadShouldExit = true;
     writeThreadRunLock.unlockWithCondition(0);
     readThreadRunLock.unlockWithCondition(0);
-    writeThread_.join();
-    readThread_.join();
+    for (CacheThread* const cacheThread : {&writeThread_, &readThread_}) {
+        cacheThread->thread.join();
+        cacheThread->worker.reset();
+    }
 }
 
 // Writing: the caller's side
@@ -163,7 +168,10 @@ void QMXAudioFile::saveBufferRunLoop()
 {
     qmx::Thread::setThreadPriority(qmx::Thread::threadPriority() - writePriorityLowering);
     while (!threadShouldExit) {
-        writeThreadRunLock.lockWhenCondition(0);
+        {
+            const qmx::Worker::Wait wait(*writeThread_.worker);
+            writeThreadRunLock.lockWhenCondition(0);
+        }
         while (!threadShouldExit && handOversSaved_ < handOversMade_.load(std::memory_order_acquire))
             saveRawByteBuffer();
         writeThreadRunLock.unlockWithCondition(1);
@@ -277,7 +285,10 @@ void QMXAudioFile::fillBufferRunLoop()
 {
     qmx::Thread::setThreadPriority(qmx::Thread::threadPriority() + readPriorityRaising);
     while (!threadShouldExit) {
-        readThreadRunLock.lockWhenCondition(0);
+        {
+            const qmx::Worker::Wait wait(*readThread_.worker);
+            readThreadRunLock.lockWhenCondition(0);
+        }
         fillRawByteBuffer();
         readThreadRunLock.unlockWithCondition(1);
     }

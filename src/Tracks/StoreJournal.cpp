@@ -164,6 +164,15 @@ bool endsInWholeChunk(FileHandle& file)
            tail->end == file.seekToEndOfFile();
 }
 
+/// Completes a store from its journal, or where its chunk only waits for being counted.
+void complete(FileHandle& file, const std::optional<ChunkOverwrite>& journal)
+{
+    if (journal)
+        replay(file, *journal);
+    else if (endsInWholeChunk(file))
+        writeAt(file, 4, formSizeField(file.seekToEndOfFile()));
+}
+
 } // namespace
 
 Bytes journalOf(const ChunkOverwrite& overwrite, SInt64 fileEnd)
@@ -205,27 +214,22 @@ SInt64 settledEnd(FileHandle& file)
     return endsInUnfinishedStore(file) ? formEnd(file) : file.seekToEndOfFile();
 }
 
-void completeStore(FileHandle& file)
-{
-    if (const auto journal = findJournal(file))
-        replay(file, *journal);
-    else if (endsInWholeChunk(file))
-        writeAt(file, 4, formSizeField(file.seekToEndOfFile()));
-}
-
 void completeStoreAtPath(const std::string& path, FileHandle& openForReading)
 {
     if (!findJournal(openForReading) && !endsInWholeChunk(openForReading))
         return;
+    // looked for once more in the file that is written: somebody else may have completed it meanwhile
     if (const auto file = FileHandle::fileHandleForUpdatingAtPath(path))
-        completeStore(*file);
+        complete(*file, findJournal(*file));
 }
 
 bool settleStore(FileHandle& file)
 {
-    const bool isOpen = findJournal(file) || findTail(file);
-    completeStore(file);
-    if (findTail(file))
+    const auto journal = findJournal(file);
+    const bool isOpen = journal || findTail(file);
+    if (isOpen)
+        complete(file, journal);
+    if (isOpen && findTail(file))
         file.truncateFileAtOffset(formEnd(file));
     return isOpen;
 }

@@ -40,9 +40,8 @@ bool endsInUnfinishedStore(FileHandle& file);
 /// The file's length without such a beginning.
 SInt64 settledEnd(FileHandle& file);
 
-/// Completes a store that can be completed, in a file that may be written to; a file that is settled is not touched.
-void completeStore(FileHandle& file);
-/// The same for a file that is open for reading, where it can also be opened for writing.
+/// Completes a store that can be completed, in a file that is open for reading, where it can also be opened for writing; a file that is
+/// settled is not touched.
 void completeStoreAtPath(const std::string& path, FileHandle& openForReading);
 /// Completes a store, or cuts off what was begun of it. Whether there was anything to be done.
 bool settleStore(FileHandle& file);

@@ -29,6 +29,32 @@ rejects() {
     [[ ! -s out ]] || fail "$3: prints '$(cat out)'"
 }
 
+# interrupts NAME PROGRAM ARGUMENTS...: Ctrl-C, once the program is ready for it, ends it silently
+interrupts() {
+    local name=$1 status
+    shift
+    "$@" >out 2>err </dev/null &
+    isReady() { [[ /proc/$1/exe -ef $2 ]] && grep -q 'SigCgt:.*[2367abef]$' "/proc/$1/status"; }
+    until isReady $! "$1" || ! kill -0 $!; do :; done
+    kill -INT $!
+    wait $!
+    status=$?
+    ((status == 130)) || fail "Ctrl-C while $name: exit status $status"
+    [[ ! -s out && ! -s err ]] || fail "Ctrl-C while $name prints $(cat out err)"
+}
+
+# aiff FILE SECONDS: a silent recording that takes no room on the disk
+aiff() {
+    local frames=$(($2 * 44100)) escape='\\x%02x\\x%02x\\x%02x\\x%02x'
+    local bytes=$((frames * 4))
+    number() { printf "$(printf "$escape" $(($1 >> 24)) $(($1 >> 16 & 255)) $(($1 >> 8 & 255)) $(($1 & 255)))"; }
+    {
+        printf FORM; number $((bytes + 46)); printf AIFFCOMM; number 18; printf '\0\2'; number "$frames"
+        printf '\0\20\x40\x0E\xAC\x44\0\0\0\0\0\0SSND'; number $((bytes + 8)); number 0; number 0
+    } >"$1"
+    truncate -s $((bytes + 54)) "$1"
+}
+
 # a folder of the test's own, which goes with it
 enter_folder() {
     folder=$(mktemp -d)

@@ -18,17 +18,12 @@ constexpr std::size_t leastBytes = 1U << 18, mostBytes = 1U << 24;
 /// Frames that are written at once: large enough to be cheap, and between two of them others get their turn.
 constexpr UInt32 pieceFrames = 32768;
 
-UInt32 capacityFor(const PcmLayout& layout, Float64 rate)
-{
-    const auto wanted = static_cast<std::size_t>(rate * secondsHeld) * layout.frameBytes();
-    return static_cast<UInt32>(std::clamp(wanted, leastBytes, mostBytes) / layout.frameBytes());
-}
-
 } // namespace
 
 std::shared_ptr<AsyncWrites> AsyncWrites::make(const PcmLayout& layout, Float64 rate, Sink sink)
 {
-    auto writes = std::make_shared<AsyncWrites>(layout, capacityFor(layout, rate), std::move(sink));
+    const UInt32 capacity = FrameRing::capacityFor(layout, rate, secondsHeld, leastBytes, mostBytes);
+    auto writes = std::make_shared<AsyncWrites>(layout, capacity, std::move(sink));
     BackgroundThread::writer().add(writes);
     return writes;
 }

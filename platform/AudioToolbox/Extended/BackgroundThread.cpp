@@ -23,9 +23,11 @@ void BackgroundThread::add(const std::shared_ptr<BackgroundWork>& work)
     const std::scoped_lock lock(mutex_);
     std::erase_if(works_, [](const auto& known) { return known.expired(); });
     works_.push_back(work);
-    if (!isRunning_)
-        Thread::detachNewThread(name_, [this] { run(); });
-    isRunning_ = true;
+    if (worker_)
+        return;
+    worker_.emplace([this] { return wakes_.load() != seenWakes_.load(); });
+    if (!Thread::detachNewThread(name_, [this] { run(); }))
+        worker_.reset(); // with the next work it is tried again
 }
 
 void BackgroundThread::wake() noexcept
@@ -36,10 +38,12 @@ void BackgroundThread::wake() noexcept
 
 void BackgroundThread::run()
 {
-    unsigned seen = 0;
     while (true) {
-        wakes_.wait(seen, std::memory_order_acquire);
-        seen = wakes_.load(std::memory_order_acquire);
+        {
+            const Worker::Wait wait(*worker_);
+            wakes_.wait(seenWakes_, std::memory_order_acquire);
+        }
+        seenWakes_ = wakes_.load(std::memory_order_acquire);
         for (const auto& work : current())
             work->work();
     }

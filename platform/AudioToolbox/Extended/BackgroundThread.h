@@ -2,9 +2,12 @@
 // The threads of the process that write and read files behind real-time threads: one for each direction, for all files.
 #pragma once
 
+#include "Foundation/Worker.h"
+
 #include <atomic>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <vector>
 
 namespace qmx
@@ -36,10 +39,10 @@ private:
     std::vector<std::shared_ptr<BackgroundWork>> current();
 
     const char* name_;
-    std::mutex mutex_; // of the two below
-    bool isRunning_ = false;
+    std::mutex mutex_;             // of the two below
+    std::optional<Worker> worker_; // while the thread runs
     std::vector<std::weak_ptr<BackgroundWork>> works_;
-    std::atomic<unsigned> wakes_{0};
+    std::atomic<unsigned> wakes_{0}, seenWakes_{0};
 };
 
 } // namespace qmx

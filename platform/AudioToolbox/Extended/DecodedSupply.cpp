@@ -81,14 +81,19 @@ void DecodedSupply::seek(SInt64 frame)
     position_ = frame;
 }
 
-void DecodedSupply::setBufferSize(UInt32 bytes)
+UInt32 DecodedSupply::leastBufferSize() const
 {
     UInt32 packetSize = 0;
     fileValue(file_, kAudioFilePropertyMaximumPacketSize, packetSize);
-    packetsAtOnce_ = std::max<UInt32>(1, bytes / std::max<UInt32>(1, packetSize));
-    packets_.resize(std::size_t{packetsAtOnce_} * packetSize);
+    return std::max<UInt32>(1, packetSize);
+}
+
+void DecodedSupply::setBuffer(std::span<std::byte> buffer)
+{
+    packets_ = buffer;
+    packetsAtOnce_ = std::max<UInt32>(1, static_cast<UInt32>(buffer.size()) / leastBufferSize());
     descriptions_.resize(packetsAtOnce_);
-    framesAtOnce_ = std::max<UInt32>(1, bytes / format_.mBytesPerFrame);
+    framesAtOnce_ = std::max<UInt32>(1, static_cast<UInt32>(buffer.size()) / format_.mBytesPerFrame);
     frames_.resize(std::size_t{framesAtOnce_} * format_.mBytesPerFrame);
     mustBegin_ = true; // packets that the decoder was given lay in the old memory
 }

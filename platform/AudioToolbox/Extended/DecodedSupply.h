@@ -6,6 +6,8 @@
 #include "AudioToolbox/Extended/ExtendedFile.h"
 #include "AudioToolbox/Extended/FrameSupply.h"
 
+#include <vector>
+
 namespace qmx
 {
 
@@ -19,7 +21,8 @@ public:
     OSStatus length(SInt64& frames) const override;
     void seek(SInt64 frame) override;
     OSStatus next(const void*& frames, UInt32& count) override;
-    void setBufferSize(UInt32 bytes) override;
+    UInt32 leastBufferSize() const override;
+    void setBuffer(std::span<std::byte> buffer) override;
 
 private:
     DecodedSupply(AudioFileID file, const AudioStreamBasicDescription& decoded, ConverterHandle decoder);
@@ -36,7 +39,8 @@ private:
     bool mustBegin_ = true; // the decoder is not at the position
     SInt64 nextPacket_ = 0;
     UInt32 packetsAtOnce_ = 1, framesAtOnce_ = 1;
-    std::vector<std::byte> packets_, frames_;
+    std::span<std::byte> packets_;
+    std::vector<std::byte> frames_; // decoded
     std::vector<AudioStreamPacketDescription> descriptions_;
 };
 

@@ -3,6 +3,7 @@
 
 #include "AudioToolbox/Extended/FileValues.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <cstring>
 #include <utility>
@@ -11,8 +12,6 @@ namespace qmx
 {
 namespace
 {
-
-constexpr UInt32 usualBufferSize = 1U << 18; // bytes
 
 /// Without knowing otherwise, two channels are stereo and six are 5.1.
 LayoutBlock usualLayout(UInt32 channels)
@@ -28,7 +27,7 @@ LayoutBlock usualLayout(UInt32 channels)
 } // namespace
 
 ExtendedFile::ExtendedFile(AudioFileID file, bool owns)
-    : file_(file), owns_(owns), bufferSize_(usualBufferSize), converter_(nullptr, &AudioConverterDispose),
+    : file_(file), owns_(owns), converter_(nullptr, &AudioConverterDispose),
       fileLayout_(fileBlock(file, kAudioFilePropertyChannelLayout))
 {
     fileValue(file, kAudioFilePropertyDataFormat, fileFormat_);
@@ -98,6 +97,32 @@ void ExtendedFile::applyLayouts()
     const LayoutBlock client = clientLayout_.empty() ? usualLayout(clientFormat_.mChannelsPerFrame) : clientLayout_;
     set(kAudioConverterInputChannelLayout, reads() ? file : client);
     set(kAudioConverterOutputChannelLayout, reads() ? client : file);
+}
+
+void ExtendedFile::setBufferSize(UInt32 bytes)
+{
+    rest();
+    buffer_.own(std::max(bytes, leastBufferSize()));
+    bufferChanged();
+}
+
+void ExtendedFile::setBuffer(std::byte* memory)
+{
+    if (!memory)
+        return setBufferSize(bufferSize());
+    rest();
+    buffer_.borrow(memory);
+    bufferChanged();
+}
+
+OSStatus ExtendedFile::maximumPacketSize(UInt32& bytes)
+{
+    return fileValue(file_, kAudioFilePropertyMaximumPacketSize, bytes);
+}
+
+OSStatus ExtendedFile::setLength(SInt64)
+{
+    return kAudioFileOperationNotSupportedError;
 }
 
 OSStatus ExtendedFile::read(UInt32& frames, AudioBufferList&)

@@ -4,6 +4,7 @@
 
 #include "AudioToolbox/Conversion/PcmLayout.h"
 #include "AudioToolbox/ExtAudioFile.h"
+#include "AudioToolbox/Extended/IOBuffer.h"
 
 #include <memory>
 #include <vector>
@@ -41,8 +42,20 @@ public:
     OSStatus setFileLayout(LayoutBlock layout);
     OSStatus setClientLayout(LayoutBlock layout);
 
-    UInt32 bufferSize() const { return bufferSize_; }
-    virtual void setBufferSize(UInt32 bytes) { bufferSize_ = bytes; }
+    /// The memory that goes to or from the audio file at once.
+    std::span<std::byte> buffer() const { return buffer_.bytes(); }
+    UInt32 bufferSize() const { return static_cast<UInt32>(buffer().size()); }
+    /// Own memory of so many bytes, or those of one packet where that is larger.
+    void setBufferSize(UInt32 bytes);
+    /// Memory of the caller's, as large as the buffer; null for own memory again.
+    void setBuffer(std::byte* memory);
+
+    /// Whether there is a codec at work, and still a choice which.
+    bool isCoded() const { return fileFormat_.mBytesPerFrame == 0; }
+    bool canChooseCodec() const { return isCoded() && !converter_; }
+
+    /// The largest packet of the file, in bytes.
+    virtual OSStatus maximumPacketSize(UInt32& bytes);
 
     /// See the functions of ExtAudioFile.h; a direction that the file does not have is InvalidOperationOrder.
     virtual OSStatus read(UInt32& frames, AudioBufferList& data);
@@ -53,6 +66,8 @@ public:
     virtual OSStatus seek(SInt64 frame) = 0;
     virtual SInt64 tell() const = 0;
     virtual OSStatus length(SInt64& frames) = 0;
+    virtual bool canSetLength() const { return false; }
+    virtual OSStatus setLength(SInt64 frames);
     virtual UInt64 missedFrames() const { return 0; }
 
     /// Completes and closes; nothing else is called after it but the destructor.
@@ -61,6 +76,8 @@ public:
 protected:
     /// Closes the file at the end if it `owns` it.
     ExtendedFile(AudioFileID file, bool owns);
+
+    static constexpr UInt32 usualBufferSize = 1U << 18; // bytes
 
     const PcmLayout& clientSamples() const { return clientSamples_; }
     AudioConverterRef currentConverter() const { return converter_.get(); }
@@ -75,6 +92,10 @@ protected:
     virtual void connected() {}
     /// Completes the file before it is closed.
     virtual OSStatus complete() { return noErr; }
+    /// Bytes of one packet.
+    virtual UInt32 leastBufferSize() const = 0;
+    /// Another buffer is to be used.
+    virtual void bufferChanged() = 0;
     /// Whether frames come from the file.
     virtual bool reads() const = 0;
 
@@ -85,7 +106,7 @@ private:
 
     AudioFileID file_;
     bool owns_;
-    UInt32 bufferSize_;
+    IOBuffer buffer_;
     AudioStreamBasicDescription clientFormat_;
     PcmLayout clientSamples_;
     ConverterHandle converter_;

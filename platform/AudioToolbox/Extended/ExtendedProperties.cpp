@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "AudioToolbox/Extended/ExtendedProperties.h"
 
+#include "AudioToolbox/Conversion/ChannelLayouts.h"
 #include "AudioToolbox/Extended/FileValues.h"
 
 #include <algorithm>
@@ -14,6 +15,9 @@ namespace
 constexpr UInt32 leastBuffer = 1U << 12, largestBuffer = 1U << 24;
 constexpr std::size_t layoutHead = offsetof(AudioChannelLayout, mChannelDescriptions);
 
+/// Codecs in software, the only ones there are.
+constexpr UInt32 softwareCodecs = fourCharCode("appl");
+
 template <class T> LayoutBlock bytesOf(const T& value)
 {
     LayoutBlock bytes(sizeof value);
@@ -21,7 +25,7 @@ template <class T> LayoutBlock bytesOf(const T& value)
     return bytes;
 }
 
-bool isWritableProperty(ExtAudioFilePropertyID property)
+bool isWritableProperty(const ExtendedFile& file, ExtAudioFilePropertyID property)
 {
     switch (property) {
     case kExtAudioFileProperty_FileChannelLayout:
@@ -30,56 +34,74 @@ bool isWritableProperty(ExtAudioFilePropertyID property)
     case kExtAudioFileProperty_AudioConverter:
     case kExtAudioFileProperty_ConverterConfig:
     case kExtAudioFileProperty_IOBufferSizeBytes:
+    case kExtAudioFileProperty_IOBuffer:
         return true;
+    case kExtAudioFileProperty_CodecManufacturer:
+        return file.canChooseCodec();
+    case kExtAudioFileProperty_FileLengthFrames:
+        return file.canSetLength();
     default:
         return false;
     }
 }
 
-OSStatus fileFact(const ExtendedFile& file, AudioFilePropertyID property, std::vector<std::byte>& value)
+/// The size of a value that is not to be had without waiting for the file's threads; 0 for others.
+UInt32 sizeWithoutRest(ExtAudioFilePropertyID property)
 {
-    value = fileBlock(file.file(), property);
+    if (property == kExtAudioFileProperty_AudioConverter)
+        return sizeof(AudioConverterRef);
+    return property == kExtAudioFileProperty_FileLengthFrames ? sizeof(SInt64) : 0;
+}
+
+OSStatus present(LayoutBlock& value, LayoutBlock found)
+{
+    value = std::move(found);
     return value.empty() ? kExtAudioFileError_InvalidProperty : noErr;
 }
 
-/// The value of a property; InvalidProperty where there is none.
-OSStatus valueOf(ExtendedFile& file, ExtAudioFilePropertyID property, std::vector<std::byte>& value)
+template <class T> OSStatus present(LayoutBlock& value, OSStatus status, const T& found)
 {
+    value = bytesOf(found);
+    return status;
+}
+
+/// The value of a property; InvalidProperty where there is none.
+OSStatus valueOf(ExtendedFile& file, ExtAudioFilePropertyID property, LayoutBlock& value)
+{
+    UInt32 packetSize = 0;
+    SInt64 frames = 0;
+    OSStatus status = noErr;
     switch (property) {
     case kExtAudioFileProperty_FileDataFormat:
-        value = bytesOf(file.fileFormat());
-        return noErr;
+        return present(value, noErr, file.fileFormat());
     case kExtAudioFileProperty_ClientDataFormat:
-        value = bytesOf(file.clientFormat());
-        return noErr;
+        return present(value, noErr, file.clientFormat());
     case kExtAudioFileProperty_FileChannelLayout:
-        value = file.fileLayout();
-        return value.empty() ? kExtAudioFileError_InvalidProperty : noErr;
+        return present(value, file.fileLayout());
     case kExtAudioFileProperty_ClientChannelLayout:
-        value = file.clientLayout();
-        return value.empty() ? kExtAudioFileError_InvalidProperty : noErr;
+        return present(value, file.clientLayout());
     case kExtAudioFileProperty_AudioConverter:
-        value = bytesOf(file.converter());
-        return noErr;
+        return present(value, noErr, file.converter());
+    case kExtAudioFileProperty_ConverterConfig:
+        return present(value, noErr, static_cast<const void*>(nullptr));
     case kExtAudioFileProperty_FileMaxPacketSize:
-        return fileFact(file, kAudioFilePropertyMaximumPacketSize, value);
+        status = file.maximumPacketSize(packetSize);
+        return present(value, status, packetSize);
     case kExtAudioFileProperty_ClientMaxPacketSize:
-        value = bytesOf(file.clientFormat().mBytesPerPacket);
-        return noErr;
-    case kExtAudioFileProperty_FileLengthFrames: {
-        SInt64 frames = 0;
-        const OSStatus status = file.length(frames);
-        value = bytesOf(frames);
-        return status;
-    }
+        return present(value, noErr, file.clientFormat().mBytesPerPacket);
+    case kExtAudioFileProperty_FileLengthFrames:
+        status = file.length(frames);
+        return present(value, status, frames);
     case kExtAudioFileProperty_IOBufferSizeBytes:
-        value = bytesOf(file.bufferSize());
-        return noErr;
+        return present(value, noErr, file.bufferSize());
+    case kExtAudioFileProperty_IOBuffer:
+        return present(value, noErr, file.buffer().data());
     case kExtAudioFileProperty_AudioFile:
-        value = bytesOf(file.file());
-        return noErr;
+        return present(value, noErr, file.file());
+    case kExtAudioFileProperty_CodecManufacturer:
+        return present(value, file.isCoded() ? noErr : kExtAudioFileError_InvalidProperty, softwareCodecs);
     case kExtAudioFileProperty_PacketTable:
-        return fileFact(file, kAudioFilePropertyPacketTableInfo, value);
+        return present(value, fileBlock(file.file(), kAudioFilePropertyPacketTableInfo));
     default:
         return kExtAudioFileError_InvalidProperty;
     }
@@ -93,32 +115,61 @@ template <class T> OSStatus read(T& target, UInt32 size, const void* value)
     return noErr;
 }
 
-OSStatus readLayout(LayoutBlock& layout, UInt32 size, const void* value)
+/// 0 where the layout does not tell.
+std::size_t channelsOf(const LayoutBlock& layout)
+{
+    const auto labels = channelLabels(layout);
+    AudioChannelLayoutTag tag = 0;
+    std::memcpy(&tag, layout.data(), sizeof tag);
+    constexpr AudioChannelLayoutTag countBits = 0xFFFF;
+    return labels.empty() ? tag & countBits : labels.size();
+}
+
+/// A layout as it was given, for so many channels.
+OSStatus readLayout(LayoutBlock& layout, UInt32 size, const void* value, UInt32 channels)
 {
     if (size < layoutHead)
         return kExtAudioFileError_InvalidPropertySize;
     const auto* const bytes = static_cast<const std::byte*>(value);
     layout.assign(bytes, bytes + size);
-    return noErr;
-}
-
-OSStatus setBufferSize(ExtendedFile& file, UInt32 size, const void* value)
-{
-    UInt32 bytes = 0;
-    const OSStatus status = read(bytes, size, value);
-    if (status == noErr)
-        file.setBufferSize(std::clamp(bytes, leastBuffer, largestBuffer));
-    return status;
+    const std::size_t told = channelsOf(layout);
+    return told > 0 && channels > 0 && told != channels ? kExtAudioFileError_InvalidChannelMap : noErr;
 }
 
 /// The file's own format only: a file keeps what it was made with.
-OSStatus setFileFormat(const ExtendedFile& file, UInt32 size, const void* value)
+OSStatus setFileFormat(const ExtendedFile& file, const AudioStreamBasicDescription& format)
 {
-    AudioStreamBasicDescription format;
-    const OSStatus status = read(format, size, value);
     const bool isSame =
         std::ranges::equal(std::as_bytes(std::span(&format, 1)), std::as_bytes(std::span(&file.fileFormat(), 1)));
-    return status == noErr && !isSame ? kExtAudioFileError_InvalidDataFormat : status;
+    return isSame ? noErr : kExtAudioFileError_InvalidDataFormat;
+}
+
+OSStatus setCodecManufacturer(const ExtendedFile& file, UInt32 manufacturer)
+{
+    if (!file.isCoded())
+        return kExtAudioFileError_InvalidProperty;
+    if (manufacturer != softwareCodecs)
+        return kAudioConverterErr_FormatNotSupported;
+    return file.canChooseCodec() ? noErr : kExtAudioFileError_InvalidOperationOrder;
+}
+
+/// Whose settings were changed is the converter itself or nobody's.
+OSStatus setConverter(ExtendedFile& file, AudioConverterRef converter)
+{
+    return converter && converter != file.converter() ? kAudio_ParamError : file.converterChanged();
+}
+
+OSStatus setConverterConfig(ExtendedFile& file, const void* config)
+{
+    return config ? kAudio_ParamError : file.converterChanged();
+}
+
+/// Reads a value of the type that `set` takes and hands it on.
+template <class T, class Set> OSStatus setTo(UInt32 size, const void* value, Set set)
+{
+    T given{};
+    const OSStatus status = read(given, size, value);
+    return status == noErr ? set(given) : status;
 }
 
 } // namespace
@@ -133,20 +184,25 @@ LayoutBlock layoutBlock(const AudioChannelLayout& layout)
 
 OSStatus extendedPropertyInfo(ExtendedFile& file, ExtAudioFilePropertyID property, UInt32* size, Boolean* isWritable)
 {
-    std::vector<std::byte> value;
-    const OSStatus status = valueOf(file, property, value);
-    if (status != noErr && !isWritableProperty(property))
-        return status;
+    UInt32 found = sizeWithoutRest(property);
+    const bool canBeSet = isWritableProperty(file, property);
+    if (found == 0) {
+        LayoutBlock value;
+        const OSStatus status = valueOf(file, property, value);
+        if (status == kExtAudioFileError_InvalidProperty && !canBeSet)
+            return status;
+        found = static_cast<UInt32>(value.size());
+    }
     if (size)
-        *size = static_cast<UInt32>(value.size());
+        *size = found;
     if (isWritable)
-        *isWritable = isWritableProperty(property);
+        *isWritable = canBeSet;
     return noErr;
 }
 
 OSStatus extendedProperty(ExtendedFile& file, ExtAudioFilePropertyID property, UInt32& size, void* value)
 {
-    std::vector<std::byte> bytes;
+    LayoutBlock bytes;
     const OSStatus status = valueOf(file, property, bytes);
     if (status != noErr)
         return status;
@@ -160,25 +216,38 @@ OSStatus extendedProperty(ExtendedFile& file, ExtAudioFilePropertyID property, U
 OSStatus setExtendedProperty(ExtendedFile& file, ExtAudioFilePropertyID property, UInt32 size, const void* value)
 {
     LayoutBlock layout;
-    AudioStreamBasicDescription format;
     OSStatus status = noErr;
     switch (property) {
     case kExtAudioFileProperty_FileDataFormat:
-        return setFileFormat(file, size, value);
+        return setTo<AudioStreamBasicDescription>(size, value,
+                                                  [&](const auto& format) { return setFileFormat(file, format); });
     case kExtAudioFileProperty_ClientDataFormat:
-        status = read(format, size, value);
-        return status == noErr ? file.setClientFormat(format) : status;
+        return setTo<AudioStreamBasicDescription>(size, value,
+                                                  [&](const auto& format) { return file.setClientFormat(format); });
     case kExtAudioFileProperty_FileChannelLayout:
-        status = readLayout(layout, size, value);
+        status = readLayout(layout, size, value, file.fileFormat().mChannelsPerFrame);
         return status == noErr ? file.setFileLayout(std::move(layout)) : status;
     case kExtAudioFileProperty_ClientChannelLayout:
-        status = readLayout(layout, size, value);
+        status = readLayout(layout, size, value, file.clientFormat().mChannelsPerFrame);
         return status == noErr ? file.setClientLayout(std::move(layout)) : status;
     case kExtAudioFileProperty_AudioConverter:
+        return setTo<AudioConverterRef>(size, value, [&](auto converter) { return setConverter(file, converter); });
     case kExtAudioFileProperty_ConverterConfig:
-        return file.converterChanged();
+        return setTo<const void*>(size, value, [&](auto config) { return setConverterConfig(file, config); });
+    case kExtAudioFileProperty_FileLengthFrames:
+        return setTo<SInt64>(size, value, [&](auto frames) { return file.setLength(frames); });
     case kExtAudioFileProperty_IOBufferSizeBytes:
-        return setBufferSize(file, size, value);
+        return setTo<UInt32>(size, value, [&](auto bytes) {
+            file.setBufferSize(std::clamp(bytes, leastBuffer, largestBuffer));
+            return OSStatus{noErr};
+        });
+    case kExtAudioFileProperty_IOBuffer:
+        return setTo<std::byte*>(size, value, [&](auto* memory) {
+            file.setBuffer(memory);
+            return OSStatus{noErr};
+        });
+    case kExtAudioFileProperty_CodecManufacturer:
+        return setTo<UInt32>(size, value, [&](auto maker) { return setCodecManufacturer(file, maker); });
     default:
         return extendedPropertyInfo(file, property, nullptr, nullptr) == noErr ? kAudioFileOperationNotSupportedError
                                                                                : kExtAudioFileError_InvalidProperty;

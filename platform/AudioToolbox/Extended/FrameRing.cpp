@@ -6,6 +6,13 @@
 namespace qmx
 {
 
+UInt32 FrameRing::capacityFor(const PcmLayout& layout, Float64 rate, Float64 seconds, std::size_t leastBytes,
+                              std::size_t mostBytes)
+{
+    const auto wanted = static_cast<std::size_t>(rate * seconds) * layout.frameBytes();
+    return static_cast<UInt32>(std::clamp(wanted, leastBytes, mostBytes) / layout.frameBytes());
+}
+
 FrameRing::FrameRing(const PcmLayout& layout, UInt32 capacity)
     : layout_(layout), capacity_(capacity), planeBytes_(capacity * layout.planeFrameBytes()),
       memory_(planeBytes_ * layout.planes()), adderList_(layout), adderSource_(layout), takerList_(layout),

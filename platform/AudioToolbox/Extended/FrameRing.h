@@ -16,6 +16,9 @@ namespace qmx
 class FrameRing
 {
 public:
+    /// How many frames are so many seconds at `rate` Hz, or what takes up the least or the most bytes.
+    static UInt32 capacityFor(const PcmLayout& layout, Float64 rate, Float64 seconds, std::size_t leastBytes,
+                              std::size_t mostBytes);
     /// Memory for `capacity` frames, all of it touched.
     FrameRing(const PcmLayout& layout, UInt32 capacity);
 

@@ -5,8 +5,9 @@
 
 #include "AudioToolbox/AudioFile.h"
 
+#include <cstddef>
 #include <memory>
-#include <vector>
+#include <span>
 
 namespace qmx
 {
@@ -27,8 +28,10 @@ public:
     virtual void seek(SInt64 frame) = 0;
     /// The next frames, as many as the buffer holds; they stay valid until the next call. None with status 0 is the end.
     virtual OSStatus next(const void*& frames, UInt32& count) = 0;
-    /// From the next call of `next` on, so many bytes are read from the file at once.
-    virtual void setBufferSize(UInt32 bytes) = 0;
+    /// The bytes without which nothing can be read.
+    virtual UInt32 leastBufferSize() const = 0;
+    /// From the next call of `next` on, the file is read through this memory, which stays the caller's.
+    virtual void setBuffer(std::span<std::byte> buffer) = 0;
 
     /// The supply for a file of the service; null and a status where its coding cannot be read.
     static OSStatus make(AudioFileID file, std::unique_ptr<FrameSupply>& supply);

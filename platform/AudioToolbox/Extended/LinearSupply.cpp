@@ -3,8 +3,6 @@
 
 #include "AudioToolbox/Extended/FileValues.h"
 
-#include <algorithm>
-
 namespace qmx
 {
 
@@ -20,7 +18,6 @@ OSStatus LinearSupply::length(SInt64& frames) const
 
 OSStatus LinearSupply::next(const void*& frames, UInt32& count)
 {
-    buffer_.resize(std::size_t{framesAtOnce_} * format_.mBytesPerFrame);
     count = framesAtOnce_;
     UInt32 bytes = 0;
     const OSStatus status = AudioFileReadPackets(file_, false, &bytes, nullptr, position_, &count, buffer_.data());
@@ -29,9 +26,10 @@ OSStatus LinearSupply::next(const void*& frames, UInt32& count)
     return status == eofErr ? noErr : status;
 }
 
-void LinearSupply::setBufferSize(UInt32 bytes)
+void LinearSupply::setBuffer(std::span<std::byte> buffer)
 {
-    framesAtOnce_ = std::max<UInt32>(1, bytes / format_.mBytesPerFrame);
+    buffer_ = buffer;
+    framesAtOnce_ = static_cast<UInt32>(buffer.size() / format_.mBytesPerFrame);
 }
 
 } // namespace qmx

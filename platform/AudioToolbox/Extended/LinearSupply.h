@@ -15,13 +15,14 @@ public:
     OSStatus length(SInt64& frames) const override;
     void seek(SInt64 frame) override { position_ = frame; }
     OSStatus next(const void*& frames, UInt32& count) override;
-    void setBufferSize(UInt32 bytes) override;
+    UInt32 leastBufferSize() const override { return format_.mBytesPerFrame; }
+    void setBuffer(std::span<std::byte> buffer) override;
 
 private:
     AudioFileID file_;
     SInt64 position_ = 0;
-    UInt32 framesAtOnce_ = 1;
-    std::vector<std::byte> buffer_;
+    UInt32 framesAtOnce_ = 0;
+    std::span<std::byte> buffer_;
 };
 
 } // namespace qmx

@@ -17,17 +17,12 @@ constexpr std::size_t leastBytes = 1U << 17, mostBytes = 1U << 24;
 /// Frames that are read at once.
 constexpr UInt32 pieceFrames = 8192;
 
-UInt32 capacityFor(const PcmLayout& layout, Float64 rate)
-{
-    const auto wanted = static_cast<std::size_t>(rate * secondsHeld) * layout.frameBytes();
-    return static_cast<UInt32>(std::clamp(wanted, leastBytes, mostBytes) / layout.frameBytes());
-}
-
 } // namespace
 
 std::shared_ptr<ReadAhead> ReadAhead::make(const PcmLayout& layout, Float64 rate, Source source)
 {
-    auto ahead = std::make_shared<ReadAhead>(layout, capacityFor(layout, rate), std::move(source));
+    const UInt32 capacity = FrameRing::capacityFor(layout, rate, secondsHeld, leastBytes, mostBytes);
+    auto ahead = std::make_shared<ReadAhead>(layout, capacity, std::move(source));
     BackgroundThread::reader().add(ahead);
     return ahead;
 }

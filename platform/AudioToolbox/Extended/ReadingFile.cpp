@@ -2,6 +2,7 @@
 #include "AudioToolbox/Extended/ReadingFile.h"
 
 #include "AudioToolbox/Extended/PlaneList.h"
+#include "AudioToolbox/Extended/Silence.h"
 #include "Foundation/RealTime.h"
 
 #include <algorithm>
@@ -11,33 +12,6 @@
 
 namespace qmx
 {
-namespace
-{
-
-constexpr UInt32 silenceFrames = 4096;
-
-/// A stretch of silence in a format whose samples need not be zero for it.
-std::vector<std::byte> silenceIn(const AudioStreamBasicDescription& format)
-{
-    AudioStreamBasicDescription zeros = format;
-    zeros.mFormatID = kAudioFormatLinearPCM;
-    zeros.mFormatFlags = kAudioFormatFlagsNativeFloatPacked;
-    zeros.mBitsPerChannel = 32;
-    zeros.mFramesPerPacket = 1;
-    zeros.mBytesPerFrame = zeros.mBytesPerPacket = format.mChannelsPerFrame * UInt32{sizeof(Float32)};
-    std::vector<std::byte> silence(std::size_t{silenceFrames} * format.mBytesPerFrame);
-    const std::vector<std::byte> input(std::size_t{silenceFrames} * zeros.mBytesPerFrame);
-    auto size = static_cast<UInt32>(silence.size());
-    AudioConverterRef converter = nullptr;
-    if (AudioConverterNew(&zeros, &format, &converter) == noErr) {
-        AudioConverterConvertBuffer(converter, static_cast<UInt32>(input.size()), input.data(), &size, silence.data());
-        AudioConverterDispose(converter);
-    }
-    return silence;
-}
-
-} // namespace
-
 OSStatus ReadingFile::open(AudioFileID file, bool owns, std::unique_ptr<ExtendedFile>& opened)
 {
     std::unique_ptr<FrameSupply> supply;
@@ -53,7 +27,7 @@ OSStatus ReadingFile::open(AudioFileID file, bool owns, std::unique_ptr<Extended
 ReadingFile::ReadingFile(AudioFileID file, bool owns, std::unique_ptr<FrameSupply> supply)
     : ExtendedFile(file, owns), supply_(std::move(supply))
 {
-    setBufferSize(bufferSize());
+    setBufferSize(usualBufferSize);
 }
 
 ReadingFile::~ReadingFile()
@@ -61,11 +35,9 @@ ReadingFile::~ReadingFile()
     rest();
 }
 
-void ReadingFile::setBufferSize(UInt32 bytes)
+void ReadingFile::bufferChanged()
 {
-    rest();
-    ExtendedFile::setBufferSize(bytes);
-    supply_->setBufferSize(bytes);
+    supply_->setBuffer(buffer());
     moveTo(tell()); // the data that were read are gone
 }
 

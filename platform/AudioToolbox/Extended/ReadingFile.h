@@ -24,7 +24,6 @@ public:
     SInt64 tell() const override { return position_.load(std::memory_order_relaxed); }
     OSStatus converterChanged() override;
     OSStatus length(SInt64& frames) override { return supply_->length(frames); }
-    void setBufferSize(UInt32 bytes) override;
     UInt64 missedFrames() const override { return ahead_ ? ahead_->missedFrames() : 0; }
 
 private:
@@ -43,6 +42,8 @@ private:
     OSStatus settle() override { return rest(); }
     OSStatus complete() override;
     bool reads() const override { return true; }
+    UInt32 leastBufferSize() const override { return supply_->leastBufferSize(); }
+    void bufferChanged() override;
 
     void moveTo(SInt64 frame);
     OSStatus begin();

@@ -2,6 +2,7 @@
 #include "AudioToolbox/Extended/WritingFile.h"
 
 #include "AudioToolbox/Extended/FileValues.h"
+#include "AudioToolbox/Extended/Silence.h"
 #include "Foundation/RealTime.h"
 
 #include <algorithm>
@@ -20,6 +21,8 @@ constexpr OSStatus usedUp = statusCode("used");
 
 WritingFile::WritingFile(AudioFileID file, bool owns) : ExtendedFile(file, owns)
 {
+    packetSize_ = std::max<UInt32>(1, fileFormat_.mBytesPerPacket);
+    setBufferSize(usualBufferSize);
     if (fileFormat_.mFormatID == kAudioFormatLinearPCM)
         setClientFormat(fileFormat_);
 }
@@ -41,28 +44,37 @@ void WritingFile::connected()
 {
     base_ = tell();
     acceptedFrames_ = 0;
-    makeBuffers();
+    fitBuffer();
     if (std::exchange(queue_, nullptr)) // its memory is for frames of the format before
         primeWrites();
 }
 
-void WritingFile::setBufferSize(UInt32 bytes)
+void WritingFile::bufferChanged()
 {
-    rest();
-    ExtendedFile::setBufferSize(bytes);
-    if (currentConverter())
-        makeBuffers();
+    packetsAtOnce_ = static_cast<UInt32>(buffer().size()) / packetSize_;
+    descriptions_.resize(isLinear() ? 0 : packetsAtOnce_);
 }
 
-void WritingFile::makeBuffers()
+/// Sees to it that the packets of the converter fit, in own memory if they do not otherwise.
+void WritingFile::fitBuffer()
 {
-    UInt32 packetSize = fileFormat_.mBytesPerPacket;
-    if (packetSize == 0)
-        converterValue(currentConverter(), kAudioConverterPropertyMaximumOutputPacketSize, packetSize);
-    packetSize = std::max<UInt32>(1, packetSize);
-    packetsAtOnce_ = std::max<UInt32>(1, bufferSize() / packetSize);
-    packetBuffer_.resize(std::size_t{packetsAtOnce_} * packetSize);
-    descriptions_.resize(isLinear() ? 0 : packetsAtOnce_);
+    UInt32 size = 0;
+    if (maximumPacketSize(size) == noErr)
+        packetSize_ = std::max<UInt32>(1, size);
+    if (packetSize_ > bufferSize())
+        setBufferSize(packetSize_);
+    else
+        bufferChanged();
+}
+
+OSStatus WritingFile::maximumPacketSize(UInt32& bytes)
+{
+    bytes = fileFormat_.mBytesPerPacket;
+    if (bytes > 0)
+        return noErr;
+    return currentConverter()
+               ? converterValue(currentConverter(), kAudioConverterPropertyMaximumOutputPacketSize, bytes)
+               : kExtAudioFileError_MaxPacketSizeUnknown;
 }
 
 OSStatus WritingFile::primeWrites()
@@ -132,7 +144,7 @@ OSStatus WritingFile::writePackets(UInt32& packets, bool& isUsedUp)
 {
     AudioBufferList list;
     list.mNumberBuffers = 1;
-    list.mBuffers[0] = {fileFormat_.mChannelsPerFrame, static_cast<UInt32>(packetBuffer_.size()), packetBuffer_.data()};
+    list.mBuffers[0] = {fileFormat_.mChannelsPerFrame, static_cast<UInt32>(buffer().size()), buffer().data()};
     auto* const descriptions = descriptions_.empty() ? nullptr : descriptions_.data();
     packets = packetsAtOnce_;
     OSStatus status =
@@ -140,7 +152,7 @@ OSStatus WritingFile::writePackets(UInt32& packets, bool& isUsedUp)
     isUsedUp = status == usedUp;
     if (packets > 0) {
         const OSStatus written = AudioFileWritePackets(file(), false, list.mBuffers[0].mDataByteSize, descriptions,
-                                                       nextPacket_, &packets, packetBuffer_.data());
+                                                       nextPacket_, &packets, buffer().data());
         nextPacket_ += packets;
         if (written != noErr)
             return written;
@@ -192,7 +204,7 @@ OSStatus WritingFile::describePackets(SInt64 validFrames)
 OSStatus WritingFile::converterChanged()
 {
     if (currentConverter())
-        makeBuffers();
+        fitBuffer();
     return noErr;
 }
 
@@ -245,6 +257,34 @@ OSStatus WritingFile::length(SInt64& frames)
     const OSStatus status = rest();
     frames = tell();
     return isLinear() ? fileValue(file(), kAudioFilePropertyAudioDataPacketCount, frames) : status;
+}
+
+/// A file grows by silence at its end; nothing is taken from one.
+OSStatus WritingFile::setLength(SInt64 frames)
+{
+    if (!isLinear())
+        return kAudioFileOperationNotSupportedError;
+    SInt64 before = 0;
+    if (const OSStatus status = settle(); status != noErr)
+        return status;
+    if (const OSStatus status = length(before); status != noErr)
+        return status;
+    if (frames < before)
+        return kAudioFileOperationNotSupportedError;
+    const auto silence = silenceIn(fileFormat_);
+    const auto add = [&](SInt64 at, SInt64 most) {
+        auto count = static_cast<UInt32>(std::min<SInt64>(most, silenceFrames));
+        return AudioFileWritePackets(file(), false, count * fileFormat_.mBytesPerPacket, nullptr, at, &count,
+                                     silence.data());
+    };
+    if (frames == before)
+        return noErr;
+    // the last frame first: a container that cannot hold so much says so before anything is written, and fills up with zeros
+    OSStatus status = add(frames - 1, 1);
+    const bool isZero = std::ranges::all_of(silence, [](std::byte byte) { return byte == std::byte{0}; });
+    for (SInt64 at = before; !isZero && at < frames - 1 && status == noErr; at += silenceFrames)
+        status = add(at, frames - 1 - at);
+    return status;
 }
 
 } // namespace qmx

@@ -23,7 +23,9 @@ public:
     SInt64 tell() const override;
     OSStatus length(SInt64& frames) override;
     OSStatus converterChanged() override;
-    void setBufferSize(UInt32 bytes) override;
+    OSStatus maximumPacketSize(UInt32& bytes) override;
+    bool canSetLength() const override { return isLinear(); }
+    OSStatus setLength(SInt64 frames) override;
 
 private:
     OSStatus connect(const AudioStreamBasicDescription& client, AudioConverterRef& converter) override;
@@ -32,9 +34,12 @@ private:
     OSStatus settle() override;
     OSStatus complete() override;
     bool reads() const override { return false; }
+    UInt32 leastBufferSize() const override { return packetSize_; }
+    void bufferChanged() override;
 
     bool isLinear() const { return fileFormat_.mFramesPerPacket == 1 && fileFormat_.mBytesPerPacket > 0; }
-    void makeBuffers();
+    void fitBuffer();
+    OSStatus addSilence(SInt64 from, SInt64 to);
     OSStatus beginPackets();
     OSStatus describePackets(SInt64 validFrames);
     OSStatus encode(const AudioBufferList* data, UInt32 frames);
@@ -47,9 +52,9 @@ private:
     const AudioBufferList* given_ = nullptr;
     UInt32 givenFrames_ = 0;
 
-    // what comes of it
-    std::vector<std::byte> packetBuffer_;
+    // what comes of it, in the buffer
     std::vector<AudioStreamPacketDescription> descriptions_; // for packets of variable size
+    UInt32 packetSize_ = 1;                                  // the largest that may come
     UInt32 packetsAtOnce_ = 0;
     SInt64 nextPacket_ = 0;
     bool hasBegun_ = false; // packets of a coding that begins with a cookie

@@ -3,6 +3,9 @@
 
 #include "CoreAudio/HAL/DescriptionChanges.h"
 #include "CoreAudio/HAL/Virtual/VirtualBackend.h"
+#ifdef QMX_WITH_PIPEWIRE
+#include "CoreAudio/HAL/PipeWire/PipeWireBackend.h"
+#endif
 #include "Foundation/Log.h"
 
 #include <algorithm>
@@ -18,24 +21,32 @@ std::mutex choiceMutex;
 std::optional<AudioBackend> chosenBackend; // guarded by choiceMutex
 bool backendIsFixed = false;               // guarded by choiceMutex
 
+#ifdef QMX_WITH_PIPEWIRE
+constexpr bool hasPipeWire = true;
+#else
+constexpr bool hasPipeWire = false;
+#endif
+
 AudioBackend backendFromEnvironment()
 {
     const char* const name = std::getenv("QMX_AUDIO_BACKEND");
     const std::string_view wanted = name ? name : "";
-    constexpr AudioBackend usual = AudioBackend::virtualHardware;
+    constexpr AudioBackend usual = hasPipeWire ? AudioBackend::pipeWire : AudioBackend::virtualHardware;
     if (wanted == "virtual")
         return AudioBackend::virtualHardware;
+    if (wanted == "pipewire" && hasPipeWire)
+        return AudioBackend::pipeWire;
     if (!wanted.empty())
         Log("QMX_AUDIO_BACKEND: \"%@\" is not built in; the usual one is used", wanted);
     return usual;
 }
 
-Backend& makeBackend(AudioBackend backend)
+Backend& makeBackend([[maybe_unused]] AudioBackend backend)
 {
-    switch (backend) {
-    case AudioBackend::virtualHardware:
-        break;
-    }
+#ifdef QMX_WITH_PIPEWIRE
+    if (backend == AudioBackend::pipeWire)
+        return pipewire::PipeWireBackend::shared();
+#endif
     return VirtualBackend::shared();
 }
 
@@ -64,6 +75,8 @@ Hardware& Hardware::shared()
 
 OSStatus Hardware::choose(AudioBackend backend)
 {
+    if (backend == AudioBackend::pipeWire && !hasPipeWire)
+        return kAudioHardwareUnsupportedOperationError;
     const std::scoped_lock lock(choiceMutex);
     if (backendIsFixed && chosenBackend != backend)
         return kAudioHardwareIllegalOperationError;

@@ -2,6 +2,7 @@
 // What extended audio files owe to real-time threads: queued writes and reads ahead. Disks that stall, fill up and fail are in memory.
 #include "ExtAudioFileHelpers.h"
 #include "Foundation/RealTime.h"
+#include "Foundation/Worker.h"
 #include "support/MemoryDisk.h"
 
 #include <gtest/gtest.h>
@@ -67,6 +68,17 @@ TEST(ExtAudioFileThreads, RealTimeWritesNeitherWaitNorLoseAnything)
     EXPECT_EQ(ExtAudioFileDispose(file), noErr); // what is queued arrives
     EXPECT_EQ(ExtAudioFileDispose(unprimed), noErr);
     EXPECT_EQ(contents(), std::vector<float>(samples.begin(), samples.begin() + 2 * heldFrames));
+}
+
+/// So that simulated time does not outrun the disk.
+TEST(ExtAudioFileThreads, WorkersRestWhenWhatWasQueuedIsWritten)
+{
+    MemoryDisk disk;
+    const ExtAudioFileRef file = primed();
+    EXPECT_EQ(queue(file, music(heldFrames / 2, 2)), noErr);
+    EXPECT_TRUE(qmx::waitUntilWorkersRest());
+    EXPECT_EQ(bytesIn(extendedValue<AudioFileID>(file, kExtAudioFileProperty_AudioFile)), heldFrames / 2 * 8);
+    EXPECT_EQ(ExtAudioFileDispose(file), noErr);
 }
 
 TEST(ExtAudioFileThreads, OtherThreadsWaitForRoomAndKeepTheOrder)

@@ -2,6 +2,7 @@
 #include "FileRelated/QMXAudioFile.h"
 
 #include "Formats/QMXAudioStreamBasicDescription.h"
+#include "Foundation/Worker.h"
 #include "platform/AudioToolbox/AudioFileHelpers.h"
 #include "support/CapturedLog.h"
 #include "support/KilledProcess.h"
@@ -185,6 +186,17 @@ TEST_F(AudioFileObject, WritesAndReadsThroughTheCacheInAnyBlockSize)
         ASSERT_EQ(readAll("/d/a", true, block), bytes) << block;
     }
     ASSERT_EQ(readAll("/d/a", false, 100000), bytes);
+}
+
+TEST_F(AudioFileObject, WorkersRestWhenTheCachesFullBuffersAreSaved)
+{
+    const Bytes bytes = pattern(2 * span);
+    auto file = createdFile("/d/a", true);
+    ASSERT_TRUE(writeAll(*file, bytes, 50000));
+    EXPECT_TRUE(qmx::waitUntilWorkersRest());
+    EXPECT_EQ(readAll("/d/a", false, span), bytes);
+    EXPECT_TRUE(file->close());
+    EXPECT_TRUE(qmx::waitUntilWorkersRest()); // no thread is left that counts as busy
 }
 
 TEST_F(AudioFileObject, CachedWritesAtOtherOffsetsLandWhereTheyBelong)

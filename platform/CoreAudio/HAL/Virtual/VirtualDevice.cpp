@@ -89,11 +89,17 @@ void VirtualDevice::runThread(const std::shared_ptr<VirtualRun>& run)
 {
     constexpr double highest = 1.0;
     Thread::setThreadPriority(highest);
+    bool isRealTime = false;
     auto held = timeline_.lock();
     waitForPrevious(*run, held);
     while (timeline_.waitForTurn(*run, held)) {
         const VirtualCycle cycle = planCycle(*run);
         held.unlock();
+        // simulated time knows no haste, and at a real-time priority would leave nothing to other programs
+        if (const bool isDue = timeline_.mode() == VirtualTime::real; isDue != isRealTime) {
+            Thread::setRealTime(isDue);
+            isRealTime = isDue;
+        }
         run->makeRoom(cycle.frames);
         run->runCycle(cycle);
         held.lock();

@@ -1,0 +1,261 @@
+// SPDX-License-Identifier: MIT
+// Records from an input device into an audio file.
+#include "CoreAudio/VirtualHardware.h"
+#include "Devices/QMXAudioDevice.h"
+#include "Devices/QMXVUMeterData.h"
+#include "Devices/QMXVUMeterDataProvider.h"
+#include "FileRelated/QMXAudioFile.h"
+#include "Formats/QMXAudioStreamBasicDescription.h"
+#include "Foundation/Format.h"
+#include "Foundation/RunLoop.h"
+#include "Recording/QMXAudioRecorder.h"
+#include "support/CommandLine.h"
+#include "support/Failure.h"
+#include "support/Interrupt.h"
+#include "support/LevelLine.h"
+#include "support/Recording.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <filesystem>
+#include <limits>
+
+namespace
+{
+
+using example::Failure;
+
+constexpr const char* help = R"(usage: record [OPTIONS] FILE
+
+Records from an input device into the new file FILE until Ctrl-C. Prints path, seconds and frames,
+with tabs between them; what was lost is told on standard error (exit status 1).
+
+  --device UID    from that device (devices lists them); otherwise the default input
+  --seconds S     ends by itself after that time
+  --format TYPE   aiff, aifc or wave (big-endian, RIFX); otherwise aiff, with --float aifc
+  --rate HZ       sample rate of the file; otherwise the device's
+  --bits N        16, 24 or 32 bits; otherwise as the device's hardware is set
+  --float         samples as 32-bit floats
+  --meter         shows the levels
+  --force         replaces FILE
+  --simulate F    instead of a device: what the audio file F holds, as fast as possible, then ends
+
+QMX_AUDIO_BACKEND=virtual in the environment gives simulated devices.
+)";
+
+struct Wishes {
+    std::string path;
+    std::optional<AudioFileTypeID> type;
+    std::optional<double> rate, seconds;
+    std::optional<UInt32> bits;
+    bool isFloat = false, hasMeter = false;
+};
+
+std::optional<AudioFileTypeID> typeNamed(const std::optional<std::string>& name)
+{
+    if (!name)
+        return std::nullopt;
+    if (*name == "aiff")
+        return kAudioFileAIFFType;
+    if (*name == "aifc")
+        return kAudioFileAIFCType;
+    if (*name == "wave")
+        return kAudioFileWAVEType;
+    throw Failure{*name + ": not aiff, aifc or wave", 2};
+}
+
+Wishes wishesOf(const example::CommandLine& line)
+{
+    if (line.plainArguments().size() != 1 || line.plainArguments()[0].empty())
+        throw Failure{"which file? (--help tells more)", 2};
+    Wishes wishes;
+    wishes.path = line.plainArguments()[0];
+    wishes.type = typeNamed(line.text("--format"));
+    wishes.rate = line.number("--rate", 8000, 768000);
+    wishes.seconds = line.number("--seconds", 0.01, 86400);
+    wishes.isFloat = line.has("--float");
+    wishes.hasMeter = line.has("--meter");
+    if (const auto bits = line.wholeNumber("--bits", 16, 32))
+        wishes.bits = static_cast<UInt32>(*bits);
+    if (wishes.bits && *wishes.bits % 8 != 0)
+        throw Failure{"--bits: 16, 24 or 32", 2};
+    if (wishes.bits && wishes.isFloat)
+        throw Failure{"--bits and --float exclude each other", 2};
+    if (wishes.isFloat && wishes.type == kAudioFileAIFFType)
+        throw Failure{"AIFF files hold no floats; --format aifc does", 2};
+    if (std::filesystem::exists(wishes.path) && !line.has("--force"))
+        throw Failure{wishes.path + ": exists already (--force replaces it)"};
+    return wishes;
+}
+
+/// A simulated device that hears what a file holds, and that file's seconds.
+std::shared_ptr<QMXAudioDevice> simulatedDevice(const std::string& path, std::optional<double>& seconds)
+{
+    const auto file = example::openRecording(path);
+    auto& hardware = qmx::VirtualHardware::shared();
+    hardware.reset(qmx::VirtualTime::fast);
+    const auto id = hardware.addDevice(
+        qmx::VirtualHardware::standardDevice("simulation", "Simulation", file->channelsPerFrame(), 0));
+    if (hardware.setInputFile(id, path) != noErr)
+        throw Failure{path + ": cannot be played"};
+    if (!seconds)
+        seconds = static_cast<double>(example::frameCount(*file)) / file->sampleRate();
+    return QMXAudioDevice::deviceWithDeviceID(id);
+}
+
+/// An object of the program's own: nobody else starts or stops it.
+std::shared_ptr<QMXAudioDevice> deviceNamed(const std::optional<std::string>& uid)
+{
+    const auto standard = uid ? nullptr : QMXAudioDevice::defaultInputDevice();
+    if (!uid && !standard)
+        throw Failure{"no input device: the machine has none or its sound server does not run; "
+                      "QMX_AUDIO_BACKEND=virtual gives simulated ones"};
+    auto device =
+        uid ? QMXAudioDevice::deviceWithDeviceUID(*uid) : QMXAudioDevice::deviceWithDeviceID(standard->deviceID());
+    if (!device)
+        throw Failure{*uid + ": no such device (the program devices lists them)"};
+    if (!device->canBeInputDevice())
+        throw Failure{device->name().value_or(*uid) + ": has no input"};
+    return device;
+}
+
+QMXAudioStreamBasicDescription fileFormat(const QMXAudioDevice& device, const Wishes& wishes)
+{
+    const auto physical = device.physicalStreamFormat_isInput(0, true);
+    if (!physical)
+        throw Failure{"the device does not tell its format"};
+    const bool isFloat = wishes.isFloat || (physical->isFloat() && !wishes.bits && wishes.type != kAudioFileAIFFType);
+    const UInt32 bits = isFloat ? 32 : wishes.bits.value_or(std::max(physical->bitsPerChannel(), 16U));
+    AudioStreamBasicDescription record = qmx::packedPhysicalFormat(wishes.rate.value_or(physical->sampleRate()),
+                                                                   physical->channelsPerFrame(), bits, isFloat);
+    record.mFormatFlags |= kAudioFormatFlagIsBigEndian;
+    return QMXAudioStreamBasicDescription(record);
+}
+
+std::shared_ptr<QMXAudioRecorder> makeRecorder(const std::shared_ptr<QMXAudioDevice>& device, const Wishes& wishes)
+{
+    const auto file = QMXAudioFile::initWithPath_accessMode(wishes.path, QMXAudioFileAccessMode::write);
+    auto recorder = QMXAudioRecorder::initWithAudioDevice_audioFile(device, file);
+    const auto format = fileFormat(*device, wishes);
+    recorder->setFileStreamFormat(format);
+    file->setFileStreamFormat(format);
+    if (wishes.type)
+        file->setFileType(*wishes.type); // last: a format sets the type
+    recorder->setWritesPartialBufferAtStop(true);
+    recorder->setSpareRawBuffers(16); // a disk may stall for some ten seconds
+    return recorder;
+}
+
+/// Why a file cannot be made or replaced: the system's words, or none where it sees no reason.
+std::string refusalOf(const std::string& path)
+{
+    const bool wasThere = std::filesystem::exists(path);
+    std::FILE* const file = std::fopen(path.c_str(), "ab");
+    const bool isRefused = !file || (!wasThere && (std::fputc(0, file) == EOF || std::fflush(file) != 0));
+    const int error = errno;
+    if (file)
+        std::fclose(file);
+    if (file && !wasThere)
+        std::remove(path.c_str());
+    return isRefused ? ": " + example::systemErrorText(error) : "";
+}
+
+/// Runs until the end is reached, the device is gone, or Ctrl-C is pressed.
+void recordToTheEnd(QMXAudioRecorder& recorder, const Wishes& wishes, double rate)
+{
+    auto& loop = qmx::RunLoop::main();
+    auto& center = qmx::NotificationCenter::defaultCenter();
+    auto& device = *recorder.inputDevice();
+    const double lastFrame = wishes.seconds ? *wishes.seconds * rate : std::numeric_limits<double>::infinity();
+    example::LevelLine levelLine(device.numberOfChannels(true));
+    const auto frames =
+        center.observe(QMXAudioRecorderRecordedFrameNotification, nullptr, [&](const qmx::Notification&) {
+            levelLine.show(recorder.lengthInFrames() / rate, static_cast<double>(recorder.droppedFrames()) / rate);
+            if (recorder.lengthInFrames() >= lastFrame)
+                loop.stop();
+        });
+    const auto levels = center.observe(QMXVUMeterDataProviderNewDataIsAvailableNotification, nullptr,
+                                       [&](const qmx::Notification& notification) {
+                                           levelLine.take(dynamic_cast<const QMXVUMeterData&>(*notification.sender));
+                                       });
+    if (wishes.hasMeter)
+        device.inputVUMeterDataProvider()->start();
+    if (!recorder.record() || !recorder.audioFile()->isOpen())
+        throw Failure{"cannot create " + wishes.path + refusalOf(wishes.path)};
+    if (!device.isRunning())
+        throw Failure{device.name().value_or("the device") + ": does not start"};
+    while (!example::isInterrupted() && device.isRunning() && recorder.lengthInFrames() < lastFrame)
+        loop.runFor(0.5);
+    device.inputVUMeterDataProvider()->stop();
+}
+
+const char* reasonText(QMXAudioRecordingLoss::Reason reason)
+{
+    using Reason = QMXAudioRecordingLoss::Reason;
+    switch (reason) {
+    case Reason::overrun:
+        return "the disk is too slow";
+    case Reason::conversion:
+        return "a conversion failed";
+    case Reason::write:
+        return "the file cannot be written";
+    case Reason::partialBuffer:
+        return "the end was not written";
+    case Reason::timeGap:
+        return "the device left out time";
+    case Reason::rateChange:
+        return "the device changed its sample rate";
+    }
+    return "";
+}
+
+/// How much is missing, where and why; the recording has lost something.
+std::string lossText(const QMXAudioRecorder& recorder)
+{
+    const auto losses = recorder.lostFramePositions();
+    const std::string what =
+        recorder.droppedFrames() > 0 ? qmx::format("%qu frames are missing ", recorder.droppedFrames()) : "";
+    const std::string many =
+        losses.size() > 1 ? qmx::format("in %u places, first ", static_cast<UInt32>(losses.size())) : "";
+    return what + many +
+           qmx::format("at frame %qu: ", losses.front().fileFrame).append(reasonText(losses.front().reason));
+}
+
+int record(int argumentCount, char** arguments)
+{
+    const example::CommandLine line(argumentCount, arguments,
+                                    {"--device", "--seconds", "--format", "--rate", "--bits", "--simulate"},
+                                    {"--float", "--meter", "--force"});
+    if (line.asksForHelp()) {
+        example::printAll(help);
+        return 0;
+    }
+    Wishes wishes = wishesOf(line);
+    example::catchInterrupts([]() noexcept { qmx::RunLoop::main().stop(); });
+    const auto simulated = line.text("--simulate");
+    const auto device = simulated ? simulatedDevice(*simulated, wishes.seconds) : deviceNamed(line.text("--device"));
+    const auto recorder = makeRecorder(device, wishes);
+    const double rate = device->nominalSampleRate(true); // asked now: a device that is gone has none
+    try {
+        recordToTheEnd(*recorder, wishes, rate);
+    } catch (const Failure&) {
+        recorder->stop();
+        throw;
+    }
+    const bool isGone = !device->isRunning();
+    recorder->stop();
+    example::printAll(
+        qmx::format("%@\t%.2f\t%u\n", wishes.path, recorder->lengthInFrames() / rate, recorder->lengthInFrames()));
+    if (isGone)
+        throw Failure{"the device went away; what was recorded until then is in " + wishes.path};
+    if (!recorder->lostFramePositions().empty())
+        throw Failure{lossText(*recorder)};
+    return 0;
+}
+
+} // namespace
+
+int main(int argumentCount, char** arguments)
+{
+    return example::runProgram("record", record, argumentCount, arguments);
+}

@@ -1,0 +1,75 @@
+// SPDX-License-Identifier: MIT
+// The connection to the sound server and the thread its events come on.
+#pragma once
+
+#include "CoreAudio/HAL/PipeWire/ServerObjects.h"
+
+#include <functional>
+#include <memory>
+#include <pipewire/pipewire.h>
+
+namespace qmx::pipewire
+{
+
+/// Made once and never destroyed. Its thread runs the events of all objects, with the lock held; nothing of the core is
+/// called from there.
+class Connection
+{
+public:
+    /// `changed` is called on the connection's thread when the server's state is known again after a change, and when
+    /// the server is gone.
+    explicit Connection(std::function<void()> changed);
+
+    /// The lock that guards all objects of the server and the state. Never taken by threads that run cycles.
+    class Lock
+    {
+    public:
+        explicit Lock(Connection& connection) : loop_(connection.loop_) { pw_thread_loop_lock(loop_); }
+        ~Lock() { pw_thread_loop_unlock(loop_); }
+        Lock(const Lock&) = delete;
+        Lock& operator=(const Lock&) = delete;
+
+    private:
+        pw_thread_loop* loop_;
+    };
+
+    // --- With the lock held, not on the connection's thread
+    /// False when there is no server; at once.
+    bool connect();
+    /// After a loss: drops what belonged to the lost server.
+    void disconnect();
+    /// Waits for events until `isMet`; false when that takes too long.
+    bool waitUntil(const std::function<bool()>& isMet);
+
+    // --- With the lock held
+    bool isConnected() const { return core_ && !isLost_; }
+    bool isLost() const { return isLost_; }
+    /// Whether all that the server told so far belongs together.
+    bool isSettled() const { return doneSequence_ == wantedSequence_; }
+    const ServerState& state() const { return state_; }
+    ServerObjects* objects() { return objects_.get(); }
+    /// Has `changed` called when the server has answered all that was asked up to now.
+    void settle();
+
+    /// Wakes those who wait in waitUntil.
+    void signal() { pw_thread_loop_signal(loop_, false); }
+    pw_loop* loop() { return pw_thread_loop_get_loop(loop_); }
+
+private:
+    static void coreDone(void* self, std::uint32_t id, int sequence);
+    static void coreError(void* self, std::uint32_t id, int sequence, int result, const char* message);
+
+    const std::function<void()> changed_;
+    pw_thread_loop* const loop_;
+    pw_context* context_ = nullptr;
+    // what follows is guarded by the lock
+    pw_core* core_ = nullptr;
+    spa_hook coreHook_{};
+    std::unique_ptr<ServerObjects> objects_;
+    ServerState state_;
+    int wantedSequence_ = 0;
+    int doneSequence_ = 0;
+    bool isLost_ = false;
+};
+
+} // namespace qmx::pipewire

@@ -1,0 +1,128 @@
+// SPDX-License-Identifier: MIT
+// One run of a device's I/O, from start to stop: a filter in the server's graph, linked to the device's ports by ourselves.
+#pragma once
+
+#include "CoreAudio/HAL/DeviceIO.h"
+#include "CoreAudio/HAL/PipeWire/Connection.h"
+
+#include <atomic>
+#include <memory>
+#include <pipewire/filter.h>
+#include <vector>
+
+namespace qmx::pipewire
+{
+
+/// What a run is asked for.
+struct RunRequest {
+    std::string name; ///< of the device, for other programs to show
+    std::vector<std::uint32_t> capturePorts, playbackPorts;
+    UInt32 inputLatency = 0, outputLatency = 0; ///< frames
+    UInt32 rate = 0;
+    bool forcesRate = false; ///< a program chose the rate
+    UInt32 frames = 0;
+    UInt32 mostFrames = 0; ///< of any cycle
+};
+
+/// The present of a device's clock.
+struct ClockReading {
+    UInt64 hostTime = 0;
+    Float64 sampleTime = 0;
+    Float64 rate = 0;
+};
+
+/// The clock of the latest cycle, written by one thread in real time and read by any without a lock.
+class RunClock
+{
+public:
+    void write(const ClockReading& reading) noexcept;
+    /// Rate 0 before the first cycle.
+    ClockReading read() const noexcept;
+
+private:
+    std::atomic<UInt64> version_{0}; ///< odd while being written
+    std::atomic<UInt64> hostTime_{0};
+    std::atomic<Float64> sampleTime_{0}, rate_{0};
+};
+
+/// Each run has a context of its own, and so a thread for its cycles: a slow procedure delays no other device. The tail of a
+/// run that was closed never runs beside its successor: `cycleToken` is the device's, and only who holds it runs a cycle.
+class FilterRun
+{
+public:
+    FilterRun(Connection& connection, std::shared_ptr<DeviceIO> io, std::shared_ptr<std::atomic_flag> cycleToken,
+              std::function<void()> changed);
+    /// Waits for the cycle in flight, then takes the connection's lock: not on a thread that a procedure may wait for.
+    ~FilterRun();
+    FilterRun(const FilterRun&) = delete;
+    FilterRun& operator=(const FilterRun&) = delete;
+
+    /// Waits until the server runs the first cycle; 'what' when it does not, or at another rate than asked for.
+    OSStatus start(const RunRequest& request);
+    /// From now on no procedure runs. Does not wait.
+    void close() { isOpen_ = false; }
+    /// With the connection's lock held: asks for another cycle size or rate.
+    void ask(const RunRequest& request);
+    /// With the connection's lock held: whether the server has taken a link away.
+    bool isBroken() const { return isBroken_; }
+
+    const std::shared_ptr<const RunClock>& clock() const { return readableClock_; }
+    /// Cycles that were missed since the last call.
+    bool takeOverload() { return overloaded_.exchange(false); }
+
+private:
+    /// One direction: a port for each channel, and their frames interleaved.
+    struct Side {
+        std::vector<void*> ports;
+        std::vector<float*> buffers;
+        std::vector<Float32> frames;
+        std::vector<IOBlock> blocks;
+        bool isLinked() const;
+    };
+    struct Link;
+    static void process(void* self, spa_io_position* position);
+    static void stateChanged(void* self, pw_filter_state old, pw_filter_state state, const char* error);
+    static void cycleEvent(void* self, std::uint64_t count);
+
+    OSStatus startLocked(const RunRequest& request);
+    bool makeFilter(const RunRequest& request);
+    bool addPorts(Side& side, bool isInput, std::size_t channels, UInt32 mostFrames);
+    bool portsAreThere(const RunRequest& request) const;
+    bool makeLinks(const RunRequest& request);
+    bool makeLink(std::uint32_t from, std::uint32_t to);
+    void takeDown();
+
+    bool runCycle(const spa_io_clock& clock) noexcept;
+    bool keepTime(const spa_io_clock& clock) noexcept;
+    void runProcedures(UInt32 frames, const spa_io_clock& clock) noexcept;
+
+    Connection& connection_;
+    const std::shared_ptr<DeviceIO> io_;
+    const std::shared_ptr<std::atomic_flag> cycleToken_;
+    const std::function<void()> changed_; ///< called on the connection's thread
+    // guarded by the connection's lock
+    pw_context* context_ = nullptr;
+    pw_core* core_ = nullptr;
+    pw_filter* filter_ = nullptr;
+    spa_hook filterHook_{};
+    spa_source* event_ = nullptr; ///< from a cycle to the connection's thread
+    std::vector<std::unique_ptr<Link>> links_;
+    bool isBroken_ = false;
+    // shared
+    std::atomic<bool> isOpen_{false};
+    std::atomic<bool> overloaded_{false};
+    const std::shared_ptr<RunClock> clock_ = std::make_shared<RunClock>();
+    const std::shared_ptr<const RunClock> readableClock_ = clock_;
+    // of the cycles' thread once the filter runs
+    Side input_, output_;
+    UInt32 mostFrames_ = 0;
+    UInt32 inputLatency_ = 0, outputLatency_ = 0;
+    UInt32 lead_ = 0; ///< frames between a cycle's now and its sound, on either side
+    UInt32 clockID_ = 0;
+    UInt32 rate_ = 0;
+    UInt64 expected_ = 0;    ///< the coming cycle's position
+    SInt64 clockOffset_ = 0; ///< from the clock's positions to the device's sample times
+    UInt32 cyclesSeen_ = 0;
+};
+
+} // namespace qmx::pipewire

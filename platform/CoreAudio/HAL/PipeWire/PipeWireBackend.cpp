@@ -1,0 +1,220 @@
+// SPDX-License-Identifier: MIT
+#include "CoreAudio/HAL/PipeWire/PipeWireBackend.h"
+
+#include "CoreAudio/HAL/PipeWire/MonotonicClock.h"
+#include "Foundation/Log.h"
+#include "Foundation/Thread.h"
+
+#include <algorithm>
+#include <chrono>
+
+namespace qmx::pipewire
+{
+namespace
+{
+
+constexpr std::chrono::milliseconds betweenLooks(200);
+
+} // namespace
+
+PipeWireBackend& PipeWireBackend::shared()
+{
+    static auto* const backend = new PipeWireBackend;
+    return *backend;
+}
+
+PipeWireBackend::PipeWireBackend() : connection_([this] { wake(); }) {}
+
+void PipeWireBackend::begin(HardwareSink& sink)
+{
+    sink_ = &sink;
+    {
+        const Connection::Lock lock(connection_);
+        looksForServer_ = !connection_.connect();
+        connection_.waitUntil([this] { return !connection_.isConnected() || connection_.isSettled(); });
+    }
+    report();
+    if (!Thread::detachNewThread("qmx-pw-keeper", [this] { keepHouse(); }))
+        Log("PipeWire: no thread to follow the devices with; they stay as they are");
+}
+
+void PipeWireBackend::wake()
+{
+    const std::scoped_lock lock(workMutex_);
+    hasWork_ = true;
+    workCame_.notify_one();
+}
+
+void PipeWireBackend::dispose(std::shared_ptr<FilterRun> run)
+{
+    const std::scoped_lock lock(workMutex_);
+    disposed_.push_back(std::move(run));
+    hasWork_ = true;
+    workCame_.notify_one();
+}
+
+void PipeWireBackend::keepHouse()
+{
+    for (;;) {
+        waitForWork();
+        keepConnected();
+        report();
+        for (const Reported& each : reported()) {
+            each.device->mend();
+            if (each.device->takeOverload())
+                for (const bool isInput : {true, false})
+                    sink_->announce(each.id, {kAudioDeviceProcessorOverload, 0, isInput});
+        }
+    }
+}
+
+void PipeWireBackend::waitForWork()
+{
+    std::vector<std::shared_ptr<FilterRun>> ended;
+    std::unique_lock lock(workMutex_);
+    const auto hasWork = [this] { return hasWork_; };
+    if (looksForServer_)
+        workCame_.wait_for(lock, betweenLooks, hasWork);
+    else
+        workCame_.wait(lock, hasWork);
+    hasWork_ = false;
+    ended.swap(disposed_);
+    lock.unlock();
+    ended.clear();
+}
+
+void PipeWireBackend::keepConnected()
+{
+    bool isMissing = false;
+    {
+        const Connection::Lock lock(connection_);
+        if (connection_.isLost())
+            connection_.disconnect();
+        isMissing = !connection_.isConnected() && !(connection_.connect());
+    }
+    const std::scoped_lock lock(workMutex_);
+    looksForServer_ = isMissing;
+}
+
+// Nothing while the server is still telling: the end of that wakes the housekeeper again.
+std::optional<PipeWireBackend::Present> PipeWireBackend::present()
+{
+    const Connection::Lock lock(connection_);
+    if (connection_.isConnected() && !connection_.isSettled())
+        return {};
+    Present present{.devices = foundDevices(connection_.state()), .defaultInput = {}, .defaultOutput = {}};
+    present.defaultInput = defaultNode(connection_.state(), present.devices, true);
+    present.defaultOutput = defaultNode(connection_.state(), present.devices, false);
+    return present;
+}
+
+void PipeWireBackend::report()
+{
+    const std::optional<Present> now = present();
+    if (!now)
+        return;
+    const std::vector<AudioDeviceID> removed = dropAbsent(*now);
+    const auto added = addNew(*now);
+    const AudioDeviceID output = idOf(now->defaultOutput);
+    sink_->devicesChanged(removed, added, {.input = idOf(now->defaultInput), .output = output, .systemOutput = output});
+    for (const FoundDevice& each : now->devices)
+        reportDevice(each);
+}
+
+std::vector<AudioDeviceID> PipeWireBackend::dropAbsent(const Present& present)
+{
+    std::vector<AudioDeviceID> removed;
+    const std::scoped_lock lock(reportedMutex_);
+    std::erase_if(reported_, [&](const auto& entry) {
+        if (std::ranges::find(present.devices, entry.first, &FoundDevice::key) != present.devices.end())
+            return false;
+        removed.push_back(entry.second.id);
+        return true;
+    });
+    return removed;
+}
+
+std::vector<std::pair<AudioDeviceID, NewDevice>> PipeWireBackend::addNew(const Present& present)
+{
+    std::vector<std::pair<AudioDeviceID, NewDevice>> added;
+    Housekeeping& housekeeping = *this;
+    const Connection::Lock connectionLock(connection_);
+    const std::scoped_lock lock(reportedMutex_);
+    for (const FoundDevice& found : present.devices) {
+        if (reported_.contains(found.key))
+            continue;
+        const std::string& uid = found.description.uid;
+        auto device = std::make_shared<PipeWireDevice>(connection_, housekeeping, found.key, wishes_[uid]);
+        DeviceDescription description = found.description;
+        device->complete(description);
+        const AudioDeviceID id = sink_->makeID();
+        reported_[found.key] = {.id = id, .uid = uid, .isMonitor = found.isMonitor, .device = device};
+        added.emplace_back(id, NewDevice{std::move(description), std::move(device)});
+    }
+    return added;
+}
+
+void PipeWireBackend::reportDevice(const FoundDevice& found)
+{
+    DeviceDescription description = found.description;
+    AudioDeviceID id = kAudioDeviceUnknown;
+    {
+        const Connection::Lock connectionLock(connection_);
+        const std::scoped_lock lock(reportedMutex_);
+        const Reported& known = reported_.at(found.key);
+        known.device->complete(description);
+        id = known.id;
+    }
+    sink_->deviceChanged(id, description);
+}
+
+AudioDeviceID PipeWireBackend::idOf(const std::string& uid)
+{
+    const std::scoped_lock lock(reportedMutex_);
+    const auto found = std::ranges::find_if(reported_, [&uid](const auto& entry) { return entry.second.uid == uid; });
+    return found == reported_.end() ? kAudioDeviceUnknown : found->second.id;
+}
+
+std::vector<PipeWireBackend::Reported> PipeWireBackend::reported()
+{
+    const std::scoped_lock lock(reportedMutex_);
+    std::vector<Reported> all;
+    for (const auto& [key, each] : reported_)
+        all.push_back(each);
+    return all;
+}
+
+// The server has no default of its own for a system's sounds: that one is the output.
+OSStatus PipeWireBackend::setDefaultDevice(AudioHardwarePropertyID which, AudioDeviceID device)
+{
+    const std::vector<Reported> all = reported();
+    const auto wanted = std::ranges::find(all, device, &Reported::id);
+    if (wanted == all.end())
+        return kAudioHardwareBadDeviceError;
+    if (wanted->isMonitor)
+        return kAudioHardwareIllegalOperationError;
+    const bool isInput = which == kAudioHardwarePropertyDefaultInputDevice;
+    const Connection::Lock lock(connection_);
+    if (!connection_.isConnected() ||
+        !connection_.objects()->setDefault(
+            isInput ? "default.configured.audio.source" : "default.configured.audio.sink", wanted->uid))
+        return kAudioHardwareUnspecifiedError;
+    return noErr;
+}
+
+OSStatus PipeWireBackend::setBootChimeVolume(Float32)
+{
+    return kAudioHardwareUnknownPropertyError;
+}
+
+UInt64 PipeWireBackend::hostTime()
+{
+    return monotonicTime();
+}
+
+OSStatus PipeWireBackend::admit(HardwareOperation, UInt32, const PropertyAddress&)
+{
+    return noErr;
+}
+
+} // namespace qmx::pipewire

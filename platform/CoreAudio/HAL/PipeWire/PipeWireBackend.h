@@ -1,0 +1,65 @@
+// SPDX-License-Identifier: MIT
+// The sound server's devices as a backend. One thread, the housekeeper, compares what the server told with what was reported
+// and reports the difference, ends runs, and looks for the server while there is none.
+#pragma once
+
+#include "CoreAudio/HAL/PipeWire/PipeWireDevice.h"
+
+#include <condition_variable>
+
+namespace qmx::pipewire
+{
+
+class PipeWireBackend final : public Backend, private Housekeeping
+{
+public:
+    /// The process's one; never destroyed.
+    static PipeWireBackend& shared();
+
+    void begin(HardwareSink& sink) override;
+    OSStatus setDefaultDevice(AudioHardwarePropertyID which, AudioDeviceID device) override;
+    OSStatus setBootChimeVolume(Float32 scalar) override;
+    UInt64 hostTime() override;
+    OSStatus admit(HardwareOperation operation, UInt32 object, const PropertyAddress& address) override;
+
+private:
+    struct Reported {
+        AudioDeviceID id = kAudioDeviceUnknown;
+        std::string uid;
+        bool isMonitor = false;
+        std::shared_ptr<PipeWireDevice> device;
+    };
+    struct Present {
+        std::vector<FoundDevice> devices;
+        std::string defaultInput, defaultOutput; ///< UIDs
+    };
+
+    PipeWireBackend();
+    ~PipeWireBackend() override = default;
+    void wake() override;
+    void dispose(std::shared_ptr<FilterRun> run) override;
+
+    void keepHouse();
+    void waitForWork();
+    void keepConnected();
+    void report();
+    std::optional<Present> present();
+    std::vector<AudioDeviceID> dropAbsent(const Present& present);
+    std::vector<std::pair<AudioDeviceID, NewDevice>> addNew(const Present& present);
+    void reportDevice(const FoundDevice& found);
+    AudioDeviceID idOf(const std::string& uid);
+    std::vector<Reported> reported();
+
+    HardwareSink* sink_ = nullptr;
+    Connection connection_;
+    std::map<std::string, KeptWishes> wishes_; // by UID; guarded by the connection's lock
+    std::mutex reportedMutex_;
+    std::map<std::string, Reported> reported_; // by key; guarded by it, changed by the housekeeper only
+    std::mutex workMutex_;                     // of what follows; nothing is called with it held
+    std::condition_variable workCame_;
+    bool hasWork_ = false;
+    bool looksForServer_ = false;
+    std::vector<std::shared_ptr<FilterRun>> disposed_;
+};
+
+} // namespace qmx::pipewire

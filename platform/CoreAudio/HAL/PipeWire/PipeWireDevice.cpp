@@ -1,0 +1,266 @@
+// SPDX-License-Identifier: MIT
+#include "CoreAudio/HAL/PipeWire/PipeWireDevice.h"
+
+#include "CoreAudio/HAL/PipeWire/MonotonicClock.h"
+
+#include <algorithm>
+
+namespace qmx::pipewire
+{
+namespace
+{
+
+template <class... Functions> struct Overloaded : Functions... {
+    using Functions::operator()...;
+};
+template <class... Functions> Overloaded(Functions...) -> Overloaded<Functions...>;
+
+} // namespace
+
+PipeWireDevice::PipeWireDevice(Connection& connection, Housekeeping& housekeeping, std::string key, KeptWishes& wishes)
+    : connection_(connection), housekeeping_(housekeeping), key_(std::move(key)), wishes_(wishes)
+{
+}
+
+OSStatus PipeWireDevice::fulfil(const DeviceWish& wish)
+{
+    const Connection::Lock lock(connection_);
+    return std::visit(
+        Overloaded{[this](const SetSampleRate& rate) { return setRate(rate.rate); },
+                   [this](const SetBufferFrameSize& size) { return setFrames(size.frames); },
+                   [this](const SetVolume& volume) {
+                       return setLevels(volume.isInput, [&](Levels& levels, UInt32 channels) {
+                           if (volume.channel == 0) {
+                               levels = {.master = volume.scalar, .channels = {}, .isMuted = {}};
+                               return;
+                           }
+                           std::vector<float> all = levels.channels;
+                           all.resize(channels, all.empty() ? 1.0F : all.back());
+                           all.at(volume.channel - 1) = volume.scalar;
+                           levels = {.master = {}, .channels = std::move(all), .isMuted = {}};
+                       });
+                   },
+                   [this](const SetMute& mute) {
+                       return setLevels(mute.isInput, [&](Levels& levels, UInt32) {
+                           levels = {.master = {}, .channels = {}, .isMuted = mute.isMuted};
+                       });
+                   },
+                   [this](const SetDataSource& source) { return setSource(source.isInput, source.id); },
+                   [this](const SetPhysicalFormat& format) { return setFormat(format); },
+                   [](const SetRawProperty&) -> OSStatus { return kAudioHardwareUnsupportedOperationError; }},
+        wish);
+}
+
+OSStatus PipeWireDevice::setRate(Float64 rate)
+{
+    wishes_.rate = static_cast<UInt32>(rate);
+    askRun();
+    return noErr;
+}
+
+OSStatus PipeWireDevice::setFrames(UInt32 frames)
+{
+    wishes_.frames = frames;
+    askRun();
+    return noErr;
+}
+
+// A card's hardware mixer is reached through the route in force only.
+OSStatus PipeWireDevice::setLevels(bool isInput, const std::function<void(Levels&, UInt32)>& edit)
+{
+    const auto found = find();
+    if (!found || !connection_.isConnected())
+        return kAudioHardwareBadDeviceError;
+    const ServerState& state = connection_.state();
+    const UInt32 channels = numberOfChannels(found->description.section(isInput));
+    const auto place = routePlace(state, found->node, isInput);
+    if (place && place->current && !place->current->levels.channels.empty()) {
+        Levels levels = place->current->levels;
+        const std::int32_t route = place->current->index;
+        edit(levels, channels);
+        return connection_.objects()->setRoute(place->card, route, place->profileDevice, levels)
+                   ? noErr
+                   : kAudioHardwareBadDeviceError;
+    }
+    Levels levels = state.nodes.at(found->node).levels;
+    edit(levels, channels);
+    return connection_.objects()->setNodeLevels(found->node, levels) ? noErr : kAudioHardwareBadDeviceError;
+}
+
+OSStatus PipeWireDevice::setSource(bool isInput, UInt32 id)
+{
+    const auto found = find();
+    if (!found || !connection_.isConnected())
+        return kAudioHardwareBadDeviceError;
+    const auto place = routePlace(connection_.state(), found->node, isInput);
+    if (!place)
+        return kAudioHardwareUnsupportedOperationError;
+    for (const Route& route : connection_.state().cards.at(place->card).routes)
+        if (dataSourceOf(route.index) == id && serves(route, place->profileDevice, isInput))
+            return connection_.objects()->setRoute(place->card, route.index, place->profileDevice, {})
+                       ? noErr
+                       : kAudioHardwareBadDeviceError;
+    return kAudioHardwareIllegalOperationError;
+}
+
+// The server chooses the hardware's sample layout by itself; the rate can be chosen.
+OSStatus PipeWireDevice::setFormat(const SetPhysicalFormat& wish)
+{
+    const auto found = find();
+    if (!found)
+        return kAudioHardwareBadDeviceError;
+    const auto& present = found->description.section(wish.isInput).streams.at(wish.stream).physicalFormat;
+    if (wish.format.mBitsPerChannel != present.mBitsPerChannel || wish.format.mFormatFlags != present.mFormatFlags)
+        return kAudioHardwareUnsupportedOperationError;
+    return setRate(wish.format.mSampleRate);
+}
+
+void PipeWireDevice::askRun()
+{
+    if (const auto wanted = request(); wanted && run_)
+        run_->ask(*wanted);
+    housekeeping_.wake();
+}
+
+std::optional<FoundDevice> PipeWireDevice::find() const
+{
+    std::vector<FoundDevice> devices = foundDevices(connection_.state());
+    const auto found = std::ranges::find(devices, key_, &FoundDevice::key);
+    if (found == devices.end())
+        return {};
+    return std::move(*found);
+}
+
+std::optional<RunRequest> PipeWireDevice::request() const
+{
+    auto found = find();
+    if (!found)
+        return {};
+    DeviceDescription& device = found->description;
+    if (!wishes_.rate && run_)
+        device.nominalSampleRate = run_->clock()->read().rate;
+    return RunRequest{.name = device.name,
+                      .capturePorts = std::move(found->capturePorts),
+                      .playbackPorts = std::move(found->playbackPorts),
+                      .inputLatency = device.input.latency,
+                      .outputLatency = device.output.latency,
+                      .rate = wishes_.rate.value_or(static_cast<UInt32>(device.nominalSampleRate)),
+                      .forcesRate = wishes_.rate.has_value(),
+                      .frames = wishes_.frames.value_or(device.bufferFrameSize),
+                      .mostFrames = std::max(device.maximumBufferFrameSize, 8192U)};
+}
+
+OSStatus PipeWireDevice::startIO(const std::shared_ptr<DeviceIO>& io, const DeviceDescription& description)
+{
+    std::optional<RunRequest> wanted;
+    {
+        const Connection::Lock lock(connection_);
+        wanted = request();
+    }
+    if (!wanted)
+        return kAudioHardwareBadDeviceError;
+    wanted->rate = static_cast<UInt32>(description.nominalSampleRate);
+    auto run = std::make_shared<FilterRun>(connection_, io, cycleToken_, [this_ = &housekeeping_] { this_->wake(); });
+    if (const OSStatus status = run->start(*wanted))
+        return status;
+    const Connection::Lock lock(connection_);
+    ++startCount_;
+    io_ = io;
+    take(std::move(run));
+    return noErr;
+}
+
+void PipeWireDevice::take(std::shared_ptr<FilterRun> run)
+{
+    if (run_) {
+        run_->close();
+        housekeeping_.dispose(std::move(run_));
+    }
+    {
+        const std::scoped_lock lock(clockMutex_);
+        clock_ = run ? run->clock() : nullptr;
+    }
+    run_ = std::move(run);
+    housekeeping_.wake();
+}
+
+void PipeWireDevice::stopIO()
+{
+    const Connection::Lock lock(connection_);
+    ++startCount_;
+    io_ = nullptr;
+    take(nullptr);
+}
+
+OSStatus PipeWireDevice::currentTime(AudioTimeStamp& time)
+{
+    std::shared_ptr<const RunClock> clock;
+    {
+        const std::scoped_lock lock(clockMutex_);
+        clock = clock_;
+    }
+    if (!clock)
+        return kAudioHardwareNotRunningError;
+    const ClockReading cycle = clock->read();
+    const UInt64 now = monotonicTime();
+    time.mHostTime = now;
+    time.mSampleTime =
+        cycle.sampleTime + static_cast<Float64>(static_cast<SInt64>(now - cycle.hostTime)) * cycle.rate * 1e-9;
+    time.mRateScalar = 1;
+    time.mFlags = kAudioTimeStampSampleHostTimeValid | kAudioTimeStampRateScalarValid;
+    return noErr;
+}
+
+void PipeWireDevice::complete(DeviceDescription& description) const
+{
+    if (wishes_.frames)
+        description.bufferFrameSize =
+            std::clamp(*wishes_.frames, description.minimumBufferFrameSize, description.maximumBufferFrameSize);
+    Float64 rate = wishes_.rate ? *wishes_.rate : description.nominalSampleRate;
+    if (run_)
+        rate = run_->clock()->read().rate;
+    description.nominalSampleRate = description.actualSampleRate = rate;
+    for (const bool isInput : {true, false})
+        for (StreamDescription& stream : description.section(isInput).streams)
+            stream.physicalFormat.mSampleRate = rate;
+    const auto isRate = [rate](const AudioValueRange& range) {
+        return range.mMinimum <= rate && rate <= range.mMaximum;
+    };
+    if (std::ranges::none_of(description.availableSampleRates, isRate))
+        description.availableSampleRates.push_back({rate, rate});
+}
+
+void PipeWireDevice::mend()
+{
+    std::optional<RunRequest> wanted;
+    std::shared_ptr<DeviceIO> io;
+    UInt64 start = 0;
+    {
+        const Connection::Lock lock(connection_);
+        if (!run_ || !run_->isBroken())
+            return;
+        connection_.settle(); // a device that is unplugged loses its links first
+        connection_.waitUntil([this] { return !connection_.isConnected() || connection_.isSettled(); });
+        wanted = request();
+        io = io_;
+        start = startCount_;
+    }
+    if (!wanted || !io)
+        return;
+    auto run = std::make_shared<FilterRun>(connection_, io, cycleToken_, [this_ = &housekeeping_] { this_->wake(); });
+    if (run->start(*wanted))
+        return;
+    const Connection::Lock lock(connection_);
+    if (start == startCount_)
+        take(std::move(run));
+    else
+        housekeeping_.dispose(std::move(run));
+}
+
+bool PipeWireDevice::takeOverload()
+{
+    const Connection::Lock lock(connection_);
+    return run_ && run_->takeOverload();
+}
+
+} // namespace qmx::pipewire

@@ -1,0 +1,71 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "CoreAudio/HAL/Backend.h"
+#include "CoreAudio/HAL/PipeWire/Descriptions.h"
+#include "CoreAudio/HAL/PipeWire/FilterRun.h"
+
+#include <mutex>
+
+namespace qmx::pipewire
+{
+
+/// What programs asked of a device; kept under its UID while it is away.
+struct KeptWishes {
+    std::optional<UInt32> rate;
+    std::optional<UInt32> frames;
+};
+
+/// What devices need of the backend.
+class Housekeeping
+{
+public:
+    virtual ~Housekeeping() = default;
+    /// Has the server's state looked at and reported soon. Any thread but the cycles'.
+    virtual void wake() = 0;
+    /// Ends a run, on a thread that no procedure waits for.
+    virtual void dispose(std::shared_ptr<FilterRun> run) = 0;
+};
+
+class PipeWireDevice final : public BackendDevice
+{
+public:
+    PipeWireDevice(Connection& connection, Housekeeping& housekeeping, std::string key, KeptWishes& wishes);
+
+    OSStatus fulfil(const DeviceWish& wish) override;
+    OSStatus startIO(const std::shared_ptr<DeviceIO>& io, const DeviceDescription& description) override;
+    void stopIO() override;
+    OSStatus currentTime(AudioTimeStamp& time) override;
+
+    // --- For the housekeeper
+    /// Puts what was wished, and what runs, in place of the server's usual values. With the connection's lock held.
+    void complete(DeviceDescription& description) const;
+    /// Begins a new run where the server took the links of the present one away but the device is still there.
+    void mend();
+    bool takeOverload();
+
+private:
+    OSStatus setRate(Float64 rate);
+    OSStatus setFrames(UInt32 frames);
+    OSStatus setLevels(bool isInput, const std::function<void(Levels&, UInt32 channels)>& edit);
+    OSStatus setSource(bool isInput, UInt32 id);
+    OSStatus setFormat(const SetPhysicalFormat& wish);
+    std::optional<FoundDevice> find() const;
+    std::optional<RunRequest> request() const;
+    void askRun();
+    void take(std::shared_ptr<FilterRun> run);
+
+    Connection& connection_;
+    Housekeeping& housekeeping_;
+    const std::string key_;
+    const std::shared_ptr<std::atomic_flag> cycleToken_ = std::make_shared<std::atomic_flag>();
+    // guarded by the connection's lock
+    KeptWishes& wishes_;
+    std::shared_ptr<FilterRun> run_;
+    std::shared_ptr<DeviceIO> io_;          ///< while it shall run
+    UInt64 startCount_ = 0;                 ///< starts and stops
+    std::mutex clockMutex_;                 // nothing is waited for with it held
+    std::shared_ptr<const RunClock> clock_; // guarded by it
+};
+
+} // namespace qmx::pipewire

@@ -1,0 +1,26 @@
+// SPDX-License-Identifier: MIT
+#include "CoreAudio/HAL/PipeWire/RunProperties.h"
+
+#include "CoreAudio/HAL/PipeWire/FilterRun.h"
+
+#include <cerrno>
+
+namespace qmx::pipewire
+{
+
+// Without a media class and a wish to be connected session managers leave the filter's links alone.
+pw_properties* runProperties(const RunRequest& request)
+{
+    const bool records = !request.capturePorts.empty(), plays = !request.playbackPorts.empty();
+    pw_properties* const properties = pw_properties_new(
+        PW_KEY_NODE_NAME, program_invocation_short_name, PW_KEY_APP_NAME, program_invocation_short_name,
+        PW_KEY_MEDIA_NAME, request.name.c_str(), PW_KEY_MEDIA_TYPE, "Audio", PW_KEY_MEDIA_CATEGORY,
+        records && plays ? "Duplex" : (records ? "Capture" : "Playback"), PW_KEY_MEDIA_ROLE,
+        records ? "Production" : "Music", PW_KEY_NODE_WANT_DRIVER, "true", nullptr);
+    pw_properties_setf(properties, PW_KEY_NODE_LATENCY, "%u/%u", request.frames, request.rate);
+    pw_properties_setf(properties, PW_KEY_NODE_RATE, "1/%u", request.rate);
+    pw_properties_setf(properties, PW_KEY_NODE_FORCE_RATE, "%u", request.forcesRate ? request.rate : 0);
+    return properties;
+}
+
+} // namespace qmx::pipewire

@@ -1,0 +1,101 @@
+// SPDX-License-Identifier: MIT
+// What is known of the server's objects, as plain data: filled by ServerObjects, read by all else.
+#pragma once
+
+#include "CoreAudioTypes/CoreAudioTypes.h"
+
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace qmx::pipewire
+{
+
+using Texts = std::map<std::string, std::string>;
+
+/// The text under a key; empty when there is none.
+inline std::string text(const Texts& texts, const std::string& key)
+{
+    const auto found = texts.find(key);
+    return found == texts.end() ? std::string() : found->second;
+}
+
+/// Volumes (linear gain) and mute as a node or a route has them; what it has not stays empty.
+struct Levels {
+    std::optional<float> master;
+    std::vector<float> channels;
+    std::optional<bool> isMuted;
+};
+
+/// A sample layout that the hardware takes.
+struct SampleFormat {
+    UInt32 bits = 32;
+    bool isFloat = true;
+    bool operator==(const SampleFormat&) const = default;
+};
+
+struct Latency {
+    float quantums = 0;
+    std::uint32_t frames = 0;
+    std::uint64_t nanoseconds = 0;
+};
+
+struct Port {
+    std::uint32_t node = 0;
+    std::uint32_t index = 0; ///< in its node and direction
+    bool isInput = false;    ///< of the node: sound goes in
+    bool isMonitor = false;
+    Latency latency;
+};
+
+struct Node {
+    Texts properties;
+    bool hasInfo = false;
+    bool isRunning = false;
+    Levels levels;
+    std::vector<SampleFormat> formats;
+};
+
+struct Route {
+    std::int32_t index = 0;
+    bool isInput = false;
+    std::string name;
+    std::vector<std::int32_t> profileDevices; ///< those that it can serve
+    std::optional<bool> isAvailable;
+    std::int32_t profileDevice = -1; ///< that it serves now; only of current routes
+    Levels levels;                   ///< only of current routes
+};
+
+/// A card.
+struct Card {
+    Texts properties;
+    std::vector<Route> routes;
+    std::vector<Route> currentRoutes;
+};
+
+/// Objects by their id on the server.
+struct ServerState {
+    std::uint64_t generation = 0; ///< serial numbers are unique within one server's life
+    std::map<std::uint32_t, Node> nodes;
+    std::map<std::uint32_t, Port> ports;
+    std::map<std::uint32_t, Card> cards;
+    Texts defaults; ///< the values of the metadata "default"
+    Texts settings; ///< and of "settings"
+
+    /// The ports of a node, in order.
+    std::vector<std::uint32_t> portsOf(std::uint32_t node, bool isInput, bool isMonitor) const
+    {
+        std::map<std::uint32_t, std::uint32_t> ordered;
+        for (const auto& [id, port] : ports)
+            if (port.node == node && port.isInput == isInput && port.isMonitor == isMonitor)
+                ordered.emplace(port.index, id);
+        std::vector<std::uint32_t> ids;
+        for (const auto& [index, id] : ordered)
+            ids.push_back(id);
+        return ids;
+    }
+};
+
+} // namespace qmx::pipewire

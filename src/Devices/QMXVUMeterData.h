@@ -1,0 +1,48 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "CoreAudioTypes/MacTypes.h"
+#include "Foundation/Export.h"
+#include "Foundation/Object.h"
+
+#include <array>
+#include <memory>
+#include <string>
+
+/// Levels of up to 8 channels, linear (full scale 1.0). A meter writes its levels into one object again and again, while others
+/// read it: who needs values that stay copies them.
+class QMX_EXPORT QMXVUMeterData : public qmx::Object
+{
+public:
+    static constexpr UInt32 maximumChannels = 8;
+
+    /// All levels, and the scaler, 0.0.
+    static std::shared_ptr<QMXVUMeterData> init();
+    /// With the first 8 of `count` levels; null leaves all at 0.0.
+    static std::shared_ptr<QMXVUMeterData> initWithData_length(const Float32* levels, unsigned long count);
+    /// The same with a scaler, which null levels leave at 0.0 too, as intended.
+    static std::shared_ptr<QMXVUMeterData> initWithData_length_scaler(const Float32* levels, unsigned long count,
+                                                                      Float32 scaler);
+
+    /// The object's own 8 levels, which may be written. Not while a meter writes them on another thread.
+    Float32* data() { return _data.data(); }
+    /// Takes the first 8 of `count` levels; the others stay as they are. Not while a meter writes.
+    void setData_length(const Float32* levels, unsigned long count);
+    /// The level of a channel, counted from 1; 0.0 where there is none. Any thread.
+    Float32 floatValueForChannel(unsigned long channel) const;
+    /// A factor for whoever draws the levels; not applied to them.
+    Float32 scaler() const { return scaler_; }
+    /// The notification that announces such levels.
+    std::string name() const;
+
+    /// Publishes new levels of the first `count` (at most 8) channels while others may read. Real-time threads.
+    void publishLevels(const Float32* levels, UInt32 count) noexcept;
+
+private:
+    QMXVUMeterData() = default;
+
+    alignas(32) mutable std::array<Float32, maximumChannels> _data{};
+    std::array<Float32, maximumChannels> _zerodata{};
+    Float32 scaler_ = 0;
+    [[maybe_unused]] UInt32 _length = 0; // never set, as intended
+};

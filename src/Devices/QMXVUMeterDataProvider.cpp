@@ -1,0 +1,151 @@
+// SPDX-License-Identifier: MIT
+#include "Devices/QMXVUMeterDataProvider.h"
+
+#include "Devices/QMXAudioDevice.h"
+#include "Devices/QMXVUMeterData.h"
+#include "Foundation/NotificationCenter.h"
+#include "Foundation/RunLoop.h"
+#include "vecLib/Kernels/ChannelPeaks.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdlib>
+#include <limits>
+#include <utility>
+
+const char* const QMXVUMeterDataProviderDidStartNotification = "QMXVUMeterDataProviderDidStartNotification";
+const char* const QMXVUMeterDataProviderDidStopNotification = "QMXVUMeterDataProviderDidStopNotification";
+const char* const QMXVUMeterDataProviderNewDataIsAvailableNotification =
+    "QMXVUMeterDataProviderNewDataIsAvailableNotification";
+
+QMXVUMeterDataProvider::QMXVUMeterDataProvider() : mMeterData(QMXVUMeterData::init()) {}
+
+std::shared_ptr<QMXVUMeterDataProvider> QMXVUMeterDataProvider::init()
+{
+    std::shared_ptr<QMXVUMeterDataProvider> provider(new QMXVUMeterDataProvider);
+    provider->newLevels_.emplace(provider->mMeterData->name(), provider->mMeterData,
+                                 qmx::RealTimeNotification::Kind::frame,
+                                 [owner = std::weak_ptr(provider)](const auto& sender, const std::string&) {
+                                     if (const auto self = owner.lock())
+                                         self->threadCallback(std::static_pointer_cast<QMXVUMeterData>(sender));
+                                 });
+    return provider;
+}
+
+std::shared_ptr<QMXVUMeterDataProvider>
+QMXVUMeterDataProvider::initWithAudioDevice(std::shared_ptr<QMXAudioDevice> device)
+{
+    auto provider = init();
+    provider->setAudioDevice(std::move(device));
+    return provider;
+}
+
+std::shared_ptr<QMXVUMeterDataProvider>
+QMXVUMeterDataProvider::initForOwner(const std::shared_ptr<QMXAudioDevice>& device)
+{
+    auto provider = init();
+    provider->owner_ = device;
+    return provider;
+}
+
+QMXVUMeterDataProvider::~QMXVUMeterDataProvider()
+{
+    if (const auto device = audioDevice())
+        device->removeAudioIOSubscriber_forInput(*this, true);
+}
+
+std::shared_ptr<QMXAudioDevice> QMXVUMeterDataProvider::audioDevice() const
+{
+    return mAudioDevice ? mAudioDevice : owner_.lock();
+}
+
+void QMXVUMeterDataProvider::setAudioDevice(std::shared_ptr<QMXAudioDevice> device)
+{
+    const bool wasProviding = mShouldProvideData;
+    stop();
+    const bool isOwner = device && device == owner_.lock();
+    if (!isOwner)
+        owner_.reset();
+    mAudioDevice = isOwner ? nullptr : std::move(device);
+    if (wasProviding)
+        start();
+}
+
+void QMXVUMeterDataProvider::start()
+{
+    const auto device = audioDevice();
+    if (mShouldProvideData || !device || !device->start())
+        return;
+    mAudioDevice = device;
+    device->addAudioIOSubscriber_forInput(shared_from_this(), true);
+    mShouldProvideData = true;
+    announce(QMXVUMeterDataProviderDidStartNotification);
+}
+
+void QMXVUMeterDataProvider::stop()
+{
+    const auto device = audioDevice();
+    if (!mShouldProvideData || !device->stop())
+        return;
+    const auto self = shared_from_this(); // the device may have been its last owner
+    device->removeAudioIOSubscriber_forInput(*this, true);
+    mShouldProvideData = false;
+    if (device == owner_.lock())
+        mAudioDevice.reset();
+    announce(QMXVUMeterDataProviderDidStopNotification);
+}
+
+void QMXVUMeterDataProvider::setNotificationInterval(unsigned long interval)
+{
+    mNotificationInterval =
+        static_cast<UInt32>(std::clamp<unsigned long>(interval, 1, std::numeric_limits<UInt32>::max()));
+}
+
+Float32* QMXVUMeterDataProvider::findMaxValues_numChannels_length(const Float32* samples, unsigned long channels,
+                                                                  unsigned long length)
+{
+    auto* const peaks = static_cast<Float32*>(std::calloc(std::max(channels, 1UL), sizeof(Float32)));
+    if (peaks)
+        qmx::channelPeaks(samples, length / sizeof(Float32), channels, peaks, channels);
+    return peaks;
+}
+
+OSStatus QMXVUMeterDataProvider::audioIOHandler_inNow_inInputData_inInputTime_outOutputData_inOutputTime_inClientData(
+    QMXAudioDevice& /*device*/, const AudioTimeStamp* /*inNow*/, const AudioBufferList* inInputData,
+    const AudioTimeStamp* /*inInputTime*/, AudioBufferList* /*outOutputData*/, const AudioTimeStamp* /*inOutputTime*/,
+    QMXAudioDevice& /*inClientData*/)
+{
+    if (!inInputData || !mShouldProvideData || inInputData->mNumberBuffers == 0)
+        return noErr;
+    if (mNotificationCount % mNotificationInterval != 0) {
+        ++mNotificationCount;
+        return noErr;
+    }
+    const AudioBuffer& buffer = inInputData->mBuffers[0];
+    if (buffer.mNumberChannels == 0)
+        return noErr;
+    std::array<Float32, QMXVUMeterData::maximumChannels> peaks;
+    const UInt32 metered = std::min(buffer.mNumberChannels, QMXVUMeterData::maximumChannels);
+    const std::size_t count = buffer.mData ? buffer.mDataByteSize / sizeof(Float32) : 0;
+    qmx::channelPeaks(static_cast<const Float32*>(buffer.mData), count, buffer.mNumberChannels, peaks.data(), metered);
+    mMeterData->publishLevels(peaks.data(), metered);
+    newLevels_->send();
+    mNotificationCount = 1;
+    return noErr;
+}
+
+void QMXVUMeterDataProvider::threadCallback(const std::shared_ptr<QMXVUMeterData>& levels)
+{
+    qmx::NotificationCenter::defaultCenter().postNotification(levels->name(), levels);
+}
+
+void QMXVUMeterDataProvider::startStopCallback(const std::string& notificationName)
+{
+    qmx::NotificationCenter::defaultCenter().postNotification(notificationName, shared_from_this());
+}
+
+void QMXVUMeterDataProvider::announce(const char* notificationName)
+{
+    qmx::RunLoop::main().perform(
+        [self = shared_from_this(), notificationName] { self->startStopCallback(notificationName); });
+}

@@ -1,0 +1,245 @@
+// SPDX-License-Identifier: MIT
+// The way of the sound: from the I/O thread into the buffers, from there through the saving thread into the file.
+#include "FileRelated/QMXAudioFile.h"
+#include "Formats/QMXAudioStreamBasicDescription.h"
+#include "Foundation/NotificationCenter.h"
+#include "Processing/QMXAudioConverter.h"
+#include "Recording/QMXAudioRecorder.h"
+#include "Recording/RawBuffers.h"
+#include "Recording/RecorderState.h"
+#include "Recording/RecordingLosses.h"
+
+#include <algorithm>
+#include <cmath>
+#include <new>
+#include <utility>
+
+using namespace recorder;
+using Reason = QMXAudioRecordingLoss::Reason;
+
+namespace
+{
+
+constexpr UInt32 rawBufferSize = 393216; // bytes: 384 KiB
+constexpr double savingPriorityLowering = 0.1;
+
+} // namespace
+
+// Set-up; the set-up lock is held
+
+void QMXAudioRecorder::converterSetup()
+{
+    if (!_sourceFormat || !_destinationFormat)
+        return;
+    _audioConverter = QMXAudioConverter::initWithSourceFormat_destinationFormat(_sourceFormat, _destinationFormat);
+    const Float64 ratio = _destinationFormat->sampleRate() / _sourceFormat->sampleRate();
+    fileFramesPerFrame_ = std::isfinite(ratio) && ratio > 0 ? ratio : 1;
+    setupRawBuffers();
+    const UInt32 outputSize =
+        _audioConverter ? _audioConverter->calculateOutputBufferSize(rawByteBufferSizeInBytes) : 0;
+    if (outputSize == convertedBufferSizeInBytes)
+        return;
+    convertedBuffer.reset(new (std::nothrow) Byte[outputSize]);
+    convertedBufferSizeInBytes = convertedBuffer ? outputSize : 0;
+}
+
+void QMXAudioRecorder::setupRawBuffers()
+{
+    if (rawByteBufferSizeInBytes == 0) {
+        rawByteBufferSizeInBytes = rawBufferSize;
+        rawByteBuffer->allocate(rawByteBufferSizeInBytes, 1 + spareRawBuffers_);
+    }
+    const UInt32 frameBytes = std::clamp(_sourceFormat->bytesPerFrame(), 1U, rawBufferSize);
+    sourceFrameBytes_ = frameBytes;
+    usedRawBytes_ = rawBufferSize / frameBytes * frameBytes;
+}
+
+// The I/O thread
+
+OSStatus QMXAudioRecorder::audioIOHandler_inNow_inInputData_inInputTime_outOutputData_inOutputTime_inClientData(
+    QMXAudioDevice& /*device*/, const AudioTimeStamp* /*inNow*/, const AudioBufferList* inInputData,
+    const AudioTimeStamp* inInputTime, AudioBufferList* /*outOutputData*/, const AudioTimeStamp* /*inOutputTime*/,
+    QMXAudioDevice& /*inClientData*/)
+{
+    if (!inInputData || recorderState != recording || inInputData->mNumberBuffers == 0)
+        return noErr;
+    const AudioBuffer& buffer = inInputData->mBuffers[0];
+    // frames of 4-byte samples, whatever the device's format, as intended
+    const UInt64 frameBytes = UInt64{buffer.mNumberChannels} * sizeof(Float32);
+    noteTimeGap(inInputTime, frameBytes ? buffer.mDataByteSize / frameBytes : 0);
+    UInt32 length = buffer.mDataByteSize;
+    if (insertIntoBuffer_length(buffer.mData, &length) && frameBytes != 0)
+        recordedLengthInFrames += length / frameBytes;
+    if ((_eventMask & framesBit) != 0)
+        notifyCallback(QMXAudioRecorderRecordedFrameNotification);
+    return noErr;
+}
+
+void QMXAudioRecorder::noteTimeGap(const AudioTimeStamp* inputTime, UInt64 frames)
+{
+    if (!inputTime || (inputTime->mFlags & kAudioTimeStampSampleTimeValid) == 0)
+        return;
+    const Float64 missing = nextSampleTime_ ? std::round(inputTime->mSampleTime - *nextSampleTime_) : 0;
+    if (missing != 0)
+        losses_->add(Reason::timeGap, recordedLengthInFrames, static_cast<UInt64>(std::max(missing, 0.0)));
+    nextSampleTime_ = inputTime->mSampleTime + static_cast<Float64>(frames);
+}
+
+bool QMXAudioRecorder::insertIntoBuffer_length(const void* bytes, UInt32* length)
+{
+    const UInt32 size = usedRawBytes_;
+    if (threadShouldExit || !bytes || size == 0 || !rawByteBuffer->isAllocated()) {
+        *length = 0;
+        return false;
+    }
+    rawByteBufferLock.lockWhenCondition(1);
+    const auto* next = static_cast<const Byte*>(bytes);
+    for (UInt32 left = *length; left > 0;) {
+        const UInt32 count = std::min(left, size - std::min(size, rawByteBuffer->filled()));
+        rawByteBuffer->append(next, count);
+        next += count;
+        left -= count;
+        if (rawByteBuffer->filled() >= size)
+            switchBuffers();
+    }
+    rawByteBufferLock.unlockWithCondition(1);
+    return true;
+}
+
+// Never waits for the saving thread: what that has not begun to save is overtaken.
+void QMXAudioRecorder::switchBuffers()
+{
+    if (const auto overtaken = rawByteBuffer->handOver())
+        noteLoss(Reason::overrun, overtaken->firstByte, overtaken->byteCount);
+    threadRunLock.unlockWithCondition(hasWork); // a signal, without holding the lock
+}
+
+void QMXAudioRecorder::noteLoss(Reason reason, UInt64 firstByte, UInt32 byteCount)
+{
+    const UInt32 frameBytes = std::max(sourceFrameBytes_.load(), 1U);
+    losses_->add(reason, firstByte / frameBytes, byteCount / frameBytes);
+}
+
+void QMXAudioRecorder::notifyCallback(std::string_view notificationName)
+{
+    if (notificationName != QMXAudioRecorderRecordedFrameNotification) {
+        qmx::NotificationCenter::defaultCenter().postNotificationOnMainThread(std::string(notificationName),
+                                                                              shared_from_this());
+        return;
+    }
+    if (notificationCount % std::max(notificationInterval.load(), 1U) == 0) {
+        recordedFrame_->send();
+        notificationCount = 0;
+    }
+    ++notificationCount;
+}
+
+void QMXAudioRecorder::threadCallback(const std::string& notificationName)
+{
+    qmx::NotificationCenter::defaultCenter().postNotification(notificationName, shared_from_this());
+}
+
+// The saving thread
+
+void QMXAudioRecorder::saveBufferRunLoop()
+{
+    threadIsRunning = true;
+    qmx::Thread::setThreadPriority(qmx::Thread::threadPriority() - savingPriorityLowering);
+    while (!threadShouldExit) {
+        {
+            const qmx::Worker::Wait wait(*savingWorker_);
+            threadRunLock.lockWhenCondition(hasWork);
+        }
+        convertBufferAndSaveToFile();
+        threadRunLock.unlockWithCondition(hasNone);
+    }
+    threadIsRunning = false;
+}
+
+void QMXAudioRecorder::convertBufferAndSaveToFile()
+{
+    while (!threadShouldExit) {
+        const std::scoped_lock lock(setupLock_);
+        const RawBuffers::Block* const block = rawByteBuffer->take();
+        if (!block)
+            return;
+        UInt32 saved = block->byteCount;
+        const auto failure = saveBytes(block->bytes.get(), &saved);
+        if (failure && !_isFlushing) // what a flush offers is noted since the stop
+            noteLoss(*failure, block->firstByte + saved, block->byteCount - saved);
+    }
+}
+
+/// What failed, if anything did; the count is then how many of the bytes are in the file.
+std::optional<Reason> QMXAudioRecorder::saveBytes(const Byte* bytes, UInt32* byteCount)
+{
+    const UInt32 held = std::exchange(*byteCount, 0);
+    UInt32 length = rawByteBufferSizeInBytes; // without a converter all of the buffer, however full, as intended
+    if (_audioConverter) {
+        length = convertedRoomFor(held);
+        if (!convertedBuffer || _audioConverter->convertBuffer_inputBufferSize_outputBuffer_outputBufferSize(
+                                    bytes, held, convertedBuffer.get(), &length) != noErr)
+            return Reason::conversion;
+        bytes = convertedBuffer.get();
+    }
+    if (!_audioFile)
+        return Reason::write;
+    if (_audioFile->write_length(bytes, &length))
+        return std::nullopt;
+    if (const UInt32 kept = keepBegin(bytes, length); kept > 0)
+        *byteCount =
+            static_cast<UInt32>(std::min<Float64>(held, std::floor(kept / fileFramesPerFrame_) * sourceFrameBytes_));
+    return Reason::write;
+}
+
+/// A disk that becomes full takes the begin of a write, which the file does not count: written by itself it stays. Gives its
+/// frames.
+UInt32 QMXAudioRecorder::keepBegin(const Byte* bytes, UInt32 written)
+{
+    const UInt32 frameBytes = std::max(_audioFile->bytesPerFrame(), 1U);
+    UInt32 length = written / frameBytes * frameBytes;
+    return length > 0 && _audioFile->write_length(bytes, &length) ? length / frameBytes : 0;
+}
+
+UInt32 QMXAudioRecorder::convertedRoomFor(UInt32 byteCount) const
+{
+    if (!_isFlushing)
+        return convertedBufferSizeInBytes;
+    if (byteCount == rawByteBufferSizeInBytes)
+        return 0; // intended: a flush does not save a buffer that is exactly full
+    return std::min(_audioConverter->calculateOutputBufferSize(byteCount), convertedBufferSizeInBytes);
+}
+
+// The end of a recording, when no cycle comes any more
+
+void QMXAudioRecorder::saveRest()
+{
+    if (writesPartialBufferAtStop_ && rawByteBuffer->filled() > 0) {
+        waitUntilSaved(); // so that it overtakes nothing
+        switchBuffers();
+    }
+    waitUntilSaved();
+    if (const UInt32 left = rawByteBuffer->filled(); left > 0)
+        losses_->add(Reason::partialBuffer, recordedLengthInFrames - left / sourceFrameBytes_,
+                     left / sourceFrameBytes_);
+    if (writesPartialBufferAtStop_ && !writeConvertedTail())
+        losses_->add(Reason::write, recordedLengthInFrames, 0);
+}
+
+/// Writes what the rate conversion still holds.
+bool QMXAudioRecorder::writeConvertedTail()
+{
+    const std::scoped_lock lock(setupLock_);
+    if (!_audioConverter || !convertedBuffer || fileFramesPerFrame_ == 1)
+        return true;
+    UInt32 length = convertedBufferSizeInBytes;
+    return _audioConverter->convertBuffer_inputBufferSize_outputBuffer_outputBufferSize(
+               convertedBuffer.get(), 0, convertedBuffer.get(), &length) == noErr &&
+           (length == 0 || _audioFile->write_length(convertedBuffer.get(), &length));
+}
+
+void QMXAudioRecorder::waitUntilSaved()
+{
+    threadRunLock.lockWhenCondition(hasNone);
+    threadRunLock.unlockWithCondition(hasNone);
+}

@@ -1,0 +1,20 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "CoreAudioTypes/MacTypes.h"
+
+/// A place where a recording does not hold what the device heard.
+struct QMXAudioRecordingLoss {
+    enum class Reason {
+        overrun,       ///< saving was so late that full buffers were overtaken
+        conversion,    ///< a buffer could not be converted
+        write,         ///< what of a buffer could not be written
+        partialBuffer, ///< the buffer that was being filled at the stop
+        timeGap,       ///< the device's time jumped: cycles that never came; no frames where it jumped back
+        rateChange     ///< no frames lost, but from here on the device ran at another rate than the file was told
+    };
+    Reason reason = Reason::overrun;
+    UInt64 frame = 0;     ///< where, in frames accepted from the device
+    UInt64 frames = 0;    ///< how many, at the device's rate
+    UInt64 fileFrame = 0; ///< where, in frames of the file
+};

@@ -1,0 +1,122 @@
+// SPDX-License-Identifier: MIT
+#include "CoreAudio/DeviceDescription.h"
+#include "Devices/QMXAudioDevice.h"
+#include "Foundation/RunLoop.h"
+#include "Recording/QMXAudioRecorder.h"
+#include "platform/CoreAudio/PipeWireTest.h"
+#include "support/OutsideRealTime.h"
+#include "support/RecordedSamples.h"
+#include "support/TemporaryFolder.h"
+
+#include <algorithm>
+
+namespace
+{
+
+/// The n-th sample, from 1 on; exact, and none twice within a test.
+Float32 counted(UInt64 n)
+{
+    return static_cast<Float32>(n) / 16777216.0F;
+}
+
+/// Plays a count of samples on an output.
+class Player : public QMXCoreAudioIOSubscriber
+{
+public:
+    explicit Player(std::function<void()> tell) : tell_(std::move(tell)) {}
+
+    OSStatus audioIOHandler_inNow_inInputData_inInputTime_outOutputData_inOutputTime_inClientData(
+        QMXAudioDevice&, const AudioTimeStamp*, const AudioBufferList*, const AudioTimeStamp*, AudioBufferList* output,
+        const AudioTimeStamp*, QMXAudioDevice&) override
+    {
+        auto* const samples = static_cast<Float32*>(output->mBuffers[0].mData);
+        for (UInt32 i = 0; i < output->mBuffers[0].mDataByteSize / sizeof(Float32); ++i)
+            samples[i] = counted(played_++);
+        const qmx::test::OutsideRealTime outside;
+        tell_();
+        return noErr;
+    }
+
+private:
+    std::function<void()> tell_;
+    UInt64 played_ = 1;
+};
+
+} // namespace
+
+class PipeWireRecorderTest : public PipeWireTest
+{
+protected:
+    /// What is played on the test sink is recorded until so many frames have come.
+    void beginTake(UInt32 frames)
+    {
+        path_ = folder_.path("take" + std::to_string(++takes_) + ".aif");
+        sink_ = QMXAudioDevice::deviceWithDeviceID(find("test-sink"));
+        recorder = QMXAudioRecorder::initWithAudioDevice_filePath(
+            QMXAudioDevice::deviceWithDeviceID(find("test-source")), path_);
+        recorder->setFileStreamFormat(QMXAudioStreamBasicDescription(qmx::packedPhysicalFormat(48000, 2, 32, true)));
+        recorder->setWritesPartialBufferAtStop(true);
+        ASSERT_TRUE(recorder->record());
+        sink_->addAudioIOSubscriber_forInput(player_ = std::make_shared<Player>([this] { tell(); }), false);
+        ASSERT_TRUE(sink_->start());
+        ASSERT_TRUE(waitUntil([&] { return recorder->lengthInFrames() >= frames; }));
+    }
+    /// Ends it and looks whether the file has every frame that came, each the next one of the count; 0 where it is not, because a
+    /// gap was flagged: a busy machine loses cycles.
+    std::size_t endTake()
+    {
+        EXPECT_TRUE(recorder->stop());
+        sink_->removeAudioIOSubscriber_forInput(*player_, false);
+        sink_->stop();
+        while (qmx::RunLoop::main().runOnce())
+            continue;
+        const auto samples = qmx::test::recordedSamples(path_);
+        EXPECT_EQ(samples.size(), std::size_t{2} * recorder->lengthInFrames());
+        const auto begin = std::ranges::find_if(samples, [](Float32 sample) { return sample != 0; });
+        UInt64 expected = 1;
+        const auto wrong = std::find_if(begin, samples.end(), [&](Float32 s) { return s != counted(expected++); });
+        if (wrong == samples.end())
+            return static_cast<std::size_t>(wrong - begin);
+        EXPECT_GT(recorder->lostFramePositions().size(), 0U)
+            << "sample " << wrong - samples.begin() << " is " << *wrong << " though no loss was told";
+        return 0;
+    }
+    /// The number of right samples of a take during whose recording `happens` happened.
+    std::size_t take(UInt32 frames, const std::function<void()>& happens)
+    {
+        std::size_t right = 0;
+        for (int attempt = 0; attempt < 3 && right == 0 && !HasFatalFailure(); ++attempt) {
+            beginTake(frames);
+            happens();
+            right = endTake();
+        }
+        return right;
+    }
+
+    std::shared_ptr<QMXAudioRecorder> recorder;
+
+private:
+    qmx::test::TemporaryFolder folder_;
+    std::string path_;
+    int takes_ = 0;
+    std::shared_ptr<QMXAudioDevice> sink_;
+    std::shared_ptr<Player> player_;
+};
+
+TEST_F(PipeWireRecorderTest, WhatASinkPlaysIsInTheFileBitForBit)
+{
+    EXPECT_GT(take(2 * 48000, [] {}), 48000U);
+}
+
+TEST_F(PipeWireRecorderTest, AServerThatDiesLeavesAFileWithAllThatCame)
+{
+    EXPECT_GT(take(48000,
+                   [this] {
+                       server().kill();
+                       EXPECT_TRUE(waitUntil([] { return devices().empty(); }));
+                       EXPECT_FALSE(recorder->inputDevice()->isRunning());
+                       server().start(); // for another attempt
+                       EXPECT_TRUE(waitUntil([] { return find("test-sink") && find("test-source"); }));
+                   }),
+              24000U);
+}

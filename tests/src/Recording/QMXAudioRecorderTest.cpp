@@ -1,0 +1,329 @@
+// SPDX-License-Identifier: MIT
+#include "Recording/QMXAudioRecorder.h"
+
+#include "FileRelated/QMXAudioFile.h"
+#include "Formats/QMXAudioStreamBasicDescription.h"
+#include "Foundation/RealTime.h"
+#include "support/CapturedLog.h"
+#include "support/MemoryDisk.h"
+#include "support/RecordedSamples.h"
+#include "support/VirtualDevices.h"
+
+#include <gmock/gmock.h>
+
+#include <cerrno>
+
+namespace
+{
+
+using testing::ElementsAre;
+using Reason = QMXAudioRecordingLoss::Reason;
+
+constexpr UInt32 cycle = 441; // frames: buffers are switched within cycles
+constexpr const char* path = "/d/take.aif";
+
+/// The n-th sample of a count that repeats after 65536, exact in every format.
+Float32 counted(UInt64 n)
+{
+    return static_cast<Float32>(static_cast<SInt16>(n)) / 32768;
+}
+
+/// A recorder on a device whose input counts its samples, and a disk in memory.
+class Recorder : public testing::Test
+{
+protected:
+    Recorder() { hardware.reset(); }
+    ~Recorder() override { hardware.reset(); }
+
+    void make(UInt32 channelCount, UInt32 bits = 16, bool isFloat = false)
+    {
+        channels = channelCount;
+        auto description = qmx::VirtualHardware::standardDevice("input", "Input", channels, 0);
+        description.bufferFrameSize = cycle;
+        id = hardware.addDevice(description);
+        hardware.setInput(id, [n = UInt64{0}](Float32* samples, UInt32 frames, UInt32 count, SInt64) mutable {
+            for (UInt32 i = 0; i < frames * count; ++i)
+                samples[i] = counted(n++);
+        });
+        recorder = QMXAudioRecorder::initWithAudioDevice_filePath(QMXAudioDevice::deviceWithDeviceID(id), path);
+        setFileFormat(qmx::packedPhysicalFormat(44100, channels, bits, isFloat));
+    }
+    void setFileFormat(const AudioStreamBasicDescription& record)
+    {
+        recorder->setFileStreamFormat(QMXAudioStreamBasicDescription(record));
+    }
+    /// Frames in one raw buffer.
+    UInt32 bufferFrames() const { return 393216 / (4 * channels); }
+
+    /// Hands the recorder so many counted frames as one cycle of the device.
+    void feed(UInt32 frames)
+    {
+        std::vector<Float32> samples(std::size_t{frames} * channels);
+        for (Float32& sample : samples)
+            sample = counted(fed_++);
+        const AudioBufferList list{1,
+                                   {{channels, static_cast<UInt32>(samples.size() * sizeof(Float32)), samples.data()}}};
+        const qmx::RealTimeScope realTime;
+        auto& device = *recorder->inputDevice();
+        recorder->audioIOHandler_inNow_inInputData_inInputTime_outOutputData_inOutputTime_inClientData(
+            device, nullptr, &list, nullptr, nullptr, nullptr, device);
+    }
+    /// Expects these ranges of the count's frames in the file, one behind the other, and nothing else.
+    void expectInFile(const std::vector<std::pair<UInt64, UInt64>>& ranges) const
+    {
+        const auto samples = qmx::test::recordedSamples(path);
+        std::size_t at = 0;
+        for (const auto& [first, end] : ranges)
+            for (UInt64 n = first * channels; n < end * channels; ++n, ++at) {
+                ASSERT_LT(at, samples.size());
+                ASSERT_EQ(samples[at], counted(n)) << "sample " << at;
+            }
+        EXPECT_EQ(samples.size(), at);
+    }
+    /// Reason, frame, frames, frame in the file.
+    using Loss = std::tuple<Reason, UInt64, UInt64, UInt64>;
+    std::vector<Loss> losses() const
+    {
+        std::vector<Loss> all;
+        for (const auto& loss : recorder->lostFramePositions())
+            all.emplace_back(loss.reason, loss.frame, loss.frames, loss.fileFrame);
+        return all;
+    }
+    std::vector<std::string> news()
+    {
+        hardware.settle();
+        while (qmx::RunLoop::main().runOnce())
+            continue;
+        return std::exchange(news_, {});
+    }
+
+    qmx::VirtualHardware& hardware = qmx::VirtualHardware::shared();
+    qmx::test::CapturedLog log;
+    qmx::test::MemoryDisk disk;
+    AudioDeviceID id = 0;
+    UInt32 channels = 2;
+    std::shared_ptr<QMXAudioRecorder> recorder;
+
+private:
+    std::vector<std::string> news_;
+    UInt64 fed_ = 0;
+    std::shared_ptr<qmx::Object> observer_ =
+        qmx::NotificationCenter::defaultCenter().observe("", nullptr, [this](const qmx::Notification& n) {
+            if (n.sender == recorder && n.name.starts_with("QMXAudioRecorder"))
+                news_.push_back(n.name.substr(16, n.name.find("Record", 16) - 16));
+        });
+};
+
+/// Channels, bits (32: floats), and whether the rest is written at the stop.
+using Case = std::tuple<UInt32, UInt32, bool>;
+
+class RecorderFormats : public Recorder, public testing::WithParamInterface<Case>
+{
+};
+
+TEST_P(RecorderFormats, KeepEverySampleAcrossBuffersAndPauses)
+{
+    const auto [channelCount, bits, writesRest] = GetParam();
+    make(channelCount, bits, bits == 32);
+    recorder->setWritesPartialBufferAtStop(writesRest);
+    const UInt32 cycles = bufferFrames() / cycle + 3;
+    ASSERT_TRUE(recorder->record());
+    EXPECT_TRUE(hardware.advanceCycles(id, cycles));
+    ASSERT_TRUE(recorder->pause());
+    EXPECT_FALSE(recorder->inputDevice()->isRunning());
+    hardware.advance(1'000'000'000);
+    ASSERT_TRUE(recorder->record());
+    EXPECT_TRUE(hardware.advanceCycles(id, cycles));
+    ASSERT_TRUE(recorder->stop());
+
+    const UInt64 frames = UInt64{2} * cycles * cycle, whole = frames / bufferFrames() * bufferFrames();
+    EXPECT_EQ(recorder->lengthInFrames(), frames);
+    expectInFile({{0, writesRest ? frames : whole}});
+    EXPECT_EQ(recorder->droppedFrames(), writesRest ? 0 : frames - whole);
+    EXPECT_EQ(losses().size(), writesRest ? 0U : 1U);
+}
+
+INSTANTIATE_TEST_SUITE_P(All, RecorderFormats,
+                         testing::Combine(testing::Range(1U, 9U), testing::Values(16U, 24U, 32U), testing::Bool()));
+
+TEST_F(Recorder, GoesThroughItsStatesAndTellsOfThem)
+{
+    make(2);
+    EXPECT_FALSE(recorder->pause() || recorder->stop() || recorder->flush());
+    recorder->setNotificationInterval(10);
+    recorder->record();
+    EXPECT_FALSE(recorder->record());
+    EXPECT_TRUE(recorder->isRecording());
+    for (int i = 0; i < 21; ++i) {
+        hardware.advanceCycles(id);
+        const auto came = news();
+        EXPECT_EQ(std::ranges::count(came, ""), i % 10 == 0 ? 1 : 0) << "cycle " << i;
+    }
+    EXPECT_TRUE(recorder->recordForDuration(0));
+    recorder->setEventMask(2);
+    EXPECT_THAT(news(), ElementsAre("Stopped"));
+    EXPECT_FALSE(recorder->record() || recorder->stop() || recorder->isRecording());
+    EXPECT_TRUE(recorder->flush());
+    EXPECT_FALSE(recorder->flush());
+    EXPECT_THAT(recorder->dumpDebugInfo(), testing::HasSubstr("\n        lengthInFrames: 9261\n"));
+}
+
+TEST_F(Recorder, NormalisesACopyOfTheFormatAndRecordsWithoutAPath)
+{
+    make(2);
+    QMXAudioRecorder::setTemporaryDirectory("/d/");
+    disk.setContents("/d/audiotemp.aif", {1, 2, 3});
+    recorder = QMXAudioRecorder::initWithAudioDevice(QMXAudioDevice::deviceWithDeviceID(id));
+    const QMXAudioStreamBasicDescription native(qmx::packedPhysicalFormat(44100, 2, 32, true));
+    recorder->setFileStreamFormat(native);
+    EXPECT_FALSE(native.isBigEndian());
+    recorder->record();
+    EXPECT_TRUE(recorder->audioFile()->isOpen());
+    EXPECT_EQ(recorder->audioFilePath(), "/d/audiotemp.aif");
+    EXPECT_EQ(recorder->formatFlags(), 11U);
+    recorder->stop();
+    QMXAudioRecorder::setTemporaryDirectory("/tmp/");
+    EXPECT_FALSE(QMXAudioRecorder::initWithAudioDevice(nullptr));
+    EXPECT_FALSE(QMXAudioRecorder::initWithAudioDevice_filePath(recorder->inputDevice(), std::nullopt));
+}
+
+TEST_F(Recorder, ADiskThatStallsCostsTheBuffersThatAreOvertakenAndNoOthers)
+{
+    make(2);
+    const UInt32 full = bufferFrames();
+    recorder->record();
+    disk.setStalled(true);
+    feed(full);
+    disk.waitForStalledWrite();
+    for (const UInt32 frames : {full + 100, full - 100, 70U})
+        feed(frames);
+    disk.setStalled(false);
+    recorder->stop();
+    expectInFile({{0, full}, {2 * full, 3 * full}});
+    EXPECT_EQ(recorder->overruns(), 1U);
+    EXPECT_EQ(recorder->droppedFrames(), full + 70);
+    EXPECT_THAT(losses(), ElementsAre(Loss(Reason::overrun, full, full, full),
+                                      Loss(Reason::partialBuffer, 3 * full, 70, 2 * full)));
+}
+
+TEST_F(Recorder, SpareBuffersWaitForADiskThatStalls)
+{
+    make(2);
+    EXPECT_TRUE(recorder->setSpareRawBuffers(3));
+    recorder->setWritesPartialBufferAtStop(true);
+    recorder->record();
+    disk.setStalled(true);
+    feed(bufferFrames());
+    disk.waitForStalledWrite();
+    feed(4 * bufferFrames() + 70);
+    disk.setStalled(false);
+    recorder->stop();
+    EXPECT_THAT(losses(), ElementsAre());
+    expectInFile({{0, 5 * bufferFrames() + 70}});
+}
+
+TEST_F(Recorder, AFullDiskCostsWhatDoesNotFitAndAFailingWriteItsBuffer)
+{
+    make(2, 24);
+    const UInt32 full = bufferFrames(), fitting = 100;
+    const auto feedAndSave = [&](UInt32 frames) {
+        feed(frames);
+        hardware.settle();
+    };
+    recorder->setWritesPartialBufferAtStop(true);
+    recorder->record();
+    feedAndSave(full);
+    disk.setCapacity(disk.contents(path).size() + 6 * fitting + 5);
+    feedAndSave(full);
+    feedAndSave(full);
+    EXPECT_EQ(recorder->droppedFrames(), 2 * full - fitting);
+    disk.setCapacity(SIZE_MAX);
+    feedAndSave(full);
+    disk.failChange(1, EIO);
+    feedAndSave(full);
+    feed(7);
+    recorder->stop();
+    expectInFile({{0, full + fitting}, {3 * full, 4 * full}, {5 * full, 5 * full + 7}});
+    EXPECT_THAT(losses(), ElementsAre(Loss(Reason::write, full + fitting, full - fitting, full + fitting),
+                                      Loss(Reason::write, 2 * full, full, full + fitting),
+                                      Loss(Reason::write, 4 * full, full, 2 * full + fitting)));
+}
+
+TEST_F(Recorder, AKillLeavesAFileWithAllThatWasWrittenBeforeTheLastBuffer)
+{
+    make(2);
+    recorder->record();
+    const auto atStart = disk.changesMade();
+    feed(bufferFrames());
+    hardware.settle();
+    const auto changesOfABuffer = disk.changesMade() - atStart;
+    ASSERT_GT(changesOfABuffer, 0U);
+    for (std::size_t n = 1; n <= changesOfABuffer; ++n) {
+        SCOPED_TRACE(n);
+        hardware.reset();
+        disk.clearFaults();
+        disk.remove(path);
+        make(2);
+        recorder->record();
+        hardware.advanceCycles(id, 2 * bufferFrames() / cycle + 1);
+        disk.killAtChange(n, 777);
+        hardware.advanceCycles(id, 2 * bufferFrames() / cycle + 1);
+        const UInt64 frames = qmx::test::recordedSamples(path).size() / 2;
+        EXPECT_GE(frames, 2 * bufferFrames());
+        expectInFile({{0, frames}});
+        recorder->stop();
+    }
+}
+
+TEST_F(Recorder, LossOfTheDeviceGapsAndChangesOfItsRateAreNotedAndLeaveAWholeFile)
+{
+    make(2);
+    recorder->setWritesPartialBufferAtStop(true);
+    recorder->record();
+    hardware.advanceCycles(id, 10);
+    hardware.jumpSampleTime(id, 1000);
+    hardware.advanceCycles(id, 10);
+    hardware.change(id, [](qmx::DeviceDescription& device) { device.nominalSampleRate = 48000; });
+    news();
+    hardware.advanceCycles(id, 10);
+    hardware.removeDevice(id);
+    news();
+    EXPECT_TRUE(recorder->stop());
+    expectInFile({{0, 30 * cycle}});
+    EXPECT_THAT(losses(), ElementsAre(Loss(Reason::timeGap, 10 * cycle, 1000, 10 * cycle),
+                                      Loss(Reason::rateChange, 20 * cycle, 0, 20 * cycle)));
+}
+
+TEST_F(Recorder, AFormatThatTheDeviceChangedBeforeIsNotedOrRefusedUnlessTheRecorderWasTold)
+{
+    make(2);
+    hardware.change(id, [](qmx::DeviceDescription& device) { device.nominalSampleRate = 48000; });
+    EXPECT_TRUE(recorder->record());
+    EXPECT_THAT(losses(), ElementsAre(Loss(Reason::rateChange, 0, 0, 0)));
+    recorder->stop();
+    make(2);
+    hardware.change(id, [](qmx::DeviceDescription& device) {
+        device.input = qmx::VirtualHardware::standardDevice("", "", 1, 0).input;
+    });
+    EXPECT_FALSE(recorder->record());
+    recorder->setInputDevice(recorder->inputDevice());
+    EXPECT_TRUE(recorder->record());
+}
+
+TEST_F(Recorder, AnotherRateInTheFileLosesNothingBetweenBuffers)
+{
+    make(2);
+    hardware.setInput(
+        id, [](Float32* samples, UInt32 frames, UInt32 count, SInt64) { std::fill_n(samples, frames * count, 0.5F); });
+    setFileFormat(qmx::packedPhysicalFormat(48000, 2, 32, true));
+    recorder->setWritesPartialBufferAtStop(true);
+    recorder->record();
+    hardware.advanceCycles(id, 400); // four seconds, three and a half buffers
+    recorder->stop();
+    const auto samples = qmx::test::recordedSamples(path);
+    EXPECT_NEAR(static_cast<double>(samples.size()), 2 * 4 * 48000, 4);
+    for (std::size_t i = 4000; i + 4000 < samples.size(); ++i) // without a step where buffers meet
+        ASSERT_NEAR(samples[i], 0.5F, 1e-4F) << "sample " << i;
+}
+
+} // namespace
