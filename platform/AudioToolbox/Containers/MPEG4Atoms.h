@@ -9,8 +9,8 @@
 namespace qmx
 {
 
-/// What libavformat does not do with an MPEG-4 file: it trusts the counts in the tables of packets (one of 582 bytes made it take 1.4 GB), and it
-/// tells the length of an edit only rounded up to the movie's time.
+/// What libavformat does not do with an MPEG-4 file: it trusts the counts in the tables of packets (one of 582 bytes made it take
+/// 1.4 GB), and it tells the length of an edit only rounded up to the movie's time.
 class MPEG4Atoms
 {
 public:
@@ -29,11 +29,13 @@ public:
     std::optional<Edit> editOf(UInt32 track) const;
 
 private:
-    OSStatus readAtom(std::span<const UInt8> atom, UInt64 largestCount);
+    OSStatus readAtoms(std::span<const UInt8> atoms, int depth);
+    OSStatus readFact(FourCharCode type, std::span<const UInt8> contents);
+    OSStatus readDescriptions(std::span<const UInt8> descriptions);
     void readEdit(std::span<const UInt8> table);
 
     bool isFragmented_ = false;
-    bool mayHaveRuns_ = false;
+    UInt64 largestCount_ = 0; ///< of entries in a table
     UInt32 movieScale_ = 0;
     UInt32 track_ = 0; ///< the one whose description was seen last
     std::map<UInt32, Edit> edits_;
