@@ -62,6 +62,8 @@ FakeHardware::~FakeHardware()
     pw_thread_loop_stop(loop_);
     if (filter_)
         pw_filter_destroy(filter_);
+    if (proxy_)
+        pw_proxy_destroy(proxy_);
     pw_context_destroy(context_);
     pw_thread_loop_destroy(loop_);
 }
@@ -154,15 +156,15 @@ std::string FakeHardware::addCard(const std::string& properties, std::vector<Fak
     routes_ = std::move(routes);
     card_.iface = {SPA_TYPE_INTERFACE_Device, SPA_VERSION_DEVICE, {&methods, this}};
     pw_properties* const texts = pw_properties_new_string((properties + " media.class=Audio/Device").c_str());
-    pw_proxy* const proxy = pw_core_export(core_, SPA_TYPE_INTERFACE_Device, &texts->dict, &card_, 0);
+    proxy_ = pw_core_export(core_, SPA_TYPE_INTERFACE_Device, &texts->dict, &card_, 0);
     pw_properties_free(texts);
     spa_hook hook{};
-    pw_proxy_add_listener(proxy, &hook, &events, loop_);
-    while (pw_proxy_get_bound_id(proxy) == SPA_ID_INVALID && pw_thread_loop_timed_wait(loop_, 30) == 0) {
+    pw_proxy_add_listener(proxy_, &hook, &events, loop_);
+    while (pw_proxy_get_bound_id(proxy_) == SPA_ID_INVALID && pw_thread_loop_timed_wait(loop_, 30) == 0) {
     }
     spa_hook_remove(&hook);
-    EXPECT_NE(pw_proxy_get_bound_id(proxy), SPA_ID_INVALID) << "the server does not take the card";
-    return std::to_string(pw_proxy_get_bound_id(proxy));
+    EXPECT_NE(pw_proxy_get_bound_id(proxy_), SPA_ID_INVALID) << "the server does not take the card";
+    return std::to_string(pw_proxy_get_bound_id(proxy_));
 }
 
 std::vector<FakeRoute> FakeHardware::routes()

@@ -273,6 +273,11 @@ bool FilterRun::runCycle(const spa_io_clock& clock) noexcept
             std::fill_n(buffer, frames, 0.0F);
     if (frames == 0 || clock.rate.denom == 0 || !(input_.isLinked() || output_.isLinked()))
         return false;
+    if (isRepeated(clock)) {
+        if (isSettled_ && isOpen_.load())
+            writeOutput(frames);
+        return false;
+    }
     bool hasNews = keepTime(clock);
     if (!isSettled_) {
         isSettled_ = ++cyclesSeen_ > cyclesToDrop;
@@ -302,6 +307,12 @@ void FilterRun::beginTime(const spa_io_clock& clock) noexcept
     overloaded_ = true;
 }
 
+// Who wakes late finds the clock at the next cycle, and is woken for that one too.
+bool FilterRun::isRepeated(const spa_io_clock& clock) const noexcept
+{
+    return rate_ != 0 && clock.id == clockID_ && clock.position == position_;
+}
+
 // The device's sample time goes on when the server gives it another clock, whose positions are others.
 bool FilterRun::keepTime(const spa_io_clock& clock) noexcept
 {
@@ -315,6 +326,7 @@ bool FilterRun::keepTime(const spa_io_clock& clock) noexcept
     const bool isOtherRate = clock.rate.denom != rate_;
     clockID_ = clock.id;
     rate_ = clock.rate.denom;
+    position_ = clock.position;
     expected_ = clock.position + clock.duration;
     if (isGap)
         overloaded_ = true;
@@ -326,7 +338,7 @@ bool FilterRun::keepTime(const spa_io_clock& clock) noexcept
 
 void FilterRun::runProcedures(UInt32 frames, const spa_io_clock& clock) noexcept
 {
-    const std::size_t inputs = input_.ports.size(), outputs = output_.ports.size();
+    const std::size_t inputs = input_.ports.size();
     for (std::size_t channel = 0; channel < inputs; ++channel)
         for (UInt32 frame = 0; frame < frames; ++frame)
             input_.frames[frame * inputs + channel] = input_.buffers[channel] ? input_.buffers[channel][frame] : 0.0F;
@@ -349,6 +361,12 @@ void FilterRun::runProcedures(UInt32 frames, const spa_io_clock& clock) noexcept
                    .input = input_.blocks,
                    .output = output_.blocks});
 
+    writeOutput(frames);
+}
+
+void FilterRun::writeOutput(UInt32 frames) noexcept
+{
+    const std::size_t outputs = output_.ports.size();
     for (std::size_t channel = 0; channel < outputs; ++channel)
         if (float* const buffer = output_.buffers[channel])
             for (UInt32 frame = 0; frame < frames; ++frame)

@@ -97,7 +97,9 @@ private:
     bool runCycle(const spa_io_clock& clock) noexcept;
     bool keepTime(const spa_io_clock& clock) noexcept;
     void beginTime(const spa_io_clock& clock) noexcept;
+    bool isRepeated(const spa_io_clock& clock) const noexcept;
     void runProcedures(UInt32 frames, const spa_io_clock& clock) noexcept;
+    void writeOutput(UInt32 frames) noexcept;
 
     Connection& connection_;
     const std::shared_ptr<DeviceIO> io_;
@@ -125,7 +127,8 @@ private:
     UInt32 lead_ = 0; ///< frames between a cycle's now and its sound, on either side
     UInt32 clockID_ = 0;
     UInt32 rate_ = 0;
-    UInt64 expected_ = 0;    ///< the coming cycle's position
+    UInt64 position_ = 0;    ///< the latest cycle's
+    UInt64 expected_ = 0;    ///< and the coming one's
     SInt64 clockOffset_ = 0; ///< from the clock's positions to the device's sample times
     UInt32 cyclesSeen_ = 0;
     std::optional<ClockReading> resumed_;
