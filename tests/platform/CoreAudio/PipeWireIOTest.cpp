@@ -211,7 +211,7 @@ TEST_P(PipeWireIOTest, AProcedureThatOverrunsItsCycleIsTold)
 {
     const AudioDeviceID sink = find("test-sink");
     listenTo(sink);
-    std::atomic<int> cycles{0}, breaks{0};
+    std::atomic<int> cycles{0};
     Times times;
     Procedure player(sink, [&](const auto&, const auto&, AudioBufferList& output, const AudioTimeStamp& time) {
         times.add(time, samplesOf(output).size() / 2);
