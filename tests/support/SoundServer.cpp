@@ -9,7 +9,6 @@
 #include <fstream>
 #include <gtest/gtest.h>
 #include <poll.h>
-#include <ranges>
 #include <spawn.h>
 #include <sstream>
 #include <sys/inotify.h>
@@ -143,11 +142,10 @@ void SoundServer::linkSinkToSource() const
 
 void SoundServer::kill()
 {
-    for (const pid_t process : processes_ | std::views::reverse) {
-        ::kill(process, SIGKILL);
-        waitpid(process, nullptr, 0);
+    for (; !processes_.empty(); processes_.pop_back()) {
+        ::kill(processes_.back(), SIGKILL);
+        waitpid(processes_.back(), nullptr, 0);
     }
-    processes_.clear();
     unlink(folder_.path(socketName).c_str());
 }
 
