@@ -66,7 +66,7 @@ private:
     spa_hook hook_{};
     std::mutex portsMutex_;
     std::vector<void*> inputs_, outputs_; // guarded by it
-    pw_proxy* proxy_ = nullptr; // of the card
+    pw_proxy* proxy_ = nullptr;           // of the card
     spa_device card_{};
     spa_hook_list listeners_{};
     std::vector<FakeRoute> routes_;

@@ -310,8 +310,7 @@ std::string defaultNode(const ServerState& state, const std::vector<FoundDevice>
     };
     // without a session manager only the second is ever there, or neither
     for (const char* const key : {"default.audio.", "default.configured.audio."}) {
-        const std::string name =
-            nameInValue(text(state.defaults, std::string(key).append(isInput ? "source" : "sink")));
+        std::string name = nameInValue(text(state.defaults, std::string(key).append(isInput ? "source" : "sink")));
         if (std::ranges::any_of(devices, [&](const auto& each) { return canBe(each) && nameOf(each) == name; }))
             return name;
     }
