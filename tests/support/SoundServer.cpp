@@ -97,7 +97,6 @@ SoundServer::SoundServer()
     for (const char* const name :
          {"XDG_RUNTIME_DIR", "HOME", "XDG_CONFIG_HOME", "XDG_STATE_HOME", "WIREPLUMBER_CONFIG_DIR"})
         setenv(name, folder_.path("").c_str(), 1);
-    setenv("WIREPLUMBER_DEBUG", "1", 1); // errors only
     for (const char* const name : {"PIPEWIRE_RUNTIME_DIR", "PIPEWIRE_REMOTE", "DBUS_SESSION_BUS_ADDRESS"})
         unsetenv(name);
 }

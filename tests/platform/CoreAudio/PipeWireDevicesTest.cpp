@@ -116,7 +116,9 @@ TEST_P(PipeWireDevicesTest, LevelsAreSetSeenOutsideAndFollowed)
 
 TEST_P(PipeWireDevicesTest, AnIdleDeviceTakesTheRateAndTheCycleThatOthersForce)
 {
-    const AudioDeviceID sink = find("test-sink");
+    server().plugIn("idle"); // nobody chose a cycle for it
+    ASSERT_TRUE(waitUntil([] { return find("idle") != 0; }));
+    const AudioDeviceID sink = find("idle");
     listenTo(sink);
     const auto has = [sink](Float64 rate, UInt32 frames) {
         return [=] {

@@ -153,7 +153,8 @@ TEST_P(PipeWireIOTest, CyclesHaveTheSizeAndTheRateThatWereAskedFor)
     EXPECT_EQ(player.stop(), noErr);
     qmx::waitForIOCycle(sink);
     stopListeningTo(sink);
-    EXPECT_EQ(set(sink, 0, false, kAudioDevicePropertyNominalSampleRate, Float64{48000}), noErr); // it would be kept
+    EXPECT_EQ(set(sink, 0, false, kAudioDevicePropertyNominalSampleRate, Float64{48000}), noErr); // they would be kept
+    EXPECT_EQ(set(sink, 0, false, kAudioDevicePropertyBufferFrameSize, UInt32{1024}), noErr);
     EXPECT_LE(others, 3); // before the server has changed the cycle
     const Float64 seconds = static_cast<Float64>(last.mHostTime - first.mHostTime) / 1e9;
     EXPECT_NEAR((last.mSampleTime - first.mSampleTime) / seconds, 44100, 44100 * 0.03); // a busy server drops cycles
