@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: MIT
 # Steps shared by the packaging tests. Each test script is given: root (the source tree), build (the tree under test),
-# work (a folder for its products), version, compiler and generator.
+# work (a folder for its products), version, compiler, generator and parts (the options of what is built in).
 
 # Runs a command and ends the test with its output when it fails; `output` receives its standard output.
 function(run output)

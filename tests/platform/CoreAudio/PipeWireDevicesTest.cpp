@@ -4,22 +4,13 @@
 #include "CoreAudio/AudioDeviceTypes.h"
 
 #include <algorithm>
-#include <sstream>
+#include <cmath>
 
-namespace
+class PipeWireDevicesTest : public ManagedOrNot
 {
+};
 
-UInt32 channelsOf(AudioDeviceID device, bool isInput)
-{
-    AudioBufferList list{};
-    UInt32 size = sizeof list;
-    AudioDeviceGetProperty(device, 0, isInput, kAudioDevicePropertyStreamConfiguration, &size, &list);
-    return list.mNumberBuffers ? list.mBuffers[0].mNumberChannels : 0;
-}
-
-} // namespace
-
-TEST_F(PipeWireTest, SinksSourcesAndTheMonitorsOfSinksAreListed)
+TEST_P(PipeWireDevicesTest, SinksSourcesAndTheMonitorsOfSinksAreListed)
 {
     const AudioDeviceID sink = find("test-sink"), source = find("test-source"), monitor = find("test-sink.monitor");
     ASSERT_TRUE(sink && source && monitor);
@@ -45,7 +36,7 @@ TEST_F(PipeWireTest, SinksSourcesAndTheMonitorsOfSinksAreListed)
     EXPECT_EQ(get<UInt32>(monitor, 0, true, kAudioDevicePropertyDeviceCanBeDefaultDevice), 0U);
 }
 
-TEST_F(PipeWireTest, WhatIsPluggedInAndOutFromOutsideComesAndGoes)
+TEST_P(PipeWireDevicesTest, WhatIsPluggedInAndOutFromOutsideComesAndGoes)
 {
     server().plugIn("plugged");
     EXPECT_TRUE(waitUntil([] { return find("plugged") && find("plugged.monitor"); }));
@@ -58,66 +49,113 @@ TEST_F(PipeWireTest, WhatIsPluggedInAndOutFromOutsideComesAndGoes)
               kAudioHardwareBadDeviceError);
 }
 
-TEST_F(PipeWireTest, DefaultsAreReadSetAndFollowed)
+TEST_P(PipeWireDevicesTest, DefaultsAreReadSetAndFollowed)
 {
+    constexpr auto output = kAudioHardwarePropertyDefaultOutputDevice;
     server().plugIn("second");
     EXPECT_TRUE(waitUntil([] { return find("second") != 0; }));
-    EXPECT_EQ(defaultDevice(kAudioHardwarePropertyDefaultOutputDevice), find("test-sink")); // nobody chose: the oldest
+    EXPECT_EQ(defaultDevice(output), find("test-sink")); // nobody chose: the oldest
     EXPECT_EQ(defaultDevice(kAudioHardwarePropertyDefaultInputDevice), find("test-source"));
 
-    server().run("pw-metadata 0 default.audio.sink '{ \"name\": \"second\" }' Spa:String:JSON");
-    EXPECT_TRUE(waitUntil([] { return defaultDevice(kAudioHardwarePropertyDefaultOutputDevice) == find("second"); }));
-    server().run("pw-metadata -d 0 default.audio.sink");
-    EXPECT_TRUE(
-        waitUntil([] { return defaultDevice(kAudioHardwarePropertyDefaultOutputDevice) == find("test-sink"); }));
+    server().run(GetParam() ? "wpctl set-default " + server().numberOf("second")
+                            : "pw-metadata 0 default.audio.sink '{ \"name\": \"second\" }' Spa:String:JSON");
+    EXPECT_TRUE(waitUntil([] { return defaultDevice(output) == find("second"); }));
+    server().run(GetParam() ? "wpctl set-default " + server().numberOf("test-sink")
+                            : "pw-metadata -d 0 default.audio.sink");
+    EXPECT_TRUE(waitUntil([] { return defaultDevice(output) == find("test-sink"); }));
 
     AudioDeviceID wanted = find("second");
-    ASSERT_EQ(AudioHardwareSetProperty(kAudioHardwarePropertyDefaultOutputDevice, sizeof wanted, &wanted), noErr);
-    EXPECT_TRUE(waitUntil([&] { return defaultDevice(kAudioHardwarePropertyDefaultOutputDevice) == wanted; }));
-    EXPECT_NE(server().run("pw-metadata 0").find("default.configured.audio.sink' value:'{ \"name\": \"second\" }'"),
-              std::string::npos);
+    ASSERT_EQ(AudioHardwareSetProperty(output, sizeof wanted, &wanted), noErr);
+    EXPECT_TRUE(waitUntil([&] { return defaultDevice(output) == wanted; }));
+    expectSeen("pw-metadata 0", "default.configured.audio.sink' value:'{ \"name\": \"second\" }'");
+    if (GetParam())
+        expectSeen("wpctl inspect @DEFAULT_AUDIO_SINK@", "node.name = \"second\"");
 
     AudioDeviceID monitor = find("test-sink.monitor");
     EXPECT_NE(AudioHardwareSetProperty(kAudioHardwarePropertyDefaultInputDevice, sizeof monitor, &monitor), noErr);
+    server().unplug("second"); // the default falls back, and the choice counts again when it returns
+    EXPECT_TRUE(waitUntil([] { return defaultDevice(output) == find("test-sink") && !find("second"); }));
+    server().plugIn("second");
+    EXPECT_TRUE(waitUntil([] { return find("second") && defaultDevice(output) == find("second"); }));
 }
 
-TEST_F(PipeWireTest, LevelsAreSetSeenOutsideAndFollowed)
+TEST_P(PipeWireDevicesTest, LevelsAreSetSeenOutsideAndFollowed)
 {
     const AudioDeviceID sink = find("test-sink");
     listenTo(sink);
-    const auto volume = [sink](UInt32 channel) {
-        return get<Float32>(sink, channel, false, kAudioDevicePropertyVolumeScalar);
+    const auto have = [sink](Float32 left, Float32 right, UInt32 isMuted) {
+        return [=] {
+            const auto volume = [sink](UInt32 channel) {
+                return get<Float32>(sink, channel, false, kAudioDevicePropertyVolumeScalar);
+            };
+            return std::abs(volume(1) - left) < 1e-5F && std::abs(volume(2) - right) < 1e-5F &&
+                   get<UInt32>(sink, 0, false, kAudioDevicePropertyMute) == isMuted;
+        };
     };
-    EXPECT_EQ(volume(1), 1.0F);
-    EXPECT_EQ(set(sink, 1, false, kAudioDevicePropertyVolumeScalar, 0.5F), noErr);
+    EXPECT_TRUE(have(1, 1, 0)());
+    EXPECT_EQ(set(sink, 1, false, kAudioDevicePropertyVolumeScalar, 0.125F), noErr);
     EXPECT_EQ(set(sink, 2, false, kAudioDevicePropertyVolumeScalar, 0.25F), noErr); // builds on the one before
     EXPECT_EQ(set(sink, 0, false, kAudioDevicePropertyMute, UInt32{1}), noErr);
-    EXPECT_TRUE(waitUntil([&] {
-        return volume(1) == 0.5F && volume(2) == 0.25F && get<UInt32>(sink, 0, false, kAudioDevicePropertyMute) == 1;
-    }));
-    EXPECT_NEAR(get<Float32>(sink, 1, false, kAudioDevicePropertyVolumeDecibels), -6.02, 0.01);
-    std::istringstream words(server().run("pw-cli enum-params test-sink Props"));
-    std::string seen;
-    for (std::string word; words >> word;)
-        seen += word + ' ';
-    EXPECT_NE(seen.find("Float 0.500000 Float 0.250000"), std::string::npos) << seen;
+    EXPECT_TRUE(waitFor(sink, kAudioDevicePropertyMute, have(0.125F, 0.25F, 1)));
+    EXPECT_NEAR(get<Float32>(sink, 2, false, kAudioDevicePropertyVolumeDecibels), -12.04, 0.01);
+    expectSeen("pw-cli enum-params test-sink Props", "Float 0.125000 Float 0.250000");
+    if (GetParam()) // it shows cube roots
+        expectSeen("wpctl get-volume " + server().numberOf("test-sink"), "Volume: 0.50 [MUTED]");
 
-    server().run("pw-cli set-param test-sink Props '{ mute: false, channelVolumes: [ 0.75, 0.125 ] }'");
-    EXPECT_TRUE(waitUntil([&] {
-        return volume(1) == 0.75F && volume(2) == 0.125F && get<UInt32>(sink, 0, false, kAudioDevicePropertyMute) == 0;
-    }));
+    server().run("pw-cli set-param test-sink Props '{ mute: false, channelVolumes: [ 0.75, 0.5 ] }'");
+    EXPECT_TRUE(waitFor(sink, kAudioDevicePropertyVolumeScalar, have(0.75F, 0.5F, 0)));
+    if (GetParam()) {
+        server().run("wpctl set-mute @DEFAULT_AUDIO_SINK@ 1 && wpctl set-volume @DEFAULT_AUDIO_SINK@ 0.4");
+        EXPECT_TRUE(waitFor(sink, kAudioDevicePropertyMute, [&] {
+            return get<UInt32>(sink, 0, false, kAudioDevicePropertyMute) == 1 &&
+                   get<Float32>(sink, 1, false, kAudioDevicePropertyVolumeScalar) < 0.1F;
+        }));
+    }
     stopListeningTo(sink);
 }
 
-TEST_F(PipeWireTest, DevicesGoWithTheServerAndComeBackUnderTheirUIDs)
+TEST_P(PipeWireDevicesTest, AnIdleDeviceTakesTheRateAndTheCycleThatOthersForce)
+{
+    server().plugIn("idle"); // nobody chose a cycle for it
+    ASSERT_TRUE(waitUntil([] { return find("idle") != 0; }));
+    const AudioDeviceID sink = find("idle");
+    listenTo(sink);
+    const auto has = [sink](Float64 rate, UInt32 frames) {
+        return [=] {
+            return get<Float64>(sink, 0, false, kAudioDevicePropertyNominalSampleRate) == rate &&
+                   get<UInt32>(sink, 0, false, kAudioDevicePropertyBufferFrameSize) == frames;
+        };
+    };
+    EXPECT_EQ(set(sink, 0, false, kAudioDevicePropertyNominalSampleRate, Float64{96000}), noErr);
+    EXPECT_TRUE(waitFor(sink, kAudioDevicePropertyNominalSampleRate, has(96000, 1024)));
+    force("rate", 44100);
+    EXPECT_TRUE(waitFor(sink, kAudioDevicePropertyNominalSampleRate, has(44100, 1024)));
+    force("quantum", 512);
+    EXPECT_TRUE(waitFor(sink, kAudioDevicePropertyBufferFrameSize, has(44100, 512)));
+    EXPECT_EQ(set(sink, 0, false, kAudioDevicePropertyNominalSampleRate, Float64{48000}),
+              kAudioDeviceUnsupportedFormatError); // not to be had
+    EXPECT_EQ(cyclesOf(sink, 5).back(), 512U);
+    EXPECT_TRUE(waitUntil(has(44100, 512)));
+    force("rate", 0);
+    EXPECT_TRUE(waitFor(sink, kAudioDevicePropertyNominalSampleRate, has(96000, 512))); // the wish counts again
+    force("quantum", 0);
+    EXPECT_EQ(set(sink, 0, false, kAudioDevicePropertyNominalSampleRate, Float64{48000}), noErr);
+    EXPECT_TRUE(waitFor(sink, kAudioDevicePropertyNominalSampleRate, has(48000, 1024)));
+    stopListeningTo(sink);
+}
+
+TEST_P(PipeWireDevicesTest, DevicesGoWithTheServerAndComeBackUnderTheirUIDs)
 {
     const AudioDeviceID sink = find("test-sink");
     EXPECT_EQ(set(sink, 0, false, kAudioDevicePropertyBufferFrameSize, UInt32{256}), noErr);
     server().kill();
     EXPECT_TRUE(waitUntil([] { return devices().empty(); }));
     EXPECT_EQ(defaultDevice(kAudioHardwarePropertyDefaultOutputDevice), kAudioDeviceUnknown);
-    server().start();
+    server().start(GetParam());
     EXPECT_TRUE(waitUntil([] { return find("test-sink") && find("test-source") && find("test-sink.monitor"); }));
     EXPECT_NE(find("test-sink"), sink);
     EXPECT_EQ(get<UInt32>(find("test-sink"), 0, false, kAudioDevicePropertyBufferFrameSize), 256U); // the wish is kept
+    EXPECT_EQ(set(find("test-sink"), 0, false, kAudioDevicePropertyBufferFrameSize, UInt32{1024}), noErr);
 }
+
+INSTANTIATE_TEST_SUITE_P(Server, PipeWireDevicesTest, testing::Bool(), ManagedOrNot::name);

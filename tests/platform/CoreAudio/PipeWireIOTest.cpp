@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: MIT
 #include "platform/CoreAudio/PipeWireTest.h"
 
-#include "support/OutsideRealTime.h"
+#include "support/FakeHardware.h"
 
 #include <algorithm>
 #include <atomic>
-#include <span>
+#include <cerrno>
 
 namespace
 {
@@ -18,51 +18,26 @@ Float32 pattern(std::uint64_t sample)
     return (static_cast<Float32>(mixed & 0xFFFF) + 1) / 262144.0F;
 }
 
-class Procedure
-{
-public:
-    using Work =
-        std::function<void(const AudioBufferList&, const AudioTimeStamp&, AudioBufferList&, const AudioTimeStamp&)>;
-    Procedure(AudioDeviceID device, Work work) : device_(device), work_(std::move(work))
+// Whether times were those of one unbroken piece.
+struct Times {
+    Float64 next = -1;
+    std::atomic<int> breaks{0};
+    void add(const AudioTimeStamp& time, std::size_t frames)
     {
-        EXPECT_EQ(AudioDeviceAddIOProc(device_, run, this), noErr);
+        if (next >= 0 && time.mSampleTime != next)
+            ++breaks;
+        next = time.mSampleTime + static_cast<Float64>(frames);
     }
-    ~Procedure() { AudioDeviceRemoveIOProc(device_, run, this); }
-    OSStatus start() { return AudioDeviceStart(device_, run, this); }
-    OSStatus stop() { return AudioDeviceStop(device_, run, this); }
-
-private:
-    static OSStatus run(AudioDeviceID, const AudioTimeStamp*, const AudioBufferList* input,
-                        const AudioTimeStamp* inputTime, AudioBufferList* output, const AudioTimeStamp* outputTime,
-                        void* self)
-    {
-        static_cast<Procedure*>(self)->work_(*input, *inputTime, *output, *outputTime);
-        return noErr;
-    }
-    AudioDeviceID device_;
-    Work work_;
 };
 
-std::span<Float32> samplesOf(const AudioBufferList& list)
-{
-    return {static_cast<Float32*>(list.mBuffers[0].mData), list.mBuffers[0].mDataByteSize / sizeof(Float32)};
-}
-
-// What an input captured, and whether its times were those of one unbroken piece.
+// What an input captured.
 struct Capture {
     explicit Capture(std::size_t most) : samples(most) {}
     std::vector<Float32> samples;
     std::atomic<std::size_t> used{0};
-    Float64 next = -1;
-    std::atomic<int> breaks{0};
-    std::atomic<Float64> hostError{0};
 
-    void add(const AudioBufferList& list, const AudioTimeStamp& time)
+    void add(std::span<const Float32> from)
     {
-        const auto from = samplesOf(list);
-        if (next >= 0 && time.mSampleTime != next)
-            ++breaks;
-        next = time.mSampleTime + static_cast<Float64>(from.size() / 2);
         const std::size_t count = std::min(from.size(), samples.size() - used);
         std::copy_n(from.begin(), count, samples.begin() + static_cast<std::ptrdiff_t>(used.load()));
         used += count;
@@ -74,20 +49,25 @@ constexpr std::size_t sampleCount = 2 * 48000;
 
 } // namespace
 
-class PipeWireIOTest : public PipeWireTest
+class PipeWireIOTest : public ManagedOrNot
 {
 protected:
-    /// Plays the pattern on the test sink and captures `input`; the samples of the pattern found, or 0 after a gap.
-    std::size_t playAndCapture(AudioDeviceID input)
+    /// Plays the pattern on one device and captures another, or the same; the samples of the pattern found, or 0 after a gap.
+    std::size_t playAndCapture(AudioDeviceID output, AudioDeviceID input)
     {
         Capture capture(sampleCount);
+        Times playerTimes, recorderTimes;
         std::uint64_t played = 0;
-        Procedure player(find("test-sink"), [&](const auto&, const auto&, AudioBufferList& output, const auto&) {
-            for (Float32& sample : samplesOf(output))
+        for (const AudioDeviceID device : {output, input})
+            listenTo(device);
+        Procedure player(output, [&](const auto&, const auto&, AudioBufferList& list, const AudioTimeStamp& time) {
+            playerTimes.add(time, samplesOf(list).size() / 2);
+            for (Float32& sample : samplesOf(list))
                 sample = pattern(played++);
         });
         Procedure recorder(input, [&](const AudioBufferList& list, const AudioTimeStamp& time, auto&, const auto&) {
-            capture.add(list, time);
+            recorderTimes.add(time, samplesOf(list).size() / 2);
+            capture.add(samplesOf(list));
             const qmx::test::OutsideRealTime outside;
             if (capture.isFull())
                 tell();
@@ -103,27 +83,37 @@ protected:
         std::size_t same = 0;
         while (same < length && begin[static_cast<std::ptrdiff_t>(same)] == pattern(same))
             ++same;
-        if (same != length && capture.breaks == 0)
-            ADD_FAILURE() << "sample " << same << " differs though no gap was told";
-        return same == length ? same : 0;
+        bool isTold = playerTimes.breaks + recorderTimes.breaks > 0;
+        for (const AudioDeviceID device : {output, input}) {
+            stopListeningTo(device);
+            isTold = wasTold(device, kAudioDeviceProcessorOverload) || isTold;
+        }
+        if (same == length)
+            return same;
+        untold_ += isTold ? 0 : 1;
+        EXPECT_LE(untold_, 1) << "sample " << same << " differs though no gap was told"; // the last cycle's may be late
+        return 0;
     }
     /// A busy machine may lose a cycle, and tells so: then it is tried again.
-    void expectExact(const std::string& uid)
+    void expectExact(const std::string& output, const std::string& input)
     {
         std::size_t found = 0;
-        for (int attempt = 0; attempt < 3 && found == 0; ++attempt)
-            found = playAndCapture(find(uid));
-        EXPECT_GT(found, sampleCount / 2) << uid;
+        for (int attempt = 0; attempt < 5 && found == 0; ++attempt)
+            found = playAndCapture(find(output), find(input));
+        EXPECT_GT(found, sampleCount / 2) << input;
     }
+
+private:
+    int untold_ = 0;
 };
 
-TEST_F(PipeWireIOTest, WhatASinkPlaysIsCapturedBitForBit)
+TEST_P(PipeWireIOTest, WhatASinkPlaysIsCapturedBitForBit)
 {
-    expectExact("test-source");
-    expectExact("test-sink.monitor");
+    expectExact("test-sink", "test-source");
+    expectExact("test-sink", "test-sink.monitor");
 }
 
-TEST_F(PipeWireIOTest, CyclesHaveTheSizeAndTheRateThatWereAskedFor)
+TEST_P(PipeWireIOTest, CyclesHaveTheSizeAndTheRateThatWereAskedFor)
 {
     const AudioDeviceID sink = find("test-sink");
     ASSERT_EQ(set(sink, 0, false, kAudioDevicePropertyBufferFrameSize, UInt32{256}), noErr);
@@ -149,6 +139,13 @@ TEST_F(PipeWireIOTest, CyclesHaveTheSizeAndTheRateThatWereAskedFor)
     ASSERT_EQ(player.start(), noErr);
     EXPECT_TRUE(waitUntil([&] { return cycles >= 100; }));
     EXPECT_EQ(get<UInt32>(sink, 0, false, kAudioDevicePropertyDeviceIsRunning), 1U);
+    const std::string program = program_invocation_short_name;
+    const std::string nodes = server().run("pw-cli info all");
+    for (const std::string& text :
+         {std::string("node.latency = \"256/44100\""), std::string("media.name = \"Test Sink\""),
+          std::string("media.role = \"Music\""), "application.name = \"" + program + "\"",
+          "application.id = \"" + program + "\"", "application.icon-name = \"" + program + "\""})
+        EXPECT_TRUE(nodes.find(text) != std::string::npos) << text;
     EXPECT_EQ(set(sink, 0, false, kAudioDevicePropertyBufferFrameSize, UInt32{128}), noErr);
     EXPECT_TRUE(waitUntil([&] { return frames == 128; })); // while it runs, too
     AudioTimeStamp now;
@@ -156,14 +153,15 @@ TEST_F(PipeWireIOTest, CyclesHaveTheSizeAndTheRateThatWereAskedFor)
     EXPECT_EQ(player.stop(), noErr);
     qmx::waitForIOCycle(sink);
     stopListeningTo(sink);
-    EXPECT_EQ(set(sink, 0, false, kAudioDevicePropertyNominalSampleRate, Float64{48000}), noErr); // it would be kept
+    EXPECT_EQ(set(sink, 0, false, kAudioDevicePropertyNominalSampleRate, Float64{48000}), noErr); // they would be kept
+    EXPECT_EQ(set(sink, 0, false, kAudioDevicePropertyBufferFrameSize, UInt32{1024}), noErr);
     EXPECT_LE(others, 3); // before the server has changed the cycle
     const Float64 seconds = static_cast<Float64>(last.mHostTime - first.mHostTime) / 1e9;
     EXPECT_NEAR((last.mSampleTime - first.mSampleTime) / seconds, 44100, 44100 * 0.03); // a busy server drops cycles
     EXPECT_NEAR(now.mSampleTime, last.mSampleTime, 4 * 1024);
 }
 
-TEST_F(PipeWireIOTest, ADeviceThatIsUnpluggedWhileItRunsGoesAtOnce)
+TEST_P(PipeWireIOTest, ADeviceThatIsUnpluggedWhileItRunsGoesAtOnce)
 {
     server().plugIn("plugged");
     ASSERT_TRUE(waitUntil([] { return find("plugged") != 0; }));
@@ -179,14 +177,14 @@ TEST_F(PipeWireIOTest, ADeviceThatIsUnpluggedWhileItRunsGoesAtOnce)
     const auto begin = std::chrono::steady_clock::now();
     server().unplug("plugged");
     EXPECT_TRUE(waitUntil([] { return !find("plugged"); }));
-    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(1500)); // no wait for its cycles
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(4000)); // no wait for its cycles
     qmx::waitForIOCycle(plugged);
     const int last = cycles;
     EXPECT_TRUE(find("test-sink"));
     EXPECT_EQ(cycles, last);
 }
 
-TEST_F(PipeWireIOTest, ServersMayDieAndComeBackWhileDevicesRun)
+TEST_P(PipeWireIOTest, ServersMayDieAndComeBackWhileDevicesRun)
 {
     for (int round = 0; round < 20; ++round) {
         ASSERT_TRUE(waitUntil([] { return find("test-sink") && find("test-source"); })) << round;
@@ -206,6 +204,96 @@ TEST_F(PipeWireIOTest, ServersMayDieAndComeBackWhileDevicesRun)
         ASSERT_TRUE(waitUntil([&] { return played > 0 && captured > 0; })) << round;
         server().kill();
         ASSERT_TRUE(waitUntil([] { return devices().empty(); })) << round;
-        server().start();
+        server().start(GetParam());
     }
 }
+
+TEST_P(PipeWireIOTest, AProcedureThatOverrunsItsCycleIsTold)
+{
+    const AudioDeviceID sink = find("test-sink");
+    listenTo(sink);
+    std::atomic<int> cycles{0};
+    Times times;
+    Procedure player(sink, [&](const auto&, const auto&, AudioBufferList& output, const AudioTimeStamp& time) {
+        times.add(time, samplesOf(output).size() / 2);
+        const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(100);
+        while (++cycles == 3 && std::chrono::steady_clock::now() < end)
+            --cycles;
+        const qmx::test::OutsideRealTime outside;
+        tell();
+    });
+    ASSERT_EQ(player.start(), noErr);
+    EXPECT_TRUE(waitFor(sink, kAudioDeviceProcessorOverload, [&] { return cycles > 5; }));
+    EXPECT_GT(times.breaks, 0);
+    EXPECT_EQ(player.stop(), noErr);
+    stopListeningTo(sink);
+}
+
+// Rather no sound than sound of the wrong pitch.
+TEST_P(PipeWireIOTest, ADeviceThatOthersRunAtAnotherRateDoesNotStart)
+{
+    server().plugIn("shared"); // nobody chose a rate for it
+    ASSERT_TRUE(waitUntil([] { return find("shared") != 0; }));
+    const AudioDeviceID sink = find("shared");
+    listenTo(sink);
+    {
+        qmx::test::FakeHardware other;
+        other.addNode("media.class=Audio/Source node.name=player node.rate=1/44100 node.force-rate=44100", 0, 2);
+        ASSERT_TRUE(waitUntil([] { return find("player") != 0; }));
+        server().run("pw-link player:out_1 shared:playback_FL");
+        EXPECT_TRUE(waitFor(sink, kAudioDevicePropertyDeviceIsRunningSomewhere, [sink] {
+            return get<UInt32>(sink, 0, false, kAudioDevicePropertyDeviceIsRunningSomewhere) == 1;
+        }));
+        Procedure procedure(sink, [](const auto&, const auto&, auto&, const auto&) { FAIL(); });
+        EXPECT_EQ(procedure.start(), kAudioHardwareUnspecifiedError);
+        EXPECT_EQ(get<UInt32>(sink, 0, false, kAudioDevicePropertyDeviceIsRunning), 0U);
+    }
+    EXPECT_TRUE(waitUntil([] { return !find("player"); }));
+    EXPECT_EQ(cyclesOf(sink, 3).size(), 3U);
+    stopListeningTo(sink);
+}
+
+TEST_P(PipeWireIOTest, DuplexDevicesCaptureAndPlayInOneCycleAndGoOnWhenTheyGetOtherPorts)
+{
+    qmx::test::FakeHardware box; // its outputs lead to its inputs
+    box.addNode("media.class=Audio/Duplex node.name=box node.description=Box", 2, 2);
+    ASSERT_TRUE(waitUntil([] { return find("box") != 0; }));
+    EXPECT_FALSE(find("box.monitor"));
+    const AudioDeviceID duplex = find("box");
+    std::atomic<int> wrong{0};
+    std::atomic<Float32> left{0}, right{0}, cycles{0};
+    Float32 sent = 0;
+    Float64 last = -1;
+    Procedure procedure(duplex, [&](const auto& input, const auto& inputTime, auto& output, const auto& outputTime) {
+        const bool isRight = samplesOf(input).size() == samplesOf(output).size() &&
+                             input.mBuffers[0].mNumberChannels == 2 && inputTime.mSampleTime > last &&
+                             inputTime.mSampleTime < outputTime.mSampleTime;
+        wrong += isRight ? 0 : 1;
+        last = inputTime.mSampleTime;
+        left = samplesOf(input)[0];
+        right = samplesOf(input)[1];
+        cycles = cycles + 1;
+        std::ranges::fill(samplesOf(output), sent += 1.0F / 65536);
+        const qmx::test::OutsideRealTime outside;
+        tell();
+    });
+    ASSERT_EQ(procedure.start(), noErr);
+    EXPECT_TRUE(waitUntil([&] { return left > 0 && right > 0; }));
+    listenTo(duplex);
+    const auto goesOn = [&](const std::atomic<Float32>& sign) { // some cycles were missed
+        left = cycles = 0;
+        return waitFor(duplex, kAudioDeviceProcessorOverload, [&] { return sign > 0; });
+    };
+    server().run(std::string("pw-link -d box:out_1 ").append(program_invocation_short_name).append(":input_1"));
+    EXPECT_TRUE(goesOn(left));
+    box.renewPorts(1, 1); // such ports carry no sound in filters of 0.3.65
+    EXPECT_TRUE(waitFor(duplex, kAudioDevicePropertyStreamConfiguration,
+                        [&] { return channelsOf(duplex, true) == 1 && channelsOf(duplex, false) == 1; }));
+    EXPECT_TRUE(goesOn(cycles));
+    EXPECT_EQ(procedure.stop(), noErr);
+    stopListeningTo(duplex);
+    EXPECT_EQ(find("box"), duplex);
+    EXPECT_EQ(wrong, 0);
+}
+
+INSTANTIATE_TEST_SUITE_P(Server, PipeWireIOTest, testing::Bool(), ManagedOrNot::name);

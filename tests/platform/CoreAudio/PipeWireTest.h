@@ -1,34 +1,74 @@
 // SPDX-License-Identifier: MIT
-// What the tests of the sound server's devices have in common: a server, and waiting for what listeners are told.
+// What the tests of the sound server's devices have in common: a server, with or without a session manager, waiting for
+// what listeners are told, and procedures.
 #pragma once
 
 #include "CoreAudio/AudioHardware.h"
 #include "CoreAudioTypes/FourCharCode.h"
 #include "Foundation/CFString.h"
+#include "support/OutsideRealTime.h"
 #include "support/SoundServer.h"
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <functional>
 #include <mutex>
+#include <set>
+#include <span>
 #include <string>
 #include <vector>
+
+inline std::span<Float32> samplesOf(const AudioBufferList& list)
+{
+    if (list.mNumberBuffers == 0)
+        return {};
+    return {static_cast<Float32*>(list.mBuffers[0].mData), list.mBuffers[0].mDataByteSize / sizeof(Float32)};
+}
+
+class Procedure
+{
+public:
+    using Work =
+        std::function<void(const AudioBufferList&, const AudioTimeStamp&, AudioBufferList&, const AudioTimeStamp&)>;
+    Procedure(AudioDeviceID device, Work work) : device_(device), work_(std::move(work))
+    {
+        EXPECT_EQ(AudioDeviceAddIOProc(device_, run, this), noErr);
+    }
+    ~Procedure() { AudioDeviceRemoveIOProc(device_, run, this); }
+    OSStatus start() { return AudioDeviceStart(device_, run, this); }
+    OSStatus stop() { return AudioDeviceStop(device_, run, this); }
+
+private:
+    static OSStatus run(AudioDeviceID, const AudioTimeStamp*, const AudioBufferList* input,
+                        const AudioTimeStamp* inputTime, AudioBufferList* output, const AudioTimeStamp* outputTime,
+                        void* self)
+    {
+        static_cast<Procedure*>(self)->work_(*input, *inputTime, *output, *outputTime);
+        return noErr;
+    }
+    AudioDeviceID device_;
+    Work work_;
+};
 
 class PipeWireTest : public testing::Test
 {
 protected:
-    PipeWireTest()
+    explicit PipeWireTest(bool isManaged = false)
     {
         EXPECT_EQ(qmx::setAudioBackend(qmx::AudioBackend::pipeWire), noErr);
-        server().start();
+        server().start(isManaged);
         for (const AudioHardwarePropertyID property :
              {kAudioHardwarePropertyDevices, kAudioHardwarePropertyDefaultInputDevice,
               kAudioHardwarePropertyDefaultOutputDevice})
             EXPECT_EQ(AudioHardwareAddPropertyListener(property, hardwareHeard, this), noErr);
         EXPECT_TRUE(waitUntil([] { return find("test-sink") && find("test-source"); }))
             << "the server's devices do not come";
+        if (isManaged)
+            server().linkSinkToSource();
     }
     ~PipeWireTest() override
     {
@@ -49,7 +89,7 @@ protected:
     /// Asks again whenever a listener or a procedure had something to tell.
     bool waitUntil(const std::function<bool()>& isMet)
     {
-        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
         for (;;) {
             std::unique_lock lock(mutex_);
             const std::size_t before = heardCount_;
@@ -57,13 +97,26 @@ protected:
             if (isMet())
                 return true;
             lock.lock();
-            if (!heard_.wait_until(lock, deadline, [&] { return heardCount_ != before; }))
+            const bool hasHeard = heard_.wait_until(lock, deadline, [&] { return heardCount_ != before; });
+            lock.unlock();
+            if (!hasHeard)
                 return isMet();
         }
     }
-    void tell()
+    /// The same, and listeners must have been told of the device's property since the last call.
+    bool waitFor(AudioDeviceID device, AudioDevicePropertyID property, const std::function<bool()>& isMet)
+    {
+        return waitUntil([&] { return isMet() && wasTold(device, property); });
+    }
+    bool wasTold(AudioDeviceID device, AudioDevicePropertyID property)
     {
         const std::scoped_lock lock(mutex_);
+        return changes_.erase({device, property}) > 0;
+    }
+    void tell(AudioDeviceID device = kAudioDeviceUnknown, AudioDevicePropertyID property = 0)
+    {
+        const std::scoped_lock lock(mutex_);
+        changes_.emplace(device, property);
         ++heardCount_;
         heard_.notify_all();
     }
@@ -91,6 +144,11 @@ protected:
         EXPECT_EQ(AudioHardwareGetProperty(which, &size, &id), noErr);
         return id;
     }
+    static UInt32 channelsOf(AudioDeviceID device, bool isInput)
+    {
+        const auto list = get<AudioBufferList>(device, 0, isInput, kAudioDevicePropertyStreamConfiguration);
+        return list.mNumberBuffers ? list.mBuffers[0].mNumberChannels : 0;
+    }
     static std::string textOf(AudioDeviceID id, AudioDevicePropertyID property)
     {
         CFStringRef text = nullptr;
@@ -113,6 +171,31 @@ protected:
     {
         return AudioDeviceSetProperty(device, nullptr, channel, isInput, property, sizeof value, &value);
     }
+    static void force(const std::string& what, UInt32 value)
+    {
+        server().run("pw-metadata -n settings 0 clock.force-" + what + " " + std::to_string(value));
+    }
+    static void expectSeen(const std::string& command, const std::string& text)
+    {
+        const std::string seen = server().run(command);
+        EXPECT_NE(seen.find(text), std::string::npos) << seen;
+    }
+    /// Runs the device for some cycles; their frames.
+    std::vector<UInt32> cyclesOf(AudioDeviceID device, std::size_t count)
+    {
+        std::vector<UInt32> frames(count);
+        std::atomic<std::size_t> used{0};
+        Procedure procedure(device, [&](const auto& input, const auto&, auto& output, const auto&) {
+            if (used < count)
+                frames[used++] = static_cast<UInt32>(std::max(samplesOf(input).size(), samplesOf(output).size()) / 2);
+            const qmx::test::OutsideRealTime outside;
+            tell();
+        });
+        EXPECT_EQ(procedure.start(), noErr);
+        EXPECT_TRUE(waitUntil([&] { return used == count; }));
+        EXPECT_EQ(procedure.stop(), noErr);
+        return frames;
+    }
     void listenTo(AudioDeviceID device)
     {
         EXPECT_EQ(AudioDeviceAddPropertyListener(device, kAudioPropertyWildcardChannel, kAudioPropertyWildcardSection,
@@ -131,12 +214,21 @@ private:
         static_cast<PipeWireTest*>(self)->tell();
         return noErr;
     }
-    static OSStatus deviceHeard(AudioDeviceID, UInt32, Boolean, AudioDevicePropertyID, void* self)
+    static OSStatus deviceHeard(AudioDeviceID device, UInt32, Boolean, AudioDevicePropertyID property, void* self)
     {
-        static_cast<PipeWireTest*>(self)->tell();
+        static_cast<PipeWireTest*>(self)->tell(device, property);
         return noErr;
     }
     std::mutex mutex_;
     std::condition_variable heard_;
     std::size_t heardCount_ = 0;
+    std::set<std::pair<AudioDeviceID, AudioDevicePropertyID>> changes_;
+};
+
+/// The server with a session manager, or without one.
+class ManagedOrNot : public PipeWireTest, public testing::WithParamInterface<bool>
+{
+public:
+    ManagedOrNot() : PipeWireTest(GetParam()) {}
+    static std::string name(const testing::TestParamInfo<bool>& info) { return info.param ? "Managed" : "Bare"; }
 };

@@ -9,7 +9,7 @@ namespace qmx::pipewire
 namespace
 {
 
-constexpr std::int64_t patience = 2'000'000'000; // nanoseconds
+constexpr std::int64_t patience = 5'000'000'000; // nanoseconds
 
 pw_thread_loop* startLoop()
 {

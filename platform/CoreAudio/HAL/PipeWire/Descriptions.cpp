@@ -73,8 +73,11 @@ UInt32 transportType(const Node& node, const Card* card)
 
 void describeRates(const ServerState& state, DeviceDescription& device)
 {
-    const UInt32 rate = setting(state, "clock.force-rate", setting(state, "clock.rate", 48000));
-    std::vector<UInt32> rates = numbersIn(text(state.settings, "clock.allowed-rates"));
+    const UInt32 forced = setting(state, "clock.force-rate", 0); // by somebody, for all: no other can be had
+    const UInt32 rate = forced ? forced : setting(state, "clock.rate", 48000);
+    std::vector<UInt32> rates;
+    if (!forced)
+        rates = numbersIn(text(state.settings, "clock.allowed-rates"));
     rates.push_back(rate);
     std::ranges::sort(rates);
     rates.erase(std::unique(rates.begin(), rates.end()), rates.end());
@@ -204,6 +207,16 @@ void describe(const ServerState& state, FoundDevice& found)
         device.rawProperties[{kAudioDevicePropertyDeviceIsRunningSomewhere, 0, isInput}] = running;
 }
 
+std::string keyOf(const ServerState& state, const Node& node)
+{
+    return std::to_string(state.generation).append(".").append(text(node.properties, PW_KEY_OBJECT_SERIAL));
+}
+
+std::string monitorKey(const std::string& sinkKey)
+{
+    return sinkKey + ".monitor";
+}
+
 void addFound(const ServerState& state, FoundDevice found, std::vector<FoundDevice>& devices)
 {
     if (found.capturePorts.empty() && found.playbackPorts.empty())
@@ -213,6 +226,16 @@ void addFound(const ServerState& state, FoundDevice found, std::vector<FoundDevi
 }
 
 } // namespace
+
+std::set<std::string> nodeKeys(const ServerState& state)
+{
+    std::set<std::string> keys;
+    for (const auto& [id, node] : state.nodes) {
+        keys.insert(keyOf(state, node));
+        keys.insert(monitorKey(keyOf(state, node)));
+    }
+    return keys;
+}
 
 UInt32 setting(const ServerState& state, const char* key, UInt32 otherwise)
 {
@@ -226,10 +249,8 @@ std::vector<FoundDevice> foundDevices(const ServerState& state)
     for (const auto& [id, node] : state.nodes) {
         if (!node.hasInfo)
             continue;
-        const std::string serial =
-            std::to_string(state.generation).append(".").append(text(node.properties, PW_KEY_OBJECT_SERIAL));
         const std::string mediaClass = text(node.properties, PW_KEY_MEDIA_CLASS);
-        FoundDevice found{.key = serial,
+        FoundDevice found{.key = keyOf(state, node),
                           .node = id,
                           .isMonitor = false,
                           .description = {},
@@ -243,7 +264,7 @@ std::vector<FoundDevice> foundDevices(const ServerState& state)
         addFound(state, std::move(found), devices);
         if (mediaClass == "Audio/Sink")
             addFound(state,
-                     {.key = serial + ".monitor",
+                     {.key = monitorKey(keyOf(state, node)),
                       .node = id,
                       .isMonitor = true,
                       .description = {},
@@ -289,8 +310,7 @@ std::string defaultNode(const ServerState& state, const std::vector<FoundDevice>
     };
     // without a session manager only the second is ever there, or neither
     for (const char* const key : {"default.audio.", "default.configured.audio."}) {
-        const std::string name =
-            nameInValue(text(state.defaults, std::string(key).append(isInput ? "source" : "sink")));
+        std::string name = nameInValue(text(state.defaults, std::string(key).append(isInput ? "source" : "sink")));
         if (std::ranges::any_of(devices, [&](const auto& each) { return canBe(each) && nameOf(each) == name; }))
             return name;
     }

@@ -5,6 +5,8 @@
 #include "CoreAudio/DeviceDescription.h"
 #include "CoreAudio/HAL/PipeWire/ServerState.h"
 
+#include <set>
+
 namespace qmx::pipewire
 {
 
@@ -20,6 +22,9 @@ struct FoundDevice {
 
 /// All devices whose ports are there. What a sink plays is offered as an input of its own too.
 std::vector<FoundDevice> foundDevices(const ServerState& state);
+
+/// The keys of the devices that the server's nodes are or were, whether their ports are there or not.
+std::set<std::string> nodeKeys(const ServerState& state);
 
 /// The default of a direction: the name of its node, empty when there is none.
 std::string defaultNode(const ServerState& state, const std::vector<FoundDevice>& devices, bool isInput);

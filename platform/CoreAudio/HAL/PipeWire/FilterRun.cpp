@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "CoreAudio/HAL/PipeWire/FilterRun.h"
 
+#include "CoreAudio/HAL/PipeWire/MonotonicClock.h"
 #include "CoreAudio/HAL/PipeWire/RunProperties.h"
 #include "Foundation/RealTime.h"
 
@@ -14,6 +15,13 @@ namespace
 
 // The first blocks that a port delivers may be another program's old sound.
 constexpr UInt32 cyclesToDrop = 2;
+
+// Whether the next cycle ought to have begun. A clock that does not follow real time has none.
+bool isLate(const spa_io_clock& clock)
+{
+    return clock.next_nsec > clock.nsec && !(clock.flags & SPA_IO_CLOCK_FLAG_FREEWHEEL) &&
+           monotonicTime() > clock.next_nsec;
+}
 
 } // namespace
 
@@ -125,8 +133,9 @@ OSStatus FilterRun::startLocked(const RunRequest& request)
     if (!makeFilter(request) || !connection_.waitUntil([&] { return isBroken_ || portsAreThere(request); }) ||
         isBroken_ || !makeLinks(request))
         return kAudioHardwareUnspecifiedError;
-    const auto hasBegun = [this] { return isBroken_ || connection_.isLost() || clock_->read().rate > 0; };
-    if (!connection_.waitUntil(hasBegun) || clock_->read().rate != request.rate)
+    const auto hasRate = [&] { return clock_->read().rate == request.rate; };
+    connection_.waitUntil([&] { return isBroken_ || connection_.isLost() || isSettled_ || hasRate(); });
+    if (isBroken_ || !hasRate())
         return kAudioHardwareUnspecifiedError;
     isOpen_ = true;
     return noErr;
@@ -143,7 +152,10 @@ bool FilterRun::makeFilter(const RunRequest& request)
     }();
     inputLatency_ = request.inputLatency;
     outputLatency_ = request.outputLatency;
+    capturePorts_ = request.capturePorts;
+    playbackPorts_ = request.playbackPorts;
     mostFrames_ = request.mostFrames;
+    resumed_ = request.resumed;
     context_ = pw_context_new(connection_.loop(), pw_properties_new(PW_KEY_CONFIG_NAME, "client-rt.conf", nullptr), 0);
     core_ = context_ ? pw_context_connect(context_, nullptr, 0) : nullptr;
     filter_ = core_ ? pw_filter_new(core_, request.name.c_str(), runProperties(request)) : nullptr;
@@ -198,6 +210,8 @@ bool FilterRun::makeLinks(const RunRequest& request)
 
 bool FilterRun::makeLink(std::uint32_t from, std::uint32_t to)
 {
+    if (from == 0 || to == 0)
+        return true;
     const std::string output = std::to_string(from), input = std::to_string(to);
     const spa_dict_item items[] = {{PW_KEY_LINK_OUTPUT_PORT, output.c_str()}, {PW_KEY_LINK_INPUT_PORT, input.c_str()}};
     const spa_dict properties{.flags = 0, .n_items = 2, .items = items};
@@ -206,6 +220,11 @@ bool FilterRun::makeLink(std::uint32_t from, std::uint32_t to)
     if (proxy)
         links_.push_back(std::make_unique<Link>(*this, proxy));
     return proxy;
+}
+
+bool FilterRun::serves(const RunRequest& request) const
+{
+    return !isBroken_ && capturePorts_ == request.capturePorts && playbackPorts_ == request.playbackPorts;
 }
 
 void FilterRun::ask(const RunRequest& request)
@@ -254,15 +273,44 @@ bool FilterRun::runCycle(const spa_io_clock& clock) noexcept
             std::fill_n(buffer, frames, 0.0F);
     if (frames == 0 || clock.rate.denom == 0 || !(input_.isLinked() || output_.isLinked()))
         return false;
-    const bool hasNews = keepTime(clock);
-    const bool isSettled = cyclesSeen_ > cyclesToDrop;
-    cyclesSeen_ += isSettled ? 0 : 1;
-    if (isSettled && isOpen_.load() && !cycleToken_->test_and_set()) {
+    if (isRepeated(clock)) {
+        if (isSettled_ && isOpen_.load())
+            writeOutput(frames);
+        return false;
+    }
+    bool hasNews = keepTime(clock);
+    if (!isSettled_) {
+        isSettled_ = ++cyclesSeen_ > cyclesToDrop;
+        return hasNews || isSettled_;
+    }
+    if (isOpen_.load() && !cycleToken_->test_and_set()) {
         runProcedures(frames, clock);
         cycleToken_->clear();
         cycleToken_->notify_all();
+        if (isLate(clock)) {
+            overloaded_ = true;
+            hasNews = true;
+        }
     }
     return hasNews;
+}
+
+// A device that lost its ports for a while goes on as if the cycles between had been missed.
+void FilterRun::beginTime(const spa_io_clock& clock) noexcept
+{
+    lead_ = static_cast<UInt32>(clock.duration);
+    if (!resumed_)
+        return;
+    const auto passed = static_cast<Float64>(static_cast<SInt64>(clock.nsec - resumed_->hostTime));
+    clockOffset_ =
+        std::llround(resumed_->sampleTime + passed * clock.rate.denom * 1e-9) - static_cast<SInt64>(clock.position);
+    overloaded_ = true;
+}
+
+// Who wakes late finds the clock at the next cycle, and is woken for that one too.
+bool FilterRun::isRepeated(const spa_io_clock& clock) const noexcept
+{
+    return rate_ != 0 && clock.id == clockID_ && clock.position == position_;
 }
 
 // The device's sample time goes on when the server gives it another clock, whose positions are others.
@@ -271,25 +319,26 @@ bool FilterRun::keepTime(const spa_io_clock& clock) noexcept
     const bool isFirst = rate_ == 0;
     const bool isOtherClock = !isFirst && clock.id != clockID_;
     if (isFirst)
-        lead_ = static_cast<UInt32>(clock.duration);
+        beginTime(clock);
     if (isOtherClock)
         clockOffset_ += static_cast<SInt64>(expected_) - static_cast<SInt64>(clock.position);
     const bool isGap = !isFirst && !isOtherClock && clock.position != expected_;
     const bool isOtherRate = clock.rate.denom != rate_;
     clockID_ = clock.id;
     rate_ = clock.rate.denom;
+    position_ = clock.position;
     expected_ = clock.position + clock.duration;
     if (isGap)
         overloaded_ = true;
     clock_->write({.hostTime = clock.nsec,
                    .sampleTime = static_cast<Float64>(static_cast<SInt64>(clock.position) + clockOffset_),
                    .rate = static_cast<Float64>(rate_)});
-    return isGap || isOtherRate;
+    return isGap || isOtherRate; // so also the first time
 }
 
 void FilterRun::runProcedures(UInt32 frames, const spa_io_clock& clock) noexcept
 {
-    const std::size_t inputs = input_.ports.size(), outputs = output_.ports.size();
+    const std::size_t inputs = input_.ports.size();
     for (std::size_t channel = 0; channel < inputs; ++channel)
         for (UInt32 frame = 0; frame < frames; ++frame)
             input_.frames[frame * inputs + channel] = input_.buffers[channel] ? input_.buffers[channel][frame] : 0.0F;
@@ -312,6 +361,12 @@ void FilterRun::runProcedures(UInt32 frames, const spa_io_clock& clock) noexcept
                    .input = input_.blocks,
                    .output = output_.blocks});
 
+    writeOutput(frames);
+}
+
+void FilterRun::writeOutput(UInt32 frames) noexcept
+{
+    const std::size_t outputs = output_.ports.size();
     for (std::size_t channel = 0; channel < outputs; ++channel)
         if (float* const buffer = output_.buffers[channel])
             for (UInt32 frame = 0; frame < frames; ++frame)

@@ -13,22 +13,24 @@
 namespace qmx::pipewire
 {
 
-/// What a run is asked for.
-struct RunRequest {
-    std::string name; ///< of the device, for other programs to show
-    std::vector<std::uint32_t> capturePorts, playbackPorts;
-    UInt32 inputLatency = 0, outputLatency = 0; ///< frames
-    UInt32 rate = 0;
-    bool forcesRate = false; ///< a program chose the rate
-    UInt32 frames = 0;
-    UInt32 mostFrames = 0; ///< of any cycle
-};
-
 /// The present of a device's clock.
 struct ClockReading {
     UInt64 hostTime = 0;
     Float64 sampleTime = 0;
     Float64 rate = 0;
+};
+
+/// What a run is asked for.
+struct RunRequest {
+    std::string name; ///< of the device, for other programs to show
+    /// One for each channel; 0 where the device has no such channel any more.
+    std::vector<std::uint32_t> capturePorts, playbackPorts;
+    UInt32 inputLatency = 0, outputLatency = 0; ///< frames
+    UInt32 rate = 0;
+    bool forcesRate = false; ///< a program chose the rate
+    UInt32 frames = 0;
+    UInt32 mostFrames = 0;               ///< of any cycle
+    std::optional<ClockReading> resumed; ///< of a run that this one takes the place of
 };
 
 /// The clock of the latest cycle, written by one thread in real time and read by any without a lock.
@@ -57,17 +59,17 @@ public:
     FilterRun(const FilterRun&) = delete;
     FilterRun& operator=(const FilterRun&) = delete;
 
-    /// Waits until the server runs the first cycle; 'what' when it does not, or at another rate than asked for.
+    /// Waits until the server runs cycles; 'what' when it does not, or at another rate than asked for.
     OSStatus start(const RunRequest& request);
     /// From now on no procedure runs. Does not wait.
     void close() { isOpen_ = false; }
     /// With the connection's lock held: asks for another cycle size or rate.
     void ask(const RunRequest& request);
-    /// With the connection's lock held: whether the server has taken a link away.
-    bool isBroken() const { return isBroken_; }
+    /// With the connection's lock held: whether the ports that `request` names are linked, and the server has taken no link away.
+    bool serves(const RunRequest& request) const;
 
     const std::shared_ptr<const RunClock>& clock() const { return readableClock_; }
-    /// Cycles that were missed since the last call.
+    /// Whether cycles were missed or ended too late since the last call.
     bool takeOverload() { return overloaded_.exchange(false); }
 
 private:
@@ -94,7 +96,10 @@ private:
 
     bool runCycle(const spa_io_clock& clock) noexcept;
     bool keepTime(const spa_io_clock& clock) noexcept;
+    void beginTime(const spa_io_clock& clock) noexcept;
+    bool isRepeated(const spa_io_clock& clock) const noexcept;
     void runProcedures(UInt32 frames, const spa_io_clock& clock) noexcept;
+    void writeOutput(UInt32 frames) noexcept;
 
     Connection& connection_;
     const std::shared_ptr<DeviceIO> io_;
@@ -107,9 +112,11 @@ private:
     spa_hook filterHook_{};
     spa_source* event_ = nullptr; ///< from a cycle to the connection's thread
     std::vector<std::unique_ptr<Link>> links_;
+    std::vector<std::uint32_t> capturePorts_, playbackPorts_; ///< the device's
     bool isBroken_ = false;
     // shared
     std::atomic<bool> isOpen_{false};
+    std::atomic<bool> isSettled_{false}; ///< the first cycles have passed
     std::atomic<bool> overloaded_{false};
     const std::shared_ptr<RunClock> clock_ = std::make_shared<RunClock>();
     const std::shared_ptr<const RunClock> readableClock_ = clock_;
@@ -120,9 +127,11 @@ private:
     UInt32 lead_ = 0; ///< frames between a cycle's now and its sound, on either side
     UInt32 clockID_ = 0;
     UInt32 rate_ = 0;
-    UInt64 expected_ = 0;    ///< the coming cycle's position
+    UInt64 position_ = 0;    ///< the latest cycle's
+    UInt64 expected_ = 0;    ///< and the coming one's
     SInt64 clockOffset_ = 0; ///< from the clock's positions to the device's sample times
     UInt32 cyclesSeen_ = 0;
+    std::optional<ClockReading> resumed_;
 };
 
 } // namespace qmx::pipewire

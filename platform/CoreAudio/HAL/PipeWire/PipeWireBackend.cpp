@@ -30,7 +30,7 @@ void PipeWireBackend::begin(HardwareSink& sink)
     sink_ = &sink;
     {
         const Connection::Lock lock(connection_);
-        looksForServer_ = !connection_.connect();
+        looksAgain_ = !connection_.connect();
         connection_.waitUntil([this] { return !connection_.isConnected() || connection_.isSettled(); });
     }
     report();
@@ -57,15 +57,23 @@ void PipeWireBackend::keepHouse()
 {
     for (;;) {
         waitForWork();
-        keepConnected();
+        const bool isConnected = keepConnected();
         report();
-        for (const Reported& each : reported()) {
-            each.device->mend();
-            if (each.device->takeOverload())
-                for (const bool isInput : {true, false})
-                    sink_->announce(each.id, {kAudioDeviceProcessorOverload, 0, isInput});
-        }
+        const bool allRun = keepRunning();
+        const std::scoped_lock lock(workMutex_);
+        looksAgain_ = !isConnected || !allRun;
     }
+}
+
+bool PipeWireBackend::keepRunning()
+{
+    bool allRun = true;
+    for (const Reported& each : reported()) {
+        allRun = each.device->mend() && allRun;
+        for (const bool isInput : each.device->takeOverload())
+            sink_->announce(each.id, {kAudioDeviceProcessorOverload, 0, isInput});
+    }
+    return allRun;
 }
 
 void PipeWireBackend::waitForWork()
@@ -73,7 +81,7 @@ void PipeWireBackend::waitForWork()
     std::vector<std::shared_ptr<FilterRun>> ended;
     std::unique_lock lock(workMutex_);
     const auto hasWork = [this] { return hasWork_; };
-    if (looksForServer_)
+    if (looksAgain_)
         workCame_.wait_for(lock, betweenLooks, hasWork);
     else
         workCame_.wait(lock, hasWork);
@@ -83,17 +91,12 @@ void PipeWireBackend::waitForWork()
     ended.clear();
 }
 
-void PipeWireBackend::keepConnected()
+bool PipeWireBackend::keepConnected()
 {
-    bool isMissing = false;
-    {
-        const Connection::Lock lock(connection_);
-        if (connection_.isLost())
-            connection_.disconnect();
-        isMissing = !connection_.isConnected() && !(connection_.connect());
-    }
-    const std::scoped_lock lock(workMutex_);
-    looksForServer_ = isMissing;
+    const Connection::Lock lock(connection_);
+    if (connection_.isLost())
+        connection_.disconnect();
+    return connection_.isConnected() || connection_.connect();
 }
 
 // Nothing while the server is still telling: the end of that wakes the housekeeper again.
@@ -102,7 +105,10 @@ std::optional<PipeWireBackend::Present> PipeWireBackend::present()
     const Connection::Lock lock(connection_);
     if (connection_.isConnected() && !connection_.isSettled())
         return {};
-    Present present{.devices = foundDevices(connection_.state()), .defaultInput = {}, .defaultOutput = {}};
+    Present present{.devices = foundDevices(connection_.state()),
+                    .keys = nodeKeys(connection_.state()),
+                    .defaultInput = {},
+                    .defaultOutput = {}};
     present.defaultInput = defaultNode(connection_.state(), present.devices, true);
     present.defaultOutput = defaultNode(connection_.state(), present.devices, false);
     return present;
@@ -126,7 +132,7 @@ std::vector<AudioDeviceID> PipeWireBackend::dropAbsent(const Present& present)
     std::vector<AudioDeviceID> removed;
     const std::scoped_lock lock(reportedMutex_);
     std::erase_if(reported_, [&](const auto& entry) {
-        if (std::ranges::find(present.devices, entry.first, &FoundDevice::key) != present.devices.end())
+        if (present.keys.contains(entry.first))
             return false;
         removed.push_back(entry.second.id);
         return true;

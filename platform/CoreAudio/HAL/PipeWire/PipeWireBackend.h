@@ -31,6 +31,7 @@ private:
     };
     struct Present {
         std::vector<FoundDevice> devices;
+        std::set<std::string> keys;              ///< of these and of those that have no ports for the moment
         std::string defaultInput, defaultOutput; ///< UIDs
     };
 
@@ -41,7 +42,8 @@ private:
 
     void keepHouse();
     void waitForWork();
-    void keepConnected();
+    bool keepConnected();
+    bool keepRunning();
     void report();
     std::optional<Present> present();
     std::vector<AudioDeviceID> dropAbsent(const Present& present);
@@ -58,7 +60,7 @@ private:
     std::mutex workMutex_;                     // of what follows; nothing is called with it held
     std::condition_variable workCame_;
     bool hasWork_ = false;
-    bool looksForServer_ = false;
+    bool looksAgain_ = false; ///< soon, without being woken
     std::vector<std::shared_ptr<FilterRun>> disposed_;
 };
 

@@ -15,6 +15,13 @@ template <class... Functions> struct Overloaded : Functions... {
 };
 template <class... Functions> Overloaded(Functions...) -> Overloaded<Functions...>;
 
+bool offers(const DeviceDescription& description, Float64 rate)
+{
+    return std::ranges::any_of(description.availableSampleRates, [rate](const AudioValueRange& range) {
+        return range.mMinimum <= rate && rate <= range.mMaximum;
+    });
+}
+
 } // namespace
 
 PipeWireDevice::PipeWireDevice(Connection& connection, Housekeeping& housekeeping, std::string key, KeptWishes& wishes)
@@ -131,23 +138,36 @@ std::optional<FoundDevice> PipeWireDevice::find() const
     return std::move(*found);
 }
 
+// A wish counts while the server offers it.
+Float64 PipeWireDevice::rateFor(const DeviceDescription& description) const
+{
+    if (wishes_.rate && offers(description, *wishes_.rate))
+        return *wishes_.rate;
+    return clock_ ? clock_->read().rate : description.nominalSampleRate;
+}
+
+// The channels stay those of the start until the stop.
 std::optional<RunRequest> PipeWireDevice::request() const
 {
     auto found = find();
     if (!found)
         return {};
-    DeviceDescription& device = found->description;
-    if (!wishes_.rate && run_)
-        device.nominalSampleRate = run_->clock()->read().rate;
+    if (io_) {
+        found->playbackPorts.resize(channels_[0]);
+        found->capturePorts.resize(channels_[1]);
+    }
+    const DeviceDescription& device = found->description;
+    const auto rate = static_cast<UInt32>(rateFor(device));
     return RunRequest{.name = device.name,
                       .capturePorts = std::move(found->capturePorts),
                       .playbackPorts = std::move(found->playbackPorts),
                       .inputLatency = device.input.latency,
                       .outputLatency = device.output.latency,
-                      .rate = wishes_.rate.value_or(static_cast<UInt32>(device.nominalSampleRate)),
-                      .forcesRate = wishes_.rate.has_value(),
+                      .rate = rate,
+                      .forcesRate = wishes_.rate == rate,
                       .frames = wishes_.frames.value_or(device.bufferFrameSize),
-                      .mostFrames = std::max(device.maximumBufferFrameSize, 8192U)};
+                      .mostFrames = std::max(device.maximumBufferFrameSize, 8192U),
+                      .resumed = clock_ ? std::optional(clock_->read()) : std::nullopt};
 }
 
 OSStatus PipeWireDevice::startIO(const std::shared_ptr<DeviceIO>& io, const DeviceDescription& description)
@@ -159,6 +179,9 @@ OSStatus PipeWireDevice::startIO(const std::shared_ptr<DeviceIO>& io, const Devi
     }
     if (!wanted)
         return kAudioHardwareBadDeviceError;
+    const UInt32 channels[] = {numberOfChannels(description.output), numberOfChannels(description.input)};
+    wanted->playbackPorts.resize(channels[0]);
+    wanted->capturePorts.resize(channels[1]);
     wanted->rate = static_cast<UInt32>(description.nominalSampleRate);
     auto run = std::make_shared<FilterRun>(connection_, io, cycleToken_, [this_ = &housekeeping_] { this_->wake(); });
     if (const OSStatus status = run->start(*wanted))
@@ -166,6 +189,7 @@ OSStatus PipeWireDevice::startIO(const std::shared_ptr<DeviceIO>& io, const Devi
     const Connection::Lock lock(connection_);
     ++startCount_;
     io_ = io;
+    std::ranges::copy(channels, channels_);
     take(std::move(run));
     return noErr;
 }
@@ -216,51 +240,59 @@ void PipeWireDevice::complete(DeviceDescription& description) const
     if (wishes_.frames)
         description.bufferFrameSize =
             std::clamp(*wishes_.frames, description.minimumBufferFrameSize, description.maximumBufferFrameSize);
-    Float64 rate = wishes_.rate ? *wishes_.rate : description.nominalSampleRate;
-    if (run_)
-        rate = run_->clock()->read().rate;
+    const Float64 rate = clock_ ? clock_->read().rate : rateFor(description);
     description.nominalSampleRate = description.actualSampleRate = rate;
     for (const bool isInput : {true, false})
         for (StreamDescription& stream : description.section(isInput).streams)
             stream.physicalFormat.mSampleRate = rate;
-    const auto isRate = [rate](const AudioValueRange& range) {
-        return range.mMinimum <= rate && rate <= range.mMaximum;
-    };
-    if (std::ranges::none_of(description.availableSampleRates, isRate))
+    if (!offers(description, rate))
         description.availableSampleRates.push_back({rate, rate});
 }
 
-void PipeWireDevice::mend()
+bool PipeWireDevice::mend()
 {
     std::optional<RunRequest> wanted;
     std::shared_ptr<DeviceIO> io;
+    std::shared_ptr<FilterRun> old;
     UInt64 start = 0;
     {
         const Connection::Lock lock(connection_);
-        if (!run_ || !run_->isBroken())
-            return;
+        wanted = io_ ? request() : std::nullopt;
+        if (!wanted || (run_ && run_->serves(*wanted)))
+            return true;
         connection_.settle(); // a device that is unplugged loses its links first
         connection_.waitUntil([this] { return !connection_.isConnected() || connection_.isSettled(); });
-        wanted = request();
+        wanted = io_ ? request() : std::nullopt;
+        if (!wanted)
+            return true;
         io = io_;
         start = startCount_;
+        old = std::move(run_);
+        if (old)
+            old->close();
     }
-    if (!wanted || !io)
-        return;
+    old.reset(); // the server does not join a second one to what the first is still joined to
     auto run = std::make_shared<FilterRun>(connection_, io, cycleToken_, [this_ = &housekeeping_] { this_->wake(); });
     if (run->start(*wanted))
-        return;
+        return false;
     const Connection::Lock lock(connection_);
     if (start == startCount_)
         take(std::move(run));
     else
         housekeeping_.dispose(std::move(run));
+    return true;
 }
 
-bool PipeWireDevice::takeOverload()
+std::vector<bool> PipeWireDevice::takeOverload()
 {
     const Connection::Lock lock(connection_);
-    return run_ && run_->takeOverload();
+    std::vector<bool> directions;
+    if (!run_ || !run_->takeOverload())
+        return directions;
+    for (const bool isInput : {true, false})
+        if (channels_[isInput] > 0)
+            directions.push_back(isInput);
+    return directions;
 }
 
 } // namespace qmx::pipewire

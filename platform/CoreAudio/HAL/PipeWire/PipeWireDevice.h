@@ -40,9 +40,11 @@ public:
     // --- For the housekeeper
     /// Puts what was wished, and what runs, in place of the server's usual values. With the connection's lock held.
     void complete(DeviceDescription& description) const;
-    /// Begins a new run where the server took the links of the present one away but the device is still there.
-    void mend();
-    bool takeOverload();
+    /// Begins a new run where the device has other ports than the present one is linked to, or the server took links away;
+    /// false when that is to be tried again.
+    bool mend();
+    /// The directions (input: true) whose cycles were missed or late since the last call.
+    std::vector<bool> takeOverload();
 
 private:
     OSStatus setRate(Float64 rate);
@@ -51,6 +53,7 @@ private:
     OSStatus setSource(bool isInput, UInt32 id);
     OSStatus setFormat(const SetPhysicalFormat& wish);
     std::optional<FoundDevice> find() const;
+    Float64 rateFor(const DeviceDescription& description) const;
     std::optional<RunRequest> request() const;
     void askRun();
     void take(std::shared_ptr<FilterRun> run);
@@ -61,11 +64,12 @@ private:
     const std::shared_ptr<std::atomic_flag> cycleToken_ = std::make_shared<std::atomic_flag>();
     // guarded by the connection's lock
     KeptWishes& wishes_;
-    std::shared_ptr<FilterRun> run_;
+    std::shared_ptr<FilterRun> run_;        ///< none while it is being mended, too
     std::shared_ptr<DeviceIO> io_;          ///< while it shall run
+    UInt32 channels_[2] = {};               ///< output and input, as they were announced when it started
     UInt64 startCount_ = 0;                 ///< starts and stops
     std::mutex clockMutex_;                 // nothing is waited for with it held
-    std::shared_ptr<const RunClock> clock_; // guarded by it
+    std::shared_ptr<const RunClock> clock_; // of the latest run until the stop; changed with both locks held
 };
 
 } // namespace qmx::pipewire

@@ -12,8 +12,9 @@ namespace qmx::pipewire
 pw_properties* runProperties(const RunRequest& request)
 {
     const bool records = !request.capturePorts.empty(), plays = !request.playbackPorts.empty();
+    const char* const program = program_invocation_short_name; // icons and desktop entries have its name
     pw_properties* const properties = pw_properties_new(
-        PW_KEY_NODE_NAME, program_invocation_short_name, PW_KEY_APP_NAME, program_invocation_short_name,
+        PW_KEY_NODE_NAME, program, PW_KEY_APP_NAME, program, PW_KEY_APP_ID, program, PW_KEY_APP_ICON_NAME, program,
         PW_KEY_MEDIA_NAME, request.name.c_str(), PW_KEY_MEDIA_TYPE, "Audio", PW_KEY_MEDIA_CATEGORY,
         records && plays ? "Duplex" : (records ? "Capture" : "Playback"), PW_KEY_MEDIA_ROLE,
         records ? "Production" : "Music", PW_KEY_NODE_WANT_DRIVER, "true", nullptr);

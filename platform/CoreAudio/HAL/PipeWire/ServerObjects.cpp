@@ -7,6 +7,7 @@
 #include <cstring>
 #include <pipewire/extensions/metadata.h>
 #include <string_view>
+#include <utility>
 
 namespace qmx::pipewire
 {
@@ -165,17 +166,20 @@ struct ServerObjects::CardObject final : Object {
                 pw_device_enum_params(reinterpret_cast<pw_device*>(self.proxy), 0, param, 0, UINT32_MAX, nullptr);
         self.owner.changed_();
     }
-    static void param(void* data, int, std::uint32_t param, std::uint32_t index, std::uint32_t, const spa_pod* pod)
+    // Each answer is a whole list; the number of its first entry may be any.
+    static void param(void* data, int answer, std::uint32_t param, std::uint32_t, std::uint32_t, const spa_pod* pod)
     {
         auto& self = *static_cast<CardObject*>(data);
         Card& card = self.owner.state_.cards[self.id];
-        auto& routes = param == SPA_PARAM_EnumRoute ? card.routes : card.currentRoutes;
-        if (index == 0)
+        const bool isCurrent = param == SPA_PARAM_Route;
+        auto& routes = isCurrent ? card.currentRoutes : card.routes;
+        if (std::exchange(self.answers[isCurrent], answer) != answer)
             routes.clear();
         if (const auto route = readRoute(pod))
             routes.push_back(*route);
         self.owner.changed_();
     }
+    int answers[2] = {-1, -1}; ///< the last one's number, by kind
 };
 
 struct ServerObjects::MetadataObject final : Object {

@@ -92,6 +92,7 @@ struct ServerState {
             if (port.node == node && port.isInput == isInput && port.isMonitor == isMonitor)
                 ordered.emplace(port.index, id);
         std::vector<std::uint32_t> ids;
+        ids.reserve(ordered.size());
         for (const auto& [index, id] : ordered)
             ids.push_back(id);
         return ids;
