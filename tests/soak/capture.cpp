@@ -148,6 +148,6 @@ int main(int argumentCount, char** arguments)
         seconds, frames, capture.cycles.size(), count.seen, count.flagged, count.gaps,
         static_cast<unsigned long long>(capture.overloads), count.byClock, count.unaccounted, count.jumped,
         count.sizeChanges, count.rateChanges, load);
-    const bool hasChanged = seconds < 6 || (count.sizeChanges >= 4 && count.rateChanges >= 2);
+    const bool hasChanged = seconds < 6 || (count.sizeChanges >= 2 && count.rateChanges >= 1);
     return count.byClock > 0 && count.unaccounted == 0 && hasChanged ? 0 : 1;
 }
