@@ -58,6 +58,13 @@ void normalizeFileStreamFormat(QMXAudioStreamBasicDescription& format)
         format.setFormatFlags(kAudioFormatFlagIsSignedInteger | bigEndian | packing);
 }
 
+/// Of the stream that is recorded; 0 without one.
+UInt32 inputChannelsOf(QMXAudioDevice& device)
+{
+    const auto format = device.actualStreamFormat_isInput(0, true);
+    return format ? format->channelsPerFrame() : 0;
+}
+
 std::shared_ptr<QMXAudioStreamBasicDescription> copyOf(const QMXAudioStreamBasicDescription& format)
 {
     return QMXAudioStreamBasicDescription::initWithAudioStreamBasicDescription(format.audioStreamBasicDescription());
@@ -160,6 +167,7 @@ void QMXAudioRecorder::setDeviceStreamFormat(const std::shared_ptr<QMXAudioStrea
 {
     if (!format)
         return;
+    deviceChannels_ = inputChannelsOf(*_inputDevice);
     const std::scoped_lock lock(setupLock_);
     _sourceFormat = copyOf(*format);
     converterSetup();
@@ -224,8 +232,7 @@ bool QMXAudioRecorder::record()
 {
     if ((recorderState != ready && recorderState != paused) || !rawByteBuffer->isAllocated())
         return false;
-    const auto format = _inputDevice->actualStreamFormat_isInput(0, true);
-    if (format && format->channelsPerFrame() != _sourceFormat->channelsPerFrame())
+    if (inputChannelsOf(*_inputDevice) != deviceChannels_)
         return false; // what came would be taken for other channels
     if (!_audioFile)
         makeFile();

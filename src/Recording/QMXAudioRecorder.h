@@ -43,8 +43,8 @@ QMX_EXPORT extern const char* const QMXAudioRecorderPausedRecordingNotification;
 /// setWritesPartialBufferAtStop, setSpareRawBuffers. What was lost is counted and listed.
 ///
 /// The file is valid at every moment and holds the buffers written so far, also after a full disk, the loss of the device or a
-/// kill. A failing conversion costs its buffer, a failing write what of its buffer did not fit; the recording goes on. While it records the device keeps the
-/// recorder alive: stop it.
+/// kill. A failing conversion costs its buffer, a failing write what of its buffer did not fit; the recording goes on. While it
+/// records the device keeps the recorder alive: stop it.
 ///
 /// Main thread, where nothing else is said.
 class QMX_EXPORT QMXAudioRecorder : public qmx::Object,
@@ -101,7 +101,7 @@ public:
 
     /// Begins, or goes on after a pause; makes and opens the file. True means that the device was asked to run, not that it does, nor
     /// that the file is open: audioFile()->isOpen() and inputDevice()->isRunning() tell. False when it records, after a
-    /// stop, without memory for the buffers, and on a device that by now has other channels than its stream format told.
+    /// stop, without memory for the buffers, and on a device that has other channels than when its stream format was set.
     bool record();
     /// Stops by itself after so many seconds; record() is to be called too. False for a time that is not finite.
     bool recordForDuration(double seconds);
@@ -225,6 +225,7 @@ private:
     std::unique_ptr<RecordingLosses> losses_;
     std::optional<Float64> nextSampleTime_; // the I/O thread's
     Float64 deviceRate_ = 0;
+    UInt32 deviceChannels_ = 0; // when its stream format was told
     std::shared_ptr<qmx::Object> rateObserver_;
     std::optional<qmx::RealTimeNotification> recordedFrame_;
     std::optional<qmx::Worker> savingWorker_;
