@@ -2,6 +2,7 @@
 #include "support/StoreJob.h"
 
 #include "support/Failure.h"
+#include "support/Recording.h"
 
 #include <charconv>
 #include <cstdio>
@@ -57,6 +58,8 @@ StoreJob::StoreJob(const CommandLine& line, const std::string& path)
 Record StoreJob::kept() const
 {
     Record record = readRecord(path_, false);
+    if (!record)
+        formatOfReadable(path_); // says so where there is nothing to be read
     if (!record)
         throw Failure{path_ + ": keeps no tracks (--store puts some there)"};
     return record;

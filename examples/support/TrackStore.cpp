@@ -10,6 +10,7 @@
 #include "Tracks/QMXAIFFUtility.h"
 #include "Tracks/QMXAudioTrackInfoReaderWriterFactory.h"
 #include "support/Failure.h"
+#include "support/Recording.h"
 
 #include <algorithm>
 #include <array>
@@ -46,6 +47,8 @@ AudioFileTypeID contentType(const std::string& path)
 void checkIsAIFF(const std::string& path)
 {
     const AudioFileTypeID type = contentType(path);
+    if (type == 0)
+        formatOfReadable(path); // says why
     if (type != kAudioFileAIFFType && type != kAudioFileAIFCType)
         throw Failure{path + ": tracks can be stored in AIFF and AIFF-C files only"};
     if (!Factory::writerWithAudioFilePath(path))
