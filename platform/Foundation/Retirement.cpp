@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "Foundation/Retirement.h"
 
+#include "Foundation/RealTime.h"
 #include "Foundation/Thread.h"
 #include "Foundation/Worker.h"
 
@@ -80,6 +81,14 @@ void retire(Retirable* object) noexcept
 {
     if (object)
         RetirementList::shared().push(object);
+}
+
+void destroyOutsideCallbacks(Retirable* object)
+{
+    if (isInsideCallback())
+        retire(object);
+    else
+        delete object;
 }
 
 void waitUntilRetired()

@@ -32,6 +32,9 @@ struct QMX_EXPORT RetirableReference final : Retirable {
 /// thread.
 QMX_EXPORT void retire(Retirable* object) noexcept;
 
+/// Destroys `object` (null is ignored) at once; inside a callback retires it: for destructors that wait for callbacks.
+QMX_EXPORT void destroyOutsideCallbacks(Retirable* object);
+
 /// Returns when everything that was retired before is destroyed. Not inside a callback, nor from such a destructor.
 QMX_EXPORT void waitUntilRetired();
 

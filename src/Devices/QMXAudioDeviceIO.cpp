@@ -110,10 +110,7 @@ void QMXAudioDevice::listen()
 // Inside a callback the cycle in flight, which may use the device, cannot be waited for.
 void QMXAudioDevice::destroy(QMXAudioDevice* device)
 {
-    if (qmx::isInsideCallback())
-        qmx::retire(device);
-    else
-        delete device;
+    qmx::destroyOutsideCallbacks(device);
 }
 
 QMXAudioDevice::~QMXAudioDevice()

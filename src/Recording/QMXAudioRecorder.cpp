@@ -9,7 +9,6 @@
 #include "Foundation/HeapBlock.h"
 #include "Foundation/Log.h"
 #include "Foundation/NotificationCenter.h"
-#include "Foundation/RealTime.h"
 #include "Processing/QMXAudioConverter.h"
 #include "Recording/RawBuffers.h"
 #include "Recording/RecorderState.h"
@@ -80,10 +79,7 @@ QMXAudioRecorder::QMXAudioRecorder()
 // The destructor waits for the saving thread, which nothing may do inside a callback.
 void QMXAudioRecorder::destroy(QMXAudioRecorder* recorder)
 {
-    if (qmx::isInsideCallback())
-        qmx::retire(recorder);
-    else
-        delete recorder;
+    qmx::destroyOutsideCallbacks(recorder);
 }
 
 QMXAudioRecorder::~QMXAudioRecorder()

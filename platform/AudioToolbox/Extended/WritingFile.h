@@ -39,7 +39,6 @@ private:
 
     bool isLinear() const { return fileFormat_.mFramesPerPacket == 1 && fileFormat_.mBytesPerPacket > 0; }
     void fitBuffer();
-    OSStatus addSilence(SInt64 from, SInt64 to);
     OSStatus beginPackets();
     OSStatus describePackets(SInt64 validFrames);
     OSStatus encode(const AudioBufferList* data, UInt32 frames);
