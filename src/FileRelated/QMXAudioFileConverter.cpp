@@ -2,6 +2,7 @@
 #include "FileRelated/QMXAudioFileConverter.h"
 
 #include "FileRelated/QMXExtAudioFile.h"
+#include "Formats/FileByteOrder.h"
 #include "Formats/QMXAudioBufferList.h"
 #include "Formats/QMXAudioStreamBasicDescription.h"
 #include "Foundation/Log.h"
@@ -21,6 +22,29 @@ UInt32 bufferSize(const QMXAudioStreamBasicDescription& client)
     const UInt32 channels = std::max<UInt32>(1, client.channelsPerFrame());
     return std::max(client.bytesPerFrame() * framesAtOnce / channels,
                     framesAtOnce * channels * UInt32{sizeof(Float32)});
+}
+
+bool isLossless(const AudioStreamBasicDescription& format)
+{
+    return format.mFormatID == kAudioFormatAppleLossless || format.mFormatID == kAudioFormatFLAC;
+}
+
+/// Whether 16 bits hold every sample of a file in this format.
+bool fitsSixteenBits(const AudioStreamBasicDescription& format)
+{
+    if (isLossless(format))
+        return format.mFormatFlags == kAppleLosslessFormatFlag_16BitSourceData;
+    return format.mBytesPerFrame > 0 && format.mBytesPerFrame <= format.mChannelsPerFrame * sizeof(SInt16);
+}
+
+/// The format of the new file. A lossless coding without a wish would keep 24 bits of the client's floats.
+AudioStreamBasicDescription targetFormat(const AudioStreamBasicDescription& wish, AudioFileTypeID type,
+                                         const AudioStreamBasicDescription& source)
+{
+    AudioStreamBasicDescription format = qmx::inByteOrderOfType(wish, type);
+    if (isLossless(format) && format.mFormatFlags == 0 && fitsSixteenBits(source))
+        format.mFormatFlags = kAppleLosslessFormatFlag_16BitSourceData;
+    return format;
 }
 
 using BufferList = std::unique_ptr<AudioBufferList, decltype(&QMXAudioBufferList::destroyBuffers)>;
@@ -98,10 +122,13 @@ OSStatus QMXAudioFileConverter::convertFileToPath_toFileType_toFormat_subscriber
     if (const OSStatus status = source->setClientStreamFormat(*client->audioStreamBasicDescription()); status != noErr)
         return status;
 
+    const AudioStreamBasicDescription wish =
+        format ? *format->audioStreamBasicDescription() : AudioStreamBasicDescription{};
+    const AudioStreamBasicDescription target = targetFormat(wish, fileType, *source->fileStreamFormat());
     const auto destination = QMXExtAudioFile::initForWriting_fileType_clientFormat_fileFormat(
-        destinationPath, fileType, client->audioStreamBasicDescription(),
-        format ? format->audioStreamBasicDescription() : nullptr);
-    OSStatus status = destination->open();
+        destinationPath, fileType, client->audioStreamBasicDescription(), &target);
+    (void)destination->open(); // the status of its last step, which says nothing of the others
+    OSStatus status = destination->openingFailure();
     if (status != noErr)
         return status;
     passLayoutOn(*source, *destination);

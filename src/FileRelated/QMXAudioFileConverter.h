@@ -18,9 +18,14 @@ class QMX_EXPORT QMXAudioFileConverter : public qmx::Object
 public:
     static std::shared_ptr<QMXAudioFileConverter> initWithInputFilePath(const std::string& path);
 
-    /// Copies the file to a new one (a path that exists is left as it is). `subscriber` (may be null) hears progress from 0 to 1 after each
-    /// pass of 1024 frames; what it throws ends the conversion. The status of the last write or, where that was well, of closing the destination; 0 for an empty
-    /// source; what opening says for a source that cannot be opened. On failure the destination stays as far as it came.
+    /// Copies the file to a new one (a path that exists is left as it is) in the data format `format`. Linear PCM goes
+    /// into WAVE as little-endian samples, whatever the format says. A lossless coding whose flags do not say how many
+    /// bits to keep (0) keeps those of the source: 16 where they hold every sample, else 24.
+    ///
+    /// `subscriber` (may be null) hears progress from 0 to 1 after each pass of 1024 frames; what it throws ends the
+    /// conversion. The result is the first failure of opening the source and making the destination, else the status of
+    /// the last write or, where that went well, of closing; 0 for an empty source. On failure the destination stays as
+    /// far as it came.
     OSStatus
     convertFileToPath_toFileType_toFormat_subscriber(const std::string& destinationPath, AudioFileTypeID fileType,
                                                      const std::shared_ptr<QMXAudioStreamBasicDescription>& format,
@@ -28,7 +33,7 @@ public:
     /// Bits per second for the encoder of the next conversions; 0, as at first, leaves the choice to it.
     void setBitRate(UInt32 bitsPerSecond) { bitRate_ = bitsPerSecond; }
 
-    /// The same to 16-bit big-endian integers of the source's rate and channels.
+    /// The same to 16-bit integers of the source's rate and channels, big-endian but in WAVE.
     OSStatus convertFileToPath_toFileType_subscriber(const std::string& destinationPath, AudioFileTypeID fileType,
                                                      QMXProgressSubscriber* subscriber);
 

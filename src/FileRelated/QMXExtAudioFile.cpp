@@ -128,15 +128,21 @@ OSStatus QMXExtAudioFile::openForWriting()
     if (isOpen_)
         return noErr;
     resolveReferences();
+    openingFailure_ = mParentDirRef.path.empty() ? fnfErr : noErr;
+    const auto keepFirst = [this](OSStatus status) {
+        if (openingFailure_ == noErr)
+            openingFailure_ = status;
+        return status;
+    };
     const CFStringRef name = CFStringCreate(mFileName);
-    checked(ExtAudioFileCreateNew(&mParentDirRef, name, mAudioFileType, &mFileFormat, mAudioChannelLayout,
-                                  &mExtAudioFileRef));
+    keepFirst(checked(ExtAudioFileCreateNew(&mParentDirRef, name, mAudioFileType, &mFileFormat, mAudioChannelLayout,
+                                            &mExtAudioFileRef)));
     CFRelease(name);
-    checked(ExtAudioFileSetProperty(mExtAudioFileRef, kExtAudioFileProperty_ClientDataFormat, sizeof mClientFormat,
-                                    &mClientFormat));
+    keepFirst(checked(ExtAudioFileSetProperty(mExtAudioFileRef, kExtAudioFileProperty_ClientDataFormat,
+                                              sizeof mClientFormat, &mClientFormat)));
     if (mClientFormat.mChannelsPerFrame == 1 && mFileFormat.mChannelsPerFrame == 2)
         feedBothChannels();
-    return checked(ExtAudioFileWriteAsync(mExtAudioFileRef, 0, nullptr));
+    return keepFirst(checked(ExtAudioFileWriteAsync(mExtAudioFileRef, 0, nullptr)));
 }
 
 /// Both channels of the file come from the only one of the client.

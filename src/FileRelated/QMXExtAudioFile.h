@@ -43,6 +43,8 @@ public:
     /// Creates the file (one that exists is left as it is), sets the client format, feeds both channels of a stereo file from a mono
     /// client, and makes ready for writing. Each failing step is printed and the next is tried; the status is that of the last.
     OSStatus openForWriting();
+    /// The status of the first failing step of the last `openForWriting`; 0 where all went well.
+    OSStatus openingFailure() const { return openingFailure_; }
     /// Writes what is still on its way, closes, and stamps a written file with creator and type codes. 0 when not open; else what
     /// the platform says, a write that failed on the way included.
     OSStatus close();
@@ -117,4 +119,5 @@ private:
     AudioStreamBasicDescription mFileFormat;
     AudioStreamBasicDescription mClientFormat;
     bool isOpen_ = false;
+    OSStatus openingFailure_ = noErr;
 };

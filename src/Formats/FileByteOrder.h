@@ -7,8 +7,9 @@
 namespace qmx
 {
 
-/// The format with the byte order that programs expect in files of `type`: linear PCM in WAVE is little-endian, whatever
-/// `format` says. Other codings and types keep what they have. The audio file service itself takes every format as it stands.
+/// The format with the byte order that programs expect in files of `type`: linear PCM in WAVE is little-endian,
+/// whatever `format` says. Other codings and types keep what they have. The audio file service itself takes every
+/// format as it stands.
 AudioStreamBasicDescription inByteOrderOfType(AudioStreamBasicDescription format, AudioFileTypeID type);
 
 } // namespace qmx

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "FileRelated/QMXExtAudioFile.h"
 
-#include "FileRelated/QMXAudioFileConverter.h"
 #include "FileRelated/QMXAudioFileFrameIntervalCopier.h"
 #include "Formats/QMXAudioStreamBasicDescription.h"
 #include "Foundation/RealTime.h"
@@ -17,8 +16,6 @@ namespace
 {
 
 using namespace qmx::test;
-using testing::ElementsAre;
-using testing::FloatNear;
 using testing::MatchesRegex;
 
 class QMXExtAudioFileTest : public testing::Test
@@ -121,59 +118,6 @@ public:
     void progressUpdate(float progress) override { values.push_back(progress); }
     std::vector<float> values;
 };
-
-TEST_F(QMXExtAudioFileTest, ConvertsWholeFilesInPassesOf1024Frames)
-{
-    const auto samples = music(2500, 1);
-    writeMusic(path, kAudioFileAIFFType, linear(14, 24, 1, 48000), samples);
-    const auto converter = QMXAudioFileConverter::initWithInputFilePath(path);
-    Progress progress;
-    EXPECT_EQ(converter->convertFileToPath_toFileType_subscriber(other, kAudioFileAIFFType, &progress), noErr);
-    EXPECT_THAT(progress.values, ElementsAre(0, FloatNear(0.4096F, 1e-6F), FloatNear(0.8192F, 1e-6F)));
-    const auto file = openFile(other);
-    EXPECT_EQ(bytesIn(file.file), 5000U);
-    EXPECT_EQ(formatOf(file.file).mSampleRate, 48000);
-    EXPECT_EQ(formatOf(file.file).mChannelsPerFrame, 1U);
-    AudioFileClose(file.file);
-
-    // the same format is the same samples, at another rate it has another length
-    const std::string third = "/d/c.wav", fourth = "/d/d.aifc";
-    const auto wave = std::make_shared<QMXAudioStreamBasicDescription>(linear(12, 24, 1, 48000));
-    EXPECT_EQ(converter->convertFileToPath_toFileType_toFormat_subscriber(third, kAudioFileWAVEType, wave, nullptr),
-              noErr);
-    const auto back = std::make_shared<QMXAudioStreamBasicDescription>(linear(14, 24, 1, 48000));
-    EXPECT_EQ(QMXAudioFileConverter::initWithInputFilePath(third)->convertFileToPath_toFileType_toFormat_subscriber(
-                  fourth, kAudioFileAIFFType, back, nullptr),
-              noErr);
-    EXPECT_EQ(disk.contents(fourth), disk.contents(path));
-    disk.remove(other);
-    wave->setSampleRate(44100);
-    EXPECT_EQ(converter->convertFileToPath_toFileType_toFormat_subscriber(other, kAudioFileWAVEType, wave, nullptr),
-              noErr);
-    const ExtAudioFileRef resampled = openExtended(other);
-    EXPECT_EQ(lengthOf(resampled), 2297);
-    ExtAudioFileDispose(resampled);
-
-    // a disk that fills up is the status; a source that is not there too, and nothing is created
-    disk.remove(other);
-    disk.setCapacity(26'000);
-    EXPECT_EQ(converter->convertFileToPath_toFileType_toFormat_subscriber(other, kAudioFileWAVEType, wave, nullptr),
-              dskFulErr);
-    const auto none = QMXAudioFileConverter::initWithInputFilePath("/d/none");
-    EXPECT_EQ(none->convertFileToPath_toFileType_subscriber("/d/e.aif", kAudioFileAIFFType, nullptr), fnfErr);
-    EXPECT_TRUE(disk.contents("/d/e.aif").empty());
-}
-
-TEST_F(QMXExtAudioFileTest, AnEmptyOrShortSourceEndsTheConversion)
-{
-    writeMusic(path, kAudioFileAIFFType, bigSixteen, {});
-    Progress progress;
-    EXPECT_EQ(QMXAudioFileConverter::initWithInputFilePath(path)->convertFileToPath_toFileType_subscriber(
-                  other, kAudioFileAIFFType, &progress),
-              noErr);
-    EXPECT_TRUE(progress.values.empty());
-    EXPECT_FALSE(disk.contents(other).empty());
-}
 
 TEST_F(QMXExtAudioFileTest, CopiesEveryNthFrameAsBigEndianFloats)
 {

@@ -1,0 +1,179 @@
+// SPDX-License-Identifier: MIT
+#include "FileRelated/QMXAudioFileConverter.h"
+
+#include "Formats/QMXAudioStreamBasicDescription.h"
+#include "platform/AudioToolbox/CodedFiles.h"
+#include "platform/AudioToolbox/ExtAudioFileHelpers.h"
+#include "support/CapturedFailures.h"
+#include "support/MemoryDisk.h"
+
+#include <gmock/gmock.h>
+
+#include <cerrno>
+
+namespace
+{
+
+using namespace qmx::test;
+using testing::ElementsAre;
+using testing::FloatNear;
+
+class Progress : public QMXProgressSubscriber
+{
+public:
+    void progressUpdate(float progress) override { values.push_back(progress); }
+    std::vector<float> values;
+};
+
+class QMXAudioFileConverterTest : public testing::Test
+{
+protected:
+    /// Converts the file at `source` to the one at `other`, which is replaced.
+    OSStatus convert(AudioFileTypeID type, const AudioStreamBasicDescription& format, const std::string& source)
+    {
+        disk.remove(other);
+        return QMXAudioFileConverter::initWithInputFilePath(source)->convertFileToPath_toFileType_toFormat_subscriber(
+            other, type, QMXAudioStreamBasicDescription::initWithAudioStreamBasicDescription(&format), nullptr);
+    }
+    ByteBlock audioAt(const std::string& file)
+    {
+        const auto opened = openFile(file);
+        auto audio = audioOf(opened.file);
+        AudioFileClose(opened.file);
+        return audio;
+    }
+    std::vector<float> samplesAt(const std::string& file, UInt32 channels)
+    {
+        const ExtAudioFileRef opened = openExtended(file);
+        setClient(opened, floats(channels));
+        auto samples = readFloats(opened, channels, 10'000);
+        ExtAudioFileDispose(opened);
+        return samples;
+    }
+
+    MemoryDisk disk;
+    CapturedFailures failures;
+    const std::string path = "/d/a.aif", other = "/d/b.aif";
+};
+
+TEST_F(QMXAudioFileConverterTest, ConvertsWholeFilesInPassesOf1024Frames)
+{
+    const auto samples = music(2500, 1);
+    writeMusic(path, kAudioFileAIFFType, linear(14, 24, 1, 48000), samples);
+    const auto converter = QMXAudioFileConverter::initWithInputFilePath(path);
+    Progress progress;
+    EXPECT_EQ(converter->convertFileToPath_toFileType_subscriber(other, kAudioFileAIFFType, &progress), noErr);
+    EXPECT_THAT(progress.values, ElementsAre(0, FloatNear(0.4096F, 1e-6F), FloatNear(0.8192F, 1e-6F)));
+    const auto file = openFile(other);
+    EXPECT_EQ(bytesIn(file.file), 5000U);
+    EXPECT_EQ(formatOf(file.file).mSampleRate, 48000);
+    EXPECT_EQ(formatOf(file.file).mChannelsPerFrame, 1U);
+    AudioFileClose(file.file);
+
+    // the same format is the same samples, at another rate it has another length
+    const std::string third = "/d/c.wav", fourth = "/d/d.aifc";
+    const auto wave = std::make_shared<QMXAudioStreamBasicDescription>(linear(12, 24, 1, 48000));
+    EXPECT_EQ(converter->convertFileToPath_toFileType_toFormat_subscriber(third, kAudioFileWAVEType, wave, nullptr),
+              noErr);
+    const auto back = std::make_shared<QMXAudioStreamBasicDescription>(linear(14, 24, 1, 48000));
+    EXPECT_EQ(QMXAudioFileConverter::initWithInputFilePath(third)->convertFileToPath_toFileType_toFormat_subscriber(
+                  fourth, kAudioFileAIFFType, back, nullptr),
+              noErr);
+    EXPECT_EQ(disk.contents(fourth), disk.contents(path));
+    disk.remove(other);
+    wave->setSampleRate(44100);
+    EXPECT_EQ(converter->convertFileToPath_toFileType_toFormat_subscriber(other, kAudioFileWAVEType, wave, nullptr),
+              noErr);
+    const ExtAudioFileRef resampled = openExtended(other);
+    EXPECT_EQ(lengthOf(resampled), 2297);
+    ExtAudioFileDispose(resampled);
+
+    // a disk that fills up is the status; a source that is not there too, and nothing is created
+    disk.remove(other);
+    disk.setCapacity(26'000);
+    EXPECT_EQ(converter->convertFileToPath_toFileType_toFormat_subscriber(other, kAudioFileWAVEType, wave, nullptr),
+              dskFulErr);
+    const auto none = QMXAudioFileConverter::initWithInputFilePath("/d/none");
+    EXPECT_EQ(none->convertFileToPath_toFileType_subscriber("/d/e.aif", kAudioFileAIFFType, nullptr), fnfErr);
+    EXPECT_TRUE(disk.contents("/d/e.aif").empty());
+}
+
+TEST_F(QMXAudioFileConverterTest, AnEmptyOrShortSourceEndsTheConversion)
+{
+    writeMusic(path, kAudioFileAIFFType, bigSixteen, {});
+    Progress progress;
+    EXPECT_EQ(QMXAudioFileConverter::initWithInputFilePath(path)->convertFileToPath_toFileType_subscriber(
+                  other, kAudioFileAIFFType, &progress),
+              noErr);
+    EXPECT_TRUE(progress.values.empty());
+    EXPECT_FALSE(disk.contents(other).empty());
+}
+
+TEST_F(QMXAudioFileConverterTest, WAVEIsLittleEndianWhateverTheFormatSays)
+{
+    writeMusic(path, kAudioFileAIFFType, bigSixteen, music(2500, 2));
+    ByteBlock swapped = audioAt(path);
+    for (std::size_t i = 0; i < swapped.size(); i += 2)
+        std::swap(swapped[i], swapped[i + 1]);
+    EXPECT_EQ(convert(kAudioFileWAVEType, bigSixteen, path), noErr);
+    const auto expectLittle = [&] {
+        EXPECT_EQ(disk.contents(other).front(), 'R');
+        EXPECT_EQ(propertyAt<AudioStreamBasicDescription>(other, kAudioFilePropertyDataFormat).mFormatFlags, 12U);
+        EXPECT_TRUE(audioAt(other) == swapped);
+    };
+    expectLittle();
+    disk.remove(other);
+    EXPECT_EQ(QMXAudioFileConverter::initWithInputFilePath(path)->convertFileToPath_toFileType_subscriber(
+                  other, kAudioFileWAVEType, nullptr),
+              noErr);
+    expectLittle();
+    EXPECT_EQ(convert(kAudioFileCAFType, bigSixteen, path), noErr);
+    EXPECT_TRUE(audioAt(other) == audioAt(path));
+}
+
+TEST_F(QMXAudioFileConverterTest, ALosslessTargetWithoutAWishKeepsTheBitsOfItsSource)
+{
+    const std::string between = "/d/c.flac";
+    constexpr AudioFormatFlags sixteen = kAppleLosslessFormatFlag_16BitSourceData,
+                               twentyFour = kAppleLosslessFormatFlag_24BitSourceData;
+    for (const auto& [bits, flags] : {std::pair{16U, sixteen}, {24U, twentyFour}}) {
+        disk.remove(path);
+        writeMusic(path, kAudioFileAIFFType, linear(14, bits, 2), music(5000, 2));
+        const auto keepsAll = [&](AudioFileTypeID target, AudioFormatID coding, const std::string& source) {
+            EXPECT_EQ(convert(target, coded(coding, 2), source), noErr);
+            EXPECT_EQ(propertyAt<AudioStreamBasicDescription>(other, kAudioFilePropertyDataFormat).mFormatFlags, flags);
+            EXPECT_TRUE(samplesAt(other, 2) == samplesAt(path, 2)) << bits;
+        };
+        keepsAll(kAudioFileM4AType, kAudioFormatAppleLossless, path);
+        keepsAll(kAudioFileFLACType, kAudioFormatFLAC, path);
+        disk.remove(between);
+        disk.rename(other, between);
+        keepsAll(kAudioFileM4AType, kAudioFormatAppleLossless, between);
+    }
+    // a wish is kept
+    EXPECT_EQ(convert(kAudioFileFLACType, coded(kAudioFormatFLAC, 2, 44100, sixteen), path), noErr);
+    EXPECT_EQ(propertyAt<AudioStreamBasicDescription>(other, kAudioFilePropertyDataFormat).mFormatFlags, sixteen);
+}
+
+TEST_F(QMXAudioFileConverterTest, TheFirstFailureOfTheSetUpIsTheResult)
+{
+    writeMusic(path, kAudioFileAIFFType, bigSixteen, music(2500, 2));
+    const auto converter = QMXAudioFileConverter::initWithInputFilePath(path);
+    const auto convertTo = [&](const std::string& target) {
+        return converter->convertFileToPath_toFileType_subscriber(target, kAudioFileAIFFType, nullptr);
+    };
+    EXPECT_EQ(convertTo(path), dupFNErr);
+    EXPECT_EQ(convertTo("/none/b.aif"), fnfErr);
+    disk.failChange(1, EACCES);
+    EXPECT_EQ(convertTo(other), permErr);
+    EXPECT_EQ(convert(kAudioFileAIFFType, coded(kAudioFormatFLAC, 2), path), kAudioFileUnsupportedDataFormatError);
+    EXPECT_TRUE(disk.contents(other).empty());
+    // rates that no conversion joins: nothing is written in their place
+    EXPECT_EQ(convert(kAudioFileAIFFType, linear(14, 16, 2, 5), path), kAudioConverterErr_FormatNotSupported);
+    EXPECT_TRUE(audioAt(other).empty());
+    // the next conversion is its own
+    disk.remove(other);
+    EXPECT_EQ(convertTo(other), noErr);
+}
+
+} // namespace
