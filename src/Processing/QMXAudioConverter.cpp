@@ -7,6 +7,7 @@
 #include "Foundation/Format.h"
 #include "Foundation/Log.h"
 
+#include <algorithm>
 #include <utility>
 
 const UInt32 MAX_FRAMES_PER_SLICE = 8192;
@@ -33,12 +34,18 @@ OSStatus setMaximumFrames(AudioUnit unit)
                                 &MAX_FRAMES_PER_SLICE, sizeof MAX_FRAMES_PER_SLICE);
 }
 
-/// Cuts the buffers, which held `asked` packets, down to those that were given.
-void keepPackets(AudioBufferList& data, UInt32 given, UInt32 asked)
+/// The bytes of one of `count` equal pieces that the buffers have room for, in each buffer.
+UInt64 bytesOfEach(const AudioBufferList& data, UInt32 count)
+{
+    return data.mNumberBuffers > 0 && count > 0 ? data.mBuffers[0].mDataByteSize / count : 0;
+}
+
+/// Cuts the buffers down to `bytes` each, where they hold more.
+void keepAtMost(UInt64 bytes, AudioBufferList& data)
 {
     AudioBuffer* const buffers = data.mBuffers;
     for (UInt32 i = 0; i < data.mNumberBuffers; ++i)
-        buffers[i].mDataByteSize = static_cast<UInt32>(UInt64{buffers[i].mDataByteSize} * given / asked);
+        buffers[i].mDataByteSize = static_cast<UInt32>(std::min<UInt64>(buffers[i].mDataByteSize, bytes));
 }
 
 } // namespace
@@ -170,14 +177,14 @@ OSStatus QMXAudioConverter::audioUnitCallback_timeStamp_busNumber_numFrames_data
                                                                                  UInt32 numberFrames,
                                                                                  AudioBufferList* data)
 {
+    if (!data)
+        return kAudio_ParamError;
     const UInt32 framesPerPacket = mAUSourceFormat->mFramesPerPacket;
     const UInt32 asked = framesPerPacket > 0 ? numberFrames / framesPerPacket : 0;
+    const UInt64 bytesPerPacket = bytesOfEach(*data, numberFrames) * framesPerPacket;
     UInt32 packets = asked;
     const OSStatus status = audioConverterCallback_data_packetDescription(&packets, data, nullptr);
-    if (!mChainTakesSource)
-        keepPackets(*data, 0, 1);
-    else if (packets < asked)
-        keepPackets(*data, packets, asked);
+    keepAtMost(mChainTakesSource ? std::min(packets, asked) * bytesPerPacket : 0, *data);
     return status;
 }
 

@@ -20,9 +20,9 @@ public:
     virtual ~QMXAudioConverterDelegate();
 
     /// Fills the buffers of `data`, which have room for `*packetCount` packets in the source format, or points them at data that
-    /// stay valid until the next call. Fewer packets, or smaller byte sizes, mean silence for the rest; so does a result other
-    /// than 0, which `fillComplexBuffer` passes on. No packet descriptions are asked for. Called on the thread that
-    /// pulls the chain.
+    /// stay valid until the next call, and sets the packet count and the byte sizes to what it gives. Where the two differ the
+    /// smaller one holds. What is missing is silence; all of it is after a result other than 0, which `fillComplexBuffer`
+    /// passes on. No packet descriptions are asked for. Called on the thread that pulls the chain.
     virtual OSStatus
     audioConverterCallback_data_packetDescription(UInt32* packetCount, AudioBufferList* data,
                                                   AudioStreamPacketDescription** packetDescriptions) = 0;

@@ -116,18 +116,18 @@ std::vector<AudioStreamBasicDescription> allLayouts()
     return formats;
 }
 
-/// Sines that come and go gently, 24-bit exact in every layout.
-Bytes sound(const AudioStreamBasicDescription& format, std::size_t frames)
+/// Sines that come gently and end loud, 24-bit exact in every layout, and silence after them.
+Bytes sound(const AudioStreamBasicDescription& format, std::size_t frames, std::size_t silentFrames = 0)
 {
     const auto plain = linearFormat(32, 1, floating, format.mSampleRate);
-    Bytes bytes(frames * sizeof(Float32));
+    Bytes bytes((frames + silentFrames) * sizeof(Float32));
     for (std::size_t i = 0; i < frames; ++i) {
         const Float64 time = static_cast<Float64>(i) / format.mSampleRate;
         const Float64 place = static_cast<Float64>(i) / static_cast<Float64>(frames);
         Float64 value = 0;
         for (const Float64 frequency : {110.0, 997.0, 5000.0, 12000.0})
             value += 0.2 * std::sin(2 * std::numbers::pi * frequency * time);
-        const auto sample = static_cast<Float32>(value * std::pow(std::sin(std::numbers::pi * place), 2));
+        const auto sample = static_cast<Float32>(value * std::min(1.0, 10 * place));
         std::memcpy(bytes.data() + i * sizeof sample, &sample, sizeof sample);
     }
     return viaBuffers(plain, format, bytes);
@@ -159,19 +159,19 @@ TEST(QMXAudioConverterChain, EqualRatesGiveWhatTheBufferRouteGives)
 {
     const auto formats = allLayouts();
     const auto canonical = linearFormat(32, 2, floating | split);
-    constexpr std::size_t frames = 3000;
+    constexpr std::size_t frames = 3000, silent = 500;
     for (std::size_t i = 0; i < formats.size(); ++i)
         for (std::size_t j = i % 5; j < formats.size(); j += 5) {
             const auto &from = formats[i], &to = formats[j];
             SCOPED_TRACE(formatObject(from)->debugDescription() + formatObject(to)->debugDescription());
-            const Bytes source = sound(from, frames);
-            const Bytes pulled = viaChain(from, to, source, frames, {1, 7, 512, 8192});
-            ASSERT_EQ(viaBuffers(canonical, to, viaBuffers(from, canonical, source)), pulled);
+            const Bytes source = sound(from, frames), padded = sound(from, frames, silent);
+            const Bytes pulled = viaChain(from, to, source, frames + silent, {1, 7, 512, 8192});
+            ASSERT_EQ(viaBuffers(canonical, to, viaBuffers(from, canonical, padded)), pulled);
             // at most two channels and 24 bits pass the stereo floats in the middle without loss
             const bool isLossless =
                 from.mChannelsPerFrame <= 2 && to.mChannelsPerFrame <= 2 && from.mBitsPerChannel <= 24;
             if (isLossless) {
-                ASSERT_EQ(viaBuffers(from, to, source), pulled);
+                ASSERT_EQ(viaBuffers(from, to, padded), pulled);
             }
         }
 }
@@ -183,10 +183,15 @@ TEST(QMXAudioConverterChain, OtherRatesMatchTheBufferRoute)
         SCOPED_TRACE(from);
         const auto source = linearFormat(24, 2, integer | bigEndian, from), target = linearFormat(32, 2, floating, to);
         const Bytes bytes = sound(source, 60000);
-        const Bytes converted = viaBuffers(source, target, bytes);
+        const Bytes converted = viaBuffers(source, target, sound(source, 60000, 5000));
         const std::size_t frames = converted.size() / frameBytes(target);
-        EXPECT_LT(difference(converted, viaChain(source, target, bytes, frames, {8192})), -100);
-        EXPECT_LT(difference(converted, viaChain(source, target, bytes, frames, {1, 480, 333})), -100);
+        const auto loudFrames = static_cast<std::size_t>(60000 * to / from);
+        const Bytes beforeTheEnd(&converted[0], &converted[(loudFrames - 300) * frameBytes(target)]);
+        for (const auto& pieces : {std::vector<UInt32>{8192}, {1, 480, 333}}) {
+            const Bytes pulled = viaChain(source, target, bytes, frames, pieces);
+            EXPECT_LT(difference(beforeTheEnd, pulled), -100);
+            EXPECT_LT(difference(converted, pulled), -55); // two filters ring differently at an abrupt end
+        }
     }
 }
 
@@ -221,13 +226,20 @@ TEST(QMXAudioConverterChain, WhatTheDelegateDoesNotGiveIsSilence)
         EXPECT_EQ(result, converter->fillComplexBuffer_buffer_packetDescription(&frames, list.list(), nullptr));
         return samples;
     };
+    constexpr UInt32 all = 8;
+    UInt32 packetsGiven = all, bytesGiven = all;
     EXPECT_CALL(*delegate, audioConverterCallback_data_packetDescription)
         .WillRepeatedly([&](UInt32* packets, AudioBufferList* data, AudioStreamPacketDescription**) {
-            std::memset(data->mBuffers[0].mData, 0xC0, 8);
-            *packets = 3;
+            std::memset(data->mBuffers[0].mData, 0xC0, all);
+            data->mBuffers[0].mDataByteSize = bytesGiven;
+            *packets = packetsGiven;
             return result;
         });
-    EXPECT_THAT(pull(), testing::ElementsAre(0.5F, 0.5F, 0.5F, 0, 0, 0, 0, 0));
+    for (const auto& [packets, bytes] : {std::pair{3U, all}, {all, 3U}, {3U, 3U}, {5U, 3U}, {3U, 5U}}) {
+        packetsGiven = packets;
+        bytesGiven = bytes;
+        EXPECT_THAT(pull(), testing::ElementsAre(0.5F, 0.5F, 0.5F, 0, 0, 0, 0, 0)) << packets << ", " << bytes;
+    }
     result = -1;
     EXPECT_THAT(pull(), testing::Each(0.0F));
 }
