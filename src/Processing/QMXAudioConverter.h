@@ -19,10 +19,11 @@ class QMX_EXPORT QMXAudioConverterDelegate
 public:
     virtual ~QMXAudioConverterDelegate();
 
-    /// Fills the buffers of `data`, which have room for `*packetCount` packets in the source format, or points them at data that
-    /// stay valid until the next call, and sets the packet count and the byte sizes to what it gives. Where the two differ the
-    /// smaller one holds. What is missing is silence; all of it is after a result other than 0, which `fillComplexBuffer`
-    /// passes on. No packet descriptions are asked for. Called on the thread that pulls the chain.
+    /// Fills the buffers of `data`, which have room for `*packetCount` packets in the source format, or points them at
+    /// data that stay valid until the next call, and sets the packet count and the byte sizes to what it gives. Where
+    /// the two differ the smaller one holds. What is missing is silence; after a result other than 0, which
+    /// `fillComplexBuffer` passes on, all of it is. No packet descriptions are asked for. Called on the thread that
+    /// pulls the chain.
     virtual OSStatus
     audioConverterCallback_data_packetDescription(UInt32* packetCount, AudioBufferList* data,
                                                   AudioStreamPacketDescription** packetDescriptions) = 0;
@@ -57,7 +58,9 @@ public:
     /// Bytes of the smallest useful buffer; 0 on failure.
     UInt32 minimumInputBufferSize() const;
     UInt32 minimumOutputBufferSize() const;
-    /// Input bytes needed for so many output bytes; the given size itself on failure.
+    /// Input bytes needed for `outputBufferSize` output bytes. With a change of the sample rate they last for them in
+    /// mid-stream; at its start the filter holds some back. Converting them in one call takes the room that
+    /// `calculateOutputBufferSize` gives for them. The given size itself on failure.
     UInt32 calculateInputBufferSize(UInt32 outputBufferSize) const;
     /// Output bytes that so many input bytes give at most; the given size itself on failure.
     UInt32 calculateOutputBufferSize(UInt32 inputBufferSize) const;

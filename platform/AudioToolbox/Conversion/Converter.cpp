@@ -100,6 +100,11 @@ UInt64 Converter::outputFramesFor(UInt64 inputFrames) const
     return chain_ ? chain_->outputFramesFor(inputFrames) : inputFrames;
 }
 
+UInt64 Converter::inputFramesFor(UInt64 outputFrames) const
+{
+    return chain_ ? chain_->inputFramesFor(outputFrames) : outputFrames;
+}
+
 std::optional<UInt32> Converter::outputBytesFor(UInt32 inputBytes) const
 {
     const UInt64 frames = (UInt64{inputBytes} + sourceFrameBytes() - 1) / sourceFrameBytes();
@@ -111,8 +116,7 @@ std::optional<UInt32> Converter::outputBytesFor(UInt32 inputBytes) const
 
 UInt32 Converter::inputBytesFor(UInt32 outputBytes) const
 {
-    const UInt64 room = outputBytes / targetFrameBytes();
-    const UInt64 frames = chain_ ? chain_->inputFramesFor(room) : room;
+    const UInt64 frames = inputFramesFor(outputBytes / targetFrameBytes());
     return static_cast<UInt32>(std::min(frames, most32 / sourceFrameBytes()) * sourceFrameBytes());
 }
 
@@ -240,8 +244,7 @@ void Converter::endStreamIfDrained(bool isShort)
 /// Asks for the input of so many output frames.
 OSStatus Converter::pull(const InputSource& input, std::size_t outputFrames)
 {
-    const UInt64 needed = chain_ ? chain_->inputFramesNeeded(outputFrames) : outputFrames;
-    auto packetCount = static_cast<UInt32>(std::min(needed, most32));
+    auto packetCount = static_cast<UInt32>(std::min(inputFramesFor(outputFrames), most32));
     inputList_->mNumberBuffers = sourceLayout_.planes();
     for (AudioBuffer& buffer : buffersOf(*inputList_))
         buffer = {sourceLayout_.channelsPerPlane(), 0, nullptr};

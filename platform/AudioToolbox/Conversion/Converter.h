@@ -31,7 +31,7 @@ public:
 
     /// Output bytes that a call with so many input bytes gives at most; none where 32 bits cannot count them.
     std::optional<UInt32> outputBytesFor(UInt32 inputBytes) const;
-    /// The most input bytes (whole frames) whose output is sure to fit into so many output bytes.
+    /// Input bytes (whole frames) that last for `outputBytes` output bytes.
     UInt32 inputBytesFor(UInt32 outputBytes) const;
 
     UInt32 quality() const { return quality_; }
@@ -67,6 +67,7 @@ private:
 
     void route(const ChannelRoutes& routes);
     UInt64 outputFramesFor(UInt64 inputFrames) const;
+    UInt64 inputFramesFor(UInt64 outputFrames) const;
     std::size_t produce(std::size_t frames);
     void endStreamIfDrained(bool isShort);
     OSStatus pull(const InputSource& input, std::size_t outputFrames);

@@ -24,13 +24,13 @@ PcmLayout doubles(UInt32 channels)
 
 RateChain::RateChain(const PcmLayout& source, Float64 sourceRate, const PcmLayout& target, Float64 targetRate)
     : source_(source), middle_(doubles(std::min(source.channels, target.channels))), target_(target),
-      ratio_(targetRate / sourceRate), rate_(sourceRate, targetRate, middle_.channels)
+      sourceRate_(sourceRate), targetRate_(targetRate), rate_(sourceRate, targetRate, middle_.channels)
 {
     const std::size_t blockFrames = std::max<std::size_t>(64, blockSamples / middle_.channels);
     // a block fed gives about a block taken
     takeFrames_ = blockFrames;
-    feedFrames_ =
-        std::max<std::size_t>(1, static_cast<std::size_t>(static_cast<Float64>(blockFrames) / std::max(ratio_, 1.0)));
+    feedFrames_ = std::max<std::size_t>(
+        1, static_cast<std::size_t>(static_cast<Float64>(blockFrames) / std::max(targetRate / sourceRate, 1.0)));
     block_.resize(blockFrames * middle_.channels);
     auto* const bytes = reinterpret_cast<std::byte*>(block_.data());
     blockToRead_ = {{bytes}, middle_.planeFrameBytes(), blockFrames};
@@ -80,22 +80,14 @@ void RateChain::feedBlock(SourceFrames& source)
 
 UInt64 RateChain::outputFramesFor(UInt64 inputFrames) const
 {
-    return static_cast<UInt64>(std::ceil(static_cast<Float64>(inputFrames) * ratio_)) + slackFrames;
+    const Float64 frames = static_cast<Float64>(inputFrames) * targetRate_ / sourceRate_;
+    return static_cast<UInt64>(std::ceil(frames)) + slackFrames;
 }
 
 UInt64 RateChain::inputFramesFor(UInt64 outputFrames) const
 {
-    if (outputFrames < outputFramesFor(0))
-        return 0;
-    auto frames = static_cast<UInt64>(static_cast<Float64>(outputFrames - slackFrames) / ratio_) + 1;
-    while (frames > 0 && outputFramesFor(frames) > outputFrames)
-        --frames;
-    return frames;
-}
-
-UInt64 RateChain::inputFramesNeeded(UInt64 outputFrames) const
-{
-    return std::max<UInt64>(1, static_cast<UInt64>(std::ceil(static_cast<Float64>(outputFrames) / ratio_)));
+    // the product comes first: whole ratios stay exact
+    return static_cast<UInt64>(std::ceil(static_cast<Float64>(outputFrames) * sourceRate_ / targetRate_));
 }
 
 } // namespace qmx

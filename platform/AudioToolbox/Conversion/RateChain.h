@@ -32,16 +32,14 @@ public:
 
     /// Output frames that are asked for at most for so many input frames: with that much room in every call nothing piles up.
     UInt64 outputFramesFor(UInt64 inputFrames) const;
-    /// The most input frames for which `outputFramesFor` is within `outputFrames`.
+    /// Input frames that last for `outputFrames` output frames; at least 1 for one or more.
     UInt64 inputFramesFor(UInt64 outputFrames) const;
-    /// Input frames that last for so many output frames, at least 1.
-    UInt64 inputFramesNeeded(UInt64 outputFrames) const;
 
 private:
     void feedBlock(SourceFrames& source);
 
     PcmLayout source_, middle_, target_;
-    Float64 ratio_; ///< output frames per input frame
+    Float64 sourceRate_, targetRate_; ///< Hz
     RateConverter rate_;
     std::unique_ptr<FrameConverter> toRate_, fromRate_;
     std::size_t feedFrames_, takeFrames_; ///< of one block

@@ -112,12 +112,26 @@ TEST(RateChain, TheRoomAskedForIsEnoughAndLessIsRefusedWithoutTakingAnything)
     Conversion conversion(doubles(44100), doubles(48000));
     const Signal input = sine(1000, 44100, 1000);
     UInt32 room = conversion.get(kAudioConverterPropertyCalculateOutputBufferSize, 8000);
-    EXPECT_GE(8000u, conversion.get(kAudioConverterPropertyCalculateInputBufferSize, room));
     Signal output(2000);
     room -= 8;
     EXPECT_EQ(kAudioConverterErr_InvalidOutputSize,
               AudioConverterConvertBuffer(conversion.ref, 8000, input.data(), &room, output.data()));
     EXPECT_EQ(resampled(44100, 48000, input), resampled(conversion, input, {1000}));
+}
+
+TEST(RateChain, TheInputAskedForLastsForTheOutput)
+{
+    const Conversion up(doubles(44100), doubles(48000)), down(doubles(96000), doubles(44100));
+    const auto needed = [](const Conversion& conversion, UInt32 frames) {
+        return conversion.get(kAudioConverterPropertyCalculateInputBufferSize, frames * 8) / 8;
+    };
+    EXPECT_EQ(4410u, needed(up, 4800));
+    EXPECT_EQ(96000u, needed(down, 44100));
+    EXPECT_EQ(0u, needed(up, 0)); // an input of 0 bytes is the end of a stream, so only an output of 0 needs none
+    for (UInt32 frames = 1; frames < 20; ++frames) {
+        EXPECT_EQ(std::ceil(frames * 44100.0 / 48000), needed(up, frames));
+        EXPECT_EQ(std::ceil(frames * 96000.0 / 44100), needed(down, frames));
+    }
 }
 
 TEST(RateChain, QualityWaitsForTheNextStreamOnceDataWereFed)
