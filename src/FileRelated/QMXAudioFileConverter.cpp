@@ -3,7 +3,7 @@
 
 #include "FileRelated/QMXExtAudioFile.h"
 #include "Formats/FileByteOrder.h"
-#include "Formats/QMXAudioBufferList.h"
+#include "Formats/OwnedBufferList.h"
 #include "Formats/QMXAudioStreamBasicDescription.h"
 #include "Foundation/Log.h"
 
@@ -46,8 +46,6 @@ AudioStreamBasicDescription targetFormat(const AudioStreamBasicDescription& wish
         format.mFormatFlags = kAppleLosslessFormatFlag_16BitSourceData;
     return format;
 }
-
-using BufferList = std::unique_ptr<AudioBufferList, decltype(&QMXAudioBufferList::destroyBuffers)>;
 
 /// Tells the destination which channel is which, where the source knows.
 void passLayoutOn(const QMXExtAudioFile& source, const QMXExtAudioFile& destination)
@@ -134,9 +132,8 @@ OSStatus QMXAudioFileConverter::convertFileToPath_toFileType_toFormat_subscriber
     passLayoutOn(*source, *destination);
     if (bitRate_ > 0)
         destination->setBitRate(bitRate_);
-    const BufferList buffers(QMXAudioBufferList::allocateBuffers_channelsPerBuffer_dataByteSize(
-                                 1, source->channelsPerFrame(), bufferSize(*client)),
-                             &QMXAudioBufferList::destroyBuffers);
+    const qmx::OwnedBufferList buffers(QMXAudioBufferList::allocateBuffers_channelsPerBuffer_dataByteSize(
+        1, source->channelsPerFrame(), bufferSize(*client)));
     status = buffers ? copyFrames(*source, *destination, *buffers, subscriber) : kAudio_MemFullError;
     source->close();
     const OSStatus closed = destination->close();

@@ -22,29 +22,27 @@ ProcessingPasses::~ProcessingPasses()
         AudioConverterDispose(decoder_);
     if (encoder_)
         AudioConverterDispose(encoder_);
+    *run_.decoding = {}; // what it points at is not its own
 }
 
 void ProcessingPasses::run()
 {
     if (!decoder_ || !encoder_ || !run_.internalBuffers || !run_.fileBuffers)
         return;
-    OSStatus status = noErr;
     SInt64 packet = run_.firstPacket;
-    for (bool goesOn = true; goesOn && packetsLeft_ > 0 && status == noErr;) {
+    for (bool goesOn = true; goesOn && packetsLeft_ > 0;) {
         run_.decoding->mPacketOffset = packet;
         if (run_.target == run_.source) // a pass goes back where it was read, however long it became
             targetPacket_ = packet;
         const UInt32 frames = decode();
-        const UInt32 packets = process(frames) / framesPerPacket_;
-        if (packets > 0)
-            status = writeBack(static_cast<UInt32>(std::min<SInt64>(packets, packetsLeft_)));
+        const OSStatus status = processAndWrite(frames);
         if (run_.subscriber) // intended: of this pass alone, not of all so far
             run_.subscriber->progressUpdate(
                 static_cast<float>(1.0 - static_cast<double>(frames) / static_cast<double>(run_.packetsToDo)));
         const UInt32 taken = frames / framesPerPacket_;
         packet += taken;
         packetsLeft_ -= taken;
-        goesOn = taken > 0;
+        goesOn = taken > 0 && status == noErr;
     }
 }
 
@@ -66,14 +64,18 @@ UInt32 ProcessingPasses::decode()
     return frames;
 }
 
-/// Hands the pass to the processor; gives the frames that it left, at most a pass.
-UInt32 ProcessingPasses::process(UInt32 frames)
+/// Hands the pass to the processor and writes what it leaves, at most a pass; nothing where it fails.
+OSStatus ProcessingPasses::processAndWrite(UInt32 frames)
 {
     UInt32 count = frames * framesPerPacket_;
     setInternalFrames(frames);
+    OSStatus status = noErr;
     if (run_.processor && frames > 0)
-        checkedStep(run_.processor->processAudio_numberOfFrames(*run_.internalBuffers, &count));
-    return std::min(count, framesPerPass);
+        status = checkedStep(run_.processor->processAudio_numberOfFrames(*run_.internalBuffers, &count));
+    const UInt32 packets = std::min(count, framesPerPass) / framesPerPacket_;
+    if (status != noErr || packets == 0)
+        return status;
+    return writeBack(static_cast<UInt32>(std::min<SInt64>(packets, packetsLeft_)));
 }
 
 OSStatus ProcessingPasses::writeBack(UInt32 packets)

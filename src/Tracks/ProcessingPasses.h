@@ -30,10 +30,11 @@ struct ProcessingRun {
     AudioBufferList* fileBuffers = nullptr;     ///< one interleaved buffer
     QMXAudioProcessor* processor = nullptr;
     QMXProgressSubscriber* subscriber = nullptr;
-    QMXAudioFileProcessor::ConverterInfo* decoding = nullptr;
+    QMXAudioFileProcessor::ConverterInfo* decoding = nullptr; ///< cleared after the run
 };
 
-/// Runs the passes. Nothing runs when a converter cannot be made.
+/// Runs the passes. Nothing runs when a converter cannot be made. A failing processor or write ends the run after the
+/// report of its pass. What the processor or the subscriber throws passes through.
 class ProcessingPasses
 {
 public:
@@ -46,7 +47,7 @@ public:
 
 private:
     UInt32 decode();
-    UInt32 process(UInt32 frames);
+    OSStatus processAndWrite(UInt32 frames);
     OSStatus writeBack(UInt32 packets);
     void keepFurtherChannels(UInt32 packets);
     void setInternalFrames(UInt32 frames);

@@ -3,7 +3,7 @@
 
 #include "FileRelated/QMXExtAudioFile.h"
 #include "Formats/FileByteOrder.h"
-#include "Formats/QMXAudioBufferList.h"
+#include "Formats/OwnedBufferList.h"
 #include "Formats/QMXAudioStreamBasicDescription.h"
 #include "Formats/QMXFileUtils.h"
 #include "Foundation/CFString.h"
@@ -55,17 +55,22 @@ void keepForever(AudioBufferList* block)
     kept->push_back(block);
 }
 
-AudioFileID openSource(const std::string& path, SInt8 permissions, AudioFileTypeID typeHint)
+struct CloseFile {
+    void operator()(AudioFileID file) const { checkedStep(AudioFileClose(file)); }
+};
+using OpenFile = std::unique_ptr<OpaqueAudioFileID, CloseFile>;
+
+OpenFile openSource(const std::string& path, SInt8 permissions, AudioFileTypeID typeHint)
 {
     FSRef reference;
     QMXFileUtils::makeFSRef_fromPath(&reference, path);
     AudioFileID file = nullptr;
     checkedStep(AudioFileOpen(&reference, permissions, typeHint, &file));
-    return file;
+    return OpenFile(file);
 }
 
 /// A new file in the source's data format.
-AudioFileID createTarget(const std::string& path, const AudioStreamBasicDescription& format)
+OpenFile createTarget(const std::string& path, const AudioStreamBasicDescription& format)
 {
     const std::filesystem::path whole(path);
     FSRef parent;
@@ -75,13 +80,13 @@ AudioFileID createTarget(const std::string& path, const AudioStreamBasicDescript
     AudioFileID file = nullptr;
     checkedStep(AudioFileCreate(&parent, name, type, &format, 0, nullptr, &file));
     CFRelease(name);
-    return file;
+    return OpenFile(file);
 }
 
 /// Closes a file; -50 for none.
-OSStatus closeFile(AudioFileID file)
+OSStatus closeFile(OpenFile file)
 {
-    return checkedStep(AudioFileClose(file));
+    return checkedStep(AudioFileClose(file.release()));
 }
 
 template <class Value> OSStatus fileProperty(AudioFileID file, AudioFilePropertyID property, Value& value)
@@ -128,55 +133,52 @@ OSStatus QMXAudioFileProcessor::copyFramesToPath_startFrame_endFrame(const std::
 {
     if (endFrame < startFrame)
         return -1;
-    const AudioFileID source = openSource(mInputFilePath, fsRdPerm, kAudioFileAIFFType);
+    OpenFile source = openSource(mInputFilePath, fsRdPerm, kAudioFileAIFFType);
     AudioStreamBasicDescription format;
-    checkedStep(fileProperty(source, kAudioFilePropertyDataFormat, format));
+    checkedStep(fileProperty(source.get(), kAudioFilePropertyDataFormat, format));
     AudioStreamBasicDescription internal = processingFormat(format.mSampleRate);
     internal.mChannelsPerFrame = format.mChannelsPerFrame;
-    const AudioFileID target = createTarget(destinationPath, format);
+    OpenFile target = createTarget(destinationPath, format);
 
     SInt64 packetCount = 0;
-    checkedStep(fileProperty(source, kAudioFilePropertyAudioDataPacketCount, packetCount));
+    checkedStep(fileProperty(source.get(), kAudioFilePropertyAudioDataPacketCount, packetCount));
     UInt32 largestPacket = 0;
-    if (fileProperty(source, kAudioFilePropertyMaximumPacketSize, largestPacket) != noErr)
+    if (fileProperty(source.get(), kAudioFilePropertyMaximumPacketSize, largestPacket) != noErr)
         largestPacket = format.mBytesPerFrame;
 
-    AudioBufferList* const internalBuffers = internalBuffersFor(internal);
-    AudioBufferList* const fileBuffers = QMXAudioBufferList::allocateBuffers_channelsPerBuffer_dataByteSize(
-        1, format.mChannelsPerFrame, framesPerPass * std::max(largestPacket, format.mBytesPerFrame));
-    mConverterInfo = {source, packetsOf(startFrame, format), fileBuffers};
+    const qmx::OwnedBufferList internalBuffers(internalBuffersFor(internal));
+    const qmx::OwnedBufferList fileBuffers(QMXAudioBufferList::allocateBuffers_channelsPerBuffer_dataByteSize(
+        1, format.mChannelsPerFrame, framesPerPass * std::max(largestPacket, format.mBytesPerFrame)));
+    mConverterInfo = {source.get(), packetsOf(startFrame, format), fileBuffers.get()};
     qmx::ProcessingPasses({.fileFormat = format,
                            .internalFormat = internal,
-                           .source = source,
-                           .target = target,
+                           .source = source.get(),
+                           .target = target.get(),
                            .firstPacket = mConverterInfo.mPacketOffset,
                            .packetsToDo = packetsOf(std::min(endFrame, packetCount) - startFrame, format),
-                           .internalBuffers = internalBuffers,
-                           .fileBuffers = fileBuffers,
+                           .internalBuffers = internalBuffers.get(),
+                           .fileBuffers = fileBuffers.get(),
                            .processor = mAudioProcessor.get(),
                            .subscriber = mProgressSubscriber.get(),
                            .decoding = &mConverterInfo})
         .run();
-    QMXAudioBufferList::destroyBuffers(internalBuffers);
-    QMXAudioBufferList::destroyBuffers(fileBuffers);
-    mConverterInfo = {};
-    closeFile(source);
-    return closeFile(target);
+    closeFile(std::move(source));
+    return closeFile(std::move(target));
 }
 
 OSStatus QMXAudioFileProcessor::processFrames_endFrame(SInt64 startFrame, SInt64 endFrame)
 {
     const SInt64 lastFrame = std::min(mInputFile->lengthInFrames(), endFrame);
     mInputFile->close();
-    const AudioFileID file = openSource(mInputFilePath, fsRdWrPerm, mInputFile->fileType());
+    OpenFile file = openSource(mInputFilePath, fsRdWrPerm, mInputFile->fileType());
     UInt32 largestPacket = 0;
     // intended: without it nothing is processed, and nobody is told
-    if (fileProperty(file, kAudioFilePropertyMaximumPacketSize, largestPacket) == noErr) {
-        mConverterInfo = {file, packetsOf(startFrame, mFileStreamFormat), mFileAudioBuffers};
+    if (fileProperty(file.get(), kAudioFilePropertyMaximumPacketSize, largestPacket) == noErr) {
+        mConverterInfo = {file.get(), packetsOf(startFrame, mFileStreamFormat), mFileAudioBuffers};
         qmx::ProcessingPasses({.fileFormat = mFileStreamFormat,
                                .internalFormat = mInternalFormat,
-                               .source = file,
-                               .target = file,
+                               .source = file.get(),
+                               .target = file.get(),
                                .firstPacket = mConverterInfo.mPacketOffset,
                                .packetsToDo = packetsOf(lastFrame - startFrame, mFileStreamFormat),
                                .internalBuffers = mAUAudioBuffers,
@@ -185,9 +187,8 @@ OSStatus QMXAudioFileProcessor::processFrames_endFrame(SInt64 startFrame, SInt64
                                .subscriber = mProgressSubscriber.get(),
                                .decoding = &mConverterInfo})
             .run();
-        mConverterInfo = {};
     }
-    return closeFile(file);
+    return closeFile(std::move(file));
 }
 
 AudioStreamBasicDescription QMXAudioFileProcessor::suitableStreamFormatForFileType(AudioFileTypeID fileType)

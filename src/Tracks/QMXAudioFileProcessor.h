@@ -16,7 +16,15 @@ class QMXProgressSubscriber;
 /// Runs a processor over a range of an audio file's frames, in passes of 512: into a new file, or inside the file itself. The
 /// processor gets native 32-bit floats, one buffer per channel, always whole passes; what is written back is cut to the range.
 ///
-/// Failing steps print one line each to standard error. All on the caller's thread, which blocks; any but the real-time ones.
+/// Failing steps print one line each to standard error, and the results tell no more of them than is said below. A
+/// status other than 0 from the processor ends the run before its pass is written; a read or write that fails, on a
+/// full disk for instance, ends it too. The passes before stay written. A file of compressed packets cannot be
+/// processed and stays as it is.
+///
+/// What the processor or the subscriber throws ends the run likewise and goes on to the caller: the files are closed,
+/// and the one that was written stays as far as it came.
+///
+/// All on the caller's thread, which blocks; any but the real-time ones.
 class QMX_EXPORT QMXAudioFileProcessor : public qmx::Object
 {
 public:

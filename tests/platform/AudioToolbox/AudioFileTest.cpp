@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "platform/AudioToolbox/AudioFileHelpers.h"
 #include "support/MemoryDisk.h"
+#include "support/OpenDescriptors.h"
 #include "support/TemporaryFolder.h"
 
 #include <thread>
@@ -12,12 +13,6 @@ namespace
 
 const AudioStreamBasicDescription stereo16 = linear(14, 16, 2);
 constexpr SInt64 largest = std::numeric_limits<SInt64>::max();
-
-std::size_t descriptors()
-{
-    const std::filesystem::directory_iterator open("/proc/self/fd");
-    return static_cast<std::size_t>(std::distance(begin(open), end(open)));
-}
 
 } // namespace
 
@@ -100,7 +95,7 @@ TEST(AudioFileService, PermissionsAreKept)
 {
     const TemporaryFolder folder;
     const std::string path = folder.path("file.aif");
-    const std::size_t before = descriptors();
+    const std::size_t before = openDescriptors();
     AudioFileClose(createFile(path, kAudioFileAIFFType, stereo16).file);
     ByteBlock data = pattern(8);
     UInt32 count = 8;
@@ -117,7 +112,7 @@ TEST(AudioFileService, PermissionsAreKept)
     EXPECT_EQ(openFile(folder.path("")).status, bdNamErr);
     EXPECT_EQ(openFile(folder.path("none")).status, fnfErr);
     EXPECT_EQ(AudioFileReadBytes(nullptr, false, 0, &count, nullptr), paramErr);
-    EXPECT_EQ(descriptors(), before);
+    EXPECT_EQ(openDescriptors(), before);
 }
 
 TEST(AudioFileService, PropertiesTellTheFile)
