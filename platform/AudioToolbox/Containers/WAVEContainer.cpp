@@ -42,6 +42,19 @@ constexpr std::size_t sizes64Bytes = 28;
 constexpr std::size_t plainFormatBytes = 16;
 constexpr std::size_t extensibleFormatBytes = 40;
 
+/// The tag in the identifier of an extensible format; none for a coding that is not known. Writers of big-endian files
+/// swap the bytes of the whole identifier, of its tag alone, or none: all three are taken.
+std::optional<UInt16> tagIn(std::span<const UInt8> identifier)
+{
+    if (!std::ranges::equal(identifier.last(8), std::span(identifierTail).last(8)))
+        return std::nullopt;
+    const UInt64 head = load64(identifier.data(), ByteOrder::big);
+    for (const UInt64 tag : {tagPCM, tagFloat, tagALaw, tagULaw})
+        if (head == (tag << 32 | 0x10) || head == (tag << 48 | 0x1000) || head == (tag << 56 | 0x1000))
+            return static_cast<UInt16>(tag);
+    return std::nullopt;
+}
+
 UInt16 tagFor(Coding coding)
 {
     switch (coding) {
@@ -286,9 +299,10 @@ private:
         if (stated > bytes && stated <= 4)
             bytes = stated;
         if (tag == tagExtensible) {
-            if (data.size() < extensibleFormatBytes || !std::ranges::equal(identifierTail, std::span(data).last(14)))
+            const auto found = data.size() < extensibleFormatBytes ? std::nullopt : tagIn(std::span(data).last(16));
+            if (!found)
                 return noErr; // a coding that is not known
-            tag = load16(data.data() + 24, order_);
+            tag = *found;
             channelMask_ = load32(data.data() + 20, order_);
             const UInt32 validBits = load16(data.data() + 18, order_);
             bits = validBits > 0 && validBits <= bits ? validBits : bits;

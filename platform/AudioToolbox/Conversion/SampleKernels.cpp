@@ -151,14 +151,14 @@ template <class T, std::size_t bytes, bool swapped>
 void decodeInteger(const SampleDecoder<T>& decoder, const std::byte* __restrict in, std::byte* __restrict out,
                    std::size_t count)
 {
-    const UInt32 lift = decoder.lift, keep = decoder.keep, flip = decoder.flip;
+    const UInt32 lift = decoder.lift, flip = decoder.flip;
     for (std::size_t i = 0; i < count; ++i) {
         const UInt32 sample = loadSample<bytes, swapped>(in + i * bytes) << (32 - 8 * bytes);
-        store(out + i * sizeof(T), fromFullScale<T>(((sample << lift) & keep) ^ flip));
+        store(out + i * sizeof(T), fromFullScale<T>((sample << lift) ^ flip));
     }
 }
 
-/// Signed samples that fill their bytes.
+/// Signed samples whose top bit is their bytes' top bit.
 template <class T, std::size_t bytes, bool swapped>
 void decodePlain(const SampleDecoder<T>&, const std::byte* __restrict in, std::byte* __restrict out, std::size_t count)
 {
@@ -353,9 +353,8 @@ template <class T> SampleDecoder<T>::SampleDecoder(const SampleFormat& format)
     switch (format.coding) {
     case SampleCoding::integer: {
         lift = format.isHighAligned ? 0 : 8u * format.bytes - format.bits;
-        keep = 0xFFFFFFFF << (32 - format.bits);
         flip = format.isSigned ? 0 : 0x80000000;
-        const bool plain = format.isSigned && format.bits == 8 * format.bytes;
+        const bool plain = format.isSigned && lift == 0;
         function_ = forWidth(format, [plain](auto bytes, auto order) -> Function {
             return plain ? decodePlain<T, bytes(), order()> : decodeInteger<T, bytes(), order()>;
         });

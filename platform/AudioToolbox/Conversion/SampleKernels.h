@@ -14,7 +14,8 @@ namespace qmx
 /// Whether T in memory is what `format` describes.
 template <class T> bool isNative(const SampleFormat& format);
 
-/// Memory to numbers. Exact, except where T has fewer bits than the format.
+/// Memory to numbers. Exact, except where T has fewer bits than the format. Bits below the significant ones of a
+/// high-aligned sample count too: files have them.
 template <class T> class SampleDecoder
 {
 public:
@@ -24,9 +25,8 @@ public:
     /// `out` receives `count` values of T.
     void operator()(const std::byte* in, std::byte* out, std::size_t count) const { function_(*this, in, out, count); }
 
-    UInt32 lift = 0;          ///< brings the top significant bit of a low-aligned sample to bit 31
-    UInt32 keep = 0xFFFFFFFF; ///< the significant bits then
-    UInt32 flip = 0;          ///< turns unsigned into signed
+    UInt32 lift = 0; ///< brings the top significant bit of a low-aligned sample to bit 31
+    UInt32 flip = 0; ///< turns unsigned into signed
 
 private:
     using Function = void (*)(const SampleDecoder&, const std::byte*, std::byte*, std::size_t);

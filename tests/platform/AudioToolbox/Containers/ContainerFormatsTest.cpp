@@ -163,6 +163,10 @@ TEST(ContainerFormats, OddAndDamagedFilesAreReadOrRefused)
     const std::string fmt = "'fmt ' 10000000 0100 0100 44ac0000 88580100 0200 1000", data = "'data' 04000000 01020304";
     const std::string aifcComm = form("00000044", "'AIFC'") + "'COMM' 00000018 0001 00000002 0010" + rate;
     const std::string rf64 = "'RF64' ffffffff 'WAVE'", data64 = "'data' ffffffff 01020304";
+    const auto rifx = [](const char* identifier) {
+        return "'RIFX' 00000040 'WAVE' 'fmt ' 00000028 fffe 0001 0000ac44 00015888 0002 0010 0016 0010 00000004" +
+               std::string(identifier) + "8000 00aa00389b71 'data' 00000004 01020304";
+    };
     const std::string max64 = "ffffffffffffffff", caff = "'caff' 00010000";
     const std::string desc =
         "'desc' 0000000000000020 40e5888000000000 'lpcm' 00000000 00000002 00000001 00000001 00000010";
@@ -207,6 +211,10 @@ TEST(ContainerFormats, OddAndDamagedFilesAreReadOrRefused)
         {"half a frame", riff("28000000") + fmt + "'data' 03000000 010203 00", "0102"},
         {"block align of 0", riff("28000000") + replaced(fmt, "0200 1000", "0000 1000") + data},
         {"compressed wave", riff("28000000") + replaced(fmt, "0100", "1100") + data, "", otherFormat},
+        {"extensible RIFX of a big-endian identifier", rifx("00000001 0000 0010")},
+        {"extensible RIFX of a little-endian identifier", rifx("01000000 0000 1000")},
+        {"extensible RIFX of a big-endian tag", rifx("0001 0000 0000 1000")},
+        {"extensible RIFX of an unknown coding", rifx("00000011 0000 0010"), "", otherFormat},
         {"CAF to the end of the file", caff + desc + "'data'" + max64 + "00000000 01020304"},
         {"CAF of an absurd size", caff + desc + "'data' 7fffffffffffffff 00000000 01020304"},
         {"CAF with odd chunks around",

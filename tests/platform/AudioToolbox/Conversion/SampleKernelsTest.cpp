@@ -107,6 +107,17 @@ TEST(SampleKernels, EveryIntegerLayoutGivesItsValuesBackThroughEveryWiderForm)
     }
 }
 
+TEST(SampleKernels, BitsBelowTheSignificantOnesAreKept)
+{
+    const std::vector<SInt16> samples{0x1239, -0x1239, 0x7FFF, -1};
+    const std::vector<SInt32> wide{0x12390000, -0x12390000, 0x7FFF0000, -0x10000};
+    const auto highTwelve = kAudioFormatFlagIsSignedInteger | kAudioFormatFlagIsAlignedHigh;
+    EXPECT_EQ(wide, converted<SInt32>(pcm(12, highTwelve, 1, 44100, 2), pcm(32, nativeSigned), samples));
+    const std::vector<UInt8> bytes{0x12, 0x34, 0x5F, 0xED, 0xCB, 0xAF};
+    EXPECT_EQ((std::vector<SInt32>{0x12345F00, -0x12345100}),
+              converted<SInt32>(pcm(20, nativeSigned | kAudioFormatFlagIsBigEndian), pcm(32, nativeSigned), bytes));
+}
+
 TEST(SampleKernels, NarrowerIntegersAreRoundedToTheNearestEvenAndSaturated)
 {
     const std::vector<SInt32> wide{0x00017FFF, 0x00018000, 0x00018001, 0x00028000,     -0x8000,
