@@ -51,14 +51,15 @@ std::string lowered(std::string text)
     return text;
 }
 
-/// Significant bits of the source's samples as integers; 0 for floats and lossy codings.
+/// Bits of the source's samples as integers, in whole bytes where it is not compressed: what lies below the significant
+/// bits is kept. 0 for floats and lossy codings.
 UInt32 integerBitsOf(const AudioStreamBasicDescription& source)
 {
     constexpr std::array<UInt32, 5> losslessBits{0, 16, 20, 24, 32};
     if (source.mFormatID == kAudioFormatAppleLossless || source.mFormatID == kAudioFormatFLAC)
         return source.mFormatFlags < losslessBits.size() ? losslessBits[source.mFormatFlags] : 16;
     const bool isFloat = (source.mFormatFlags & kAudioFormatFlagIsFloat) != 0;
-    return source.mFormatID == kAudioFormatLinearPCM && !isFloat ? source.mBitsPerChannel : 0;
+    return source.mFormatID == kAudioFormatLinearPCM && !isFloat ? (source.mBitsPerChannel + 7) / 8 * 8 : 0;
 }
 
 AudioFormatFlags losslessFlagOf(UInt32 bits)
