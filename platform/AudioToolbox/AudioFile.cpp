@@ -4,6 +4,7 @@
 
 #include "AudioToolbox/Containers/ContainerProperties.h"
 #include "AudioToolbox/Containers/ContainerTable.h"
+#include "Foundation/Files/Fork.h"
 
 #include <cerrno>
 #include <mutex>
@@ -50,7 +51,7 @@ SystemError openFile(const std::string& path, SInt8 permissions, std::unique_ptr
 
 OSStatus findKind(File& file, const std::string& path, AudioFileTypeID hint, const ContainerKind*& kind)
 {
-    qmx::FileSigns signs{{}, path, hint};
+    qmx::FileSigns signs{.head = {}, .path = path, .file = file, .hint = hint};
     const qmx::Transfer done = file.read(signs.head.data(), signs.head.size(), 0);
     if (done.error != 0)
         return qmx::statusForSystemError(done.error);
@@ -68,6 +69,17 @@ OSStatus checkNewFile(AudioFileTypeID type, const AudioStreamBasicDescription* f
     if (!kind || !kind->create)
         return kAudioFileUnsupportedFileTypeError;
     return format && kind->holds(*format) ? noErr : kAudioFileUnsupportedDataFormatError;
+}
+
+// Makes the file an empty one of its kind. A fork there was an earlier file's, unless the kind keeps its own.
+OSStatus makeContainer(const ContainerKind& kind, qmx::PlacedFile placed, const AudioStreamBasicDescription& format,
+                       std::unique_ptr<Container>& container)
+{
+    const std::string path = placed.path;
+    const OSStatus status = kind.create(std::move(placed), format, container);
+    if (status == noErr && !kind.keepsFork)
+        (void)qmx::removeFork(path); // the contents outrank one that stays
+    return status;
 }
 
 AudioFileID handleFor(std::unique_ptr<Container> container, bool mayRead, bool mayWrite)
@@ -154,7 +166,7 @@ OSStatus AudioFileCreate(const FSRef* parent, CFStringRef name, AudioFileTypeID 
     if (const SystemError error = FileSystem::current().open(path, FileAccess::createNew, created); error != 0)
         return qmx::statusForSystemError(error);
     std::unique_ptr<Container> container;
-    if (const OSStatus status = kind->create({std::move(created), path}, *format, container); status != noErr) {
+    if (const OSStatus status = makeContainer(*kind, {std::move(created), path}, *format, container); status != noErr) {
         FileSystem::current().remove(path);
         return status;
     }
@@ -182,7 +194,8 @@ OSStatus AudioFileInitialize(const FSRef* reference, AudioFileTypeID type, const
         error != 0)
         return qmx::statusForSystemError(error);
     std::unique_ptr<Container> container;
-    if (const OSStatus status = kind->create({std::move(opened), reference->path}, *format, container); status != noErr)
+    if (const OSStatus status = makeContainer(*kind, {std::move(opened), reference->path}, *format, container);
+        status != noErr)
         return status;
     *file = handleFor(std::move(container), true, true);
     return noErr;
