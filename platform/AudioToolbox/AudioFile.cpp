@@ -6,6 +6,8 @@
 #include "AudioToolbox/Containers/ContainerTable.h"
 #include "Foundation/Files/Fork.h"
 
+#include <unistd.h>
+
 #include <cerrno>
 #include <mutex>
 
@@ -13,7 +15,8 @@ struct OpaqueAudioFileID {
     std::unique_ptr<qmx::Container> container;
     bool mayRead = true;
     bool mayWrite = false;
-    std::mutex mutex; // a cache thread and the caller may transfer at once
+    pid_t writer = getpid(); // the process that wrote last: a forked copy knows an older state of the file
+    std::mutex mutex;        // a cache thread and the caller may transfer at once
 };
 
 namespace
@@ -118,6 +121,8 @@ OSStatus transfer(AudioFileID file, bool OpaqueAudioFileID::*isAllowed, SInt64 s
         return status;
     }
     const std::scoped_lock lock(file->mutex);
+    if (isAllowed == &OpaqueAudioFileID::mayWrite)
+        file->writer = getpid();
     return call(*file->container);
 }
 
@@ -205,7 +210,8 @@ OSStatus AudioFileClose(AudioFileID file)
 {
     if (!file)
         return paramErr;
-    const OSStatus status = file->mayWrite ? file->container->finish() : noErr;
+    const bool isWriter = file->mayWrite && file->writer == getpid();
+    const OSStatus status = isWriter ? file->container->finish() : noErr;
     delete file;
     return status;
 }
@@ -274,5 +280,6 @@ OSStatus AudioFileSetProperty(AudioFileID file, AudioFilePropertyID property, UI
     if (!file->mayWrite)
         return kAudioFilePermissionsError;
     const std::scoped_lock lock(file->mutex);
+    file->writer = getpid();
     return qmx::setContainerProperty(*file->container, property, size, value);
 }

@@ -151,6 +151,7 @@ QMX_EXPORT OSStatus AudioFileInitialize(const FSRef* reference, AudioFileTypeID 
                                         const AudioStreamBasicDescription* format, UInt32 flags, AudioFileID* file);
 
 /// Brings the header up to date and closes. The file is closed in any case; the status tells what could not be written.
+/// A process that was forked while the file was open and wrote nothing itself leaves the file as it is.
 QMX_EXPORT OSStatus AudioFileClose(AudioFileID file);
 
 /// Reads `*byteCount` bytes of audio data from the byte `start` of it; `*byteCount` becomes what came. A read that reaches the end
