@@ -42,7 +42,7 @@ int writeAndClose(int descriptor, std::string_view contents)
 std::string finalPath(const std::string& path)
 {
     std::error_code error;
-    const auto resolved = std::filesystem::weakly_canonical(path, error);
+    const auto resolved = std::filesystem::canonical(path, error);
     return error ? path : resolved.string();
 }
 

@@ -4,6 +4,9 @@
 
 #include "AudioToolbox/Containers/ContainerProperties.h"
 #include "AudioToolbox/Containers/ContainerTable.h"
+#include "Foundation/Files/Fork.h"
+
+#include <unistd.h>
 
 #include <cerrno>
 #include <mutex>
@@ -12,7 +15,8 @@ struct OpaqueAudioFileID {
     std::unique_ptr<qmx::Container> container;
     bool mayRead = true;
     bool mayWrite = false;
-    std::mutex mutex; // a cache thread and the caller may transfer at once
+    pid_t writer = getpid(); // the process that wrote last: a forked copy knows an older state of the file
+    std::mutex mutex;        // a cache thread and the caller may transfer at once
 };
 
 namespace
@@ -50,7 +54,7 @@ SystemError openFile(const std::string& path, SInt8 permissions, std::unique_ptr
 
 OSStatus findKind(File& file, const std::string& path, AudioFileTypeID hint, const ContainerKind*& kind)
 {
-    qmx::FileSigns signs{{}, path, hint};
+    qmx::FileSigns signs{.head = {}, .path = path, .file = file, .hint = hint};
     const qmx::Transfer done = file.read(signs.head.data(), signs.head.size(), 0);
     if (done.error != 0)
         return qmx::statusForSystemError(done.error);
@@ -68,6 +72,17 @@ OSStatus checkNewFile(AudioFileTypeID type, const AudioStreamBasicDescription* f
     if (!kind || !kind->create)
         return kAudioFileUnsupportedFileTypeError;
     return format && kind->holds(*format) ? noErr : kAudioFileUnsupportedDataFormatError;
+}
+
+// Makes the file an empty one of its kind. A fork there was an earlier file's, unless the kind keeps its own.
+OSStatus makeContainer(const ContainerKind& kind, qmx::PlacedFile placed, const AudioStreamBasicDescription& format,
+                       std::unique_ptr<Container>& container)
+{
+    const std::string path = placed.path;
+    const OSStatus status = kind.create(std::move(placed), format, container);
+    if (status == noErr && !kind.keepsFork)
+        (void)qmx::removeFork(path); // the contents outrank one that stays
+    return status;
 }
 
 AudioFileID handleFor(std::unique_ptr<Container> container, bool mayRead, bool mayWrite)
@@ -106,6 +121,8 @@ OSStatus transfer(AudioFileID file, bool OpaqueAudioFileID::*isAllowed, SInt64 s
         return status;
     }
     const std::scoped_lock lock(file->mutex);
+    if (isAllowed == &OpaqueAudioFileID::mayWrite)
+        file->writer = getpid();
     return call(*file->container);
 }
 
@@ -154,7 +171,7 @@ OSStatus AudioFileCreate(const FSRef* parent, CFStringRef name, AudioFileTypeID 
     if (const SystemError error = FileSystem::current().open(path, FileAccess::createNew, created); error != 0)
         return qmx::statusForSystemError(error);
     std::unique_ptr<Container> container;
-    if (const OSStatus status = kind->create({std::move(created), path}, *format, container); status != noErr) {
+    if (const OSStatus status = makeContainer(*kind, {std::move(created), path}, *format, container); status != noErr) {
         FileSystem::current().remove(path);
         return status;
     }
@@ -182,7 +199,8 @@ OSStatus AudioFileInitialize(const FSRef* reference, AudioFileTypeID type, const
         error != 0)
         return qmx::statusForSystemError(error);
     std::unique_ptr<Container> container;
-    if (const OSStatus status = kind->create({std::move(opened), reference->path}, *format, container); status != noErr)
+    if (const OSStatus status = makeContainer(*kind, {std::move(opened), reference->path}, *format, container);
+        status != noErr)
         return status;
     *file = handleFor(std::move(container), true, true);
     return noErr;
@@ -192,7 +210,8 @@ OSStatus AudioFileClose(AudioFileID file)
 {
     if (!file)
         return paramErr;
-    const OSStatus status = file->mayWrite ? file->container->finish() : noErr;
+    const bool isWriter = file->mayWrite && file->writer == getpid();
+    const OSStatus status = isWriter ? file->container->finish() : noErr;
     delete file;
     return status;
 }
@@ -261,5 +280,6 @@ OSStatus AudioFileSetProperty(AudioFileID file, AudioFilePropertyID property, UI
     if (!file->mayWrite)
         return kAudioFilePermissionsError;
     const std::scoped_lock lock(file->mutex);
+    file->writer = getpid();
     return qmx::setContainerProperty(*file->container, property, size, value);
 }

@@ -130,24 +130,28 @@ inline constexpr OSStatus kAudioFileEndOfFileError = -39;
 inline constexpr OSStatus kAudioFilePositionError = -40;
 inline constexpr OSStatus kAudioFileFileNotFoundError = -43;
 
-/// Opens an existing audio file. The container is found from the contents; the hint helps where these are ambiguous (0: none).
+/// Opens an existing audio file. The container is found from the contents, which outrank a fork beside them; the hint
+/// helps where these are ambiguous (0: none).
 /// On failure `*file` is null and the file untouched: fnfErr, permErr/wrPermErr, 'typ?' for contents that are no audio file, 'dta?' for a
 /// damaged header, 'fmt?' for a coding that is not known. Opened for writing, a file whose writer was killed is brought in line
 /// with its length.
 QMX_EXPORT OSStatus AudioFileOpen(const FSRef* reference, SInt8 permissions, AudioFileTypeID typeHint,
                                   AudioFileID* file);
 
-/// Creates `name` in the directory `parent`, read/write. dupFNErr where it exists, which is left as it is; 'typ?' or 'fmt?' for a
+/// Creates `name` in the directory `parent`, read/write, and removes a fork that an earlier file of that name left.
+/// dupFNErr where it exists, which is left as it is; 'typ?' or 'fmt?' for a
 /// type or format that cannot be written, before the disk is touched. `flags` must be 0.
 QMX_EXPORT OSStatus AudioFileCreate(const FSRef* parent, CFStringRef name, AudioFileTypeID type,
                                     const AudioStreamBasicDescription* format, UInt32 flags, FSRef* newFile,
                                     AudioFileID* file);
 
-/// Empties an existing file and opens it read/write. Type, format and permission are checked before anything is emptied.
+/// Empties an existing file and opens it read/write; its fork goes, or is replaced where the new file has one. Type,
+/// format and permission are checked before anything is emptied.
 QMX_EXPORT OSStatus AudioFileInitialize(const FSRef* reference, AudioFileTypeID type,
                                         const AudioStreamBasicDescription* format, UInt32 flags, AudioFileID* file);
 
 /// Brings the header up to date and closes. The file is closed in any case; the status tells what could not be written.
+/// A process that was forked while the file was open and wrote nothing itself leaves the file as it is.
 QMX_EXPORT OSStatus AudioFileClose(AudioFileID file);
 
 /// Reads `*byteCount` bytes of audio data from the byte `start` of it; `*byteCount` becomes what came. A read that reaches the end

@@ -8,16 +8,12 @@
 namespace
 {
 
-OSStatus absolutePath(const char* path, std::string& result)
+// A slash at the end asks for a directory and is no part of its name.
+std::string withoutSlashesAtEnd(std::string path)
 {
-    std::error_code error;
-    const auto absolute = std::filesystem::absolute(path, error);
-    if (error)
-        return qmx::statusForSystemError(error.value());
-    result = absolute.lexically_normal().string();
-    if (result.size() > 1 && result.back() == '/')
-        result.pop_back();
-    return noErr;
+    while (path.size() > 1 && path.back() == '/')
+        path.pop_back();
+    return path;
 }
 
 FSCatalogInfo catalogInfo(FSCatalogInfoBitmap which, const qmx::FileStatus& status)
@@ -84,13 +80,15 @@ OSStatus FSPathMakeRef(const UInt8* path, FSRef* reference, Boolean* isDirectory
     const auto* text = reinterpret_cast<const char*>(path);
     if (!text || *text == '\0')
         return paramErr;
-    std::string absolute;
-    if (const OSStatus status = absolutePath(text, absolute); status != noErr)
-        return status;
+    // not folded: behind a link ".." leads elsewhere than the text says
+    std::error_code failure;
+    const std::string absolute = std::filesystem::absolute(text, failure).string();
+    if (failure)
+        return qmx::statusForSystemError(failure.value());
     qmx::FileStatus found;
     if (const qmx::SystemError error = qmx::FileSystem::current().status(absolute, found); error != 0)
         return qmx::statusForSystemError(error);
-    reference->path = std::move(absolute);
+    reference->path = withoutSlashesAtEnd(absolute);
     if (isDirectory)
         *isDirectory = found.isDirectory;
     return noErr;

@@ -35,8 +35,8 @@ struct FSCatalogInfo {
     UInt64 dataLogicalSize = 0; ///< bytes
 };
 
-/// Makes a reference to the existing item at `path` (UTF-8). fnfErr when it is missing, paramErr for no path; the
-/// reference is then empty.
+/// Makes a reference to the item that the system finds under `path` (UTF-8), which is made absolute; links and ".." in
+/// it are the system's to follow. fnfErr when it is missing, paramErr for no path; the reference is then empty.
 QMX_EXPORT OSStatus FSPathMakeRef(const UInt8* path, FSRef* reference, Boolean* isDirectory);
 /// Copies the zero-terminated path into `path`; paramErr when `maximumSize` is too small.
 QMX_EXPORT OSStatus FSRefMakePath(const FSRef* reference, UInt8* path, UInt32 maximumSize);

@@ -2,6 +2,7 @@
 #include "Foundation/FileManager.h"
 
 #include "Foundation/ByteFields.h"
+#include "Foundation/Files/Fork.h"
 
 #include <algorithm>
 #include <array>
@@ -41,20 +42,13 @@ std::optional<FinderInfo> infoFromAttribute(const std::string& path, const std::
     return infoAt(value, offset);
 }
 
-std::string sidecarPath(const std::string& path)
-{
-    const auto slash = path.rfind('/');
-    const std::size_t nameStart = slash == std::string::npos ? 0 : slash + 1;
-    return path.substr(0, nameStart) + "._" + path.substr(nameStart);
-}
-
-// The Finder info entry (id 9) of a "._name" file that archives and foreign disks leave.
+// The Finder info entry (id 9) of the AppleDouble file beside a file, which archives and foreign disks leave.
 std::optional<FinderInfo> infoFromSidecar(const std::string& path)
 {
     constexpr std::size_t headerSize = 26, entrySize = 12, largest = 4096;
     constexpr OSType magic = 0x00051607;
     std::unique_ptr<File> file;
-    if (FileSystem::current().open(sidecarPath(path), FileAccess::read, file) != 0)
+    if (FileSystem::current().open(forkPath(path), FileAccess::read, file) != 0)
         return std::nullopt;
     std::vector<std::uint8_t> bytes(largest);
     bytes.resize(file->read(bytes.data(), bytes.size(), 0).count);
@@ -94,37 +88,88 @@ SystemError copyContents(File& from, File& to)
     }
 }
 
+SystemError removeWithFork(const std::string& path)
+{
+    const SystemError error = FileSystem::current().remove(path);
+    return error == 0 ? removeFork(path) : error;
+}
+
+// What was copied is on the disk when this succeeds.
+SystemError fillCopy(const std::string& source, File& from, const std::string& destination, File& to)
+{
+    SystemError error = copyContents(from, to);
+    if (error == 0)
+        error = FileSystem::current().copyAttributes(source, destination);
+    if (error == 0)
+        error = to.synchronize();
+    const SystemError closed = to.close();
+    return error == 0 ? closed : error;
+}
+
 SystemError copyFile(const std::string& source, const std::string& destination)
 {
     FileSystem& fileSystem = FileSystem::current();
     std::unique_ptr<File> from, to;
     if (const SystemError error = fileSystem.open(source, FileAccess::read, from); error != 0)
         return error;
-    if (const SystemError error = fileSystem.open(destination, FileAccess::createNew, to); error != 0)
+    if (const SystemError error = fileSystem.open(destination, FileAccess::createPrivate, to); error != 0)
         return error;
-    const SystemError error = copyContents(*from, *to);
-    to.reset();
-    if (error != 0) {
-        fileSystem.remove(destination);
-        return error;
-    }
-    if (const auto info = finderInfo(source))
-        fileSystem.setAttribute(destination, finderInfoName, *info);
-    return 0;
+    const SystemError error = fillCopy(source, *from, destination, *to);
+    if (error != 0)
+        (void)fileSystem.remove(destination); // the first error counts
+    return error;
 }
 
-SystemError moveFile(const std::string& source, const std::string& destination)
+SystemError renameFile(const std::string& source, const std::string& destination)
 {
-    FileSystem& fileSystem = FileSystem::current();
     FileStatus status;
-    if (fileSystem.status(destination, status) == 0)
-        return EEXIST;
-    SystemError error = fileSystem.rename(source, destination);
-    if (error == EXDEV) {
-        error = copyFile(source, destination);
-        if (error == 0)
-            error = fileSystem.remove(source);
-    }
+    const bool exists = FileSystem::current().status(destination, status) == 0;
+    return exists ? EEXIST : FileSystem::current().rename(source, destination);
+}
+
+// Lets the fork of `source` follow its file. A fork that waits at the destination has lost its own and gives way.
+SystemError transferFork(const std::string& source, const std::string& destination,
+                         SystemError (*transfer)(const std::string&, const std::string&))
+{
+    if (const SystemError error = removeFork(destination); error != 0)
+        return error;
+    return hasFork(source) ? transfer(forkPath(source), forkPath(destination)) : 0;
+}
+
+SystemError copyWithFork(const std::string& source, const std::string& destination)
+{
+    SystemError error = copyFile(source, destination);
+    if (error != 0)
+        return error;
+    error = transferFork(source, destination, copyFile);
+    if (error != 0)
+        (void)FileSystem::current().remove(destination); // the first error counts
+    return error;
+}
+
+// The source goes only when its copy is on the other disk.
+SystemError moveByCopying(const std::string& source, const std::string& destination)
+{
+    if (const SystemError error = copyWithFork(source, destination); error != 0)
+        return error;
+    const SystemError error = FileSystem::current().remove(source);
+    if (error == 0)
+        (void)removeFork(source); // one that stays without its file does no harm
+    else
+        (void)removeWithFork(destination); // the first error counts
+    return error;
+}
+
+SystemError moveWithFork(const std::string& source, const std::string& destination)
+{
+    SystemError error = renameFile(source, destination);
+    if (error == EXDEV)
+        return moveByCopying(source, destination);
+    if (error != 0)
+        return error;
+    error = transferFork(source, destination, renameFile);
+    if (error != 0)
+        (void)FileSystem::current().rename(destination, source); // the first error counts
     return error;
 }
 
@@ -165,7 +210,7 @@ bool FileManager::movePath_toPath_handler(const std::string& source, const std::
 {
     if (handler)
         handler->fileManager_willProcessPath(source);
-    return finish(moveFile(source, destination), source, handler);
+    return finish(moveWithFork(source, destination), source, handler);
 }
 
 bool FileManager::copyPath_toPath_handler(const std::string& source, const std::string& destination,
@@ -173,14 +218,14 @@ bool FileManager::copyPath_toPath_handler(const std::string& source, const std::
 {
     if (handler)
         handler->fileManager_willProcessPath(source);
-    return finish(copyFile(source, destination), source, handler);
+    return finish(copyWithFork(source, destination), source, handler);
 }
 
 bool FileManager::removeFileAtPath_handler(const std::string& path, FileManagerHandler* handler)
 {
     if (handler)
         handler->fileManager_willProcessPath(path);
-    return finish(FileSystem::current().remove(path), path, handler);
+    return finish(removeWithFork(path), path, handler);
 }
 
 bool FileManager::changeFileAttributes_atPath(const FileAttributes& attributes, const std::string& path)

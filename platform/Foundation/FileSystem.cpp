@@ -10,6 +10,7 @@
 #include <atomic>
 #include <cerrno>
 #include <cstdio>
+#include <utility>
 
 namespace qmx
 {
@@ -32,7 +33,7 @@ class PosixFile : public File
 {
 public:
     explicit PosixFile(int descriptor) : descriptor_(descriptor) {}
-    ~PosixFile() override { ::close(descriptor_); }
+    ~PosixFile() override { (void)close(); } // whoever wants to know has closed it
 
     Transfer read(void* data, std::size_t size, std::int64_t position) override
     {
@@ -66,6 +67,12 @@ public:
     SystemError truncate(std::int64_t bytes) override { return resultOf(::ftruncate(descriptor_, bytes)); }
     SystemError synchronize() override { return resultOf(::fsync(descriptor_)); }
 
+    SystemError close() override
+    {
+        const int descriptor = std::exchange(descriptor_, -1);
+        return descriptor < 0 ? 0 : resultOf(::close(descriptor));
+    }
+
 private:
     template <class Call> static Transfer transfer(std::size_t size, Call call)
     {
@@ -94,6 +101,7 @@ int openFlags(FileAccess access)
     case FileAccess::readWrite:
         return O_RDWR;
     case FileAccess::createNew:
+    case FileAccess::createPrivate:
         return O_RDWR | O_CREAT | O_EXCL;
     }
     return O_RDONLY;
@@ -105,7 +113,8 @@ public:
     SystemError open(const std::string& path, FileAccess access, std::unique_ptr<File>& file) override
     {
         // a named pipe must not block the caller: such things are refused below
-        const int descriptor = ::open(path.c_str(), openFlags(access) | O_CLOEXEC | O_NONBLOCK, 0666);
+        const mode_t mode = access == FileAccess::createPrivate ? 0600 : 0666;
+        const int descriptor = ::open(path.c_str(), openFlags(access) | O_CLOEXEC | O_NONBLOCK, mode);
         if (descriptor < 0)
             return lastError();
         auto opened = std::make_unique<PosixFile>(descriptor);
@@ -159,6 +168,39 @@ public:
                              std::span<const std::uint8_t> value) override
     {
         return resultOf(::setxattr(path.c_str(), name.c_str(), value.data(), value.size(), 0));
+    }
+
+    SystemError copyAttributes(const std::string& from, const std::string& to) override
+    {
+        struct stat status {
+        };
+        if (::stat(from.c_str(), &status) != 0)
+            return lastError();
+        copyExtendedAttributes(from, to); // while the new mode does not forbid it
+        SystemError error = resultOf(::chmod(to.c_str(), status.st_mode & 0777));
+        const timespec times[] = {status.st_atim, status.st_mtim};
+        if (error == 0 || isNotKept(error))
+            error = resultOf(::utimensat(AT_FDCWD, to.c_str(), times, 0));
+        return isNotKept(error) ? 0 : error;
+    }
+
+private:
+    /// The owner may change a file's mode and times, unless its file system keeps none.
+    static bool isNotKept(SystemError error) { return error == EPERM || error == ENOTSUP; }
+
+    // Extended attributes are optional: one that the target does not take is left out.
+    void copyExtendedAttributes(const std::string& from, const std::string& to)
+    {
+        const ssize_t size = ::listxattr(from.c_str(), nullptr, 0);
+        std::string names(static_cast<std::size_t>(std::max<ssize_t>(size, 0)), '\0');
+        names.resize(
+            static_cast<std::size_t>(std::max<ssize_t>(::listxattr(from.c_str(), names.data(), names.size()), 0)));
+        for (std::size_t at = 0; at < names.size(); at = names.find('\0', at) + 1) {
+            const std::string name = names.c_str() + at;
+            std::vector<std::uint8_t> value;
+            if (name.starts_with("user.") && attribute(from, name, value) == 0)
+                (void)setAttribute(to, name, value);
+        }
     }
 };
 

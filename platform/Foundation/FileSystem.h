@@ -44,13 +44,17 @@ public:
     virtual SystemError size(std::int64_t& bytes) = 0;
     /// Cuts or extends (with zeros, without using disk space where the system can) to `bytes`.
     virtual SystemError truncate(std::int64_t bytes) = 0;
+    /// Returns when all that was written is on the disk.
     virtual SystemError synchronize() = 0;
+    /// Closes the file and reports what the system could not store after all. Nothing else may be called then.
+    virtual SystemError close() = 0;
 };
 
 enum class FileAccess {
     read,
     readWrite,
-    createNew, ///< read/write; fails with EEXIST where something of that name is
+    createNew,     ///< read/write; fails with EEXIST where something of that name is
+    createPrivate, ///< the same, and nobody but the owner may open the file
 };
 
 class QMX_EXPORT FileSystem
@@ -67,6 +71,9 @@ public:
                                   std::vector<std::uint8_t>& value) = 0;
     virtual SystemError setAttribute(const std::string& path, const std::string& name,
                                      std::span<const std::uint8_t> value) = 0;
+    /// Gives `to` the mode, the times and the users' extended attributes of `from`, as far as its file system keeps
+    /// such things.
+    virtual SystemError copyAttributes(const std::string& from, const std::string& to) = 0;
 
     /// The file system in use; the machine's own unless another was set.
     static FileSystem& current();

@@ -42,7 +42,13 @@ public:
 
     SystemError truncate(std::int64_t bytes) override { return mayWrite_ ? owner_.truncate(*node_, bytes) : EBADF; }
 
-    SystemError synchronize() override { return 0; }
+    SystemError synchronize() override
+    {
+        const std::scoped_lock lock(owner_.mutex_);
+        return owner_.synchronizationError_;
+    }
+
+    SystemError close() override { return 0; }
 
 private:
     MemoryFileSystem& owner_;
@@ -111,7 +117,7 @@ SystemError MemoryFileSystem::open(const std::string& path, FileAccess access, s
 {
     const std::scoped_lock lock(mutex_);
     auto found = nodes_.find(path);
-    if (access == FileAccess::createNew) {
+    if (access == FileAccess::createNew || access == FileAccess::createPrivate) {
         if (found != nodes_.end())
             return EEXIST;
         const Verdict verdict = judgeChange(1, 0);
@@ -201,6 +207,18 @@ SystemError MemoryFileSystem::setAttribute(const std::string& path, const std::s
     return verdict.error;
 }
 
+SystemError MemoryFileSystem::copyAttributes(const std::string& from, const std::string& to)
+{
+    const std::scoped_lock lock(mutex_);
+    const auto source = nodes_.find(from), target = nodes_.find(to);
+    if (source == nodes_.end() || target == nodes_.end())
+        return ENOENT;
+    const Verdict verdict = judgeChange(1, 0);
+    if (verdict.stores > 0)
+        target->second->attributes = source->second->attributes;
+    return verdict.error;
+}
+
 MemoryFileSystem::Bytes MemoryFileSystem::contents(const std::string& path) const
 {
     const std::scoped_lock lock(mutex_);
@@ -246,6 +264,12 @@ void MemoryFileSystem::failReads(SystemError error)
     readError_ = error;
 }
 
+void MemoryFileSystem::failSynchronization(SystemError error)
+{
+    const std::scoped_lock lock(mutex_);
+    synchronizationError_ = error;
+}
+
 void MemoryFileSystem::setCapacity(std::size_t bytes)
 {
     const std::scoped_lock lock(mutex_);
@@ -269,7 +293,7 @@ void MemoryFileSystem::clearFaults()
 {
     const std::scoped_lock lock(mutex_);
     failsAt_ = killedAt_ = keep_ = 0;
-    changeError_ = readError_ = 0;
+    changeError_ = readError_ = synchronizationError_ = 0;
     capacity_ = SIZE_MAX;
     stalled_ = false;
     stallChanged_.notify_all();

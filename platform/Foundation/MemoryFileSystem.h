@@ -25,6 +25,7 @@ public:
     SystemError attribute(const std::string& path, const std::string& name, std::vector<std::uint8_t>& value) override;
     SystemError setAttribute(const std::string& path, const std::string& name,
                              std::span<const std::uint8_t> value) override;
+    SystemError copyAttributes(const std::string& from, const std::string& to) override;
 
     /// The file's contents; empty where there is none.
     Bytes contents(const std::string& path) const;
@@ -39,6 +40,8 @@ public:
     void killAtChange(std::size_t ordinal, std::size_t keep = 0);
     /// Reads from now on fail with `error`; 0 ends it.
     void failReads(SystemError error);
+    /// Bringing files to disk from now on fails with `error`; 0 ends it.
+    void failSynchronization(SystemError error);
     /// Files together hold at most this many bytes; a write past it stores what fits and fails with ENOSPC.
     void setCapacity(std::size_t bytes);
     /// While true, writes wait; setting false lets them go on.
@@ -71,7 +74,7 @@ private:
     std::uint64_t lastNumber_ = 0;
     std::size_t changes_ = 0;
     std::size_t failsAt_ = 0, killedAt_ = 0, keep_ = 0;
-    SystemError changeError_ = 0, readError_ = 0;
+    SystemError changeError_ = 0, readError_ = 0, synchronizationError_ = 0;
     std::size_t capacity_ = SIZE_MAX;
     bool stalled_ = false;
     std::size_t waiting_ = 0;

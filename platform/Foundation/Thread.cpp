@@ -15,6 +15,7 @@
 #include <cstring>
 #include <mutex>
 #include <system_error>
+#include <vector>
 
 namespace qmx
 {
@@ -53,14 +54,27 @@ std::thread start(const std::string& name, std::function<void()> body)
     }
 }
 
+// What a forked process has of its parent's thread can neither be joined nor destroyed.
+void putAside(std::thread thread)
+{
+    static std::mutex mutex;
+    static auto* const lost = new std::vector<std::thread>;
+    const std::scoped_lock lock(mutex);
+    lost->push_back(std::move(thread));
+}
+
 } // namespace
 
-Thread::Thread(const std::string& name, std::function<void()> body) : thread_(start(name, std::move(body))) {}
+Thread::Thread(const std::string& name, std::function<void()> body)
+    : thread_(start(name, std::move(body))), process_(getpid())
+{
+}
 
 Thread& Thread::operator=(Thread&& other) noexcept
 {
     join();
     thread_ = std::move(other.thread_);
+    process_ = other.process_;
     return *this;
 }
 
@@ -71,13 +85,15 @@ Thread::~Thread()
 
 bool Thread::isJoinable() const
 {
-    return thread_.joinable();
+    return thread_.joinable() && process_ == getpid();
 }
 
 void Thread::join()
 {
-    if (thread_.joinable())
+    if (isJoinable())
         thread_.join();
+    else if (thread_.joinable())
+        putAside(std::move(thread_));
 }
 
 bool Thread::detachNewThread(const std::string& name, std::function<void()> body)

@@ -3,6 +3,8 @@
 
 #include "Foundation/Export.h"
 
+#include <sys/types.h>
+
 #include <functional>
 #include <string>
 #include <thread>
@@ -23,8 +25,9 @@ public:
     Thread& operator=(Thread&& other) noexcept;
     ~Thread();
 
+    /// Whether there is a thread. A process made by fork() has none of its parent's.
     bool isJoinable() const;
-    /// Waits until the body has returned; at once when there is none.
+    /// Waits until the body has returned; at once when there is no thread.
     void join();
 
     /// Starts a thread that nobody waits for. It must not touch an object whose life it does not share. False where the system has
@@ -45,6 +48,7 @@ public:
 
 private:
     std::thread thread_;
+    pid_t process_ = 0; // in which it runs
 };
 
 } // namespace qmx

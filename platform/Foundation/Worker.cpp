@@ -3,7 +3,10 @@
 
 #include "Foundation/Log.h"
 
+#include <unistd.h>
+
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <mutex>
@@ -16,10 +19,20 @@ struct WorkerList {
     std::mutex mutex;
     std::condition_variable changed;
     std::vector<Worker*> workers;
+    const pid_t process = getpid();
 
+    // Never destroyed: threads may rest while the process ends. A forked process starts a list of its own, since it has
+    // none of its parent's threads and one of them may have held the lock.
     static WorkerList& shared()
     {
-        static auto* const list = new WorkerList; // never destroyed: threads may rest while the process ends
+        static std::atomic<WorkerList*> current{new WorkerList};
+        WorkerList* list = current;
+        if (list->process == getpid())
+            return *list;
+        auto* const own = new WorkerList;
+        if (current.compare_exchange_strong(list, own))
+            return *own;
+        delete own;
         return *list;
     }
 

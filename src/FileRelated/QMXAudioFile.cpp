@@ -54,6 +54,7 @@ QMXAudioFile::~QMXAudioFile()
 
 void QMXAudioFile::updatePath(const std::optional<std::string>& path)
 {
+    drainWrites(); // before the span is cleared
     originalFilePath = path;
     parentDirPath = path ? std::optional(pathLessLastComponent(*path)) : std::nullopt;
     fileName = path ? std::optional(lastPathComponent(*path)) : std::nullopt;
@@ -62,7 +63,7 @@ void QMXAudioFile::updatePath(const std::optional<std::string>& path)
     rawByteBufferStartingOffset = rawByteBufferEndingOffset = 0;
     fileIsOpen = fileIsOpenForReading = fileIsOpenForWriting = false;
     fileSizeIsDirty = true;
-    _setFileStreamFormat(nullptr);
+    copyFormatFields({});
 }
 
 // What does not exist leaves an empty reference; each open and create looks again.
@@ -103,14 +104,21 @@ bool QMXAudioFile::open()
     closePlatformFile();
     resolveReferences();
     const bool writes = fileAccessMode == QMXAudioFileAccessMode::readWrite;
+    if (writes && audioFileRef.path.empty())
+        return create(); // nothing is there yet
     const OSStatus status = AudioFileOpen(&audioFileRef, writes ? fsRdWrPerm : fsRdPerm, 0, &audioFileID_);
     if (status == noErr)
         return didOpen();
     qmx::Log(writes ? "QMXAudioFile: Error opening audio file in read/write mode"
                     : "QMXAudioFile: Error opening audio file in read mode");
     printOSStatusCode(status);
-    if (writes)
+    if (writes) {
+        if (formatWasRead_) { // what a file told is no order to replace one that cannot be opened
+            _fileStreamFormat.reset();
+            copyFormatFields({});
+        }
         return create();
+    }
     qmx::Log("QMXAudioFile: Error opening audio file");
     printOSStatusCode(status);
     return false;
@@ -134,7 +142,8 @@ void QMXAudioFile::loadFormat()
 {
     if (const auto record = anyProperty_propertyID(audioFileID_, kAudioFilePropertyDataFormat)) {
         const QMXAudioStreamBasicDescription format(*static_cast<const AudioStreamBasicDescription*>(record.get()));
-        _setFileStreamFormat(&format);
+        _setFileStreamFormat(format);
+        formatWasRead_ = true;
     }
     if (const auto type = anyProperty_propertyID(audioFileID_, kAudioFilePropertyFileFormat))
         _fileType = *static_cast<const AudioFileTypeID*>(type.get());
@@ -178,6 +187,7 @@ bool QMXAudioFile::didCreate(OSStatus status, const char* failure)
     }
     fileIsOpen = fileIsOpenForWriting = true;
     fileIsOpenForReading = false;
+    copyFormatFields(*_fileStreamFormat->audioStreamBasicDescription());
     _fileOffset = _fileLength = 0;
     resetCache(1);
     startThread(writeThread_, writeThreadIsRunning, "QMX file write", &QMXAudioFile::saveBufferRunLoop);
@@ -189,12 +199,12 @@ bool QMXAudioFile::close()
     if (!fileIsOpen)
         return true;
     flush();
-    const bool allWritten = drainWrites();
+    drainWrites();
     const bool closed = closePlatformFile();
     fileIsOpen = fileIsOpenForReading = fileIsOpenForWriting = false;
     stampFile();
     _fileOffset = 0;
-    return closed && allWritten;
+    return closed && !cachedBytesAreLost_;
 }
 
 // Ends the cache threads and releases the platform's file, also one that updatePath() dropped.
@@ -241,19 +251,23 @@ bool QMXAudioFile::setFileStreamFormat(const QMXAudioStreamBasicDescription& for
         return false;
     const bool wasOpen = fileIsOpen;
     close();
-    _setFileStreamFormat(&format);
+    _setFileStreamFormat(format);
+    formatWasRead_ = false;
     if (wasOpen)
         open();
     return true;
 }
 
-void QMXAudioFile::_setFileStreamFormat(const QMXAudioStreamBasicDescription* format)
+void QMXAudioFile::_setFileStreamFormat(const QMXAudioStreamBasicDescription& format)
 {
-    const AudioStreamBasicDescription record =
-        format ? *format->audioStreamBasicDescription() : AudioStreamBasicDescription{};
-    _fileStreamFormat = format ? QMXAudioStreamBasicDescription::initWithAudioStreamBasicDescription(&record) : nullptr;
-    if (format)
-        _fileType = determineFileType(*format);
+    const AudioStreamBasicDescription record = *format.audioStreamBasicDescription(); // may be this object's own format
+    _fileStreamFormat = QMXAudioStreamBasicDescription::initWithAudioStreamBasicDescription(&record);
+    _fileType = determineFileType(*_fileStreamFormat);
+    copyFormatFields(record);
+}
+
+void QMXAudioFile::copyFormatFields(const AudioStreamBasicDescription& record)
+{
     _sampleRate = record.mSampleRate;
     _formatID = record.mFormatID;
     _formatFlags = record.mFormatFlags;
@@ -306,7 +320,7 @@ bool QMXAudioFile::read_length_fromOffset(void* buffer, UInt32* length, SInt64 o
 {
     if (!fileIsOpen)
         return true;
-    if (_useCache && readThreadIsRunning)
+    if (_useCache && hasReadThread())
         return consumeRawBytes_length_offset(static_cast<Byte*>(buffer), length, offset);
     const OSStatus status = AudioFileReadBytes(audioFileID_, _useInternalCache, offset, length, buffer);
     if (status != noErr)
@@ -318,7 +332,6 @@ bool QMXAudioFile::write_length(const void* buffer, UInt32* length)
 {
     if (!fileIsOpen || !write_length_atOffset(buffer, length, _fileOffset))
         return false;
-    fileSizeIsDirty = true;
     _fileOffset += *length;
     _fileLength += *length;
     return true;
@@ -328,9 +341,10 @@ bool QMXAudioFile::write_length_atOffset(const void* buffer, UInt32* length, SIn
 {
     if (!fileIsOpen)
         return true;
-    if (_useCache && writeThreadIsRunning)
+    fileSizeIsDirty = true;
+    if (writesBehind())
         return insertBytesIntoBuffer_length_offset(static_cast<const Byte*>(buffer), length, offset);
-    if (readThreadIsRunning)
+    if (hasReadThread())
         emptySpan();
     const OSStatus status = AudioFileWriteBytes(audioFileID_, _useInternalCache, offset, length, buffer);
     if (status != noErr)
@@ -386,7 +400,7 @@ bool QMXAudioFile::writePackets_numBytes_inPacketDescriptions_startingPacket_num
 {
     if (!fileIsOpen || _useCache)
         return false;
-    if (readThreadIsRunning)
+    if (hasReadThread())
         emptySpan();
     fileSizeIsDirty = true;
     const OSStatus status = AudioFileWritePackets(audioFileID_, _useInternalCache, numBytes, descriptions,

@@ -44,27 +44,30 @@ public:
     /// Closes the file; what the cache holds is written first.
     ~QMXAudioFile() override;
 
-    /// Turns the object to another path and forgets format, offsets and lengths. Close first: an open file is dropped without
-    /// being closed in an orderly way.
+    /// Turns the object to another path: offsets, lengths and the copies of the format's fields are cleared, the stream
+    /// format stays for the next create. Close first: an open file's cached bytes are written, but it is released only
+    /// when the object opens another file or ends.
     void updatePath(const std::optional<std::string>& path);
     const std::optional<std::string>& path() const { return originalFilePath; }
     const std::optional<std::string>& name() const { return fileName; }
     AudioFileID audioFileID() const { return audioFileID_; }
-    /// Moves the file and follows it. Close first. False leaves file and object as they were.
+    /// Moves the file with its fork and follows it. Close first. False leaves file and object as they were.
     bool moveToPath_handler(const std::string& newPath, qmx::FileManagerHandler* handler);
-    /// Copies the file as it is on disk; the object keeps its path.
+    /// Copies the file with its fork as it is on disk; the object keeps its path.
     bool copyToPath_handler(const std::string& newPath, qmx::FileManagerHandler* handler);
 
-    /// Opens in the object's mode: for reading, for reading and writing, or (mode write) creates. Does nothing when open. A file
-    /// that cannot be opened for reading and writing is created instead, which replaces what stands there as soon as a
-    /// stream format was set. Whether the file is open afterwards.
+    /// Opens in the object's mode: for reading, for reading and writing, or (mode write) creates. Does nothing when
+    /// open. What cannot be opened for reading and writing is created instead, which replaces what stands there only
+    /// after setFileStreamFormat(). Whether the file is open afterwards.
     bool open();
     /// Creates the file with the object's type and stream format; one that exists is emptied. False when already open.
     bool create();
     /// Empties the existing file and gives it the object's type and stream format. False when already open.
     bool initializeFile();
-    /// Writes what the cache holds, however long the disk takes, closes and stamps the file with creator and type codes. True when
-    /// nothing was open; false when the platform could not close or cached bytes could not be written.
+    /// Writes what the cache holds, however long the disk takes, closes and stamps the file with creator and type
+    /// codes. True when nothing was open; false when the platform could not close, or when cached bytes could not be
+    /// written at any time since the file was opened. A process made by fork() leaves what the cache holds to its
+    /// parent.
     bool close();
     bool isOpen() const { return fileIsOpen; }
 
@@ -72,7 +75,8 @@ public:
     /// The container of the next create. Setting a stream format afterwards sets it to 'AIFF' or 'AIFC' again.
     void setFileType(AudioFileTypeID type) { _fileType = type; }
     bool usesCache() const { return _useCache; }
-    void setUseCache(bool uses) { _useCache = uses; }
+    /// Turned off while the file is open, what the cache holds is written first, however long the disk takes.
+    void setUseCache(bool uses);
     bool usesInternalCache() const { return _useInternalCache; }
     void setUseInternalCache(bool uses) { _useInternalCache = uses; }
     /// Closes an open file and sets its mode for the next open; a closed file keeps its mode, which is intended.
@@ -153,7 +157,8 @@ private:
     explicit QMXAudioFile(QMXAudioFileAccessMode mode);
 
     void resolveReferences();
-    void _setFileStreamFormat(const QMXAudioStreamBasicDescription* format);
+    void _setFileStreamFormat(const QMXAudioStreamBasicDescription& format);
+    void copyFormatFields(const AudioStreamBasicDescription& record);
     void loadFormat();
     bool didOpen();
     bool didCreate(OSStatus status, const char* failure);
@@ -163,12 +168,14 @@ private:
     // the cache, the caller's side
     void resetCache(int bufferCondition);
     bool hasBuffers() const { return rawByteBuffer[0] && rawByteBuffer[1]; }
+    bool writesBehind() const { return _useCache && writeThreadIsRunning && writeThread_.thread.isJoinable(); }
+    bool hasReadThread() const { return readThreadIsRunning && readThread_.thread.isJoinable(); }
     bool insertBytesIntoBuffer_length_offset(const Byte* bytes, UInt32* length, SInt64 offset);
     UInt32 insertPart(const Byte* bytes, UInt32 length, SInt64 offset);
     void startSpanAt(SInt64 offset);
     void endSpan();
     void handOverCurrentBuffer();
-    bool drainWrites();
+    void drainWrites();
     bool consumeRawBytes_length_offset(Byte* bytes, UInt32* length, SInt64 offset);
     bool spanHolds(SInt64 offset) const;
     OSStatus turnToBufferWith(SInt64 offset);
@@ -245,7 +252,9 @@ private:
     // what the read thread fills, or has filled, ahead of the caller
     Span readAhead_;
     bool fillRequested_ = false;
-    std::atomic<OSStatus> cacheFailure_{noErr};
+    std::atomic<OSStatus> cacheFailure_{noErr};   // for the next call
+    std::atomic<bool> cachedBytesAreLost_{false}; // until the file is opened again
+    bool formatWasRead_ = false;                  // from a file, not set by the caller
     struct CacheThread {
         qmx::ConditionLock& runLock; // 0: there is work
         std::optional<qmx::Worker> worker{};

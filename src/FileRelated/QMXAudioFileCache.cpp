@@ -36,6 +36,7 @@ void QMXAudioFile::resetCache(int bufferCondition)
     readAhead_ = {};
     fillRequested_ = false;
     cacheFailure_ = noErr;
+    cachedBytesAreLost_ = false;
     for (auto& lock : rawByteBufferLock)
         lock.unlockWithCondition(bufferCondition);
     writeThreadRunLock.unlockWithCondition(1);
@@ -68,6 +69,14 @@ void QMXAudioFile::endThreads()
         cacheThread->thread.join();
         cacheThread->worker.reset();
     }
+    writeThreadIsRunning = readThreadIsRunning = false; // where fork() took the threads they could not tell
+}
+
+void QMXAudioFile::setUseCache(bool uses)
+{
+    if (!uses)
+        drainWrites();
+    _useCache = uses;
 }
 
 // Writing: the caller's side
@@ -139,7 +148,7 @@ void QMXAudioFile::handOverCurrentBuffer()
 
 bool QMXAudioFile::flush()
 {
-    if (!_useCache || !fileIsOpen || fileAccessMode == QMXAudioFileAccessMode::read || !writeThreadIsRunning)
+    if (!fileIsOpen || fileAccessMode == QMXAudioFileAccessMode::read || !writesBehind())
         return true;
     _isFlushing = true;
     endSpan();
@@ -149,17 +158,16 @@ bool QMXAudioFile::flush()
     return true;
 }
 
-// Hands over what is left and waits, however long, until both buffers are free again. Whether all of it was written.
-bool QMXAudioFile::drainWrites()
+// Hands over what is left and waits, however long, until both buffers are free again.
+void QMXAudioFile::drainWrites()
 {
-    if (!writeThreadIsRunning)
-        return true;
+    if (!writesBehind())
+        return;
     endSpan();
     for (auto& lock : rawByteBufferLock) {
         lock.lockWhenCondition(1);
         lock.unlock();
     }
-    return cacheFailure_.exchange(noErr) == noErr;
 }
 
 // Writing: the thread's side
@@ -192,6 +200,7 @@ void QMXAudioFile::saveRawByteBuffer()
     if (status != noErr) {
         printOSStatusCode(status);
         cacheFailure_ = status;
+        cachedBytesAreLost_ = true;
     }
     lock.unlockWithCondition(1);
 }

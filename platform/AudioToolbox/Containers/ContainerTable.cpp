@@ -29,9 +29,14 @@ template <class Predicate> const ContainerKind* find(Predicate predicate)
 
 } // namespace
 
-const ContainerKind* kindForContents(const FileSigns& signs)
+const ContainerKind* kindForContents(FileSigns signs)
 {
-    return find([&](const ContainerKind& kind) { return kind.matches(signs); });
+    const auto matches = [&signs](const ContainerKind& kind) { return kind.matches(signs); };
+    signs.mustBeSure = true;
+    if (const ContainerKind* const kind = find(matches))
+        return kind;
+    signs.mustBeSure = false;
+    return find(matches);
 }
 
 const ContainerKind* kindForType(AudioFileTypeID type)

@@ -23,7 +23,9 @@ struct PlacedFile {
 struct FileSigns {
     std::array<UInt8, recognitionBytes> head; ///< the first bytes, zeros where the file is shorter
     std::string path;
+    File& file;
     AudioFileTypeID hint = 0; ///< what the caller takes it for; 0: nothing said
+    bool mustBeSure = false;  ///< a likeness, or something beside the file, is not enough
 };
 
 /// One kind of audio file: how it is recognised, opened and made.
@@ -36,10 +38,12 @@ struct ContainerKind {
     /// Makes the (new or old) file an empty one of a format that it holds.
     OSStatus (*create)(PlacedFile file, const AudioStreamBasicDescription& format,
                        std::unique_ptr<Container>& container) = nullptr;
+    bool keepsFork = false; ///< a part of such a file is its fork
 };
 
-/// The kind of a file; null where it is none that is known.
-const ContainerKind* kindForContents(const FileSigns& signs);
+/// The kind of a file; null where it is none that is known. What the contents surely are outranks a fork beside them,
+/// and the fork a likeness of the contents.
+const ContainerKind* kindForContents(FileSigns signs);
 /// The kind that is made for a type; null where it is not known.
 const ContainerKind* kindForType(AudioFileTypeID type);
 

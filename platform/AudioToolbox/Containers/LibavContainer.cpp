@@ -258,10 +258,40 @@ bool isTagged(const FileSigns& signs)
     return signs.head[0] == 'I' && signs.head[1] == 'D' && signs.head[2] == '3';
 }
 
+// A header is a likeness: samples may start so. It surely is one where another of the same stream follows the first
+// frame, or where the file ends with that frame.
+bool startsFrame(const FileSigns& signs, UInt32 frameSize, UInt32 streamBits)
+{
+    if (!signs.mustBeSure)
+        return true;
+    constexpr UInt32 shortestFrame = 7;
+    UInt8 next[4] = {};
+    std::int64_t fileSize = 0;
+    if (frameSize < shortestFrame)
+        return false;
+    if (signs.file.read(next, sizeof next, frameSize).count < sizeof next)
+        return signs.file.size(fileSize) == 0 && fileSize == frameSize;
+    return ((load32(next, ByteOrder::big) ^ load32(signs.head.data(), ByteOrder::big)) & streamBits) == 0;
+}
+
 bool isADTS(const FileSigns& signs)
 {
-    return (load16(signs.head.data(), ByteOrder::big) & 0xFFF6) == 0xFFF0 ||
+    const UInt32 frameSize = load32(&signs.head[3], ByteOrder::big) >> 13 & 0x1FFF;
+    return ((load16(signs.head.data(), ByteOrder::big) & 0xFFF6) == 0xFFF0 &&
+            startsFrame(signs, frameSize, 0xFFFFFFF0)) ||
            (isTagged(signs) && signs.hint == kAudioFileAAC_ADTSType);
+}
+
+// Bytes of the frame with a valid header.
+UInt32 sizeOfMP3Frame(UInt32 header)
+{
+    constexpr UInt32 fullRates[] = {0, 32, 40, 48, 56, 64, 80, 96, 112, 128, 160, 192, 224, 256, 320};
+    constexpr UInt32 lowRates[] = {0, 8, 16, 24, 32, 40, 48, 56, 64, 80, 96, 112, 128, 144, 160};
+    constexpr UInt32 samplesPerSecond[] = {44100, 48000, 32000};
+    const UInt32 version = header >> 19 & 3, bitRate = header >> 12 & 15, padding = header >> 9 & 1;
+    const bool isFull = version == 3; // the others have half the sample rate or a quarter of it
+    const UInt32 sampleRate = samplesPerSecond[header >> 10 & 3] / (isFull ? 1 : version == 2 ? 2 : 4);
+    return (isFull ? 144000 * fullRates[bitRate] : 72000 * lowRates[bitRate]) / sampleRate + padding;
 }
 
 bool isMP3(const FileSigns& signs)
@@ -270,7 +300,7 @@ bool isMP3(const FileSigns& signs)
     const UInt32 version = bits >> 19 & 3, layer = bits >> 17 & 3, bitRate = bits >> 12 & 15, rate = bits >> 10 & 3;
     const bool isHeader =
         bits >> 21 == 0x7FF && version != 1 && layer == 1 && bitRate != 0 && bitRate != 15 && rate != 3;
-    return isHeader || isTagged(signs);
+    return (isHeader && startsFrame(signs, sizeOfMP3Frame(bits), 0xFFFE0C00)) || isTagged(signs);
 }
 
 bool isFLAC(const FileSigns& signs)

@@ -4,6 +4,7 @@
 #include "AudioToolbox/Containers/FlatContainer.h"
 #include "AudioToolbox/Containers/SampleLayout.h"
 #include "AudioToolbox/Containers/SoundDesignerFork.h"
+#include "Foundation/Files/Fork.h"
 
 #include <limits>
 
@@ -17,7 +18,7 @@ constexpr std::size_t largestSidecar = std::size_t{1} << 18;
 std::optional<SoundDesignerFormat> formatBeside(const std::string& path)
 {
     std::unique_ptr<File> sidecar;
-    if (FileSystem::current().open(sidecarPath(path), FileAccess::read, sidecar) != 0)
+    if (FileSystem::current().open(forkPath(path), FileAccess::read, sidecar) != 0)
         return std::nullopt;
     std::int64_t size = 0;
     if (sidecar->size(size) != 0 || size <= 0)
@@ -31,7 +32,7 @@ std::optional<SoundDesignerFormat> formatBeside(const std::string& path)
 class NewFork
 {
 public:
-    explicit NewFork(const std::string& path) : place_(sidecarPath(path)), path_(place_ + ".new") {}
+    explicit NewFork(const std::string& path) : place_(forkPath(path)), path_(place_ + ".new") {}
     ~NewFork()
     {
         if (isThere_)
@@ -91,7 +92,7 @@ public:
 
 bool matches(const FileSigns& signs)
 {
-    return formatBeside(signs.path).has_value();
+    return !signs.mustBeSure && formatBeside(signs.path).has_value();
 }
 
 OSStatus open(PlacedFile placed, bool, std::unique_ptr<Container>& container)
@@ -116,6 +117,9 @@ bool holds(const AudioStreamBasicDescription& format)
 OSStatus create(PlacedFile placed, const AudioStreamBasicDescription& format, std::unique_ptr<Container>& container)
 {
     const SoundDesignerFormat told{layoutOf(format)->bytes, format.mSampleRate, format.mChannelsPerFrame};
+    FileStatus beside;
+    if (FileSystem::current().status(forkPath(placed.path), beside) == 0 && !hasFork(placed.path))
+        return dupFNErr; // a file of its own is in the fork's place
     NewFork fork(placed.path);
     auto created = std::make_unique<SoundDesignerContainer>(std::move(placed.file));
     OSStatus status = fork.write(makeSidecar(told));
@@ -130,6 +134,6 @@ OSStatus create(PlacedFile placed, const AudioStreamBasicDescription& format, st
 
 } // namespace
 
-const ContainerKind soundDesignerKind{kAudioFileSoundDesigner2Type, matches, open, holds, create};
+const ContainerKind soundDesignerKind{kAudioFileSoundDesigner2Type, matches, open, holds, create, true};
 
 } // namespace qmx

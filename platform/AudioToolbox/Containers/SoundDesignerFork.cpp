@@ -112,12 +112,6 @@ Bytes resourceFork(const SoundDesignerFormat& format)
 
 } // namespace
 
-std::string sidecarPath(const std::string& path)
-{
-    const auto name = path.rfind('/') == std::string::npos ? 0 : path.rfind('/') + 1;
-    return path.substr(0, name).append("._").append(path, name);
-}
-
 std::optional<SoundDesignerFormat> parseSidecar(std::span<const UInt8> bytes)
 {
     const Span fork = forkOf(bytes);

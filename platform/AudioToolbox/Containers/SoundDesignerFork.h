@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // The resource fork of a Sound Designer II file, which tells the format of its samples. Here it is a file of its own beside the
-// samples, named like theirs with "._" in front: an AppleDouble file, or the bare fork.
+// samples: an AppleDouble file, or the bare fork.
 #pragma once
 
 #include "Foundation/ByteFields.h"
@@ -18,7 +18,6 @@ struct SoundDesignerFormat {
     UInt32 channels = 0;
 };
 
-std::string sidecarPath(const std::string& path);
 /// Takes either form; empty where it does not tell all three.
 std::optional<SoundDesignerFormat> parseSidecar(std::span<const UInt8> bytes);
 /// An AppleDouble file with plain Finder info and the fork.

@@ -9,7 +9,11 @@
 
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
+#include <sys/stat.h>
+
 #include <cerrno>
+#include <filesystem>
 
 using qmx::FileManager;
 using Bytes = std::vector<std::uint8_t>;
@@ -29,6 +33,15 @@ Bytes contents(const std::string& path)
     const auto handle = qmx::FileHandle::fileHandleForReadingAtPath(path);
     return handle ? handle->readDataToEndOfFile() : Bytes{};
 }
+
+const Bytes someFork{0, 5, 22, 7, 0, 2, 0, 0};
+
+/// Two file systems: nothing moves by a change of names.
+class TwoDisks : public qmx::test::MemoryDisk
+{
+public:
+    qmx::SystemError rename(const std::string&, const std::string&) override { return EXDEV; }
+};
 
 } // namespace
 
@@ -55,14 +68,84 @@ TEST(FileManager, MovesAndCopiesWithCodesAndNeverOntoWhatExists)
     EXPECT_EQ(attributes.NSFileSize, 3);
 }
 
-TEST(FileManager, RemovesACopyThatFailedHalfWay)
+TEST(FileManager, AFileAndItsForkGoTogether)
 {
     qmx::test::MemoryDisk disk;
-    write("/a", Bytes(5000, 7));
-    disk.failChange(2, ENOSPC, 1000); // 1 creates the copy, 2 writes it
-    EXPECT_FALSE(FileManager::defaultManager().copyPath_toPath_handler("/a", "/b", nullptr));
-    EXPECT_FALSE(FileManager::defaultManager().fileExistsAtPath("/b"));
-    EXPECT_EQ(contents("/a").size(), 5000u);
+    FileManager& manager = FileManager::defaultManager();
+    write("/a", {1, 2, 3});
+    write("/._a", someFork);
+    write("/._c", {0, 5, 22, 7}); // a fork whose file is gone
+    ASSERT_TRUE(manager.copyPath_toPath_handler("/a", "/b", nullptr));
+    ASSERT_TRUE(manager.movePath_toPath_handler("/b", "/c", nullptr));
+    EXPECT_EQ(contents("/._c"), someFork);
+    EXPECT_FALSE(manager.fileExistsAtPath("/._b"));
+    ASSERT_TRUE(manager.removeFileAtPath_handler("/c", nullptr));
+    EXPECT_FALSE(manager.fileExistsAtPath("/._c"));
+    write("/plain", {4});
+    write("/._c", someFork);
+    ASSERT_TRUE(manager.movePath_toPath_handler("/plain", "/c", nullptr));
+    EXPECT_FALSE(manager.fileExistsAtPath("/._c")) << "it belonged to an earlier file";
+    write("/._e", {'F', 'O', 'R', 'M'}); // a file of its own that only looks like a fork by its name
+    EXPECT_FALSE(manager.copyPath_toPath_handler("/a", "/e", nullptr));
+    EXPECT_FALSE(manager.movePath_toPath_handler("/a", "/e", nullptr));
+    EXPECT_FALSE(manager.fileExistsAtPath("/e"));
+    ASSERT_TRUE(manager.movePath_toPath_handler("/c", "/e", nullptr));
+    ASSERT_TRUE(manager.removeFileAtPath_handler("/e", nullptr));
+    EXPECT_EQ(contents("/._e").size(), 4u);
+}
+
+template <class Disk> class FailingFileManager : public testing::Test
+{
+};
+using Disks = testing::Types<qmx::test::MemoryDisk, TwoDisks>;
+TYPED_TEST_SUITE(FailingFileManager, Disks);
+
+TYPED_TEST(FailingFileManager, FailedMovesAndCopiesLeaveTheSourceAndNoHalf)
+{
+    FileManager& manager = FileManager::defaultManager();
+    for (const bool moves : {true, false})
+        for (std::size_t change = 0; change <= 12; ++change) {
+            SCOPED_TRACE(testing::Message() << (moves ? "moving" : "copying") << ", change " << change);
+            TypeParam disk;
+            write("/a", Bytes(5000, 7));
+            write("/._a", someFork);
+            if (change == 0)
+                disk.failSynchronization(EIO);
+            disk.failChange(change, EIO, 1000);
+            const bool isDone = moves ? manager.movePath_toPath_handler("/a", "/b", nullptr)
+                                      : manager.copyPath_toPath_handler("/a", "/b", nullptr);
+            EXPECT_TRUE(isDone || change < 12);
+            if (!isDone || !moves) {
+                EXPECT_EQ(contents("/a").size(), 5000u);
+                EXPECT_EQ(contents("/._a"), someFork);
+            }
+            EXPECT_EQ(contents("/b").size(), isDone ? 5000u : 0u);
+            EXPECT_EQ(contents("/._b"), isDone ? someFork : Bytes{});
+            EXPECT_NE(manager.fileExistsAtPath("/a"), isDone && moves);
+        }
+}
+
+TEST(FileManager, ACopyHasModeTimesAndExtendedAttributes)
+{
+    const qmx::test::TemporaryFolder folder;
+    const std::string source = folder.path("a"), copy = folder.path("b");
+    write(source, {1});
+    const Bytes note{5, 6};
+    const bool keepsAttributes = qmx::FileSystem::current().setAttribute(source, "user.note", note) == 0;
+    ASSERT_EQ(chmod(source.c_str(), 0400), 0);
+    const timespec times[] = {{1000000000, 1}, {1000000001, 2}};
+    ASSERT_EQ(utimensat(AT_FDCWD, source.c_str(), times, 0), 0);
+    ASSERT_TRUE(FileManager::defaultManager().copyPath_toPath_handler(source, copy, nullptr));
+    struct stat status {
+    };
+    ASSERT_EQ(stat(copy.c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 07777, 0400u);
+    EXPECT_EQ(status.st_mtim.tv_sec, 1000000001);
+    EXPECT_EQ(status.st_mtim.tv_nsec, 2);
+    EXPECT_EQ(contents(copy), Bytes{1});
+    Bytes found;
+    qmx::FileSystem::current().attribute(copy, "user.note", found);
+    EXPECT_EQ(found, keepsAttributes ? note : Bytes{});
 }
 
 TEST(FileManager, FindsCodesThatOtherToolsLeftInASidecar)
@@ -122,4 +205,27 @@ TEST(FSRef, FollowsThePathAndIsEmptyForWhatIsMissing)
     EXPECT_EQ(info.dataLogicalSize, 2u);
     UInt8 text[4];
     EXPECT_EQ(FSRefMakePath(&reference, text, sizeof text), paramErr) << "no room for the path";
+}
+
+TEST(FSRef, IsWhatTheSystemFindsUnderThePath)
+{
+    const qmx::test::TemporaryFolder folder;
+    std::filesystem::create_directories(folder.path("real/inner"));
+    std::filesystem::create_directory_symlink(folder.path("real/inner"), folder.path("link"));
+    write(folder.path("real/file"), {1});
+    write(folder.path("file"), {1, 2});
+    FSRef reference;
+    const auto makeRef = [&](const std::string& name) {
+        return FSPathMakeRef(reinterpret_cast<const UInt8*>(folder.path(name).c_str()), &reference, nullptr);
+    };
+    EXPECT_EQ(makeRef("none/../file"), fnfErr);
+    EXPECT_EQ(makeRef("file/"), fnfErr) << "it is no folder";
+    ASSERT_EQ(makeRef("link/../file"), noErr);
+    FSCatalogInfo info;
+    ASSERT_EQ(FSGetCatalogInfo(&reference, kFSCatInfoDataSizes, &info, nullptr, nullptr, nullptr), noErr);
+    EXPECT_EQ(info.dataLogicalSize, 1u);
+    FSSpec place;
+    ASSERT_EQ(makeRef("real/inner/"), noErr);
+    ASSERT_EQ(FSGetCatalogInfo(&reference, kFSCatInfoNone, nullptr, nullptr, &place, nullptr), noErr);
+    EXPECT_EQ(place.name, "inner");
 }

@@ -10,6 +10,8 @@
 #include "support/TemporaryFolder.h"
 
 #include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <numeric>
@@ -172,6 +174,53 @@ TEST_F(AudioFileObject, MovesWithItsFileAndFindsItAgain)
     EXPECT_EQ(file->name(), "b.aif");
     EXPECT_EQ(readAll("/d/b.aif", false, 400), pattern(400));
     EXPECT_EQ(readAll("/d/copy.aif", true, 399), pattern(400));
+
+    file = createdFile("/d/c.aif", true);
+    ASSERT_TRUE(writeAll(*file, pattern(400), 400));
+    ASSERT_TRUE(file->moveToPath_handler("/d/d.aif", nullptr));
+    file.reset();
+    EXPECT_EQ(readAll("/d/d.aif", false, 400), pattern(400)) << "what the cache held went along";
+}
+
+TEST_F(AudioFileObject, KeepsItsFormatForTheNextPathButReplacesNothingWithOneThatItRead)
+{
+    auto file = createdFile("/d/a.aif", true);
+    ASSERT_TRUE(writeAll(*file, pattern(400), 400));
+    ASSERT_TRUE(file->close());
+    ASSERT_TRUE(file->moveToPath_handler("/d/b.aif", nullptr));
+    file->updatePath("/d/c.aif");
+    EXPECT_EQ(file->bytesPerFrame(), 0u) << "the copies of its fields are cleared";
+    ASSERT_TRUE(file->create());
+    ASSERT_TRUE(writeAll(*file, pattern(800), 400));
+    EXPECT_EQ(file->lengthInFrames(), 200u);
+    ASSERT_TRUE(file->close());
+
+    disk.setContents("/d/text", pattern(50));
+    file = QMXAudioFile::initWithPath_accessMode("/d/c.aif", Mode::readWrite);
+    ASSERT_TRUE(file->open() && file->close());
+    file->updatePath("/d/text");
+    EXPECT_FALSE(file->open());
+    EXPECT_EQ(disk.contents("/d/text"), pattern(50));
+}
+
+TEST_F(AudioFileObject, ModeReadWriteCreatesWhatIsNotThereAndSeesTheLengthOfWhatItWrote)
+{
+    auto file = QMXAudioFile::initWithPath_accessMode("/d/a.aif", Mode::readWrite);
+    file->setFileStreamFormat(*Format::standardFormat(7));
+    ASSERT_TRUE(file->open());
+    ASSERT_TRUE(writeAll(*file, pattern(400), 400));
+    ASSERT_TRUE(file->close());
+    EXPECT_TRUE(log.lines().empty());
+
+    file->setUseCache(true);
+    ASSERT_TRUE(file->open());
+    const Bytes more = pattern(100, 7);
+    auto length = static_cast<UInt32>(more.size());
+    ASSERT_TRUE(file->write_length_atOffset(more.data(), &length, 400));
+    EXPECT_EQ(file->lengthInBytes(), 500u);
+    Bytes read(more.size());
+    ASSERT_TRUE(file->read_length_fromOffset(read.data(), &length, 400));
+    EXPECT_EQ(read, more);
 }
 
 TEST_F(AudioFileObject, WritesAndReadsThroughTheCacheInAnyBlockSize)
@@ -216,6 +265,24 @@ TEST_F(AudioFileObject, CachedWritesAtOtherOffsetsLandWhereTheyBelong)
     expected.insert(expected.end(), tail.begin(), tail.end());
     ASSERT_TRUE(file->close());
     EXPECT_EQ(readAll("/d/a", false, 4100), expected);
+}
+
+TEST_F(AudioFileObject, WritesKeepTheirOrderWhenTheCacheIsTurnedOffAndOn)
+{
+    auto file = createdFile("/d/a", true);
+    Bytes expected = pattern(span + 4000);
+    ASSERT_TRUE(writeAll(*file, expected, 1000));
+    const Bytes piece = pattern(500, 99);
+    for (const bool usesCache : {false, true}) {
+        file->setUseCache(usesCache);
+        EXPECT_EQ(file->lengthInBytes(), expected.size());
+        auto length = static_cast<UInt32>(piece.size());
+        const SInt64 offset = usesCache ? span + 2000 : span + 1000;
+        ASSERT_TRUE(file->write_length_atOffset(piece.data(), &length, offset));
+        std::copy(piece.begin(), piece.end(), expected.begin() + offset);
+    }
+    ASSERT_TRUE(file->close());
+    EXPECT_EQ(readAll("/d/a", false, span), expected);
 }
 
 TEST_F(AudioFileObject, CachedReadsJumpAndSeeWhatWasWrittenInBetween)
@@ -283,6 +350,19 @@ TEST_F(AudioFileObject, AFailingDiskIsReportedOnceAndNeverHangs)
     EXPECT_EQ(byte, pattern(1)[0]);
 }
 
+TEST_F(AudioFileObject, CloseStillKnowsOfACachedWriteThatFailedOnce)
+{
+    auto file = createdFile("/d/a", true);
+    disk.failChange(1, EIO);
+    ASSERT_TRUE(writeAll(*file, pattern(span), span));
+    EXPECT_TRUE(qmx::waitUntilWorkersRest());
+    EXPECT_FALSE(writeAll(*file, pattern(4), 4)) << "the caller learns it";
+    EXPECT_TRUE(writeAll(*file, pattern(span), span)) << "and goes on";
+    EXPECT_FALSE(file->close()) << "but the file has a hole";
+    ASSERT_TRUE(file->create());
+    EXPECT_TRUE(file->close());
+}
+
 TEST_F(AudioFileObject, AStalledDiskHoldsUpFlushOnlyBrieflyAndLosesNothing)
 {
     auto file = createdFile("/d/a", true);
@@ -294,6 +374,36 @@ TEST_F(AudioFileObject, AStalledDiskHoldsUpFlushOnlyBrieflyAndLosesNothing)
     disk.setStalled(false);
     ASSERT_TRUE(file->close());
     EXPECT_EQ(readAll("/d/a", false, span), bytes);
+}
+
+TEST(AudioFileCache, AForkedChildLetsGoOfAFileThatItsParentWritesOn)
+{
+    const qmx::test::TemporaryFolder folder;
+    const std::string path = folder.path("a");
+    auto file = createdFile(path, true);
+    Bytes all = pattern(2 * span);
+    ASSERT_TRUE(writeAll(*file, {all.begin(), all.begin() + 1000}, 1000) && file->flush());
+    EXPECT_TRUE(qmx::waitUntilWorkersRest()); // in the file, but not yet in its header
+    ASSERT_TRUE(writeAll(*file, {all.begin() + 1000, all.begin() + 3000}, 1000));
+    int ends[2];
+    ASSERT_EQ(pipe(ends), 0);
+    const pid_t child = fork();
+    if (child == 0) {
+        alarm(60);
+        close(ends[1]);
+        char end = 0;
+        const bool waited = read(ends[0], &end, 1) == 0;
+        file.reset();
+        _exit(waited ? 0 : 1);
+    }
+    close(ends[0]);
+    EXPECT_TRUE(writeAll(*file, {all.begin() + 3000, all.end()}, 50000));
+    EXPECT_TRUE(file->close());
+    close(ends[1]);
+    int status = 0;
+    waitpid(child, &status, 0);
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+    EXPECT_TRUE(readAll(path, false, span) == all);
 }
 
 // What the platform's file has taken in must be there; what is still in the cache may be lost.

@@ -287,3 +287,51 @@ TEST(FailingDisk, AFileMadeAnewInVainKeepsItsForkUntilTheNewOneIsWhole)
             AudioFileClose(again);
     }
 }
+
+TEST(Fork, ContentsOutrankOneThatAnotherFileLeftAndANewFileRemovesIt)
+{
+    for (const Stream& stream : streams()) {
+        SCOPED_TRACE(qmx::fourCharString(stream.type));
+        MemoryDisk disk;
+        AudioFileClose(createFile(path, kAudioFileSoundDesigner2Type, linear(14, 24, 2, 48000)).file);
+        const ByteBlock fork = disk.contents(sidecar);
+        ASSERT_EQ(disk.remove(path), 0);
+        Recorder(stream).record(disk);
+        if (stream.type == kAudioFileSoundDesigner2Type) {
+            EXPECT_NE(disk.contents(sidecar), fork);
+        } else {
+            EXPECT_TRUE(disk.contents(sidecar).empty());
+            disk.setContents(sidecar, fork);
+        }
+        EXPECT_EQ(packetsBack(stream), stream.packets.size());
+        const auto opened = openFile(path);
+        EXPECT_EQ(property<UInt32>(opened.file, kAudioFilePropertyFileFormat), stream.type);
+        AudioFileClose(opened.file);
+    }
+}
+
+TEST(Fork, SamplesThatStartLikeACompressedFrameAreStillSamples)
+{
+    for (const ByteBlock& start : {ByteBlock{0xFF, 0xF1, 0x50, 0x40, 0x1C, 0xFF}, {0xFF, 0xFB, 0x90, 0x40, 0, 0}}) {
+        const MemoryDisk disk;
+        const auto made = createFile(path, kAudioFileSoundDesigner2Type, linear(14, 16, 1));
+        ByteBlock samples = pattern(3000);
+        std::ranges::copy(start, samples.begin());
+        EXPECT_EQ(writeAudio(made.file, 0, samples), noErr);
+        AudioFileClose(made.file);
+        const auto opened = openFile(path);
+        EXPECT_EQ(property<UInt32>(opened.file, kAudioFilePropertyFileFormat), kAudioFileSoundDesigner2Type);
+        EXPECT_EQ(audioOf(opened.file), samples);
+        AudioFileClose(opened.file);
+    }
+}
+
+TEST(Fork, AFileThatOnlyHasItsNameIsKept)
+{
+    MemoryDisk disk;
+    disk.setContents(sidecar, pattern(300));
+    EXPECT_EQ(createFile(path, kAudioFileSoundDesigner2Type, linear(14, 16, 2)).status, dupFNErr);
+    EXPECT_EQ(openFile(path).status, fnfErr);
+    AudioFileClose(createFile(path, kAudioFileAIFFType, linear(14, 16, 2)).file);
+    EXPECT_EQ(disk.contents(sidecar), pattern(300));
+}

@@ -1,0 +1,49 @@
+// SPDX-License-Identifier: MIT
+#include "Foundation/Files/Fork.h"
+
+#include "Foundation/ByteFields.h"
+
+#include <array>
+
+namespace qmx
+{
+namespace
+{
+
+// The first 16 bytes tell where the data and the map of resources are; 24 bits address what is in them.
+bool isBareFork(const UInt8* head, std::int64_t fileSize)
+{
+    constexpr std::int64_t headSize = 16, largestFork = std::int64_t{1} << 25;
+    const std::int64_t dataStart = load32(head, ByteOrder::big), mapStart = load32(head + 4, ByteOrder::big);
+    const std::int64_t dataSize = load32(head + 8, ByteOrder::big), mapSize = load32(head + 12, ByteOrder::big);
+    return fileSize <= largestFork && dataStart >= headSize && dataStart + dataSize <= mapStart && mapSize > 0 &&
+           mapStart + mapSize <= fileSize;
+}
+
+} // namespace
+
+std::string forkPath(const std::string& path)
+{
+    const auto slash = path.rfind('/');
+    const std::size_t nameStart = slash == std::string::npos ? 0 : slash + 1;
+    return path.substr(0, nameStart).append("._").append(path, nameStart);
+}
+
+bool hasFork(const std::string& path)
+{
+    constexpr UInt32 appleDoubleMark = 0x00051607;
+    std::unique_ptr<File> file;
+    std::int64_t size = 0;
+    if (FileSystem::current().open(forkPath(path), FileAccess::read, file) != 0 || file->size(size) != 0)
+        return false;
+    std::array<UInt8, 16> head{};
+    (void)file->read(head.data(), head.size(), 0); // what cannot be read is no fork: zeros remain
+    return load32(head.data(), ByteOrder::big) == appleDoubleMark || isBareFork(head.data(), size);
+}
+
+SystemError removeFork(const std::string& path)
+{
+    return hasFork(path) ? FileSystem::current().remove(forkPath(path)) : 0;
+}
+
+} // namespace qmx
