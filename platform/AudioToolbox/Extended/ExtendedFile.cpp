@@ -53,12 +53,14 @@ OSStatus ExtendedFile::setClientFormat(const AudioStreamBasicDescription& format
     ConverterHandle fresh(made, &AudioConverterDispose);
     if (converter_)
         status = settle();
+    if (status != noErr)
+        return status;
     converter_ = std::move(fresh);
     clientFormat_ = client;
     clientSamples_ = *samples;
     applyLayouts();
     connected();
-    return status;
+    return noErr;
 }
 
 AudioConverterRef ExtendedFile::converter()

@@ -142,6 +142,21 @@ TEST_F(ExtAudioFile, ChangesRatesWithoutLosingAnything)
     EXPECT_EQ(ExtAudioFileDispose(back), noErr);
 }
 
+TEST_F(ExtAudioFile, EachChangeOfTheClientFormatEndsAStreamAtItsLastFrame)
+{
+    const auto samples = music(100, 1);
+    const auto list = listOf(samples, 1);
+    const ExtAudioFileRef file = createExtended(path, kAudioFileAIFCType, linear(11, 32, 1, 48000));
+    for (int i = 0; i < 200; ++i) {
+        setClient(file, floats(1, i % 2 == 0 ? 44100 : 22050));
+        EXPECT_EQ(ExtAudioFileWrite(file, 100, &list), noErr);
+    }
+    setClient(file, floats(1, 48000));
+    EXPECT_EQ(lengthOf(file), 100 * 109 + 100 * 218);
+    EXPECT_EQ(positionOf(file), lengthOf(file));
+    EXPECT_EQ(ExtAudioFileDispose(file), noErr);
+}
+
 TEST_F(ExtAudioFile, FoldsKnownSurroundDownToStereo)
 {
     std::vector<float> frames(6 * 6);
