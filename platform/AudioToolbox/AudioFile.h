@@ -151,6 +151,8 @@ QMX_EXPORT OSStatus AudioFileInitialize(const FSRef* reference, AudioFileTypeID 
                                         const AudioStreamBasicDescription* format, UInt32 flags, AudioFileID* file);
 
 /// Brings the header up to date and closes. The file is closed in any case; the status tells what could not be written.
+/// 'dta?' for a new file that could not be opened again: ADTS without packets, and MPEG-4 or FLAC without the cookie of
+/// a lossless coding.
 /// A process that was forked while the file was open and wrote nothing itself leaves the file as it is.
 QMX_EXPORT OSStatus AudioFileClose(AudioFileID file);
 
@@ -164,9 +166,10 @@ QMX_EXPORT OSStatus AudioFileReadBytes(AudioFileID file, Boolean useCache, SInt6
 QMX_EXPORT OSStatus AudioFileWriteBytes(AudioFileID file, Boolean useCache, SInt64 start, UInt32* byteCount,
                                         const void* buffer);
 
-/// Reads `*packetCount` packets from the packet `start`; `*byteCount` and `*packetCount` become what came: status 0 and fewer at the
-/// end, -39 and none past it. `descriptions` (room for `*packetCount`) may be null for formats of constant packet size. The buffer must
-/// hold `*packetCount` packets of the file's maximum packet size.
+/// Reads `*packetCount` packets from the packet `start`; `*byteCount` and `*packetCount` become what came: status 0 and
+/// fewer at the end, -39 and none past it; a failure comes with the packets before it. `descriptions` (room for
+/// `*packetCount`) may be null for formats of constant packet size. The buffer must hold `*packetCount` packets of the
+/// file's maximum packet size.
 QMX_EXPORT OSStatus AudioFileReadPackets(AudioFileID file, Boolean useCache, UInt32* byteCount,
                                          AudioStreamPacketDescription* descriptions, SInt64 start, UInt32* packetCount,
                                          void* buffer);

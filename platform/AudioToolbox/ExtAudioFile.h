@@ -24,7 +24,7 @@ inline constexpr ExtAudioFilePropertyID kExtAudioFileProperty_FileDataFormat = q
 /// number of channels.
 inline constexpr ExtAudioFilePropertyID kExtAudioFileProperty_FileChannelLayout = qmx::fourCharCode("fclo");
 /// The format of the frames that the caller reads or writes: linear PCM of any layout and rate. At first the file's own where
-/// that is linear PCM.
+/// that is linear PCM, else none (all zero). A format that is refused leaves the one before.
 inline constexpr ExtAudioFilePropertyID kExtAudioFileProperty_ClientDataFormat = qmx::fourCharCode("cfmt");
 /// The channel layout of the client's frames, as above.
 inline constexpr ExtAudioFilePropertyID kExtAudioFileProperty_ClientChannelLayout = qmx::fourCharCode("cclo");
@@ -84,31 +84,37 @@ QMX_EXPORT OSStatus ExtAudioFileCreateNew(const FSRef* parent, CFStringRef name,
                                           const AudioStreamBasicDescription* format, const AudioChannelLayout* layout,
                                           ExtAudioFileRef* file);
 
-/// Writes what is still on its way (queued frames, the rate filter's tail, a coding's last packet) and closes. Waits for a read in
-/// flight. The file is closed in any case; the status is that of the first write that failed.
+/// Writes what is still on its way (queued frames, the rate filter's tail, a coding's last packet) and closes. Waits
+/// for a read in flight. The file is closed in any case; the status is that of the first write that failed. A coded
+/// file into which nothing was written opens with 0 frames, but for ADTS, whose close is refused with
+/// kAudioFileInvalidFileError.
 QMX_EXPORT OSStatus ExtAudioFileDispose(ExtAudioFileRef file);
 
-/// Reads `*frameCount` frames of the client format into the buffers of `data`, never past their byte sizes; `*frameCount` and the sizes
-/// become what came. Fewer than asked for are the end (0 with status 0) or a failure, which comes with the frames before it.
+/// Reads `*frameCount` frames of the client format into the buffers of `data`, never past their byte sizes;
+/// `*frameCount` and the sizes become what came. Fewer than asked for are the end (0 with status 0) or a failure, which
+/// comes with the frames before it; the next read tries again where that one failed. Without a client format,
+/// InvalidOperationOrder and 0 frames.
 ///
 /// On a thread marked real-time nothing waits: frames are taken from what a thread of the service has read ahead, and fewer of
 /// them, down to 0 with status 0, mean that it has not come so far. That takes a call with 0 frames and no data before, which
 /// makes the memory; elsewhere that call returns when the first frames are ready.
 QMX_EXPORT OSStatus ExtAudioFileRead(ExtAudioFileRef file, UInt32* frameCount, AudioBufferList* data);
 
-/// Writes frames of the client format and returns when they are with the audio file service, after whatever was written before.
-/// A coding with packets keeps back what does not fill one. Not for I/O or render threads.
+/// Writes frames of the client format and returns when they are with the audio file service, after whatever was written
+/// before. A coding with packets keeps back what does not fill one. A failure is the status of every later write and of
+/// the close, and nothing is written after it. `data` is not used after the call. Not for I/O or render threads.
 QMX_EXPORT OSStatus ExtAudioFileWrite(ExtAudioFileRef file, UInt32 frameCount, const AudioBufferList* data);
 
 /// Hands frames of the client format to the writing thread of the service: neither locks nor allocates after a call with 0 frames
 /// and no data, which makes the memory, four seconds of audio. On a thread marked real-time a full memory is
 /// AsyncWriteBufferOverflow (nothing is taken then), more than it ever holds AsyncWriteTooLarge, and a file that was not primed
-/// InvalidOperationOrder; any other thread waits for room. A write that failed in the background is the status of every later call.
+/// InvalidOperationOrder; any other thread waits for room. A write that failed is the status of every later call.
 QMX_EXPORT OSStatus ExtAudioFileWriteAsync(ExtAudioFileRef file, UInt32 frameCount, const AudioBufferList* data);
 
-/// Moves to a frame of the file. The next frames read are those that a read from the start would give there: with a change of the
-/// rate the filter is run in on what lies before. InvalidSeek for a frame outside the file; while writing also for codings
-/// other than linear PCM (there, a place beyond the end fills the gap with zeros at the next write).
+/// Moves to a frame of the file. The next frames read are those that a read from the start would give from there on,
+/// with a change of the rate too: to the last bit, but for rare pairs of rates, the lowest and highest qualities, and
+/// formats decoded with noise. InvalidSeek for a frame outside the file; while writing also for codings other than
+/// linear PCM (there, a place beyond the end fills the gap with zeros at the next write).
 QMX_EXPORT OSStatus ExtAudioFileSeek(ExtAudioFileRef file, SInt64 frame);
 /// The frame of the file that is read or written next, rounded down.
 QMX_EXPORT OSStatus ExtAudioFileTell(ExtAudioFileRef file, SInt64* frame);

@@ -19,13 +19,15 @@ public:
     Transfer read(void* data, std::size_t size, std::int64_t position) override
     {
         const std::scoped_lock lock(owner_.mutex_);
-        if (owner_.readError_ != 0 || position < 0)
-            return {0, position < 0 ? EINVAL : owner_.readError_};
-        const auto start = std::min(node_->bytes.size(), static_cast<std::size_t>(position));
-        const std::size_t count = std::min(size, node_->bytes.size() - start);
+        if (position < 0)
+            return {0, EINVAL};
+        const auto start = static_cast<std::size_t>(position);
+        const bool fails = owner_.readError_ != 0 && start + size > owner_.readErrorAt_;
+        const std::size_t end = fails ? std::min(owner_.readErrorAt_, node_->bytes.size()) : node_->bytes.size();
+        const std::size_t count = std::min(size, end - std::min(end, start));
         if (count > 0)
             std::memcpy(data, node_->bytes.data() + start, count);
-        return {count, 0};
+        return {count, fails ? owner_.readError_ : 0};
     }
 
     Transfer write(const void* data, std::size_t size, std::int64_t position) override
@@ -258,10 +260,11 @@ void MemoryFileSystem::killAtChange(std::size_t ordinal, std::size_t keep)
     keep_ = keep;
 }
 
-void MemoryFileSystem::failReads(SystemError error)
+void MemoryFileSystem::failReads(SystemError error, std::size_t position)
 {
     const std::scoped_lock lock(mutex_);
     readError_ = error;
+    readErrorAt_ = position;
 }
 
 void MemoryFileSystem::failSynchronization(SystemError error)

@@ -38,8 +38,9 @@ public:
     /// From the `ordinal`-th change from now on nothing is stored any more though calls succeed, as if the process had been
     /// killed there; of a write that is that change, `keep` bytes are stored.
     void killAtChange(std::size_t ordinal, std::size_t keep = 0);
-    /// Reads from now on fail with `error`; 0 ends it.
-    void failReads(SystemError error);
+    /// Reads from now on fail with `error` where they come to the byte at `position` of a file, and give what lies
+    /// before it; 0 ends it.
+    void failReads(SystemError error, std::size_t position = 0);
     /// Bringing files to disk from now on fails with `error`; 0 ends it.
     void failSynchronization(SystemError error);
     /// Files together hold at most this many bytes; a write past it stores what fits and fails with ENOSPC.
@@ -75,6 +76,7 @@ private:
     std::size_t changes_ = 0;
     std::size_t failsAt_ = 0, killedAt_ = 0, keep_ = 0;
     SystemError changeError_ = 0, readError_ = 0, synchronizationError_ = 0;
+    std::size_t readErrorAt_ = 0;
     std::size_t capacity_ = SIZE_MAX;
     bool stalled_ = false;
     std::size_t waiting_ = 0;

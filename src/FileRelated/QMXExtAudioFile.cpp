@@ -93,16 +93,11 @@ void QMXExtAudioFile::resolveReferences()
 QMXExtAudioFile::~QMXExtAudioFile()
 {
     close();
-    if (mExtAudioFileRef)
-        ExtAudioFileDispose(mExtAudioFileRef);
 }
 
 OSStatus QMXExtAudioFile::open()
 {
-    const OSStatus status = mFileAccessMode == QMXAudioFileAccessMode::read ? openForReading() : openForWriting();
-    if (status == noErr)
-        isOpen_ = true;
-    return status;
+    return mFileAccessMode == QMXAudioFileAccessMode::read ? openForReading() : openForWriting();
 }
 
 OSStatus QMXExtAudioFile::openForReading()
@@ -117,10 +112,9 @@ OSStatus QMXExtAudioFile::openForReading()
     checked(ExtAudioFileGetProperty(mExtAudioFileRef, kExtAudioFileProperty_FileDataFormat, &size, &mFileFormat));
     if (mClientFormat.mFormatFlags != 0) // which is how a client format shows that was given
         status = setClientStreamFormat(mClientFormat);
-    if (status != noErr)
-        ExtAudioFileDispose(std::exchange(mExtAudioFileRef, nullptr));
-    isOpen_ = status == noErr;
-    return status;
+    else
+        noteClientFormat();
+    return keepOpenIf(status);
 }
 
 OSStatus QMXExtAudioFile::openForWriting()
@@ -138,11 +132,31 @@ OSStatus QMXExtAudioFile::openForWriting()
     keepFirst(checked(ExtAudioFileCreateNew(&mParentDirRef, name, mAudioFileType, &mFileFormat, mAudioChannelLayout,
                                             &mExtAudioFileRef)));
     CFRelease(name);
-    keepFirst(checked(ExtAudioFileSetProperty(mExtAudioFileRef, kExtAudioFileProperty_ClientDataFormat,
-                                              sizeof mClientFormat, &mClientFormat)));
+    const bool isTaken = keepFirst(setClientStreamFormat(mClientFormat)) == noErr;
     if (mClientFormat.mChannelsPerFrame == 1 && mFileFormat.mChannelsPerFrame == 2)
         feedBothChannels();
-    return keepFirst(checked(ExtAudioFileWriteAsync(mExtAudioFileRef, 0, nullptr)));
+    const OSStatus status = keepOpenIf(keepFirst(checked(ExtAudioFileWriteAsync(mExtAudioFileRef, 0, nullptr))));
+    if (isOpen_ && !isTaken)
+        noteClientFormat();
+    return status;
+}
+
+/// Opening succeeded with status 0, else nothing of it stays.
+OSStatus QMXExtAudioFile::keepOpenIf(OSStatus status)
+{
+    isOpen_ = status == noErr;
+    if (!isOpen_ && mExtAudioFileRef)
+        ExtAudioFileDispose(std::exchange(mExtAudioFileRef, nullptr));
+    return status;
+}
+
+/// The platform may have a client format though none was given or taken.
+void QMXExtAudioFile::noteClientFormat()
+{
+    AudioStreamBasicDescription format;
+    UInt32 size = sizeof format;
+    if (ExtAudioFileGetProperty(mExtAudioFileRef, kExtAudioFileProperty_ClientDataFormat, &size, &format) == noErr)
+        mClientFormat = format;
 }
 
 /// Both channels of the file come from the only one of the client.

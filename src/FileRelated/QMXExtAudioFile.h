@@ -36,7 +36,7 @@ public:
     /// Closes.
     ~QMXExtAudioFile() override;
 
-    /// Opens for reading or creates, by the access mode. 0 for success.
+    /// Opens for reading or creates, by the access mode. 0 for success; on failure no file stays open.
     OSStatus open();
     /// Opens for reading and takes the client format where one was given. 0 when already open.
     OSStatus openForReading();
@@ -58,7 +58,9 @@ public:
     const std::string& path() const { return mOriginalFilePath; }
     const std::string& name() const { return mFileName; }
 
-    /// The object's own records, all zero while not known.
+    /// The object's own records, all zero while not known. Once open, the client format that holds: also the platform's
+    /// own choice where none was given or taken, and all zero where there is none, so that nothing can be read or
+    /// written.
     const AudioStreamBasicDescription* fileStreamFormat() const { return &mFileFormat; }
     const AudioStreamBasicDescription* clientStreamFormat() const { return &mClientFormat; }
     /// Sets a format of the open file and keeps it when the platform takes it.
@@ -90,8 +92,8 @@ public:
     /// The frame of the file that is read or written next; -1 on failure.
     SInt64 offset() const;
 
-    /// Reads `*numberFrames` client frames; `*numberFrames` and the buffers' byte sizes become what came. Fewer are the end. On a render
-    /// thread as ExtAudioFileRead says.
+    /// Reads `*numberFrames` client frames; `*numberFrames` and the buffers' byte sizes become what came. Fewer are the
+    /// end or a failure; InvalidOperationOrder without a client format. On a render thread as ExtAudioFileRead says.
     OSStatus read_numberFrames(AudioBufferList* buffers, UInt32* numberFrames);
     /// Queues client frames for the platform's writing thread. Neither allocates nor locks: it may be called on a render thread.
     OSStatus write_numberFrames(const AudioBufferList* buffers, UInt32 numberFrames);
@@ -103,6 +105,8 @@ private:
 
     void resolveReferences();
     void feedBothChannels();
+    OSStatus keepOpenIf(OSStatus status);
+    void noteClientFormat();
     AudioConverterRef converter() const;
 
     QMXAudioFileAccessMode mFileAccessMode = QMXAudioFileAccessMode::read;

@@ -96,11 +96,8 @@ public:
         return true;
     }
 
-    void restart() override
-    {
-        if (context_)
-            avcodec_flush_buffers(context_.get());
-    }
+    // flushing would leave the shape of the last window and the seed of noise
+    void restart() override { context_.reset(); }
 
 private:
     bool open()

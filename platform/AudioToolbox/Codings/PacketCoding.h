@@ -31,7 +31,7 @@ public:
     virtual bool setCookie(std::span<const UInt8> cookie) = 0;
     /// Appends exactly `frames` frames to `pcm`; what the packet does not give is silence. False where nothing can be decoded at all.
     virtual bool decode(std::span<const UInt8> packet, UInt32 frames, Bytes& pcm) = 0;
-    /// The next packet does not follow the last one.
+    /// The next packet does not follow the last one: it is decoded as the first one of a stream.
     virtual void restart() = 0;
 
     /// Null for a coding that is not there, or a record without rate and channels.

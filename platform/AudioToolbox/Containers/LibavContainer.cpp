@@ -46,6 +46,8 @@ protected:
         return muxer ? writeHead(*muxer) : kAudioFileUnspecifiedError;
     }
 
+    bool tellsFormat() const override { return !isLossless(format_.mFormatID) || !bare_.empty(); }
+
     OSStatus writeHead(const libav::Muxer& muxer)
     {
         endOfData_ = muxer.head().size();
@@ -173,6 +175,8 @@ protected:
         return noErr;
     }
 
+    bool tellsFormat() const override { return !packets().empty(); }
+
     bool packetHeader(std::span<const UInt8> packet, Bytes& header) override
     {
         const bool isTaken = muxer_->add(packet, 0, 0);
@@ -199,7 +203,7 @@ protected:
     {
         format_.mFramesPerPacket = format_.mSampleRate < 32000 ? 576 : 1152;
         const auto muxer = makeMuxer();
-        // readers take a frame that tells of no others for sound, so it tells of one until there are more
+        // readers take a frame that tells of no others for sound, so it tells of one until there are some
         if (!muxer || !muxer->add(Bytes(muxer->head()), 0, format_.mFramesPerPacket) || !muxer->finish())
             return kAudioFileUnspecifiedError;
         return writeHead(*muxer);
@@ -207,6 +211,8 @@ protected:
 
     OSStatus end() override
     {
+        if (packets().empty())
+            return noErr;
         const auto muxer = makeMuxer();
         if (!muxer)
             return kAudioFileUnspecifiedError;

@@ -69,28 +69,31 @@ OSStatus Reader::prepare()
     return demuxer_ == mp3Demuxer ? pad() : noErr;
 }
 
-// The demuxer refuses a file of one frame: it wants to see the header of another one behind it, which a killed writer may have begun.
-// What is padded passes for no packet, as none goes beyond the end of the file.
+// The demuxer refuses a file of one frame: it wants to see the header of another one after it, which a killed writer
+// may have begun, and of two after a first one that holds no audio. What is padded passes for no packet, as none goes
+// beyond the end of the file.
 OSStatus Reader::pad()
 {
     constexpr std::size_t mostOfOneFrame = 4096;
     Bytes begin(static_cast<std::size_t>(std::min<UInt64>(file_.length(), mostOfOneFrame)));
     if (const OSStatus status = file_.readAll(0, begin); status != noErr)
         return status;
-    Bytes header;
+    Bytes header, padding;
     for (std::size_t at = 0; at + 2 <= begin.size(); ++at) {
         const std::size_t there = std::min(mp3HeaderBytes, begin.size() - at);
         std::size_t same = 0;
         while (same < there && ((begin[at + same] ^ begin[same]) & sameMP3Stream >> (24 - 8 * same) & 0xFF) == 0)
             ++same;
         if (same == mp3HeaderBytes) {
+            padding = header.empty() ? begin : Bytes();
             header.assign(&begin[at], &begin[at] + mp3HeaderBytes);
         } else if (same == there && !header.empty()) {
             header.erase(header.begin(), header.begin() + static_cast<std::ptrdiff_t>(there));
             break;
         }
     }
-    input_.setPadding(std::move(header));
+    padding.insert(padding.end(), header.begin(), header.end());
+    input_.setPadding(std::move(padding));
     return noErr;
 }
 

@@ -86,29 +86,34 @@ OSStatus PacketContainer::readPackets(UInt64 start, UInt32& packets, UInt32& byt
             runBytes += rest[length++].size;
         if (runBytes > std::numeric_limits<UInt32>::max() - bytes)
             break;
-        if (const OSStatus status = readRun(rest.first(length), static_cast<UInt8*>(buffer) + bytes); status != noErr)
-            return status;
-        for (const PacketPlace& packet : rest.first(length)) {
+        OSStatus status = noErr;
+        const std::size_t whole = readRun(rest.first(length), static_cast<UInt8*>(buffer) + bytes, status);
+        for (const PacketPlace& packet : rest.first(whole)) {
             if (descriptions)
                 descriptions[packets] = {bytes, packet.frames, packet.size};
             ++packets;
             bytes += packet.size;
         }
+        if (status != noErr)
+            return status;
     }
     return noErr;
 }
 
-// Packets that lie near each other, with what stands between them, in one read.
-OSStatus PacketContainer::readRun(std::span<const PacketPlace> run, UInt8* to)
+// Packets that lie near each other, with what stands between them, in one read. Gives the number of whole ones, which
+// is less than all where it fails.
+std::size_t PacketContainer::readRun(std::span<const PacketPlace> run, UInt8* to, OSStatus& status)
 {
     const UInt64 start = run.front().position;
     scratch_.resize(static_cast<std::size_t>(endOf(run.back()) - start));
-    if (const OSStatus status = file_.readAll(start, scratch_); status != noErr)
-        return status;
-    for (const PacketPlace& packet : run) {
-        to = std::copy_n(scratch_.begin() + static_cast<std::ptrdiff_t>(packet.position - start), packet.size, to);
-    }
-    return noErr;
+    const Transfer done = file_.read(start, scratch_.data(), scratch_.size());
+    std::size_t whole = 0;
+    for (; whole < run.size() && endOf(run[whole]) - start <= done.count; ++whole)
+        to = std::copy_n(scratch_.begin() + static_cast<std::ptrdiff_t>(run[whole].position - start), run[whole].size,
+                         to);
+    if (whole < run.size())
+        status = done.error != 0 ? statusForSystemError(done.error) : kAudioFileInvalidFileError;
+    return whole;
 }
 
 OSStatus PacketContainer::writePackets(UInt64 start, UInt32& packets, UInt32 bytes,
@@ -294,6 +299,8 @@ OSStatus PacketContainer::finish()
 {
     if (!isNew_)
         return noErr;
+    if (!tellsFormat())
+        return kAudioFileInvalidFileError;
     Bytes bytes;
     if (const OSStatus status = tail(bytes); status != noErr)
         return status;

@@ -62,6 +62,8 @@ protected:
     virtual bool packetHeader(std::span<const UInt8>, Bytes&) { return true; }
     /// Called when a new cookie was taken.
     virtual OSStatus cookieChanged() { return noErr; }
+    /// Whether what is written tells the format, so that the file can be opened again.
+    virtual bool tellsFormat() const { return true; }
     /// What tells about the packets behind them.
     virtual OSStatus tail(Bytes&) { return noErr; }
     /// Called when the tail is written: makes what stands before the packets fit them.
@@ -82,7 +84,7 @@ private:
     bool takeCookie();
     OSStatus writeTailOverPackets(UInt64 needed);
     void dropLastPacket();
-    OSStatus readRun(std::span<const PacketPlace> run, UInt8* to);
+    std::size_t readRun(std::span<const PacketPlace> run, UInt8* to, OSStatus& status);
     bool isVariable() const { return format_.mFramesPerPacket == 0; }
 
     std::vector<PacketPlace> packets_;

@@ -35,8 +35,6 @@ AsyncWrites::AsyncWrites(const PcmLayout& layout, UInt32 capacity, Sink sink)
 
 OSStatus AsyncWrites::add(const AudioBufferList& frames, UInt32 count)
 {
-    if (const OSStatus status = failure_.load(std::memory_order_acquire); status != noErr)
-        return status;
     if (isRealTime()) {
         if (count > ring_.capacity())
             return kExtAudioFileError_AsyncWriteTooLarge;
@@ -79,10 +77,7 @@ bool AsyncWrites::writeSome()
     const AudioBufferList& frames = ring_.next(count);
     if (count == 0 || !sink_)
         return false;
-    // after a failure the rest is dropped: nobody may wait for a disk that takes no more
-    if (failure_.load(std::memory_order_relaxed) == noErr)
-        if (const OSStatus status = sink_(frames, count); status != noErr)
-            failure_.store(status, std::memory_order_release);
+    sink_(frames, count);
     ring_.take(count);
     return true;
 }
@@ -95,20 +90,18 @@ void AsyncWrites::work()
     }
 }
 
-OSStatus AsyncWrites::drain()
+void AsyncWrites::drain()
 {
     const std::scoped_lock lock(takerMutex_);
     while (writeSome()) {
     }
-    return failure_.load(std::memory_order_relaxed);
 }
 
-OSStatus AsyncWrites::finish()
+void AsyncWrites::finish()
 {
-    const OSStatus status = drain();
+    drain();
     const std::scoped_lock lock(takerMutex_);
     sink_ = nullptr;
-    return status;
 }
 
 } // namespace qmx

@@ -5,7 +5,6 @@
 #include "AudioToolbox/Extended/BackgroundThread.h"
 #include "AudioToolbox/Extended/FrameRing.h"
 
-#include <atomic>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -16,8 +15,9 @@ namespace qmx
 class AsyncWrites : public BackgroundWork
 {
 public:
-    /// Writes frames to the file. Called by one thread at a time.
-    using Sink = std::function<OSStatus(const AudioBufferList& frames, UInt32 count)>;
+    /// Writes frames to the file or, after a failure, drops them: nobody may wait for a disk that takes no more. Called
+    /// by one thread at a time.
+    using Sink = std::function<void(const AudioBufferList& frames, UInt32 count)>;
 
     /// Memory for four seconds at `rate` Hz, within bounds.
     static std::shared_ptr<AsyncWrites> make(const PcmLayout& layout, Float64 rate, Sink sink);
@@ -27,11 +27,11 @@ public:
     /// marked real-time.
     OSStatus add(const AudioBufferList& frames, UInt32 count);
 
-    /// Waits until all that was added is written, and gives the status of the first write that failed. The adding thread, or while
-    /// it does not add. After it nothing calls the sink until more is added.
-    OSStatus drain();
+    /// Waits until the sink was given all that was added. The adding thread, or while it does not add. After it nothing
+    /// calls the sink until more is added.
+    void drain();
     /// The same, and forgets the sink for good.
-    OSStatus finish();
+    void finish();
 
     void work() override;
 
@@ -41,8 +41,7 @@ private:
     void waitForRoom();
 
     FrameRing ring_;
-    PlaneList part_; // of a list that is larger than the room
-    std::atomic<OSStatus> failure_{noErr};
+    PlaneList part_;        // of a list that is larger than the room
     std::mutex takerMutex_; // the taker is whoever holds it
     Sink sink_;
 };

@@ -15,16 +15,9 @@ AudioStreamBasicDescription decodedFormat(const AudioStreamBasicDescription& cod
 {
     const bool isLossless = coding.mFormatID == kAudioFormatAppleLossless || coding.mFormatID == kAudioFormatFLAC;
     const bool isWide = isLossless && coding.mFormatFlags == kAppleLosslessFormatFlag_32BitSourceData;
-    constexpr UInt32 sampleBytes = 4;
-    AudioStreamBasicDescription format;
-    format.mSampleRate = coding.mSampleRate;
-    format.mFormatID = kAudioFormatLinearPCM;
-    format.mFormatFlags =
-        kAudioFormatFlagIsPacked | (isWide ? kAudioFormatFlagIsSignedInteger : kAudioFormatFlagIsFloat);
-    format.mChannelsPerFrame = coding.mChannelsPerFrame;
-    format.mBitsPerChannel = 8 * sampleBytes;
-    format.mFramesPerPacket = 1;
-    format.mBytesPerFrame = format.mBytesPerPacket = coding.mChannelsPerFrame * sampleBytes;
+    AudioStreamBasicDescription format = floatsLike(coding);
+    if (isWide)
+        format.mFormatFlags ^= kAudioFormatFlagIsFloat | kAudioFormatFlagIsSignedInteger;
     return format;
 }
 
@@ -91,7 +84,10 @@ UInt32 DecodedSupply::leastBufferSize() const
 void DecodedSupply::setBuffer(std::span<std::byte> buffer)
 {
     packets_ = buffer;
-    packetsAtOnce_ = std::max<UInt32>(1, static_cast<UInt32>(buffer.size()) / leastBufferSize());
+    UInt64 packets = 0;
+    fileValue(file_, kAudioFilePropertyAudioDataPacketCount, packets);
+    packets = std::min<UInt64>(packets, buffer.size() / leastBufferSize());
+    packetsAtOnce_ = std::max<UInt32>(1, static_cast<UInt32>(packets));
     descriptions_.resize(packetsAtOnce_);
     framesAtOnce_ = std::max<UInt32>(1, static_cast<UInt32>(buffer.size()) / format_.mBytesPerFrame);
     frames_.resize(std::size_t{framesAtOnce_} * format_.mBytesPerFrame);
@@ -130,7 +126,6 @@ OSStatus DecodedSupply::next(const void*& frames, UInt32& count)
             count = 0;
             return status;
         }
-    mustBegin_ = false;
     AudioBufferList list;
     list.mNumberBuffers = 1;
     list.mBuffers[0] = {format_.mChannelsPerFrame, count * format_.mBytesPerFrame, frames_.data()};
@@ -140,21 +135,21 @@ OSStatus DecodedSupply::next(const void*& frames, UInt32& count)
     };
     const OSStatus status = AudioConverterFillComplexBuffer(decoder_.get(), give, this, &count, &list, nullptr);
     position_ += count;
-    return status;
+    mustBegin_ = status != noErr; // what the decoder had before a failure belongs to what follows it
+    return count > 0 ? noErr : status;
 }
 
 OSStatus DecodedSupply::givePackets(UInt32& count, AudioBuffer& buffer, AudioStreamPacketDescription** descriptions)
 {
     count = std::min(count, packetsAtOnce_);
     UInt32 bytes = 0;
-    const OSStatus status =
-        AudioFileReadPackets(file_, false, &bytes, descriptions_.data(), nextPacket_, &count, packets_.data());
+    const OSStatus status = readPackets(file_, nextPacket_, count, bytes, descriptions_.data(), packets_.data());
     nextPacket_ += count;
     buffer.mData = packets_.data();
     buffer.mDataByteSize = bytes;
     if (descriptions)
         *descriptions = descriptions_.data();
-    return status == eofErr ? noErr : status;
+    return status;
 }
 
 } // namespace qmx

@@ -13,15 +13,14 @@ namespace qmx
 namespace
 {
 
-/// Without knowing otherwise, two channels are stereo and six are 5.1.
-LayoutBlock usualLayout(UInt32 channels)
+/// Two channels are left and right where nobody told. More are never taken for surround sound.
+LayoutBlock knownOrStereo(const LayoutBlock& layout, UInt32 channels)
 {
-    if (channels != 2 && channels != 6)
-        return {};
-    LayoutBlock layout(offsetof(AudioChannelLayout, mChannelDescriptions));
-    const AudioChannelLayoutTag tag = channels == 2 ? kAudioChannelLayoutTag_Stereo : kAudioChannelLayoutTag_MPEG_5_1_A;
-    std::memcpy(layout.data(), &tag, sizeof tag);
-    return layout;
+    if (!layout.empty() || channels != 2)
+        return layout;
+    LayoutBlock stereo(offsetof(AudioChannelLayout, mChannelDescriptions));
+    std::memcpy(stereo.data(), &kAudioChannelLayoutTag_Stereo, sizeof kAudioChannelLayoutTag_Stereo);
+    return stereo;
 }
 
 } // namespace
@@ -54,12 +53,14 @@ OSStatus ExtendedFile::setClientFormat(const AudioStreamBasicDescription& format
     ConverterHandle fresh(made, &AudioConverterDispose);
     if (converter_)
         status = settle();
+    if (status != noErr)
+        return status;
     converter_ = std::move(fresh);
     clientFormat_ = client;
     clientSamples_ = *samples;
     applyLayouts();
     connected();
-    return status;
+    return noErr;
 }
 
 AudioConverterRef ExtendedFile::converter()
@@ -93,8 +94,8 @@ void ExtendedFile::applyLayouts()
         if (!layout.empty())
             AudioConverterSetProperty(converter_.get(), property, static_cast<UInt32>(layout.size()), layout.data());
     };
-    const LayoutBlock file = fileLayout_.empty() ? usualLayout(fileFormat_.mChannelsPerFrame) : fileLayout_;
-    const LayoutBlock client = clientLayout_.empty() ? usualLayout(clientFormat_.mChannelsPerFrame) : clientLayout_;
+    const LayoutBlock file = knownOrStereo(fileLayout_, fileFormat_.mChannelsPerFrame);
+    const LayoutBlock client = knownOrStereo(clientLayout_, clientFormat_.mChannelsPerFrame);
     set(kAudioConverterInputChannelLayout, reads() ? file : client);
     set(kAudioConverterOutputChannelLayout, reads() ? client : file);
 }

@@ -23,6 +23,29 @@ OSStatus converterValue(AudioConverterRef converter, AudioConverterPropertyID pr
     return AudioConverterGetProperty(converter, property, &size, &value);
 }
 
+/// Native interleaved 32-bit floats of the rate and channels of another format.
+inline AudioStreamBasicDescription floatsLike(const AudioStreamBasicDescription& other)
+{
+    const UInt32 frameBytes = other.mChannelsPerFrame * UInt32{sizeof(Float32)};
+    return {.mSampleRate = other.mSampleRate,
+            .mFormatID = kAudioFormatLinearPCM,
+            .mFormatFlags = kAudioFormatFlagsNativeFloatPacked,
+            .mBytesPerPacket = frameBytes,
+            .mFramesPerPacket = 1,
+            .mBytesPerFrame = frameBytes,
+            .mChannelsPerFrame = other.mChannelsPerFrame,
+            .mBitsPerChannel = 32};
+}
+
+/// Reads packets into memory for all of them. No packets with status 0 are the end. Where reading fails, the packets
+/// before that come with status 0, and then none with the failure.
+inline OSStatus readPackets(AudioFileID file, SInt64 first, UInt32& count, UInt32& bytes,
+                            AudioStreamPacketDescription* descriptions, void* to)
+{
+    const OSStatus status = AudioFileReadPackets(file, false, &bytes, descriptions, first, &count, to);
+    return status == eofErr || count > 0 ? noErr : status;
+}
+
 /// A value of any size; empty where the file does not have it.
 inline std::vector<std::byte> fileBlock(AudioFileID file, AudioFilePropertyID property)
 {

@@ -26,7 +26,9 @@ public:
     virtual OSStatus length(SInt64& frames) const = 0;
     /// The next frames are those from `frame` on, 0 or more.
     virtual void seek(SInt64 frame) = 0;
-    /// The next frames, as many as the buffer holds; they stay valid until the next call. None with status 0 is the end.
+    /// The next frames, as many as the buffer holds; they stay valid until the next call. None with status 0 is the
+    /// end. Where reading fails, the frames before that come with status 0, and then none with the failure, until
+    /// reading succeeds.
     virtual OSStatus next(const void*& frames, UInt32& count) = 0;
     /// The bytes without which nothing can be read.
     virtual UInt32 leastBufferSize() const = 0;

@@ -20,10 +20,10 @@ OSStatus LinearSupply::next(const void*& frames, UInt32& count)
 {
     count = framesAtOnce_;
     UInt32 bytes = 0;
-    const OSStatus status = AudioFileReadPackets(file_, false, &bytes, nullptr, position_, &count, buffer_.data());
+    const OSStatus status = readPackets(file_, position_, count, bytes, nullptr, buffer_.data());
     frames = buffer_.data();
     position_ += count;
-    return status == eofErr ? noErr : status;
+    return status;
 }
 
 void LinearSupply::setBuffer(std::span<std::byte> buffer)

@@ -39,11 +39,15 @@ public:
     };
 
     /// In its turn: the next frames, into a list with room for `count`; `count` becomes what came. A thread marked real-time takes what
-    /// is ready, any other waits for all; fewer are then the end or a failure.
+    /// is ready, any other waits for all; fewer are then the end or a failure, after which reading is tried again.
     OSStatus take(const AudioBufferList& data, UInt32& count);
 
     /// Whether nothing follows.
-    bool isAtEnd() const { return hasEnded_.load(std::memory_order_acquire) && ring_.ready() == 0; }
+    bool isAtEnd() const
+    {
+        return hasEnded_.load(std::memory_order_acquire) && failure_.load(std::memory_order_relaxed) == noErr &&
+               ring_.ready() == 0;
+    }
 
     /// Forgets what was read, calls `move`, and reads the first frames from there.
     void restart(const std::function<void()>& move);
@@ -63,7 +67,8 @@ private:
     PlaneList part_;
     std::mutex adderMutex_; // the adder is whoever holds it
     Source source_;
-    std::atomic<bool> hasEnded_{false}; // by the end or a failure; set after the last frames were added
+    // by the end or a failure; set after the last frames were added, cleared by the taker that reports a failure
+    std::atomic<bool> hasEnded_{false};
     std::atomic<OSStatus> failure_{noErr};
     std::atomic<bool> isTaken_{false};
     std::atomic<UInt64> missed_{0};

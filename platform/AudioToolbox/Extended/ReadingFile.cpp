@@ -1,17 +1,28 @@
 // SPDX-License-Identifier: MIT
 #include "AudioToolbox/Extended/ReadingFile.h"
 
+#include "AudioToolbox/Extended/FileValues.h"
+#include "AudioToolbox/Extended/FilterPeriod.h"
 #include "AudioToolbox/Extended/PlaneList.h"
-#include "AudioToolbox/Extended/Silence.h"
 #include "Foundation/RealTime.h"
 
 #include <algorithm>
 #include <cmath>
-#include <cstring>
 #include <utility>
 
 namespace qmx
 {
+namespace
+{
+
+/// With a change of the rate a seek to before this frame reads from the start, which takes some hundredths of a second.
+constexpr SInt64 nearStart = SInt64{1} << 17;
+
+/// Frames of both rates that are no farther apart fall on each other.
+constexpr Float64 rounding = 1e-6;
+
+} // namespace
+
 OSStatus ReadingFile::open(AudioFileID file, bool owns, std::unique_ptr<ExtendedFile>& opened)
 {
     std::unique_ptr<FrameSupply> supply;
@@ -38,7 +49,7 @@ ReadingFile::~ReadingFile()
 void ReadingFile::bufferChanged()
 {
     supply_->setBuffer(buffer());
-    moveTo(tell()); // the data that were read are gone
+    startAgain(); // the data that were read are gone
 }
 
 OSStatus ReadingFile::connect(const AudioStreamBasicDescription& client, AudioConverterRef& converter)
@@ -48,7 +59,7 @@ OSStatus ReadingFile::connect(const AudioStreamBasicDescription& client, AudioCo
 
 void ReadingFile::connected()
 {
-    runIn_ = runInBetween(supply_->format().mSampleRate, clientFormat().mSampleRate);
+    periodQuality_.reset();
     moveTo(tell());
 }
 
@@ -57,7 +68,7 @@ OSStatus ReadingFile::rest()
 {
     if (auto ahead = std::exchange(ahead_, nullptr)) {
         ahead->finish();
-        moveTo(tell());
+        startAgain();
     }
     return noErr;
 }
@@ -70,7 +81,7 @@ OSStatus ReadingFile::complete()
 OSStatus ReadingFile::converterChanged()
 {
     rest();
-    moveTo(tell()); // settings take effect when a stream begins
+    startAgain(); // settings take effect when a stream begins
     return noErr;
 }
 
@@ -81,16 +92,17 @@ OSStatus ReadingFile::primeReads()
     if (!ahead_)
         ahead_ = ReadAhead::make(clientSamples(), clientFormat().mSampleRate,
                                  [this](AudioBufferList& data, UInt32& frames) { return fill(frames, data); });
-    ahead_->restart([this] { moveTo(tell()); });
+    ahead_->restart([this] { startAgain(); });
     return noErr;
 }
 
 OSStatus ReadingFile::read(UInt32& frames, AudioBufferList& data)
 {
-    const UInt32 wanted = std::min(std::exchange(frames, 0), wholeFrames(data, clientSamples()));
-    setFrames(data, clientSamples(), 0);
+    const UInt32 asked = std::exchange(frames, 0);
     if (!currentConverter() || (isRealTime() && !ahead_))
         return kExtAudioFileError_InvalidOperationOrder;
+    const UInt32 wanted = std::min(asked, wholeFrames(data, clientSamples()));
+    setFrames(data, clientSamples(), 0);
     if (wanted == 0)
         return noErr;
     OSStatus status = noErr;
@@ -127,20 +139,41 @@ OSStatus ReadingFile::seek(SInt64 frame)
     return noErr;
 }
 
+Float64 ReadingFile::ratio() const
+{
+    return currentConverter() ? clientFormat().mSampleRate / supply_->format().mSampleRate : 1;
+}
+
+/// The first client frame at or after a frame of the file.
+SInt64 ReadingFile::clientFrameAt(SInt64 fileFrame) const
+{
+    return static_cast<SInt64>(std::ceil(static_cast<Float64>(fileFrame) * ratio() - rounding));
+}
+
+SInt64 ReadingFile::fileFrameAt(SInt64 clientFrame) const
+{
+    return static_cast<SInt64>(std::floor(static_cast<Float64>(clientFrame) / ratio() + rounding));
+}
+
 void ReadingFile::moveTo(SInt64 frame)
 {
-    base_ = frame;
-    passedFrames_ = 0;
-    mustBegin_ = true;
+    nextFrame_ = clientFrameAt(frame);
     position_.store(frame, std::memory_order_relaxed);
+    startAgain();
+}
+
+/// The converter starts again at the place where reading is.
+void ReadingFile::startAgain()
+{
+    streamStart_ = nextFrame_;
+    mustBegin_ = true;
 }
 
 void ReadingFile::passed(UInt32 clientFrames, bool isAtEnd)
 {
-    passedFrames_ += clientFrames;
-    const Float64 ratio = supply_->format().mSampleRate / clientFormat().mSampleRate;
-    const auto moved = static_cast<SInt64>(static_cast<Float64>(passedFrames_) * ratio);
-    position_.store(isAtEnd ? end_.load(std::memory_order_relaxed) : base_ + moved, std::memory_order_relaxed);
+    nextFrame_ += clientFrames;
+    const SInt64 frame = isAtEnd ? end_.load(std::memory_order_relaxed) : fileFrameAt(nextFrame_);
+    position_.store(frame, std::memory_order_relaxed);
 }
 
 /// Reads into all of `data`, or to the end. One thread at a time.
@@ -160,65 +193,71 @@ OSStatus ReadingFile::convert(UInt32& frames, AudioBufferList& data)
     return AudioConverterFillComplexBuffer(currentConverter(), &giveFrames, this, &frames, &data, nullptr);
 }
 
-/// Starts the converter at the stream's base.
+/// Starts the converter so far before the stream that its frames come out as in a read from the start.
 OSStatus ReadingFile::begin()
 {
-    SInt64 end = base_;
+    SInt64 end = 0;
     if (const OSStatus status = length(end); status != noErr)
         return status;
     end_.store(end, std::memory_order_relaxed);
+    const SInt64 first = filterStart();
     AudioConverterReset(currentConverter());
-    if (base_ == 0 || runIn_.fileFrames == 0) {
-        silentFrames_ = 0;
-        supply_->seek(base_);
-        return noErr;
-    }
-    const SInt64 first = base_ - runIn_.fileFrames;
-    silentFrames_ = std::max<SInt64>(0, -first);
-    supply_->seek(std::max<SInt64>(0, first));
-    if (silentFrames_ > 0 && silence_.empty())
-        silence_ = silenceIn(supply_->format());
-    return runIn();
+    supply_->seek(first);
+    return drop(streamStart_ - clientFrameAt(first));
 }
 
-/// Converts up to the base and drops what comes of it.
-OSStatus ReadingFile::runIn()
+/// The frame of the file from which the filter of a rate change has to run.
+SInt64 ReadingFile::filterStart()
 {
-    constexpr UInt32 framesAtOnce = 4096;
-    std::vector<std::byte> block(framesAtOnce * clientSamples().frameBytes());
+    const SInt64 frame = fileFrameAt(streamStart_);
+    const Float64 fileRate = supply_->format().mSampleRate, clientRate = clientFormat().mSampleRate;
+    if (fileRate == clientRate)
+        return frame;
+    // the filter of the best quality reaches over some thousand frames of the lower rate
+    constexpr Float64 reach = 4096;
+    const auto latest = frame - static_cast<SInt64>(std::ceil(reach * std::max(1.0, fileRate / clientRate)));
+    if (latest <= nearStart)
+        return 0;
+    UInt32 quality = 0;
+    converterValue(currentConverter(), kAudioConverterSampleRateConverterQuality, quality);
+    if (std::exchange(periodQuality_, quality) != quality)
+        period_ = filterPeriod(fileRate, clientRate, quality);
+    const auto period = static_cast<SInt64>(period_);
+    return period > 0 ? latest / period * period : meetingBefore(latest);
+}
+
+/// A frame of the file not long before another one, on which a client frame falls as nearly as the rates allow.
+SInt64 ReadingFile::meetingBefore(SInt64 frame) const
+{
+    SInt64 best = frame;
+    Float64 bestError = 1;
+    for (SInt64 tried = frame; tried > frame - nearStart && bestError > rounding; --tried) {
+        const Float64 place = static_cast<Float64>(tried) * ratio(), error = std::abs(place - std::round(place));
+        if (error < bestError) {
+            best = tried;
+            bestError = error;
+        }
+    }
+    return best;
+}
+
+/// Converts frames that nobody is to hear.
+OSStatus ReadingFile::drop(SInt64 clientFrames)
+{
+    constexpr SInt64 framesAtOnce = 4096;
+    std::vector<std::byte> block(clientFrames > 0 ? framesAtOnce * clientSamples().frameBytes() : 0);
     PlaneList list(clientSamples());
-    for (UInt32 left = runIn_.clientFrames; left > 0;) {
-        UInt32 frames = std::min(left, framesAtOnce);
+    while (clientFrames > 0) {
+        auto frames = static_cast<UInt32>(std::min(clientFrames, framesAtOnce));
         AudioBufferList& data = list.aimAt(block.data(), framesAtOnce * clientSamples().planeFrameBytes(), 0, frames);
         const OSStatus status = convert(frames, data);
         if (status != noErr)
             return status;
         if (frames == 0)
             break;
-        left -= frames;
+        clientFrames -= frames;
     }
     return noErr;
-}
-
-ReadingFile::RunIn ReadingFile::runInBetween(Float64 fileRate, Float64 clientRate)
-{
-    if (fileRate == clientRate)
-        return {};
-    // the filter of the best quality reaches over some thousand frames of the lower rate
-    constexpr Float64 reach = 4096, searched = 4096;
-    const Float64 ratio = clientRate / fileRate;
-    const Float64 least = std::ceil(reach * std::max(1.0, fileRate / clientRate));
-    RunIn best;
-    Float64 bestError = 1;
-    for (Float64 frames = least; frames < least + searched && bestError > 0; ++frames) {
-        const Float64 clientFrames = frames * clientRate / fileRate;
-        const Float64 error = std::abs(clientFrames - std::round(clientFrames));
-        if (error < bestError) {
-            bestError = error;
-            best = {static_cast<UInt32>(frames), static_cast<UInt32>(std::lround(frames * ratio))};
-        }
-    }
-    return best;
 }
 
 OSStatus ReadingFile::giveFrames(AudioConverterRef, UInt32* packetCount, AudioBufferList* data,
@@ -229,13 +268,6 @@ OSStatus ReadingFile::giveFrames(AudioConverterRef, UInt32* packetCount, AudioBu
 
 OSStatus ReadingFile::giveFrames(UInt32& count, AudioBuffer& buffer)
 {
-    if (silentFrames_ > 0) {
-        count = static_cast<UInt32>(std::min<SInt64>(silentFrames_, silenceFrames));
-        silentFrames_ -= count;
-        buffer.mData = silence_.data();
-        buffer.mDataByteSize = count * supply_->format().mBytesPerFrame;
-        return noErr;
-    }
     const void* frames = nullptr;
     const OSStatus status = supply_->next(frames, count);
     buffer.mData = const_cast<void*>(frames); // the converter only reads it

@@ -7,6 +7,7 @@
 #include "AudioToolbox/Extended/ReadAhead.h"
 
 #include <atomic>
+#include <optional>
 
 namespace qmx
 {
@@ -29,13 +30,6 @@ public:
 private:
     ReadingFile(AudioFileID file, bool owns, std::unique_ptr<FrameSupply> supply);
 
-    /// How far before a place the filter of a rate change begins, so that it is in step there with a read from the start.
-    struct RunIn {
-        UInt32 fileFrames = 0;
-        UInt32 clientFrames = 0;
-    };
-    static RunIn runInBetween(Float64 fileRate, Float64 clientRate);
-
     OSStatus connect(const AudioStreamBasicDescription& client, AudioConverterRef& converter) override;
     void connected() override;
     OSStatus rest() override;
@@ -45,9 +39,17 @@ private:
     UInt32 leastBufferSize() const override { return supply_->leastBufferSize(); }
     void bufferChanged() override;
 
+    /// Client frames per frame of the file; 1 without a client format.
+    Float64 ratio() const;
+    SInt64 clientFrameAt(SInt64 fileFrame) const;
+    SInt64 fileFrameAt(SInt64 clientFrame) const;
+
     void moveTo(SInt64 frame);
+    void startAgain();
     OSStatus begin();
-    OSStatus runIn();
+    SInt64 filterStart();
+    SInt64 meetingBefore(SInt64 frame) const;
+    OSStatus drop(SInt64 clientFrames);
     OSStatus fill(UInt32& frames, AudioBufferList& data);
     OSStatus convert(UInt32& frames, AudioBufferList& data);
     void passed(UInt32 clientFrames, bool isAtEnd);
@@ -57,13 +59,13 @@ private:
     OSStatus giveFrames(UInt32& count, AudioBuffer& buffer);
 
     std::unique_ptr<FrameSupply> supply_;
-    RunIn runIn_;
-    std::vector<std::byte> silence_; // in the supply's format
-    SInt64 silentFrames_ = 0;        // to be given before the supply's own
-    bool mustBegin_ = true;          // the converter starts anew with the next frame
+    bool mustBegin_ = true; // the converter starts again with the next frame
+    UInt64 period_ = 0;     // of the filter of a rate change, once it was asked for
+    std::optional<UInt32> periodQuality_;
 
-    SInt64 base_ = 0;         // where the stream began, in frames of the file
-    UInt64 passedFrames_ = 0; // of the client since then
+    // frames of the client, counted from the file's start
+    SInt64 streamStart_ = 0; // where the converter starts
+    SInt64 nextFrame_ = 0;   // the next one that is read
     std::atomic<SInt64> position_{0};
     std::atomic<SInt64> end_{0};       // as it was when the stream began
     std::shared_ptr<ReadAhead> ahead_; // once primed

@@ -1,19 +1,14 @@
 // SPDX-License-Identifier: MIT
 #include "AudioToolbox/Extended/Silence.h"
 
-#include "AudioToolbox/AudioConverter.h"
+#include "AudioToolbox/Extended/FileValues.h"
 
 namespace qmx
 {
 
 std::vector<std::byte> silenceIn(const AudioStreamBasicDescription& format)
 {
-    AudioStreamBasicDescription zeros = format;
-    zeros.mFormatID = kAudioFormatLinearPCM;
-    zeros.mFormatFlags = kAudioFormatFlagsNativeFloatPacked;
-    zeros.mBitsPerChannel = 32;
-    zeros.mFramesPerPacket = 1;
-    zeros.mBytesPerFrame = zeros.mBytesPerPacket = format.mChannelsPerFrame * UInt32{sizeof(Float32)};
+    const AudioStreamBasicDescription zeros = floatsLike(format);
     std::vector<std::byte> silence(std::size_t{silenceFrames} * format.mBytesPerFrame);
     const std::vector<std::byte> input(std::size_t{silenceFrames} * zeros.mBytesPerFrame);
     auto size = static_cast<UInt32>(silence.size());

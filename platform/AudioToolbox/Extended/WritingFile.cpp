@@ -17,6 +17,9 @@ namespace
 /// Of the procedure that gives frames: there are no more for now, though the stream goes on.
 constexpr OSStatus usedUp = statusCode("used");
 
+/// Packets of a coding that are made at once, at most.
+constexpr UInt32 mostDescriptions = 1024;
+
 } // namespace
 
 WritingFile::WritingFile(AudioFileID file, bool owns) : ExtendedFile(file, owns)
@@ -35,6 +38,8 @@ WritingFile::~WritingFile()
 
 OSStatus WritingFile::connect(const AudioStreamBasicDescription& client, AudioConverterRef& converter)
 {
+    if (const OSStatus status = rest(); status != noErr)
+        return status;
     if (hasBegun_) // the packets of a coding are one stream
         return kExtAudioFileError_InvalidOperationOrder;
     return AudioConverterNew(&client, &fileFormat_, &converter);
@@ -42,8 +47,6 @@ OSStatus WritingFile::connect(const AudioStreamBasicDescription& client, AudioCo
 
 void WritingFile::connected()
 {
-    base_ = tell();
-    acceptedFrames_ = 0;
     fitBuffer();
     if (std::exchange(queue_, nullptr)) // its memory is for frames of the format before
         primeWrites();
@@ -51,8 +54,11 @@ void WritingFile::connected()
 
 void WritingFile::bufferChanged()
 {
-    packetsAtOnce_ = static_cast<UInt32>(buffer().size()) / packetSize_;
-    descriptions_.resize(isLinear() ? 0 : packetsAtOnce_);
+    packetsAtOnce_ = bufferSize() / packetSize_;
+    if (isLinear())
+        return;
+    packetsAtOnce_ = std::min(packetsAtOnce_, mostDescriptions);
+    descriptions_.resize(packetsAtOnce_);
 }
 
 /// Sees to it that the packets of the converter fit, in own memory if they do not otherwise.
@@ -82,10 +88,9 @@ OSStatus WritingFile::primeWrites()
     if (!currentConverter())
         return kExtAudioFileError_InvalidOperationOrder;
     if (!queue_)
-        queue_ =
-            AsyncWrites::make(clientSamples(), clientFormat().mSampleRate,
-                              [this](const AudioBufferList& data, UInt32 frames) { return encode(&data, frames); });
-    return failure_;
+        queue_ = AsyncWrites::make(clientSamples(), clientFormat().mSampleRate,
+                                   [this](const AudioBufferList& data, UInt32 frames) { encode(&data, frames); });
+    return failure();
 }
 
 OSStatus WritingFile::writeAsync(UInt32 frames, const AudioBufferList& data)
@@ -94,9 +99,8 @@ OSStatus WritingFile::writeAsync(UInt32 frames, const AudioBufferList& data)
         return kExtAudioFileError_InvalidOperationOrder;
     if (wholeFrames(data, clientSamples()) < frames)
         return kAudio_ParamError;
-    if (!queue_)
-        if (const OSStatus status = primeWrites(); status != noErr)
-            return status;
+    if (const OSStatus status = queue_ ? failure() : primeWrites(); status != noErr)
+        return status;
     const OSStatus status = queue_->add(data, frames);
     if (status == noErr)
         acceptedFrames_.fetch_add(frames, std::memory_order_relaxed);
@@ -119,23 +123,38 @@ OSStatus WritingFile::write(UInt32 frames, const AudioBufferList& data)
 
 OSStatus WritingFile::rest()
 {
-    return queue_ ? queue_->drain() : failure_;
+    if (queue_)
+        queue_->drain();
+    return failure();
 }
 
-/// Converts frames and writes the packets that they fill; without frames, what the converter still holds.
+/// Converts frames and writes the packets that they fill; without frames, what the converter still holds. After a
+/// failure nothing is written.
 OSStatus WritingFile::encode(const AudioBufferList* data, UInt32 frames)
 {
+    if (failure() != noErr)
+        return failure();
     given_ = data;
     givenFrames_ = frames;
+    const OSStatus status = convert();
+    given_ = nullptr;
+    givenFrames_ = 0;
+    if (status != noErr) {
+        AudioConverterReset(currentConverter()); // it may still point into the caller's frames
+        failure_.store(status, std::memory_order_release);
+    }
+    return status;
+}
+
+/// Until the frames that were given are used up.
+OSStatus WritingFile::convert()
+{
     OSStatus status = beginPackets();
     for (bool isUsedUp = false; status == noErr && !isUsedUp;) {
         UInt32 packets = 0;
         status = writePackets(packets, isUsedUp);
         isUsedUp = isUsedUp || packets < packetsAtOnce_;
     }
-    given_ = nullptr;
-    if (failure_ == noErr)
-        failure_ = status;
     return status;
 }
 
@@ -200,6 +219,15 @@ OSStatus WritingFile::describePackets(SInt64 validFrames)
     return status == kAudioFileUnsupportedPropertyError ? noErr : status; // there is no place for it
 }
 
+/// A file without packets is described by the encoder that it would have had. Where there is none, the file's close
+/// says what is missing.
+void WritingFile::describeEmpty()
+{
+    SInt64 packets = 0;
+    if (isCoded() && fileValue(file(), kAudioFilePropertyAudioDataPacketCount, packets) == noErr && packets == 0)
+        setClientFormat(floatsLike(fileFormat_));
+}
+
 /// The bit rate decides how large packets are.
 OSStatus WritingFile::converterChanged()
 {
@@ -216,7 +244,7 @@ OSStatus WritingFile::settle()
         if (status == noErr)
             status = encode(nullptr, 0);
         AudioConverterReset(currentConverter());
-        base_ = tell();
+        base_ = nextPacket_;
         acceptedFrames_ = 0;
     }
     return status;
@@ -224,7 +252,11 @@ OSStatus WritingFile::settle()
 
 OSStatus WritingFile::complete()
 {
-    OSStatus status = queue_ ? queue_->finish() : failure_;
+    if (queue_)
+        queue_->finish();
+    OSStatus status = failure();
+    if (!currentConverter())
+        describeEmpty();
     if (status != noErr || !currentConverter())
         return status;
     const auto frames = static_cast<Float64>(acceptedFrames_.load());

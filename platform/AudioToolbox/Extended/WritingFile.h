@@ -38,10 +38,13 @@ private:
     void bufferChanged() override;
 
     bool isLinear() const { return fileFormat_.mFramesPerPacket == 1 && fileFormat_.mBytesPerPacket > 0; }
+    OSStatus failure() const { return failure_.load(std::memory_order_acquire); }
     void fitBuffer();
     OSStatus beginPackets();
     OSStatus describePackets(SInt64 validFrames);
+    void describeEmpty();
     OSStatus encode(const AudioBufferList* data, UInt32 frames);
+    OSStatus convert();
     OSStatus writePackets(UInt32& packets, bool& isUsedUp);
 
     static OSStatus giveFrames(AudioConverterRef, UInt32* packetCount, AudioBufferList* data,
@@ -60,7 +63,7 @@ private:
 
     SInt64 base_ = 0;                       // where the stream began, in frames of the file
     std::atomic<UInt64> acceptedFrames_{0}; // of the client since then
-    OSStatus failure_ = noErr;              // of the first write that failed
+    std::atomic<OSStatus> failure_{noErr};  // of the first write that failed: nothing is written after it
     std::shared_ptr<AsyncWrites> queue_;    // once primed
 };
 

@@ -2,6 +2,7 @@
 // Compressed files from samples to samples: exact lengths, exact samples where the coding keeps them, and any place found again.
 #include "Foundation/ByteFields.h"
 #include "platform/AudioToolbox/CodedFiles.h"
+#include "platform/AudioToolbox/ExtAudioFileHelpers.h"
 #include "support/TemporaryFolder.h"
 
 #include <cstdlib>
@@ -392,10 +393,57 @@ TEST(Codings, FilesThatWereClosedWithoutPacketsOpen)
 {
     const TemporaryFolder folder;
     for (const Case& c : cases) {
-        if (c.type == kAudioFileMP3Type) // nothing tells its format
-            continue;
         const std::string path = folder.path(c.name);
         ASSERT_TRUE(encodeFile(path, c.type, coded(c.coding, 2), linear(12, 16, 2), {}));
         EXPECT_EQ(propertyAt<AudioStreamBasicDescription>(path, kAudioFilePropertyDataFormat).mFormatID, c.coding);
     }
+    // a lossless coding needs its cookie
+    const auto made = createFile(folder.path("b.m4a"), kAudioFileM4AType, coded(kAudioFormatAppleLossless, 2));
+    EXPECT_EQ(AudioFileClose(made.file), kAudioFileInvalidFileError);
+}
+
+TEST(Codings, ExtendedFilesWithoutFramesOpenOrAreRefusedAtTheClose)
+{
+    const TemporaryFolder folder;
+    const std::string path = folder.path("a");
+    for (const auto& [type, coding] :
+         {std::pair{kAudioFileM4AType, kAudioFormatMPEG4AAC}, std::pair{kAudioFileM4AType, kAudioFormatAppleLossless},
+          std::pair{kAudioFileCAFType, kAudioFormatAppleLossless}, std::pair{kAudioFileFLACType, kAudioFormatFLAC},
+          std::pair{kAudioFileMP3Type, kAudioFormatMPEGLayer3},
+          std::pair{kAudioFileAAC_ADTSType, kAudioFormatMPEG4AAC}})
+        for (const bool hasClient : {true, false}) {
+            SCOPED_TRACE(testing::Message() << qmx::fourCharString(type) << qmx::fourCharString(coding) << hasClient);
+            std::filesystem::remove(path);
+            ExtAudioFileRef file = createExtended(path, type, coded(coding, 2));
+            if (hasClient)
+                setClient(file, floats(2));
+            const OSStatus closed = ExtAudioFileDispose(file);
+            EXPECT_EQ(closed, type == kAudioFileAAC_ADTSType ? kAudioFileInvalidFileError : noErr);
+            if (closed != noErr)
+                continue;
+            file = openExtended(path);
+            EXPECT_EQ(lengthOf(file), 0);
+            EXPECT_EQ(
+                extendedValue<AudioStreamBasicDescription>(file, kExtAudioFileProperty_FileDataFormat).mSampleRate,
+                44100);
+            setClient(file, floats(2));
+            EXPECT_TRUE(readFloats(file, 2, 10).empty());
+            EXPECT_EQ(ExtAudioFileDispose(file), noErr);
+        }
+}
+
+/// Nothing of what the decoder read before is heard at a stream's start.
+TEST(Codings, AStreamBeginsAgainAsItDidAtFirst)
+{
+    const TemporaryFolder folder;
+    const std::string path = folder.path("a");
+    writeMusic(path, kAudioFileAAC_ADTSType, coded(kAudioFormatMPEG4AAC, 2), music(20000, 2));
+    const ExtAudioFileRef file = openExtended(path);
+    setClient(file, floats(2));
+    const auto whole = readFloats(file, 2, 50000);
+    for (const SInt64 place : {0, 5000, 0}) {
+        EXPECT_EQ(ExtAudioFileSeek(file, place), noErr);
+        EXPECT_EQ(readFloats(file, 2, 50000), std::vector<float>(whole.begin() + 2 * place, whole.end())) << place;
+    }
+    EXPECT_EQ(ExtAudioFileDispose(file), noErr);
 }

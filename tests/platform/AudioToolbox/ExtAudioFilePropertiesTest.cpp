@@ -6,6 +6,8 @@
 
 #include <gtest/gtest.h>
 
+#include <malloc.h>
+
 #include <array>
 
 namespace
@@ -188,6 +190,30 @@ TEST_F(ExtAudioFileProperties, CodedFilesTakeTheirCodecAndAChannelMapBeforeTheyB
     ASSERT_EQ(back.size(), samples.size());
     for (std::size_t i = 0; i < back.size(); i += 2)
         ASSERT_TRUE(std::abs(back[i] - samples[i + 1]) < 0.51F / 32768 && back[i + 1] == 0) << i;
+    EXPECT_EQ(ExtAudioFileDispose(file), noErr);
+}
+
+/// However large the buffer, and however small a packet may be.
+TEST_F(ExtAudioFileProperties, ABufferCostsNoMoreThanItsBytesAndWhatTheFileHolds)
+{
+    const auto costOf = [](ExtAudioFileRef file) {
+        const auto used = [] { return mallinfo2().uordblks + mallinfo2().hblkhd; };
+        const std::size_t before = used();
+        EXPECT_EQ(set(file, kExtAudioFileProperty_IOBufferSizeBytes, UInt32{1} << 24), noErr);
+        return used() - std::min(used(), before);
+    };
+    path = folder.path("a.caf");
+    const auto made = createFile(path, kAudioFileCAFType, {44100, kAudioFormatMPEG4AAC, 0, 0, 1024, 0, 1, 0, 0});
+    const UInt8 packet = 0;
+    const AudioStreamPacketDescription description{0, 0, 1};
+    UInt32 count = 1;
+    EXPECT_EQ(AudioFileWritePackets(made.file, false, 1, &description, 0, &count, &packet), noErr);
+    EXPECT_EQ(AudioFileClose(made.file), noErr);
+    ExtAudioFileRef file = openExtended(path);
+    EXPECT_LT(costOf(file), 40'000'000U);
+    EXPECT_EQ(ExtAudioFileDispose(file), noErr);
+    file = createExtended(folder.path("a.m4a"), kAudioFileM4AType, lossless);
+    EXPECT_LT(costOf(file), 40'000'000U);
     EXPECT_EQ(ExtAudioFileDispose(file), noErr);
 }
 

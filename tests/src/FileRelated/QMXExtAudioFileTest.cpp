@@ -112,6 +112,36 @@ TEST_F(QMXExtAudioFileTest, FailingCallsPrintOneLineEachAndCreatingNeverReplaces
     EXPECT_EQ(failures.lines().size(), 6U);
 }
 
+TEST_F(QMXExtAudioFileTest, TellsTheClientFormatThatHolds)
+{
+    writeMusic(path, kAudioFileAIFFType, bigSixteen, music(100, 2));
+    auto file = QMXExtAudioFile::initForReading_clientFormat(path, nullptr);
+    ASSERT_EQ(file->open(), noErr);
+    EXPECT_EQ(file->clientBitsPerChannel(), 16U); // the file's own
+    EXPECT_EQ(file->clientLengthInFrames(), 100);
+    const auto wave = companded(kAudioFormatULaw, 2);
+    writeMusic(other, kAudioFileWAVEType, wave, music(100, 2));
+    file = QMXExtAudioFile::initForReading_clientFormat(other, nullptr);
+    ASSERT_EQ(file->open(), noErr);
+    EXPECT_EQ(file->clientStreamFormat()->mFormatID, 0U); // there is none
+    std::vector<float> room(20);
+    auto list = listOf(room, 2);
+    UInt32 count = 10;
+    EXPECT_EQ(file->read_numberFrames(&list, &count), kExtAudioFileError_InvalidOperationOrder);
+    EXPECT_EQ(file->close(), noErr);
+}
+
+TEST_F(QMXExtAudioFileTest, AFailedOpenKeepsNoFile)
+{
+    const AudioStreamBasicDescription coding{8000, kAudioFormatULaw, 0, 2, 1, 2, 2, 8, 0};
+    const auto file = QMXExtAudioFile::initForWriting_fileType_fileFormat(path, kAudioFileWAVEType, &coding);
+    EXPECT_EQ(file->open(), kExtAudioFileError_InvalidOperationOrder); // nothing to convert from
+    EXPECT_EQ(file->extAudioFileRef(), nullptr);
+    EXPECT_FALSE(file->isOpen());
+    EXPECT_EQ(disk.remove(path), 0);
+    EXPECT_EQ(file->open(), kExtAudioFileError_InvalidOperationOrder);
+}
+
 class Progress : public QMXProgressSubscriber
 {
 public:

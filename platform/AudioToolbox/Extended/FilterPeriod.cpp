@@ -1,0 +1,66 @@
+// SPDX-License-Identifier: MIT
+#include "AudioToolbox/Extended/FilterPeriod.h"
+
+#include "AudioToolbox/Conversion/RateConverter.h"
+
+#include <algorithm>
+#include <array>
+#include <bit>
+#include <utility>
+#include <vector>
+
+namespace qmx
+{
+namespace
+{
+
+/// Frames fed until some came out, and how many came.
+struct Burst {
+    UInt64 fed = 0, taken = 0;
+    bool operator==(const Burst&) const = default;
+};
+
+/// The period of what comes in bursts; 0 where they do not tell it yet.
+UInt64 periodOf(const std::vector<Burst>& bursts, Float64 ratio)
+{
+    constexpr std::size_t leadIn = 4; // the first ones fill the filter
+    const auto half = bursts.begin() + static_cast<std::ptrdiff_t>(bursts.size() / 2);
+    UInt64 fed = 0, taken = 0;
+    for (std::size_t count = 1; count + leadIn <= bursts.size() / 2; ++count) {
+        fed += bursts[bursts.size() - count].fed;
+        taken += bursts[bursts.size() - count].taken;
+        const bool areWhole = static_cast<Float64>(fed) * ratio == static_cast<Float64>(taken);
+        if (areWhole && std::equal(half, bursts.end(), half - static_cast<std::ptrdiff_t>(count)))
+            return fed;
+    }
+    return 0;
+}
+
+} // namespace
+
+UInt64 filterPeriod(Float64 inputRate, Float64 outputRate, UInt32 quality)
+{
+    constexpr UInt64 mostFrames = UInt64{1} << 21; // fed and taken, so that a seek does not take long
+    RateConverter filter(inputRate, outputRate, 1);
+    filter.setQuality(quality);
+    std::vector<Burst> bursts;
+    std::array<Float64, 4096> room;
+    Burst burst;
+    for (UInt64 frames = 0; frames < mostFrames && filter.isUsable();) {
+        const Float64 silence = 0;
+        filter.feed(&silence, 1);
+        ++burst.fed;
+        while (const std::size_t taken = filter.take(room.data(), room.size()))
+            burst.taken += taken;
+        if (burst.taken == 0)
+            continue;
+        frames += burst.fed + burst.taken;
+        bursts.push_back(std::exchange(burst, {}));
+        if (std::has_single_bit(bursts.size()))
+            if (const UInt64 period = periodOf(bursts, outputRate / inputRate); period > 0)
+                return period;
+    }
+    return 0;
+}
+
+} // namespace qmx
