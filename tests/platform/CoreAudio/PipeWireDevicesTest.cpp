@@ -49,6 +49,15 @@ TEST_P(PipeWireDevicesTest, WhatIsPluggedInAndOutFromOutsideComesAndGoes)
               kAudioHardwareBadDeviceError);
 }
 
+TEST_P(PipeWireDevicesTest, TheServersOwnDuplexDeviceHasBothDirections)
+{
+    server().plugIn("both", "media.class=Audio/Duplex");
+    EXPECT_TRUE(waitUntil([] { return find("both") && channelsOf(find("both"), true) == 2; }));
+    EXPECT_EQ(channelsOf(find("both"), false), 2U);
+    EXPECT_EQ(find("both.monitor"), kAudioDeviceUnknown);
+    EXPECT_EQ(cyclesOf(find("both"), 3).back(), 1024U);
+}
+
 TEST_P(PipeWireDevicesTest, DefaultsAreReadSetAndFollowed)
 {
     constexpr auto output = kAudioHardwarePropertyDefaultOutputDevice;

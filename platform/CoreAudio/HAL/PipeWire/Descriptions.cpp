@@ -256,13 +256,14 @@ std::vector<FoundDevice> foundDevices(const ServerState& state)
                           .description = {},
                           .capturePorts = state.portsOf(id, false, false),
                           .playbackPorts = state.portsOf(id, true, false)};
-        if (mediaClass.starts_with("Audio/Source")) { // a virtual one may be a sink turned round
-            if (found.capturePorts.empty())
-                found.capturePorts = state.portsOf(id, false, true);
+        const bool isSink = mediaClass == "Audio/Sink";
+        // the ports that a virtual source or duplex device captures by may be a monitor's
+        if (!isSink && found.capturePorts.empty())
+            found.capturePorts = state.portsOf(id, false, true);
+        if (mediaClass.starts_with("Audio/Source"))
             found.playbackPorts.clear();
-        }
         addFound(state, std::move(found), devices);
-        if (mediaClass == "Audio/Sink")
+        if (isSink)
             addFound(state,
                      {.key = monitorKey(keyOf(state, node)),
                       .node = id,
