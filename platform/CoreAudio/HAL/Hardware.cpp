@@ -139,24 +139,20 @@ void Hardware::forgetRemains(Device& device)
     }
 }
 
-std::vector<AudioDeviceID> Hardware::devices()
+DeviceList Hardware::devices()
 {
     const std::scoped_lock lock(mutex_);
-    return deviceIDs();
+    DeviceList list{.ids = {}, .changes = listChanges_};
+    for (const auto& device : devices_)
+        if (device->isListed)
+            list.ids.push_back(device->id);
+    return list;
 }
 
-std::vector<AudioDeviceID> Hardware::readDevices()
+void Hardware::noteRead(const DeviceList& list)
 {
     const std::scoped_lock lock(mutex_);
-    listChangesRead_ = listChanges_;
-    return deviceIDs();
-}
-
-std::vector<AudioDeviceID> Hardware::deviceIDs() const
-{
-    std::vector<AudioDeviceID> ids;
-    std::ranges::transform(devices_, std::back_inserter(ids), &Device::id);
-    return ids;
+    listChangesRead_ = std::max(listChangesRead_, list.changes);
 }
 
 bool Hardware::devicesChangedSinceRead()
@@ -330,11 +326,9 @@ void Hardware::deviceChanged(AudioDeviceID id, const DeviceDescription& descript
 void Hardware::bootChimeChanged(const std::optional<VolumeControl>& volume)
 {
     const std::scoped_lock lock(mutex_);
-    if (bootChime_ == volume)
-        return;
+    for (const AudioHardwarePropertyID property : bootChimeChanges(bootChime_, volume))
+        announceHardware(property);
     bootChime_ = volume;
-    announceHardware(kAudioHardwarePropertyBootChimeVolumeScalar);
-    announceHardware(kAudioHardwarePropertyBootChimeVolumeDecibels);
 }
 
 void Hardware::announce(AudioDeviceID device, const PropertyAddress& address)

@@ -35,6 +35,12 @@ struct FoundStream {
     StreamPlace place;
 };
 
+/// The IDs in 'dev#', and how many changes the list had seen when they were taken.
+struct DeviceList {
+    std::vector<AudioDeviceID> ids;
+    std::uint64_t changes = 0;
+};
+
 class Hardware final : public HardwareSink
 {
 public:
@@ -56,9 +62,9 @@ public:
     std::optional<DeviceView> view(AudioDeviceID id);
     std::optional<FoundStream> stream(AudioStreamID id);
     void forgetRemains(Device& device);
-    std::vector<AudioDeviceID> devices();
-    /// The same, noted as read.
-    std::vector<AudioDeviceID> readDevices();
+    DeviceList devices();
+    /// Notes that somebody has got all entries of `list`.
+    void noteRead(const DeviceList& list);
     bool devicesChangedSinceRead();
     std::optional<AudioDeviceID> deviceForUID(const std::string& uid);
     DefaultDevices defaults();

@@ -6,6 +6,7 @@
 
 #include <array>
 #include <cstring>
+#include <limits>
 
 using qmx::DeviceDescription;
 using testing::ElementsAre;
@@ -47,8 +48,10 @@ TEST_F(HardwareTest, ErrorsAreThePlatformsCodes)
     EXPECT_EQ(set(device, 0, true, kAudioDevicePropertyDataSource, UInt32{7}), kAudioHardwareIllegalOperationError);
     EXPECT_EQ(AudioDeviceGetPropertyInfo(device, 0, true, kAudioDevicePropertyLatency, &size, &writable), noErr);
     EXPECT_FALSE(writable);
-    EXPECT_EQ(AudioHardwareSetProperty(kAudioHardwarePropertyDefaultOutputDevice, sizeof device, &device),
-              kAudioHardwareIllegalOperationError); // it has no outputs
+    hardware.change(device, [](DeviceDescription& description) { description.sampleRateIsSettable = false; });
+    for (const UInt32 format : {kAudioDevicePropertyStreamFormat, kAudioDevicePropertyPhysicalFormat})
+        EXPECT_EQ(set(device, 0, true, format, qmx::packedPhysicalFormat(48000, 2, 16)),
+                  kAudioHardwareUnsupportedOperationError);
     AudioTimeStamp time;
     EXPECT_EQ(AudioDeviceGetCurrentTime(device, &time), kAudioHardwareNotRunningError);
     EXPECT_EQ(AudioDeviceGetProperty(device, 0, true, kAudioDevicePropertyLatency, nullptr, &word), kAudio_ParamError);
@@ -233,6 +236,9 @@ TEST_F(HardwareTest, ANewListenerHearsOfAListThatChangedUnread)
     AudioHardwareRemovePropertyListener(kAudioHardwarePropertyDevices, Heard::hardware, &heard);
     add("a", 2, 0);
     hardware.settle();
+    UInt32 size = 0; // asked before the device came
+    std::byte none{};
+    EXPECT_EQ(AudioHardwareGetProperty(kAudioHardwarePropertyDevices, &size, &none), noErr);
     EXPECT_EQ(AudioHardwareAddPropertyListener(kAudioPropertyWildcardPropertyID, Heard::hardware, &heard), noErr);
     EXPECT_THAT(heard.take(), ElementsAre("dev#"));
     AudioHardwareRemovePropertyListener(kAudioPropertyWildcardPropertyID, Heard::hardware, &heard);
@@ -300,7 +306,18 @@ TEST_F(HardwareTest, ABootChimeThatIsThereCanBeSet)
     UInt32 size = sizeof value;
     EXPECT_EQ(AudioHardwareGetProperty(kAudioHardwarePropertyBootChimeVolumeScalar, &size, &value),
               kAudioHardwareUnknownPropertyError);
+    Heard heard;
+    deviceList();
+    AudioHardwareAddPropertyListener(kAudioPropertyWildcardPropertyID, Heard::hardware, &heard);
     hardware.setBootChimeVolume(qmx::VolumeControl{});
+    EXPECT_THAT(heard.take(), ElementsAre("bbvs", "bbvd", "bbd#"));
+    hardware.setBootChimeVolume(qmx::VolumeControl{.minimumDecibels = -48});
+    EXPECT_THAT(heard.take(), ElementsAre("bbd#"));
+    AudioHardwareRemovePropertyListener(kAudioPropertyWildcardPropertyID, Heard::hardware, &heard);
+    value = std::numeric_limits<Float32>::quiet_NaN();
+    for (const auto property :
+         {kAudioHardwarePropertyBootChimeVolumeScalar, kAudioHardwarePropertyBootChimeVolumeDecibels})
+        EXPECT_EQ(AudioHardwareSetProperty(property, size, &value), kAudioHardwareIllegalOperationError);
     value = -6.0206F;
     EXPECT_EQ(AudioHardwareSetProperty(kAudioHardwarePropertyBootChimeVolumeDecibels, size, &value), noErr);
     EXPECT_EQ(AudioHardwareGetProperty(kAudioHardwarePropertyBootChimeVolumeScalar, &size, &value), noErr);
