@@ -75,12 +75,14 @@ public:
     /// Plugs a device in. Rates and current formats that are missing or contradict each other are brought in line. The first input
     /// (output) becomes the default one. Never fails.
     AudioDeviceID addDevice(const DeviceDescription& description);
-    /// Unplugs a device. Its I/O ends, a default that it was passes to the device that was added first of those that can be.
+    /// Unplugs a device. Its I/O ends. A default that it was passes to the device that was added first of those that can be.
     OSStatus removeDevice(AudioDeviceID device);
-    /// Both in one change: listeners hear of one new list of devices. Returns the new IDs. Unknown IDs to remove are ignored.
+    /// Both in one change: listeners hear first of a list without those that went and then of one with those that came, in which
+    /// they appear a little later. Returns the new IDs. Unknown IDs to remove are ignored.
     std::vector<AudioDeviceID> changeDevices(std::span<const AudioDeviceID> removed,
                                              std::span<const DeviceDescription> added);
-    /// An input and an output of `channels` channels that are looped together, "Virtual Input" and "Virtual Output".
+    /// An input and an output of `channels` channels that are looped together, "Virtual Input" and "Virtual Output". While there
+    /// is such a pair, the names and UIDs of another one end in a number.
     VirtualPair addLoopbackPair(UInt32 channels = 2);
     /// As at the beginning but without any device: everything unplugged, no faults, default controls gone, `time` at 0 of its
     /// line (the host's clock in real time). Waits as settle() does.

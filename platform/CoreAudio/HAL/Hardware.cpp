@@ -242,21 +242,26 @@ void Hardware::devicesChanged(std::span<const AudioDeviceID> removed,
                               std::span<const std::pair<AudioDeviceID, NewDevice>> added,
                               const DefaultDevices& defaults)
 {
-    bool listChanged = !added.empty();
+    bool someWent = false;
     for (const AudioDeviceID id : removed)
         if (const std::shared_ptr<Device> gone = takeOut(id)) {
             end(gone);
-            listChanged = true;
+            someWent = true;
         }
-    for (const auto& [id, newDevice] : added)
-        putIn(id, newDevice);
+    std::vector<AudioDeviceID> newcomers;
+    for (const auto& [id, newDevice] : added) {
+        putIn(id, newDevice, !someWent);
+        newcomers.push_back(id);
+    }
     const std::scoped_lock lock(mutex_);
     const DefaultDevices before = defaults_;
     defaults_ = defaults;
-    if (listChanged) {
+    if (someWent || !added.empty()) {
         ++listChanges_;
         announceHardware(kAudioHardwarePropertyDevices);
     }
+    if (someWent && !added.empty())
+        listeners_.announce(0, {.property = kAudioHardwarePropertyDevices}, [this, newcomers] { list(newcomers); });
     if (before.input != defaults.input)
         announceHardware(kAudioHardwarePropertyDefaultInputDevice);
     if (before.output != defaults.output)
@@ -265,10 +270,20 @@ void Hardware::devicesChanged(std::span<const AudioDeviceID> removed,
         announceHardware(kAudioHardwarePropertyDefaultSystemOutputDevice);
 }
 
-void Hardware::putIn(AudioDeviceID id, const NewDevice& newDevice)
+void Hardware::list(std::span<const AudioDeviceID> newcomers)
+{
+    const std::scoped_lock lock(mutex_);
+    ++listChanges_;
+    for (const auto& device : devices_)
+        if (std::ranges::find(newcomers, device->id) != newcomers.end())
+            device->isListed = true;
+}
+
+void Hardware::putIn(AudioDeviceID id, const NewDevice& newDevice, bool isListed)
 {
     auto device = std::make_shared<Device>();
     device->id = id;
+    device->isListed = isListed;
     device->backend = newDevice.device;
     device->io = std::make_shared<DeviceIO>(id, [this, id] {
         if (const auto idle = this->device(id))
