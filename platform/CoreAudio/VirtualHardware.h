@@ -89,7 +89,8 @@ public:
     void reset(VirtualTime time = VirtualTime::manual);
     std::vector<AudioDeviceID> devices() const;
 
-    /// Makes a device the default as the desktop would: `which` is 'dIn ', 'dOut' or 'sOut'; kAudioDeviceUnknown for none.
+    /// Makes a device the default as the desktop would: `which` is 'dIn ', 'dOut' or 'sOut'. With kAudioDeviceUnknown there is
+    /// none until one is chosen. kAudioHardwareIllegalOperationError for a device that cannot be it.
     OSStatus setDefaultDevice(AudioHardwarePropertyID which, AudioDeviceID device);
     /// The boot chime's level, which most machines lack; nothing takes it away.
     void setBootChimeVolume(const std::optional<VolumeControl>& volume);
@@ -99,7 +100,7 @@ public:
     /// The record that a device's properties are answered from; empty for an unknown device.
     DeviceDescription description(AudioDeviceID device) const;
     /// Changes any of it, as the hardware would by itself: `edit` gets the present record, and listeners hear of what it changed.
-    /// It must not call the hardware layer.
+    /// It must not call the hardware layer. A default that the device can no longer be passes on as if it were unplugged.
     OSStatus change(AudioDeviceID device, const std::function<void(DeviceDescription&)>& edit);
     /// Announces a property of a device although nothing changed ('over' for an overload, say).
     OSStatus announce(AudioDeviceID device, const PropertyAddress& address);

@@ -92,6 +92,11 @@ OSStatus setDefault(AudioHardwarePropertyID property, UInt32 size, const void* d
     AudioDeviceID device = kAudioDeviceUnknown;
     if (const OSStatus status = qmx::takeValue(size, data, device))
         return status;
+    const auto view = Hardware::shared().view(device);
+    if (!view)
+        return kAudioHardwareBadDeviceError;
+    if (!qmx::canBeDefault(*view->description, property))
+        return kAudioHardwareIllegalOperationError;
     return Hardware::shared().backend().setDefaultDevice(property, device);
 }
 

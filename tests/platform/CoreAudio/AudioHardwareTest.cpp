@@ -176,6 +176,47 @@ TEST_F(HardwareTest, PlugAndUnplugTellDeviceThenSystemWithTheDefaults)
     EXPECT_EQ(AudioHardwareRemovePropertyListener(kAudioPropertyWildcardPropertyID, Heard::hardware, &heard), noErr);
 }
 
+TEST_F(HardwareTest, DefaultsHaveStreamsOrAreNone)
+{
+    constexpr auto input = kAudioHardwarePropertyDefaultInputDevice;
+    const auto present = [] {
+        AudioDeviceID device = 7;
+        UInt32 size = sizeof device;
+        EXPECT_EQ(AudioHardwareGetProperty(input, &size, &device), noErr);
+        return device;
+    };
+    const auto choose = [](AudioDeviceID device) { return AudioHardwareSetProperty(input, sizeof device, &device); };
+    const AudioDeviceID output = add("output", 0, 2), one = add("one", 2, 0), two = add("two", 2, 0);
+    EXPECT_EQ(choose(output), kAudioHardwareIllegalOperationError);
+    EXPECT_EQ(choose(1), kAudioHardwareBadDeviceError);
+    EXPECT_EQ(present(), one);
+    Heard heard;
+    hardware.settle();
+    deviceList();
+    AudioHardwareAddPropertyListener(kAudioPropertyWildcardPropertyID, Heard::hardware, &heard);
+    hardware.change(one, [](DeviceDescription& description) { description.input.streams.clear(); });
+    EXPECT_EQ(present(), two);
+    EXPECT_EQ(hardware.setDefaultDevice(input, kAudioDeviceUnknown), noErr);
+    EXPECT_THAT(heard.take(), ElementsAre("dIn ", "dIn "));
+    AudioHardwareRemovePropertyListener(kAudioPropertyWildcardPropertyID, Heard::hardware, &heard);
+    add("three", 2, 2);
+    EXPECT_EQ(present(), kAudioDeviceUnknown) << "none was chosen, and nobody chose again";
+    EXPECT_EQ(choose(two), noErr);
+    hardware.removeDevice(two);
+    EXPECT_NE(present(), kAudioDeviceUnknown);
+}
+
+TEST_F(HardwareTest, LoopbackPairsHaveNamesOfTheirOwn)
+{
+    const auto first = hardware.addLoopbackPair(), second = hardware.addLoopbackPair();
+    EXPECT_EQ(textProperty(first.input, kAudioDevicePropertyDeviceUID), "qmx.virtual.input");
+    EXPECT_EQ(textProperty(second.input, kAudioDevicePropertyDeviceUID), "qmx.virtual.input.2");
+    EXPECT_EQ(textProperty(second.output, kAudioDevicePropertyDeviceNameCFString), "Virtual Output 2");
+    hardware.removeDevice(first.input);
+    hardware.removeDevice(first.output);
+    EXPECT_EQ(textProperty(hardware.addLoopbackPair().output, kAudioDevicePropertyDeviceUID), "qmx.virtual.output");
+}
+
 TEST_F(HardwareTest, ChangesAreToldOncePerSectionAndChannel)
 {
     const AudioDeviceID device = add("a", 1, 2);

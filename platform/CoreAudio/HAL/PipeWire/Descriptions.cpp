@@ -3,6 +3,7 @@
 
 #include "CoreAudio/AudioDeviceTypes.h"
 #include "CoreAudio/AudioHardware.h"
+#include "CoreAudio/HAL/DeviceView.h"
 #include "CoreAudio/HAL/PipeWire/Params.h"
 
 #include <algorithm>
@@ -306,8 +307,8 @@ std::string defaultNode(const ServerState& state, const std::vector<FoundDevice>
         return text(state.nodes.at(device.node).properties, PW_KEY_NODE_NAME);
     };
     const auto canBe = [isInput](const FoundDevice& device) {
-        const auto& section = device.description.section(isInput);
-        return !section.streams.empty() && section.canBeDefaultDevice;
+        return canBeDefault(device.description, isInput ? kAudioHardwarePropertyDefaultInputDevice
+                                                        : kAudioHardwarePropertyDefaultOutputDevice);
     };
     // without a session manager only the second is ever there, or neither
     for (const char* const key : {"default.audio.", "default.configured.audio."}) {
