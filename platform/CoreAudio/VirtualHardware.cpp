@@ -103,12 +103,13 @@ std::vector<AudioDeviceID> VirtualHardware::changeDevices(std::span<const AudioD
 
 VirtualPair VirtualHardware::addLoopbackPair(UInt32 channels)
 {
-    return loopTogether(backend_, channels);
+    return backend_.addLoopbackPair(channels);
 }
 
 void VirtualHardware::reset(VirtualTime time)
 {
     backend_.removeFaults();
+    backend_.forgetChoices();
     backend_.change(backend_.deviceIDs(), {});
     backend_.setBootChime({});
     backend_.timeline().reset(time);
@@ -138,7 +139,10 @@ DeviceDescription VirtualHardware::description(AudioDeviceID device) const
 
 OSStatus VirtualHardware::change(AudioDeviceID device, const std::function<void(DeviceDescription&)>& edit)
 {
-    return withDevice(backend_, device, [&](const auto& found) { found->change(edit); });
+    return withDevice(backend_, device, [&](const auto& found) {
+        found->change(edit);
+        backend_.reviewDefaults();
+    });
 }
 
 OSStatus VirtualHardware::announce(AudioDeviceID device, const PropertyAddress& address)

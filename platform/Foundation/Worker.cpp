@@ -80,7 +80,7 @@ bool waitUntilWorkersRest()
     constexpr std::chrono::seconds patience{30};
     WorkerList& list = WorkerList::shared();
     std::unique_lock lock(list.mutex);
-    if (list.changed.wait_until(lock, std::chrono::system_clock::now() + patience, [&list] { return list.allRest(); }))
+    if (list.changed.wait_for(lock, patience, [&list] { return list.allRest(); }))
         return true;
     lock.unlock();
     Log("Worker: a thread of the library has not come to rest in 30 s; time goes on without it");

@@ -7,6 +7,7 @@
 #include "Formats/QMXAudioValueRange.h"
 
 #include <algorithm>
+#include <cmath>
 #include <set>
 #include <tuple>
 
@@ -32,14 +33,26 @@ bool isForAllRates(const std::shared_ptr<QMXAudioStreamBasicDescription>& format
     return format->sampleRate() == kAudioStreamAnyRate;
 }
 
-/// The rates of the ranges in order. A range that is upside down or not a number has none.
+/// The first of the steps from `minimum` up that is not below the least rate.
+Float64 firstRate(Float64 minimum)
+{
+    const Float64 steps = std::ceil(std::max(0.0, kLeastRate - minimum) / kRateStep);
+    return std::max(kLeastRate, minimum + steps * kRateStep); // an infinite minimum has no steps
+}
+
+/// The rates of the ranges in order. A range of one rate has it whatever it is; one that is upside down or not a number has
+/// none.
 std::vector<Float64> ratesWithin(const std::vector<std::shared_ptr<QMXAudioValueRange>>& ranges)
 {
     std::vector<Float64> rates;
     for (const auto& range : ranges) {
-        const Float64 first = std::max(range->mMinimum(), kLeastRate);
-        const Float64 last = std::min(range->mMaximum(), kGreatestRate);
-        if (!(first <= last))
+        const Float64 minimum = range->mMinimum(), maximum = range->mMaximum();
+        if (minimum == maximum && minimum > 0 && std::isfinite(minimum)) {
+            rates.push_back(minimum);
+            continue;
+        }
+        const Float64 first = firstRate(minimum), last = std::min(maximum, kGreatestRate);
+        if (!(minimum < maximum && first <= last))
             continue;
         const auto steps = static_cast<UInt32>((last - first) / kRateStep);
         for (UInt32 step = 0; step <= steps; ++step)

@@ -18,32 +18,12 @@ using qmx::PropertyValue;
 
 constexpr UInt32 systemObject = 0;
 
-std::optional<PropertyValue> bootChimeProperty(AudioHardwarePropertyID property)
-{
-    const auto volume = Hardware::shared().bootChime();
-    if (!volume)
-        return {};
-    switch (property) {
-    case kAudioHardwarePropertyBootChimeVolumeScalar:
-        return PropertyValue::of(volume->scalar, volume->isSettable);
-    case kAudioHardwarePropertyBootChimeVolumeDecibels:
-        return PropertyValue::of(qmx::decibelsOf(*volume, volume->scalar), volume->isSettable);
-    case kAudioHardwarePropertyBootChimeVolumeRangeDecibels:
-        return PropertyValue::of(AudioValueRange{volume->minimumDecibels, volume->maximumDecibels});
-    case kAudioHardwarePropertyBootChimeVolumeScalarToDecibels:
-    case kAudioHardwarePropertyBootChimeVolumeDecibelsToScalar:
-        return PropertyValue::of(Float32{0});
-    default:
-        return {};
-    }
-}
-
-std::optional<PropertyValue> hardwareProperty(AudioHardwarePropertyID property, bool isRead)
+std::optional<PropertyValue> hardwareProperty(AudioHardwarePropertyID property)
 {
     Hardware& hardware = Hardware::shared();
     switch (property) {
     case kAudioHardwarePropertyDevices:
-        return PropertyValue::listOf(isRead ? hardware.readDevices() : hardware.devices());
+        return PropertyValue::listOf(hardware.devices().ids);
     case kAudioHardwarePropertyDefaultInputDevice:
         return PropertyValue::of(hardware.defaults().input, true);
     case kAudioHardwarePropertyDefaultOutputDevice:
@@ -62,8 +42,20 @@ std::optional<PropertyValue> hardwareProperty(AudioHardwarePropertyID property, 
     case kAudioHardwarePropertyHogModeIsAllowed:
         return PropertyValue::flag(false);
     default:
-        return bootChimeProperty(property);
+        return bootChimeProperty(hardware.bootChime(), property);
     }
+}
+
+// A list that was cut off does not count as read.
+OSStatus readDevices(UInt32* ioSize, void* out)
+{
+    Hardware& hardware = Hardware::shared();
+    const qmx::DeviceList list = hardware.devices();
+    const PropertyValue value = PropertyValue::listOf(list.ids);
+    const OSStatus status = value.copyTo(ioSize, out);
+    if (*ioSize == value.size())
+        hardware.noteRead(list);
+    return status;
 }
 
 // The input size is not looked at: callers give the length of the text there.
@@ -100,20 +92,24 @@ OSStatus setDefault(AudioHardwarePropertyID property, UInt32 size, const void* d
     AudioDeviceID device = kAudioDeviceUnknown;
     if (const OSStatus status = qmx::takeValue(size, data, device))
         return status;
+    const auto view = Hardware::shared().view(device);
+    if (!view)
+        return kAudioHardwareBadDeviceError;
+    if (!qmx::canBeDefault(*view->description, property))
+        return kAudioHardwareIllegalOperationError;
     return Hardware::shared().backend().setDefaultDevice(property, device);
 }
 
 OSStatus setBootChime(AudioHardwarePropertyID property, UInt32 size, const void* data)
 {
-    Float32 value = 0;
-    if (const OSStatus status = qmx::takeValue(size, data, value))
-        return status;
     const auto volume = Hardware::shared().bootChime();
     if (!volume)
         return kAudioHardwareUnknownPropertyError;
     const bool isDecibels = property == kAudioHardwarePropertyBootChimeVolumeDecibels;
-    return Hardware::shared().backend().setBootChimeVolume(isDecibels ? qmx::scalarOf(*volume, value)
-                                                                      : std::clamp(value, 0.0F, 1.0F));
+    Float32 scalar = 0;
+    if (const OSStatus status = qmx::takeVolume(*volume, isDecibels, size, data, scalar))
+        return status;
+    return Hardware::shared().backend().setBootChimeVolume(scalar);
 }
 
 Listener listenerOf(AudioHardwarePropertyID property, AudioHardwarePropertyListenerProc procedure, void* clientData)
@@ -128,7 +124,7 @@ OSStatus AudioHardwareGetPropertyInfo(AudioHardwarePropertyID inPropertyID, UInt
     if (const OSStatus status = Hardware::shared().admit(HardwareOperation::getPropertyInfo, systemObject,
                                                          PropertyAddress{.property = inPropertyID}))
         return status;
-    const auto value = hardwareProperty(inPropertyID, false);
+    const auto value = hardwareProperty(inPropertyID);
     return value ? value->describe(outSize, outWritable) : kAudioHardwareUnknownPropertyError;
 }
 
@@ -141,6 +137,8 @@ OSStatus AudioHardwareGetProperty(AudioHardwarePropertyID inPropertyID, UInt32* 
                                                          PropertyAddress{.property = inPropertyID}))
         return status;
     switch (inPropertyID) {
+    case kAudioHardwarePropertyDevices:
+        return readDevices(ioPropertyDataSize, outPropertyData);
     case kAudioHardwarePropertyDeviceForUID:
         return translateUID(ioPropertyDataSize, outPropertyData);
     case kAudioHardwarePropertyBootChimeVolumeScalarToDecibels:
@@ -149,7 +147,7 @@ OSStatus AudioHardwareGetProperty(AudioHardwarePropertyID inPropertyID, UInt32* 
     default:
         break;
     }
-    const auto value = hardwareProperty(inPropertyID, true);
+    const auto value = hardwareProperty(inPropertyID);
     return value ? value->copyTo(ioPropertyDataSize, outPropertyData) : kAudioHardwareUnknownPropertyError;
 }
 
@@ -159,7 +157,7 @@ OSStatus AudioHardwareSetProperty(AudioHardwarePropertyID inPropertyID, UInt32 i
     if (const OSStatus status = Hardware::shared().admit(HardwareOperation::setProperty, systemObject,
                                                          PropertyAddress{.property = inPropertyID}))
         return status;
-    const auto value = hardwareProperty(inPropertyID, false);
+    const auto value = hardwareProperty(inPropertyID);
     if (!value)
         return kAudioHardwareUnknownPropertyError;
     if (!value->isWritable)

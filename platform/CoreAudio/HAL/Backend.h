@@ -80,6 +80,7 @@ struct DefaultDevices {
     AudioDeviceID input = kAudioDeviceUnknown;
     AudioDeviceID output = kAudioDeviceUnknown;
     AudioDeviceID systemOutput = kAudioDeviceUnknown;
+    bool operator==(const DefaultDevices&) const = default;
 };
 
 /// The core, as backends see it. It compares before it announces: reporting what is known already does no harm.
@@ -108,7 +109,7 @@ public:
 
     /// Begins to report to `sink`, which lives for ever. The devices that are there at once are reported before it returns.
     virtual void begin(HardwareSink& sink) = 0;
-    /// Makes a device the default; `which` is 'dIn ', 'dOut' or 'sOut'.
+    /// Makes a device the default; `which` is 'dIn ', 'dOut' or 'sOut'. The core lets only devices through that can be it.
     virtual OSStatus setDefaultDevice(AudioHardwarePropertyID which, AudioDeviceID device) = 0;
     virtual OSStatus setBootChimeVolume(Float32 scalar) = 0;
     /// The host's clock, in nanoseconds. Any thread, without a lock.

@@ -63,6 +63,12 @@ constexpr UInt32 controlProperties[] = {
     kAudioDevicePropertyMute,
 };
 
+constexpr AudioHardwarePropertyID bootChimeProperties[] = {
+    kAudioHardwarePropertyBootChimeVolumeScalar,
+    kAudioHardwarePropertyBootChimeVolumeDecibels,
+    kAudioHardwarePropertyBootChimeVolumeRangeDecibels,
+};
+
 bool isSame(const std::optional<PropertyValue>& one, const std::optional<PropertyValue>& other)
 {
     if (!one || !other)
@@ -187,6 +193,16 @@ std::vector<bool> announcedSections(const DeviceDescription& device)
 std::vector<PropertyChange> changesBetween(const DeviceView& before, const DeviceView& after)
 {
     return Comparison(before, after).changes();
+}
+
+std::vector<AudioHardwarePropertyID> bootChimeChanges(const std::optional<VolumeControl>& before,
+                                                      const std::optional<VolumeControl>& after)
+{
+    std::vector<AudioHardwarePropertyID> changes;
+    std::ranges::copy_if(bootChimeProperties, std::back_inserter(changes), [&](AudioHardwarePropertyID property) {
+        return !isSame(bootChimeProperty(before, property), bootChimeProperty(after, property));
+    });
+    return changes;
 }
 
 } // namespace qmx

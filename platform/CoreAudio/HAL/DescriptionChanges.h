@@ -17,6 +17,10 @@ struct PropertyChange {
 /// What listeners of a device and its streams are told when its view has become another, in the order in which they are told.
 std::vector<PropertyChange> changesBetween(const DeviceView& before, const DeviceView& after);
 
+/// The same for the boot chime.
+std::vector<AudioHardwarePropertyID> bootChimeChanges(const std::optional<VolumeControl>& before,
+                                                      const std::optional<VolumeControl>& after);
+
 /// The sections for which what belongs to the device as a whole is announced.
 std::vector<bool> announcedSections(const DeviceDescription& device);
 

@@ -238,6 +238,34 @@ Float32 scalarOf(const VolumeControl& volume, Float32 decibels)
     return std::min(1.0F, std::pow(10.0F, (decibels - volume.maximumDecibels) / 20));
 }
 
+std::optional<PropertyValue> bootChimeProperty(const std::optional<VolumeControl>& volume,
+                                               AudioHardwarePropertyID property)
+{
+    if (!volume)
+        return {};
+    switch (property) {
+    case kAudioHardwarePropertyBootChimeVolumeScalar:
+        return PropertyValue::of(volume->scalar, volume->isSettable);
+    case kAudioHardwarePropertyBootChimeVolumeDecibels:
+        return PropertyValue::of(decibelsOf(*volume, volume->scalar), volume->isSettable);
+    case kAudioHardwarePropertyBootChimeVolumeRangeDecibels:
+        return PropertyValue::of(AudioValueRange{volume->minimumDecibels, volume->maximumDecibels});
+    case kAudioHardwarePropertyBootChimeVolumeScalarToDecibels:
+    case kAudioHardwarePropertyBootChimeVolumeDecibelsToScalar:
+        return PropertyValue::of(Float32{0});
+    default:
+        return {};
+    }
+}
+
+bool canBeDefault(const DeviceDescription& device, AudioHardwarePropertyID which)
+{
+    const SectionDescription& section = device.section(which == kAudioHardwarePropertyDefaultInputDevice);
+    const bool isAllowed = which == kAudioHardwarePropertyDefaultSystemOutputDevice ? device.canBeDefaultSystemDevice
+                                                                                    : section.canBeDefaultDevice;
+    return isAllowed && !section.streams.empty();
+}
+
 std::optional<PropertyValue> deviceProperty(const DeviceView& view, const PropertyAddress& address)
 {
     const DeviceDescription& device = *view.description;

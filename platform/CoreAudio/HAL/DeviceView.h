@@ -34,6 +34,12 @@ std::optional<PropertyValue> deviceProperty(const DeviceView& device, const Prop
 std::optional<PropertyValue> streamProperty(const DeviceView& device, StreamPlace place,
                                             AudioStreamPropertyID property);
 
+std::optional<PropertyValue> bootChimeProperty(const std::optional<VolumeControl>& volume,
+                                               AudioHardwarePropertyID property);
+
+/// Whether a device can be the default that `which` names ('dIn ', 'dOut' or 'sOut'): it says so, and has streams there.
+bool canBeDefault(const DeviceDescription& device, AudioHardwarePropertyID which);
+
 /// Properties that read their question from the caller's block: the status of the answer; none for other properties.
 std::optional<OSStatus> translateDeviceProperty(const DeviceView& device, const PropertyAddress& address,
                                                 UInt32* ioSize, void* block);
@@ -48,6 +54,10 @@ struct WishResult {
 WishResult deviceWish(const DeviceView& device, const PropertyAddress& address, UInt32 size, const void* data);
 WishResult streamWish(const DeviceView& device, StreamPlace place, AudioStreamPropertyID property, UInt32 size,
                       const void* data);
+
+/// The gain that a caller wants a control to have, in decibels or as it is: kAudioHardwareIllegalOperationError unless it is a
+/// number.
+OSStatus takeVolume(const VolumeControl& volume, bool isDecibels, UInt32 size, const void* data, Float32& scalar);
 
 // Parts of these that formats have in common (StreamFormats.cpp).
 

@@ -37,14 +37,10 @@ WishResult bufferSizeWish(const DeviceDescription& device, UInt32 bytesPerUnit, 
 
 WishResult volumeWish(const SectionDescription& section, const PropertyAddress& address, UInt32 size, const void* data)
 {
-    Float32 value = 0;
-    if (const OSStatus status = takeValue(size, data, value))
+    const bool isDecibels = address.property == kAudioDevicePropertyVolumeDecibels;
+    Float32 scalar = 0;
+    if (const OSStatus status = takeVolume(section.volumes.at(address.channel), isDecibels, size, data, scalar))
         return refused(status);
-    if (value != value)
-        return refused(kAudioHardwareIllegalOperationError);
-    const VolumeControl& volume = section.volumes.at(address.channel);
-    const Float32 scalar = address.property == kAudioDevicePropertyVolumeDecibels ? scalarOf(volume, value)
-                                                                                  : std::clamp(value, 0.0F, 1.0F);
     return {.status = noErr, .wish = SetVolume{address.isInput, address.channel, scalar}};
 }
 
@@ -77,6 +73,17 @@ WishResult rawWish(const PropertyAddress& address, const RawProperty& raw, UInt3
 }
 
 } // namespace
+
+OSStatus takeVolume(const VolumeControl& volume, bool isDecibels, UInt32 size, const void* data, Float32& scalar)
+{
+    Float32 value = 0;
+    if (const OSStatus status = takeValue(size, data, value))
+        return status;
+    if (value != value)
+        return kAudioHardwareIllegalOperationError;
+    scalar = isDecibels ? scalarOf(volume, value) : std::clamp(value, 0.0F, 1.0F);
+    return noErr;
+}
 
 WishResult deviceWish(const DeviceView& view, const PropertyAddress& address, UInt32 size, const void* data)
 {

@@ -139,24 +139,20 @@ void Hardware::forgetRemains(Device& device)
     }
 }
 
-std::vector<AudioDeviceID> Hardware::devices()
+DeviceList Hardware::devices()
 {
     const std::scoped_lock lock(mutex_);
-    return deviceIDs();
+    DeviceList list{.ids = {}, .changes = listChanges_};
+    for (const auto& device : devices_)
+        if (device->isListed)
+            list.ids.push_back(device->id);
+    return list;
 }
 
-std::vector<AudioDeviceID> Hardware::readDevices()
+void Hardware::noteRead(const DeviceList& list)
 {
     const std::scoped_lock lock(mutex_);
-    listChangesRead_ = listChanges_;
-    return deviceIDs();
-}
-
-std::vector<AudioDeviceID> Hardware::deviceIDs() const
-{
-    std::vector<AudioDeviceID> ids;
-    std::ranges::transform(devices_, std::back_inserter(ids), &Device::id);
-    return ids;
+    listChangesRead_ = std::max(listChangesRead_, list.changes);
 }
 
 bool Hardware::devicesChangedSinceRead()
@@ -246,21 +242,26 @@ void Hardware::devicesChanged(std::span<const AudioDeviceID> removed,
                               std::span<const std::pair<AudioDeviceID, NewDevice>> added,
                               const DefaultDevices& defaults)
 {
-    bool listChanged = !added.empty();
+    bool someWent = false;
     for (const AudioDeviceID id : removed)
         if (const std::shared_ptr<Device> gone = takeOut(id)) {
             end(gone);
-            listChanged = true;
+            someWent = true;
         }
-    for (const auto& [id, newDevice] : added)
-        putIn(id, newDevice);
+    std::vector<AudioDeviceID> newcomers;
+    for (const auto& [id, newDevice] : added) {
+        putIn(id, newDevice, !someWent);
+        newcomers.push_back(id);
+    }
     const std::scoped_lock lock(mutex_);
     const DefaultDevices before = defaults_;
     defaults_ = defaults;
-    if (listChanged) {
+    if (someWent || !added.empty()) {
         ++listChanges_;
         announceHardware(kAudioHardwarePropertyDevices);
     }
+    if (someWent && !added.empty())
+        listeners_.announce(0, {.property = kAudioHardwarePropertyDevices}, [this, newcomers] { list(newcomers); });
     if (before.input != defaults.input)
         announceHardware(kAudioHardwarePropertyDefaultInputDevice);
     if (before.output != defaults.output)
@@ -269,10 +270,20 @@ void Hardware::devicesChanged(std::span<const AudioDeviceID> removed,
         announceHardware(kAudioHardwarePropertyDefaultSystemOutputDevice);
 }
 
-void Hardware::putIn(AudioDeviceID id, const NewDevice& newDevice)
+void Hardware::list(std::span<const AudioDeviceID> newcomers)
+{
+    const std::scoped_lock lock(mutex_);
+    ++listChanges_;
+    for (const auto& device : devices_)
+        if (std::ranges::find(newcomers, device->id) != newcomers.end())
+            device->isListed = true;
+}
+
+void Hardware::putIn(AudioDeviceID id, const NewDevice& newDevice, bool isListed)
 {
     auto device = std::make_shared<Device>();
     device->id = id;
+    device->isListed = isListed;
     device->backend = newDevice.device;
     device->io = std::make_shared<DeviceIO>(id, [this, id] {
         if (const auto idle = this->device(id))
@@ -330,11 +341,9 @@ void Hardware::deviceChanged(AudioDeviceID id, const DeviceDescription& descript
 void Hardware::bootChimeChanged(const std::optional<VolumeControl>& volume)
 {
     const std::scoped_lock lock(mutex_);
-    if (bootChime_ == volume)
-        return;
+    for (const AudioHardwarePropertyID property : bootChimeChanges(bootChime_, volume))
+        announceHardware(property);
     bootChime_ = volume;
-    announceHardware(kAudioHardwarePropertyBootChimeVolumeScalar);
-    announceHardware(kAudioHardwarePropertyBootChimeVolumeDecibels);
 }
 
 void Hardware::announce(AudioDeviceID device, const PropertyAddress& address)

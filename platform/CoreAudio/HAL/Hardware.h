@@ -24,6 +24,7 @@ struct Device {
     std::shared_ptr<DeviceIO> io;
     DeviceView view;       // guarded by the tables' lock; its record is replaced, never changed
     bool isAlive = true;   // guarded by the tables' lock
+    bool isListed = true;  // guarded by the tables' lock; see Hardware::devicesChanged
     std::mutex startMutex; // orders start and stop of the backend's I/O
     bool ioRuns = false;   // guarded by startMutex
 };
@@ -33,6 +34,12 @@ struct FoundStream {
     DeviceView view;
     std::shared_ptr<BackendDevice> backend;
     StreamPlace place;
+};
+
+/// The IDs in 'dev#', and how many changes the list had seen when they were taken.
+struct DeviceList {
+    std::vector<AudioDeviceID> ids;
+    std::uint64_t changes = 0;
 };
 
 class Hardware final : public HardwareSink
@@ -56,9 +63,9 @@ public:
     std::optional<DeviceView> view(AudioDeviceID id);
     std::optional<FoundStream> stream(AudioStreamID id);
     void forgetRemains(Device& device);
-    std::vector<AudioDeviceID> devices();
-    /// The same, noted as read.
-    std::vector<AudioDeviceID> readDevices();
+    DeviceList devices();
+    /// Notes that somebody has got all entries of `list`.
+    void noteRead(const DeviceList& list);
     bool devicesChangedSinceRead();
     std::optional<AudioDeviceID> deviceForUID(const std::string& uid);
     DefaultDevices defaults();
@@ -71,6 +78,8 @@ public:
 
     // --- For the backend
     AudioDeviceID makeID() override { return nextID_.fetch_add(1); }
+    /// A change that takes devices away and brings some is told as two. The newcomers are in the tables at once, but in the
+    /// list only when all listeners have been told of those that went: whoever compares lists never sees both at once.
     void devicesChanged(std::span<const AudioDeviceID> removed,
                         std::span<const std::pair<AudioDeviceID, NewDevice>> added,
                         const DefaultDevices& defaults) override;
@@ -83,9 +92,9 @@ private:
     explicit Hardware(Backend& backend) : backend_(backend) {}
     ~Hardware() override = default;
     std::shared_ptr<Device> takeOut(AudioDeviceID id);
-    void putIn(AudioDeviceID id, const NewDevice& newDevice);
+    void putIn(AudioDeviceID id, const NewDevice& newDevice, bool isListed);
+    void list(std::span<const AudioDeviceID> newcomers);
     void end(const std::shared_ptr<Device>& device);
-    std::vector<AudioDeviceID> deviceIDs() const;
     void numberStreams(DeviceView& view);
     void setRunning(Device& device, bool runs);
     void announceChanges(const DeviceView& before, const DeviceView& after);

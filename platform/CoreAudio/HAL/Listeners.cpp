@@ -46,7 +46,7 @@ bool Listeners::add(UInt32 object, const Listener& listener, bool announcesNow, 
         return false;
     registrations.push_back(std::make_shared<Registration>(Registration{listener}));
     if (announcesNow) {
-        queue_.push_back({object, announced, registrations.back()});
+        queue_.push_back({object, announced, registrations.back(), {}});
         announced_.notify_one();
     }
     return true;
@@ -73,10 +73,10 @@ bool Listeners::remove(UInt32 object, const Listener& listener)
     return true;
 }
 
-void Listeners::announce(UInt32 object, const PropertyAddress& address)
+void Listeners::announce(UInt32 object, const PropertyAddress& address, std::function<void()> before)
 {
     const std::scoped_lock lock(mutex_);
-    queue_.push_back({object, address, nullptr});
+    queue_.push_back({object, address, nullptr, std::move(before)});
     announced_.notify_one();
 }
 
@@ -85,6 +85,8 @@ void Listeners::run()
     isOnNotificationThread = true;
     for (;;) {
         const Announcement announcement = waitForAnnouncement();
+        if (announcement.before)
+            announcement.before();
         for (const auto& registration : registrationsFor(announcement))
             call(registration, announcement);
     }

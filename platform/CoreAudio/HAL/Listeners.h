@@ -9,6 +9,7 @@
 #include <condition_variable>
 #include <cstddef>
 #include <deque>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <unordered_map>
@@ -45,8 +46,9 @@ public:
     /// False when it is not there. Waits for a call of this listener that goes on, except on the notification thread and inside
     /// callbacks.
     bool remove(UInt32 object, const Listener& listener);
-    /// Puts a change in the queue.
-    void announce(UInt32 object, const PropertyAddress& address);
+    /// Puts a change in the queue. The notification thread calls `before` when the change's turn has come, with no lock held,
+    /// and then tells the listeners.
+    void announce(UInt32 object, const PropertyAddress& address, std::function<void()> before = {});
     /// Of the thread that calls.
     static bool isNotificationThread();
 
@@ -59,6 +61,7 @@ private:
         UInt32 object;
         PropertyAddress address;
         std::shared_ptr<Registration> only; // null: everybody
+        std::function<void()> before;
     };
     [[noreturn]] void run();
     Announcement waitForAnnouncement();

@@ -139,7 +139,7 @@ std::optional<PropertyValue> formatProperty(const DeviceDescription& device, con
     case kAudioDevicePropertyStreamFormats:
         return PropertyValue::listOf(virtualFormats(device, stream));
     case kAudioStreamPropertyPhysicalFormat:
-        return PropertyValue::of(stream.physicalFormat, !stream.physicalFormats.empty());
+        return PropertyValue::of(stream.physicalFormat, device.sampleRateIsSettable && !stream.physicalFormats.empty());
     case kAudioStreamPropertyPhysicalFormats:
         return PropertyValue::listOf(stream.physicalFormats);
     case kAudioDevicePropertyStreamFormatMatch:

@@ -6,6 +6,7 @@
 
 #include <array>
 #include <cstring>
+#include <limits>
 
 using qmx::DeviceDescription;
 using testing::ElementsAre;
@@ -47,8 +48,10 @@ TEST_F(HardwareTest, ErrorsAreThePlatformsCodes)
     EXPECT_EQ(set(device, 0, true, kAudioDevicePropertyDataSource, UInt32{7}), kAudioHardwareIllegalOperationError);
     EXPECT_EQ(AudioDeviceGetPropertyInfo(device, 0, true, kAudioDevicePropertyLatency, &size, &writable), noErr);
     EXPECT_FALSE(writable);
-    EXPECT_EQ(AudioHardwareSetProperty(kAudioHardwarePropertyDefaultOutputDevice, sizeof device, &device),
-              kAudioHardwareIllegalOperationError); // it has no outputs
+    hardware.change(device, [](DeviceDescription& description) { description.sampleRateIsSettable = false; });
+    for (const UInt32 format : {kAudioDevicePropertyStreamFormat, kAudioDevicePropertyPhysicalFormat})
+        EXPECT_EQ(set(device, 0, true, format, qmx::packedPhysicalFormat(48000, 2, 16)),
+                  kAudioHardwareUnsupportedOperationError);
     AudioTimeStamp time;
     EXPECT_EQ(AudioDeviceGetCurrentTime(device, &time), kAudioHardwareNotRunningError);
     EXPECT_EQ(AudioDeviceGetProperty(device, 0, true, kAudioDevicePropertyLatency, nullptr, &word), kAudio_ParamError);
@@ -166,12 +169,52 @@ TEST_F(HardwareTest, PlugAndUnplugTellDeviceThenSystemWithTheDefaults)
 
     const DeviceDescription added[] = {qmx::VirtualHardware::standardDevice("three", "Three", 2, 0)};
     const auto ids = hardware.changeDevices(std::array{two}, added);
-    EXPECT_THAT(heard.take(), ElementsAre("dev#", "dIn ", "dOut", "sOut"));
+    EXPECT_THAT(heard.take(), ElementsAre("dev#", "dev#", "dIn ", "dOut", "sOut"));
     EXPECT_THAT(deviceList(), ElementsAre(ids.front()));
-    EXPECT_EQ(hardware.setDefaultDevice(kAudioHardwarePropertyDefaultInputDevice, kAudioDeviceUnknown), noErr);
     hardware.announceHardware(kAudioHardwarePropertySleepingIsAllowed);
-    EXPECT_THAT(heard.take(), ElementsAre("dIn ", "slep"));
+    EXPECT_THAT(heard.take(), ElementsAre("slep"));
     EXPECT_EQ(AudioHardwareRemovePropertyListener(kAudioPropertyWildcardPropertyID, Heard::hardware, &heard), noErr);
+}
+
+TEST_F(HardwareTest, DefaultsHaveStreamsOrAreNone)
+{
+    constexpr auto input = kAudioHardwarePropertyDefaultInputDevice;
+    const auto present = [] {
+        AudioDeviceID device = 7;
+        UInt32 size = sizeof device;
+        EXPECT_EQ(AudioHardwareGetProperty(input, &size, &device), noErr);
+        return device;
+    };
+    const auto choose = [](AudioDeviceID device) { return AudioHardwareSetProperty(input, sizeof device, &device); };
+    const AudioDeviceID output = add("output", 0, 2), one = add("one", 2, 0), two = add("two", 2, 0);
+    EXPECT_EQ(choose(output), kAudioHardwareIllegalOperationError);
+    EXPECT_EQ(choose(1), kAudioHardwareBadDeviceError);
+    EXPECT_EQ(present(), one);
+    Heard heard;
+    hardware.settle();
+    deviceList();
+    AudioHardwareAddPropertyListener(kAudioPropertyWildcardPropertyID, Heard::hardware, &heard);
+    hardware.change(one, [](DeviceDescription& description) { description.input.streams.clear(); });
+    EXPECT_EQ(present(), two);
+    EXPECT_EQ(hardware.setDefaultDevice(input, kAudioDeviceUnknown), noErr);
+    EXPECT_THAT(heard.take(), ElementsAre("dIn ", "dIn "));
+    AudioHardwareRemovePropertyListener(kAudioPropertyWildcardPropertyID, Heard::hardware, &heard);
+    add("three", 2, 2);
+    EXPECT_EQ(present(), kAudioDeviceUnknown) << "none was chosen, and nobody chose again";
+    EXPECT_EQ(choose(two), noErr);
+    hardware.removeDevice(two);
+    EXPECT_NE(present(), kAudioDeviceUnknown);
+}
+
+TEST_F(HardwareTest, LoopbackPairsHaveNamesOfTheirOwn)
+{
+    const auto first = hardware.addLoopbackPair(), second = hardware.addLoopbackPair();
+    EXPECT_EQ(textProperty(first.input, kAudioDevicePropertyDeviceUID), "qmx.virtual.input");
+    EXPECT_EQ(textProperty(second.input, kAudioDevicePropertyDeviceUID), "qmx.virtual.input.2");
+    EXPECT_EQ(textProperty(second.output, kAudioDevicePropertyDeviceNameCFString), "Virtual Output 2");
+    hardware.removeDevice(first.input);
+    hardware.removeDevice(first.output);
+    EXPECT_EQ(textProperty(hardware.addLoopbackPair().output, kAudioDevicePropertyDeviceUID), "qmx.virtual.output");
 }
 
 TEST_F(HardwareTest, ChangesAreToldOncePerSectionAndChannel)
@@ -233,6 +276,9 @@ TEST_F(HardwareTest, ANewListenerHearsOfAListThatChangedUnread)
     AudioHardwareRemovePropertyListener(kAudioHardwarePropertyDevices, Heard::hardware, &heard);
     add("a", 2, 0);
     hardware.settle();
+    UInt32 size = 0; // asked before the device came
+    std::byte none{};
+    EXPECT_EQ(AudioHardwareGetProperty(kAudioHardwarePropertyDevices, &size, &none), noErr);
     EXPECT_EQ(AudioHardwareAddPropertyListener(kAudioPropertyWildcardPropertyID, Heard::hardware, &heard), noErr);
     EXPECT_THAT(heard.take(), ElementsAre("dev#"));
     AudioHardwareRemovePropertyListener(kAudioPropertyWildcardPropertyID, Heard::hardware, &heard);
@@ -300,7 +346,18 @@ TEST_F(HardwareTest, ABootChimeThatIsThereCanBeSet)
     UInt32 size = sizeof value;
     EXPECT_EQ(AudioHardwareGetProperty(kAudioHardwarePropertyBootChimeVolumeScalar, &size, &value),
               kAudioHardwareUnknownPropertyError);
+    Heard heard;
+    deviceList();
+    AudioHardwareAddPropertyListener(kAudioPropertyWildcardPropertyID, Heard::hardware, &heard);
     hardware.setBootChimeVolume(qmx::VolumeControl{});
+    EXPECT_THAT(heard.take(), ElementsAre("bbvs", "bbvd", "bbd#"));
+    hardware.setBootChimeVolume(qmx::VolumeControl{.minimumDecibels = -48});
+    EXPECT_THAT(heard.take(), ElementsAre("bbd#"));
+    AudioHardwareRemovePropertyListener(kAudioPropertyWildcardPropertyID, Heard::hardware, &heard);
+    value = std::numeric_limits<Float32>::quiet_NaN();
+    for (const auto property :
+         {kAudioHardwarePropertyBootChimeVolumeScalar, kAudioHardwarePropertyBootChimeVolumeDecibels})
+        EXPECT_EQ(AudioHardwareSetProperty(property, size, &value), kAudioHardwareIllegalOperationError);
     value = -6.0206F;
     EXPECT_EQ(AudioHardwareSetProperty(kAudioHardwarePropertyBootChimeVolumeDecibels, size, &value), noErr);
     EXPECT_EQ(AudioHardwareGetProperty(kAudioHardwarePropertyBootChimeVolumeScalar, &size, &value), noErr);

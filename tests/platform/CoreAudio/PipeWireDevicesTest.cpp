@@ -49,6 +49,15 @@ TEST_P(PipeWireDevicesTest, WhatIsPluggedInAndOutFromOutsideComesAndGoes)
               kAudioHardwareBadDeviceError);
 }
 
+TEST_P(PipeWireDevicesTest, TheServersOwnDuplexDeviceHasBothDirections)
+{
+    server().plugIn("both", "media.class=Audio/Duplex");
+    EXPECT_TRUE(waitUntil([] { return find("both") && channelsOf(find("both"), true) == 2; }));
+    EXPECT_EQ(channelsOf(find("both"), false), 2U);
+    EXPECT_EQ(find("both.monitor"), kAudioDeviceUnknown);
+    EXPECT_EQ(cyclesOf(find("both"), 3).back(), 1024U);
+}
+
 TEST_P(PipeWireDevicesTest, DefaultsAreReadSetAndFollowed)
 {
     constexpr auto output = kAudioHardwarePropertyDefaultOutputDevice;
@@ -71,8 +80,12 @@ TEST_P(PipeWireDevicesTest, DefaultsAreReadSetAndFollowed)
     if (GetParam())
         expectSeen("wpctl inspect @DEFAULT_AUDIO_SINK@", "node.name = \"second\"");
 
-    AudioDeviceID monitor = find("test-sink.monitor");
-    EXPECT_NE(AudioHardwareSetProperty(kAudioHardwarePropertyDefaultInputDevice, sizeof monitor, &monitor), noErr);
+    for (const char* const unfit : {"test-sink.monitor", "test-sink"}) {
+        const AudioDeviceID device = find(unfit);
+        EXPECT_EQ(AudioHardwareSetProperty(kAudioHardwarePropertyDefaultInputDevice, sizeof device, &device),
+                  kAudioHardwareIllegalOperationError);
+    }
+    EXPECT_EQ(server().run("pw-metadata 0").find("configured.audio.source"), std::string::npos);
     server().unplug("second"); // the default falls back, and the choice counts again when it returns
     EXPECT_TRUE(waitUntil([] { return defaultDevice(output) == find("test-sink") && !find("second"); }));
     server().plugIn("second");

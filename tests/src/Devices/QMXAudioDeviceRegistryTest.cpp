@@ -7,6 +7,7 @@
 
 #include <csignal>
 #include <cstdio>
+#include <functional>
 #include <unistd.h>
 
 namespace
@@ -63,15 +64,57 @@ TEST_F(DeviceRegistry, FollowsDevicesThatComeAndGo)
     expectLists({"microphone", "speaker", "neither"}, {"microphone"}, {"speaker"});
 }
 
+/// Does something on the notification thread each time a property changes, after the class has heard of it.
+class OnHardwareChange
+{
+public:
+    OnHardwareChange(AudioHardwarePropertyID property, std::function<void()> action)
+        : property_(property), action_(std::move(action))
+    {
+        EXPECT_EQ(AudioHardwareAddPropertyListener(property_, heard, this), noErr);
+    }
+    ~OnHardwareChange() { AudioHardwareRemovePropertyListener(property_, heard, this); }
+
+private:
+    static OSStatus heard(AudioHardwarePropertyID, void* self)
+    {
+        static_cast<OnHardwareChange*>(self)->action_();
+        return noErr;
+    }
+    const AudioHardwarePropertyID property_;
+    const std::function<void()> action_;
+};
+
+TEST_F(DeviceRegistry, LosesWhatWentBeforeItGetsWhatCameWithTheSameChange)
+{
+    const std::vector<AudioDeviceID> old = {add("one"), add("two")};
+    add("three", 0, 2);
+    news();
+    std::vector<std::size_t> counts;
+    const OnHardwareChange listener(kAudioHardwarePropertyDevices, [&counts] {
+        counts.push_back(QMXAudioDevice::allDevicesArray().snapshot().size());
+    });
+    const auto added = hardware.changeDevices(old, std::vector{VirtualHardware::standardDevice("new", "New", 2, 0)});
+    EXPECT_EQ(news(), (Lines{"HardwareDevices", "HardwareDevices", "HardwareDefaultInputDevice",
+                             "HardwareDefaultOutputDevice", "HardwareProperty"}));
+    EXPECT_EQ(counts, (std::vector<std::size_t>{1, 2}));
+    expectLists({"three", "new"}, {"new"}, {"three"});
+    EXPECT_EQ(QMXAudioDevice::defaultInputDevice(), registered(added[0]));
+}
+
 TEST_F(DeviceRegistry, KeepsWhatVanishedWhileAnotherCameUntilTheNumberFalls)
 {
-    const std::vector<AudioDeviceID> old = {add("old", 0, 0)};
+    const AudioDeviceID old = add("old", 0, 0);
     news();
-    hardware.changeDevices(old, std::vector{VirtualHardware::standardDevice("new", "New", 0, 0)});
-    EXPECT_EQ(news(), Lines{"HardwareDevices"});
-    expectLists({"(gone)", "new"}, {}, {});
-    EXPECT_FALSE(registered(old[0])->isAlive());
-    QMXAudioDevice::initializeListOfDevices();
+    const OnHardwareChange listener(kAudioHardwarePropertySleepingIsAllowed, [&] {
+        hardware.removeDevice(old);
+        add("new", 0, 0);
+        QMXAudioDevice::initializeListOfDevices(); // before the class has heard of either
+        expectLists({"(gone)", "new"}, {}, {});
+        EXPECT_FALSE(registered(old)->isAlive());
+    });
+    hardware.announceHardware(kAudioHardwarePropertySleepingIsAllowed);
+    EXPECT_EQ(news(), (Lines{"HardwareProperty", "HardwareDevices", "HardwareDevices"}));
     expectLists({"new"}, {}, {});
 }
 

@@ -60,6 +60,8 @@ TEST_F(AudioStream, ExpandsFormatsForAllRatesBehindThoseOfOneRate)
     EXPECT_EQ(wide[2]->sampleRate(), 8025.0);
     EXPECT_EQ(wide.back()->sampleRate(), 96000.0);
     EXPECT_EQ(expandedWith({{22050, 22050}, {48000, 44100}}).size(), 2U);
+    EXPECT_EQ(expandedWith({{5512.5, 5512.5}}).back()->sampleRate(), 5512.5);
+    EXPECT_EQ(expandedWith({{5512.5, 9000}})[1]->sampleRate(), 8012.5) << "the steps begin at the range's own end";
     EXPECT_EQ(expandedWith({{-infinite, infinite}}).size(), 1U + (768000 - 8000) / 25 + 1);
 
     hardware.change(id, [&](auto& d) { d.input.streams[0].physicalFormats = {one}; });

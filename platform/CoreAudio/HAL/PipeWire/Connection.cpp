@@ -2,14 +2,14 @@
 #include "CoreAudio/HAL/PipeWire/Connection.h"
 
 #include <cerrno>
-#include <ctime>
+#include <chrono>
 
 namespace qmx::pipewire
 {
 namespace
 {
 
-constexpr std::int64_t patience = 5'000'000'000; // nanoseconds
+constexpr std::chrono::seconds patience(5);
 
 pw_thread_loop* startLoop()
 {
@@ -72,12 +72,12 @@ void Connection::disconnect()
 
 bool Connection::waitUntil(const std::function<bool()>& isMet)
 {
-    timespec deadline{};
-    pw_thread_loop_get_time(loop_, &deadline, patience);
-    while (!isMet())
-        if (pw_thread_loop_timed_wait_full(loop_, &deadline) < 0)
-            return isMet();
-    return true;
+    struct {
+        pw_thread_loop* loop;
+        void lock() const { pw_thread_loop_lock(loop); }
+        void unlock() const { pw_thread_loop_unlock(loop); }
+    } held{loop_};
+    return signalled_.wait_for(held, patience, isMet);
 }
 
 void Connection::settle()

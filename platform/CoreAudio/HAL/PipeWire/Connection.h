@@ -4,6 +4,7 @@
 
 #include "CoreAudio/HAL/PipeWire/ServerObjects.h"
 
+#include <condition_variable>
 #include <functional>
 #include <memory>
 #include <pipewire/pipewire.h>
@@ -52,7 +53,7 @@ public:
     void settle();
 
     /// Wakes those who wait in waitUntil.
-    void signal() { pw_thread_loop_signal(loop_, false); }
+    void signal() { signalled_.notify_all(); }
     pw_loop* loop() { return pw_thread_loop_get_loop(loop_); }
 
 private:
@@ -62,6 +63,7 @@ private:
     const std::function<void()> changed_;
     pw_thread_loop* const loop_;
     pw_context* context_ = nullptr;
+    std::condition_variable_any signalled_; // the loop has one of its own, whose waits go by the wall clock
     // what follows is guarded by the lock
     pw_core* core_ = nullptr;
     spa_hook coreHook_{};

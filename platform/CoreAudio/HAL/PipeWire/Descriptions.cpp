@@ -3,6 +3,7 @@
 
 #include "CoreAudio/AudioDeviceTypes.h"
 #include "CoreAudio/AudioHardware.h"
+#include "CoreAudio/HAL/DeviceView.h"
 #include "CoreAudio/HAL/PipeWire/Params.h"
 
 #include <algorithm>
@@ -256,13 +257,14 @@ std::vector<FoundDevice> foundDevices(const ServerState& state)
                           .description = {},
                           .capturePorts = state.portsOf(id, false, false),
                           .playbackPorts = state.portsOf(id, true, false)};
-        if (mediaClass.starts_with("Audio/Source")) { // a virtual one may be a sink turned round
-            if (found.capturePorts.empty())
-                found.capturePorts = state.portsOf(id, false, true);
+        const bool isSink = mediaClass == "Audio/Sink";
+        // the ports that a virtual source or duplex device captures by may be a monitor's
+        if (!isSink && found.capturePorts.empty())
+            found.capturePorts = state.portsOf(id, false, true);
+        if (mediaClass.starts_with("Audio/Source"))
             found.playbackPorts.clear();
-        }
         addFound(state, std::move(found), devices);
-        if (mediaClass == "Audio/Sink")
+        if (isSink)
             addFound(state,
                      {.key = monitorKey(keyOf(state, node)),
                       .node = id,
@@ -305,8 +307,8 @@ std::string defaultNode(const ServerState& state, const std::vector<FoundDevice>
         return text(state.nodes.at(device.node).properties, PW_KEY_NODE_NAME);
     };
     const auto canBe = [isInput](const FoundDevice& device) {
-        const auto& section = device.description.section(isInput);
-        return !section.streams.empty() && section.canBeDefaultDevice;
+        return canBeDefault(device.description, isInput ? kAudioHardwarePropertyDefaultInputDevice
+                                                        : kAudioHardwarePropertyDefaultOutputDevice);
     };
     // without a session manager only the second is ever there, or neither
     for (const char* const key : {"default.audio.", "default.configured.audio."}) {

@@ -154,7 +154,7 @@ std::vector<std::pair<AudioDeviceID, NewDevice>> PipeWireBackend::addNew(const P
         DeviceDescription description = found.description;
         device->complete(description);
         const AudioDeviceID id = sink_->makeID();
-        reported_[found.key] = {.id = id, .uid = uid, .isMonitor = found.isMonitor, .device = device};
+        reported_[found.key] = {.id = id, .uid = uid, .device = device};
         added.emplace_back(id, NewDevice{std::move(description), std::move(device)});
     }
     return added;
@@ -197,8 +197,6 @@ OSStatus PipeWireBackend::setDefaultDevice(AudioHardwarePropertyID which, AudioD
     const auto wanted = std::ranges::find(all, device, &Reported::id);
     if (wanted == all.end())
         return kAudioHardwareBadDeviceError;
-    if (wanted->isMonitor)
-        return kAudioHardwareIllegalOperationError;
     const bool isInput = which == kAudioHardwarePropertyDefaultInputDevice;
     const Connection::Lock lock(connection_);
     if (!connection_.isConnected() ||

@@ -26,7 +26,6 @@ private:
     struct Reported {
         AudioDeviceID id = kAudioDeviceUnknown;
         std::string uid;
-        bool isMonitor = false;
         std::shared_ptr<PipeWireDevice> device;
     };
     struct Present {

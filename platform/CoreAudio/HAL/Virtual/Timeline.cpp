@@ -90,8 +90,7 @@ bool Timeline::waitForTurn(Seat& seat, Lock& held)
         const UInt64 present = now();
         if (present >= seat.due)
             break;
-        const std::chrono::nanoseconds left(seat.due - present);
-        seat.changed.wait_until(held, std::chrono::system_clock::now() + left);
+        seat.changed.wait_for(held, std::chrono::nanoseconds(seat.due - present));
     }
     if (seat.hasLeft)
         giveTurnBack(seat, held);

@@ -1,10 +1,13 @@
 // SPDX-License-Identifier: MIT
 #include "CoreAudio/HAL/Virtual/VirtualBackend.h"
 
+#include "CoreAudio/HAL/DeviceView.h"
 #include "CoreAudio/HAL/Virtual/VirtualDescription.h"
 #include "CoreAudio/VirtualHardware.h"
 
 #include <algorithm>
+#include <array>
+#include <string>
 
 namespace qmx
 {
@@ -20,6 +23,27 @@ template <class T> bool matches(const std::optional<T>& wanted, const T& present
     return !wanted || *wanted == present;
 }
 
+AudioDeviceID& defaultOf(DefaultDevices& defaults, AudioHardwarePropertyID which)
+{
+    switch (which) {
+    case kAudioHardwarePropertyDefaultInputDevice:
+        return defaults.input;
+    case kAudioHardwarePropertyDefaultOutputDevice:
+        return defaults.output;
+    default:
+        return defaults.systemOutput;
+    }
+}
+
+// An input and an output; the first pair bears no number.
+std::array<DeviceDescription, 2> loopbackPair(UInt32 channels, UInt32 number)
+{
+    const std::string text = std::to_string(number);
+    const std::string uidEnd = number > 1 ? "." + text : "", nameEnd = number > 1 ? " " + text : "";
+    return {VirtualHardware::standardDevice("qmx.virtual.input" + uidEnd, "Virtual Input" + nameEnd, channels, 0),
+            VirtualHardware::standardDevice("qmx.virtual.output" + uidEnd, "Virtual Output" + nameEnd, 0, channels)};
+}
+
 } // namespace
 
 VirtualBackend& VirtualBackend::shared()
@@ -31,49 +55,60 @@ VirtualBackend& VirtualBackend::shared()
 void VirtualBackend::begin(HardwareSink& sink)
 {
     sink_ = &sink;
-    loopTogether(*this, 2);
+    addLoopbackPair(2);
 }
 
-AudioDeviceID& VirtualBackend::defaultOf(AudioHardwarePropertyID which)
+// A default that is gone, or can no longer be it, falls to the device that was added first of those that can be.
+DefaultDevices VirtualBackend::fittingDefaults() const
 {
-    switch (which) {
-    case kAudioHardwarePropertyDefaultInputDevice:
-        return defaults_.input;
-    case kAudioHardwarePropertyDefaultOutputDevice:
-        return defaults_.output;
-    default:
-        return defaults_.systemOutput;
-    }
-}
-
-bool VirtualBackend::canBeDefault(AudioHardwarePropertyID which, VirtualDevice& device) const
-{
-    const DeviceDescription description = device.description();
-    const auto& section = description.section(which == kAudioHardwarePropertyDefaultInputDevice);
-    const bool isAllowed = which == kAudioHardwarePropertyDefaultSystemOutputDevice
-                               ? description.canBeDefaultSystemDevice
-                               : section.canBeDefaultDevice;
-    return isAllowed && !section.streams.empty();
-}
-
-// A default that is gone, or was never there, falls to the device that was added first of those that can be.
-void VirtualBackend::fillDefaults()
-{
+    DefaultDevices fitting = defaults_;
     for (const AudioHardwarePropertyID which : defaultProperties) {
-        AudioDeviceID& present = defaultOf(which);
-        const auto hasID = [&present](const auto& device) { return device->id() == present; };
-        if (std::ranges::any_of(devices_, hasID))
+        if (unwanted_.contains(which))
             continue;
-        const auto candidate =
-            std::ranges::find_if(devices_, [&](const auto& device) { return canBeDefault(which, *device); });
+        AudioDeviceID& present = defaultOf(fitting, which);
+        const auto canBe = [which](const auto& device) { return canBeDefault(device->description(), which); };
+        if (std::ranges::any_of(devices_, [&](const auto& each) { return each->id() == present && canBe(each); }))
+            continue;
+        const auto candidate = std::ranges::find_if(devices_, canBe);
         present = candidate == devices_.end() ? kAudioDeviceUnknown : (*candidate)->id();
     }
+    return fitting;
+}
+
+// Where the defaults can stay, it does not wait for whoever changes the list.
+void VirtualBackend::reviewDefaults()
+{
+    {
+        const std::scoped_lock lock(mutex_);
+        if (fittingDefaults() == defaults_)
+            return;
+    }
+    const std::scoped_lock change(changing_);
+    DefaultDevices defaults;
+    {
+        const std::scoped_lock lock(mutex_);
+        defaults = defaults_ = fittingDefaults();
+    }
+    sink_->devicesChanged({}, {}, defaults);
+}
+
+void VirtualBackend::forgetChoices()
+{
+    const std::scoped_lock lock(mutex_);
+    unwanted_.clear();
 }
 
 std::vector<AudioDeviceID> VirtualBackend::change(std::span<const AudioDeviceID> removed,
                                                   std::span<const DeviceDescription> added)
 {
     const std::scoped_lock change(changing_);
+    return changeList(removed, added);
+}
+
+// With the order of changes locked.
+std::vector<AudioDeviceID> VirtualBackend::changeList(std::span<const AudioDeviceID> removed,
+                                                      std::span<const DeviceDescription> added)
+{
     std::vector<AudioDeviceID> ids;
     std::vector<std::pair<AudioDeviceID, NewDevice>> newDevices;
     for (const DeviceDescription& wanted : added) {
@@ -91,11 +126,28 @@ std::vector<AudioDeviceID> VirtualBackend::change(std::span<const AudioDeviceID>
         });
         for (const auto& [id, newDevice] : newDevices)
             devices_.push_back(std::static_pointer_cast<VirtualDevice>(newDevice.device));
-        fillDefaults();
-        defaults = defaults_;
+        defaults = defaults_ = fittingDefaults();
     }
     sink_->devicesChanged(removed, newDevices, defaults);
     return ids;
+}
+
+VirtualPair VirtualBackend::addLoopbackPair(UInt32 channels)
+{
+    const std::scoped_lock change(changing_);
+    UInt32 number = 1;
+    auto descriptions = loopbackPair(channels, number);
+    while (std::ranges::any_of(descriptions, [this](const auto& each) { return hasUID(each.uid); }))
+        descriptions = loopbackPair(channels, ++number);
+    const std::vector<AudioDeviceID> ids = changeList({}, descriptions);
+    device(ids[0])->loopFrom(device(ids[1]));
+    return {.input = ids[0], .output = ids[1]};
+}
+
+bool VirtualBackend::hasUID(const std::string& uid)
+{
+    const std::scoped_lock lock(mutex_);
+    return std::ranges::any_of(devices_, [&uid](const auto& device) { return device->description().uid == uid; });
 }
 
 std::shared_ptr<VirtualDevice> VirtualBackend::device(AudioDeviceID id)
@@ -121,12 +173,16 @@ OSStatus VirtualBackend::chooseDefault(AudioHardwarePropertyID which, AudioDevic
     const auto chosen = device(id);
     if (id != kAudioDeviceUnknown && !chosen)
         return kAudioHardwareBadDeviceError;
-    if (chosen && !canBeDefault(which, *chosen))
+    if (chosen && !canBeDefault(chosen->description(), which))
         return kAudioHardwareIllegalOperationError;
     DefaultDevices defaults;
     {
         const std::scoped_lock lock(mutex_);
-        defaultOf(which) = id;
+        defaultOf(defaults_, which) = id;
+        if (chosen)
+            unwanted_.erase(which);
+        else
+            unwanted_.insert(which);
         defaults = defaults_;
     }
     sink_->devicesChanged({}, {}, defaults);
@@ -195,18 +251,6 @@ void VirtualBackend::removeFaults()
     const std::scoped_lock lock(mutex_);
     faults_.clear();
     hasFaults_ = false;
-}
-
-VirtualPair loopTogether(VirtualBackend& backend, UInt32 channels)
-{
-    const DeviceDescription descriptions[] = {
-        VirtualHardware::standardDevice("qmx.virtual.input", "Virtual Input", channels, 0),
-        VirtualHardware::standardDevice("qmx.virtual.output", "Virtual Output", 0, channels)};
-    const std::vector<AudioDeviceID> ids = backend.change({}, descriptions);
-    const auto input = backend.device(ids[0]), output = backend.device(ids[1]);
-    if (input && output)
-        input->loopFrom(output);
-    return {.input = ids[0], .output = ids[1]};
 }
 
 } // namespace qmx

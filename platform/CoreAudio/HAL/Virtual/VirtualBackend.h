@@ -8,7 +8,9 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <set>
 #include <span>
+#include <string>
 #include <vector>
 
 namespace qmx
@@ -31,6 +33,12 @@ public:
     Timeline& timeline() { return timeline_; }
     HardwareSink* sink() { return sink_; }
     std::vector<AudioDeviceID> change(std::span<const AudioDeviceID> removed, std::span<const DeviceDescription> added);
+    /// Adds an input and an output that are looped together, under UIDs that no device has.
+    VirtualPair addLoopbackPair(UInt32 channels);
+    /// Lets a default that can no longer be it pass to another device.
+    void reviewDefaults();
+    /// Forgets that somebody wanted no default.
+    void forgetChoices();
     std::shared_ptr<VirtualDevice> device(AudioDeviceID id);
     std::vector<AudioDeviceID> deviceIDs();
     OSStatus chooseDefault(AudioHardwarePropertyID which, AudioDeviceID device);
@@ -41,9 +49,10 @@ public:
 private:
     VirtualBackend() = default;
     ~VirtualBackend() override = default;
-    AudioDeviceID& defaultOf(AudioHardwarePropertyID which);
-    bool canBeDefault(AudioHardwarePropertyID which, VirtualDevice& device) const;
-    void fillDefaults();
+    std::vector<AudioDeviceID> changeList(std::span<const AudioDeviceID> removed,
+                                          std::span<const DeviceDescription> added);
+    DefaultDevices fittingDefaults() const;
+    bool hasUID(const std::string& uid);
 
     HardwareSink* sink_ = nullptr;
     Timeline timeline_;
@@ -51,12 +60,10 @@ private:
     std::mutex mutex_;    // of what follows
     std::vector<std::shared_ptr<VirtualDevice>> devices_;
     DefaultDevices defaults_;
+    std::set<AudioHardwarePropertyID> unwanted_; // defaults that shall be none until somebody chooses one
     std::optional<VolumeControl> bootChime_;
     std::vector<VirtualFault> faults_;
     std::atomic<bool> hasFaults_{false};
 };
-
-/// Adds an input and an output that are looped together.
-VirtualPair loopTogether(VirtualBackend& backend, UInt32 channels);
 
 } // namespace qmx
