@@ -28,9 +28,9 @@ PipeWireBackend::PipeWireBackend() : connection_([this] { wake(); }) {}
 void PipeWireBackend::begin(HardwareSink& sink)
 {
     sink_ = &sink;
-    {
+    looksAgain_ = !keepConnected();
+    if (!looksAgain_) {
         const Connection::Lock lock(connection_);
-        looksAgain_ = !connection_.connect();
         connection_.waitUntil([this] { return !connection_.isConnected() || connection_.isSettled(); });
     }
     report();
@@ -93,6 +93,8 @@ void PipeWireBackend::waitForWork()
 
 bool PipeWireBackend::keepConnected()
 {
+    if (!connection_.open())
+        return false;
     const Connection::Lock lock(connection_);
     if (connection_.isLost())
         connection_.disconnect();
@@ -102,6 +104,8 @@ bool PipeWireBackend::keepConnected()
 // Nothing while the server is still telling: the end of that wakes the housekeeper again.
 std::optional<PipeWireBackend::Present> PipeWireBackend::present()
 {
+    if (!connection_.isOpen())
+        return {};
     const Connection::Lock lock(connection_);
     if (connection_.isConnected() && !connection_.isSettled())
         return {};
