@@ -132,6 +132,7 @@ public:
 
     /// How much faster than true a device's clock goes, in parts per million, from now on.
     OSStatus setClockDrift(AudioDeviceID device, Float64 partsPerMillion);
+    /// Fast time is not begun where the system has no thread left for it, which is logged.
     void setTime(VirtualTime time);
     VirtualTime time() const;
     /// The line's present, in nanoseconds.

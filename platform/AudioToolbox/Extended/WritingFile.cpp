@@ -85,7 +85,7 @@ OSStatus WritingFile::primeWrites()
         queue_ =
             AsyncWrites::make(clientSamples(), clientFormat().mSampleRate,
                               [this](const AudioBufferList& data, UInt32 frames) { return encode(&data, frames); });
-    return failure_;
+    return queue_ ? failure_ : kAudioFileUnspecifiedError;
 }
 
 OSStatus WritingFile::writeAsync(UInt32 frames, const AudioBufferList& data)

@@ -2,11 +2,13 @@
 // What keeps the sound server's library from working, when devices are used first. Each case has a process of its own.
 #include "platform/CoreAudio/PipeWireTest.h"
 #include "support/CapturedLog.h"
+#include "support/NoThreads.h"
 
 #include <cstdlib>
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <filesystem>
+#include <optional>
 #include <pipewire/pipewire.h>
 #include <sys/resource.h>
 
@@ -15,6 +17,7 @@ namespace
 
 /// So few more descriptors than are open.
 struct NoDescriptors {
+    static constexpr std::size_t lines = 1;
     explicit NoDescriptors(rlim_t more)
     {
         const int next = fcntl(0, F_DUPFD_CLOEXEC, 0);
@@ -29,6 +32,7 @@ struct NoDescriptors {
 
 /// A folder of the library's parts that is not where it is looked for.
 struct MissingParts {
+    static constexpr std::size_t lines = 1;
     MissingParts(const char* variable, const char* name)
     {
         Dl_info info{};
@@ -42,8 +46,14 @@ struct MissingParts {
     std::filesystem::path parts;
 };
 
+struct NoThreads {
+    static constexpr std::size_t lines = 2; // one of them about who follows the devices
+    void mend() { none.reset(); }
+    std::optional<qmx::test::NoThreads> none{std::in_place};
+};
+
 /// Ends the process: with 0 when there are no devices before the obstacle is out of the way, those of the server afterwards, and
-/// one line about it.
+/// its lines are logged.
 template <class Obstacle, class... Arguments> void startBehind(Arguments... arguments)
 {
     alarm(60); // one that waits for ever fails
@@ -52,7 +62,7 @@ template <class Obstacle, class... Arguments> void startBehind(Arguments... argu
         server.start();
         const qmx::test::CapturedLog log;
         qmx::setAudioBackend(qmx::AudioBackend::pipeWire);
-        const Obstacle obstacle(arguments...);
+        Obstacle obstacle(arguments...);
         const auto countDevices = [] {
             UInt32 size = 0;
             AudioHardwareGetPropertyInfo(kAudioHardwarePropertyDevices, &size, nullptr);
@@ -68,8 +78,9 @@ template <class Obstacle, class... Arguments> void startBehind(Arguments... argu
         };
         AudioHardwareAddPropertyListener(kAudioHardwarePropertyDevices, heard, nullptr);
         obstacle.mend();
+        countDevices(); // the need at which threads are tried again
         changes.wait(0);
-        return countDevices() > 0 && log.lines().size() == 1 && log.lines()[0].starts_with("PipeWire: ");
+        return countDevices() > 0 && log.lines().size() == Obstacle::lines && log.lines()[0].starts_with("PipeWire: ");
     }();
     std::exit(isRight ? 0 : 1);
 }
@@ -84,4 +95,5 @@ TEST(PipeWireStart, ALibraryThatCannotWorkGivesNoDevicesUntilItCan)
     EXPECT_EXIT(startBehind<NoDescriptors>(6U), isRight, "");
     EXPECT_EXIT((startBehind<MissingParts>("SPA_PLUGIN_DIR", "spa-0.2")), isRight, "");
     EXPECT_EXIT((startBehind<MissingParts>("PIPEWIRE_MODULE_DIR", "pipewire-0.3")), isRight, "");
+    EXPECT_EXIT(startBehind<NoThreads>(), isRight, "");
 }

@@ -3,7 +3,6 @@
 
 #include "CoreAudio/HAL/PipeWire/MonotonicClock.h"
 #include "Foundation/Log.h"
-#include "Foundation/Thread.h"
 
 #include <algorithm>
 #include <chrono>
@@ -34,8 +33,8 @@ void PipeWireBackend::begin(HardwareSink& sink)
         connection_.waitUntil([this] { return !connection_.isConnected() || connection_.isSettled(); });
     }
     report();
-    if (!Thread::detachNewThread("qmx-pw-keeper", [this] { keepHouse(); }))
-        Log("PipeWire: no thread to follow the devices with; they stay as they are");
+    if (!housekeeper_.start())
+        Log("PipeWire: no thread to follow the devices with; they stay as they are until there is one");
 }
 
 void PipeWireBackend::wake()
@@ -224,6 +223,7 @@ UInt64 PipeWireBackend::hostTime()
 
 OSStatus PipeWireBackend::admit(HardwareOperation, UInt32, const PropertyAddress&)
 {
+    housekeeper_.start(); // where there was no thread left for it before
     return noErr;
 }
 

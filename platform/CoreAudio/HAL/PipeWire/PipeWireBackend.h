@@ -4,6 +4,7 @@
 #pragma once
 
 #include "CoreAudio/HAL/PipeWire/PipeWireDevice.h"
+#include "Foundation/LastingThread.h"
 
 #include <condition_variable>
 
@@ -62,6 +63,7 @@ private:
     bool hasWork_ = false;
     bool looksAgain_ = false; ///< soon, without being woken
     std::vector<std::shared_ptr<FilterRun>> disposed_;
+    LastingThread housekeeper_{"qmx-pw-keeper", [this] { keepHouse(); }};
 };
 
 } // namespace qmx::pipewire
