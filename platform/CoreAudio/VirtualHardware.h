@@ -25,7 +25,8 @@ using VirtualInput = std::function<void(Float32* samples, UInt32 frames, UInt32 
 /// Receives what an output is given, after volume and mute, in the same layout. Runs on the I/O thread in real time.
 using VirtualOutput = std::function<void(const Float32* samples, UInt32 frames, UInt32 channels, SInt64 firstFrame)>;
 
-/// Calls that shall fail, and how. What is left out matches every call.
+/// Calls that shall fail, and how. What is left out matches every call. A removal of a listener or a procedure gives the status
+/// and is carried out all the same, so that nothing is called that its owner has freed.
 struct VirtualFault {
     OSStatus status = kAudioHardwareUnspecifiedError;
     std::optional<HardwareOperation> operation;

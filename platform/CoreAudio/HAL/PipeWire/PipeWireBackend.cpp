@@ -126,6 +126,7 @@ void PipeWireBackend::report()
     const auto added = addNew(*now);
     const AudioDeviceID output = idOf(now->defaultOutput);
     sink_->devicesChanged(removed, added, {.input = idOf(now->defaultInput), .output = output, .systemOutput = output});
+    sink_->waitForRemoved(removed);
     for (const FoundDevice& each : now->devices)
         reportDevice(each);
 }

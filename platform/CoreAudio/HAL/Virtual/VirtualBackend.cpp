@@ -73,7 +73,18 @@ void VirtualBackend::fillDefaults()
 std::vector<AudioDeviceID> VirtualBackend::change(std::span<const AudioDeviceID> removed,
                                                   std::span<const DeviceDescription> added)
 {
-    const std::scoped_lock change(changing_);
+    const std::vector<AudioDeviceID> ids = [&] {
+        const std::scoped_lock change(changing_);
+        return changeList(removed, added);
+    }();
+    sink_->waitForRemoved(removed); // whose procedures may be changing the devices too
+    return ids;
+}
+
+// With the order of changes locked.
+std::vector<AudioDeviceID> VirtualBackend::changeList(std::span<const AudioDeviceID> removed,
+                                                      std::span<const DeviceDescription> added)
+{
     std::vector<AudioDeviceID> ids;
     std::vector<std::pair<AudioDeviceID, NewDevice>> newDevices;
     for (const DeviceDescription& wanted : added) {

@@ -41,6 +41,8 @@ public:
 private:
     VirtualBackend() = default;
     ~VirtualBackend() override = default;
+    std::vector<AudioDeviceID> changeList(std::span<const AudioDeviceID> removed,
+                                          std::span<const DeviceDescription> added);
     AudioDeviceID& defaultOf(AudioHardwarePropertyID which);
     bool canBeDefault(AudioHardwarePropertyID which, VirtualDevice& device) const;
     void fillDefaults();
