@@ -8,6 +8,7 @@
 #include "Devices/QMXAudioDeviceInfoOutput.h"
 #include "Devices/QMXAudioDeviceNotifications.h"
 #include "Devices/QMXAudioStream.h"
+#include "Devices/QMXAudioSubscription.h"
 #include "Devices/QMXCoreAudioIOSubscriber.h"
 #include "Devices/QMXVUMeterData.h"
 #include "Devices/QMXVUMeterDataProvider.h"

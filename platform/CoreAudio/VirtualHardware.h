@@ -25,7 +25,8 @@ using VirtualInput = std::function<void(Float32* samples, UInt32 frames, UInt32 
 /// Receives what an output is given, after volume and mute, in the same layout. Runs on the I/O thread in real time.
 using VirtualOutput = std::function<void(const Float32* samples, UInt32 frames, UInt32 channels, SInt64 firstFrame)>;
 
-/// Calls that shall fail, and how. What is left out matches every call.
+/// Calls that shall fail, and how. What is left out matches every call. A removal of a listener or a procedure gives the status
+/// and is carried out all the same, so that nothing is called that its owner has freed.
 struct VirtualFault {
     OSStatus status = kAudioHardwareUnspecifiedError;
     std::optional<HardwareOperation> operation;
@@ -135,6 +136,7 @@ public:
 
     /// How much faster than true a device's clock goes, in parts per million, from now on.
     OSStatus setClockDrift(AudioDeviceID device, Float64 partsPerMillion);
+    /// Fast time is not begun where the system has no thread left for it, which is logged.
     void setTime(VirtualTime time);
     VirtualTime time() const;
     /// The line's present, in nanoseconds.

@@ -1,13 +1,12 @@
 // SPDX-License-Identifier: MIT
 #include "Foundation/Retirement.h"
 
+#include "Foundation/LastingThread.h"
 #include "Foundation/RealTime.h"
-#include "Foundation/Thread.h"
-#include "Foundation/Worker.h"
 
 #include <atomic>
 #include <cstdint>
-#include <future>
+#include <utility>
 
 namespace qmx
 {
@@ -15,35 +14,34 @@ namespace qmx
 // A stack that threads in real time push onto and one thread empties as a whole.
 struct RetirementList {
     std::atomic<Retirable*> head{nullptr};
-    std::atomic<std::int32_t> count{0};
-    Worker worker{[this] { return head.load(std::memory_order_acquire) != nullptr; }};
+    std::atomic<std::int32_t> pushes{0};
+    std::atomic<std::int32_t> undestroyed{0};
+    LastingThread thread{"qmx-retire", [this] { run(); },
+                         [this] { return head.load(std::memory_order_acquire) != nullptr; }};
 
     static RetirementList& shared()
     {
-        static RetirementList* const list = [] {
-            auto* const made = new RetirementList; // never destroyed: its thread outlives everything
-            Thread::detachNewThread("qmx-retire", [made] { made->run(); });
-            return made;
-        }();
+        static auto* const list = new RetirementList; // never destroyed: its thread outlives everything
         return *list;
     }
 
     void push(Retirable* object) noexcept
     {
+        undestroyed.fetch_add(1);
         object->next_ = head.load(std::memory_order_relaxed);
         while (!head.compare_exchange_weak(object->next_, object, std::memory_order_release, std::memory_order_relaxed))
             ;
-        count.fetch_add(1, std::memory_order_release);
-        count.notify_one();
+        pushes.fetch_add(1, std::memory_order_release);
+        pushes.notify_one();
     }
 
     [[noreturn]] void run()
     {
         for (;;) {
-            const std::int32_t seen = count.load(std::memory_order_acquire);
+            const std::int32_t seen = pushes.load(std::memory_order_acquire);
             destroyAll(takeAll());
-            const Worker::Wait wait(worker);
-            count.wait(seen, std::memory_order_acquire);
+            const Worker::Wait wait(thread.worker());
+            pushes.wait(seen, std::memory_order_acquire);
         }
     }
 
@@ -61,18 +59,25 @@ struct RetirementList {
         return oldestFirst;
     }
 
-    static void destroyAll(Retirable* first)
+    void destroyAll(Retirable* first)
     {
         while (first) {
-            const std::unique_ptr<Retirable> object(first);
-            first = object->next_;
+            delete std::exchange(first, first->next_);
+            undestroyed.fetch_sub(1);
+            undestroyed.notify_all();
         }
+    }
+
+    void waitUntilDestroyed() const
+    {
+        for (std::int32_t left = undestroyed.load(); left != 0; left = undestroyed.load())
+            undestroyed.wait(left);
     }
 };
 
 Retirable::Retirable()
 {
-    RetirementList::shared(); // made here, where allocating is allowed
+    RetirementList::shared().thread.start(); // here, where allocating is allowed
 }
 
 Retirable::~Retirable() = default;
@@ -91,16 +96,17 @@ void destroyOutsideCallbacks(Retirable* object)
         delete object;
 }
 
+void helpToRetire()
+{
+    RetirementList& list = RetirementList::shared();
+    if (!list.thread.start())
+        list.destroyAll(list.takeAll());
+}
+
 void waitUntilRetired()
 {
-    struct Signal final : Retirable {
-        std::promise<void> reached;
-        ~Signal() override { reached.set_value(); }
-    };
-    auto* const signal = new Signal;
-    const std::future<void> reached = signal->reached.get_future();
-    retire(signal);
-    reached.wait();
+    helpToRetire();
+    RetirementList::shared().waitUntilDestroyed();
 }
 
 } // namespace qmx

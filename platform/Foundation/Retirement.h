@@ -9,7 +9,8 @@
 namespace qmx
 {
 
-/// Something that can be given up on a real-time thread; derive from it. Its destructor runs on a thread made for that.
+/// Something that can be given up on a real-time thread; derive from it. Its destructor runs on a thread made for that,
+/// or where somebody waits for it.
 class QMX_EXPORT Retirable
 {
 public:
@@ -34,6 +35,10 @@ QMX_EXPORT void retire(Retirable* object) noexcept;
 
 /// Destroys `object` (null is ignored) at once; inside a callback retires it: for destructors that wait for callbacks.
 QMX_EXPORT void destroyOutsideCallbacks(Retirable* object);
+
+/// For whoever is about to wait for the end of something that was retired: where the system has no thread left for that, it is
+/// destroyed here. Not inside a callback, nor with a lock held that such a destructor takes.
+QMX_EXPORT void helpToRetire();
 
 /// Returns when everything that was retired before is destroyed. Not inside a callback, nor from such a destructor.
 QMX_EXPORT void waitUntilRetired();

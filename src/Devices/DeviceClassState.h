@@ -14,6 +14,7 @@ struct QMXAudioDevice::ClassState {
     qmx::ConditionLock mutexLock;   // held through a refresh; blocks whoever comes when a failed one has left it held
     qmx::ConditionLock hwMutexLock; // held while a change of the hardware is looked at; taken before mutexLock
     std::mutex globalRunLock;       // every device's startCalls
+    std::mutex chainLock;           // new subscribers of any device, which may be devices
     std::shared_ptr<qmx::Object> classObject;
     std::mutex outputProviderLock;
     std::shared_ptr<QMXVUMeterDataProvider> outputProvider;

@@ -10,7 +10,7 @@
 #include "Devices/LiveContainer.h"
 #include "Devices/QMXAudioDeviceDelegate.h"
 #include "Devices/QMXAudioDeviceNotifications.h"
-#include "Devices/QMXCoreAudioIOSubscriber.h"
+#include "Devices/QMXAudioSubscription.h"
 #include "Foundation/Export.h"
 #include "Foundation/Object.h"
 #include "Foundation/Retirement.h"
@@ -31,7 +31,7 @@ class QMXVUMeterDataProvider;
 
 using QMXAudioDeviceList = qmx::LiveContainer<std::vector<std::shared_ptr<QMXAudioDevice>>>;
 using QMXAudioDeviceDictionary = qmx::LiveContainer<std::map<AudioDeviceID, std::shared_ptr<QMXAudioDevice>>>;
-using QMXAudioSubscriberList = qmx::LiveContainer<std::vector<std::shared_ptr<QMXCoreAudioIOSubscriber>>>;
+using QMXAudioSubscriberList = qmx::LiveContainer<std::vector<QMXAudioSubscription>>;
 
 /// One audio device, and, as a class, the process's registry of all of them. The registry comes up with the first use of the
 /// class and follows the hardware from then on; it owns its devices. Ended inside an I/O or render callback, a device is
@@ -224,10 +224,11 @@ public:
     bool stop();
 
     /// Has the subscriber called in each cycle, after those that were added before; input subscribers come before output
-    /// subscribers. Once per direction: one that is there stays where it is. The device owns its subscribers.
+    /// subscribers. Once per direction: one that is there stays where it is. The device owns its subscribers. A device
+    /// that hands its buffers to this one, by way of others or itself, is refused, which is logged: they would go round for ever.
     void addAudioIOSubscriber_forInput(const std::shared_ptr<QMXCoreAudioIOSubscriber>& subscriber, bool isInput);
-    /// Has it called no more: the calls in flight are waited for, except inside an I/O or render callback, where the
-    /// device lets go of it a little later. Hold no lock that a subscriber takes.
+    /// Has it called no more: the calls in flight are waited for, except in real time and inside an I/O or render callback, where
+    /// the device lets go of it a little later. Any thread, real-time ones too. Hold no lock that a subscriber takes.
     void removeAudioIOSubscriber_forInput(const QMXCoreAudioIOSubscriber& subscriber, bool isInput);
     /// Always the same object for a direction; lives as long as the device.
     QMXAudioSubscriberList& audioSubscribersForInput(bool isInput);
@@ -269,6 +270,7 @@ public:
 private:
     struct ClassState;
     struct IOCycle;
+    struct Sweep;
     using DelegateMethod = void (QMXAudioDeviceDelegate::*)(const qmx::Notification&);
 
     using Devices = std::vector<std::shared_ptr<QMXAudioDevice>>;
@@ -288,6 +290,9 @@ private:
                                   const AudioTimeStamp* outputTime, void* clientData);
     static OSStatus devicePropertyCallback(AudioDeviceID deviceID, UInt32 channel, Boolean isInput,
                                            AudioDevicePropertyID propertyID, void* clientData);
+    void armSweep();
+    void sweepSubscribers();
+    void dropSubscribersThatLeft(bool isInput);
     std::atomic<bool>& hasSubscribers(bool isInput) { return isInput ? hasInputSubscribers : hasOutputSubscribers; }
     void tellDelegate(DelegateMethod method, const qmx::Notification& notification);
 
@@ -309,7 +314,8 @@ private:
     std::atomic<bool> hasOutputSubscribers{false};
     QMXAudioSubscriberList inputSubscribersArray;
     QMXAudioSubscriberList outputSubscribersArray;
-    mutable std::mutex subscriberLock; // list changes, the meter and the delegate
-    std::atomic<SInt32> startCalls{0}; // changed under the lock that all devices share
-    mutable std::mutex nameLock;       // the two cached texts
+    mutable std::mutex subscriberLock;   // list changes, the meter and the delegate
+    std::atomic<Sweep*> sweep_{nullptr}; // takes out who left in real time; none while it is on its way
+    std::atomic<SInt32> startCalls{0};   // changed under the lock that all devices share
+    mutable std::mutex nameLock;         // the two cached texts
 };

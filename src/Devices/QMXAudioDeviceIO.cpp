@@ -10,6 +10,7 @@
 #include "Foundation/Thread.h"
 
 #include <algorithm>
+#include <array>
 
 namespace
 {
@@ -49,11 +50,22 @@ const char* notificationName(AudioDevicePropertyID propertyID, bool isInput)
     }
 }
 
-bool holds(const std::vector<std::shared_ptr<QMXCoreAudioIOSubscriber>>& subscribers,
-           const QMXCoreAudioIOSubscriber* subscriber)
+bool holds(const std::vector<QMXAudioSubscription>& subscriptions, const QMXCoreAudioIOSubscriber* subscriber)
 {
-    return std::ranges::find(subscribers, subscriber, &std::shared_ptr<QMXCoreAudioIOSubscriber>::get) !=
-           subscribers.end();
+    return std::ranges::any_of(subscriptions,
+                               [=](const auto& each) { return each.get() == subscriber && !each.hasLeft(); });
+}
+
+/// Whether what `subscriber` is handed comes to `device`, through any number of devices. There is no ring yet, so it ends.
+bool leadsTo(QMXCoreAudioIOSubscriber* subscriber, const QMXAudioDevice& device)
+{
+    auto* const next = dynamic_cast<QMXAudioDevice*>(subscriber);
+    if (!next || next == &device)
+        return next;
+    return std::ranges::any_of(std::array{true, false}, [&](bool isInput) {
+        const QMXAudioSubscriberList::Walk walk(next->audioSubscribersForInput(isInput));
+        return std::ranges::any_of(walk.now(), [&](const auto& each) { return leadsTo(each.get(), device); });
+    });
 }
 
 } // namespace
@@ -80,16 +92,30 @@ struct QMXAudioDevice::IOCycle {
             const auto& subscribers = walk.now();
             if (i >= subscribers.size())
                 return;
+            if (subscribers[i].hasLeft())
+                continue;
             subscribers[i]->audioIOHandler_inNow_inInputData_inInputTime_outOutputData_inOutputTime_inClientData(
                 device, now, inputData, inputTime, outputData, outputTime, clientData);
         }
     }
 };
 
+/// Ends on a thread that may allocate.
+struct QMXAudioDevice::Sweep final : qmx::Retirable {
+    explicit Sweep(std::weak_ptr<QMXAudioDevice> owner) : device(std::move(owner)) {}
+    ~Sweep() override
+    {
+        if (const auto present = device.lock())
+            present->sweepSubscribers();
+    }
+    std::weak_ptr<QMXAudioDevice> device;
+};
+
 std::shared_ptr<QMXAudioDevice> QMXAudioDevice::initWithDeviceID(AudioDeviceID deviceID)
 {
     classState();
     std::shared_ptr<QMXAudioDevice> device(new QMXAudioDevice(deviceID), destroy);
+    device->armSweep();
     device->listen();
     device->manufacturer();
     device->name();
@@ -119,6 +145,7 @@ QMXAudioDevice::~QMXAudioDevice()
     AudioDeviceRemoveIOProc(deviceID_, captureIOProc, this);
     AudioDeviceRemovePropertyListener(deviceID_, kAudioPropertyWildcardChannel, kAudioPropertyWildcardSection,
                                       kAudioPropertyWildcardPropertyID, devicePropertyCallback, this);
+    delete sweep_.load();
 }
 
 std::string QMXAudioDevice::description() const
@@ -159,23 +186,55 @@ void QMXAudioDevice::addAudioIOSubscriber_forInput(const std::shared_ptr<QMXCore
     QMXAudioSubscriberList& list = audioSubscribersForInput(isInput);
     if (const auto present = list.snapshot(); !subscriber || holds(*present, subscriber.get()))
         return;
+    bool closesRing = false;
     const auto former = [&] {
-        const std::scoped_lock lock(subscriberLock);
-        return list.change([&](auto& subscribers) {
-            if (!holds(subscribers, subscriber.get()))
-                subscribers.push_back(subscriber);
+        const std::scoped_lock lock(classState().chainLock, subscriberLock); // two at once might close one together
+        closesRing = leadsTo(subscriber.get(), *this);
+        return list.change([&](auto& subscriptions) {
+            if (!closesRing && !holds(subscriptions, subscriber.get()))
+                subscriptions.emplace_back(subscriber);
         });
     }();
+    if (closesRing)
+        qmx::Log("QMXAudioDevice: A device cannot subscribe to one that it hands its buffers to");
 }
 
 void QMXAudioDevice::removeAudioIOSubscriber_forInput(const QMXCoreAudioIOSubscriber& subscriber, bool isInput)
+{
+    {
+        const QMXAudioSubscriberList::Walk walk(audioSubscribersForInput(isInput));
+        for (const QMXAudioSubscription& each : walk.now())
+            if (each.get() == &subscriber)
+                each.leave();
+    }
+    if (qmx::isRealTime())
+        qmx::retire(sweep_.exchange(nullptr)); // where there is none, the one on its way comes after the mark
+    else
+        dropSubscribersThatLeft(isInput);
+}
+
+void QMXAudioDevice::armSweep()
+{
+    sweep_ = new Sweep(weak_from_this());
+}
+
+void QMXAudioDevice::sweepSubscribers()
+{
+    armSweep(); // before the look: whoever leaves after it needs the next one
+    for (const bool isInput : {true, false})
+        if (const auto list = audioSubscribersForInput(isInput).snapshot();
+            std::ranges::any_of(*list, &QMXAudioSubscription::hasLeft))
+            dropSubscribersThatLeft(isInput);
+}
+
+void QMXAudioDevice::dropSubscribersThatLeft(bool isInput)
 {
     QMXAudioSubscriberList& list = audioSubscribersForInput(isInput);
     {
         const auto former = [&] {
             const std::scoped_lock lock(subscriberLock);
-            return list.change([&](auto& subscribers) {
-                std::erase_if(subscribers, [&](const auto& other) { return other.get() == &subscriber; });
+            return list.change([](auto& subscriptions) {
+                std::erase_if(subscriptions, [](const auto& each) { return each.hasLeft(); });
             });
         }();
     }

@@ -24,8 +24,7 @@ std::shared_ptr<AsyncWrites> AsyncWrites::make(const PcmLayout& layout, Float64 
 {
     const UInt32 capacity = FrameRing::capacityFor(layout, rate, secondsHeld, leastBytes, mostBytes);
     auto writes = std::make_shared<AsyncWrites>(layout, capacity, std::move(sink));
-    BackgroundThread::writer().add(writes);
-    return writes;
+    return BackgroundThread::writer().add(writes) ? writes : nullptr;
 }
 
 AsyncWrites::AsyncWrites(const PcmLayout& layout, UInt32 capacity, Sink sink)

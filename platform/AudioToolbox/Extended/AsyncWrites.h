@@ -19,7 +19,7 @@ public:
     /// by one thread at a time.
     using Sink = std::function<void(const AudioBufferList& frames, UInt32 count)>;
 
-    /// Memory for four seconds at `rate` Hz, within bounds.
+    /// Memory for four seconds at `rate` Hz, within bounds. Null where the system has no thread left for it.
     static std::shared_ptr<AsyncWrites> make(const PcmLayout& layout, Float64 rate, Sink sink);
     AsyncWrites(const PcmLayout& layout, UInt32 capacity, Sink sink);
 

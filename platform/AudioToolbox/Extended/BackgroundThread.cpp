@@ -1,10 +1,14 @@
 // SPDX-License-Identifier: MIT
 #include "AudioToolbox/Extended/BackgroundThread.h"
 
-#include "Foundation/Thread.h"
-
 namespace qmx
 {
+
+BackgroundThread::BackgroundThread(const char* name)
+    : thread_(
+          name, [this] { run(); }, [this] { return wakes_.load() != seenWakes_.load(); })
+{
+}
 
 BackgroundThread& BackgroundThread::writer()
 {
@@ -18,16 +22,12 @@ BackgroundThread& BackgroundThread::reader()
     return *thread;
 }
 
-void BackgroundThread::add(const std::shared_ptr<BackgroundWork>& work)
+bool BackgroundThread::add(const std::shared_ptr<BackgroundWork>& work)
 {
     const std::scoped_lock lock(mutex_);
     std::erase_if(works_, [](const auto& known) { return known.expired(); });
     works_.push_back(work);
-    if (worker_)
-        return;
-    worker_.emplace([this] { return wakes_.load() != seenWakes_.load(); });
-    if (!Thread::detachNewThread(name_, [this] { run(); }))
-        worker_.reset(); // with the next work it is tried again
+    return thread_.start();
 }
 
 void BackgroundThread::wake() noexcept
@@ -40,7 +40,7 @@ void BackgroundThread::run()
 {
     while (true) {
         {
-            const Worker::Wait wait(*worker_);
+            const Worker::Wait wait(thread_.worker());
             wakes_.wait(seenWakes_, std::memory_order_acquire);
         }
         seenWakes_ = wakes_.load(std::memory_order_acquire);

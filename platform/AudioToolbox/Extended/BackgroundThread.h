@@ -2,12 +2,11 @@
 // The threads of the process that write and read files behind real-time threads: one for each direction, for all files.
 #pragma once
 
-#include "Foundation/Worker.h"
+#include "Foundation/LastingThread.h"
 
 #include <atomic>
 #include <memory>
 #include <mutex>
-#include <optional>
 #include <vector>
 
 namespace qmx
@@ -28,21 +27,20 @@ public:
     static BackgroundThread& writer();
     static BackgroundThread& reader();
 
-    /// Whoever owns the work ends it by letting go.
-    void add(const std::shared_ptr<BackgroundWork>& work);
+    /// False where the system has no thread left for it. Whoever owns the work ends it by letting go.
+    [[nodiscard]] bool add(const std::shared_ptr<BackgroundWork>& work);
     /// Any thread, real-time ones too: costs a store and, while the thread sleeps, a wake.
     void wake() noexcept;
 
 private:
-    explicit BackgroundThread(const char* name) : name_(name) {}
+    explicit BackgroundThread(const char* name);
     void run();
     std::vector<std::shared_ptr<BackgroundWork>> current();
 
-    const char* name_;
-    std::mutex mutex_;             // of the two below
-    std::optional<Worker> worker_; // while the thread runs
-    std::vector<std::weak_ptr<BackgroundWork>> works_;
+    std::mutex mutex_;
+    std::vector<std::weak_ptr<BackgroundWork>> works_; // guarded by it
     std::atomic<unsigned> wakes_{0}, seenWakes_{0};
+    LastingThread thread_;
 };
 
 } // namespace qmx

@@ -23,8 +23,7 @@ std::shared_ptr<ReadAhead> ReadAhead::make(const PcmLayout& layout, Float64 rate
 {
     const UInt32 capacity = FrameRing::capacityFor(layout, rate, secondsHeld, leastBytes, mostBytes);
     auto ahead = std::make_shared<ReadAhead>(layout, capacity, std::move(source));
-    BackgroundThread::reader().add(ahead);
-    return ahead;
+    return BackgroundThread::reader().add(ahead) ? ahead : nullptr;
 }
 
 ReadAhead::ReadAhead(const PcmLayout& layout, UInt32 capacity, Source source)

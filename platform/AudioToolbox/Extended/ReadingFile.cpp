@@ -92,6 +92,8 @@ OSStatus ReadingFile::primeReads()
     if (!ahead_)
         ahead_ = ReadAhead::make(clientSamples(), clientFormat().mSampleRate,
                                  [this](AudioBufferList& data, UInt32& frames) { return fill(frames, data); });
+    if (!ahead_)
+        return kAudioFileUnspecifiedError;
     ahead_->restart([this] { startAgain(); });
     return noErr;
 }

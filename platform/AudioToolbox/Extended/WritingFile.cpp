@@ -90,7 +90,7 @@ OSStatus WritingFile::primeWrites()
     if (!queue_)
         queue_ = AsyncWrites::make(clientSamples(), clientFormat().mSampleRate,
                                    [this](const AudioBufferList& data, UInt32 frames) { encode(&data, frames); });
-    return failure();
+    return queue_ ? failure() : kAudioFileUnspecifiedError;
 }
 
 OSStatus WritingFile::writeAsync(UInt32 frames, const AudioBufferList& data)

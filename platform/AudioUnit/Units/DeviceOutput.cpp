@@ -139,6 +139,7 @@ void DeviceOutput::end(DeviceRun* run, bool mayWait) noexcept
 
 void DeviceOutput::waitUntilStopped()
 {
+    helpToRetire();
     ending_.waitUntilQuiet();
 }
 

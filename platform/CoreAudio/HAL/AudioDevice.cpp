@@ -110,12 +110,12 @@ OSStatus AudioDeviceRemovePropertyListener(AudioDeviceID inDevice, UInt32 inChan
                                            void* inClientData)
 {
     const PropertyAddress address{inPropertyID, inChannel, inSection != 0};
-    if (const OSStatus status = Hardware::shared().admit(HardwareOperation::removeListener, inDevice, address))
-        return status;
     const Listener listener{inPropertyID, inChannel, inSection, inProc, inClientData};
-    if (Hardware::shared().listeners().remove(inDevice, listener))
-        return noErr;
-    return isAlive(inDevice) ? kAudioHardwareIllegalOperationError : kAudioHardwareBadDeviceError;
+    return Hardware::shared().removeAnyway(HardwareOperation::removeListener, inDevice, address, [&]() -> OSStatus {
+        if (Hardware::shared().listeners().remove(inDevice, listener))
+            return noErr;
+        return isAlive(inDevice) ? kAudioHardwareIllegalOperationError : kAudioHardwareBadDeviceError;
+    });
 }
 
 OSStatus AudioDeviceAddIOProc(AudioDeviceID inDevice, AudioDeviceIOProc inProc, void* inClientData)
@@ -134,14 +134,16 @@ OSStatus AudioDeviceRemoveIOProc(AudioDeviceID inDevice, AudioDeviceIOProc inPro
 {
     if (DeviceIO* const own = DeviceIO::ofCallingThread(); own && own->device() == inDevice)
         return own->removeInCycle(inProc, inClientData);
-    std::shared_ptr<Device> device;
-    if (const OSStatus status = findDevice(HardwareOperation::removeIOProc, inDevice, device))
-        return status;
-    if (const OSStatus status = device->io->remove(inProc, inClientData))
-        return status;
-    stopIfIdle(device);
-    Hardware::shared().forgetRemains(*device);
-    return noErr;
+    return Hardware::shared().removeAnyway(HardwareOperation::removeIOProc, inDevice, {}, [&]() -> OSStatus {
+        const std::shared_ptr<Device> device = Hardware::shared().deviceOrRemains(inDevice);
+        if (!device)
+            return kAudioHardwareBadDeviceError;
+        if (const OSStatus status = device->io->remove(inProc, inClientData))
+            return status;
+        stopIfIdle(device);
+        Hardware::shared().forgetRemains(*device);
+        return noErr;
+    });
 }
 
 OSStatus AudioDeviceStart(AudioDeviceID inDevice, AudioDeviceIOProc inProc, void* inClientData)

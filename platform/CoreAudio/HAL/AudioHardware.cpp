@@ -192,12 +192,12 @@ OSStatus AudioHardwareRemovePropertyListener(AudioHardwarePropertyID inPropertyI
                                              AudioHardwarePropertyListenerProc inProc, void* inClientData)
 {
     Hardware& hardware = Hardware::shared();
-    if (const OSStatus status =
-            hardware.admit(HardwareOperation::removeListener, systemObject, PropertyAddress{.property = inPropertyID}))
-        return status;
-    return hardware.listeners().remove(systemObject, listenerOf(inPropertyID, inProc, inClientData))
-               ? noErr
-               : kAudioHardwareIllegalOperationError;
+    const PropertyAddress address{.property = inPropertyID};
+    return hardware.removeAnyway(HardwareOperation::removeListener, systemObject, address, [&]() -> OSStatus {
+        return hardware.listeners().remove(systemObject, listenerOf(inPropertyID, inProc, inClientData))
+                   ? noErr
+                   : kAudioHardwareIllegalOperationError;
+    });
 }
 
 UInt64 AudioGetCurrentHostTime()

@@ -81,10 +81,10 @@ OSStatus AudioStreamAddPropertyListener(AudioStreamID inStream, UInt32 inChannel
 OSStatus AudioStreamRemovePropertyListener(AudioStreamID inStream, UInt32 inChannel, AudioStreamPropertyID inPropertyID,
                                            AudioStreamPropertyListenerProc inProc, void* inClientData)
 {
-    if (const OSStatus status =
-            Hardware::shared().admit(HardwareOperation::removeListener, inStream, {inPropertyID, inChannel, false}))
-        return status;
-    if (Hardware::shared().listeners().remove(inStream, listenerOf(inPropertyID, inProc, inClientData)))
-        return noErr;
-    return Hardware::shared().stream(inStream) ? kAudioHardwareIllegalOperationError : kAudioHardwareBadStreamError;
+    const qmx::PropertyAddress address{inPropertyID, inChannel, false};
+    return Hardware::shared().removeAnyway(HardwareOperation::removeListener, inStream, address, [&]() -> OSStatus {
+        if (Hardware::shared().listeners().remove(inStream, listenerOf(inPropertyID, inProc, inClientData)))
+            return noErr;
+        return Hardware::shared().stream(inStream) ? kAudioHardwareIllegalOperationError : kAudioHardwareBadStreamError;
+    });
 }

@@ -4,8 +4,7 @@
 // else (properties, listeners, registrations, mixing, slicing, IDs) is the core's.
 //
 // Locks: the core calls a backend without any lock of its own but the one that orders a device's start and stop. A backend may
-// call the core at any time, from any thread, with locks of its own held, except devicesChanged, which waits for cycles
-// in flight: no lock may be held there that a cycle takes.
+// call the core at any time, from any thread, with locks of its own held, except waitForRemoved.
 #pragma once
 
 #include "CoreAudio/AudioHardware.h"
@@ -91,10 +90,14 @@ public:
 
     /// A number that no device or stream had before.
     virtual AudioDeviceID makeID() = 0;
-    /// Devices that came (with IDs made by makeID) and went, and the defaults after that, as one change.
+    /// Devices that came (with IDs made by makeID) and went, and the defaults after that, as one change. Those that went begin no
+    /// further cycle; waitForRemoved has to follow.
     virtual void devicesChanged(std::span<const AudioDeviceID> removed,
                                 std::span<const std::pair<AudioDeviceID, NewDevice>> added,
                                 const DefaultDevices& defaults) = 0;
+    /// Returns when the last cycles of removed devices have ended; at once inside a callback. No lock may be held that a procedure
+    /// may come to take.
+    virtual void waitForRemoved(std::span<const AudioDeviceID> removed) = 0;
     virtual void deviceChanged(AudioDeviceID device, const DeviceDescription& description) = 0;
     virtual void bootChimeChanged(const std::optional<VolumeControl>& volume) = 0;
     /// Tells listeners without a change of the record: overloads, for example.

@@ -202,12 +202,9 @@ OSStatus DeviceIO::remove(AudioDeviceIOProc procedure, void* clientData)
 
 void DeviceIO::stopAll()
 {
-    {
-        const std::scoped_lock lock(mutex_);
-        for (const auto& each : list_.load()->procedures)
-            stop(*each);
-    }
-    waitForCycle();
+    const std::scoped_lock lock(mutex_);
+    for (const auto& each : list_.load()->procedures)
+        stop(*each);
 }
 
 OSStatus DeviceIO::markRunning(AudioDeviceIOProc procedure, void* clientData)

@@ -49,7 +49,7 @@ public:
     // Any thread but the real-time ones.
     OSStatus add(AudioDeviceIOProc procedure, void* clientData);
     OSStatus remove(AudioDeviceIOProc procedure, void* clientData);
-    /// Stops all and waits for the cycle in flight.
+    /// Does not wait for the cycle in flight.
     void stopAll();
     OSStatus markRunning(AudioDeviceIOProc procedure, void* clientData);
     OSStatus markStopped(AudioDeviceIOProc procedure, void* clientData);

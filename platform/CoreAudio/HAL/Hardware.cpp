@@ -311,7 +311,7 @@ std::shared_ptr<Device> Hardware::takeOut(AudioDeviceID id)
     return device;
 }
 
-// Needs neither the notification thread nor the device's clients.
+// Waits neither for the notification thread nor for the device's clients.
 void Hardware::end(const std::shared_ptr<Device>& device)
 {
     {
@@ -321,7 +321,15 @@ void Hardware::end(const std::shared_ptr<Device>& device)
         device->ioRuns = false;
     }
     device->io->stopAll();
-    forgetRemains(*device);
+}
+
+void Hardware::waitForRemoved(std::span<const AudioDeviceID> removed)
+{
+    for (const AudioDeviceID id : removed)
+        if (const auto remains = deviceOrRemains(id)) {
+            remains->io->waitForCycle();
+            forgetRemains(*remains);
+        }
 }
 
 void Hardware::deviceChanged(AudioDeviceID id, const DeviceDescription& description)

@@ -55,6 +55,14 @@ public:
 
     /// What a call begins with: whether the backend lets it go on.
     OSStatus admit(HardwareOperation operation, UInt32 object, const PropertyAddress& address = {});
+    /// A removal is carried out though the backend fails the call: what would be called may be gone afterwards.
+    template <class Remove>
+    OSStatus removeAnyway(HardwareOperation operation, UInt32 object, const PropertyAddress& address, Remove remove)
+    {
+        const OSStatus refusal = admit(operation, object, address);
+        const OSStatus status = remove();
+        return refusal ? refusal : status;
+    }
 
     // --- For the platform's calls
     std::shared_ptr<Device> device(AudioDeviceID id);
@@ -83,6 +91,7 @@ public:
     void devicesChanged(std::span<const AudioDeviceID> removed,
                         std::span<const std::pair<AudioDeviceID, NewDevice>> added,
                         const DefaultDevices& defaults) override;
+    void waitForRemoved(std::span<const AudioDeviceID> removed) override;
     void deviceChanged(AudioDeviceID device, const DeviceDescription& description) override;
     void bootChimeChanged(const std::optional<VolumeControl>& volume) override;
     void announce(AudioDeviceID device, const PropertyAddress& address) override;

@@ -2,7 +2,6 @@
 #include "CoreAudio/HAL/Listeners.h"
 
 #include "Foundation/RealTime.h"
-#include "Foundation/Thread.h"
 
 #include <algorithm>
 
@@ -22,11 +21,6 @@ bool Listener::wants(const PropertyAddress& address) const
            (section == kAudioPropertyWildcardSection || (section != 0) == address.isInput);
 }
 
-Listeners::Listeners() : worker_([this] { return hasAnnouncements(); })
-{
-    Thread::detachNewThread("qmx-notify", [this] { run(); });
-}
-
 bool Listeners::isNotificationThread()
 {
     return isOnNotificationThread;
@@ -40,6 +34,7 @@ bool Listeners::hasAnnouncements()
 
 bool Listeners::add(UInt32 object, const Listener& listener, bool announcesNow, const PropertyAddress& announced)
 {
+    thread_.start();
     const std::scoped_lock lock(mutex_);
     auto& registrations = registrations_[object];
     if (std::ranges::any_of(registrations, [&](const auto& each) { return each->listener == listener; }))
@@ -75,6 +70,7 @@ bool Listeners::remove(UInt32 object, const Listener& listener)
 
 void Listeners::announce(UInt32 object, const PropertyAddress& address, std::function<void()> before)
 {
+    thread_.start();
     const std::scoped_lock lock(mutex_);
     queue_.push_back({object, address, nullptr, std::move(before)});
     announced_.notify_one();
@@ -95,7 +91,7 @@ void Listeners::run()
 Listeners::Announcement Listeners::waitForAnnouncement()
 {
     {
-        const Worker::Wait wait(worker_);
+        const Worker::Wait wait(thread_.worker());
         std::unique_lock lock(mutex_);
         announced_.wait(lock, [this] { return !queue_.empty(); });
     }

@@ -4,7 +4,7 @@
 
 #include "CoreAudio/AudioHardware.h"
 #include "CoreAudio/DeviceDescription.h"
-#include "Foundation/Worker.h"
+#include "Foundation/LastingThread.h"
 
 #include <condition_variable>
 #include <cstddef>
@@ -38,7 +38,7 @@ struct Listener {
 class Listeners
 {
 public:
-    Listeners();
+    Listeners() = default;
     ~Listeners() = delete;
 
     /// False when it is there already. `announcesNow`: tells this one, and no other, of `announced`.
@@ -75,7 +75,7 @@ private:
     std::unordered_map<UInt32, std::vector<std::shared_ptr<Registration>>> registrations_;
     std::deque<Announcement> queue_;
     const Registration* called_ = nullptr;
-    Worker worker_;
+    LastingThread thread_{"qmx-notify", [this] { run(); }, [this] { return hasAnnouncements(); }};
 };
 
 } // namespace qmx

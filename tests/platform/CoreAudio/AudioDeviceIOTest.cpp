@@ -203,6 +203,58 @@ TEST_F(HardwareTest, ADeviceThatGoesInMidCycleIsQuietAfterwards)
     }
 }
 
+TEST_F(HardwareTest, WhatARefusedRemovalWasForIsCalledNoMore)
+{
+    const AudioDeviceID device = add("a", 2, 0);
+    AudioStreamID stream = 0;
+    ASSERT_EQ(get(device, 0, true, kAudioDevicePropertyStreams, stream), noErr);
+    Client other(device, {});
+    auto removed = std::make_unique<Client>(device, [](const Cycle&) {});
+    Heard heard;
+    heard.listenToDevice(device);
+    AudioHardwareAddPropertyListener(kAudioPropertyWildcardPropertyID, Heard::hardware, &heard);
+    AudioStreamAddPropertyListener(stream, 0, kAudioPropertyWildcardPropertyID, Heard::stream, &heard);
+    other.start();
+    removed->start();
+    heard.take();
+    hardware.addFault({});
+    EXPECT_EQ(AudioDeviceRemoveIOProc(device, Client::run, removed.get()), kAudioHardwareUnspecifiedError);
+    EXPECT_EQ(heard.stopListeningToDevice(device), kAudioHardwareUnspecifiedError);
+    EXPECT_EQ(AudioHardwareRemovePropertyListener(kAudioPropertyWildcardPropertyID, Heard::hardware, &heard),
+              kAudioHardwareUnspecifiedError);
+    EXPECT_EQ(AudioStreamRemovePropertyListener(stream, 0, kAudioPropertyWildcardPropertyID, Heard::stream, &heard),
+              kAudioHardwareUnspecifiedError);
+    hardware.removeFaults();
+    hardware.advanceCycles(device);
+    EXPECT_EQ(other.cycles, 1);
+    EXPECT_EQ(removed->cycles, 0);
+    set(device, 0, true, kAudioDevicePropertyNominalSampleRate, 48000.0);
+    hardware.announceHardware(kAudioHardwarePropertySleepingIsAllowed);
+    EXPECT_THAT(heard.take(), ElementsAre());
+}
+
+TEST_F(HardwareTest, AProcedureMayChangeTheDevicesWhileItsOwnIsUnplugged)
+{
+    const AudioDeviceID device = add("a", 2, 0), other = add("b", 2, 0);
+    std::atomic<int> stage{0};
+    Client client(device, [&](const Cycle&) {
+        const OutsideRealTime changes;
+        stage = 1;
+        stage.notify_all();
+        while (hardware.devices().size() == 2) // the unplugging has begun
+            std::this_thread::yield();
+        hardware.addDevice({});
+        EXPECT_EQ(hardware.setDefaultDevice(kAudioHardwarePropertyDefaultInputDevice, other), noErr);
+        stage = 2;
+    });
+    client.start();
+    hardware.setTime(qmx::VirtualTime::fast);
+    stage.wait(0);
+    hardware.removeDevice(device);
+    EXPECT_EQ(stage, 2) << "it is quiet afterwards";
+    EXPECT_EQ(deviceList().size(), 2U);
+}
+
 TEST_F(HardwareTest, LargerServerCyclesComeInSlicesWithTheirOwnTimes)
 {
     const AudioDeviceID device = add("a", 2, 2);

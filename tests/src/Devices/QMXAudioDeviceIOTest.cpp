@@ -199,6 +199,27 @@ TEST_F(DeviceIO, HandsOnBuffersWhileItRunsAndItsFlagIsSet)
     EXPECT_EQ(first->calls, 2) << "its own I/O does not look at the flag";
 }
 
+TEST_F(DeviceIO, RefusesASubscriptionThatLeadsBackToItself)
+{
+    std::vector<std::shared_ptr<QMXAudioDevice>> ring;
+    for (const char* const name : {"a", "b", "c"})
+        ring.push_back(QMXAudioDevice::deviceWithDeviceID(add(name)));
+    ring[0]->addAudioIOSubscriber_forInput(ring[1], true);
+    ring[0]->addAudioIOSubscriber_forInput(ring[2], true);
+    ring[1]->addAudioIOSubscriber_forInput(ring[2], false);
+    const qmx::test::CapturedLog log;
+    for (const auto& device : ring)
+        ring[2]->addAudioIOSubscriber_forInput(device, true);
+    EXPECT_TRUE(ring[2]->audioSubscribersForInput(true).snapshot().empty());
+    EXPECT_EQ(log.lines(), Lines(3, "QMXAudioDevice: A device cannot subscribe to one that it hands its buffers to"));
+    for (const auto& device : ring)
+        device->start();
+    const auto subscriber = std::make_shared<Subscriber>();
+    ring[2]->addAudioIOSubscriber_forInput(subscriber, true);
+    hardware.advanceCycles(ring[0]->deviceID());
+    EXPECT_EQ(subscriber->calls, 2) << "by its own cycle and by that of the first";
+}
+
 TEST_F(DeviceIO, CallsNobodyWhomAnEarlierSubscriberRemoved)
 {
     const auto device = QMXAudioDevice::deviceWithDeviceID(add("a"));
@@ -219,6 +240,31 @@ TEST_F(DeviceIO, CallsNobodyWhomAnEarlierSubscriberRemoved)
     qmx::waitUntilRetired();
     EXPECT_TRUE(removed.expired());
     EXPECT_EQ(held.use_count(), 1);
+}
+
+TEST_F(DeviceIO, SubscribersMayBeRemovedAndAddedAgainInRealTime)
+{
+    const AudioDeviceID id = add("a");
+    const auto device = QMXAudioDevice::deviceWithDeviceID(id);
+    const auto second = std::make_shared<Subscriber>(), third = std::make_shared<Subscriber>();
+    std::vector<std::shared_ptr<Subscriber>> leaving{second};
+    const auto first = std::make_shared<Subscriber>([&] {
+        for (const auto& each : leaving)
+            device->removeAudioIOSubscriber_forInput(*each, true);
+    });
+    leaving.push_back(first);
+    for (const auto& each : {first, second, third})
+        device->addAudioIOSubscriber_forInput(each, true);
+    device->start();
+    for (int cycle = 1; cycle <= 3; ++cycle) {
+        hardware.advanceCycles(id);
+        EXPECT_EQ(first->calls, cycle);
+        EXPECT_EQ(second->calls, 0);
+        EXPECT_EQ(device->audioSubscribersForInput(true).snapshot().size(), 1U) << "they were let go of";
+        device->addAudioIOSubscriber_forInput(first, true);
+        device->addAudioIOSubscriber_forInput(second, true);
+    }
+    EXPECT_EQ(third->calls, 3);
 }
 
 TEST_F(DeviceIO, EndedInItsOwnCallbackItIsTakenDownElsewhere)

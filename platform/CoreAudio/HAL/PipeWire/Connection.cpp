@@ -1,8 +1,13 @@
 // SPDX-License-Identifier: MIT
 #include "CoreAudio/HAL/PipeWire/Connection.h"
 
+#include "Foundation/Log.h"
+
 #include <cerrno>
 #include <chrono>
+#include <cstring>
+#include <optional>
+#include <utility>
 
 namespace qmx::pipewire
 {
@@ -11,14 +16,18 @@ namespace
 
 constexpr std::chrono::seconds patience(5);
 
-pw_thread_loop* startLoop()
+// While one exists the library logs nothing.
+class LibraryIsQuiet
 {
-    pw_init(nullptr, nullptr);
-    pw_thread_loop* const loop = pw_thread_loop_new("qmx-pipewire", nullptr);
-    if (loop)
-        pw_thread_loop_start(loop);
-    return loop;
-}
+public:
+    LibraryIsQuiet() { pw_log_set_level(SPA_LOG_LEVEL_NONE); }
+    ~LibraryIsQuiet() { pw_log_set_level(usual_); }
+    LibraryIsQuiet(const LibraryIsQuiet&) = delete;
+    LibraryIsQuiet& operator=(const LibraryIsQuiet&) = delete;
+
+private:
+    const spa_log_level usual_ = pw_log_level;
+};
 
 // A server that dies with requests unread resets the connection.
 bool isLoss(int result)
@@ -28,16 +37,44 @@ bool isLoss(int result)
 
 } // namespace
 
-Connection::Connection(std::function<void()> changed) : changed_(std::move(changed)), loop_(startLoop())
+bool Connection::open()
 {
-    const Lock lock(*this);
-    context_ = pw_context_new(loop(), nullptr, 0);
+    if (isOpen())
+        return true;
+    pw_init(nullptr, nullptr);
+    std::optional<LibraryIsQuiet> quiet; // it has said the same before
+    if (hasFailedToOpen_)
+        quiet.emplace();
+    const int error = makeLoop();
+    if (error == 0)
+        return true;
+    pw_deinit(); // it looks for its parts anew the next time
+    if (!std::exchange(hasFailedToOpen_, true))
+        Log("PipeWire: the library cannot work (%s); there are no devices until it can", std::strerror(error));
+    return false;
+}
+
+// The error number; on failure nothing is left.
+int Connection::makeLoop()
+{
+    pw_thread_loop* const loop = pw_thread_loop_new("qmx-pipewire", nullptr);
+    if (!loop)
+        return errno;
+    pw_context* const context = pw_context_new(pw_thread_loop_get_loop(loop), nullptr, 0);
+    const int error = context ? -pw_thread_loop_start(loop) : errno;
+    if (error == 0) {
+        loop_ = loop;
+        context_ = context;
+        return 0;
+    }
+    if (context)
+        pw_context_destroy(context);
+    pw_thread_loop_destroy(loop);
+    return error;
 }
 
 bool Connection::connect()
 {
-    if (!context_)
-        return false;
     core_ = pw_context_connect(context_, nullptr, 0);
     if (!core_)
         return false;

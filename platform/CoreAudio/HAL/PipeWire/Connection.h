@@ -19,7 +19,7 @@ class Connection
 public:
     /// `changed` is called on the connection's thread when the server's state is known again after a change, and when
     /// the server is gone.
-    explicit Connection(std::function<void()> changed);
+    explicit Connection(std::function<void()> changed) : changed_(std::move(changed)) {}
 
     /// The lock that guards all objects of the server and the state. Never taken by threads that run cycles.
     class Lock
@@ -33,6 +33,11 @@ public:
     private:
         pw_thread_loop* loop_;
     };
+
+    /// Makes what the library needs to work, its thread included; false when it cannot, which is logged the first time and may be
+    /// tried again. One thread at a time. Until it was true nothing else may be used.
+    bool open();
+    bool isOpen() const { return loop_ != nullptr; }
 
     // --- With the lock held, not on the connection's thread
     /// False when there is no server; at once.
@@ -60,8 +65,11 @@ private:
     static void coreDone(void* self, std::uint32_t id, int sequence);
     static void coreError(void* self, std::uint32_t id, int sequence, int result, const char* message);
 
+    int makeLoop();
+
     const std::function<void()> changed_;
-    pw_thread_loop* const loop_;
+    bool hasFailedToOpen_ = false;
+    pw_thread_loop* loop_ = nullptr; // both there or neither
     pw_context* context_ = nullptr;
     std::condition_variable_any signalled_; // the loop has one of its own, whose waits go by the wall clock
     // what follows is guarded by the lock

@@ -3,7 +3,6 @@
 
 #include "CoreAudio/HAL/PipeWire/MonotonicClock.h"
 #include "Foundation/Log.h"
-#include "Foundation/Thread.h"
 
 #include <algorithm>
 #include <chrono>
@@ -28,14 +27,14 @@ PipeWireBackend::PipeWireBackend() : connection_([this] { wake(); }) {}
 void PipeWireBackend::begin(HardwareSink& sink)
 {
     sink_ = &sink;
-    {
+    looksAgain_ = !keepConnected();
+    if (!looksAgain_) {
         const Connection::Lock lock(connection_);
-        looksAgain_ = !connection_.connect();
         connection_.waitUntil([this] { return !connection_.isConnected() || connection_.isSettled(); });
     }
     report();
-    if (!Thread::detachNewThread("qmx-pw-keeper", [this] { keepHouse(); }))
-        Log("PipeWire: no thread to follow the devices with; they stay as they are");
+    if (!housekeeper_.start())
+        Log("PipeWire: no thread to follow the devices with; they stay as they are until there is one");
 }
 
 void PipeWireBackend::wake()
@@ -93,6 +92,8 @@ void PipeWireBackend::waitForWork()
 
 bool PipeWireBackend::keepConnected()
 {
+    if (!connection_.open())
+        return false;
     const Connection::Lock lock(connection_);
     if (connection_.isLost())
         connection_.disconnect();
@@ -102,6 +103,8 @@ bool PipeWireBackend::keepConnected()
 // Nothing while the server is still telling: the end of that wakes the housekeeper again.
 std::optional<PipeWireBackend::Present> PipeWireBackend::present()
 {
+    if (!connection_.isOpen())
+        return {};
     const Connection::Lock lock(connection_);
     if (connection_.isConnected() && !connection_.isSettled())
         return {};
@@ -123,6 +126,7 @@ void PipeWireBackend::report()
     const auto added = addNew(*now);
     const AudioDeviceID output = idOf(now->defaultOutput);
     sink_->devicesChanged(removed, added, {.input = idOf(now->defaultInput), .output = output, .systemOutput = output});
+    sink_->waitForRemoved(removed);
     for (const FoundDevice& each : now->devices)
         reportDevice(each);
 }
@@ -218,6 +222,7 @@ UInt64 PipeWireBackend::hostTime()
 
 OSStatus PipeWireBackend::admit(HardwareOperation, UInt32, const PropertyAddress&)
 {
+    housekeeper_.start(); // where there was no thread left for it before
     return noErr;
 }
 

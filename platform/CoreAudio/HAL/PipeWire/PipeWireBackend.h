@@ -4,6 +4,7 @@
 #pragma once
 
 #include "CoreAudio/HAL/PipeWire/PipeWireDevice.h"
+#include "Foundation/LastingThread.h"
 
 #include <condition_variable>
 
@@ -61,6 +62,7 @@ private:
     bool hasWork_ = false;
     bool looksAgain_ = false; ///< soon, without being woken
     std::vector<std::shared_ptr<FilterRun>> disposed_;
+    LastingThread housekeeper_{"qmx-pw-keeper", [this] { keepHouse(); }};
 };
 
 } // namespace qmx::pipewire

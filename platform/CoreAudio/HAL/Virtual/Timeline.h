@@ -3,6 +3,7 @@
 #pragma once
 
 #include "CoreAudio/VirtualHardware.h"
+#include "Foundation/LastingThread.h"
 
 #include <atomic>
 #include <condition_variable>
@@ -35,7 +36,7 @@ public:
     /// The present. No lock.
     UInt64 now() const;
     VirtualTime mode() const { return mode_.load(); }
-    /// Time goes on from where it is. Ending fast time returns when no driven cycle is in flight (except inside a callback).
+    /// Time goes on from where it is. Fast time is not begun where the system has no thread left for it. Ending fast time returns when no driven cycle is in flight (except inside a callback).
     void setMode(VirtualTime mode);
     /// Begins the line afresh.
     void reset(VirtualTime mode);
@@ -57,7 +58,6 @@ public:
     void moveTo(UInt64 time);
 
 private:
-    void startFastDriver();
     [[noreturn]] void driveFast();
     void waitForStep();
 
@@ -69,7 +69,7 @@ private:
     std::atomic<VirtualTime> mode_{VirtualTime::real};
     std::atomic<UInt64> line_{0};       // the present, when it is not real
     std::atomic<SInt64> realOffset_{0}; // from the host's clock to the line, when it is
-    std::once_flag fastDriver_;
+    LastingThread fastDriver_{"qmx-time", [this] { driveFast(); }};
 };
 
 } // namespace qmx

@@ -101,8 +101,12 @@ void VirtualBackend::forgetChoices()
 std::vector<AudioDeviceID> VirtualBackend::change(std::span<const AudioDeviceID> removed,
                                                   std::span<const DeviceDescription> added)
 {
-    const std::scoped_lock change(changing_);
-    return changeList(removed, added);
+    const std::vector<AudioDeviceID> ids = [&] {
+        const std::scoped_lock change(changing_);
+        return changeList(removed, added);
+    }();
+    sink_->waitForRemoved(removed); // whose procedures may be changing the devices too
+    return ids;
 }
 
 // With the order of changes locked.

@@ -68,9 +68,10 @@ OSStatus VirtualDevice::startIO(const std::shared_ptr<DeviceIO>& io, const Devic
     run->nextNow = start + run->nextFrames;
     run->nextOutput = run->nextNow + run->nextFrames + description.output.safetyOffset;
     run->due = clock_.timeOf(run->nextNow);
-    run->previous = std::exchange(lastRun_, nullptr);
+    run->previous = lastRun_;
     if (!Thread::detachNewThread("qmx-io", [self = shared_from_this(), run] { self->runThread(run); }))
         return kAudioHardwareUnspecifiedError;
+    lastRun_ = nullptr;
     timeline_.join(run, held);
     run_ = std::move(run);
     return noErr;
