@@ -2,6 +2,7 @@
 #include "Tracks/QMXAudioFileProcessor.h"
 
 #include "FileRelated/QMXExtAudioFile.h"
+#include "Formats/FileByteOrder.h"
 #include "Formats/QMXAudioBufferList.h"
 #include "Formats/QMXAudioStreamBasicDescription.h"
 #include "Formats/QMXFileUtils.h"
@@ -196,15 +197,12 @@ AudioStreamBasicDescription QMXAudioFileProcessor::suitableStreamFormatForFileTy
     case kAudioFileSoundDesigner2Type:
     case kAudioFileNextType:
     case kAudioFileCAFType:
-        return *QMXAudioStreamBasicDescription::standardFormat(7)->audioStreamBasicDescription();
+    case kAudioFileWAVEType:
+    case kAudioFileRF64Type:
+        return qmx::inByteOrderOfType(*QMXAudioStreamBasicDescription::standardFormat(7)->audioStreamBasicDescription(),
+                                      fileType);
     case kAudioFileAIFCType:
         return *QMXAudioStreamBasicDescription::standardFormat(5)->audioStreamBasicDescription();
-    case kAudioFileWAVEType:
-    case kAudioFileRF64Type: {
-        const auto format = QMXAudioStreamBasicDescription::standardFormat(7);
-        format->setFormatFlags(format->formatFlags() & ~kAudioFormatFlagIsBigEndian);
-        return *format->audioStreamBasicDescription();
-    }
     default:
         return {};
     }
