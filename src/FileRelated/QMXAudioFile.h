@@ -67,6 +67,8 @@ public:
     /// nothing was open; false when the platform could not close or cached bytes could not be written.
     bool close();
     bool isOpen() const { return fileIsOpen; }
+    /// The status of the last open, create, write or close that failed; 0 after the file was opened or created.
+    OSStatus lastStatus() const { return lastStatus_; }
 
     AudioFileTypeID fileType() const { return _fileType; }
     /// The container of the next create. Setting a stream format afterwards sets it to 'AIFF' or 'AIFC' again.
@@ -157,6 +159,7 @@ private:
     void loadFormat();
     bool didOpen();
     bool didCreate(OSStatus status, const char* failure);
+    bool succeeded(OSStatus status);
     bool closePlatformFile();
     void stampFile() const;
 
@@ -220,6 +223,7 @@ private:
     bool _useInternalCache = false;
     bool _isFlushing = false;
     bool fileSizeIsDirty = true;
+    std::atomic<OSStatus> lastStatus_{noErr};
     AudioFileTypeID _fileType = kAudioFileAIFFType;
     QMXAudioFileAccessMode fileAccessMode;
     std::atomic<bool> readThreadIsRunning{false};

@@ -192,6 +192,7 @@ void QMXAudioFile::saveRawByteBuffer()
     if (status != noErr) {
         printOSStatusCode(status);
         cacheFailure_ = status;
+        lastStatus_ = status;
     }
     lock.unlockWithCondition(1);
 }
