@@ -15,8 +15,7 @@
 #include "support/LevelLine.h"
 #include "support/Recording.h"
 
-#include <cerrno>
-#include <cstdio>
+#include <algorithm>
 #include <filesystem>
 #include <limits>
 
@@ -27,18 +26,19 @@ using example::Failure;
 
 constexpr const char* help = R"(usage: record [OPTIONS] FILE
 
-Records from an input device into the new file FILE until Ctrl-C. Prints path, seconds and frames,
-with tabs between them; what was lost is told on standard error (exit status 1).
+Records from an input device into the new file FILE until Ctrl-C. Prints path, seconds and frames of
+the file, with tabs between them; what was lost is told on standard error (exit status 1).
 
   --device UID    from that device (devices lists them); otherwise the default input
   --seconds S     ends by itself after that time
-  --format TYPE   aiff, aifc or wave (big-endian, RIFX); otherwise aiff, with --float aifc
+  --format TYPE   aiff, aifc or wave; otherwise aiff, with --float aifc
   --rate HZ       sample rate of the file; otherwise the device's
   --bits N        16, 24 or 32 bits; otherwise as the device's hardware is set
   --float         samples as 32-bit floats
   --meter         shows the levels
   --force         replaces FILE
-  --simulate F    instead of a device: what the audio file F holds, as fast as possible, then ends
+  --simulate F    instead of a device: what the audio file F holds, at its own rate and as fast as
+                  possible; ends with it
 
 QMX_AUDIO_BACKEND=virtual in the environment gives simulated devices.
 )";
@@ -88,23 +88,30 @@ Wishes wishesOf(const example::CommandLine& line)
     return wishes;
 }
 
-/// A simulated device that hears what a file holds, and that file's seconds.
-std::shared_ptr<QMXAudioDevice> simulatedDevice(const std::string& path, std::optional<double>& seconds)
+/// What is recorded.
+struct Source {
+    std::shared_ptr<QMXAudioDevice> device;
+    double rate = 0;
+    std::optional<UInt64> frames; ///< where it ends by itself
+};
+
+/// A simulated device, in manual time, that hears what a file holds.
+Source simulatedSource(const std::string& path)
 {
     const auto file = example::openRecording(path);
     auto& hardware = qmx::VirtualHardware::shared();
-    hardware.reset(qmx::VirtualTime::fast);
-    const auto id = hardware.addDevice(
-        qmx::VirtualHardware::standardDevice("simulation", "Simulation", file->channelsPerFrame(), 0));
+    hardware.reset();
+    auto description = qmx::VirtualHardware::standardDevice("simulation", "Simulation", file->channelsPerFrame(), 0);
+    const double rate = description.nominalSampleRate = description.actualSampleRate = file->sampleRate();
+    description.availableSampleRates = {{rate, rate}};
+    const auto id = hardware.addDevice(description);
     if (hardware.setInputFile(id, path) != noErr)
         throw Failure{path + ": cannot be played"};
-    if (!seconds)
-        seconds = static_cast<double>(example::frameCount(*file)) / file->sampleRate();
-    return QMXAudioDevice::deviceWithDeviceID(id);
+    return {QMXAudioDevice::deviceWithDeviceID(id), rate, example::frameCount(*file)};
 }
 
 /// An object of the program's own: nobody else starts or stops it.
-std::shared_ptr<QMXAudioDevice> deviceNamed(const std::optional<std::string>& uid)
+Source sourceNamed(const std::optional<std::string>& uid)
 {
     const auto standard = uid ? nullptr : QMXAudioDevice::defaultInputDevice();
     if (!uid && !standard)
@@ -116,7 +123,7 @@ std::shared_ptr<QMXAudioDevice> deviceNamed(const std::optional<std::string>& ui
         throw Failure{*uid + ": no such device (the program devices lists them)"};
     if (!device->canBeInputDevice())
         throw Failure{device->name().value_or(*uid) + ": has no input"};
-    return device;
+    return {device, device->nominalSampleRate(true), std::nullopt};
 }
 
 QMXAudioStreamBasicDescription fileFormat(const QMXAudioDevice& device, const Wishes& wishes)
@@ -136,9 +143,7 @@ std::shared_ptr<QMXAudioRecorder> makeRecorder(const std::shared_ptr<QMXAudioDev
 {
     const auto file = QMXAudioFile::initWithPath_accessMode(wishes.path, QMXAudioFileAccessMode::write);
     auto recorder = QMXAudioRecorder::initWithAudioDevice_audioFile(device, file);
-    const auto format = fileFormat(*device, wishes);
-    recorder->setFileStreamFormat(format);
-    file->setFileStreamFormat(format);
+    file->setFileStreamFormat(fileFormat(*device, wishes));
     if (wishes.type)
         file->setFileType(*wishes.type); // last: a format sets the type
     recorder->setWritesPartialBufferAtStop(true);
@@ -146,46 +151,53 @@ std::shared_ptr<QMXAudioRecorder> makeRecorder(const std::shared_ptr<QMXAudioDev
     return recorder;
 }
 
-/// Why a file cannot be made or replaced: the system's words, or none where it sees no reason.
-std::string refusalOf(const std::string& path)
+/// In 64 bits, unlike lengthInFrames().
+UInt64 framesRecorded(const QMXAudioRecorder& recorder)
 {
-    const bool wasThere = std::filesystem::exists(path);
-    std::FILE* const file = std::fopen(path.c_str(), "ab");
-    const bool isRefused = !file || (!wasThere && (std::fputc(0, file) == EOF || std::fflush(file) != 0));
-    const int error = errno;
-    if (file)
-        std::fclose(file);
-    if (file && !wasThere)
-        std::remove(path.c_str());
-    return isRefused ? ": " + example::systemErrorText(error) : "";
+    const UInt32 frameBytes = recorder.bytesPerFrame();
+    return frameBytes == 0 ? 0 : recorder.lengthInBytes() / frameBytes;
 }
 
-/// Runs until the end is reached, the device is gone, or Ctrl-C is pressed.
-void recordToTheEnd(QMXAudioRecorder& recorder, const Wishes& wishes, double rate)
+/// Runs until the end is reached, something fails, or Ctrl-C is pressed.
+void recordToTheEnd(QMXAudioRecorder& recorder, const Source& source, const Wishes& wishes)
 {
     auto& loop = qmx::RunLoop::main();
     auto& center = qmx::NotificationCenter::defaultCenter();
-    auto& device = *recorder.inputDevice();
-    const double lastFrame = wishes.seconds ? *wishes.seconds * rate : std::numeric_limits<double>::infinity();
+    auto& hardware = qmx::VirtualHardware::shared();
+    auto& device = *source.device;
+    UInt64 end = source.frames.value_or(std::numeric_limits<UInt64>::max());
+    if (wishes.seconds)
+        end = std::min(end, static_cast<UInt64>(*wishes.seconds * source.rate));
     example::LevelLine levelLine(device.numberOfChannels(true));
     const auto frames =
         center.observe(QMXAudioRecorderRecordedFrameNotification, nullptr, [&](const qmx::Notification&) {
-            levelLine.show(recorder.lengthInFrames() / rate, static_cast<double>(recorder.droppedFrames()) / rate);
-            if (recorder.lengthInFrames() >= lastFrame)
+            levelLine.show(static_cast<double>(framesRecorded(recorder)) / source.rate,
+                           static_cast<double>(recorder.droppedFrames()) / source.rate);
+            if (framesRecorded(recorder) >= end)
                 loop.stop();
         });
+    const auto failure =
+        center.observe(QMXAudioRecorderFailedNotification, nullptr, [&](const qmx::Notification&) { loop.stop(); });
     const auto levels = center.observe(QMXVUMeterDataProviderNewDataIsAvailableNotification, nullptr,
                                        [&](const qmx::Notification& notification) {
                                            levelLine.take(dynamic_cast<const QMXVUMeterData&>(*notification.sender));
                                        });
+    if (source.frames) // the first cycle is the odd one, so that the last one ends with the file
+        hardware.setCycleFrames(device.deviceID(), static_cast<UInt32>(end % device.bufferFrameSize(true)));
     if (wishes.hasMeter)
         device.inputVUMeterDataProvider()->start();
-    if (!recorder.record() || !recorder.audioFile()->isOpen())
-        throw Failure{"cannot create " + wishes.path + refusalOf(wishes.path)};
-    if (!device.isRunning())
-        throw Failure{device.name().value_or("the device") + ": does not start"};
-    while (!example::isInterrupted() && device.isRunning() && recorder.lengthInFrames() < lastFrame)
-        loop.runFor(0.5);
+    if (!recorder.record())
+        throw Failure{recorder.lastError()};
+    if (source.frames)
+        hardware.setCycleFrames(device.deviceID(), 0);
+    while (!example::isInterrupted() && recorder.lastStatus() == noErr && framesRecorded(recorder) < end) {
+        if (source.frames) {
+            hardware.advanceCycles(device.deviceID());
+            loop.runOnce();
+        } else {
+            loop.runFor(0.5);
+        }
+    }
     device.inputVUMeterDataProvider()->stop();
 }
 
@@ -230,24 +242,24 @@ int record(int argumentCount, char** arguments)
         example::printAll(help);
         return 0;
     }
-    Wishes wishes = wishesOf(line);
+    const Wishes wishes = wishesOf(line);
     example::catchInterrupts([]() noexcept { qmx::RunLoop::main().stop(); });
     const auto simulated = line.text("--simulate");
-    const auto device = simulated ? simulatedDevice(*simulated, wishes.seconds) : deviceNamed(line.text("--device"));
-    const auto recorder = makeRecorder(device, wishes);
-    const double rate = device->nominalSampleRate(true); // asked now: a device that is gone has none
-    try {
-        recordToTheEnd(*recorder, wishes, rate);
-    } catch (const Failure&) {
-        recorder->stop();
-        throw;
-    }
-    const bool isGone = !device->isRunning();
+    const Source source = simulated ? simulatedSource(*simulated) : sourceNamed(line.text("--device"));
+    const auto recorder = makeRecorder(source.device, wishes);
+    recordToTheEnd(*recorder, source, wishes);
+    std::string failure = recorder->lastError();
     recorder->stop();
+    if (failure.empty())
+        failure = recorder->lastError(); // of writing the rest
+    QMXAudioFile& file = *recorder->audioFile();
+    const UInt64 frames = example::frameCount(file);
+    if (!failure.empty() && frames == 0)
+        throw Failure{failure};
     example::printAll(
-        qmx::format("%@\t%.2f\t%u\n", wishes.path, recorder->lengthInFrames() / rate, recorder->lengthInFrames()));
-    if (isGone)
-        throw Failure{"the device went away; what was recorded until then is in " + wishes.path};
+        qmx::format("%@\t%.2f\t%qu\n", wishes.path, static_cast<double>(frames) / file.sampleRate(), frames));
+    if (!failure.empty())
+        throw Failure{failure + "; what was recorded until then is in " + wishes.path};
     if (!recorder->lostFramePositions().empty())
         throw Failure{lossText(*recorder)};
     return 0;

@@ -109,6 +109,7 @@ bool QMXAudioFile::open()
     const OSStatus status = AudioFileOpen(&audioFileRef, writes ? fsRdWrPerm : fsRdPerm, 0, &audioFileID_);
     if (status == noErr)
         return didOpen();
+    lastStatus_ = status;
     qmx::Log(writes ? "QMXAudioFile: Error opening audio file in read/write mode"
                     : "QMXAudioFile: Error opening audio file in read mode");
     printOSStatusCode(status);
@@ -127,6 +128,7 @@ bool QMXAudioFile::open()
 bool QMXAudioFile::didOpen()
 {
     loadFormat();
+    lastStatus_ = noErr;
     fileIsOpen = fileIsOpenForReading = true;
     fileIsOpenForWriting = fileAccessMode == QMXAudioFileAccessMode::readWrite;
     _fileOffset = _fileLength = 0;
@@ -163,7 +165,10 @@ bool QMXAudioFile::create()
                         _fileStreamFormat ? _fileStreamFormat->audioStreamBasicDescription() : nullptr, 0,
                         &audioFileRef, &audioFileID_);
     CFRelease(fileNameRef);
-    return didCreate(status, "QMXAudioFile: Error creating audio file");
+    const bool isCreated = didCreate(status, "QMXAudioFile: Error creating audio file");
+    if (parentDirRef.path.empty())
+        lastStatus_ = dirNFErr; // the service only says that the argument is wrong
+    return isCreated;
 }
 
 bool QMXAudioFile::initializeFile()
@@ -180,6 +185,7 @@ bool QMXAudioFile::initializeFile()
 
 bool QMXAudioFile::didCreate(OSStatus status, const char* failure)
 {
+    lastStatus_ = status;
     if (status != noErr) {
         qmx::Log(failure);
         printOSStatusCode(status);
@@ -215,9 +221,7 @@ bool QMXAudioFile::closePlatformFile()
         return true;
     const OSStatus status = AudioFileClose(audioFileID_);
     audioFileID_ = nullptr;
-    if (status != noErr)
-        printOSStatusCode(status);
-    return status == noErr;
+    return succeeded(status);
 }
 
 // The type code is stored byte-reversed, as it always was on little-endian hosts; other types are stamped as AIFF-C.
@@ -346,10 +350,16 @@ bool QMXAudioFile::write_length_atOffset(const void* buffer, UInt32* length, SIn
         return insertBytesIntoBuffer_length_offset(static_cast<const Byte*>(buffer), length, offset);
     if (hasReadThread())
         emptySpan();
-    const OSStatus status = AudioFileWriteBytes(audioFileID_, _useInternalCache, offset, length, buffer);
-    if (status != noErr)
-        printOSStatusCode(status);
-    return status == noErr;
+    return succeeded(AudioFileWriteBytes(audioFileID_, _useInternalCache, offset, length, buffer));
+}
+
+bool QMXAudioFile::succeeded(OSStatus status)
+{
+    if (status == noErr)
+        return true;
+    lastStatus_ = status;
+    printOSStatusCode(status);
+    return false;
 }
 
 void QMXAudioFile::setOffset(SInt64 offset)

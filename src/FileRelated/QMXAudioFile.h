@@ -70,6 +70,8 @@ public:
     /// parent.
     bool close();
     bool isOpen() const { return fileIsOpen; }
+    /// The status of the last open, create, write or close that failed; 0 after the file was opened or created.
+    OSStatus lastStatus() const { return lastStatus_; }
 
     AudioFileTypeID fileType() const { return _fileType; }
     /// The container of the next create. Setting a stream format afterwards sets it to 'AIFF' or 'AIFC' again.
@@ -162,6 +164,7 @@ private:
     void loadFormat();
     bool didOpen();
     bool didCreate(OSStatus status, const char* failure);
+    bool succeeded(OSStatus status);
     bool closePlatformFile();
     void stampFile() const;
 
@@ -227,6 +230,7 @@ private:
     bool _useInternalCache = false;
     bool _isFlushing = false;
     bool fileSizeIsDirty = true;
+    std::atomic<OSStatus> lastStatus_{noErr};
     AudioFileTypeID _fileType = kAudioFileAIFFType;
     QMXAudioFileAccessMode fileAccessMode;
     std::atomic<bool> readThreadIsRunning{false};

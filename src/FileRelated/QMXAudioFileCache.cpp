@@ -201,6 +201,7 @@ void QMXAudioFile::saveRawByteBuffer()
         printOSStatusCode(status);
         cacheFailure_ = status;
         cachedBytesAreLost_ = true;
+        lastStatus_ = status;
     }
     lock.unlockWithCondition(1);
 }

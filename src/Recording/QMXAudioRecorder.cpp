@@ -4,6 +4,9 @@
 
 #include "Devices/QMXAudioDevice.h"
 #include "FileRelated/QMXAudioFile.h"
+#include "Formats/FileByteOrder.h"
+#include "Formats/FileFailureReason.h"
+#include "Formats/LastFailure.h"
 #include "Formats/QMXAudioStreamBasicDescription.h"
 #include "Foundation/Format.h"
 #include "Foundation/HeapBlock.h"
@@ -14,12 +17,14 @@
 #include "Recording/RecorderState.h"
 #include "Recording/RecordingLosses.h"
 
+#include <functional>
 #include <utility>
 
 const char* const QMXAudioRecorderStartedRecordingNotification = "QMXAudioRecorderStartedRecordingNotification";
 const char* const QMXAudioRecorderStoppedRecordingNotification = "QMXAudioRecorderStoppedRecordingNotification";
 const char* const QMXAudioRecorderRecordedFrameNotification = "QMXAudioRecorderRecordedFrameNotification";
 const char* const QMXAudioRecorderPausedRecordingNotification = "QMXAudioRecorderPausedRecordingNotification";
+const char* const QMXAudioRecorderFailedNotification = "QMXAudioRecorderFailedNotification";
 
 using namespace recorder;
 
@@ -69,10 +74,23 @@ std::shared_ptr<QMXAudioStreamBasicDescription> copyOf(const QMXAudioStreamBasic
     return QMXAudioStreamBasicDescription::initWithAudioStreamBasicDescription(format.audioStreamBasicDescription());
 }
 
+/// Opens or creates the file. A WAVE that is created has the byte order of its type, whatever the recorder's format says.
+void openInByteOrderOfType(QMXAudioFile& file)
+{
+    const AudioFileTypeID type = file.fileType();
+    if (const auto format = file.fileStreamFormat()) {
+        file.setFileStreamFormat(
+            QMXAudioStreamBasicDescription(qmx::inByteOrderOfType(*format->audioStreamBasicDescription(), type)));
+        file.setFileType(type); // the format set another one
+    }
+    file.open();
+}
+
 } // namespace
 
 QMXAudioRecorder::QMXAudioRecorder()
-    : rawByteBuffer(std::make_unique<RawBuffers>()), losses_(std::make_unique<RecordingLosses>())
+    : rawByteBuffer(std::make_unique<RawBuffers>()), losses_(std::make_unique<RecordingLosses>()),
+      failure_(std::make_unique<qmx::LastFailure>())
 {
 }
 
@@ -107,6 +125,7 @@ bool QMXAudioRecorder::begin(const std::shared_ptr<QMXAudioDevice>& device)
                            [](const std::shared_ptr<qmx::Object>& sender, const std::string& name) {
                                static_cast<QMXAudioRecorder&>(*sender).threadCallback(name);
                            });
+    failed_.emplace(QMXAudioRecorderFailedNotification, weak_from_this(), qmx::RealTimeNotification::Kind::state);
     setInputDevice(device);
     savingWorker_.emplace([this] { return threadRunLock.condition() == hasWork; });
     savingThread_ = qmx::Thread("QMX recorder", [this] { saveBufferRunLoop(); });
@@ -116,6 +135,12 @@ bool QMXAudioRecorder::begin(const std::shared_ptr<QMXAudioDevice>& device)
     }
     recorderState = ready;
     return true;
+}
+
+/// Whether there is a recording that has not ended.
+bool QMXAudioRecorder::hasBegun() const
+{
+    return recorderState == recording || recorderState == paused;
 }
 
 std::shared_ptr<QMXAudioRecorder>
@@ -165,6 +190,8 @@ void QMXAudioRecorder::setDeviceStreamFormat(const std::shared_ptr<QMXAudioStrea
         return;
     deviceChannels_ = inputChannelsOf(*_inputDevice);
     const std::scoped_lock lock(setupLock_);
+    if (hasBegun())
+        noteLossAtEnd(QMXAudioRecordingLoss::Reason::write, endConversion(true));
     _sourceFormat = copyOf(*format);
     converterSetup();
 }
@@ -174,7 +201,8 @@ bool QMXAudioRecorder::setFileStreamFormat(const QMXAudioStreamBasicDescription&
     const std::scoped_lock lock(setupLock_);
     _destinationFormat = copyOf(format);
     normalizeFileStreamFormat(*_destinationFormat);
-    converterSetup();
+    if (writtenFormat() == _destinationFormat)
+        converterSetup();
     return true;
 }
 
@@ -188,27 +216,41 @@ void QMXAudioRecorder::setInputDevice(const std::shared_ptr<QMXAudioDevice>& dev
     _inputDevice = device;
     const qmx::HeapBlock stereo(device->preferredChannelsForStereo(false));
     const auto* const channels = static_cast<const UInt32*>(stereo.get());
-    leftChannel = channels ? channels[0] : 1;
-    rightChannel = channels ? channels[1] : 0xFFFFFFFF;
-    observeRateOf(device);
+    leftChannel_ = channels ? channels[0] : 1;
+    rightChannel_ = channels ? channels[1] : 0xFFFFFFFF;
+    observe(device);
     setDeviceStreamFormat(device->actualStreamFormat_isInput(0, true));
     if (const auto physical = device->physicalStreamFormat_isInput(0, true))
         setFileStreamFormat(*physical);
 }
 
-void QMXAudioRecorder::observeRateOf(const std::shared_ptr<QMXAudioDevice>& device)
+void QMXAudioRecorder::observe(const std::shared_ptr<QMXAudioDevice>& device)
 {
     deviceRate_ = device->nominalSampleRate(true);
-    rateObserver_ = qmx::NotificationCenter::defaultCenter().observe(
-        QMXAudioDeviceNominalSampleRateDidChangeNotification, device,
-        [owner = weak_from_this()](const qmx::Notification& /*notification*/) {
-            const auto self = owner.lock();
-            const Float64 rate = self ? self->_inputDevice->nominalSampleRate(true) : 0;
-            if (!self || rate == std::exchange(self->deviceRate_, rate))
-                return;
-            if (self->recorderState == recording || self->recorderState == paused)
-                self->losses_->add(QMXAudioRecordingLoss::Reason::rateChange, self->recordedLengthInFrames, 0);
-        });
+    const auto handler = [owner = weak_from_this()](void (QMXAudioRecorder::*change)()) {
+        return [owner, change](const qmx::Notification& /*notification*/) {
+            if (const auto self = owner.lock())
+                std::invoke(change, *self);
+        };
+    };
+    auto& center = qmx::NotificationCenter::defaultCenter();
+    rateObserver_ = center.observe(QMXAudioDeviceNominalSampleRateDidChangeNotification, device,
+                                   handler(&QMXAudioRecorder::deviceRateDidChange));
+    deviceListObserver_ = center.observe(QMXAudioHardwareDevicesDidChangeNotification, QMXAudioDevice::classObject(),
+                                         handler(&QMXAudioRecorder::devicesDidChange));
+}
+
+void QMXAudioRecorder::deviceRateDidChange()
+{
+    const Float64 rate = _inputDevice->nominalSampleRate(true);
+    if (rate != std::exchange(deviceRate_, rate) && hasBegun())
+        losses_->add(QMXAudioRecordingLoss::Reason::rateChange, recordedLengthInFrames, 0);
+}
+
+void QMXAudioRecorder::devicesDidChange()
+{
+    if (hasBegun() && !_inputDevice->isAlive())
+        giveDeviceUp(kAudioHardwareBadDeviceError, "the device is gone");
 }
 
 bool QMXAudioRecorder::setSpareRawBuffers(UInt32 count)
@@ -226,14 +268,17 @@ bool QMXAudioRecorder::setSpareRawBuffers(UInt32 count)
 
 bool QMXAudioRecorder::record()
 {
-    if ((recorderState != ready && recorderState != paused) || !rawByteBuffer->isAllocated())
+    if (recorderState != ready && recorderState != paused)
         return false;
-    if (inputChannelsOf(*_inputDevice) != deviceChannels_)
-        return false; // what came would be taken for other channels
-    if (!_audioFile)
-        makeFile();
-    if (!_audioFile->isOpen())
-        _audioFile->open();
+    if (recorderState == ready)
+        failure_->clear();
+    if (!rawByteBuffer->isAllocated())
+        return refuse(memFullErr, "there is no memory for the recorder's buffers");
+    if (inputChannelsOf(*_inputDevice) != deviceChannels_) // what came would be taken for other channels
+        return refuse(kAudioDeviceUnsupportedFormatError,
+                      aboutDevice("the device is gone or has other channels than when the recorder was set up"));
+    if (!openFile())
+        return false;
     if (recorderState == ready && _inputDevice->nominalSampleRate(true) != _sourceFormat->sampleRate())
         losses_->add(QMXAudioRecordingLoss::Reason::rateChange, 0, 0);
     nextSampleTime_.reset(); // the time between a pause and its end is no gap
@@ -242,7 +287,34 @@ bool QMXAudioRecorder::record()
     const bool starts = _inputDevice->start();
     if ((_eventMask & startedBit) != 0)
         notifyCallback(QMXAudioRecorderStartedRecordingNotification);
+    if (!_audioFile->isOpen())
+        fail(_audioFile->lastStatus(), aboutFile("cannot be opened or made", _audioFile->lastStatus()));
+    if (!_inputDevice->isRunning())
+        giveDeviceUp(kAudioHardwareNotRunningError, "the device does not start");
     return starts;
+}
+
+/// Opens the file, and makes it where that was not done yet. False for a file whose format cannot be written, which is closed again; a
+/// file that cannot be opened does not keep the device from running, as intended.
+bool QMXAudioRecorder::openFile()
+{
+    const auto given = _audioFile;
+    if (!_audioFile)
+        makeFile();
+    const bool wasOpen = _audioFile->isOpen();
+    if (wasOpen && recorderState == paused)
+        return true; // the conversion goes on where it stopped
+    if (!wasOpen)
+        openInByteOrderOfType(*_audioFile);
+    const std::scoped_lock lock(setupLock_);
+    if (converterSetup() || !_audioFile->isOpen())
+        return true;
+    refuse(kAudioFileUnsupportedDataFormatError,
+           aboutFile("cannot be recorded into", kAudioFileUnsupportedDataFormatError));
+    if (!wasOpen)
+        _audioFile->close();
+    _audioFile = given;
+    return false;
 }
 
 void QMXAudioRecorder::makeFile()
@@ -253,12 +325,45 @@ void QMXAudioRecorder::makeFile()
         if (files.fileExistsAtPath(*audioFilePath_))
             files.removeFileAtPath_handler(*audioFilePath_, nullptr);
     }
-    const std::scoped_lock lock(setupLock_);
-    converterSetup();
-    _audioFile = QMXAudioFile::initWithPath_accessMode(audioFilePath_, QMXAudioFileAccessMode::readWrite);
+    auto file = QMXAudioFile::initWithPath_accessMode(audioFilePath_, QMXAudioFileAccessMode::readWrite);
     if (_destinationFormat)
-        _audioFile->setFileStreamFormat(*_destinationFormat);
-    _audioFile->setUseCache(useAudioFileCache);
+        file->setFileStreamFormat(*_destinationFormat);
+    file->setUseCache(useAudioFileCache);
+    const std::scoped_lock lock(setupLock_);
+    _audioFile = std::move(file);
+}
+
+bool QMXAudioRecorder::refuse(OSStatus status, const std::string& sentence)
+{
+    failure_->set(status, sentence);
+    return false;
+}
+
+/// Keeps the reason and tells it once. Main and saving thread.
+void QMXAudioRecorder::fail(OSStatus status, const std::string& sentence)
+{
+    if (_isFlushing)
+        return; // the closed file refuses, as intended
+    failure_->set(status, sentence);
+    if (!failureIsTold_.exchange(true))
+        failed_->send();
+}
+
+/// A device without sound for the recorder keeps it alive no longer.
+void QMXAudioRecorder::giveDeviceUp(OSStatus status, const std::string& reason)
+{
+    _inputDevice->removeAudioIOSubscriber_forInput(*this, true);
+    fail(status, aboutDevice(reason));
+}
+
+std::string QMXAudioRecorder::aboutFile(const std::string& failure, OSStatus status) const
+{
+    return _audioFile->path().value_or("") + ": " + failure + " (" + qmx::fileFailureReason(status) + ")";
+}
+
+std::string QMXAudioRecorder::aboutDevice(const std::string& failure) const
+{
+    return _inputDevice->name().value_or("input") + ": " + failure;
 }
 
 bool QMXAudioRecorder::recordForDuration(double seconds)
@@ -299,7 +404,7 @@ bool QMXAudioRecorder::pause()
 
 bool QMXAudioRecorder::stop()
 {
-    if (recorderState != recording && recorderState != paused)
+    if (!hasBegun())
         return false;
     const auto self = weak_from_this().lock(); // the device may be the last owner; none in the destructor
     invalidateTimer();
@@ -307,7 +412,8 @@ bool QMXAudioRecorder::stop()
     _inputDevice->removeAudioIOSubscriber_forInput(*this, true);
     flush(); // intended: does nothing before the state is stopped
     saveRest();
-    _audioFile->close();
+    if (!_audioFile->close())
+        fail(_audioFile->lastStatus(), aboutFile("cannot be closed", _audioFile->lastStatus()));
     recorderState = ended;
     if (stopped && self && (_eventMask & stoppedBit) != 0)
         notifyCallback(QMXAudioRecorderStoppedRecordingNotification);
@@ -327,6 +433,16 @@ bool QMXAudioRecorder::flush()
 bool QMXAudioRecorder::isRecording() const
 {
     return recorderState == recording;
+}
+
+OSStatus QMXAudioRecorder::lastStatus() const
+{
+    return failure_->status();
+}
+
+std::string QMXAudioRecorder::lastError() const
+{
+    return failure_->sentence();
 }
 
 UInt64 QMXAudioRecorder::lengthInBytes() const

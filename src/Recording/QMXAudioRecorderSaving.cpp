@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 // The way of the sound: from the I/O thread into the buffers, from there through the saving thread into the file.
+#include "AudioToolbox/AudioConverter.h"
 #include "FileRelated/QMXAudioFile.h"
 #include "Formats/QMXAudioStreamBasicDescription.h"
 #include "Foundation/NotificationCenter.h"
@@ -27,20 +28,29 @@ constexpr double savingPriorityLowering = 0.1;
 
 // Set-up; the set-up lock is held
 
-void QMXAudioRecorder::converterSetup()
+/// Whether the device's samples can be written now.
+bool QMXAudioRecorder::converterSetup()
 {
-    if (!_sourceFormat || !_destinationFormat)
-        return;
-    _audioConverter = QMXAudioConverter::initWithSourceFormat_destinationFormat(_sourceFormat, _destinationFormat);
-    const Float64 ratio = _destinationFormat->sampleRate() / _sourceFormat->sampleRate();
+    const auto target = writtenFormat();
+    if (!_sourceFormat || !target)
+        return false;
+    _audioConverter = QMXAudioConverter::initWithSourceFormat_destinationFormat(_sourceFormat, target);
+    const Float64 ratio = target->sampleRate() / _sourceFormat->sampleRate();
     fileFramesPerFrame_ = std::isfinite(ratio) && ratio > 0 ? ratio : 1;
     setupRawBuffers();
     const UInt32 outputSize =
         _audioConverter ? _audioConverter->calculateOutputBufferSize(rawByteBufferSizeInBytes) : 0;
-    if (outputSize == convertedBufferSizeInBytes)
-        return;
-    convertedBuffer.reset(new (std::nothrow) Byte[outputSize]);
-    convertedBufferSizeInBytes = convertedBuffer ? outputSize : 0;
+    if (outputSize != convertedBufferSizeInBytes) {
+        convertedBuffer.reset(new (std::nothrow) Byte[outputSize]);
+        convertedBufferSizeInBytes = convertedBuffer ? outputSize : 0;
+    }
+    return _audioConverter && convertedBuffer && target->bytesPerFrame() > 0; // packets cannot be written by bytes
+}
+
+/// That of the open file; before that the one that the file is to be made with.
+std::shared_ptr<QMXAudioStreamBasicDescription> QMXAudioRecorder::writtenFormat() const
+{
+    return _audioFile && _audioFile->isOpen() ? _audioFile->fileStreamFormat() : _destinationFormat;
 }
 
 void QMXAudioRecorder::setupRawBuffers()
@@ -116,7 +126,7 @@ void QMXAudioRecorder::switchBuffers()
 
 void QMXAudioRecorder::noteLoss(Reason reason, UInt64 firstByte, UInt32 byteCount)
 {
-    const UInt32 frameBytes = std::max(sourceFrameBytes_.load(), 1U);
+    const UInt32 frameBytes = sourceFrameBytes_;
     losses_->add(reason, firstByte / frameBytes, byteCount / frameBytes);
 }
 
@@ -174,31 +184,51 @@ void QMXAudioRecorder::convertBufferAndSaveToFile()
 std::optional<Reason> QMXAudioRecorder::saveBytes(const Byte* bytes, UInt32* byteCount)
 {
     const UInt32 held = std::exchange(*byteCount, 0);
-    UInt32 length = rawByteBufferSizeInBytes; // without a converter all of the buffer, however full, as intended
-    if (_audioConverter) {
-        length = convertedRoomFor(held);
-        if (!convertedBuffer || _audioConverter->convertBuffer_inputBufferSize_outputBuffer_outputBufferSize(
-                                    bytes, held, convertedBuffer.get(), &length) != noErr)
-            return Reason::conversion;
-        bytes = convertedBuffer.get();
-    }
-    if (!_audioFile)
-        return Reason::write;
-    if (_audioFile->write_length(bytes, &length))
+    const auto length = convert(bytes, held);
+    if (!length)
+        return Reason::conversion;
+    const UInt32 kept = writeConverted(*length);
+    if (kept == *length)
         return std::nullopt;
-    if (const UInt32 kept = keepBegin(bytes, length); kept > 0)
-        *byteCount =
-            static_cast<UInt32>(std::min<Float64>(held, std::floor(kept / fileFramesPerFrame_) * sourceFrameBytes_));
+    *byteCount = static_cast<UInt32>(std::min<Float64>(held, std::floor(deviceFramesOf(kept)) * sourceFrameBytes_));
     return Reason::write;
 }
 
-/// A disk that becomes full takes the begin of a write, which the file does not count: written by itself it stays. Gives its
-/// frames.
-UInt32 QMXAudioRecorder::keepBegin(const Byte* bytes, UInt32 written)
+/// Gives how many bytes of the file's format are in the converted buffer then; none when it failed.
+std::optional<UInt32> QMXAudioRecorder::convert(const Byte* bytes, UInt32 byteCount)
 {
+    OSStatus status = kAudioConverterErr_FormatNotSupported;
+    if (_audioConverter && convertedBuffer) {
+        UInt32 length = convertedRoomFor(byteCount);
+        status = _audioConverter->convertBuffer_inputBufferSize_outputBuffer_outputBufferSize(
+            bytes, byteCount, convertedBuffer.get(), &length);
+        if (status == noErr)
+            return length;
+    }
+    fail(status, aboutDevice("its samples cannot be converted to the file's format"));
+    return std::nullopt;
+}
+
+/// Writes the first bytes of the converted buffer. Gives how many of them are in the file then.
+UInt32 QMXAudioRecorder::writeConverted(UInt32 byteCount)
+{
+    UInt32 written = byteCount;
+    if (!_audioFile)
+        return 0;
+    if (byteCount == 0 || _audioFile->write_length(convertedBuffer.get(), &written))
+        return byteCount;
+    const OSStatus known = _audioFile->lastStatus(), status = known != noErr ? known : fnOpnErr;
+    fail(status, aboutFile("cannot be written", status));
+    // When the disk fills up, only the start of the block is written and not counted: it is written again by itself.
     const UInt32 frameBytes = std::max(_audioFile->bytesPerFrame(), 1U);
-    UInt32 length = written / frameBytes * frameBytes;
-    return length > 0 && _audioFile->write_length(bytes, &length) ? length / frameBytes : 0;
+    written = written / frameBytes * frameBytes;
+    return written > 0 && _audioFile->write_length(convertedBuffer.get(), &written) ? written : 0;
+}
+
+Float64 QMXAudioRecorder::deviceFramesOf(UInt32 fileBytes) const
+{
+    const UInt32 fileFrames = fileBytes / (_audioFile ? std::max(_audioFile->bytesPerFrame(), 1U) : 1);
+    return fileFrames / fileFramesPerFrame_;
 }
 
 UInt32 QMXAudioRecorder::convertedRoomFor(UInt32 byteCount) const
@@ -219,23 +249,27 @@ void QMXAudioRecorder::saveRest()
         switchBuffers();
     }
     waitUntilSaved();
-    if (const UInt32 left = rawByteBuffer->filled(); left > 0)
-        losses_->add(Reason::partialBuffer, recordedLengthInFrames - left / sourceFrameBytes_,
-                     left / sourceFrameBytes_);
-    if (writesPartialBufferAtStop_ && !writeConvertedTail())
-        losses_->add(Reason::write, recordedLengthInFrames, 0);
+    const std::scoped_lock lock(setupLock_);
+    const bool writes = writesPartialBufferAtStop_;
+    noteLossAtEnd(writes ? Reason::write : Reason::partialBuffer,
+                  rawByteBuffer->filled() / sourceFrameBytes_ + endConversion(writes));
 }
 
-/// Writes what the rate conversion still holds.
-bool QMXAudioRecorder::writeConvertedTail()
+void QMXAudioRecorder::noteLossAtEnd(Reason reason, UInt64 frames)
 {
-    const std::scoped_lock lock(setupLock_);
-    if (!_audioConverter || !convertedBuffer || fileFramesPerFrame_ == 1)
-        return true;
-    UInt32 length = convertedBufferSizeInBytes;
-    return _audioConverter->convertBuffer_inputBufferSize_outputBuffer_outputBufferSize(
-               convertedBuffer.get(), 0, convertedBuffer.get(), &length) == noErr &&
-           (length == 0 || _audioFile->write_length(convertedBuffer.get(), &length));
+    if (frames > 0)
+        losses_->add(reason, recordedLengthInFrames - std::min<UInt64>(frames, recordedLengthInFrames), frames);
+}
+
+/// Takes out what the rate conversion still holds, and writes it or not. Gives how many of the device's frames are lost by that. The
+/// set-up lock is held.
+UInt64 QMXAudioRecorder::endConversion(bool writes)
+{
+    if (fileFramesPerFrame_ == 1)
+        return 0;
+    const UInt32 held = convert(convertedBuffer.get(), 0).value_or(0);
+    const UInt32 kept = writes ? writeConverted(held) : 0;
+    return static_cast<UInt64>(std::llround(deviceFramesOf(held - kept)));
 }
 
 void QMXAudioRecorder::waitUntilSaved()

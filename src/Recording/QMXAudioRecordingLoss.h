@@ -8,8 +8,9 @@ struct QMXAudioRecordingLoss {
     enum class Reason {
         overrun,       ///< saving was so late that full buffers were overtaken
         conversion,    ///< a buffer could not be converted
-        write,         ///< what of a buffer could not be written
-        partialBuffer, ///< the buffer that was being filled at the stop
+        write,         ///< the part of a buffer that could not be written
+        partialBuffer, ///< what was not to be written at the stop: the buffer that was being filled, what the rate
+                       ///< conversion held
         timeGap,       ///< the device's time jumped: cycles that never came; no frames where it jumped back
         rateChange     ///< no frames lost, but from here on the device ran at another rate than the file was told
     };

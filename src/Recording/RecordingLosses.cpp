@@ -26,12 +26,14 @@ std::vector<QMXAudioRecordingLoss> RecordingLosses::entries(Float64 fileFramesPe
         if (entry.isWritten.load(std::memory_order_acquire))
             losses.push_back(entry.loss);
     std::ranges::stable_sort(losses, {}, &QMXAudioRecordingLoss::frame);
-    UInt64 missing = 0; // frames that were accepted before and are not in the file
+    UInt64 missing = 0, lostUntil = 0; // frames before that are not in the file; the end of the last lost range
     for (QMXAudioRecordingLoss& loss : losses) {
-        const UInt64 present = loss.frame - std::min(missing, loss.frame);
-        loss.fileFrame = static_cast<UInt64>(static_cast<Float64>(present) * fileFramesPerFrame);
-        if (loss.reason != Reason::timeGap)
-            missing += loss.frames;
+        const UInt64 frame = std::max(loss.frame, lostUntil); // what lies in a lost range is where that is in the file
+        loss.fileFrame = static_cast<UInt64>(static_cast<Float64>(frame - missing) * fileFramesPerFrame);
+        if (loss.reason == Reason::timeGap)
+            continue;
+        lostUntil = std::max(frame, loss.frame + loss.frames);
+        missing += lostUntil - frame;
     }
     return losses;
 }

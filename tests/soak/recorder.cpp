@@ -147,7 +147,8 @@ int record(const std::string& mode, double seconds, const char* path)
     constexpr long allowance = 2048; // KiB
     const bool isAllThere = right && *right + dropped == recorder->lengthInFrames();
     const bool isAsExpected = mode == "real" || (mode == "full" ? dropped > 0 : dropped == 0 && missed == 0);
-    return isAllThere && isAsExpected && late < early + allowance ? 0 : 1;
+    const bool isTold = recorder->lastStatus() == (unwritten > 0 ? dskFulErr : noErr);
+    return isAllThere && isAsExpected && isTold && late < early + allowance ? 0 : 1;
 }
 
 } // namespace

@@ -333,6 +333,7 @@ TEST_F(AudioFileObject, AFailingDiskIsReportedOnceAndNeverHangs)
     EXPECT_GT(failures, 0);
     EXPECT_LT(failures, 100) << "later calls start afresh";
     EXPECT_FALSE(file->close()) << "bytes that were accepted are missing";
+    EXPECT_EQ(file->lastStatus(), dskFulErr);
     EXPECT_GE(readAll("/d/a", false, 100000).size(), 0u);
 
     disk.clearFaults();

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "CoreAudio/DeviceDescription.h"
 #include "Devices/QMXAudioDevice.h"
+#include "Foundation/NotificationCenter.h"
 #include "Foundation/RunLoop.h"
 #include "Recording/QMXAudioRecorder.h"
 #include "platform/CoreAudio/PipeWireTest.h"
@@ -112,7 +113,11 @@ TEST_F(PipeWireRecorderTest, AServerThatDiesLeavesAFileWithAllThatCame)
 {
     EXPECT_GT(take(48000,
                    [this] {
+                       const auto failed = qmx::NotificationCenter::defaultCenter().observe(
+                           QMXAudioRecorderFailedNotification, recorder,
+                           [](const qmx::Notification&) { qmx::RunLoop::main().stop(); });
                        server().kill();
+                       EXPECT_FALSE(qmx::RunLoop::main().runFor(30)) << "the recorder does not tell of it";
                        EXPECT_TRUE(waitUntil([] { return devices().empty(); }));
                        EXPECT_FALSE(recorder->inputDevice()->isRunning());
                        server().start(); // for another attempt

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "Recording/QMXAudioRecorder.h"
 
+#include "AudioToolbox/AudioConverter.h"
+#include "Devices/QMXVUMeterDataProvider.h"
 #include "FileRelated/QMXAudioFile.h"
 #include "Formats/QMXAudioStreamBasicDescription.h"
 #include "Foundation/RealTime.h"
@@ -55,9 +57,39 @@ protected:
     /// Frames in one raw buffer.
     UInt32 bufferFrames() const { return 393216 / (4 * channels); }
 
-    /// Hands the recorder so many counted frames as one cycle of the device.
-    void feed(UInt32 frames)
+    /// A file object, for the recorder or to be there before it.
+    static std::shared_ptr<QMXAudioFile> fileOf(const AudioStreamBasicDescription& format, AudioFileTypeID type)
     {
+        auto file = QMXAudioFile::initWithPath_accessMode(path, QMXAudioFileAccessMode::readWrite);
+        file->setFileStreamFormat(QMXAudioStreamBasicDescription(format));
+        file->setFileType(type);
+        return file;
+    }
+    static AudioStreamBasicDescription bigEndian(UInt32 channelCount, UInt32 bits)
+    {
+        auto format = qmx::packedPhysicalFormat(44100, channelCount, bits);
+        format.mFormatFlags |= kAudioFormatFlagIsBigEndian;
+        return format;
+    }
+    /// Records a buffer and a cycle, in two pieces.
+    void take()
+    {
+        recorder->setWritesPartialBufferAtStop(true);
+        ASSERT_TRUE(recorder->record());
+        hardware.advanceCycles(id, 10);
+        recorder->pause();
+        setFileFormat(qmx::packedPhysicalFormat(44100, channels, 8));
+        recorder->record();
+        hardware.advanceCycles(id, bufferFrames() / cycle - 9);
+        recorder->stop();
+    }
+
+    /// Hands the recorder so many counted frames as one cycle of the device, at a sample time where one is given.
+    void feed(UInt32 frames, std::optional<Float64> sampleTime = {})
+    {
+        AudioTimeStamp time;
+        time.mSampleTime = sampleTime.value_or(0);
+        time.mFlags = sampleTime ? kAudioTimeStampSampleTimeValid : 0;
         std::vector<Float32> samples(std::size_t{frames} * channels);
         for (Float32& sample : samples)
             sample = counted(fed_++);
@@ -66,7 +98,7 @@ protected:
         const qmx::RealTimeScope realTime;
         auto& device = *recorder->inputDevice();
         recorder->audioIOHandler_inNow_inInputData_inInputTime_outOutputData_inOutputTime_inClientData(
-            device, nullptr, &list, nullptr, nullptr, nullptr, device);
+            device, nullptr, &list, &time, nullptr, nullptr, device);
     }
     /// Expects these ranges of the count's frames in the file, one behind the other, and nothing else.
     void expectInFile(const std::vector<std::pair<UInt64, UInt64>>& ranges) const
@@ -110,7 +142,7 @@ private:
     std::shared_ptr<qmx::Object> observer_ =
         qmx::NotificationCenter::defaultCenter().observe("", nullptr, [this](const qmx::Notification& n) {
             if (n.sender == recorder && n.name.starts_with("QMXAudioRecorder"))
-                news_.push_back(n.name.substr(16, n.name.find("Record", 16) - 16));
+                news_.push_back(n.name.substr(16, n.name.find_first_of("RN", 16) - 16));
         });
 };
 
@@ -236,13 +268,16 @@ TEST_F(Recorder, AFullDiskCostsWhatDoesNotFitAndAFailingWriteItsBuffer)
     disk.setCapacity(disk.contents(path).size() + 6 * fitting + 5);
     feedAndSave(full);
     feedAndSave(full);
+    EXPECT_EQ(recorder->lastError(), "/d/take.aif: cannot be written (the disk is full)");
     EXPECT_EQ(recorder->droppedFrames(), 2 * full - fitting);
     disk.setCapacity(SIZE_MAX);
     feedAndSave(full);
     disk.failChange(1, EIO);
     feedAndSave(full);
+    EXPECT_EQ(recorder->lastStatus(), ioErr);
     feed(7);
     recorder->stop();
+    EXPECT_EQ(std::ranges::count(news(), "Failed"), 1);
     expectInFile({{0, full + fitting}, {3 * full, 4 * full}, {5 * full, 5 * full + 7}});
     EXPECT_THAT(losses(), ElementsAre(Loss(Reason::write, full + fitting, full - fitting, full + fitting),
                                       Loss(Reason::write, 2 * full, full, full + fitting),
@@ -306,6 +341,7 @@ TEST_F(Recorder, AFormatThatTheDeviceChangedBeforeIsNotedOrRefusedUnlessTheRecor
         device.input = qmx::VirtualHardware::standardDevice("", "", 1, 0).input;
     });
     EXPECT_FALSE(recorder->record());
+    EXPECT_EQ(recorder->lastStatus(), kAudioDeviceUnsupportedFormatError);
     recorder->setInputDevice(recorder->inputDevice());
     EXPECT_TRUE(recorder->record());
 }
@@ -324,6 +360,226 @@ TEST_F(Recorder, AnotherRateInTheFileLosesNothingBetweenBuffers)
     EXPECT_NEAR(static_cast<double>(samples.size()), 2 * 4 * 48000, 4);
     for (std::size_t i = 4000; i + 4000 < samples.size(); ++i) // without a step where buffers meet
         ASSERT_NEAR(samples[i], 0.5F, 1e-4F) << "sample " << i;
+}
+
+TEST_F(Recorder, ConvertsToTheFormatOfTheFileThatIsOpen)
+{
+    for (const auto& [format, type] : {std::pair(bigEndian(2, 24), kAudioFileAIFFType),
+                                       {qmx::packedPhysicalFormat(44100, 2, 16), kAudioFileWAVEType},
+                                       {qmx::packedPhysicalFormat(44100, 2, 32, true), kAudioFileCAFType}}) {
+        fileOf(format, type)->open();
+        make(2);
+        take();
+        EXPECT_EQ(recorder->bitsPerChannel(), format.mBitsPerChannel);
+        EXPECT_EQ(recorder->audioFile()->fileType(), type);
+        expectInFile({{0, recorder->lengthInFrames()}});
+        disk.remove(path);
+    }
+}
+
+TEST_F(Recorder, AFormatThatIsSetLaterDoesNotReachAFileThatWasGiven)
+{
+    make(1);
+    const auto mono = recorder->inputDevice();
+    make(2);
+    const auto stereo = recorder->inputDevice();
+    recorder = QMXAudioRecorder::initWithAudioDevice_audioFile(stereo, fileOf(bigEndian(2, 16), kAudioFileAIFFType));
+    setFileFormat(qmx::packedPhysicalFormat(44100, 2, 24));
+    take();
+    expectInFile({{0, recorder->lengthInFrames()}});
+
+    disk.remove(path);
+    recorder = QMXAudioRecorder::initWithAudioDevice_audioFile(stereo, fileOf(bigEndian(2, 16), kAudioFileAIFFType));
+    recorder->setInputDevice(mono);
+    channels = 1;
+    id = mono->deviceID();
+    take();
+    const auto samples = qmx::test::recordedSamples(path);
+    ASSERT_EQ(samples.size(), std::size_t{2} * recorder->lengthInFrames());
+    for (std::size_t i = 0; i < samples.size(); ++i)
+        ASSERT_EQ(samples[i], counted(i / 2)) << "sample " << i;
+}
+
+TEST_F(Recorder, RefusesAFileThatCannotTakeItsBytes)
+{
+    make(2);
+    AudioStreamBasicDescription packets = bigEndian(2, 16);
+    packets = {packets.mSampleRate, kAudioFormatAppleLossless, 1, 0, 4096, 0, 2, 0, 0};
+    const auto file = fileOf(packets, kAudioFileCAFType);
+    recorder = QMXAudioRecorder::initWithAudioDevice_audioFile(recorder->inputDevice(), file);
+    file->setFileStreamFormat(QMXAudioStreamBasicDescription(packets));
+    file->setFileType(kAudioFileCAFType);
+    EXPECT_FALSE(recorder->record());
+    EXPECT_FALSE(recorder->isRecording() || file->isOpen() || recorder->inputDevice()->isRunning());
+    EXPECT_EQ(file->lengthInBytes(), 0U);
+    EXPECT_EQ(recorder->lastStatus(), kAudioFileUnsupportedDataFormatError);
+    EXPECT_THAT(recorder->lastError(), testing::HasSubstr(path));
+    file->setFileStreamFormat(QMXAudioStreamBasicDescription(bigEndian(2, 16)));
+    disk.remove(path);
+    EXPECT_TRUE(recorder->record());
+    EXPECT_EQ(recorder->lastStatus(), noErr);
+}
+
+TEST_F(Recorder, WhatCannotBeConvertedIsLostInsteadOfWrittenAsItIs)
+{
+    make(2);
+    recorder->setEventMask(2);
+    recorder->record();
+    feed(bufferFrames());
+    hardware.settle();
+    auto unknown = *recorder->inputDeviceStreamFormat()->audioStreamBasicDescription();
+    unknown.mFormatID = 0;
+    recorder->setDeviceStreamFormat(QMXAudioStreamBasicDescription::initWithAudioStreamBasicDescription(&unknown));
+    feed(bufferFrames());
+    recorder->stop();
+    expectInFile({{0, bufferFrames()}});
+    EXPECT_THAT(losses(), ElementsAre(Loss(Reason::conversion, bufferFrames(), bufferFrames(), bufferFrames())));
+    EXPECT_EQ(recorder->lastStatus(), kAudioConverterErr_FormatNotSupported);
+    EXPECT_THAT(news(), ElementsAre("Failed", "Stopped"));
+}
+
+TEST_F(Recorder, WAVEIsLittleEndianUnlessTheFileWasOpenedBefore)
+{
+    for (const bool wasOpen : {false, true}) {
+        make(2);
+        const auto file = fileOf(bigEndian(2, 16), kAudioFileWAVEType);
+        recorder = QMXAudioRecorder::initWithAudioDevice_audioFile(recorder->inputDevice(), file);
+        file->setFileType(kAudioFileWAVEType);
+        if (wasOpen)
+            file->open();
+        take();
+        EXPECT_EQ(disk.contents(path)[3], wasOpen ? 'X' : 'F');
+        expectInFile({{0, recorder->lengthInFrames()}});
+        disk.remove(path);
+    }
+}
+
+TEST_F(Recorder, ATargetThatCannotBeMadeIsToldOnce)
+{
+    make(2);
+    recorder->setAudioFilePath("/no/take.aif");
+    recorder->setEventMask(0);
+    EXPECT_TRUE(recorder->record());
+    EXPECT_TRUE(recorder->isRecording());
+    EXPECT_EQ(recorder->lastStatus(), dirNFErr);
+    EXPECT_EQ(recorder->lastError(), "/no/take.aif: cannot be opened or made (no such file or folder)");
+    feed(2 * bufferFrames());
+    EXPECT_THAT(news(), ElementsAre("Failed"));
+    recorder->stop();
+    EXPECT_EQ(recorder->droppedFrames(), 2 * bufferFrames());
+}
+
+TEST_F(Recorder, ADeviceThatDoesNotStartOrIsGoneIsToldOnceAndLetsTheRecorderGo)
+{
+    for (const bool starts : {false, true})
+        for (const bool hasOwner : {false, true}) {
+            SCOPED_TRACE(testing::Message() << "starts " << starts << ", has an owner " << hasOwner);
+            make(2);
+            recorder->setEventMask(0);
+            recorder->setWritesPartialBufferAtStop(true);
+            if (!starts)
+                hardware.addFault(qmx::test::failing(qmx::HardwareOperation::start));
+            EXPECT_TRUE(recorder->record());
+            EXPECT_EQ(recorder->lastStatus(), starts ? noErr : kAudioHardwareNotRunningError);
+            EXPECT_EQ(recorder->lastError(), starts ? "" : "Input: the device does not start");
+            hardware.removeFaults();
+            EXPECT_EQ(hardware.advanceCycles(id, 3), starts);
+            const std::weak_ptr kept = recorder;
+            if (!hasOwner)
+                recorder.reset();
+            hardware.removeDevice(id);
+            EXPECT_EQ(news(), std::vector<std::string>(hasOwner ? 1 : 0, "Failed"));
+            if (hasOwner) {
+                EXPECT_TRUE(recorder->isRecording());
+                EXPECT_EQ(recorder->lastStatus(), kAudioHardwareBadDeviceError);
+                EXPECT_EQ(recorder->lastError(), "Input: the device is gone");
+                recorder.reset();
+            }
+            EXPECT_TRUE(kept.expired());
+            expectInFile({{0, starts ? 3 * cycle : 0}});
+            disk.remove(path);
+        }
+}
+
+TEST_F(Recorder, ALossInsideALostRangeIsWhereThatRangeIsInTheFile)
+{
+    make(2);
+    const UInt32 full = bufferFrames();
+    recorder->record();
+    disk.setStalled(true);
+    feed(full, 0);
+    disk.waitForStalledWrite();
+    feed(100, full);
+    feed(full - 100, full + 150);
+    feed(full, 2 * full + 50);
+    disk.setStalled(false);
+    recorder->stop();
+    EXPECT_THAT(losses(),
+                ElementsAre(Loss(Reason::overrun, full, full, full), Loss(Reason::timeGap, full + 100, 50, full)));
+    expectInFile({{0, full}, {2 * full, 3 * full}});
+}
+
+TEST_F(Recorder, CountsWhatTheRateConversionHoldsAtTheStop)
+{
+    for (const bool changesRate : {false, true})
+        for (const bool isDiskFull : {false, true}) {
+            make(2);
+            setFileFormat(qmx::packedPhysicalFormat(48000, 2, 32, true));
+            recorder->setWritesPartialBufferAtStop(isDiskFull);
+            recorder->record();
+            feed(bufferFrames());
+            hardware.settle();
+            if (changesRate)
+                hardware.change(id, [](qmx::DeviceDescription& device) { device.nominalSampleRate = 48000; });
+            news();
+            if (isDiskFull)
+                disk.setCapacity(disk.contents(path).size());
+            recorder->stop();
+            disk.clearFaults();
+            const auto inFile = static_cast<double>(qmx::test::recordedSamples(path).size()) / 2;
+            const auto lost = static_cast<double>(recorder->droppedFrames());
+            EXPECT_GT(lost, 0);
+            EXPECT_NEAR(lost + inFile * 44100 / 48000, bufferFrames(), 1);
+            ASSERT_EQ(losses().size(), changesRate ? 2U : 1U);
+            const auto loss = recorder->lostFramePositions().front();
+            EXPECT_EQ(loss.reason, isDiskFull ? Reason::write : Reason::partialBuffer);
+            EXPECT_NEAR(static_cast<double>(loss.fileFrame), inFile, 1);
+            EXPECT_EQ(recorder->lastStatus(), isDiskFull ? dskFulErr : noErr);
+            disk.remove(path);
+        }
+}
+
+TEST_F(Recorder, ARateThatTheRecorderIsToldOfKeepsWhatTheConversionHeld)
+{
+    make(2);
+    setFileFormat(qmx::packedPhysicalFormat(48000, 2, 32, true));
+    recorder->record();
+    feed(bufferFrames());
+    hardware.settle();
+    hardware.change(id, [](qmx::DeviceDescription& device) { device.nominalSampleRate = 48000; });
+    recorder->setDeviceStreamFormat(recorder->inputDevice()->actualStreamFormat_isInput(0, true));
+    feed(bufferFrames());
+    recorder->stop();
+    EXPECT_NEAR(static_cast<double>(qmx::test::recordedSamples(path).size()) / 2,
+                bufferFrames() * (1 + 48000.0 / 44100), 1);
+    EXPECT_EQ(recorder->droppedFrames(), 0U);
+}
+
+TEST_F(Recorder, SharesADeviceWithAMeterWhoseStartTheStopAfterAPauseTakes)
+{
+    make(1);
+    const auto device = recorder->inputDevice();
+    EXPECT_EQ(recorder->leftChannel(), 1U);
+    EXPECT_EQ(recorder->rightChannel(), 0xFFFFFFFFU);
+    device->inputVUMeterDataProvider()->start();
+    recorder->record();
+    hardware.advanceCycles(id, 3);
+    const auto levels = device->inputVUMeterDataProvider();
+    recorder->pause();
+    EXPECT_TRUE(device->isRunning());
+    recorder->stop();
+    EXPECT_FALSE(device->isRunning());
+    levels->stop();
 }
 
 } // namespace

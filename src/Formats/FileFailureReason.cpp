@@ -1,0 +1,34 @@
+// SPDX-License-Identifier: MIT
+#include "Formats/FileFailureReason.h"
+
+#include "AudioToolbox/AudioFile.h"
+#include "Formats/QMXAudioDeviceUtils.h"
+
+std::string qmx::fileFailureReason(OSStatus status)
+{
+    switch (status) {
+    case dskFulErr:
+        return "the disk is full";
+    case ioErr:
+        return "input/output error";
+    case fnfErr:
+    case dirNFErr:
+        return "no such file or folder";
+    case permErr:
+    case wrPermErr:
+    case kAudioFilePermissionsError:
+        return "permission denied";
+    case dupFNErr:
+        return "it exists already";
+    case fnOpnErr:
+        return "it is not open";
+    case kAudioFileUnsupportedFileTypeError:
+        return "not an audio file of a known type";
+    case kAudioFileUnsupportedDataFormatError:
+        return "not a format for it";
+    case kAudioFileDoesNotAllow64BitDataSizeError:
+        return "too long for a file of its type";
+    default:
+        return QMXAudioDeviceUtils::errorMessage(status);
+    }
+}

@@ -1,0 +1,14 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "CoreAudioTypes/MacTypes.h"
+
+#include <string>
+
+namespace qmx
+{
+
+/// What a status of the audio file or converter service means, for people: a part of a sentence.
+std::string fileFailureReason(OSStatus status);
+
+} // namespace qmx

@@ -1,0 +1,30 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "CoreAudioTypes/MacTypes.h"
+
+#include <mutex>
+#include <string>
+
+namespace qmx
+{
+
+/// What failed last in an object's work: a status, and a sentence for people. Any thread but the real-time ones.
+class LastFailure
+{
+public:
+    void set(OSStatus status, std::string sentence);
+    void clear() { set(noErr, {}); }
+
+    /// noErr while nothing failed.
+    OSStatus status() const;
+    /// Empty while nothing failed.
+    std::string sentence() const;
+
+private:
+    mutable std::mutex lock_;
+    OSStatus status_ = noErr;
+    std::string sentence_;
+};
+
+} // namespace qmx
