@@ -44,6 +44,15 @@ public:
 
     SystemError synchronize() override { return 0; }
 
+    SystemError lock() override
+    {
+        node_->lock.lock();
+        const std::scoped_lock lock(owner_.mutex_);
+        return owner_.lockError_;
+    }
+
+    void unlock() override { node_->lock.unlock(); }
+
 private:
     MemoryFileSystem& owner_;
     std::shared_ptr<Node> node_;
@@ -246,6 +255,12 @@ void MemoryFileSystem::failReads(SystemError error)
     readError_ = error;
 }
 
+void MemoryFileSystem::failLocks(SystemError error)
+{
+    const std::scoped_lock lock(mutex_);
+    lockError_ = error;
+}
+
 void MemoryFileSystem::setCapacity(std::size_t bytes)
 {
     const std::scoped_lock lock(mutex_);
@@ -269,7 +284,7 @@ void MemoryFileSystem::clearFaults()
 {
     const std::scoped_lock lock(mutex_);
     failsAt_ = killedAt_ = keep_ = 0;
-    changeError_ = readError_ = 0;
+    changeError_ = readError_ = lockError_ = 0;
     capacity_ = SIZE_MAX;
     stalled_ = false;
     stallChanged_.notify_all();
