@@ -41,9 +41,7 @@ void readAndStore()
 bool mayHoldAStore(std::string_view text)
 {
     const auto holds = [&](std::string_view part) { return text.find(part) != std::string_view::npos; };
-    constexpr std::size_t headSize = 12;
-    return holds("tRaK") || holds("KaRt") || holds("tRaJ") ||
-           text.substr(text.size() - std::min(text.size(), headSize)).find("APPL") != std::string_view::npos;
+    return holds("tRaK") || holds("KaRt") || holds("tRaJ");
 }
 
 } // namespace

@@ -18,6 +18,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <limits>
 #include <string_view>
 
 namespace example
@@ -84,6 +85,23 @@ bool isFullOfChunks(const std::string& path)
     return position == length;
 }
 
+/// Gives the form the file's size. The library's own repair keeps an odd size odd, as that of a form is that does not
+/// count the last chunk's pad byte.
+void setFormSize(const std::string& path)
+{
+    const auto file = qmx::FileHandle::fileHandleForUpdatingAtPath(path);
+    if (!file)
+        return;
+    const qmx::FileLock lock = file->lock();
+    const SInt64 size = file->seekToEndOfFile() - 8;
+    if (size < 4 || size > std::numeric_limits<UInt32>::max())
+        return;
+    std::array<UInt8, 4> field{};
+    qmx::store32(field.data(), static_cast<UInt32>(size), qmx::ByteOrder::big);
+    file->seekToFileOffset(4);
+    file->writeData(field);
+}
+
 bool sameArchive(const Record& one, const Record& other)
 {
     return qmx::KeyedArchiver::archivedDataWithRootObject(one) == qmx::KeyedArchiver::archivedDataWithRootObject(other);
@@ -141,14 +159,14 @@ std::string repairRecording(const std::string& path)
         done = "a store that was cut off was completed or taken back";
     } else if (isFullOfChunks(path)) {
         done = "the form was given the file's size";
-        QMXAIFFUtility::repairFileAtPath(path);
+        setFormSize(path);
     } else {
         done = "the sizes were brought in line with the file's length";
         const auto file = QMXAudioFile::initWithPath_accessMode(path, QMXAudioFileAccessMode::readWrite);
         if (file->open()) // brings lagging sizes in line
             file->close();
         if (!QMXAIFFUtility::validateFileAtPath(path))
-            QMXAIFFUtility::repairFileAtPath(path);
+            setFormSize(path);
     }
     if (!QMXAIFFUtility::validateFileAtPath(path))
         throw Failure{path + ": cannot be repaired"};

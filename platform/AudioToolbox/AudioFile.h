@@ -135,6 +135,9 @@ inline constexpr OSStatus kAudioFileFileNotFoundError = -43;
 /// On failure `*file` is null and the file untouched: fnfErr, permErr/wrPermErr, 'typ?' for contents that are no audio file, 'dta?' for a
 /// damaged header, 'fmt?' for a coding that is not known. Opened for writing, a file whose writer was killed is brought in line
 /// with its length.
+///
+/// Calls that open AIFF, WAVE or CAF files for writing, initialise, grow or close them wait without end while another
+/// thread or process holds the file's lock (Foundation/FileSystem.h), as the track store does during a store.
 QMX_EXPORT OSStatus AudioFileOpen(const FSRef* reference, SInt8 permissions, AudioFileTypeID typeHint,
                                   AudioFileID* file);
 

@@ -91,6 +91,11 @@ SystemError FileHandle::synchronizeFile()
     return file_ ? file_->synchronize() : EBADF;
 }
 
+FileLock FileHandle::lock()
+{
+    return FileLock(file_.get());
+}
+
 void FileHandle::closeFile()
 {
     file_.reset();

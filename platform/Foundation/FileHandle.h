@@ -31,6 +31,8 @@ public:
     void seekToFileOffset(std::int64_t offset);
     SystemError truncateFileAtOffset(std::int64_t offset);
     SystemError synchronizeFile();
+    /// Holds the file's lock until the result is gone, before closeFile(). Waits without end for other holders.
+    [[nodiscard]] FileLock lock();
     void closeFile();
 
 private:

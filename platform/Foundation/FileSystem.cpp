@@ -10,6 +10,8 @@
 #include <atomic>
 #include <cerrno>
 #include <cstdio>
+#include <map>
+#include <mutex>
 #include <utility>
 
 namespace qmx
@@ -29,10 +31,29 @@ SystemError resultOf(int status)
 
 constexpr std::size_t largestTransfer = std::size_t{1} << 30; // the system moves at most about 2 GiB a call
 
+using FileNumber = std::pair<dev_t, ino_t>;
+
+/// The mutex that all files of this number in the process share. A file keeps it while it is open, so its number is not
+/// used again.
+std::shared_ptr<std::mutex> mutexFor(FileNumber number)
+{
+    static auto& tableMutex = *new std::mutex; // never destroyed: threads may use files while the process ends
+    static auto& table = *new std::map<FileNumber, std::weak_ptr<std::mutex>>;
+    const std::scoped_lock lock(tableMutex);
+    std::erase_if(table, [](const auto& entry) { return entry.second.expired(); });
+    auto mutex = table[number].lock();
+    if (!mutex)
+        table[number] = mutex = std::make_shared<std::mutex>();
+    return mutex;
+}
+
 class PosixFile : public File
 {
 public:
-    explicit PosixFile(int descriptor) : descriptor_(descriptor) {}
+    PosixFile(int descriptor, FileNumber number, bool mayWrite)
+        : descriptor_(descriptor), mayWrite_(mayWrite), mutex_(mutexFor(number))
+    {
+    }
     ~PosixFile() override { (void)close(); } // whoever wants to know has closed it
 
     Transfer read(void* data, std::size_t size, std::int64_t position) override
@@ -73,7 +94,38 @@ public:
         return descriptor < 0 ? 0 : resultOf(::close(descriptor));
     }
 
+    // The mutex keeps out the threads of this process, also where the file system has no locks and where both only
+    // read.
+    SystemError lock() override
+    {
+        mutex_->lock();
+        return lockDescriptor(mayWrite_ ? F_WRLCK : F_RDLCK);
+    }
+
+    void unlock() override
+    {
+        lockDescriptor(F_UNLCK);
+        mutex_->unlock();
+    }
+
 private:
+    /// The lock belongs to the open descriptor, not to the process, so closing another descriptor of the file does not
+    /// drop it.
+    SystemError lockDescriptor(short type)
+    {
+        // One byte far behind every file's end: on file systems whose locks are mandatory nobody's reads are refused.
+        struct flock place {
+        };
+        place.l_type = type;
+        place.l_whence = SEEK_SET;
+        place.l_start = off_t{1} << 62;
+        place.l_len = 1;
+        while (::fcntl(descriptor_, F_OFD_SETLKW, &place) != 0)
+            if (errno != EINTR)
+                return lastError();
+        return 0;
+    }
+
     template <class Call> static Transfer transfer(std::size_t size, Call call)
     {
         Transfer done;
@@ -91,6 +143,8 @@ private:
     }
 
     int descriptor_;
+    bool mayWrite_;
+    std::shared_ptr<std::mutex> mutex_;
 };
 
 int openFlags(FileAccess access)
@@ -117,11 +171,13 @@ public:
         const int descriptor = ::open(path.c_str(), openFlags(access) | O_CLOEXEC | O_NONBLOCK, mode);
         if (descriptor < 0)
             return lastError();
-        auto opened = std::make_unique<PosixFile>(descriptor);
         struct stat status {
         };
-        if (::fstat(descriptor, &status) != 0)
-            return lastError();
+        const SystemError error = resultOf(::fstat(descriptor, &status));
+        auto opened = std::make_unique<PosixFile>(descriptor, FileNumber{status.st_dev, status.st_ino},
+                                                  access != FileAccess::read);
+        if (error != 0)
+            return error;
         if (S_ISDIR(status.st_mode))
             return EISDIR;
         if (!S_ISREG(status.st_mode))
@@ -209,6 +265,15 @@ std::atomic<FileSystem*> replacement{nullptr};
 } // namespace
 
 File::~File() = default;
+
+FileLock::FileLock(File* file) : file_(file), excludesOtherProcesses_(file && file->lock() == 0) {}
+
+FileLock::~FileLock()
+{
+    if (file_)
+        file_->unlock();
+}
+
 FileSystem::~FileSystem() = default;
 
 FileSystem& FileSystem::current()

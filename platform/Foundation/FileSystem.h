@@ -33,6 +33,9 @@ struct Transfer {
 };
 
 /// An open file, addressed by position: no shared file offset. Closed by its destructor. Any thread.
+///
+/// A file has one lock, which every File of it shares. Whoever changes an audio file's structure (grows it, rewrites
+/// its header, stores into it) holds it meanwhile; reads and writes ask for no lock. FileLock holds it for a scope.
 class QMX_EXPORT File
 {
 public:
@@ -48,6 +51,32 @@ public:
     virtual SystemError synchronize() = 0;
     /// Closes the file and reports what the system could not store after all. Nothing else may be called then.
     virtual SystemError close() = 0;
+
+    /// Waits, without end, until no other File of this process and no other process holds the lock; then holds it.
+    /// Processes that opened the file for reading hold it together. An error: other processes are not kept out, as on
+    /// file systems without locks; the lock is held within the process all the same. Opening and closing other Files of
+    /// the file does not end it. Not on a thread that already holds it, and not on real-time threads.
+    [[nodiscard]] virtual SystemError lock() = 0;
+    /// Gives the lock back, on the thread that took it.
+    virtual void unlock() = 0;
+};
+
+/// Holds a file's lock while it lives; the file must stay open as long. See File::lock() for the waiting.
+class QMX_EXPORT FileLock
+{
+public:
+    /// Holds nothing where `file` is null.
+    explicit FileLock(File* file);
+    ~FileLock();
+    FileLock(const FileLock&) = delete;
+    FileLock& operator=(const FileLock&) = delete;
+
+    /// Whether other processes are kept out too.
+    bool excludesOtherProcesses() const { return excludesOtherProcesses_; }
+
+private:
+    File* file_;
+    bool excludesOtherProcesses_;
 };
 
 enum class FileAccess {

@@ -52,6 +52,15 @@ public:
 
     SystemError close() override { return 0; }
 
+    SystemError lock() override
+    {
+        node_->lock.lock();
+        const std::scoped_lock lock(owner_.mutex_);
+        return owner_.lockError_;
+    }
+
+    void unlock() override { node_->lock.unlock(); }
+
 private:
     MemoryFileSystem& owner_;
     std::shared_ptr<Node> node_;
@@ -273,6 +282,12 @@ void MemoryFileSystem::failSynchronization(SystemError error)
     synchronizationError_ = error;
 }
 
+void MemoryFileSystem::failLocks(SystemError error)
+{
+    const std::scoped_lock lock(mutex_);
+    lockError_ = error;
+}
+
 void MemoryFileSystem::setCapacity(std::size_t bytes)
 {
     const std::scoped_lock lock(mutex_);
@@ -296,7 +311,7 @@ void MemoryFileSystem::clearFaults()
 {
     const std::scoped_lock lock(mutex_);
     failsAt_ = killedAt_ = keep_ = 0;
-    changeError_ = readError_ = synchronizationError_ = 0;
+    changeError_ = readError_ = synchronizationError_ = lockError_ = 0;
     capacity_ = SIZE_MAX;
     stalled_ = false;
     stallChanged_.notify_all();

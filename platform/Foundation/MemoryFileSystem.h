@@ -49,6 +49,8 @@ public:
     void setStalled(bool stalled);
     /// Returns once a write waits in a stall.
     void waitForStalledWrite();
+    /// From now on locks keep nobody out but the process itself, and report `error`; 0 ends it.
+    void failLocks(SystemError error);
     /// Ends all faults.
     void clearFaults();
 
@@ -58,6 +60,7 @@ private:
         Bytes bytes;
         std::map<std::string, Bytes> attributes;
         std::uint64_t number = 0;
+        std::mutex lock;
     };
     struct Verdict {
         std::size_t stores; // bytes of the change that are stored
@@ -75,7 +78,7 @@ private:
     std::uint64_t lastNumber_ = 0;
     std::size_t changes_ = 0;
     std::size_t failsAt_ = 0, killedAt_ = 0, keep_ = 0;
-    SystemError changeError_ = 0, readError_ = 0, synchronizationError_ = 0;
+    SystemError changeError_ = 0, readError_ = 0, synchronizationError_ = 0, lockError_ = 0;
     std::size_t readErrorAt_ = 0;
     std::size_t capacity_ = SIZE_MAX;
     bool stalled_ = false;

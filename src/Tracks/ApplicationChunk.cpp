@@ -4,7 +4,6 @@
 #include "CoreAudioTypes/FourCharCode.h"
 #include "Foundation/KeyedArchiver.h"
 #include "Foundation/KeyedUnarchiver.h"
-#include "Foundation/Log.h"
 #include "Foundation/Unarchiver.h"
 #include "Tracks/FileEdit.h"
 #include "Tracks/QMXAIFFUtility.h"
@@ -12,6 +11,7 @@
 #include "Tracks/StoreJournal.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <limits>
 #include <system_error>
 
@@ -76,67 +76,72 @@ ApplicationChunk descriptorOf(SInt64 offset, std::span<const UInt8> header, Byte
     return chunk;
 }
 
+bool lacksRoom(SystemError error)
+{
+    return error == ENOSPC || error == EDQUOT || error == EFBIG;
+}
+
+/// Writes a chunk into a file of `fileEnd` bytes, after its journal if wanted. The error, after which the file is as it
+/// was, or 0.
+SystemError writeChunk(FileHandle& file, const ChunkOverwrite& chunk, SInt64 fileEnd, bool isJournaled)
+{
+    FileEdit edit(file);
+    SystemError error = isJournaled ? edit.write(fileEnd, journalOf(chunk, fileEnd)) : 0;
+    if (error == 0)
+        error = edit.write(chunk.position, chunk.bytes);
+    if (error == 0 && chunk.fileEnd != fileEnd)
+        error = edit.write(4, formSizeField(chunk.fileEnd));
+    if (error == 0 && isJournaled)
+        error = file.truncateFileAtOffset(chunk.fileEnd);
+    if (error != 0)
+        edit.undo();
+    return error;
+}
+
+} // namespace
+
 bool isUsable(const ApplicationChunk& chunk)
 {
     return chunk.mSeemsValid && chunk.mCompatible;
 }
 
-bool refuse(const char* reason)
+void findApplicationChunks(FileHandle& file, UInt32 signature, ByteOrder order,
+                           const std::function<bool(const ApplicationChunk&)>& take)
 {
-    Log("QMXAudioTrackInfoWriter: track information not stored: %s", reason);
-    return false;
-}
-
-} // namespace
-
-ApplicationChunks findApplicationChunks(FileHandle& file, UInt32 signature, ByteOrder order)
-{
-    const SInt64 fileEnd = settledEnd(file);
+    const SInt64 fileEnd = file.seekToEndOfFile();
     file.seekToFileOffset(4);
     const std::vector<UInt8> formSize = file.readDataOfLength(4);
     const SInt64 formEnd = formSize.size() == 4 ? load32(formSize.data(), ByteOrder::big) : 0;
-    ApplicationChunks result;
     for (SInt64 position = 0; position < fileEnd && position < formEnd;) {
         position = QMXAIFFUtility::findOffsetForApplicationChunkWithCreator_inFile_startingAtOffset_endingOffset(
             signature, file, position, fileEnd);
         file.seekToFileOffset(position);
-        const std::vector<UInt8> bytes = file.readDataOfLength(applicationHeaderSize);
-        const std::span header = bytes;
+        const std::vector<UInt8> header = file.readDataOfLength(applicationHeaderSize);
         if (header.size() < applicationHeaderSize)
-            break;
-        ++result.found;
+            return;
         const ApplicationChunk chunk = descriptorOf(position, header, order, fileEnd);
-        if (result.chunks.size() < mostApplicationChunks)
-            result.chunks.push_back(chunk);
+        if (!take(chunk))
+            return;
         position += SInt64{chunk.mChunkSize} + (chunk.mChunkSize & 1) + chunkHeaderSize;
     }
-    return result;
 }
 
-std::optional<ApplicationChunk> firstUsable(std::span<const ApplicationChunk> chunks)
+std::vector<UInt8> readArchive(FileHandle& file, const ApplicationChunk& chunk)
 {
-    const auto found = std::ranges::find_if(chunks, isUsable);
-    return found == chunks.end() ? std::nullopt : std::optional(*found);
+    file.seekToFileOffset(chunk.mFileOffset + static_cast<SInt64>(applicationHeaderSize));
+    return file.readDataOfLength(std::min(chunk.mDataSize, largestArchiveRead));
 }
 
-std::optional<ApplicationChunk> lastUsable(std::span<const ApplicationChunk> chunks)
-{
-    const auto found = std::find_if(chunks.rbegin(), chunks.rend(), isUsable);
-    return found == chunks.rend() ? std::nullopt : std::optional(*found);
-}
-
-std::shared_ptr<QMXTrackAndProcessingInfo> readRecord(FileHandle& file, const ApplicationChunk& chunk)
+std::optional<std::shared_ptr<QMXTrackAndProcessingInfo>> recordFrom(std::span<const UInt8> archive)
 {
     QMXTrackAndProcessingInfo::registerArchiveClasses();
-    file.seekToFileOffset(chunk.mFileOffset + static_cast<SInt64>(applicationHeaderSize));
-    const std::vector<UInt8> data = file.readDataOfLength(std::min(chunk.mDataSize, largestArchiveRead));
-    if (data.empty())
-        return nullptr;
     ArchiveError error = ArchiveError::none;
-    std::shared_ptr<Object> object = KeyedUnarchiver::unarchiveObjectWithData(data, &error);
+    std::shared_ptr<Object> object = KeyedUnarchiver::unarchiveObjectWithData(archive, &error);
+    const bool isNil = error == ArchiveError::none && !object;
     if (error != ArchiveError::none)
-        object = Unarchiver::unarchiveObjectWithData(data);
-    return std::dynamic_pointer_cast<QMXTrackAndProcessingInfo>(object);
+        object = Unarchiver::unarchiveObjectWithData(archive);
+    auto record = std::dynamic_pointer_cast<QMXTrackAndProcessingInfo>(object);
+    return record || isNil ? std::optional(std::move(record)) : std::nullopt;
 }
 
 std::vector<UInt8> archiveOf(const std::shared_ptr<QMXTrackAndProcessingInfo>& record)
@@ -144,30 +149,22 @@ std::vector<UInt8> archiveOf(const std::shared_ptr<QMXTrackAndProcessingInfo>& r
     return record ? KeyedArchiver::archivedDataWithRootObject(record) : std::vector<UInt8>();
 }
 
-bool storeArchive(FileHandle& file, std::span<const UInt8> archive, const std::optional<ApplicationChunk>& target,
-                  const ChunkStyle& style)
+Refusal storeArchive(FileHandle& file, std::span<const UInt8> archive, const std::optional<ApplicationChunk>& target,
+                     const ChunkStyle& style)
 {
     if (archive.size() > longestArchive)
-        return refuse("the record is longer than 524276 bytes");
+        return "the record is longer than 524276 bytes";
     const SInt64 fileEnd = file.seekToEndOfFile();
     auto chunk = target ? inPlaceOf(*target, archive, fileEnd, style) : appended(archive, fileEnd, style);
     if (!chunk)
-        return refuse("the chunk in the file is too small and others stand behind it");
+        return "the chunk in the file is too small and others stand behind it";
     chunk->fileEnd = std::max(fileEnd, chunk->position + static_cast<SInt64>(chunk->bytes.size()));
     if (chunk->fileEnd - chunkHeaderSize > std::numeric_limits<UInt32>::max())
-        return refuse("the file would be larger than a form can be");
-    FileEdit edit(file);
-    SystemError error = target ? edit.write(fileEnd, journalOf(*chunk, fileEnd)) : 0;
-    if (error == 0)
-        error = edit.write(chunk->position, chunk->bytes);
-    if (error == 0 && chunk->fileEnd != fileEnd)
-        error = edit.write(4, formSizeField(chunk->fileEnd));
-    if (error == 0 && target)
-        error = file.truncateFileAtOffset(chunk->fileEnd); // without the journal
-    if (error == 0)
-        return true;
-    edit.undo();
-    return refuse(std::generic_category().message(error).c_str());
+        return "the file would be larger than a form can be";
+    SystemError error = writeChunk(file, *chunk, fileEnd, target.has_value());
+    if (target && lacksRoom(error))
+        error = writeChunk(file, *chunk, fileEnd, false);
+    return error == 0 ? std::nullopt : Refusal(std::generic_category().message(error));
 }
 
 } // namespace qmx

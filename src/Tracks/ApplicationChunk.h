@@ -10,7 +10,9 @@
 #include "Foundation/ByteFields.h"
 #include "Foundation/FileHandle.h"
 #include "Tracks/QMXAIFCommon.h"
+#include "Tracks/StoredFile.h"
 
+#include <functional>
 #include <memory>
 #include <optional>
 #include <vector>
@@ -39,27 +41,25 @@ struct ChunkStyle {
 
 using ApplicationChunk = QMXApplicationChunkDescriptor;
 
-/// The first 10 chunks of ours in file order, and how many there are in all. Each is marked valid and compatible or not.
-struct ApplicationChunks {
-    std::vector<ApplicationChunk> chunks;
-    UInt32 found = 0;
-};
-constexpr std::size_t mostApplicationChunks = 10;
-ApplicationChunks findApplicationChunks(FileHandle& file, UInt32 signature, ByteOrder order);
+/// Calls `take` with each chunk of ours in file order, marked valid and compatible or not, until it answers false.
+void findApplicationChunks(FileHandle& file, UInt32 signature, ByteOrder order,
+                           const std::function<bool(const ApplicationChunk&)>& take);
 
-/// The first chunk, in the table's order, that can be read; and the last, which is the one that is written over.
-std::optional<ApplicationChunk> firstUsable(std::span<const ApplicationChunk> chunks);
-std::optional<ApplicationChunk> lastUsable(std::span<const ApplicationChunk> chunks);
+/// Whether the chunk's record can be read and written over.
+bool isUsable(const ApplicationChunk& chunk);
 
-/// The chunk's archive as a record; null when it holds none.
-std::shared_ptr<QMXTrackAndProcessingInfo> readRecord(FileHandle& file, const ApplicationChunk& chunk);
+/// The chunk's archive.
+std::vector<UInt8> readArchive(FileHandle& file, const ApplicationChunk& chunk);
+/// The archive as a record, null for an archived nil; none where it holds no record.
+std::optional<std::shared_ptr<QMXTrackAndProcessingInfo>> recordFrom(std::span<const UInt8> archive);
 /// The record as an archive; empty when there is none to be had.
 std::vector<UInt8> archiveOf(const std::shared_ptr<QMXTrackAndProcessingInfo>& record);
 
-/// Writes the archive over `target`, or behind the end of the file without a target. The chunk it takes the place of keeps its
-/// extent where that is large enough; a last chunk may grow; the audio and all other chunks stay as they are. The form's size
-/// follows the file's length. False, with the reason logged, when nothing was written; after an error the file is as it was.
-bool storeArchive(FileHandle& file, std::span<const UInt8> archive, const std::optional<ApplicationChunk>& target,
-                  const ChunkStyle& style);
+/// Writes the archive over `target`, or behind the end of the file without a target. The chunk it takes the place of
+/// keeps its extent where that is large enough; a last chunk may grow; the audio and all other chunks stay as they are.
+/// The form's size follows the file's length. A disk without room for a journal still takes a record in its place,
+/// which a kill then may cut off. After an error the file is as it was.
+Refusal storeArchive(FileHandle& file, std::span<const UInt8> archive, const std::optional<ApplicationChunk>& target,
+                     const ChunkStyle& style);
 
 } // namespace qmx

@@ -2,8 +2,7 @@
 #include "Tracks/QMXAIFAudioTrackInfoReader.h"
 
 #include "Tracks/ApplicationChunk.h"
-#include "Tracks/QMXAIFFUtility.h"
-#include "Tracks/StoreJournal.h"
+#include "Tracks/StoredFile.h"
 
 #include <utility>
 
@@ -19,14 +18,13 @@ std::shared_ptr<QMXAIFAudioTrackInfoReader> QMXAIFAudioTrackInfoReader::initWith
 
 std::shared_ptr<QMXTrackAndProcessingInfo> QMXAIFAudioTrackInfoReader::read()
 {
-    const auto file = qmx::FileHandle::fileHandleForReadingAtPath(audioFilePath());
-    if (!file)
-        return nullptr;
-    qmx::completeStoreAtPath(audioFilePath(), *file);
-    // a file that is no form at all passes the check, which is intended
-    if (QMXAIFFUtility::checkFileAtPath_shouldRepair(*file, false) == 0 && !qmx::endsInUnfinishedStore(*file))
-        return nullptr;
-    const auto found = qmx::findApplicationChunks(*file, mApplSignature, qmx::ByteOrder::big);
-    const auto chunk = qmx::firstUsable(found.chunks);
-    return chunk ? qmx::readRecord(*file, *chunk) : nullptr;
+    std::vector<UInt8> archive;
+    qmx::readStoredFile(audioFilePath(), [&](qmx::FileHandle& file) {
+        qmx::findApplicationChunks(file, mApplSignature, qmx::ByteOrder::big, [&](const qmx::ApplicationChunk& chunk) {
+            if (qmx::isUsable(chunk))
+                archive = qmx::readArchive(file, chunk);
+            return !qmx::isUsable(chunk);
+        });
+    });
+    return qmx::recordFrom(archive).value_or(nullptr);
 }

@@ -1,10 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "Tracks/QMXAIFAudioTrackInfoWriter.h"
 
-#include "Foundation/Log.h"
 #include "Tracks/ApplicationChunk.h"
-#include "Tracks/QMXAIFFUtility.h"
-#include "Tracks/StoreJournal.h"
+#include "Tracks/StoredFile.h"
 
 #include <utility>
 
@@ -27,17 +25,16 @@ SInt32 QMXAIFAudioTrackInfoWriter::write()
 
 void QMXAIFAudioTrackInfoWriter::write(const std::shared_ptr<QMXTrackAndProcessingInfo>& info) const
 {
-    const auto file = qmx::FileHandle::fileHandleForUpdatingAtPath(audioFilePath());
-    if (file)
-        qmx::settleStore(*file);
-    // a file that is no form at all passes the check, which is intended
-    if (!file || QMXAIFFUtility::checkFileAtPath_shouldRepair(*file, false) == 0) {
-        qmx::Log("QMXAIFAudioTrackInfoWriter: %@ cannot be written to or its form is damaged", audioFilePath());
-        return;
-    }
     const std::vector<UInt8> archive = qmx::archiveOf(info);
     if (archive.empty())
         return;
-    const auto found = qmx::findApplicationChunks(*file, mApplSignature, qmx::ByteOrder::big);
-    qmx::storeArchive(*file, archive, qmx::lastUsable(found.chunks), {mBlockSize, mApplSignature, qmx::ByteOrder::big});
+    qmx::storeInFile(audioFilePath(), [&](qmx::FileHandle& file) {
+        std::optional<qmx::ApplicationChunk> last;
+        qmx::findApplicationChunks(file, mApplSignature, qmx::ByteOrder::big, [&](const qmx::ApplicationChunk& chunk) {
+            if (qmx::isUsable(chunk))
+                last = chunk;
+            return true;
+        });
+        return qmx::storeArchive(file, archive, last, {mBlockSize, mApplSignature, qmx::ByteOrder::big});
+    });
 }

@@ -13,8 +13,10 @@ class QMX_EXPORT QMXAIFAudioTrackInfoWriter : public QMXAudioTrackInfoWriter
 public:
     static std::shared_ptr<QMXAIFAudioTrackInfoWriter> initWithAudioFilePath(std::string path);
 
-    /// Overwrites the last usable chunk among the first ten, else appends one. Nothing is written to a form whose size is not the
-    /// file's. On an error the file is as it was.
+    /// Overwrites the last usable chunk, else appends one. What is no AIFF or AIFF-C file by its first twelve bytes,
+    /// and a form whose size is not the file's, is refused with a log line and stays as it is; so does the file on an
+    /// error. Waits without end while another thread or process stores into the file or lets it grow; the audio may be
+    /// recorded meanwhile.
     SInt32 write() override;
 
 private:

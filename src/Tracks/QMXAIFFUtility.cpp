@@ -2,6 +2,7 @@
 #include "Tracks/QMXAIFFUtility.h"
 
 #include "Tracks/StoreJournal.h"
+#include "Tracks/StoredFile.h"
 
 #include <algorithm>
 #include <array>
@@ -119,7 +120,10 @@ SInt32 QMXAIFFUtility::checkFileAtPath_shouldRepair(qmx::FileHandle& file, bool 
 bool QMXAIFFUtility::validateFileAtPath(const std::string& path)
 {
     const auto file = qmx::FileHandle::fileHandleForReadingAtPath(path);
-    return file && checkFileAtPath_shouldRepair(*file, false) == 1;
+    if (!file)
+        return false;
+    const qmx::FileLock lock = file->lock();
+    return checkFileAtPath_shouldRepair(*file, false) == 1;
 }
 
 SInt32 QMXAIFFUtility::repairFileAtPath(const std::string& path)
@@ -127,17 +131,17 @@ SInt32 QMXAIFFUtility::repairFileAtPath(const std::string& path)
     const auto file = qmx::FileHandle::fileHandleForUpdatingAtPath(path);
     if (!file)
         return 0;
-    qmx::settleStore(*file);
+    const qmx::FileLock lock = file->lock();
+    if (const auto settlement = qmx::settlementOf(*file))
+        qmx::settle(*file, *settlement);
     const SInt32 code = checkFileAtPath_shouldRepair(*file, true);
     file->synchronizeFile();
-    file->closeFile();
     return code;
 }
 
 bool QMXAIFFUtility::settleStoreInFileAtPath(const std::string& path)
 {
-    const auto file = qmx::FileHandle::fileHandleForUpdatingAtPath(path);
-    return file && qmx::settleStore(*file);
+    return qmx::settleFileAtPath(path);
 }
 
 SInt32 QMXAIFFUtility::getNextChunkId(std::string_view chunkId)

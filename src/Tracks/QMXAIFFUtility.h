@@ -9,8 +9,9 @@
 #include <string>
 #include <string_view>
 
-/// Looks at an AIFF file as a list of chunks. Positions and lengths are bytes of the file. What cannot be read counts as not
-/// found. Any thread, one at a time per file handle, whose position is moved.
+/// Looks at an AIFF file as a list of chunks. Positions and lengths are bytes of the file. What cannot be read counts
+/// as not found. Any thread, one at a time per file handle, whose position is moved. What takes a path waits without
+/// end while another thread or process stores into the file or lets it grow.
 class QMX_EXPORT QMXAIFFUtility : public qmx::Object
 {
 public:

@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: MIT
 #include "Tracks/QMXAudioFileTrackInfoReaderWriter.h"
 
-#include "Foundation/Log.h"
 #include "Tracks/ApplicationChunk.h"
 #include "Tracks/QMXAIFFUtility.h"
-#include "Tracks/StoreJournal.h"
+#include "Tracks/StoredFile.h"
 
+#include <algorithm>
 #include <utility>
 
 QMXAudioFileTrackInfoReaderWriter::QMXAudioFileTrackInfoReaderWriter(std::string path)
@@ -80,24 +80,21 @@ bool QMXAudioFileTrackInfoReaderWriter::fileHasBeenProcessed() const
 
 bool QMXAudioFileTrackInfoReaderWriter::readTrackInfosFromFile()
 {
-    if (const auto file = qmx::FileHandle::fileHandleForReadingAtPath(mAudioFilePath)) {
-        qmx::completeStoreAtPath(mAudioFilePath, *file);
-        if (auto read = readDataFromFile(*file))
-            mInfoData = std::move(read);
-    }
+    std::vector<UInt8> archive;
+    qmx::readStoredFile(mAudioFilePath, [&](qmx::FileHandle& file) { archive = readDataFromFile(file); });
+    if (auto record = qmx::recordFrom(archive))
+        mInfoData = *std::move(record);
     return mInfoData != nullptr;
 }
 
-std::shared_ptr<QMXTrackAndProcessingInfo> QMXAudioFileTrackInfoReaderWriter::readDataFromFile(qmx::FileHandle& file)
+std::vector<UInt8> QMXAudioFileTrackInfoReaderWriter::readDataFromFile(qmx::FileHandle& file)
 {
-    if (!verifyBasicFileFormat(file) && !qmx::endsInUnfinishedStore(file))
-        return nullptr;
     loadAllApplicationChunks(file);
-    const auto chunk = qmx::firstUsable(mApplicationChunks);
-    if (!chunk)
-        return nullptr;
-    mCurrentTrackInfoVersion = chunk->mVersion;
-    return qmx::readRecord(file, *chunk);
+    const auto first = std::ranges::find_if(mApplicationChunks, qmx::isUsable);
+    if (first == mApplicationChunks.end())
+        return {};
+    mCurrentTrackInfoVersion = first->mVersion;
+    return qmx::readArchive(file, *first);
 }
 
 bool QMXAudioFileTrackInfoReaderWriter::writeTrackInfosToFile()
@@ -105,31 +102,25 @@ bool QMXAudioFileTrackInfoReaderWriter::writeTrackInfosToFile()
     const std::vector<UInt8> archive = qmx::archiveOf(mInfoData);
     if (archive.empty())
         return false;
-    const auto file = qmx::FileHandle::fileHandleForUpdatingAtPath(mAudioFilePath);
-    return file && writeDataToFile_fileHandle(archive, *file);
-}
-
-bool QMXAudioFileTrackInfoReaderWriter::writeDataToFile_fileHandle(std::span<const UInt8> data, qmx::FileHandle& file)
-{
-    if (data.empty())
-        return true;
-    qmx::settleStore(file);
-    if (!verifyBasicFileFormat(file))
-        return false;
-    loadAllApplicationChunks(file);
-    // signature and version in the host's byte order, which is intended
-    const bool stored = qmx::storeArchive(file, data, qmx::lastUsable(mApplicationChunks),
-                                          {mBlockSize, mApplSignature, qmx::hostByteOrder});
-    if (!stored)
-        qmx::Log("UNABLE TO WRITE APPLICATION INFORMATION TO AUDIO FILE");
-    return stored;
+    return qmx::storeInFile(mAudioFilePath, [&](qmx::FileHandle& file) {
+        loadAllApplicationChunks(file);
+        const auto last = std::find_if(mApplicationChunks.rbegin(), mApplicationChunks.rend(), qmx::isUsable);
+        // signature and version in the host's byte order, which is intended
+        return qmx::storeArchive(file, archive, last == mApplicationChunks.rend() ? std::nullopt : std::optional(*last),
+                                 {mBlockSize, mApplSignature, qmx::hostByteOrder});
+    });
 }
 
 void QMXAudioFileTrackInfoReaderWriter::loadAllApplicationChunks(qmx::FileHandle& file)
 {
-    auto found = qmx::findApplicationChunks(file, mApplSignature, qmx::hostByteOrder);
-    mApplicationChunks = std::move(found.chunks);
-    mNumApplicationChunksFound += found.found; // chunks of earlier loads count on, which is intended
+    constexpr std::size_t tableSize = 10;
+    mApplicationChunks.clear();
+    qmx::findApplicationChunks(file, mApplSignature, qmx::hostByteOrder, [this](const qmx::ApplicationChunk& chunk) {
+        ++mNumApplicationChunksFound; // on top of those of earlier loads, which is intended
+        if (mApplicationChunks.size() < tableSize)
+            mApplicationChunks.push_back(chunk);
+        return true;
+    });
 }
 
 bool QMXAudioFileTrackInfoReaderWriter::verifyBasicFileFormat(qmx::FileHandle& file) const

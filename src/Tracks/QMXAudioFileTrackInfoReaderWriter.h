@@ -40,9 +40,14 @@ public:
     void clearProcessingInfos();
     bool fileHasBeenProcessed() const;
 
-    /// Takes the record of the first usable chunk. True when there is a record afterwards, also one from before.
+    // Both wait without end while another thread or process stores into the file or lets it grow.
+
+    /// Takes the record of the first usable chunk among the first ten, none for an archived nil. True when there is a
+    /// record afterwards, also one from before where the file has no chunk or none that can be decoded.
     bool readTrackInfosFromFile();
-    /// Overwrites the last usable chunk, else appends one. False, logged, when that fails, and the file is as it was.
+    /// Overwrites the last usable chunk among the first ten, else appends one. False without a record. Also false,
+    /// logged, with the file as it was, when that fails, when the form's size is not the file's, and when the file is
+    /// no AIFF or AIFF-C file.
     bool writeTrackInfosToFile();
 
     /// False only for a form whose size is not the file's; a file that is no form passes, which is intended.
@@ -60,8 +65,7 @@ private:
 
     QMXTrackAndProcessingInfo& record();
     void loadAllApplicationChunks(qmx::FileHandle& file);
-    std::shared_ptr<QMXTrackAndProcessingInfo> readDataFromFile(qmx::FileHandle& file);
-    bool writeDataToFile_fileHandle(std::span<const UInt8> data, qmx::FileHandle& file);
+    std::vector<UInt8> readDataFromFile(qmx::FileHandle& file);
 
     std::string mAudioFilePath;
     UInt32 mBlockSize;

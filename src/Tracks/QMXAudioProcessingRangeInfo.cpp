@@ -4,6 +4,8 @@
 #include "Foundation/Format.h"
 #include "Foundation/Number.h"
 
+#include <typeinfo>
+
 constinit const std::string_view QMXProcessName = "QMXProcessName";
 constinit const std::string_view QMXProcessingStart = "QMXProcessingStart";
 constinit const std::string_view QMXProcessingEnd = "QMXProcessingEnd";
@@ -112,7 +114,9 @@ bool QMXAudioProcessingRangeInfo::isEqual(const qmx::Object* other) const
     if (!other)
         return false;
     const auto* const range = dynamic_cast<const QMXAudioProcessingRangeInfo*>(other);
-    if (!range)
+    const bool isOfOwnClass =
+        range && (typeid(*this) == typeid(QMXAudioProcessingRangeInfo) || typeid(*this) == typeid(*range));
+    if (!isOfOwnClass)
         return true; // an object of a foreign class is equal, which is intended
     return _processName == range->_processName && _processIn == range->_processIn && _processOut == range->_processOut;
 }

@@ -50,7 +50,8 @@ public:
     void addProcessingSettingFloat_value(const std::string& key, Float32 value);
     void addProcessingSettingInt_value(const std::string& key, SInt32 value);
 
-    /// Ranges of one name, begin and end are equal whatever their settings, and so is an object of any other class.
+    /// Ranges of one name, begin and end are equal whatever their settings. Any object of another class also compares
+    /// equal; so does any but one of its own class where this object is of a derived one.
     bool isEqual(const qmx::Object* other) const override;
     /// Name and range in one line.
     std::string description() const override;

@@ -38,7 +38,8 @@ std::shared_ptr<qmx::Array> arrayFrom(const std::shared_ptr<std::vector<Element>
     return array;
 }
 
-/// Sorts the elements of an archived list into those of the wanted class and others.
+/// Sorts the elements of an archived list into those of the wanted class and others. A list of others alone is no list:
+/// that of a record without one is archived so.
 template <class Class>
 std::shared_ptr<std::vector<std::shared_ptr<Class>>> listFrom(const std::shared_ptr<qmx::Object>& object,
                                                               Others& others)
@@ -54,7 +55,7 @@ std::shared_ptr<std::vector<std::shared_ptr<Class>>> listFrom(const std::shared_
         else if (element)
             others.push_back(element);
     }
-    return list;
+    return list->empty() && !others.empty() ? nullptr : list;
 }
 
 } // namespace

@@ -5,8 +5,7 @@
 #include "Tracks/ApplicationChunk.h"
 
 #include <algorithm>
-#include <array>
-#include <optional>
+#include <cerrno>
 
 namespace qmx
 {
@@ -103,25 +102,16 @@ std::optional<ChunkOverwrite> findJournal(FileHandle& file)
     return found;
 }
 
-bool isForm(FileHandle& file)
-{
-    const Bytes id = readAt(file, 0, 4);
-    return id.size() == 4 && code(id, 0) == fourCharCode("FORM");
-}
-
-/// The file's own end where it is no form.
 SInt64 formEnd(FileHandle& file)
 {
     const Bytes size = readAt(file, 4, 4);
-    return isForm(file) && size.size() == 4 ? SInt64{code(size, 0)} + static_cast<SInt64>(chunkHeaderSize)
-                                            : file.seekToEndOfFile();
+    return size.size() == 4 ? SInt64{code(size, 0)} + static_cast<SInt64>(chunkHeaderSize) : 0;
 }
 
-/// What was appended of a store: where it begins, where its chunk says that it ends, and its first bytes.
+/// What was appended of a store.
 struct Tail {
-    SInt64 start;
-    SInt64 end;
-    Bytes head;
+    bool isJournal;
+    bool isWhole;
 };
 
 /// None in a file that ends with its form, or behind whose form stands something else.
@@ -129,49 +119,53 @@ std::optional<Tail> findTail(FileHandle& file)
 {
     const SInt64 start = even(formEnd(file));
     const SInt64 fileEnd = file.seekToEndOfFile();
-    if (fileEnd <= start)
+    const Bytes head = readAt(file, start, headSize);
+    if (head.size() < headSize || code(head, 0) != applicationChunk ||
+        !isOurs(std::span(head).subspan(chunkHeaderSize)))
         return std::nullopt;
-    Tail tail{start, fileEnd, readAt(file, start, headSize)};
-    if (tail.head.size() < 4 || code(tail.head, 0) != applicationChunk)
-        return std::nullopt;
-    if (tail.head.size() < headSize)
-        return tail;
-    tail.end = start + static_cast<SInt64>(chunkHeaderSize) + code(tail.head, 4);
-    const bool isOfStore = isOurs(std::span(tail.head).subspan(chunkHeaderSize)) && tail.end >= fileEnd;
-    return isOfStore ? std::optional(tail) : std::nullopt;
+    const SInt64 end = start + static_cast<SInt64>(chunkHeaderSize) + code(head, 4);
+    return end >= fileEnd ? std::optional<Tail>({code(head, chunkHeaderSize) == journalSignature, end == fileEnd})
+                          : std::nullopt;
 }
 
-SystemError writeAt(FileHandle& file, SInt64 offset, std::span<const UInt8> bytes)
+/// A file of which some bytes, and all behind a certain length, are others than on disk.
+class SettledFile : public File
 {
-    file.seekToFileOffset(offset);
-    return file.writeData(bytes);
-}
+public:
+    SettledFile(FileHandle& file, Settlement settlement) : file_(file), settlement_(std::move(settlement)) {}
 
-void replay(FileHandle& file, const ChunkOverwrite& overwrite)
-{
-    if (writeAt(file, overwrite.position, overwrite.bytes) != 0)
-        return; // the journal stays for the next time
-    if (isForm(file) && writeAt(file, 4, formSizeField(overwrite.fileEnd)) != 0)
-        return;
-    file.truncateFileAtOffset(overwrite.fileEnd);
-}
+    Transfer read(void* data, std::size_t size, std::int64_t position) override
+    {
+        const SInt64 end = std::clamp(settlement_.fileEnd, position, position + static_cast<SInt64>(size));
+        const auto count = static_cast<std::size_t>(end - position);
+        Bytes read = readAt(file_, position, count);
+        read.resize(count); // what is not on disk yet is in a patch
+        for (const FilePatch& patch : settlement_.patches) {
+            const SInt64 from = std::max(position, patch.position);
+            const SInt64 to = std::min(end, patch.position + static_cast<SInt64>(patch.bytes.size()));
+            if (from < to)
+                std::copy_n(patch.bytes.begin() + (from - patch.position), to - from, read.begin() + (from - position));
+        }
+        std::ranges::copy(read, static_cast<UInt8*>(data));
+        return {count, 0};
+    }
 
-/// Whether the file ends in a chunk of tracks that only the form's size does not count yet.
-bool endsInWholeChunk(FileHandle& file)
-{
-    const auto tail = findTail(file);
-    return tail && tail->head.size() == headSize && code(tail->head, chunkHeaderSize) != journalSignature &&
-           tail->end == file.seekToEndOfFile();
-}
+    SystemError size(std::int64_t& bytes) override
+    {
+        bytes = settlement_.fileEnd;
+        return 0;
+    }
 
-/// Completes a store from its journal, or where its chunk only waits for being counted.
-void complete(FileHandle& file, const std::optional<ChunkOverwrite>& journal)
-{
-    if (journal)
-        replay(file, *journal);
-    else if (endsInWholeChunk(file))
-        writeAt(file, 4, formSizeField(file.seekToEndOfFile()));
-}
+    Transfer write(const void*, std::size_t, std::int64_t) override { return {0, EBADF}; }
+    SystemError truncate(std::int64_t) override { return EBADF; }
+    SystemError synchronize() override { return 0; }
+    SystemError lock() override { return 0; } // whoever looks at the file holds its lock
+    void unlock() override {}
+
+private:
+    FileHandle& file_;
+    Settlement settlement_;
+};
 
 } // namespace
 
@@ -204,34 +198,45 @@ Bytes formSizeField(SInt64 fileEnd)
     return ByteWriter(ByteOrder::big).u32(static_cast<UInt32>(fileEnd - static_cast<SInt64>(chunkHeaderSize))).bytes();
 }
 
-bool endsInUnfinishedStore(FileHandle& file)
+bool isAIFF(FileHandle& file)
 {
-    return findTail(file).has_value();
+    const Bytes head = readAt(file, 0, headSize);
+    if (head.size() < headSize || code(head, 0) != fourCharCode("FORM"))
+        return false;
+    const FourCharCode type = code(head, chunkHeaderSize);
+    return type == fourCharCode("AIFF") || type == fourCharCode("AIFC");
 }
 
-SInt64 settledEnd(FileHandle& file)
+std::optional<Settlement> settlementOf(FileHandle& file)
 {
-    return endsInUnfinishedStore(file) ? formEnd(file) : file.seekToEndOfFile();
+    if (!isAIFF(file))
+        return std::nullopt;
+    if (const auto journal = findJournal(file))
+        return Settlement{{{journal->position, journal->bytes}, {4, formSizeField(journal->fileEnd)}},
+                          journal->fileEnd};
+    const auto tail = findTail(file);
+    if (!tail)
+        return std::nullopt;
+    const SInt64 fileEnd = file.seekToEndOfFile();
+    if (tail->isWhole && !tail->isJournal)
+        return Settlement{{{4, formSizeField(fileEnd)}}, fileEnd}; // a chunk that only waits for being counted
+    return Settlement{{}, formEnd(file)};
 }
 
-void completeStoreAtPath(const std::string& path, FileHandle& openForReading)
+void settle(FileHandle& file, const Settlement& settlement)
 {
-    if (!findJournal(openForReading) && !endsInWholeChunk(openForReading))
-        return;
-    // looked for once more in the file that is written: somebody else may have completed it meanwhile
-    if (const auto file = FileHandle::fileHandleForUpdatingAtPath(path))
-        complete(*file, findJournal(*file));
+    for (const FilePatch& patch : settlement.patches) {
+        file.seekToFileOffset(patch.position);
+        if (file.writeData(patch.bytes) != 0)
+            return; // the journal stays
+    }
+    if (file.seekToEndOfFile() > settlement.fileEnd)
+        file.truncateFileAtOffset(settlement.fileEnd);
 }
 
-bool settleStore(FileHandle& file)
+FileHandle settledView(FileHandle& file, Settlement settlement)
 {
-    const auto journal = findJournal(file);
-    const bool isOpen = journal || findTail(file);
-    if (isOpen)
-        complete(file, journal);
-    if (isOpen && findTail(file))
-        file.truncateFileAtOffset(formEnd(file));
-    return isOpen;
+    return FileHandle(std::make_unique<SettledFile>(file, std::move(settlement)));
 }
 
 } // namespace qmx

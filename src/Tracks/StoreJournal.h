@@ -8,6 +8,8 @@
 //   a journal or an appended chunk, whole the store is completed from it
 //   the beginning of either               nothing was overwritten yet: it is ignored, and cut off before the next store
 //
+// Only the file's lock tells these from a store that is under way.
+//
 //     0  "APPL"             4  size of what follows
 //     8  "tRaJ"            12  position of the journal
 //    20  position of the chunk that is overwritten
@@ -18,6 +20,9 @@
 
 #include "Foundation/ByteFields.h"
 #include "Foundation/FileHandle.h"
+
+#include <optional>
+#include <vector>
 
 namespace qmx
 {
@@ -35,15 +40,27 @@ Bytes journalOf(const ChunkOverwrite& overwrite, SInt64 fileEnd);
 /// The bytes at position 4 of a form that is a file of `fileEnd` bytes.
 Bytes formSizeField(SInt64 fileEnd);
 
-/// Whether the file ends in the beginning of a store that was cut off.
-bool endsInUnfinishedStore(FileHandle& file);
-/// The file's length without such a beginning.
-SInt64 settledEnd(FileHandle& file);
+/// Whether it is an AIFF or AIFF-C file by its first twelve bytes.
+bool isAIFF(FileHandle& file);
 
-/// Completes a store that can be completed, in a file that is open for reading, where it can also be opened for writing; a file that is
-/// settled is not touched.
-void completeStoreAtPath(const std::string& path, FileHandle& openForReading);
-/// Completes a store, or cuts off what was begun of it. Whether there was anything to be done.
-bool settleStore(FileHandle& file);
+/// Bytes for a place in a file.
+struct FilePatch {
+    SInt64 position = 0;
+    Bytes bytes;
+};
+
+/// What completes a store that was cut off, or takes back its beginning.
+struct Settlement {
+    std::vector<FilePatch> patches; ///< in the order in which they are written
+    SInt64 fileEnd = 0;             ///< the file's length afterwards
+};
+
+/// None in a file that is settled, and in one that is no AIFF or AIFF-C file or whose end is not a store's.
+std::optional<Settlement> settlementOf(FileHandle& file);
+/// Writes the settlement into a file that is locked and open for writing. Where the disk does not take it, it waits for
+/// the next time.
+void settle(FileHandle& file, const Settlement& settlement);
+/// The file as it will be once it is settled, for reading only. It reads through `file`, which stays open as long.
+FileHandle settledView(FileHandle& file, Settlement settlement);
 
 } // namespace qmx

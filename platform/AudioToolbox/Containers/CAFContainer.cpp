@@ -111,6 +111,18 @@ protected:
         return {{audioChunk() + 4, ByteWriter(ByteOrder::big).u64(size).u32(editCount_).bytes()}};
     }
 
+    // The form does not tell its end. Loud audio of a killed writer begins with printable characters at times, and then
+    // its size is absurd; a known chunk that the file cuts off stays one.
+    bool mayFollowAudio(const Chunk& chunk) override
+    {
+        constexpr FourCharCode known[] = {fourCharCode("pakt"), fourCharCode("kuki"), channelsID,
+                                          fourCharCode("info"), fourCharCode("strg"), fourCharCode("mark"),
+                                          fourCharCode("regn"), fourCharCode("inst"), fourCharCode("midi"),
+                                          fourCharCode("ovvw"), fourCharCode("peak"), fourCharCode("edct"),
+                                          fourCharCode("umid"), fourCharCode("uuid"), fillerID};
+        return chunk.end() <= fileLength() || std::ranges::count(known, chunk.id) > 0;
+    }
+
     // the chunks that are of interest stand in front of the audio, or are read only once
     void chunksMoved(UInt64, SInt64) override {}
 

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstring>
 #include <limits>
+#include <utility>
 
 namespace qmx
 {
@@ -13,7 +14,15 @@ namespace
 {
 
 constexpr UInt64 unknownFormEnd = UInt64{std::numeric_limits<UInt32>::max()} + chunkHeaderBytes;
-constexpr UInt64 blockBytes = 4096; // the header follows after this much was added
+
+/// The signatures of the track store's application chunks, in either byte order, and of its journals.
+constexpr FourCharCode storeSignatures[] = {fourCharCode("tRaK"), fourCharCode("KaRt"), fourCharCode("tRaJ")};
+constexpr std::size_t signatureOffset = 8;
+
+bool isOfTrackStore(const UInt8* signature)
+{
+    return std::ranges::count(storeSignatures, load32(signature, ByteOrder::big)) > 0;
+}
 
 } // namespace
 
@@ -59,6 +68,17 @@ void ChunkContainer::setAudioChunk(const Chunk& chunk, UInt64 start)
 
 OSStatus ChunkContainer::load(bool forWriting)
 {
+    if (!forWriting)
+        return read();
+    const FileLock lock = file_.lock();
+    const OSStatus status = read();
+    if (status == noErr)
+        bringInLine();
+    return status;
+}
+
+OSStatus ChunkContainer::read()
+{
     bool changed = false;
     if (const OSStatus status = file_.refreshLength(changed); status != noErr)
         return status;
@@ -68,11 +88,7 @@ OSStatus ChunkContainer::load(bool forWriting)
     declaredEnd_ = readFormHeader(header.data());
     if (const OSStatus status = walk(); status != noErr)
         return status;
-    if (const OSStatus status = finishLoading(); status != noErr)
-        return status;
-    if (forWriting)
-        bringInLine();
-    return noErr;
+    return finishLoading();
 }
 
 OSStatus ChunkContainer::walk()
@@ -92,8 +108,11 @@ OSStatus ChunkContainer::walk()
                 break;
             endsAtDeclared = false; // chunks that the form does not count yet
         }
-        if (hasAudioChunk() && last.position == audio_.chunk)
+        if (hasAudioChunk() && last.position == audio_.chunk) {
+            if (!mayFollowAudio(*chunk))
+                break;
             room_.begin = chunk->position;
+        }
         if (const OSStatus status = visit(*chunk); status != noErr)
             return status;
         endsCutOff_ = chunk->position != audio_.chunk && chunk->end() > fileLength();
@@ -120,23 +139,28 @@ void ChunkContainer::endWalk(const Chunk& last, bool ranIntoOtherBytes, UInt64 f
         room_ = {walkEnd, walkEnd};
 }
 
-// Whether the file ends in an application chunk that was being appended when its writer was killed.
-bool ChunkContainer::endsInCutOffAppend()
+// The first bytes of an application chunk that ends the file and was being appended when its writer was killed; else
+// empty.
+Bytes ChunkContainer::cutOffAppend()
 {
     constexpr FourCharCode applicationChunk = fourCharCode("APPL");
     const UInt64 tail = padded(declaredEnd_);
-    std::array<UInt8, 4> id{};
-    return tail == padded(written_.formEnd) && tail + id.size() <= fileLength() && !isChunkAt(tail) &&
-           file_.readAll(tail, id) == noErr && load32(id.data(), ByteOrder::big) == applicationChunk;
+    if (tail != padded(written_.formEnd) || tail + sizeof applicationChunk > fileLength() || isChunkAt(tail))
+        return {};
+    Bytes head(static_cast<std::size_t>(std::min<UInt64>(fileLength() - tail, signatureOffset + 4)));
+    const bool isFound = file_.readAll(tail, head) == noErr && load32(head.data(), ByteOrder::big) == applicationChunk;
+    return isFound ? head : Bytes();
 }
 
-// Makes the headers tell what a killed writer could not tell any more: audio at the end of the file, or chunks that another
-// writer appended. The beginning of an appended chunk is no audio and is cut off again. Trailing bytes of less than a frame, and a lone pad byte, are no audio. Where the disk does not take it the file is
-// used all the same, and closing it tries again.
+// Makes the headers tell what a killed writer could not tell any more: audio at the end of the file, or chunks that
+// another writer appended. The beginning of an appended chunk is no audio; that of the track store is cut off again,
+// others stay. Trailing bytes of less than a frame, and a lone pad byte, are no audio. Where the disk does not take it
+// the file is used all the same, and closing it tries again.
 void ChunkContainer::bringInLine()
 {
-    if (audioIsLast_ && endsInCutOffAppend()) {
-        file_.truncate(declaredEnd_);
+    if (const Bytes head = audioIsLast_ ? cutOffAppend() : Bytes(); !head.empty()) {
+        if (head.size() > signatureOffset + 3 && isOfTrackStore(&head[signatureOffset]))
+            file_.truncate(declaredEnd_);
         return;
     }
     const UInt64 frame = format_.mBytesPerFrame;
@@ -151,7 +175,7 @@ void ChunkContainer::bringInLine()
         writeSizes(written_);
         return;
     }
-    unwrittenBytes_ = bytes - audio_.bytes;
+    headerLags_ = true;
     audio_.bytes = bytes;
     if (commit() == noErr && fileLength() > written_.formEnd)
         file_.truncate(written_.formEnd);
@@ -159,6 +183,7 @@ void ChunkContainer::bringInLine()
 
 OSStatus ChunkContainer::create(const Bytes& header)
 {
+    const FileLock lock = file_.lock();
     bool changed = false;
     if (const OSStatus status = file_.refreshLength(changed); status != noErr)
         return status;
@@ -166,7 +191,7 @@ OSStatus ChunkContainer::create(const Bytes& header)
         return status;
     if (const OSStatus status = file_.writeAll(0, header); status != noErr)
         return status;
-    return load(true);
+    return read();
 }
 
 OSStatus ChunkContainer::readBytes(UInt64 start, UInt32& count, void* buffer)
@@ -192,33 +217,44 @@ OSStatus ChunkContainer::readBytes(UInt64 start, UInt32& count, void* buffer)
 
 OSStatus ChunkContainer::writeBytes(UInt64 start, UInt32& count, const void* buffer)
 {
-    const UInt32 wanted = count;
-    count = 0;
-    if (wanted == 0)
+    if (count == 0)
         return noErr;
-    if (start + wanted > audio_.bytes)
-        if (const OSStatus status = prepareGrowth(start, start + wanted); status != noErr)
-            return status;
+    if (start + count > audio_.bytes) {
+        const FileLock lock = file_.lock();
+        return grow(start, count, buffer);
+    }
+    const Transfer done = store(audio_.start + start, static_cast<const UInt8*>(buffer), count);
+    count = static_cast<UInt32>(done.count);
+    return statusForSystemError(done.error);
+}
+
+// Writes audio past the end of what is there. The lock is held, and the headers are true again when it is given back.
+OSStatus ChunkContainer::grow(UInt64 start, UInt32& count, const void* buffer)
+{
+    const UInt32 wanted = std::exchange(count, 0);
+    if (const OSStatus status = prepareGrowth(start, start + wanted); status != noErr)
+        return status;
     const Transfer done = store(audio_.start + start, static_cast<const UInt8*>(buffer), wanted);
     count = static_cast<UInt32>(done.count);
     const UInt64 end = start + done.count;
     if (done.count > 0 && end > audio_.bytes) {
-        unwrittenBytes_ += end - audio_.bytes;
         audio_.bytes = end;
+        headerLags_ = true;
     }
-    if (done.error != 0)
-        return statusForSystemError(done.error);
-    return unwrittenBytes_ >= blockBytes && !defersSizeUpdates() ? commit() : noErr;
+    const OSStatus committed = headerLags_ && !defersSizeUpdates() ? commit() : noErr;
+    return done.error != 0 ? statusForSystemError(done.error) : committed;
 }
 
 OSStatus ChunkContainer::finish()
 {
-    OSStatus status = writeHeld();
-    if (unwrittenBytes_ > 0) {
-        const OSStatus noticed = noticeOtherWriter();
-        const OSStatus committed = noticed == noErr ? commit() : noticed;
-        status = status == noErr ? committed : status;
-    }
+    if (!held_ && !headerLags_ && !grewInFront_)
+        return noErr;
+    const FileLock lock = file_.lock();
+    const OSStatus written = writeHeld();
+    OSStatus status = noticeOtherWriter();
+    if (status == noErr && headerLags_)
+        status = commit();
+    status = written == noErr ? status : written;
     // what cannot be trimmed stays as filler: nothing is lost
     if (status == noErr && grewInFront_)
         trimRoom();

@@ -20,6 +20,11 @@ namespace qmx
 ///
 /// and no chunk moves while the audio grows into the filler. The first 8 bytes of the filler (12 with 64-bit sizes) are its header, on which every
 /// reader's walk depends; audio that belongs there is held in memory until the audio chunk's size covers them.
+///
+/// The file's lock is held while audio grows and while headers are rewritten: on opening for writing, on creating, on
+/// each write past the end and on finishing. These wait without end for another holder. Whenever the lock is free the
+/// headers are true, unless size updates are deferred, so that another writer that holds it may append or change
+/// chunks.
 class ChunkContainer : public Container
 {
 public:
@@ -59,6 +64,8 @@ protected:
     virtual std::vector<Patch> patchesFor(const Sizes& sizes) = 0;
     /// Chunks at `from` and behind now stand `by` bytes further on.
     virtual void chunksMoved(UInt64 from, SInt64 by) = 0;
+    /// Whether what looks like a chunk right after the audio is one, and not audio that the header does not count yet.
+    virtual bool mayFollowAudio(const Chunk&) { return true; }
     /// An audio chunk without audio, for a file that has none; empty where the container cannot be without.
     virtual Bytes emptyAudioChunk() const { return {}; }
 
@@ -91,10 +98,12 @@ private:
     };
 
     // Loading (ChunkContainer.cpp)
+    OSStatus read();
     OSStatus walk();
     void endWalk(const Chunk& last, bool ranIntoOtherBytes, UInt64 formEnd);
-    bool endsInCutOffAppend();
+    Bytes cutOffAppend();
     void bringInLine();
+    OSStatus grow(UInt64 start, UInt32& count, const void* buffer);
 
     // Sizes and growth (ChunkContainerGrowth.cpp)
     bool hasChunksBehind() const { return room_.begin < written_.formEnd; }
@@ -111,6 +120,7 @@ private:
     OSStatus commit();
     OSStatus commitAtEnd(UInt64 chunkEnd);
     OSStatus commitInRoom(UInt64 chunkEnd);
+    OSStatus moveFillerOn(UInt64 chunkEnd);
     OSStatus commitFewBytes(UInt64 chunkEnd);
     OSStatus writeHeld();
     OSStatus noticeOtherWriter();
@@ -136,7 +146,7 @@ private:
     bool endsCutOff_ = false;       // the last chunk is not the audio's and longer than the file
     bool endsInOtherBytes_ = false; // bytes that are no chunk end the form
     bool grewInFront_ = false;      // audio grew in front of other chunks
-    UInt64 unwrittenBytes_ = 0;     // added since the header was brought up to date
+    bool headerLags_ = false;       // the header does not tell all audio
     UInt64 nextRoom_ = UInt64{1} << 20;
 };
 

@@ -116,7 +116,7 @@ OSStatus ChunkContainer::commit()
     const UInt64 chunkEnd = std::max(written_.audioChunkEnd, audio_.start + audio_.bytes);
     const OSStatus status = hasChunksBehind() ? commitInRoom(chunkEnd) : commitAtEnd(chunkEnd);
     if (status == noErr)
-        unwrittenBytes_ = 0;
+        headerLags_ = false;
     return status;
 }
 
@@ -137,23 +137,35 @@ OSStatus ChunkContainer::commitAtEnd(UInt64 chunkEnd)
     return status == noErr ? padStatus : status;
 }
 
+// What was held back is written between two steps, so the frame count, where the container has one, never counts a
+// filler's header.
 OSStatus ChunkContainer::commitInRoom(UInt64 chunkEnd)
 {
     const UInt64 end = padded(chunkEnd);
-    const bool grows = end > room_.begin;
-    if (grows && end < room_.begin + headerBytes())
+    if (end > room_.begin && end < room_.begin + headerBytes())
         return commitFewBytes(chunkEnd);
-    if (grows) {
-        const UInt8 zero = 0;
-        if (const Transfer pad = end > chunkEnd ? store(chunkEnd, &zero, 1) : Transfer{}; pad.error != 0)
-            return statusForSystemError(pad.error);
-        if (const OSStatus status = file_.writeAll(end, fillerHeader(end, room_.end)); status != noErr)
+    if (end > room_.begin)
+        if (const OSStatus status = moveFillerOn(chunkEnd); status != noErr)
             return status;
-    }
-    if (const OSStatus status = writeSizes({written_.formEnd, chunkEnd, audio_.bytes}); status != noErr)
+    if (const OSStatus status = writeHeld(); status != noErr)
         return status;
-    room_.begin = std::max(room_.begin, end);
-    return writeHeld();
+    return writeSizes({written_.formEnd, chunkEnd, audio_.bytes});
+}
+
+// Lets the filler begin behind `chunkEnd`. The audio chunk takes in the bytes up to there, not yet as audio.
+OSStatus ChunkContainer::moveFillerOn(UInt64 chunkEnd)
+{
+    const UInt64 end = padded(chunkEnd);
+    const UInt8 zero = 0;
+    if (const Transfer pad = end > chunkEnd ? store(chunkEnd, &zero, 1) : Transfer{}; pad.error != 0)
+        return statusForSystemError(pad.error);
+    if (const OSStatus status = file_.writeAll(end, fillerHeader(end, room_.end)); status != noErr)
+        return status;
+    const UInt64 told = held_ ? written_.audioBytes : audio_.bytes;
+    if (const OSStatus status = writeSizes({written_.formEnd, chunkEnd, told}); status != noErr)
+        return status;
+    room_.begin = end;
+    return noErr;
 }
 
 // The filler's header moves on by less than its own size, so the old and the new one cannot both stand. The audio chunk
@@ -166,7 +178,7 @@ OSStatus ChunkContainer::commitFewBytes(UInt64 chunkEnd)
     const Sizes before = written_;
     if (const OSStatus status = file_.writeAll(beyond, fillerHeader(beyond, room_.end)); status != noErr)
         return status;
-    const OSStatus widened = writeSizes({before.formEnd, beyond, audio_.bytes});
+    const OSStatus widened = writeSizes({before.formEnd, beyond, before.audioBytes});
     written_ = before; // where the audio ends has not changed
     if (widened != noErr)
         return widened;

@@ -24,6 +24,9 @@ class ContainerFile
 public:
     explicit ContainerFile(std::unique_ptr<File> file) : file_(std::move(file)) {}
 
+    /// Holds the file's lock until the result is gone.
+    [[nodiscard]] FileLock lock() { return FileLock(file_.get()); }
+
     UInt64 length() const { return length_; }
     /// Asks the system for the length; `changed` tells whether another writer changed it.
     OSStatus refreshLength(bool& changed);

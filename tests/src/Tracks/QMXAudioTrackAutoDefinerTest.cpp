@@ -194,6 +194,20 @@ TEST_F(AutoDefiner, CancellingEndsTheReadingAndGivesNothing)
     EXPECT_EQ(Definer::autoDefineTracksInFile(path)->size(), 2U); // the next run starts afresh
 }
 
+TEST_F(AutoDefiner, ACountBeyond16BitsStaysACount)
+{
+    record(twoSongs);
+    const auto file = QMXAudioFile::initWithPath_accessMode(path, QMXAudioFileAccessMode::read);
+    ASSERT_TRUE(file->open());
+    for (const UInt32 beyond : {0U, 2U}) {
+        UInt32 count = (1U << 16) + beyond;
+        std::vector<UInt32> splits(99);
+        EXPECT_EQ(zeroCrossingSplitFile(*file, 71, 7, 500, splits.data(), &count), 0);
+        EXPECT_EQ(count, beyond);
+        EXPECT_EQ(splits[beyond], twoSongsLength);
+    }
+}
+
 TEST_F(AutoDefiner, AFailedReadEndsTheReadingAndCountsTheBlockAgain)
 {
     record(twoSongs);

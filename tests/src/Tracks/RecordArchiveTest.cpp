@@ -89,7 +89,41 @@ const std::string first = "92 84 84 84 08 4e534e756d626572 00 84 84 07 4e5356616
 const std::string next = "86 92 84 98 99 9a 9a";
 const std::string flag = "86 92 84 98 99 84 84 01 63 9b 01 86";
 
+/// Archived as a record whose track list holds something else too.
+struct ForeignRecord : qmx::Object, qmx::Coding {
+    void encodeWithCoder(qmx::Coder& coder) const override
+    {
+        const auto tracks = std::make_shared<qmx::Array>();
+        tracks->addObject(numberedTrack());
+        tracks->addObject(std::make_shared<qmx::test::Note>());
+        coder.encodeObject_forKey(tracks, QMXTrackInfos);
+    }
+    std::vector<std::string> archiveClassNames() const override { return {"QMXTrackAndProcessingInfo"}; }
+};
+
+std::shared_ptr<QMXTrackAndProcessingInfo> reloaded(const std::shared_ptr<qmx::Object>& record)
+{
+    return std::dynamic_pointer_cast<QMXTrackAndProcessingInfo>(
+        qmx::KeyedUnarchiver::unarchiveObjectWithData(qmx::KeyedArchiver::archivedDataWithRootObject(record)));
+}
+
 } // namespace
+
+TEST_F(RecordArchive, WithoutAListComesBackWithoutOne)
+{
+    EXPECT_FALSE(reloaded(QMXTrackAndProcessingInfo::init())->trackInfos());
+    const auto record = reloaded(std::make_shared<ForeignRecord>());
+    ASSERT_TRUE(record->trackInfos());
+    EXPECT_EQ(record->trackInfos()->size(), 1U);
+    record->clearTrackInfos();
+    const auto again = reloaded(record);
+    EXPECT_FALSE(again->trackInfos());
+    const auto& objects = objectsOf(archiveOf(reloaded(again)));
+    EXPECT_TRUE(std::ranges::any_of(objects, [](const auto& object) {
+        const auto* const fields = object->template as<PropertyListDictionary>();
+        return fields && fields->find("picture");
+    })) << "what another program stored is kept";
+}
 
 TEST_F(RecordArchive, HoldsATracksSixNumbersByteReversed)
 {

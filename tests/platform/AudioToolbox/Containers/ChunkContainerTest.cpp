@@ -43,7 +43,7 @@ const Case cases[] = {
 
 const ByteBlock foreign1 = pattern(1001, 7);
 const ByteBlock foreign2 = pattern(300, 99);
-// one block, odd ones, more than the room that is made at first, and a rest that only closing brings into the header
+// one block, odd ones, more than the room that is made at first, and a few bytes
 const std::vector<std::size_t> writes{4096, 4099, 9000, 1'200'000, 5001, 3, 2};
 constexpr std::size_t block = 4096;
 
@@ -78,6 +78,9 @@ void expectAudio(const Case& c, std::size_t bytes, SInt8 permissions)
     ASSERT_EQ(opened.status, noErr);
     ByteBlock audio = audioOf(opened.file);
     EXPECT_GE(audio.size(), bytes - bytes % c.format.mBytesPerFrame);
+    if (c.type == kAudioFileAIFFType && c.hasChunksBehind) {
+        EXPECT_TRUE(audio == pattern(audio.size())) << "bytes that were not acknowledged yet are audio or not there";
+    }
     audio.resize(std::min(audio.size(), std::max(bytes, c.format.mBytesPerFrame * std::size_t{37})));
     EXPECT_TRUE(audio == pattern(audio.size()));
     EXPECT_EQ(AudioFileClose(opened.file), noErr);
@@ -188,6 +191,9 @@ TEST_P(EveryChange, GrowthKeepsEveryByteAndEndsWithTheChunksRightBehindTheAudio)
             disk.setContents("/d/file", file);
         }
     }
+    ByteBlock longer = disk.contents("/d/file"); // another writer comes after the last growth
+    appendChunk(longer, "tRaK", foreign2);
+    disk.setContents("/d/file", longer);
     ASSERT_EQ(writeAudio(opened.file, 10, {1, 2, 3}), noErr);
     std::iota(audio.begin() + 10, audio.begin() + 13, std::uint8_t{1});
     audio.resize(audio.size() - audio.size() % c.format.mBytesPerFrame);
@@ -199,7 +205,7 @@ TEST_P(EveryChange, GrowthKeepsEveryByteAndEndsWithTheChunksRightBehindTheAudio)
     const ByteBlock file = disk.contents("/d/file");
     expectForeignChunks(file, c);
     const auto chunks = chunksOf(file);
-    EXPECT_EQ(std::count_if(chunks.begin(), chunks.end(), [](const auto& chunk) { return chunk.id == "tRaK"; }), 3);
+    EXPECT_EQ(std::count_if(chunks.begin(), chunks.end(), [](const auto& chunk) { return chunk.id == "tRaK"; }), 4);
     EXPECT_LT(file.size(), audio.size() + 3000);
 }
 
@@ -230,6 +236,32 @@ TEST(ChunkContainer, KilledProcessLeavesEveryBlockItReported)
         qmx::FileSystem::setCurrent(&disk);
         expectIntact(disk, c, reported);
     }
+}
+
+TEST(ChunkContainer, PrintableAudioThatACAFDoesNotTellYetIsNoChunk)
+{
+    MemoryDisk disk;
+    const Case caf{"", kAudioFileCAFType, linear(14, 16, 2), false};
+    const std::size_t told = prepare(disk, caf);
+    const ByteBlock loud(2000, 'A');
+    ByteBlock file = disk.contents("/d/file");
+    file.insert(file.end(), loud.begin(), loud.end());
+    disk.setContents("/d/file", file);
+    const auto opened = openFile("/d/file", fsRdWrPerm);
+    EXPECT_EQ(bytesIn(opened.file), told + loud.size());
+    EXPECT_EQ(writeAudio(opened.file, static_cast<SInt64>(told + loud.size()), loud), noErr);
+    const ByteBlock audio = audioOf(opened.file);
+    EXPECT_TRUE(std::equal(loud.begin(), loud.end(), audio.begin() + static_cast<long>(told)));
+    EXPECT_EQ(AudioFileClose(opened.file), noErr);
+
+    file = disk.contents("/d/file"); // a chunk that the format knows was cut off, and is kept
+    appendChunk(file, "info", foreign1);
+    file.resize(file.size() - 10);
+    disk.setContents("/d/file", file);
+    const auto cut = openFile("/d/file", fsRdWrPerm);
+    EXPECT_EQ(bytesIn(cut.file), audio.size());
+    AudioFileClose(cut.file);
+    EXPECT_EQ(disk.contents("/d/file"), file);
 }
 
 TEST(ChunkContainer, FilesOutgrow32BitsWhereTheirTypeAllowsAndOthersRefuse)
