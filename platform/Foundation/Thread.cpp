@@ -118,7 +118,8 @@ bool Thread::setRealTime(bool isRealTime)
         return true;
     const int error = errno;
     std::call_once(refusal, [error] {
-        Log("No real-time priority for audio threads (%s): sound may be lost on a busy machine", std::strerror(error));
+        Log("No real-time priority for audio threads (%s): sound may be lost on a busy machine",
+            strerrordesc_np(error));
     });
     return false;
 }
