@@ -2,12 +2,12 @@
 #include "Foundation/FileManager.h"
 
 #include "Foundation/ByteFields.h"
+#include "Foundation/Memory.h"
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstring>
-#include <system_error>
 
 namespace qmx
 {
@@ -102,7 +102,7 @@ SystemError copyFile(const std::string& source, const std::string& destination)
         return error;
     if (const SystemError error = fileSystem.open(destination, FileAccess::createNew, to); error != 0)
         return error;
-    const SystemError error = copyContents(*from, *to);
+    const SystemError error = withinMemory(ENOMEM, [&] { return copyContents(*from, *to); });
     to.reset();
     if (error != 0) {
         fileSystem.remove(destination);
@@ -133,7 +133,7 @@ bool finish(SystemError error, const std::string& path, FileManagerHandler* hand
 {
     if (error == 0)
         return true;
-    return handler && handler->fileManager_shouldProceedAfterError(path, std::generic_category().message(error));
+    return handler && handler->fileManager_shouldProceedAfterError(path, systemErrorText(error));
 }
 
 } // namespace
@@ -165,7 +165,7 @@ bool FileManager::movePath_toPath_handler(const std::string& source, const std::
 {
     if (handler)
         handler->fileManager_willProcessPath(source);
-    return finish(moveFile(source, destination), source, handler);
+    return finish(withinMemory(ENOMEM, [&] { return moveFile(source, destination); }), source, handler);
 }
 
 bool FileManager::copyPath_toPath_handler(const std::string& source, const std::string& destination,
@@ -173,7 +173,7 @@ bool FileManager::copyPath_toPath_handler(const std::string& source, const std::
 {
     if (handler)
         handler->fileManager_willProcessPath(source);
-    return finish(copyFile(source, destination), source, handler);
+    return finish(withinMemory(ENOMEM, [&] { return copyFile(source, destination); }), source, handler);
 }
 
 bool FileManager::removeFileAtPath_handler(const std::string& path, FileManagerHandler* handler)
@@ -185,26 +185,30 @@ bool FileManager::removeFileAtPath_handler(const std::string& path, FileManagerH
 
 bool FileManager::changeFileAttributes_atPath(const FileAttributes& attributes, const std::string& path)
 {
-    FinderInfo info = finderInfo(path).value_or(FinderInfo{});
-    if (attributes.NSFileHFSTypeCode)
-        store32(info.data() + typeOffset, *attributes.NSFileHFSTypeCode, ByteOrder::big);
-    if (attributes.NSFileHFSCreatorCode)
-        store32(info.data() + creatorOffset, *attributes.NSFileHFSCreatorCode, ByteOrder::big);
-    return FileSystem::current().setAttribute(path, finderInfoName, info) == 0;
+    return withinMemory(false, [&] {
+        FinderInfo info = finderInfo(path).value_or(FinderInfo{});
+        if (attributes.NSFileHFSTypeCode)
+            store32(info.data() + typeOffset, *attributes.NSFileHFSTypeCode, ByteOrder::big);
+        if (attributes.NSFileHFSCreatorCode)
+            store32(info.data() + creatorOffset, *attributes.NSFileHFSCreatorCode, ByteOrder::big);
+        return FileSystem::current().setAttribute(path, finderInfoName, info) == 0;
+    });
 }
 
 FileAttributes FileManager::fileAttributesAtPath(const std::string& path)
 {
-    FileStatus status;
-    if (FileSystem::current().status(path, status) != 0)
-        return {};
-    FileAttributes attributes;
-    attributes.NSFileSize = status.size;
-    if (const auto info = finderInfo(path)) {
-        attributes.NSFileHFSTypeCode = codeAt(info->data() + typeOffset);
-        attributes.NSFileHFSCreatorCode = codeAt(info->data() + creatorOffset);
-    }
-    return attributes;
+    return withinMemory(FileAttributes(), [&]() -> FileAttributes {
+        FileStatus status;
+        if (FileSystem::current().status(path, status) != 0)
+            return {};
+        FileAttributes attributes;
+        attributes.NSFileSize = status.size;
+        if (const auto info = finderInfo(path)) {
+            attributes.NSFileHFSTypeCode = codeAt(info->data() + typeOffset);
+            attributes.NSFileHFSCreatorCode = codeAt(info->data() + creatorOffset);
+        }
+        return attributes;
+    });
 }
 
 } // namespace qmx

@@ -10,6 +10,7 @@
 #include <atomic>
 #include <cerrno>
 #include <cstdio>
+#include <cstring>
 
 namespace qmx
 {
@@ -31,8 +32,17 @@ constexpr std::size_t largestTransfer = std::size_t{1} << 30; // the system move
 class PosixFile : public File
 {
 public:
-    explicit PosixFile(int descriptor) : descriptor_(descriptor) {}
-    ~PosixFile() override { ::close(descriptor_); }
+    PosixFile(const std::string& path, int flags) : descriptor_(::open(path.c_str(), flags, 0666)) {}
+    ~PosixFile() override
+    {
+        if (isOpen())
+            ::close(descriptor_);
+    }
+    PosixFile(const PosixFile&) = delete;
+    PosixFile& operator=(const PosixFile&) = delete;
+
+    bool isOpen() const { return descriptor_ >= 0; }
+    SystemError status(struct stat& status) const { return resultOf(::fstat(descriptor_, &status)); }
 
     Transfer read(void* data, std::size_t size, std::int64_t position) override
     {
@@ -57,8 +67,8 @@ public:
     {
         struct stat status {
         };
-        if (::fstat(descriptor_, &status) != 0)
-            return lastError();
+        if (const SystemError error = this->status(status); error != 0)
+            return error;
         bytes = status.st_size;
         return 0;
     }
@@ -105,14 +115,13 @@ public:
     SystemError open(const std::string& path, FileAccess access, std::unique_ptr<File>& file) override
     {
         // a named pipe must not block the caller: such things are refused below
-        const int descriptor = ::open(path.c_str(), openFlags(access) | O_CLOEXEC | O_NONBLOCK, 0666);
-        if (descriptor < 0)
+        auto opened = std::make_unique<PosixFile>(path, openFlags(access) | O_CLOEXEC | O_NONBLOCK);
+        if (!opened->isOpen())
             return lastError();
-        auto opened = std::make_unique<PosixFile>(descriptor);
         struct stat status {
         };
-        if (::fstat(descriptor, &status) != 0)
-            return lastError();
+        if (const SystemError error = opened->status(status); error != 0)
+            return error;
         if (S_ISDIR(status.st_mode))
             return EISDIR;
         if (!S_ISREG(status.st_mode))
@@ -165,6 +174,12 @@ public:
 std::atomic<FileSystem*> replacement{nullptr};
 
 } // namespace
+
+const char* systemErrorText(SystemError error)
+{
+    const char* const text = strerrordesc_np(error);
+    return text ? text : "unknown error";
+}
 
 File::~File() = default;
 FileSystem::~FileSystem() = default;

@@ -256,6 +256,8 @@ void QMXAudioRecorder::makeFile()
     const std::scoped_lock lock(setupLock_);
     converterSetup();
     _audioFile = QMXAudioFile::initWithPath_accessMode(audioFilePath_, QMXAudioFileAccessMode::readWrite);
+    if (!_audioFile)
+        return;
     if (_destinationFormat)
         _audioFile->setFileStreamFormat(*_destinationFormat);
     _audioFile->setUseCache(useAudioFileCache);

@@ -5,6 +5,7 @@
 #include "Foundation/KeyedArchiver.h"
 #include "Foundation/KeyedUnarchiver.h"
 #include "Foundation/Log.h"
+#include "Foundation/Memory.h"
 #include "Foundation/Unarchiver.h"
 #include "Tracks/FileEdit.h"
 #include "Tracks/QMXAIFFUtility.h"
@@ -12,8 +13,8 @@
 #include "Tracks/StoreJournal.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <limits>
-#include <system_error>
 
 namespace qmx
 {
@@ -157,17 +158,20 @@ bool storeArchive(FileHandle& file, std::span<const UInt8> archive, const std::o
     if (chunk->fileEnd - chunkHeaderSize > std::numeric_limits<UInt32>::max())
         return refuse("the file would be larger than a form can be");
     FileEdit edit(file);
-    SystemError error = target ? edit.write(fileEnd, journalOf(*chunk, fileEnd)) : 0;
-    if (error == 0)
-        error = edit.write(chunk->position, chunk->bytes);
-    if (error == 0 && chunk->fileEnd != fileEnd)
-        error = edit.write(4, formSizeField(chunk->fileEnd));
+    SystemError error = withinMemory(ENOMEM, [&] {
+        SystemError done = target ? edit.write(fileEnd, journalOf(*chunk, fileEnd)) : 0;
+        if (done == 0)
+            done = edit.write(chunk->position, chunk->bytes);
+        if (done == 0 && chunk->fileEnd != fileEnd)
+            done = edit.write(4, formSizeField(chunk->fileEnd));
+        return done;
+    });
     if (error == 0 && target)
         error = file.truncateFileAtOffset(chunk->fileEnd); // without the journal
     if (error == 0)
         return true;
     edit.undo();
-    return refuse(std::generic_category().message(error).c_str());
+    return refuse(systemErrorText(error));
 }
 
 } // namespace qmx

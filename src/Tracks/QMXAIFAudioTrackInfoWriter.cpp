@@ -2,6 +2,7 @@
 #include "Tracks/QMXAIFAudioTrackInfoWriter.h"
 
 #include "Foundation/Log.h"
+#include "Foundation/Memory.h"
 #include "Tracks/ApplicationChunk.h"
 #include "Tracks/QMXAIFFUtility.h"
 #include "Tracks/StoreJournal.h"
@@ -16,12 +17,15 @@ QMXAIFAudioTrackInfoWriter::QMXAIFAudioTrackInfoWriter(std::string path)
 
 std::shared_ptr<QMXAIFAudioTrackInfoWriter> QMXAIFAudioTrackInfoWriter::initWithAudioFilePath(std::string path)
 {
-    return std::shared_ptr<QMXAIFAudioTrackInfoWriter>(new QMXAIFAudioTrackInfoWriter(std::move(path)));
+    return qmx::withinMemory(std::shared_ptr<QMXAIFAudioTrackInfoWriter>(), [&] {
+        return std::shared_ptr<QMXAIFAudioTrackInfoWriter>(new QMXAIFAudioTrackInfoWriter(std::move(path)));
+    });
 }
 
 SInt32 QMXAIFAudioTrackInfoWriter::write()
 {
-    write(trackAndProcInfo());
+    if (!qmx::withinMemory([&] { write(trackAndProcInfo()); }))
+        qmx::Log("QMXAIFAudioTrackInfoWriter: not enough memory");
     return 0;
 }
 

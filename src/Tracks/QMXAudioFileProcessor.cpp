@@ -6,11 +6,13 @@
 #include "Formats/QMXAudioStreamBasicDescription.h"
 #include "Formats/QMXFileUtils.h"
 #include "Foundation/CFString.h"
+#include "Foundation/Memory.h"
 #include "Tracks/ProcessingPasses.h"
 
 #include <algorithm>
 #include <filesystem>
 #include <mutex>
+#include <new>
 #include <utility>
 #include <vector>
 
@@ -51,7 +53,7 @@ void keepForever(AudioBufferList* block)
     static std::mutex mutex;
     static auto* const kept = new std::vector<AudioBufferList*>;
     const std::scoped_lock lock(mutex);
-    kept->push_back(block);
+    qmx::withinMemory([&] { kept->push_back(block); });
 }
 
 AudioFileID openSource(const std::string& path, SInt8 permissions, AudioFileTypeID typeHint)
@@ -95,8 +97,10 @@ std::shared_ptr<QMXAudioFileProcessor> QMXAudioFileProcessor::initWithSourcePath
     const std::string& path, std::shared_ptr<QMXAudioProcessor> processor,
     std::shared_ptr<QMXProgressSubscriber> subscriber)
 {
-    return std::shared_ptr<QMXAudioFileProcessor>(
-        new QMXAudioFileProcessor(path, std::move(processor), std::move(subscriber)));
+    return qmx::withinMemory(std::shared_ptr<QMXAudioFileProcessor>(), [&] {
+        return std::shared_ptr<QMXAudioFileProcessor>(
+            new QMXAudioFileProcessor(path, std::move(processor), std::move(subscriber)));
+    });
 }
 
 QMXAudioFileProcessor::QMXAudioFileProcessor(const std::string& path, std::shared_ptr<QMXAudioProcessor> processor,
@@ -104,6 +108,8 @@ QMXAudioFileProcessor::QMXAudioFileProcessor(const std::string& path, std::share
     : mAudioProcessor(std::move(processor)), mProgressSubscriber(std::move(subscriber)), mInputFilePath(path),
       mInputFile(QMXExtAudioFile::initForReading(path))
 {
+    if (!mInputFile)
+        throw std::bad_alloc();
     checkedStep(mInputFile->open());
     mFileStreamFormat = *mInputFile->fileStreamFormat();
     mInternalFormat = processingFormat(mFileStreamFormat.mSampleRate);
@@ -130,9 +136,17 @@ OSStatus QMXAudioFileProcessor::copyFramesToPath_startFrame_endFrame(const std::
     const AudioFileID source = openSource(mInputFilePath, fsRdPerm, kAudioFileAIFFType);
     AudioStreamBasicDescription format;
     checkedStep(fileProperty(source, kAudioFilePropertyDataFormat, format));
-    AudioStreamBasicDescription internal = processingFormat(format.mSampleRate);
-    internal.mChannelsPerFrame = format.mChannelsPerFrame;
-    const AudioFileID target = createTarget(destinationPath, format);
+    AudioStreamBasicDescription internal;
+    AudioFileID target = nullptr;
+    const bool isReady = qmx::withinMemory([&] {
+        internal = processingFormat(format.mSampleRate);
+        internal.mChannelsPerFrame = format.mChannelsPerFrame;
+        target = createTarget(destinationPath, format);
+    });
+    if (!isReady) {
+        closeFile(source);
+        return memFullErr;
+    }
 
     SInt64 packetCount = 0;
     checkedStep(fileProperty(source, kAudioFilePropertyAudioDataPacketCount, packetCount));

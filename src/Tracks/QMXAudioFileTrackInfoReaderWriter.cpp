@@ -2,6 +2,7 @@
 #include "Tracks/QMXAudioFileTrackInfoReaderWriter.h"
 
 #include "Foundation/Log.h"
+#include "Foundation/Memory.h"
 #include "Tracks/ApplicationChunk.h"
 #include "Tracks/QMXAIFFUtility.h"
 #include "Tracks/StoreJournal.h"
@@ -16,39 +17,45 @@ QMXAudioFileTrackInfoReaderWriter::QMXAudioFileTrackInfoReaderWriter(std::string
 std::shared_ptr<QMXAudioFileTrackInfoReaderWriter>
 QMXAudioFileTrackInfoReaderWriter::initWithAudioFilePath(std::string path)
 {
-    return std::shared_ptr<QMXAudioFileTrackInfoReaderWriter>(new QMXAudioFileTrackInfoReaderWriter(std::move(path)));
+    return qmx::withinMemory(std::shared_ptr<QMXAudioFileTrackInfoReaderWriter>(), [&] {
+        return std::shared_ptr<QMXAudioFileTrackInfoReaderWriter>(
+            new QMXAudioFileTrackInfoReaderWriter(std::move(path)));
+    });
 }
 
-QMXTrackAndProcessingInfo& QMXAudioFileTrackInfoReaderWriter::record()
+template <class Change> void QMXAudioFileTrackInfoReaderWriter::changeRecord(Change change)
 {
     if (!mInfoData)
         mInfoData = QMXTrackAndProcessingInfo::init();
-    return *mInfoData;
+    if (mInfoData)
+        change(*mInfoData);
+    else
+        qmx::Log("QMXAudioFileTrackInfoReaderWriter: not enough memory for a record");
 }
 
 void QMXAudioFileTrackInfoReaderWriter::addTrackInfo(std::shared_ptr<QMXAudioTrackInfo> track)
 {
-    record().addTrackInfo(std::move(track));
+    changeRecord([&](auto& record) { record.addTrackInfo(std::move(track)); });
 }
 
 void QMXAudioFileTrackInfoReaderWriter::addTrackInfoForAllTracks(const TrackList& tracks)
 {
-    record().addTrackInfoForAllTracks(tracks);
+    changeRecord([&](auto& record) { record.addTrackInfoForAllTracks(tracks); });
 }
 
 void QMXAudioFileTrackInfoReaderWriter::addAudioProcessingInfo(std::shared_ptr<QMXAudioProcessingRangeInfo> range)
 {
-    record().addAudioProcessingInfo(std::move(range));
+    changeRecord([&](auto& record) { record.addAudioProcessingInfo(std::move(range)); });
 }
 
 void QMXAudioFileTrackInfoReaderWriter::addAudioProcessingForAllTracks(const ProcessingList& ranges)
 {
-    record().addAudioProcessingForAllTracks(ranges);
+    changeRecord([&](auto& record) { record.addAudioProcessingForAllTracks(ranges); });
 }
 
 void QMXAudioFileTrackInfoReaderWriter::setFileHasBeenProcessed(bool processed)
 {
-    record().setFileHasBeenProcessed(processed);
+    changeRecord([&](auto& record) { record.setFileHasBeenProcessed(processed); });
 }
 
 std::shared_ptr<QMXTrackAndProcessingInfo::TrackList> QMXAudioFileTrackInfoReaderWriter::trackInfos() const
@@ -80,11 +87,13 @@ bool QMXAudioFileTrackInfoReaderWriter::fileHasBeenProcessed() const
 
 bool QMXAudioFileTrackInfoReaderWriter::readTrackInfosFromFile()
 {
-    if (const auto file = qmx::FileHandle::fileHandleForReadingAtPath(mAudioFilePath)) {
-        qmx::completeStoreAtPath(mAudioFilePath, *file);
-        if (auto read = readDataFromFile(*file))
-            mInfoData = std::move(read);
-    }
+    qmx::withinMemory([&] { // where there is not enough, the record from before stays
+        if (const auto file = qmx::FileHandle::fileHandleForReadingAtPath(mAudioFilePath)) {
+            qmx::completeStoreAtPath(mAudioFilePath, *file);
+            if (auto read = readDataFromFile(*file))
+                mInfoData = std::move(read);
+        }
+    });
     return mInfoData != nullptr;
 }
 
@@ -102,11 +111,13 @@ std::shared_ptr<QMXTrackAndProcessingInfo> QMXAudioFileTrackInfoReaderWriter::re
 
 bool QMXAudioFileTrackInfoReaderWriter::writeTrackInfosToFile()
 {
-    const std::vector<UInt8> archive = qmx::archiveOf(mInfoData);
-    if (archive.empty())
-        return false;
-    const auto file = qmx::FileHandle::fileHandleForUpdatingAtPath(mAudioFilePath);
-    return file && writeDataToFile_fileHandle(archive, *file);
+    return qmx::withinMemory(false, [&] {
+        const std::vector<UInt8> archive = qmx::archiveOf(mInfoData);
+        if (archive.empty())
+            return false;
+        const auto file = qmx::FileHandle::fileHandleForUpdatingAtPath(mAudioFilePath);
+        return file && writeDataToFile_fileHandle(archive, *file);
+    });
 }
 
 bool QMXAudioFileTrackInfoReaderWriter::writeDataToFile_fileHandle(std::span<const UInt8> data, qmx::FileHandle& file)

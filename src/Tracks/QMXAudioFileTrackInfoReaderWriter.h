@@ -58,7 +58,7 @@ public:
 private:
     explicit QMXAudioFileTrackInfoReaderWriter(std::string path);
 
-    QMXTrackAndProcessingInfo& record();
+    template <class Change> void changeRecord(Change change);
     void loadAllApplicationChunks(qmx::FileHandle& file);
     std::shared_ptr<QMXTrackAndProcessingInfo> readDataFromFile(qmx::FileHandle& file);
     bool writeDataToFile_fileHandle(std::span<const UInt8> data, qmx::FileHandle& file);

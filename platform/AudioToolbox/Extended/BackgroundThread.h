@@ -5,10 +5,10 @@
 #include "Foundation/Worker.h"
 
 #include <atomic>
+#include <list>
 #include <memory>
 #include <mutex>
 #include <optional>
-#include <vector>
 
 namespace qmx
 {
@@ -36,12 +36,12 @@ public:
 private:
     explicit BackgroundThread(const char* name) : name_(name) {}
     void run();
-    std::vector<std::shared_ptr<BackgroundWork>> current();
+    void workForAll();
 
     const char* name_;
     std::mutex mutex_;             // of the two below
     std::optional<Worker> worker_; // while the thread runs
-    std::vector<std::weak_ptr<BackgroundWork>> works_;
+    std::list<std::weak_ptr<BackgroundWork>> works_;
     std::atomic<unsigned> wakes_{0}, seenWakes_{0};
 };
 

@@ -15,7 +15,7 @@ class ReadingFile final : public ExtendedFile
 {
 public:
     /// On failure the audio file stays the caller's.
-    static OSStatus open(AudioFileID file, bool owns, std::unique_ptr<ExtendedFile>& opened);
+    static OSStatus open(AudioFileID file, std::unique_ptr<ExtendedFile>& opened);
     ~ReadingFile() override;
 
     OSStatus read(UInt32& frames, AudioBufferList& data) override;
@@ -27,7 +27,7 @@ public:
     UInt64 missedFrames() const override { return ahead_ ? ahead_->missedFrames() : 0; }
 
 private:
-    ReadingFile(AudioFileID file, bool owns, std::unique_ptr<FrameSupply> supply);
+    ReadingFile(AudioFileID file, std::unique_ptr<FrameSupply> supply);
 
     /// How far before a place the filter of a rate change begins, so that it is in step there with a read from the start.
     struct RunIn {

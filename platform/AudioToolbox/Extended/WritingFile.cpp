@@ -3,6 +3,7 @@
 
 #include "AudioToolbox/Extended/FileValues.h"
 #include "AudioToolbox/Extended/Silence.h"
+#include "Foundation/Memory.h"
 #include "Foundation/RealTime.h"
 
 #include <algorithm>
@@ -19,12 +20,11 @@ constexpr OSStatus usedUp = statusCode("used");
 
 } // namespace
 
-WritingFile::WritingFile(AudioFileID file, bool owns) : ExtendedFile(file, owns)
+WritingFile::WritingFile(AudioFileID file) : ExtendedFile(file)
 {
     packetSize_ = std::max<UInt32>(1, fileFormat_.mBytesPerPacket);
     setBufferSize(usualBufferSize);
-    if (fileFormat_.mFormatID == kAudioFormatLinearPCM)
-        setClientFormat(fileFormat_);
+    startWithFileFormat();
 }
 
 WritingFile::~WritingFile()
@@ -51,8 +51,9 @@ void WritingFile::connected()
 
 void WritingFile::bufferChanged()
 {
-    packetsAtOnce_ = static_cast<UInt32>(buffer().size()) / packetSize_;
-    descriptions_.resize(isLinear() ? 0 : packetsAtOnce_);
+    const UInt32 packets = static_cast<UInt32>(buffer().size()) / packetSize_;
+    descriptions_.resize(isLinear() ? 0 : packets);
+    packetsAtOnce_ = packets;
 }
 
 /// Sees to it that the packets of the converter fit, in own memory if they do not otherwise.
@@ -127,7 +128,7 @@ OSStatus WritingFile::encode(const AudioBufferList* data, UInt32 frames)
 {
     given_ = data;
     givenFrames_ = frames;
-    OSStatus status = beginPackets();
+    OSStatus status = withinMemory(memFullErr, [this] { return beginPackets(); });
     for (bool isUsedUp = false; status == noErr && !isUsedUp;) {
         UInt32 packets = 0;
         status = writePackets(packets, isUsedUp);
