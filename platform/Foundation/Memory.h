@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Where the functions of the platform and the objects above it meet their callers, memory that ran out is a result like others,
-// never an exception.
+// Where the platform's functions and the objects above them meet their callers, memory that ran out is a result like
+// others, never an exception.
 #pragma once
 
 #include <new>
@@ -10,8 +10,8 @@
 namespace qmx
 {
 
-/// What `work` gives; `otherwise` when it ran out of memory or asked a container for more than it can hold. Everything else that
-/// it throws passes.
+/// What `work` gives; `otherwise` when it ran out of memory or asked a container for more than it can hold. Everything
+/// else that it throws passes.
 template <class Result, class Work> Result withinMemory(Result otherwise, Work&& work)
 {
     try {

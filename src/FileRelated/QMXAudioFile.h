@@ -31,8 +31,8 @@ enum class QMXAudioFileAccessMode : SInt32 {
 /// For long sequential work an optional cache keeps two buffers of 768 KiB: a thread of the object's own writes one to disk
 /// (or fills it from disk) while the caller works on the other, so that a recorder never waits for the disk.
 ///
-/// Failing platform calls are logged; the operation then returns false (or nothing) and the object stays usable. So it is where
-/// memory runs out: no operation throws, a maker gives null, and what is set stays what it was.
+/// Failing platform calls are logged; the operation then returns false (or nothing) and the object stays usable. Where
+/// memory runs out the maker gives null, reads, writes and opens fail, and a path or format that was to be set is not.
 /// All operations: one thread at a time (main, or the saving thread of a recorder). Never on an I/O or render thread: with
 /// the cache on a write may wait for a free buffer, without it for the disk.
 class QMX_EXPORT QMXAudioFile : public qmx::Object

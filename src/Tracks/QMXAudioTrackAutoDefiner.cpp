@@ -185,7 +185,7 @@ SInt32 zeroCrossingSplitFile(QMXAudioFile& file, UInt16 sensitivity, SInt16 runL
         countBlocks(reader, *format->audioStreamBasicDescription(), level, counts.get(), blocks.count);
 
         if (const auto wanted = static_cast<SInt16>(*trackCount); wanted >= 0 && !isRunCancelled()) {
-            // Intended: the counted search keeps the first of the chosen places; its last one makes room for the file's end.
+            // Intended: the counted search keeps the first chosen place; its last one makes room for the file's end.
             const UInt32 found =
                 wanted > 0 ? findCountedSplits(counts.get(), static_cast<SInt16>(blocks.count), wanted, splits)
                            : findThresholdSplits(counts.get(), blocks.count, sensitivity,

@@ -48,8 +48,8 @@ void BackgroundThread::run()
     }
 }
 
-// Without allocating: this thread has nobody to tell that memory ran out. What is at work now lives, and so keeps its place in the
-// list.
+// Without allocating: this thread has nobody to tell that memory ran out. What is at work now lives, and so keeps its
+// place in the list.
 void BackgroundThread::workForAll()
 {
     std::unique_lock lock(mutex_);

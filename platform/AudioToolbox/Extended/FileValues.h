@@ -11,7 +11,7 @@
 namespace qmx
 {
 
-/// What a file or a converter does not have is done without; what could not be told for lack of memory ends the operation.
+/// Callers do without what a file or converter does not have, but not without what it could not tell for lack of memory.
 inline OSStatus unlessMemoryIsShort(OSStatus status)
 {
     if (status == kAudio_MemFullError)

@@ -146,13 +146,16 @@ OSStatus Unit::remakeEngines()
 {
     if (!isInitialised())
         return noErr;
-    std::vector<std::unique_ptr<RenderEngine>> engines(buses_.size());
-    for (UInt32 bus = 0; bus < buses_.size(); ++bus)
-        if (const OSStatus status = makeEngine(bus, engines[bus]); status != noErr)
-            return status;
-    for (UInt32 bus = 0; bus < buses_.size(); ++bus)
-        replace(buses_[bus].engine, std::move(engines[bus]));
-    return noErr;
+    return withinMemory(kAudio_MemFullError, [this] {
+        std::vector<std::unique_ptr<RenderEngine>> engines(buses_.size());
+        for (UInt32 bus = 0; bus < buses_.size(); ++bus)
+            if (const OSStatus status = makeEngine(bus, engines[bus]); status != noErr)
+                return status;
+        retired_.reserve(retired_.size() + buses_.size()); // so that all are replaced or none
+        for (UInt32 bus = 0; bus < buses_.size(); ++bus)
+            replace(buses_[bus].engine, std::move(engines[bus]));
+        return noErr;
+    });
 }
 
 void Unit::coupleFormats(AudioUnitScope, AudioUnitElement) {}
