@@ -1,11 +1,12 @@
 // SPDX-License-Identifier: MIT
 #include "support/CommandLine.h"
 
+#include "Foundation/Format.h"
 #include "support/Failure.h"
 
 #include <algorithm>
 #include <charconv>
-#include <sstream>
+#include <type_traits>
 
 namespace example
 {
@@ -23,9 +24,10 @@ template <class Number> Number parsed(const std::string& option, const std::stri
     if (!isNumber)
         throw Failure{option + " takes a number, not '" + text + "'", usageError};
     if (error != std::errc{} || !(number >= least && number <= most)) {
-        std::ostringstream line;
-        line << option << " takes a number from " << least << " to " << most << ", not " << text;
-        throw Failure{line.str(), usageError};
+        const std::string bound = std::is_integral_v<Number> ? "%ld" : "%g";
+        throw Failure{
+            qmx::format("%@ takes a number from " + bound + " to " + bound + ", not %@", option, least, most, text),
+            usageError};
     }
     return number;
 }

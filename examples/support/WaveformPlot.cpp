@@ -1,10 +1,11 @@
 // SPDX-License-Identifier: MIT
 #include "support/WaveformPlot.h"
 
+#include "Foundation/Format.h"
+
 #include <algorithm>
 #include <array>
 #include <cmath>
-#include <cstdio>
 
 namespace example
 {
@@ -36,11 +37,9 @@ text{fill:#9aa5b4}.paper{fill:#12161c}.title,.number{fill:#eef1f5}
 </style>
 )";
 
-template <class... Values> void append(std::string& svg, const char* text, Values... values)
+template <class... Values> void append(std::string& svg, const char* text, const Values&... values)
 {
-    std::array<char, 1024> line;
-    const int length = std::snprintf(line.data(), line.size(), text, values...);
-    svg.append(line.data(), std::min(static_cast<std::size_t>(std::max(length, 0)), line.size() - 1));
+    svg += qmx::format(text, values...);
 }
 
 /// Text fit for XML: markup and control characters are replaced, broken UTF-8 becomes '?', long texts end in an ellipsis.
@@ -110,15 +109,15 @@ private:
 
 void drawHeading(std::string& svg, const WaveformPlot& plot, const Scale& scale, float peak)
 {
-    append(svg, "<text class=\"title\" x=\"%g\" y=\"38\">%s</text>\n", left, xmlText(plot.title, 80).c_str());
-    append(svg, "<text x=\"%g\" y=\"60\">%s</text>\n", left, xmlText(plot.subtitle, 120).c_str());
+    append(svg, "<text class=\"title\" x=\"%g\" y=\"38\">%s</text>\n", left, xmlText(plot.title, 80));
+    append(svg, "<text x=\"%g\" y=\"60\">%s</text>\n", left, xmlText(plot.subtitle, 120));
     std::string loudest = "silent";
     if (const double level = 20 * std::log10(static_cast<double>(peak)); peak > 0) {
         loudest = "peak ";
         append(loudest, "%s%.1f dB", level < -0.05 ? "\u2212" : "", std::abs(level));
     }
     append(svg, "<rect class=\"peak\" x=\"%g\" y=\"50\" width=\"11\" height=\"11\" rx=\"2\"/>", right - 222);
-    append(svg, "<text x=\"%g\" y=\"60\">%s</text>", right - 206, loudest.c_str());
+    append(svg, "<text x=\"%g\" y=\"60\">%s</text>", right - 206, loudest);
     append(svg, "<rect class=\"core\" x=\"%g\" y=\"50\" width=\"11\" height=\"11\" rx=\"2\"/>", right - 100);
     append(svg, "<text x=\"%g\" y=\"60\">mean (RMS)</text>\n", right - 84);
     for (const auto& [at, lower] : {std::pair{middle - halfHeight, 0}, std::pair{middle - halfHeight / 2, 6}})
@@ -134,7 +133,7 @@ void drawBand(std::string& svg, std::size_t index, const WaveformPlot& plot, con
     const double seconds = static_cast<double>(track.end - std::min(track.begin, track.end)) / plot.sampleRate;
     const std::string start = clockTime(static_cast<double>(track.begin) / plot.sampleRate);
     const std::string length = clockTime(seconds);
-    append(svg, "<g><title>%zu: from %s, %s long</title>", index + 1, start.c_str(), length.c_str());
+    append(svg, "<g><title>%zu: from %s, %s long</title>", index + 1, start, length);
     append(svg, "<rect class=\"%c\" x=\"%.1f\" y=\"%g\" width=\"%.1f\" height=\"%g\"/>", "abc"[index % 3], from,
            bandTop, across, waveBottom - bandTop);
     constexpr double roomForNumber = 22;
@@ -143,11 +142,10 @@ void drawBand(std::string& svg, std::size_t index, const WaveformPlot& plot, con
     if (across >= roomForNumber)
         append(svg, "<text class=\"number\" x=\"%.1f\" y=\"%g\">%zu</text>", from + 7, bandTop + 17, index + 1);
     if (across >= roomForOneLine)
-        append(svg, "<text x=\"%.1f\" y=\"%g\">from %s \u00b7 %s long</text>", from + 7, bandTop + 34, start.c_str(),
-               length.c_str());
+        append(svg, "<text x=\"%.1f\" y=\"%g\">from %s \u00b7 %s long</text>", from + 7, bandTop + 34, start, length);
     else if (across >= roomForTimes)
         append(svg, "<text x=\"%.1f\" y=\"%g\">%s</text><text x=\"%.1f\" y=\"%g\">%s long</text>", from + 28,
-               bandTop + 17, start.c_str(), from + 7, bandTop + 34, length.c_str());
+               bandTop + 17, start, from + 7, bandTop + 34, length);
     svg += "</g>\n";
 }
 
@@ -162,7 +160,7 @@ void drawGrid(std::string& svg, const WaveformPlot& plot, const Scale& scale)
         append(svg, "<path class=\"faint\" d=\"M%.1f %gV%g\"/><path class=\"rule\" d=\"M%.1f %gv6\"/>", x, waveTop,
                waveBottom, x, waveBottom);
         append(svg, "<text x=\"%.1f\" y=\"%g\" text-anchor=\"%s\">%s</text>\n", x, waveBottom + 22,
-               x > right - 12 ? "end" : "middle", clockTime(tick * step, step < 1).c_str());
+               x > right - 12 ? "end" : "middle", clockTime(tick * step, step < 1));
     }
     append(svg, "<path class=\"rule\" d=\"M%g %gH%g\"/>\n", left, waveBottom, right);
 }
@@ -237,7 +235,7 @@ std::string drawWaveform(const WaveformPlot& plot, const Envelope& envelope)
     append(svg,
            "<svg xmlns=\"http://www.w3.org/2000/svg\" viewBox=\"0 0 %g %g\" width=\"%g\" height=\"%g\" role=\"img\">\n",
            width, height, width, height);
-    append(svg, "<title>%s</title>\n", xmlText(plot.title, 80).c_str());
+    append(svg, "<title>%s</title>\n", xmlText(plot.title, 80));
     svg += style;
     append(svg, "<rect class=\"paper\" width=\"%g\" height=\"%g\" rx=\"10\"/>\n", width, height);
     drawHeading(svg, plot, scale, peak);

@@ -1,8 +1,11 @@
 // SPDX-License-Identifier: MIT
 #include "AudioToolbox/AUGraph.h"
 
+#include "Foundation/Memory.h"
+
 #include <algorithm>
 #include <atomic>
+#include <new>
 #include <utility>
 #include <vector>
 
@@ -33,6 +36,12 @@ struct Connection {
     bool feeds(AUNode node, UInt32 element) const { return destination == node && input == element; }
     bool touches(AUNode node) const { return source == node || destination == node; }
 };
+
+/// Makes room before anything is changed that could not be taken back.
+template <class Entry> bool hasRoomForOneMore(std::vector<Entry>& entries)
+{
+    return qmx::withinMemory([&] { entries.reserve(entries.size() + 1); });
+}
 
 /// Connects, or with a null source unit disconnects, an input of `unit`.
 OSStatus feed(AudioUnit unit, UInt32 input, AudioUnit source, UInt32 output)
@@ -156,8 +165,8 @@ OSStatus NewAUGraph(AUGraph* graph)
 {
     if (!graph)
         return kAudio_ParamError;
-    *graph = new OpaqueAUGraph;
-    return noErr;
+    *graph = new (std::nothrow) OpaqueAUGraph;
+    return *graph ? noErr : kAudio_MemFullError;
 }
 
 OSStatus DisposeAUGraph(AUGraph graph)
@@ -177,6 +186,8 @@ OSStatus AUGraphNewNode(AUGraph graph, const ComponentDescription* description, 
         return kAUGraphErr_InvalidAudioUnit;
     if (added.isOutput() && std::ranges::any_of(graph->nodes, &Node::isOutput))
         return kAUGraphErr_OutputNodeErr;
+    if (!hasRoomForOneMore(graph->nodes))
+        return kAudio_MemFullError;
     if (graph->isOpen)
         if (const OSStatus status = graph->openNode(added); status != noErr)
             return status;
@@ -246,6 +257,8 @@ OSStatus AUGraphConnectNodeInput(AUGraph graph, AUNode sourceNode, UInt32 source
     if (!graph->node(sourceNode) || !graph->node(destinationNode))
         return kAUGraphErr_NodeNotFound;
     const Connection connection{sourceNode, sourceOutput, destinationNode, destinationInput};
+    if (!hasRoomForOneMore(graph->connections))
+        return kAudio_MemFullError;
     if (graph->isOpen)
         if (const OSStatus status = graph->apply(connection); status != noErr)
             return status;

@@ -4,10 +4,12 @@
 #include "AudioToolbox/Codings/CodingFacts.h"
 #include "AudioToolbox/Conversion/CodedConverter.h"
 #include "CoreAudioTypes/AudioChannelLayout.h"
+#include "Foundation/Memory.h"
 
 #include <algorithm>
 #include <cstring>
 #include <optional>
+#include <utility>
 #include <vector>
 
 struct OpaqueAudioConverter {
@@ -200,9 +202,13 @@ OSStatus setLayout(OpaqueAudioConverter& converter, AudioConverterPropertyID pro
     if (size < offsetof(AudioChannelLayout, mChannelDescriptions))
         return kAudioConverterErr_BadPropertySizeError;
     const auto* const bytes = static_cast<const std::byte*>(value);
-    layoutOf(converter, property).assign(bytes, bytes + size);
-    converter.linear().setLayouts(converter.inputLayout, converter.outputLayout);
-    return noErr;
+    std::vector<std::byte>& layout = layoutOf(converter, property);
+    const auto before = std::exchange(layout, std::vector(bytes, bytes + size));
+    const bool isSet =
+        qmx::withinMemory([&] { converter.linear().setLayouts(converter.inputLayout, converter.outputLayout); });
+    if (!isSet)
+        layout = before;
+    return isSet ? noErr : kAudio_MemFullError;
 }
 
 } // namespace
@@ -210,17 +216,19 @@ OSStatus setLayout(OpaqueAudioConverter& converter, AudioConverterPropertyID pro
 OSStatus AudioConverterNew(const AudioStreamBasicDescription* source, const AudioStreamBasicDescription* destination,
                            AudioConverterRef* converter)
 {
-    if (!converter)
-        return kAudio_ParamError;
-    *converter = nullptr;
-    if (!source || !destination)
-        return kAudio_ParamError;
-    auto plain = qmx::Converter::between(*source, *destination);
-    auto coded = plain ? nullptr : qmx::CodedConverter::between(*source, *destination);
-    if (!plain && !coded)
-        return kAudioConverterErr_FormatNotSupported;
-    *converter = new OpaqueAudioConverter{std::move(plain), std::move(coded), {}, {}};
-    return noErr;
+    return qmx::withinMemory(kAudio_MemFullError, [&]() -> OSStatus {
+        if (!converter)
+            return kAudio_ParamError;
+        *converter = nullptr;
+        if (!source || !destination)
+            return kAudio_ParamError;
+        auto plain = qmx::Converter::between(*source, *destination);
+        auto coded = plain ? nullptr : qmx::CodedConverter::between(*source, *destination);
+        if (!plain && !coded)
+            return kAudioConverterErr_FormatNotSupported;
+        *converter = new OpaqueAudioConverter{std::move(plain), std::move(coded), {}, {}};
+        return noErr;
+    });
 }
 
 OSStatus AudioConverterDispose(AudioConverterRef converter)
@@ -235,120 +243,133 @@ OSStatus AudioConverterReset(AudioConverterRef converter)
 {
     if (!converter)
         return kAudio_ParamError;
-    if (converter->coded)
-        converter->coded->reset();
-    else
-        converter->plain->reset();
-    return noErr;
+    const bool isReset = qmx::withinMemory([&] {
+        if (converter->coded)
+            converter->coded->reset();
+        else
+            converter->plain->reset();
+    });
+    return isReset ? noErr : kAudio_MemFullError;
 }
 
 OSStatus AudioConverterGetPropertyInfo(AudioConverterRef converter, AudioConverterPropertyID property, UInt32* size,
                                        Boolean* isWritable)
 {
-    if (!converter)
-        return kAudio_ParamError;
-    auto shape = shapeOf(*converter, property);
-    if (isLayout(property))
-        shape = {static_cast<UInt32>(layoutOf(*converter, property).size()), true};
-    if (!shape)
-        return kAudioConverterErr_PropertyNotSupported;
-    if (size)
-        *size = shape->size;
-    if (isWritable)
-        *isWritable = shape->isWritable;
-    return noErr;
+    return qmx::withinMemory(kAudio_MemFullError, [&]() -> OSStatus {
+        if (!converter)
+            return kAudio_ParamError;
+        auto shape = shapeOf(*converter, property);
+        if (isLayout(property))
+            shape = {static_cast<UInt32>(layoutOf(*converter, property).size()), true};
+        if (!shape)
+            return kAudioConverterErr_PropertyNotSupported;
+        if (size)
+            *size = shape->size;
+        if (isWritable)
+            *isWritable = shape->isWritable;
+        return noErr;
+    });
 }
 
 OSStatus AudioConverterGetProperty(AudioConverterRef converter, AudioConverterPropertyID property, UInt32* size,
                                    void* value)
 {
-    if (!converter || !size || !value)
-        return kAudio_ParamError;
-    if (isLayout(property))
-        return answerLayout(layoutOf(*converter, property), *size, value);
-    const auto shape = shapeOf(*converter, property);
-    if (!shape || (property == kAudioConverterDecompressionMagicCookie))
-        return kAudioConverterErr_PropertyNotSupported;
-    if (*size < shape->size)
-        return kAudioConverterErr_BadPropertySizeError;
-    *size = shape->size;
-    switch (property) {
-    case kAudioConverterPropertyMinimumInputBufferSize:
-    case kAudioConverterPropertyMaximumInputPacketSize:
-        return answer(value, inputPacketSize(*converter));
-    case kAudioConverterPropertyMinimumOutputBufferSize:
-    case kAudioConverterPropertyMaximumOutputPacketSize:
-        return answer(value, outputPacketSize(*converter));
-    case kAudioConverterPropertyCalculateInputBufferSize:
-        return answerInputSize(*converter->plain, value);
-    case kAudioConverterPropertyCalculateOutputBufferSize:
-        return answerOutputSize(*converter->plain, value);
-    case kAudioConverterSampleRateConverterQuality:
-        return answer(value, converter->linear().quality());
-    case kAudioConverterPrimeInfo:
-        return answer(value, converter->coded ? converter->coded->primeInfo() : AudioConverterPrimeInfo{});
-    case kAudioConverterCompressionMagicCookie:
-        return answerAll(value, converter->encoder()->cookie());
-    case kAudioConverterEncodeBitRate:
-        return answer(value, converter->encoder()->bitRate());
-    case kAudioConverterApplicableEncodeBitRates:
-    case kAudioConverterAvailableEncodeBitRates:
-        return answerAll(value, bitRatesOf(*converter->encoder(), property == kAudioConverterAvailableEncodeBitRates));
-    case kAudioConverterChannelMap:
-        return answerChannelMap(converter->linear(), value);
-    case kAudioConverterCurrentInputStreamDescription:
-        return answer(value, converter->source());
-    default:
-        return answer(value, converter->target());
-    }
+    return qmx::withinMemory(kAudio_MemFullError, [&]() -> OSStatus {
+        if (!converter || !size || !value)
+            return kAudio_ParamError;
+        if (isLayout(property))
+            return answerLayout(layoutOf(*converter, property), *size, value);
+        const auto shape = shapeOf(*converter, property);
+        if (!shape || (property == kAudioConverterDecompressionMagicCookie))
+            return kAudioConverterErr_PropertyNotSupported;
+        if (*size < shape->size)
+            return kAudioConverterErr_BadPropertySizeError;
+        *size = shape->size;
+        switch (property) {
+        case kAudioConverterPropertyMinimumInputBufferSize:
+        case kAudioConverterPropertyMaximumInputPacketSize:
+            return answer(value, inputPacketSize(*converter));
+        case kAudioConverterPropertyMinimumOutputBufferSize:
+        case kAudioConverterPropertyMaximumOutputPacketSize:
+            return answer(value, outputPacketSize(*converter));
+        case kAudioConverterPropertyCalculateInputBufferSize:
+            return answerInputSize(*converter->plain, value);
+        case kAudioConverterPropertyCalculateOutputBufferSize:
+            return answerOutputSize(*converter->plain, value);
+        case kAudioConverterSampleRateConverterQuality:
+            return answer(value, converter->linear().quality());
+        case kAudioConverterPrimeInfo:
+            return answer(value, converter->coded ? converter->coded->primeInfo() : AudioConverterPrimeInfo{});
+        case kAudioConverterCompressionMagicCookie:
+            return answerAll(value, converter->encoder()->cookie());
+        case kAudioConverterEncodeBitRate:
+            return answer(value, converter->encoder()->bitRate());
+        case kAudioConverterApplicableEncodeBitRates:
+        case kAudioConverterAvailableEncodeBitRates:
+            return answerAll(value,
+                             bitRatesOf(*converter->encoder(), property == kAudioConverterAvailableEncodeBitRates));
+        case kAudioConverterChannelMap:
+            return answerChannelMap(converter->linear(), value);
+        case kAudioConverterCurrentInputStreamDescription:
+            return answer(value, converter->source());
+        default:
+            return answer(value, converter->target());
+        }
+    });
 }
 
 OSStatus AudioConverterSetProperty(AudioConverterRef converter, AudioConverterPropertyID property, UInt32 size,
                                    const void* value)
 {
-    if (!converter || !value)
-        return kAudio_ParamError;
-    if (isLayout(property))
-        return setLayout(*converter, property, size, value);
-    const auto shape = shapeOf(*converter, property);
-    if (!shape)
-        return kAudioConverterErr_PropertyNotSupported;
-    if (!shape->isWritable)
-        return kAudioConverterErr_OperationNotSupported;
-    if (property == kAudioConverterDecompressionMagicCookie)
-        return converter->coded->setCookie({static_cast<const UInt8*>(value), size}) ? noErr : kAudio_ParamError;
-    if (size != shape->size)
-        return kAudioConverterErr_BadPropertySizeError;
-    switch (property) {
-    case kAudioConverterChannelMap:
-        return setChannelMap(converter->linear(), value);
-    case kAudioConverterPrimeInfo:
-        return setPrimeInfo(*converter->coded, value);
-    case kAudioConverterEncodeBitRate:
-        return setBitRate(*converter->encoder(), value);
-    default:
-        return setQuality(converter->linear(), value);
-    }
+    return qmx::withinMemory(kAudio_MemFullError, [&]() -> OSStatus {
+        if (!converter || !value)
+            return kAudio_ParamError;
+        if (isLayout(property))
+            return setLayout(*converter, property, size, value);
+        const auto shape = shapeOf(*converter, property);
+        if (!shape)
+            return kAudioConverterErr_PropertyNotSupported;
+        if (!shape->isWritable)
+            return kAudioConverterErr_OperationNotSupported;
+        if (property == kAudioConverterDecompressionMagicCookie)
+            return converter->coded->setCookie({static_cast<const UInt8*>(value), size}) ? noErr : kAudio_ParamError;
+        if (size != shape->size)
+            return kAudioConverterErr_BadPropertySizeError;
+        switch (property) {
+        case kAudioConverterChannelMap:
+            return setChannelMap(converter->linear(), value);
+        case kAudioConverterPrimeInfo:
+            return setPrimeInfo(*converter->coded, value);
+        case kAudioConverterEncodeBitRate:
+            return setBitRate(*converter->encoder(), value);
+        default:
+            return setQuality(converter->linear(), value);
+        }
+    });
 }
 
 OSStatus AudioConverterConvertBuffer(AudioConverterRef converter, UInt32 inputSize, const void* input,
                                      UInt32* outputSize, void* output)
 {
-    if (!converter || (!input && inputSize > 0) || !outputSize || !output)
-        return kAudio_ParamError;
-    if (!converter->plain)
-        return kAudioConverterErr_OperationNotSupported;
-    return converter->plain->convertBuffer({static_cast<const std::byte*>(input), inputSize},
-                                           static_cast<std::byte*>(output), *outputSize);
+    return qmx::withinMemory(kAudio_MemFullError, [&]() -> OSStatus {
+        if (!converter || (!input && inputSize > 0) || !outputSize || !output)
+            return kAudio_ParamError;
+        if (!converter->plain)
+            return kAudioConverterErr_OperationNotSupported;
+        return converter->plain->convertBuffer({static_cast<const std::byte*>(input), inputSize},
+                                               static_cast<std::byte*>(output), *outputSize);
+    });
 }
 
 OSStatus AudioConverterFillComplexBuffer(AudioConverterRef converter, AudioConverterComplexInputDataProc inputProc,
                                          void* userData, UInt32* packetCount, AudioBufferList* output,
                                          AudioStreamPacketDescription* packetDescriptions)
 {
-    if (!converter || !inputProc || !packetCount || !output)
-        return kAudio_ParamError;
-    const qmx::Converter::InputSource input{inputProc, converter, userData};
-    return converter->coded ? converter->coded->fill(input, *packetCount, *output, packetDescriptions)
-                            : converter->plain->fill(input, *packetCount, *output);
+    return qmx::withinMemory(kAudio_MemFullError, [&]() -> OSStatus {
+        if (!converter || !inputProc || !packetCount || !output)
+            return kAudio_ParamError;
+        const qmx::Converter::InputSource input{inputProc, converter, userData};
+        return converter->coded ? converter->coded->fill(input, *packetCount, *output, packetDescriptions)
+                                : converter->plain->fill(input, *packetCount, *output);
+    });
 }

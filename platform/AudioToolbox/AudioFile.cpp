@@ -5,6 +5,7 @@
 #include "AudioToolbox/Containers/ContainerProperties.h"
 #include "AudioToolbox/Containers/ContainerTable.h"
 #include "Foundation/Files/Fork.h"
+#include "Foundation/Memory.h"
 
 #include <unistd.h>
 
@@ -85,13 +86,14 @@ OSStatus makeContainer(const ContainerKind& kind, qmx::PlacedFile placed, const 
     return status;
 }
 
-AudioFileID handleFor(std::unique_ptr<Container> container, bool mayRead, bool mayWrite)
+using Handle = std::unique_ptr<OpaqueAudioFileID>;
+
+Handle newHandle(bool mayRead, bool mayWrite)
 {
-    auto* const file = new OpaqueAudioFileID;
-    file->container = std::move(container);
-    file->mayRead = mayRead;
-    file->mayWrite = mayWrite;
-    return file;
+    auto handle = std::make_unique<OpaqueAudioFileID>();
+    handle->mayRead = mayRead;
+    handle->mayWrite = mayWrite;
+    return handle;
 }
 
 bool isUsableName(const std::string& name)
@@ -123,87 +125,94 @@ OSStatus transfer(AudioFileID file, bool OpaqueAudioFileID::*isAllowed, SInt64 s
     const std::scoped_lock lock(file->mutex);
     if (isAllowed == &OpaqueAudioFileID::mayWrite)
         file->writer = getpid();
-    return call(*file->container);
+    return qmx::withinMemory(memFullErr, [&] { return call(*file->container); });
 }
 
 } // namespace
 
 OSStatus AudioFileOpen(const FSRef* reference, SInt8 permissions, AudioFileTypeID typeHint, AudioFileID* file)
 {
-    if (!file)
-        return paramErr;
-    *file = nullptr;
-    if (!reference || !isPermission(permissions))
-        return paramErr;
-    if (reference->path.empty())
-        return fnfErr;
-    std::unique_ptr<File> opened;
-    bool forWriting = false;
-    if (const SystemError error = openFile(reference->path, permissions, opened, forWriting); error != 0)
-        return qmx::statusForSystemError(error);
-    const ContainerKind* kind = nullptr;
-    if (const OSStatus status = findKind(*opened, reference->path, typeHint, kind); !kind)
+    return qmx::withinMemory(memFullErr, [&]() -> OSStatus {
+        if (!file)
+            return paramErr;
+        *file = nullptr;
+        if (!reference || !isPermission(permissions))
+            return paramErr;
+        if (reference->path.empty())
+            return fnfErr;
+        std::unique_ptr<File> opened;
+        bool forWriting = false;
+        if (const SystemError error = openFile(reference->path, permissions, opened, forWriting); error != 0)
+            return qmx::statusForSystemError(error);
+        const ContainerKind* kind = nullptr;
+        if (const OSStatus status = findKind(*opened, reference->path, typeHint, kind); !kind)
+            return status;
+        Handle handle = newHandle(permissions != fsWrPerm, forWriting);
+        const OSStatus status = kind->open({std::move(opened), reference->path}, forWriting, handle->container);
+        if (status == noErr)
+            *file = handle.release();
         return status;
-    std::unique_ptr<Container> container;
-    if (const OSStatus status = kind->open({std::move(opened), reference->path}, forWriting, container);
-        status != noErr)
-        return status;
-    *file = handleFor(std::move(container), permissions != fsWrPerm, forWriting);
-    return noErr;
+    });
 }
 
 OSStatus AudioFileCreate(const FSRef* parent, CFStringRef name, AudioFileTypeID type,
                          const AudioStreamBasicDescription* format, UInt32 flags, FSRef* newFile, AudioFileID* file)
 {
-    if (!file)
-        return paramErr;
-    *file = nullptr;
-    if (!parent || parent->path.empty())
-        return paramErr;
-    const ContainerKind* kind = nullptr;
-    if (const OSStatus status = checkNewFile(type, format, flags, kind); status != noErr)
-        return status;
-    const std::string text = CFStringGetText(name);
-    if (!isUsableName(text))
-        return bdNamErr;
-    const std::string path = pathOf(*parent, text);
-    std::unique_ptr<File> created;
-    if (const SystemError error = FileSystem::current().open(path, FileAccess::createNew, created); error != 0)
-        return qmx::statusForSystemError(error);
-    std::unique_ptr<Container> container;
-    if (const OSStatus status = makeContainer(*kind, {std::move(created), path}, *format, container); status != noErr) {
-        FileSystem::current().remove(path);
-        return status;
-    }
-    if (newFile)
-        newFile->path = path;
-    *file = handleFor(std::move(container), true, true);
-    return noErr;
+    return qmx::withinMemory(memFullErr, [&]() -> OSStatus {
+        if (!file)
+            return paramErr;
+        *file = nullptr;
+        if (!parent || parent->path.empty())
+            return paramErr;
+        const ContainerKind* kind = nullptr;
+        if (const OSStatus status = checkNewFile(type, format, flags, kind); status != noErr)
+            return status;
+        const std::string text = CFStringGetText(name);
+        if (!isUsableName(text))
+            return bdNamErr;
+        std::string path = pathOf(*parent, text);
+        Handle handle = newHandle(true, true);
+        std::unique_ptr<File> created;
+        if (const SystemError error = FileSystem::current().open(path, FileAccess::createNew, created); error != 0)
+            return qmx::statusForSystemError(error);
+        const OSStatus status = qmx::withinMemory(memFullErr, [&] {
+            return makeContainer(*kind, {std::move(created), path}, *format, handle->container);
+        });
+        if (status != noErr) {
+            FileSystem::current().remove(path);
+            return status;
+        }
+        if (newFile)
+            newFile->path = std::move(path);
+        *file = handle.release();
+        return noErr;
+    });
 }
 
 OSStatus AudioFileInitialize(const FSRef* reference, AudioFileTypeID type, const AudioStreamBasicDescription* format,
                              UInt32 flags, AudioFileID* file)
 {
-    if (!file)
-        return paramErr;
-    *file = nullptr;
-    if (!reference)
-        return paramErr;
-    const ContainerKind* kind = nullptr;
-    if (const OSStatus status = checkNewFile(type, format, flags, kind); status != noErr)
+    return qmx::withinMemory(memFullErr, [&]() -> OSStatus {
+        if (!file)
+            return paramErr;
+        *file = nullptr;
+        if (!reference)
+            return paramErr;
+        const ContainerKind* kind = nullptr;
+        if (const OSStatus status = checkNewFile(type, format, flags, kind); status != noErr)
+            return status;
+        if (reference->path.empty())
+            return fnfErr;
+        std::unique_ptr<File> opened;
+        if (const SystemError error = FileSystem::current().open(reference->path, FileAccess::readWrite, opened);
+            error != 0)
+            return qmx::statusForSystemError(error);
+        Handle handle = newHandle(true, true);
+        const OSStatus status = makeContainer(*kind, {std::move(opened), reference->path}, *format, handle->container);
+        if (status == noErr)
+            *file = handle.release();
         return status;
-    if (reference->path.empty())
-        return fnfErr;
-    std::unique_ptr<File> opened;
-    if (const SystemError error = FileSystem::current().open(reference->path, FileAccess::readWrite, opened);
-        error != 0)
-        return qmx::statusForSystemError(error);
-    std::unique_ptr<Container> container;
-    if (const OSStatus status = makeContainer(*kind, {std::move(opened), reference->path}, *format, container);
-        status != noErr)
-        return status;
-    *file = handleFor(std::move(container), true, true);
-    return noErr;
+    });
 }
 
 OSStatus AudioFileClose(AudioFileID file)
@@ -211,7 +220,7 @@ OSStatus AudioFileClose(AudioFileID file)
     if (!file)
         return paramErr;
     const bool isWriter = file->mayWrite && file->writer == getpid();
-    const OSStatus status = isWriter ? file->container->finish() : noErr;
+    const OSStatus status = isWriter ? qmx::withinMemory(memFullErr, [&] { return file->container->finish(); }) : noErr;
     delete file;
     return status;
 }
@@ -257,7 +266,8 @@ OSStatus AudioFileGetPropertyInfo(AudioFileID file, AudioFilePropertyID property
     const std::scoped_lock lock(file->mutex);
     UInt32 found = 0;
     bool canBeSet = false;
-    const OSStatus status = qmx::containerPropertyInfo(*file->container, property, found, canBeSet);
+    const OSStatus status = qmx::withinMemory(
+        memFullErr, [&] { return qmx::containerPropertyInfo(*file->container, property, found, canBeSet); });
     if (size)
         *size = status == noErr ? found : 0;
     if (isWritable)
@@ -270,7 +280,8 @@ OSStatus AudioFileGetProperty(AudioFileID file, AudioFilePropertyID property, UI
     if (!file || !size || !value)
         return paramErr;
     const std::scoped_lock lock(file->mutex);
-    return qmx::containerProperty(*file->container, property, *size, value);
+    return qmx::withinMemory(memFullErr,
+                             [&] { return qmx::containerProperty(*file->container, property, *size, value); });
 }
 
 OSStatus AudioFileSetProperty(AudioFileID file, AudioFilePropertyID property, UInt32 size, const void* value)
@@ -281,5 +292,6 @@ OSStatus AudioFileSetProperty(AudioFileID file, AudioFilePropertyID property, UI
         return kAudioFilePermissionsError;
     const std::scoped_lock lock(file->mutex);
     file->writer = getpid();
-    return qmx::setContainerProperty(*file->container, property, size, value);
+    return qmx::withinMemory(memFullErr,
+                             [&] { return qmx::setContainerProperty(*file->container, property, size, value); });
 }

@@ -5,6 +5,7 @@
 #include "AudioToolbox/Codings/PacketCoding.h"
 #include "AudioToolbox/Conversion/PcmLayout.h"
 #include "Foundation/CFString.h"
+#include "Foundation/Memory.h"
 
 #include <algorithm>
 #include <cstring>
@@ -180,37 +181,41 @@ OSStatus answerFormatInfo(void* value)
 OSStatus AudioFormatGetPropertyInfo(AudioFormatPropertyID property, UInt32 specifierSize, const void* specifier,
                                     UInt32* size)
 {
-    if (asksAboutCoding(property) && (!specifier || specifierSize != sizeof(AudioFormatID)))
-        return kAudioFormatBadSpecifierSizeError;
-    const auto needed = sizeOf(property, specifier);
-    if (!needed)
-        return kAudioFormatUnsupportedPropertyError;
-    if (!size)
-        return kAudio_ParamError;
-    if (asksAboutFormat(property) && (!specifier || specifierSize != sizeof(AudioStreamBasicDescription)))
-        return kAudioFormatBadSpecifierSizeError;
-    *size = *needed;
-    return noErr;
+    return qmx::withinMemory(kAudio_MemFullError, [&]() -> OSStatus {
+        if (asksAboutCoding(property) && (!specifier || specifierSize != sizeof(AudioFormatID)))
+            return kAudioFormatBadSpecifierSizeError;
+        const auto needed = sizeOf(property, specifier);
+        if (!needed)
+            return kAudioFormatUnsupportedPropertyError;
+        if (!size)
+            return kAudio_ParamError;
+        if (asksAboutFormat(property) && (!specifier || specifierSize != sizeof(AudioStreamBasicDescription)))
+            return kAudioFormatBadSpecifierSizeError;
+        *size = *needed;
+        return noErr;
+    });
 }
 
 OSStatus AudioFormatGetProperty(AudioFormatPropertyID property, UInt32 specifierSize, const void* specifier,
                                 UInt32* size, void* value)
 {
-    if (!size || !value)
-        return kAudio_ParamError;
-    UInt32 needed = 0;
-    const OSStatus status = AudioFormatGetPropertyInfo(property, specifierSize, specifier, &needed);
-    if (status != noErr)
-        return status;
-    if (*size < needed)
-        return kAudioFormatBadPropertySizeError;
-    *size = needed;
-    if (property == kAudioFormatProperty_FormatInfo)
-        return answerFormatInfo(value);
-    if (asksAboutFormat(property))
-        return answerAboutFormat(property, specifier, value);
-    const qmx::Bytes list = listOf(property, specifier);
-    if (!list.empty())
-        std::memcpy(value, list.data(), list.size());
-    return noErr;
+    return qmx::withinMemory(kAudio_MemFullError, [&]() -> OSStatus {
+        if (!size || !value)
+            return kAudio_ParamError;
+        UInt32 needed = 0;
+        const OSStatus status = AudioFormatGetPropertyInfo(property, specifierSize, specifier, &needed);
+        if (status != noErr)
+            return status;
+        if (*size < needed)
+            return kAudioFormatBadPropertySizeError;
+        *size = needed;
+        if (property == kAudioFormatProperty_FormatInfo)
+            return answerFormatInfo(value);
+        if (asksAboutFormat(property))
+            return answerAboutFormat(property, specifier, value);
+        const qmx::Bytes list = listOf(property, specifier);
+        if (!list.empty())
+            std::memcpy(value, list.data(), list.size());
+        return noErr;
+    });
 }

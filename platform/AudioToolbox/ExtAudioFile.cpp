@@ -5,6 +5,8 @@
 #include "AudioToolbox/Extended/ExtendedProperties.h"
 #include "AudioToolbox/Extended/ReadingFile.h"
 #include "AudioToolbox/Extended/WritingFile.h"
+#include "Foundation/FileManager.h"
+#include "Foundation/Memory.h"
 
 #include <utility>
 
@@ -15,18 +17,42 @@ struct OpaqueExtAudioFile {
 namespace
 {
 
-OSStatus openForReading(AudioFileID audioFile, bool owns, ExtAudioFileRef* file)
+using Handle = std::unique_ptr<OpaqueExtAudioFile>;
+
+ExtAudioFileRef withFile(Handle handle, bool owns)
 {
-    std::unique_ptr<qmx::ExtendedFile> reading;
-    if (const OSStatus status = qmx::ReadingFile::open(audioFile, owns, reading); status != noErr)
-        return status;
-    *file = new OpaqueExtAudioFile{std::move(reading)};
-    return noErr;
+    if (owns) // only now: until here the audio file is still the caller's
+        handle->file->ownFile();
+    return handle.release();
 }
 
-ExtAudioFileRef openForWriting(AudioFileID audioFile, bool owns)
+OSStatus openForReading(AudioFileID audioFile, bool owns, ExtAudioFileRef* file)
 {
-    return new OpaqueExtAudioFile{std::make_unique<qmx::WritingFile>(audioFile, owns)};
+    return qmx::withinMemory(kAudio_MemFullError, [&] {
+        auto handle = std::make_unique<OpaqueExtAudioFile>();
+        if (const OSStatus status = qmx::ReadingFile::open(audioFile, handle->file); status != noErr)
+            return status;
+        *file = withFile(std::move(handle), owns);
+        return noErr;
+    });
+}
+
+OSStatus openForWriting(AudioFileID audioFile, bool owns, const AudioChannelLayout* layout, ExtAudioFileRef* file)
+{
+    return qmx::withinMemory(kAudio_MemFullError, [&] {
+        auto handle = std::make_unique<OpaqueExtAudioFile>();
+        handle->file = std::make_unique<qmx::WritingFile>(audioFile);
+        if (layout)
+            handle->file->setFileLayout(qmx::layoutBlock(*layout));
+        *file = withFile(std::move(handle), owns);
+        return noErr;
+    });
+}
+
+/// Makes a call of the extended file's.
+template <class Call> OSStatus call(ExtAudioFileRef file, Call made)
+{
+    return qmx::withinMemory(kAudio_MemFullError, [&] { return made(*file->file); });
 }
 
 } // namespace
@@ -55,8 +81,7 @@ OSStatus ExtAudioFileWrapAudioFileID(AudioFileID audioFile, Boolean forWriting, 
         return kAudio_ParamError;
     if (!forWriting)
         return openForReading(audioFile, false, file);
-    *file = openForWriting(audioFile, false);
-    return noErr;
+    return openForWriting(audioFile, false, nullptr, file);
 }
 
 OSStatus ExtAudioFileCreateNew(const FSRef* parent, CFStringRef name, AudioFileTypeID type,
@@ -67,19 +92,23 @@ OSStatus ExtAudioFileCreateNew(const FSRef* parent, CFStringRef name, AudioFileT
         return kAudio_ParamError;
     *file = nullptr;
     AudioFileID audioFile = nullptr;
-    if (const OSStatus status = AudioFileCreate(parent, name, type, format, 0, nullptr, &audioFile); status != noErr)
+    FSRef created;
+    OSStatus status = AudioFileCreate(parent, name, type, format, 0, &created, &audioFile);
+    if (status != noErr)
         return status;
-    *file = openForWriting(audioFile, true);
-    if (layout)
-        (*file)->file->setFileLayout(qmx::layoutBlock(*layout));
-    return noErr;
+    status = openForWriting(audioFile, true, layout, file);
+    if (status != noErr) {
+        AudioFileClose(audioFile);
+        qmx::FileManager::defaultManager().removeFileAtPath_handler(created.path, nullptr);
+    }
+    return status;
 }
 
 OSStatus ExtAudioFileDispose(ExtAudioFileRef file)
 {
     if (!file)
         return kAudio_ParamError;
-    const OSStatus status = file->file->close();
+    const OSStatus status = call(file, [](qmx::ExtendedFile& opened) { return opened.close(); });
     delete file;
     return status;
 }
@@ -88,26 +117,33 @@ OSStatus ExtAudioFileRead(ExtAudioFileRef file, UInt32* frameCount, AudioBufferL
 {
     if (!file || !frameCount || (!data && *frameCount > 0))
         return kAudio_ParamError;
-    return data ? file->file->read(*frameCount, *data) : file->file->primeReads();
+    return call(file, [&](qmx::ExtendedFile& reading) {
+        return data ? reading.read(*frameCount, *data) : reading.primeReads();
+    });
 }
 
 OSStatus ExtAudioFileWrite(ExtAudioFileRef file, UInt32 frameCount, const AudioBufferList* data)
 {
     if (!file || (!data && frameCount > 0))
         return kAudio_ParamError;
-    return frameCount > 0 ? file->file->write(frameCount, *data) : noErr;
+    return call(file,
+                [&](qmx::ExtendedFile& writing) { return frameCount > 0 ? writing.write(frameCount, *data) : noErr; });
 }
 
 OSStatus ExtAudioFileWriteAsync(ExtAudioFileRef file, UInt32 frameCount, const AudioBufferList* data)
 {
     if (!file || (!data && frameCount > 0))
         return kAudio_ParamError;
-    return data ? file->file->writeAsync(frameCount, *data) : file->file->primeWrites();
+    return call(file, [&](qmx::ExtendedFile& writing) {
+        return data ? writing.writeAsync(frameCount, *data) : writing.primeWrites();
+    });
 }
 
 OSStatus ExtAudioFileSeek(ExtAudioFileRef file, SInt64 frame)
 {
-    return file ? file->file->seek(frame) : kAudio_ParamError;
+    if (!file)
+        return kAudio_ParamError;
+    return call(file, [&](qmx::ExtendedFile& opened) { return opened.seek(frame); });
 }
 
 OSStatus ExtAudioFileTell(ExtAudioFileRef file, SInt64* frame)
@@ -121,21 +157,25 @@ OSStatus ExtAudioFileTell(ExtAudioFileRef file, SInt64* frame)
 OSStatus ExtAudioFileGetPropertyInfo(ExtAudioFileRef file, ExtAudioFilePropertyID property, UInt32* size,
                                      Boolean* isWritable)
 {
-    return file ? qmx::extendedPropertyInfo(*file->file, property, size, isWritable) : kAudio_ParamError;
+    if (!file)
+        return kAudio_ParamError;
+    return call(
+        file, [&](qmx::ExtendedFile& opened) { return qmx::extendedPropertyInfo(opened, property, size, isWritable); });
 }
 
 OSStatus ExtAudioFileGetProperty(ExtAudioFileRef file, ExtAudioFilePropertyID property, UInt32* size, void* value)
 {
     if (!file || !size || !value)
         return kAudio_ParamError;
-    return qmx::extendedProperty(*file->file, property, *size, value);
+    return call(file, [&](qmx::ExtendedFile& opened) { return qmx::extendedProperty(opened, property, *size, value); });
 }
 
 OSStatus ExtAudioFileSetProperty(ExtAudioFileRef file, ExtAudioFilePropertyID property, UInt32 size, const void* value)
 {
     if (!file || (!value && size > 0))
         return kAudio_ParamError;
-    return qmx::setExtendedProperty(*file->file, property, size, value);
+    return call(file,
+                [&](qmx::ExtendedFile& opened) { return qmx::setExtendedProperty(opened, property, size, value); });
 }
 
 UInt64 qmx::framesMissedByRealTimeReads(ExtAudioFileRef file)

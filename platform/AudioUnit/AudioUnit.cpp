@@ -3,47 +3,67 @@
 
 #include "AudioUnit/Units/OutputUnit.h"
 #include "AudioUnit/Units/UnitInstance.h"
+#include "Foundation/Memory.h"
+
+namespace
+{
+
+/// Makes a call that may allocate. Rendering and parameters never do.
+template <class Call> OSStatus call(AudioUnit unit, Call made)
+{
+    return unit ? qmx::withinMemory(kAudio_MemFullError, [&] { return made(*unit->unit); }) : kAudio_ParamError;
+}
+
+} // namespace
 
 OSStatus AudioUnitInitialize(AudioUnit unit)
 {
-    return unit ? unit->unit->initialise() : kAudio_ParamError;
+    return call(unit, [](qmx::Unit& called) { return called.initialise(); });
 }
 
 OSStatus AudioUnitUninitialize(AudioUnit unit)
 {
-    return unit ? unit->unit->uninitialise() : kAudio_ParamError;
+    return call(unit, [](qmx::Unit& called) { return called.uninitialise(); });
 }
 
 OSStatus AudioUnitReset(AudioUnit unit, AudioUnitScope, AudioUnitElement)
 {
-    return unit ? unit->unit->reset() : kAudio_ParamError;
+    return call(unit, [](qmx::Unit& called) { return called.reset(); });
 }
 
 OSStatus AudioUnitGetPropertyInfo(AudioUnit unit, AudioUnitPropertyID property, AudioUnitScope scope,
                                   AudioUnitElement element, UInt32* size, Boolean* isWritable)
 {
-    return unit ? unit->unit->propertyInfo({property, scope, element}, size, isWritable) : kAudio_ParamError;
+    return call(unit, [&](qmx::Unit& called) {
+        return called.propertyInfo({property, scope, element}, size, isWritable);
+    });
 }
 
 OSStatus AudioUnitGetProperty(AudioUnit unit, AudioUnitPropertyID property, AudioUnitScope scope,
                               AudioUnitElement element, void* value, UInt32* size)
 {
-    return unit && size ? unit->unit->property({property, scope, element}, value, *size) : kAudio_ParamError;
+    if (!size)
+        return kAudio_ParamError;
+    return call(unit, [&](qmx::Unit& called) { return called.property({property, scope, element}, value, *size); });
 }
 
 OSStatus AudioUnitSetProperty(AudioUnit unit, AudioUnitPropertyID property, AudioUnitScope scope,
                               AudioUnitElement element, const void* value, UInt32 size)
 {
-    return unit && value ? unit->unit->setProperty({property, scope, element}, value, size) : kAudio_ParamError;
+    if (!value)
+        return kAudio_ParamError;
+    return call(unit, [&](qmx::Unit& called) { return called.setProperty({property, scope, element}, value, size); });
 }
 
 OSStatus AudioUnitAddPropertyListener(AudioUnit unit, AudioUnitPropertyID property,
                                       AudioUnitPropertyListenerProc listener, void* refCon)
 {
-    if (!unit || !listener)
+    if (!listener)
         return kAudio_ParamError;
-    unit->unit->listeners().add(property, listener, refCon);
-    return noErr;
+    return call(unit, [&](qmx::Unit& called) {
+        called.listeners().add(property, listener, refCon);
+        return noErr;
+    });
 }
 
 OSStatus AudioUnitRemovePropertyListener(AudioUnit unit, AudioUnitPropertyID property,
@@ -57,12 +77,16 @@ OSStatus AudioUnitRemovePropertyListener(AudioUnit unit, AudioUnitPropertyID pro
 
 OSStatus AudioUnitAddRenderNotify(AudioUnit unit, AURenderCallback callback, void* refCon)
 {
-    return unit && callback ? unit->unit->addRenderNotify({callback, refCon}) : kAudio_ParamError;
+    if (!callback)
+        return kAudio_ParamError;
+    return call(unit, [&](qmx::Unit& called) { return called.addRenderNotify({callback, refCon}); });
 }
 
 OSStatus AudioUnitRemoveRenderNotify(AudioUnit unit, AURenderCallback callback, void* refCon)
 {
-    return unit && callback ? unit->unit->removeRenderNotify({callback, refCon}) : kAudio_ParamError;
+    if (!callback)
+        return kAudio_ParamError;
+    return call(unit, [&](qmx::Unit& called) { return called.removeRenderNotify({callback, refCon}); });
 }
 
 OSStatus AudioUnitGetParameter(AudioUnit unit, AudioUnitParameterID parameter, AudioUnitScope scope, AudioUnitElement,
@@ -88,10 +112,10 @@ OSStatus AudioUnitRender(AudioUnit unit, AudioUnitRenderActionFlags* flags, cons
 
 OSStatus AudioOutputUnitStart(AudioUnit unit)
 {
-    if (!unit)
-        return kAudio_ParamError;
-    qmx::OutputUnit* const output = unit->unit->asOutput();
-    return output ? output->start() : badComponentSelector;
+    return call(unit, [](qmx::Unit& called) {
+        qmx::OutputUnit* const output = called.asOutput();
+        return output ? output->start() : badComponentSelector;
+    });
 }
 
 OSStatus AudioOutputUnitStop(AudioUnit unit)

@@ -3,10 +3,10 @@
 
 #include "AudioUnit/Units/UnitInstance.h"
 #include "AudioUnit/Units/UnitTable.h"
+#include "Foundation/Memory.h"
 #include "Foundation/RealTime.h"
 
 #include <mutex>
-#include <new>
 #include <vector>
 
 namespace
@@ -96,11 +96,8 @@ OSErr OpenAComponent(Component component, ComponentInstance* instance)
     if (!component)
         return paramErr;
     ClosedInstances::shared().free();
-    try {
-        *instance = new OpaqueComponentInstance{component, component->make()};
-    } catch (const std::bad_alloc&) {
+    if (!qmx::withinMemory([&] { *instance = new OpaqueComponentInstance{component, component->make()}; }))
         return memFullErr;
-    }
     (*instance)->unit->setHandle(*instance);
     return noErr;
 }

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "CoreServices/Files.h"
 
+#include "Foundation/Memory.h"
+
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
@@ -74,24 +76,26 @@ OSStatus statusForSystemError(SystemError error)
 
 OSStatus FSPathMakeRef(const UInt8* path, FSRef* reference, Boolean* isDirectory)
 {
-    if (!reference)
-        return paramErr;
-    reference->path.clear();
-    const auto* text = reinterpret_cast<const char*>(path);
-    if (!text || *text == '\0')
-        return paramErr;
-    // not folded: behind a link ".." leads elsewhere than the text says
-    std::error_code failure;
-    const std::string absolute = std::filesystem::absolute(text, failure).string();
-    if (failure)
-        return qmx::statusForSystemError(failure.value());
-    qmx::FileStatus found;
-    if (const qmx::SystemError error = qmx::FileSystem::current().status(absolute, found); error != 0)
-        return qmx::statusForSystemError(error);
-    reference->path = withoutSlashesAtEnd(absolute);
-    if (isDirectory)
-        *isDirectory = found.isDirectory;
-    return noErr;
+    return qmx::withinMemory(memFullErr, [&]() -> OSStatus {
+        if (!reference)
+            return paramErr;
+        reference->path.clear();
+        const auto* text = reinterpret_cast<const char*>(path);
+        if (!text || *text == '\0')
+            return paramErr;
+        // not folded: behind a link ".." leads elsewhere than the text says
+        std::error_code failure;
+        const std::string absolute = std::filesystem::absolute(text, failure).string();
+        if (failure)
+            return qmx::statusForSystemError(failure.value());
+        qmx::FileStatus found;
+        if (const qmx::SystemError error = qmx::FileSystem::current().status(absolute, found); error != 0)
+            return qmx::statusForSystemError(error);
+        reference->path = withoutSlashesAtEnd(absolute);
+        if (isDirectory)
+            *isDirectory = found.isDirectory;
+        return noErr;
+    });
 }
 
 OSStatus FSRefMakePath(const FSRef* reference, UInt8* path, UInt32 maximumSize)
@@ -109,21 +113,23 @@ OSStatus FSRefMakePath(const FSRef* reference, UInt8* path, UInt32 maximumSize)
 OSStatus FSGetCatalogInfo(const FSRef* reference, FSCatalogInfoBitmap which, FSCatalogInfo* info, HFSUniStr255* name,
                           FSSpec* fileSpec, FSRef* parent)
 {
-    if (!reference)
-        return paramErr;
-    if (reference->path.empty())
-        return errFSBadFSRef;
-    qmx::FileStatus status;
-    if (const qmx::SystemError error = qmx::FileSystem::current().status(reference->path, status); error != 0)
-        return qmx::statusForSystemError(error);
-    const std::filesystem::path path(reference->path);
-    if (info)
-        *info = catalogInfo(which, status);
-    if (name)
-        name->name = path.filename().string();
-    if (fileSpec)
-        *fileSpec = {.parentPath = path.parent_path().string(), .name = path.filename().string()};
-    if (parent)
-        parent->path = path.parent_path().string();
-    return noErr;
+    return qmx::withinMemory(memFullErr, [&]() -> OSStatus {
+        if (!reference)
+            return paramErr;
+        if (reference->path.empty())
+            return errFSBadFSRef;
+        qmx::FileStatus status;
+        if (const qmx::SystemError error = qmx::FileSystem::current().status(reference->path, status); error != 0)
+            return qmx::statusForSystemError(error);
+        const std::filesystem::path path(reference->path);
+        if (info)
+            *info = catalogInfo(which, status);
+        if (name)
+            name->name = path.filename().string();
+        if (fileSpec)
+            *fileSpec = {.parentPath = path.parent_path().string(), .name = path.filename().string()};
+        if (parent)
+            parent->path = path.parent_path().string();
+        return noErr;
+    });
 }

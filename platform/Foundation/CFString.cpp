@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "Foundation/CFString.h"
 
+#include "Foundation/Memory.h"
+
 #include <atomic>
 
 struct CFString {
@@ -10,7 +12,7 @@ struct CFString {
 
 CFStringRef CFStringCreate(std::string_view text)
 {
-    return new CFString{.text = std::string(text)};
+    return qmx::withinMemory(CFStringRef(), [&] { return new CFString{.text = std::string(text)}; });
 }
 
 CFStringRef CFRetain(CFStringRef string)

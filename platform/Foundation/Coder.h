@@ -81,7 +81,8 @@ QMX_EXPORT void registerArchiveClass(const std::string& name, ArchiveClassMaker 
 enum class ArchiveError {
     none,             ///< there is an object, or the archived object is nil
     incomprehensible, ///< the data is no archive of this kind
-    inconsistent      ///< references to nowhere or in a circle, nesting past 64, or contents that outgrow all measure
+    inconsistent,     ///< references to nowhere or in a circle, nesting past 64, or contents that outgrow all measure
+    noMemory          ///< there was not enough memory to read it
 };
 
 } // namespace qmx

@@ -2,6 +2,7 @@
 #include "Foundation/FailureLine.h"
 
 #include "Foundation/Format.h"
+#include "Foundation/Memory.h"
 #include "Foundation/RealTime.h"
 
 #include <algorithm>
@@ -95,16 +96,20 @@ OSStatus FailureLine::operator()(OSStatus status, unsigned line) const noexcept
         keep(failure);
         return status;
     }
-    const std::scoped_lock lock(printing());
-    printWaiting();
-    print(failure);
+    withinMemory([&] { // a line for which there is no memory is dropped
+        const std::scoped_lock lock(printing());
+        printWaiting();
+        print(failure);
+    });
     return status;
 }
 
 void printWaitingFailures()
 {
-    const std::scoped_lock lock(printing());
-    printWaiting();
+    withinMemory([] {
+        const std::scoped_lock lock(printing());
+        printWaiting();
+    });
 }
 
 void setFailureLineHandler(FailureLineHandler receive)

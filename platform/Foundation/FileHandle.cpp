@@ -37,10 +37,15 @@ std::vector<std::uint8_t> FileHandle::readDataOfLength(std::size_t length)
         return {};
     // no more is allocated than the file can give
     std::vector<std::uint8_t> data(std::min(length, static_cast<std::size_t>(size - offset_)));
-    const Transfer read = file_->read(data.data(), data.size(), offset_);
-    data.resize(read.count);
-    offset_ += static_cast<std::int64_t>(read.count);
+    data.resize(readData(data));
     return data;
+}
+
+std::size_t FileHandle::readData(std::span<std::uint8_t> data)
+{
+    const std::size_t count = file_ ? file_->read(data.data(), data.size(), offset_).count : 0;
+    offset_ += static_cast<std::int64_t>(count);
+    return count;
 }
 
 std::vector<std::uint8_t> FileHandle::readDataToEndOfFile()

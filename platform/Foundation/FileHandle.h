@@ -22,6 +22,8 @@ public:
     /// Up to `length` bytes from the current position, which moves past them; fewer at the end of the file or on an error.
     std::vector<std::uint8_t> readDataOfLength(std::size_t length);
     std::vector<std::uint8_t> readDataToEndOfFile();
+    /// The same into `data`, whose size is the most that is read: how many bytes came.
+    std::size_t readData(std::span<std::uint8_t> data);
     /// Writes all bytes at the current position and moves past what was written. The error, or 0.
     SystemError writeData(std::span<const std::uint8_t> data);
 

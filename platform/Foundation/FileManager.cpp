@@ -3,12 +3,12 @@
 
 #include "Foundation/ByteFields.h"
 #include "Foundation/Files/Fork.h"
+#include "Foundation/Memory.h"
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstring>
-#include <system_error>
 
 namespace qmx
 {
@@ -114,7 +114,7 @@ SystemError copyFile(const std::string& source, const std::string& destination)
         return error;
     if (const SystemError error = fileSystem.open(destination, FileAccess::createPrivate, to); error != 0)
         return error;
-    const SystemError error = fillCopy(source, *from, destination, *to);
+    const SystemError error = withinMemory(ENOMEM, [&] { return fillCopy(source, *from, destination, *to); });
     if (error != 0)
         (void)fileSystem.remove(destination); // the first error counts
     return error;
@@ -178,7 +178,7 @@ bool finish(SystemError error, const std::string& path, FileManagerHandler* hand
 {
     if (error == 0)
         return true;
-    return handler && handler->fileManager_shouldProceedAfterError(path, std::generic_category().message(error));
+    return handler && handler->fileManager_shouldProceedAfterError(path, systemErrorText(error));
 }
 
 } // namespace
@@ -210,7 +210,7 @@ bool FileManager::movePath_toPath_handler(const std::string& source, const std::
 {
     if (handler)
         handler->fileManager_willProcessPath(source);
-    return finish(moveWithFork(source, destination), source, handler);
+    return finish(withinMemory(ENOMEM, [&] { return moveWithFork(source, destination); }), source, handler);
 }
 
 bool FileManager::copyPath_toPath_handler(const std::string& source, const std::string& destination,
@@ -218,7 +218,7 @@ bool FileManager::copyPath_toPath_handler(const std::string& source, const std::
 {
     if (handler)
         handler->fileManager_willProcessPath(source);
-    return finish(copyWithFork(source, destination), source, handler);
+    return finish(withinMemory(ENOMEM, [&] { return copyWithFork(source, destination); }), source, handler);
 }
 
 bool FileManager::removeFileAtPath_handler(const std::string& path, FileManagerHandler* handler)
@@ -230,26 +230,30 @@ bool FileManager::removeFileAtPath_handler(const std::string& path, FileManagerH
 
 bool FileManager::changeFileAttributes_atPath(const FileAttributes& attributes, const std::string& path)
 {
-    FinderInfo info = finderInfo(path).value_or(FinderInfo{});
-    if (attributes.NSFileHFSTypeCode)
-        store32(info.data() + typeOffset, *attributes.NSFileHFSTypeCode, ByteOrder::big);
-    if (attributes.NSFileHFSCreatorCode)
-        store32(info.data() + creatorOffset, *attributes.NSFileHFSCreatorCode, ByteOrder::big);
-    return FileSystem::current().setAttribute(path, finderInfoName, info) == 0;
+    return withinMemory(false, [&] {
+        FinderInfo info = finderInfo(path).value_or(FinderInfo{});
+        if (attributes.NSFileHFSTypeCode)
+            store32(info.data() + typeOffset, *attributes.NSFileHFSTypeCode, ByteOrder::big);
+        if (attributes.NSFileHFSCreatorCode)
+            store32(info.data() + creatorOffset, *attributes.NSFileHFSCreatorCode, ByteOrder::big);
+        return FileSystem::current().setAttribute(path, finderInfoName, info) == 0;
+    });
 }
 
 FileAttributes FileManager::fileAttributesAtPath(const std::string& path)
 {
-    FileStatus status;
-    if (FileSystem::current().status(path, status) != 0)
-        return {};
-    FileAttributes attributes;
-    attributes.NSFileSize = status.size;
-    if (const auto info = finderInfo(path)) {
-        attributes.NSFileHFSTypeCode = codeAt(info->data() + typeOffset);
-        attributes.NSFileHFSCreatorCode = codeAt(info->data() + creatorOffset);
-    }
-    return attributes;
+    return withinMemory(FileAttributes(), [&]() -> FileAttributes {
+        FileStatus status;
+        if (FileSystem::current().status(path, status) != 0)
+            return {};
+        FileAttributes attributes;
+        attributes.NSFileSize = status.size;
+        if (const auto info = finderInfo(path)) {
+            attributes.NSFileHFSTypeCode = codeAt(info->data() + typeOffset);
+            attributes.NSFileHFSCreatorCode = codeAt(info->data() + creatorOffset);
+        }
+        return attributes;
+    });
 }
 
 } // namespace qmx

@@ -10,6 +10,7 @@
 #include <atomic>
 #include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <map>
 #include <mutex>
 #include <utility>
@@ -50,11 +51,18 @@ std::shared_ptr<std::mutex> mutexFor(FileNumber number)
 class PosixFile : public File
 {
 public:
-    PosixFile(int descriptor, FileNumber number, bool mayWrite)
-        : descriptor_(descriptor), mayWrite_(mayWrite), mutex_(mutexFor(number))
+    PosixFile(const std::string& path, int flags, mode_t mode, bool mayWrite)
+        : descriptor_(::open(path.c_str(), flags, mode)), mayWrite_(mayWrite)
     {
     }
     ~PosixFile() override { (void)close(); } // whoever wants to know has closed it
+    PosixFile(const PosixFile&) = delete;
+    PosixFile& operator=(const PosixFile&) = delete;
+
+    bool isOpen() const { return descriptor_ >= 0; }
+    SystemError status(struct stat& status) const { return resultOf(::fstat(descriptor_, &status)); }
+    /// Shares a lock with the other files of this number. Before the first lock().
+    void shareLock(FileNumber number) { mutex_ = mutexFor(number); }
 
     Transfer read(void* data, std::size_t size, std::int64_t position) override
     {
@@ -79,8 +87,8 @@ public:
     {
         struct stat status {
         };
-        if (::fstat(descriptor_, &status) != 0)
-            return lastError();
+        if (const SystemError error = this->status(status); error != 0)
+            return error;
         bytes = status.st_size;
         return 0;
     }
@@ -168,20 +176,19 @@ public:
     {
         // a named pipe must not block the caller: such things are refused below
         const mode_t mode = access == FileAccess::createPrivate ? 0600 : 0666;
-        const int descriptor = ::open(path.c_str(), openFlags(access) | O_CLOEXEC | O_NONBLOCK, mode);
-        if (descriptor < 0)
+        auto opened = std::make_unique<PosixFile>(path, openFlags(access) | O_CLOEXEC | O_NONBLOCK, mode,
+                                                  access != FileAccess::read);
+        if (!opened->isOpen())
             return lastError();
         struct stat status {
         };
-        const SystemError error = resultOf(::fstat(descriptor, &status));
-        auto opened = std::make_unique<PosixFile>(descriptor, FileNumber{status.st_dev, status.st_ino},
-                                                  access != FileAccess::read);
-        if (error != 0)
+        if (const SystemError error = opened->status(status); error != 0)
             return error;
         if (S_ISDIR(status.st_mode))
             return EISDIR;
         if (!S_ISREG(status.st_mode))
             return ESPIPE;
+        opened->shareLock({status.st_dev, status.st_ino});
         file = std::move(opened);
         return 0;
     }
@@ -263,6 +270,12 @@ private:
 std::atomic<FileSystem*> replacement{nullptr};
 
 } // namespace
+
+const char* systemErrorText(SystemError error)
+{
+    const char* const text = strerrordesc_np(error);
+    return text ? text : "unknown error";
+}
 
 File::~File() = default;
 

@@ -18,6 +18,9 @@ namespace qmx
 /// An error number of the system (errno); 0 is success.
 using SystemError = int;
 
+/// What the system says of it, in English whatever the program's locale.
+QMX_EXPORT const char* systemErrorText(SystemError error);
+
 struct FileStatus {
     bool isDirectory = false;
     bool isRegular = false;

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <locale.h>
 
 namespace qmx
 {
@@ -44,6 +45,24 @@ std::size_t parseConversion(std::string_view text, std::size_t at, Conversion& c
         conversion.letter = text[at++];
     return at;
 }
+
+/// Numbers of the calling thread are written with a point while it lives, whatever the program's locale.
+class PlainNumbers
+{
+public:
+    PlainNumbers() : before_(uselocale(plain())) {}
+    ~PlainNumbers() { uselocale(before_); }
+    PlainNumbers(const PlainNumbers&) = delete;
+    PlainNumbers& operator=(const PlainNumbers&) = delete;
+
+private:
+    static locale_t plain()
+    {
+        static const locale_t locale = newlocale(LC_ALL_MASK, "C", nullptr);
+        return locale;
+    }
+    const locale_t before_;
+};
 
 template <class Value> std::string print(const Conversion& conversion, const char* lettersBehind, Value value)
 {
@@ -100,6 +119,7 @@ std::string printValue(const Conversion& conversion, const FormatArgument::Value
 
 std::string formatArguments(std::string_view text, std::initializer_list<FormatArgument> arguments)
 {
+    const PlainNumbers plainNumbers;
     std::string result;
     auto next = arguments.begin();
     for (std::size_t at = 0; at < text.size();) {

@@ -2,6 +2,7 @@
 // Text from the platform's format strings. Knows %d %i %u %x %X %c %s %f %p with flags, width and precision, the
 // length letters h l ll q z (accepted and ignored: each value is printed at its own width), %@ for objects and
 // strings, and %%. A conversion without a value, or a value of the wrong kind, prints as "(?)"; nothing is undefined.
+// Numbers look the same in every locale.
 #pragma once
 
 #include "Foundation/Object.h"

@@ -3,6 +3,7 @@
 
 #include "Foundation/ArchiveClasses.h"
 #include "Foundation/Log.h"
+#include "Foundation/Memory.h"
 #include "Foundation/OpaqueObject.h"
 
 #include <concepts>
@@ -255,9 +256,7 @@ PropertyListRef ObjectTable::copied(const PropertyListRef& value, const OpaqueOb
     return copies_.emplace(value, copy).first->second;
 }
 
-} // namespace
-
-std::vector<std::uint8_t> KeyedArchiver::archivedDataWithRootObject(const std::shared_ptr<const Object>& object)
+std::vector<std::uint8_t> dataOf(const std::shared_ptr<const Object>& object)
 {
     ObjectTable table;
     Fields top;
@@ -272,6 +271,16 @@ std::vector<std::uint8_t> KeyedArchiver::archivedDataWithRootObject(const std::s
     archive.add("$top", std::move(top));
     archive.add("$objects", table.takeEntries());
     return binaryPropertyListData(archive);
+}
+
+} // namespace
+
+std::vector<std::uint8_t> KeyedArchiver::archivedDataWithRootObject(const std::shared_ptr<const Object>& object)
+{
+    std::vector<std::uint8_t> data;
+    if (!withinMemory([&] { data = dataOf(object); }))
+        Log("KeyedArchiver: not enough memory");
+    return data;
 }
 
 } // namespace qmx

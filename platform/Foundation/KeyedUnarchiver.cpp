@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "Foundation/KeyedUnarchiver.h"
 
+#include "Foundation/Memory.h"
 #include "Foundation/ObjectGraph.h"
 
 #include <optional>
@@ -34,11 +35,16 @@ std::optional<ObjectGraph> graphOf(std::span<const std::uint8_t> data)
 std::shared_ptr<Object> KeyedUnarchiver::unarchiveObjectWithData(std::span<const std::uint8_t> data,
                                                                  ArchiveError* error)
 {
-    if (const auto graph = graphOf(data))
-        return makeObjects(*graph, error);
+    ArchiveError reason = ArchiveError::noMemory;
+    auto root = withinMemory(std::shared_ptr<Object>(), [&]() -> std::shared_ptr<Object> {
+        if (const auto graph = graphOf(data))
+            return makeObjects(*graph, &reason);
+        reason = ArchiveError::incomprehensible;
+        return nullptr;
+    });
     if (error)
-        *error = ArchiveError::incomprehensible;
-    return nullptr;
+        *error = reason;
+    return root;
 }
 
 } // namespace qmx

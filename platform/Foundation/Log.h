@@ -4,6 +4,7 @@
 #pragma once
 
 #include "Foundation/Format.h"
+#include "Foundation/Memory.h"
 
 #include <functional>
 
@@ -25,18 +26,18 @@ QMX_EXPORT void setLogLevel(LogLevel level);
 QMX_EXPORT bool logs(LogLevel level);
 QMX_EXPORT void logLine(LogLevel level, const std::string& line);
 
-/// Logs one line at error level. Any thread but the real-time ones.
+/// Logs one line at error level; a line for which there is no memory is dropped. Any thread but the real-time ones.
 template <class... Arguments> void Log(std::string_view text, const Arguments&... arguments)
 {
     if (logs(LogLevel::error))
-        logLine(LogLevel::error, format(text, arguments...));
+        withinMemory([&] { logLine(LogLevel::error, format(text, arguments...)); });
 }
 
 /// Logs one line at debug level: traces of single passes, off unless asked for.
 template <class... Arguments> void LogDebug(std::string_view text, const Arguments&... arguments)
 {
     if (logs(LogLevel::debug))
-        logLine(LogLevel::debug, format(text, arguments...));
+        withinMemory([&] { logLine(LogLevel::debug, format(text, arguments...)); });
 }
 
 } // namespace qmx

@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "Foundation/Thread.h"
 
+#include "Foundation/FileSystem.h"
 #include "Foundation/Log.h"
+#include "Foundation/Memory.h"
 
 #include <pthread.h>
 #include <sched.h>
@@ -12,7 +14,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <cmath>
-#include <cstring>
 #include <mutex>
 #include <system_error>
 #include <vector>
@@ -44,14 +45,16 @@ int realTimePriority()
 
 std::thread start(const std::string& name, std::function<void()> body)
 {
-    try {
-        return std::thread([name = name.substr(0, 15), body = std::move(body)] {
-            pthread_setname_np(pthread_self(), name.c_str());
-            body();
-        });
-    } catch (const std::system_error&) {
-        return {}; // the system has no thread left
-    }
+    return withinMemory(std::thread(), [&]() -> std::thread {
+        try {
+            return std::thread([name = name.substr(0, 15), body = std::move(body)] {
+                pthread_setname_np(pthread_self(), name.c_str());
+                body();
+            });
+        } catch (const std::system_error&) {
+            return {}; // the system has no thread left
+        }
+    });
 }
 
 // What a forked process has of its parent's thread can neither be joined nor destroyed.
@@ -134,7 +137,8 @@ bool Thread::setRealTime(bool isRealTime)
         return true;
     const int error = errno;
     std::call_once(refusal, [error] {
-        Log("No real-time priority for audio threads (%s): sound may be lost on a busy machine", std::strerror(error));
+        Log("No real-time priority for audio threads (%s): sound may be lost on a busy machine",
+            systemErrorText(error));
     });
     return false;
 }

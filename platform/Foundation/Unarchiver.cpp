@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "Foundation/Unarchiver.h"
 
+#include "Foundation/Memory.h"
 #include "Foundation/ObjectGraph.h"
 #include "Foundation/SequentialArchive.h"
 
@@ -9,9 +10,14 @@ namespace qmx
 
 std::shared_ptr<Object> Unarchiver::unarchiveObjectWithData(std::span<const std::uint8_t> data, ArchiveError* error)
 {
-    ArchiveError reason = ArchiveError::none;
-    const auto graph = parseSequentialArchive(data, reason);
-    auto root = graph ? makeObjects(*graph, &reason) : nullptr;
+    ArchiveError reason = ArchiveError::noMemory;
+    auto root = withinMemory(std::shared_ptr<Object>(), [&] {
+        ArchiveError found = ArchiveError::none;
+        const auto graph = parseSequentialArchive(data, found);
+        auto made = graph ? makeObjects(*graph, &found) : nullptr;
+        reason = found;
+        return made;
+    });
     if (error)
         *error = reason;
     return root;

@@ -85,6 +85,12 @@ public:
     void setObject_forKey(std::shared_ptr<const Object> object, std::string key);
 
     void removeAllObjects();
+    /// Exchanges all entries with those of `other`.
+    void swap(Dictionary& other) noexcept
+    {
+        entries_.swap(other.entries_);
+        index_.swap(other.index_);
+    }
 
 private:
     std::vector<Entry> entries_;

@@ -6,8 +6,10 @@
 #include "Formats/QMXAudioStreamBasicDescription.h"
 #include "Formats/QMXFileUtils.h"
 #include "Foundation/Log.h"
+#include "Foundation/Memory.h"
 
 #include <new>
+#include <utility>
 
 namespace
 {
@@ -40,10 +42,12 @@ QMXAudioFile::QMXAudioFile(QMXAudioFileAccessMode mode)
 std::shared_ptr<QMXAudioFile> QMXAudioFile::initWithPath_accessMode(const std::optional<std::string>& path,
                                                                     QMXAudioFileAccessMode mode)
 {
-    std::shared_ptr<QMXAudioFile> file(new QMXAudioFile(mode));
-    if (path)
-        file->updatePath(path);
-    return file;
+    return qmx::withinMemory(std::shared_ptr<QMXAudioFile>(), [&] {
+        std::shared_ptr<QMXAudioFile> file(new QMXAudioFile(mode));
+        if (path)
+            file->takePath(pathOf(path));
+        return file;
+    });
 }
 
 QMXAudioFile::~QMXAudioFile()
@@ -54,10 +58,27 @@ QMXAudioFile::~QMXAudioFile()
 
 void QMXAudioFile::updatePath(const std::optional<std::string>& path)
 {
-    drainWrites(); // before the span is cleared
-    originalFilePath = path;
-    parentDirPath = path ? std::optional(pathLessLastComponent(*path)) : std::nullopt;
-    fileName = path ? std::optional(lastPathComponent(*path)) : std::nullopt;
+    const bool isTaken = qmx::withinMemory([&] {
+        Path taken = pathOf(path);
+        drainWrites(); // before the span is cleared
+        takePath(std::move(taken));
+    });
+    if (!isTaken)
+        qmx::Log("QMXAudioFile: not enough memory for a path");
+}
+
+QMXAudioFile::Path QMXAudioFile::pathOf(const std::optional<std::string>& path)
+{
+    if (!path)
+        return {};
+    return {path, pathLessLastComponent(*path), lastPathComponent(*path)};
+}
+
+void QMXAudioFile::takePath(Path path) noexcept
+{
+    originalFilePath = std::move(path.whole);
+    parentDirPath = std::move(path.parent);
+    fileName = std::move(path.name);
     resolveReferences();
     _fileOffset = _packetOffset = _fileLength = 0;
     rawByteBufferStartingOffset = rawByteBufferEndingOffset = 0;
@@ -73,7 +94,8 @@ void QMXAudioFile::resolveReferences()
     parentDirRef = audioFileRef = {};
     if (!originalFilePath)
         return;
-    const std::string parent = parentDirPath->empty() ? "." : *parentDirPath;
+    const std::string here = ".";
+    const std::string& parent = parentDirPath->empty() ? here : *parentDirPath;
     QMXFileUtils::makeFSRef_fromPath(&parentDirRef, parent);
     QMXFileUtils::makeFSSpec_fromPath(&parentDirSpec, parent);
     QMXFileUtils::makeFSRef_fromPath(&audioFileRef, *originalFilePath);
@@ -82,11 +104,12 @@ void QMXAudioFile::resolveReferences()
 
 bool QMXAudioFile::moveToPath_handler(const std::string& newPath, qmx::FileManagerHandler* handler)
 {
-    const bool moved = originalFilePath &&
-                       qmx::FileManager::defaultManager().movePath_toPath_handler(*originalFilePath, newPath, handler);
-    if (moved)
-        updatePath(newPath);
-    return moved;
+    std::optional<Path> path; // before the file is moved: after it nothing may fail
+    if (!originalFilePath || !qmx::withinMemory([&] { path = pathOf(newPath); }) ||
+        !qmx::FileManager::defaultManager().movePath_toPath_handler(*originalFilePath, newPath, handler))
+        return false;
+    takePath(std::move(*path));
+    return true;
 }
 
 bool QMXAudioFile::copyToPath_handler(const std::string& newPath, qmx::FileManagerHandler* handler)
@@ -127,7 +150,13 @@ bool QMXAudioFile::open()
 
 bool QMXAudioFile::didOpen()
 {
-    loadFormat();
+    if (!qmx::withinMemory([this] { loadFormat(); })) {
+        qmx::Log("QMXAudioFile: Error opening audio file");
+        lastStatus_ = memFullErr;
+        printOSStatusCode(memFullErr);
+        closePlatformFile();
+        return false;
+    }
     lastStatus_ = noErr;
     fileIsOpen = fileIsOpenForReading = true;
     fileIsOpenForWriting = fileAccessMode == QMXAudioFileAccessMode::readWrite;
@@ -143,8 +172,8 @@ bool QMXAudioFile::didOpen()
 void QMXAudioFile::loadFormat()
 {
     if (const auto record = anyProperty_propertyID(audioFileID_, kAudioFilePropertyDataFormat)) {
-        const QMXAudioStreamBasicDescription format(*static_cast<const AudioStreamBasicDescription*>(record.get()));
-        _setFileStreamFormat(format);
+        _setFileStreamFormat(std::make_shared<QMXAudioStreamBasicDescription>(
+            *static_cast<const AudioStreamBasicDescription*>(record.get())));
         formatWasRead_ = true;
     }
     if (const auto type = anyProperty_propertyID(audioFileID_, kAudioFilePropertyFileFormat))
@@ -159,7 +188,7 @@ bool QMXAudioFile::create()
         return initializeFile();
     closePlatformFile();
     resolveReferences();
-    const CFStringRef fileNameRef = CFStringCreate(fileName.value_or(""));
+    const CFStringRef fileNameRef = CFStringCreate(fileName ? std::string_view(*fileName) : "");
     const OSStatus status =
         AudioFileCreate(&parentDirRef, fileNameRef, _fileType,
                         _fileStreamFormat ? _fileStreamFormat->audioStreamBasicDescription() : nullptr, 0,
@@ -253,21 +282,23 @@ bool QMXAudioFile::setFileStreamFormat(const QMXAudioStreamBasicDescription& for
 {
     if (fileAccessMode == QMXAudioFileAccessMode::read)
         return false;
-    const bool wasOpen = fileIsOpen;
-    close();
-    _setFileStreamFormat(format);
-    formatWasRead_ = false;
-    if (wasOpen)
-        open();
-    return true;
+    return qmx::withinMemory(false, [&] {
+        auto copy = std::make_shared<QMXAudioStreamBasicDescription>(*format.audioStreamBasicDescription());
+        const bool wasOpen = fileIsOpen;
+        close();
+        _setFileStreamFormat(std::move(copy));
+        formatWasRead_ = false;
+        if (wasOpen)
+            open();
+        return true;
+    });
 }
 
-void QMXAudioFile::_setFileStreamFormat(const QMXAudioStreamBasicDescription& format)
+void QMXAudioFile::_setFileStreamFormat(std::shared_ptr<QMXAudioStreamBasicDescription> format)
 {
-    const AudioStreamBasicDescription record = *format.audioStreamBasicDescription(); // may be this object's own format
-    _fileStreamFormat = QMXAudioStreamBasicDescription::initWithAudioStreamBasicDescription(&record);
-    _fileType = determineFileType(*_fileStreamFormat);
-    copyFormatFields(record);
+    _fileType = determineFileType(*format);
+    copyFormatFields(*format->audioStreamBasicDescription());
+    _fileStreamFormat = std::move(format);
 }
 
 void QMXAudioFile::copyFormatFields(const AudioStreamBasicDescription& record)

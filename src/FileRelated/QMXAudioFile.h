@@ -31,7 +31,8 @@ enum class QMXAudioFileAccessMode : SInt32 {
 /// For long sequential work an optional cache keeps two buffers of 768 KiB: a thread of the object's own writes one to disk
 /// (or fills it from disk) while the caller works on the other, so that a recorder never waits for the disk.
 ///
-/// Failing platform calls are logged; the operation then returns false (or nothing) and the object stays usable.
+/// Failing platform calls are logged; the operation then returns false (or nothing) and the object stays usable. Where
+/// memory runs out the maker gives null, reads, writes and opens fail, and a path or format that was to be set is not.
 /// All operations: one thread at a time (main, or the saving thread of a recorder). Never on an I/O or render thread: with
 /// the cache on a write may wait for a free buffer, without it for the disk.
 class QMX_EXPORT QMXAudioFile : public qmx::Object
@@ -158,8 +159,13 @@ public:
 private:
     explicit QMXAudioFile(QMXAudioFileAccessMode mode);
 
+    struct Path {
+        std::optional<std::string> whole, parent, name;
+    };
+    static Path pathOf(const std::optional<std::string>& path);
+    void takePath(Path path) noexcept;
     void resolveReferences();
-    void _setFileStreamFormat(const QMXAudioStreamBasicDescription& format);
+    void _setFileStreamFormat(std::shared_ptr<QMXAudioStreamBasicDescription> format);
     void copyFormatFields(const AudioStreamBasicDescription& record);
     void loadFormat();
     bool didOpen();

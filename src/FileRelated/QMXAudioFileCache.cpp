@@ -7,6 +7,8 @@
 // cacheFailure_, so nobody ever waits for a disk that has failed; the caller's next call reports it and starts afresh.
 #include "FileRelated/QMXAudioFile.h"
 
+#include "Foundation/Memory.h"
+
 #include <algorithm>
 #include <chrono>
 #include <cstring>
@@ -49,10 +51,12 @@ void QMXAudioFile::startThread(CacheThread& cacheThread, std::atomic<bool>& isRu
     if (!hasBuffers() || isRunning)
         return;
     isRunning = true;
-    cacheThread.worker.emplace([&lock = cacheThread.runLock] { return lock.condition() == 0; });
-    cacheThread.thread = qmx::Thread(name, [this, &isRunning, body] {
-        (this->*body)();
-        isRunning = false;
+    qmx::withinMemory([&] {
+        cacheThread.worker.emplace([&lock = cacheThread.runLock] { return lock.condition() == 0; });
+        cacheThread.thread = qmx::Thread(name, [this, &isRunning, body] {
+            (this->*body)();
+            isRunning = false;
+        });
     });
     if (!cacheThread.thread.isJoinable()) { // reads and writes then go the direct way
         cacheThread.worker.reset();

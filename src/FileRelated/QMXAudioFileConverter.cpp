@@ -6,6 +6,7 @@
 #include "Formats/OwnedBufferList.h"
 #include "Formats/QMXAudioStreamBasicDescription.h"
 #include "Foundation/Log.h"
+#include "Foundation/Memory.h"
 
 #include <algorithm>
 #include <utility>
@@ -64,6 +65,42 @@ void passLayoutOn(const QMXExtAudioFile& source, const QMXExtAudioFile& destinat
                                 layout.data());
 }
 
+struct Conversion {
+    std::shared_ptr<QMXExtAudioFile> source, destination;
+    qmx::OwnedBufferList buffers;
+};
+
+/// Opens both sides.
+OSStatus prepare(Conversion& conversion, const std::string& sourcePath, const std::string& destinationPath,
+                 AudioFileTypeID fileType, const AudioStreamBasicDescription* format, UInt32 bitRate)
+{
+    const auto source = conversion.source = QMXExtAudioFile::initForReading(sourcePath);
+    if (const OSStatus status = source ? source->open() : kAudio_MemFullError; status != noErr)
+        return status;
+    const auto client = QMXAudioStreamBasicDescription::standardFormat(0);
+    client->setChannelsPerFrame(source->channelsPerFrame());
+    client->setSampleRate(source->sampleRate());
+    // both sides meet in this format, so that rates, channels and lengths agree
+    if (const OSStatus status = source->setClientStreamFormat(*client->audioStreamBasicDescription()); status != noErr)
+        return status;
+
+    const AudioStreamBasicDescription target =
+        targetFormat(format ? *format : AudioStreamBasicDescription{}, fileType, *source->fileStreamFormat());
+    const auto destination = conversion.destination = QMXExtAudioFile::initForWriting_fileType_clientFormat_fileFormat(
+        destinationPath, fileType, client->audioStreamBasicDescription(), &target);
+    if (!destination)
+        return kAudio_MemFullError;
+    (void)destination->open(); // the status of its last step, which says nothing of the others
+    if (const OSStatus status = destination->openingFailure(); status != noErr)
+        return status;
+    passLayoutOn(*source, *destination);
+    if (bitRate > 0)
+        destination->setBitRate(bitRate);
+    conversion.buffers.reset(QMXAudioBufferList::allocateBuffers_channelsPerBuffer_dataByteSize(
+        1, source->channelsPerFrame(), bufferSize(*client)));
+    return conversion.buffers ? noErr : kAudio_MemFullError;
+}
+
 /// Copies all frames; gives the status of the last write.
 OSStatus copyFrames(QMXExtAudioFile& source, QMXExtAudioFile& destination, AudioBufferList& buffers,
                     QMXProgressSubscriber* subscriber)
@@ -97,7 +134,8 @@ OSStatus copyFrames(QMXExtAudioFile& source, QMXExtAudioFile& destination, Audio
 
 std::shared_ptr<QMXAudioFileConverter> QMXAudioFileConverter::initWithInputFilePath(const std::string& path)
 {
-    return std::shared_ptr<QMXAudioFileConverter>(new QMXAudioFileConverter(path));
+    return qmx::withinMemory(std::shared_ptr<QMXAudioFileConverter>(),
+                             [&] { return std::shared_ptr<QMXAudioFileConverter>(new QMXAudioFileConverter(path)); });
 }
 
 QMXAudioFileConverter::QMXAudioFileConverter(std::string path) : mInputFilePath(std::move(path)) {}
@@ -108,35 +146,17 @@ OSStatus QMXAudioFileConverter::convertFileToPath_toFileType_toFormat_subscriber
 {
     qmx::LogDebug("Entering convertFile with args: inSourcePath: %@, inDestinationPath: %@, inFormat: %@, "
                   "inProgressSubscriber: %@",
-                  mInputFilePath, destinationPath, format ? format->description() : "(null)",
-                  subscriber ? "QMXProgressSubscriber" : "(null)");
-    const auto source = QMXExtAudioFile::initForReading(mInputFilePath);
-    if (const OSStatus status = source->open(); status != noErr)
-        return status;
-    const auto client = QMXAudioStreamBasicDescription::standardFormat(0);
-    client->setChannelsPerFrame(source->channelsPerFrame());
-    client->setSampleRate(source->sampleRate());
-    // both sides meet in this format, so that rates, channels and lengths agree
-    if (const OSStatus status = source->setClientStreamFormat(*client->audioStreamBasicDescription()); status != noErr)
-        return status;
-
-    const AudioStreamBasicDescription wish =
-        format ? *format->audioStreamBasicDescription() : AudioStreamBasicDescription{};
-    const AudioStreamBasicDescription target = targetFormat(wish, fileType, *source->fileStreamFormat());
-    const auto destination = QMXExtAudioFile::initForWriting_fileType_clientFormat_fileFormat(
-        destinationPath, fileType, client->audioStreamBasicDescription(), &target);
-    (void)destination->open(); // the status of its last step, which says nothing of the others
-    OSStatus status = destination->openingFailure();
+                  mInputFilePath, destinationPath, format, subscriber ? "QMXProgressSubscriber" : "(null)");
+    Conversion conversion;
+    OSStatus status = qmx::withinMemory(kAudio_MemFullError, [&] {
+        return prepare(conversion, mInputFilePath, destinationPath, fileType,
+                       format ? format->audioStreamBasicDescription() : nullptr, bitRate_);
+    });
     if (status != noErr)
         return status;
-    passLayoutOn(*source, *destination);
-    if (bitRate_ > 0)
-        destination->setBitRate(bitRate_);
-    const qmx::OwnedBufferList buffers(QMXAudioBufferList::allocateBuffers_channelsPerBuffer_dataByteSize(
-        1, source->channelsPerFrame(), bufferSize(*client)));
-    status = buffers ? copyFrames(*source, *destination, *buffers, subscriber) : kAudio_MemFullError;
-    source->close();
-    const OSStatus closed = destination->close();
+    status = copyFrames(*conversion.source, *conversion.destination, *conversion.buffers, subscriber);
+    conversion.source->close();
+    const OSStatus closed = conversion.destination->close();
     return status != noErr ? status : closed;
 }
 
@@ -146,13 +166,18 @@ OSStatus QMXAudioFileConverter::convertFileToPath_toFileType_subscriber(const st
 {
     qmx::LogDebug("Entering convertFile with args: inSourcePath: %@, inDestinationPath: %@, inProgressSubscriber: %@",
                   mInputFilePath, destinationPath, subscriber ? "QMXProgressSubscriber" : "(null)");
-    const auto source = QMXExtAudioFile::initForReading(mInputFilePath);
-    if (const OSStatus status = source->open(); status != noErr)
-        return status;
-    // intended: the byte counts stay those of stereo; a packed format is taken by its channels and bits
-    const auto format = QMXAudioStreamBasicDescription::standardFormat(7);
-    format->setSampleRate(source->sampleRate());
-    format->setChannelsPerFrame(source->channelsPerFrame());
-    source->close();
-    return convertFileToPath_toFileType_toFormat_subscriber(destinationPath, fileType, format, subscriber);
+    std::shared_ptr<QMXAudioStreamBasicDescription> format;
+    const OSStatus status = qmx::withinMemory(kAudio_MemFullError, [&] {
+        const auto source = QMXExtAudioFile::initForReading(mInputFilePath);
+        if (const OSStatus opened = source ? source->open() : kAudio_MemFullError; opened != noErr)
+            return opened;
+        // intended: the byte counts stay those of stereo; a packed format is taken by its channels and bits
+        format = QMXAudioStreamBasicDescription::standardFormat(7);
+        format->setSampleRate(source->sampleRate());
+        format->setChannelsPerFrame(source->channelsPerFrame());
+        return noErr;
+    });
+    return status == noErr
+               ? convertFileToPath_toFileType_toFormat_subscriber(destinationPath, fileType, format, subscriber)
+               : status;
 }

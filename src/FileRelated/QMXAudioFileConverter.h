@@ -16,6 +16,7 @@ class QMXAudioStreamBasicDescription;
 class QMX_EXPORT QMXAudioFileConverter : public qmx::Object
 {
 public:
+    /// Null when memory is short.
     static std::shared_ptr<QMXAudioFileConverter> initWithInputFilePath(const std::string& path);
 
     /// Copies the file to a new one (a path that exists is left as it is) in the data format `format`. Linear PCM goes

@@ -4,6 +4,7 @@
 #include "FileRelated/QMXAudioFile.h"
 #include "Formats/QMXAudioStreamBasicDescription.h"
 #include "Foundation/HeapBlock.h"
+#include "Foundation/Memory.h"
 #include "Processing/QMXAudioConverter.h"
 
 namespace
@@ -60,12 +61,13 @@ UInt32 QMXAudioFileFrameIntervalCopier::copyFramesWithInterval_fromFile_interval
     const UInt32 frameBytes = file.bytesPerFrame();
     const UInt64 room = (frames - 1) / interval + 1;
     const qmx::HeapBlock staged(frameBytes > 0 ? std::calloc(room, frameBytes) : nullptr);
-    if (!staged)
+    const auto format = qmx::withinMemory(std::shared_ptr<QMXAudioStreamBasicDescription>(),
+                                          [&] { return bigEndianFloats(*file.fileStreamFormat()); });
+    if (!staged || !format)
         return 0;
     const auto position = [frameBytes](SInt64 frame) { return static_cast<UInt32>(frame) * frameBytes; };
     const UInt32 reached = stageFrames(file, position(fromFrame), position(toFrame), interval * frameBytes,
                                        static_cast<Byte*>(staged.get()), room, count, subscriber);
-    const auto format = bigEndianFloats(*file.fileStreamFormat());
     if (const auto converter =
             QMXAudioConverter::initWithSourceFormat_destinationFormat(file.fileStreamFormat(), format)) {
         auto outputSize = static_cast<UInt32>(format->bytesPerFrame() * count);

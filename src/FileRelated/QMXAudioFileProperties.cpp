@@ -3,6 +3,7 @@
 #include "FileRelated/QMXAudioFile.h"
 
 #include "Foundation/Log.h"
+#include "Foundation/Memory.h"
 
 #include <array>
 #include <utility>
@@ -58,7 +59,7 @@ UInt32 QMXAudioFile::sizeOfPropertyData_propertyID(AudioFileID file, AudioFilePr
     const OSStatus status = AudioFileGetPropertyInfo(file, property, &size, nullptr);
     if (status == noErr)
         return size;
-    qmx::Log("ERROR READING AUDIO FILE PROPERTY SIZE FOR: %@", propertyName(property));
+    qmx::withinMemory([&] { qmx::Log("ERROR READING AUDIO FILE PROPERTY SIZE FOR: %@", propertyName(property)); });
     printOSStatusCode(status);
     return 0;
 }
@@ -72,7 +73,7 @@ qmx::HeapBlock QMXAudioFile::anyProperty_propertyID(AudioFileID file, AudioFileP
     const OSStatus status = AudioFileGetProperty(file, property, &size, value.get());
     if (status == noErr)
         return value;
-    qmx::Log("ERR READ AUDIO FILE PROP: %@", propertyName(property));
+    qmx::withinMemory([&] { qmx::Log("ERR READ AUDIO FILE PROP: %@", propertyName(property)); });
     printOSStatusCode(status);
     return nullptr;
 }

@@ -6,6 +6,7 @@
 #include "Formats/QMXFileUtils.h"
 #include "Foundation/CFString.h"
 #include "Foundation/FailureLine.h"
+#include "Foundation/Memory.h"
 
 #include <algorithm>
 #include <array>
@@ -34,7 +35,8 @@ SInt64 saturated(Float64 frames)
 
 std::shared_ptr<QMXExtAudioFile> QMXExtAudioFile::init(const std::string& path)
 {
-    return std::shared_ptr<QMXExtAudioFile>(new QMXExtAudioFile(path));
+    return qmx::withinMemory(std::shared_ptr<QMXExtAudioFile>(),
+                             [&] { return std::shared_ptr<QMXExtAudioFile>(new QMXExtAudioFile(path)); });
 }
 
 std::shared_ptr<QMXExtAudioFile>
@@ -43,6 +45,8 @@ QMXExtAudioFile::initForWriting_fileType_clientFormat_fileFormat(const std::stri
                                                                  const AudioStreamBasicDescription* fileFormat)
 {
     auto file = init(path);
+    if (!file)
+        return nullptr;
     file->mFileAccessMode = QMXAudioFileAccessMode::write;
     file->mAudioFileType = fileType;
     file->mClientFormat = recordOrZero(clientFormat);
@@ -61,6 +65,8 @@ std::shared_ptr<QMXExtAudioFile>
 QMXExtAudioFile::initForReading_clientFormat(const std::string& path, const AudioStreamBasicDescription* clientFormat)
 {
     auto file = init(path);
+    if (!file)
+        return nullptr;
     file->mClientFormat = recordOrZero(clientFormat);
     file->mLengthInFrames = -1;
     return file;
@@ -69,8 +75,10 @@ QMXExtAudioFile::initForReading_clientFormat(const std::string& path, const Audi
 std::shared_ptr<QMXExtAudioFile> QMXExtAudioFile::initForReading(const std::string& path)
 {
     // what a default output unit takes before it is started
-    return initForReading_clientFormat(
-        path, QMXAudioStreamBasicDescription::standardFormat(1)->audioStreamBasicDescription());
+    return qmx::withinMemory(std::shared_ptr<QMXExtAudioFile>(), [&] {
+        const auto format = QMXAudioStreamBasicDescription::standardFormat(1);
+        return initForReading_clientFormat(path, format->audioStreamBasicDescription());
+    });
 }
 
 QMXExtAudioFile::QMXExtAudioFile(const std::string& path) : mOriginalFilePath(path)
@@ -84,8 +92,9 @@ QMXExtAudioFile::QMXExtAudioFile(const std::string& path) : mOriginalFilePath(pa
 /// A reference is of something that is there: what is made later is looked for again.
 void QMXExtAudioFile::resolveReferences()
 {
+    const std::string root = "/", here = ".";
     const bool isInRoot = mParentDirPath.empty() && mOriginalFilePath.starts_with('/');
-    const std::string parent = isInRoot ? "/" : mParentDirPath.empty() ? "." : mParentDirPath;
+    const std::string& parent = isInRoot ? root : mParentDirPath.empty() ? here : mParentDirPath;
     QMXFileUtils::makeFSRef_fromPath(&mAudioFileRef, mOriginalFilePath);
     QMXFileUtils::makeFSRef_fromPath(&mParentDirRef, parent);
 }

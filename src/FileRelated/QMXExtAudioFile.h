@@ -16,7 +16,7 @@
 class QMX_EXPORT QMXExtAudioFile : public qmx::Object
 {
 public:
-    // None of these opens the file.
+    // None of these opens the file. Null when memory is short.
     /// A closed object on `path` (the file need not exist), without type and formats.
     static std::shared_ptr<QMXExtAudioFile> init(const std::string& path);
     /// For a new file of a type and data format, written in a client format. Null records are left zero.

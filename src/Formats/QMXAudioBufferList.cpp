@@ -37,8 +37,13 @@ AudioBufferList* QMXAudioBufferList::allocateBuffers_channelsPerBuffer_dataByteS
     if (!list)
         return nullptr;
     list->mNumberBuffers = count;
-    for (UInt32 i = 0; i < count; ++i)
+    for (UInt32 i = 0; i < count; ++i) {
         list->mBuffers[i] = {.mNumberChannels = channels, .mDataByteSize = bytes, .mData = std::calloc(1, bytes)};
+        if (!list->mBuffers[i].mData) {
+            destroyBuffers(list);
+            return nullptr;
+        }
+    }
     return list;
 }
 

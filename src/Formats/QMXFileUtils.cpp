@@ -4,11 +4,13 @@
 #include "Foundation/FileManager.h"
 
 #include <cstring>
+#include <new>
 
 std::unique_ptr<UInt8[]> QMXFileUtils::makeUnicode(const std::string& path)
 {
-    auto text = std::make_unique<UInt8[]>(path.size() + 1);
-    std::memcpy(text.get(), path.c_str(), path.size() + 1);
+    std::unique_ptr<UInt8[]> text(new (std::nothrow) UInt8[path.size() + 1]);
+    if (text)
+        std::memcpy(text.get(), path.c_str(), path.size() + 1);
     return text;
 }
 

@@ -6,6 +6,7 @@
 #include "Foundation/FailureLine.h"
 #include "Foundation/Format.h"
 #include "Foundation/Log.h"
+#include "Foundation/Memory.h"
 
 #include <algorithm>
 #include <utility>
@@ -58,8 +59,12 @@ std::shared_ptr<QMXAudioConverter> QMXAudioConverter::initWithSourceFormat_desti
 {
     if (!sourceFormat || !destinationFormat)
         return nullptr;
-    std::shared_ptr<QMXAudioConverter> object(
-        new QMXAudioConverter(std::move(sourceFormat), std::move(destinationFormat)));
+    auto object = qmx::withinMemory(std::shared_ptr<QMXAudioConverter>(), [&] {
+        return std::shared_ptr<QMXAudioConverter>(
+            new QMXAudioConverter(std::move(sourceFormat), std::move(destinationFormat)));
+    });
+    if (!object)
+        return nullptr;
     object->setupGraph();
     const OSStatus status =
         AudioConverterNew(object->mSourceFormat->audioStreamBasicDescription(),

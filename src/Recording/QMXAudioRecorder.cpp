@@ -301,6 +301,8 @@ bool QMXAudioRecorder::openFile()
     const auto given = _audioFile;
     if (!_audioFile)
         makeFile();
+    if (!_audioFile)
+        return refuse(kAudio_MemFullError, audioFilePath_.value_or("") + ": not enough memory");
     const bool wasOpen = _audioFile->isOpen();
     if (wasOpen && recorderState == paused)
         return true; // the conversion goes on where it stopped
@@ -326,6 +328,8 @@ void QMXAudioRecorder::makeFile()
             files.removeFileAtPath_handler(*audioFilePath_, nullptr);
     }
     auto file = QMXAudioFile::initWithPath_accessMode(audioFilePath_, QMXAudioFileAccessMode::readWrite);
+    if (!file)
+        return;
     if (_destinationFormat)
         file->setFileStreamFormat(*_destinationFormat);
     file->setUseCache(useAudioFileCache);

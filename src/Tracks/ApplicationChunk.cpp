@@ -4,6 +4,7 @@
 #include "CoreAudioTypes/FourCharCode.h"
 #include "Foundation/KeyedArchiver.h"
 #include "Foundation/KeyedUnarchiver.h"
+#include "Foundation/Memory.h"
 #include "Foundation/Unarchiver.h"
 #include "Tracks/FileEdit.h"
 #include "Tracks/QMXAIFFUtility.h"
@@ -13,7 +14,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <limits>
-#include <system_error>
 
 namespace qmx
 {
@@ -86,13 +86,14 @@ bool lacksRoom(SystemError error)
 SystemError writeChunk(FileHandle& file, const ChunkOverwrite& chunk, SInt64 fileEnd, bool isJournaled)
 {
     FileEdit edit(file);
-    SystemError error = isJournaled ? edit.write(fileEnd, journalOf(chunk, fileEnd)) : 0;
-    if (error == 0)
-        error = edit.write(chunk.position, chunk.bytes);
-    if (error == 0 && chunk.fileEnd != fileEnd)
-        error = edit.write(4, formSizeField(chunk.fileEnd));
-    if (error == 0 && isJournaled)
-        error = file.truncateFileAtOffset(chunk.fileEnd);
+    const SystemError error = withinMemory(ENOMEM, [&] {
+        SystemError done = isJournaled ? edit.write(fileEnd, journalOf(chunk, fileEnd)) : 0;
+        if (done == 0)
+            done = edit.write(chunk.position, chunk.bytes);
+        if (done == 0 && chunk.fileEnd != fileEnd)
+            done = edit.write(4, formSizeField(chunk.fileEnd));
+        return done == 0 && isJournaled ? file.truncateFileAtOffset(chunk.fileEnd) : done;
+    });
     if (error != 0)
         edit.undo();
     return error;
@@ -164,7 +165,7 @@ Refusal storeArchive(FileHandle& file, std::span<const UInt8> archive, const std
     SystemError error = writeChunk(file, *chunk, fileEnd, target.has_value());
     if (target && lacksRoom(error))
         error = writeChunk(file, *chunk, fileEnd, false);
-    return error == 0 ? std::nullopt : Refusal(std::generic_category().message(error));
+    return error == 0 ? std::nullopt : Refusal(systemErrorText(error));
 }
 
 } // namespace qmx

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "Tracks/ProcessingPasses.h"
 
+#include "Foundation/Memory.h"
+
 #include <algorithm>
 #include <cstring>
 
@@ -59,7 +61,13 @@ UInt32 ProcessingPasses::decode()
     const AudioBuffer& packets = run_.fileBuffers->mBuffers[0];
     if (run_.internalFormat.mChannelsPerFrame < run_.fileFormat.mChannelsPerFrame && packets.mData) {
         const auto* const bytes = static_cast<const Byte*>(packets.mData);
-        original_.assign(bytes, bytes + std::size_t{frames} * run_.fileFormat.mBytesPerFrame);
+        const auto keep = [&] {
+            original_.assign(bytes, bytes + std::size_t{frames} * run_.fileFormat.mBytesPerFrame);
+        };
+        if (!withinMemory(keep)) {
+            checkedStep(memFullErr);
+            return 0;
+        }
     }
     return frames;
 }

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "Tracks/QMXAIFAudioTrackInfoReader.h"
 
+#include "Foundation/Memory.h"
 #include "Tracks/ApplicationChunk.h"
 #include "Tracks/StoredFile.h"
 
@@ -13,18 +14,23 @@ QMXAIFAudioTrackInfoReader::QMXAIFAudioTrackInfoReader(std::string path)
 
 std::shared_ptr<QMXAIFAudioTrackInfoReader> QMXAIFAudioTrackInfoReader::initWithAudioFilePath(std::string path)
 {
-    return std::shared_ptr<QMXAIFAudioTrackInfoReader>(new QMXAIFAudioTrackInfoReader(std::move(path)));
+    return qmx::withinMemory(std::shared_ptr<QMXAIFAudioTrackInfoReader>(), [&] {
+        return std::shared_ptr<QMXAIFAudioTrackInfoReader>(new QMXAIFAudioTrackInfoReader(std::move(path)));
+    });
 }
 
 std::shared_ptr<QMXTrackAndProcessingInfo> QMXAIFAudioTrackInfoReader::read()
 {
-    std::vector<UInt8> archive;
-    qmx::readStoredFile(audioFilePath(), [&](qmx::FileHandle& file) {
-        qmx::findApplicationChunks(file, mApplSignature, qmx::ByteOrder::big, [&](const qmx::ApplicationChunk& chunk) {
-            if (qmx::isUsable(chunk))
-                archive = qmx::readArchive(file, chunk);
-            return !qmx::isUsable(chunk);
+    return qmx::withinMemory(std::shared_ptr<QMXTrackAndProcessingInfo>(), [&] {
+        std::vector<UInt8> archive;
+        qmx::readStoredFile(audioFilePath(), [&](qmx::FileHandle& file) {
+            qmx::findApplicationChunks(file, mApplSignature, qmx::ByteOrder::big,
+                                       [&](const qmx::ApplicationChunk& chunk) {
+                                           if (qmx::isUsable(chunk))
+                                               archive = qmx::readArchive(file, chunk);
+                                           return !qmx::isUsable(chunk);
+                                       });
         });
+        return qmx::recordFrom(archive).value_or(nullptr);
     });
-    return qmx::recordFrom(archive).value_or(nullptr);
 }

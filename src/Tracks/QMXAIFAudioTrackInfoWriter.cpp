@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "Tracks/QMXAIFAudioTrackInfoWriter.h"
 
+#include "Foundation/Log.h"
+#include "Foundation/Memory.h"
 #include "Tracks/ApplicationChunk.h"
 #include "Tracks/StoredFile.h"
 
@@ -14,12 +16,15 @@ QMXAIFAudioTrackInfoWriter::QMXAIFAudioTrackInfoWriter(std::string path)
 
 std::shared_ptr<QMXAIFAudioTrackInfoWriter> QMXAIFAudioTrackInfoWriter::initWithAudioFilePath(std::string path)
 {
-    return std::shared_ptr<QMXAIFAudioTrackInfoWriter>(new QMXAIFAudioTrackInfoWriter(std::move(path)));
+    return qmx::withinMemory(std::shared_ptr<QMXAIFAudioTrackInfoWriter>(), [&] {
+        return std::shared_ptr<QMXAIFAudioTrackInfoWriter>(new QMXAIFAudioTrackInfoWriter(std::move(path)));
+    });
 }
 
 SInt32 QMXAIFAudioTrackInfoWriter::write()
 {
-    write(trackAndProcInfo());
+    if (!qmx::withinMemory([&] { write(trackAndProcInfo()); }))
+        qmx::Log("QMXAIFAudioTrackInfoWriter: not enough memory");
     return 0;
 }
 

@@ -1,13 +1,13 @@
 // SPDX-License-Identifier: MIT
 #include "Tracks/QMXAIFFUtility.h"
 
+#include "Foundation/Memory.h"
 #include "Tracks/StoreJournal.h"
 #include "Tracks/StoredFile.h"
 
 #include <algorithm>
 #include <array>
 #include <limits>
-#include <vector>
 
 namespace
 {
@@ -26,24 +26,23 @@ public:
     {
         if (!holds(position, count)) {
             file_.seekToFileOffset(position);
-            window_ = file_.readDataOfLength(windowSize);
+            size_ = file_.readData(window_);
             start_ = position;
         }
         return holds(position, count) ? std::span(window_).subspan(static_cast<std::size_t>(position - start_), count)
-                                      : std::span<const UInt8>();
+                                      : std::span<UInt8>();
     }
 
 private:
-    static constexpr std::size_t windowSize = 4096;
-
     bool holds(SInt64 position, std::size_t count) const
     {
-        return position >= start_ && static_cast<std::size_t>(position - start_) + count <= window_.size();
+        return position >= start_ && static_cast<std::size_t>(position - start_) + count <= size_;
     }
 
     qmx::FileHandle& file_;
     SInt64 start_ = 0;
-    std::vector<UInt8> window_;
+    std::size_t size_ = 0;
+    std::array<UInt8, 4096> window_;
 };
 
 std::string_view textOf(std::span<const UInt8> bytes)
@@ -98,8 +97,8 @@ SInt32 QMXAIFFUtility::checkFileAtPath_shouldRepair(qmx::FileHandle& file, bool 
 {
     const SInt64 length = file.seekToEndOfFile();
     file.seekToFileOffset(0);
-    const std::vector<UInt8> header = file.readDataOfLength(chunkHeaderSize);
-    if (header.size() < chunkHeaderSize || textOf(std::span(header).first(4)) != "FORM")
+    std::array<UInt8, chunkHeaderSize> header{};
+    if (file.readData(header) < header.size() || textOf(std::span(header).first(4)) != "FORM")
         return 4;
     const UInt32 formSize = qmx::load32(&header[4], qmx::ByteOrder::big);
     if (length == SInt64{formSize} + chunkHeaderSize)
@@ -119,29 +118,33 @@ SInt32 QMXAIFFUtility::checkFileAtPath_shouldRepair(qmx::FileHandle& file, bool 
 
 bool QMXAIFFUtility::validateFileAtPath(const std::string& path)
 {
-    const auto file = qmx::FileHandle::fileHandleForReadingAtPath(path);
-    if (!file)
-        return false;
-    const qmx::FileLock lock = file->lock();
-    return checkFileAtPath_shouldRepair(*file, false) == 1;
+    return qmx::withinMemory(false, [&] {
+        const auto file = qmx::FileHandle::fileHandleForReadingAtPath(path);
+        if (!file)
+            return false;
+        const qmx::FileLock lock = file->lock();
+        return checkFileAtPath_shouldRepair(*file, false) == 1;
+    });
 }
 
 SInt32 QMXAIFFUtility::repairFileAtPath(const std::string& path)
 {
-    const auto file = qmx::FileHandle::fileHandleForUpdatingAtPath(path);
-    if (!file)
-        return 0;
-    const qmx::FileLock lock = file->lock();
-    if (const auto settlement = qmx::settlementOf(*file))
-        qmx::settle(*file, *settlement);
-    const SInt32 code = checkFileAtPath_shouldRepair(*file, true);
-    file->synchronizeFile();
-    return code;
+    return qmx::withinMemory(0, [&]() -> SInt32 {
+        const auto file = qmx::FileHandle::fileHandleForUpdatingAtPath(path);
+        if (!file)
+            return 0;
+        const qmx::FileLock lock = file->lock();
+        if (const auto settlement = qmx::settlementOf(*file))
+            qmx::settle(*file, *settlement);
+        const SInt32 code = checkFileAtPath_shouldRepair(*file, true);
+        file->synchronizeFile();
+        return code;
+    });
 }
 
 bool QMXAIFFUtility::settleStoreInFileAtPath(const std::string& path)
 {
-    return qmx::settleFileAtPath(path);
+    return qmx::withinMemory(false, [&] { return qmx::settleFileAtPath(path); });
 }
 
 SInt32 QMXAIFFUtility::getNextChunkId(std::string_view chunkId)

@@ -7,11 +7,13 @@
 #include "Formats/QMXAudioStreamBasicDescription.h"
 #include "Formats/QMXFileUtils.h"
 #include "Foundation/CFString.h"
+#include "Foundation/Memory.h"
 #include "Tracks/ProcessingPasses.h"
 
 #include <algorithm>
 #include <filesystem>
 #include <mutex>
+#include <new>
 #include <utility>
 #include <vector>
 
@@ -52,7 +54,7 @@ void keepForever(AudioBufferList* block)
     static std::mutex mutex;
     static auto* const kept = new std::vector<AudioBufferList*>;
     const std::scoped_lock lock(mutex);
-    kept->push_back(block);
+    qmx::withinMemory([&] { kept->push_back(block); });
 }
 
 struct CloseFile {
@@ -101,8 +103,10 @@ std::shared_ptr<QMXAudioFileProcessor> QMXAudioFileProcessor::initWithSourcePath
     const std::string& path, std::shared_ptr<QMXAudioProcessor> processor,
     std::shared_ptr<QMXProgressSubscriber> subscriber)
 {
-    return std::shared_ptr<QMXAudioFileProcessor>(
-        new QMXAudioFileProcessor(path, std::move(processor), std::move(subscriber)));
+    return qmx::withinMemory(std::shared_ptr<QMXAudioFileProcessor>(), [&] {
+        return std::shared_ptr<QMXAudioFileProcessor>(
+            new QMXAudioFileProcessor(path, std::move(processor), std::move(subscriber)));
+    });
 }
 
 QMXAudioFileProcessor::QMXAudioFileProcessor(const std::string& path, std::shared_ptr<QMXAudioProcessor> processor,
@@ -110,6 +114,8 @@ QMXAudioFileProcessor::QMXAudioFileProcessor(const std::string& path, std::share
     : mAudioProcessor(std::move(processor)), mProgressSubscriber(std::move(subscriber)), mInputFilePath(path),
       mInputFile(QMXExtAudioFile::initForReading(path))
 {
+    if (!mInputFile)
+        throw std::bad_alloc();
     checkedStep(mInputFile->open());
     mFileStreamFormat = *mInputFile->fileStreamFormat();
     mInternalFormat = processingFormat(mFileStreamFormat.mSampleRate);
@@ -136,9 +142,15 @@ OSStatus QMXAudioFileProcessor::copyFramesToPath_startFrame_endFrame(const std::
     OpenFile source = openSource(mInputFilePath, fsRdPerm, kAudioFileAIFFType);
     AudioStreamBasicDescription format;
     checkedStep(fileProperty(source.get(), kAudioFilePropertyDataFormat, format));
-    AudioStreamBasicDescription internal = processingFormat(format.mSampleRate);
-    internal.mChannelsPerFrame = format.mChannelsPerFrame;
-    OpenFile target = createTarget(destinationPath, format);
+    AudioStreamBasicDescription internal;
+    OpenFile target;
+    const bool isReady = qmx::withinMemory([&] {
+        internal = processingFormat(format.mSampleRate);
+        internal.mChannelsPerFrame = format.mChannelsPerFrame;
+        target = createTarget(destinationPath, format);
+    });
+    if (!isReady)
+        return memFullErr;
 
     SInt64 packetCount = 0;
     checkedStep(fileProperty(source.get(), kAudioFilePropertyAudioDataPacketCount, packetCount));

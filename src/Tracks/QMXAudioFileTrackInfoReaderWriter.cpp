@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "Tracks/QMXAudioFileTrackInfoReaderWriter.h"
 
+#include "Foundation/Log.h"
+#include "Foundation/Memory.h"
 #include "Tracks/ApplicationChunk.h"
 #include "Tracks/QMXAIFFUtility.h"
 #include "Tracks/StoredFile.h"
@@ -16,39 +18,45 @@ QMXAudioFileTrackInfoReaderWriter::QMXAudioFileTrackInfoReaderWriter(std::string
 std::shared_ptr<QMXAudioFileTrackInfoReaderWriter>
 QMXAudioFileTrackInfoReaderWriter::initWithAudioFilePath(std::string path)
 {
-    return std::shared_ptr<QMXAudioFileTrackInfoReaderWriter>(new QMXAudioFileTrackInfoReaderWriter(std::move(path)));
+    return qmx::withinMemory(std::shared_ptr<QMXAudioFileTrackInfoReaderWriter>(), [&] {
+        return std::shared_ptr<QMXAudioFileTrackInfoReaderWriter>(
+            new QMXAudioFileTrackInfoReaderWriter(std::move(path)));
+    });
 }
 
-QMXTrackAndProcessingInfo& QMXAudioFileTrackInfoReaderWriter::record()
+template <class Change> void QMXAudioFileTrackInfoReaderWriter::changeRecord(Change change)
 {
     if (!mInfoData)
         mInfoData = QMXTrackAndProcessingInfo::init();
-    return *mInfoData;
+    if (mInfoData)
+        change(*mInfoData);
+    else
+        qmx::Log("QMXAudioFileTrackInfoReaderWriter: not enough memory for a record");
 }
 
 void QMXAudioFileTrackInfoReaderWriter::addTrackInfo(std::shared_ptr<QMXAudioTrackInfo> track)
 {
-    record().addTrackInfo(std::move(track));
+    changeRecord([&](auto& record) { record.addTrackInfo(std::move(track)); });
 }
 
 void QMXAudioFileTrackInfoReaderWriter::addTrackInfoForAllTracks(const TrackList& tracks)
 {
-    record().addTrackInfoForAllTracks(tracks);
+    changeRecord([&](auto& record) { record.addTrackInfoForAllTracks(tracks); });
 }
 
 void QMXAudioFileTrackInfoReaderWriter::addAudioProcessingInfo(std::shared_ptr<QMXAudioProcessingRangeInfo> range)
 {
-    record().addAudioProcessingInfo(std::move(range));
+    changeRecord([&](auto& record) { record.addAudioProcessingInfo(std::move(range)); });
 }
 
 void QMXAudioFileTrackInfoReaderWriter::addAudioProcessingForAllTracks(const ProcessingList& ranges)
 {
-    record().addAudioProcessingForAllTracks(ranges);
+    changeRecord([&](auto& record) { record.addAudioProcessingForAllTracks(ranges); });
 }
 
 void QMXAudioFileTrackInfoReaderWriter::setFileHasBeenProcessed(bool processed)
 {
-    record().setFileHasBeenProcessed(processed);
+    changeRecord([&](auto& record) { record.setFileHasBeenProcessed(processed); });
 }
 
 std::shared_ptr<QMXTrackAndProcessingInfo::TrackList> QMXAudioFileTrackInfoReaderWriter::trackInfos() const
@@ -80,10 +88,12 @@ bool QMXAudioFileTrackInfoReaderWriter::fileHasBeenProcessed() const
 
 bool QMXAudioFileTrackInfoReaderWriter::readTrackInfosFromFile()
 {
-    std::vector<UInt8> archive;
-    qmx::readStoredFile(mAudioFilePath, [&](qmx::FileHandle& file) { archive = readDataFromFile(file); });
-    if (auto record = qmx::recordFrom(archive))
-        mInfoData = *std::move(record);
+    qmx::withinMemory([&] { // where there is not enough, the record from before stays
+        std::vector<UInt8> archive;
+        qmx::readStoredFile(mAudioFilePath, [&](qmx::FileHandle& file) { archive = readDataFromFile(file); });
+        if (auto record = qmx::recordFrom(archive))
+            mInfoData = *std::move(record);
+    });
     return mInfoData != nullptr;
 }
 
@@ -99,15 +109,18 @@ std::vector<UInt8> QMXAudioFileTrackInfoReaderWriter::readDataFromFile(qmx::File
 
 bool QMXAudioFileTrackInfoReaderWriter::writeTrackInfosToFile()
 {
-    const std::vector<UInt8> archive = qmx::archiveOf(mInfoData);
-    if (archive.empty())
-        return false;
-    return qmx::storeInFile(mAudioFilePath, [&](qmx::FileHandle& file) {
-        loadAllApplicationChunks(file);
-        const auto last = std::find_if(mApplicationChunks.rbegin(), mApplicationChunks.rend(), qmx::isUsable);
-        // signature and version in the host's byte order, which is intended
-        return qmx::storeArchive(file, archive, last == mApplicationChunks.rend() ? std::nullopt : std::optional(*last),
-                                 {mBlockSize, mApplSignature, qmx::hostByteOrder});
+    return qmx::withinMemory(false, [&] {
+        const std::vector<UInt8> archive = qmx::archiveOf(mInfoData);
+        if (archive.empty())
+            return false;
+        return qmx::storeInFile(mAudioFilePath, [&](qmx::FileHandle& file) {
+            loadAllApplicationChunks(file);
+            const auto last = std::find_if(mApplicationChunks.rbegin(), mApplicationChunks.rend(), qmx::isUsable);
+            // signature and version in the host's byte order, which is intended
+            return qmx::storeArchive(file, archive,
+                                     last == mApplicationChunks.rend() ? std::nullopt : std::optional(*last),
+                                     {mBlockSize, mApplSignature, qmx::hostByteOrder});
+        });
     });
 }
 

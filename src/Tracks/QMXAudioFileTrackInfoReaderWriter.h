@@ -63,7 +63,7 @@ public:
 private:
     explicit QMXAudioFileTrackInfoReaderWriter(std::string path);
 
-    QMXTrackAndProcessingInfo& record();
+    template <class Change> void changeRecord(Change change);
     void loadAllApplicationChunks(qmx::FileHandle& file);
     std::vector<UInt8> readDataFromFile(qmx::FileHandle& file);
 

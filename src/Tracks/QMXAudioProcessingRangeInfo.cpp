@@ -2,9 +2,12 @@
 #include "Tracks/QMXAudioProcessingRangeInfo.h"
 
 #include "Foundation/Format.h"
+#include "Foundation/Log.h"
+#include "Foundation/Memory.h"
 #include "Foundation/Number.h"
 
 #include <typeinfo>
+#include <utility>
 
 constinit const std::string_view QMXProcessName = "QMXProcessName";
 constinit const std::string_view QMXProcessingStart = "QMXProcessingStart";
@@ -25,14 +28,35 @@ UInt64 frameFrom(const std::shared_ptr<qmx::Number>& number)
     return number ? number->unsignedIntValue() : 0;
 }
 
+void addAll(qmx::Dictionary& settings, const qmx::Dictionary& added)
+{
+    for (const auto& [key, value] : added.entries())
+        settings.setObject_forKey(value, key);
+}
+
+/// Makes all of a change, or none of it where memory is short.
+template <class Change> void change(qmx::Dictionary& settings, Change make)
+{
+    const bool isMade = qmx::withinMemory([&] {
+        qmx::Dictionary changed;
+        addAll(changed, settings);
+        make(changed);
+        settings.swap(changed);
+    });
+    if (!isMade)
+        qmx::Log("QMXAudioProcessingRangeInfo: not enough memory for settings");
+}
+
 } // namespace
 
 std::shared_ptr<QMXAudioProcessingRangeInfo>
 QMXAudioProcessingRangeInfo::initWithProcessName(std::optional<std::string> processName)
 {
-    auto range = std::make_shared<QMXAudioProcessingRangeInfo>();
-    range->_processName = std::move(processName);
-    return range;
+    return qmx::withinMemory(std::shared_ptr<QMXAudioProcessingRangeInfo>(), [&] {
+        auto range = std::make_shared<QMXAudioProcessingRangeInfo>();
+        range->_processName = std::move(processName);
+        return range;
+    });
 }
 
 std::shared_ptr<QMXAudioProcessingRangeInfo>
@@ -40,6 +64,8 @@ QMXAudioProcessingRangeInfo::initWithProcessNameAndRange_processingStartFrame_pr
     std::optional<std::string> processName, UInt64 startFrame, UInt64 endFrame)
 {
     auto range = initWithProcessName(std::move(processName));
+    if (!range)
+        return nullptr;
     range->_processIn = startFrame;
     range->_processOut = endFrame;
     return range;
@@ -87,26 +113,27 @@ void QMXAudioProcessingRangeInfo::setProcessingSettings(const qmx::Dictionary& s
 {
     if (&settings == _settings.get())
         return;
-    _settings->removeAllObjects();
-    addProcessingSettings(settings);
+    change(*_settings, [&](qmx::Dictionary& changed) {
+        changed.removeAllObjects();
+        addAll(changed, settings);
+    });
 }
 
 void QMXAudioProcessingRangeInfo::addProcessingSettings(const qmx::Dictionary& settings)
 {
     if (&settings == _settings.get())
         return;
-    for (const auto& [key, value] : settings.entries())
-        _settings->setObject_forKey(value, key);
+    change(*_settings, [&](qmx::Dictionary& changed) { addAll(changed, settings); });
 }
 
 void QMXAudioProcessingRangeInfo::addProcessingSettingFloat_value(const std::string& key, Float32 value)
 {
-    _settings->setObject_forKey(qmx::Number::withFloat(value), key);
+    change(*_settings, [&](qmx::Dictionary& changed) { changed.setObject_forKey(qmx::Number::withFloat(value), key); });
 }
 
 void QMXAudioProcessingRangeInfo::addProcessingSettingInt_value(const std::string& key, SInt32 value)
 {
-    _settings->setObject_forKey(qmx::Number::withInt(value), key);
+    change(*_settings, [&](qmx::Dictionary& changed) { changed.setObject_forKey(qmx::Number::withInt(value), key); });
 }
 
 bool QMXAudioProcessingRangeInfo::isEqual(const qmx::Object* other) const

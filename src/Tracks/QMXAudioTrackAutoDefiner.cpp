@@ -5,6 +5,7 @@
 #include "Formats/QMXAudioStreamBasicDescription.h"
 #include "Foundation/HeapBlock.h"
 #include "Foundation/Log.h"
+#include "Foundation/Memory.h"
 #include "Processing/QMXAudioConverter.h"
 #include "Tracks/DefinerProgress.h"
 #include "Tracks/QMXAudioTrackInfo.h"
@@ -172,28 +173,30 @@ void countBlocks(BlockReader& reader, const AudioStreamBasicDescription& format,
 SInt32 zeroCrossingSplitFile(QMXAudioFile& file, UInt16 sensitivity, SInt16 runLength, SInt16 level, UInt32* splits,
                              UInt32* trackCount)
 {
-    const auto format = analysisFormatFor(file);
-    const Blocks blocks(file);
-    const UInt32 lengthInFrames = file.lengthInFrames();
-    qmx::definerProgress::setBlockCount(blocks.count);
-    const auto counts = qmx::zeroedHeapArray<UInt32>(blocks.count);
-    BlockReader reader(file, format, blocks.frames * format->bytesPerFrame());
-    if (!counts || !reader.hasMemory())
-        return -1;
-    countBlocks(reader, *format->audioStreamBasicDescription(), level, counts.get(), blocks.count);
+    return qmx::withinMemory(-1, [&]() -> SInt32 {
+        const auto format = analysisFormatFor(file);
+        const Blocks blocks(file);
+        const UInt32 lengthInFrames = file.lengthInFrames();
+        qmx::definerProgress::setBlockCount(blocks.count);
+        const auto counts = qmx::zeroedHeapArray<UInt32>(blocks.count);
+        BlockReader reader(file, format, blocks.frames * format->bytesPerFrame());
+        if (!counts || !reader.hasMemory())
+            return -1;
+        countBlocks(reader, *format->audioStreamBasicDescription(), level, counts.get(), blocks.count);
 
-    if (const auto wanted = static_cast<SInt16>(*trackCount); wanted >= 0 && !isRunCancelled()) {
-        // Intended: the counted search keeps the first of the chosen places; its last one makes room for the file's end.
-        const UInt32 found =
-            *trackCount != 0
-                ? findCountedSplits(counts.get(), static_cast<SInt16>(blocks.count), wanted, splits)
-                : findThresholdSplits(counts.get(), blocks.count, sensitivity, static_cast<UInt32>(runLength), splits);
-        std::for_each_n(splits, found, [&](UInt32& split) { split *= blocks.frames; });
-        splits[found] = lengthInFrames;
-        *trackCount = found;
-    }
-    qmx::definerProgress::finish();
-    return 0;
+        if (const auto wanted = static_cast<SInt16>(*trackCount); wanted >= 0 && !isRunCancelled()) {
+            // Intended: the counted search keeps the first chosen place; its last one makes room for the file's end.
+            const UInt32 found =
+                *trackCount != 0 ? findCountedSplits(counts.get(), static_cast<SInt16>(blocks.count), wanted, splits)
+                                 : findThresholdSplits(counts.get(), blocks.count, sensitivity,
+                                                       static_cast<UInt32>(runLength), splits);
+            std::for_each_n(splits, found, [&](UInt32& split) { split *= blocks.frames; });
+            splits[found] = lengthInFrames;
+            *trackCount = found;
+        }
+        qmx::definerProgress::finish();
+        return 0;
+    });
 }
 
 QMXAudioTrackAutoDefinerDelegate::~QMXAudioTrackAutoDefinerDelegate() = default;
@@ -204,31 +207,35 @@ QMXAudioTrackAutoDefiner::Tracks
 QMXAudioTrackAutoDefiner::autoDefineTracksInFile_sensitivity_lengthOfSilence_zeroOffset_numberOfTracks(
     const std::string& path, SInt16 sensitivity, float lengthOfSilence, SInt16 zeroOffset, SInt16 numberOfTracks)
 {
-    const auto file = QMXAudioFile::initWithPath_accessMode(path, QMXAudioFileAccessMode::read);
-    file->setUseCache(false);
-    file->open(); // a file that does not open has no blocks
+    return qmx::withinMemory(Tracks(), [&]() -> Tracks {
+        const auto file = QMXAudioFile::initWithPath_accessMode(path, QMXAudioFileAccessMode::read);
+        if (!file)
+            return nullptr;
+        file->setUseCache(false);
+        file->open(); // a file that does not open has no blocks
 
-    auto trackCount = static_cast<UInt32>(numberOfTracks);
-    std::vector<UInt32> splits(static_cast<std::size_t>(std::max(99, numberOfTracks + 2)));
-    isCancelled.store(false, std::memory_order_relaxed);
-    const auto runLength = truncated<SInt16>(lengthOfSilence / 1000.0F * 5.0F);
-    if (zeroCrossingSplitFile(*file, static_cast<UInt16>(sensitivity), runLength, zeroOffset, splits.data(),
-                              &trackCount) != 0)
-        qmx::Log("An Error Ocurred While Auto-Defining Tracks");
-    if (isRunCancelled() || trackCount == 0)
-        return nullptr;
+        auto trackCount = static_cast<UInt32>(numberOfTracks);
+        std::vector<UInt32> splits(static_cast<std::size_t>(std::max(99, numberOfTracks + 2)));
+        isCancelled.store(false, std::memory_order_relaxed);
+        const auto runLength = truncated<SInt16>(lengthOfSilence / 1000.0F * 5.0F);
+        if (zeroCrossingSplitFile(*file, static_cast<UInt16>(sensitivity), runLength, zeroOffset, splits.data(),
+                                  &trackCount) != 0)
+            qmx::Log("An Error Ocurred While Auto-Defining Tracks");
+        if (isRunCancelled() || trackCount == 0)
+            return nullptr;
 
-    auto tracks = std::make_shared<Tracks::element_type>();
-    for (SInt32 i = 0; i < static_cast<SInt32>(trackCount); ++i) {
-        const auto index = static_cast<std::size_t>(i);
-        auto track = QMXAudioTrackInfo::init();
-        track->setTrackTitle(qmx::format("Untitled Track %d", 2 * i)); // intended: 0, 2, 4, ...
-        track->setTrackBegin(splits[index]);
-        track->setTrackEnd(splits[index + 1]);
-        tracks->push_back(std::move(track));
-    }
-    file->close();
-    return tracks;
+        auto tracks = std::make_shared<Tracks::element_type>();
+        for (SInt32 i = 0; i < static_cast<SInt32>(trackCount); ++i) {
+            const auto index = static_cast<std::size_t>(i);
+            auto track = std::make_shared<QMXAudioTrackInfo>();
+            track->setTrackTitle(qmx::format("Untitled Track %d", 2 * i)); // intended: 0, 2, 4, ...
+            track->setTrackBegin(splits[index]);
+            track->setTrackEnd(splits[index + 1]);
+            tracks->push_back(std::move(track));
+        }
+        file->close();
+        return tracks;
+    });
 }
 
 QMXAudioTrackAutoDefiner::Tracks QMXAudioTrackAutoDefiner::autoDefineTracksInFile(const std::string& path)

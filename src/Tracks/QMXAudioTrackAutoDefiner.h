@@ -32,7 +32,7 @@ class QMX_EXPORT QMXAudioTrackAutoDefiner
 {
 public:
     /// The tracks in order, without gaps, as inactive records with placeholder titles and bounds in frames. Null after a
-    /// cancelled run. A file that cannot be opened has no frames.
+    /// cancelled run, and where memory runs out. A file that cannot be opened has no frames.
     using Tracks = std::shared_ptr<std::vector<std::shared_ptr<QMXAudioTrackInfo>>>;
 
     QMXAudioTrackAutoDefiner() = delete;
@@ -73,7 +73,7 @@ public:
 /// Reads an opened file and finds its splits: at silences of `runLength` blocks where `*trackCount` is 0, else as many
 /// tracks as its lower 16 bits say, with a sign. `splits` has room for 99 entries, or that number + 2 when that is
 /// more; on return it holds the first frame of each track and then the file's length, and `*trackCount` the number of
-/// tracks. A cancelled run and a negative number leave both as they are. 0, or -1 when there is no memory for a block.
+/// tracks. A cancelled run and a negative number leave both as they are. 0, or -1 when memory runs out.
 /// The counts of crossings take `level` and `sensitivity` as in the class above; its state is used too.
 QMX_EXPORT SInt32 zeroCrossingSplitFile(QMXAudioFile& file, UInt16 sensitivity, SInt16 runLength, SInt16 level,
                                         UInt32* splits, UInt32* trackCount);

@@ -2,6 +2,7 @@
 #include "Tracks/QMXAudioTrackInfo.h"
 
 #include "Foundation/Format.h"
+#include "Foundation/Memory.h"
 #include "Foundation/Number.h"
 
 #include <type_traits>
@@ -76,7 +77,8 @@ std::shared_ptr<qmx::Number> nextNumber(qmx::Decoder& decoder)
 
 std::shared_ptr<QMXAudioTrackInfo> QMXAudioTrackInfo::init()
 {
-    return std::make_shared<QMXAudioTrackInfo>();
+    return qmx::withinMemory(std::shared_ptr<QMXAudioTrackInfo>(),
+                             [] { return std::make_shared<QMXAudioTrackInfo>(); });
 }
 
 std::shared_ptr<QMXAudioTrackInfo>
@@ -84,6 +86,8 @@ QMXAudioTrackInfo::initWithTrackTitle_trackBegin_trackEnd_isActive(std::optional
                                                                    UInt64 trackBegin, UInt64 trackEnd, bool isActive)
 {
     auto track = init();
+    if (!track)
+        return nullptr;
     track->mTrackTitle = std::move(trackTitle);
     track->mTrackBegin = static_cast<SInt64>(trackBegin);
     track->mTrackEnd = static_cast<SInt64>(trackEnd);
@@ -124,7 +128,7 @@ void QMXAudioTrackInfo::encodeWithCoder(qmx::Coder& coder) const
 
 std::shared_ptr<QMXAudioTrackInfo> QMXAudioTrackInfo::initWithCoder(qmx::Decoder& decoder)
 {
-    auto track = init();
+    auto track = std::make_shared<QMXAudioTrackInfo>();
     if (decoder.allowsKeyedCoding())
         track->decodeKeys(decoder);
     else

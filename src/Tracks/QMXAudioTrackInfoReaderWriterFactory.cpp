@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "Tracks/QMXAudioTrackInfoReaderWriterFactory.h"
 
+#include "Foundation/Memory.h"
 #include "Tracks/QMXAIFAudioTrackInfoReader.h"
 #include "Tracks/QMXAIFAudioTrackInfoWriter.h"
 #include "Tracks/QMXCAFAudioTrackInfoReader.h"
@@ -24,14 +25,16 @@ std::string lowerCaseExtension(const std::string& path)
 
 template <class Common, class AIF, class MP4, class CAF> std::shared_ptr<Common> makeFor(const std::string& path)
 {
-    const std::string extension = lowerCaseExtension(path);
-    if (extension == ".aif" || extension == ".aiff" || extension == ".aifc")
-        return AIF::initWithAudioFilePath(path);
-    if (extension == ".m4a" || extension == ".mp4")
-        return MP4::initWithAudioFilePath(path);
-    if (extension == ".caf")
-        return CAF::initWithAudioFilePath(path);
-    return nullptr;
+    return qmx::withinMemory(std::shared_ptr<Common>(), [&]() -> std::shared_ptr<Common> {
+        const std::string extension = lowerCaseExtension(path);
+        if (extension == ".aif" || extension == ".aiff" || extension == ".aifc")
+            return AIF::initWithAudioFilePath(path);
+        if (extension == ".m4a" || extension == ".mp4")
+            return MP4::initWithAudioFilePath(path);
+        if (extension == ".caf")
+            return CAF::initWithAudioFilePath(path);
+        return nullptr;
+    });
 }
 
 } // namespace

@@ -4,7 +4,7 @@
 #include <utility>
 
 QMXAudioTrackInfoWriter::QMXAudioTrackInfoWriter(std::string path)
-    : mAudioFilePath(std::move(path)), mTrackAndProcInfo(QMXTrackAndProcessingInfo::init())
+    : mAudioFilePath(std::move(path)), mTrackAndProcInfo(std::make_shared<QMXTrackAndProcessingInfo>())
 {
 }
 

@@ -1,11 +1,15 @@
 // SPDX-License-Identifier: MIT
 #include "Tracks/QMXCAFAudioTrackInfoWriter.h"
 
+#include "Foundation/Memory.h"
+
 #include <utility>
 
 std::shared_ptr<QMXCAFAudioTrackInfoWriter> QMXCAFAudioTrackInfoWriter::initWithAudioFilePath(std::string path)
 {
-    return std::shared_ptr<QMXCAFAudioTrackInfoWriter>(new QMXCAFAudioTrackInfoWriter(std::move(path)));
+    return qmx::withinMemory(std::shared_ptr<QMXCAFAudioTrackInfoWriter>(), [&] {
+        return std::shared_ptr<QMXCAFAudioTrackInfoWriter>(new QMXCAFAudioTrackInfoWriter(std::move(path)));
+    });
 }
 
 SInt32 QMXCAFAudioTrackInfoWriter::write()

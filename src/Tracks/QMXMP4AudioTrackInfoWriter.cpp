@@ -1,11 +1,15 @@
 // SPDX-License-Identifier: MIT
 #include "Tracks/QMXMP4AudioTrackInfoWriter.h"
 
+#include "Foundation/Memory.h"
+
 #include <utility>
 
 std::shared_ptr<QMXMP4AudioTrackInfoWriter> QMXMP4AudioTrackInfoWriter::initWithAudioFilePath(std::string path)
 {
-    return std::shared_ptr<QMXMP4AudioTrackInfoWriter>(new QMXMP4AudioTrackInfoWriter(std::move(path)));
+    return qmx::withinMemory(std::shared_ptr<QMXMP4AudioTrackInfoWriter>(), [&] {
+        return std::shared_ptr<QMXMP4AudioTrackInfoWriter>(new QMXMP4AudioTrackInfoWriter(std::move(path)));
+    });
 }
 
 SInt32 QMXMP4AudioTrackInfoWriter::write()

@@ -2,8 +2,11 @@
 #include "Tracks/QMXTrackAndProcessingInfo.h"
 
 #include "Foundation/Format.h"
+#include "Foundation/Log.h"
+#include "Foundation/Memory.h"
 #include "Foundation/Number.h"
 
+#include <array>
 #include <mutex>
 
 constinit const std::string_view QMXTrackInfos = "QMXTrackInfos";
@@ -15,13 +18,18 @@ namespace
 
 using Others = qmx::Array::Elements;
 
-template <class Element> void append(std::shared_ptr<std::vector<Element>>& list, const std::vector<Element>& added)
+template <class Element, class Added> void append(std::shared_ptr<std::vector<Element>>& list, const Added& added)
 {
-    if (!list)
-        list = std::make_shared<std::vector<Element>>();
-    const std::size_t count = added.size(); // the list may be appended to itself
-    for (std::size_t i = 0; i < count; ++i)
-        list->push_back(Element(added[i]));
+    const bool isAdded = qmx::withinMemory([&] { // all of them or none
+        const auto longer = list ? list : std::make_shared<std::vector<Element>>();
+        const std::size_t count = added.size(); // the list may be appended to itself
+        longer->reserve(longer->size() + count);
+        for (std::size_t i = 0; i < count; ++i)
+            longer->push_back(Element(added[i]));
+        list = longer;
+    });
+    if (!isAdded)
+        qmx::Log("QMXTrackAndProcessingInfo: not enough memory to add %u entries", added.size());
 }
 
 template <class Element>
@@ -62,7 +70,8 @@ std::shared_ptr<std::vector<std::shared_ptr<Class>>> listFrom(const std::shared_
 
 std::shared_ptr<QMXTrackAndProcessingInfo> QMXTrackAndProcessingInfo::init()
 {
-    return std::make_shared<QMXTrackAndProcessingInfo>();
+    return qmx::withinMemory(std::shared_ptr<QMXTrackAndProcessingInfo>(),
+                             [] { return std::make_shared<QMXTrackAndProcessingInfo>(); });
 }
 
 std::shared_ptr<QMXTrackAndProcessingInfo> QMXTrackAndProcessingInfo::initWithCoder(qmx::Decoder& decoder)
@@ -71,7 +80,7 @@ std::shared_ptr<QMXTrackAndProcessingInfo> QMXTrackAndProcessingInfo::initWithCo
     const auto object = [&](std::string_view key) {
         return keyed ? decoder.decodeObjectForKey(key) : decoder.decodeObject();
     };
-    auto info = init();
+    auto info = std::make_shared<QMXTrackAndProcessingInfo>();
     info->mTrackInfos = listFrom<QMXAudioTrackInfo>(object(QMXTrackInfos), info->otherTrackInfos_);
     info->mProcessingInfos =
         listFrom<QMXAudioProcessingRangeInfo>(object(QMXProcessInfos), info->otherProcessingInfos_);
@@ -105,7 +114,7 @@ std::vector<std::string> QMXTrackAndProcessingInfo::archiveClassNames() const
 
 void QMXTrackAndProcessingInfo::addTrackInfo(std::shared_ptr<QMXAudioTrackInfo> track)
 {
-    append(mTrackInfos, {std::move(track)});
+    append(mTrackInfos, std::array{std::move(track)});
 }
 
 void QMXTrackAndProcessingInfo::addTrackInfoForAllTracks(const TrackList& tracks)
@@ -120,7 +129,7 @@ void QMXTrackAndProcessingInfo::clearTrackInfos()
 
 void QMXTrackAndProcessingInfo::addAudioProcessingInfo(std::shared_ptr<QMXAudioProcessingRangeInfo> range)
 {
-    append(mProcessingInfos, {std::move(range)});
+    append(mProcessingInfos, std::array{std::move(range)});
 }
 
 void QMXTrackAndProcessingInfo::addAudioProcessingForAllTracks(const ProcessingList& ranges)

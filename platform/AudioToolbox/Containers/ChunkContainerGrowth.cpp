@@ -3,6 +3,8 @@
 // chunks are found from its start: what a walk does not reach yet may be written in any order, what it reaches changes by one small write.
 #include "AudioToolbox/Containers/ChunkContainer.h"
 
+#include "Foundation/Memory.h"
+
 #include <algorithm>
 #include <limits>
 
@@ -97,7 +99,7 @@ OSStatus ChunkContainer::fillGap(UInt64 start)
 
 OSStatus ChunkContainer::writeSizes(const Sizes& sizes)
 {
-    const OSStatus status = file_.apply(patchesFor(sizes));
+    const OSStatus status = withinMemory(memFullErr, [&] { return file_.apply(patchesFor(sizes)); });
     if (status == noErr)
         written_ = sizes;
     return status;
@@ -176,16 +178,16 @@ OSStatus ChunkContainer::commitFewBytes(UInt64 chunkEnd)
     const UInt64 end = padded(chunkEnd);
     const UInt64 beyond = padded(begin + 2 * headerBytes());
     const Sizes before = written_;
+    Bytes bytes(static_cast<std::size_t>(beyond - begin));
+    if (held_)
+        std::copy_n(held_->bytes.begin(), end - begin, bytes.begin());
+    std::ranges::copy(fillerHeader(end, room_.end), bytes.begin() + static_cast<std::ptrdiff_t>(end - begin));
     if (const OSStatus status = file_.writeAll(beyond, fillerHeader(beyond, room_.end)); status != noErr)
         return status;
     const OSStatus widened = writeSizes({before.formEnd, beyond, before.audioBytes});
     written_ = before; // where the audio ends has not changed
     if (widened != noErr)
         return widened;
-    Bytes bytes(static_cast<std::size_t>(beyond - begin));
-    if (held_)
-        std::copy_n(held_->bytes.begin(), end - begin, bytes.begin());
-    std::ranges::copy(fillerHeader(end, room_.end), bytes.begin() + static_cast<std::ptrdiff_t>(end - begin));
     if (const OSStatus status = file_.replace(begin, bytes); status != noErr) {
         writeSizes(before);
         return status;
@@ -267,11 +269,12 @@ OSStatus ChunkContainer::moveChunksBehind(UInt64 lowest)
     if (!fits())
         return kAudioFileDoesNotAllow64BitDataSizeError;
 
-    OSStatus status = extendForm(target + shape_.padded(bytes));
-    if (status == noErr)
-        status = file_.copy(room_.end, target, bytes);
-    if (status == noErr)
-        status = file_.replace(room_.begin, fillerHeader(room_.begin, target));
+    const OSStatus status = withinMemory(memFullErr, [&] {
+        OSStatus done = extendForm(target + shape_.padded(bytes));
+        if (done == noErr)
+            done = file_.copy(room_.end, target, bytes);
+        return done == noErr ? file_.replace(room_.begin, fillerHeader(room_.begin, target)) : done;
+    });
     if (status != noErr) {
         bool changed = false;
         file_.refreshLength(changed);

@@ -8,8 +8,6 @@ namespace qmx
 namespace
 {
 
-constexpr std::size_t blockBytes = 4096;
-
 bool isPrintable(const UInt8* code)
 {
     return std::all_of(code, code + 4, [](UInt8 byte) { return byte >= 0x20 && byte < 0x7F; });
@@ -22,12 +20,11 @@ std::optional<Chunk> ChunkReader::at(UInt64 position)
     const UInt64 headerBytes = shape_.headerBytes();
     if (position + headerBytes > file_.length())
         return std::nullopt;
-    if (position < blockStart_ || position + headerBytes > blockStart_ + block_.size()) {
-        block_.resize(blockBytes);
-        block_.resize(file_.read(position, block_.data(), block_.size()).count);
+    if (position < blockStart_ || position + headerBytes > blockStart_ + blockSize_) {
+        blockSize_ = file_.read(position, block_.data(), block_.size()).count;
         blockStart_ = position;
     }
-    if (position + headerBytes > blockStart_ + block_.size())
+    if (position + headerBytes > blockStart_ + blockSize_)
         return std::nullopt;
     const UInt8* header = block_.data() + (position - blockStart_);
     if (!isPrintable(header))

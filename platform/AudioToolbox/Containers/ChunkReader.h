@@ -3,6 +3,7 @@
 
 #include "AudioToolbox/Containers/ContainerFile.h"
 
+#include <array>
 #include <optional>
 
 namespace qmx
@@ -57,7 +58,8 @@ private:
     ByteOrder order_;
     ChunkShape shape_;
     UInt64 blockStart_ = 0;
-    Bytes block_;
+    std::size_t blockSize_ = 0;
+    std::array<UInt8, 4096> block_;
 };
 
 } // namespace qmx

@@ -2,6 +2,7 @@
 #include "AudioToolbox/Containers/ContainerFile.h"
 
 #include "AudioToolbox/AudioFile.h"
+#include "Foundation/Memory.h"
 
 #include <algorithm>
 
@@ -58,13 +59,15 @@ OSStatus ContainerFile::writeAll(UInt64 position, std::span<const UInt8> bytes)
 
 OSStatus ContainerFile::replace(UInt64 position, std::span<const UInt8> bytes)
 {
-    Bytes old(bytes.size());
-    if (const OSStatus status = readAll(position, old); status != noErr)
+    return withinMemory(memFullErr, [&] {
+        Bytes old(bytes.size());
+        if (const OSStatus status = readAll(position, old); status != noErr)
+            return status;
+        const OSStatus status = writeAll(position, bytes);
+        if (status != noErr)
+            writeAll(position, old);
         return status;
-    const OSStatus status = writeAll(position, bytes);
-    if (status != noErr)
-        writeAll(position, old);
-    return status;
+    });
 }
 
 OSStatus ContainerFile::applyGroup(std::span<const Patch> patches)

@@ -7,6 +7,7 @@
 #include <cstring>
 #include <limits>
 #include <new>
+#include <utility>
 
 namespace qmx
 {
@@ -86,13 +87,13 @@ Converter::Converter(const AudioStreamBasicDescription& source, const PcmLayout&
     route(ChannelRoutes::between(sourceLayout.channels, targetLayout.channels));
 }
 
-void Converter::route(const ChannelRoutes& routes)
+void Converter::route(ChannelRoutes routes)
 {
-    routes_ = routes;
     if (chain_)
         chain_->route(routes);
     else
         straight_ = FrameConverter::between(sourceLayout_, targetLayout_, routes);
+    routes_ = std::move(routes);
 }
 
 UInt64 Converter::outputFramesFor(UInt64 inputFrames) const
@@ -143,7 +144,7 @@ bool Converter::setChannelMap(std::span<const SInt32> map)
     ChannelRoutes routes = ChannelRoutes::identity(targetLayout_.channels);
     routes.inputs = sourceLayout_.channels;
     routes.inputOf.assign(map.begin(), map.end());
-    route(routes);
+    route(std::move(routes));
     return true;
 }
 
@@ -152,8 +153,8 @@ void Converter::setLayouts(std::span<const std::byte> input, std::span<const std
     const auto from = channelLabels(input), to = channelLabels(output);
     if (from.size() != sourceLayout_.channels || to.size() != targetLayout_.channels)
         return;
-    if (const auto routes = foldDown(from, to))
-        route(*routes);
+    if (auto routes = foldDown(from, to))
+        route(std::move(*routes));
 }
 
 void Converter::reset()

@@ -65,7 +65,7 @@ private:
     Converter(const AudioStreamBasicDescription& source, const PcmLayout& sourceLayout,
               const AudioStreamBasicDescription& target, const PcmLayout& targetLayout);
 
-    void route(const ChannelRoutes& routes);
+    void route(ChannelRoutes routes);
     UInt64 outputFramesFor(UInt64 inputFrames) const;
     UInt64 inputFramesFor(UInt64 outputFrames) const;
     std::size_t produce(std::size_t frames);

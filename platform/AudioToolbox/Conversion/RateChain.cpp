@@ -42,8 +42,9 @@ void RateChain::route(const ChannelRoutes& routes)
 {
     const ChannelRoutes unchanged = ChannelRoutes::identity(middle_.channels);
     const bool mixesFirst = source_.channels > target_.channels;
-    toRate_ = FrameConverter::between(source_, middle_, mixesFirst ? routes : unchanged);
+    auto toRate = FrameConverter::between(source_, middle_, mixesFirst ? routes : unchanged);
     fromRate_ = FrameConverter::between(middle_, target_, mixesFirst ? unchanged : routes);
+    toRate_ = std::move(toRate);
 }
 
 std::size_t RateChain::produce(SourceFrames& source, TargetFrames& target, std::size_t frames)

@@ -54,13 +54,14 @@ void RateConverter::feed(const Float64* frames, std::size_t count)
     // without a place for the count taken, the filter takes everything into its own queue
     hasInput_ = hasInput_ || count > 0;
     Float64 nothing = 0;
-    soxr_process(filter_.get(), frames, count, nullptr, &nothing, 0, nullptr);
+    if (filter_) // a restart may have found no memory
+        soxr_process(filter_.get(), frames, count, nullptr, &nothing, 0, nullptr);
 }
 
 void RateConverter::finish()
 {
     Float64 nothing = 0;
-    if (hasInput_ && !isFinished_)
+    if (hasInput_ && !isFinished_ && filter_)
         soxr_process(filter_.get(), nullptr, 0, nullptr, &nothing, 0, nullptr);
     isFinished_ = true;
 }

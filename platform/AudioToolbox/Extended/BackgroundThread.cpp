@@ -44,19 +44,23 @@ void BackgroundThread::run()
             wakes_.wait(seenWakes_, std::memory_order_acquire);
         }
         seenWakes_ = wakes_.load(std::memory_order_acquire);
-        for (const auto& work : current())
-            work->work();
+        workForAll();
     }
 }
 
-std::vector<std::shared_ptr<BackgroundWork>> BackgroundThread::current()
+// Without allocating: this thread has nobody to tell that memory ran out. What is at work now lives, and so keeps its
+// place in the list.
+void BackgroundThread::workForAll()
 {
-    const std::scoped_lock lock(mutex_);
-    std::vector<std::shared_ptr<BackgroundWork>> works;
-    for (const auto& known : works_)
-        if (auto work = known.lock())
-            works.push_back(std::move(work));
-    return works;
+    std::unique_lock lock(mutex_);
+    for (auto known = works_.begin(); known != works_.end(); ++known) {
+        const auto work = known->lock();
+        if (!work)
+            continue;
+        lock.unlock();
+        work->work();
+        lock.lock();
+    }
 }
 
 } // namespace qmx

@@ -5,9 +5,9 @@
 #include "Foundation/LastingThread.h"
 
 #include <atomic>
+#include <list>
 #include <memory>
 #include <mutex>
-#include <vector>
 
 namespace qmx
 {
@@ -35,10 +35,10 @@ public:
 private:
     explicit BackgroundThread(const char* name);
     void run();
-    std::vector<std::shared_ptr<BackgroundWork>> current();
+    void workForAll();
 
     std::mutex mutex_;
-    std::vector<std::weak_ptr<BackgroundWork>> works_; // guarded by it
+    std::list<std::weak_ptr<BackgroundWork>> works_; // guarded by it
     std::atomic<unsigned> wakes_{0}, seenWakes_{0};
     LastingThread thread_;
 };

@@ -83,14 +83,17 @@ UInt32 DecodedSupply::leastBufferSize() const
 
 void DecodedSupply::setBuffer(std::span<std::byte> buffer)
 {
+    UInt64 packetsInFile = 0;
+    fileValue(file_, kAudioFilePropertyAudioDataPacketCount, packetsInFile);
+    const UInt64 fitting = std::min<UInt64>(packetsInFile, buffer.size() / leastBufferSize());
+    const UInt32 packets = std::max<UInt32>(1, static_cast<UInt32>(fitting));
+    const UInt32 frames = std::max<UInt32>(1, static_cast<UInt32>(buffer.size()) / format_.mBytesPerFrame);
+    std::vector<AudioStreamPacketDescription> descriptions(packets);
+    frames_.resize(std::size_t{frames} * format_.mBytesPerFrame);
+    descriptions_ = std::move(descriptions);
     packets_ = buffer;
-    UInt64 packets = 0;
-    fileValue(file_, kAudioFilePropertyAudioDataPacketCount, packets);
-    packets = std::min<UInt64>(packets, buffer.size() / leastBufferSize());
-    packetsAtOnce_ = std::max<UInt32>(1, static_cast<UInt32>(packets));
-    descriptions_.resize(packetsAtOnce_);
-    framesAtOnce_ = std::max<UInt32>(1, static_cast<UInt32>(buffer.size()) / format_.mBytesPerFrame);
-    frames_.resize(std::size_t{framesAtOnce_} * format_.mBytesPerFrame);
+    packetsAtOnce_ = packets;
+    framesAtOnce_ = frames;
     mustBegin_ = true; // packets that the decoder was given lay in the old memory
 }
 

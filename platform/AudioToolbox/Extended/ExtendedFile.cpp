@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstring>
+#include <new>
 #include <utility>
 
 namespace qmx
@@ -25,8 +26,8 @@ LayoutBlock knownOrStereo(const LayoutBlock& layout, UInt32 channels)
 
 } // namespace
 
-ExtendedFile::ExtendedFile(AudioFileID file, bool owns)
-    : file_(file), owns_(owns), converter_(nullptr, &AudioConverterDispose),
+ExtendedFile::ExtendedFile(AudioFileID file)
+    : file_(file), converter_(nullptr, &AudioConverterDispose),
       fileLayout_(fileBlock(file, kAudioFilePropertyChannelLayout))
 {
     fileValue(file, kAudioFilePropertyDataFormat, fileFormat_);
@@ -55,12 +56,25 @@ OSStatus ExtendedFile::setClientFormat(const AudioStreamBasicDescription& format
         status = settle();
     if (status != noErr)
         return status;
-    converter_ = std::move(fresh);
-    clientFormat_ = client;
-    clientSamples_ = *samples;
-    applyLayouts();
-    connected();
+    std::swap(converter_, fresh);
+    const auto formatBefore = std::exchange(clientFormat_, client);
+    const auto samplesBefore = std::exchange(clientSamples_, *samples);
+    try {
+        applyLayouts();
+        connected();
+    } catch (...) {
+        std::swap(converter_, fresh);
+        clientFormat_ = formatBefore;
+        clientSamples_ = samplesBefore;
+        throw;
+    }
     return noErr;
+}
+
+void ExtendedFile::startWithFileFormat()
+{
+    if (fileFormat_.mFormatID == kAudioFormatLinearPCM && setClientFormat(fileFormat_) == kAudio_MemFullError)
+        throw std::bad_alloc();
 }
 
 AudioConverterRef ExtendedFile::converter()
@@ -102,18 +116,26 @@ void ExtendedFile::applyLayouts()
 
 void ExtendedFile::setBufferSize(UInt32 bytes)
 {
-    rest();
-    buffer_.own(std::max(bytes, leastBufferSize()));
-    bufferChanged();
+    use(IOBuffer(std::max(bytes, leastBufferSize())));
 }
 
 void ExtendedFile::setBuffer(std::byte* memory)
 {
     if (!memory)
         return setBufferSize(bufferSize());
+    use(IOBuffer({memory, buffer().size()}));
+}
+
+void ExtendedFile::use(IOBuffer fresh)
+{
     rest();
-    buffer_.borrow(memory);
-    bufferChanged();
+    std::swap(buffer_, fresh);
+    try {
+        bufferChanged();
+    } catch (...) {
+        std::swap(buffer_, fresh);
+        throw;
+    }
 }
 
 OSStatus ExtendedFile::maximumPacketSize(UInt32& bytes)

@@ -26,6 +26,8 @@ public:
     ExtendedFile& operator=(const ExtendedFile&) = delete;
 
     AudioFileID file() const { return file_; }
+    /// Closes the file at the end.
+    void ownFile() { owns_ = true; }
     const AudioStreamBasicDescription& fileFormat() const { return fileFormat_; }
     /// All zero while there is none.
     const AudioStreamBasicDescription& clientFormat() const { return clientFormat_; }
@@ -74,14 +76,15 @@ public:
     OSStatus close();
 
 protected:
-    /// Closes the file at the end if it `owns` it.
-    ExtendedFile(AudioFileID file, bool owns);
+    explicit ExtendedFile(AudioFileID file);
 
     static constexpr UInt32 usualBufferSize = 1U << 18; // bytes
 
     const PcmLayout& clientSamples() const { return clientSamples_; }
     AudioConverterRef currentConverter() const { return converter_.get(); }
 
+    /// Takes the file's own format for the client's, where it is linear PCM that can be converted.
+    void startWithFileFormat();
     /// Waits until no other thread is at work for the file.
     virtual OSStatus rest() = 0;
     /// The same, and puts an end to the stream of frames: what comes next begins a new one.
@@ -94,7 +97,7 @@ protected:
     virtual OSStatus complete() { return noErr; }
     /// Bytes of one packet.
     virtual UInt32 leastBufferSize() const = 0;
-    /// Another buffer is to be used.
+    /// Another buffer is to be used. Changes nothing where it throws.
     virtual void bufferChanged() = 0;
     /// Whether frames come from the file.
     virtual bool reads() const = 0;
@@ -103,9 +106,10 @@ protected:
 
 private:
     void applyLayouts();
+    void use(IOBuffer buffer);
 
     AudioFileID file_;
-    bool owns_;
+    bool owns_ = false;
     IOBuffer buffer_;
     AudioStreamBasicDescription clientFormat_;
     PcmLayout clientSamples_;

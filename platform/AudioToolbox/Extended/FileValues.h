@@ -5,22 +5,31 @@
 #include "AudioToolbox/AudioConverter.h"
 #include "AudioToolbox/AudioFile.h"
 
+#include <new>
 #include <vector>
 
 namespace qmx
 {
 
+/// Callers do without what a file or converter does not have, but not without what it could not tell for lack of memory.
+inline OSStatus unlessMemoryIsShort(OSStatus status)
+{
+    if (status == kAudio_MemFullError)
+        throw std::bad_alloc();
+    return status;
+}
+
 template <class Value> OSStatus fileValue(AudioFileID file, AudioFilePropertyID property, Value& value)
 {
     UInt32 size = sizeof value;
-    return AudioFileGetProperty(file, property, &size, &value);
+    return unlessMemoryIsShort(AudioFileGetProperty(file, property, &size, &value));
 }
 
 template <class Value>
 OSStatus converterValue(AudioConverterRef converter, AudioConverterPropertyID property, Value& value)
 {
     UInt32 size = sizeof value;
-    return AudioConverterGetProperty(converter, property, &size, &value);
+    return unlessMemoryIsShort(AudioConverterGetProperty(converter, property, &size, &value));
 }
 
 /// Native interleaved 32-bit floats of the rate and channels of another format.
@@ -50,10 +59,10 @@ inline OSStatus readPackets(AudioFileID file, SInt64 first, UInt32& count, UInt3
 inline std::vector<std::byte> fileBlock(AudioFileID file, AudioFilePropertyID property)
 {
     UInt32 size = 0;
-    if (AudioFileGetPropertyInfo(file, property, &size, nullptr) != noErr)
+    if (unlessMemoryIsShort(AudioFileGetPropertyInfo(file, property, &size, nullptr)) != noErr)
         return {};
     std::vector<std::byte> block(size);
-    if (AudioFileGetProperty(file, property, &size, block.data()) != noErr)
+    if (unlessMemoryIsShort(AudioFileGetProperty(file, property, &size, block.data())) != noErr)
         size = 0;
     block.resize(size);
     return block;
@@ -62,10 +71,10 @@ inline std::vector<std::byte> fileBlock(AudioFileID file, AudioFilePropertyID pr
 inline std::vector<std::byte> converterBlock(AudioConverterRef converter, AudioConverterPropertyID property)
 {
     UInt32 size = 0;
-    if (AudioConverterGetPropertyInfo(converter, property, &size, nullptr) != noErr)
+    if (unlessMemoryIsShort(AudioConverterGetPropertyInfo(converter, property, &size, nullptr)) != noErr)
         return {};
     std::vector<std::byte> block(size);
-    if (AudioConverterGetProperty(converter, property, &size, block.data()) != noErr)
+    if (unlessMemoryIsShort(AudioConverterGetProperty(converter, property, &size, block.data())) != noErr)
         size = 0;
     block.resize(size);
     return block;

@@ -14,21 +14,15 @@ namespace qmx
 class IOBuffer
 {
 public:
-    std::span<std::byte> bytes() const { return bytes_; }
-
+    IOBuffer() = default;
     /// Own memory of `size` bytes, which are not touched before they are used.
-    void own(UInt32 size)
+    explicit IOBuffer(UInt32 size) : own_(std::make_unique_for_overwrite<std::byte[]>(size)), bytes_(own_.get(), size)
     {
-        own_ = std::make_unique_for_overwrite<std::byte[]>(size);
-        bytes_ = {own_.get(), size};
     }
+    /// Lent memory.
+    explicit IOBuffer(std::span<std::byte> lent) : bytes_(lent) {}
 
-    /// Lent memory, as large as what there is now.
-    void borrow(std::byte* memory)
-    {
-        bytes_ = {memory, bytes_.size()};
-        own_ = nullptr;
-    }
+    std::span<std::byte> bytes() const { return bytes_; }
 
 private:
     std::unique_ptr<std::byte[]> own_;

@@ -4,6 +4,7 @@
 #include "AudioToolbox/Extended/FileValues.h"
 #include "AudioToolbox/Extended/FilterPeriod.h"
 #include "AudioToolbox/Extended/PlaneList.h"
+#include "Foundation/Memory.h"
 #include "Foundation/RealTime.h"
 
 #include <algorithm>
@@ -23,20 +24,19 @@ constexpr Float64 rounding = 1e-6;
 
 } // namespace
 
-OSStatus ReadingFile::open(AudioFileID file, bool owns, std::unique_ptr<ExtendedFile>& opened)
+OSStatus ReadingFile::open(AudioFileID file, std::unique_ptr<ExtendedFile>& opened)
 {
     std::unique_ptr<FrameSupply> supply;
     if (const OSStatus status = FrameSupply::make(file, supply); status != noErr)
         return status;
-    std::unique_ptr<ReadingFile> reading(new ReadingFile(file, owns, std::move(supply)));
-    if (PcmLayout::of(reading->fileFormat_) && reading->fileFormat_.mFormatID == kAudioFormatLinearPCM)
-        reading->setClientFormat(reading->fileFormat_);
+    std::unique_ptr<ReadingFile> reading(new ReadingFile(file, std::move(supply)));
+    reading->startWithFileFormat();
     opened = std::move(reading);
     return noErr;
 }
 
-ReadingFile::ReadingFile(AudioFileID file, bool owns, std::unique_ptr<FrameSupply> supply)
-    : ExtendedFile(file, owns), supply_(std::move(supply))
+ReadingFile::ReadingFile(AudioFileID file, std::unique_ptr<FrameSupply> supply)
+    : ExtendedFile(file), supply_(std::move(supply))
 {
     setBufferSize(usualBufferSize);
 }
@@ -182,7 +182,7 @@ void ReadingFile::passed(UInt32 clientFrames, bool isAtEnd)
 OSStatus ReadingFile::fill(UInt32& frames, AudioBufferList& data)
 {
     if (std::exchange(mustBegin_, false))
-        if (const OSStatus status = begin(); status != noErr) {
+        if (const OSStatus status = withinMemory(memFullErr, [this] { return begin(); }); status != noErr) {
             frames = 0;
             mustBegin_ = true;
             return status;

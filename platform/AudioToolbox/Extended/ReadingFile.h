@@ -16,7 +16,7 @@ class ReadingFile final : public ExtendedFile
 {
 public:
     /// On failure the audio file stays the caller's.
-    static OSStatus open(AudioFileID file, bool owns, std::unique_ptr<ExtendedFile>& opened);
+    static OSStatus open(AudioFileID file, std::unique_ptr<ExtendedFile>& opened);
     ~ReadingFile() override;
 
     OSStatus read(UInt32& frames, AudioBufferList& data) override;
@@ -28,7 +28,7 @@ public:
     UInt64 missedFrames() const override { return ahead_ ? ahead_->missedFrames() : 0; }
 
 private:
-    ReadingFile(AudioFileID file, bool owns, std::unique_ptr<FrameSupply> supply);
+    ReadingFile(AudioFileID file, std::unique_ptr<FrameSupply> supply);
 
     OSStatus connect(const AudioStreamBasicDescription& client, AudioConverterRef& converter) override;
     void connected() override;

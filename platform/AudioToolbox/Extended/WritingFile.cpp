@@ -3,6 +3,7 @@
 
 #include "AudioToolbox/Extended/FileValues.h"
 #include "AudioToolbox/Extended/Silence.h"
+#include "Foundation/Memory.h"
 #include "Foundation/RealTime.h"
 
 #include <algorithm>
@@ -22,12 +23,11 @@ constexpr UInt32 mostDescriptions = 1024;
 
 } // namespace
 
-WritingFile::WritingFile(AudioFileID file, bool owns) : ExtendedFile(file, owns)
+WritingFile::WritingFile(AudioFileID file) : ExtendedFile(file)
 {
     packetSize_ = std::max<UInt32>(1, fileFormat_.mBytesPerPacket);
     setBufferSize(usualBufferSize);
-    if (fileFormat_.mFormatID == kAudioFormatLinearPCM)
-        setClientFormat(fileFormat_);
+    startWithFileFormat();
 }
 
 WritingFile::~WritingFile()
@@ -54,11 +54,12 @@ void WritingFile::connected()
 
 void WritingFile::bufferChanged()
 {
-    packetsAtOnce_ = bufferSize() / packetSize_;
-    if (isLinear())
-        return;
-    packetsAtOnce_ = std::min(packetsAtOnce_, mostDescriptions);
-    descriptions_.resize(packetsAtOnce_);
+    UInt32 packets = bufferSize() / packetSize_;
+    if (!isLinear()) {
+        packets = std::min(packets, mostDescriptions);
+        descriptions_.resize(packets);
+    }
+    packetsAtOnce_ = packets;
 }
 
 /// Sees to it that the packets of the converter fit, in own memory if they do not otherwise.
@@ -149,7 +150,7 @@ OSStatus WritingFile::encode(const AudioBufferList* data, UInt32 frames)
 /// Until the frames that were given are used up.
 OSStatus WritingFile::convert()
 {
-    OSStatus status = beginPackets();
+    OSStatus status = withinMemory(memFullErr, [this] { return beginPackets(); });
     for (bool isUsedUp = false; status == noErr && !isUsedUp;) {
         UInt32 packets = 0;
         status = writePackets(packets, isUsedUp);

@@ -13,7 +13,7 @@ namespace qmx
 class WritingFile final : public ExtendedFile
 {
 public:
-    WritingFile(AudioFileID file, bool owns);
+    explicit WritingFile(AudioFileID file);
     ~WritingFile() override;
 
     OSStatus write(UInt32 frames, const AudioBufferList& data) override;

@@ -2,11 +2,11 @@
 #include "AudioUnit/Units/Unit.h"
 
 #include "AudioUnit/Units/UnitInstance.h"
+#include "Foundation/Memory.h"
 #include "Foundation/RealTime.h"
 
 #include <algorithm>
 #include <cmath>
-#include <new>
 #include <tuple>
 #include <utility>
 
@@ -67,11 +67,7 @@ OSStatus Unit::control(const std::function<OSStatus()>& work)
 OSStatus Unit::controlLocked(const std::function<OSStatus()>& work)
 {
     const std::scoped_lock lock(control_);
-    try {
-        return work();
-    } catch (const std::bad_alloc&) {
-        return kAudio_MemFullError;
-    }
+    return withinMemory(kAudio_MemFullError, work);
 }
 
 void Unit::finishControl()
@@ -102,12 +98,6 @@ void Unit::settle()
             bus.gate.waitUntilQuiet();
 }
 
-void Unit::retire(const Replaceable* object)
-{
-    if (object)
-        retired_.emplace_back(object);
-}
-
 OSStatus Unit::initialise()
 {
     return control([this] {
@@ -126,7 +116,7 @@ OSStatus Unit::uninitialise()
     return control([this] {
         isInitialised_.store(false);
         for (Bus& bus : buses_)
-            retire(bus.engine.exchange(nullptr));
+            replace(bus.engine, std::unique_ptr<RenderEngine>());
         return noErr;
     });
 }
@@ -156,13 +146,16 @@ OSStatus Unit::remakeEngines()
 {
     if (!isInitialised())
         return noErr;
-    std::vector<std::unique_ptr<RenderEngine>> engines(buses_.size());
-    for (UInt32 bus = 0; bus < buses_.size(); ++bus)
-        if (const OSStatus status = makeEngine(bus, engines[bus]); status != noErr)
-            return status;
-    for (UInt32 bus = 0; bus < buses_.size(); ++bus)
-        retire(buses_[bus].engine.exchange(engines[bus].release()));
-    return noErr;
+    return withinMemory(kAudio_MemFullError, [this] {
+        std::vector<std::unique_ptr<RenderEngine>> engines(buses_.size());
+        for (UInt32 bus = 0; bus < buses_.size(); ++bus)
+            if (const OSStatus status = makeEngine(bus, engines[bus]); status != noErr)
+                return status;
+        retired_.reserve(retired_.size() + buses_.size()); // so that all are replaced or none
+        for (UInt32 bus = 0; bus < buses_.size(); ++bus)
+            replace(buses_[bus].engine, std::move(engines[bus]));
+        return noErr;
+    });
 }
 
 void Unit::coupleFormats(AudioUnitScope, AudioUnitElement) {}
@@ -191,7 +184,7 @@ OSStatus Unit::setFormat(AudioUnitScope scope, AudioUnitElement element, const A
 
 OSStatus Unit::setSource(UInt32 element, std::unique_ptr<InputSource> source)
 {
-    retire(inputs_[element].source.exchange(source.release()));
+    replace(inputs_[element].source, std::unique_ptr<const InputSource>(std::move(source)));
     return isShapedBySources() ? remakeEngines() : noErr;
 }
 
@@ -239,7 +232,7 @@ OSStatus Unit::changeNotifies(const std::function<void(std::vector<AURenderCallb
         if (old)
             notifies->callbacks = old->callbacks;
         change(notifies->callbacks);
-        retire(notifies_.exchange(notifies.release()));
+        replace(notifies_, std::unique_ptr<const Notifies>(std::move(notifies)));
         return noErr;
     });
 }

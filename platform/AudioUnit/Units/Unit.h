@@ -141,7 +141,13 @@ private:
     OSStatus setSource(UInt32 element, std::unique_ptr<InputSource> source);
     OSStatus changeNotifies(const std::function<void(std::vector<AURenderCallbackStruct>&)>& change);
     void callNotifies(const RenderCall& call, AudioBufferList& data, AudioUnitRenderActionFlags phase);
-    void retire(const Replaceable* object);
+    /// Puts `object` in the place of another, which is freed when no render uses it any more. Under the control lock.
+    template <class Object> void replace(std::atomic<Object*>& slot, std::unique_ptr<Object> object)
+    {
+        retired_.reserve(retired_.size() + 1); // first: once exchanged, the old object must not get lost
+        if (const Replaceable* const old = slot.exchange(object.release()))
+            retired_.emplace_back(old);
+    }
     void settle();
     Parameter* parameterOf(AudioUnitParameterID id);
 

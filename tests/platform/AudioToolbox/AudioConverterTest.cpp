@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // The service as callers meet it: what is refused, what sizes are answered, and how data are pulled.
 #include "platform/AudioToolbox/Conversion/Conversions.h"
+#include "support/ShortMemory.h"
 
 #include <algorithm>
 #include <array>
@@ -165,4 +166,35 @@ TEST(AudioConverter, AFailingInputPassesItsStatusOnWithWhatCameBefore)
         EXPECT_NEAR(500 * rate / 44100, packets, 20);
         EXPECT_EQ(packets * 4, list.mBuffers[0].mDataByteSize);
     }
+}
+
+TEST(AudioConverter, MemoryThatRunsOutIsAStatus)
+{
+    const auto source = pcm(32, nativeFloat, 2), target = pcm(16, nativeSigned, 2, 48000);
+    const std::vector<Float32> input(2000, 0.5F);
+    withEveryAllocationFailing([&](ShortMemory& memory) {
+        AudioConverterRef converter = nullptr;
+        const auto succeed = [&](const auto& call) {
+            if (const OSStatus status = memory.during(call); status != noErr) {
+                EXPECT_EQ(status, kAudio_MemFullError);
+                EXPECT_EQ(call(), noErr);
+            }
+        };
+        succeed([&] { return AudioConverterNew(&source, &target, &converter); });
+        const UInt32 quality = 127;
+        const std::array<SInt32, 2> map{1, 0};
+        succeed([&] {
+            return AudioConverterSetProperty(converter, kAudioConverterSampleRateConverterQuality, sizeof quality,
+                                             &quality);
+        });
+        succeed(
+            [&] { return AudioConverterSetProperty(converter, kAudioConverterChannelMap, sizeof map, map.data()); });
+        std::vector<SInt16> output(4000);
+        succeed([&] {
+            auto size = static_cast<UInt32>(output.size() * sizeof(SInt16));
+            return AudioConverterConvertBuffer(converter, 8000, input.data(), &size, output.data());
+        });
+        succeed([&] { return AudioConverterReset(converter); });
+        EXPECT_EQ(AudioConverterDispose(converter), noErr);
+    });
 }

@@ -2,6 +2,7 @@
 #include "platform/AudioToolbox/AudioFileHelpers.h"
 #include "support/MemoryDisk.h"
 #include "support/OpenDescriptors.h"
+#include "support/ShortMemory.h"
 #include "support/TemporaryFolder.h"
 
 #include <thread>
@@ -162,4 +163,50 @@ TEST(AudioFileService, TwoThreadsMayTransferAtOnceAndDeferredSizesFollowAtClose)
     EXPECT_TRUE(std::equal(header.begin(), header.end(), file.begin()));
     EXPECT_EQ(AudioFileClose(made.file), noErr);
     EXPECT_EQ(chunksOf(disk.contents("/d/file")).back().data.size(), 400'008U);
+}
+
+// The file has a chunk behind its audio, which has to move.
+TEST(AudioFileService, MemoryThatRunsOutIsAStatusAndLosesNothing)
+{
+    TemporaryFolder folder;
+    const std::string path = folder.path("file");
+    const ByteBlock chunk = pattern(200, 7), first = pattern(1000), second = pattern(6000, 1000);
+    for (const AudioFileTypeID type : {kAudioFileAIFFType, kAudioFileWAVEType, kAudioFileCAFType})
+        withEveryAllocationFailing([&](ShortMemory& memory) {
+            std::filesystem::remove(path);
+            const auto succeed = [&](const auto& call) { // at the second try at the latest
+                if (const OSStatus status = memory.during(call); status != noErr) {
+                    EXPECT_EQ(status, memFullErr);
+                    EXPECT_EQ(call(), noErr);
+                }
+            };
+            const AudioStreamBasicDescription format = linear(type == kAudioFileWAVEType ? 12 : 14, 16, 2);
+            OpenResult file;
+            const FSRef parent{folder.path("")}, reference{path};
+            const CFStringRef name = CFStringCreate("file");
+            succeed([&] { return AudioFileCreate(&parent, name, type, &format, 0, nullptr, &file.file); });
+            CFRelease(name);
+            succeed([&] { return writeAudio(file.file, 0, first); });
+            memory.during([&] { return AudioFileClose(file.file); });
+
+            EXPECT_EQ(AudioFileClose(openFile(path, fsRdWrPerm).file), noErr); // which mends what the close left open
+            ByteBlock bytes = contentsOf(path);
+            appendChunk(bytes, "info", chunk);
+            writeFile(path, bytes);
+            succeed([&] { return AudioFileOpen(&reference, fsRdWrPerm, 0, &file.file); });
+            succeed([&] { return writeAudio(file.file, 1000, second); });
+            memory.during([&] { return AudioFileClose(file.file); });
+
+            succeed([&] { return AudioFileOpen(&reference, fsRdWrPerm, 0, &file.file); });
+            ByteBlock audio(7000);
+            succeed([&] {
+                auto count = static_cast<UInt32>(audio.size());
+                return AudioFileReadBytes(file.file, false, 0, &count, audio.data());
+            });
+            EXPECT_TRUE(audio == pattern(7000));
+            EXPECT_EQ(AudioFileClose(file.file), noErr);
+            const auto chunks = chunksOf(contentsOf(path));
+            EXPECT_TRUE(std::ranges::any_of(
+                chunks, [&](const FoundChunk& found) { return found.id == "info" && found.data == chunk; }));
+        });
 }

@@ -4,6 +4,7 @@
 #include "ExtAudioFileHelpers.h"
 #include "Foundation/RealTime.h"
 #include "support/MemoryDisk.h"
+#include "support/ShortMemory.h"
 #include "support/TemporaryFolder.h"
 
 #include <gtest/gtest.h>
@@ -299,6 +300,60 @@ TEST_F(ExtAudioFile, CompressedFilesHaveTheOriginalsFrames)
         EXPECT_EQ(readFloats(file, 2, 50000).size(), 2 * 32000U);
         EXPECT_EQ(ExtAudioFileDispose(file), noErr);
     }
+}
+
+// What a failed step left undone is done by the next; only a writing file has lost frames, which its close says.
+TEST_F(ExtAudioFile, MemoryThatRunsOutIsAStatus)
+{
+    const auto samples = music(3000, 2);
+    const AudioBufferList list = listOf(samples, 2);
+    const AudioStreamBasicDescription client = floats(2), resampled = floats(2, 48000);
+    const FSRef parent{folder.path("")}, reference{path};
+    const CFStringRef name = CFStringCreate("a.aif");
+    withEveryAllocationFailing([&](ShortMemory& memory) {
+        std::filesystem::remove(path);
+        ExtAudioFileRef file = nullptr;
+        const auto succeed = [&](const auto& call) {
+            if (const OSStatus status = memory.during(call); status != noErr) {
+                EXPECT_EQ(status, memFullErr);
+                EXPECT_EQ(call(), noErr);
+            }
+        };
+        const auto setClientTo = [&](const AudioStreamBasicDescription& format) {
+            return ExtAudioFileSetProperty(file, kExtAudioFileProperty_ClientDataFormat, sizeof format, &format);
+        };
+        succeed([&] { return ExtAudioFileCreateNew(&parent, name, kAudioFileAIFFType, &bigSixteen, nullptr, &file); });
+        succeed([&] { return setClientTo(client); });
+        succeed([&] { return ExtAudioFileWriteAsync(file, 0, nullptr); });
+        const OSStatus written = memory.during([&] { return ExtAudioFileWriteAsync(file, 1000, &list); });
+        const OSStatus closed = memory.during([&] { return ExtAudioFileDispose(file); });
+        const auto reopened = openFile(path, fsRdWrPerm);
+        if (written == noErr && closed == noErr) {
+            EXPECT_EQ(bytesIn(reopened.file), 4000U);
+        }
+        EXPECT_EQ(AudioFileClose(reopened.file), noErr);
+        std::filesystem::remove(path);
+        writeMusic(path, kAudioFileAIFFType, bigSixteen, samples);
+
+        succeed([&] { return ExtAudioFileOpen(&reference, &file); });
+        succeed([&] { return setClientTo(client); });
+        std::vector<float> read(samples.size());
+        succeed([&] {
+            AudioBufferList target = listOf(read, 2);
+            UInt32 count = 3000;
+            return ExtAudioFileRead(file, &count, &target);
+        });
+        EXPECT_LT(largestDifference(read, samples), 1.0 / 32768);
+        succeed([&] { return setClientTo(resampled); });
+        succeed([&] { return ExtAudioFileSeek(file, 1000); });
+        succeed([&] {
+            AudioBufferList target = listOf(read, 2);
+            UInt32 count = 1000;
+            return ExtAudioFileRead(file, &count, &target);
+        });
+        memory.during([&] { return ExtAudioFileDispose(file); });
+    });
+    CFRelease(name);
 }
 
 } // namespace

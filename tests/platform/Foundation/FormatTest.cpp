@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "Foundation/Format.h"
 
+#include "support/DecimalComma.h"
+
 #include <gtest/gtest.h>
 
 #include <cstdint>
@@ -26,6 +28,12 @@ TEST(Format, PrintsEachValueAtItsOwnWidth)
               "18446744073709551615 -9223372036854775808 1F 7");
     EXPECT_EQ(qmx::format("%.0fHz [%5.2f] %c%c", 44100.0, 1.005f, 'o', 107), "44100Hz [ 1.00] ok");
     EXPECT_EQ(qmx::format("<%-4.4s> <%4s> 100%%", "lpcmx", "ab"), "<lpcm> <  ab> 100%");
+}
+
+TEST(Format, PrintsAPointWhateverTheLocale)
+{
+    const qmx::test::DecimalComma comma;
+    EXPECT_EQ(qmx::format("%f %.2f %g %@", 0.5, -1.005, 44100.5, "1,5"), "0.500000 -1.00 44100.5 1,5");
 }
 
 TEST(Format, PrintsObjectsAndAbsentOnes)

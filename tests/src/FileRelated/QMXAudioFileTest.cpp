@@ -7,6 +7,7 @@
 #include "support/CapturedLog.h"
 #include "support/KilledProcess.h"
 #include "support/MemoryDisk.h"
+#include "support/ShortMemory.h"
 #include "support/TemporaryFolder.h"
 
 #include <gtest/gtest.h>
@@ -434,4 +435,50 @@ TEST(AudioFileCache, AKilledRecordingHoldsAllThatWasWrittenAndAChunkThatCameMean
         const auto chunks = qmx::test::chunksOf(qmx::test::contentsOf(path));
         EXPECT_EQ(std::ranges::count(chunks, "note", &qmx::test::FoundChunk::id), hasChunkBehind ? 1 : 0);
     }
+}
+
+// On all threads: the cache's own write and read too.
+TEST(QMXAudioFileInShortMemory, KeepsWhatItAcceptedAndStaysUsable)
+{
+    using qmx::test::ShortMemory;
+    const qmx::test::TemporaryFolder folder;
+    const std::string path = folder.path("a recording with a long name.aif");
+    const std::optional<std::string> optionalPath = path;
+    const auto format = Format::standardFormat(7);
+    const Bytes bytes = pattern(span + 1000);
+    for (const bool usesCache : {false, true})
+        qmx::test::withEveryAllocationFailing(
+            [&](ShortMemory& memory) {
+                std::filesystem::remove(path);
+                const auto made = [&](Mode mode) {
+                    const auto make = [&] { return QMXAudioFile::initWithPath_accessMode(optionalPath, mode); };
+                    auto file = memory.during(make);
+                    EXPECT_TRUE(file || memory.hasFailed());
+                    file = file ? file : make();
+                    file->setUseCache(usesCache);
+                    return file;
+                };
+                const auto succeed = [&](const auto& call) { EXPECT_TRUE(memory.during(call) || call()); };
+                const auto file = made(Mode::write);
+                succeed([&] { return file->setFileStreamFormat(*format); });
+                succeed([&] { return file->create(); });
+                auto length = static_cast<UInt32>(bytes.size());
+                const bool isWritten = memory.during([&] { return file->write_length(bytes.data(), &length); });
+                const bool isClosed = memory.during([&] { return file->close(); });
+                EXPECT_TRUE((isWritten && isClosed) || memory.hasFailed());
+                EXPECT_EQ(AudioFileClose(qmx::test::openFile(path, fsRdWrPerm).file), noErr); // mends a failed close
+
+                const auto reader = made(Mode::read);
+                succeed([&] { return reader->open(); });
+                Bytes read(bytes.size());
+                succeed([&] {
+                    length = static_cast<UInt32>(read.size());
+                    return reader->read_length_fromOffset(read.data(), &length, 0);
+                });
+                read.resize(length);
+                EXPECT_TRUE(std::equal(read.begin(), read.end(), bytes.begin()));
+                EXPECT_TRUE(length == bytes.size() || !isWritten || !isClosed) << length;
+                EXPECT_TRUE(reader->close());
+            },
+            ShortMemory::Threads::all);
 }

@@ -6,8 +6,11 @@
 #include "Tracks/QMXAIFFUtility.h"
 #include "Tracks/QMXAudioFileTrackInfoReaderWriter.h"
 #include "Tracks/QMXAudioTrackInfoReaderWriterFactory.h"
+#include "platform/AudioToolbox/AudioFileHelpers.h"
 #include "support/CapturedLog.h"
 #include "support/MemoryDisk.h"
+#include "support/ShortMemory.h"
+#include "support/TemporaryFolder.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -536,3 +539,50 @@ TEST_F(TrackStore, ARecordComesBackAsItWasButForLongFrames)
 }
 
 } // namespace
+
+TEST(TrackStoreInShortMemory, AFileKeepsItsAudioAndTheOldRecordOrTheNew)
+{
+    const qmx::test::TemporaryFolder folder;
+    const std::string file = folder.path("a.aif");
+    const Bytes old = archive(record(1)), front = before + sound;
+    const Bytes withOld = form(front + trackChunk(old, 2 * old.size()) + behind), withNone = form(front + behind);
+    for (const Bytes& original : {withOld, withNone})
+        qmx::test::withEveryAllocationFailing([&](qmx::test::ShortMemory& memory) {
+            qmx::test::writeFile(file, original);
+            const auto writer = Factory::writerWithAudioFilePath(file);
+            writer->setTrackAndProcessingInfo(record(2));
+            memory.during([&] { return writer->write(); });
+            const Record kept = Factory::readerWithAudioFilePath(file)->read();
+            const std::size_t tracks = kept ? kept->trackInfos()->size() : 0;
+            EXPECT_EQ(tracks, memory.hasFailed() ? (original == withOld ? 1U : 0U) : 2U);
+            const Bytes bytes = qmx::test::contentsOf(file);
+            EXPECT_TRUE(std::equal(front.begin(), front.end(), bytes.begin() + 12));
+            EXPECT_EQ(get32(bytes, 4), bytes.size() - 8);
+        });
+    qmx::test::writeFile(file, withOld);
+    qmx::test::withEveryAllocationFailing([&](qmx::test::ShortMemory& memory) {
+        const Record read = memory.during([&] {
+            const auto reader = Factory::readerWithAudioFilePath(file);
+            return reader ? reader->read() : nullptr;
+        });
+        EXPECT_TRUE(memory.hasFailed() ? !read : read && read->trackInfos()->size() == 1);
+    });
+}
+
+TEST(TrackStoreInShortMemory, RecordsTakeAChangeOrLeaveIt)
+{
+    qmx::test::withEveryAllocationFailing([](qmx::test::ShortMemory& memory) {
+        const auto info = QMXTrackAndProcessingInfo::init();
+        const auto range = QMXAudioProcessingRangeInfo::initWithProcessName("name");
+        const std::string setting = "a setting with a name that is long";
+        const auto track = memory.during([] { return QMXAudioTrackInfo::init(); });
+        const QMXTrackAndProcessingInfo::TrackList tracks(2);
+        memory.during([&] { info->addTrackInfoForAllTracks(tracks); });
+        memory.during([&] { range->addProcessingSettingInt_value(setting, 1); });
+        const Bytes data = memory.during([&] { return archive(info); });
+        const bool isWhole = !memory.hasFailed();
+        EXPECT_TRUE(isWhole || !info->trackInfos() || info->trackInfos()->size() == 2);
+        EXPECT_TRUE(!isWhole || (track && range->processingSettings()->count() == 1 && data == archive(info)));
+        EXPECT_TRUE(data.empty() || data == archive(info));
+    });
+}

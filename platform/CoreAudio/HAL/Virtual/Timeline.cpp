@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "CoreAudio/HAL/Virtual/Timeline.h"
 
-#include "Foundation/RealTime.h"
 #include "Foundation/Log.h"
+#include "Foundation/RealTime.h"
 #include "Foundation/Worker.h"
 
 #include <algorithm>

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // The bytes of headers, formats that are taken and refused, and the odd and damaged files that are met.
 #include "platform/AudioToolbox/AudioFileHelpers.h"
+#include "support/DecimalComma.h"
 #include "support/MemoryDisk.h"
 #include "support/TemporaryFolder.h"
 
@@ -349,6 +350,18 @@ TEST(ContainerFormats, SamplesSurviveTheWayThroughAllContainers)
             }
             EXPECT_TRUE(samples == original) << channels << " channels of " << bits << " bits";
         }
+}
+
+TEST(ContainerFormats, SoundDesignerRatesKeepTheirFractionInEveryLocale)
+{
+    const DecimalComma comma;
+    MemoryDisk disk;
+    const auto made = createFile("/d/a", kAudioFileSoundDesigner2Type, linear(14, 16, 2, 44100.5));
+    EXPECT_EQ(AudioFileClose(made.file), noErr);
+    const auto opened = openFile("/d/a");
+    ASSERT_EQ(opened.status, noErr);
+    EXPECT_EQ(formatOf(opened.file).mSampleRate, 44100.5);
+    EXPECT_EQ(AudioFileClose(opened.file), noErr);
 }
 
 TEST(ContainerFormats, SoundDesignerFilesAreKnownByTheForkBesideThem)
