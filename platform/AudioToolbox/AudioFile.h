@@ -142,8 +142,8 @@ QMX_EXPORT OSStatus AudioFileOpen(const FSRef* reference, SInt8 permissions, Aud
                                   AudioFileID* file);
 
 /// Creates `name` in the directory `parent`, read/write, and removes a fork that an earlier file of that name left.
-/// dupFNErr where it exists, which is left as it is; 'typ?' or 'fmt?' for a
-/// type or format that cannot be written, before the disk is touched. `flags` must be 0.
+/// dupFNErr where it exists, or where a file of its own has the name of the fork it needs: both are left as they are;
+/// 'typ?' or 'fmt?' for a type or format that cannot be written, before the disk is touched. `flags` must be 0.
 QMX_EXPORT OSStatus AudioFileCreate(const FSRef* parent, CFStringRef name, AudioFileTypeID type,
                                     const AudioStreamBasicDescription* format, UInt32 flags, FSRef* newFile,
                                     AudioFileID* file);

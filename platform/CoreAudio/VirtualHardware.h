@@ -25,8 +25,8 @@ using VirtualInput = std::function<void(Float32* samples, UInt32 frames, UInt32 
 /// Receives what an output is given, after volume and mute, in the same layout. Runs on the I/O thread in real time.
 using VirtualOutput = std::function<void(const Float32* samples, UInt32 frames, UInt32 channels, SInt64 firstFrame)>;
 
-/// Calls that shall fail, and how. What is left out matches every call. A removal of a listener or a procedure gives the status
-/// and is carried out all the same, so that nothing is called that its owner has freed.
+/// Calls that shall fail, and how. What is left out matches every call. A removal of a listener or a procedure gives
+/// the status and is carried out all the same, so that nothing is called that its owner has freed.
 struct VirtualFault {
     OSStatus status = kAudioHardwareUnspecifiedError;
     std::optional<HardwareOperation> operation;
@@ -76,22 +76,22 @@ public:
     /// Plugs a device in. Rates and current formats that are missing or contradict each other are brought in line. The first input
     /// (output) becomes the default one. Never fails.
     AudioDeviceID addDevice(const DeviceDescription& description);
-    /// Unplugs a device. Its I/O ends. A default that it was passes to the device that was added first of those that can be.
+    /// Unplugs a device. Its I/O ends. A default that it was passes to the first added of those that can be it.
     OSStatus removeDevice(AudioDeviceID device);
-    /// Both in one change: listeners hear first of a list without those that went and then of one with those that came, in which
-    /// they appear a little later. Returns the new IDs. Unknown IDs to remove are ignored.
+    /// Both in one change: listeners hear first of a list without those that went and then of one with those that came,
+    /// in which they appear a little later. Returns the new IDs. Unknown IDs to remove are ignored.
     std::vector<AudioDeviceID> changeDevices(std::span<const AudioDeviceID> removed,
                                              std::span<const DeviceDescription> added);
-    /// An input and an output of `channels` channels that are looped together, "Virtual Input" and "Virtual Output". While there
-    /// is such a pair, the names and UIDs of another one end in a number.
+    /// An input and an output of `channels` channels that are looped together, "Virtual Input" and "Virtual Output".
+    /// While there is such a pair, the names and UIDs of another one end in a number.
     VirtualPair addLoopbackPair(UInt32 channels = 2);
     /// As at the beginning but without any device: everything unplugged, no faults, default controls gone, `time` at 0 of its
     /// line (the host's clock in real time). Waits as settle() does.
     void reset(VirtualTime time = VirtualTime::manual);
     std::vector<AudioDeviceID> devices() const;
 
-    /// Makes a device the default as the desktop would: `which` is 'dIn ', 'dOut' or 'sOut'. With kAudioDeviceUnknown there is
-    /// none until one is chosen. kAudioHardwareIllegalOperationError for a device that cannot be it.
+    /// Makes a device the default as the desktop would: `which` is 'dIn ', 'dOut' or 'sOut'. With kAudioDeviceUnknown
+    /// there is none until one is chosen. kAudioHardwareIllegalOperationError for a device that cannot be it.
     OSStatus setDefaultDevice(AudioHardwarePropertyID which, AudioDeviceID device);
     /// The boot chime's level, which most machines lack; nothing takes it away.
     void setBootChimeVolume(const std::optional<VolumeControl>& volume);
@@ -101,7 +101,7 @@ public:
     /// The record that a device's properties are answered from; empty for an unknown device.
     DeviceDescription description(AudioDeviceID device) const;
     /// Changes any of it, as the hardware would by itself: `edit` gets the present record, and listeners hear of what it changed.
-    /// It must not call the hardware layer. A default that the device can no longer be passes on as if it were unplugged.
+    /// It must not call the hardware layer. A default that the device can no longer be passes to another one.
     OSStatus change(AudioDeviceID device, const std::function<void(DeviceDescription&)>& edit);
     /// Announces a property of a device although nothing changed ('over' for an overload, say).
     OSStatus announce(AudioDeviceID device, const PropertyAddress& address);

@@ -55,7 +55,7 @@ public:
         : descriptor_(::open(path.c_str(), flags, mode)), mayWrite_(mayWrite)
     {
     }
-    ~PosixFile() override { (void)close(); } // whoever wants to know has closed it
+    ~PosixFile() override { (void)PosixFile::close(); } // whoever wants to know has closed it
     PosixFile(const PosixFile&) = delete;
     PosixFile& operator=(const PosixFile&) = delete;
 

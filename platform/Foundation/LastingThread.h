@@ -12,8 +12,8 @@
 namespace qmx
 {
 
-/// A thread that lasts as long as the process. It is made at its first need; where the system had no thread left, at a later one.
-/// Once the thread is there this object is never destroyed.
+/// A thread that lasts as long as the process. It is made at its first need; where the system had no thread left, at a
+/// later one. Once the thread is there this object is never destroyed.
 class LastingThread
 {
 public:
@@ -22,8 +22,8 @@ public:
     LastingThread(const LastingThread&) = delete;
     LastingThread& operator=(const LastingThread&) = delete;
 
-    /// Makes the thread unless it is there; whether it is now. A thread marked real-time makes none. Hold no lock that `hasWork`
-    /// takes.
+    /// Makes the thread unless it is there; whether it is now. A thread marked real-time makes none. Hold no lock that
+    /// `hasWork` takes.
     bool start();
     /// For the thread itself.
     Worker& worker() { return *worker_; }

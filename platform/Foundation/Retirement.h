@@ -36,8 +36,8 @@ QMX_EXPORT void retire(Retirable* object) noexcept;
 /// Destroys `object` (null is ignored) at once; inside a callback retires it: for destructors that wait for callbacks.
 QMX_EXPORT void destroyOutsideCallbacks(Retirable* object);
 
-/// For whoever is about to wait for the end of something that was retired: where the system has no thread left for that, it is
-/// destroyed here. Not inside a callback, nor with a lock held that such a destructor takes.
+/// For whoever is about to wait for the end of something that was retired: where the system has no thread left for
+/// that, it is destroyed here. Not inside a callback, nor with a lock held that such a destructor takes.
 QMX_EXPORT void helpToRetire();
 
 /// Returns when everything that was retired before is destroyed. Not inside a callback, nor from such a destructor.

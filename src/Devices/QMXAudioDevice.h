@@ -225,10 +225,12 @@ public:
 
     /// Has the subscriber called in each cycle, after those that were added before; input subscribers come before output
     /// subscribers. Once per direction: one that is there stays where it is. The device owns its subscribers. A device
-    /// that hands its buffers to this one, by way of others or itself, is refused, which is logged: they would go round for ever.
+    /// that hands its buffers to this one, by way of others or itself, is refused, which is logged: they would go round
+    /// for ever.
     void addAudioIOSubscriber_forInput(const std::shared_ptr<QMXCoreAudioIOSubscriber>& subscriber, bool isInput);
-    /// Has it called no more: the calls in flight are waited for, except in real time and inside an I/O or render callback, where
-    /// the device lets go of it a little later. Any thread, real-time ones too. Hold no lock that a subscriber takes.
+    /// Has it called no more: the calls in flight are waited for, except in real time and inside an I/O or render
+    /// callback, where the device lets go of it a little later. Any thread, real-time ones too. Hold no lock that a
+    /// subscriber takes.
     void removeAudioIOSubscriber_forInput(const QMXCoreAudioIOSubscriber& subscriber, bool isInput);
     /// Always the same object for a direction; lives as long as the device.
     QMXAudioSubscriberList& audioSubscribersForInput(bool isInput);

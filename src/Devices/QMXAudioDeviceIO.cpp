@@ -56,7 +56,8 @@ bool holds(const std::vector<QMXAudioSubscription>& subscriptions, const QMXCore
                                [=](const auto& each) { return each.get() == subscriber && !each.hasLeft(); });
 }
 
-/// Whether what `subscriber` is handed comes to `device`, through any number of devices. There is no ring yet, so it ends.
+/// Whether what `subscriber` is handed comes to `device`, through any number of devices. There is no ring yet, so it
+/// ends.
 bool leadsTo(QMXCoreAudioIOSubscriber* subscriber, const QMXAudioDevice& device)
 {
     auto* const next = dynamic_cast<QMXAudioDevice*>(subscriber);

@@ -40,8 +40,8 @@ Float64 firstRate(Float64 minimum)
     return std::max(kLeastRate, minimum + steps * kRateStep); // an infinite minimum has no steps
 }
 
-/// The rates of the ranges in order. A range of one rate has it whatever it is; one that is upside down or not a number has
-/// none.
+/// The rates of the ranges in order. A range of one rate has it whatever it is; one that is upside down or not a number
+/// has none.
 std::vector<Float64> ratesWithin(const std::vector<std::shared_ptr<QMXAudioValueRange>>& ranges)
 {
     std::vector<Float64> rates;

@@ -43,9 +43,9 @@ public:
     std::shared_ptr<QMXAudioStreamBasicDescription> physicalFormat() const;
     /// What it can be set to; a sample rate of 0.0 stands for all rates of the device.
     Formats physicalFormats() const;
-    /// The same with formats of one rate each: after those that have one, each format for all rates once for each rate of the
-    /// device. A range has rates in steps of 25 Hz from its minimum, of which those from 8 kHz to 768 kHz are listed; a range
-    /// of one rate has that rate.
+    /// The same with formats of one rate each: after those that have one, each format for all rates once for each rate
+    /// of the device. A range has rates in steps of 25 Hz from its minimum, of which those from 8 kHz to 768 kHz are
+    /// listed; a range of one rate has that rate.
     Formats expandedPhysicalFormats() const;
 
 private:

@@ -7,8 +7,8 @@
 #include <memory>
 #include <utility>
 
-/// A subscriber in a device's list. One that has left is called no more; it stays in the list until a thread that may allocate
-/// takes it out. Copies are the same subscription.
+/// A subscriber in a device's list. One that has left is called no more; it stays in the list until a thread that may
+/// allocate takes it out. Copies are the same subscription.
 class QMXAudioSubscription
 {
 public:

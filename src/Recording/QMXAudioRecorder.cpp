@@ -74,7 +74,8 @@ std::shared_ptr<QMXAudioStreamBasicDescription> copyOf(const QMXAudioStreamBasic
     return QMXAudioStreamBasicDescription::initWithAudioStreamBasicDescription(format.audioStreamBasicDescription());
 }
 
-/// Opens or creates the file. A WAVE that is created has the byte order of its type, whatever the recorder's format says.
+/// Opens or creates the file. A WAVE that is created has the byte order of its type, whatever the recorder's format
+/// says.
 void openInByteOrderOfType(QMXAudioFile& file)
 {
     const AudioFileTypeID type = file.fileType();
@@ -294,8 +295,8 @@ bool QMXAudioRecorder::record()
     return starts;
 }
 
-/// Opens the file, and makes it where that was not done yet. False for a file whose format cannot be written, which is closed again; a
-/// file that cannot be opened does not keep the device from running, as intended.
+/// Opens the file, and makes it where that was not done yet. False for a file whose format cannot be written, which
+/// is closed again; a file that cannot be opened does not keep the device from running, as intended.
 bool QMXAudioRecorder::openFile()
 {
     const auto given = _audioFile;

@@ -32,28 +32,29 @@ namespace qmx
 class LastFailure;
 }
 
-/// Sent by the recorder; each value is the constant's own name. At most one frame notification waits for the main thread: those
-/// that come meanwhile are not posted by themselves.
+/// Sent by the recorder; each value is the constant's own name. At most one frame notification waits for the main
+/// thread: those that come meanwhile are not posted by themselves.
 QMX_EXPORT extern const char* const QMXAudioRecorderStartedRecordingNotification;
 QMX_EXPORT extern const char* const QMXAudioRecorderStoppedRecordingNotification;
 QMX_EXPORT extern const char* const QMXAudioRecorderRecordedFrameNotification;
 QMX_EXPORT extern const char* const QMXAudioRecorderPausedRecordingNotification;
-/// Once per recording, whatever the event mask says, when something of it cannot be had: the file cannot be opened or made, the
-/// device does not start or is gone, a conversion or a write fails. lastError() tells which. The recorder still counts as
-/// recording, until it is stopped.
+/// Once per recording, whatever the event mask says, when something of it cannot be had: the file cannot be opened or
+/// made, the device does not start or is gone, a conversion or a write fails. lastError() tells which. The recorder
+/// still counts as recording, until it is stopped.
 QMX_EXPORT extern const char* const QMXAudioRecorderFailedNotification;
 
-/// Records what an input device captures into an audio file. The device's I/O thread only copies the bytes of the first input
-/// stream into buffers of 384 KiB; a thread of the recorder's own converts each full one to the file's format and writes
-/// it. One recorder makes one recording: record and pause, as often as wanted, then stop.
+/// Records what an input device captures into an audio file. The device's I/O thread only copies the bytes of the
+/// first input stream into buffers of 384 KiB; a thread of the recorder's own converts each full one to the file's
+/// format and writes it. One recorder makes one recording: record and pause, as often as wanted, then stop.
 ///
-/// By default the bytes of the buffer that is being filled are not written at the stop (up to 384 KiB, about a second of
-/// stereo at 48000 Hz), and a disk that stalls for longer than a buffer's time costs whole buffers. Both can be switched off:
-/// setWritesPartialBufferAtStop, setSpareRawBuffers. What was lost is counted and listed.
+/// By default the bytes of the buffer that is being filled are not written at the stop (up to 384 KiB, about a second
+/// of stereo at 48000 Hz), and a disk that stalls for longer than a buffer's time costs whole buffers. Both can be
+/// switched off: setWritesPartialBufferAtStop, setSpareRawBuffers. What was lost is counted and listed.
 ///
-/// The file is valid at every moment and holds the buffers written so far, also after a full disk, the loss of the device or a
-/// kill. A failed conversion loses its buffer, a failed write the part that did not fit; the recording goes on. While it records
-/// the device keeps the recorder alive: stop it. A device that does not start or is gone keeps it no longer.
+/// The file is valid at every moment and holds the buffers written so far, also after a full disk, the loss of the
+/// device or a kill. A failed conversion loses its buffer, a failed write the part that did not fit; the recording
+/// goes on. While it records the device keeps the recorder alive: stop it. A device that does not start or is gone
+/// keeps it no longer.
 ///
 /// Main thread, where nothing else is said.
 class QMX_EXPORT QMXAudioRecorder : public qmx::Object,
@@ -62,15 +63,15 @@ class QMX_EXPORT QMXAudioRecorder : public qmx::Object,
                                     private qmx::Retirable
 {
 public:
-    /// A recorder on a device that it keeps; the file's format is the device's physical one, big-endian. Null without a device, and
-    /// where the system has no thread left.
+    /// A recorder on a device that it keeps; the file's format is the device's physical one, big-endian. Null without
+    /// a device, and where the system has no thread left.
     static std::shared_ptr<QMXAudioRecorder> initWithAudioDevice(const std::shared_ptr<QMXAudioDevice>& device);
     /// The same for a file that record() makes; null without a path.
     static std::shared_ptr<QMXAudioRecorder> initWithAudioDevice_filePath(const std::shared_ptr<QMXAudioDevice>& device,
                                                                           const std::optional<std::string>& path);
-    /// The same for a file object, which is closed and given the recorder's file format, but keeps its mode: its type, where it is
-    /// not AIFF or AIFF-C, is to be set afterwards. A WAVE file that record() makes is little-endian; open it before for
-    /// another byte order.
+    /// The same for a file object, which is closed and given the recorder's file format, but keeps its mode: its
+    /// type, where it is not AIFF or AIFF-C, is to be set afterwards. A WAVE file that record() makes is
+    /// little-endian; open it before for another byte order.
     static std::shared_ptr<QMXAudioRecorder>
     initWithAudioDevice_audioFile(const std::shared_ptr<QMXAudioDevice>& device,
                                   const std::shared_ptr<QMXAudioFile>& file);
@@ -82,15 +83,15 @@ public:
 
     // --- Settings ----------------------------------------------------------------------------------------------------
 
-    /// For the file that record() makes. An existing file is overwritten from the start, in its own format; what it holds past the
-    /// end of the recording stays.
+    /// For the file that record() makes. An existing file is overwritten from the start, in its own format; what it
+    /// holds past the end of the recording stays.
     void setAudioFilePath(const std::string& path) { audioFilePath_ = path; }
     void setAudioFilePath_withFileStreamFormat(const std::string& path, const QMXAudioStreamBasicDescription& format);
     /// Which format the device's bytes have; copied. Null is ignored.
     void setDeviceStreamFormat(const std::shared_ptr<QMXAudioStreamBasicDescription>& format);
-    /// The file's format; a copy is kept, made big-endian where it is float or signed. Its rate may differ from the device's. It
-    /// does not reach a file that exists already or was given: what is written is converted to the format of the open
-    /// file. Always true.
+    /// The file's format; a copy is kept, made big-endian where it is float or signed. Its rate may differ from the
+    /// device's. It does not reach a file that exists already or was given: what is written is converted to the
+    /// format of the open file. Always true.
     bool setFileStreamFormat(const QMXAudioStreamBasicDescription& format);
     /// Stops, and turns to another device and its formats. Null is ignored.
     void setInputDevice(const std::shared_ptr<QMXAudioDevice>& device);
@@ -101,33 +102,33 @@ public:
     /// The frame notification is asked for every `interval` cycles, starting with the first; 0 counts as 1. Any thread.
     void setNotificationInterval(UInt32 interval) { notificationInterval = interval; }
 
-    /// Whether stop() writes the rest: the buffer that is being filled, and what the rate conversion holds (some 30 ms). Off at
-    /// first: the rest is lost then, and counted as such.
+    /// Whether stop() writes the rest: the buffer that is being filled, and what the rate conversion holds (some 30
+    /// ms). Off at first: the rest is lost then, and counted as such.
     void setWritesPartialBufferAtStop(bool writes) { writesPartialBufferAtStop_ = writes; }
     bool writesPartialBufferAtStop() const { return writesPartialBufferAtStop_; }
-    /// So many full buffers more may wait for a disk that stalls, each 384 KiB of memory; none at first. False, without a
-    /// change, for more than 1024, once recording has begun, or without memory.
+    /// So many full buffers more may wait for a disk that stalls, each 384 KiB of memory; none at first. False,
+    /// without a change, for more than 1024, once recording has begun, or without memory.
     bool setSpareRawBuffers(UInt32 count);
     UInt32 spareRawBuffers() const { return spareRawBuffers_; }
 
     // --- Control -----------------------------------------------------------------------------------------------------
 
-    /// Starts, or goes on after a pause; makes and opens the file. True means that the device was asked to run, not that it does, nor
-    /// that the file is open: lastStatus() and QMXAudioRecorderFailedNotification tell. False when it records and after a
-    /// stop. False too, before a byte is written and with the reason in lastError(), without memory for the buffers, on a
-    /// device that is gone or has other channels than when its stream format was set, and for a file whose format the
-    /// samples cannot be converted to; the state is then as before.
+    /// Starts, or goes on after a pause; makes and opens the file. True means that the device was asked to run, not
+    /// that it does, nor that the file is open: lastStatus() and QMXAudioRecorderFailedNotification tell. False when
+    /// it records and after a stop. False too, before a byte is written and with the reason in lastError(), without
+    /// memory for the buffers, on a device that is gone or has other channels than when its stream format was set,
+    /// and for a file whose format the samples cannot be converted to; the state is then as before.
     bool record();
     /// Stops by itself after so many seconds; record() is to be called too. False for a time that is not finite.
     bool recordForDuration(double seconds);
     /// False unless it records.
     bool pause();
-    /// Ends the recording and closes the file; waits until all full buffers are written, however long the disk takes. The device is
-    /// stopped once more even after a pause, as intended: that takes back the start of somebody else, such as a
-    /// meter, on the same device object. False unless it records or pauses.
+    /// Ends the recording and closes the file; waits until all full buffers are written, however long the disk takes.
+    /// The device is stopped once more even after a pause, as intended: that takes back the start of somebody else,
+    /// such as a meter, on the same device object. False unless it records or pauses.
     bool stop();
-    /// After stop(): hands the buffer that was being filled to the saving thread, whose write the closed file refuses, as intended.
-    /// True the first time only.
+    /// After stop(): hands the buffer that was being filled to the saving thread, whose write the closed file
+    /// refuses, as intended. True the first time only.
     bool flush();
 
     // --- State -------------------------------------------------------------------------------------------------------
@@ -144,7 +145,8 @@ public:
     UInt64 lengthInBytes() const;
     UInt64 lengthInMilliSeconds() const;
 
-    /// Frames that were accepted from the device, or missed by it, and are not in the file, as far as is known by now. Any thread.
+    /// Frames that were accepted from the device, or missed by it, and are not in the file, as far as is known by
+    /// now. Any thread.
     UInt64 droppedFrames() const;
     /// Buffers that were overtaken. Any thread.
     UInt32 overruns() const;
@@ -156,8 +158,8 @@ public:
     const std::shared_ptr<QMXAudioDevice>& inputDevice() const { return _inputDevice; }
     const std::shared_ptr<QMXAudioStreamBasicDescription>& inputDeviceStreamFormat() const { return _sourceFormat; }
     UInt32 inputDeviceID() const;
-    /// The device's preferred channels for stereo, counted from 1, as they were when the recorder took the device; 1 and 0xFFFFFFFF
-    /// when it has none. The recording does not use them.
+    /// The device's preferred channels for stereo, counted from 1, as they were when the recorder took the device; 1
+    /// and 0xFFFFFFFF when it has none. The recording does not use them.
     UInt32 leftChannel() const { return leftChannel_; }
     UInt32 rightChannel() const { return rightChannel_; }
 
@@ -184,10 +186,11 @@ public:
         QMXAudioDevice& device, const AudioTimeStamp* inNow, const AudioBufferList* inInputData,
         const AudioTimeStamp* inInputTime, AudioBufferList* outOutputData, const AudioTimeStamp* inOutputTime,
         QMXAudioDevice& inClientData) override;
-    /// Copies bytes into the buffers; a buffer that becomes full goes to the saving thread. False, with a length of 0, when the
-    /// recorder ends or has no buffers. I/O threads, one at a time.
+    /// Copies bytes into the buffers; a buffer that becomes full goes to the saving thread. False, with a length of
+    /// 0, when the recorder ends or has no buffers. I/O threads, one at a time.
     bool insertIntoBuffer_length(const void* bytes, UInt32* length);
-    /// Hands a notification to the main thread; the frame notification in every so many-th call only, and that on I/O threads only.
+    /// Hands a notification to the main thread; the frame notification in every so many-th call only, and that on I/O
+    /// threads only.
     void notifyCallback(std::string_view notificationName);
     /// Posts a notification from the recorder.
     void threadCallback(const std::string& notificationName);

@@ -261,8 +261,8 @@ void QMXAudioRecorder::noteLossAtEnd(Reason reason, UInt64 frames)
         losses_->add(reason, recordedLengthInFrames - std::min<UInt64>(frames, recordedLengthInFrames), frames);
 }
 
-/// Takes out what the rate conversion still holds, and writes it or not. Gives how many of the device's frames are lost by that. The
-/// set-up lock is held.
+/// Takes out what the rate conversion still holds, and writes it or not. Gives how many of the device's frames are
+/// lost by that. The set-up lock is held.
 UInt64 QMXAudioRecorder::endConversion(bool writes)
 {
     if (fileFramesPerFrame_ == 1)

@@ -159,6 +159,7 @@ public:
     Transfer write(const void*, std::size_t, std::int64_t) override { return {0, EBADF}; }
     SystemError truncate(std::int64_t) override { return EBADF; }
     SystemError synchronize() override { return 0; }
+    SystemError close() override { return 0; }
     SystemError lock() override { return 0; } // whoever looks at the file holds its lock
     void unlock() override {}
 

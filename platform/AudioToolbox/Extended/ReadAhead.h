@@ -19,7 +19,8 @@ public:
     /// Reads frames from the file into all of a list; fewer than it holds are the end.
     using Source = std::function<OSStatus(AudioBufferList& frames, UInt32& count)>;
 
-    /// Memory for two seconds at `rate` Hz, within bounds. Null where the system has no thread left for it. Nothing is read yet.
+    /// Memory for two seconds at `rate` Hz, within bounds. Null where the system has no thread left for it. Nothing is
+    /// read yet.
     static std::shared_ptr<ReadAhead> make(const PcmLayout& layout, Float64 rate, Source source);
     ReadAhead(const PcmLayout& layout, UInt32 capacity, Source source);
 

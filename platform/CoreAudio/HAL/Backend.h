@@ -90,13 +90,13 @@ public:
 
     /// A number that no device or stream had before.
     virtual AudioDeviceID makeID() = 0;
-    /// Devices that came (with IDs made by makeID) and went, and the defaults after that, as one change. Those that went begin no
-    /// further cycle; waitForRemoved has to follow.
+    /// Devices that came (with IDs made by makeID) and went, and the defaults after that, as one change. Those that
+    /// went begin no further cycle; waitForRemoved has to follow.
     virtual void devicesChanged(std::span<const AudioDeviceID> removed,
                                 std::span<const std::pair<AudioDeviceID, NewDevice>> added,
                                 const DefaultDevices& defaults) = 0;
-    /// Returns when the last cycles of removed devices have ended; at once inside a callback. No lock may be held that a procedure
-    /// may come to take.
+    /// Returns when the last cycles of removed devices have ended; at once inside a callback. No lock may be held that
+    /// a procedure may come to take.
     virtual void waitForRemoved(std::span<const AudioDeviceID> removed) = 0;
     virtual void deviceChanged(AudioDeviceID device, const DeviceDescription& description) = 0;
     virtual void bootChimeChanged(const std::optional<VolumeControl>& volume) = 0;
@@ -112,7 +112,7 @@ public:
 
     /// Begins to report to `sink`, which lives for ever. The devices that are there at once are reported before it returns.
     virtual void begin(HardwareSink& sink) = 0;
-    /// Makes a device the default; `which` is 'dIn ', 'dOut' or 'sOut'. The core lets only devices through that can be it.
+    /// Makes a device, which the core knows to be fit for it, the default; `which` is 'dIn ', 'dOut' or 'sOut'.
     virtual OSStatus setDefaultDevice(AudioHardwarePropertyID which, AudioDeviceID device) = 0;
     virtual OSStatus setBootChimeVolume(Float32 scalar) = 0;
     /// The host's clock, in nanoseconds. Any thread, without a lock.

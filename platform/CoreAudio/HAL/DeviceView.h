@@ -37,7 +37,7 @@ std::optional<PropertyValue> streamProperty(const DeviceView& device, StreamPlac
 std::optional<PropertyValue> bootChimeProperty(const std::optional<VolumeControl>& volume,
                                                AudioHardwarePropertyID property);
 
-/// Whether a device can be the default that `which` names ('dIn ', 'dOut' or 'sOut'): it says so, and has streams there.
+/// Whether a device can be a default ('dIn ', 'dOut' or 'sOut'): it says so, and has streams in that direction.
 bool canBeDefault(const DeviceDescription& device, AudioHardwarePropertyID which);
 
 /// Properties that read their question from the caller's block: the status of the answer; none for other properties.
@@ -55,8 +55,8 @@ WishResult deviceWish(const DeviceView& device, const PropertyAddress& address, 
 WishResult streamWish(const DeviceView& device, StreamPlace place, AudioStreamPropertyID property, UInt32 size,
                       const void* data);
 
-/// The gain that a caller wants a control to have, in decibels or as it is: kAudioHardwareIllegalOperationError unless it is a
-/// number.
+/// The gain that a caller wants a control to have, in decibels or as it is: kAudioHardwareIllegalOperationError unless
+/// it is a number.
 OSStatus takeVolume(const VolumeControl& volume, bool isDecibels, UInt32 size, const void* data, Float32& scalar);
 
 // Parts of these that formats have in common (StreamFormats.cpp).

@@ -86,8 +86,8 @@ public:
 
     // --- For the backend
     AudioDeviceID makeID() override { return nextID_.fetch_add(1); }
-    /// A change that takes devices away and brings some is told as two. The newcomers are in the tables at once, but in the
-    /// list only when all listeners have been told of those that went: whoever compares lists never sees both at once.
+    /// A change that takes devices away and brings some is told as two. The newcomers are in the tables at once, but in
+    /// the list only when all listeners have been told of those that went, so that nobody sees both at once.
     void devicesChanged(std::span<const AudioDeviceID> removed,
                         std::span<const std::pair<AudioDeviceID, NewDevice>> added,
                         const DefaultDevices& defaults) override;

@@ -46,8 +46,8 @@ public:
     /// False when it is not there. Waits for a call of this listener that goes on, except on the notification thread and inside
     /// callbacks.
     bool remove(UInt32 object, const Listener& listener);
-    /// Puts a change in the queue. The notification thread calls `before` when the change's turn has come, with no lock held,
-    /// and then tells the listeners.
+    /// Puts a change in the queue. The notification thread calls `before` when the change's turn has come, with no lock
+    /// held, and then tells the listeners.
     void announce(UInt32 object, const PropertyAddress& address, std::function<void()> before = {});
     /// Of the thread that calls.
     static bool isNotificationThread();

@@ -188,6 +188,7 @@ TEST_F(HardwareTest, DefaultsHaveStreamsOrAreNone)
     const auto choose = [](AudioDeviceID device) { return AudioHardwareSetProperty(input, sizeof device, &device); };
     const AudioDeviceID output = add("output", 0, 2), one = add("one", 2, 0), two = add("two", 2, 0);
     EXPECT_EQ(choose(output), kAudioHardwareIllegalOperationError);
+    EXPECT_EQ(hardware.setDefaultDevice(input, output), kAudioHardwareIllegalOperationError);
     EXPECT_EQ(choose(1), kAudioHardwareBadDeviceError);
     EXPECT_EQ(present(), one);
     Heard heard;

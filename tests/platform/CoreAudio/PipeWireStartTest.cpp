@@ -52,8 +52,8 @@ struct NoThreads {
     std::optional<qmx::test::NoThreads> none{std::in_place};
 };
 
-/// Ends the process: with 0 when there are no devices before the obstacle is out of the way, those of the server afterwards, and
-/// its lines are logged.
+/// Ends the process: with 0 when there are no devices before the obstacle is out of the way, those of the server
+/// afterwards, and its lines are logged.
 template <class Obstacle, class... Arguments> void startBehind(Arguments... arguments)
 {
     alarm(60); // one that waits for ever fails

@@ -265,7 +265,7 @@ TEST_F(Recorder, AFullDiskCostsWhatDoesNotFitAndAFailingWriteItsBuffer)
     recorder->setWritesPartialBufferAtStop(true);
     recorder->record();
     feedAndSave(full);
-    disk.setCapacity(disk.contents(path).size() + 6 * fitting + 5);
+    disk.setCapacity(disk.contents(path).size() + std::size_t{6} * fitting + 5);
     feedAndSave(full);
     feedAndSave(full);
     EXPECT_EQ(recorder->lastError(), "/d/take.aif: cannot be written (the disk is full)");
@@ -372,7 +372,14 @@ TEST_F(Recorder, ConvertsToTheFormatOfTheFileThatIsOpen)
         take();
         EXPECT_EQ(recorder->bitsPerChannel(), format.mBitsPerChannel);
         EXPECT_EQ(recorder->audioFile()->fileType(), type);
-        expectInFile({{0, recorder->lengthInFrames()}});
+        const UInt64 frames = recorder->lengthInFrames();
+        expectInFile({{0, frames}});
+        make(2);
+        recorder->setWritesPartialBufferAtStop(true);
+        recorder->record();
+        hardware.advanceCycles(id);
+        recorder->stop();
+        expectInFile({{0, frames}}); // the rest stays
         disk.remove(path);
     }
 }

@@ -34,8 +34,8 @@ public:
         pw_thread_loop* loop_;
     };
 
-    /// Makes what the library needs to work, its thread included; false when it cannot, which is logged the first time and may be
-    /// tried again. One thread at a time. Until it was true nothing else may be used.
+    /// Makes what the library needs to work, its thread included; false when it cannot, which is logged the first time
+    /// and may be tried again. One thread at a time. Until it was true nothing else may be used.
     bool open();
     bool isOpen() const { return loop_ != nullptr; }
 
