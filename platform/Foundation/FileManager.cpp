@@ -141,7 +141,7 @@ SystemError copyWithFork(const std::string& source, const std::string& destinati
     SystemError error = copyFile(source, destination);
     if (error != 0)
         return error;
-    error = transferFork(source, destination, copyFile);
+    error = withinMemory(ENOMEM, [&] { return transferFork(source, destination, copyFile); });
     if (error != 0)
         (void)FileSystem::current().remove(destination); // the first error counts
     return error;
@@ -167,7 +167,7 @@ SystemError moveWithFork(const std::string& source, const std::string& destinati
         return moveByCopying(source, destination);
     if (error != 0)
         return error;
-    error = transferFork(source, destination, renameFile);
+    error = withinMemory(ENOMEM, [&] { return transferFork(source, destination, renameFile); });
     if (error != 0)
         (void)FileSystem::current().rename(destination, source); // the first error counts
     return error;
@@ -225,7 +225,7 @@ bool FileManager::removeFileAtPath_handler(const std::string& path, FileManagerH
 {
     if (handler)
         handler->fileManager_willProcessPath(path);
-    return finish(removeWithFork(path), path, handler);
+    return finish(withinMemory(ENOMEM, [&] { return removeWithFork(path); }), path, handler);
 }
 
 bool FileManager::changeFileAttributes_atPath(const FileAttributes& attributes, const std::string& path)

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "Foundation/FileSystem.h"
 
+#include "Foundation/Memory.h"
+
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/xattr.h>
@@ -188,7 +190,11 @@ public:
             return EISDIR;
         if (!S_ISREG(status.st_mode))
             return ESPIPE;
-        opened->shareLock({status.st_dev, status.st_ino});
+        if (!withinMemory([&] { opened->shareLock({status.st_dev, status.st_ino}); })) {
+            if ((openFlags(access) & O_CREAT) != 0)
+                ::unlink(path.c_str()); // it was made just now
+            return ENOMEM;
+        }
         file = std::move(opened);
         return 0;
     }

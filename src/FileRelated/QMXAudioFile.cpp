@@ -58,12 +58,7 @@ QMXAudioFile::~QMXAudioFile()
 
 void QMXAudioFile::updatePath(const std::optional<std::string>& path)
 {
-    const bool isTaken = qmx::withinMemory([&] {
-        Path taken = pathOf(path);
-        drainWrites(); // before the span is cleared
-        takePath(std::move(taken));
-    });
-    if (!isTaken)
+    if (!qmx::withinMemory([&] { takePath(pathOf(path)); }))
         qmx::Log("QMXAudioFile: not enough memory for a path");
 }
 
@@ -76,6 +71,7 @@ QMXAudioFile::Path QMXAudioFile::pathOf(const std::optional<std::string>& path)
 
 void QMXAudioFile::takePath(Path path) noexcept
 {
+    drainWrites(); // before the span is cleared
     originalFilePath = std::move(path.whole);
     parentDirPath = std::move(path.parent);
     fileName = std::move(path.name);

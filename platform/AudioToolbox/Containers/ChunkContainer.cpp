@@ -225,6 +225,11 @@ OSStatus ChunkContainer::writeBytes(UInt64 start, UInt32& count, const void* buf
     }
     const Transfer done = store(audio_.start + start, static_cast<const UInt8*>(buffer), count);
     count = static_cast<UInt32>(done.count);
+    if (headerLags_ && !defersSizeUpdates()) { // an earlier write failed to commit; the close tries once more
+        const FileLock lock = file_.lock();
+        if (noticeOtherWriter() == noErr)
+            (void)commit();
+    }
     return statusForSystemError(done.error);
 }
 

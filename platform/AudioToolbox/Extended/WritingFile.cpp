@@ -137,7 +137,7 @@ OSStatus WritingFile::encode(const AudioBufferList* data, UInt32 frames)
         return failure();
     given_ = data;
     givenFrames_ = frames;
-    const OSStatus status = convert();
+    const OSStatus status = withinMemory(memFullErr, [this] { return convert(); });
     given_ = nullptr;
     givenFrames_ = 0;
     if (status != noErr) {
@@ -150,7 +150,7 @@ OSStatus WritingFile::encode(const AudioBufferList* data, UInt32 frames)
 /// Until the frames that were given are used up.
 OSStatus WritingFile::convert()
 {
-    OSStatus status = withinMemory(memFullErr, [this] { return beginPackets(); });
+    OSStatus status = beginPackets();
     for (bool isUsedUp = false; status == noErr && !isUsedUp;) {
         UInt32 packets = 0;
         status = writePackets(packets, isUsedUp);

@@ -118,7 +118,8 @@ TEST_F(RecordArchive, WithoutAListComesBackWithoutOne)
     record->clearTrackInfos();
     const auto again = reloaded(record);
     EXPECT_FALSE(again->trackInfos());
-    const auto& objects = objectsOf(archiveOf(reloaded(again)));
+    const auto archive = archiveOf(reloaded(again));
+    const auto& objects = objectsOf(archive);
     EXPECT_TRUE(std::ranges::any_of(objects, [](const auto& object) {
         const auto* const fields = object->template as<PropertyListDictionary>();
         return fields && fields->find("picture");
