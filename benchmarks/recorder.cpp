@@ -5,8 +5,8 @@
 #include "Devices/QMXAudioDevice.h"
 #include "Devices/QMXVUMeterDataProvider.h"
 #include "Foundation/RealTime.h"
-#include "Foundation/RunLoop.h"
-#include "Foundation/Thread.h"
+#include "Foundation/MainThread/RunLoop.h"
+#include "Foundation/Threads/Thread.h"
 #include "Recording/QMXAudioRecorder.h"
 
 #include <benchmark/benchmark.h>

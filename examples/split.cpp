@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Divides a recording into tracks at its silences: one line per track on standard output, a drawing where asked.
 #include "Formats/QMXAudioStreamBasicDescription.h"
-#include "Foundation/Log.h"
+#include "Foundation/Text/Log.h"
 #include "Tracks/QMXAudioTrackAutoDefiner.h"
 #include "support/CommandLine.h"
 #include "support/DecodedCopy.h"

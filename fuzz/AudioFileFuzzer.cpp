@@ -3,8 +3,8 @@
 // again with the bytes that were written and with everything that was before them.
 #include "AudioToolbox/AudioConverter.h"
 #include "AudioToolbox/AudioFile.h"
-#include "Foundation/Log.h"
-#include "Foundation/MemoryFileSystem.h"
+#include "Foundation/Text/Log.h"
+#include "Foundation/Files/MemoryFileSystem.h"
 
 #include <algorithm>
 #include <cstdlib>

@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: MIT
 // Any bytes as a file with track information: checked, read and stored into by both classes. What stood behind the form's header is
 // there afterwards unless it was a store of ours, and a stored record ends where the form does.
-#include "Foundation/Log.h"
-#include "Foundation/MemoryFileSystem.h"
-#include "Tracks/QMXAIFFUtility.h"
-#include "Tracks/QMXAudioFileTrackInfoReaderWriter.h"
-#include "Tracks/QMXAudioTrackInfoReaderWriterFactory.h"
+#include "Foundation/Text/Log.h"
+#include "Foundation/Files/MemoryFileSystem.h"
+#include "Tracks/Store/QMXAIFFUtility.h"
+#include "Tracks/Store/QMXAudioFileTrackInfoReaderWriter.h"
+#include "Tracks/Store/QMXAudioTrackInfoReaderWriterFactory.h"
 
 #include <algorithm>
 #include <cstdlib>

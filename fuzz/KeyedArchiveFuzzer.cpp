@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Any bytes as a keyed archive; what gives an object must go into a keyed archive and come back.
 #include "ArchiveFuzzing.h"
-#include "Foundation/KeyedUnarchiver.h"
+#include "Foundation/Archives/KeyedUnarchiver.h"
 #include "support/Archives.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)

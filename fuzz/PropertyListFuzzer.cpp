@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // Any bytes as a binary property list; what is readable must write and read back to the same bytes.
-#include "Foundation/PropertyList.h"
+#include "Foundation/Archives/PropertyList.h"
 
 #include <cstdlib>
 

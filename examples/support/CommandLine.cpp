@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "support/CommandLine.h"
 
-#include "Foundation/Format.h"
+#include "Foundation/Text/Format.h"
 #include "support/Failure.h"
 
 #include <algorithm>

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "support/Failure.h"
 
-#include "Foundation/FailureLine.h"
-#include "Foundation/Log.h"
+#include "Foundation/Text/FailureLine.h"
+#include "Foundation/Text/Log.h"
 
 #include <cerrno>
 #include <csignal>

@@ -2,7 +2,7 @@
 #include "support/StatusText.h"
 
 #include "AudioToolbox/AudioFile.h"
-#include "Foundation/Format.h"
+#include "Foundation/Text/Format.h"
 #include "support/Failure.h"
 
 #include <cerrno>

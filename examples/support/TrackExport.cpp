@@ -2,8 +2,8 @@
 #include "support/TrackExport.h"
 
 #include "FileRelated/QMXExtAudioFile.h"
-#include "Foundation/CFString.h"
-#include "Foundation/Format.h"
+#include "Foundation/Text/CFString.h"
+#include "Foundation/Text/Format.h"
 #include "support/AudioTypes.h"
 #include "support/Failure.h"
 #include "support/FrameCopy.h"

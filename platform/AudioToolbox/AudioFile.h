@@ -19,7 +19,7 @@
 #include "CoreAudioTypes/AudioChannelLayout.h"
 #include "CoreAudioTypes/CoreAudioTypes.h"
 #include "CoreServices/Files.h"
-#include "Foundation/CFString.h"
+#include "Foundation/Text/CFString.h"
 #include "Foundation/Export.h"
 
 /// An open audio file; null is none.
@@ -137,7 +137,7 @@ inline constexpr OSStatus kAudioFileFileNotFoundError = -43;
 /// with its length.
 ///
 /// Calls that open AIFF, WAVE or CAF files for writing, initialise, grow or close them wait without end while another
-/// thread or process holds the file's lock (Foundation/FileSystem.h), as the track store does during a store.
+/// thread or process holds the file's lock (Foundation/Files/FileSystem.h), as the track store does during a store.
 QMX_EXPORT OSStatus AudioFileOpen(const FSRef* reference, SInt8 permissions, AudioFileTypeID typeHint,
                                   AudioFileID* file);
 

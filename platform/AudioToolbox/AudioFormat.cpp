@@ -4,7 +4,7 @@
 #include "AudioToolbox/Codings/CodingFacts.h"
 #include "AudioToolbox/Codings/PacketCoding.h"
 #include "AudioToolbox/Conversion/PcmLayout.h"
-#include "Foundation/CFString.h"
+#include "Foundation/Text/CFString.h"
 #include "Foundation/Memory.h"
 
 #include <algorithm>

@@ -5,7 +5,7 @@
 #include "AudioToolbox/Extended/ExtendedProperties.h"
 #include "AudioToolbox/Extended/ReadingFile.h"
 #include "AudioToolbox/Extended/WritingFile.h"
-#include "Foundation/FileManager.h"
+#include "Foundation/Files/FileManager.h"
 #include "Foundation/Memory.h"
 
 #include <utility>

@@ -5,7 +5,7 @@
 
 #include "CoreAudioTypes/AudioTimeStamp.h"
 #include "CoreAudioTypes/CoreAudioTypes.h"
-#include "CoreServices/Components.h"
+#include "AudioUnit/Components.h"
 
 /// An opened audio unit; null is none.
 using AudioUnit = ComponentInstance;

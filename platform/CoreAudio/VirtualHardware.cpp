@@ -5,7 +5,7 @@
 #include "CoreAudio/HAL/Virtual/SampleInput.h"
 #include "CoreAudio/HAL/Virtual/VirtualBackend.h"
 #include "Foundation/RealTime.h"
-#include "Foundation/Worker.h"
+#include "Foundation/Threads/Worker.h"
 
 #include <array>
 

@@ -4,7 +4,7 @@
 
 #include "CoreAudioTypes/MacTypes.h"
 #include "Foundation/Export.h"
-#include "Foundation/FileSystem.h"
+#include "Foundation/Files/FileSystem.h"
 
 #include <string>
 

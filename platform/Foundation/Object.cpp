@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "Foundation/Object.h"
 
-#include "Foundation/Format.h"
+#include "Foundation/Text/Format.h"
 
 #include <cxxabi.h>
 

@@ -4,7 +4,7 @@
 
 #include "Devices/QMXAudioDevice.h"
 #include "Devices/QMXVUMeterDataProvider.h"
-#include "Foundation/ConditionLock.h"
+#include "Foundation/Threads/ConditionLock.h"
 
 struct QMXAudioDevice::ClassState {
     QMXAudioDeviceDictionary devices;

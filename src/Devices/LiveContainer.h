@@ -5,7 +5,7 @@
 
 #include "CoreAudioTypes/MacTypes.h"
 #include "Foundation/Export.h"
-#include "Foundation/Retirement.h"
+#include "Foundation/Threads/Retirement.h"
 
 #include <atomic>
 #include <cstddef>

@@ -13,7 +13,7 @@
 #include "Devices/QMXAudioSubscription.h"
 #include "Foundation/Export.h"
 #include "Foundation/Object.h"
-#include "Foundation/Retirement.h"
+#include "Foundation/Threads/Retirement.h"
 
 #include <atomic>
 #include <map>

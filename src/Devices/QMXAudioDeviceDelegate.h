@@ -2,7 +2,7 @@
 #pragma once
 
 #include "Foundation/Export.h"
-#include "Foundation/NotificationCenter.h"
+#include "Foundation/MainThread/NotificationCenter.h"
 
 /// Is told of changes of a device by whoever calls the device's operations of the same names. Operations left out do nothing.
 class QMX_EXPORT QMXAudioDeviceDelegate

@@ -3,11 +3,11 @@
 #include "Devices/DeviceClassState.h"
 #include "Devices/QMXAudioDevice.h"
 #include "Devices/QMXAudioDeviceInfoOutput.h"
-#include "Foundation/Format.h"
-#include "Foundation/Log.h"
+#include "Foundation/Text/Format.h"
+#include "Foundation/Text/Log.h"
 #include "Foundation/RealTime.h"
-#include "Foundation/RunLoop.h"
-#include "Foundation/Thread.h"
+#include "Foundation/MainThread/RunLoop.h"
+#include "Foundation/Threads/Thread.h"
 
 #include <algorithm>
 #include <array>

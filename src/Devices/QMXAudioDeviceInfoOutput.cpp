@@ -7,7 +7,7 @@
 #include "Formats/PropertyBlock.h"
 #include "Formats/QMXAudioStreamBasicDescription.h"
 #include "Formats/QMXAudioValueRange.h"
-#include "Foundation/Format.h"
+#include "Foundation/Text/Format.h"
 
 namespace
 {

@@ -6,8 +6,8 @@
 #include "Formats/QMXAudioDeviceUtils.h"
 #include "Formats/QMXAudioStreamBasicDescription.h"
 #include "Formats/QMXAudioValueRange.h"
-#include "Foundation/CFString.h"
-#include "Foundation/Format.h"
+#include "Foundation/Text/CFString.h"
+#include "Foundation/Text/Format.h"
 
 #include <algorithm>
 #include <cstddef>

@@ -3,9 +3,9 @@
 
 #include "Devices/QMXAudioDevice.h"
 #include "Devices/QMXVUMeterData.h"
-#include "Foundation/NotificationCenter.h"
-#include "Foundation/RunLoop.h"
-#include "vecLib/Kernels/ChannelPeaks.h"
+#include "Foundation/MainThread/NotificationCenter.h"
+#include "Foundation/MainThread/RunLoop.h"
+#include "vecLib/ChannelPeaks.h"
 
 #include <algorithm>
 #include <array>

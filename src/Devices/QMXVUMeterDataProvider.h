@@ -4,7 +4,7 @@
 #include "Devices/QMXCoreAudioIOSubscriber.h"
 #include "Foundation/Export.h"
 #include "Foundation/Object.h"
-#include "Foundation/RealTimeNotification.h"
+#include "Foundation/MainThread/RealTimeNotification.h"
 
 #include <atomic>
 #include <memory>

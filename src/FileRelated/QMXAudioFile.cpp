@@ -5,7 +5,7 @@
 #include "Formats/ByteUtility.h"
 #include "Formats/QMXAudioStreamBasicDescription.h"
 #include "Formats/QMXFileUtils.h"
-#include "Foundation/Log.h"
+#include "Foundation/Text/Log.h"
 #include "Foundation/Memory.h"
 
 #include <new>

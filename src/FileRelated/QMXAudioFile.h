@@ -3,12 +3,12 @@
 
 #include "AudioToolbox/AudioFile.h"
 #include "CoreServices/Files.h"
-#include "Foundation/ConditionLock.h"
-#include "Foundation/FileManager.h"
+#include "Foundation/Threads/ConditionLock.h"
+#include "Foundation/Files/FileManager.h"
 #include "Foundation/HeapBlock.h"
 #include "Foundation/Object.h"
-#include "Foundation/Thread.h"
-#include "Foundation/Worker.h"
+#include "Foundation/Threads/Thread.h"
+#include "Foundation/Threads/Worker.h"
 
 #include <array>
 #include <atomic>

@@ -5,7 +5,7 @@
 #include "Formats/FileByteOrder.h"
 #include "Formats/OwnedBufferList.h"
 #include "Formats/QMXAudioStreamBasicDescription.h"
-#include "Foundation/Log.h"
+#include "Foundation/Text/Log.h"
 #include "Foundation/Memory.h"
 
 #include <algorithm>

@@ -2,7 +2,7 @@
 // Reading the platform's file properties, and the names of properties and statuses.
 #include "FileRelated/QMXAudioFile.h"
 
-#include "Foundation/Log.h"
+#include "Foundation/Text/Log.h"
 #include "Foundation/Memory.h"
 
 #include <array>

@@ -4,8 +4,8 @@
 #include "Formats/ByteUtility.h"
 #include "Formats/QMXAudioStreamBasicDescription.h"
 #include "Formats/QMXFileUtils.h"
-#include "Foundation/CFString.h"
-#include "Foundation/FailureLine.h"
+#include "Foundation/Text/CFString.h"
+#include "Foundation/Text/FailureLine.h"
 #include "Foundation/Memory.h"
 
 #include <algorithm>

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "Formats/PrintStreamDesc.h"
 
-#include "Foundation/Format.h"
+#include "Foundation/Text/Format.h"
 
 #include <cstdio>
 #include <cstring>

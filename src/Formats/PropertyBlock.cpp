@@ -2,7 +2,7 @@
 #include "Formats/PropertyBlock.h"
 
 #include "Formats/QMXAudioDeviceUtils.h"
-#include "Foundation/Log.h"
+#include "Foundation/Text/Log.h"
 
 #include <atomic>
 

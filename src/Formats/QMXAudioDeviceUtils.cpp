@@ -2,7 +2,7 @@
 #include "Formats/QMXAudioDeviceUtils.h"
 
 #include "Formats/CodeTexts.h"
-#include "Foundation/Format.h"
+#include "Foundation/Text/Format.h"
 
 namespace
 {

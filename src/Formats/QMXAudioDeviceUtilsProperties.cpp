@@ -2,7 +2,7 @@
 // The properties of the hardware and of devices as plain values.
 #include "Formats/PropertyBlock.h"
 #include "Formats/QMXAudioDeviceUtils.h"
-#include "Foundation/Log.h"
+#include "Foundation/Text/Log.h"
 
 bool QMXAudioDeviceUtils::canSetHardwareProperty(AudioHardwarePropertyID propertyID)
 {

@@ -3,7 +3,7 @@
 
 #include "AudioToolbox/AudioFormat.h"
 #include "Formats/QMXAudioDeviceUtils.h"
-#include "Foundation/Format.h"
+#include "Foundation/Text/Format.h"
 
 #include <array>
 #include <cstddef>

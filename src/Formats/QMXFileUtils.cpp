@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "Formats/QMXFileUtils.h"
 
-#include "Foundation/FileManager.h"
+#include "Foundation/Files/FileManager.h"
 
 #include <cstring>
 #include <new>

@@ -3,9 +3,9 @@
 
 #include "CoreAudio/AudioHardware.h"
 #include "Formats/QMXAudioStreamBasicDescription.h"
-#include "Foundation/FailureLine.h"
-#include "Foundation/Format.h"
-#include "Foundation/Log.h"
+#include "Foundation/Text/FailureLine.h"
+#include "Foundation/Text/Format.h"
+#include "Foundation/Text/Log.h"
 #include "Foundation/Memory.h"
 
 #include <algorithm>

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "AudioToolbox/AUGraph.h"
+#include "AudioUnit/AUGraph.h"
 #include "AudioToolbox/AudioConverter.h"
 #include "Foundation/Export.h"
 #include "Foundation/Object.h"

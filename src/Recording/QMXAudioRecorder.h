@@ -2,14 +2,14 @@
 #pragma once
 
 #include "Devices/QMXCoreAudioIOSubscriber.h"
-#include "Foundation/ConditionLock.h"
-#include "Foundation/FileManager.h"
+#include "Foundation/Threads/ConditionLock.h"
+#include "Foundation/Files/FileManager.h"
 #include "Foundation/Object.h"
-#include "Foundation/RealTimeNotification.h"
-#include "Foundation/Retirement.h"
-#include "Foundation/Thread.h"
-#include "Foundation/Timer.h"
-#include "Foundation/Worker.h"
+#include "Foundation/MainThread/RealTimeNotification.h"
+#include "Foundation/Threads/Retirement.h"
+#include "Foundation/Threads/Thread.h"
+#include "Foundation/MainThread/Timer.h"
+#include "Foundation/Threads/Worker.h"
 #include "Recording/QMXAudioRecordingLoss.h"
 
 #include <atomic>

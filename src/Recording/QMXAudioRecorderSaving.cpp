@@ -3,7 +3,7 @@
 #include "AudioToolbox/AudioConverter.h"
 #include "FileRelated/QMXAudioFile.h"
 #include "Formats/QMXAudioStreamBasicDescription.h"
-#include "Foundation/NotificationCenter.h"
+#include "Foundation/MainThread/NotificationCenter.h"
 #include "Processing/QMXAudioConverter.h"
 #include "Recording/QMXAudioRecorder.h"
 #include "Recording/RawBuffers.h"

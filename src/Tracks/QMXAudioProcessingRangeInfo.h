@@ -2,10 +2,10 @@
 #pragma once
 
 #include "CoreAudioTypes/MacTypes.h"
-#include "Foundation/Coder.h"
+#include "Foundation/Archives/Coder.h"
 #include "Foundation/Export.h"
 #include "Foundation/Object.h"
-#include "Foundation/Values.h"
+#include "Foundation/Archives/Values.h"
 
 #include <memory>
 #include <optional>

@@ -4,7 +4,7 @@
 #include "FileRelated/QMXAudioFile.h"
 #include "Formats/QMXAudioStreamBasicDescription.h"
 #include "Foundation/HeapBlock.h"
-#include "Foundation/Log.h"
+#include "Foundation/Text/Log.h"
 #include "Foundation/Memory.h"
 #include "Processing/QMXAudioConverter.h"
 #include "Tracks/DefinerProgress.h"

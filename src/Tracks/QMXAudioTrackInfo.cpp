@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "Tracks/QMXAudioTrackInfo.h"
 
-#include "Foundation/Format.h"
+#include "Foundation/Text/Format.h"
 #include "Foundation/Memory.h"
-#include "Foundation/Number.h"
+#include "Foundation/Archives/Number.h"
 
 #include <type_traits>
 

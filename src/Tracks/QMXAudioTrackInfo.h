@@ -2,9 +2,9 @@
 #pragma once
 
 #include "CoreAudioTypes/MacTypes.h"
-#include "Foundation/Coder.h"
+#include "Foundation/Archives/Coder.h"
 #include "Foundation/Export.h"
-#include "Foundation/Image.h"
+#include "Foundation/Archives/Image.h"
 #include "Foundation/Object.h"
 
 #include <memory>

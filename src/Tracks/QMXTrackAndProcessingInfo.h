@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "Foundation/Coder.h"
+#include "Foundation/Archives/Coder.h"
 #include "Foundation/Export.h"
 #include "Foundation/Object.h"
-#include "Foundation/Values.h"
+#include "Foundation/Archives/Values.h"
 #include "Tracks/QMXAudioProcessingRangeInfo.h"
 #include "Tracks/QMXAudioTrackInfo.h"
 

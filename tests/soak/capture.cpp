@@ -5,7 +5,7 @@
 // server's clock jumps by itself; that is counted apart.
 #include "CoreAudio/AudioHardware.h"
 #include "Devices/QMXAudioDevice.h"
-#include "Foundation/RunLoop.h"
+#include "Foundation/MainThread/RunLoop.h"
 #include "support/SoundServer.h"
 
 #include <algorithm>

@@ -8,8 +8,8 @@
 #include "Devices/QMXAudioDevice.h"
 #include "FileRelated/QMXAudioFile.h"
 #include "Formats/QMXAudioStreamBasicDescription.h"
-#include "Foundation/Log.h"
-#include "Foundation/RunLoop.h"
+#include "Foundation/Text/Log.h"
+#include "Foundation/MainThread/RunLoop.h"
 #include "Recording/QMXAudioRecorder.h"
 
 #include <array>

@@ -2,7 +2,7 @@
 // Archives written out by hand, and a class that is archived in them.
 #pragma once
 
-#include "Foundation/Coder.h"
+#include "Foundation/Archives/Coder.h"
 
 #include <cstdint>
 #include <memory>

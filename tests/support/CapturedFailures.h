@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "Foundation/FailureLine.h"
+#include "Foundation/Text/FailureLine.h"
 
 #include <string>
 #include <vector>

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "Foundation/Log.h"
+#include "Foundation/Text/Log.h"
 
 #include <algorithm>
 #include <mutex>

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "Foundation/MemoryFileSystem.h"
+#include "Foundation/Files/MemoryFileSystem.h"
 
 namespace qmx::test
 {

@@ -3,7 +3,7 @@
 
 #include "CoreAudio/VirtualHardware.h"
 #include "Devices/QMXAudioDevice.h"
-#include "Foundation/RunLoop.h"
+#include "Foundation/MainThread/RunLoop.h"
 
 #include <gtest/gtest.h>
 #include <string>

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // A build without a library of codings: none of them is there, nor are the files that hold nothing else.
 #include "AudioToolbox/Codings/PacketCoding.h"
-#include "AudioToolbox/Containers/LibavContainer.h"
+#include "AudioToolbox/Containers/Libav/LibavContainer.h"
 
 namespace qmx
 {

@@ -3,7 +3,7 @@
 
 #include "CoreServices/Files.h"
 #include "Foundation/ByteFields.h"
-#include "Foundation/FileSystem.h"
+#include "Foundation/Files/FileSystem.h"
 
 #include <memory>
 #include <span>

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "AudioToolbox/Containers/ContainerProperties.h"
 
-#include "Foundation/Format.h"
+#include "Foundation/Text/Format.h"
 
 #include <algorithm>
 #include <cmath>

@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: MIT
 #include "AudioToolbox/Containers/ContainerTable.h"
 
-#include "AudioToolbox/Containers/AIFFContainer.h"
-#include "AudioToolbox/Containers/CAFContainer.h"
-#include "AudioToolbox/Containers/LibavContainer.h"
-#include "AudioToolbox/Containers/NeXTContainer.h"
-#include "AudioToolbox/Containers/SoundDesignerContainer.h"
-#include "AudioToolbox/Containers/WAVEContainer.h"
+#include "AudioToolbox/Containers/Chunks/AIFFContainer.h"
+#include "AudioToolbox/Containers/Chunks/CAFContainer.h"
+#include "AudioToolbox/Containers/Libav/LibavContainer.h"
+#include "AudioToolbox/Containers/Flat/NeXTContainer.h"
+#include "AudioToolbox/Containers/Flat/SoundDesignerContainer.h"
+#include "AudioToolbox/Containers/Chunks/WAVEContainer.h"
 
 #include <algorithm>
 #include <array>

@@ -3,7 +3,7 @@
 #pragma once
 
 #include "AudioToolbox/Containers/Container.h"
-#include "Foundation/FileSystem.h"
+#include "Foundation/Files/FileSystem.h"
 
 #include <array>
 #include <string>

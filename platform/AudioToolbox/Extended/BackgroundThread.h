@@ -2,7 +2,7 @@
 // The threads of the process that write and read files behind real-time threads: one for each direction, for all files.
 #pragma once
 
-#include "Foundation/LastingThread.h"
+#include "Foundation/Threads/LastingThread.h"
 
 #include <atomic>
 #include <list>

@@ -5,7 +5,7 @@
 #include "AudioUnit/Units/OutputHardware.h"
 #include "AudioUnit/Units/RenderGate.h"
 #include "AudioUnit/Units/SliceBuffers.h"
-#include "Foundation/Retirement.h"
+#include "Foundation/Threads/Retirement.h"
 
 #include <atomic>
 #include <memory>

@@ -3,7 +3,7 @@
 #pragma once
 
 #include "AudioUnit/Units/Unit.h"
-#include "CoreServices/Components.h"
+#include "AudioUnit/Components.h"
 
 #include <memory>
 

@@ -2,7 +2,7 @@
 // The audio units there are. A further unit is one more line in UnitTable.cpp.
 #pragma once
 
-#include "CoreServices/Components.h"
+#include "AudioUnit/Components.h"
 
 #include <memory>
 #include <span>

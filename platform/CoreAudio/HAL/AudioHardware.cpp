@@ -2,7 +2,7 @@
 #include "CoreAudio/AudioHardware.h"
 
 #include "CoreAudio/HAL/Hardware.h"
-#include "Foundation/CFString.h"
+#include "Foundation/Text/CFString.h"
 #include "Foundation/RealTime.h"
 
 #include <algorithm>

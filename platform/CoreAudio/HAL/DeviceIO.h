@@ -4,7 +4,7 @@
 
 #include "CoreAudio/AudioHardware.h"
 #include "CoreAudio/DeviceDescription.h"
-#include "Foundation/Retirement.h"
+#include "Foundation/Threads/Retirement.h"
 
 #include <atomic>
 #include <functional>

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "CoreAudio/HAL/DeviceView.h"
-#include "Foundation/CFString.h"
+#include "Foundation/Text/CFString.h"
 
 #include <algorithm>
 #include <cmath>

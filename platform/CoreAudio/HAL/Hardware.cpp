@@ -6,7 +6,7 @@
 #ifdef QMX_WITH_PIPEWIRE
 #include "CoreAudio/HAL/PipeWire/PipeWireBackend.h"
 #endif
-#include "Foundation/Log.h"
+#include "Foundation/Text/Log.h"
 
 #include <algorithm>
 #include <cstdlib>

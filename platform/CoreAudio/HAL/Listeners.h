@@ -4,7 +4,7 @@
 
 #include "CoreAudio/AudioHardware.h"
 #include "CoreAudio/DeviceDescription.h"
-#include "Foundation/LastingThread.h"
+#include "Foundation/Threads/LastingThread.h"
 
 #include <condition_variable>
 #include <cstddef>

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "CoreAudio/HAL/PropertyValue.h"
 
-#include "Foundation/CFString.h"
+#include "Foundation/Text/CFString.h"
 
 #include <algorithm>
 

@@ -2,7 +2,7 @@
 // A file's fork: its second part, which is kept in a file beside it, named like it with "._" in front.
 #pragma once
 
-#include "Foundation/FileSystem.h"
+#include "Foundation/Files/FileSystem.h"
 
 namespace qmx
 {

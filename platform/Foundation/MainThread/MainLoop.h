@@ -3,7 +3,7 @@
 
 #include "Foundation/MainThread/RealTimeRing.h"
 #include "Foundation/MainThread/TimerQueue.h"
-#include "Foundation/RunLoop.h"
+#include "Foundation/MainThread/RunLoop.h"
 
 #include <atomic>
 #include <cstdint>

@@ -3,7 +3,7 @@
 #pragma once
 
 #include "Foundation/Object.h"
-#include "Foundation/RealTimeNotification.h"
+#include "Foundation/MainThread/RealTimeNotification.h"
 
 #include <array>
 #include <atomic>

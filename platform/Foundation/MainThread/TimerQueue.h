@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "Foundation/Timer.h"
+#include "Foundation/MainThread/Timer.h"
 
 #include <memory>
 #include <mutex>

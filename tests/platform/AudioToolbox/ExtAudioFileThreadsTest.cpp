@@ -2,7 +2,7 @@
 // What extended audio files owe to real-time threads: queued writes and reads ahead. Disks that stall, fill up and fail are in memory.
 #include "ExtAudioFileHelpers.h"
 #include "Foundation/RealTime.h"
-#include "Foundation/Worker.h"
+#include "Foundation/Threads/Worker.h"
 #include "support/MemoryDisk.h"
 
 #include <gtest/gtest.h>

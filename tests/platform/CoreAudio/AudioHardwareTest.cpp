@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "Foundation/CFString.h"
+#include "Foundation/Text/CFString.h"
 #include "support/Hardware.h"
 
 #include <gmock/gmock.h>

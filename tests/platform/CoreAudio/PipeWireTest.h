@@ -5,7 +5,7 @@
 
 #include "CoreAudio/AudioHardware.h"
 #include "CoreAudioTypes/FourCharCode.h"
-#include "Foundation/CFString.h"
+#include "Foundation/Text/CFString.h"
 #include "support/OutsideRealTime.h"
 #include "support/SoundServer.h"
 

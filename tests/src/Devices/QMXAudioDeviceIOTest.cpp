@@ -2,8 +2,8 @@
 #include "Devices/QMXAudioDevice.h"
 
 #include "Foundation/RealTime.h"
-#include "Foundation/Retirement.h"
-#include "Foundation/Thread.h"
+#include "Foundation/Threads/Retirement.h"
+#include "Foundation/Threads/Thread.h"
 #include "support/CapturedLog.h"
 #include "support/VirtualDevices.h"
 

@@ -2,7 +2,7 @@
 #include "FileRelated/QMXAudioFile.h"
 
 #include "Formats/QMXAudioStreamBasicDescription.h"
-#include "Foundation/Worker.h"
+#include "Foundation/Threads/Worker.h"
 #include "platform/AudioToolbox/AudioFileHelpers.h"
 #include "support/CapturedLog.h"
 #include "support/KilledProcess.h"

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "CoreAudio/DeviceDescription.h"
 #include "Devices/QMXAudioDevice.h"
-#include "Foundation/NotificationCenter.h"
-#include "Foundation/RunLoop.h"
+#include "Foundation/MainThread/NotificationCenter.h"
+#include "Foundation/MainThread/RunLoop.h"
 #include "Recording/QMXAudioRecorder.h"
 #include "platform/CoreAudio/PipeWireTest.h"
 #include "support/OutsideRealTime.h"

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 // What of a record stands in its archive, and how records are read from archives without all keys or without any.
-#include "Foundation/KeyedArchiver.h"
-#include "Foundation/KeyedUnarchiver.h"
-#include "Foundation/PropertyList.h"
-#include "Foundation/Unarchiver.h"
+#include "Foundation/Archives/KeyedArchiver.h"
+#include "Foundation/Archives/KeyedUnarchiver.h"
+#include "Foundation/Archives/PropertyList.h"
+#include "Foundation/Archives/Unarchiver.h"
 #include "Tracks/QMXTrackAndProcessingInfo.h"
 #include "support/Archives.h"
 

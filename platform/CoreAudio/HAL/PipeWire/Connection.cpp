@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "CoreAudio/HAL/PipeWire/Connection.h"
 
-#include "Foundation/Log.h"
+#include "Foundation/Text/Log.h"
 
 #include <cerrno>
 #include <chrono>

@@ -2,7 +2,7 @@
 #include "CoreAudio/HAL/PipeWire/PipeWireBackend.h"
 
 #include "CoreAudio/HAL/PipeWire/MonotonicClock.h"
-#include "Foundation/Log.h"
+#include "Foundation/Text/Log.h"
 
 #include <algorithm>
 #include <chrono>

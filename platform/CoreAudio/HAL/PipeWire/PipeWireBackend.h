@@ -4,7 +4,7 @@
 #pragma once
 
 #include "CoreAudio/HAL/PipeWire/PipeWireDevice.h"
-#include "Foundation/LastingThread.h"
+#include "Foundation/Threads/LastingThread.h"
 
 #include <condition_variable>
 

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "CoreAudio/HAL/Virtual/Timeline.h"
 
-#include "Foundation/Log.h"
+#include "Foundation/Text/Log.h"
 #include "Foundation/RealTime.h"
-#include "Foundation/Worker.h"
+#include "Foundation/Threads/Worker.h"
 
 #include <algorithm>
 #include <chrono>

@@ -3,7 +3,7 @@
 #pragma once
 
 #include "CoreAudio/VirtualHardware.h"
-#include "Foundation/LastingThread.h"
+#include "Foundation/Threads/LastingThread.h"
 
 #include <atomic>
 #include <condition_variable>

@@ -3,7 +3,7 @@
 
 #include "CoreAudio/HAL/DescriptionChanges.h"
 #include "CoreAudio/HAL/Virtual/VirtualDescription.h"
-#include "Foundation/Thread.h"
+#include "Foundation/Threads/Thread.h"
 
 #include <algorithm>
 #include <cmath>

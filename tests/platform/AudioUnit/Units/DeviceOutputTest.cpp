@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "AudioUnit/Units/DeviceOutput.h"
 
-#include "AudioToolbox/AUGraph.h"
+#include "AudioUnit/AUGraph.h"
 #include "Processing/QMXAudioUnit.h"
 #include "support/Hardware.h"
 #include "support/Units.h"

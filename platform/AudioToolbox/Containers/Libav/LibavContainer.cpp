@@ -1,0 +1,360 @@
+// SPDX-License-Identifier: MIT
+#include "AudioToolbox/Containers/Libav/LibavContainer.h"
+
+#include "AudioToolbox/Codings/CodingFacts.h"
+#include "AudioToolbox/Codings/PacketCoding.h"
+#include "AudioToolbox/Containers/Libav/LibavMuxer.h"
+#include "AudioToolbox/Containers/Libav/LibavReader.h"
+#include "AudioToolbox/Containers/SampleLayout.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace qmx
+{
+namespace
+{
+
+constexpr FourCharCode flacID = fourCharCode("fLaC");
+constexpr std::size_t flacInfoBytes = 34;
+
+/// A file whose packets a demuxer finds, and around whose packets a muxer writes the rest: in front of them at once, so that a stream
+/// whose writer is killed can be read.
+class LibavContainer : public PacketContainer
+{
+protected:
+    LibavContainer(std::unique_ptr<File> file, const char* demuxer, const char* muxer, std::string options = "")
+        : PacketContainer(std::move(file)), demuxer_(demuxer), muxerName_(muxer), options_(std::move(options))
+    {
+    }
+
+    OSStatus read() override
+    {
+        libav::Reader reader(file_, demuxer_);
+        if (const OSStatus status = reader.open(); status != noErr)
+            return status;
+        format_ = reader.format();
+        const OSStatus status = reader.readPackets([&](const PacketPlace& packet) { return addPacket(packet); });
+        bare_ = reader.bare();
+        setTable(reader.primingFrames(), reader.validFrames());
+        return status;
+    }
+
+    OSStatus begin() override
+    {
+        const auto muxer = makeMuxer();
+        return muxer ? writeHead(*muxer) : kAudioFileUnspecifiedError;
+    }
+
+    bool tellsFormat() const override { return !isLossless(format_.mFormatID) || !bare_.empty(); }
+
+    OSStatus writeHead(const libav::Muxer& muxer)
+    {
+        endOfData_ = muxer.head().size();
+        return file_.writeAll(0, muxer.head());
+    }
+
+    /// Null where the muxer does not take the format.
+    std::unique_ptr<libav::Muxer> makeMuxer(const std::string& moreOptions = "") const
+    {
+        auto muxer = std::make_unique<libav::Muxer>(
+            muxerName_, format_, bare_, static_cast<UInt32>(table().mPrimingFrames), (options_ + moreOptions).c_str());
+        if (!muxer->isOpen())
+            muxer.reset();
+        return muxer;
+    }
+
+    /// Brings the head up to date.
+    OSStatus replaceHead(const libav::Muxer& muxer) { return file_.apply({{0, muxer.head()}}); }
+
+    /// Lets the muxer see all packets, and has it finish. Zeros in place of their contents where it does not look at them.
+    OSStatus addPackets(libav::Muxer& muxer, bool withContents)
+    {
+        const AudioFilePacketTableInfo info = table();
+        const auto count = static_cast<SInt64>(packetCount());
+        const SInt64 frames = std::max(1U, format_.mFramesPerPacket);
+        // the packets at the end are told to be as much shorter as the remainder wants it, each at least one frame long
+        const SInt64 end = std::clamp(info.mPrimingFrames + info.mNumberValidFrames, count, count * frames);
+        const SInt64 priming = std::min<SInt64>(info.mPrimingFrames, end);
+        const auto startOf = [&](SInt64 packet) { return std::min(packet * frames, end - (count - packet)); };
+        Bytes buffer(maximumPacketSize());
+        for (SInt64 i = 0; i < count; ++i) {
+            const PacketPlace& place = packets()[static_cast<std::size_t>(i)];
+            const auto bytes = std::span(buffer).first(place.size);
+            const OSStatus status = withContents ? file_.readAll(place.position, bytes) : noErr;
+            if (status != noErr)
+                return status;
+            const libav::Gaps gaps{i == 0 ? static_cast<UInt32>(info.mPrimingFrames) : 0,
+                                   i + 1 == count ? static_cast<UInt32>(info.mRemainderFrames) : 0};
+            if (!muxer.add(bytes, startOf(i) - priming, startOf(i + 1) - startOf(i), gaps))
+                return kAudioFileUnspecifiedError;
+        }
+        return muxer.finish() ? noErr : kAudioFileUnspecifiedError;
+    }
+
+private:
+    const char* demuxer_;
+    const char* muxerName_;
+    std::string options_;
+};
+
+bool isSoundBrand(const FileSigns& signs)
+{
+    const UInt8* const head = signs.head.data();
+    const FourCharCode brand = load32(head + 8, ByteOrder::big);
+    return load32(head + 4, ByteOrder::big) == fourCharCode("ftyp") &&
+           (brand == fourCharCode("M4A ") || brand == fourCharCode("M4B "));
+}
+
+/// What describes the packets comes behind them when the file is closed. A file whose writer was killed before cannot be read.
+template <AudioFileTypeID createdType> class MPEG4Container : public LibavContainer
+{
+public:
+    explicit MPEG4Container(std::unique_ptr<File> file)
+        : LibavContainer(std::move(file), "mov", createdType == kAudioFileM4AType ? "ipod" : "mp4")
+    {
+    }
+
+    AudioFileTypeID type() const override { return createdType; }
+
+protected:
+    OSStatus tail(Bytes& bytes) override
+    {
+        if (bare_.empty() && isAAC(format_.mFormatID))
+            bare_ = makeAACConfig(format_);
+        // so that an edit's length is exact
+        const std::string scale = "movie_timescale=" + std::to_string(static_cast<UInt32>(format_.mSampleRate));
+        finished_ = makeMuxer(scale);
+        if (!finished_)
+            return kAudioFileUnspecifiedError;
+        if (const OSStatus status = addPackets(*finished_, false); status != noErr)
+            return status;
+        bytes = finished_->tail();
+        return packets().empty() ? describeEmpty(scale, bytes) : noErr;
+    }
+
+    OSStatus end() override { return replaceHead(*finished_); }
+
+private:
+    // the muxer leaves a track without packets out unless they are to follow in fragments
+    OSStatus describeEmpty(const std::string& scale, Bytes& bytes)
+    {
+        const auto muxer = makeMuxer(scale + ",movflags=empty_moov");
+        if (!muxer)
+            return kAudioFileUnspecifiedError;
+        const Bytes& head = muxer->head();
+        bytes.assign(head.begin() + load32(head.data(), ByteOrder::big), head.end());
+        return noErr;
+    }
+
+    std::unique_ptr<libav::Muxer> finished_;
+};
+
+/// Each packet has a header of its own, which tells the format and the size. Packets are told without it.
+class ADTSContainer : public LibavContainer
+{
+public:
+    explicit ADTSContainer(std::unique_ptr<File> file) : LibavContainer(std::move(file), "aac", "adts") {}
+
+    AudioFileTypeID type() const override { return kAudioFileAAC_ADTSType; }
+
+protected:
+    OSStatus begin() override
+    {
+        bare_ = makeAACConfig(format_);
+        muxer_ = makeMuxer();
+        return muxer_ ? noErr : kAudioFileUnspecifiedError;
+    }
+
+    OSStatus cookieChanged() override
+    {
+        auto muxer = makeMuxer();
+        if (!muxer)
+            return paramErr;
+        muxer_.swap(muxer);
+        return noErr;
+    }
+
+    bool tellsFormat() const override { return !packets().empty(); }
+
+    bool packetHeader(std::span<const UInt8> packet, Bytes& header) override
+    {
+        const bool isTaken = muxer_->add(packet, 0, 0);
+        header = muxer_->packetHeader();
+        return isTaken;
+    }
+
+private:
+    std::unique_ptr<libav::Muxer> muxer_;
+};
+
+/// The first frame may hold no audio but tell how many there are, and the priming and remainder.
+class MP3Container : public LibavContainer
+{
+public:
+    explicit MP3Container(std::unique_ptr<File> file) : LibavContainer(std::move(file), "mp3", "mp3", "id3v2_version=0")
+    {
+    }
+
+    AudioFileTypeID type() const override { return kAudioFileMP3Type; }
+
+protected:
+    OSStatus begin() override
+    {
+        format_.mFramesPerPacket = format_.mSampleRate < 32000 ? 576 : 1152;
+        const auto muxer = makeMuxer();
+        // readers take a frame that tells of no others for sound, so it tells of one until there are some
+        if (!muxer || !muxer->add(Bytes(muxer->head()), 0, format_.mFramesPerPacket) || !muxer->finish())
+            return kAudioFileUnspecifiedError;
+        return writeHead(*muxer);
+    }
+
+    OSStatus end() override
+    {
+        if (packets().empty())
+            return noErr;
+        const auto muxer = makeMuxer();
+        if (!muxer)
+            return kAudioFileUnspecifiedError;
+        const OSStatus status = addPackets(*muxer, true);
+        return status == noErr ? replaceHead(*muxer) : status;
+    }
+};
+
+class FLACContainer : public LibavContainer
+{
+public:
+    explicit FLACContainer(std::unique_ptr<File> file) : LibavContainer(std::move(file), "flac", "flac") {}
+
+    AudioFileTypeID type() const override { return kAudioFileFLACType; }
+
+protected:
+    OSStatus begin() override
+    {
+        const Bytes none = std::exchange(bare_, Bytes(flacInfoBytes));
+        const OSStatus status = LibavContainer::begin();
+        bare_ = none;
+        return status;
+    }
+
+    // written at once, so that a file whose writer is killed can be read
+    OSStatus cookieChanged() override
+    {
+        const auto muxer = makeMuxer();
+        return muxer ? replaceHead(*muxer) : paramErr;
+    }
+};
+
+// what the file types are known by
+
+bool isM4A(const FileSigns& signs)
+{
+    return isSoundBrand(signs);
+}
+
+bool isMPEG4(const FileSigns& signs)
+{
+    const FourCharCode atom = load32(&signs.head[4], ByteOrder::big);
+    return !isSoundBrand(signs) && (atom == fourCharCode("ftyp") || atom == fourCharCode("moov") ||
+                                    atom == fourCharCode("mdat") || atom == fourCharCode("wide"));
+}
+
+bool isTagged(const FileSigns& signs)
+{
+    return signs.head[0] == 'I' && signs.head[1] == 'D' && signs.head[2] == '3';
+}
+
+// A header is a likeness: samples may start so. It surely is one where another of the same stream follows the first
+// frame, or where the file ends with that frame.
+bool startsFrame(const FileSigns& signs, UInt32 frameSize, UInt32 streamBits)
+{
+    if (!signs.mustBeSure)
+        return true;
+    constexpr UInt32 shortestFrame = 7;
+    UInt8 next[4] = {};
+    std::int64_t fileSize = 0;
+    if (frameSize < shortestFrame)
+        return false;
+    if (signs.file.read(next, sizeof next, frameSize).count < sizeof next)
+        return signs.file.size(fileSize) == 0 && fileSize == frameSize;
+    return ((load32(next, ByteOrder::big) ^ load32(signs.head.data(), ByteOrder::big)) & streamBits) == 0;
+}
+
+bool isADTS(const FileSigns& signs)
+{
+    const UInt32 frameSize = load32(&signs.head[3], ByteOrder::big) >> 13 & 0x1FFF;
+    return ((load16(signs.head.data(), ByteOrder::big) & 0xFFF6) == 0xFFF0 &&
+            startsFrame(signs, frameSize, 0xFFFFFFF0)) ||
+           (isTagged(signs) && signs.hint == kAudioFileAAC_ADTSType);
+}
+
+// Bytes of the frame with a valid header.
+UInt32 sizeOfMP3Frame(UInt32 header)
+{
+    constexpr UInt32 fullRates[] = {0, 32, 40, 48, 56, 64, 80, 96, 112, 128, 160, 192, 224, 256, 320};
+    constexpr UInt32 lowRates[] = {0, 8, 16, 24, 32, 40, 48, 56, 64, 80, 96, 112, 128, 144, 160};
+    constexpr UInt32 samplesPerSecond[] = {44100, 48000, 32000};
+    const UInt32 version = header >> 19 & 3, bitRate = header >> 12 & 15, padding = header >> 9 & 1;
+    const bool isFull = version == 3; // the others have half the sample rate or a quarter of it
+    const UInt32 sampleRate = samplesPerSecond[header >> 10 & 3] / (isFull ? 1 : version == 2 ? 2 : 4);
+    return (isFull ? 144000 * fullRates[bitRate] : 72000 * lowRates[bitRate]) / sampleRate + padding;
+}
+
+bool isMP3(const FileSigns& signs)
+{
+    const UInt32 bits = load32(signs.head.data(), ByteOrder::big);
+    const UInt32 version = bits >> 19 & 3, layer = bits >> 17 & 3, bitRate = bits >> 12 & 15, rate = bits >> 10 & 3;
+    const bool isHeader =
+        bits >> 21 == 0x7FF && version != 1 && layer == 1 && bitRate != 0 && bitRate != 15 && rate != 3;
+    return (isHeader && startsFrame(signs, sizeOfMP3Frame(bits), 0xFFFE0C00)) || isTagged(signs);
+}
+
+bool isFLAC(const FileSigns& signs)
+{
+    return load32(signs.head.data(), ByteOrder::big) == flacID;
+}
+
+// what they hold
+
+bool holdsAAC(const AudioStreamBasicDescription& format)
+{
+    return format.mFormatID == kAudioFormatMPEG4AAC && holdsPackets(format);
+}
+
+bool holdsMP3(const AudioStreamBasicDescription& format)
+{
+    constexpr Float64 rates[] = {48000, 44100, 32000, 24000, 22050, 16000, 12000, 11025, 8000};
+    return format.mFormatID == kAudioFormatMPEGLayer3 && std::ranges::count(rates, format.mSampleRate) > 0 &&
+           format.mChannelsPerFrame > 0 && format.mChannelsPerFrame <= 2 &&
+           std::ranges::count(encodableCodings(), kAudioFormatMPEGLayer3) > 0;
+}
+
+bool holdsFLAC(const AudioStreamBasicDescription& format)
+{
+    constexpr Float64 highestRate = 655350;
+    return format.mFormatID == kAudioFormatFLAC && format.mSampleRate == std::floor(format.mSampleRate) &&
+           isPlausible(format.mSampleRate, format.mChannelsPerFrame) && format.mSampleRate <= highestRate &&
+           format.mChannelsPerFrame <= 8 && format.mFramesPerPacket < mostFramesPerPacket;
+}
+
+template <class Format>
+constexpr ContainerKind kind(AudioFileTypeID type, bool (*matches)(const FileSigns&),
+                             bool (*holds)(const AudioStreamBasicDescription&))
+{
+    return {type, matches, loadPackets<Format>, holds, createPackets<Format>};
+}
+
+} // namespace
+
+std::span<const ContainerKind> libavKinds()
+{
+    static constexpr ContainerKind kinds[] = {
+        kind<MPEG4Container<kAudioFileM4AType>>(kAudioFileM4AType, isM4A, holdsPackets),
+        kind<MPEG4Container<kAudioFileMPEG4Type>>(kAudioFileMPEG4Type, isMPEG4, holdsPackets),
+        kind<FLACContainer>(kAudioFileFLACType, isFLAC, holdsFLAC),
+        kind<ADTSContainer>(kAudioFileAAC_ADTSType, isADTS, holdsAAC),
+        kind<MP3Container>(kAudioFileMP3Type, isMP3, holdsMP3)};
+    return kinds;
+}
+
+} // namespace qmx

@@ -1,0 +1,43 @@
+// SPDX-License-Identifier: MIT
+// The structure that writers and readers of archives share.
+#pragma once
+
+#include "Foundation/Archives/Coder.h"
+#include "Foundation/Archives/PropertyList.h"
+
+#include <string>
+#include <string_view>
+
+namespace qmx
+{
+
+inline constexpr std::string_view archiveNil = "$null";
+inline constexpr std::string_view archiveClassKey = "$class";
+inline constexpr std::string_view archiveClassNameKey = "$classname";
+inline constexpr std::string_view archiveClassChainKey = "$classes";
+inline constexpr std::string_view archiveElementsKey = "NS.objects";
+inline constexpr std::string_view archiveKeysKey = "NS.keys";
+
+/// What makes objects of the registered class; empty for an unknown one. Any thread.
+ArchiveClassMaker archiveClassMaker(std::string_view name);
+
+/// The key as an archive holds it, apart from the archive's own: one more "$" before a "$".
+inline std::string archiveKey(std::string_view key)
+{
+    return std::string(key.starts_with('$') ? "$" : "").append(key);
+}
+
+/// The key of the next value that has none.
+inline std::string archiveSequenceKey(std::size_t position)
+{
+    return std::string("$").append(std::to_string(position));
+}
+
+/// Whether the entry of the object table stands for nil.
+inline bool isArchivedNil(const PropertyListValue& entry)
+{
+    const auto* text = entry.as<std::string>();
+    return text && *text == archiveNil;
+}
+
+} // namespace qmx

@@ -1,0 +1,88 @@
+// SPDX-License-Identifier: MIT
+// What an archivable class sees of archives: a coder to write itself to and a decoder to be made from.
+#pragma once
+
+#include "Foundation/Export.h"
+#include "Foundation/Archives/Image.h"
+#include "Foundation/Archives/Number.h"
+#include "Foundation/Object.h"
+#include "Foundation/Archives/Values.h"
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace qmx
+{
+
+/// Receives the contents of the object being archived. Valid only during `encodeWithCoder`; one thread.
+class QMX_EXPORT Coder
+{
+public:
+    virtual ~Coder();
+
+    /// Whether values are stored under keys; otherwise order and count are the contract.
+    virtual bool allowsKeyedCoding() const = 0;
+
+    /// Stores `object`, which may be nil, under `key`. An object that is stored twice is archived once.
+    virtual void encodeObject_forKey(const std::shared_ptr<const Object>& object, std::string_view key) = 0;
+    /// Stores the next object of the sequence.
+    virtual void encodeObject(const std::shared_ptr<const Object>& object) = 0;
+
+    /// Stores a string object, or nil.
+    void encodeString_forKey(const std::optional<std::string>& text, std::string_view key);
+};
+
+/// An archivable object. A class derives from Object and from this, and registers how it is made from a decoder.
+class QMX_EXPORT Coding
+{
+public:
+    virtual ~Coding();
+
+    virtual void encodeWithCoder(Coder& coder) const = 0;
+
+    /// The class's name in archives, then its superclasses' names, "NSObject" last.
+    virtual std::vector<std::string> archiveClassNames() const = 0;
+};
+
+/// Gives the contents of the object being unarchived. Valid only during the call that makes the object; one thread.
+/// Nothing fails: what is missing or of another type is null.
+class QMX_EXPORT Decoder
+{
+public:
+    virtual ~Decoder();
+
+    virtual bool allowsKeyedCoding() const = 0;
+
+    virtual bool containsValueForKey(std::string_view key) const = 0;
+    /// The object under `key`. The same archived object is the same object here; one that no class here stands for is an
+    /// OpaqueObject.
+    virtual std::shared_ptr<Object> decodeObjectForKey(std::string_view key) = 0;
+    /// The next object of the sequence.
+    virtual std::shared_ptr<Object> decodeObject() = 0;
+    /// A number from a number object or from a number stored in place.
+    virtual std::shared_ptr<Number> decodeNumberForKey(std::string_view key) = 0;
+    /// A picture from its plain data or from the image objects of other writers, the same one each time.
+    virtual std::shared_ptr<Image> decodeImageForKey(std::string_view key) = 0;
+
+    std::optional<std::string> decodeStringForKey(std::string_view key);
+};
+
+/// Makes an object from its archived contents; null counts as nil.
+using ArchiveClassMaker = std::function<std::shared_ptr<Object>(Decoder&)>;
+
+/// Makes the objects that are archived under the class name `name` decodable, replacing an earlier registration. Any thread.
+QMX_EXPORT void registerArchiveClass(const std::string& name, ArchiveClassMaker maker);
+
+/// Why an archive gave no object.
+enum class ArchiveError {
+    none,             ///< there is an object, or the archived object is nil
+    incomprehensible, ///< the data is no archive of this kind
+    inconsistent,     ///< references to nowhere or in a circle, nesting past 64, or contents that outgrow all measure
+    noMemory          ///< there was not enough memory to read it
+};
+
+} // namespace qmx

@@ -1,0 +1,23 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "Foundation/Archives/Coder.h"
+#include "Foundation/Export.h"
+
+#include <cstdint>
+#include <memory>
+#include <span>
+
+namespace qmx
+{
+
+class QMX_EXPORT KeyedUnarchiver
+{
+public:
+    /// The root object of the keyed archive in exactly these bytes. Null when the root is nil, and on failure, for which
+    /// `error` (if given) has the reason. Bytes of any content are safe. Any thread.
+    static std::shared_ptr<Object> unarchiveObjectWithData(std::span<const std::uint8_t> data,
+                                                           ArchiveError* error = nullptr);
+};
+
+} // namespace qmx

@@ -1,0 +1,40 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "Foundation/Export.h"
+#include "Foundation/Object.h"
+#include "Foundation/Archives/PropertyList.h"
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <utility>
+
+namespace qmx
+{
+
+/// An archived object that no class here stands for, kept with all it refers to so that it can be archived again. It holds
+/// on to the whole object table it came from. Does not change.
+class QMX_EXPORT OpaqueObject : public Object
+{
+public:
+    using Table = std::shared_ptr<const PropertyListArray>;
+
+    OpaqueObject(std::string className, Table table, std::uint64_t index)
+        : className_(std::move(className)), table_(std::move(table)), index_(index)
+    {
+    }
+
+    /// The archived class's name; empty when the archive names none.
+    const std::string& className() const { return className_; }
+    /// The objects of the archive, and the place of this one among them.
+    const Table& table() const { return table_; }
+    std::uint64_t index() const { return index_; }
+
+private:
+    std::string className_;
+    Table table_;
+    std::uint64_t index_;
+};
+
+} // namespace qmx

@@ -1,0 +1,24 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "Foundation/Archives/Coder.h"
+#include "Foundation/Export.h"
+
+#include <cstdint>
+#include <memory>
+#include <span>
+
+namespace qmx
+{
+
+/// Reader of the older sequential archives (streamer version 4, either byte order).
+class QMX_EXPORT Unarchiver
+{
+public:
+    /// The first object of the archive; classes decode it without keys. Null when it is nil, and on failure, for which
+    /// `error` (if given) has the reason. Bytes of any content are safe. Any thread.
+    static std::shared_ptr<Object> unarchiveObjectWithData(std::span<const std::uint8_t> data,
+                                                           ArchiveError* error = nullptr);
+};
+
+} // namespace qmx

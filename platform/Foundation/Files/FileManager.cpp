@@ -1,0 +1,259 @@
+// SPDX-License-Identifier: MIT
+#include "Foundation/Files/FileManager.h"
+
+#include "Foundation/ByteFields.h"
+#include "Foundation/Files/Fork.h"
+#include "Foundation/Memory.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstring>
+
+namespace qmx
+{
+namespace
+{
+
+// Type and creator are the first eight of 32 bytes that other systems' tools know under this name.
+constexpr const char* finderInfoName = "user.com.apple.FinderInfo";
+constexpr std::size_t finderInfoSize = 32, typeOffset = 0, creatorOffset = 4;
+using FinderInfo = std::array<std::uint8_t, finderInfoSize>;
+
+OSType codeAt(const std::uint8_t* bytes)
+{
+    return load32(bytes, ByteOrder::big);
+}
+
+std::optional<FinderInfo> infoAt(std::span<const std::uint8_t> bytes, std::size_t offset)
+{
+    if (offset > bytes.size() || bytes.size() - offset < finderInfoSize)
+        return std::nullopt;
+    FinderInfo info;
+    std::copy_n(bytes.begin() + static_cast<std::ptrdiff_t>(offset), finderInfoSize, info.begin());
+    return info;
+}
+
+std::optional<FinderInfo> infoFromAttribute(const std::string& path, const std::string& name, std::size_t offset)
+{
+    std::vector<std::uint8_t> value;
+    if (FileSystem::current().attribute(path, name, value) != 0)
+        return std::nullopt;
+    return infoAt(value, offset);
+}
+
+// The Finder info entry (id 9) of the AppleDouble file beside a file, which archives and foreign disks leave.
+std::optional<FinderInfo> infoFromSidecar(const std::string& path)
+{
+    constexpr std::size_t headerSize = 26, entrySize = 12, largest = 4096;
+    constexpr OSType magic = 0x00051607;
+    std::unique_ptr<File> file;
+    if (FileSystem::current().open(forkPath(path), FileAccess::read, file) != 0)
+        return std::nullopt;
+    std::vector<std::uint8_t> bytes(largest);
+    bytes.resize(file->read(bytes.data(), bytes.size(), 0).count);
+    if (bytes.size() < headerSize || codeAt(bytes.data()) != magic)
+        return std::nullopt;
+    const std::size_t entries = load16(bytes.data() + 24, ByteOrder::big);
+    for (std::size_t i = 0; i < entries && headerSize + (i + 1) * entrySize <= bytes.size(); ++i) {
+        const std::uint8_t* entry = bytes.data() + headerSize + i * entrySize;
+        if (codeAt(entry) == 9)
+            return infoAt(bytes, codeAt(entry + 4));
+    }
+    return std::nullopt;
+}
+
+// In the order of trust: our own and the widest known place first.
+std::optional<FinderInfo> finderInfo(const std::string& path)
+{
+    auto info = infoFromAttribute(path, finderInfoName, 0);
+    if (!info)
+        info = infoFromAttribute(path, "user.org.netatalk.Metadata", 122);
+    if (!info)
+        info = infoFromAttribute(path, "user.DosStream.AFP_AfpInfo:$DATA", 16);
+    return info ? info : infoFromSidecar(path);
+}
+
+SystemError copyContents(File& from, File& to)
+{
+    std::vector<std::uint8_t> block(std::size_t{1} << 20);
+    for (std::int64_t position = 0;;) {
+        const Transfer read = from.read(block.data(), block.size(), position);
+        if (read.error != 0 || read.count == 0)
+            return read.error;
+        const Transfer written = to.write(block.data(), read.count, position);
+        if (written.error != 0)
+            return written.error;
+        position += static_cast<std::int64_t>(read.count);
+    }
+}
+
+SystemError removeWithFork(const std::string& path)
+{
+    const SystemError error = FileSystem::current().remove(path);
+    return error == 0 ? removeFork(path) : error;
+}
+
+// What was copied is on the disk when this succeeds.
+SystemError fillCopy(const std::string& source, File& from, const std::string& destination, File& to)
+{
+    SystemError error = copyContents(from, to);
+    if (error == 0)
+        error = FileSystem::current().copyAttributes(source, destination);
+    if (error == 0)
+        error = to.synchronize();
+    const SystemError closed = to.close();
+    return error == 0 ? closed : error;
+}
+
+SystemError copyFile(const std::string& source, const std::string& destination)
+{
+    FileSystem& fileSystem = FileSystem::current();
+    std::unique_ptr<File> from, to;
+    if (const SystemError error = fileSystem.open(source, FileAccess::read, from); error != 0)
+        return error;
+    if (const SystemError error = fileSystem.open(destination, FileAccess::createPrivate, to); error != 0)
+        return error;
+    const SystemError error = withinMemory(ENOMEM, [&] { return fillCopy(source, *from, destination, *to); });
+    if (error != 0)
+        (void)fileSystem.remove(destination); // the first error counts
+    return error;
+}
+
+SystemError renameFile(const std::string& source, const std::string& destination)
+{
+    FileStatus status;
+    const bool exists = FileSystem::current().status(destination, status) == 0;
+    return exists ? EEXIST : FileSystem::current().rename(source, destination);
+}
+
+// Lets the fork of `source` follow its file. A fork that waits at the destination has lost its own and gives way.
+SystemError transferFork(const std::string& source, const std::string& destination,
+                         SystemError (*transfer)(const std::string&, const std::string&))
+{
+    if (const SystemError error = removeFork(destination); error != 0)
+        return error;
+    return hasFork(source) ? transfer(forkPath(source), forkPath(destination)) : 0;
+}
+
+SystemError copyWithFork(const std::string& source, const std::string& destination)
+{
+    SystemError error = copyFile(source, destination);
+    if (error != 0)
+        return error;
+    error = withinMemory(ENOMEM, [&] { return transferFork(source, destination, copyFile); });
+    if (error != 0)
+        (void)FileSystem::current().remove(destination); // the first error counts
+    return error;
+}
+
+// The source goes only when its copy is on the other disk.
+SystemError moveByCopying(const std::string& source, const std::string& destination)
+{
+    if (const SystemError error = copyWithFork(source, destination); error != 0)
+        return error;
+    const SystemError error = FileSystem::current().remove(source);
+    if (error == 0)
+        (void)removeFork(source); // one that stays without its file does no harm
+    else
+        (void)removeWithFork(destination); // the first error counts
+    return error;
+}
+
+SystemError moveWithFork(const std::string& source, const std::string& destination)
+{
+    SystemError error = renameFile(source, destination);
+    if (error == EXDEV)
+        return moveByCopying(source, destination);
+    if (error != 0)
+        return error;
+    error = withinMemory(ENOMEM, [&] { return transferFork(source, destination, renameFile); });
+    if (error != 0)
+        (void)FileSystem::current().rename(destination, source); // the first error counts
+    return error;
+}
+
+// Whether the operation counts as done: it succeeded, or the handler wants to go on all the same.
+bool finish(SystemError error, const std::string& path, FileManagerHandler* handler)
+{
+    if (error == 0)
+        return true;
+    return handler && handler->fileManager_shouldProceedAfterError(path, systemErrorText(error));
+}
+
+} // namespace
+
+FileManagerHandler::~FileManagerHandler() = default;
+bool FileManagerHandler::fileManager_shouldProceedAfterError(const std::string&, const std::string&)
+{
+    return false;
+}
+void FileManagerHandler::fileManager_willProcessPath(const std::string&) {}
+
+FileManager& FileManager::defaultManager()
+{
+    static auto* const instance = new FileManager; // never destroyed: threads may use it while the process ends
+    return *instance;
+}
+
+bool FileManager::fileExistsAtPath(const std::string& path, bool* isDirectory)
+{
+    FileStatus status;
+    const bool exists = FileSystem::current().status(path, status) == 0;
+    if (isDirectory)
+        *isDirectory = exists && status.isDirectory;
+    return exists;
+}
+
+bool FileManager::movePath_toPath_handler(const std::string& source, const std::string& destination,
+                                          FileManagerHandler* handler)
+{
+    if (handler)
+        handler->fileManager_willProcessPath(source);
+    return finish(withinMemory(ENOMEM, [&] { return moveWithFork(source, destination); }), source, handler);
+}
+
+bool FileManager::copyPath_toPath_handler(const std::string& source, const std::string& destination,
+                                          FileManagerHandler* handler)
+{
+    if (handler)
+        handler->fileManager_willProcessPath(source);
+    return finish(withinMemory(ENOMEM, [&] { return copyWithFork(source, destination); }), source, handler);
+}
+
+bool FileManager::removeFileAtPath_handler(const std::string& path, FileManagerHandler* handler)
+{
+    if (handler)
+        handler->fileManager_willProcessPath(path);
+    return finish(withinMemory(ENOMEM, [&] { return removeWithFork(path); }), path, handler);
+}
+
+bool FileManager::changeFileAttributes_atPath(const FileAttributes& attributes, const std::string& path)
+{
+    return withinMemory(false, [&] {
+        FinderInfo info = finderInfo(path).value_or(FinderInfo{});
+        if (attributes.NSFileHFSTypeCode)
+            store32(info.data() + typeOffset, *attributes.NSFileHFSTypeCode, ByteOrder::big);
+        if (attributes.NSFileHFSCreatorCode)
+            store32(info.data() + creatorOffset, *attributes.NSFileHFSCreatorCode, ByteOrder::big);
+        return FileSystem::current().setAttribute(path, finderInfoName, info) == 0;
+    });
+}
+
+FileAttributes FileManager::fileAttributesAtPath(const std::string& path)
+{
+    return withinMemory(FileAttributes(), [&]() -> FileAttributes {
+        FileStatus status;
+        if (FileSystem::current().status(path, status) != 0)
+            return {};
+        FileAttributes attributes;
+        attributes.NSFileSize = status.size;
+        if (const auto info = finderInfo(path)) {
+            attributes.NSFileHFSTypeCode = codeAt(info->data() + typeOffset);
+            attributes.NSFileHFSCreatorCode = codeAt(info->data() + creatorOffset);
+        }
+        return attributes;
+    });
+}
+
+} // namespace qmx

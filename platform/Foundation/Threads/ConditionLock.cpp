@@ -1,0 +1,145 @@
+// SPDX-License-Identifier: MIT
+#include "Foundation/Threads/ConditionLock.h"
+
+#include <linux/futex.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <climits>
+#include <ctime>
+#include <optional>
+
+namespace qmx
+{
+namespace
+{
+
+// The word, from the lowest bit: held, signal pending, 15 bits condition, 15 bits pending condition.
+constexpr std::uint32_t heldBit = 1, pendingBit = 2, conditionMask = 0x7fff;
+constexpr int conditionShift = 2, pendingShift = 17;
+
+constexpr std::uint32_t field(int condition, int shift)
+{
+    return (static_cast<std::uint32_t>(condition) & conditionMask) << shift;
+}
+
+constexpr int valueAt(std::uint32_t word, int shift)
+{
+    const auto bits = static_cast<int>((word >> shift) & conditionMask);
+    return bits & 0x4000 ? bits - 0x8000 : bits;
+}
+
+std::uintptr_t thisThread()
+{
+    static thread_local const char address = 0; // its address tells the threads apart
+    return reinterpret_cast<std::uintptr_t>(&address);
+}
+
+using Clock = std::chrono::steady_clock;
+
+timespec timeLeft(Clock::time_point deadline)
+{
+    const auto left = std::max(Clock::duration::zero(), deadline - Clock::now());
+    const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(left);
+    return {.tv_sec = static_cast<time_t>(seconds.count()),
+            .tv_nsec = static_cast<long>(std::chrono::nanoseconds(left - seconds).count())};
+}
+
+// Sleeps while the word has the value `seen`; returns early at any wake and at the deadline.
+void waitOnWord(std::atomic<std::uint32_t>& word, std::uint32_t seen, const std::optional<Clock::time_point>& deadline)
+{
+    static_assert(sizeof(word) == sizeof(std::uint32_t));
+    timespec timeout{};
+    if (deadline)
+        timeout = timeLeft(*deadline);
+    syscall(SYS_futex, reinterpret_cast<std::uint32_t*>(&word), FUTEX_WAIT_PRIVATE, seen, deadline ? &timeout : nullptr,
+            nullptr, 0);
+}
+
+void wakeAll(std::atomic<std::uint32_t>& word)
+{
+    syscall(SYS_futex, reinterpret_cast<std::uint32_t*>(&word), FUTEX_WAKE_PRIVATE, INT_MAX, nullptr, nullptr, 0);
+}
+
+} // namespace
+
+ConditionLock::ConditionLock(int condition) : word_(field(condition, conditionShift)) {}
+
+int ConditionLock::condition() const
+{
+    return valueAt(word_.load(std::memory_order_acquire), conditionShift);
+}
+
+bool ConditionLock::acquire(bool any, int condition, Wait wait, std::chrono::nanoseconds timeout)
+{
+    std::optional<Clock::time_point> deadline;
+    if (wait == Wait::timed)
+        deadline = Clock::now() + timeout;
+    std::uint32_t seen = word_.load(std::memory_order_relaxed);
+    for (;;) {
+        if (!(seen & heldBit) && (any || valueAt(seen, conditionShift) == condition)) {
+            if (!word_.compare_exchange_weak(seen, seen | heldBit, std::memory_order_acquire,
+                                             std::memory_order_relaxed))
+                continue;
+            holder_.store(thisThread(), std::memory_order_relaxed);
+            return true;
+        }
+        if (wait == Wait::none || (deadline && Clock::now() >= *deadline))
+            return false;
+        waitOnWord(word_, seen, deadline);
+        seen = word_.load(std::memory_order_relaxed);
+    }
+}
+
+void ConditionLock::release(bool keepsCondition, int condition)
+{
+    const bool isHolder = holder_.load(std::memory_order_relaxed) == thisThread();
+    if (isHolder)
+        holder_.store(0, std::memory_order_relaxed);
+    std::uint32_t seen = word_.load(std::memory_order_relaxed), next = 0;
+    do {
+        const int given = keepsCondition ? valueAt(seen, conditionShift) : condition;
+        if ((seen & heldBit) && !isHolder)
+            next = (seen & (heldBit | field(-1, conditionShift))) | pendingBit | field(given, pendingShift);
+        else
+            next = field(seen & pendingBit ? valueAt(seen, pendingShift) : given, conditionShift);
+    } while (!word_.compare_exchange_weak(seen, next, std::memory_order_acq_rel, std::memory_order_relaxed));
+    wakeAll(word_);
+}
+
+void ConditionLock::lock()
+{
+    acquire(true, 0, Wait::forever, {});
+}
+
+void ConditionLock::lockWhenCondition(int condition)
+{
+    acquire(false, condition, Wait::forever, {});
+}
+
+bool ConditionLock::lockWhenCondition(int condition, std::chrono::nanoseconds timeout)
+{
+    return acquire(false, condition, Wait::timed, timeout);
+}
+
+bool ConditionLock::tryLock()
+{
+    return acquire(true, 0, Wait::none, {});
+}
+
+bool ConditionLock::tryLockWhenCondition(int condition)
+{
+    return acquire(false, condition, Wait::none, {});
+}
+
+void ConditionLock::unlock()
+{
+    release(true, 0);
+}
+
+void ConditionLock::unlockWithCondition(int condition)
+{
+    release(false, condition);
+}
+
+} // namespace qmx

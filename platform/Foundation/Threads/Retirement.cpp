@@ -1,0 +1,112 @@
+// SPDX-License-Identifier: MIT
+#include "Foundation/Threads/Retirement.h"
+
+#include "Foundation/Threads/LastingThread.h"
+#include "Foundation/RealTime.h"
+
+#include <atomic>
+#include <cstdint>
+#include <utility>
+
+namespace qmx
+{
+
+// A stack that threads in real time push onto and one thread empties as a whole.
+struct RetirementList {
+    std::atomic<Retirable*> head{nullptr};
+    std::atomic<std::int32_t> pushes{0};
+    std::atomic<std::int32_t> undestroyed{0};
+    LastingThread thread{"qmx-retire", [this] { run(); },
+                         [this] { return head.load(std::memory_order_acquire) != nullptr; }};
+
+    static RetirementList& shared()
+    {
+        static auto* const list = new RetirementList; // never destroyed: its thread outlives everything
+        return *list;
+    }
+
+    void push(Retirable* object) noexcept
+    {
+        undestroyed.fetch_add(1);
+        object->next_ = head.load(std::memory_order_relaxed);
+        while (!head.compare_exchange_weak(object->next_, object, std::memory_order_release, std::memory_order_relaxed))
+            ;
+        pushes.fetch_add(1, std::memory_order_release);
+        pushes.notify_one();
+    }
+
+    [[noreturn]] void run()
+    {
+        for (;;) {
+            const std::int32_t seen = pushes.load(std::memory_order_acquire);
+            destroyAll(takeAll());
+            const Worker::Wait wait(thread.worker());
+            pushes.wait(seen, std::memory_order_acquire);
+        }
+    }
+
+    // In the order in which they were retired.
+    Retirable* takeAll() noexcept
+    {
+        Retirable* newestFirst = head.exchange(nullptr, std::memory_order_acquire);
+        Retirable* oldestFirst = nullptr;
+        while (newestFirst) {
+            Retirable* const next = newestFirst->next_;
+            newestFirst->next_ = oldestFirst;
+            oldestFirst = newestFirst;
+            newestFirst = next;
+        }
+        return oldestFirst;
+    }
+
+    void destroyAll(Retirable* first)
+    {
+        while (first) {
+            delete std::exchange(first, first->next_);
+            undestroyed.fetch_sub(1);
+            undestroyed.notify_all();
+        }
+    }
+
+    void waitUntilDestroyed() const
+    {
+        for (std::int32_t left = undestroyed.load(); left != 0; left = undestroyed.load())
+            undestroyed.wait(left);
+    }
+};
+
+Retirable::Retirable()
+{
+    RetirementList::shared().thread.start(); // here, where allocating is allowed
+}
+
+Retirable::~Retirable() = default;
+
+void retire(Retirable* object) noexcept
+{
+    if (object)
+        RetirementList::shared().push(object);
+}
+
+void destroyOutsideCallbacks(Retirable* object)
+{
+    if (isInsideCallback())
+        retire(object);
+    else
+        delete object;
+}
+
+void helpToRetire()
+{
+    RetirementList& list = RetirementList::shared();
+    if (!list.thread.start())
+        list.destroyAll(list.takeAll());
+}
+
+void waitUntilRetired()
+{
+    helpToRetire();
+    RetirementList::shared().waitUntilDestroyed();
+}
+
+} // namespace qmx

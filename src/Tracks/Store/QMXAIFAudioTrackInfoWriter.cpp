@@ -1,0 +1,45 @@
+// SPDX-License-Identifier: MIT
+#include "Tracks/Store/QMXAIFAudioTrackInfoWriter.h"
+
+#include "Foundation/Text/Log.h"
+#include "Foundation/Memory.h"
+#include "Tracks/Store/ApplicationChunk.h"
+#include "Tracks/Store/StoredFile.h"
+
+#include <utility>
+
+QMXAIFAudioTrackInfoWriter::QMXAIFAudioTrackInfoWriter(std::string path)
+    : QMXAudioTrackInfoWriter(std::move(path)), mBlockSize(qmx::applicationBlockSize),
+      mApplSignature(qmx::applicationSignature)
+{
+}
+
+std::shared_ptr<QMXAIFAudioTrackInfoWriter> QMXAIFAudioTrackInfoWriter::initWithAudioFilePath(std::string path)
+{
+    return qmx::withinMemory(std::shared_ptr<QMXAIFAudioTrackInfoWriter>(), [&] {
+        return std::shared_ptr<QMXAIFAudioTrackInfoWriter>(new QMXAIFAudioTrackInfoWriter(std::move(path)));
+    });
+}
+
+SInt32 QMXAIFAudioTrackInfoWriter::write()
+{
+    if (!qmx::withinMemory([&] { write(trackAndProcInfo()); }))
+        qmx::Log("QMXAIFAudioTrackInfoWriter: not enough memory");
+    return 0;
+}
+
+void QMXAIFAudioTrackInfoWriter::write(const std::shared_ptr<QMXTrackAndProcessingInfo>& info) const
+{
+    const std::vector<UInt8> archive = qmx::archiveOf(info);
+    if (archive.empty())
+        return;
+    qmx::storeInFile(audioFilePath(), [&](qmx::FileHandle& file) {
+        std::optional<qmx::ApplicationChunk> last;
+        qmx::findApplicationChunks(file, mApplSignature, qmx::ByteOrder::big, [&](const qmx::ApplicationChunk& chunk) {
+            if (qmx::isUsable(chunk))
+                last = chunk;
+            return true;
+        });
+        return qmx::storeArchive(file, archive, last, {mBlockSize, mApplSignature, qmx::ByteOrder::big});
+    });
+}

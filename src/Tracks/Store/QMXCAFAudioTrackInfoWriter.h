@@ -1,0 +1,21 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "Foundation/Export.h"
+#include "Tracks/Store/QMXAudioTrackInfoWriter.h"
+
+#include <memory>
+#include <string>
+
+/// Stands for CAF files, in which no track information is kept.
+class QMX_EXPORT QMXCAFAudioTrackInfoWriter : public QMXAudioTrackInfoWriter
+{
+public:
+    static std::shared_ptr<QMXCAFAudioTrackInfoWriter> initWithAudioFilePath(std::string path);
+
+    /// Does nothing; always 0.
+    SInt32 write() override;
+
+private:
+    using QMXAudioTrackInfoWriter::QMXAudioTrackInfoWriter;
+};

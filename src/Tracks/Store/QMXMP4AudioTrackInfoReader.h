@@ -1,0 +1,23 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "Foundation/Export.h"
+#include "Foundation/Files/FileHandle.h"
+#include "Tracks/Store/QMXAudioTrackInfoReader.h"
+
+#include <memory>
+#include <string>
+
+/// Stands for MP4 files, in which no track information is kept.
+class QMX_EXPORT QMXMP4AudioTrackInfoReader : public QMXAudioTrackInfoReader
+{
+public:
+    static std::shared_ptr<QMXMP4AudioTrackInfoReader> initWithAudioFilePath(std::string path);
+
+    /// Looks at the beginning of the file; always null.
+    std::shared_ptr<QMXTrackAndProcessingInfo> read() override;
+
+private:
+    using QMXAudioTrackInfoReader::QMXAudioTrackInfoReader;
+    void readHeaderFrom_intoBuffer(qmx::FileHandle& file, UInt8* buffer);
+};

@@ -1,0 +1,21 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "Foundation/Export.h"
+#include "Tracks/Store/QMXAudioTrackInfoWriter.h"
+
+#include <memory>
+#include <string>
+
+/// Stands for MP4 files, in which no track information is kept.
+class QMX_EXPORT QMXMP4AudioTrackInfoWriter : public QMXAudioTrackInfoWriter
+{
+public:
+    static std::shared_ptr<QMXMP4AudioTrackInfoWriter> initWithAudioFilePath(std::string path);
+
+    /// Does nothing; always 0.
+    SInt32 write() override;
+
+private:
+    using QMXAudioTrackInfoWriter::QMXAudioTrackInfoWriter;
+};

@@ -1,0 +1,82 @@
+// SPDX-License-Identifier: MIT
+// What becomes of devices and files when the system has no thread left, and when it has some again.
+#include "Foundation/Threads/Retirement.h"
+#include "platform/AudioToolbox/ExtAudioFileHelpers.h"
+#include "support/Hardware.h"
+#include "support/MemoryDisk.h"
+#include "support/NoThreads.h"
+#include "support/Units.h"
+
+#include <gmock/gmock.h>
+
+#include <optional>
+#include <unistd.h>
+
+namespace
+{
+
+using namespace qmx::test;
+
+/// In a process where nothing was used before.
+class LastingThread : public testing::Test
+{
+protected:
+    template <class Work> static void inAProcessOfItsOwn(Work work)
+    {
+        GTEST_FLAG_SET(death_test_style, "threadsafe");
+        const auto run = [&work] {
+            alarm(25); // waits for threads are longer
+            work();
+            std::exit(testing::Test::HasFailure());
+        };
+        EXPECT_EXIT(run(), testing::ExitedWithCode(0), "");
+    }
+};
+
+TEST_F(LastingThread, DevicesWithoutThreadsGiveAStatusAndWorkWhenThereAreSome)
+{
+    inAProcessOfItsOwn([] {
+        std::optional<NoThreads> none(std::in_place);
+        auto& hardware = qmx::VirtualHardware::shared();
+        hardware.reset();
+        const AudioDeviceID device = hardware.addDevice(qmx::VirtualHardware::standardDevice("uid", "name", 0, 2));
+        Heard heard;
+        heard.listenToDevice(device, kAudioDevicePropertyDeviceIsRunning);
+        const OpenUnit unit(defaultOutput);
+        Counter counter;
+        set(unit, kAudioUnitProperty_SetRenderCallback, kAudioUnitScope_Input, counter.callback());
+        EXPECT_EQ(AudioUnitInitialize(unit), noErr);
+        EXPECT_EQ(AudioOutputUnitStart(unit), kAudioHardwareUnspecifiedError);
+        EXPECT_EQ(AudioOutputUnitStop(unit), noErr);
+        hardware.setTime(qmx::VirtualTime::fast);
+        EXPECT_EQ(hardware.time(), qmx::VirtualTime::manual);
+
+        none.reset();
+        counter.times.reserve(2);
+        EXPECT_EQ(AudioOutputUnitStart(unit), noErr);
+        EXPECT_TRUE(hardware.advanceCycles(device, 2));
+        EXPECT_EQ(counter.times.size(), 2U);
+        EXPECT_THAT(heard.take(), testing::ElementsAre("goin 0 out"));
+        hardware.setTime(qmx::VirtualTime::fast);
+        EXPECT_EQ(hardware.time(), qmx::VirtualTime::fast);
+        EXPECT_EQ(AudioOutputUnitStop(unit), noErr);
+        qmx::waitUntilRetired();
+    });
+}
+
+TEST_F(LastingThread, AFileThatNoThreadServesIsNotPrimedForRealTime)
+{
+    inAProcessOfItsOwn([] {
+        MemoryDisk disk;
+        const auto samples = music(100, 2);
+        const ExtAudioFileRef file = createExtended("/d/a.aif", kAudioFileAIFCType, linear(11, 32, 2));
+        setClient(file, floats(2));
+        std::optional<NoThreads> none(std::in_place);
+        EXPECT_EQ(ExtAudioFileWriteAsync(file, 0, nullptr), kAudioFileUnspecifiedError);
+        none.reset();
+        EXPECT_EQ(ExtAudioFileWriteAsync(file, 0, nullptr), noErr);
+        EXPECT_EQ(ExtAudioFileDispose(file), noErr);
+    });
+}
+
+} // namespace

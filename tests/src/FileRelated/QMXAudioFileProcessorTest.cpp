@@ -1,0 +1,231 @@
+// SPDX-License-Identifier: MIT
+#include "FileRelated/QMXAudioFileProcessor.h"
+
+#include "Processing/QMXAudioProcessor.h"
+#include "Processing/QMXProgressSubscriber.h"
+#include "platform/AudioToolbox/ExtAudioFileHelpers.h"
+#include "support/CapturedFailures.h"
+#include "support/MemoryDisk.h"
+#include "support/OpenDescriptors.h"
+#include "support/TemporaryFolder.h"
+
+#include <gmock/gmock.h>
+
+namespace
+{
+
+using namespace qmx::test;
+using testing::Each;
+using testing::ElementsAre;
+using testing::FloatEq;
+
+class Gain : public QMXAudioProcessor
+{
+public:
+    explicit Gain(float gain, UInt32 frames = 0, OSStatus status = noErr)
+        : gain_(gain), frames_(frames), status_(status)
+    {
+    }
+    void reset() override {}
+    OSStatus processAudio_numberOfFrames(AudioBufferList& audio, UInt32* numberOfFrames) override
+    {
+        passes.push_back(*numberOfFrames);
+        const AudioBuffer* buffer = audio.mBuffers;
+        for (UInt32 i = 0; i < audio.mNumberBuffers; ++i, ++buffer)
+            for (auto& sample : std::span(static_cast<float*>(buffer->mData), *numberOfFrames))
+                sample *= gain_;
+        if (frames_ > 0)
+            *numberOfFrames = frames_;
+        return status_;
+    }
+    std::vector<UInt32> passes;
+
+private:
+    float gain_;
+    UInt32 frames_;
+    OSStatus status_;
+};
+
+class Progress : public QMXProgressSubscriber
+{
+public:
+    void progressUpdate(float progress) override { values.push_back(progress); }
+    std::vector<float> values;
+};
+
+class QMXAudioFileProcessorTest : public testing::Test
+{
+protected:
+    std::shared_ptr<QMXAudioFileProcessor> processor(const std::shared_ptr<Gain>& gain)
+    {
+        return QMXAudioFileProcessor::initWithSourcePath_processFramesWith_progressSubscriber(path, gain, progress);
+    }
+    ByteBlock audio(const std::string& file)
+    {
+        const auto opened = openFile(file);
+        auto bytes = audioOf(opened.file);
+        AudioFileClose(opened.file);
+        return bytes;
+    }
+
+    MemoryDisk disk;
+    CapturedFailures failures;
+    const std::string path = "/d/a.aif", other = "/d/b.aif";
+    std::shared_ptr<Progress> progress = std::make_shared<Progress>();
+};
+
+TEST_F(QMXAudioFileProcessorTest, UnchangedSamplesLeaveEveryByteAsItWas)
+{
+    struct Case {
+        AudioFileTypeID type;
+        AudioStreamBasicDescription format;
+    };
+    const std::vector<Case> cases{
+        {kAudioFileAIFFType, linear(14, 16, 2)}, {kAudioFileAIFFType, linear(14, 24, 1)},
+        {kAudioFileAIFCType, linear(11, 32, 2)}, {kAudioFileWAVEType, linear(12, 16, 5)},
+        {kAudioFileAIFFType, linear(14, 24, 8)}, {kAudioFileWAVEType, linear(12, 24, 2)},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(testing::Message() << c.format.mBitsPerChannel << " bits, " << c.format.mChannelsPerFrame);
+        disk.remove(path);
+        disk.remove(other);
+        writeMusic(path, c.type, c.format, music(1337, c.format.mChannelsPerFrame));
+        ByteBlock before = disk.contents(path);
+        appendChunk(before, "note", {1, 2, 3});
+        disk.setContents(path, before);
+        EXPECT_EQ(processor(std::make_shared<Gain>(1.0F))->processFrames_endFrame(3, 1'000'000), noErr);
+        EXPECT_EQ(disk.contents(path), before);
+        if (c.type != kAudioFileWAVEType) {
+            EXPECT_EQ(processor(std::make_shared<Gain>(1.0F))->copyFramesToPath_startFrame_endFrame(other, 0, 1337),
+                      noErr);
+            EXPECT_EQ(audio(other), audio(path));
+        }
+    }
+    EXPECT_TRUE(failures.lines().empty());
+}
+
+TEST_F(QMXAudioFileProcessorTest, ChangesTheRangeAlone)
+{
+    const auto samples = music(2000, 3);
+    writeMusic(path, kAudioFileAIFCType, linear(11, 32, 3), samples);
+    const auto gain = std::make_shared<Gain>(0.5F);
+    EXPECT_EQ(processor(gain)->processFrames_endFrame(100, 1300), noErr);
+    EXPECT_THAT(gain->passes, ElementsAre(512U, 512U, 512U));
+    EXPECT_THAT(progress->values, Each(FloatEq(1 - 512.0F / 1200)));
+    auto expected = samples;
+    for (std::size_t i = 300; i < 3900; ++i)
+        if (i % 3 != 2) // the third channel is not the processor's
+            expected[i] *= 0.5F;
+    ExtAudioFileRef file = openExtended(path);
+    setClient(file, floats(3));
+    EXPECT_EQ(readFloats(file, 3, 3000), expected);
+    ExtAudioFileDispose(file);
+    // in a copy of its own it has all channels, and the range is all there is
+    EXPECT_EQ(processor(gain)->copyFramesToPath_startFrame_endFrame(other, 1500, 9000), noErr);
+    file = openExtended(other);
+    setClient(file, floats(3));
+    auto rest = std::vector<float>(samples.begin() + 4500, samples.end());
+    for (float& sample : rest)
+        sample *= 0.5F;
+    EXPECT_EQ(readFloats(file, 3, 3000), rest);
+    ExtAudioFileDispose(file);
+}
+
+TEST_F(QMXAudioFileProcessorTest, EndsAndFailuresAsTheyAreDescribed)
+{
+    writeMusic(path, kAudioFileAIFFType, bigSixteen, music(1000, 2));
+    const ByteBlock before = disk.contents(path);
+    const auto gain = std::make_shared<Gain>(0.0F);
+    EXPECT_EQ(processor(gain)->copyFramesToPath_startFrame_endFrame(other, 10, 9), -1);
+    EXPECT_TRUE(disk.contents(other).empty());
+    EXPECT_EQ(processor(gain)->copyFramesToPath_startFrame_endFrame(other, 10, 10), noErr);
+    EXPECT_TRUE(audio(other).empty());
+    EXPECT_TRUE(gain->passes.empty());
+    EXPECT_TRUE(failures.lines().empty());
+    // a path that exists is not replaced
+    EXPECT_EQ(processor(gain)->copyFramesToPath_startFrame_endFrame(path, 0, 1000), kAudio_ParamError);
+    EXPECT_EQ(disk.contents(path), before);
+    EXPECT_THAT(
+        failures.lines().front(),
+        testing::MatchesRegex("QMXAudioFileProcessor Error: -48 ->  coreaudio_aac/src/QMXAudioFileProcessor:  [0-9]+"));
+    // more frames than the buffer holds are cut to it, fewer are written where they were read
+    disk.remove(other);
+    EXPECT_EQ(processor(std::make_shared<Gain>(1.0F, 100'000))->copyFramesToPath_startFrame_endFrame(other, 0, 1000),
+              noErr);
+    EXPECT_EQ(audio(other), audio(path));
+    EXPECT_EQ(processor(std::make_shared<Gain>(0.0F, 2))->processFrames_endFrame(0, 1000), noErr);
+    ByteBlock expected = before;
+    for (const std::size_t frame : {0U, 512U})
+        std::fill_n(expected.begin() + static_cast<long>(54 + 4 * frame), 8, std::uint8_t{0});
+    EXPECT_EQ(disk.contents(path), expected);
+    // a disk that fails ends it after the pass's report
+    progress->values.clear();
+    disk.failChange(1, EIO);
+    EXPECT_EQ(processor(gain)->processFrames_endFrame(0, 1000), noErr);
+    EXPECT_EQ(progress->values.size(), 1U);
+}
+
+TEST_F(QMXAudioFileProcessorTest, AFailingProcessorEndsTheRunBeforeItsBlockIsWritten)
+{
+    writeMusic(path, kAudioFileAIFFType, bigSixteen, music(2000, 2));
+    const ByteBlock before = disk.contents(path);
+    const auto failing = std::make_shared<Gain>(0.0F, 0, -7);
+    EXPECT_EQ(processor(failing)->processFrames_endFrame(0, 2000), noErr);
+    EXPECT_TRUE(disk.contents(path) == before);
+    EXPECT_EQ(processor(failing)->copyFramesToPath_startFrame_endFrame(other, 0, 2000), noErr);
+    EXPECT_TRUE(audio(other).empty());
+    EXPECT_EQ(failing->passes.size(), 2U);
+    EXPECT_EQ(progress->values.size(), 2U);
+    EXPECT_EQ(failures.lines().size(), 2U);
+}
+
+TEST(QMXAudioFileProcessor, WhatIsThrownEndsTheRunAndLeavesNoFileOpen)
+{
+    struct Cancelled {
+    };
+    struct Cancelling : public Gain, public Progress {
+        using Gain::Gain;
+        OSStatus processAudio_numberOfFrames(AudioBufferList& audio, UInt32* numberOfFrames) override
+        {
+            Gain::processAudio_numberOfFrames(audio, numberOfFrames);
+            return cancelIf(inProcessor && passes.size() == 3);
+        }
+        void progressUpdate(float progress) override
+        {
+            Progress::progressUpdate(progress);
+            cancelIf(!inProcessor && values.size() == 2);
+        }
+        static OSStatus cancelIf(bool isTime) { return isTime ? throw Cancelled() : noErr; }
+        bool inProcessor = true;
+    };
+    const TemporaryFolder folder;
+    const std::string path = folder.path("a.aif"), other = folder.path("b.aif");
+    writeMusic(path, kAudioFileAIFFType, bigSixteen, music(2000, 2));
+    const std::size_t before = openDescriptors();
+    for (const bool inProcessor : {true, false}) {
+        const auto run = [&](auto process) {
+            const auto cancelling = std::make_shared<Cancelling>(1.0F);
+            cancelling->inProcessor = inProcessor;
+            const auto processor = QMXAudioFileProcessor::initWithSourcePath_processFramesWith_progressSubscriber(
+                path, cancelling, cancelling);
+            EXPECT_THROW(process(*processor), Cancelled);
+        };
+        run([](auto& processor) { processor.processFrames_endFrame(0, 2000); });
+        run([&](auto& processor) { processor.copyFramesToPath_startFrame_endFrame(other, 0, 2000); });
+        EXPECT_EQ(openDescriptors(), before);
+        const auto copy = openFile(other);
+        EXPECT_EQ(bytesIn(copy.file), 2 * 512 * 4U); // as far as it came
+        AudioFileClose(copy.file);
+        std::filesystem::remove(other);
+    }
+}
+
+TEST_F(QMXAudioFileProcessorTest, SwapsWords)
+{
+    std::array<Byte, 7> bytes{1, 2, 3, 4, 5, 6, 7};
+    QMXAudioFileProcessor::swapBytes_wordLength_length(bytes.data(), 3, 7);
+    EXPECT_THAT(bytes, ElementsAre(3, 2, 1, 6, 5, 4, 7));
+    QMXAudioFileProcessor::swapBytes_wordLength_length(bytes.data(), 0, 7);
+}
+
+} // namespace
