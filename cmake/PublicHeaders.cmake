@@ -1,19 +1,119 @@
 # SPDX-License-Identifier: MIT
-# QMX_PUBLIC_HEADERS: what is installed. Of src/ that is the umbrella header and all it includes; of platform/ the services'
-# own headers, not those of the folders behind them.
-set(umbrella ${PROJECT_SOURCE_DIR}/src/QMXCoreAudio.h)
-set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${umbrella})
-file(STRINGS ${umbrella} included REGEX "^#include \"")
-list(TRANSFORM included REPLACE "^#include \"(.*)\".*" "\\1")
+# The public headers: what is installed and, of platform/, what src/ may include. A header becomes public by a line here.
+set(QMX_PUBLIC_SRC_HEADERS
+    Devices/LiveContainer.h
+    Devices/QMXAudioDevice.h
+    Devices/QMXAudioDeviceDelegate.h
+    Devices/QMXAudioDeviceInfoOutput.h
+    Devices/QMXAudioDeviceNotifications.h
+    Devices/QMXAudioStream.h
+    Devices/QMXAudioSubscription.h
+    Devices/QMXCoreAudioIOSubscriber.h
+    Devices/QMXVUMeterData.h
+    Devices/QMXVUMeterDataProvider.h
+    FileRelated/QMXAudioFile.h
+    FileRelated/QMXAudioFileConverter.h
+    FileRelated/QMXAudioFileFrameIntervalCopier.h
+    FileRelated/QMXAudioFileProcessor.h
+    FileRelated/QMXExtAudioFile.h
+    Formats/ByteUtility.h
+    Formats/PrintStreamDesc.h
+    Formats/QMXAudioBufferList.h
+    Formats/QMXAudioDeviceUtils.h
+    Formats/QMXAudioStreamBasicDescription.h
+    Formats/QMXAudioValueRange.h
+    Formats/QMXFileUtils.h
+    Processing/QMXAudioConverter.h
+    Processing/QMXAudioProcessor.h
+    Processing/QMXAudioUnit.h
+    Processing/QMXProgressSubscriber.h
+    Processing/QMXSoftwareVolumeControl.h
+    QMXCoreAudio.h
+    Recording/QMXAudioRecorder.h
+    Recording/QMXAudioRecordingLoss.h
+    Tracks/QMXAudioProcessingRangeInfo.h
+    Tracks/QMXAudioTrackAutoDefiner.h
+    Tracks/QMXAudioTrackInfo.h
+    Tracks/QMXTrackAndProcessingInfo.h
+    Tracks/SilenceAnalysis.h
+    Tracks/Store/QMXAIFAudioTrackInfoReader.h
+    Tracks/Store/QMXAIFAudioTrackInfoWriter.h
+    Tracks/Store/QMXAIFCommon.h
+    Tracks/Store/QMXAIFFUtility.h
+    Tracks/Store/QMXAudioFileTrackInfoReaderWriter.h
+    Tracks/Store/QMXAudioTrackInfoReader.h
+    Tracks/Store/QMXAudioTrackInfoReaderWriterFactory.h
+    Tracks/Store/QMXAudioTrackInfoWriter.h
+    Tracks/Store/QMXCAFAudioTrackInfoReader.h
+    Tracks/Store/QMXCAFAudioTrackInfoWriter.h
+    Tracks/Store/QMXMP4AudioTrackInfoReader.h
+    Tracks/Store/QMXMP4AudioTrackInfoWriter.h)
+set(QMX_PUBLIC_PLATFORM_HEADERS
+    AudioToolbox/AudioConverter.h
+    AudioToolbox/AudioFile.h
+    AudioToolbox/AudioFormat.h
+    AudioToolbox/ExtAudioFile.h
+    AudioUnit/AUGraph.h
+    AudioUnit/AudioUnit.h
+    AudioUnit/AudioUnitProperties.h
+    AudioUnit/Components.h
+    CoreAudio/AudioDeviceTypes.h
+    CoreAudio/AudioHardware.h
+    CoreAudio/DeviceDescription.h
+    CoreAudio/VirtualHardware.h
+    CoreAudioTypes/AudioChannelLayout.h
+    CoreAudioTypes/AudioTimeStamp.h
+    CoreAudioTypes/CoreAudioTypes.h
+    CoreAudioTypes/FourCharCode.h
+    CoreAudioTypes/MacTypes.h
+    CoreServices/Files.h
+    Foundation/Archives/Coder.h
+    Foundation/Archives/Image.h
+    Foundation/Archives/KeyedArchiver.h
+    Foundation/Archives/KeyedUnarchiver.h
+    Foundation/Archives/Number.h
+    Foundation/Archives/OpaqueObject.h
+    Foundation/Archives/PropertyList.h
+    Foundation/Archives/Unarchiver.h
+    Foundation/Archives/Values.h
+    Foundation/ByteFields.h
+    Foundation/Export.h
+    Foundation/Files/FileHandle.h
+    Foundation/Files/FileManager.h
+    Foundation/Files/FileSystem.h
+    Foundation/Files/MemoryFileSystem.h
+    Foundation/HeapBlock.h
+    Foundation/Memory.h
+    Foundation/MainThread/NotificationCenter.h
+    Foundation/MainThread/RealTimeNotification.h
+    Foundation/MainThread/RunLoop.h
+    Foundation/MainThread/Timer.h
+    Foundation/Object.h
+    Foundation/RealTime.h
+    Foundation/Text/CFString.h
+    Foundation/Text/FailureLine.h
+    Foundation/Text/Format.h
+    Foundation/Text/Log.h
+    Foundation/Threads/ConditionLock.h
+    Foundation/Threads/Retirement.h
+    Foundation/Threads/Thread.h
+    Foundation/Threads/Worker.h
+    Foundation/Version.h
+    vecLib/ChannelPeaks.h
+    vecLib/vecLib.h)
 
-set(QMX_PUBLIC_HEADERS ${umbrella})
-foreach(header ${included})
-    if(EXISTS ${PROJECT_SOURCE_DIR}/src/${header})
-        list(APPEND QMX_PUBLIC_HEADERS ${PROJECT_SOURCE_DIR}/src/${header})
-    endif()
+list(TRANSFORM QMX_PUBLIC_SRC_HEADERS PREPEND ${PROJECT_SOURCE_DIR}/src/)
+
+# src/ sees the public headers of platform/ through a folder that holds nothing else.
+set(QMX_SEAM ${PROJECT_BINARY_DIR}/seam)
+file(REMOVE_RECURSE ${QMX_SEAM})
+foreach(header ${QMX_PUBLIC_PLATFORM_HEADERS})
+    cmake_path(GET header PARENT_PATH folder)
+    file(MAKE_DIRECTORY ${QMX_SEAM}/${folder})
+    file(CREATE_LINK ${PROJECT_SOURCE_DIR}/platform/${header} ${QMX_SEAM}/${header} SYMBOLIC)
 endforeach()
-file(GLOB platform_headers CONFIGURE_DEPENDS platform/*/*.h)
-list(APPEND QMX_PUBLIC_HEADERS ${platform_headers})
+list(TRANSFORM QMX_PUBLIC_PLATFORM_HEADERS PREPEND ${PROJECT_SOURCE_DIR}/platform/)
+set(QMX_PUBLIC_HEADERS ${QMX_PUBLIC_SRC_HEADERS} ${QMX_PUBLIC_PLATFORM_HEADERS})
 
 # <QMXCoreAudio/QMXCoreAudio.h> also works for a project that takes the library as a subdirectory.
 set(QMX_FORWARDING_INCLUDES ${PROJECT_BINARY_DIR}/include)
