@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// What one cycle of a device costs with 1, 8 and 64 subscribers that do nothing. The counter ns_per_subscriber is the time of
-// the cycle's calls divided by their number.
+// What one cycle of a device costs with 1, 8 and 64 subscribers that do nothing. The counter ns_per_subscriber is the
+// time of the cycle's calls divided by their number.
 #include "CoreAudio/VirtualHardware.h"
 #include "Devices/QMXAudioDevice.h"
 #include "Foundation/RealTime.h"

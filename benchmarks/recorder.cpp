@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: MIT
-// What one I/O cycle of 512 stereo frames costs with a recorder and a level meter attached, the saving thread at work: each
-// cycle timed by itself. Counters in nanoseconds: the median and the 99.9th percentile.
+// What one I/O cycle of 512 stereo frames costs with a recorder and a level meter attached, the saving thread at work:
+// each cycle timed by itself. Counters in nanoseconds: the median and the 99.9th percentile.
 #include "CoreAudio/VirtualHardware.h"
 #include "Devices/QMXAudioDevice.h"
 #include "Devices/QMXVUMeterDataProvider.h"
-#include "Foundation/RealTime.h"
 #include "Foundation/MainThread/RunLoop.h"
+#include "Foundation/RealTime.h"
 #include "Foundation/Threads/Thread.h"
 #include "Recording/QMXAudioRecorder.h"
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Rate conversion of a buffer at the best quality through the converter service, against the library behind it on the same data with
-// the same filter. The counter soxr_ratio is the service's time in parts of the library's own.
+// Rate conversion of a buffer at the best quality through the converter service, against the library behind it on the
+// same data with the same filter. The counter soxr_ratio is the service's time in parts of the library's own.
 #include "AudioToolbox/AudioConverter.h"
 
 #include <benchmark/benchmark.h>

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Storing and reading a record of 100 tracks with cover art in a file on disk, and what memory 10,000 rounds leave behind.
+// Storing and reading a record of 100 tracks with cover art in a file on disk, and what memory 10,000 rounds leave
+// behind.
 #include "Tracks/Store/QMXAudioTrackInfoReaderWriterFactory.h"
 
 #include <benchmark/benchmark.h>

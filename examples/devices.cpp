@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 // Lists the audio devices, tells all about one, and watches what changes.
 #include "Devices/QMXAudioDevice.h"
-#include "Foundation/Text/Format.h"
 #include "Foundation/MainThread/RunLoop.h"
+#include "Foundation/Text/Format.h"
 #include "support/CommandLine.h"
 #include "support/Failure.h"
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Makes a recording to try things on: three pieces of music with the noise of a quiet line between them, as an AIFF file of
-// 16 bits, stereo, 44100 Hz.
+// Makes a recording to try things on: three pieces of music with the noise of a quiet line between them, as an AIFF
+// file of 16 bits, stereo, 44100 Hz.
 #include "FileRelated/QMXAudioFile.h"
 #include "Formats/QMXAudioStreamBasicDescription.h"
 #include "support/CommandLine.h"

@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: MIT
-// Changes the level of a range of a recording, in the file itself or into a new one, and keeps a record of it in the file.
+// Changes the level of a range of a recording, in the file itself or into a new one, and keeps a record of it in the
+// file.
+#include "FileRelated/QMXAudioFileProcessor.h"
 #include "FileRelated/QMXExtAudioFile.h"
 #include "Processing/QMXProgressSubscriber.h"
-#include "FileRelated/QMXAudioFileProcessor.h"
 #include "support/CommandLine.h"
 #include "support/Failure.h"
 #include "support/GainProcessor.h"

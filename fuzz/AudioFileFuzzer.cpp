@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: MIT
-// Any bytes as an audio file: opened, asked for everything, read and decoded; then opened for writing and grown, after which it must open
-// again with the bytes that were written and with everything that was before them.
+// Any bytes as an audio file: opened, asked for everything, read and decoded; then opened for writing and grown, after
+// which it must open again with the bytes that were written and with everything that was before them.
 #include "AudioToolbox/AudioConverter.h"
 #include "AudioToolbox/AudioFile.h"
-#include "Foundation/Text/Log.h"
 #include "Foundation/Files/MemoryFileSystem.h"
+#include "Foundation/Text/Log.h"
 
 #include <algorithm>
 #include <cstdlib>

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
-// Any bytes as a file with track information: checked, read and stored into by both classes. What stood behind the form's header is
-// there afterwards unless it was a store of ours, and a stored record ends where the form does.
-#include "Foundation/Text/Log.h"
+// Any bytes as a file with track information: checked, read and stored into by both classes. What stood behind the
+// form's header is there afterwards unless it was a store of ours, and a stored record ends where the form does.
 #include "Foundation/Files/MemoryFileSystem.h"
+#include "Foundation/Text/Log.h"
 #include "Tracks/Store/QMXAIFFUtility.h"
 #include "Tracks/Store/QMXAudioFileTrackInfoReaderWriter.h"
 #include "Tracks/Store/QMXAudioTrackInfoReaderWriterFactory.h"
@@ -37,7 +37,8 @@ void readAndStore()
     older->writeTrackInfosToFile();
 }
 
-/// Whether something in the bytes may be a chunk or journal of ours, cut off ones included, that may be changed or removed.
+/// Whether something in the bytes may be a chunk or journal of ours, cut off ones included, that may be changed or
+/// removed.
 bool mayHoldAStore(std::string_view text)
 {
     const auto holds = [&](std::string_view part) { return text.find(part) != std::string_view::npos; };

@@ -25,8 +25,8 @@ struct FormatWish {
     bool isFloat = false;
 };
 
-/// The format for a file of a type made from one in `source`. May turn AIFF into AIFF-C, which alone holds floats. A Failure for
-/// wishes that the type does not fulfil.
+/// The format for a file of a type made from one in `source`. May turn AIFF into AIFF-C, which alone holds floats. A
+/// Failure for wishes that the type does not fulfil.
 AudioStreamBasicDescription formatFor(AudioFileTypeID& type, const AudioStreamBasicDescription& source,
                                       const FormatWish& wish);
 

@@ -13,8 +13,8 @@ namespace example
 class CommandLine
 {
 public:
-    /// Takes the arguments apart. A Failure with exit status 2 for an option that is not among `options` or lacks its value, or a
-    /// flag, which takes none, with a value. `--help` is always a flag.
+    /// Takes the arguments apart. A Failure with exit status 2 for an option that is not among `options` or lacks its
+    /// value, or a flag, which takes none, with a value. `--help` is always a flag.
     CommandLine(int argumentCount, char** arguments, const std::vector<std::string>& options,
                 const std::vector<std::string>& flags = {});
 

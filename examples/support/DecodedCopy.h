@@ -6,14 +6,14 @@
 namespace example
 {
 
-/// The frames of a compressed recording as 16-bit linear PCM, which can be read by bytes: decoded into a file in the system's
-/// folder for temporary files (TMPDIR). The file has no name there any more when decoding begins, so it goes with the
-/// process whatever ends it. A bar shows the progress.
+/// The frames of a compressed recording as 16-bit linear PCM, which can be read by bytes: decoded into a file in the
+/// system's folder for temporary files (TMPDIR). The file has no name there any more when decoding begins, so it goes
+/// with the process whatever ends it. A bar shows the progress.
 class DecodedCopy
 {
 public:
-    /// A Failure that names the recording when it cannot be read to its end, or when the folder has no room; a silent one
-    /// after Ctrl-C.
+    /// A Failure that names the recording when it cannot be read to its end, or when the folder has no room; a silent
+    /// one after Ctrl-C.
     explicit DecodedCopy(const std::string& recording);
 
     /// Where this process reads it, while the object lives.

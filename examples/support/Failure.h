@@ -14,8 +14,8 @@ struct Failure {
     int exitStatus = 1;
 };
 
-/// Runs `body` and gives its exit status. A Failure is printed as one line after the program's name. Log lines and failure lines of
-/// the library are not shown.
+/// Runs `body` and gives its exit status. A Failure is printed as one line after the program's name. Log lines and
+/// failure lines of the library are not shown.
 int runProgram(const char* programName, int (*body)(int argumentCount, char** arguments), int argumentCount,
                char** arguments);
 

@@ -13,7 +13,8 @@ namespace example
 AudioStreamBasicDescription linearFormat(const AudioStreamBasicDescription& source, AudioFormatFlags kind, UInt32 bits);
 
 /// Copies the next `count` frames of `source` to `target`, which share a client format in one buffer. `progress` hears
-/// the fraction that is done. A Failure that names the recording or the target when there are fewer or one of them fails.
+/// the fraction that is done. A Failure that names the recording or the target when there are fewer or one of them
+/// fails.
 void copyFrames(QMXExtAudioFile& source, SInt64 count, QMXExtAudioFile& target, const std::string& targetName,
                 const std::function<void(double fraction)>& progress);
 

@@ -9,8 +9,8 @@
 namespace example
 {
 
-/// A line on standard error with the elapsed time, what of it was lost and, where levels come, a bar for each channel from -60 to 0 dB that falls
-/// slowly. Shown only where that is a terminal, and wiped when done.
+/// A line on standard error with the elapsed time, what of it was lost and, where levels come, a bar for each channel
+/// from -60 to 0 dB that falls slowly. Shown only where that is a terminal, and wiped when done.
 class LevelLine
 {
 public:

@@ -6,8 +6,8 @@
 namespace example
 {
 
-/// A file that is made in a folder of its own beside its place, and moved there when it is whole: nobody ever sees half of it. The
-/// folder goes with the object.
+/// A file that is made in a folder of its own beside its place, and moved there when it is whole: nobody ever sees half
+/// of it. The folder goes with the object.
 class OutputFile
 {
 public:

@@ -10,8 +10,8 @@
 namespace example
 {
 
-/// What a command line asks to be done with the tracks that a recording keeps. Made before any work, so that wrong options are
-/// known first; the copy of --output is made then too.
+/// What a command line asks to be done with the tracks that a recording keeps. Made before any work, so that wrong
+/// options are known first; the copy of --output is made then too.
 class StoreJob
 {
 public:

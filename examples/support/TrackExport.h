@@ -18,9 +18,10 @@ public:
     explicit TrackExport(const CommandLine& line);
 
     bool isAsked() const { return !folder_.empty(); }
-    /// Writes each track as "NN Title" into the folder, which is made where it is missing: the samples byte for byte in the
-    /// recording's own format and type, or converted to another type. Of a compressed recording they are decoded, into WAVE files
-    /// unless a type was given, which one line on standard error says. A Failure when a file exists already, before any is written.
+    /// Writes each track as "NN Title" into the folder, which is made where it is missing: the samples byte for byte in
+    /// the recording's own format and type, or converted to another type. Of a compressed recording they are decoded,
+    /// into WAVE files unless a type was given, which one line on standard error says. A Failure when a file exists
+    /// already, before any is written.
     void write(const std::string& recording, const QMXTrackAndProcessingInfo::TrackList& tracks) const;
 
 private:

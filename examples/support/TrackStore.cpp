@@ -3,9 +3,9 @@
 
 #include "AudioToolbox/AudioFile.h"
 #include "FileRelated/QMXAudioFile.h"
+#include "Foundation/Archives/KeyedArchiver.h"
 #include "Foundation/ByteFields.h"
 #include "Foundation/Text/Format.h"
-#include "Foundation/Archives/KeyedArchiver.h"
 #include "Foundation/Text/Log.h"
 #include "Tracks/Store/QMXAIFFUtility.h"
 #include "Tracks/Store/QMXAudioTrackInfoReaderWriterFactory.h"

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-// A recording's track information as the example programs keep it: read first, changed in part, written, read back and compared.
+// A recording's track information as the example programs keep it: read first, changed in part, written, read back and
+// compared.
 #pragma once
 
 #include "Tracks/QMXTrackAndProcessingInfo.h"
@@ -12,8 +13,8 @@ namespace example
 
 using Record = std::shared_ptr<QMXTrackAndProcessingInfo>;
 
-/// A Failure unless `path` is an AIFF or AIFF-C file by its content, with an extension that the library's factory takes, whose form
-/// has the file's size.
+/// A Failure unless `path` is an AIFF or AIFF-C file by its content, with an extension that the library's factory
+/// takes, whose form has the file's size.
 void checkCanStore(const std::string& path);
 
 /// The record in the file; null where there is none. A Failure when there is one that cannot be read, unless `force`.
@@ -22,8 +23,8 @@ Record readRecord(const std::string& path, bool force);
 /// Writes the record and reads it back. A Failure when what is then in the file is not what was handed over.
 void storeRecord(const std::string& path, const Record& record);
 
-/// Brings the sizes in a file in line whose writer was killed: what a store that was cut off left at the end is completed or
-/// removed, sizes that lag behind are set. What was done, in one line.
+/// Brings the sizes in a file in line whose writer was killed: what a store that was cut off left at the end is
+/// completed or removed, sizes that lag behind are set. What was done, in one line.
 std::string repairRecording(const std::string& path);
 
 /// Copies the recording to a new file; a Failure where it exists.

@@ -42,7 +42,8 @@ template <class... Values> void append(std::string& svg, const char* text, const
     svg += qmx::format(text, values...);
 }
 
-/// Text fit for XML: markup and control characters are replaced, broken UTF-8 becomes '?', long texts end in an ellipsis.
+/// Text fit for XML: markup and control characters are replaced, broken UTF-8 becomes '?', long texts end in an
+/// ellipsis.
 std::string xmlText(const std::string& text, std::size_t mostCharacters)
 {
     std::string xml;

@@ -133,7 +133,8 @@ template <class T> OSStatus answerAll(void* value, const std::vector<T>& result)
     return noErr;
 }
 
-// The largest packet that a converter takes or gives: of linear samples a frame, of packets that it takes what any may have.
+// The largest packet that a converter takes or gives: of linear samples a frame, of packets that it takes what any may
+// have.
 UInt32 inputPacketSize(OpaqueAudioConverter& converter)
 {
     constexpr UInt32 largestPacket = 1 << 20;

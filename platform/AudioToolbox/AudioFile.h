@@ -1,26 +1,26 @@
 // SPDX-License-Identifier: MIT
 // The audio file service: audio files of any container by bytes and packets. A file that is damaged or hostile gives a
-// status, never a crash, a hang or a huge allocation. One thread at a time per file, but that reads and writes may come from
-// two threads.
+// status, never a crash, a hang or a huge allocation. One thread at a time per file, but that reads and writes may come
+// from two threads.
 //
-// Compressed files. Packet 0 is the first that the encoder made, and a packet stands for `mFramesPerPacket` frames of the format
-// (0 there: for those that its description tells). The frames of all packets in a row are: priming frames, which the encoder needed to
-// start; the valid frames, which are the original's; remainder frames, which fill the last packet. The packet table
-// info tells the three. To read frame f of the original, decode from packet (priming + f) / frames per packet, minus the roll
-// distance of that packet, and drop what comes before (see kAudioConverterPrimeInfo).
+// Compressed files. Packet 0 is the first that the encoder made, and a packet stands for `mFramesPerPacket` frames of
+// the format (0 there: for those that its description tells). The frames of all packets in a row are: priming frames,
+// which the encoder needed to start; the valid frames, which are the original's; remainder frames, which fill the last
+// packet. The packet table info tells the three. To read frame f of the original, decode from packet (priming + f) /
+// frames per packet, minus the roll distance of that packet, and drop what comes before (see kAudioConverterPrimeInfo).
 //
-// To write one: make the file; set the magic cookie and the packet table info (of it only the priming frames count yet) that the
-// encoder tells before the first packet; write packets one after the other, in order, with their descriptions; when the encoder is
-// drained set the cookie (FLAC adds its totals) and the whole packet table info; close. Without packet table info priming and
-// remainder are 0. Packets can be added in order only, to a file that was created or initialised by this handle: 'pck?' for another
-// start, 'op??' for another file. Bytes cannot be written: 'op??'.
+// To write one: make the file; set the magic cookie and the packet table info (of it only the priming frames count yet)
+// that the encoder tells before the first packet; write packets one after the other, in order, with their descriptions;
+// when the encoder is drained set the cookie (FLAC adds its totals) and the whole packet table info; close. Without
+// packet table info priming and remainder are 0. Packets can be added in order only, to a file that was created or
+// initialised by this handle: 'pck?' for another start, 'op??' for another file. Bytes cannot be written: 'op??'.
 #pragma once
 
 #include "CoreAudioTypes/AudioChannelLayout.h"
 #include "CoreAudioTypes/CoreAudioTypes.h"
 #include "CoreServices/Files.h"
-#include "Foundation/Text/CFString.h"
 #include "Foundation/Export.h"
+#include "Foundation/Text/CFString.h"
 
 /// An open audio file; null is none.
 using AudioFileID = struct OpaqueAudioFileID*;
@@ -80,24 +80,24 @@ inline constexpr AudioFilePropertyID kAudioFilePropertyID3Tag = qmx::fourCharCod
 inline constexpr AudioFilePropertyID kAudioFilePropertySourceBitDepth = qmx::fourCharCode("sbtd");
 inline constexpr AudioFilePropertyID kAudioFilePropertyAlbumArtwork = qmx::fourCharCode("aart");
 
-/// The value of kAudioFilePropertyPacketToFrame and kAudioFilePropertyFrameToPacket: what is asked for on entry, with the answer
-/// on return.
+/// The value of kAudioFilePropertyPacketToFrame and kAudioFilePropertyFrameToPacket: what is asked for on entry, with
+/// the answer on return.
 struct AudioFramePacketTranslation {
     SInt64 mFrame = 0;
     SInt64 mPacket = 0;
     UInt32 mFrameOffsetInPacket = 0;
 };
 
-/// The value of kAudioFilePropertyPacketTableInfo, which compressed files have ('pty?' for others). Can be set while the file is
-/// written.
+/// The value of kAudioFilePropertyPacketTableInfo, which compressed files have ('pty?' for others). Can be set while
+/// the file is written.
 struct AudioFilePacketTableInfo {
     SInt64 mNumberValidFrames = 0;
     SInt32 mPrimingFrames = 0;
     SInt32 mRemainderFrames = 0;
 };
 
-/// The value of kAudioFilePropertyPacketToRollDistance: for the packet asked for on entry, how many packets before it a decoder
-/// must be given so that this packet's frames come out exactly; 0 for codings whose packets stand alone.
+/// The value of kAudioFilePropertyPacketToRollDistance: for the packet asked for on entry, how many packets before it a
+/// decoder must be given so that this packet's frames come out exactly; 0 for codings whose packets stand alone.
 struct AudioPacketRollDistanceTranslation {
     SInt64 mPacket = 0;
     SInt64 mRollDistance = 0;
@@ -132,9 +132,9 @@ inline constexpr OSStatus kAudioFileFileNotFoundError = -43;
 
 /// Opens an existing audio file. The container is found from the contents, which outrank a fork beside them; the hint
 /// helps where these are ambiguous (0: none).
-/// On failure `*file` is null and the file untouched: fnfErr, permErr/wrPermErr, 'typ?' for contents that are no audio file, 'dta?' for a
-/// damaged header, 'fmt?' for a coding that is not known. Opened for writing, a file whose writer was killed is brought in line
-/// with its length.
+/// On failure `*file` is null and the file untouched: fnfErr, permErr/wrPermErr, 'typ?' for contents that are no audio
+/// file, 'dta?' for a damaged header, 'fmt?' for a coding that is not known. Opened for writing, a file whose writer
+/// was killed is brought in line with its length.
 ///
 /// Calls that open AIFF, WAVE or CAF files for writing, initialise, grow or close them wait without end while another
 /// thread or process holds the file's lock (Foundation/Files/FileSystem.h), as the track store does during a store.
@@ -159,13 +159,14 @@ QMX_EXPORT OSStatus AudioFileInitialize(const FSRef* reference, AudioFileTypeID 
 /// A process that was forked while the file was open and wrote nothing itself leaves the file as it is.
 QMX_EXPORT OSStatus AudioFileClose(AudioFileID file);
 
-/// Reads `*byteCount` bytes of audio data from the byte `start` of it; `*byteCount` becomes what came. A read that reaches the end
-/// gives what there is with status 0; one that starts at or past it gives 0 bytes and eofErr.
+/// Reads `*byteCount` bytes of audio data from the byte `start` of it; `*byteCount` becomes what came. A read that
+/// reaches the end gives what there is with status 0; one that starts at or past it gives 0 bytes and eofErr.
 QMX_EXPORT OSStatus AudioFileReadBytes(AudioFileID file, Boolean useCache, SInt64 start, UInt32* byteCount,
                                        void* buffer);
 
-/// Writes audio data at the byte `start` of it, growing the data where needed (a gap is filled with zeros); `*byteCount` becomes what
-/// was written. 'off?' where the container cannot hold the size: nothing is written then. Chunks behind the audio are kept.
+/// Writes audio data at the byte `start` of it, growing the data where needed (a gap is filled with zeros);
+/// `*byteCount` becomes what was written. 'off?' where the container cannot hold the size: nothing is written then.
+/// Chunks behind the audio are kept.
 QMX_EXPORT OSStatus AudioFileWriteBytes(AudioFileID file, Boolean useCache, SInt64 start, UInt32* byteCount,
                                         const void* buffer);
 
@@ -177,8 +178,8 @@ QMX_EXPORT OSStatus AudioFileReadPackets(AudioFileID file, Boolean useCache, UIn
                                          AudioStreamPacketDescription* descriptions, SInt64 start, UInt32* packetCount,
                                          void* buffer);
 
-/// Writes `*packetCount` packets of together `byteCount` bytes at the packet `start`; `*packetCount` becomes what was written. Packets of
-/// variable size need descriptions, whose offsets count from `buffer`.
+/// Writes `*packetCount` packets of together `byteCount` bytes at the packet `start`; `*packetCount` becomes what was
+/// written. Packets of variable size need descriptions, whose offsets count from `buffer`.
 QMX_EXPORT OSStatus AudioFileWritePackets(AudioFileID file, Boolean useCache, UInt32 byteCount,
                                           const AudioStreamPacketDescription* descriptions, SInt64 start,
                                           UInt32* packetCount, const void* buffer);

@@ -4,8 +4,8 @@
 #include "AudioToolbox/Codings/CodingFacts.h"
 #include "AudioToolbox/Codings/PacketCoding.h"
 #include "AudioToolbox/Conversion/PcmLayout.h"
-#include "Foundation/Text/CFString.h"
 #include "Foundation/Memory.h"
+#include "Foundation/Text/CFString.h"
 
 #include <algorithm>
 #include <cstring>

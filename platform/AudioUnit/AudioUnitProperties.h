@@ -3,9 +3,9 @@
 // properties carry.
 #pragma once
 
+#include "AudioUnit/Components.h"
 #include "CoreAudioTypes/AudioTimeStamp.h"
 #include "CoreAudioTypes/CoreAudioTypes.h"
-#include "AudioUnit/Components.h"
 
 /// An opened audio unit; null is none.
 using AudioUnit = ComponentInstance;
@@ -134,9 +134,10 @@ inline constexpr OSStatus kAudioUnitErr_Initialized = -10849;
 inline constexpr OSStatus kAudioUnitErr_InvalidOfflineRender = -10848;
 inline constexpr OSStatus kAudioUnitErr_Unauthorized = -10847;
 
-/// Gives a unit input, or hears of its renders: writes `frames` frames for bus `bus` to the buffers of `data`, or points the
-/// buffers elsewhere. The buffers come zeroed, their sizes those of `frames` frames; bytes beyond the size that is left in a
-/// buffer are taken as silence, and so is all of it when the result is not 0. Called on the thread that renders.
+/// Gives a unit input, or hears of its renders: writes `frames` frames for bus `bus` to the buffers of `data`, or
+/// points the buffers elsewhere. The buffers come zeroed, their sizes those of `frames` frames; bytes beyond the size
+/// that is left in a buffer are taken as silence, and so is all of it when the result is not 0. Called on the thread
+/// that renders.
 using AURenderCallback = OSStatus (*)(void* refCon, AudioUnitRenderActionFlags* flags, const AudioTimeStamp* time,
                                       UInt32 bus, UInt32 frames, AudioBufferList* data);
 

@@ -35,6 +35,6 @@ QMX_EXPORT OSErr GetComponentInfo(Component component, ComponentDescription* des
 QMX_EXPORT OSErr OpenAComponent(Component component, ComponentInstance* instance);
 /// The same; null on failure.
 QMX_EXPORT ComponentInstance OpenComponent(Component component);
-/// Ends an instance's work, waits for the cycle in flight, and frees it. From inside one of its callbacks it only ends the
-/// work; the memory is freed when a later call opens or closes a component outside of callbacks.
+/// Ends an instance's work, waits for the cycle in flight, and frees it. From inside one of its callbacks it only ends
+/// the work; the memory is freed when a later call opens or closes a component outside of callbacks.
 QMX_EXPORT OSErr CloseComponent(ComponentInstance instance);

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-// What devices and streams say of themselves in numbers: how they are attached, what is at their ends, which source is chosen.
+// What devices and streams say of themselves in numbers: how they are attached, what is at their ends, which source is
+// chosen.
 #pragma once
 
 #include "CoreAudioTypes/FourCharCode.h"

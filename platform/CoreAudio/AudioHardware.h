@@ -1,14 +1,15 @@
 // SPDX-License-Identifier: MIT
-// The audio hardware layer: the properties of the system, of devices and of streams, listeners to their changes, and the
-// procedures through which sound goes in and out.
+// The audio hardware layer: the properties of the system, of devices and of streams, listeners to their changes, and
+// the procedures through which sound goes in and out.
 //
 // Statuses: kAudioHardwareBadDeviceError and kAudioHardwareBadStreamError for an ID that stands for nothing (any more),
 // kAudioHardwareUnknownPropertyError for a property that the object, or this section or channel of it, lacks,
-// kAudioHardwareBadPropertySizeError for a block too small for a value (lists give the whole entries that fit) or of another
-// size than the value to be set, kAudioHardwareUnsupportedOperationError for setting what cannot be set,
-// kAudioHardwareIllegalOperationError for a value that the object refuses and for a registration that is there already or
-// was never made, kAudioDeviceUnsupportedFormatError for a format or rate that it has not, kAudioHardwareNotRunningError for
-// the time of a device that does not run, kAudio_ParamError (-50) for a null pointer that must not be null.
+// kAudioHardwareBadPropertySizeError for a block too small for a value (lists give the whole entries that fit) or of
+// another size than the value to be set, kAudioHardwareUnsupportedOperationError for setting what cannot be set,
+// kAudioHardwareIllegalOperationError for a value that the object refuses and for a registration that is there already
+// or was never made, kAudioDeviceUnsupportedFormatError for a format or rate that it has not,
+// kAudioHardwareNotRunningError for the time of a device that does not run, kAudio_ParamError (-50) for a null pointer
+// that must not be null.
 //
 // Threads: every call from any thread. On an I/O or render thread only AudioDeviceStop of the device that is calling,
 // AudioGetCurrentHostTime and qmx::waitForIOCycle are free of locks.
@@ -186,27 +187,29 @@ struct AudioValueTranslation {
 };
 
 /// Called on a device's I/O thread once in each cycle, in real time: it must not wait, allocate or log.
-/// `inInputData` and `outOutputData` have one buffer per stream of their direction (none for a direction without streams) of
-/// 32-bit native float, interleaved, never more frames than the buffer frame size at the device's start. Output begins as
-/// silence and is mixed with that of other procedures. The lists and times are valid during the call only. The result
-/// is ignored.
+/// `inInputData` and `outOutputData` have one buffer per stream of their direction (none for a direction without
+/// streams) of 32-bit native float, interleaved, never more frames than the buffer frame size at the device's start.
+/// Output begins as silence and is mixed with that of other procedures. The lists and times are valid during the call
+/// only. The result is ignored.
 using AudioDeviceIOProc = OSStatus (*)(AudioDeviceID inDevice, const AudioTimeStamp* inNow,
                                        const AudioBufferList* inInputData, const AudioTimeStamp* inInputTime,
                                        AudioBufferList* outOutputData, const AudioTimeStamp* inOutputTime,
                                        void* inClientData);
 
-// Listeners run on the notification thread, one after the other in the order of the changes, with no lock held: they may
-// make any call of this header. Their results are ignored.
+// Listeners run on the notification thread, one after the other in the order of the changes, with no lock held: they
+// may make any call of this header. Their results are ignored.
 using AudioHardwarePropertyListenerProc = OSStatus (*)(AudioHardwarePropertyID inPropertyID, void* inClientData);
 using AudioDevicePropertyListenerProc = OSStatus (*)(AudioDeviceID inDevice, UInt32 inChannel, Boolean isInput,
                                                      AudioDevicePropertyID inPropertyID, void* inClientData);
 using AudioStreamPropertyListenerProc = OSStatus (*)(AudioStreamID inStream, UInt32 inChannel,
                                                      AudioStreamPropertyID inPropertyID, void* inClientData);
 
-// --- The system -------------------------------------------------------------------------------------------------------
-// 'dev#' (AudioDeviceIDs), 'dIn ', 'dOut', 'sOut' (AudioDeviceID; settable; kAudioDeviceUnknown where there is none), 'duid'
-// (AudioValueTranslation from a CFStringRef to an AudioDeviceID; the input size is ignored; kAudioHardwareBadDeviceError for
-// an unknown UID), 'bbvs', 'bbvd', 'bbd#' where the hardware has such a control, 'rnlp', 'slep', 'unld', 'mast', 'inot', 'hogr'.
+// --- The system
+// ------------------------------------------------------------------------------------------------------- 'dev#'
+// (AudioDeviceIDs), 'dIn ', 'dOut', 'sOut' (AudioDeviceID; settable; kAudioDeviceUnknown where there is none), 'duid'
+// (AudioValueTranslation from a CFStringRef to an AudioDeviceID; the input size is ignored;
+// kAudioHardwareBadDeviceError for an unknown UID), 'bbvs', 'bbvd', 'bbd#' where the hardware has such a control,
+// 'rnlp', 'slep', 'unld', 'mast', 'inot', 'hogr'.
 
 /// Size in bytes of a property's value and whether it can be set; either pointer may be null.
 QMX_EXPORT OSStatus AudioHardwareGetPropertyInfo(AudioHardwarePropertyID inPropertyID, UInt32* outSize,
@@ -220,25 +223,27 @@ QMX_EXPORT OSStatus AudioHardwareSetProperty(AudioHardwarePropertyID inPropertyI
 /// notification thread, when the list of devices has changed since it was last read.
 QMX_EXPORT OSStatus AudioHardwareAddPropertyListener(AudioHardwarePropertyID inPropertyID,
                                                      AudioHardwarePropertyListenerProc inProc, void* inClientData);
-/// After it has returned the listener is not called for that registration any more: a call in progress is waited for, except
-/// from within a listener.
+/// After it has returned the listener is not called for that registration any more: a call in progress is waited for,
+/// except from within a listener.
 QMX_EXPORT OSStatus AudioHardwareRemovePropertyListener(AudioHardwarePropertyID inPropertyID,
                                                         AudioHardwarePropertyListenerProc inProc, void* inClientData);
 
-// --- Devices ----------------------------------------------------------------------------------------------------------
-// A channel is 0 for the section as a whole or one of its channels from 1 up; `isInput` names the section. What belongs to the
+// --- Devices
+// ---------------------------------------------------------------------------------------------------------- A channel
+// is 0 for the section as a whole or one of its channels from 1 up; `isInput` names the section. What belongs to the
 // device as a whole (name, rate, buffer size, ...) answers in both sections.
-// Changes are announced per property, section and channel. What belongs to the device as a whole is announced once for each
-// section that has streams (for the output section if neither has), on channel 0; a stream's format on channel 0 for
-// the first stream of a section and on the starting channel for the others; volumes ('volm', then 'vold') and mutes on their
-// channels. A device that goes away announces 'livn', after which its ID is unknown, and then the system announces 'dev#'.
+// Changes are announced per property, section and channel. What belongs to the device as a whole is announced once for
+// each section that has streams (for the output section if neither has), on channel 0; a stream's format on channel 0
+// for the first stream of a section and on the starting channel for the others; volumes ('volm', then 'vold') and mutes
+// on their channels. A device that goes away announces 'livn', after which its ID is unknown, and then the system
+// announces 'dev#'.
 
 /// Size in bytes of a property's value and whether it can be set; either pointer may be null.
 QMX_EXPORT OSStatus AudioDeviceGetPropertyInfo(AudioDeviceID inDevice, UInt32 inChannel, Boolean isInput,
                                                AudioDevicePropertyID inPropertyID, UInt32* outSize,
                                                Boolean* outWritable);
-/// Reads a value into a block of `*ioPropertyDataSize` bytes and sets that to the bytes used. A CFStringRef so read belongs to
-/// the caller, who releases it.
+/// Reads a value into a block of `*ioPropertyDataSize` bytes and sets that to the bytes used. A CFStringRef so read
+/// belongs to the caller, who releases it.
 QMX_EXPORT OSStatus AudioDeviceGetProperty(AudioDeviceID inDevice, UInt32 inChannel, Boolean isInput,
                                            AudioDevicePropertyID inPropertyID, UInt32* ioPropertyDataSize,
                                            void* outPropertyData);
@@ -260,24 +265,26 @@ QMX_EXPORT OSStatus AudioDeviceRemovePropertyListener(AudioDeviceID inDevice, UI
 
 /// Registers a procedure, stopped.
 QMX_EXPORT OSStatus AudioDeviceAddIOProc(AudioDeviceID inDevice, AudioDeviceIOProc inProc, void* inClientData);
-/// Unregisters it. After it has returned the procedure is not called any more: the cycle in flight is waited for, except
-/// inside an I/O or render callback. Works for a device that is gone, too.
+/// Unregisters it. After it has returned the procedure is not called any more: the cycle in flight is waited for,
+/// except inside an I/O or render callback. Works for a device that is gone, too.
 QMX_EXPORT OSStatus AudioDeviceRemoveIOProc(AudioDeviceID inDevice, AudioDeviceIOProc inProc, void* inClientData);
-/// Has a registered procedure called from the next cycle on; starts the device when it is the first. 0 when it runs already.
+/// Has a registered procedure called from the next cycle on; starts the device when it is the first. 0 when it runs
+/// already.
 QMX_EXPORT OSStatus AudioDeviceStart(AudioDeviceID inDevice, AudioDeviceIOProc inProc, void* inClientData);
-/// Has a procedure called no more, and stops the device when it was the last. Marks and returns: the cycle in flight may go on
-/// (qmx::waitForIOCycle). 0 for a registered procedure that is stopped already.
+/// Has a procedure called no more, and stops the device when it was the last. Marks and returns: the cycle in flight
+/// may go on (qmx::waitForIOCycle). 0 for a registered procedure that is stopped already.
 QMX_EXPORT OSStatus AudioDeviceStop(AudioDeviceID inDevice, AudioDeviceIOProc inProc, void* inClientData);
 
 /// The present instant in the device's clock and the host's.
 QMX_EXPORT OSStatus AudioDeviceGetCurrentTime(AudioDeviceID inDevice, AudioTimeStamp* outTime);
-/// Translates an instant between the device's sample time and host time: from what `inTime` has into what `outTime->mFlags` asks
-/// for. The device must run.
+/// Translates an instant between the device's sample time and host time: from what `inTime` has into what
+/// `outTime->mFlags` asks for. The device must run.
 QMX_EXPORT OSStatus AudioDeviceTranslateTime(AudioDeviceID inDevice, const AudioTimeStamp* inTime,
                                              AudioTimeStamp* outTime);
 
-// --- Streams ----------------------------------------------------------------------------------------------------------
-// The channel argument is ignored.
+// --- Streams
+// ---------------------------------------------------------------------------------------------------------- The
+// channel argument is ignored.
 
 /// Size in bytes of a property's value and whether it can be set; either pointer may be null.
 QMX_EXPORT OSStatus AudioStreamGetPropertyInfo(AudioStreamID inStream, UInt32 inChannel,
@@ -298,7 +305,8 @@ QMX_EXPORT OSStatus AudioStreamRemovePropertyListener(AudioStreamID inStream, UI
                                                       AudioStreamPropertyID inPropertyID,
                                                       AudioStreamPropertyListenerProc inProc, void* inClientData);
 
-// --- Host time --------------------------------------------------------------------------------------------------------
+// --- Host time
+// --------------------------------------------------------------------------------------------------------
 
 /// The host's clock in the unit of AudioTimeStamp::mHostTime, nanoseconds: monotonic time, or the line of the virtual
 /// hardware's simulated time.
@@ -307,9 +315,9 @@ QMX_EXPORT UInt64 AudioGetCurrentHostTime();
 namespace qmx
 {
 
-/// Returns when the cycle that the device's procedures are in, if any, has ended; at once inside an I/O or render callback, for
-/// an unknown device and between cycles. Hold no lock that a procedure takes. Frees whoever changed what a procedure follows
-/// from guessing when the old is out of use.
+/// Returns when the cycle that the device's procedures are in, if any, has ended; at once inside an I/O or render
+/// callback, for an unknown device and between cycles. Hold no lock that a procedure takes. Frees whoever changed what
+/// a procedure follows from guessing when the old is out of use.
 QMX_EXPORT void waitForIOCycle(AudioDeviceID device);
 
 enum class AudioBackend {
@@ -317,9 +325,10 @@ enum class AudioBackend {
     pipeWire         ///< the desktop's devices; none while there is no server, which is looked for again and again
 };
 
-/// Chooses what supplies the devices, in place of the environment variable QMX_AUDIO_BACKEND ("virtual" or "pipewire"; without
-/// it: PipeWire, when it is built in). kAudioHardwareUnsupportedOperationError when it is not built in. Only before the first
-/// call of this header by anybody; afterwards kAudioHardwareIllegalOperationError, unless it is the present one.
+/// Chooses what supplies the devices, in place of the environment variable QMX_AUDIO_BACKEND ("virtual" or "pipewire";
+/// without it: PipeWire, when it is built in). kAudioHardwareUnsupportedOperationError when it is not built in. Only
+/// before the first call of this header by anybody; afterwards kAudioHardwareIllegalOperationError, unless it is the
+/// present one.
 QMX_EXPORT OSStatus setAudioBackend(AudioBackend backend);
 
 } // namespace qmx

@@ -59,8 +59,8 @@ struct DataSource {
     bool operator==(const DataSource&) const = default;
 };
 
-/// A level: a linear gain from 0.0 to 1.0 that stands for decibels (1.0 for the range's maximum, half the gain 6 dB less, 0.0
-/// for its minimum).
+/// A level: a linear gain from 0.0 to 1.0 that stands for decibels (1.0 for the range's maximum, half the gain 6 dB
+/// less, 0.0 for its minimum).
 struct VolumeControl {
     Float32 scalar = 1;
     Float32 minimumDecibels = -96;
@@ -125,7 +125,8 @@ struct DeviceDescription {
 /// All channels of a section's streams together.
 QMX_EXPORT UInt32 numberOfChannels(const SectionDescription& section);
 
-/// Packed linear PCM for a stream's physical formats: signed integer, or float for 32 bits with `isFloat`; native byte order.
+/// Packed linear PCM for a stream's physical formats: signed integer, or float for 32 bits with `isFloat`; native byte
+/// order.
 QMX_EXPORT AudioStreamBasicDescription packedPhysicalFormat(Float64 sampleRate, UInt32 channels, UInt32 bits,
                                                             bool isFloat = false);
 

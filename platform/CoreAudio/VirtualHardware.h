@@ -19,8 +19,8 @@ namespace qmx
 
 class VirtualBackend;
 
-/// What an input captures: fills `frames` x `channels` interleaved samples (all channels of the device's input streams, in
-/// order). `firstFrame` is the device's sample time. Runs on the I/O thread in real time.
+/// What an input captures: fills `frames` x `channels` interleaved samples (all channels of the device's input streams,
+/// in order). `firstFrame` is the device's sample time. Runs on the I/O thread in real time.
 using VirtualInput = std::function<void(Float32* samples, UInt32 frames, UInt32 channels, SInt64 firstFrame)>;
 /// Receives what an output is given, after volume and mute, in the same layout. Runs on the I/O thread in real time.
 using VirtualOutput = std::function<void(const Float32* samples, UInt32 frames, UInt32 channels, SInt64 firstFrame)>;
@@ -52,18 +52,18 @@ struct VirtualPair {
     AudioDeviceID output = kAudioDeviceUnknown;
 };
 
-/// All devices share one line of time, in nanoseconds (that of AudioGetCurrentHostTime). Each has a clock of its own upon it: its
-/// sample time starts at 0 when the device is added and goes on whether it runs or not. A cycle of N frames that comes at the
-/// sample time T has the input frames from T - N - (safety offset) and the output frames from T + N + (safety offset) on.
-/// The first cycle comes N frames after the start.
+/// All devices share one line of time, in nanoseconds (that of AudioGetCurrentHostTime). Each has a clock of its own
+/// upon it: its sample time starts at 0 when the device is added and goes on whether it runs or not. A cycle of N
+/// frames that comes at the sample time T has the input frames from T - N - (safety offset) and the output frames from
+/// T + N + (safety offset) on. The first cycle comes N frames after the start.
 ///
 /// Calls: any thread, but advance() and settle() not from listeners or I/O procedures. Unknown devices answer
 /// kAudioHardwareBadDeviceError.
 class QMX_EXPORT VirtualHardware
 {
 public:
-    /// The virtual hardware; its first use makes it the backend, when none is chosen yet. It begins with one stereo input and one
-    /// stereo output that are looped together, in real time. Never destroyed.
+    /// The virtual hardware; its first use makes it the backend, when none is chosen yet. It begins with one stereo
+    /// input and one stereo output that are looped together, in real time. Never destroyed.
     static VirtualHardware& shared();
 
     // --- Devices and defaults
@@ -73,8 +73,8 @@ public:
     /// sources. A place to start a description from.
     static DeviceDescription standardDevice(const std::string& uid, const std::string& name, UInt32 inputChannels,
                                             UInt32 outputChannels);
-    /// Plugs a device in. Rates and current formats that are missing or contradict each other are brought in line. The first input
-    /// (output) becomes the default one. Never fails.
+    /// Plugs a device in. Rates and current formats that are missing or contradict each other are brought in line. The
+    /// first input (output) becomes the default one. Never fails.
     AudioDeviceID addDevice(const DeviceDescription& description);
     /// Unplugs a device. Its I/O ends. A default that it was passes to the first added of those that can be it.
     OSStatus removeDevice(AudioDeviceID device);
@@ -85,8 +85,8 @@ public:
     /// An input and an output of `channels` channels that are looped together, "Virtual Input" and "Virtual Output".
     /// While there is such a pair, the names and UIDs of another one end in a number.
     VirtualPair addLoopbackPair(UInt32 channels = 2);
-    /// As at the beginning but without any device: everything unplugged, no faults, default controls gone, `time` at 0 of its
-    /// line (the host's clock in real time). Waits as settle() does.
+    /// As at the beginning but without any device: everything unplugged, no faults, default controls gone, `time` at 0
+    /// of its line (the host's clock in real time). Waits as settle() does.
     void reset(VirtualTime time = VirtualTime::manual);
     std::vector<AudioDeviceID> devices() const;
 
@@ -100,8 +100,9 @@ public:
 
     /// The record that a device's properties are answered from; empty for an unknown device.
     DeviceDescription description(AudioDeviceID device) const;
-    /// Changes any of it, as the hardware would by itself: `edit` gets the present record, and listeners hear of what it changed.
-    /// It must not call the hardware layer. A default that the device can no longer be passes to another one.
+    /// Changes any of it, as the hardware would by itself: `edit` gets the present record, and listeners hear of what
+    /// it changed. It must not call the hardware layer. A default that the device can no longer be passes to another
+    /// one.
     OSStatus change(AudioDeviceID device, const std::function<void(DeviceDescription&)>& edit);
     /// Announces a property of a device although nothing changed ('over' for an overload, say).
     OSStatus announce(AudioDeviceID device, const PropertyAddress& address);
@@ -116,11 +117,11 @@ public:
 
     /// What an input captures from now on; an empty function: silence. Ends a loop to that input.
     OSStatus setInput(AudioDeviceID device, VirtualInput input);
-    /// The same from interleaved samples of `channels` channels, from the next cycle on, once or again and again; then silence.
-    /// Channels beyond the device's are dropped, missing ones silent.
+    /// The same from interleaved samples of `channels` channels, from the next cycle on, once or again and again; then
+    /// silence. Channels beyond the device's are dropped, missing ones silent.
     OSStatus setInputSamples(AudioDeviceID device, std::vector<Float32> samples, UInt32 channels, bool repeats = false);
-    /// The same from an audio file of up to 256 MiB of decoded samples, converted to the device's present rate. Otherwise the
-    /// status of the audio file or converter that failed; the input is then unchanged.
+    /// The same from an audio file of up to 256 MiB of decoded samples, converted to the device's present rate.
+    /// Otherwise the status of the audio file or converter that failed; the input is then unchanged.
     OSStatus setInputFile(AudioDeviceID device, const std::string& path, bool repeats = false);
     /// Who receives what an output is given; an empty function: nobody.
     OSStatus setOutput(AudioDeviceID device, VirtualOutput output);
@@ -128,8 +129,8 @@ public:
     OSStatus captureOutput(AudioDeviceID device, size_t maximumFrames);
     /// What was kept since, interleaved. Frames that were never asked for (gaps) are not in it.
     std::vector<Float32> capturedOutput(AudioDeviceID device) const;
-    /// Loops an output to an input: what the output plays at an instant is what the input captures then; bit for bit when their
-    /// clocks agree, nearest frame otherwise.
+    /// Loops an output to an input: what the output plays at an instant is what the input captures then; bit for bit
+    /// when their clocks agree, nearest frame otherwise.
     OSStatus connect(AudioDeviceID output, AudioDeviceID input);
 
     // --- Clocks and time
@@ -141,9 +142,9 @@ public:
     VirtualTime time() const;
     /// The line's present, in nanoseconds.
     UInt64 now() const;
-    /// In manual time: lets so much time pass. Runs the cycles that are due in it, of all devices in due order (at one instant: in
-    /// the order of their IDs), each on its device's own I/O thread, and returns when all have finished and every thread
-    /// of the library waits for work. Otherwise does nothing.
+    /// In manual time: lets so much time pass. Runs the cycles that are due in it, of all devices in due order (at one
+    /// instant: in the order of their IDs), each on its device's own I/O thread, and returns when all have finished and
+    /// every thread of the library waits for work. Otherwise does nothing.
     void advance(UInt64 nanoseconds);
     /// Advances until a device has run so many cycles more; false when it stopped (or is unknown) before.
     bool advanceCycles(AudioDeviceID device, UInt32 cycles = 1);
@@ -154,7 +155,8 @@ public:
 
     /// A device's I/O begins so much later than its start.
     OSStatus setStartDelay(AudioDeviceID device, UInt64 nanoseconds);
-    /// The cycles of a device have so many frames, whatever the buffer frame size; 0: as many as that. Procedures see slices.
+    /// The cycles of a device have so many frames, whatever the buffer frame size; 0: as many as that. Procedures see
+    /// slices.
     OSStatus setCycleFrames(AudioDeviceID device, UInt32 frames);
     /// A running device's sample time jumps.
     OSStatus jumpSampleTime(AudioDeviceID device, SInt64 frames);

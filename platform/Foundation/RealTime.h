@@ -7,8 +7,8 @@
 namespace qmx
 {
 
-/// While one exists, the calling thread works in real time: it must not allocate, free, lock, log or touch a file, and what
-/// would wait for it elsewhere answers at once. Nests. A device's I/O thread holds one through each cycle.
+/// While one exists, the calling thread works in real time: it must not allocate, free, lock, log or touch a file, and
+/// what would wait for it elsewhere answers at once. Nests. A device's I/O thread holds one through each cycle.
 class QMX_EXPORT RealTimeScope
 {
 public:
@@ -21,8 +21,8 @@ public:
 /// Whether the calling thread is inside a RealTimeScope. Allocates nothing: allocators may ask it.
 QMX_EXPORT bool isRealTime() noexcept;
 
-/// While one exists, the calling thread is inside an I/O, render or input callback, in real time or not. What would wait for a
-/// cycle in flight only marks its wish there, because that cycle may be the caller's own. Nests.
+/// While one exists, the calling thread is inside an I/O, render or input callback, in real time or not. What would
+/// wait for a cycle in flight only marks its wish there, because that cycle may be the caller's own. Nests.
 class QMX_EXPORT CallbackScope
 {
 public:

@@ -5,7 +5,8 @@
 #include "CoreAudioTypes/MacTypes.h"
 #include "Foundation/Export.h"
 
-/// result[i] = first[i] + second[i] for `count` elements; strides are distances in elements. `result` may be one of the inputs.
+/// result[i] = first[i] + second[i] for `count` elements; strides are distances in elements. `result` may be one of the
+/// inputs.
 QMX_EXPORT void vadd(const Float32* first, SInt32 firstStride, const Float32* second, SInt32 secondStride,
                      Float32* result, SInt32 resultStride, UInt32 count);
 

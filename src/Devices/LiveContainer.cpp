@@ -39,9 +39,9 @@ ReaderGate::Reader::~Reader()
         count_.notify_all();
 }
 
-// Newcomers are sent to the other count, so that they cannot keep the one that is waited for from falling to zero. A reader
-// that looked which count to join before a switch and joins after it is caught by the first wait of the next call; what it
-// reads until then is newer than what this call waits for.
+// Newcomers are sent to the other count, so that they cannot keep the one that is waited for from falling to zero. A
+// reader that looked which count to join before a switch and joins after it is caught by the first wait of the next
+// call; what it reads until then is newer than what this call waits for.
 void ReaderGate::waitForReaders()
 {
     const std::scoped_lock lock(waiting_);

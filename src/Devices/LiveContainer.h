@@ -42,8 +42,8 @@ private:
     std::atomic<UInt32> counts_[2]{};
 };
 
-/// What a container held before a change. When it ends nobody walks that any more, and it is freed; inside an I/O or render
-/// callback it does not wait, and another thread frees it later. Hold no lock that a reader takes.
+/// What a container held before a change. When it ends nobody walks that any more, and it is freed; inside an I/O or
+/// render callback it does not wait, and another thread frees it later. Hold no lock that a reader takes.
 class QMX_EXPORT FormerContents
 {
 public:

@@ -33,9 +33,9 @@ using QMXAudioDeviceList = qmx::LiveContainer<std::vector<std::shared_ptr<QMXAud
 using QMXAudioDeviceDictionary = qmx::LiveContainer<std::map<AudioDeviceID, std::shared_ptr<QMXAudioDevice>>>;
 using QMXAudioSubscriberList = qmx::LiveContainer<std::vector<QMXAudioSubscription>>;
 
-/// One audio device, and, as a class, the process's registry of all of them. The registry comes up with the first use of the
-/// class and follows the hardware from then on; it owns its devices. Ended inside an I/O or render callback, a device is
-/// taken down on another thread.
+/// One audio device, and, as a class, the process's registry of all of them. The registry comes up with the first use
+/// of the class and follows the hardware from then on; it owns its devices. Ended inside an I/O or render callback, a
+/// device is taken down on another thread.
 class QMX_EXPORT QMXAudioDevice : public qmx::Object,
                                   public QMXCoreAudioIOSubscriber,
                                   public std::enable_shared_from_this<QMXAudioDevice>,
@@ -49,10 +49,10 @@ public:
     /// The sender of the notifications about the hardware as a whole.
     static std::shared_ptr<qmx::Object> classObject();
 
-    /// Brings the registry in line with the hardware, as every change of the device list does by itself. When the hardware
-    /// reports fewer devices than are registered, those that are gone are removed; otherwise new ones are added, and
-    /// what vanished in the same change stays until the number falls. When the hardware cannot be asked, the registry
-    /// stays as it is and locked: every later refresh waits for ever.
+    /// Brings the registry in line with the hardware, as every change of the device list does by itself. When the
+    /// hardware reports fewer devices than are registered, those that are gone are removed; otherwise new ones are
+    /// added, and what vanished in the same change stays until the number falls. When the hardware cannot be asked, the
+    /// registry stays as it is and locked: every later refresh waits for ever.
     static void initializeListOfDevices();
 
     /// The registered devices by their IDs. This and the lists are always the same objects and follow the hardware.
@@ -107,9 +107,9 @@ public:
     std::string printDeviceInfo();
 
     // --- Properties --------------------------------------------------------------------------------------------------
-    // Each is asked of the hardware at the time of the call. A property that the device lacks reads as 0, 0.0, false, null or
-    // an empty list; QMXAudioDeviceUtils::lastReportedError() has the status. Setters return whether the value was
-    // set. `isInput` names the section; `channel` is 0 for the whole of it or one of its channels from 1 up. Blocks
+    // Each is asked of the hardware at the time of the call. A property that the device lacks reads as 0, 0.0, false,
+    // null or an empty list; QMXAudioDeviceUtils::lastReportedError() has the status. Setters return whether the value
+    // was set. `isInput` names the section; `channel` is 0 for the whole of it or one of its channels from 1 up. Blocks
     // that are returned are freed with free().
 
     std::optional<std::string> deviceUID() const;
@@ -162,8 +162,8 @@ public:
     Float64 actualSampleRate(bool isInput) const;
     std::vector<std::shared_ptr<QMXAudioValueRange>> availableNominalSampleRates(bool isInput) const;
 
-    /// The actual format is what programs see of the stream that carries the channel, the physical one what its hardware is
-    /// set to.
+    /// The actual format is what programs see of the stream that carries the channel, the physical one what its
+    /// hardware is set to.
     bool canSetActualStreamFormat_isInput(UInt32 channel, bool isInput) const;
     bool canSetPhysicalStreamFormat_isInput(UInt32 channel, bool isInput) const;
     std::shared_ptr<QMXAudioStreamBasicDescription> actualStreamFormat_isInput(UInt32 channel, bool isInput) const;
@@ -217,16 +217,17 @@ public:
 
     // --- Input and output --------------------------------------------------------------------------------------------
 
-    /// Counts who wants the device to run; the first starts it. A device that does not start is not counted. Always true.
+    /// Counts who wants the device to run; the first starts it. A device that does not start is not counted. Always
+    /// true.
     bool start();
     /// Takes one back; the last stops the device, though the cycle in flight may go on. Without a start before it does
     /// nothing. Always true.
     bool stop();
 
-    /// Has the subscriber called in each cycle, after those that were added before; input subscribers come before output
-    /// subscribers. Once per direction: one that is there stays where it is. The device owns its subscribers. A device
-    /// that hands its buffers to this one, by way of others or itself, is refused, which is logged: they would go round
-    /// for ever.
+    /// Has the subscriber called in each cycle, after those that were added before; input subscribers come before
+    /// output subscribers. Once per direction: one that is there stays where it is. The device owns its subscribers. A
+    /// device that hands its buffers to this one, by way of others or itself, is refused, which is logged: they would
+    /// go round for ever.
     void addAudioIOSubscriber_forInput(const std::shared_ptr<QMXCoreAudioIOSubscriber>& subscriber, bool isInput);
     /// Has it called no more: the calls in flight are waited for, except in real time and inside an I/O or render
     /// callback, where the device lets go of it a little later. Any thread, real-time ones too. Hold no lock that a
@@ -237,13 +238,13 @@ public:
 
     /// The device's level meter, made at the first call.
     std::shared_ptr<QMXVUMeterDataProvider> inputVUMeterDataProvider();
-    /// One for the whole process, made for whichever device is asked first and bound to it, as intended. It meters that device's
-    /// input, and has no device once that is gone.
+    /// One for the whole process, made for whichever device is asked first and bound to it, as intended. It meters that
+    /// device's input, and has no device once that is gone.
     std::shared_ptr<QMXVUMeterDataProvider> outputVUMeterDataProvider();
 
     /// Hands buffers to the device's subscribers as its own I/O does, with these arguments: the device can subscribe to
-    /// another one. Only while it is started; a direction from which a subscriber was removed while others stayed is left
-    /// out until the next one is added. I/O and render threads. Always 0.
+    /// another one. Only while it is started; a direction from which a subscriber was removed while others stayed is
+    /// left out until the next one is added. I/O and render threads. Always 0.
     OSStatus audioIOHandler_inNow_inInputData_inInputTime_outOutputData_inOutputTime_inClientData(
         QMXAudioDevice& device, const AudioTimeStamp* inNow, const AudioBufferList* inInputData,
         const AudioTimeStamp* inInputTime, AudioBufferList* outOutputData, const AudioTimeStamp* inOutputTime,
@@ -255,8 +256,8 @@ public:
     void setDelegate(std::shared_ptr<QMXAudioDeviceDelegate> delegate);
     std::shared_ptr<QMXAudioDeviceDelegate> delegate() const;
 
-    /// What the device's listener does: has the change's notification posted on the main thread. Properties without one are
-    /// ignored.
+    /// What the device's listener does: has the change's notification posted on the main thread. Properties without one
+    /// are ignored.
     void devicePropertyDidChange_forChannel_isInput(AudioDevicePropertyID propertyID, UInt32 channel, bool isInput);
     /// Posts a notification from the device.
     void threadCallbackForDelegateMethods(const std::string& notificationName);

@@ -3,10 +3,10 @@
 #include "Devices/DeviceClassState.h"
 #include "Devices/QMXAudioDevice.h"
 #include "Devices/QMXAudioDeviceInfoOutput.h"
+#include "Foundation/MainThread/RunLoop.h"
+#include "Foundation/RealTime.h"
 #include "Foundation/Text/Format.h"
 #include "Foundation/Text/Log.h"
-#include "Foundation/RealTime.h"
-#include "Foundation/MainThread/RunLoop.h"
 #include "Foundation/Threads/Thread.h"
 
 #include <algorithm>

@@ -5,9 +5,9 @@
 #include "Formats/PropertyBlock.h"
 #include "Formats/QMXAudioDeviceUtils.h"
 #include "Formats/QMXAudioValueRange.h"
+#include "Foundation/MainThread/RunLoop.h"
 #include "Foundation/Text/CFString.h"
 #include "Foundation/Text/Log.h"
-#include "Foundation/MainThread/RunLoop.h"
 
 #include <algorithm>
 

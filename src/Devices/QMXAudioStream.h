@@ -15,8 +15,8 @@ namespace qmx
 struct PropertyBlock;
 }
 
-/// One stream of a device: channels that travel together. Keeps its device alive. Each value is asked of the hardware when it
-/// is wanted; one that cannot be read is 0, null or an empty list. Any thread but the real-time ones.
+/// One stream of a device: channels that travel together. Keeps its device alive. Each value is asked of the hardware
+/// when it is wanted; one that cannot be read is 0, null or an empty list. Any thread but the real-time ones.
 class QMX_EXPORT QMXAudioStream : public qmx::Object
 {
 public:

@@ -13,13 +13,13 @@ class QMX_EXPORT QMXCoreAudioIOSubscriber
 public:
     virtual ~QMXCoreAudioIOSubscriber();
 
-    /// Called in each cycle of the device on its I/O thread: must not wait, allocate, lock or log. Both lists hold one buffer
-    /// per stream of their direction (32-bit native float, interleaved), none for a direction without streams; they and the
-    /// times are valid during the call only. Input subscribers see the output too, and the reverse.
+    /// Called in each cycle of the device on its I/O thread: must not wait, allocate, lock or log. Both lists hold one
+    /// buffer per stream of their direction (32-bit native float, interleaved), none for a direction without streams;
+    /// they and the times are valid during the call only. Input subscribers see the output too, and the reverse.
     ///
-    /// `inNow`: the instant of the cycle. `inInputTime`: when the first input frame was captured. `inOutputTime`: when the
-    /// first output frame will be heard. `device` runs; `inClientData` is the device that calls. The result is ignored; 0
-    /// is usual.
+    /// `inNow`: the instant of the cycle. `inInputTime`: when the first input frame was captured. `inOutputTime`: when
+    /// the first output frame will be heard. `device` runs; `inClientData` is the device that calls. The result is
+    /// ignored; 0 is usual.
     virtual OSStatus audioIOHandler_inNow_inInputData_inInputTime_outOutputData_inOutputTime_inClientData(
         QMXAudioDevice& device, const AudioTimeStamp* inNow, const AudioBufferList* inInputData,
         const AudioTimeStamp* inInputTime, AudioBufferList* outOutputData, const AudioTimeStamp* inOutputTime,

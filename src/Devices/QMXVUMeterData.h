@@ -9,8 +9,8 @@
 #include <memory>
 #include <string>
 
-/// Levels of up to 8 channels, linear (full scale 1.0). A meter writes its levels into one object again and again, while others
-/// read it: who needs values that stay copies them.
+/// Levels of up to 8 channels, linear (full scale 1.0). A meter writes its levels into one object again and again,
+/// while others read it: who needs values that stay copies them.
 class QMX_EXPORT QMXVUMeterData : public qmx::Object
 {
 public:

@@ -3,8 +3,8 @@
 
 #include "Devices/QMXCoreAudioIOSubscriber.h"
 #include "Foundation/Export.h"
-#include "Foundation/Object.h"
 #include "Foundation/MainThread/RealTimeNotification.h"
+#include "Foundation/Object.h"
 
 #include <atomic>
 #include <memory>
@@ -17,13 +17,14 @@ class QMXVUMeterData;
 /// Sent by the provider.
 QMX_EXPORT extern const char* const QMXVUMeterDataProviderDidStartNotification;
 QMX_EXPORT extern const char* const QMXVUMeterDataProviderDidStopNotification;
-/// Sent by the QMXVUMeterData that holds the new levels. One waits for the main thread at most; those that come meanwhile are not
-/// posted by themselves.
+/// Sent by the QMXVUMeterData that holds the new levels. One waits for the main thread at most; those that come
+/// meanwhile are not posted by themselves.
 QMX_EXPORT extern const char* const QMXVUMeterDataProviderNewDataIsAvailableNotification;
 
-/// The level meter of a device's input: the largest positive sample of each of the first 8 channels of the first input stream
-/// in one cycle, every n-th cycle. A device's output meter, too, meters its input, as intended. While it provides it keeps
-/// the device alive, and the device keeps it. Main thread, where nothing else is said; notifications come there.
+/// The level meter of a device's input: the largest positive sample of each of the first 8 channels of the first input
+/// stream in one cycle, every n-th cycle. A device's output meter, too, meters its input, as intended. While it
+/// provides it keeps the device alive, and the device keeps it. Main thread, where nothing else is said; notifications
+/// come there.
 class QMX_EXPORT QMXVUMeterDataProvider : public qmx::Object,
                                           public QMXCoreAudioIOSubscriber,
                                           public std::enable_shared_from_this<QMXVUMeterDataProvider>
@@ -52,8 +53,8 @@ public:
     /// Every how many cycles levels are published; 0 counts as 1. The count of cycles goes on. Any thread.
     void setNotificationInterval(unsigned long interval);
 
-    /// The peaks of `length` bytes of interleaved samples, one per channel, in a block that the caller frees with free(); null
-    /// when there is no memory. Any thread but the real-time ones.
+    /// The peaks of `length` bytes of interleaved samples, one per channel, in a block that the caller frees with
+    /// free(); null when there is no memory. Any thread but the real-time ones.
     static Float32* findMaxValues_numChannels_length(const Float32* samples, unsigned long channels,
                                                      unsigned long length);
 

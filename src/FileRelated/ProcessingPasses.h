@@ -2,10 +2,10 @@
 // The passes of the file processor: packets decoded, processed, encoded and written back, 512 frames at a time.
 #pragma once
 
+#include "FileRelated/QMXAudioFileProcessor.h"
 #include "Foundation/Text/FailureLine.h"
 #include "Processing/QMXAudioProcessor.h"
 #include "Processing/QMXProgressSubscriber.h"
-#include "FileRelated/QMXAudioFileProcessor.h"
 
 #include <vector>
 

@@ -5,8 +5,8 @@
 #include "Formats/ByteUtility.h"
 #include "Formats/QMXAudioStreamBasicDescription.h"
 #include "Formats/QMXFileUtils.h"
-#include "Foundation/Text/Log.h"
 #include "Foundation/Memory.h"
+#include "Foundation/Text/Log.h"
 
 #include <new>
 #include <utility>

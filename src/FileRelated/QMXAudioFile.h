@@ -3,10 +3,10 @@
 
 #include "AudioToolbox/AudioFile.h"
 #include "CoreServices/Files.h"
-#include "Foundation/Threads/ConditionLock.h"
 #include "Foundation/Files/FileManager.h"
 #include "Foundation/HeapBlock.h"
 #include "Foundation/Object.h"
+#include "Foundation/Threads/ConditionLock.h"
 #include "Foundation/Threads/Thread.h"
 #include "Foundation/Threads/Worker.h"
 
@@ -25,21 +25,21 @@ enum class QMXAudioFileAccessMode : SInt32 {
     write = 2, ///< a new file: created, or an existing file emptied
 };
 
-/// One audio file on disk by bytes and packets: a current byte offset into the audio data, the length in bytes, frames and
-/// milliseconds, and the file's stream format with copies of its fields.
+/// One audio file on disk by bytes and packets: a current byte offset into the audio data, the length in bytes, frames
+/// and milliseconds, and the file's stream format with copies of its fields.
 ///
-/// For long sequential work an optional cache keeps two buffers of 768 KiB: a thread of the object's own writes one to disk
-/// (or fills it from disk) while the caller works on the other, so that a recorder never waits for the disk.
+/// For long sequential work an optional cache keeps two buffers of 768 KiB: a thread of the object's own writes one to
+/// disk (or fills it from disk) while the caller works on the other, so that a recorder never waits for the disk.
 ///
 /// Failing platform calls are logged; the operation then returns false (or nothing) and the object stays usable. Where
 /// memory runs out the maker gives null, reads, writes and opens fail, and a path or format that was to be set is not.
-/// All operations: one thread at a time (main, or the saving thread of a recorder). Never on an I/O or render thread: with
-/// the cache on a write may wait for a free buffer, without it for the disk.
+/// All operations: one thread at a time (main, or the saving thread of a recorder). Never on an I/O or render thread:
+/// with the cache on a write may wait for a free buffer, without it for the disk.
 class QMX_EXPORT QMXAudioFile : public qmx::Object
 {
 public:
-    /// A closed file object on `path` (the file need not exist): type 'AIFF', both caches off, no stream format. Without a path an
-    /// object that can do nothing until updatePath().
+    /// A closed file object on `path` (the file need not exist): type 'AIFF', both caches off, no stream format.
+    /// Without a path an object that can do nothing until updatePath().
     static std::shared_ptr<QMXAudioFile> initWithPath_accessMode(const std::optional<std::string>& path,
                                                                  QMXAudioFileAccessMode mode);
     /// Closes the file; what the cache holds is written first.
@@ -105,13 +105,13 @@ public:
     qmx::HeapBlock magicCookie(UInt32* size);
     OSStatus setMagicCookie_size(const void* data, UInt32 size);
 
-    /// Reads `*length` bytes at the current offset, which advances by what came; `*length` becomes that. False at the end of
-    /// the data and on an error. On a closed file true, without doing anything.
+    /// Reads `*length` bytes at the current offset, which advances by what came; `*length` becomes that. False at the
+    /// end of the data and on an error. On a closed file true, without doing anything.
     bool read_length(void* buffer, UInt32* length);
     /// The same at `offset` (bytes into the audio data); the current offset stays.
     bool read_length_fromOffset(void* buffer, UInt32* length, SInt64 offset);
-    /// Writes `*length` bytes at the current offset, which advances. False on an error and on a closed file; with the cache on a
-    /// failure to write earlier bytes is reported here, with `*length` 0.
+    /// Writes `*length` bytes at the current offset, which advances. False on an error and on a closed file; with the
+    /// cache on a failure to write earlier bytes is reported here, with `*length` 0.
     bool write_length(const void* buffer, UInt32* length);
     /// The same at `offset`; the current offset stays. On a closed file true, without doing anything.
     bool write_length_atOffset(const void* buffer, UInt32* length, SInt64 offset);
@@ -123,7 +123,8 @@ public:
     /// Hands what the cache holds to its thread and waits at most 0.3 seconds for it to be written. Always true.
     bool flush();
 
-    /// Reads `*numPackets` packets at the current packet, which advances by what came. False on an error and when not open.
+    /// Reads `*numPackets` packets at the current packet, which advances by what came. False on an error and when not
+    /// open.
     bool readPackets_numBytes_outPacketDescriptions_numPackets(void* buffer, UInt32* numBytes,
                                                                AudioStreamPacketDescription* descriptions,
                                                                UInt32* numPackets);
@@ -131,8 +132,8 @@ public:
     readPackets_numBytes_outPacketDescriptions_startingPacket_numPackets(void* buffer, UInt32* numBytes,
                                                                          AudioStreamPacketDescription* descriptions,
                                                                          SInt64 startingPacket, UInt32* numPackets);
-    /// Writes `*numPackets` packets of together `numBytes` bytes at the current packet, which advances. False on an error, when not
-    /// open and while the byte cache is on.
+    /// Writes `*numPackets` packets of together `numBytes` bytes at the current packet, which advances. False on an
+    /// error, when not open and while the byte cache is on.
     bool writePackets_numBytes_inPacketDescriptions_numPackets(const void* buffer, UInt32 numBytes,
                                                                const AudioStreamPacketDescription* descriptions,
                                                                UInt32* numPackets);

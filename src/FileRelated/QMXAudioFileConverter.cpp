@@ -5,8 +5,8 @@
 #include "Formats/FileByteOrder.h"
 #include "Formats/OwnedBufferList.h"
 #include "Formats/QMXAudioStreamBasicDescription.h"
-#include "Foundation/Text/Log.h"
 #include "Foundation/Memory.h"
+#include "Foundation/Text/Log.h"
 
 #include <algorithm>
 #include <utility>

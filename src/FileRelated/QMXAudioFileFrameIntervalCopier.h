@@ -14,13 +14,14 @@ class QMX_EXPORT QMXAudioFileFrameIntervalCopier : public qmx::Object
 public:
     QMXAudioFileFrameIntervalCopier() = delete;
 
-    /// Copies frames `fromFrame`, `fromFrame` + `interval`, ... below `toFrame` (cut to the file's length) as big-endian 32-bit floats into
-    /// `buffer`, and gives the number of frames of the file that were stepped over. With a null buffer nothing is read, and the result is
-    /// the count of frames that a call with one copies: it takes count x channels x 4 bytes. 0 for an empty stretch, an
-    /// interval of 0, and a file without bytes per frame. Files with more than 4 GiB of audio are out of range.
+    /// Copies frames `fromFrame`, `fromFrame` + `interval`, ... below `toFrame` (cut to the file's length) as
+    /// big-endian 32-bit floats into `buffer`, and gives the number of frames of the file that were stepped over. With
+    /// a null buffer nothing is read, and the result is the count of frames that a call with one copies: it takes count
+    /// x channels x 4 bytes. 0 for an empty stretch, an interval of 0, and a file without bytes per frame. Files with
+    /// more than 4 GiB of audio are out of range.
     ///
-    /// `file` is open for reading. `subscriber` (may be null) hears after each frame the bytes read so far divided by the count: up to
-    /// the bytes per frame, not 1. Blocks; any thread but the real-time ones.
+    /// `file` is open for reading. `subscriber` (may be null) hears after each frame the bytes read so far divided by
+    /// the count: up to the bytes per frame, not 1. Blocks; any thread but the real-time ones.
     static UInt32 copyFramesWithInterval_fromFile_interval_toBuffer_fromFrame_toFrame(QMXProgressSubscriber* subscriber,
                                                                                       QMXAudioFile& file,
                                                                                       UInt32 interval, void* buffer,

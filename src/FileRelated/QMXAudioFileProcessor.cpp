@@ -1,14 +1,14 @@
 // SPDX-License-Identifier: MIT
 #include "FileRelated/QMXAudioFileProcessor.h"
 
+#include "FileRelated/ProcessingPasses.h"
 #include "FileRelated/QMXExtAudioFile.h"
 #include "Formats/FileByteOrder.h"
 #include "Formats/OwnedBufferList.h"
 #include "Formats/QMXAudioStreamBasicDescription.h"
 #include "Formats/QMXFileUtils.h"
-#include "Foundation/Text/CFString.h"
 #include "Foundation/Memory.h"
-#include "FileRelated/ProcessingPasses.h"
+#include "Foundation/Text/CFString.h"
 
 #include <algorithm>
 #include <filesystem>

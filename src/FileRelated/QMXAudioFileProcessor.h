@@ -13,8 +13,9 @@ class QMXAudioProcessor;
 class QMXExtAudioFile;
 class QMXProgressSubscriber;
 
-/// Runs a processor over a range of an audio file's frames, in passes of 512: into a new file, or inside the file itself. The
-/// processor gets native 32-bit floats, one buffer per channel, always whole passes; what is written back is cut to the range.
+/// Runs a processor over a range of an audio file's frames, in passes of 512: into a new file, or inside the file
+/// itself. The processor gets native 32-bit floats, one buffer per channel, always whole passes; what is written back
+/// is cut to the range.
 ///
 /// Failing steps print one line each to standard error, and the results tell no more of them than is said below. A
 /// status other than 0 from the processor ends the run before its pass is written; a read or write that fails, on a
@@ -28,30 +29,33 @@ class QMXProgressSubscriber;
 class QMX_EXPORT QMXAudioFileProcessor : public qmx::Object
 {
 public:
-    /// Keeps all three (the last two may be null: nothing is changed then, nobody hears) and opens the file to learn its format.
+    /// Keeps all three (the last two may be null: nothing is changed then, nobody hears) and opens the file to learn
+    /// its format.
     static std::shared_ptr<QMXAudioFileProcessor>
     initWithSourcePath_processFramesWith_progressSubscriber(const std::string& path,
                                                             std::shared_ptr<QMXAudioProcessor> processor,
                                                             std::shared_ptr<QMXProgressSubscriber> subscriber);
     ~QMXAudioFileProcessor() override;
 
-    /// Writes the processed frames from `startFrame` up to `endFrame` (cut to the file's end) to a new file in the source's data format:
-    /// AIFF-C for 32-bit samples, else AIFF. The processor sees all channels. -1 for an end before the start; else the status of closing
-    /// the new file, which is -50 where it could not be made (a file that exists, a format that AIFF does not hold).
+    /// Writes the processed frames from `startFrame` up to `endFrame` (cut to the file's end) to a new file in the
+    /// source's data format: AIFF-C for 32-bit samples, else AIFF. The processor sees all channels. -1 for an end
+    /// before the start; else the status of closing the new file, which is -50 where it could not be made (a file that
+    /// exists, a format that AIFF does not hold).
     OSStatus copyFramesToPath_startFrame_endFrame(const std::string& destinationPath, SInt64 startFrame,
                                                   SInt64 endFrame);
-    /// Rewrites the frames from `startFrame` up to `endFrame` (cut to the file's end) in the file itself, and nothing else in it. The
-    /// processor sees two channels: the first two, or the only one twice; further ones keep their samples. Gives the status of
-    /// closing the file; the object's view of the file stays closed.
+    /// Rewrites the frames from `startFrame` up to `endFrame` (cut to the file's end) in the file itself, and nothing
+    /// else in it. The processor sees two channels: the first two, or the only one twice; further ones keep their
+    /// samples. Gives the status of closing the file; the object's view of the file stays closed.
     OSStatus processFrames_endFrame(SInt64 startFrame, SInt64 endFrame);
 
-    /// The usual sample format of a file type: 16-bit integers, big-endian but in WAVE; floats in AIFF-C. All zero for types without
-    /// uncompressed audio.
+    /// The usual sample format of a file type: 16-bit integers, big-endian but in WAVE; floats in AIFF-C. All zero for
+    /// types without uncompressed audio.
     static AudioStreamBasicDescription suitableStreamFormatForFileType(AudioFileTypeID fileType);
     /// Reverses the bytes of each whole word of `wordLength` bytes in `length` bytes.
     static void swapBytes_wordLength_length(void* buffer, UInt32 wordLength, UInt64 length);
 
-    /// What the decoding callback works on: it reads packets of the file at an offset into a buffer list, and moves the offset on.
+    /// What the decoding callback works on: it reads packets of the file at an offset into a buffer list, and moves the
+    /// offset on.
     struct ConverterInfo {
         AudioFileID mAudioFile = nullptr;
         SInt64 mPacketOffset = 0;

@@ -2,8 +2,8 @@
 // Reading the platform's file properties, and the names of properties and statuses.
 #include "FileRelated/QMXAudioFile.h"
 
-#include "Foundation/Text/Log.h"
 #include "Foundation/Memory.h"
+#include "Foundation/Text/Log.h"
 
 #include <array>
 #include <utility>

@@ -4,9 +4,9 @@
 #include "Formats/ByteUtility.h"
 #include "Formats/QMXAudioStreamBasicDescription.h"
 #include "Formats/QMXFileUtils.h"
+#include "Foundation/Memory.h"
 #include "Foundation/Text/CFString.h"
 #include "Foundation/Text/FailureLine.h"
-#include "Foundation/Memory.h"
 
 #include <algorithm>
 #include <array>

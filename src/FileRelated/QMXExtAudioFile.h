@@ -8,11 +8,11 @@
 #include <memory>
 #include <string>
 
-/// An audio file read or written in frames of a client format, which may differ from the file's in every way. Positions and
-/// lengths count frames of the file.
+/// An audio file read or written in frames of a client format, which may differ from the file's in every way. Positions
+/// and lengths count frames of the file.
 ///
-/// A failing platform call prints one line to standard error, and its status is returned; the object stays usable. All operations
-/// belong to one controlling thread, but `read` and `write` may be called on a render thread: see there.
+/// A failing platform call prints one line to standard error, and its status is returned; the object stays usable. All
+/// operations belong to one controlling thread, but `read` and `write` may be called on a render thread: see there.
 class QMX_EXPORT QMXExtAudioFile : public qmx::Object
 {
 public:
@@ -40,13 +40,14 @@ public:
     OSStatus open();
     /// Opens for reading and takes the client format where one was given. 0 when already open.
     OSStatus openForReading();
-    /// Creates the file (one that exists is left as it is), sets the client format, feeds both channels of a stereo file from a mono
-    /// client, and makes ready for writing. Each failing step is printed and the next is tried; the status is that of the last.
+    /// Creates the file (one that exists is left as it is), sets the client format, feeds both channels of a stereo
+    /// file from a mono client, and makes ready for writing. Each failing step is printed and the next is tried; the
+    /// status is that of the last.
     OSStatus openForWriting();
     /// The status of the first failing step of the last `openForWriting`; 0 where all went well.
     OSStatus openingFailure() const { return openingFailure_; }
-    /// Writes what is still on its way, closes, and stamps a written file with creator and type codes. 0 when not open; else what
-    /// the platform says, a write that failed on the way included.
+    /// Writes what is still on its way, closes, and stamps a written file with creator and type codes. 0 when not open;
+    /// else what the platform says, a write that failed on the way included.
     OSStatus close();
     /// Stamps the file: WAVE, AIFF-C, MP3, CAF and M4A with their own type, others as AIFF.
     void changeHFSTypeCode() const;
@@ -95,7 +96,8 @@ public:
     /// Reads `*numberFrames` client frames; `*numberFrames` and the buffers' byte sizes become what came. Fewer are the
     /// end or a failure; InvalidOperationOrder without a client format. On a render thread as ExtAudioFileRead says.
     OSStatus read_numberFrames(AudioBufferList* buffers, UInt32* numberFrames);
-    /// Queues client frames for the platform's writing thread. Neither allocates nor locks: it may be called on a render thread.
+    /// Queues client frames for the platform's writing thread. Neither allocates nor locks: it may be called on a
+    /// render thread.
     OSStatus write_numberFrames(const AudioBufferList* buffers, UInt32 numberFrames);
     /// Writes client frames and waits for the disk.
     OSStatus writeSynch_numberFrames(const AudioBufferList* buffers, UInt32 numberFrames);

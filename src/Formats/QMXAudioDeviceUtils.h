@@ -7,11 +7,11 @@
 
 #include <string>
 
-/// Texts for people and logs from the platform's codes, and the properties of the hardware and of devices as plain values. Any
-/// thread but the real-time ones.
+/// Texts for people and logs from the platform's codes, and the properties of the hardware and of devices as plain
+/// values. Any thread but the real-time ones.
 ///
-/// Blocks that are returned belong to the caller, who frees them with free(). They are followed by zeros, 64 bytes at least,
-/// so that a record read from a value that is too short has zeros in the rest.
+/// Blocks that are returned belong to the caller, who frees them with free(). They are followed by zeros, 64 bytes at
+/// least, so that a record read from a value that is too short has zeros in the rest.
 class QMX_EXPORT QMXAudioDeviceUtils : public qmx::Object
 {
 public:
@@ -37,7 +37,8 @@ public:
     /// Sets a value from as many bytes as the property has now. Whether it was set.
     static bool setHardwareProperty_inData(AudioHardwarePropertyID propertyID, const void* data);
 
-    // --- Devices. `isInput` names the section, `channel` one of its channels or 0 for all. Readers log nothing, but for
+    // --- Devices. `isInput` names the section, `channel` one of its channels or 0 for all. Readers log nothing, but
+    // for
     // --- a value of no bytes. What is left out: channel 0 of the input section.
 
     /// Bytes of a value; 0 on failure.

@@ -3,10 +3,10 @@
 
 #include "CoreAudio/AudioHardware.h"
 #include "Formats/QMXAudioStreamBasicDescription.h"
+#include "Foundation/Memory.h"
 #include "Foundation/Text/FailureLine.h"
 #include "Foundation/Text/Format.h"
 #include "Foundation/Text/Log.h"
-#include "Foundation/Memory.h"
 
 #include <algorithm>
 #include <utility>

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "AudioUnit/AUGraph.h"
 #include "AudioToolbox/AudioConverter.h"
+#include "AudioUnit/AUGraph.h"
 #include "Foundation/Export.h"
 #include "Foundation/Object.h"
 
@@ -31,13 +31,14 @@ public:
 
 /// Converts audio data from a source format to a destination format, by two routes that know nothing of each other.
 ///
-/// Whole buffers: `convertBuffer` converts what it is given. With a change of the sample rate consecutive calls are one stream
-/// until `reset`. One thread at a time; not for render threads.
+/// Whole buffers: `convertBuffer` converts what it is given. With a change of the sample rate consecutive calls are one
+/// stream until `reset`. One thread at a time; not for render threads.
 ///
-/// The pull chain: `fillComplexBuffer` asks the delegate for as much source data as it needs. Two converter units in a graph
-/// bring them to the canonical format (stereo float) at the source's rate, and from there to the destination. One thread at a
-/// time, which may be a render thread if the delegate is fit for one. Failing calls while the chain is built print a line on
-/// standard error each; a chain that cannot take the source format (compressed data) still asks the delegate, and delivers silence.
+/// The pull chain: `fillComplexBuffer` asks the delegate for as much source data as it needs. Two converter units in a
+/// graph bring them to the canonical format (stereo float) at the source's rate, and from there to the destination. One
+/// thread at a time, which may be a render thread if the delegate is fit for one. Failing calls while the chain is
+/// built print a line on standard error each; a chain that cannot take the source format (compressed data) still asks
+/// the delegate, and delivers silence.
 class QMX_EXPORT QMXAudioConverter : public qmx::Object
 {
 public:
@@ -74,22 +75,23 @@ public:
     /// Forgets what the rate conversion holds: the next buffer begins a new stream.
     void reset();
 
-    /// Converts all `inputBufferSize` bytes; `*outputBufferSize` is the room in bytes and becomes the bytes made. 0 input
-    /// bytes drain the rate conversion. Gives the platform's status; 0 without converting when either buffer is null.
+    /// Converts all `inputBufferSize` bytes; `*outputBufferSize` is the room in bytes and becomes the bytes made. 0
+    /// input bytes drain the rate conversion. Gives the platform's status; 0 without converting when either buffer is
+    /// null.
     OSStatus convertBuffer_inputBufferSize_outputBuffer_outputBufferSize(const void* inputBuffer,
                                                                          UInt32 inputBufferSize, void* outputBuffer,
                                                                          UInt32* outputBufferSize);
 
-    /// Pulls `*frameCount` frames (at most MAX_FRAMES_PER_SLICE) in the destination format out of the chain's end. The buffers'
-    /// sizes are their room in bytes and become the bytes made. What the delegate does not give is silence; the first status it
-    /// fails with is the result. The packet description is not used.
+    /// Pulls `*frameCount` frames (at most MAX_FRAMES_PER_SLICE) in the destination format out of the chain's end. The
+    /// buffers' sizes are their room in bytes and become the bytes made. What the delegate does not give is silence;
+    /// the first status it fails with is the result. The packet description is not used.
     OSStatus fillComplexBuffer_buffer_packetDescription(const UInt32* frameCount, AudioBufferList* buffer,
                                                         AudioStreamPacketDescription* packetDescription);
     /// Pulls frames in the canonical format at the source's rate, out of the chain's middle.
     OSStatus render_numberFrames_ioData(const AudioTimeStamp* timeStamp, UInt32 numberFrames, AudioBufferList* data);
 
-    /// The chain's input: asks the delegate for the packets that `numberFrames` frames of the source format are, part packets
-    /// not counted.
+    /// The chain's input: asks the delegate for the packets that `numberFrames` frames of the source format are, part
+    /// packets not counted.
     OSStatus audioUnitCallback_timeStamp_busNumber_numFrames_data(AudioUnitRenderActionFlags* flags,
                                                                   const AudioTimeStamp* timeStamp, UInt32 busNumber,
                                                                   UInt32 numberFrames, AudioBufferList* data);

@@ -12,8 +12,9 @@ public:
 
     /// Forgets what earlier passes left: the next pass begins a new stream.
     virtual void reset() = 0;
-    /// Changes the samples of a pass: native 32-bit floats, one buffer per channel. `*numberOfFrames` is the pass's length and may be
-    /// changed to the number of frames that result. Called on the thread that runs the pass, a render thread in players: there it
-    /// must neither allocate, lock nor touch a file. 0 for success; whoever runs the processor says what another status does.
+    /// Changes the samples of a pass: native 32-bit floats, one buffer per channel. `*numberOfFrames` is the pass's
+    /// length and may be changed to the number of frames that result. Called on the thread that runs the pass, a render
+    /// thread in players: there it must neither allocate, lock nor touch a file. 0 for success; whoever runs the
+    /// processor says what another status does.
     virtual OSStatus processAudio_numberOfFrames(AudioBufferList& audio, UInt32* numberOfFrames) = 0;
 };

@@ -7,8 +7,8 @@
 #include <atomic>
 #include <memory>
 
-/// One linear gain on all channels, applied in place. Settings: any thread, at any time; a new one holds from the next buffer
-/// on, without a ramp.
+/// One linear gain on all channels, applied in place. Settings: any thread, at any time; a new one holds from the next
+/// buffer on, without a ramp.
 class QMX_EXPORT QMXSoftwareVolumeControl : public qmx::Object, public QMXAudioProcessor
 {
 public:
@@ -23,8 +23,8 @@ public:
 
     /// Nothing: the control has no history.
     void reset() override {}
-    /// Multiplies `*numberOfFrames` frames of each buffer, interleaved or not; the buffers hold at least as many native floats,
-    /// whatever their byte sizes say. Render threads. Always 0.
+    /// Multiplies `*numberOfFrames` frames of each buffer, interleaved or not; the buffers hold at least as many native
+    /// floats, whatever their byte sizes say. Render threads. Always 0.
     OSStatus processAudio_numberOfFrames(AudioBufferList& audio, UInt32* numberOfFrames) override;
 
 private:

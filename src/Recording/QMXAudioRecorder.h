@@ -2,13 +2,13 @@
 #pragma once
 
 #include "Devices/QMXCoreAudioIOSubscriber.h"
-#include "Foundation/Threads/ConditionLock.h"
 #include "Foundation/Files/FileManager.h"
-#include "Foundation/Object.h"
 #include "Foundation/MainThread/RealTimeNotification.h"
+#include "Foundation/MainThread/Timer.h"
+#include "Foundation/Object.h"
+#include "Foundation/Threads/ConditionLock.h"
 #include "Foundation/Threads/Retirement.h"
 #include "Foundation/Threads/Thread.h"
-#include "Foundation/MainThread/Timer.h"
 #include "Foundation/Threads/Worker.h"
 #include "Recording/QMXAudioRecordingLoss.h"
 

@@ -9,9 +9,9 @@
 #include <optional>
 #include <vector>
 
-/// Blocks of bytes: one that is being filled, one that is being saved, and between them the full ones, which wait in a row of one
-/// place or more. When the row is full the next full block takes the place of the oldest, which is lost. Neither side ever waits
-/// for the other, and no block is ever in two hands.
+/// Blocks of bytes: one that is being filled, one that is being saved, and between them the full ones, which wait in a
+/// row of one place or more. When the row is full the next full block takes the place of the oldest, which is lost.
+/// Neither side ever waits for the other, and no block is ever in two hands.
 class RawBuffers
 {
 public:
@@ -26,8 +26,8 @@ public:
         UInt32 byteCount;
     };
 
-    /// Makes blocks of `size` bytes anew, `waiting` (at least 1) of them between the two sides; false, and none, without memory. Not
-    /// while anybody fills or saves.
+    /// Makes blocks of `size` bytes anew, `waiting` (at least 1) of them between the two sides; false, and none,
+    /// without memory. Not while anybody fills or saves.
     bool allocate(UInt32 size, UInt32 waiting);
     bool isAllocated() const { return !blocks_.empty(); }
 

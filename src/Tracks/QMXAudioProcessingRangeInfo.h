@@ -3,9 +3,9 @@
 
 #include "CoreAudioTypes/MacTypes.h"
 #include "Foundation/Archives/Coder.h"
+#include "Foundation/Archives/Values.h"
 #include "Foundation/Export.h"
 #include "Foundation/Object.h"
-#include "Foundation/Archives/Values.h"
 
 #include <memory>
 #include <optional>
@@ -19,8 +19,8 @@ QMX_EXPORT extern const std::string_view QMXProcessingStart;
 QMX_EXPORT extern const std::string_view QMXProcessingEnd;
 QMX_EXPORT extern const std::string_view QMXProcessingSettings;
 
-/// A process, named by the application, that was applied to a range of an audio file's frames, with its settings. One thread
-/// at a time per object.
+/// A process, named by the application, that was applied to a range of an audio file's frames, with its settings. One
+/// thread at a time per object.
 class QMX_EXPORT QMXAudioProcessingRangeInfo : public qmx::Object, public qmx::Coding
 {
 public:

@@ -4,8 +4,8 @@
 #include "FileRelated/QMXAudioFile.h"
 #include "Formats/QMXAudioStreamBasicDescription.h"
 #include "Foundation/HeapBlock.h"
-#include "Foundation/Text/Log.h"
 #include "Foundation/Memory.h"
+#include "Foundation/Text/Log.h"
 #include "Processing/QMXAudioConverter.h"
 #include "Tracks/DefinerProgress.h"
 #include "Tracks/QMXAudioTrackInfo.h"
@@ -77,8 +77,8 @@ void reverseBytes(SInt16* samples, std::size_t count)
         samples[i] = static_cast<SInt16>(__builtin_bswap16(static_cast<UInt16>(samples[i])));
 }
 
-/// Reads a file block by block as host-order samples of the analysis format: straight into the block where they are 16-bit
-/// integers, else through a converter.
+/// Reads a file block by block as host-order samples of the analysis format: straight into the block where they are
+/// 16-bit integers, else through a converter.
 class BlockReader
 {
 public:
@@ -108,7 +108,8 @@ public:
     bool hasMore() const { return remaining_ > 0; }
     const SInt16* samples() const { return block_.get(); }
 
-    /// Fills the block; gives its bytes. After a failed read, which is the last, the block counts with whatever it holds.
+    /// Fills the block; gives its bytes. After a failed read, which is the last, the block counts with whatever it
+    /// holds.
     UInt32 readBlock() { return converter_ ? readConverted() : readDirectly(); }
 
 private:
@@ -156,7 +157,8 @@ bool isRunCancelled()
     return isCancelled.load(std::memory_order_relaxed);
 }
 
-/// Counts the crossings of each block into `counts`. Blocks past their number are reported, but have no place to be kept.
+/// Counts the crossings of each block into `counts`. Blocks past their number are reported, but have no place to be
+/// kept.
 void countBlocks(BlockReader& reader, const AudioStreamBasicDescription& format, SInt16 level, UInt32* counts,
                  UInt32 blockCount)
 {

@@ -17,30 +17,30 @@ class QMX_EXPORT QMXAudioTrackAutoDefinerDelegate
 public:
     virtual ~QMXAudioTrackAutoDefinerDelegate();
 
-    /// `progress` rises within a run, to about 0.5 while the file is read; the last report of a run, cancelled or not, is 1.
-    /// Called on the thread of the run, once per block read and once per step of the search.
+    /// `progress` rises within a run, to about 0.5 while the file is read; the last report of a run, cancelled or not,
+    /// is 1. Called on the thread of the run, once per block read and once per step of the search.
     virtual void autoDefineProgress(float progress);
 };
 
-/// Divides a recording into tracks. The file is read once, in blocks of a fifth of a second; for each block it is counted how
-/// often the signal crosses a level, which quiet blocks hardly do. Boundaries lie either where a run of quiet blocks is followed
-/// by a run of loud ones or, when a number of tracks is given, at the quietest places.
+/// Divides a recording into tracks. The file is read once, in blocks of a fifth of a second; for each block it is
+/// counted how often the signal crosses a level, which quiet blocks hardly do. Boundaries lie either where a run of
+/// quiet blocks is followed by a run of loud ones or, when a number of tracks is given, at the quietest places.
 ///
-/// The state is one per process: only one run at a time, on any thread but the real-time ones. It blocks until the file is
-/// read.
+/// The state is one per process: only one run at a time, on any thread but the real-time ones. It blocks until the file
+/// is read.
 class QMX_EXPORT QMXAudioTrackAutoDefiner
 {
 public:
-    /// The tracks in order, without gaps, as inactive records with placeholder titles and bounds in frames. Null after a
-    /// cancelled run, and where memory runs out. A file that cannot be opened has no frames.
+    /// The tracks in order, without gaps, as inactive records with placeholder titles and bounds in frames. Null after
+    /// a cancelled run, and where memory runs out. A file that cannot be opened has no frames.
     using Tracks = std::shared_ptr<std::vector<std::shared_ptr<QMXAudioTrackInfo>>>;
 
     QMXAudioTrackAutoDefiner() = delete;
 
     /// `sensitivity`: a block with fewer crossings of the level is quiet (71 unless given).
-    /// `lengthOfSilence`: milliseconds that quiet and the loud stretch behind it must last at least, in steps of 200 (1400).
-    /// `zeroOffset`: the level, a 16-bit sample value (500).
-    /// `numberOfTracks`: 0 divides at silences, at most 98 tracks; else that many tracks (0). A negative number gives an empty list.
+    /// `lengthOfSilence`: milliseconds that quiet and the loud stretch behind it must last at least, in steps of 200
+    /// (1400). `zeroOffset`: the level, a 16-bit sample value (500). `numberOfTracks`: 0 divides at silences, at most
+    /// 98 tracks; else that many tracks (0). A negative number gives an empty list.
     static Tracks autoDefineTracksInFile_sensitivity_lengthOfSilence_zeroOffset_numberOfTracks(
         const std::string& path, SInt16 sensitivity, float lengthOfSilence, SInt16 zeroOffset, SInt16 numberOfTracks);
     static Tracks autoDefineTracksInFile(const std::string& path);
@@ -55,17 +55,20 @@ public:
                                                                                 float lengthOfSilence,
                                                                                 SInt16 zeroOffset);
 
-    /// Who hears of the progress, kept until replaced; null for nobody. Not while a run is in progress on another thread.
+    /// Who hears of the progress, kept until replaced; null for nobody. Not while a run is in progress on another
+    /// thread.
     static void setDelegate(std::shared_ptr<QMXAudioTrackAutoDefinerDelegate> delegate);
 
-    /// Ends the run in progress at its next block. Any thread; safe in a signal handler. A run clears it when it begins.
+    /// Ends the run in progress at its next block. Any thread; safe in a signal handler. A run clears it when it
+    /// begins.
     static void cancel() noexcept;
 
     /// Sends the delegate `progress`.
     static void autoDefineProgress(float progress);
 
-    /// Whether 16-bit files of other than two channels are converted to two before they are examined, so that their bounds
-    /// come out where the pauses are. Off at first: their samples are then taken as if they were stereo. Any thread.
+    /// Whether 16-bit files of other than two channels are converted to two before they are examined, so that their
+    /// bounds come out where the pauses are. Off at first: their samples are then taken as if they were stereo. Any
+    /// thread.
     static void setConvertsFilesOfOtherChannelCounts(bool converts) noexcept;
     static bool convertsFilesOfOtherChannelCounts() noexcept;
 };

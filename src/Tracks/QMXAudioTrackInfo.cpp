@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "Tracks/QMXAudioTrackInfo.h"
 
-#include "Foundation/Text/Format.h"
-#include "Foundation/Memory.h"
 #include "Foundation/Archives/Number.h"
+#include "Foundation/Memory.h"
+#include "Foundation/Text/Format.h"
 
 #include <type_traits>
 

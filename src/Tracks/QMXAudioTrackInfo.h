@@ -3,8 +3,8 @@
 
 #include "CoreAudioTypes/MacTypes.h"
 #include "Foundation/Archives/Coder.h"
-#include "Foundation/Export.h"
 #include "Foundation/Archives/Image.h"
+#include "Foundation/Export.h"
 #include "Foundation/Object.h"
 
 #include <memory>

@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: MIT
 #include "Tracks/QMXTrackAndProcessingInfo.h"
 
+#include "Foundation/Archives/Number.h"
+#include "Foundation/Memory.h"
 #include "Foundation/Text/Format.h"
 #include "Foundation/Text/Log.h"
-#include "Foundation/Memory.h"
-#include "Foundation/Archives/Number.h"
 
 #include <array>
 #include <mutex>

@@ -2,9 +2,9 @@
 #pragma once
 
 #include "Foundation/Archives/Coder.h"
+#include "Foundation/Archives/Values.h"
 #include "Foundation/Export.h"
 #include "Foundation/Object.h"
-#include "Foundation/Archives/Values.h"
 #include "Tracks/QMXAudioProcessingRangeInfo.h"
 #include "Tracks/QMXAudioTrackInfo.h"
 
@@ -18,8 +18,8 @@ QMX_EXPORT extern const std::string_view QMXTrackInfos;
 QMX_EXPORT extern const std::string_view QMXProcessInfos;
 QMX_EXPORT extern const std::string_view QMXHasBeenProcessed;
 
-/// What an audio file holds beside its samples: its tracks, the processes that were applied to it, and whether its samples were
-/// changed by them. One thread at a time per object.
+/// What an audio file holds beside its samples: its tracks, the processes that were applied to it, and whether its
+/// samples were changed by them. One thread at a time per object.
 class QMX_EXPORT QMXTrackAndProcessingInfo : public qmx::Object, public qmx::Coding
 {
 public:
@@ -30,8 +30,8 @@ public:
     static std::shared_ptr<QMXTrackAndProcessingInfo> init();
     /// A record from an archive. List elements of unknown classes stay in the archive when it is made again.
     static std::shared_ptr<QMXTrackAndProcessingInfo> initWithCoder(qmx::Decoder& decoder);
-    /// Makes this record, tracks and processing ranges decodable; needed before an archive of them is read by other means than the
-    /// readers of this library. Any thread, any number of times.
+    /// Makes this record, tracks and processing ranges decodable; needed before an archive of them is read by other
+    /// means than the readers of this library. Any thread, any number of times.
     static void registerArchiveClasses();
 
     /// Appends one track; the list comes into being with the first.

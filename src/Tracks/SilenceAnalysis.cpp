@@ -54,8 +54,8 @@ bool isAnySet(const Lanes& lanes)
     return (words[0] | words[1]) != 0;
 }
 
-/// Adds a group's crossings by comparing each frame with the one before, the first with the frame before `samples`. False, and
-/// nothing added, when a sample equals the level: its side is then not in the sample itself.
+/// Adds a group's crossings by comparing each frame with the one before, the first with the frame before `samples`.
+/// False, and nothing added, when a sample equals the level: its side is then not in the sample itself.
 template <std::size_t channelCount> bool addGroup(const SInt16* samples, const Lanes& levels, Lanes& crossings)
 {
     Lanes equal = load(samples - channelCount) == levels;
@@ -163,8 +163,8 @@ UInt32 countZeroCrossings(const AudioStreamBasicDescription& format, const SInt1
     const std::size_t channels = format.mChannelsPerFrame;
     if (channels == 0 || format.mBytesPerFrame == 0)
         return 0;
-    // Intended: the scan ends when the index of the sample, not of the frame, reaches the number of frames. All thresholds
-    // are tuned to that. The second bound only keeps a format that contradicts itself within the block.
+    // Intended: the scan ends when the index of the sample, not of the frame, reaches the number of frames. All
+    // thresholds are tuned to that. The second bound only keeps a format that contradicts itself within the block.
     const std::size_t frames = byteCount / format.mBytesPerFrame;
     const std::size_t examined = std::min((frames + channels - 1) / channels, byteCount / (sizeof(SInt16) * channels));
     if (examined == 0)

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
-// A capture of what a sink plays, on a server of its own, while another client changes the server's cycle and rate every second,
-// counted against the clock: soak-capture FRAMES SECONDS. Frames may be lost, but never silently: it fails when the frames seen
-// and those that gaps in the sample times tell of are not what the clock counted. Where the cycle or the rate changes, the
-// server's clock jumps by itself; that is counted apart.
+// A capture of what a sink plays, on a server of its own, while another client changes the server's cycle and rate
+// every second, counted against the clock: soak-capture FRAMES SECONDS. Frames may be lost, but never silently: it
+// fails when the frames seen and those that gaps in the sample times tell of are not what the clock counted. Where the
+// cycle or the rate changes, the server's clock jumps by itself; that is counted apart.
 #include "CoreAudio/AudioHardware.h"
 #include "Devices/QMXAudioDevice.h"
 #include "Foundation/MainThread/RunLoop.h"

@@ -2,14 +2,15 @@
 // Long recordings of a counting device (48000 Hz, stereo, float), checked sample by sample:
 //   soak-recorder fast SECONDS FILE   as fast as possible: nothing may be lost
 //   soak-recorder real SECONDS FILE   in real time: what is lost must have been flagged, to the frame
-//   soak-recorder full SECONDS FILE   as fast as possible on a disk that becomes full: the same, and writes must have failed
-//   soak-recorder check FILE          prints how many frames a file holds that another process recorded in one piece
+//   soak-recorder full SECONDS FILE   as fast as possible on a disk that becomes full: the same, and writes must have
+//   failed soak-recorder check FILE          prints how many frames a file holds that another process recorded in one
+//   piece
 #include "CoreAudio/VirtualHardware.h"
 #include "Devices/QMXAudioDevice.h"
 #include "FileRelated/QMXAudioFile.h"
 #include "Formats/QMXAudioStreamBasicDescription.h"
-#include "Foundation/Text/Log.h"
 #include "Foundation/MainThread/RunLoop.h"
+#include "Foundation/Text/Log.h"
 #include "Recording/QMXAudioRecorder.h"
 
 #include <array>

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// What only hardware has, made up by a client of the tests' server: a card with routes, a node with a latency or with both
-// directions, a player that insists on a rate.
+// What only hardware has, made up by a client of the tests' server: a card with routes, a node with a latency or with
+// both directions, a player that insists on a rate.
 #pragma once
 
 #include <cstdint>

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// What tests of the hardware layer have in common: no devices and time by hand at the beginning, short ways to read, and
-// a record of what listeners heard.
+// What tests of the hardware layer have in common: no devices and time by hand at the beginning, short ways to read,
+// and a record of what listeners heard.
 #pragma once
 
 #include "CoreAudio/VirtualHardware.h"

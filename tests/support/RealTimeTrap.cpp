@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// The allocator, the lock functions and the common ways into the system, replaced for the whole test program: on a thread
-// that is marked real-time they say what was called and abort; on other threads they do what they always do.
+// The allocator, the lock functions and the common ways into the system, replaced for the whole test program: on a
+// thread that is marked real-time they say what was called and abort; on other threads they do what they always do.
 #include "Foundation/RealTime.h"
 #include "support/OutsideRealTime.h"
 

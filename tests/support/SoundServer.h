@@ -11,7 +11,8 @@
 namespace qmx::test
 {
 
-/// A test fails when the server does not come up; its programs end with the object, and with the test when that crashes.
+/// A test fails when the server does not come up; its programs end with the object, and with the test when that
+/// crashes.
 class SoundServer
 {
 public:

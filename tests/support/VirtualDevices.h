@@ -53,8 +53,8 @@ protected:
         const auto found = devices->find(id);
         return found == devices.end() ? nullptr : found->second;
     }
-    /// What came since the last look, in order: "DeviceStreams a" for QMXAudioDeviceStreamsDidChangeNotification from the
-    /// device with the UID a; the class as sender has no UID.
+    /// What came since the last look, in order: "DeviceStreams a" for QMXAudioDeviceStreamsDidChangeNotification from
+    /// the device with the UID a; the class as sender has no UID.
     std::vector<std::string> news()
     {
         hardware.settle();

@@ -52,7 +52,8 @@ UInt32 takeRate(BitReader& bits)
     return index < std::size(aacRates) ? aacRates[index] : 0;
 }
 
-/// One descriptor: its tag and contents; `bytes` moves behind it. Empty at the end and for one that is longer than its surroundings.
+/// One descriptor: its tag and contents; `bytes` moves behind it. Empty at the end and for one that is longer than its
+/// surroundings.
 struct Descriptor {
     UInt8 tag;
     std::span<const UInt8> contents;
@@ -269,7 +270,8 @@ std::optional<AudioStreamBasicDescription> formatFromFLAC(std::span<const UInt8>
 
 UInt32 rollDistanceOf(AudioFormatID coding)
 {
-    // AAC overlaps its neighbour, and replication its bands over some more; an MP3 frame uses bits of up to 9 small ones before it
+    // AAC overlaps its neighbour, and replication its bands over some more; an MP3 frame uses bits of up to 9 small
+    // ones before it
     if (coding == kAudioFormatMPEG4AAC)
         return 2;
     if (isAAC(coding))

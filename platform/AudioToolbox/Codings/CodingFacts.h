@@ -23,8 +23,9 @@ std::optional<AACConfig> parseAACConfig(std::span<const UInt8> config);
 /// Two bytes for low complexity AAC of the format's rate and channels; empty where there is no code for these.
 Bytes makeAACConfig(const AudioStreamBasicDescription& format);
 
-/// A cookie as files and callers exchange it: for AAC the descriptor of an elementary stream, for ALAC the 24 bytes of its
-/// configuration, for FLAC the 34 bytes of its stream information. `bare` is what the coding itself knows: for AAC the configuration.
+/// A cookie as files and callers exchange it: for AAC the descriptor of an elementary stream, for ALAC the 24 bytes of
+/// its configuration, for FLAC the 34 bytes of its stream information. `bare` is what the coding itself knows: for AAC
+/// the configuration.
 Bytes cookieFromBare(AudioFormatID coding, std::span<const UInt8> bare);
 /// The bare form; takes the forms that are met in files (with and without atoms around). Empty for what is none.
 Bytes bareFromCookie(AudioFormatID coding, std::span<const UInt8> cookie);
@@ -40,15 +41,15 @@ AudioStreamBasicDescription compressedFormat(AudioFormatID coding, AudioFormatFl
 
 /// The format that the 24 bytes of an ALAC configuration describe; empty for what is none.
 std::optional<AudioStreamBasicDescription> formatFromALAC(std::span<const UInt8> config);
-/// The format that the 34 bytes of FLAC's stream information describe, with 0 frames per packet where the packets differ in
-/// frames; `totalFrames` is 0 where they do not tell it.
+/// The format that the 34 bytes of FLAC's stream information describe, with 0 frames per packet where the packets
+/// differ in frames; `totalFrames` is 0 where they do not tell it.
 std::optional<AudioStreamBasicDescription> formatFromFLAC(std::span<const UInt8> info, UInt64& totalFrames);
 
 /// How many packets in front of one a decoder needs to give it exactly.
 UInt32 rollDistanceOf(AudioFormatID coding);
 
-/// The bit rates that an encoder can be asked for, ascending; those of all rates and channel counts where these are 0. Empty for
-/// codings whose rate follows from the signal.
+/// The bit rates that an encoder can be asked for, ascending; those of all rates and channel counts where these are 0.
+/// Empty for codings whose rate follows from the signal.
 std::vector<UInt32> encodeBitRates(AudioFormatID coding, Float64 sampleRate, UInt32 channels);
 /// The same as ranges of one rate each.
 std::vector<AudioValueRange> encodeBitRateRanges(AudioFormatID coding, Float64 sampleRate, UInt32 channels);

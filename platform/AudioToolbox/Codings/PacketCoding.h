@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Compressed codings as the converter uses them. What makes them is in the sources named after the library that does it; a build
-// without it has none.
+// Compressed codings as the converter uses them. What makes them is in the sources named after the library that does
+// it; a build without it has none.
 #pragma once
 
 #include "CoreAudioTypes/CoreAudioTypes.h"
@@ -17,8 +17,8 @@ namespace qmx
 /// No packet stands for more frames; hostile ones that say so are refused.
 inline constexpr UInt32 mostFramesPerPacket = 1 << 16;
 
-/// Packets of one stream to native interleaved linear PCM at the stream's rate: 32-bit integers for lossless codings, 32-bit
-/// floats for the others. One thread at a time.
+/// Packets of one stream to native interleaved linear PCM at the stream's rate: 32-bit integers for lossless codings,
+/// 32-bit floats for the others. One thread at a time.
 class PacketDecoder
 {
 public:
@@ -29,7 +29,8 @@ public:
     virtual const AudioStreamBasicDescription& output() const = 0;
     /// False for one that is no cookie of this coding.
     virtual bool setCookie(std::span<const UInt8> cookie) = 0;
-    /// Appends exactly `frames` frames to `pcm`; what the packet does not give is silence. False where nothing can be decoded at all.
+    /// Appends exactly `frames` frames to `pcm`; what the packet does not give is silence. False where nothing can be
+    /// decoded at all.
     virtual bool decode(std::span<const UInt8> packet, UInt32 frames, Bytes& pcm) = 0;
     /// The next packet does not follow the last one: it is decoded as the first one of a stream.
     virtual void restart() = 0;
@@ -65,7 +66,8 @@ public:
     virtual bool take(Bytes& packet) = 0;
     virtual void restart() = 0;
 
-    /// Null for what cannot be encoded. `sourceBits` are taken where `target` does not say how many a lossless coding is to keep.
+    /// Null for what cannot be encoded. `sourceBits` are taken where `target` does not say how many a lossless coding
+    /// is to keep.
     static std::unique_ptr<PacketEncoder> forFormat(const AudioStreamBasicDescription& target, UInt32 sourceBits);
 };
 

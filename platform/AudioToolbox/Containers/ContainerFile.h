@@ -40,8 +40,9 @@ public:
     OSStatus writeAll(UInt64 position, std::span<const UInt8> bytes);
     /// Writes over existing bytes that others rely on: on failure the old ones are put back as far as the disk lets us.
     OSStatus replace(UInt64 position, std::span<const UInt8> bytes);
-    /// Puts all patches into place. Those near each other go out as one write of freshly read surroundings, so that a process
-    /// killed here leaves all or none of them, and another writer's bytes between them stay. What is there already is not written.
+    /// Puts all patches into place. Those near each other go out as one write of freshly read surroundings, so that a
+    /// process killed here leaves all or none of them, and another writer's bytes between them stay. What is there
+    /// already is not written.
     OSStatus apply(std::vector<Patch> patches);
     /// The areas must not overlap.
     OSStatus copy(UInt64 from, UInt64 to, UInt64 count);

@@ -7,7 +7,8 @@
 namespace qmx
 {
 
-/// The size of the value, and whether it can be set where the file is open for writing. 'pty?' for what the file does not have.
+/// The size of the value, and whether it can be set where the file is open for writing. 'pty?' for what the file does
+/// not have.
 OSStatus containerPropertyInfo(Container& container, AudioFilePropertyID property, UInt32& size, bool& isWritable);
 /// Copies the value; `size` is the room and becomes what was used.
 OSStatus containerProperty(Container& container, AudioFilePropertyID property, UInt32& size, void* value);

@@ -3,10 +3,10 @@
 
 #include "AudioToolbox/Containers/Chunks/AIFFContainer.h"
 #include "AudioToolbox/Containers/Chunks/CAFContainer.h"
-#include "AudioToolbox/Containers/Libav/LibavContainer.h"
+#include "AudioToolbox/Containers/Chunks/WAVEContainer.h"
 #include "AudioToolbox/Containers/Flat/NeXTContainer.h"
 #include "AudioToolbox/Containers/Flat/SoundDesignerContainer.h"
-#include "AudioToolbox/Containers/Chunks/WAVEContainer.h"
+#include "AudioToolbox/Containers/Libav/LibavContainer.h"
 
 #include <algorithm>
 #include <array>

@@ -19,8 +19,9 @@ struct PacketPlace {
     UInt32 frames = 0; ///< 0: as many as the format says
 };
 
-/// A compressed file: an index of packets in memory, made when it is opened, or packet by packet when it is written. Only new files
-/// are written, from their begin to their end; a derived class knows what stands before, between and behind the packets.
+/// A compressed file: an index of packets in memory, made when it is opened, or packet by packet when it is written.
+/// Only new files are written, from their begin to their end; a derived class knows what stands before, between and
+/// behind the packets.
 class PacketContainer : public Container
 {
 public:

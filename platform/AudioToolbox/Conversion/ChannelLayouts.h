@@ -12,13 +12,13 @@
 namespace qmx
 {
 
-/// The labels of the channels in order, from a layout record of any length as it stands in memory; empty for one that does not
-/// tell them.
+/// The labels of the channels in order, from a layout record of any length as it stands in memory; empty for one that
+/// does not tell them.
 std::vector<AudioChannelLabel> channelLabels(std::span<const std::byte> layout);
 
-/// How channels with these labels become others: surround to left and right, none for all else. The front channels keep their
-/// side, the centre goes to both at -3 dB, surround channels to theirs at -3 dB, a centre surround to both at -6 dB; low-frequency
-/// effects are left out. The sum is scaled so that it never exceeds full scale.
+/// How channels with these labels become others: surround to left and right, none for all else. The front channels keep
+/// their side, the centre goes to both at -3 dB, surround channels to theirs at -3 dB, a centre surround to both at -6
+/// dB; low-frequency effects are left out. The sum is scaled so that it never exceeds full scale.
 std::optional<ChannelRoutes> foldDown(std::span<const AudioChannelLabel> from, std::span<const AudioChannelLabel> to);
 
 } // namespace qmx

@@ -21,8 +21,8 @@ struct ChannelRoutes {
     UInt32 inputs = 0;
     std::vector<SInt32> inputOf; ///< per output channel the input that feeds it, or `silence`
     bool isMean = false;         ///< the single output is the mean of all inputs; `inputOf` is not used then
-    /// If any, each output is the sum of all inputs times its own row of these instead. None is below 0 and no row's sum exceeds 1, so
-    /// no integer sample can leave its range.
+    /// If any, each output is the sum of all inputs times its own row of these instead. None is below 0 and no row's
+    /// sum exceeds 1, so no integer sample can leave its range.
     std::vector<Float64> weights;
 
     UInt32 outputs() const { return static_cast<UInt32>(inputOf.size()); }

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Conversions with a compressed side: a coder, and beside it a converter between what the coder takes or gives and the format of the
-// other side.
+// Conversions with a compressed side: a coder, and beside it a converter between what the coder takes or gives and the
+// format of the other side.
 #pragma once
 
 #include "AudioToolbox/Codings/PacketCoding.h"

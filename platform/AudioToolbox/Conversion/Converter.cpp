@@ -255,7 +255,8 @@ OSStatus Converter::pull(const InputSource& input, std::size_t outputFrames)
     return status;
 }
 
-/// Keeps what the input list holds, by reference: at most the packets that were promised, and no byte beyond its buffers.
+/// Keeps what the input list holds, by reference: at most the packets that were promised, and no byte beyond its
+/// buffers.
 void Converter::receive(UInt32 packetCount)
 {
     inputList_->mNumberBuffers = std::min(inputList_->mNumberBuffers, sourceLayout_.planes());

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-// A converter between two formats over buffers and buffer lists: one frame converter at equal rates, a rate chain otherwise.
+// A converter between two formats over buffers and buffer lists: one frame converter at equal rates, a rate chain
+// otherwise.
 #pragma once
 
 #include "AudioToolbox/AudioConverter.h"
@@ -43,7 +44,8 @@ public:
     /// False for a map of another length or with an entry that is no input channel.
     bool setChannelMap(std::span<const SInt32> map);
 
-    /// Tells which channel is which, as bytes of a layout record. Known surround channels are then mixed to left and right.
+    /// Tells which channel is which, as bytes of a layout record. Known surround channels are then mixed to left and
+    /// right.
     void setLayouts(std::span<const std::byte> input, std::span<const std::byte> output);
 
     /// The next data begin a new stream.

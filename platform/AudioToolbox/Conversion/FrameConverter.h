@@ -29,15 +29,15 @@ template <class ByteT> struct FrameRun {
 using SourceFrames = FrameRun<const std::byte>;
 using TargetFrames = FrameRun<std::byte>;
 
-/// Converts frames of one layout to another. Its scratch memory is made with it: converting allocates nothing and may be
-/// done on a render thread, by one thread at a time.
+/// Converts frames of one layout to another. Its scratch memory is made with it: converting allocates nothing and may
+/// be done on a render thread, by one thread at a time.
 class FrameConverter
 {
 public:
     virtual ~FrameConverter() = default;
 
-    /// Converts the first `frames` frames of `source`, which has as many, to the start of `target`, which has the room. The
-    /// two do not overlap, unless they are the very same memory and the layouts are equal. Neither is advanced.
+    /// Converts the first `frames` frames of `source`, which has as many, to the start of `target`, which has the room.
+    /// The two do not overlap, unless they are the very same memory and the layouts are equal. Neither is advanced.
     virtual void convert(const SourceFrames& source, const TargetFrames& target, std::size_t frames) = 0;
 
     static std::unique_ptr<FrameConverter> between(const PcmLayout& source, const PcmLayout& target,

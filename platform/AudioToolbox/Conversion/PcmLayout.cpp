@@ -25,7 +25,8 @@ std::optional<UInt32> sampleBytes(const AudioStreamBasicDescription& description
 
 bool isHighAligned(const AudioStreamBasicDescription& description, UInt32 bytes)
 {
-    // 20-bit samples in 3 bytes are left-justified whatever the flags say, and so is a packed sample that leaves bits over
+    // 20-bit samples in 3 bytes are left-justified whatever the flags say, and so is a packed sample that leaves bits
+    // over
     const bool twentyInThree = description.mBitsPerChannel == 20 && bytes == 3;
     return twentyInThree || description.mBitsPerChannel == 8 * bytes ||
            (description.mFormatFlags & (kAudioFormatFlagIsAlignedHigh | kAudioFormatFlagIsPacked));

@@ -13,8 +13,8 @@ namespace qmx
 {
 
 /// One stream at a time. The output is aligned with the input (no silence in front for the filter's delay), and a
-/// finished stream of n frames gives n times the ratio, to the nearest frame. In which pieces frames are fed and taken does not
-/// change the result.
+/// finished stream of n frames gives n times the ratio, to the nearest frame. In which pieces frames are fed and taken
+/// does not change the result.
 class RateConverter
 {
 public:
@@ -40,7 +40,8 @@ public:
     void feed(const Float64* frames, std::size_t count);
     /// No more frames follow: what the filter holds can be taken now.
     void finish();
-    /// Gives up to `count` frames that are ready; none means that more input is needed or, in a finished stream, the end.
+    /// Gives up to `count` frames that are ready; none means that more input is needed or, in a finished stream, the
+    /// end.
     std::size_t take(Float64* frames, std::size_t count);
     /// Forgets the stream: the next frames begin a new one.
     void restart();

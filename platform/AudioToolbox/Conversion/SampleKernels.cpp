@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
-// Each kernel is one plain loop over a compile-time width and byte order, without branches, so that compilers turn it into
-// vector code for the baseline processor. Only rounding floats is spelled in vector instructions where the processor has
-// them: compilers make three times as many of a saturating conversion that minds NaN.
+// Each kernel is one plain loop over a compile-time width and byte order, without branches, so that compilers turn it
+// into vector code for the baseline processor. Only rounding floats is spelled in vector instructions where the
+// processor has them: compilers make three times as many of a saturating conversion that minds NaN.
 #include "AudioToolbox/Conversion/SampleKernels.h"
 
 #include "AudioToolbox/Conversion/Companding.h"

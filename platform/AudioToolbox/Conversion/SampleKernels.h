@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Runs of samples between their form in memory and the numbers conversions work with: 32-bit integers whose full scale is
-// 2^31, floats and doubles whose full scale is 1. Pure, without allocation: any thread, the real-time ones included.
+// Runs of samples between their form in memory and the numbers conversions work with: 32-bit integers whose full scale
+// is 2^31, floats and doubles whose full scale is 1. Pure, without allocation: any thread, the real-time ones included.
 // Memory may have any alignment.
 #pragma once
 

@@ -55,8 +55,8 @@ OSStatus AsyncWrites::add(const AudioBufferList& frames, UInt32 count)
     return noErr;
 }
 
-/// The thread that writes is woken for an eighth of the memory, and then goes on until it finds nothing more. What is less waits for
-/// more or for the end.
+/// The thread that writes is woken for an eighth of the memory, and then goes on until it finds nothing more. What is
+/// less waits for more or for the end.
 bool AsyncWrites::isWorthAWake() const
 {
     return ring_.ready() > ring_.capacity() / 8;

@@ -23,8 +23,8 @@ public:
     static std::shared_ptr<AsyncWrites> make(const PcmLayout& layout, Float64 rate, Sink sink);
     AsyncWrites(const PcmLayout& layout, UInt32 capacity, Sink sink);
 
-    /// Queues `count` frames of a list that holds as many. See ExtAudioFileWriteAsync. Neither locks nor allocates on a thread
-    /// marked real-time.
+    /// Queues `count` frames of a list that holds as many. See ExtAudioFileWriteAsync. Neither locks nor allocates on a
+    /// thread marked real-time.
     OSStatus add(const AudioBufferList& frames, UInt32 count);
 
     /// Waits until the sink was given all that was added. The adding thread, or while it does not add. After it nothing

@@ -23,7 +23,8 @@ public:
 class BackgroundThread
 {
 public:
-    /// The thread that writes, and the one that reads ahead. They begin with their first work and last as long as the process.
+    /// The thread that writes, and the one that reads ahead. They begin with their first work and last as long as the
+    /// process.
     static BackgroundThread& writer();
     static BackgroundThread& reader();
 

@@ -11,7 +11,8 @@
 namespace qmx
 {
 
-/// Callers do without what a file or converter does not have, but not without what it could not tell for lack of memory.
+/// Callers do without what a file or converter does not have, but not without what it could not tell for lack of
+/// memory.
 inline OSStatus unlessMemoryIsShort(OSStatus status)
 {
     if (status == kAudio_MemFullError)

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 // A ring of frames between one thread that adds and one that takes. Neither waits, locks or allocates.
 //
-// Two counters only grow: frames added and frames taken. The adder publishes frames by the first, the taker gives room back by the
-// second; each reads the other's with acquire, so that samples are seen before the count that covers them.
+// Two counters only grow: frames added and frames taken. The adder publishes frames by the first, the taker gives room
+// back by the second; each reads the other's with acquire, so that samples are seen before the count that covers them.
 #pragma once
 
 #include "AudioToolbox/Extended/PlaneList.h"

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// The frames of an audio file as linear PCM at the file's own rate and channels, from any frame on. Whoever reads knows nothing
-// of packets, of a coding's delay and padding, or of decoding.
+// The frames of an audio file as linear PCM at the file's own rate and channels, from any frame on. Whoever reads knows
+// nothing of packets, of a coding's delay and padding, or of decoding.
 #pragma once
 
 #include "AudioToolbox/AudioFile.h"

@@ -24,7 +24,8 @@ public:
     static std::shared_ptr<ReadAhead> make(const PcmLayout& layout, Float64 rate, Source source);
     ReadAhead(const PcmLayout& layout, UInt32 capacity, Source source);
 
-    /// The right to take frames and to move: one thread has it at a time. A thread marked real-time does not wait for it.
+    /// The right to take frames and to move: one thread has it at a time. A thread marked real-time does not wait for
+    /// it.
     class Turn
     {
     public:
@@ -39,8 +40,9 @@ public:
         bool isMine_;
     };
 
-    /// In its turn: the next frames, into a list with room for `count`; `count` becomes what came. A thread marked real-time takes what
-    /// is ready, any other waits for all; fewer are then the end or a failure, after which reading is tried again.
+    /// In its turn: the next frames, into a list with room for `count`; `count` becomes what came. A thread marked
+    /// real-time takes what is ready, any other waits for all; fewer are then the end or a failure, after which reading
+    /// is tried again.
     OSStatus take(const AudioBufferList& data, UInt32& count);
 
     /// Whether nothing follows.

@@ -312,7 +312,8 @@ OSStatus WritingFile::setLength(SInt64 frames)
     };
     if (frames == before)
         return noErr;
-    // the last frame first: a container that cannot hold so much says so before anything is written, and fills up with zeros
+    // the last frame first: a container that cannot hold so much says so before anything is written, and fills up with
+    // zeros
     OSStatus status = add(frames - 1, 1);
     const bool isZero = std::ranges::all_of(silence, [](std::byte byte) { return byte == std::byte{0}; });
     for (SInt64 at = before; !isZero && at < frames - 1 && status == noErr; at += silenceFrames)

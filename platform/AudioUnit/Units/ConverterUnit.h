@@ -7,8 +7,8 @@
 namespace qmx
 {
 
-/// Converts layout, channels and rate between its input and its output. At equal rates input is pulled frame for frame; else it
-/// asks for what the output needs and, at first, for what its filter looks ahead: the output is not delayed.
+/// Converts layout, channels and rate between its input and its output. At equal rates input is pulled frame for frame;
+/// else it asks for what the output needs and, at first, for what its filter looks ahead: the output is not delayed.
 class ConverterUnit : public Unit
 {
 public:

@@ -14,8 +14,8 @@
 namespace qmx
 {
 
-/// A registration of the device's I/O, together with all that its cycles use. It keeps the client; destroying it waits for the
-/// cycle in flight, so that it is retired where nobody may wait.
+/// A registration of the device's I/O, together with all that its cycles use. It keeps the client; destroying it waits
+/// for the cycle in flight, so that it is retired where nobody may wait.
 class DeviceRun final : public Retirable
 {
 public:

@@ -10,8 +10,8 @@
 namespace qmx
 {
 
-/// Listens to the default output and to all devices that the unit has run on, as long as it exists. The listeners hold the
-/// client weakly; while they call it they keep it.
+/// Listens to the default output and to all devices that the unit has run on, as long as it exists. The listeners hold
+/// the client weakly; while they call it they keep it.
 class DeviceWatch
 {
 public:

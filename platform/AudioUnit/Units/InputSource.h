@@ -44,8 +44,9 @@ public:
 
     UInt32 maximumFrames() const { return buffers_.room(); }
 
-    /// Pulls `frames` frames, 1 to the maximum, which are in `slice()` then. Their time is the count of frames pulled since the
-    /// last restart; `outputTime` lends its host time. What was not given is silence, and all of it when the source fails.
+    /// Pulls `frames` frames, 1 to the maximum, which are in `slice()` then. Their time is the count of frames pulled
+    /// since the last restart; `outputTime` lends its host time. What was not given is silence, and all of it when the
+    /// source fails.
     OSStatus pull(const AudioTimeStamp& outputTime, UInt32 frames);
     /// What the last pull brought, for reading on from.
     SourceFrames& slice() { return slice_; }

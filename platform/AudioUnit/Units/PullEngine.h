@@ -28,8 +28,8 @@ public:
 
     /// The conversion between two formats as they stand, rates included.
     static Conversion between(const AudioStreamBasicDescription& from, const AudioStreamBasicDescription& to);
-    /// kAudioUnitErr_FormatNotSupported and nothing made where the formats or rates cannot be converted. `input` outlives
-    /// what is made.
+    /// kAudioUnitErr_FormatNotSupported and nothing made where the formats or rates cannot be converted. `input`
+    /// outlives what is made.
     static OSStatus make(const InputElement& input, UInt32 element, const Conversion& conversion, UInt32 maximumFrames,
                          std::unique_ptr<RenderEngine>& engine);
     ~PullEngine() override;

@@ -27,7 +27,8 @@ OSStatus RenderEngine::render(const RenderCall& call, AudioBufferList& data)
     return status;
 }
 
-/// Points the target at the buffers of `data` and gives the frames that all of them can take, which their sizes say then.
+/// Points the target at the buffers of `data` and gives the frames that all of them can take, which their sizes say
+/// then.
 UInt32 RenderEngine::aim(AudioBufferList& data, UInt32 frames)
 {
     const auto buffers = buffersOf(data);

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-// All that rendering one output bus of a unit takes. Made when the unit is initialised and again when its formats change.
+// All that rendering one output bus of a unit takes. Made when the unit is initialised and again when its formats
+// change.
 #pragma once
 
 #include "AudioToolbox/Conversion/FrameConverter.h"
@@ -38,8 +39,8 @@ public:
     virtual Float64 latency() const { return 0; }
 
 protected:
-    /// Writes `frames` frames to `target`, which has the room, and may move it on. Frames that are missing are written as
-    /// silence, and the first failing status is returned.
+    /// Writes `frames` frames to `target`, which has the room, and may move it on. Frames that are missing are written
+    /// as silence, and the first failing status is returned.
     virtual OSStatus produce(const AudioTimeStamp& time, UInt32 frames, TargetFrames& target) = 0;
     virtual void restart() = 0;
 

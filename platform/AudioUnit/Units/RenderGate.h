@@ -7,8 +7,8 @@
 namespace qmx
 {
 
-/// Counts the renders in flight. A control thread stores the new pointer, waits until the gate is quiet, and frees the old
-/// object: every render that began later has seen the new one.
+/// Counts the renders in flight. A control thread stores the new pointer, waits until the gate is quiet, and frees the
+/// old object: every render that began later has seen the new one.
 class RenderGate
 {
 public:

@@ -82,8 +82,8 @@ void Unit::finishControl()
         tell(change);
 }
 
-/// Frees what was retired, when no render uses it any more. Inside a callback, whose own render may use it, that waits for a
-/// later call.
+/// Frees what was retired, when no render uses it any more. Inside a callback, whose own render may use it, that waits
+/// for a later call.
 void Unit::settle()
 {
     if (isInsideCallback() || isRealTime())

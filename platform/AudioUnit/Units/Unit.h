@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 // The base of every audio unit: elements with formats and sources, properties, parameters, listeners, rendering.
 //
-// A concrete unit says what its elements are at first, how a bus is rendered (`makeEngine`), and what it has beyond the base
-// in properties (`shapeOf`, `read`, `write`). Control calls lock; rendering, parameters and `liveValue` do not. What a render
-// follows is published through atomic pointers and freed when no render uses it any more.
+// A concrete unit says what its elements are at first, how a bus is rendered (`makeEngine`), and what it has beyond the
+// base in properties (`shapeOf`, `read`, `write`). Control calls lock; rendering, parameters and `liveValue` do not.
+// What a render follows is published through atomic pointers and freed when no render uses it any more.
 #pragma once
 
 #include "AudioUnit/AudioUnit.h"
@@ -37,7 +37,8 @@ public:
     /// The handle that listeners get.
     void setHandle(AudioUnit handle) { handle_ = handle; }
 
-    // Control calls, as in AudioUnit.h. None of them returns while a render uses what it took away, but inside callbacks.
+    // Control calls, as in AudioUnit.h. None of them returns while a render uses what it took away, but inside
+    // callbacks.
     OSStatus initialise();
     virtual OSStatus uninitialise();
     OSStatus reset();
@@ -81,8 +82,8 @@ protected:
     /// Makes what renders output bus `bus`; null with status 0 for a bus that renders nothing. Under the control lock.
     virtual OSStatus makeEngine(UInt32 bus, std::unique_ptr<RenderEngine>& engine) = 0;
 
-    // Properties. Overriding functions answer their own and hand on the rest. Under the control lock; `value` has the size that
-    // `shapeOf` said. `write` notes what it changes.
+    // Properties. Overriding functions answer their own and hand on the rest. Under the control lock; `value` has the
+    // size that `shapeOf` said. `write` notes what it changes.
     virtual OSStatus shapeOf(const UnitPropertyAddress& address, PropertyShape& shape) const;
     virtual OSStatus read(const UnitPropertyAddress& address, void* value) const;
     virtual OSStatus write(const UnitPropertyAddress& address, const void* value);

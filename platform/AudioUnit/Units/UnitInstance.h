@@ -2,8 +2,8 @@
 // What an AudioUnit handle points to.
 #pragma once
 
-#include "AudioUnit/Units/Unit.h"
 #include "AudioUnit/Components.h"
+#include "AudioUnit/Units/Unit.h"
 
 #include <memory>
 

@@ -2,8 +2,8 @@
 #include "CoreAudio/AudioHardware.h"
 
 #include "CoreAudio/HAL/Hardware.h"
-#include "Foundation/Text/CFString.h"
 #include "Foundation/RealTime.h"
+#include "Foundation/Text/CFString.h"
 
 #include <algorithm>
 

@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: MIT
 // What the hardware layer asks of whoever supplies its devices. A backend reports devices as records
-// (DeviceDescription.h) and replaces a record when something has changed; it carries out wishes; it runs I/O cycles. All
-// else (properties, listeners, registrations, mixing, slicing, IDs) is the core's.
+// (DeviceDescription.h) and replaces a record when something has changed; it carries out wishes; it runs I/O cycles.
+// All else (properties, listeners, registrations, mixing, slicing, IDs) is the core's.
 //
-// Locks: the core calls a backend without any lock of its own but the one that orders a device's start and stop. A backend may
-// call the core at any time, from any thread, with locks of its own held, except waitForRemoved.
+// Locks: the core calls a backend without any lock of its own but the one that orders a device's start and stop. A
+// backend may call the core at any time, from any thread, with locks of its own held, except waitForRemoved.
 #pragma once
 
 #include "CoreAudio/AudioHardware.h"
@@ -59,10 +59,11 @@ class BackendDevice
 public:
     virtual ~BackendDevice() = default;
 
-    /// Carries a wish out, or says why not. The change is reported through HardwareSink::deviceChanged, before or after the return.
+    /// Carries a wish out, or says why not. The change is reported through HardwareSink::deviceChanged, before or after
+    /// the return.
     virtual OSStatus fulfil(const DeviceWish& wish) = 0;
-    /// Begins calling io->runCycle once in each cycle, on one thread at a time, with the streams that `description` announces until
-    /// stopIO. May wait for the hardware; must not wait for a cycle.
+    /// Begins calling io->runCycle once in each cycle, on one thread at a time, with the streams that `description`
+    /// announces until stopIO. May wait for the hardware; must not wait for a cycle.
     virtual OSStatus startIO(const std::shared_ptr<DeviceIO>& io, const DeviceDescription& description) = 0;
     /// Begins no further cycle and does not wait for the one in flight.
     virtual void stopIO() = 0;
@@ -110,7 +111,8 @@ class Backend
 public:
     virtual ~Backend() = default;
 
-    /// Begins to report to `sink`, which lives for ever. The devices that are there at once are reported before it returns.
+    /// Begins to report to `sink`, which lives for ever. The devices that are there at once are reported before it
+    /// returns.
     virtual void begin(HardwareSink& sink) = 0;
     /// Makes a device, which the core knows to be fit for it, the default; `which` is 'dIn ', 'dOut' or 'sOut'.
     virtual OSStatus setDefaultDevice(AudioHardwarePropertyID which, AudioDeviceID device) = 0;

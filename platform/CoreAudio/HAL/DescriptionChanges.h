@@ -14,7 +14,8 @@ struct PropertyChange {
     PropertyAddress address;
 };
 
-/// What listeners of a device and its streams are told when its view has become another, in the order in which they are told.
+/// What listeners of a device and its streams are told when its view has become another, in the order in which they are
+/// told.
 std::vector<PropertyChange> changesBetween(const DeviceView& before, const DeviceView& after);
 
 /// The same for the boot chime.

@@ -32,7 +32,8 @@ public:
         return std::ranges::equal(channels_, blocks, {}, {}, &IOBlock::channels);
     }
 
-    /// Points the list at `frames` frames of each block from `first` on. Done afresh for each procedure: it may change the list.
+    /// Points the list at `frames` frames of each block from `first` on. Done afresh for each procedure: it may change
+    /// the list.
     AudioBufferList* pointAt(std::span<const IOBlock> blocks, UInt32 first, UInt32 frames)
     {
         auto* const list = reinterpret_cast<AudioBufferList*>(block_.data());

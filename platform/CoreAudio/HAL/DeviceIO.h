@@ -69,8 +69,8 @@ public:
     /// See qmx::waitForIOCycle.
     void waitForCycle() const;
 
-    /// Runs the procedures. Marks the thread as real-time and inside a callback. One thread at a time. A cycle with other streams
-    /// than were fixed (the tail of an earlier run) is left out.
+    /// Runs the procedures. Marks the thread as real-time and inside a callback. One thread at a time. A cycle with
+    /// other streams than were fixed (the tail of an earlier run) is left out.
     void runCycle(const IOCycle& cycle) noexcept;
 
 private:

@@ -46,7 +46,8 @@ std::optional<OSStatus> translateDeviceProperty(const DeviceView& device, const 
 std::optional<OSStatus> translateStreamProperty(const DeviceView& device, StreamPlace place,
                                                 AudioStreamPropertyID property, UInt32* ioSize, void* block);
 
-/// What a caller wants to be set, checked against the record: a wish for the backend, nothing when the value is there already.
+/// What a caller wants to be set, checked against the record: a wish for the backend, nothing when the value is there
+/// already.
 struct WishResult {
     OSStatus status = noErr;
     std::optional<DeviceWish> wish;

@@ -17,7 +17,8 @@
 namespace qmx
 {
 
-/// One device, as the core keeps it: alive as long as its backend says so, in the table as long as a procedure is registered.
+/// One device, as the core keeps it: alive as long as its backend says so, in the table as long as a procedure is
+/// registered.
 struct Device {
     AudioDeviceID id = kAudioDeviceUnknown;
     std::shared_ptr<BackendDevice> backend;

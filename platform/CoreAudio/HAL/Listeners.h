@@ -33,8 +33,8 @@ struct Listener {
     bool wants(const PropertyAddress& address) const;
 };
 
-/// Registrations by object (0 is the system) and the queue of changes. Listeners run on the notification thread, from what was
-/// registered when a change's turn came, with no lock held. Never destroyed; its thread is never waited for.
+/// Registrations by object (0 is the system) and the queue of changes. Listeners run on the notification thread, from
+/// what was registered when a change's turn came, with no lock held. Never destroyed; its thread is never waited for.
 class Listeners
 {
 public:
@@ -43,8 +43,8 @@ public:
 
     /// False when it is there already. `announcesNow`: tells this one, and no other, of `announced`.
     bool add(UInt32 object, const Listener& listener, bool announcesNow = false, const PropertyAddress& announced = {});
-    /// False when it is not there. Waits for a call of this listener that goes on, except on the notification thread and inside
-    /// callbacks.
+    /// False when it is not there. Waits for a call of this listener that goes on, except on the notification thread
+    /// and inside callbacks.
     bool remove(UInt32 object, const Listener& listener);
     /// Puts a change in the queue. The notification thread calls `before` when the change's turn has come, with no lock
     /// held, and then tells the listeners.

@@ -82,7 +82,8 @@ template <class T, class Translate> OSStatus translateInPlace(UInt32* ioSize, vo
     return status;
 }
 
-/// The record of a translation between two blocks of the caller's, checked: room for `outputSize` bytes, input where `inputSize` is not 0.
+/// The record of a translation between two blocks of the caller's, checked: room for `outputSize` bytes, input where
+/// `inputSize` is not 0.
 OSStatus takeTranslation(UInt32* ioSize, const void* block, UInt32 inputSize, UInt32 outputSize,
                          AudioValueTranslation& translation);
 

@@ -2,11 +2,11 @@
 // What an archivable class sees of archives: a coder to write itself to and a decoder to be made from.
 #pragma once
 
-#include "Foundation/Export.h"
 #include "Foundation/Archives/Image.h"
 #include "Foundation/Archives/Number.h"
-#include "Foundation/Object.h"
 #include "Foundation/Archives/Values.h"
+#include "Foundation/Export.h"
+#include "Foundation/Object.h"
 
 #include <functional>
 #include <memory>
@@ -58,8 +58,8 @@ public:
     virtual bool allowsKeyedCoding() const = 0;
 
     virtual bool containsValueForKey(std::string_view key) const = 0;
-    /// The object under `key`. The same archived object is the same object here; one that no class here stands for is an
-    /// OpaqueObject.
+    /// The object under `key`. The same archived object is the same object here; one that no class here stands for is
+    /// an OpaqueObject.
     virtual std::shared_ptr<Object> decodeObjectForKey(std::string_view key) = 0;
     /// The next object of the sequence.
     virtual std::shared_ptr<Object> decodeObject() = 0;
@@ -74,7 +74,8 @@ public:
 /// Makes an object from its archived contents; null counts as nil.
 using ArchiveClassMaker = std::function<std::shared_ptr<Object>(Decoder&)>;
 
-/// Makes the objects that are archived under the class name `name` decodable, replacing an earlier registration. Any thread.
+/// Makes the objects that are archived under the class name `name` decodable, replacing an earlier registration. Any
+/// thread.
 QMX_EXPORT void registerArchiveClass(const std::string& name, ArchiveClassMaker maker);
 
 /// Why an archive gave no object.

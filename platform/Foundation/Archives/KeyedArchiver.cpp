@@ -2,9 +2,9 @@
 #include "Foundation/Archives/KeyedArchiver.h"
 
 #include "Foundation/Archives/ArchiveClasses.h"
-#include "Foundation/Text/Log.h"
-#include "Foundation/Memory.h"
 #include "Foundation/Archives/OpaqueObject.h"
+#include "Foundation/Memory.h"
+#include "Foundation/Text/Log.h"
 
 #include <concepts>
 #include <map>
@@ -207,8 +207,8 @@ PropertyListUID ObjectTable::classUID(const Names& names)
     return {place->second};
 }
 
-// The entries of an opaque object are copied as they are, only their references follow the new places; one after the other,
-// for they may form chains of any length and circles.
+// The entries of an opaque object are copied as they are, only their references follow the new places; one after the
+// other, for they may form chains of any length and circles.
 PropertyListUID ObjectTable::addOpaque(const OpaqueObject::Table& table, std::uint64_t index)
 {
     if (index >= table->size() || isArchivedNil(*(*table)[index]))

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "Foundation/Archives/KeyedUnarchiver.h"
 
-#include "Foundation/Memory.h"
 #include "Foundation/Archives/ObjectGraph.h"
+#include "Foundation/Memory.h"
 
 #include <optional>
 #include <utility>

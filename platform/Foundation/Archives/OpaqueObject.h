@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "Foundation/Archives/PropertyList.h"
 #include "Foundation/Export.h"
 #include "Foundation/Object.h"
-#include "Foundation/Archives/PropertyList.h"
 
 #include <cstdint>
 #include <memory>
@@ -13,8 +13,8 @@
 namespace qmx
 {
 
-/// An archived object that no class here stands for, kept with all it refers to so that it can be archived again. It holds
-/// on to the whole object table it came from. Does not change.
+/// An archived object that no class here stands for, kept with all it refers to so that it can be archived again. It
+/// holds on to the whole object table it came from. Does not change.
 class QMX_EXPORT OpaqueObject : public Object
 {
 public:

@@ -74,13 +74,14 @@ struct PropertyListValue : std::variant<bool, PropertyListInteger, float, double
 /// How deep containers may nest, in reading and in writing.
 inline constexpr std::size_t propertyListDepthLimit = 64;
 
-/// The property list in exactly these bytes (padding behind it makes it unreadable). Nothing when the bytes are damaged:
-/// a count or position past the end, a kind that the version does not have, a container inside itself, nesting past
-/// the limit. Bad text becomes U+FFFD.
+/// The property list in exactly these bytes (padding behind it makes it unreadable). Nothing when the bytes are
+/// damaged: a count or position past the end, a kind that the version does not have, a container inside itself, nesting
+/// past the limit. Bad text becomes U+FFFD.
 QMX_EXPORT std::optional<PropertyListValue> parseBinaryPropertyList(std::span<const std::uint8_t> bytes);
 
 /// The bytes of `root`: a container first, then a dictionary's keys, then its values, each with what it contains. Equal
-/// values of one kind and width are written once; so is a container that is shared. Empty when the nesting passes the limit.
+/// values of one kind and width are written once; so is a container that is shared. Empty when the nesting passes the
+/// limit.
 QMX_EXPORT std::vector<std::uint8_t> binaryPropertyListData(const PropertyListValue& root);
 
 } // namespace qmx

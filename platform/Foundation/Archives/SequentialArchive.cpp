@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Every rule of the grammar is a function; each gives false, null or nothing as soon as the bytes disagree with it. All
-// work is charged by the byte and by the character of a type, so that neither repeated types nor empty elements multiply.
+// work is charged by the byte and by the character of a type, so that neither repeated types nor empty elements
+// multiply.
 #include "Foundation/Archives/SequentialArchive.h"
 
 #include "Foundation/Archives/ArchiveClasses.h"

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "Foundation/Archives/Unarchiver.h"
 
-#include "Foundation/Memory.h"
 #include "Foundation/Archives/ObjectGraph.h"
 #include "Foundation/Archives/SequentialArchive.h"
+#include "Foundation/Memory.h"
 
 namespace qmx
 {

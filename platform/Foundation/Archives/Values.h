@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// The value objects that archives are made of. Nil is a null pointer. An object that is no longer changed may be read from
-// any thread.
+// The value objects that archives are made of. Nil is a null pointer. An object that is no longer changed may be read
+// from any thread.
 #pragma once
 
 #include "Foundation/Export.h"
@@ -67,8 +67,8 @@ private:
     Elements elements_;
 };
 
-/// Pairs of a key object and a value object, both shared, in the order in which they were added. Keys are usually strings;
-/// others are carried and have no look-up. Equal only to itself.
+/// Pairs of a key object and a value object, both shared, in the order in which they were added. Keys are usually
+/// strings; others are carried and have no look-up. Equal only to itself.
 class QMX_EXPORT Dictionary : public Object
 {
 public:

@@ -7,8 +7,8 @@
 namespace qmx
 {
 
-/// An open file with a current position. One thread at a time. The file closes with the object, or earlier by closeFile();
-/// every call on a closed handle fails or gives nothing.
+/// An open file with a current position. One thread at a time. The file closes with the object, or earlier by
+/// closeFile(); every call on a closed handle fails or gives nothing.
 class QMX_EXPORT FileHandle : public Object
 {
 public:
@@ -19,7 +19,8 @@ public:
 
     explicit FileHandle(std::unique_ptr<File> file);
 
-    /// Up to `length` bytes from the current position, which moves past them; fewer at the end of the file or on an error.
+    /// Up to `length` bytes from the current position, which moves past them; fewer at the end of the file or on an
+    /// error.
     std::vector<std::uint8_t> readDataOfLength(std::size_t length);
     std::vector<std::uint8_t> readDataToEndOfFile();
     /// The same into `data`, whose size is the most that is read: how many bytes came.

@@ -67,7 +67,8 @@ private:
     bool mayWrite_;
 };
 
-// Counts a change of `bytes` bytes and says what comes of it; `keep` are stored where it is the one that fails. The lock is held.
+// Counts a change of `bytes` bytes and says what comes of it; `keep` are stored where it is the one that fails. The
+// lock is held.
 MemoryFileSystem::Verdict MemoryFileSystem::judgeChange(std::size_t bytes, std::size_t keep)
 {
     ++changes_;

@@ -35,8 +35,8 @@ public:
     std::size_t changesMade() const;
     /// The `ordinal`-th change from now on fails with `error`; a write first stores `keep` of its bytes.
     void failChange(std::size_t ordinal, SystemError error, std::size_t keep = 0);
-    /// From the `ordinal`-th change from now on nothing is stored any more though calls succeed, as if the process had been
-    /// killed there; of a write that is that change, `keep` bytes are stored.
+    /// From the `ordinal`-th change from now on nothing is stored any more though calls succeed, as if the process had
+    /// been killed there; of a write that is that change, `keep` bytes are stored.
     void killAtChange(std::size_t ordinal, std::size_t keep = 0);
     /// Reads from now on fail with `error` where they come to the byte at `position` of a file, and give what lies
     /// before it; 0 ends it.

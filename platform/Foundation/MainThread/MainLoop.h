@@ -2,8 +2,8 @@
 #pragma once
 
 #include "Foundation/MainThread/RealTimeRing.h"
-#include "Foundation/MainThread/TimerQueue.h"
 #include "Foundation/MainThread/RunLoop.h"
+#include "Foundation/MainThread/TimerQueue.h"
 
 #include <atomic>
 #include <cstdint>

@@ -2,8 +2,8 @@
 // What threads in real time have handed over and the main thread has not yet delivered.
 #pragma once
 
-#include "Foundation/Object.h"
 #include "Foundation/MainThread/RealTimeNotification.h"
+#include "Foundation/Object.h"
 
 #include <array>
 #include <atomic>
@@ -22,8 +22,8 @@ struct RealTimeNotification::Route {
     std::atomic<bool> isPending{false}; // of a frame notification
 };
 
-/// A bounded queue of many senders and one receiver. Each cell has a turn number: a sender may fill it when the number is
-/// the cell's position, the receiver may empty it when it is one more.
+/// A bounded queue of many senders and one receiver. Each cell has a turn number: a sender may fill it when the number
+/// is the cell's position, the receiver may empty it when it is one more.
 class RealTimeRing
 {
 public:

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "Foundation/MainThread/RunLoop.h"
 
-#include "Foundation/Text/Log.h"
 #include "Foundation/MainThread/MainLoop.h"
+#include "Foundation/Text/Log.h"
 
 #include <poll.h>
 #include <sys/epoll.h>

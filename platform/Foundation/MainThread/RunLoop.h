@@ -8,8 +8,8 @@
 namespace qmx
 {
 
-/// The main thread's loop: runs what other threads hand over (notifications above all) and timers. It belongs to the thread that
-/// first runs it; running it on another one does nothing and returns false.
+/// The main thread's loop: runs what other threads hand over (notifications above all) and timers. It belongs to the
+/// thread that first runs it; running it on another one does nothing and returns false.
 class QMX_EXPORT RunLoop
 {
 public:

@@ -12,15 +12,16 @@
 namespace qmx
 {
 
-/// Calls a function on the main thread after a time, once or again and again. RunLoop::main() keeps it while it is valid.
+/// Calls a function on the main thread after a time, once or again and again. RunLoop::main() keeps it while it is
+/// valid.
 class QMX_EXPORT Timer : public Object
 {
 public:
     using Handler = std::function<void(Timer&)>;
 
-    /// Starts a timer that is due in so many seconds (below 0: at once; not finite: an invalid timer) and, if it repeats, again
-    /// and again at that distance (at least 0.1 ms); times that the main thread missed are left out. Any thread but the
-    /// real-time ones.
+    /// Starts a timer that is due in so many seconds (below 0: at once; not finite: an invalid timer) and, if it
+    /// repeats, again and again at that distance (at least 0.1 ms); times that the main thread missed are left out. Any
+    /// thread but the real-time ones.
     static std::shared_ptr<Timer> scheduledTimer(double seconds, bool repeats, Handler handler);
 
     /// Ends it: the handler is not called any more (a call in progress goes on). Any thread.

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "Foundation/Text/FailureLine.h"
 
-#include "Foundation/Text/Format.h"
 #include "Foundation/Memory.h"
 #include "Foundation/RealTime.h"
+#include "Foundation/Text/Format.h"
 
 #include <algorithm>
 #include <array>

@@ -18,9 +18,9 @@ public:
     /// `title` begins each line and `file` names the source in it; both are texts that stay.
     constexpr FailureLine(const char* title, const char* file) : title_(title), file_(file) {}
 
-    /// Unless `status` is 0, prints "<title> Error: <status> ->  <file>:  <line>" to standard error and flushes standard output. On
-    /// a thread marked real-time the line waits, without allocation or lock, until the next call that is made elsewhere: 64 of them
-    /// at most, further ones are dropped. Gives `status`.
+    /// Unless `status` is 0, prints "<title> Error: <status> ->  <file>:  <line>" to standard error and flushes
+    /// standard output. On a thread marked real-time the line waits, without allocation or lock, until the next call
+    /// that is made elsewhere: 64 of them at most, further ones are dropped. Gives `status`.
     OSStatus operator()(OSStatus status, unsigned line = __builtin_LINE()) const noexcept;
 
 private:

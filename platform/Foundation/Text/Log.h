@@ -3,8 +3,8 @@
 // on an I/O or render thread.
 #pragma once
 
-#include "Foundation/Text/Format.h"
 #include "Foundation/Memory.h"
+#include "Foundation/Text/Format.h"
 
 #include <functional>
 

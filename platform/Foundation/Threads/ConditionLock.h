@@ -13,10 +13,10 @@ namespace qmx
 /// A lock that carries an integer condition: it can be taken at once, or when the condition has a wanted value, and is
 /// released with a new value that wakes whoever waits for it.
 ///
-/// Releasing with a value from a thread that does not hold the lock is allowed and serves as a signal: on a free lock it
-/// sets the condition; on a held one the value takes effect, in place of the holder's own, when the holder releases. So
-/// a signal is never lost (the last of several wins), and sending one costs a store and a wake: it may be sent from an
-/// I/O thread. Conditions lie between -16384 and 16383.
+/// Releasing with a value from a thread that does not hold the lock is allowed and serves as a signal: on a free lock
+/// it sets the condition; on a held one the value takes effect, in place of the holder's own, when the holder releases.
+/// So a signal is never lost (the last of several wins), and sending one costs a store and a wake: it may be sent from
+/// an I/O thread. Conditions lie between -16384 and 16383.
 ///
 /// All operations: any thread. Not recursive.
 class QMX_EXPORT ConditionLock

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "Foundation/Threads/Retirement.h"
 
-#include "Foundation/Threads/LastingThread.h"
 #include "Foundation/RealTime.h"
+#include "Foundation/Threads/LastingThread.h"
 
 #include <atomic>
 #include <cstdint>

@@ -29,8 +29,8 @@ struct QMX_EXPORT RetirableReference final : Retirable {
     std::shared_ptr<const void> reference;
 };
 
-/// Takes `object` (null is ignored) and has it destroyed soon on another thread. Neither allocates, frees, locks nor waits: any
-/// thread.
+/// Takes `object` (null is ignored) and has it destroyed soon on another thread. Neither allocates, frees, locks nor
+/// waits: any thread.
 QMX_EXPORT void retire(Retirable* object) noexcept;
 
 /// Destroys `object` (null is ignored) at once; inside a callback retires it: for destructors that wait for callbacks.

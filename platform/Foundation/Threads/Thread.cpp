@@ -2,8 +2,8 @@
 #include "Foundation/Threads/Thread.h"
 
 #include "Foundation/Files/FileSystem.h"
-#include "Foundation/Text/Log.h"
 #include "Foundation/Memory.h"
+#include "Foundation/Text/Log.h"
 
 #include <pthread.h>
 #include <sched.h>

@@ -23,8 +23,8 @@ namespace qmx
 class QMX_EXPORT Worker
 {
 public:
-    /// `hasWork` tells whether work was given that the thread has not taken. Called from other threads, must not block, nor make
-    /// or destroy a Worker. Work must become visible through it before whoever gives it comes to rest himself.
+    /// `hasWork` tells whether work was given that the thread has not taken. Called from other threads, must not block,
+    /// nor make or destroy a Worker. Work must become visible through it before whoever gives it comes to rest himself.
     explicit Worker(std::function<bool()> hasWork);
     ~Worker();
     Worker(const Worker&) = delete;
@@ -50,7 +50,8 @@ private:
     bool rests_ = false; // guarded by the list's lock
 };
 
-/// Returns when all workers are at rest at one instant. Not from a worker. After 30 s it gives up, logs that, and returns false.
+/// Returns when all workers are at rest at one instant. Not from a worker. After 30 s it gives up, logs that, and
+/// returns false.
 QMX_EXPORT bool waitUntilWorkersRest();
 
 } // namespace qmx

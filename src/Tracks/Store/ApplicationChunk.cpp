@@ -4,11 +4,11 @@
 #include "CoreAudioTypes/FourCharCode.h"
 #include "Foundation/Archives/KeyedArchiver.h"
 #include "Foundation/Archives/KeyedUnarchiver.h"
-#include "Foundation/Memory.h"
 #include "Foundation/Archives/Unarchiver.h"
+#include "Foundation/Memory.h"
+#include "Tracks/QMXTrackAndProcessingInfo.h"
 #include "Tracks/Store/FileEdit.h"
 #include "Tracks/Store/QMXAIFFUtility.h"
-#include "Tracks/QMXTrackAndProcessingInfo.h"
 #include "Tracks/Store/StoreJournal.h"
 
 #include <algorithm>

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// The application chunk that holds an archived record inside an AIFF file: what is found of it, how it is read, and how it is
-// written without a risk for the rest of the file. Internal to the track store.
+// The application chunk that holds an archived record inside an AIFF file: what is found of it, how it is read, and how
+// it is written without a risk for the rest of the file. Internal to the track store.
 //
 //     0  "APPL"            4  size of what follows, 524288
 //     8  signature "tRaK" 12  version 3

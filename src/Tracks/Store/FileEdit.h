@@ -18,8 +18,8 @@ public:
 
     /// One write of all bytes at `offset`, after what stands there has been read. The error, or 0.
     SystemError write(SInt64 offset, std::span<const UInt8> bytes);
-    /// Gives the file the bytes that it had back, and then its length. Where the disk refuses the bytes, what was appended (a
-    /// journal of them, it may be) stays.
+    /// Gives the file the bytes that it had back, and then its length. Where the disk refuses the bytes, what was
+    /// appended (a journal of them, it may be) stays.
     void undo();
 
 private:

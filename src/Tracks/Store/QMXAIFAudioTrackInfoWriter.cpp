@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "Tracks/Store/QMXAIFAudioTrackInfoWriter.h"
 
-#include "Foundation/Text/Log.h"
 #include "Foundation/Memory.h"
+#include "Foundation/Text/Log.h"
 #include "Tracks/Store/ApplicationChunk.h"
 #include "Tracks/Store/StoredFile.h"
 

@@ -15,7 +15,8 @@ namespace
 constexpr SInt64 formHeaderSize = 12;
 constexpr SInt64 chunkHeaderSize = 8;
 
-/// Reads a few bytes here and there through a window on the file: a damaged file may hold hundreds of millions of chunks.
+/// Reads a few bytes here and there through a window on the file: a damaged file may hold hundreds of millions of
+/// chunks.
 class WindowReader
 {
 public:

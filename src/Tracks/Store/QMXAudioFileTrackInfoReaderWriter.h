@@ -5,16 +5,17 @@
 #include "Foundation/Export.h"
 #include "Foundation/Files/FileHandle.h"
 #include "Foundation/Object.h"
-#include "Tracks/Store/QMXAIFCommon.h"
 #include "Tracks/QMXTrackAndProcessingInfo.h"
+#include "Tracks/Store/QMXAIFCommon.h"
 
 #include <memory>
 #include <string>
 #include <vector>
 
-/// The older way to keep track information in an AIFF file. It writes signature and version in the host's byte order and reads the
-/// version likewise: on a little-endian host it does not find what it writes, appends half a megabyte with each write, and
-/// takes the chunks of the newer classes for incompatible. New programs use QMXAudioTrackInfoReaderWriterFactory.
+/// The older way to keep track information in an AIFF file. It writes signature and version in the host's byte order
+/// and reads the version likewise: on a little-endian host it does not find what it writes, appends half a megabyte
+/// with each write, and takes the chunks of the newer classes for incompatible. New programs use
+/// QMXAudioTrackInfoReaderWriterFactory.
 ///
 /// One thread at a time per object; reads and writes the disk.
 class QMX_EXPORT QMXAudioFileTrackInfoReaderWriter : public qmx::Object

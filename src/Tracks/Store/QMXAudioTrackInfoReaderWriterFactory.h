@@ -9,8 +9,8 @@
 #include <memory>
 #include <string>
 
-/// Picks the reader or writer of an audio file's track information by the file name's extension, in upper or lower case: aif, aiff,
-/// aifc; m4a, mp4; caf. Any thread.
+/// Picks the reader or writer of an audio file's track information by the file name's extension, in upper or lower
+/// case: aif, aiff, aifc; m4a, mp4; caf. Any thread.
 class QMX_EXPORT QMXAudioTrackInfoReaderWriterFactory : public qmx::Object
 {
 public:

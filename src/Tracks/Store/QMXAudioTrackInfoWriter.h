@@ -9,9 +9,9 @@
 #include <memory>
 #include <string>
 
-/// Stores track information in an audio file, in place of what the file holds: whoever changes only a part reads first. A
-/// file format's own class does the work; see QMXAudioTrackInfoReaderWriterFactory. One thread at a time per object; writes
-/// to the disk.
+/// Stores track information in an audio file, in place of what the file holds: whoever changes only a part reads first.
+/// A file format's own class does the work; see QMXAudioTrackInfoReaderWriterFactory. One thread at a time per object;
+/// writes to the disk.
 class QMX_EXPORT QMXAudioTrackInfoWriter : public qmx::Object
 {
 public:

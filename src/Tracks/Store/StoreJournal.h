@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: MIT
 // What keeps a stored record whole when the process is killed in the middle of a store. Internal to the track store.
 //
-// Before a chunk is overwritten, what will stand there is appended to the file as a journal, an application chunk of its own
-// behind the form; when the chunk has been written the journal is cut off again. Whoever opens the file next finds one of
+// Before a chunk is overwritten, what will stand there is appended to the file as a journal, an application chunk of
+// its own behind the form; when the chunk has been written the journal is cut off again. Whoever opens the file next
+// finds one of
 //
 //   nothing behind the form               the file is settled
 //   a journal or an appended chunk, whole the store is completed from it

@@ -168,8 +168,8 @@ struct FoundChunk {
     ByteBlock data;
 };
 
-/// The chunks inside the form, which must follow each other without a fault to its very end. Only the last pad byte may be
-/// missing or not counted.
+/// The chunks inside the form, which must follow each other without a fault to its very end. Only the last pad byte may
+/// be missing or not counted.
 inline std::vector<FoundChunk> chunksOf(const ByteBlock& file)
 {
     const bool is64 = isCAF(file), isLittle = !is64 && file.at(3) == 'F';

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Files go both ways between the service and the public tools sox, ffmpeg and sndfile-convert, for every sample type that a tool
-// knows in a container. A tool that is not installed fails the test.
+// Files go both ways between the service and the public tools sox, ffmpeg and sndfile-convert, for every sample type
+// that a tool knows in a container. A tool that is not installed fails the test.
 #include "AudioToolbox/AudioConverter.h"
 #include "platform/AudioToolbox/AudioFileHelpers.h"
 #include "support/TemporaryFolder.h"

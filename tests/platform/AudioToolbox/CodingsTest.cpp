@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Compressed files from samples to samples: exact lengths, exact samples where the coding keeps them, and any place found again.
+// Compressed files from samples to samples: exact lengths, exact samples where the coding keeps them, and any place
+// found again.
 #include "Foundation/ByteFields.h"
 #include "platform/AudioToolbox/CodedFiles.h"
 #include "platform/AudioToolbox/ExtAudioFileHelpers.h"
@@ -127,7 +128,8 @@ TEST(Codings, ToolsReadOurFilesAndWeReadTheirsWithTheExactLength)
         SCOPED_TRACE(c.name);
         std::filesystem::remove(folder.path(c.name));
         ASSERT_TRUE(encodeFile(folder.path(c.name), c.type, coded(c.coding, 2), pcm, original));
-        // the tool trims the end where the format's own rules make it: not in MPEG-4, of which it still tells the length
+        // the tool trims the end where the format's own rules make it: not in MPEG-4, of which it still tells the
+        // length
         run(std::string("ffmpeg -v error -y -i ") + c.name + " " + raw + "out.raw");
         const ByteBlock decoded = contentsOf(folder.path("out.raw"));
         const bool skipsPriming = c.type != kAudioFileCAFType || c.isLossless;

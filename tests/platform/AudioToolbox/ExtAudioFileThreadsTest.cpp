@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-// What extended audio files owe to real-time threads: queued writes and reads ahead. Disks that stall, fill up and fail are in memory.
+// What extended audio files owe to real-time threads: queued writes and reads ahead. Disks that stall, fill up and fail
+// are in memory.
 #include "ExtAudioFileHelpers.h"
 #include "Foundation/RealTime.h"
 #include "Foundation/Threads/Worker.h"

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "AudioToolbox/AudioFile.h"
 #include "CoreServices/Files.h"
-#include "Foundation/Text/CFString.h"
 #include "Foundation/RealTime.h"
+#include "Foundation/Text/CFString.h"
 #include "Foundation/Threads/Retirement.h"
 #include "Foundation/Threads/Thread.h"
 #include "Foundation/Threads/Worker.h"

@@ -30,8 +30,8 @@ std::vector<std::string> sourceNames(AudioDeviceID device, bool isInput)
 
 } // namespace
 
-/// A card of two outputs, of which one is a jack, and two inputs, and its two nodes. Without a session manager, which would
-/// choose routes by itself in between.
+/// A card of two outputs, of which one is a jack, and two inputs, and its two nodes. Without a session manager, which
+/// would choose routes by itself in between.
 class PipeWireCardsTest : public PipeWireTest
 {
 protected:

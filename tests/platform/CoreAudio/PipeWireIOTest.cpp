@@ -52,7 +52,8 @@ constexpr std::size_t sampleCount = 2 * 48000;
 class PipeWireIOTest : public ManagedOrNot
 {
 protected:
-    /// Plays the pattern on one device and captures another, or the same; the samples of the pattern found, or 0 after a gap.
+    /// Plays the pattern on one device and captures another, or the same; the samples of the pattern found, or 0 after
+    /// a gap.
     std::size_t playAndCapture(AudioDeviceID output, AudioDeviceID input)
     {
         Capture capture(sampleCount);

@@ -62,8 +62,8 @@ protected:
         ASSERT_TRUE(sink_->start());
         ASSERT_TRUE(waitUntil([&] { return recorder->lengthInFrames() >= frames; }));
     }
-    /// Ends it and looks whether the file has every frame that came, each the next one of the count; 0 where it is not, because a
-    /// gap was flagged: a busy machine loses cycles.
+    /// Ends it and looks whether the file has every frame that came, each the next one of the count; 0 where it is not,
+    /// because a gap was flagged: a busy machine loses cycles.
     std::size_t endTake()
     {
         EXPECT_TRUE(recorder->stop());

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// CAF files whose packets differ in size: a table of the sizes, which is written when the file is closed. A file whose writer was
-// killed before has none and cannot be read.
+// CAF files whose packets differ in size: a table of the sizes, which is written when the file is closed. A file whose
+// writer was killed before has none and cannot be read.
 #include "AudioToolbox/Codings/CodingFacts.h"
 #include "AudioToolbox/Containers/Chunks/CAFContainer.h"
 #include "AudioToolbox/Containers/PacketContainer.h"

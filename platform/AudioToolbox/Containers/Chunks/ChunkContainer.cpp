@@ -128,7 +128,8 @@ OSStatus ChunkContainer::walk()
     return noErr;
 }
 
-// Bytes inside the form that are no chunks are kept like chunks; outside of it they are no part of the file's structure.
+// Bytes inside the form that are no chunks are kept like chunks; outside of it they are no part of the file's
+// structure.
 void ChunkContainer::endWalk(const Chunk& last, bool ranIntoOtherBytes, UInt64 formEnd)
 {
     const UInt64 walkEnd = std::min(last.paddedEnd(), fileLength());

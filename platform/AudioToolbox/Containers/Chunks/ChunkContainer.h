@@ -11,15 +11,17 @@ namespace qmx
 
 /// A container that is one form of chunks (a header, then chunks) with the audio data in one of them. Knows how
 /// to load it, and how to write it so that a process killed at any moment leaves a file that opens with all that
-/// was acknowledged, and with every other chunk. A derived class supplies the byte order, the headers and the sizes they hold.
+/// was acknowledged, and with every other chunk. A derived class supplies the byte order, the headers and the sizes
+/// they hold.
 ///
 /// While audio grows in front of other chunks the file is
 ///
 ///     ... | audio chunk | filler | chunks behind | end of form | bytes behind the form
 ///                       ^room_.begin ^room_.end
 ///
-/// and no chunk moves while the audio grows into the filler. The first 8 bytes of the filler (12 with 64-bit sizes) are its header, on which every
-/// reader's walk depends; audio that belongs there is held in memory until the audio chunk's size covers them.
+/// and no chunk moves while the audio grows into the filler. The first 8 bytes of the filler (12 with 64-bit sizes) are
+/// its header, on which every reader's walk depends; audio that belongs there is held in memory until the audio chunk's
+/// size covers them.
 ///
 /// The file's lock is held while audio grows and while headers are rewritten: on opening for writing, on creating, on
 /// each write past the end and on finishing. These wait without end for another holder. Whenever the lock is free the
@@ -36,7 +38,8 @@ public:
     OSStatus writeBytes(UInt64 start, UInt32& count, const void* buffer) override;
     OSStatus finish() override;
 
-    /// Reads an existing file's header. Opened for writing, a file whose sizes lag behind its length is brought in line.
+    /// Reads an existing file's header. Opened for writing, a file whose sizes lag behind its length is brought in
+    /// line.
     OSStatus load(bool forWriting);
     /// Makes the file one that holds no audio yet; whatever it held is gone.
     OSStatus create(const Bytes& header);

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // How the headers follow the audio, and how audio grows in front of other chunks. Every step leaves a file whose
-// chunks are found from its start: what a walk does not reach yet may be written in any order, what it reaches changes by one small write.
+// chunks are found from its start: what a walk does not reach yet may be written in any order, what it reaches changes
+// by one small write.
 #include "AudioToolbox/Containers/Chunks/ChunkContainer.h"
 
 #include "Foundation/Memory.h"
@@ -54,7 +55,8 @@ OSStatus ChunkContainer::prepareGrowth(UInt64 start, UInt64 end)
         return status;
     if (const OSStatus status = noticeOtherWriter(); status != noErr)
         return status;
-    // what came behind a chunk that the file cuts off would be taken for its missing part; behind other bytes none finds it
+    // what came behind a chunk that the file cuts off would be taken for its missing part; behind other bytes none
+    // finds it
     if ((endsCutOff_ && !audioIsLast_) || (endsInOtherBytes_ && !hasAudioChunk()))
         return kAudioFileInvalidChunkError;
     if (const OSStatus status = hasAudioChunk() ? noErr : addAudioChunk(); status != noErr)
@@ -249,8 +251,9 @@ OSStatus ChunkContainer::dropFiller()
     return fileLength() <= oldEnd ? file_.truncate(room_.begin) : noErr;
 }
 
-// Moves the chunks behind the audio to `lowest` or further on, and makes all before them filler. They stand in both places for
-// a while, but one of the two is always inside a filler; a single write of the filler's header changes which.
+// Moves the chunks behind the audio to `lowest` or further on, and makes all before them filler. They stand in both
+// places for a while, but one of the two is always inside a filler; a single write of the filler's header changes
+// which.
 OSStatus ChunkContainer::moveChunksBehind(UInt64 lowest)
 {
     const UInt64 oldEnd = written_.formEnd;
@@ -290,8 +293,8 @@ OSStatus ChunkContainer::moveChunksBehind(UInt64 lowest)
     return noErr;
 }
 
-// Lets the form end at `formEnd`, with a filler behind its last chunk. Bytes behind the form stay behind it. The room comes first:
-// where no form tells its size, a filler that the file cuts off would be taken for damage.
+// Lets the form end at `formEnd`, with a filler behind its last chunk. Bytes behind the form stay behind it. The room
+// comes first: where no form tells its size, a filler that the file cuts off would be taken for damage.
 OSStatus ChunkContainer::extendForm(UInt64 formEnd)
 {
     const UInt64 oldEnd = written_.formEnd;

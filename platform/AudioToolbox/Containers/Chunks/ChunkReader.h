@@ -44,13 +44,14 @@ public:
     {
     }
 
-    /// The chunk whose header is at `position`, with the size that is written there (absurd 64-bit ones are cut); empty at the end of the file and where
-    /// the code is not of printable characters.
+    /// The chunk whose header is at `position`, with the size that is written there (absurd 64-bit ones are cut); empty
+    /// at the end of the file and where the code is not of printable characters.
     std::optional<Chunk> at(UInt64 position);
     /// The chunk that follows `chunk`. Some writers leave out a pad byte in mid-file: then it is found all the same.
     std::optional<Chunk> after(const Chunk& chunk);
     bool fits(const Chunk& chunk) const { return chunk.end() <= file_.length(); }
-    /// Where chunks that begin at `position` and run exactly to the end of the file end; `position` where there are none such.
+    /// Where chunks that begin at `position` and run exactly to the end of the file end; `position` where there are
+    /// none such.
     UInt64 endOfChain(UInt64 position);
 
 private:

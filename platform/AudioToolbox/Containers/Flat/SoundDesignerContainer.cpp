@@ -2,8 +2,8 @@
 #include "AudioToolbox/Containers/Flat/SoundDesignerContainer.h"
 
 #include "AudioToolbox/Containers/Flat/FlatContainer.h"
-#include "AudioToolbox/Containers/SampleLayout.h"
 #include "AudioToolbox/Containers/Flat/SoundDesignerFork.h"
+#include "AudioToolbox/Containers/SampleLayout.h"
 #include "Foundation/Files/Fork.h"
 
 #include <limits>

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// The resource fork of a Sound Designer II file, which tells the format of its samples. Here it is a file of its own beside the
-// samples: an AppleDouble file, or the bare fork.
+// The resource fork of a Sound Designer II file, which tells the format of its samples. Here it is a file of its own
+// beside the samples: an AppleDouble file, or the bare fork.
 #pragma once
 
 #include "Foundation/ByteFields.h"

@@ -18,8 +18,8 @@ namespace
 constexpr FourCharCode flacID = fourCharCode("fLaC");
 constexpr std::size_t flacInfoBytes = 34;
 
-/// A file whose packets a demuxer finds, and around whose packets a muxer writes the rest: in front of them at once, so that a stream
-/// whose writer is killed can be read.
+/// A file whose packets a demuxer finds, and around whose packets a muxer writes the rest: in front of them at once, so
+/// that a stream whose writer is killed can be read.
 class LibavContainer : public PacketContainer
 {
 protected:
@@ -67,7 +67,8 @@ protected:
     /// Brings the head up to date.
     OSStatus replaceHead(const libav::Muxer& muxer) { return file_.apply({{0, muxer.head()}}); }
 
-    /// Lets the muxer see all packets, and has it finish. Zeros in place of their contents where it does not look at them.
+    /// Lets the muxer see all packets, and has it finish. Zeros in place of their contents where it does not look at
+    /// them.
     OSStatus addPackets(libav::Muxer& muxer, bool withContents)
     {
         const AudioFilePacketTableInfo info = table();
@@ -106,7 +107,8 @@ bool isSoundBrand(const FileSigns& signs)
            (brand == fourCharCode("M4A ") || brand == fourCharCode("M4B "));
 }
 
-/// What describes the packets comes behind them when the file is closed. A file whose writer was killed before cannot be read.
+/// What describes the packets comes behind them when the file is closed. A file whose writer was killed before cannot
+/// be read.
 template <AudioFileTypeID createdType> class MPEG4Container : public LibavContainer
 {
 public:

@@ -12,8 +12,8 @@ struct Gaps {
     UInt32 priming = 0, remainder = 0;
 };
 
-/// What a muxer of libavformat puts in front of packets, between and behind them. The packets stay with the caller. Files are the
-/// same each time they are made of the same.
+/// What a muxer of libavformat puts in front of packets, between and behind them. The packets stay with the caller.
+/// Files are the same each time they are made of the same.
 class Muxer
 {
 public:

@@ -26,8 +26,8 @@ int refuse(AVFormatContext*, AVIOContext**, const char*, int, AVDictionary**)
     return AVERROR(EACCES);
 }
 
-/// Edits are kept out of the index: they are heeded when the length is told. A parser would lose its place behind other bytes between the frames
-/// of ADTS, which come whole without one.
+/// Edits are kept out of the index: they are heeded when the length is told. A parser would lose its place behind other
+/// bytes between the frames of ADTS, which come whole without one.
 AVDictionary* openingOptions(bool parses)
 {
     AVDictionary* options = nullptr;

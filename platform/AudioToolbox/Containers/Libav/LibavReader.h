@@ -12,8 +12,8 @@
 namespace qmx::libav
 {
 
-/// The sound of a file as one demuxer of libavformat finds it: the first audio of a coding that is known. No other file is ever
-/// opened, whatever the file says.
+/// The sound of a file as one demuxer of libavformat finds it: the first audio of a coding that is known. No other file
+/// is ever opened, whatever the file says.
 class Reader
 {
 public:

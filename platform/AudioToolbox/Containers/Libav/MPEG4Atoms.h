@@ -9,8 +9,8 @@
 namespace qmx
 {
 
-/// What libavformat does not do with an MPEG-4 file: it trusts the counts in the tables of packets (one of 582 bytes made it take
-/// 1.4 GB), and it tells the length of an edit only rounded up to the movie's time.
+/// What libavformat does not do with an MPEG-4 file: it trusts the counts in the tables of packets (one of 582 bytes
+/// made it take 1.4 GB), and it tells the length of an edit only rounded up to the movie's time.
 class MPEG4Atoms
 {
 public:

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-// One run of a device's I/O, from start to stop: a filter in the server's graph, linked to the device's ports by ourselves.
+// One run of a device's I/O, from start to stop: a filter in the server's graph, linked to the device's ports by
+// ourselves.
 #pragma once
 
 #include "CoreAudio/HAL/DeviceIO.h"
@@ -47,8 +48,9 @@ private:
     std::atomic<Float64> sampleTime_{0}, rate_{0};
 };
 
-/// Each run has a context of its own, and so a thread for its cycles: a slow procedure delays no other device. The tail of a
-/// run that was closed never runs beside its successor: `cycleToken` is the device's, and only who holds it runs a cycle.
+/// Each run has a context of its own, and so a thread for its cycles: a slow procedure delays no other device. The tail
+/// of a run that was closed never runs beside its successor: `cycleToken` is the device's, and only who holds it runs a
+/// cycle.
 class FilterRun
 {
 public:
@@ -65,7 +67,8 @@ public:
     void close() { isOpen_ = false; }
     /// With the connection's lock held: asks for another cycle size or rate.
     void ask(const RunRequest& request);
-    /// With the connection's lock held: whether the ports that `request` names are linked, and the server has taken no link away.
+    /// With the connection's lock held: whether the ports that `request` names are linked, and the server has taken no
+    /// link away.
     bool serves(const RunRequest& request) const;
 
     const std::shared_ptr<const RunClock>& clock() const { return readableClock_; }

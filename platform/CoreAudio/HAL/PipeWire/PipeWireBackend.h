@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// The sound server's devices as a backend. One thread, the housekeeper, compares what the server told with what was reported
-// and reports the difference, ends runs, and looks for the server while there is none.
+// The sound server's devices as a backend. One thread, the housekeeper, compares what the server told with what was
+// reported and reports the difference, ends runs, and looks for the server while there is none.
 #pragma once
 
 #include "CoreAudio/HAL/PipeWire/PipeWireDevice.h"

@@ -40,8 +40,8 @@ public:
     // --- For the housekeeper
     /// Puts what was wished, and what runs, in place of the server's usual values. With the connection's lock held.
     void complete(DeviceDescription& description) const;
-    /// Begins a new run where the device has other ports than the present one is linked to, or the server took links away;
-    /// false when that is to be tried again.
+    /// Begins a new run where the device has other ports than the present one is linked to, or the server took links
+    /// away; false when that is to be tried again.
     bool mend();
     /// The directions (input: true) whose cycles were missed or late since the last call.
     std::vector<bool> takeOverload();

@@ -140,8 +140,8 @@ struct ServerObjects::PortObject final : Object {
     }
 };
 
-// Subscriptions do not reach devices of other processes: each time the device says that its parameters have changed, they are
-// asked for again.
+// Subscriptions do not reach devices of other processes: each time the device says that its parameters have changed,
+// they are asked for again.
 struct ServerObjects::CardObject final : Object {
     CardObject(ServerObjects& all, std::uint32_t number)
         : Object(all, number, PW_TYPE_INTERFACE_Device, PW_VERSION_DEVICE)

@@ -10,8 +10,8 @@
 namespace qmx
 {
 
-/// What an output has played lately, by its sample time. One thread writes, any threads read, none waits: samples are atomic
-/// words, and what was not written, or is overwritten, reads as silence.
+/// What an output has played lately, by its sample time. One thread writes, any threads read, none waits: samples are
+/// atomic words, and what was not written, or is overwritten, reads as silence.
 class LoopbackRing
 {
 public:

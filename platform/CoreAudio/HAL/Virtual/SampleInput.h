@@ -9,7 +9,8 @@
 namespace qmx
 {
 
-/// An input that gives interleaved samples of `channels` channels from its first call on, then silence or the same again.
+/// An input that gives interleaved samples of `channels` channels from its first call on, then silence or the same
+/// again.
 VirtualInput inputOfSamples(std::vector<Float32> samples, UInt32 channels, bool repeats);
 
 /// Samples of an audio file, decoded and converted to a rate.

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "CoreAudio/HAL/Virtual/Timeline.h"
 
-#include "Foundation/Text/Log.h"
 #include "Foundation/RealTime.h"
+#include "Foundation/Text/Log.h"
 #include "Foundation/Threads/Worker.h"
 
 #include <algorithm>

@@ -14,8 +14,9 @@
 namespace qmx
 {
 
-/// Each running device has a seat, which an I/O thread waits in for the device's next cycle. In real time each thread goes by the
-/// clock; else somebody drives: gives the turn to the seat that is due first, and waits until it is given back.
+/// Each running device has a seat, which an I/O thread waits in for the device's next cycle. In real time each thread
+/// goes by the clock; else somebody drives: gives the turn to the seat that is due first, and waits until it is given
+/// back.
 class Timeline
 {
 public:

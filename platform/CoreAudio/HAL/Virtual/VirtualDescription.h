@@ -8,8 +8,8 @@
 namespace qmx
 {
 
-/// Brings what is missing or contradicts itself in line: the rate is one of those that there are, formats are at the rate, the
-/// buffer size is in its range.
+/// Brings what is missing or contradicts itself in line: the rate is one of those that there are, formats are at the
+/// rate, the buffer size is in its range.
 void standardise(DeviceDescription& description);
 
 /// Does in a record what a caller wishes. The hardware takes whatever the core let through.

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Files that are made and written while the disk fails, fills up or their writer is killed: what was stored before stays, a refused file leaves
-// nothing behind. Forms of chunks have tests of their own.
+// Files that are made and written while the disk fails, fills up or their writer is killed: what was stored before
+// stays, a refused file leaves nothing behind. Forms of chunks have tests of their own.
 #include "platform/AudioToolbox/CodedFiles.h"
 #include "support/MemoryDisk.h"
 

@@ -49,8 +49,8 @@ Signal resampled(Float64 from, Float64 to, const Signal& input, UInt32 quality =
     return resampled(conversion, input, {input.size()});
 }
 
-/// The error against the same tone at the new rate, in dB of it, away from the ends: they are abrupt, and the best filter
-/// rings for long.
+/// The error against the same tone at the new rate, in dB of it, away from the ends: they are abrupt, and the best
+/// filter rings for long.
 Float64 errorOf(Float64 frequency, Float64 from, Float64 to, UInt32 quality)
 {
     constexpr std::size_t ends = 8000;

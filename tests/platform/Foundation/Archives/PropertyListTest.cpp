@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Binary property lists byte by byte, damaged ones, and both ways against two other implementations (Python's, libplist's).
+// Binary property lists byte by byte, damaged ones, and both ways against two other implementations (Python's,
+// libplist's).
 #include "Foundation/Archives/PropertyList.h"
 
 #include "support/Archives.h"

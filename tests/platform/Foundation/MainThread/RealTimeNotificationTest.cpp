@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "Foundation/MainThread/RealTimeNotification.h"
 #include "Foundation/MainThread/NotificationCenter.h"
+#include "Foundation/MainThread/RunLoop.h"
 #include "Foundation/RealTime.h"
 #include "Foundation/Threads/Retirement.h"
-#include "Foundation/MainThread/RunLoop.h"
 #include "Foundation/Threads/Thread.h"
 #include "Foundation/Threads/Worker.h"
 #include "support/CapturedLog.h"

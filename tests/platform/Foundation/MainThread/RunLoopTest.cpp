@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "Foundation/MainThread/RunLoop.h"
-#include "Foundation/Threads/Thread.h"
 #include "Foundation/MainThread/Timer.h"
+#include "Foundation/Threads/Thread.h"
 
 #include <gtest/gtest.h>
 #include <poll.h>

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Records kept inside AIFF files: the bytes that are written, that all else in the file survives, and what a failing or killed
-// write leaves behind.
+// Records kept inside AIFF files: the bytes that are written, that all else in the file survives, and what a failing or
+// killed write leaves behind.
 #include "FileRelated/QMXAudioFile.h"
 #include "Foundation/Archives/KeyedArchiver.h"
 #include "Tracks/Store/QMXAIFFUtility.h"
@@ -244,8 +244,8 @@ int chunksOfOurs(const Bytes& bytes)
     return count;
 }
 
-// Each change of the disk in turn is the last: of an append, an overwrite behind and in front of the audio, and a growing
-// last chunk. What comes first afterwards is reading, storing, repairing or opening the audio.
+// Each change of the disk in turn is the last: of an append, an overwrite behind and in front of the audio, and a
+// growing last chunk. What comes first afterwards is reading, storing, repairing or opening the audio.
 TEST_F(TrackStore, AKilledStoreLeavesTheRecordAsItWasOrAsItIsToBe)
 {
     const Bytes old = archive(record(1));

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
-// What becomes of files whose writer is killed, whose disk fails, and that other writers change meanwhile. Faults are put at
-// every change of the disk in turn; one test kills a real process. A torn write of fewer than 4096 header bytes is not simulated.
+// What becomes of files whose writer is killed, whose disk fails, and that other writers change meanwhile. Faults are
+// put at every change of the disk in turn; one test kills a real process. A torn write of fewer than 4096 header bytes
+// is not simulated.
 #include "platform/AudioToolbox/AudioFileHelpers.h"
 #include "support/KilledProcess.h"
 #include "support/MemoryDisk.h"
@@ -173,7 +174,8 @@ TEST_P(EveryChange, FailingWriteLosesNothingAndTheNextOnesSucceed)
     }
 }
 
-// Another writer appends a chunk meanwhile. A gap is filled with zeros. At close the room made for growth is given back.
+// Another writer appends a chunk meanwhile. A gap is filled with zeros. At close the room made for growth is given
+// back.
 TEST_P(EveryChange, GrowthKeepsEveryByteAndEndsWithTheChunksRightBehindTheAudio)
 {
     const Case& c = GetParam();
