@@ -52,9 +52,9 @@ void ReaderGate::waitForReaders()
     waitUntilZero(counts_[before]);
 }
 
-FormerContents::FormerContents(std::shared_ptr<ReaderGate> gate, std::shared_ptr<const void> contents)
-    : contents_(std::make_unique<Replaced>(std::move(gate), std::move(contents)))
+std::unique_ptr<Retirable> FormerContents::keep(std::shared_ptr<ReaderGate> gate, std::shared_ptr<const void> contents)
 {
+    return std::make_unique<Replaced>(std::move(gate), std::move(contents));
 }
 
 FormerContents::~FormerContents()

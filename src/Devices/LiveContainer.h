@@ -47,7 +47,9 @@ private:
 class QMX_EXPORT FormerContents
 {
 public:
-    FormerContents(std::shared_ptr<ReaderGate> gate, std::shared_ptr<const void> contents);
+    /// Made before the contents are replaced: it needs memory, and nothing has changed where there is none.
+    static std::unique_ptr<Retirable> keep(std::shared_ptr<ReaderGate> gate, std::shared_ptr<const void> contents);
+    explicit FormerContents(std::unique_ptr<Retirable> contents) : contents_(std::move(contents)) {}
     ~FormerContents();
     FormerContents(const FormerContents&) = delete;
     FormerContents& operator=(const FormerContents&) = delete;
@@ -106,8 +108,10 @@ public:
         const std::scoped_lock lock(mutex_);
         auto changed = std::make_shared<Container>(*contents_);
         edit(*changed);
+        auto former = FormerContents::keep(gate_, contents_);
         published_.store(changed.get());
-        return {gate_, std::exchange(contents_, std::move(changed))};
+        contents_ = std::move(changed);
+        return FormerContents(std::move(former));
     }
 
 private:

@@ -4,6 +4,7 @@
 #include "Devices/QMXAudioDevice.h"
 #include "Devices/QMXAudioDeviceInfoOutput.h"
 #include "Foundation/MainThread/RunLoop.h"
+#include "Foundation/Memory.h"
 #include "Foundation/RealTime.h"
 #include "Foundation/Text/Format.h"
 #include "Foundation/Text/Log.h"
@@ -65,7 +66,8 @@ bool leadsTo(QMXCoreAudioIOSubscriber* subscriber, const QMXAudioDevice& device)
         return next;
     return std::ranges::any_of(std::array{true, false}, [&](bool isInput) {
         const QMXAudioSubscriberList::Walk walk(next->audioSubscribersForInput(isInput));
-        return std::ranges::any_of(walk.now(), [&](const auto& each) { return leadsTo(each.get(), device); });
+        return std::ranges::any_of(walk.now(),
+                                   [&](const auto& each) { return !each.hasLeft() && leadsTo(each.get(), device); });
     });
 }
 
@@ -84,20 +86,16 @@ struct QMXAudioDevice::IOCycle {
     bool hasInput() const { return inputData && inputData->mNumberBuffers != 0; }
     bool hasOutput() const { return outputData && outputData->mNumberBuffers != 0; }
 
-    /// Looks at the list afresh for each call: whoever an earlier one removed is not called.
+    /// One look at the list serves the whole cycle, so that a change moves nobody out of it. Whoever an earlier one
+    /// removed is not called.
     void callSubscribers(const QMXAudioSubscriberList& list, QMXAudioDevice& device, QMXAudioDevice& clientData) const
     {
         const qmx::CallbackScope callback;
         const QMXAudioSubscriberList::Walk walk(list);
-        for (std::size_t i = 0;; ++i) {
-            const auto& subscribers = walk.now();
-            if (i >= subscribers.size())
-                return;
-            if (subscribers[i].hasLeft())
-                continue;
-            subscribers[i]->audioIOHandler_inNow_inInputData_inInputTime_outOutputData_inOutputTime_inClientData(
-                device, now, inputData, inputTime, outputData, outputTime, clientData);
-        }
+        for (const QMXAudioSubscription& each : walk.now())
+            if (!each.hasLeft())
+                each->audioIOHandler_inNow_inInputData_inInputTime_outOutputData_inOutputTime_inClientData(
+                    device, now, inputData, inputTime, outputData, outputTime, clientData);
     }
 };
 
@@ -107,7 +105,7 @@ struct QMXAudioDevice::Sweep final : qmx::Retirable {
     ~Sweep() override
     {
         if (const auto present = device.lock())
-            present->sweepSubscribers();
+            qmx::withinMemory([&] { present->sweepSubscribers(); }); // else those that left are dropped with the next
     }
     std::weak_ptr<QMXAudioDevice> device;
 };
@@ -202,12 +200,18 @@ void QMXAudioDevice::addAudioIOSubscriber_forInput(const std::shared_ptr<QMXCore
 
 void QMXAudioDevice::removeAudioIOSubscriber_forInput(const QMXCoreAudioIOSubscriber& subscriber, bool isInput)
 {
+    bool othersStay = false;
     {
         const QMXAudioSubscriberList::Walk walk(audioSubscribersForInput(isInput));
         for (const QMXAudioSubscription& each : walk.now())
             if (each.get() == &subscriber)
                 each.leave();
+            else
+                othersStay = othersStay || !each.hasLeft();
     }
+    // The device's own I/O never looks at the flag, and with the last subscriber it stays as it is; both are intended.
+    if (othersStay)
+        hasSubscribers(isInput) = false;
     if (qmx::isRealTime())
         qmx::retire(sweep_.exchange(nullptr)); // where there is none, the one on its way comes after the mark
     else
@@ -230,18 +234,11 @@ void QMXAudioDevice::sweepSubscribers()
 
 void QMXAudioDevice::dropSubscribersThatLeft(bool isInput)
 {
-    QMXAudioSubscriberList& list = audioSubscribersForInput(isInput);
-    {
-        const auto former = [&] {
-            const std::scoped_lock lock(subscriberLock);
-            return list.change([](auto& subscriptions) {
-                std::erase_if(subscriptions, [](const auto& each) { return each.hasLeft(); });
-            });
-        }();
-    }
-    // The device's own I/O never looks at the flag, and with the last subscriber it stays as it is; both are intended.
-    if (!list.snapshot().empty())
-        hasSubscribers(isInput) = false;
+    const auto former = [&] {
+        const std::scoped_lock lock(subscriberLock);
+        return audioSubscribersForInput(isInput).change(
+            [](auto& subscriptions) { std::erase_if(subscriptions, [](const auto& each) { return each.hasLeft(); }); });
+    }();
 }
 
 QMXAudioSubscriberList& QMXAudioDevice::audioSubscribersForInput(bool isInput)

@@ -123,8 +123,9 @@ bool QMXAudioFile::open()
     closePlatformFile();
     resolveReferences();
     const bool writes = fileAccessMode == QMXAudioFileAccessMode::readWrite;
-    if (writes && audioFileRef.path.empty())
-        return create(); // nothing is there yet
+    const bool isThere = originalFilePath && qmx::FileManager::defaultManager().fileExistsAtPath(*originalFilePath);
+    if (writes && !isThere)
+        return create();
     const OSStatus status = AudioFileOpen(&audioFileRef, writes ? fsRdWrPerm : fsRdPerm, 0, &audioFileID_);
     if (status == noErr)
         return didOpen();

@@ -38,8 +38,7 @@ public:
     static bool setHardwareProperty_inData(AudioHardwarePropertyID propertyID, const void* data);
 
     // --- Devices. `isInput` names the section, `channel` one of its channels or 0 for all. Readers log nothing, but
-    // for
-    // --- a value of no bytes. What is left out: channel 0 of the input section.
+    // --- for a value of no bytes. What is left out: channel 0 of the input section.
 
     /// Bytes of a value; 0 on failure.
     static UInt32 sizeOfPropertyData_propertyID_forChannel_isInput(AudioDeviceID device,

@@ -306,10 +306,10 @@ bool QMXAudioRecorder::openFile()
         return refuse(kAudio_MemFullError, audioFilePath_.value_or("") + ": not enough memory");
     const bool wasOpen = _audioFile->isOpen();
     if (wasOpen && recorderState == paused)
-        return true; // the conversion goes on where it stopped
+        return true;                         // the conversion goes on where it stopped
+    const std::scoped_lock lock(setupLock_); // a buffer of an earlier attempt may be waiting to be written
     if (!wasOpen)
         openInByteOrderOfType(*_audioFile);
-    const std::scoped_lock lock(setupLock_);
     if (converterSetup() || !_audioFile->isOpen())
         return true;
     refuse(kAudioFileUnsupportedDataFormatError,

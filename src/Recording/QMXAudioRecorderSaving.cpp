@@ -4,6 +4,7 @@
 #include "FileRelated/QMXAudioFile.h"
 #include "Formats/QMXAudioStreamBasicDescription.h"
 #include "Foundation/MainThread/NotificationCenter.h"
+#include "Foundation/Memory.h"
 #include "Processing/QMXAudioConverter.h"
 #include "Recording/QMXAudioRecorder.h"
 #include "Recording/RawBuffers.h"
@@ -205,7 +206,9 @@ std::optional<UInt32> QMXAudioRecorder::convert(const Byte* bytes, UInt32 byteCo
         if (status == noErr)
             return length;
     }
-    fail(status, aboutDevice("its samples cannot be converted to the file's format"));
+    const auto told = [&] { fail(status, aboutDevice("its samples cannot be converted to the file's format")); };
+    if (!qmx::withinMemory(told))
+        fail(status, {}); // without a sentence
     return std::nullopt;
 }
 
@@ -218,7 +221,8 @@ UInt32 QMXAudioRecorder::writeConverted(UInt32 byteCount)
     if (byteCount == 0 || _audioFile->write_length(convertedBuffer.get(), &written))
         return byteCount;
     const OSStatus known = _audioFile->lastStatus(), status = known != noErr ? known : fnOpnErr;
-    fail(status, aboutFile("cannot be written", status));
+    if (!qmx::withinMemory([&] { fail(status, aboutFile("cannot be written", status)); }))
+        fail(status, {}); // without a sentence
     // When the disk fills up, only the start of the block is written and not counted: it is written again by itself.
     const UInt32 frameBytes = std::max(_audioFile->bytesPerFrame(), 1U);
     written = written / frameBytes * frameBytes;

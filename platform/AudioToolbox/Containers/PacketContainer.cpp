@@ -27,6 +27,13 @@ bool isInside(const AudioStreamPacketDescription& packet, UInt32 bytes)
            packet.mDataByteSize <= bytes - static_cast<UInt32>(packet.mStartOffset);
 }
 
+/// Room for `more` elements without a further allocation.
+template <class List> void reserveFor(List& list, std::size_t more)
+{
+    if (list.capacity() - list.size() < more)
+        list.reserve(std::max(list.size() + more, 2 * list.capacity()));
+}
+
 } // namespace
 
 OSStatus PacketContainer::load()
@@ -146,6 +153,9 @@ OSStatus PacketContainer::writePackets(UInt64 start, UInt32& packets, UInt32 byt
         places.push_back({endOfData_ + block.size(), packet.mDataByteSize, packet.mVariableFramesInPacket});
         block.insert(block.end(), contents.begin(), contents.end());
     }
+    reserveFor(packets_, given); // what was written is entered whatever memory there is then
+    if (isVariable())
+        reserveFor(firstFrames_, given);
     if (const OSStatus status = file_.writeAll(endOfData_, block); status != noErr) {
         file_.truncate(endOfData_); // the begin of a packet is none
         return status;

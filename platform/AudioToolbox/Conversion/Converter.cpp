@@ -197,6 +197,7 @@ OSStatus Converter::fill(const InputSource& input, UInt32& packetCount, AudioBuf
 {
     aimAtList(room_, output);
     const std::size_t wanted = std::min<std::size_t>(packetCount, room_.frames);
+    packetCount = 0; // always what was made, also where memory runs out in between
     if (room_.frames == 0)
         return kAudioConverterErr_InvalidOutputSize;
 
@@ -204,6 +205,7 @@ OSStatus Converter::fill(const InputSource& input, UInt32& packetCount, AudioBuf
     std::size_t made = 0;
     while (true) {
         made += produce(wanted - made);
+        packetCount = static_cast<UInt32>(made);
         if (made == wanted || (chain_ && chain_->rate().isFinished()))
             break;
         status = pull(input, wanted - made);
@@ -218,7 +220,6 @@ OSStatus Converter::fill(const InputSource& input, UInt32& packetCount, AudioBuf
         status = kAudioConverterErr_UnspecifiedError;
     endStreamIfDrained(made < wanted);
 
-    packetCount = static_cast<UInt32>(made);
     for (AudioBuffer& buffer : buffersOf(output).first(targetLayout_.planes()))
         buffer.mDataByteSize = static_cast<UInt32>(made * room_.planeFrameBytes);
     return status;

@@ -222,8 +222,10 @@ SInt64 ReadingFile::filterStart()
         return 0;
     UInt32 quality = 0;
     converterValue(currentConverter(), kAudioConverterSampleRateConverterQuality, quality);
-    if (std::exchange(periodQuality_, quality) != quality)
+    if (periodQuality_ != quality) {
         period_ = filterPeriod(fileRate, clientRate, quality);
+        periodQuality_ = quality;
+    }
     const auto period = static_cast<SInt64>(period_);
     return period > 0 ? latest / period * period : meetingBefore(latest);
 }

@@ -48,8 +48,15 @@ OSStatus WritingFile::connect(const AudioStreamBasicDescription& client, AudioCo
 void WritingFile::connected()
 {
     fitBuffer();
-    if (std::exchange(queue_, nullptr)) // its memory is for frames of the format before
+    auto before = std::exchange(queue_, nullptr); // its memory is for frames of the format before
+    if (!before)
+        return;
+    try {
         primeWrites();
+    } catch (...) {
+        queue_ = std::move(before); // that format stays
+        throw;
+    }
 }
 
 void WritingFile::bufferChanged()

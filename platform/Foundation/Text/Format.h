@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Text from the platform's format strings. Knows %d %i %u %x %X %c %s %f %p with flags, width and precision, the
-// length letters h l ll q z (accepted and ignored: each value is printed at its own width), %@ for objects and
+// Text from the platform's format strings. Knows %d %i %u %o %x %X %c %s %e %f %g %p with flags, width and precision,
+// the length letters h l ll q z (accepted and ignored: each value is printed at its own width), %@ for objects and
 // strings, and %%. A conversion without a value, or a value of the wrong kind, prints as "(?)"; nothing is undefined.
 // Numbers look the same in every locale.
 #pragma once

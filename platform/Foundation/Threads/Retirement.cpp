@@ -99,8 +99,10 @@ void destroyOutsideCallbacks(Retirable* object)
 void helpToRetire()
 {
     RetirementList& list = RetirementList::shared();
-    if (!list.thread.start())
-        list.destroyAll(list.takeAll());
+    if (list.thread.start())
+        return;
+    while (Retirable* const first = list.takeAll()) // destructors may retire more
+        list.destroyAll(first);
 }
 
 void waitUntilRetired()

@@ -140,17 +140,22 @@ void ChunkContainer::endWalk(const Chunk& last, bool ranIntoOtherBytes, UInt64 f
         room_ = {walkEnd, walkEnd};
 }
 
-// The first bytes of an application chunk that ends the file and was being appended when its writer was killed; else
-// empty.
-Bytes ChunkContainer::cutOffAppend()
+// The first bytes of an application chunk at `tail` that was being appended when its writer was killed; else empty.
+Bytes ChunkContainer::cutOffAppendAt(UInt64 tail)
 {
     constexpr FourCharCode applicationChunk = fourCharCode("APPL");
-    const UInt64 tail = padded(declaredEnd_);
-    if (tail != padded(written_.formEnd) || tail + sizeof applicationChunk > fileLength() || isChunkAt(tail))
+    if (tail + sizeof applicationChunk > fileLength() || isChunkAt(tail))
         return {};
     Bytes head(static_cast<std::size_t>(std::min<UInt64>(fileLength() - tail, signatureOffset + 4)));
     const bool isFound = file_.readAll(tail, head) == noErr && load32(head.data(), ByteOrder::big) == applicationChunk;
     return isFound ? head : Bytes();
+}
+
+// Whether that chunk is the track store's.
+bool ChunkContainer::isStoreBegunAt(UInt64 tail)
+{
+    const Bytes head = cutOffAppendAt(tail);
+    return head.size() >= signatureOffset + 4 && isOfTrackStore(&head[signatureOffset]);
 }
 
 // Makes the headers tell what a killed writer could not tell any more: audio at the end of the file, or chunks that
@@ -159,8 +164,9 @@ Bytes ChunkContainer::cutOffAppend()
 // the file is used all the same, and closing it tries again.
 void ChunkContainer::bringInLine()
 {
-    if (const Bytes head = audioIsLast_ ? cutOffAppend() : Bytes(); !head.empty()) {
-        if (head.size() > signatureOffset + 3 && isOfTrackStore(&head[signatureOffset]))
+    const UInt64 tail = padded(declaredEnd_);
+    if (audioIsLast_ && tail == padded(written_.formEnd) && !cutOffAppendAt(tail).empty()) {
+        if (isStoreBegunAt(tail))
             file_.truncate(declaredEnd_);
         return;
     }

@@ -104,7 +104,8 @@ private:
     OSStatus read();
     OSStatus walk();
     void endWalk(const Chunk& last, bool ranIntoOtherBytes, UInt64 formEnd);
-    Bytes cutOffAppend();
+    Bytes cutOffAppendAt(UInt64 tail);
+    bool isStoreBegunAt(UInt64 tail);
     void bringInLine();
     OSStatus grow(UInt64 start, UInt32& count, const void* buffer);
 

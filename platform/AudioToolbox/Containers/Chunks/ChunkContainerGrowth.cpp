@@ -220,8 +220,10 @@ OSStatus ChunkContainer::noticeOtherWriter()
     const UInt64 audioEnd = padded(std::max(written_.audioChunkEnd, audio_.start + audio_.bytes));
     const UInt64 from = hadChunksBehind ? room_.end : std::max(room_.begin, audioEnd);
     const UInt64 end = reader().endOfChain(from);
-    if (end == from)
-        return noErr;
+    if (end == from) { // audio must not cover the mark of a store that was cut off: its rest would be taken for audio
+        const bool isStoreCutOff = !hadChunksBehind && hasAudioChunk() && isStoreBegunAt(from);
+        return isStoreCutOff ? file_.truncate(from) : noErr;
+    }
     written_.formEnd = end;
     if (hadChunksBehind || !hasAudioChunk())
         return noErr;

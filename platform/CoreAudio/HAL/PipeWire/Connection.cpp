@@ -29,6 +29,12 @@ private:
     const spa_log_level usual_ = pw_log_level;
 };
 
+// A failure is one though the library left no number.
+int lastError()
+{
+    return errno != 0 ? errno : EIO;
+}
+
 // A server that dies with requests unread resets the connection.
 bool isLoss(int result)
 {
@@ -59,9 +65,9 @@ int Connection::makeLoop()
 {
     pw_thread_loop* const loop = pw_thread_loop_new("qmx-pipewire", nullptr);
     if (!loop)
-        return errno;
+        return lastError();
     pw_context* const context = pw_context_new(pw_thread_loop_get_loop(loop), nullptr, 0);
-    const int error = context ? -pw_thread_loop_start(loop) : errno;
+    const int error = context ? -pw_thread_loop_start(loop) : lastError();
     if (error == 0) {
         loop_ = loop;
         context_ = context;
