@@ -101,7 +101,7 @@ void VirtualBackend::forgetChoices()
 std::vector<AudioDeviceID> VirtualBackend::change(std::span<const AudioDeviceID> removed,
                                                   std::span<const DeviceDescription> added)
 {
-    const std::vector<AudioDeviceID> ids = [&] {
+    std::vector<AudioDeviceID> ids = [&] {
         const std::scoped_lock change(changing_);
         return changeList(removed, added);
     }();
