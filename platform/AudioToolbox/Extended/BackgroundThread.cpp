@@ -53,8 +53,8 @@ void BackgroundThread::run()
 void BackgroundThread::workForAll()
 {
     std::unique_lock lock(mutex_);
-    for (auto known = works_.begin(); known != works_.end(); ++known) {
-        const auto work = known->lock();
+    for (const auto& known : works_) {
+        const auto work = known.lock();
         if (!work)
             continue;
         lock.unlock();

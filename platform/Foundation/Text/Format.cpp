@@ -2,8 +2,8 @@
 #include "Foundation/Text/Format.h"
 
 #include <algorithm>
+#include <clocale>
 #include <cstdio>
-#include <locale.h>
 
 namespace qmx
 {
