@@ -38,6 +38,7 @@ bool ShortMemory::isNow()
 
 } // namespace qmx::test
 
+#ifndef QMX_KEEPS_OPERATOR_NEW
 namespace
 {
 
@@ -116,3 +117,4 @@ void operator delete[](void* block, std::size_t, std::align_val_t) noexcept
 {
     std::free(block);
 }
+#endif

@@ -139,7 +139,8 @@ TEST_F(QMXAudioFileConverterTest, ALosslessTargetWithoutAWishKeepsTheBitsOfItsSo
     for (const auto& [bits, flags] : {std::pair{16U, sixteen}, {24U, twentyFour}}) {
         disk.remove(path);
         writeMusic(path, kAudioFileAIFFType, linear(14, bits, 2), music(5000, 2));
-        const auto keepsAll = [&](AudioFileTypeID target, AudioFormatID coding, const std::string& source) {
+        const auto keepsAll = [&, bits = bits, flags = flags](AudioFileTypeID target, AudioFormatID coding,
+                                                              const std::string& source) {
             EXPECT_EQ(convert(target, coded(coding, 2), source), noErr);
             EXPECT_EQ(propertyAt<AudioStreamBasicDescription>(other, kAudioFilePropertyDataFormat).mFormatFlags, flags);
             EXPECT_TRUE(samplesAt(other, 2) == samplesAt(path, 2)) << bits;

@@ -356,7 +356,9 @@ TEST_F(AudioFileObject, CloseStillKnowsOfACachedWriteThatFailedOnce)
 {
     auto file = createdFile("/d/a", true);
     disk.failChange(1, EIO);
+    disk.setStalled(true); // until the caller's write was accepted
     ASSERT_TRUE(writeAll(*file, pattern(span), span));
+    disk.setStalled(false);
     EXPECT_TRUE(qmx::waitUntilWorkersRest());
     EXPECT_FALSE(writeAll(*file, pattern(4), 4)) << "the caller learns it";
     EXPECT_TRUE(writeAll(*file, pattern(span), span)) << "and goes on";

@@ -410,12 +410,11 @@ TEST_F(Recorder, AFormatThatIsSetLaterDoesNotReachAFileThatWasGiven)
 TEST_F(Recorder, RefusesAFileThatCannotTakeItsBytes)
 {
     make(2);
-    AudioStreamBasicDescription packets = bigEndian(2, 16);
-    packets = {packets.mSampleRate, kAudioFormatAppleLossless, 1, 0, 4096, 0, 2, 0, 0};
-    const auto file = fileOf(packets, kAudioFileCAFType);
+    AudioStreamBasicDescription slow = bigEndian(2, 16);
+    slow.mSampleRate = 5; // Hz: no conversion joins it with the device's
+    const auto file = fileOf(slow, kAudioFileAIFFType);
     recorder = QMXAudioRecorder::initWithAudioDevice_audioFile(recorder->inputDevice(), file);
-    file->setFileStreamFormat(QMXAudioStreamBasicDescription(packets));
-    file->setFileType(kAudioFileCAFType);
+    file->setFileStreamFormat(QMXAudioStreamBasicDescription(slow));
     EXPECT_FALSE(recorder->record());
     EXPECT_FALSE(recorder->isRecording() || file->isOpen() || recorder->inputDevice()->isRunning());
     EXPECT_EQ(file->lengthInBytes(), 0U);

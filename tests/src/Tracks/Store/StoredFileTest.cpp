@@ -117,7 +117,7 @@ protected:
 
 TEST_P(StoredFile, KeepsAllAudioAndOneWholeRecordWhateverHappensAtOnce)
 {
-    static Random random(testing::UnitTest::GetInstance()->random_seed() + 1);
+    static Random random(static_cast<unsigned>(testing::UnitTest::GetInstance()->random_seed()) + 1);
     for (int round = 0; round < 25 && !HasFailure(); ++round) {
         SCOPED_TRACE(round);
         std::filesystem::remove(path);
