@@ -107,6 +107,8 @@ AudioDeviceID DeviceOutput::watch(const std::shared_ptr<OutputClient>& client)
 OSStatus DeviceOutput::start(const OutputDevice& device, std::shared_ptr<OutputClient> client, UInt32 maximumFrames)
 try {
     auto made = std::make_unique<DeviceRun>(device, std::move(client), maximumFrames);
+    if (!canRetire()) // a stop in a cycle retires the run, and others wait for its end
+        return kAudioHardwareUnspecifiedError;
     if (const OSStatus status = made->enroll(); status != noErr)
         return status;
     DeviceRun* const run = made.release();
@@ -139,7 +141,6 @@ void DeviceOutput::end(DeviceRun* run, bool mayWait) noexcept
 
 void DeviceOutput::waitUntilStopped()
 {
-    helpToRetire();
     ending_.waitUntilQuiet();
 }
 

@@ -67,12 +67,6 @@ struct RetirementList {
             undestroyed.notify_all();
         }
     }
-
-    void waitUntilDestroyed() const
-    {
-        for (std::int32_t left = undestroyed.load(); left != 0; left = undestroyed.load())
-            undestroyed.wait(left);
-    }
 };
 
 Retirable::Retirable()
@@ -96,19 +90,20 @@ void destroyOutsideCallbacks(Retirable* object)
         delete object;
 }
 
-void helpToRetire()
+bool canRetire()
 {
-    RetirementList& list = RetirementList::shared();
-    if (list.thread.start())
-        return;
-    while (Retirable* const first = list.takeAll()) // destructors may retire more
-        list.destroyAll(first);
+    return RetirementList::shared().thread.start();
 }
 
 void waitUntilRetired()
 {
-    helpToRetire();
-    RetirementList::shared().waitUntilDestroyed();
+    RetirementList& list = RetirementList::shared();
+    while (const std::int32_t left = list.undestroyed.load()) {
+        if (Retirable* const first = canRetire() ? nullptr : list.takeAll())
+            list.destroyAll(first);
+        else
+            list.undestroyed.wait(left);
+    }
 }
 
 } // namespace qmx

@@ -36,11 +36,12 @@ QMX_EXPORT void retire(Retirable* object) noexcept;
 /// Destroys `object` (null is ignored) at once; inside a callback retires it: for destructors that wait for callbacks.
 QMX_EXPORT void destroyOutsideCallbacks(Retirable* object);
 
-/// For whoever is about to wait for the end of something that was retired: where the system has no thread left for
-/// that, it is destroyed here. Not inside a callback, nor with a lock held that such a destructor takes.
-QMX_EXPORT void helpToRetire();
+/// Whether the thread that destroys what is retired exists; it is made where it does not. Without it nobody may wait
+/// for the end of what a real-time thread retires.
+QMX_EXPORT bool canRetire();
 
-/// Returns when everything that was retired before is destroyed. Not inside a callback, nor from such a destructor.
+/// Returns when everything that was retired before is destroyed, by the calling thread where the system has no other
+/// left for it. Not inside a callback, nor from such a destructor.
 QMX_EXPORT void waitUntilRetired();
 
 } // namespace qmx

@@ -14,6 +14,7 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <cmath>
 #include <condition_variable>
 #include <functional>
 #include <mutex>
@@ -28,6 +29,35 @@ inline std::span<Float32> samplesOf(const AudioBufferList& list)
         return {};
     return {static_cast<Float32*>(list.mBuffers[0].mData), list.mBuffers[0].mDataByteSize / sizeof(Float32)};
 }
+
+/// The n-th sample of a count, from 1 on; exact, and none twice within a test.
+inline Float32 counted(UInt64 n)
+{
+    return static_cast<Float32>(n) / 16777216.0F;
+}
+
+/// What became of a count on its way. After a break it is found again by its numbers.
+struct ArrivedCount {
+    std::size_t inOrder = 0; ///< samples that are the next one of the count
+    int breaks = 0;          ///< runs of samples that are not: skipped, repeated, silent, changed
+
+    explicit ArrivedCount(std::span<const Float32> samples)
+    {
+        UInt64 next = 1;
+        bool isBroken = false;
+        for (const Float32 sample : samples) {
+            if (next == 1 && !isBroken && sample == 0) // before the first
+                continue;
+            const Float64 number = sample * 16777216.0;
+            const bool isNext = sample == counted(next);
+            breaks += isNext || isBroken ? 0 : 1;
+            inOrder += isNext ? 1 : 0;
+            isBroken = !isNext && (number < 1 || number != std::floor(number));
+            if (!isBroken)
+                next = static_cast<UInt64>(number) + 1;
+        }
+    }
+};
 
 class Procedure
 {

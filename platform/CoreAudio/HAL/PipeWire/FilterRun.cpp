@@ -80,9 +80,9 @@ bool FilterRun::Side::isLinked() const
     return std::ranges::any_of(buffers, [](const float* buffer) { return buffer != nullptr; });
 }
 
-FilterRun::FilterRun(Connection& connection, std::shared_ptr<DeviceIO> io, std::shared_ptr<std::atomic_flag> cycleToken,
+FilterRun::FilterRun(Connection& connection, std::shared_ptr<DeviceIO> io, std::shared_ptr<RunSignals> signals,
                      std::function<void()> changed)
-    : connection_(connection), io_(std::move(io)), cycleToken_(std::move(cycleToken)), changed_(std::move(changed))
+    : connection_(connection), io_(std::move(io)), signals_(std::move(signals)), changed_(std::move(changed))
 {
 }
 
@@ -90,14 +90,14 @@ FilterRun::~FilterRun()
 {
     if (!context_)
         return;
-    while (cycleToken_->test_and_set())
-        cycleToken_->wait(true);
+    while (signals_->cycle.test_and_set())
+        signals_->cycle.wait(true);
     {
         const Connection::Lock lock(connection_);
         takeDown();
     }
-    cycleToken_->clear();
-    cycleToken_->notify_all();
+    signals_->cycle.clear();
+    signals_->cycle.notify_all();
 }
 
 void FilterRun::takeDown()
@@ -283,14 +283,14 @@ bool FilterRun::runCycle(const spa_io_clock& clock) noexcept
         isSettled_ = ++cyclesSeen_ > cyclesToDrop;
         return hasNews || isSettled_;
     }
-    if (isOpen_.load() && !cycleToken_->test_and_set()) {
+    if (isOpen_.load() && !signals_->cycle.test_and_set()) {
         runProcedures(frames, clock);
-        cycleToken_->clear();
-        cycleToken_->notify_all();
         if (isLate(clock)) {
-            overloaded_ = true;
+            signals_->isOverloaded = true;
             hasNews = true;
         }
+        signals_->cycle.clear();
+        signals_->cycle.notify_all();
     }
     return hasNews;
 }
@@ -304,7 +304,7 @@ void FilterRun::beginTime(const spa_io_clock& clock) noexcept
     const auto passed = static_cast<Float64>(static_cast<SInt64>(clock.nsec - resumed_->hostTime));
     clockOffset_ =
         std::llround(resumed_->sampleTime + passed * clock.rate.denom * 1e-9) - static_cast<SInt64>(clock.position);
-    overloaded_ = true;
+    signals_->isOverloaded = true;
 }
 
 // Who wakes late finds the clock at the next cycle, and is woken for that one too.
@@ -329,7 +329,7 @@ bool FilterRun::keepTime(const spa_io_clock& clock) noexcept
     position_ = clock.position;
     expected_ = clock.position + clock.duration;
     if (isGap)
-        overloaded_ = true;
+        signals_->isOverloaded = true;
     clock_->write({.hostTime = clock.nsec,
                    .sampleTime = static_cast<Float64>(static_cast<SInt64>(clock.position) + clockOffset_),
                    .rate = static_cast<Float64>(rate_)});

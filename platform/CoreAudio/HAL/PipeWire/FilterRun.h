@@ -48,13 +48,17 @@ private:
     std::atomic<Float64> sampleTime_{0}, rate_{0};
 };
 
-/// Each run has a context of its own, and so a thread for its cycles: a slow procedure delays no other device. The tail
-/// of a run that was closed never runs beside its successor: `cycleToken` is the device's, and only who holds it runs a
-/// cycle.
+/// What the runs of one device share.
+struct RunSignals {
+    std::atomic_flag cycle;                ///< only who holds it runs a cycle: a closed run never beside its successor
+    std::atomic<bool> isOverloaded{false}; ///< a cycle was missed or ended too late
+};
+
+/// Each run has a context of its own, and so a thread for its cycles: a slow procedure delays no other device.
 class FilterRun
 {
 public:
-    FilterRun(Connection& connection, std::shared_ptr<DeviceIO> io, std::shared_ptr<std::atomic_flag> cycleToken,
+    FilterRun(Connection& connection, std::shared_ptr<DeviceIO> io, std::shared_ptr<RunSignals> signals,
               std::function<void()> changed);
     /// Waits for the cycle in flight, then takes the connection's lock: not on a thread that a procedure may wait for.
     ~FilterRun();
@@ -72,8 +76,6 @@ public:
     bool serves(const RunRequest& request) const;
 
     const std::shared_ptr<const RunClock>& clock() const { return readableClock_; }
-    /// Whether cycles were missed or ended too late since the last call.
-    bool takeOverload() { return overloaded_.exchange(false); }
 
 private:
     /// One direction: a port for each channel, and their frames interleaved.
@@ -106,7 +108,7 @@ private:
 
     Connection& connection_;
     const std::shared_ptr<DeviceIO> io_;
-    const std::shared_ptr<std::atomic_flag> cycleToken_;
+    const std::shared_ptr<RunSignals> signals_;
     const std::function<void()> changed_; ///< called on the connection's thread
     // guarded by the connection's lock
     pw_context* context_ = nullptr;
@@ -120,7 +122,6 @@ private:
     // shared
     std::atomic<bool> isOpen_{false};
     std::atomic<bool> isSettled_{false}; ///< the first cycles have passed
-    std::atomic<bool> overloaded_{false};
     const std::shared_ptr<RunClock> clock_ = std::make_shared<RunClock>();
     const std::shared_ptr<const RunClock> readableClock_ = clock_;
     // of the cycles' thread once the filter runs

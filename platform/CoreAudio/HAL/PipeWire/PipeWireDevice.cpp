@@ -183,7 +183,7 @@ OSStatus PipeWireDevice::startIO(const std::shared_ptr<DeviceIO>& io, const Devi
     wanted->playbackPorts.resize(channels[0]);
     wanted->capturePorts.resize(channels[1]);
     wanted->rate = static_cast<UInt32>(description.nominalSampleRate);
-    auto run = std::make_shared<FilterRun>(connection_, io, cycleToken_, [this_ = &housekeeping_] { this_->wake(); });
+    auto run = std::make_shared<FilterRun>(connection_, io, signals_, [this_ = &housekeeping_] { this_->wake(); });
     if (const OSStatus status = run->start(*wanted))
         return status;
     const Connection::Lock lock(connection_);
@@ -272,7 +272,7 @@ bool PipeWireDevice::mend()
             old->close();
     }
     old.reset(); // the server does not join a second one to what the first is still joined to
-    auto run = std::make_shared<FilterRun>(connection_, io, cycleToken_, [this_ = &housekeeping_] { this_->wake(); });
+    auto run = std::make_shared<FilterRun>(connection_, io, signals_, [this_ = &housekeeping_] { this_->wake(); });
     if (run->start(*wanted))
         return false;
     const Connection::Lock lock(connection_);
@@ -287,7 +287,7 @@ std::vector<bool> PipeWireDevice::takeOverload()
 {
     const Connection::Lock lock(connection_);
     std::vector<bool> directions;
-    if (!run_ || !run_->takeOverload())
+    if (!signals_->isOverloaded.exchange(false))
         return directions;
     for (const bool isInput : {true, false})
         if (channels_[isInput] > 0)

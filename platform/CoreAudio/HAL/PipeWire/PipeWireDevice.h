@@ -43,7 +43,7 @@ public:
     /// Begins a new run where the device has other ports than the present one is linked to, or the server took links
     /// away; false when that is to be tried again.
     bool mend();
-    /// The directions (input: true) whose cycles were missed or late since the last call.
+    /// The directions (input: true) whose cycles were missed or late since the last call, also before a stop.
     std::vector<bool> takeOverload();
 
 private:
@@ -61,7 +61,7 @@ private:
     Connection& connection_;
     Housekeeping& housekeeping_;
     const std::string key_;
-    const std::shared_ptr<std::atomic_flag> cycleToken_ = std::make_shared<std::atomic_flag>();
+    const std::shared_ptr<RunSignals> signals_ = std::make_shared<RunSignals>();
     // guarded by the connection's lock
     KeptWishes& wishes_;
     std::shared_ptr<FilterRun> run_;        ///< none while it is being mended, too
