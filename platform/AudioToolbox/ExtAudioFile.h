@@ -114,9 +114,9 @@ QMX_EXPORT OSStatus ExtAudioFileWrite(ExtAudioFileRef file, UInt32 frameCount, c
 QMX_EXPORT OSStatus ExtAudioFileWriteAsync(ExtAudioFileRef file, UInt32 frameCount, const AudioBufferList* data);
 
 /// Moves to a frame of the file. The next frames read are those that a read from the start would give from there on,
-/// with a change of the rate too: to the last bit, but for rare pairs of rates, the lowest and highest qualities, and
-/// formats decoded with noise. InvalidSeek for a frame outside the file; while writing also for codings other than
-/// linear PCM (there, a place beyond the end fills the gap with zeros at the next write).
+/// with a change of the rate too: to the last bit, but for formats decoded with noise. InvalidSeek for a frame outside
+/// the file; while writing also for codings other than linear PCM (there, a place beyond the end fills the gap with
+/// zeros at the next write).
 QMX_EXPORT OSStatus ExtAudioFileSeek(ExtAudioFileRef file, SInt64 frame);
 /// The frame of the file that is read or written next, rounded down.
 QMX_EXPORT OSStatus ExtAudioFileTell(ExtAudioFileRef file, SInt64* frame);

@@ -14,7 +14,7 @@ constexpr double steepPassband = 0.997; // of the band; the library takes no mor
 
 unsigned long recipeOf(UInt32 quality)
 {
-    if (quality < 16)
+    if (quality < RateConverter::leastExactQuality)
         return SOXR_QQ;
     if (quality < 48)
         return SOXR_LQ;

@@ -20,6 +20,8 @@ class RateConverter
 public:
     static constexpr UInt32 bestQuality = 127;
     static constexpr UInt32 defaultQuality = 96;
+    /// Below it the places of frames between others are rounded.
+    static constexpr UInt32 leastExactQuality = 16;
     /// Rates farther apart than this are not converted: the filter's memory grows with the ratio.
     static constexpr Float64 highestRatio = 4096;
 

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <array>
 #include <bit>
+#include <cmath>
 #include <utility>
 #include <vector>
 
@@ -36,10 +37,22 @@ UInt64 periodOf(const std::vector<Burst>& bursts, Float64 ratio)
     return 0;
 }
 
+/// Whether the filter knows the ratio as whole numbers; else it rounds the place of each frame, and no two agree.
+bool isExact(Float64 inputRate, Float64 outputRate)
+{
+    constexpr int largestTerm = 1000;
+    for (int frames = 1; frames <= largestTerm; ++frames)
+        if (std::fmod(frames * inputRate, outputRate) == 0)
+            return true;
+    return false;
+}
+
 } // namespace
 
 UInt64 filterPeriod(Float64 inputRate, Float64 outputRate, UInt32 quality)
 {
+    if (quality < RateConverter::leastExactQuality || !isExact(inputRate, outputRate))
+        return 0;
     constexpr UInt64 mostFrames = UInt64{1} << 21; // fed and taken, so that a seek does not take long
     RateConverter filter(inputRate, outputRate, 1);
     filter.setQuality(quality);

@@ -3,7 +3,6 @@
 
 #include "AudioToolbox/Extended/FileValues.h"
 #include "AudioToolbox/Extended/FilterPeriod.h"
-#include "AudioToolbox/Extended/PlaneList.h"
 #include "Foundation/Memory.h"
 #include "Foundation/RealTime.h"
 
@@ -16,8 +15,12 @@ namespace qmx
 namespace
 {
 
-/// With a change of the rate a seek to before this frame reads from the start, which takes some hundredths of a second.
-constexpr SInt64 nearStart = SInt64{1} << 17;
+/// The filter of the best quality reaches over some thousand frames of the lower rate.
+constexpr Float64 reach = 4096;
+
+/// Frames of the file, which the filter passes in some hundredths of a second. A seek to before the first of them reads
+/// from the start. Where the blocks of the filter never meet again, a new run starts every so many.
+constexpr SInt64 runLength = SInt64{1} << 17;
 
 /// Frames of both rates that are no farther apart fall on each other.
 constexpr Float64 rounding = 1e-6;
@@ -60,6 +63,7 @@ OSStatus ReadingFile::connect(const AudioStreamBasicDescription& client, AudioCo
 void ReadingFile::connected()
 {
     periodQuality_.reset();
+    part_.emplace(clientSamples());
     moveTo(tell());
 }
 
@@ -181,13 +185,35 @@ void ReadingFile::passed(UInt32 clientFrames, bool isAtEnd)
 /// Reads into all of `data`, or to the end. One thread at a time.
 OSStatus ReadingFile::fill(UInt32& frames, AudioBufferList& data)
 {
-    if (std::exchange(mustBegin_, false))
-        if (const OSStatus status = withinMemory(memFullErr, [this] { return begin(); }); status != noErr) {
-            frames = 0;
-            mustBegin_ = true;
+    const UInt32 wanted = std::exchange(frames, 0);
+    while (frames < wanted) {
+        if (std::exchange(mustBegin_, false))
+            if (const OSStatus status = withinMemory(memFullErr, [this] { return begin(); }); status != noErr) {
+                mustBegin_ = true;
+                return status;
+            }
+        const auto length = static_cast<UInt32>(std::min<SInt64>(wanted - frames, run_.end - converted_));
+        UInt32 count = length;
+        const OSStatus status = convert(count, part_->aimAt(data, frames, length));
+        frames += count;
+        converted_ += count;
+        if (status != noErr || count < length)
             return status;
-        }
-    return convert(frames, data);
+        if (converted_ == run_.end)
+            changeRuns();
+    }
+    return noErr;
+}
+
+/// Where the blocks of the filter meet again, its run goes on; else the next one takes over.
+void ReadingFile::changeRuns()
+{
+    if (period() > 0) {
+        run_.end = FilterRun().end;
+    } else {
+        streamStart_ = converted_;
+        mustBegin_ = true;
+    }
 }
 
 OSStatus ReadingFile::convert(UInt32& frames, AudioBufferList& data)
@@ -202,32 +228,41 @@ OSStatus ReadingFile::begin()
     if (const OSStatus status = length(end); status != noErr)
         return status;
     end_.store(end, std::memory_order_relaxed);
-    const SInt64 first = filterStart();
+    run_ = runFor(streamStart_);
+    converted_ = streamStart_;
     AudioConverterReset(currentConverter());
-    supply_->seek(first);
-    return drop(streamStart_ - clientFrameAt(first));
+    supply_->seek(run_.start);
+    return drop(streamStart_ - clientFrameAt(run_.start));
 }
 
-/// The frame of the file from which the filter of a rate change has to run.
-SInt64 ReadingFile::filterStart()
+/// The run that `clientFrame` belongs to in a read from the start: the same for a read from any other place.
+ReadingFile::FilterRun ReadingFile::runFor(SInt64 clientFrame)
 {
-    const SInt64 frame = fileFrameAt(streamStart_);
-    const Float64 fileRate = supply_->format().mSampleRate, clientRate = clientFormat().mSampleRate;
-    if (fileRate == clientRate)
-        return frame;
-    // the filter of the best quality reaches over some thousand frames of the lower rate
-    constexpr Float64 reach = 4096;
-    const auto latest = frame - static_cast<SInt64>(std::ceil(reach * std::max(1.0, fileRate / clientRate)));
-    if (latest <= nearStart)
-        return 0;
+    const SInt64 frame = fileFrameAt(clientFrame);
+    const Float64 ratioOfRates = ratio();
+    if (ratioOfRates == 1)
+        return {.start = frame};
+    const auto lead = static_cast<SInt64>(std::ceil(reach * std::max(1.0, 1 / ratioOfRates)));
+    const SInt64 latest = frame - lead;
+    if (latest < runLength)
+        return {.start = 0, .end = std::max(clientFrame + 1, clientFrameAt(runLength + lead))};
+    if (const auto length = static_cast<SInt64>(period()); length > 0)
+        return {.start = latest / length * length};
+    const SInt64 run = latest / runLength;
+    return {.start = meetingBefore(run * runLength),
+            .end = std::max(clientFrame + 1, clientFrameAt((run + 1) * runLength + lead))};
+}
+
+/// Input frames after which the blocks of the filter meet again, or 0.
+UInt64 ReadingFile::period()
+{
     UInt32 quality = 0;
     converterValue(currentConverter(), kAudioConverterSampleRateConverterQuality, quality);
     if (periodQuality_ != quality) {
-        period_ = filterPeriod(fileRate, clientRate, quality);
+        period_ = filterPeriod(supply_->format().mSampleRate, clientFormat().mSampleRate, quality);
         periodQuality_ = quality;
     }
-    const auto period = static_cast<SInt64>(period_);
-    return period > 0 ? latest / period * period : meetingBefore(latest);
+    return period_;
 }
 
 /// A frame of the file not long before another one, on which a client frame falls as nearly as the rates allow.
@@ -235,7 +270,7 @@ SInt64 ReadingFile::meetingBefore(SInt64 frame) const
 {
     SInt64 best = frame;
     Float64 bestError = 1;
-    for (SInt64 tried = frame; tried > frame - nearStart && bestError > rounding; --tried) {
+    for (SInt64 tried = frame; tried > frame - runLength && bestError > rounding; --tried) {
         const Float64 place = static_cast<Float64>(tried) * ratio(), error = std::abs(place - std::round(place));
         if (error < bestError) {
             best = tried;

@@ -4,9 +4,11 @@
 
 #include "AudioToolbox/Extended/ExtendedFile.h"
 #include "AudioToolbox/Extended/FrameSupply.h"
+#include "AudioToolbox/Extended/PlaneList.h"
 #include "AudioToolbox/Extended/ReadAhead.h"
 
 #include <atomic>
+#include <limits>
 #include <optional>
 
 namespace qmx
@@ -44,13 +46,22 @@ private:
     SInt64 clientFrameAt(SInt64 fileFrame) const;
     SInt64 fileFrameAt(SInt64 clientFrame) const;
 
+    /// A run of the filter of a rate change: the frame of the file where it starts, and the client frame where the next
+    /// run takes over. Without a change of the rate one run serves the whole file.
+    struct FilterRun {
+        SInt64 start = 0;
+        SInt64 end = std::numeric_limits<SInt64>::max();
+    };
+
     void moveTo(SInt64 frame);
     void startAgain();
     OSStatus begin();
-    SInt64 filterStart();
+    FilterRun runFor(SInt64 clientFrame);
+    UInt64 period();
     SInt64 meetingBefore(SInt64 frame) const;
     OSStatus drop(SInt64 clientFrames);
     OSStatus fill(UInt32& frames, AudioBufferList& data);
+    void changeRuns();
     OSStatus convert(UInt32& frames, AudioBufferList& data);
     void passed(UInt32 clientFrames, bool isAtEnd);
 
@@ -66,6 +77,9 @@ private:
     // frames of the client, counted from the file's start
     SInt64 streamStart_ = 0; // where the converter starts
     SInt64 nextFrame_ = 0;   // the next one that is read
+    SInt64 converted_ = 0;   // the next one that is converted
+    FilterRun run_;
+    std::optional<PlaneList> part_; // of the caller's list
     std::atomic<SInt64> position_{0};
     std::atomic<SInt64> end_{0};       // as it was when the stream began
     std::shared_ptr<ReadAhead> ahead_; // once primed

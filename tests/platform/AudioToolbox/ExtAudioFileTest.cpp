@@ -75,28 +75,52 @@ TEST_F(ExtAudioFile, ConvertsBetweenAnyLayoutsAndKeepsSamples)
     EXPECT_EQ(ExtAudioFileDispose(file), noErr);
 }
 
+void setQuality(ExtAudioFileRef file, UInt32 quality)
+{
+    const auto converter = extendedValue<AudioConverterRef>(file, kExtAudioFileProperty_AudioConverter);
+    EXPECT_EQ(AudioConverterSetProperty(converter, kAudioConverterSampleRateConverterQuality, sizeof quality, &quality),
+              noErr);
+    const void* const config = nullptr;
+    EXPECT_EQ(ExtAudioFileSetProperty(file, kExtAudioFileProperty_ConverterConfig, sizeof config, &config), noErr);
+}
+
 /// Reading from any place gives what a read from the start gives there, also where the rate changes.
 TEST_F(ExtAudioFile, SeeksToTheFrame)
 {
     struct Case {
         Float64 fileRate, clientRate;
         std::array<SInt64, 5> places;
+        std::size_t frames = 150100;
+        UInt32 quality = kAudioConverterQuality_High;
     };
     const std::array cases{
-        Case{44100, 44100, {0, 1, 4095, 4096, 149999}},      Case{44100, 48000, {1, 147, 14701, 29988, 147001}},
-        Case{48000, 44100, {160, 1600, 16001, 148800, 0}},   Case{22050, 44100, {1, 2, 1023, 110001, 149999}},
-        Case{96000, 8000, {13, 4801, 12000, 24000, 150096}}, Case{8000, 48000, {1, 2, 4097, 69999, 120000}},
-        Case{96000, 48000, {1, 3, 4097, 141234, 149999}},    Case{44100.5, 48000, {1, 2, 4097, 69999, 120000}},
+        Case{44100, 44100, {0, 1, 4095, 4096, 149999}},
+        Case{44100, 48000, {1, 147, 14701, 29988, 147001}},
+        Case{48000, 44100, {160, 1600, 16001, 148800, 0}},
+        Case{22050, 44100, {1, 2, 1023, 110001, 149999}},
+        Case{96000, 8000, {13, 4801, 12000, 24000, 150096}},
+        Case{8000, 48000, {1, 2, 4097, 69999, 120000}},
+        Case{96000, 48000, {1, 3, 4097, 141234, 149999}},
+        Case{44100.5, 48000, {1, 2, 4097, 69999, 120000}},
+        // the blocks of these filters do not meet again
+        Case{8000, 48000, {135167, 135168, 200000, 266240, 270000}, 270001, kAudioConverterQuality_Max},
+        Case{8000, 44100, {131072, 135168, 135169, 200000, 269999}, 270001},
+        Case{44100, 44099, {135167, 135168, 135169, 266241, 270000}, 270001},
+        Case{48000, 44100, {135167, 135168, 150000, 266240, 269999}, 270001, kAudioConverterQuality_Min},
+        Case{48000, 44100.5, {135167, 135168, 150000, 266240, 269999}, 270001, kAudioConverterQuality_Min},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(testing::Message() << c.fileRate << " to " << c.clientRate);
         std::filesystem::remove(path);
-        writeMusic(path, kAudioFileAIFCType, linear(11, 32, 1, c.fileRate), music(150100, 1, c.fileRate));
+        writeMusic(path, kAudioFileAIFCType, linear(11, 32, 1, c.fileRate), music(c.frames, 1, c.fileRate));
         const ExtAudioFileRef file = openExtended(path);
         setClient(file, floats(1, c.clientRate));
-        const auto whole = readFloats(file, 1, 1'000'000, 1000);
-        EXPECT_EQ(positionOf(file), 150100);
-        EXPECT_EQ(whole.size(), static_cast<std::size_t>(std::lround(150100 * c.clientRate / c.fileRate)));
+        if (c.fileRate != c.clientRate)
+            setQuality(file, c.quality);
+        const auto whole = readFloats(file, 1, 2'000'000, 1000);
+        EXPECT_EQ(positionOf(file), c.frames);
+        EXPECT_EQ(whole.size(),
+                  static_cast<std::size_t>(std::lround(static_cast<Float64>(c.frames) * c.clientRate / c.fileRate)));
         for (const SInt64 place : c.places) {
             EXPECT_EQ(ExtAudioFileSeek(file, place), noErr);
             EXPECT_EQ(positionOf(file), place);
@@ -107,7 +131,7 @@ TEST_F(ExtAudioFile, SeeksToTheFrame)
             EXPECT_EQ(largestDifference(std::span(whole).subspan(first, part.size()), part), 0) << place;
         }
         EXPECT_EQ(ExtAudioFileSeek(file, -1), kExtAudioFileError_InvalidSeek);
-        EXPECT_EQ(ExtAudioFileSeek(file, 150101), kExtAudioFileError_InvalidSeek);
+        EXPECT_EQ(ExtAudioFileSeek(file, static_cast<SInt64>(c.frames) + 1), kExtAudioFileError_InvalidSeek);
         EXPECT_EQ(ExtAudioFileDispose(file), noErr);
     }
 }
@@ -127,12 +151,7 @@ TEST_F(ExtAudioFile, ChangesRatesWithoutLosingAnything)
     const ExtAudioFileRef back = openExtended(path);
     EXPECT_EQ(lengthOf(back), 48000);
     setClient(back, floats(2));
-    const auto converter = extendedValue<AudioConverterRef>(back, kExtAudioFileProperty_AudioConverter);
-    const UInt32 best = kAudioConverterQuality_Max;
-    EXPECT_EQ(AudioConverterSetProperty(converter, kAudioConverterSampleRateConverterQuality, sizeof best, &best),
-              noErr);
-    const void* const config = nullptr;
-    EXPECT_EQ(ExtAudioFileSetProperty(back, kExtAudioFileProperty_ConverterConfig, sizeof config, &config), noErr);
+    setQuality(back, kAudioConverterQuality_Max);
     const auto result = readFloats(back, 2, 50000);
     ASSERT_EQ(result.size(), samples.size());
     // the signal begins and ends abruptly: what is steep there cannot come back
