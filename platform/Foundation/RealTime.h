@@ -35,4 +35,7 @@ public:
 /// Whether the calling thread is inside a CallbackScope.
 QMX_EXPORT bool isInsideCallback() noexcept;
 
+/// Whether the calling thread may wait for others: it neither works in real time nor is inside a callback.
+QMX_EXPORT bool mayWait() noexcept;
+
 } // namespace qmx

@@ -4,7 +4,6 @@
 
 #include "AudioToolbox/Conversion/FrameConverter.h"
 #include "AudioUnit/AudioUnitProperties.h"
-#include "AudioUnit/Units/RenderGate.h"
 #include "AudioUnit/Units/SliceBuffers.h"
 
 #include <atomic>
@@ -16,9 +15,13 @@ namespace qmx
 class Unit;
 
 /// Does not change once made.
-class InputSource : public Replaceable
+class InputSource
 {
 public:
+    InputSource() = default;
+    InputSource(const InputSource&) = delete;
+    InputSource& operator=(const InputSource&) = delete;
+    virtual ~InputSource() = default;
     /// Fills `data`, whose buffers hold `frames` frames of `layout`. Render thread.
     virtual OSStatus give(const AudioTimeStamp& time, UInt32 element, UInt32 frames, const PcmLayout& layout,
                           AudioBufferList& data) const = 0;

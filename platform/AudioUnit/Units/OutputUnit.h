@@ -53,7 +53,7 @@ private:
     OSStatus adopt(const OutputDevice& device);
     void followFormats();
     OSStatus resume();
-    OSStatus startOnDevice();
+    OSStatus startOnDevice(Replacement& replacement);
     bool halt();
     bool isOnCurrentDevice();
 

@@ -5,7 +5,6 @@
 
 #include "AudioToolbox/Conversion/FrameConverter.h"
 #include "AudioUnit/AudioUnitProperties.h"
-#include "AudioUnit/Units/RenderGate.h"
 #include "AudioUnit/Units/SliceBuffers.h"
 
 #include <atomic>
@@ -22,10 +21,13 @@ struct RenderCall {
 };
 
 /// Used by one render thread at a time; a second one, or a render from inside the same bus's own callback, is refused.
-class RenderEngine : public Replaceable
+class RenderEngine
 {
 public:
     RenderEngine(const PcmLayout& output, UInt32 maximumFrames);
+    RenderEngine(const RenderEngine&) = delete;
+    RenderEngine& operator=(const RenderEngine&) = delete;
+    virtual ~RenderEngine() = default;
 
     const PcmLayout& layout() const { return own_.layout(); }
     UInt32 maximumFrames() const { return own_.room(); }
