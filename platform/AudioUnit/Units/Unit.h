@@ -101,7 +101,8 @@ protected:
     /// Replaces the engines of an initialised unit; on failure the old ones go on. Under the control lock.
     OSStatus remakeEngines();
 
-    /// Runs `work` under the control lock, then waits for the renders that use what it replaced and tells the listeners.
+    /// Runs `work` under the control lock, then waits for the renders that use what it replaced and tells the
+    /// listeners.
     OSStatus control(const std::function<OSStatus()>& work);
     // Its parts, for those who hold a lock of their own in the first. The end of `replacement`, made by
     // afterRenders(), waits for the renders: without a lock held.
