@@ -22,7 +22,7 @@ public:
 QMX_EXPORT bool isRealTime() noexcept;
 
 /// While one exists, the calling thread is inside an I/O, render or input callback, in real time or not. What would
-/// wait for a cycle in flight only marks its wish there, because that cycle may be the caller's own. Nests.
+/// wait for a cycle in flight only marks its request there, because that cycle may be the caller's own. Nests.
 class QMX_EXPORT CallbackScope
 {
 public:

@@ -14,7 +14,7 @@ namespace qmx
 class DeviceRun;
 class DeviceWatch;
 
-/// The device's cycles, split to what the client takes at once, are delivered to its output streams one after the
+/// The device's cycles, split to what the client renders at once, are delivered to its output streams one after the
 /// other: channels that the streams have beyond the rendered ones are silent, rendered ones beyond the streams' are
 /// dropped.
 class DeviceOutput final : public OutputHardware

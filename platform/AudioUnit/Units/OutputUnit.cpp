@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "AudioUnit/Units/OutputUnit.h"
 
-#include "AudioUnit/Units/PullEngine.h"
+#include "AudioUnit/Units/ConverterEngine.h"
 #include "CoreAudio/AudioHardware.h"
 #include "Foundation/RealTime.h"
 
@@ -44,11 +44,11 @@ OSStatus OutputUnit::uninitialise()
 
 OSStatus OutputUnit::makeEngine(UInt32, std::unique_ptr<RenderEngine>& engine)
 {
-    PullEngine::Conversion conversion = PullEngine::between(input(0).format, outputFormat(0));
+    ConverterEngine::Conversion conversion = ConverterEngine::between(input(0).format, outputFormat(0));
     const InputSource* const source = input(0).source.load();
     if (source && source->unit())
         conversion.ratio.reset();
-    return PullEngine::make(input(0), 0, conversion, maximumFrames(), engine);
+    return ConverterEngine::make(input(0), 0, conversion, maximumFrames(), engine);
 }
 
 void OutputUnit::coupleFormats(AudioUnitScope, AudioUnitElement)
@@ -111,7 +111,7 @@ OSStatus OutputUnit::stop()
     return noErr;
 }
 
-/// Stops without a change of the wish to run.
+/// Stops; whether it wants to run stays as it is.
 bool OutputUnit::halt()
 {
     const bool wasRunning = isRunning_.exchange(false);

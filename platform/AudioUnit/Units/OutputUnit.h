@@ -7,7 +7,7 @@
 namespace qmx
 {
 
-/// Plays what its input gives on a device. Until one is named, or it is started, it asks for none: formats, callbacks
+/// Plays what its input renders on a device. Until one is named, or it is started, it asks for none: formats, callbacks
 /// and initialising work without, and so does AudioUnitRender, which delivers the input in the output's format at the
 /// caller's pace. Till then the output side mirrors the client side, and the device's nominal rate is the client
 /// format's.
@@ -16,7 +16,8 @@ namespace qmx
 /// goes away, or changes its rate or channels, has the unit look for its device anew: it goes on there, or stops until
 /// one is named or becomes the default.
 ///
-/// Behind a callback the client's rate is converted to the device's; behind another unit frames are taken one for one.
+/// Behind a callback the client's rate is converted to the device's; behind another unit one frame is rendered for
+/// each.
 class OutputUnit : public Unit, public std::enable_shared_from_this<OutputUnit>, private OutputClient
 {
 public:

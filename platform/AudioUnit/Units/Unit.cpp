@@ -185,7 +185,7 @@ bool Unit::isFedBy(const Unit& unit) const
            });
 }
 
-/// Hands the upstream format down and takes frames from there. No two units are locked at once.
+/// Hands the upstream format down and renders from there. No two units are locked at once.
 OSStatus Unit::connect(const AudioUnitConnection& connection)
 {
     const UInt32 element = connection.destInputNumber;

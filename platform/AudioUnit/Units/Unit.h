@@ -43,7 +43,7 @@ public:
     OSStatus initialise();
     virtual OSStatus uninitialise();
     OSStatus reset();
-    /// Uninitialises, lets go of what gives input and of the listeners, and waits for renders in flight.
+    /// Uninitialises, lets go of what renders input and of the listeners, and waits for renders in flight.
     void close();
     virtual OSStatus propertyInfo(const UnitPropertyAddress& address, UInt32* size, Boolean* isWritable) const;
     virtual OSStatus property(const UnitPropertyAddress& address, void* value, UInt32& size);
@@ -91,7 +91,7 @@ protected:
     /// 32-bit values that any thread may ask for without a lock.
     virtual std::optional<UInt32> liveValue(const UnitPropertyAddress& address);
 
-    /// Whether rendering depends on what gives input, so that a change of it makes new engines.
+    /// Whether rendering depends on what renders input, so that a change of it makes new engines.
     virtual bool isShapedBySources() const { return false; }
     /// Lets the formats that follow the given element's one follow it. Under the control lock.
     virtual void coupleFormats(AudioUnitScope scope, AudioUnitElement element);
