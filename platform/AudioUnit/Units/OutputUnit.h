@@ -13,11 +13,11 @@ namespace qmx
 /// format's.
 ///
 /// Without a named device it plays on the default output and follows it when another device becomes that. A device that
-/// goes away, or changes its rate or channels, has the unit look for its device anew: it goes on there, or stops until
+/// goes away, or changes its rate or channels, has the unit look for its device again: it goes on there, or stops until
 /// one is named or becomes the default.
 ///
-/// Behind a callback the client's rate is converted to the device's; behind another unit one frame is rendered for
-/// each.
+/// With a callback as its input the client's rate is converted to the device's; with another unit one frame is rendered
+/// for each.
 class OutputUnit : public Unit, public std::enable_shared_from_this<OutputUnit>, private OutputClient
 {
 public:

@@ -111,7 +111,7 @@ class Backend
 public:
     virtual ~Backend() = default;
 
-    /// Begins to report to `sink`, which lives for ever. The devices that are there at once are reported before it
+    /// Begins to report to `sink`, which lives for ever. Existing devices are reported before it
     /// returns.
     virtual void begin(HardwareSink& sink) = 0;
     /// Makes a device, which the core knows to be fit for it, the default; `which` is 'dIn ', 'dOut' or 'sOut'.

@@ -34,8 +34,8 @@ public:
         return std::ranges::equal(channels_, blocks, {}, {}, &IOBlock::channels);
     }
 
-    /// Points the list at `frames` frames of each block from `first` on. Done afresh for each procedure: it may change
-    /// the list.
+    /// Points the list at `frames` frames of each block from `first` on. Done again for each procedure, which may
+    /// change the list.
     AudioBufferList* pointAt(std::span<const IOBlock> blocks, UInt32 first, UInt32 frames)
     {
         auto* const list = reinterpret_cast<AudioBufferList*>(block_.data());
@@ -97,7 +97,7 @@ struct DeviceIO::List {
     std::vector<std::shared_ptr<Procedure>> procedures;
 };
 
-// What is fixed from a start to the next: streams, the most frames a procedure gets, room to mix.
+// What is fixed from a start to the next: streams, the maximum of frames for a procedure, room to mix.
 struct DeviceIO::Layout {
     explicit Layout(const DeviceDescription& description)
         : input(description.input), output(description.output), maximumFrames(std::max(1U, description.bufferFrameSize))

@@ -53,7 +53,7 @@ public:
     OSStatus markRunning(AudioDeviceIOProc procedure, void* clientData);
     OSStatus markStopped(AudioDeviceIOProc procedure, void* clientData);
     bool hasProcedures();
-    /// Fixes streams and most frames for the cycles from now on. Before the device starts.
+    /// Fixes the streams and the maximum of frames for the cycles from now on. Before the device starts.
     void prepare(const DeviceDescription& description);
     /// Makes sure that a later stop in a cycle can be reported. Before a procedure starts.
     void armIdleReport();

@@ -73,8 +73,6 @@ struct Replacement::Former final : Retirable {
 
 Replacement::Replacement(const Publication& publication) : readers_(publication.readers_) {}
 
-Replacement::Replacement(Replacement&& other) noexcept : readers_(other.readers_), former_(std::move(other.former_)) {}
-
 Replacement::~Replacement()
 {
     if (!mayWait())

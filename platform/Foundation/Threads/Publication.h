@@ -63,9 +63,9 @@ class QMX_EXPORT Replacement
 {
 public:
     explicit Replacement(const Publication& publication);
-    /// Takes over what `other` has replaced so far.
-    Replacement(Replacement&& other) noexcept;
     ~Replacement();
+    Replacement(const Replacement&) = delete;
+    Replacement& operator=(const Replacement&) = delete;
 
     /// Where memory runs out nothing has changed. Calls for one slot come one at a time.
     template <class Object> void replace(std::atomic<Object*>& slot, std::unique_ptr<Object> next)

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What the library's own threads tell of themselves, so that simulated time never outruns them.
+// What the library's own threads report of themselves, so that simulated time never outruns them.
 #pragma once
 
 #include "Foundation/Export.h"
@@ -25,8 +25,8 @@ namespace qmx
 class QMX_EXPORT Worker
 {
 public:
-    /// `hasWork` tells whether work was given that the thread has not taken. Called from other threads, must not block,
-    /// nor make or destroy a Worker. Queued work must be visible through it before the queuing thread goes idle.
+    /// `hasWork` reports whether work was given that the thread has not taken. Called from other threads, must not
+    /// block, nor make or destroy a Worker. Queued work must be visible through it before the queuing thread goes idle.
     explicit Worker(std::function<bool()> hasWork);
     ~Worker();
     Worker(const Worker&) = delete;

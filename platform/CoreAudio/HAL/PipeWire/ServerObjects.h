@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Follows the server's registry: what comes, what goes, what each object tells of itself.
+// Follows the server's registry: what comes, what goes, what each object reports of itself.
 #pragma once
 
 #include "CoreAudio/HAL/PipeWire/ServerState.h"

@@ -4,63 +4,47 @@
 #include "Foundation/RealTime.h"
 #include "Foundation/Threads/Thread.h"
 
-#include <condition_variable>
-#include <deque>
 #include <gtest/gtest.h>
-#include <mutex>
+
+#include <atomic>
 #include <vector>
 
 TEST(Worker, RestMeansThatWorkPassedFromThreadToThreadIsDone)
 {
+    constexpr int rounds = 2000;
     struct Stage {
         explicit Stage(Stage* after) : next(after) {}
-        void give(int item)
+        void give()
         {
-            const std::scoped_lock lock(mutex);
-            items.push_back(item);
+            ++given;
             given.notify_one();
         }
         void run()
         {
-            for (;;) {
+            for (int taken = 0; taken < rounds; ++done) {
                 {
                     const qmx::Worker::Wait wait(worker);
-                    std::unique_lock lock(mutex);
-                    given.wait(lock, [this] { return !items.empty(); });
+                    given.wait(taken);
                 }
-                std::unique_lock lock(mutex);
-                const int item = items.front();
-                items.pop_front();
-                lock.unlock();
-                if (item < 0)
-                    return;
+                seen = ++taken;
                 if (next)
-                    next->give(item);
-                ++done;
+                    next->give();
             }
         }
         Stage* next;
-        std::mutex mutex;
-        std::condition_variable given;
-        std::deque<int> items;
-        std::atomic<int> done{0};
-        qmx::Worker worker{[this] {
-            const std::scoped_lock lock(mutex);
-            return !items.empty();
-        }};
+        std::atomic<int> given{0}, seen{0}, done{0};
+        qmx::Worker worker{[this] { return given != seen; }};
     };
     Stage last(nullptr), middle(&last), first(&middle);
     std::vector<qmx::Thread> threads;
     for (Stage* stage : {&first, &middle, &last})
         threads.emplace_back("stage", [stage] { stage->run(); });
-    for (int round = 1; round <= 500; ++round) {
-        first.give(round);
+    for (int round = 1; round < rounds; ++round) {
+        first.give();
         ASSERT_TRUE(qmx::waitUntilWorkersRest());
         ASSERT_EQ(last.done, round);
     }
-    for (Stage* stage : {&first, &middle, &last})
-        stage->give(-1);
-    threads.clear();
+    first.give();
 }
 
 TEST(Worker, TakesNoLockWhileNobodyWaitsForRest)
