@@ -95,6 +95,7 @@ set(QMX_PUBLIC_PLATFORM_HEADERS
     Foundation/Text/Format.h
     Foundation/Text/Log.h
     Foundation/Threads/ConditionLock.h
+    Foundation/Threads/Publication.h
     Foundation/Threads/Retirement.h
     Foundation/Threads/Thread.h
     Foundation/Threads/Worker.h

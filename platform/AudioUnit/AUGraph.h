@@ -65,7 +65,7 @@ QMX_EXPORT OSStatus AUGraphInitialize(AUGraph graph);
 QMX_EXPORT OSStatus AUGraphUninitialize(AUGraph graph);
 QMX_EXPORT OSStatus AUGraphIsInitialized(AUGraph graph, Boolean* isInitialized);
 
-/// Starts the output unit. Without one there is nothing to start, and it answers 0: such a graph is pulled by its
+/// Starts the output unit. Without one there is nothing to start, and it answers 0: such a graph is rendered by its
 /// owner.
 QMX_EXPORT OSStatus AUGraphStart(AUGraph graph);
 /// Stops the output unit, as AudioOutputUnitStop does.

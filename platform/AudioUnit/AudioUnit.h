@@ -74,7 +74,7 @@ QMX_EXPORT OSStatus AudioUnitSetParameter(AudioUnit unit, AudioUnitParameterID p
 /// Renders `frames` frames (at most the maximum frames per slice) of output bus `bus`. A buffer without data gets
 /// memory of the unit, valid until the next render; a smaller buffer gets fewer frames; buffers beyond the format's
 /// channels are zeroed. On return the sizes are those of the frames made. Input that is missing or fails is silence,
-/// and the first such status is the result although all frames are there. `flags` may be null. Real-time safe.
+/// and the first such status is the result although all frames were rendered. `flags` may be null. Real-time safe.
 QMX_EXPORT OSStatus AudioUnitRender(AudioUnit unit, AudioUnitRenderActionFlags* flags, const AudioTimeStamp* time,
                                     UInt32 bus, UInt32 frames, AudioBufferList* data);
 

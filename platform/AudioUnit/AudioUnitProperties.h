@@ -134,20 +134,20 @@ inline constexpr OSStatus kAudioUnitErr_Initialized = -10849;
 inline constexpr OSStatus kAudioUnitErr_InvalidOfflineRender = -10848;
 inline constexpr OSStatus kAudioUnitErr_Unauthorized = -10847;
 
-/// Gives a unit input, or hears of its renders: writes `frames` frames for bus `bus` to the buffers of `data`, or
+/// Renders a unit's input, or hears of its renders: writes `frames` frames for bus `bus` to the buffers of `data`, or
 /// points the buffers elsewhere. The buffers come zeroed, their sizes those of `frames` frames; bytes beyond the size
 /// that is left in a buffer are taken as silence, and so is all of it when the result is not 0. Called on the thread
 /// that renders.
 using AURenderCallback = OSStatus (*)(void* refCon, AudioUnitRenderActionFlags* flags, const AudioTimeStamp* time,
                                       UInt32 bus, UInt32 frames, AudioBufferList* data);
 
-/// Value of kAudioUnitProperty_SetRenderCallback. A null procedure removes what gives input.
+/// Value of kAudioUnitProperty_SetRenderCallback. A null procedure removes what renders input.
 struct AURenderCallbackStruct {
     AURenderCallback inputProc = nullptr;
     void* inputProcRefCon = nullptr;
 };
 
-/// Value of kAudioUnitProperty_MakeConnection. A null unit removes what gives input.
+/// Value of kAudioUnitProperty_MakeConnection. A null unit removes what renders input.
 struct AudioUnitConnection {
     AudioUnit sourceAudioUnit = nullptr;
     UInt32 sourceOutputNumber = 0;

@@ -6,8 +6,15 @@
 #include "Foundation/Memory.h"
 #include "Foundation/RealTime.h"
 
-#include <mutex>
-#include <vector>
+OpaqueComponentInstance::OpaqueComponentInstance(std::shared_ptr<qmx::Unit> made) : unit(std::move(made))
+{
+    unit->setHandle(this);
+}
+
+OpaqueComponentInstance::~OpaqueComponentInstance()
+{
+    unit->close();
+}
 
 namespace
 {
@@ -24,40 +31,6 @@ bool matches(const ComponentDescription& wanted, const ComponentDescription& com
            matches(wanted.componentManufacturer, component.componentManufacturer) &&
            ((wanted.componentFlags ^ component.componentFlags) & wanted.componentFlagsMask) == 0;
 }
-
-/// Instances that were closed while one of their own callbacks may still be on its way out.
-class ClosedInstances
-{
-public:
-    void add(std::unique_ptr<OpaqueComponentInstance> instance)
-    {
-        const std::scoped_lock lock(mutex_);
-        waiting_.push_back(std::move(instance));
-    }
-
-    void free()
-    {
-        std::vector<std::unique_ptr<OpaqueComponentInstance>> toFree;
-        if (qmx::isInsideCallback())
-            return;
-        {
-            const std::scoped_lock lock(mutex_);
-            toFree.swap(waiting_);
-        }
-        for (const auto& instance : toFree)
-            instance->unit->close();
-    }
-
-    static ClosedInstances& shared()
-    {
-        static auto* const instances = new ClosedInstances; // never destroyed: threads may close units at exit
-        return *instances;
-    }
-
-private:
-    std::mutex mutex_;
-    std::vector<std::unique_ptr<OpaqueComponentInstance>> waiting_;
-};
 
 } // namespace
 
@@ -95,11 +68,8 @@ OSErr OpenAComponent(Component component, ComponentInstance* instance)
     *instance = nullptr;
     if (!component)
         return paramErr;
-    ClosedInstances::shared().free();
-    if (!qmx::withinMemory([&] { *instance = new OpaqueComponentInstance{component, component->make()}; }))
-        return memFullErr;
-    (*instance)->unit->setHandle(*instance);
-    return noErr;
+    const bool isMade = qmx::withinMemory([&] { *instance = new OpaqueComponentInstance(component->make()); });
+    return isMade ? noErr : memFullErr;
 }
 
 ComponentInstance OpenComponent(Component component)
@@ -113,10 +83,8 @@ OSErr CloseComponent(ComponentInstance instance)
 {
     if (!instance)
         return paramErr;
-    std::unique_ptr<OpaqueComponentInstance> owned(instance);
-    owned->unit->close();
     if (qmx::isInsideCallback())
-        ClosedInstances::shared().add(std::move(owned));
-    ClosedInstances::shared().free();
+        instance->unit->close(); // at once, and again where the render in flight can be waited for
+    qmx::destroyOutsideCallbacks(instance);
     return noErr;
 }

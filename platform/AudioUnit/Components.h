@@ -24,7 +24,7 @@ inline constexpr OSStatus componentNotCaptured = -3002;
 inline constexpr OSStatus badComponentInstance = static_cast<OSStatus>(0x80008001);
 inline constexpr OSStatus badComponentSelector = static_cast<OSStatus>(0x80008002);
 
-/// The first component behind `after` (null: from the start) that is what `looking` describes; null when there is none.
+/// The first component after `after` (null: from the start) that is what `looking` describes; null when there is none.
 QMX_EXPORT Component FindNextComponent(Component after, const ComponentDescription* looking);
 /// How many components are what `looking` describes.
 QMX_EXPORT UInt32 CountComponents(const ComponentDescription* looking);

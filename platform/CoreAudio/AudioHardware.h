@@ -6,7 +6,7 @@
 // kAudioHardwareUnknownPropertyError for a property that the object, or this section or channel of it, lacks,
 // kAudioHardwareBadPropertySizeError for a block too small for a value (lists give the whole entries that fit) or of
 // another size than the value to be set, kAudioHardwareUnsupportedOperationError for setting what cannot be set,
-// kAudioHardwareIllegalOperationError for a value that the object refuses and for a registration that is there already
+// kAudioHardwareIllegalOperationError for a value that the object refuses and for a registration that exists already
 // or was never made, kAudioDeviceUnsupportedFormatError for a format or rate that it has not,
 // kAudioHardwareNotRunningError for the time of a device that does not run, kAudio_ParamError (-50) for a null pointer
 // that must not be null.
@@ -316,8 +316,8 @@ namespace qmx
 {
 
 /// Returns when the cycle that the device's procedures are in, if any, has ended; at once inside an I/O or render
-/// callback, for an unknown device and between cycles. Hold no lock that a procedure takes. Frees whoever changed what
-/// a procedure follows from guessing when the old is out of use.
+/// callback, for an unknown device and between cycles. Hold no lock that a procedure takes. After it returned, what a
+/// procedure followed before a change is no longer in use.
 QMX_EXPORT void waitForIOCycle(AudioDeviceID device);
 
 enum class AudioBackend {

@@ -15,9 +15,9 @@ namespace
 {
 
 // Every thread but those that the rest would be waited for.
-bool mayWait()
+bool mayWaitForRest()
 {
-    return !isInsideCallback() && !Listeners::isNotificationThread();
+    return mayWait() && !Listeners::isNotificationThread();
 }
 
 template <class Action> OSStatus withDevice(VirtualBackend& backend, AudioDeviceID id, Action action)
@@ -237,7 +237,7 @@ UInt64 VirtualHardware::now() const
 void VirtualHardware::advance(UInt64 nanoseconds)
 {
     Timeline& timeline = backend_.timeline();
-    if (timeline.mode() != VirtualTime::manual || !mayWait())
+    if (timeline.mode() != VirtualTime::manual || !mayWaitForRest())
         return;
     const UInt64 end = timeline.now() + nanoseconds;
     waitUntilWorkersRest();
@@ -250,7 +250,7 @@ bool VirtualHardware::advanceCycles(AudioDeviceID device, UInt32 cycles)
 {
     Timeline& timeline = backend_.timeline();
     const auto found = backend_.device(device);
-    if (!found || timeline.mode() != VirtualTime::manual || !mayWait())
+    if (!found || timeline.mode() != VirtualTime::manual || !mayWaitForRest())
         return false;
     const UInt64 end = found->cycleCount() + cycles;
     waitUntilWorkersRest();
@@ -264,7 +264,7 @@ bool VirtualHardware::advanceCycles(AudioDeviceID device, UInt32 cycles)
 
 void VirtualHardware::settle()
 {
-    if (mayWait())
+    if (mayWaitForRest())
         waitUntilWorkersRest();
 }
 

@@ -34,8 +34,8 @@ struct VirtualFault {
     std::optional<UInt32> property;
     std::optional<UInt32> channel;
     std::optional<bool> isInput;
-    UInt32 passes = 0;                                 ///< so many matching calls still succeed
-    UInt32 times = std::numeric_limits<UInt32>::max(); ///< then so many fail
+    UInt32 passes = 0;                                 ///< matching calls that still succeed
+    UInt32 times = std::numeric_limits<UInt32>::max(); ///< and those after them that fail
 };
 
 /// How the virtual hardware's time goes.
@@ -125,7 +125,7 @@ public:
     OSStatus setInputFile(AudioDeviceID device, const std::string& path, bool repeats = false);
     /// Who receives what an output is given; an empty function: nobody.
     OSStatus setOutput(AudioDeviceID device, VirtualOutput output);
-    /// Keeps what an output is given from now on, up to so many frames (room for them is made here). 0: keeps nothing.
+    /// Keeps what an output is given from now on, up to `maximumFrames` (room for them is made here). 0: keeps nothing.
     OSStatus captureOutput(AudioDeviceID device, size_t maximumFrames);
     /// What was kept since, interleaved. Frames that were never asked for (gaps) are not in it.
     std::vector<Float32> capturedOutput(AudioDeviceID device) const;
@@ -146,7 +146,7 @@ public:
     /// instant: in the order of their IDs), each on its device's own I/O thread, and returns when all have finished and
     /// every thread of the library waits for work. Otherwise does nothing.
     void advance(UInt64 nanoseconds);
-    /// Advances until a device has run so many cycles more; false when it stopped (or is unknown) before.
+    /// Advances until a device has run `cycles` more cycles; false when it stopped (or is unknown) before.
     bool advanceCycles(AudioDeviceID device, UInt32 cycles = 1);
     /// Returns when all listeners of earlier changes have returned and every thread of the library waits for work.
     void settle();
@@ -155,7 +155,7 @@ public:
 
     /// A device's I/O begins so much later than its start.
     OSStatus setStartDelay(AudioDeviceID device, UInt64 nanoseconds);
-    /// The cycles of a device have so many frames, whatever the buffer frame size; 0: as many as that. Procedures see
+    /// The cycles of a device have `frames` frames, whatever the buffer frame size; 0: as many as that. Procedures see
     /// slices.
     OSStatus setCycleFrames(AudioDeviceID device, UInt32 frames);
     /// A running device's sample time jumps.

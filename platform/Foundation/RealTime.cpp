@@ -42,4 +42,9 @@ bool isInsideCallback() noexcept
     return callbackDepth > 0;
 }
 
+bool mayWait() noexcept
+{
+    return !isRealTime() && !isInsideCallback();
+}
+
 } // namespace qmx

@@ -22,7 +22,7 @@ public:
 QMX_EXPORT bool isRealTime() noexcept;
 
 /// While one exists, the calling thread is inside an I/O, render or input callback, in real time or not. What would
-/// wait for a cycle in flight only marks its wish there, because that cycle may be the caller's own. Nests.
+/// wait for a cycle in flight only marks its request there, because that cycle may be the caller's own. Nests.
 class QMX_EXPORT CallbackScope
 {
 public:
@@ -34,5 +34,8 @@ public:
 
 /// Whether the calling thread is inside a CallbackScope.
 QMX_EXPORT bool isInsideCallback() noexcept;
+
+/// Whether the calling thread may wait for others: it neither works in real time nor is inside a callback.
+QMX_EXPORT bool mayWait() noexcept;
 
 } // namespace qmx

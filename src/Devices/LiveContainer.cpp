@@ -1,66 +1,55 @@
 // SPDX-License-Identifier: MIT
 #include "Devices/LiveContainer.h"
 
-#include "Foundation/RealTime.h"
+#include "Foundation/Threads/Publication.h"
+
+#include <mutex>
 
 namespace qmx
 {
 
-namespace
-{
+struct LiveContents::State {
+    explicit State(const Contents& first) : contents(new const Contents(first)) {}
+    ~State() { delete contents.load(); }
+    State(const State&) = delete;
+    State& operator=(const State&) = delete;
 
-/// Contents that readers may still walk.
-struct Replaced final : Retirable {
-    Replaced(std::shared_ptr<ReaderGate> readers, std::shared_ptr<const void> replaced)
-        : gate(std::move(readers)), contents(std::move(replaced))
-    {
-    }
-    ~Replaced() override { gate->waitForReaders(); }
-    std::shared_ptr<ReaderGate> gate;
-    std::shared_ptr<const void> contents;
+    std::mutex changing;
+    Publication walks;
+    std::atomic<const Contents*> contents;
 };
 
-void waitUntilZero(const std::atomic<UInt32>& count)
+LiveContents::LiveContents(const Contents& first) : state_(std::make_unique<State>(first)) {}
+
+LiveContents::~LiveContents() = default;
+
+LiveContents::Contents LiveContents::snapshot() const noexcept
 {
-    while (const UInt32 left = count.load())
-        count.wait(left);
+    const Publication::Reader reader(state_->walks);
+    return *state_->contents.load();
 }
 
-} // namespace
-
-ReaderGate::Reader::Reader(ReaderGate& gate) noexcept : count_(gate.counts_[gate.present_.load()])
+FormerContents LiveContents::change(const std::function<Contents(const void*)>& edited)
 {
-    count_.fetch_add(1);
+    auto former = std::make_shared<Replacement>(state_->walks);
+    const std::scoped_lock lock(state_->changing);
+    former->replace(state_->contents, std::make_unique<const Contents>(edited(state_->contents.load()->get())));
+    return former;
 }
 
-ReaderGate::Reader::~Reader()
+unsigned LiveContents::beginWalk() const noexcept
 {
-    if (count_.fetch_sub(1) == 1)
-        count_.notify_all();
+    return state_->walks.enter();
 }
 
-// Newcomers are sent to the other count, so that they cannot keep the one that is waited for from falling to zero. A
-// reader that looked which count to join before a switch and joins after it is caught by the first wait of the next
-// call; what it reads until then is newer than what this call waits for.
-void ReaderGate::waitForReaders()
+const void* LiveContents::now() const noexcept
 {
-    const std::scoped_lock lock(waiting_);
-    const UInt32 before = present_.load();
-    const UInt32 other = 1 - before;
-    waitUntilZero(counts_[other]);
-    present_.store(other);
-    waitUntilZero(counts_[before]);
+    return state_->contents.load()->get();
 }
 
-std::unique_ptr<Retirable> FormerContents::keep(std::shared_ptr<ReaderGate> gate, std::shared_ptr<const void> contents)
+void LiveContents::endWalk(unsigned place) const noexcept
 {
-    return std::make_unique<Replaced>(std::move(gate), std::move(contents));
-}
-
-FormerContents::~FormerContents()
-{
-    if (isInsideCallback()) // which may be the very one that walks them
-        retire(contents_.release());
+    state_->walks.leave(place);
 }
 
 } // namespace qmx

@@ -3,59 +3,42 @@
 // never change: each change copies them, edits the copy and puts it in place.
 #pragma once
 
-#include "CoreAudioTypes/MacTypes.h"
 #include "Foundation/Export.h"
-#include "Foundation/Threads/Retirement.h"
 
-#include <atomic>
 #include <cstddef>
+#include <functional>
 #include <memory>
-#include <mutex>
 #include <utility>
 
 namespace qmx
 {
 
-/// Counts who walks something now, so that whoever replaces it knows when the last of those has left.
-class QMX_EXPORT ReaderGate
+/// What a container held before a change. Its end waits for those who walk that, and frees it; inside an I/O or render
+/// callback another thread does. Hold no lock that they take.
+using FormerContents = std::shared_ptr<const void>;
+
+/// A live container without its type.
+class QMX_EXPORT LiveContents
 {
 public:
-    /// One reader, inside while it exists. Neither allocates, locks nor waits; its end may wake who waits.
-    class QMX_EXPORT Reader
-    {
-    public:
-        explicit Reader(ReaderGate& gate) noexcept;
-        ~Reader();
-        Reader(const Reader&) = delete;
-        Reader& operator=(const Reader&) = delete;
+    using Contents = std::shared_ptr<const void>;
 
-    private:
-        std::atomic<UInt32>& count_;
-    };
+    explicit LiveContents(const Contents& first);
+    ~LiveContents();
+    LiveContents(const LiveContents&) = delete;
+    LiveContents& operator=(const LiveContents&) = delete;
 
-    /// Returns when all readers that are inside now have left, however many come after them. Not by one who is inside.
-    void waitForReaders();
+    Contents snapshot() const noexcept;
+    /// Puts in place what `edited` makes of the present contents. Where memory runs out nothing has changed.
+    FormerContents change(const std::function<Contents(const void*)>& edited);
 
-private:
-    std::mutex waiting_;
-    std::atomic<UInt32> present_{0}; // the count that newcomers join
-    std::atomic<UInt32> counts_[2]{};
-};
-
-/// What a container held before a change. When it ends nobody walks that any more, and it is freed; inside an I/O or
-/// render callback it does not wait, and another thread frees it later. Hold no lock that a reader takes.
-class QMX_EXPORT FormerContents
-{
-public:
-    /// Made before the contents are replaced: it needs memory, and nothing has changed where there is none.
-    static std::unique_ptr<Retirable> keep(std::shared_ptr<ReaderGate> gate, std::shared_ptr<const void> contents);
-    explicit FormerContents(std::unique_ptr<Retirable> contents) : contents_(std::move(contents)) {}
-    ~FormerContents();
-    FormerContents(const FormerContents&) = delete;
-    FormerContents& operator=(const FormerContents&) = delete;
+    unsigned beginWalk() const noexcept;
+    const void* now() const noexcept;
+    void endWalk(unsigned place) const noexcept;
 
 private:
-    std::unique_ptr<Retirable> contents_;
+    struct State;
+    const std::unique_ptr<State> state_;
 };
 
 /// A live list or dictionary. Any thread; a Walk is for real-time threads, everything else for the others.
@@ -83,42 +66,34 @@ public:
     class Walk
     {
     public:
-        explicit Walk(const LiveContainer& live) noexcept : live_(live), reader_(*live.gate_) {}
+        explicit Walk(const LiveContainer& live) noexcept : live_(live.contents_), place_(live_.beginWalk()) {}
+        ~Walk() { live_.endWalk(place_); }
+        Walk(const Walk&) = delete;
+        Walk& operator=(const Walk&) = delete;
         /// The present contents: others after a change.
-        const Container& now() const noexcept { return *live_.published_.load(); }
+        const Container& now() const noexcept { return *static_cast<const Container*>(live_.now()); }
 
     private:
-        const LiveContainer& live_;
-        ReaderGate::Reader reader_;
+        const LiveContents& live_;
+        const unsigned place_;
     };
 
-    LiveContainer() : contents_(std::make_shared<const Container>()), published_(contents_.get()) {}
-    LiveContainer(const LiveContainer&) = delete;
-    LiveContainer& operator=(const LiveContainer&) = delete;
+    LiveContainer() : contents_(std::make_shared<const Container>()) {}
 
-    Snapshot snapshot() const
-    {
-        const std::scoped_lock lock(mutex_);
-        return Snapshot(contents_);
-    }
+    Snapshot snapshot() const { return Snapshot(std::static_pointer_cast<const Container>(contents_.snapshot())); }
 
-    /// Has `edit` change a copy and puts that in place. One change at a time: `edit` must not use this container.
+    /// Has `edit` change a copy and puts that in place. One change at a time: `edit` must not change this container.
     template <class Edit> FormerContents change(Edit edit)
     {
-        const std::scoped_lock lock(mutex_);
-        auto changed = std::make_shared<Container>(*contents_);
-        edit(*changed);
-        auto former = FormerContents::keep(gate_, contents_);
-        published_.store(changed.get());
-        contents_ = std::move(changed);
-        return FormerContents(std::move(former));
+        return contents_.change([&](const void* present) {
+            auto changed = std::make_shared<Container>(*static_cast<const Container*>(present));
+            edit(*changed);
+            return changed;
+        });
     }
 
 private:
-    mutable std::mutex mutex_;
-    std::shared_ptr<const Container> contents_;
-    std::atomic<const Container*> published_;
-    std::shared_ptr<ReaderGate> gate_ = std::make_shared<ReaderGate>(); // outlives this for former contents
+    LiveContents contents_;
 };
 
 } // namespace qmx

@@ -56,19 +56,19 @@ T get(AudioUnit unit, AudioUnitPropertyID property, AudioUnitScope scope, AudioU
 class Counter
 {
 public:
-    AURenderCallbackStruct callback() { return {give, this}; }
+    AURenderCallbackStruct callback() { return {renderNext, this}; }
 
-    std::vector<Float64> times;   ///< of the slices asked for
-    std::function<void()> onGive; ///< called first
+    std::vector<Float64> times;     ///< of the slices asked for
+    std::function<void()> onRender; ///< called first
     OSStatus result = noErr;
 
 private:
-    static OSStatus give(void* refCon, AudioUnitRenderActionFlags*, const AudioTimeStamp* time, UInt32, UInt32 frames,
-                         AudioBufferList* data)
+    static OSStatus renderNext(void* refCon, AudioUnitRenderActionFlags*, const AudioTimeStamp* time, UInt32,
+                               UInt32 frames, AudioBufferList* data)
     {
         auto& self = *static_cast<Counter*>(refCon);
-        if (self.onGive)
-            self.onGive();
+        if (self.onRender)
+            self.onRender();
         if (self.times.size() < self.times.capacity())
             self.times.push_back(time->mSampleTime);
         AudioBuffer* const buffers = data->mBuffers;

@@ -28,10 +28,10 @@ ConverterUnit::ConverterUnit() : Unit({.inputs = 1, .outputs = 1}) {}
 
 OSStatus ConverterUnit::makeEngine(UInt32, std::unique_ptr<RenderEngine>& engine)
 {
-    PullEngine::Conversion conversion = PullEngine::between(input(0).format, outputFormat(0));
+    ConverterEngine::Conversion conversion = ConverterEngine::between(input(0).format, outputFormat(0));
     conversion.quality = quality_;
     conversion.routes = routes();
-    return PullEngine::make(input(0), 0, conversion, maximumFrames(), engine);
+    return ConverterEngine::make(input(0), 0, conversion, maximumFrames(), engine);
 }
 
 /// By the map, unless it was made for other numbers of channels.

@@ -1,14 +1,15 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "AudioUnit/Units/PullEngine.h"
+#include "AudioUnit/Units/ConverterEngine.h"
 #include "AudioUnit/Units/Unit.h"
 
 namespace qmx
 {
 
-/// Converts layout, channels and rate between its input and its output. At equal rates input is pulled frame for frame;
-/// else it asks for what the output needs and, at first, for what its filter looks ahead: the output is not delayed.
+/// Converts layout, channels and rate between its input and its output. At equal rates input is rendered frame for
+/// frame; else it asks for what the output needs and, at first, for what its filter looks ahead: the output is not
+/// delayed.
 class ConverterUnit : public Unit
 {
 public:

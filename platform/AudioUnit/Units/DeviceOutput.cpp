@@ -124,16 +124,16 @@ try {
 
 void DeviceOutput::stop() noexcept
 {
-    const RenderGate::Pass passed(ending_); // who finds the run gone finds it in the gate
-    end(run_.exchange(nullptr), !isRealTime() && !isInsideCallback());
+    const Publication::Reader stop(stops_); // who finds the run gone finds its stop
+    end(run_.exchange(nullptr), mayWait());
 }
 
-void DeviceOutput::end(DeviceRun* run, bool mayWait) noexcept
+void DeviceOutput::end(DeviceRun* run, bool waits) noexcept
 {
     if (!run)
         return;
-    run->end(ending_);
-    if (mayWait)
+    run->end(stops_);
+    if (waits)
         delete run;
     else
         retire(run);
@@ -141,7 +141,7 @@ void DeviceOutput::end(DeviceRun* run, bool mayWait) noexcept
 
 void DeviceOutput::waitUntilStopped()
 {
-    ending_.waitUntilQuiet();
+    stops_.waitForReaders();
 }
 
 OSStatus DeviceOutput::propertyInfo(AudioDevicePropertyID property, UInt32* size, Boolean* isWritable) const

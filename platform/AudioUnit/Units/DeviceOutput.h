@@ -3,7 +3,7 @@
 #pragma once
 
 #include "AudioUnit/Units/OutputHardware.h"
-#include "AudioUnit/Units/RenderGate.h"
+#include "Foundation/Threads/Publication.h"
 
 #include <atomic>
 #include <memory>
@@ -14,7 +14,7 @@ namespace qmx
 class DeviceRun;
 class DeviceWatch;
 
-/// The device's cycles, split to what the client takes at once, are delivered to its output streams one after the
+/// The device's cycles, split to what the client renders at once, are delivered to its output streams one after the
 /// other: channels that the streams have beyond the rendered ones are silent, rendered ones beyond the streams' are
 /// dropped.
 class DeviceOutput final : public OutputHardware
@@ -35,11 +35,11 @@ public:
     OSStatus write(AudioDevicePropertyID property, UInt32 size, const void* value) override;
 
 private:
-    void end(DeviceRun* run, bool mayWait) noexcept;
+    void end(DeviceRun* run, bool waits) noexcept;
 
     std::atomic<AudioDeviceID> named_ = kAudioDeviceUnknown;
     std::atomic<DeviceRun*> run_ = nullptr; ///< null while stopped
-    RenderGate ending_;                     ///< stopped runs whose cycle may be in flight
+    Publication stops_;                     ///< each is inside until its run is destroyed
     std::unique_ptr<DeviceWatch> watch_;    ///< null until the first start
 };
 

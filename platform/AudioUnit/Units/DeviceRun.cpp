@@ -63,9 +63,9 @@ OSStatus DeviceRun::start(AudioDeviceID device, DeviceRun* run)
     return AudioDeviceStart(device, cycle, run);
 }
 
-void DeviceRun::end(RenderGate& gate) noexcept
+void DeviceRun::end(const Publication& stops) noexcept
 {
-    passed_.emplace(gate);
+    stop_.emplace(stops);
     hasEnded_.store(true);
 }
 

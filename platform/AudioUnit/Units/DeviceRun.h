@@ -3,8 +3,8 @@
 #pragma once
 
 #include "AudioUnit/Units/OutputHardware.h"
-#include "AudioUnit/Units/RenderGate.h"
 #include "AudioUnit/Units/SliceBuffers.h"
+#include "Foundation/Threads/Publication.h"
 #include "Foundation/Threads/Retirement.h"
 
 #include <atomic>
@@ -26,8 +26,8 @@ public:
     OSStatus enroll();
     /// Cycles begin. Static, because a stop elsewhere may end and destroy the run meanwhile: then it fails.
     static OSStatus start(AudioDeviceID device, DeviceRun* run);
-    /// The client is called no more. `gate` is passed until the run is destroyed. Real-time safe.
-    void end(RenderGate& gate) noexcept;
+    /// The client is called no more. Until the run is destroyed it is inside `stops`. Real-time safe.
+    void end(const Publication& stops) noexcept;
 
 private:
     static OSStatus cycle(AudioDeviceID device, const AudioTimeStamp* now, const AudioBufferList* input,
@@ -36,8 +36,8 @@ private:
     void render(AudioBufferList& output, const AudioTimeStamp& time);
 
     const OutputDevice device_;
-    const std::shared_ptr<OutputClient> client_; ///< let go last: it may own the gate
-    std::optional<RenderGate::Pass> passed_;
+    const std::shared_ptr<OutputClient> client_; ///< let go last: it may own what the stop is inside
+    std::optional<Publication::Reader> stop_;
     SliceBuffers slice_;
     std::atomic<bool> hasEnded_ = false;
 };

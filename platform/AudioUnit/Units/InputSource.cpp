@@ -17,8 +17,8 @@ class CallbackSource : public InputSource
 public:
     explicit CallbackSource(const AURenderCallbackStruct& callback) : callback_(callback) {}
 
-    OSStatus give(const AudioTimeStamp& time, UInt32 element, UInt32 frames, const PcmLayout&,
-                  AudioBufferList& data) const override
+    OSStatus render(const AudioTimeStamp& time, UInt32 element, UInt32 frames, const PcmLayout&,
+                    AudioBufferList& data) const override
     {
         const CallbackScope scope;
         AudioUnitRenderActionFlags flags = 0;
@@ -34,8 +34,8 @@ class ConnectionSource : public InputSource
 public:
     ConnectionSource(std::shared_ptr<Unit> unit, UInt32 output) : unit_(std::move(unit)), output_(output) {}
 
-    OSStatus give(const AudioTimeStamp& time, UInt32, UInt32 frames, const PcmLayout& layout,
-                  AudioBufferList& data) const override
+    OSStatus render(const AudioTimeStamp& time, UInt32, UInt32 frames, const PcmLayout& layout,
+                    AudioBufferList& data) const override
     {
         AudioUnitRenderActionFlags flags = 0;
         return unit_->render({flags, time, output_, frames}, data, &layout);
@@ -66,7 +66,7 @@ InputSlice::InputSlice(const InputElement& input, UInt32 element, const PcmLayou
     slice_.planeFrameBytes = layout.planeFrameBytes();
 }
 
-OSStatus InputSlice::pull(const AudioTimeStamp& outputTime, UInt32 frames)
+OSStatus InputSlice::render(const AudioTimeStamp& outputTime, UInt32 frames)
 {
     AudioTimeStamp time;
     time.mSampleTime = static_cast<Float64>(position_);
@@ -77,7 +77,7 @@ OSStatus InputSlice::pull(const AudioTimeStamp& outputTime, UInt32 frames)
     AudioBufferList& list = buffers_.silentList(frames);
     const InputSource* const source = input_.source.load();
     const OSStatus status =
-        source ? source->give(time, element_, frames, buffers_.layout(), list) : kAudioUnitErr_NoConnection;
+        source ? source->render(time, element_, frames, buffers_.layout(), list) : kAudioUnitErr_NoConnection;
     if (status == noErr)
         receive(list, frames);
     else
@@ -85,16 +85,17 @@ OSStatus InputSlice::pull(const AudioTimeStamp& outputTime, UInt32 frames)
     return status;
 }
 
-/// Aims the slice at what was given: in place where a buffer holds all of it, else copied and made up with silence.
-void InputSlice::receive(AudioBufferList& given, UInt32 frames)
+/// Points the slice at what was rendered: in place where a buffer holds all of it, else copied and made up with
+/// silence.
+void InputSlice::receive(AudioBufferList& rendered, UInt32 frames)
 {
     const std::size_t wanted = frames * slice_.planeFrameBytes;
-    const auto buffers = buffersOf(given);
+    const auto buffers = buffersOf(rendered);
     slice_.frames = frames;
     for (std::size_t i = 0; i < slice_.planes.size(); ++i) {
-        const bool isGiven = i < buffers.size() && buffers[i].mData;
-        const auto* const data = isGiven ? static_cast<const std::byte*>(buffers[i].mData) : nullptr;
-        const std::size_t bytes = isGiven ? std::min<std::size_t>(buffers[i].mDataByteSize, wanted) : 0;
+        const bool isRendered = i < buffers.size() && buffers[i].mData;
+        const auto* const data = isRendered ? static_cast<const std::byte*>(buffers[i].mData) : nullptr;
+        const std::size_t bytes = isRendered ? std::min<std::size_t>(buffers[i].mDataByteSize, wanted) : 0;
         slice_.planes[i] = data;
         if (bytes == wanted)
             continue;

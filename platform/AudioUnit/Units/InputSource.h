@@ -1,10 +1,9 @@
 // SPDX-License-Identifier: MIT
-// What gives a unit's input element its frames: another unit, or a callback.
+// What renders a unit's input element: another unit, or a callback.
 #pragma once
 
 #include "AudioToolbox/Conversion/FrameConverter.h"
 #include "AudioUnit/AudioUnitProperties.h"
-#include "AudioUnit/Units/RenderGate.h"
 #include "AudioUnit/Units/SliceBuffers.h"
 
 #include <atomic>
@@ -16,12 +15,16 @@ namespace qmx
 class Unit;
 
 /// Does not change once made.
-class InputSource : public Replaceable
+class InputSource
 {
 public:
-    /// Fills `data`, whose buffers hold `frames` frames of `layout`. Render thread.
-    virtual OSStatus give(const AudioTimeStamp& time, UInt32 element, UInt32 frames, const PcmLayout& layout,
-                          AudioBufferList& data) const = 0;
+    InputSource() = default;
+    InputSource(const InputSource&) = delete;
+    InputSource& operator=(const InputSource&) = delete;
+    virtual ~InputSource() = default;
+    /// Renders into `data`, whose buffers hold `frames` frames of `layout`. Render thread.
+    virtual OSStatus render(const AudioTimeStamp& time, UInt32 element, UInt32 frames, const PcmLayout& layout,
+                            AudioBufferList& data) const = 0;
     /// The unit that the frames come from; null for a callback.
     virtual const Unit* unit() const { return nullptr; }
 
@@ -29,13 +32,13 @@ public:
     static std::unique_ptr<InputSource> connection(std::shared_ptr<Unit> unit, UInt32 output);
 };
 
-/// One input of a unit: its format, and what gives it frames (null: nothing does).
+/// One input of a unit: its format, and what renders it (null: nothing does).
 struct InputElement {
     AudioStreamBasicDescription format;
     std::atomic<const InputSource*> source = nullptr;
 };
 
-/// Pulls slices of an input element. Belongs to the render thread of one bus.
+/// Renders slices of an input element. Belongs to the render thread of one bus.
 class InputSlice
 {
 public:
@@ -44,23 +47,23 @@ public:
 
     UInt32 maximumFrames() const { return buffers_.room(); }
 
-    /// Pulls `frames` frames, 1 to the maximum, which are in `slice()` then. Their time is the count of frames pulled
-    /// since the last restart; `outputTime` lends its host time. What was not given is silence, and all of it when the
+    /// Renders `frames` frames, 1 to the maximum, into `slice()`. Their time is the count of frames rendered since the
+    /// last restart; `outputTime` lends its host time. What was not rendered is silence, and all of it when the
     /// source fails.
-    OSStatus pull(const AudioTimeStamp& outputTime, UInt32 frames);
-    /// What the last pull brought, for reading on from.
+    OSStatus render(const AudioTimeStamp& outputTime, UInt32 frames);
+    /// What was rendered last, for reading on from.
     SourceFrames& slice() { return slice_; }
     /// Times begin at 0 again.
     void restart();
 
 private:
-    void receive(AudioBufferList& given, UInt32 frames);
+    void receive(AudioBufferList& rendered, UInt32 frames);
 
     const InputElement& input_;
     UInt32 element_;
     SliceBuffers buffers_;
     SourceFrames slice_;
-    SInt64 position_ = 0; ///< frames pulled so far
+    SInt64 position_ = 0; ///< frames rendered so far
 };
 
 } // namespace qmx

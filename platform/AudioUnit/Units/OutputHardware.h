@@ -18,7 +18,7 @@ struct OutputDevice {
     UInt32 channels = 0; ///< of all output streams together
 
     bool operator==(const OutputDevice&) const = default;
-    /// What cycles take: packed native floats, all channels interleaved.
+    /// What cycles render: packed native floats, all channels interleaved.
     AudioStreamBasicDescription format() const;
 };
 
@@ -27,7 +27,7 @@ class OutputClient
 {
 public:
     virtual ~OutputClient() = default;
-    /// Fills `data`, which is silent and of `layout`, with `frames` frames. The device's I/O thread.
+    /// Renders `frames` frames into `data`, which is silent and of `layout`. The device's I/O thread.
     virtual void renderCycle(const AudioTimeStamp& time, UInt32 frames, const PcmLayout& layout,
                              AudioBufferList& data) = 0;
     /// The device that it runs on may be lost or have changed, or another one may be the default now. A thread that may

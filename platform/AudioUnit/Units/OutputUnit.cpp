@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "AudioUnit/Units/OutputUnit.h"
 
-#include "AudioUnit/Units/PullEngine.h"
+#include "AudioUnit/Units/ConverterEngine.h"
 #include "CoreAudio/AudioHardware.h"
 #include "Foundation/RealTime.h"
 
@@ -27,11 +27,6 @@ void applyGain(Float32 gain, const AudioBuffer& buffer)
                        [gain](Float32 sample) { return sample * gain; });
 }
 
-bool mayWait()
-{
-    return !isRealTime() && !isInsideCallback();
-}
-
 } // namespace
 
 const Unit::ParameterRange OutputUnit::volume{.id = kHALOutputParam_Volume, .minimum = 0, .maximum = 1, .initial = 1};
@@ -49,11 +44,11 @@ OSStatus OutputUnit::uninitialise()
 
 OSStatus OutputUnit::makeEngine(UInt32, std::unique_ptr<RenderEngine>& engine)
 {
-    PullEngine::Conversion conversion = PullEngine::between(input(0).format, outputFormat(0));
+    ConverterEngine::Conversion conversion = ConverterEngine::between(input(0).format, outputFormat(0));
     const InputSource* const source = input(0).source.load();
     if (source && source->unit())
         conversion.ratio.reset();
-    return PullEngine::make(input(0), 0, conversion, maximumFrames(), engine);
+    return ConverterEngine::make(input(0), 0, conversion, maximumFrames(), engine);
 }
 
 void OutputUnit::coupleFormats(AudioUnitScope, AudioUnitElement)
@@ -116,7 +111,7 @@ OSStatus OutputUnit::stop()
     return noErr;
 }
 
-/// Stops without a change of the wish to run.
+/// Stops; whether it wants to run stays as it is.
 bool OutputUnit::halt()
 {
     const bool wasRunning = isRunning_.exchange(false);
@@ -129,8 +124,12 @@ OSStatus OutputUnit::resume()
 {
     hardware_->waitUntilStopped(); // an earlier stop on a real-time thread
     const bool wasRunning = isRunning();
-    const OSStatus status = startOnDevice();
-    finishControl();
+    OSStatus status = noErr;
+    {
+        Replacement replacement = afterRenders();
+        status = startOnDevice(replacement);
+    }
+    tellChanges();
     if (!wantsToRun_.load())
         halt(); // stopped meanwhile
     else if (status == noErr && !wasRunning)
@@ -138,7 +137,7 @@ OSStatus OutputUnit::resume()
     return status;
 }
 
-OSStatus OutputUnit::startOnDevice()
+OSStatus OutputUnit::startOnDevice(Replacement& replacement)
 {
     const std::scoped_lock lock(starting_);
     if (isRunning())
@@ -146,11 +145,13 @@ OSStatus OutputUnit::startOnDevice()
     const std::shared_ptr<OutputClient> client(shared_from_this(), this);
     OutputDevice device;
     UInt32 frames = 0;
-    OSStatus status = controlLocked([&] {
-        frames = maximumFrames();
-        const OSStatus found = hardware_->examine(hardware_->watch(client), device);
-        return found == noErr ? adopt(device) : found;
-    });
+    OSStatus status = controlLocked(
+        [&] {
+            frames = maximumFrames();
+            const OSStatus found = hardware_->examine(hardware_->watch(client), device);
+            return found == noErr ? adopt(device) : found;
+        },
+        replacement);
     if (status != noErr)
         return status;
     isRunning_.store(true);
@@ -174,10 +175,13 @@ bool OutputUnit::isOnCurrentDevice()
 {
     const std::scoped_lock lock(starting_); // a start in progress may have looked before the change
     OutputDevice device;
-    const OSStatus status = controlLocked([&] {
-        const OSStatus found = hardware_->examine(hardware_->device(), device);
-        return found != noErr || device == device_ ? found : kAudioHardwareBadDeviceError;
-    });
+    Replacement nothing = afterRenders();
+    const OSStatus status = controlLocked(
+        [&] {
+            const OSStatus found = hardware_->examine(hardware_->device(), device);
+            return found != noErr || device == device_ ? found : kAudioHardwareBadDeviceError;
+        },
+        nothing);
     return status == noErr && isRunning();
 }
 

@@ -7,16 +7,17 @@
 namespace qmx
 {
 
-/// Plays what its input gives on a device. Until one is named, or it is started, it asks for none: formats, callbacks
+/// Plays what its input renders on a device. Until one is named, or it is started, it asks for none: formats, callbacks
 /// and initialising work without, and so does AudioUnitRender, which delivers the input in the output's format at the
 /// caller's pace. Till then the output side mirrors the client side, and the device's nominal rate is the client
 /// format's.
 ///
 /// Without a named device it plays on the default output and follows it when another device becomes that. A device that
-/// goes away, or changes its rate or channels, has the unit look for its device anew: it goes on there, or stops until
+/// goes away, or changes its rate or channels, has the unit look for its device again: it goes on there, or stops until
 /// one is named or becomes the default.
 ///
-/// Behind a callback the client's rate is converted to the device's; behind another unit frames are taken one for one.
+/// With a callback as its input the client's rate is converted to the device's; with another unit one frame is rendered
+/// for each.
 class OutputUnit : public Unit, public std::enable_shared_from_this<OutputUnit>, private OutputClient
 {
 public:
@@ -53,7 +54,7 @@ private:
     OSStatus adopt(const OutputDevice& device);
     void followFormats();
     OSStatus resume();
-    OSStatus startOnDevice();
+    OSStatus startOnDevice(Replacement& replacement);
     bool halt();
     bool isOnCurrentDevice();
 

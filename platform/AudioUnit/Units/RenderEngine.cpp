@@ -22,31 +22,31 @@ OSStatus RenderEngine::render(const RenderCall& call, AudioBufferList& data)
     if (wantsRestart_.exchange(false))
         restart();
     const UInt32 frames = aim(data, call.frames);
-    const OSStatus status = frames > 0 ? produce(call.time, frames, target_) : noErr;
+    const OSStatus status = frames > 0 ? renderInto(call.time, frames, target_) : noErr;
     isRendering_.clear();
     return status;
 }
 
-/// Points the target at the buffers of `data` and gives the frames that all of them can take, which their sizes say
-/// then.
+/// Points the target at the buffers of `data` and returns the frames that all of them have room for, which their sizes
+/// say then.
 UInt32 RenderEngine::aim(AudioBufferList& data, UInt32 frames)
 {
     const auto buffers = buffersOf(data);
-    const std::size_t taken = std::min(buffers.size(), target_.planes.size());
-    for (const AudioBuffer& buffer : buffers.first(taken))
+    const std::size_t used = std::min(buffers.size(), target_.planes.size());
+    for (const AudioBuffer& buffer : buffers.first(used))
         if (buffer.mData)
             frames = std::min(frames, static_cast<UInt32>(buffer.mDataByteSize / target_.planeFrameBytes));
 
     target_.frames = frames;
     for (std::size_t i = 0; i < target_.planes.size(); ++i)
         target_.planes[i] = own_.plane(i);
-    for (std::size_t i = 0; i < taken; ++i) {
+    for (std::size_t i = 0; i < used; ++i) {
         if (!buffers[i].mData)
             buffers[i].mData = own_.plane(i);
         target_.planes[i] = static_cast<std::byte*>(buffers[i].mData);
         buffers[i].mDataByteSize = static_cast<UInt32>(frames * target_.planeFrameBytes);
     }
-    for (AudioBuffer& buffer : buffers.subspan(taken)) {
+    for (AudioBuffer& buffer : buffers.subspan(used)) {
         if (!buffer.mData)
             continue;
         buffer.mDataByteSize = std::min(buffer.mDataByteSize, static_cast<UInt32>(frames * target_.planeFrameBytes));

@@ -1,11 +1,10 @@
 // SPDX-License-Identifier: MIT
-// All that rendering one output bus of a unit takes. Made when the unit is initialised and again when its formats
+// All that rendering one output bus of a unit needs. Made when the unit is initialised and again when its formats
 // change.
 #pragma once
 
 #include "AudioToolbox/Conversion/FrameConverter.h"
 #include "AudioUnit/AudioUnitProperties.h"
-#include "AudioUnit/Units/RenderGate.h"
 #include "AudioUnit/Units/SliceBuffers.h"
 
 #include <atomic>
@@ -22,10 +21,13 @@ struct RenderCall {
 };
 
 /// Used by one render thread at a time; a second one, or a render from inside the same bus's own callback, is refused.
-class RenderEngine : public Replaceable
+class RenderEngine
 {
 public:
     RenderEngine(const PcmLayout& output, UInt32 maximumFrames);
+    RenderEngine(const RenderEngine&) = delete;
+    RenderEngine& operator=(const RenderEngine&) = delete;
+    virtual ~RenderEngine() = default;
 
     const PcmLayout& layout() const { return own_.layout(); }
     UInt32 maximumFrames() const { return own_.room(); }
@@ -41,13 +43,13 @@ public:
 protected:
     /// Writes `frames` frames to `target`, which has the room, and may move it on. Frames that are missing are written
     /// as silence, and the first failing status is returned.
-    virtual OSStatus produce(const AudioTimeStamp& time, UInt32 frames, TargetFrames& target) = 0;
+    virtual OSStatus renderInto(const AudioTimeStamp& time, UInt32 frames, TargetFrames& target) = 0;
     virtual void restart() = 0;
 
 private:
     UInt32 aim(AudioBufferList& data, UInt32 frames);
 
-    SliceBuffers own_; ///< for buffers without data, and channels that no buffer takes
+    SliceBuffers own_; ///< for buffers without data, and channels without a buffer
     TargetFrames target_;
     std::atomic<bool> wantsRestart_ = false;
     std::atomic_flag isRendering_;

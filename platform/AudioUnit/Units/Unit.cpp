@@ -59,43 +59,31 @@ Unit::~Unit()
 
 OSStatus Unit::control(const std::function<OSStatus()>& work)
 {
-    const OSStatus status = controlLocked(work);
-    finishControl();
+    OSStatus status = noErr;
+    {
+        Replacement replacement = afterRenders();
+        status = controlLocked(work, replacement);
+    }
+    tellChanges();
     return status;
 }
 
-OSStatus Unit::controlLocked(const std::function<OSStatus()>& work)
+OSStatus Unit::controlLocked(const std::function<OSStatus()>& work, Replacement& replacement)
 {
     const std::scoped_lock lock(control_);
+    replacement_ = &replacement;
     return withinMemory(kAudio_MemFullError, work);
 }
 
-void Unit::finishControl()
+void Unit::tellChanges()
 {
     std::vector<UnitPropertyAddress> changes;
     {
         const std::scoped_lock lock(control_);
         changes.swap(changes_);
     }
-    settle();
     for (const UnitPropertyAddress& change : changes)
         tell(change);
-}
-
-/// Frees what was retired, when no render uses it any more. Inside a callback, whose own render may use it, that waits
-/// for a later call.
-void Unit::settle()
-{
-    if (isInsideCallback() || isRealTime())
-        return;
-    std::vector<std::unique_ptr<const Replaceable>> garbage;
-    {
-        const std::scoped_lock lock(control_);
-        garbage.swap(retired_);
-    }
-    if (!garbage.empty())
-        for (const Bus& bus : buses_)
-            bus.gate.waitUntilQuiet();
 }
 
 OSStatus Unit::initialise()
@@ -116,7 +104,7 @@ OSStatus Unit::uninitialise()
     return control([this] {
         isInitialised_.store(false);
         for (Bus& bus : buses_)
-            replace(bus.engine, std::unique_ptr<RenderEngine>());
+            replacement_->replace(bus.engine, std::unique_ptr<RenderEngine>());
         return noErr;
     });
 }
@@ -139,6 +127,7 @@ void Unit::close()
             setSource(element, nullptr);
         return noErr;
     });
+    renders_.waitForReaders();
     listeners_.clear();
 }
 
@@ -151,9 +140,9 @@ OSStatus Unit::remakeEngines()
         for (UInt32 bus = 0; bus < buses_.size(); ++bus)
             if (const OSStatus status = makeEngine(bus, engines[bus]); status != noErr)
                 return status;
-        retired_.reserve(retired_.size() + buses_.size()); // so that all are replaced or none
+        replacement_->reserve(buses_.size()); // so that all are replaced or none
         for (UInt32 bus = 0; bus < buses_.size(); ++bus)
-            replace(buses_[bus].engine, std::move(engines[bus]));
+            replacement_->replace(buses_[bus].engine, std::move(engines[bus]));
         return noErr;
     });
 }
@@ -184,7 +173,7 @@ OSStatus Unit::setFormat(AudioUnitScope scope, AudioUnitElement element, const A
 
 OSStatus Unit::setSource(UInt32 element, std::unique_ptr<InputSource> source)
 {
-    replace(inputs_[element].source, std::unique_ptr<const InputSource>(std::move(source)));
+    replacement_->replace(inputs_[element].source, std::unique_ptr<const InputSource>(std::move(source)));
     return isShapedBySources() ? remakeEngines() : noErr;
 }
 
@@ -196,7 +185,7 @@ bool Unit::isFedBy(const Unit& unit) const
            });
 }
 
-/// Hands the upstream format down and takes frames from there. No two units are locked at once.
+/// Hands the upstream format down and renders from there. No two units are locked at once.
 OSStatus Unit::connect(const AudioUnitConnection& connection)
 {
     const UInt32 element = connection.destInputNumber;
@@ -232,7 +221,7 @@ OSStatus Unit::changeNotifies(const std::function<void(std::vector<AURenderCallb
         if (old)
             notifies->callbacks = old->callbacks;
         change(notifies->callbacks);
-        replace(notifies_, std::unique_ptr<const Notifies>(std::move(notifies)));
+        replacement_->replace(notifies_, std::unique_ptr<const Notifies>(std::move(notifies)));
         return noErr;
     });
 }
@@ -256,7 +245,7 @@ OSStatus Unit::render(const RenderCall& call, AudioBufferList& data, const PcmLa
     if (call.bus >= buses_.size())
         return kAudioUnitErr_InvalidElement;
     Bus& bus = buses_[call.bus];
-    const RenderGate::Pass pass(bus.gate);
+    const Publication::Reader reader(renders_);
     RenderEngine* const engine = bus.engine.load();
     if (!engine)
         return kAudioUnitErr_Uninitialized;

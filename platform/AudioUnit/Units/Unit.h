@@ -10,6 +10,7 @@
 #include "AudioUnit/Units/InputSource.h"
 #include "AudioUnit/Units/PropertyListeners.h"
 #include "AudioUnit/Units/RenderEngine.h"
+#include "Foundation/Threads/Publication.h"
 
 #include <deque>
 #include <functional>
@@ -42,7 +43,7 @@ public:
     OSStatus initialise();
     virtual OSStatus uninitialise();
     OSStatus reset();
-    /// Uninitialises, and lets go of what gives input and of the listeners.
+    /// Uninitialises, lets go of what renders input and of the listeners, and waits for renders in flight.
     void close();
     virtual OSStatus propertyInfo(const UnitPropertyAddress& address, UInt32* size, Boolean* isWritable) const;
     virtual OSStatus property(const UnitPropertyAddress& address, void* value, UInt32& size);
@@ -90,7 +91,7 @@ protected:
     /// 32-bit values that any thread may ask for without a lock.
     virtual std::optional<UInt32> liveValue(const UnitPropertyAddress& address);
 
-    /// Whether rendering depends on what gives input, so that a change of it makes new engines.
+    /// Whether rendering depends on what renders input, so that a change of it makes new engines.
     virtual bool isShapedBySources() const { return false; }
     /// Lets the formats that follow the given element's one follow it. Under the control lock.
     virtual void coupleFormats(AudioUnitScope scope, AudioUnitElement element);
@@ -100,11 +101,14 @@ protected:
     /// Replaces the engines of an initialised unit; on failure the old ones go on. Under the control lock.
     OSStatus remakeEngines();
 
-    /// Runs `work` under the control lock, then waits out the renders that use what it retired and tells the listeners.
+    /// Runs `work` under the control lock, then waits for the renders that use what it replaced and tells the
+    /// listeners.
     OSStatus control(const std::function<OSStatus()>& work);
-    // The two halves of it, for those who hold a lock of their own in the first.
-    OSStatus controlLocked(const std::function<OSStatus()>& work);
-    void finishControl();
+    // Its parts, for those who hold a lock of their own in the first. The end of `replacement`, made by
+    // afterRenders(), waits for the renders: without a lock held.
+    OSStatus controlLocked(const std::function<OSStatus()>& work, Replacement& replacement);
+    Replacement afterRenders() const { return Replacement(renders_); }
+    void tellChanges();
     /// Under the control lock.
     void noteChange(const UnitPropertyAddress& address) { changes_.push_back(address); }
     /// Tells the listeners of `address`. Without a lock held.
@@ -120,14 +124,13 @@ private:
     struct Bus {
         AudioStreamBasicDescription format;
         std::atomic<RenderEngine*> engine = nullptr;
-        RenderGate gate;
     };
     struct Parameter {
         explicit Parameter(const ParameterRange& of) : range(of), value(of.initial) {}
         ParameterRange range;
         std::atomic<Float32> value;
     };
-    struct Notifies : Replaceable {
+    struct Notifies {
         std::vector<AURenderCallbackStruct> callbacks;
     };
 
@@ -142,14 +145,6 @@ private:
     OSStatus setSource(UInt32 element, std::unique_ptr<InputSource> source);
     OSStatus changeNotifies(const std::function<void(std::vector<AURenderCallbackStruct>&)>& change);
     void callNotifies(const RenderCall& call, AudioBufferList& data, AudioUnitRenderActionFlags phase);
-    /// Puts `object` in the place of another, which is freed when no render uses it any more. Under the control lock.
-    template <class Object> void replace(std::atomic<Object*>& slot, std::unique_ptr<Object> object)
-    {
-        retired_.reserve(retired_.size() + 1); // first: once exchanged, the old object must not get lost
-        if (const Replaceable* const old = slot.exchange(object.release()))
-            retired_.emplace_back(old);
-    }
-    void settle();
     Parameter* parameterOf(AudioUnitParameterID id);
 
     AudioUnit handle_ = nullptr;
@@ -162,8 +157,9 @@ private:
     UInt32 maximumFrames_ = 4096;
 
     mutable std::mutex control_;
-    std::vector<UnitPropertyAddress> changes_;                ///< to tell the listeners
-    std::vector<std::unique_ptr<const Replaceable>> retired_; ///< to free when the gates were quiet
+    std::vector<UnitPropertyAddress> changes_; ///< to tell the listeners
+    Publication renders_;                      ///< read engines, sources and notifies
+    Replacement* replacement_ = nullptr;       ///< of the call that holds the control lock
     PropertyListeners listeners_;
 };
 

@@ -4,10 +4,14 @@
 
 #include "AudioUnit/Components.h"
 #include "AudioUnit/Units/Unit.h"
+#include "Foundation/Threads/Retirement.h"
 
 #include <memory>
 
-struct OpaqueComponentInstance {
-    Component component;
-    std::shared_ptr<qmx::Unit> unit; ///< shared with the units that are connected to it
+/// Closes its unit at its end.
+struct OpaqueComponentInstance final : qmx::Retirable {
+    explicit OpaqueComponentInstance(std::shared_ptr<qmx::Unit> made);
+    ~OpaqueComponentInstance() override;
+
+    const std::shared_ptr<qmx::Unit> unit; ///< shared with the units that are connected to it
 };

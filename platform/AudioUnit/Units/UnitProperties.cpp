@@ -10,7 +10,7 @@ namespace
 {
 
 /// Keeps the memory for a slice within reason.
-constexpr UInt32 mostFramesPerSlice = 1 << 18;
+constexpr UInt32 maximumFramesPerSlice = 1 << 18;
 
 template <class T> OSStatus answer(void* value, const T& result)
 {
@@ -101,7 +101,7 @@ OSStatus Unit::elementCount(AudioUnitScope scope, UInt32& count) const
     }
 }
 
-/// `shape` for an element that there is, outside of the global scope.
+/// `shape` for an existing element outside of the global scope.
 OSStatus Unit::ofElement(const UnitPropertyAddress& address, const PropertyShape& shape, PropertyShape& result) const
 {
     UInt32 count = 0;
@@ -209,7 +209,7 @@ OSStatus Unit::setMaximumFrames(UInt32 frames)
 {
     if (isInitialised())
         return kAudioUnitErr_Initialized;
-    if (frames == 0 || frames > mostFramesPerSlice)
+    if (frames == 0 || frames > maximumFramesPerSlice)
         return kAudioUnitErr_InvalidPropertyValue;
     maximumFrames_ = frames;
     noteChange({kAudioUnitProperty_MaximumFramesPerSlice, kAudioUnitScope_Global, 0});

@@ -84,11 +84,11 @@ OSStatus AudioDeviceSetProperty(AudioDeviceID inDevice, const AudioTimeStamp* /*
     std::optional<DeviceView> view;
     if (const OSStatus status = findView(HardwareOperation::setProperty, inDevice, address, view))
         return status;
-    const qmx::WishResult result = deviceWish(*view, address, inPropertyDataSize, inPropertyData);
-    if (!result.wish)
+    const qmx::CheckedRequest result = deviceRequest(*view, address, inPropertyDataSize, inPropertyData);
+    if (!result.request)
         return result.status;
     const auto device = Hardware::shared().device(inDevice);
-    return device ? device->backend->fulfil(*result.wish) : kAudioHardwareBadDeviceError;
+    return device ? device->backend->perform(*result.request) : kAudioHardwareBadDeviceError;
 }
 
 OSStatus AudioDeviceAddPropertyListener(AudioDeviceID inDevice, UInt32 inChannel, UInt8 inSection,

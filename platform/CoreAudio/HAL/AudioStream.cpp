@@ -60,9 +60,9 @@ OSStatus AudioStreamSetProperty(AudioStreamID inStream, const AudioTimeStamp* /*
     std::optional<FoundStream> stream;
     if (const OSStatus status = findStream(HardwareOperation::setProperty, inStream, inChannel, inPropertyID, stream))
         return status;
-    const qmx::WishResult result =
-        streamWish(stream->view, stream->place, inPropertyID, inPropertyDataSize, inPropertyData);
-    return result.wish ? stream->backend->fulfil(*result.wish) : result.status;
+    const qmx::CheckedRequest result =
+        streamRequest(stream->view, stream->place, inPropertyID, inPropertyDataSize, inPropertyData);
+    return result.request ? stream->backend->perform(*result.request) : result.status;
 }
 
 OSStatus AudioStreamAddPropertyListener(AudioStreamID inStream, UInt32 inChannel, AudioStreamPropertyID inPropertyID,

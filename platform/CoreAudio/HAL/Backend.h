@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // What the hardware layer asks of whoever supplies its devices. A backend reports devices as records
-// (DeviceDescription.h) and replaces a record when something has changed; it carries out wishes; it runs I/O cycles.
+// (DeviceDescription.h) and replaces a record when something has changed; it performs requests; it runs I/O cycles.
 // All else (properties, listeners, registrations, mixing, slicing, IDs) is the core's.
 //
 // Locks: the core calls a backend without any lock of its own but the one that orders a device's start and stop. A
@@ -20,7 +20,7 @@ namespace qmx
 
 class DeviceIO;
 
-// Wishes about a device. The core has checked them against the device's record.
+// Requests about a device. The core has checked them against the device's record.
 struct SetSampleRate {
     Float64 rate;
 };
@@ -50,8 +50,8 @@ struct SetRawProperty {
     PropertyAddress address;
     std::vector<std::byte> value;
 };
-using DeviceWish = std::variant<SetSampleRate, SetBufferFrameSize, SetVolume, SetMute, SetDataSource, SetPhysicalFormat,
-                                SetRawProperty>;
+using DeviceRequest = std::variant<SetSampleRate, SetBufferFrameSize, SetVolume, SetMute, SetDataSource,
+                                   SetPhysicalFormat, SetRawProperty>;
 
 /// One device of a backend.
 class BackendDevice
@@ -59,9 +59,9 @@ class BackendDevice
 public:
     virtual ~BackendDevice() = default;
 
-    /// Carries a wish out, or says why not. The change is reported through HardwareSink::deviceChanged, before or after
+    /// Performs a request, or says why not. The change is reported through HardwareSink::deviceChanged, before or after
     /// the return.
-    virtual OSStatus fulfil(const DeviceWish& wish) = 0;
+    virtual OSStatus perform(const DeviceRequest& request) = 0;
     /// Begins calling io->runCycle once in each cycle, on one thread at a time, with the streams that `description`
     /// announces until stopIO. May wait for the hardware; must not wait for a cycle.
     virtual OSStatus startIO(const std::shared_ptr<DeviceIO>& io, const DeviceDescription& description) = 0;
@@ -111,7 +111,7 @@ class Backend
 public:
     virtual ~Backend() = default;
 
-    /// Begins to report to `sink`, which lives for ever. The devices that are there at once are reported before it
+    /// Begins to report to `sink`, which lives for ever. Existing devices are reported before it
     /// returns.
     virtual void begin(HardwareSink& sink) = 0;
     /// Makes a device, which the core knows to be fit for it, the default; `which` is 'dIn ', 'dOut' or 'sOut'.

@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "CoreAudio/HAL/DeviceIO.h"
 
+#include "Foundation/Memory.h"
 #include "Foundation/RealTime.h"
+#include "Foundation/Threads/Retirement.h"
 
 #include <algorithm>
 #include <cmath>
@@ -32,8 +34,8 @@ public:
         return std::ranges::equal(channels_, blocks, {}, {}, &IOBlock::channels);
     }
 
-    /// Points the list at `frames` frames of each block from `first` on. Done afresh for each procedure: it may change
-    /// the list.
+    /// Points the list at `frames` frames of each block from `first` on. Done again for each procedure, which may
+    /// change the list.
     AudioBufferList* pointAt(std::span<const IOBlock> blocks, UInt32 first, UInt32 frames)
     {
         auto* const list = reinterpret_cast<AudioBufferList*>(block_.data());
@@ -95,8 +97,8 @@ struct DeviceIO::List {
     std::vector<std::shared_ptr<Procedure>> procedures;
 };
 
-// What is fixed from a start to the next: streams, the most frames a procedure gets, room to mix.
-struct DeviceIO::Layout final : Retirable {
+// What is fixed from a start to the next: streams, the maximum of frames for a procedure, room to mix.
+struct DeviceIO::Layout {
     explicit Layout(const DeviceDescription& description)
         : input(description.input), output(description.output), maximumFrames(std::max(1U, description.bufferFrameSize))
     {
@@ -148,27 +150,18 @@ DeviceIO::Procedure* DeviceIO::find(const List& list, AudioDeviceIOProc procedur
     return found == list.procedures.end() ? nullptr : found->get();
 }
 
-namespace
+// Waits for no cycle, so that callers may hold locks.
+template <class Object> void DeviceIO::replace(std::atomic<Object*>& slot, std::unique_ptr<Object> next)
 {
-
-// What a cycle may still be reading: freed when that has ended.
-template <class T> struct AfterCycle final : Retirable {
-    AfterCycle(std::shared_ptr<const DeviceIO> reader, std::unique_ptr<T> retired)
-        : io(std::move(reader)), object(std::move(retired))
-    {
-    }
-    ~AfterCycle() override { io->waitForCycle(); }
-    std::shared_ptr<const DeviceIO> io;
-    std::unique_ptr<T> object;
-};
-
-} // namespace
+    Replacement replacement(cycles_);
+    replacement.replace(slot, std::move(next));
+    replacement.retire();
+}
 
 void DeviceIO::publish(std::unique_ptr<List> next)
 {
     std::erase_if(next->procedures, [](const auto& each) { return each->isRemoved.load(); });
-    std::unique_ptr<const List> old(list_.exchange(next.release()));
-    retire(new AfterCycle<const List>(shared_from_this(), std::move(old)));
+    replace(list_, std::unique_ptr<const List>(std::move(next)));
 }
 
 OSStatus DeviceIO::add(AudioDeviceIOProc procedure, void* clientData)
@@ -195,7 +188,7 @@ OSStatus DeviceIO::remove(AudioDeviceIOProc procedure, void* clientData)
             return kAudioHardwareIllegalOperationError;
         stop(*found);
         found->isRemoved.store(true);
-        publish(std::make_unique<List>(list));
+        withinMemory([&] { publish(std::make_unique<List>(list)); }); // else the next list is without it
     }
     waitForCycle();
     return noErr;
@@ -242,8 +235,7 @@ bool DeviceIO::hasProcedures()
 
 void DeviceIO::prepare(const DeviceDescription& description)
 {
-    if (std::unique_ptr<Layout> old{layout_.exchange(new Layout(description))})
-        retire(new AfterCycle<Layout>(shared_from_this(), std::move(old)));
+    replace(layout_, std::make_unique<Layout>(description));
 }
 
 void DeviceIO::armIdleReport()
@@ -283,28 +275,17 @@ void DeviceIO::reportIdle() noexcept
     retire(idleReport_.exchange(nullptr));
 }
 
-void DeviceIO::waitForCycle() const
-{
-    if (isInsideCallback())
-        return;
-    const std::int32_t seen = cycle_.load();
-    if (seen & 1)
-        cycle_.wait(seen);
-}
-
 void DeviceIO::runCycle(const IOCycle& cycle) noexcept
 {
     const RealTimeScope realTime;
     const CallbackScope callback;
     ioOfThread = this;
-    cycle_.fetch_add(1);
+    const Publication::Reader reader(cycles_);
     const List& list = *list_.load();
     Layout* const layout = layout_.load();
     if (layout && layout->input.match(cycle.input) && layout->output.match(cycle.output))
         for (UInt32 first = 0; first < cycle.frames; first += layout->maximumFrames)
             runSlice(list, *layout, cycle, first, std::min(layout->maximumFrames, cycle.frames - first));
-    cycle_.fetch_add(1);
-    cycle_.notify_all();
     ioOfThread = nullptr;
 }
 

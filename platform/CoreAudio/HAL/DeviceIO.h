@@ -4,7 +4,7 @@
 
 #include "CoreAudio/AudioHardware.h"
 #include "CoreAudio/DeviceDescription.h"
-#include "Foundation/Threads/Retirement.h"
+#include "Foundation/Threads/Publication.h"
 
 #include <atomic>
 #include <functional>
@@ -33,8 +33,7 @@ struct IOCycle {
     std::span<const IOBlock> output;
 };
 
-/// Procedures are an immutable list behind an atomic pointer. A cycle makes its number odd, then reads the pointer; who
-/// replaces the list has the old one freed when the number has changed or is even.
+/// Procedures are an immutable list, which cycles read and changes replace.
 class DeviceIO : public std::enable_shared_from_this<DeviceIO>
 {
 public:
@@ -54,7 +53,7 @@ public:
     OSStatus markRunning(AudioDeviceIOProc procedure, void* clientData);
     OSStatus markStopped(AudioDeviceIOProc procedure, void* clientData);
     bool hasProcedures();
-    /// Fixes streams and most frames for the cycles from now on. Before the device starts.
+    /// Fixes the streams and the maximum of frames for the cycles from now on. Before the device starts.
     void prepare(const DeviceDescription& description);
     /// Makes sure that a later stop in a cycle can be reported. Before a procedure starts.
     void armIdleReport();
@@ -67,7 +66,7 @@ public:
     void reportIdle() noexcept;
     bool hasRunningProcedures() const { return runningCount_.load() > 0; }
     /// See qmx::waitForIOCycle.
-    void waitForCycle() const;
+    void waitForCycle() const { cycles_.waitForReaders(); }
 
     /// Runs the procedures. Marks the thread as real-time and inside a callback. One thread at a time. A cycle with
     /// other streams than were fixed (the tail of an earlier run) is left out.
@@ -79,17 +78,18 @@ private:
     struct Layout;
     struct IdleReport;
     Procedure* find(const List& list, AudioDeviceIOProc procedure, void* clientData) const;
+    template <class Object> void replace(std::atomic<Object*>& slot, std::unique_ptr<Object> next);
     void publish(std::unique_ptr<List> next);
     bool stop(Procedure& procedure) noexcept;
     void runSlice(const List& list, Layout& layout, const IOCycle& cycle, UInt32 first, UInt32 frames) const;
 
     const AudioDeviceID device_;
     const std::function<void()> becameIdle_;
-    std::mutex mutex_; // of changes to the list
+    std::mutex mutex_;   // of changes to the list
+    Publication cycles_; // read the list and the layout
     std::atomic<const List*> list_;
     std::atomic<Layout*> layout_{nullptr};
     std::atomic<int> runningCount_{0};
-    std::atomic<std::int32_t> cycle_{0};
     std::atomic<IdleReport*> idleReport_{nullptr};
 };
 

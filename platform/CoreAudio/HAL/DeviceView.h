@@ -46,15 +46,15 @@ std::optional<OSStatus> translateDeviceProperty(const DeviceView& device, const 
 std::optional<OSStatus> translateStreamProperty(const DeviceView& device, StreamPlace place,
                                                 AudioStreamPropertyID property, UInt32* ioSize, void* block);
 
-/// What a caller wants to be set, checked against the record: a wish for the backend, nothing when the value is there
-/// already.
-struct WishResult {
+/// What a caller wants to be set, checked against the record: a request for the backend, nothing when the value is
+/// there already.
+struct CheckedRequest {
     OSStatus status = noErr;
-    std::optional<DeviceWish> wish;
+    std::optional<DeviceRequest> request;
 };
-WishResult deviceWish(const DeviceView& device, const PropertyAddress& address, UInt32 size, const void* data);
-WishResult streamWish(const DeviceView& device, StreamPlace place, AudioStreamPropertyID property, UInt32 size,
-                      const void* data);
+CheckedRequest deviceRequest(const DeviceView& device, const PropertyAddress& address, UInt32 size, const void* data);
+CheckedRequest streamRequest(const DeviceView& device, StreamPlace place, AudioStreamPropertyID property, UInt32 size,
+                             const void* data);
 
 /// The gain that a caller wants a control to have, in decibels or as it is: kAudioHardwareIllegalOperationError unless
 /// it is a number.
@@ -73,8 +73,8 @@ std::optional<PropertyValue> formatProperty(const DeviceDescription& device, con
                                             UInt32 property);
 std::optional<OSStatus> translateFormat(const DeviceDescription& device, const StreamDescription& stream,
                                         UInt32 property, UInt32* ioSize, void* block);
-WishResult formatWish(const DeviceDescription& device, StreamPlace place, UInt32 property, UInt32 size,
-                      const void* data);
+CheckedRequest formatRequest(const DeviceDescription& device, StreamPlace place, UInt32 property, UInt32 size,
+                             const void* data);
 
 /// Linear gain and decibels of a control.
 Float32 decibelsOf(const VolumeControl& volume, Float32 scalar);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Who wants to hear of which changes, and the one thread that tells them.
+// Who wants to hear of which changes, and the one thread that calls them.
 #pragma once
 
 #include "CoreAudio/AudioHardware.h"
@@ -41,13 +41,13 @@ public:
     Listeners() = default;
     ~Listeners() = delete;
 
-    /// False when it is there already. `announcesNow`: tells this one, and no other, of `announced`.
+    /// False when it is registered already. `announcesNow`: calls this one, and no other, of `announced`.
     bool add(UInt32 object, const Listener& listener, bool announcesNow = false, const PropertyAddress& announced = {});
     /// False when it is not there. Waits for a call of this listener that goes on, except on the notification thread
     /// and inside callbacks.
     bool remove(UInt32 object, const Listener& listener);
     /// Puts a change in the queue. The notification thread calls `before` when the change's turn has come, with no lock
-    /// held, and then tells the listeners.
+    /// held, and then calls the listeners.
     void announce(UInt32 object, const PropertyAddress& address, std::function<void()> before = {});
     /// Of the thread that calls.
     static bool isNotificationThread();

@@ -181,19 +181,19 @@ std::optional<OSStatus> translateFormat(const DeviceDescription& device, const S
     }
 }
 
-WishResult formatWish(const DeviceDescription& device, StreamPlace place, UInt32 property, UInt32 size,
-                      const void* data)
+CheckedRequest formatRequest(const DeviceDescription& device, StreamPlace place, UInt32 property, UInt32 size,
+                             const void* data)
 {
     AudioStreamBasicDescription format;
     if (const OSStatus status = takeValue(size, data, format))
-        return {.status = status, .wish = {}};
+        return {.status = status, .request = {}};
     const StreamDescription& stream = device.section(place.isInput).streams[place.index];
     const bool isVirtual = property == kAudioDevicePropertyStreamFormat;
     if (!(isVirtual ? isVirtualFormat(device, stream, format) : isPhysicalFormat(device, stream, format)))
-        return {.status = kAudioDeviceUnsupportedFormatError, .wish = {}};
+        return {.status = kAudioDeviceUnsupportedFormatError, .request = {}};
     if (isVirtual)
-        return {.status = noErr, .wish = SetSampleRate{format.mSampleRate}};
-    return {.status = noErr, .wish = SetPhysicalFormat{place.isInput, place.index, format}};
+        return {.status = noErr, .request = SetSampleRate{format.mSampleRate}};
+    return {.status = noErr, .request = SetPhysicalFormat{place.isInput, place.index, format}};
 }
 
 } // namespace qmx

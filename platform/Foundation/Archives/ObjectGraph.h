@@ -19,7 +19,7 @@ struct ObjectGraph {
     bool isKeyed = true; ///< whether decoders offer keys
 };
 
-/// The root object. Null when it is nil, and when the graph is inconsistent (`error`, if given, tells).
+/// The root object. Null when it is nil, and when the graph is inconsistent (`error`, if given, says so).
 std::shared_ptr<Object> makeObjects(const ObjectGraph& graph, ArchiveError* error);
 
 } // namespace qmx

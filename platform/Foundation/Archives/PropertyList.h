@@ -74,7 +74,7 @@ struct PropertyListValue : std::variant<bool, PropertyListInteger, float, double
 /// How deep containers may nest, in reading and in writing.
 inline constexpr std::size_t propertyListDepthLimit = 64;
 
-/// The property list in exactly these bytes (padding behind it makes it unreadable). Nothing when the bytes are
+/// The property list in exactly these bytes (padding after it makes it unreadable). Nothing when the bytes are
 /// damaged: a count or position past the end, a kind that the version does not have, a container inside itself, nesting
 /// past the limit. Bad text becomes U+FFFD.
 QMX_EXPORT std::optional<PropertyListValue> parseBinaryPropertyList(std::span<const std::uint8_t> bytes);

@@ -210,7 +210,7 @@ std::optional<Bytes> Reader::take(std::size_t at, std::uint64_t size)
     return bytes_.subspan(at, static_cast<std::size_t>(size));
 }
 
-// the contents of the object at `at`, whose count of units is in the marker or in an integer object behind it
+// the contents of the object at `at`, whose count of units is in the marker or in an integer object after it
 std::optional<Bytes> Reader::takeCounted(std::size_t at, std::size_t unit)
 {
     std::uint64_t count = bytes_[at++] & 0x0F;

@@ -113,7 +113,7 @@ private:
 
     std::vector<Item> items_;
     std::unordered_map<const PropertyListValue*, std::size_t> numbers_;
-    std::unordered_map<std::string, std::size_t> merged_; // by written form, which tells kind and width
+    std::unordered_map<std::string, std::size_t> merged_; // by written form, which shows kind and width
     Bytes bytes_;
 };
 

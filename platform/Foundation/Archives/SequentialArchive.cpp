@@ -242,7 +242,7 @@ template <class T> const T* valueAt(const Contents& contents, std::size_t index)
     return index < contents.values.size() ? contents.values[index]->as<T>() : nullptr;
 }
 
-// The elements behind a leading count; null when their number is another one.
+// The elements after a leading count; null when their number is another one.
 std::optional<PropertyListArray> counted(const Contents& contents, std::uint64_t unit)
 {
     const auto* count = valueAt<PropertyListInteger>(contents, 0);

@@ -80,7 +80,7 @@ public:
     /// The value under the string `key`; null when there is none.
     std::shared_ptr<const Object> objectForKey(std::string_view key) const;
 
-    /// Adds a pair; under a string key that is there already the value is replaced and the place kept.
+    /// Adds a pair; under an existing string key the value is replaced and the place kept.
     void setObject_forKey(std::shared_ptr<const Object> object, std::shared_ptr<const Object> key);
     void setObject_forKey(std::shared_ptr<const Object> object, std::string key);
 

@@ -123,7 +123,7 @@ private:
     /// drop it.
     SystemError lockDescriptor(short type)
     {
-        // One byte far behind every file's end: on file systems whose locks are mandatory nobody's reads are refused.
+        // One byte far after every file's end: on file systems whose locks are mandatory nobody's reads are refused.
         struct flock place {
         };
         place.l_type = type;

@@ -18,7 +18,7 @@ public:
 
     /// Runs until stop(). Loops within a loop are allowed: stop() ends the innermost.
     bool run();
-    /// Runs for so many seconds (0: what is due now) or until stop(). Whether it ran its time.
+    /// Runs for `seconds` (0: what is due now) or until stop(). Whether it ran its time.
     bool runFor(double seconds);
     /// Runs what is due now and does not wait. Whether there was anything.
     bool runOnce();

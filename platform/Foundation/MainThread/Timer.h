@@ -19,7 +19,7 @@ class QMX_EXPORT Timer : public Object
 public:
     using Handler = std::function<void(Timer&)>;
 
-    /// Starts a timer that is due in so many seconds (below 0: at once; not finite: an invalid timer) and, if it
+    /// Starts a timer that is due in `seconds` (below 0: at once; not finite: an invalid timer) and, if it
     /// repeats, again and again at that distance (at least 0.1 ms); times that the main thread missed are left out. Any
     /// thread but the real-time ones.
     static std::shared_ptr<Timer> scheduledTimer(double seconds, bool repeats, Handler handler);

@@ -15,6 +15,14 @@
 namespace qmx
 {
 
+namespace
+{
+
+// How many wait for rest now. Only then a worker that comes to rest looks for the list.
+std::atomic<int> waitsForRest{0};
+
+} // namespace
+
 struct WorkerList {
     std::mutex mutex;
     std::condition_variable changed;
@@ -36,17 +44,26 @@ struct WorkerList {
         return *list;
     }
 
-    void setRests(Worker& worker, bool rests)
+    static void turn(Worker& worker) { worker.turns_.fetch_add(1); }
+
+    static void tellRest()
     {
-        const std::scoped_lock lock(mutex);
-        worker.rests_ = rests;
-        changed.notify_all();
+        if (waitsForRest.load() == 0)
+            return;
+        WorkerList& list = shared();
+        const std::scoped_lock lock(list.mutex);
+        list.changed.notify_all();
     }
 
-    // What a resting worker's hasWork() looks at is changed by somebody busy only, so one look at all is exact.
+    // Who is at rest in the same turn at both looks rested in between, so that all rested at one instant between the
+    // looks. Work that was given before it is seen at the second look; later nobody was left to give any.
     bool allRest() const
     {
-        return std::ranges::all_of(workers, [](const Worker* worker) { return worker->rests_ && !worker->hasWork_(); });
+        for (Worker* const worker : workers)
+            worker->seenTurns_ = worker->turns_.load();
+        return std::ranges::all_of(workers, [](const Worker* worker) {
+            return worker->seenTurns_ % 2 == 1 && !worker->hasWork_() && worker->turns_.load() == worker->seenTurns_;
+        });
     }
 };
 
@@ -67,12 +84,13 @@ Worker::~Worker()
 
 Worker::Wait::Wait(Worker& worker) : worker_(worker)
 {
-    WorkerList::shared().setRests(worker_, true);
+    WorkerList::turn(worker_);
+    WorkerList::tellRest();
 }
 
 Worker::Wait::~Wait()
 {
-    WorkerList::shared().setRests(worker_, false);
+    WorkerList::turn(worker_);
 }
 
 bool waitUntilWorkersRest()
@@ -80,7 +98,10 @@ bool waitUntilWorkersRest()
     constexpr std::chrono::seconds patience{30};
     WorkerList& list = WorkerList::shared();
     std::unique_lock lock(list.mutex);
-    if (list.changed.wait_for(lock, patience, [&list] { return list.allRest(); }))
+    ++waitsForRest;
+    const bool allRest = list.changed.wait_for(lock, patience, [&list] { return list.allRest(); });
+    --waitsForRest;
+    if (allRest)
         return true;
     lock.unlock();
     Log("Worker: a thread of the library has not come to rest in 30 s; time goes on without it");

@@ -1,9 +1,11 @@
 // SPDX-License-Identifier: MIT
-// What the library's own threads tell of themselves, so that simulated time never outruns them.
+// What the library's own threads report of themselves, so that simulated time never outruns them.
 #pragma once
 
 #include "Foundation/Export.h"
 
+#include <atomic>
+#include <cstdint>
 #include <functional>
 
 namespace qmx
@@ -23,15 +25,15 @@ namespace qmx
 class QMX_EXPORT Worker
 {
 public:
-    /// `hasWork` tells whether work was given that the thread has not taken. Called from other threads, must not block,
-    /// nor make or destroy a Worker. Work must become visible through it before whoever gives it comes to rest himself.
+    /// `hasWork` reports whether work was given that the thread has not taken. Called from other threads, must not
+    /// block, nor make or destroy a Worker. Queued work must be visible through it before the queuing thread goes idle.
     explicit Worker(std::function<bool()> hasWork);
     ~Worker();
     Worker(const Worker&) = delete;
     Worker& operator=(const Worker&) = delete;
 
     /// While one exists the thread stands in its wait. Made and destroyed on the worker's thread, without a lock that
-    /// `hasWork` takes.
+    /// `hasWork` takes. Takes no lock itself while nobody waits for rest.
     class QMX_EXPORT Wait
     {
     public:
@@ -47,7 +49,8 @@ public:
 private:
     friend struct WorkerList;
     std::function<bool()> hasWork_;
-    bool rests_ = false; // guarded by the list's lock
+    std::atomic<std::uint64_t> turns_{0}; ///< odd at rest
+    std::uint64_t seenTurns_ = 0;         ///< guarded by the list's lock
 };
 
 /// Returns when all workers are at rest at one instant. Not from a worker. After 30 s it gives up, logs that, and

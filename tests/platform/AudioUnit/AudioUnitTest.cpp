@@ -82,7 +82,7 @@ TEST_F(AudioUnits, FailuresOfInputAreSilenceAndAreRemembered)
     // a render inside the render's own callback
     counter.result = noErr;
     OSStatus inner = noErr;
-    counter.onGive = [&] { inner = render(unit, 4, list); };
+    counter.onRender = [&] { inner = render(unit, 4, list); };
     set(unit, kAudioUnitProperty_SetRenderCallback, kAudioUnitScope_Input, counter.callback());
     EXPECT_EQ(noErr, render(unit, 4, list));
     EXPECT_EQ(kAudioUnitErr_CannotDoInCurrentContext, inner);
@@ -220,7 +220,7 @@ TEST_F(AudioUnits, MayBeClosedInsideTheirCallback)
 {
     AudioUnitInitialize(unit);
     BufferList list(samples, 2);
-    counter.onGive = [this] { unit.close(); };
+    counter.onRender = [this] { unit.close(); };
     EXPECT_EQ(noErr, render(unit, 4, list));
     EXPECT_EQ(1003, samples[7]);
 }

@@ -54,7 +54,7 @@ bool Connection::open()
     const int error = makeLoop();
     if (error == 0)
         return true;
-    pw_deinit(); // it looks for its parts anew the next time
+    pw_deinit(); // it looks for its parts again the next time
     if (!std::exchange(hasFailedToOpen_, true))
         Log("PipeWire: the library cannot work (%s); there are no devices until it can", std::strerror(error));
     return false;

@@ -20,10 +20,10 @@ struct FoundDevice {
     std::vector<std::uint32_t> playbackPorts; ///< and for each output channel
 };
 
-/// All devices whose ports are there. What a sink plays is offered as an input of its own too.
+/// All devices whose ports exist. What a sink plays is offered as an input of its own too.
 std::vector<FoundDevice> foundDevices(const ServerState& state);
 
-/// The keys of the devices that the server's nodes are or were, whether their ports are there or not.
+/// The keys of the devices that the server's nodes are or were, whether their ports exist or not.
 std::set<std::string> nodeKeys(const ServerState& state);
 
 /// The default of a direction: the name of its node, empty when there is none.

@@ -12,7 +12,7 @@ struct spa_pod;
 namespace qmx::pipewire
 {
 
-/// Takes over what `pod` (a node's Props) tells; the rest of `levels` stays.
+/// Takes over what `pod` (a node's Props) reports; the rest of `levels` stays.
 void readLevels(const spa_pod* pod, Levels& levels);
 /// Appends what a raw EnumFormat object offers.
 void addFormats(const spa_pod* pod, std::vector<SampleFormat>& formats);

@@ -154,7 +154,7 @@ std::vector<std::pair<AudioDeviceID, NewDevice>> PipeWireBackend::addNew(const P
         if (reported_.contains(found.key))
             continue;
         const std::string& uid = found.description.uid;
-        auto device = std::make_shared<PipeWireDevice>(connection_, housekeeping, found.key, wishes_[uid]);
+        auto device = std::make_shared<PipeWireDevice>(connection_, housekeeping, found.key, requested_[uid]);
         DeviceDescription description = found.description;
         device->complete(description);
         const AudioDeviceID id = sink_->makeID();

@@ -54,7 +54,7 @@ private:
 
     HardwareSink* sink_ = nullptr;
     Connection connection_;
-    std::map<std::string, KeptWishes> wishes_; // by UID; guarded by the connection's lock
+    std::map<std::string, RequestedSettings> requested_; // by UID; guarded by the connection's lock
     std::mutex reportedMutex_;
     std::map<std::string, Reported> reported_; // by key; guarded by it, changed by the housekeeper only
     std::mutex workMutex_;                     // of what follows; nothing is called with it held

@@ -24,12 +24,13 @@ bool offers(const DeviceDescription& description, Float64 rate)
 
 } // namespace
 
-PipeWireDevice::PipeWireDevice(Connection& connection, Housekeeping& housekeeping, std::string key, KeptWishes& wishes)
-    : connection_(connection), housekeeping_(housekeeping), key_(std::move(key)), wishes_(wishes)
+PipeWireDevice::PipeWireDevice(Connection& connection, Housekeeping& housekeeping, std::string key,
+                               RequestedSettings& requested)
+    : connection_(connection), housekeeping_(housekeeping), key_(std::move(key)), requested_(requested)
 {
 }
 
-OSStatus PipeWireDevice::fulfil(const DeviceWish& wish)
+OSStatus PipeWireDevice::perform(const DeviceRequest& request)
 {
     const Connection::Lock lock(connection_);
     return std::visit(
@@ -55,19 +56,19 @@ OSStatus PipeWireDevice::fulfil(const DeviceWish& wish)
                    [this](const SetDataSource& source) { return setSource(source.isInput, source.id); },
                    [this](const SetPhysicalFormat& format) { return setFormat(format); },
                    [](const SetRawProperty&) -> OSStatus { return kAudioHardwareUnsupportedOperationError; }},
-        wish);
+        request);
 }
 
 OSStatus PipeWireDevice::setRate(Float64 rate)
 {
-    wishes_.rate = static_cast<UInt32>(rate);
+    requested_.rate = static_cast<UInt32>(rate);
     askRun();
     return noErr;
 }
 
 OSStatus PipeWireDevice::setFrames(UInt32 frames)
 {
-    wishes_.frames = frames;
+    requested_.frames = frames;
     askRun();
     return noErr;
 }
@@ -111,20 +112,21 @@ OSStatus PipeWireDevice::setSource(bool isInput, UInt32 id)
 }
 
 // The server chooses the hardware's sample layout by itself; the rate can be chosen.
-OSStatus PipeWireDevice::setFormat(const SetPhysicalFormat& wish)
+OSStatus PipeWireDevice::setFormat(const SetPhysicalFormat& request)
 {
     const auto found = find();
     if (!found)
         return kAudioHardwareBadDeviceError;
-    const auto& present = found->description.section(wish.isInput).streams.at(wish.stream).physicalFormat;
-    if (wish.format.mBitsPerChannel != present.mBitsPerChannel || wish.format.mFormatFlags != present.mFormatFlags)
+    const auto& present = found->description.section(request.isInput).streams.at(request.stream).physicalFormat;
+    if (request.format.mBitsPerChannel != present.mBitsPerChannel ||
+        request.format.mFormatFlags != present.mFormatFlags)
         return kAudioHardwareUnsupportedOperationError;
-    return setRate(wish.format.mSampleRate);
+    return setRate(request.format.mSampleRate);
 }
 
 void PipeWireDevice::askRun()
 {
-    if (const auto wanted = request(); wanted && run_)
+    if (const auto wanted = runRequest(); wanted && run_)
         run_->ask(*wanted);
     housekeeping_.wake();
 }
@@ -138,16 +140,16 @@ std::optional<FoundDevice> PipeWireDevice::find() const
     return std::move(*found);
 }
 
-// A wish counts while the server offers it.
+// A request counts while the server offers it.
 Float64 PipeWireDevice::rateFor(const DeviceDescription& description) const
 {
-    if (wishes_.rate && offers(description, *wishes_.rate))
-        return *wishes_.rate;
+    if (requested_.rate && offers(description, *requested_.rate))
+        return *requested_.rate;
     return clock_ ? clock_->read().rate : description.nominalSampleRate;
 }
 
 // The channels stay those of the start until the stop.
-std::optional<RunRequest> PipeWireDevice::request() const
+std::optional<RunRequest> PipeWireDevice::runRequest() const
 {
     auto found = find();
     if (!found)
@@ -164,8 +166,8 @@ std::optional<RunRequest> PipeWireDevice::request() const
                       .inputLatency = device.input.latency,
                       .outputLatency = device.output.latency,
                       .rate = rate,
-                      .forcesRate = wishes_.rate == rate,
-                      .frames = wishes_.frames.value_or(device.bufferFrameSize),
+                      .forcesRate = requested_.rate == rate,
+                      .frames = requested_.frames.value_or(device.bufferFrameSize),
                       .mostFrames = std::max(device.maximumBufferFrameSize, 8192U),
                       .resumed = clock_ ? std::optional(clock_->read()) : std::nullopt};
 }
@@ -175,7 +177,7 @@ OSStatus PipeWireDevice::startIO(const std::shared_ptr<DeviceIO>& io, const Devi
     std::optional<RunRequest> wanted;
     {
         const Connection::Lock lock(connection_);
-        wanted = request();
+        wanted = runRequest();
     }
     if (!wanted)
         return kAudioHardwareBadDeviceError;
@@ -237,9 +239,9 @@ OSStatus PipeWireDevice::currentTime(AudioTimeStamp& time)
 
 void PipeWireDevice::complete(DeviceDescription& description) const
 {
-    if (wishes_.frames)
+    if (requested_.frames)
         description.bufferFrameSize =
-            std::clamp(*wishes_.frames, description.minimumBufferFrameSize, description.maximumBufferFrameSize);
+            std::clamp(*requested_.frames, description.minimumBufferFrameSize, description.maximumBufferFrameSize);
     const Float64 rate = clock_ ? clock_->read().rate : rateFor(description);
     description.nominalSampleRate = description.actualSampleRate = rate;
     for (const bool isInput : {true, false})
@@ -257,12 +259,12 @@ bool PipeWireDevice::mend()
     UInt64 start = 0;
     {
         const Connection::Lock lock(connection_);
-        wanted = io_ ? request() : std::nullopt;
+        wanted = io_ ? runRequest() : std::nullopt;
         if (!wanted || (run_ && run_->serves(*wanted)))
             return true;
         connection_.settle(); // a device that is unplugged loses its links first
         connection_.waitUntil([this] { return !connection_.isConnected() || connection_.isSettled(); });
-        wanted = io_ ? request() : std::nullopt;
+        wanted = io_ ? runRequest() : std::nullopt;
         if (!wanted)
             return true;
         io = io_;

@@ -11,7 +11,7 @@ namespace qmx::pipewire
 {
 
 /// What programs asked of a device; kept under its UID while it is away.
-struct KeptWishes {
+struct RequestedSettings {
     std::optional<UInt32> rate;
     std::optional<UInt32> frames;
 };
@@ -30,15 +30,15 @@ public:
 class PipeWireDevice final : public BackendDevice
 {
 public:
-    PipeWireDevice(Connection& connection, Housekeeping& housekeeping, std::string key, KeptWishes& wishes);
+    PipeWireDevice(Connection& connection, Housekeeping& housekeeping, std::string key, RequestedSettings& requested);
 
-    OSStatus fulfil(const DeviceWish& wish) override;
+    OSStatus perform(const DeviceRequest& request) override;
     OSStatus startIO(const std::shared_ptr<DeviceIO>& io, const DeviceDescription& description) override;
     void stopIO() override;
     OSStatus currentTime(AudioTimeStamp& time) override;
 
     // --- For the housekeeper
-    /// Puts what was wished, and what runs, in place of the server's usual values. With the connection's lock held.
+    /// Puts what was requested, and what runs, in place of the server's usual values. With the connection's lock held.
     void complete(DeviceDescription& description) const;
     /// Begins a new run where the device has other ports than the present one is linked to, or the server took links
     /// away; false when that is to be tried again.
@@ -51,10 +51,10 @@ private:
     OSStatus setFrames(UInt32 frames);
     OSStatus setLevels(bool isInput, const std::function<void(Levels&, UInt32 channels)>& edit);
     OSStatus setSource(bool isInput, UInt32 id);
-    OSStatus setFormat(const SetPhysicalFormat& wish);
+    OSStatus setFormat(const SetPhysicalFormat& request);
     std::optional<FoundDevice> find() const;
     Float64 rateFor(const DeviceDescription& description) const;
-    std::optional<RunRequest> request() const;
+    std::optional<RunRequest> runRequest() const;
     void askRun();
     void take(std::shared_ptr<FilterRun> run);
 
@@ -63,7 +63,7 @@ private:
     const std::string key_;
     const std::shared_ptr<RunSignals> signals_ = std::make_shared<RunSignals>();
     // guarded by the connection's lock
-    KeptWishes& wishes_;
+    RequestedSettings& requested_;
     std::shared_ptr<FilterRun> run_;        ///< none while it is being mended, too
     std::shared_ptr<DeviceIO> io_;          ///< while it shall run
     UInt32 channels_[2] = {};               ///< output and input, as they were announced when it started

@@ -8,7 +8,7 @@
 namespace qmx::pipewire
 {
 
-// Without a media class and a wish to be connected session managers leave the filter's links alone.
+// Without a media class and a request to be connected session managers leave the filter's links alone.
 pw_properties* runProperties(const RunRequest& request)
 {
     const bool records = !request.capturePorts.empty(), plays = !request.playbackPorts.empty();

@@ -8,7 +8,7 @@ namespace qmx::pipewire
 
 struct RunRequest;
 
-/// What a filter tells the server of itself: who it is for, and the cycle and rate it asks for. The caller's to free.
+/// What a filter reports to the server: who it is for, and the cycle and rate it asks for. The caller's to free.
 pw_properties* runProperties(const RunRequest& request);
 
 } // namespace qmx::pipewire

@@ -35,15 +35,15 @@ bool isAudioDevice(const Texts& properties)
            mediaClass == "Audio/Duplex";
 }
 
-// A wish counts at once, so that the next one for another channel builds upon it; the server's answer confirms it.
-void takeOver(const Levels& wished, Levels& levels)
+// A request counts at once, so that the next one for another channel builds upon it; the server's answer confirms it.
+void takeOver(const Levels& requested, Levels& levels)
 {
-    if (wished.master)
-        levels.master = wished.master;
-    if (wished.isMuted)
-        levels.isMuted = wished.isMuted;
-    if (!wished.channels.empty())
-        levels.channels = wished.channels;
+    if (requested.master)
+        levels.master = requested.master;
+    if (requested.isMuted)
+        levels.isMuted = requested.isMuted;
+    if (!requested.channels.empty())
+        levels.channels = requested.channels;
 }
 
 } // namespace

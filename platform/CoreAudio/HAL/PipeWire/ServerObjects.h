@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Follows the server's registry: what comes, what goes, what each object tells of itself.
+// Follows the server's registry: what comes, what goes, what each object reports of itself.
 #pragma once
 
 #include "CoreAudio/HAL/PipeWire/ServerState.h"
@@ -22,7 +22,7 @@ public:
     ServerObjects(const ServerObjects&) = delete;
     ServerObjects& operator=(const ServerObjects&) = delete;
 
-    // Wishes; the server answers by a change. False when the object is gone.
+    // Requests; the server answers by a change. False when the object is gone.
     bool setNodeLevels(std::uint32_t node, const Levels& levels);
     /// Chooses a route of a card for one of the profile's devices, or sets the levels of the one chosen.
     bool setRoute(std::uint32_t card, std::int32_t route, std::int32_t profileDevice, const Levels& levels);

@@ -37,10 +37,10 @@ public:
     /// The present. No lock.
     UInt64 now() const;
     VirtualTime mode() const { return mode_.load(); }
-    /// Time goes on from where it is. Fast time is not begun where the system has no thread left for it. Ending fast
+    /// Time goes on from where it is. Fast time does not start where the system has no thread left for it. Ending fast
     /// time returns when no driven cycle is in flight (except inside a callback).
     void setMode(VirtualTime mode);
-    /// Begins the line afresh.
+    /// Starts the line again at 0.
     void reset(VirtualTime mode);
 
     // --- For I/O threads; with the lock held

@@ -10,8 +10,8 @@ namespace qmx
 namespace
 {
 
-// One function for each wish, by its type.
-struct Fulfilment {
+// One function for each request, by its type.
+struct Performer {
     DeviceDescription& device;
 
     void setRate(Float64 rate) const
@@ -20,26 +20,29 @@ struct Fulfilment {
         device.nominalSampleRate = rate;
         device.actualSampleRate = rate * drift;
     }
-    void operator()(const SetSampleRate& wish) const { setRate(wish.rate); }
-    void operator()(const SetBufferFrameSize& wish) const { device.bufferFrameSize = wish.frames; }
-    void operator()(const SetVolume& wish) const
+    void operator()(const SetSampleRate& request) const { setRate(request.rate); }
+    void operator()(const SetBufferFrameSize& request) const { device.bufferFrameSize = request.frames; }
+    void operator()(const SetVolume& request) const
     {
-        device.section(wish.isInput).volumes[wish.channel].scalar = wish.scalar;
+        device.section(request.isInput).volumes[request.channel].scalar = request.scalar;
     }
-    void operator()(const SetMute& wish) const
+    void operator()(const SetMute& request) const
     {
-        device.section(wish.isInput).mutes[wish.channel].isMuted = wish.isMuted;
+        device.section(request.isInput).mutes[request.channel].isMuted = request.isMuted;
     }
-    void operator()(const SetDataSource& wish) const { device.section(wish.isInput).dataSource = wish.id; }
-    void operator()(const SetPhysicalFormat& wish) const
+    void operator()(const SetDataSource& request) const { device.section(request.isInput).dataSource = request.id; }
+    void operator()(const SetPhysicalFormat& request) const
     {
-        auto& streams = device.section(wish.isInput).streams;
-        if (wish.stream >= streams.size())
+        auto& streams = device.section(request.isInput).streams;
+        if (request.stream >= streams.size())
             return;
-        streams[wish.stream].physicalFormat = wish.format;
-        setRate(wish.format.mSampleRate);
+        streams[request.stream].physicalFormat = request.format;
+        setRate(request.format.mSampleRate);
     }
-    void operator()(const SetRawProperty& wish) const { device.rawProperties[wish.address].value = wish.value; }
+    void operator()(const SetRawProperty& request) const
+    {
+        device.rawProperties[request.address].value = request.value;
+    }
 };
 
 void standardise(DeviceDescription& device, SectionDescription& section)
@@ -77,9 +80,9 @@ void standardise(DeviceDescription& device)
     standardise(device, device.output);
 }
 
-void apply(DeviceDescription& description, const DeviceWish& wish)
+void apply(DeviceDescription& description, const DeviceRequest& request)
 {
-    std::visit(Fulfilment{description}, wish);
+    std::visit(Performer{description}, request);
 }
 
 std::vector<Float32> channelGains(const SectionDescription& section)

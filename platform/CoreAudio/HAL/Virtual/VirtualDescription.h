@@ -12,8 +12,8 @@ namespace qmx
 /// rate, the buffer size is in its range.
 void standardise(DeviceDescription& description);
 
-/// Does in a record what a caller wishes. The hardware takes whatever the core let through.
-void apply(DeviceDescription& description, const DeviceWish& wish);
+/// Does in a record what a caller requests. The hardware takes whatever the core let through.
+void apply(DeviceDescription& description, const DeviceRequest& request);
 
 /// The linear gain of each channel of a section from its volumes and mutes.
 std::vector<Float32> channelGains(const SectionDescription& section);

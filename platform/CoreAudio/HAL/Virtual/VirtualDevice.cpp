@@ -46,9 +46,9 @@ void VirtualDevice::change(const std::function<void(DeviceDescription&)>& edit)
     sink_.deviceChanged(id_, next);
 }
 
-OSStatus VirtualDevice::fulfil(const DeviceWish& wish)
+OSStatus VirtualDevice::perform(const DeviceRequest& request)
 {
-    change([&wish](DeviceDescription& description) { apply(description, wish); });
+    change([&request](DeviceDescription& description) { apply(description, request); });
     return noErr;
 }
 

@@ -22,7 +22,7 @@ public:
     /// Changes the record and reports it.
     void change(const std::function<void(DeviceDescription&)>& edit);
 
-    OSStatus fulfil(const DeviceWish& wish) override;
+    OSStatus perform(const DeviceRequest& request) override;
     OSStatus startIO(const std::shared_ptr<DeviceIO>& io, const DeviceDescription& description) override;
     void stopIO() override;
     OSStatus currentTime(AudioTimeStamp& time) override;

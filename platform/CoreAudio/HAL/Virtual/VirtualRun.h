@@ -49,7 +49,7 @@ public:
 
     /// Fills, runs the procedures, and passes on. In real time.
     void runCycle(const VirtualCycle& cycle);
-    /// Room for cycles of so many frames. Not in real time.
+    /// Room for cycles of `frames` frames. Not in real time.
     void makeRoom(UInt32 frames);
 
     // guarded by the line's lock

@@ -20,8 +20,8 @@ namespace
 {
 
 /// One channel of a sine of 1 kHz at 44.1 kHz.
-OSStatus giveSine(void*, AudioUnitRenderActionFlags*, const AudioTimeStamp* time, UInt32, UInt32 frames,
-                  AudioBufferList* data)
+OSStatus renderSine(void*, AudioUnitRenderActionFlags*, const AudioTimeStamp* time, UInt32, UInt32 frames,
+                    AudioBufferList* data)
 {
     for (UInt32 i = 0; i < frames; ++i)
         static_cast<Float32*>(data->mBuffers[0].mData)[i] =
@@ -110,7 +110,7 @@ TEST_F(DeviceOutput, ResamplesToTheDevicesRateAlsoWhenThatChanges)
 {
     qmx::test::set(unit, kAudioUnitProperty_StreamFormat, kAudioUnitScope_Input,
                    linearFormat(32, 1, kAudioFormatFlagIsFloat));
-    setInput(unit, {giveSine, nullptr});
+    setInput(unit, {renderSine, nullptr});
     AudioUnitInitialize(unit);
     AudioOutputUnitStart(unit);
     const std::pair<Float64, UInt32> settings[] = {{48000, 512}, {44100, 2048}, {96000, 1024}};
@@ -141,22 +141,22 @@ TEST_F(DeviceOutput, StopsInsideItsCallbackWithoutTouchingOthers)
     AudioOutputUnitStart(unit);
     AudioUnitSetParameter(unit, kHALOutputParam_Volume, kAudioUnitScope_Global, 0, 0.5, 0);
     EXPECT_THAT(played(device), Contains(1.5 * 511));
-    counter.onGive = [&] {
+    counter.onRender = [&] {
         EXPECT_EQ(noErr, AudioOutputUnitStop(unit));
         EXPECT_EQ(kAudioUnitErr_CannotDoInCurrentContext, AudioOutputUnitStart(unit));
     };
     EXPECT_EQ(1023, played(device)[1022]); // of the other alone
     EXPECT_FALSE(isRunning());
-    counter.onGive = [] { ADD_FAILURE() << "called after a stop"; };
+    counter.onRender = [] { ADD_FAILURE() << "called after a stop"; };
     hardware.advanceCycles(device);
     AudioOutputUnitStop(other);
     EXPECT_FALSE(hardware.advanceCycles(device));
 
     // goes on where it was, and another unit's callback stops it as well as its own
-    counter.onGive = nullptr;
+    counter.onRender = nullptr;
     EXPECT_EQ(noErr, AudioOutputUnitStart(unit));
     EXPECT_EQ(0.5 * 1024, played(device)[0]);
-    otherCounter.onGive = [&] { AudioOutputUnitStop(unit); };
+    otherCounter.onRender = [&] { AudioOutputUnitStop(unit); };
     AudioOutputUnitStart(other);
     hardware.advanceCycles(device);
     EXPECT_FALSE(isRunning());

@@ -3,15 +3,12 @@
 #include "Foundation/MainThread/NotificationCenter.h"
 #include "Foundation/MainThread/RunLoop.h"
 #include "Foundation/RealTime.h"
-#include "Foundation/Threads/Retirement.h"
 #include "Foundation/Threads/Thread.h"
-#include "Foundation/Threads/Worker.h"
 #include "support/CapturedLog.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <condition_variable>
 #include <deque>
 #include <thread>
 
@@ -125,86 +122,4 @@ TEST(RealTimeNotification, ManySendersLoseNoState)
             RunLoop::main().runFor(0.001);
     }
     EXPECT_EQ(delivered, rounds * threads);
-}
-
-TEST(Retirement, WhatIsGivenUpInRealTimeEndsOnAnotherThread)
-{
-    struct Note final : qmx::Retirable {
-        explicit Note(std::vector<int>& list, int id) : ended(list), number(id) {}
-        ~Note() override
-        {
-            EXPECT_FALSE(qmx::isRealTime());
-            ended.push_back(number);
-        }
-        std::vector<int>& ended;
-        int number;
-    };
-    std::vector<int> ended;
-    auto object = std::make_shared<Object>();
-    const std::weak_ptr<Object> weakObject = object;
-    auto* const reference = new qmx::RetirableReference;
-    std::vector<Note*> notes{new Note(ended, 1), new Note(ended, 2), new Note(ended, 3)};
-    {
-        const qmx::RealTimeScope realTime;
-        for (Note* note : notes)
-            qmx::retire(note);
-        reference->reference = std::move(object);
-        qmx::retire(reference);
-    }
-    qmx::waitUntilRetired();
-    EXPECT_THAT(ended, ElementsAre(1, 2, 3));
-    EXPECT_TRUE(weakObject.expired());
-}
-
-TEST(Worker, RestMeansThatWorkPassedFromThreadToThreadIsDone)
-{
-    struct Stage {
-        explicit Stage(Stage* after) : next(after) {}
-        void give(int item)
-        {
-            const std::scoped_lock lock(mutex);
-            items.push_back(item);
-            given.notify_one();
-        }
-        void run()
-        {
-            for (;;) {
-                {
-                    const qmx::Worker::Wait wait(worker);
-                    std::unique_lock lock(mutex);
-                    given.wait(lock, [this] { return !items.empty(); });
-                }
-                std::unique_lock lock(mutex);
-                const int item = items.front();
-                items.pop_front();
-                lock.unlock();
-                if (item < 0)
-                    return;
-                if (next)
-                    next->give(item);
-                ++done;
-            }
-        }
-        Stage* next;
-        std::mutex mutex;
-        std::condition_variable given;
-        std::deque<int> items;
-        std::atomic<int> done{0};
-        qmx::Worker worker{[this] {
-            const std::scoped_lock lock(mutex);
-            return !items.empty();
-        }};
-    };
-    Stage last(nullptr), middle(&last), first(&middle);
-    std::vector<qmx::Thread> threads;
-    for (Stage* stage : {&first, &middle, &last})
-        threads.emplace_back("stage", [stage] { stage->run(); });
-    for (int round = 1; round <= 500; ++round) {
-        first.give(round);
-        ASSERT_TRUE(qmx::waitUntilWorkersRest());
-        ASSERT_EQ(last.done, round);
-    }
-    for (Stage* stage : {&first, &middle, &last})
-        stage->give(-1);
-    threads.clear();
 }

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "AudioUnit/Units/PullEngine.h"
+#include "AudioUnit/Units/ConverterEngine.h"
 
 #include <algorithm>
 #include <cmath>
@@ -26,7 +26,7 @@ void keepFirst(OSStatus& status, OSStatus next)
 } // namespace
 
 /// Frames to floats, the rate, floats to frames. Channels are mixed on the side that leaves the rate fewer of them.
-class PullEngine::RateStage
+class ConverterEngine::RateStage
 {
 public:
     RateStage(const PcmLayout& from, const PcmLayout& to, const Conversion& conversion, UInt32 maximumFrames)
@@ -45,7 +45,7 @@ public:
 
     bool isUsable() const { return rate_.isUsable(); }
 
-    OSStatus produce(InputSlice& input, const AudioTimeStamp& time, std::size_t frames, TargetFrames& target)
+    OSStatus renderInto(InputSlice& input, const AudioTimeStamp& time, std::size_t frames, TargetFrames& target)
     {
         OSStatus status = noErr;
         while (frames > 0) {
@@ -58,7 +58,7 @@ public:
                 target.advance(progress.made);
                 frames -= progress.made;
             } else {
-                keepFirst(status, refill(input, time, frames));
+                keepFirst(status, renderInput(input, time, frames));
             }
         }
         return status;
@@ -71,11 +71,11 @@ public:
     }
 
 private:
-    OSStatus refill(InputSlice& input, const AudioTimeStamp& time, std::size_t outputFrames)
+    OSStatus renderInput(InputSlice& input, const AudioTimeStamp& time, std::size_t outputFrames)
     {
         const Float64 needed = std::ceil(static_cast<Float64>(outputFrames) / ratio_);
         const auto frames = static_cast<UInt32>(std::clamp<Float64>(needed, 1, input.maximumFrames()));
-        const OSStatus status = input.pull(time, frames);
+        const OSStatus status = input.render(time, frames);
         toRate_->convert(input.slice(), toWrite_, frames);
         used_ = 0;
         ready_ = frames;
@@ -92,8 +92,8 @@ private:
     std::unique_ptr<FrameConverter> toRate_, fromRate_;
 };
 
-PullEngine::Conversion PullEngine::between(const AudioStreamBasicDescription& from,
-                                           const AudioStreamBasicDescription& to)
+ConverterEngine::Conversion ConverterEngine::between(const AudioStreamBasicDescription& from,
+                                                     const AudioStreamBasicDescription& to)
 {
     Conversion conversion;
     conversion.from = from;
@@ -104,22 +104,22 @@ PullEngine::Conversion PullEngine::between(const AudioStreamBasicDescription& fr
     return conversion;
 }
 
-OSStatus PullEngine::make(const InputElement& input, UInt32 element, const Conversion& conversion, UInt32 maximumFrames,
-                          std::unique_ptr<RenderEngine>& engine)
+OSStatus ConverterEngine::make(const InputElement& input, UInt32 element, const Conversion& conversion,
+                               UInt32 maximumFrames, std::unique_ptr<RenderEngine>& engine)
 {
     const auto from = PcmLayout::of(conversion.from), to = PcmLayout::of(conversion.to);
     constexpr Float64 highest = VariableRateConverter::highestRatio;
     if (!from || !to || (conversion.ratio && !(*conversion.ratio <= highest && *conversion.ratio >= 1 / highest)))
         return kAudioUnitErr_FormatNotSupported;
-    std::unique_ptr<PullEngine> made(new PullEngine(input, element, conversion, *from, *to, maximumFrames));
+    std::unique_ptr<ConverterEngine> made(new ConverterEngine(input, element, conversion, *from, *to, maximumFrames));
     if (made->rate_ && !made->rate_->isUsable())
         return kAudioUnitErr_FormatNotSupported;
     engine = std::move(made);
     return noErr;
 }
 
-PullEngine::PullEngine(const InputElement& input, UInt32 element, const Conversion& conversion, const PcmLayout& from,
-                       const PcmLayout& to, UInt32 maximumFrames)
+ConverterEngine::ConverterEngine(const InputElement& input, UInt32 element, const Conversion& conversion,
+                                 const PcmLayout& from, const PcmLayout& to, UInt32 maximumFrames)
     : RenderEngine(to, maximumFrames), input_(input, element, from, maximumFrames)
 {
     if (conversion.ratio)
@@ -128,22 +128,22 @@ PullEngine::PullEngine(const InputElement& input, UInt32 element, const Conversi
         straight_ = FrameConverter::between(from, to, conversion.routes);
 }
 
-PullEngine::~PullEngine() = default;
+ConverterEngine::~ConverterEngine() = default;
 
-OSStatus PullEngine::produce(const AudioTimeStamp& time, UInt32 frames, TargetFrames& target)
+OSStatus ConverterEngine::renderInto(const AudioTimeStamp& time, UInt32 frames, TargetFrames& target)
 {
-    return rate_ ? rate_->produce(input_, time, frames, target) : produceStraight(time, frames, target);
+    return rate_ ? rate_->renderInto(input_, time, frames, target) : renderStraight(time, frames, target);
 }
 
-OSStatus PullEngine::produceStraight(const AudioTimeStamp& time, UInt32 frames, TargetFrames& target)
+OSStatus ConverterEngine::renderStraight(const AudioTimeStamp& time, UInt32 frames, TargetFrames& target)
 {
     // the output's slices are no larger than the input's
-    const OSStatus status = input_.pull(time, frames);
+    const OSStatus status = input_.render(time, frames);
     straight_->convert(input_.slice(), target, frames);
     return status;
 }
 
-void PullEngine::restart()
+void ConverterEngine::restart()
 {
     input_.restart();
     if (rate_)

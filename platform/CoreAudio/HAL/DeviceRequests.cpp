@@ -9,22 +9,22 @@ namespace qmx
 namespace
 {
 
-WishResult refused(OSStatus status)
+CheckedRequest refused(OSStatus status)
 {
-    return {.status = status, .wish = {}};
+    return {.status = status, .request = {}};
 }
 
-WishResult sampleRateWish(const DeviceDescription& device, UInt32 size, const void* data)
+CheckedRequest sampleRateRequest(const DeviceDescription& device, UInt32 size, const void* data)
 {
     Float64 rate = 0;
     if (const OSStatus status = takeValue(size, data, rate))
         return refused(status);
     if (!hasSampleRate(device, rate))
         return refused(kAudioDeviceUnsupportedFormatError);
-    return {.status = noErr, .wish = SetSampleRate{rate}};
+    return {.status = noErr, .request = SetSampleRate{rate}};
 }
 
-WishResult bufferSizeWish(const DeviceDescription& device, UInt32 bytesPerUnit, UInt32 size, const void* data)
+CheckedRequest bufferSizeRequest(const DeviceDescription& device, UInt32 bytesPerUnit, UInt32 size, const void* data)
 {
     UInt32 units = 0;
     if (const OSStatus status = takeValue(size, data, units))
@@ -32,44 +32,45 @@ WishResult bufferSizeWish(const DeviceDescription& device, UInt32 bytesPerUnit, 
     const UInt32 frames = units / bytesPerUnit;
     if (frames < device.minimumBufferFrameSize || frames > device.maximumBufferFrameSize)
         return refused(kAudioHardwareIllegalOperationError);
-    return {.status = noErr, .wish = SetBufferFrameSize{frames}};
+    return {.status = noErr, .request = SetBufferFrameSize{frames}};
 }
 
-WishResult volumeWish(const SectionDescription& section, const PropertyAddress& address, UInt32 size, const void* data)
+CheckedRequest volumeRequest(const SectionDescription& section, const PropertyAddress& address, UInt32 size,
+                             const void* data)
 {
     const bool isDecibels = address.property == kAudioDevicePropertyVolumeDecibels;
     Float32 scalar = 0;
     if (const OSStatus status = takeVolume(section.volumes.at(address.channel), isDecibels, size, data, scalar))
         return refused(status);
-    return {.status = noErr, .wish = SetVolume{address.isInput, address.channel, scalar}};
+    return {.status = noErr, .request = SetVolume{address.isInput, address.channel, scalar}};
 }
 
-WishResult muteWish(const PropertyAddress& address, UInt32 size, const void* data)
+CheckedRequest muteRequest(const PropertyAddress& address, UInt32 size, const void* data)
 {
     UInt32 flag = 0;
     if (const OSStatus status = takeValue(size, data, flag))
         return refused(status);
-    return {.status = noErr, .wish = SetMute{address.isInput, address.channel, flag != 0}};
+    return {.status = noErr, .request = SetMute{address.isInput, address.channel, flag != 0}};
 }
 
-WishResult dataSourceWish(const SectionDescription& section, bool isInput, UInt32 size, const void* data)
+CheckedRequest dataSourceRequest(const SectionDescription& section, bool isInput, UInt32 size, const void* data)
 {
     UInt32 id = 0;
     if (const OSStatus status = takeValue(size, data, id))
         return refused(status);
     if (std::ranges::find(section.dataSources, id, &DataSource::id) == section.dataSources.end())
         return refused(kAudioHardwareIllegalOperationError);
-    return {.status = noErr, .wish = SetDataSource{isInput, id}};
+    return {.status = noErr, .request = SetDataSource{isInput, id}};
 }
 
-WishResult rawWish(const PropertyAddress& address, const RawProperty& raw, UInt32 size, const void* data)
+CheckedRequest rawRequest(const PropertyAddress& address, const RawProperty& raw, UInt32 size, const void* data)
 {
     if (!data)
         return refused(kAudio_ParamError);
     if (size != raw.value.size())
         return refused(kAudioHardwareBadPropertySizeError);
     const auto* const bytes = static_cast<const std::byte*>(data);
-    return {.status = noErr, .wish = SetRawProperty{address, {bytes, bytes + size}}};
+    return {.status = noErr, .request = SetRawProperty{address, {bytes, bytes + size}}};
 }
 
 } // namespace
@@ -85,7 +86,7 @@ OSStatus takeVolume(const VolumeControl& volume, bool isDecibels, UInt32 size, c
     return noErr;
 }
 
-WishResult deviceWish(const DeviceView& view, const PropertyAddress& address, UInt32 size, const void* data)
+CheckedRequest deviceRequest(const DeviceView& view, const PropertyAddress& address, UInt32 size, const void* data)
 {
     const DeviceDescription& device = *view.description;
     const SectionDescription& section = device.section(address.isInput);
@@ -95,37 +96,37 @@ WishResult deviceWish(const DeviceView& view, const PropertyAddress& address, UI
     if (!present->isWritable)
         return refused(kAudioHardwareUnsupportedOperationError);
     if (const auto raw = device.rawProperties.find(address); raw != device.rawProperties.end())
-        return rawWish(address, raw->second, size, data);
+        return rawRequest(address, raw->second, size, data);
     switch (address.property) {
     case kAudioDevicePropertyNominalSampleRate:
-        return sampleRateWish(device, size, data);
+        return sampleRateRequest(device, size, data);
     case kAudioDevicePropertyBufferFrameSize:
-        return bufferSizeWish(device, 1, size, data);
+        return bufferSizeRequest(device, 1, size, data);
     case kAudioDevicePropertyBufferSize:
-        return bufferSizeWish(device, section.streams.front().channels * static_cast<UInt32>(sizeof(Float32)), size,
-                              data);
+        return bufferSizeRequest(device, section.streams.front().channels * static_cast<UInt32>(sizeof(Float32)), size,
+                                 data);
     case kAudioDevicePropertyVolumeScalar:
     case kAudioDevicePropertyVolumeDecibels:
-        return volumeWish(section, address, size, data);
+        return volumeRequest(section, address, size, data);
     case kAudioDevicePropertyMute:
-        return muteWish(address, size, data);
+        return muteRequest(address, size, data);
     case kAudioDevicePropertyDataSource:
-        return dataSourceWish(section, address.isInput, size, data);
+        return dataSourceRequest(section, address.isInput, size, data);
     default: // the formats: nothing else is writable
-        return formatWish(device, {address.isInput, *streamOfChannel(section, address.channel)}, address.property, size,
-                          data);
+        return formatRequest(device, {address.isInput, *streamOfChannel(section, address.channel)}, address.property,
+                             size, data);
     }
 }
 
-WishResult streamWish(const DeviceView& device, StreamPlace place, AudioStreamPropertyID property, UInt32 size,
-                      const void* data)
+CheckedRequest streamRequest(const DeviceView& device, StreamPlace place, AudioStreamPropertyID property, UInt32 size,
+                             const void* data)
 {
     const auto present = streamProperty(device, place, property);
     if (!present)
         return refused(kAudioHardwareUnknownPropertyError);
     if (!present->isWritable)
         return refused(kAudioHardwareUnsupportedOperationError);
-    return formatWish(*device.description, place, property, size, data);
+    return formatRequest(*device.description, place, property, size, data);
 }
 
 } // namespace qmx

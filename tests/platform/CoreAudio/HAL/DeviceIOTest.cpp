@@ -8,6 +8,7 @@
 #include "Foundation/Threads/Worker.h"
 #include "support/Hardware.h"
 #include "support/OutsideRealTime.h"
+#include "support/ShortMemory.h"
 #include "support/TemporaryFolder.h"
 
 #include <gmock/gmock.h>
@@ -231,6 +232,13 @@ TEST_F(HardwareTest, WhatARefusedRemovalWasForIsCalledNoMore)
     set(device, 0, true, kAudioDevicePropertyNominalSampleRate, 48000.0);
     hardware.announceHardware(kAudioHardwarePropertySleepingIsAllowed);
     EXPECT_THAT(heard.take(), ElementsAre());
+    qmx::test::withEveryAllocationFailing([&](qmx::test::ShortMemory& memory) {
+        Client client(device, {});
+        client.start();
+        EXPECT_EQ(memory.during([&] { return AudioDeviceRemoveIOProc(device, Client::run, &client); }), noErr);
+        hardware.advanceCycles(device);
+        EXPECT_EQ(client.cycles, 0);
+    });
 }
 
 TEST_F(HardwareTest, AProcedureMayChangeTheDevicesWhileItsOwnIsUnplugged)

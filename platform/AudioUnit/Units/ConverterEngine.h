@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Renders by pulling one input element and converting its frames: layout, channels and rate.
+// Renders one input element and converts its frames: layout, channels and rate.
 #pragma once
 
 #include "AudioToolbox/Conversion/VariableRateConverter.h"
@@ -13,8 +13,8 @@
 namespace qmx
 {
 
-/// Input is pulled in slices of at most the maximum frames per slice, as many as it takes, never of 0 frames.
-class PullEngine : public RenderEngine
+/// Input is rendered in slices of at most the maximum frames per slice, as many as it takes, never of 0 frames.
+class ConverterEngine : public RenderEngine
 {
 public:
     /// How frames get from the input to the output.
@@ -32,18 +32,18 @@ public:
     /// outlives what is made.
     static OSStatus make(const InputElement& input, UInt32 element, const Conversion& conversion, UInt32 maximumFrames,
                          std::unique_ptr<RenderEngine>& engine);
-    ~PullEngine() override;
+    ~ConverterEngine() override;
 
 protected:
-    OSStatus produce(const AudioTimeStamp& time, UInt32 frames, TargetFrames& target) override;
+    OSStatus renderInto(const AudioTimeStamp& time, UInt32 frames, TargetFrames& target) override;
     void restart() override;
 
 private:
     class RateStage;
 
-    PullEngine(const InputElement& input, UInt32 element, const Conversion& conversion, const PcmLayout& from,
-               const PcmLayout& to, UInt32 maximumFrames);
-    OSStatus produceStraight(const AudioTimeStamp& time, UInt32 frames, TargetFrames& target);
+    ConverterEngine(const InputElement& input, UInt32 element, const Conversion& conversion, const PcmLayout& from,
+                    const PcmLayout& to, UInt32 maximumFrames);
+    OSStatus renderStraight(const AudioTimeStamp& time, UInt32 frames, TargetFrames& target);
 
     InputSlice input_;
     std::unique_ptr<FrameConverter> straight_; ///< one frame in, one frame out

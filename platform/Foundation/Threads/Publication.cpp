@@ -1,0 +1,99 @@
+// SPDX-License-Identifier: MIT
+#include "Foundation/Threads/Publication.h"
+
+#include "Foundation/RealTime.h"
+#include "Foundation/Threads/Retirement.h"
+
+#include <cstdint>
+#include <mutex>
+#include <vector>
+
+namespace qmx
+{
+
+struct Publication::Readers {
+    std::mutex waiting;                     // one who waits at a time
+    std::atomic<std::uint32_t> present{0};  // the count that newcomers join
+    std::atomic<std::uint32_t> counts[2]{}; // of those inside
+
+    void wait()
+    {
+        const std::scoped_lock lock(waiting);
+        const std::uint32_t before = present.load();
+        const std::uint32_t other = 1 - before;
+        waitUntilZero(counts[other]);
+        present.store(other);
+        waitUntilZero(counts[before]);
+    }
+
+    static void waitUntilZero(const std::atomic<std::uint32_t>& count)
+    {
+        while (const std::uint32_t left = count.load())
+            count.wait(left);
+    }
+};
+
+Publication::Publication() : readers_(std::make_shared<Readers>()) {}
+
+Publication::~Publication() = default;
+
+unsigned Publication::enter() const noexcept
+{
+    const std::uint32_t place = readers_->present.load();
+    readers_->counts[place].fetch_add(1);
+    return place;
+}
+
+void Publication::leave(unsigned place) const noexcept
+{
+    std::atomic<std::uint32_t>& count = readers_->counts[place];
+    if (count.fetch_sub(1) == 1)
+        count.notify_all();
+}
+
+// A reader that loaded an old pointer had been counted before, so that it is gone when both counts were zero once since
+// the replacement, at whatever times. Newcomers are sent to the other count, so that they cannot keep the one that is
+// waited for from falling to zero.
+void Publication::waitForReaders() const
+{
+    if (mayWait())
+        readers_->wait();
+}
+
+struct Replacement::Former final : Retirable {
+    explicit Former(std::shared_ptr<Publication::Readers> of) : readers(std::move(of)) {}
+    ~Former() override
+    {
+        if (!objects.empty())
+            readers->wait();
+    }
+    std::shared_ptr<Publication::Readers> readers;
+    std::vector<std::unique_ptr<const void, void (*)(const void*)>> objects;
+};
+
+Replacement::Replacement(const Publication& publication) : readers_(publication.readers_) {}
+
+Replacement::~Replacement()
+{
+    if (!mayWait())
+        retire();
+}
+
+void Replacement::reserve(std::size_t count)
+{
+    if (!former_)
+        former_ = std::make_unique<Former>(readers_);
+    former_->objects.reserve(former_->objects.size() + count);
+}
+
+void Replacement::keep(const void* object, void (*destroy)(const void*)) noexcept
+{
+    former_->objects.emplace_back(object, destroy);
+}
+
+void Replacement::retire() noexcept
+{
+    qmx::retire(former_.release());
+}
+
+} // namespace qmx
