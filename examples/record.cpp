@@ -147,7 +147,8 @@ std::shared_ptr<QMXAudioRecorder> makeRecorder(const std::shared_ptr<QMXAudioDev
     if (wishes.type)
         file->setFileType(*wishes.type); // last: a format sets the type
     recorder->setWritesPartialBufferAtStop(true);
-    recorder->setSpareRawBuffers(16); // a disk may stall for some ten seconds
+    if (!recorder->setSpareRawBuffers(16)) // a disk may stall for some ten seconds
+        throw Failure{recorder->lastError()};
     return recorder;
 }
 
@@ -249,7 +250,7 @@ int record(int argumentCount, char** arguments)
     const auto recorder = makeRecorder(source.device, wishes);
     recordToTheEnd(*recorder, source, wishes);
     std::string failure = recorder->lastError();
-    recorder->stop();
+    (void)recorder->stop(); // false where it never began
     if (failure.empty())
         failure = recorder->lastError(); // of writing the rest
     QMXAudioFile& file = *recorder->audioFile();

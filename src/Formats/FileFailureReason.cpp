@@ -7,6 +7,8 @@
 std::string qmx::fileFailureReason(OSStatus status)
 {
     switch (status) {
+    case memFullErr:
+        return "there is not enough memory";
     case dskFulErr:
         return "the disk is full";
     case ioErr:
@@ -28,6 +30,8 @@ std::string qmx::fileFailureReason(OSStatus status)
         return "not a format for it";
     case kAudioFileDoesNotAllow64BitDataSizeError:
         return "too long for a file of its type";
+    case kAudioHardwareUnsupportedOperationError:
+        return "it cannot be changed";
     default:
         return QMXAudioDeviceUtils::errorMessage(status);
     }

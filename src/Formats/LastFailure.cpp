@@ -25,4 +25,19 @@ std::string LastFailure::sentence() const
     return sentence_;
 }
 
+LastFailure::Operation::Operation(LastFailure& failure) : failure_(failure)
+{
+    const std::scoped_lock lock(failure.lock_);
+    if (failure.operations_++ > 0)
+        return;
+    failure.status_ = noErr;
+    failure.sentence_.clear();
+}
+
+LastFailure::Operation::~Operation()
+{
+    const std::scoped_lock lock(failure_.lock_);
+    --failure_.operations_;
+}
+
 } // namespace qmx

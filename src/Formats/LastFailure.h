@@ -21,10 +21,24 @@ public:
     /// Empty while nothing failed.
     std::string sentence() const;
 
+    /// One public operation, while it exists. The outermost forgets what failed before; those inside it do not.
+    class Operation
+    {
+    public:
+        explicit Operation(LastFailure& failure);
+        ~Operation();
+        Operation(const Operation&) = delete;
+        Operation& operator=(const Operation&) = delete;
+
+    private:
+        LastFailure& failure_;
+    };
+
 private:
     mutable std::mutex lock_;
     OSStatus status_ = noErr;
     std::string sentence_;
+    unsigned operations_ = 0; // that are under way
 };
 
 } // namespace qmx

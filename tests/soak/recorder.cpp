@@ -127,11 +127,11 @@ int record(const std::string& mode, double seconds, const char* path)
                 qmx::RunLoop::main().stop();
         });
     const auto begin = std::chrono::steady_clock::now();
-    recorder->record();
+    const bool began = recorder->record();
     while (device->isRunning() && recorder->lengthInFrames() < frames)
         qmx::RunLoop::main().runFor(1);
     const long late = residentKiB();
-    recorder->stop();
+    const bool ended = recorder->stop();
     const std::chrono::duration<double> elapsed = std::chrono::steady_clock::now() - begin;
 
     const Losses losses = recorder->lostFramePositions();
@@ -149,7 +149,7 @@ int record(const std::string& mode, double seconds, const char* path)
     const bool isAllThere = right && *right + dropped == recorder->lengthInFrames();
     const bool isAsExpected = mode == "real" || (mode == "full" ? dropped > 0 : dropped == 0 && missed == 0);
     const bool isTold = recorder->lastStatus() == (unwritten > 0 ? dskFulErr : noErr);
-    return isAllThere && isAsExpected && isTold && late < early + allowance ? 0 : 1;
+    return began && ended && isAllThere && isAsExpected && isTold && late < early + allowance ? 0 : 1;
 }
 
 } // namespace

@@ -96,11 +96,15 @@ TEST_F(DeviceIO, CountsNeitherFailedStartsNorFailedStops)
     const auto device = registered(id);
     hardware.addFault(qmx::test::failing(HardwareOperation::start, {}, 1));
     EXPECT_TRUE(device->start());
+    EXPECT_EQ(device->lastStatus(), kAudioHardwareUnspecifiedError);
+    EXPECT_EQ(device->lastError(), "Name of a: could not be started (Hardware unspecified error)");
     EXPECT_FALSE(device->isRunning());
     EXPECT_TRUE(device->start());
+    EXPECT_EQ(device->lastError(), "");
     EXPECT_TRUE(device->isRunning());
     hardware.addFault(qmx::test::failing(HardwareOperation::stop, {}, 1));
     EXPECT_TRUE(device->stop());
+    EXPECT_EQ(device->lastError(), "Name of a: could not be stopped (Hardware unspecified error)");
     EXPECT_TRUE(device->isRunning());
     EXPECT_TRUE(device->stop());
     EXPECT_FALSE(device->isRunning());
@@ -113,6 +117,9 @@ TEST_F(DeviceIO, ExistsThoughItCannotListenOrTakePart)
     ASSERT_TRUE(device);
     EXPECT_EQ(log.lines(),
               (Lines{"QMXAudioDevice: Unable to add property listeners", "QMXAudioDevice: Unable to add I/O proc"}));
+    EXPECT_EQ(device->lastStatus(), kAudioHardwareBadDeviceError);
+    EXPECT_EQ(device->lastError(),
+              "Device 7: kAudioDevicePropertyDeviceNameCFString could not be read (Hardware bad device error)");
     EXPECT_EQ(device->description(), "(null) by (null)");
     EXPECT_FALSE(device->isAlive());
 }
@@ -212,6 +219,7 @@ TEST_F(DeviceIO, RefusesASubscriptionThatLeadsBackToItself)
         ring[2]->addAudioIOSubscriber_forInput(device, true);
     EXPECT_TRUE(ring[2]->audioSubscribersForInput(true).snapshot().empty());
     EXPECT_EQ(log.lines(), Lines(3, "QMXAudioDevice: A device cannot subscribe to one that it hands its buffers to"));
+    EXPECT_EQ(ring[2]->lastStatus(), kAudioHardwareIllegalOperationError);
     for (const auto& device : ring)
         device->start();
     const auto subscriber = std::make_shared<Subscriber>();
@@ -348,7 +356,7 @@ TEST_F(DeviceIO, TellsItsDelegate)
     const auto observer =
         qmx::NotificationCenter::defaultCenter().observe(QMXAudioDeviceOutputVolumeDidChangeNotification, device,
                                                          [&](const auto& n) { device->outputVolumeDidChange(n); });
-    device->setVolumeScalar_forChannel_isInput(0.25F, 1, false);
+    EXPECT_TRUE(device->setVolumeScalar_forChannel_isInput(0.25F, 1, false));
     news();
     device->inputDataSourceDidChange({"source", device});
     device->inputStreamFormatDidChange({"format", device});

@@ -117,10 +117,10 @@ TEST(VUMeterData, FindsThePeakWhereverItIsForAnyNumberOfChannels)
         for (unsigned long peakAt = 0; peakAt < 100; ++peakAt) {
             std::vector<Float32> samples(100, -1);
             samples[peakAt] = 0.5F;
-            const std::unique_ptr<Float32, decltype(&free)> peaks(
-                QMXVUMeterDataProvider::findMaxValues_numChannels_length(samples.data(), channels, 403), free);
+            const auto block = QMXVUMeterDataProvider::findMaxValues_numChannels_length(samples.data(), channels, 403);
+            const auto* const peaks = static_cast<const Float32*>(block.get());
             for (unsigned long i = 0; i < channels; ++i)
-                ASSERT_EQ(peaks.get()[i], i == peakAt % channels ? 0.5F : 0.0F) << channels << " channels, " << peakAt;
+                ASSERT_EQ(peaks[i], i == peakAt % channels ? 0.5F : 0.0F) << channels << " channels, " << peakAt;
         }
 }
 
