@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-# The public headers: what is installed and, of platform/, what src/ may include. A header becomes public by a line here.
+# The public headers: what is installed. A header becomes public by a line here.
 set(QMX_PUBLIC_SRC_HEADERS
     Devices/LiveContainer.h
     Devices/QMXAudioDevice.h
@@ -72,7 +72,6 @@ set(QMX_PUBLIC_PLATFORM_HEADERS
     Foundation/Archives/KeyedArchiver.h
     Foundation/Archives/KeyedUnarchiver.h
     Foundation/Archives/Number.h
-    Foundation/Archives/OpaqueObject.h
     Foundation/Archives/PropertyList.h
     Foundation/Archives/Unarchiver.h
     Foundation/Archives/Values.h
@@ -85,7 +84,6 @@ set(QMX_PUBLIC_PLATFORM_HEADERS
     Foundation/HeapBlock.h
     Foundation/Memory.h
     Foundation/MainThread/NotificationCenter.h
-    Foundation/MainThread/RealTimeNotification.h
     Foundation/MainThread/RunLoop.h
     Foundation/MainThread/Timer.h
     Foundation/Object.h
@@ -99,15 +97,19 @@ set(QMX_PUBLIC_PLATFORM_HEADERS
     Foundation/Threads/Thread.h
     Foundation/Threads/Worker.h
     Foundation/Version.h
-    vecLib/ChannelPeaks.h
     vecLib/vecLib.h)
+# What src/ is made with besides: no public header includes it, and it is not installed.
+set(QMX_SEAM_HEADERS
+    Foundation/MainThread/RealTimeNotification.h
+    vecLib/ChannelPeaks.h)
 
+set(QMX_PUBLIC_HEADER_NAMES ${QMX_PUBLIC_SRC_HEADERS} ${QMX_PUBLIC_PLATFORM_HEADERS})
 list(TRANSFORM QMX_PUBLIC_SRC_HEADERS PREPEND ${PROJECT_SOURCE_DIR}/src/)
 
-# src/ sees the public headers of platform/ through a folder that holds nothing else.
+# src/ sees platform/ through a folder that holds these headers only.
 set(QMX_SEAM ${PROJECT_BINARY_DIR}/seam)
 file(REMOVE_RECURSE ${QMX_SEAM})
-foreach(header ${QMX_PUBLIC_PLATFORM_HEADERS})
+foreach(header ${QMX_PUBLIC_PLATFORM_HEADERS} ${QMX_SEAM_HEADERS})
     cmake_path(GET header PARENT_PATH folder)
     file(MAKE_DIRECTORY ${QMX_SEAM}/${folder})
     file(CREATE_LINK ${PROJECT_SOURCE_DIR}/platform/${header} ${QMX_SEAM}/${header} SYMBOLIC)

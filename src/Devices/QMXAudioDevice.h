@@ -290,7 +290,7 @@ private:
 
     void tellDelegate(DelegateMethod method, const qmx::Notification& notification);
     void fail(OSStatus status, const std::string& what) const;
-    OSStatus noted(OSStatus status, UInt32 propertyID, const char* participle) const;
+    OSStatus noted(OSStatus status, UInt32 propertyID, const char* verb) const;
     qmx::PropertyBlock read(AudioDevicePropertyID propertyID, UInt32 channel, bool isInput) const;
     UInt32 word(AudioDevicePropertyID propertyID, bool isInput) const;
     std::optional<std::string> text(AudioDevicePropertyID propertyID, bool isInput) const;

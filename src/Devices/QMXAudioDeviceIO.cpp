@@ -196,12 +196,12 @@ void QMXAudioDevice::Implementation::listen()
         AudioDeviceAddPropertyListener(deviceID_, kAudioPropertyWildcardChannel, kAudioPropertyWildcardSection,
                                        kAudioPropertyWildcardPropertyID, devicePropertyCallback, this);
     if (status != noErr) {
-        fail(status, "its changes cannot be followed");
+        fail(status, "does not tell its changes");
         qmx::Log("QMXAudioDevice: Unable to add property listeners");
     }
     status = AudioDeviceAddIOProc(deviceID_, captureIOProc, this);
     if (status != noErr) {
-        fail(status, "its sound cannot be had");
+        fail(status, "gives and takes no sound");
         qmx::Log("QMXAudioDevice: Unable to add I/O proc");
     }
 }

@@ -52,14 +52,14 @@ std::string QMXAudioDevice::lastError() const
 
 void QMXAudioDevice::fail(OSStatus status, const std::string& what) const
 {
-    failure().set(status, nameForPeople() + ": " + what + " (" + qmx::fileFailureReason(status) + ")");
+    failure().set(status, nameForPeople() + " " + what + ": " + qmx::fileFailureReason(status));
 }
 
 /// Gives the status back, having kept a failure.
-OSStatus QMXAudioDevice::noted(OSStatus status, UInt32 propertyID, const char* participle) const
+OSStatus QMXAudioDevice::noted(OSStatus status, UInt32 propertyID, const char* verb) const
 {
     if (status != noErr)
-        fail(status, Utils::propertyName(propertyID) + " could not be " + participle);
+        fail(status, std::string("could not ") + verb + " its " + Utils::propertyName(propertyID));
     return status;
 }
 
@@ -67,7 +67,7 @@ qmx::PropertyBlock QMXAudioDevice::read(AudioDevicePropertyID propertyID, UInt32
 {
     const qmx::LastFailure::Operation operation(failure());
     auto value = qmx::readDeviceProperty(deviceID(), propertyID, channel, isInput);
-    noted(value.status, propertyID, "read");
+    noted(value.status, propertyID, "give");
     return value;
 }
 
@@ -83,7 +83,7 @@ std::optional<std::string> QMXAudioDevice::text(AudioDevicePropertyID propertyID
     UInt32 size = sizeof reference;
     const OSStatus status =
         qmx::reported(AudioDeviceGetProperty(deviceID(), 0, isInput, propertyID, &size, &reference));
-    return noted(status, propertyID, "read") == noErr ? takeText(reference) : std::nullopt;
+    return noted(status, propertyID, "give") == noErr ? takeText(reference) : std::nullopt;
 }
 
 std::shared_ptr<QMXAudioStreamBasicDescription> QMXAudioDevice::format(AudioDevicePropertyID propertyID, UInt32 channel,
@@ -99,7 +99,7 @@ bool QMXAudioDevice::canSet(AudioDevicePropertyID propertyID, UInt32 channel, bo
     const qmx::LastFailure::Operation operation(failure());
     Boolean isWritable = false;
     noted(AudioDeviceGetPropertyInfo(deviceID(), channel, isInput, propertyID, nullptr, &isWritable), propertyID,
-          "asked for");
+          "give");
     return isWritable;
 }
 
@@ -108,7 +108,7 @@ bool QMXAudioDevice::set(AudioDevicePropertyID propertyID, UInt32 channel, bool 
 {
     const qmx::LastFailure::Operation operation(failure());
     return noted(qmx::setDeviceProperty(deviceID(), propertyID, channel, isInput, sizeof value, &value), propertyID,
-                 "set") == noErr;
+                 "change") == noErr;
 }
 
 std::optional<std::string> QMXAudioDevice::deviceUID() const
@@ -239,7 +239,7 @@ std::optional<std::string> QMXAudioDevice::dataSourceNameForID_isInput(UInt32 da
     constexpr AudioDevicePropertyID property = kAudioDevicePropertyDataSourceNameForIDCFString;
     const OSStatus status =
         qmx::reported(AudioDeviceGetProperty(deviceID(), 0, isInput, property, &size, &translation));
-    return noted(status, property, "read") == noErr && size != 0 ? takeText(reference) : std::nullopt;
+    return noted(status, property, "give") == noErr && size != 0 ? takeText(reference) : std::nullopt;
 }
 
 std::vector<std::string> QMXAudioDevice::dataSourceNames(bool isInput) const
@@ -324,7 +324,7 @@ bool QMXAudioDevice::setFormat(AudioDevicePropertyID propertyID, UInt32 channel,
     if (canSet(propertyID, channel, isInput))
         return set(propertyID, channel, isInput, *format.audioStreamBasicDescription());
     if (failure().status() == noErr)
-        noted(kAudioHardwareUnsupportedOperationError, propertyID, "set");
+        noted(kAudioHardwareUnsupportedOperationError, propertyID, "change");
     return false;
 }
 
@@ -360,7 +360,7 @@ QMXAudioDevice::findMatchingStreamFormat_forChannel_isInput(const QMXAudioStream
     constexpr AudioDevicePropertyID property = kAudioDevicePropertyStreamFormatMatch;
     const OSStatus status =
         qmx::reported(AudioDeviceGetProperty(deviceID(), channel, isInput, property, &size, &record));
-    return noted(status, property, "read") == noErr ? std::make_shared<Format>(record) : nullptr;
+    return noted(status, property, "give") == noErr ? std::make_shared<Format>(record) : nullptr;
 }
 
 qmx::HeapBlock QMXAudioDevice::streamIDs(bool isInput) const

@@ -261,7 +261,7 @@ bool QMXAudioDevice::isDefaultDevice(bool isInput) const
     const auto propertyID =
         isInput ? kAudioHardwarePropertyDefaultInputDevice : kAudioHardwarePropertyDefaultOutputDevice;
     const auto value = qmx::readHardwareProperty(propertyID);
-    noted(value.status, propertyID, "read");
+    noted(value.status, propertyID, "give");
     return value.first<AudioDeviceID>() == deviceID();
 }
 

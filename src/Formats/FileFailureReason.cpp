@@ -7,8 +7,6 @@
 std::string qmx::fileFailureReason(OSStatus status)
 {
     switch (status) {
-    case memFullErr:
-        return "there is not enough memory";
     case dskFulErr:
         return "the disk is full";
     case ioErr:
@@ -24,6 +22,8 @@ std::string qmx::fileFailureReason(OSStatus status)
         return "it exists already";
     case fnOpnErr:
         return "it is not open";
+    case memFullErr:
+        return "not enough memory";
     case kAudioFileUnsupportedFileTypeError:
         return "not an audio file of a known type";
     case kAudioFileUnsupportedDataFormatError:

@@ -16,12 +16,7 @@ public:
     void set(OSStatus status, std::string sentence);
     void clear() { set(noErr, {}); }
 
-    /// noErr while nothing failed.
-    OSStatus status() const;
-    /// Empty while nothing failed.
-    std::string sentence() const;
-
-    /// One public operation, while it exists. The outermost forgets what failed before; those inside it do not.
+    /// An operation of the object while it lives. It begins without a failure; one inside another is a part of it.
     class Operation
     {
     public:
@@ -34,11 +29,16 @@ public:
         LastFailure& failure_;
     };
 
+    /// noErr while nothing failed.
+    OSStatus status() const;
+    /// Empty while nothing failed.
+    std::string sentence() const;
+
 private:
     mutable std::mutex lock_;
     OSStatus status_ = noErr;
     std::string sentence_;
-    unsigned operations_ = 0; // that are under way
+    int operations_ = 0; // inside each other
 };
 
 } // namespace qmx

@@ -254,7 +254,7 @@ void QMXAudioRecorder::Implementation::deviceRateDidChange()
 void QMXAudioRecorder::Implementation::devicesDidChange()
 {
     if (hasBegun() && !_inputDevice->isAlive())
-        giveDeviceUp(kAudioHardwareBadDeviceError, "the device is gone");
+        giveDeviceUp(kAudioHardwareBadDeviceError, "is gone");
 }
 
 bool QMXAudioRecorder::Implementation::setSpareRawBuffers(UInt32 count)
@@ -282,7 +282,7 @@ bool QMXAudioRecorder::Implementation::record()
         return refuse(memFullErr, noMemory);
     if (inputChannelsOf(*_inputDevice) != deviceChannels_) // what came would be taken for other channels
         return refuse(kAudioDeviceUnsupportedFormatError,
-                      aboutDevice("the device is gone or has other channels than when the recorder was set up"));
+                      aboutDevice("is gone or has other channels than when the recorder was set up"));
     if (!openFile())
         return false;
     if (recorderState == ready && _inputDevice->nominalSampleRate(true) != _sourceFormat->sampleRate())
@@ -295,9 +295,9 @@ bool QMXAudioRecorder::Implementation::record()
     if ((_eventMask & startedBit) != 0)
         notifyCallback(QMXAudioRecorderStartedRecordingNotification);
     if (!_audioFile->isOpen())
-        fail(_audioFile->lastStatus(), aboutFile("cannot be opened or made", _audioFile->lastStatus()));
+        fail(_audioFile->lastStatus(), aboutFile("could not be opened or made", _audioFile->lastStatus()));
     if (!_inputDevice->isRunning())
-        giveDeviceUp(startStatus != noErr ? startStatus : kAudioHardwareNotRunningError, "the device does not start");
+        giveDeviceUp(startStatus != noErr ? startStatus : kAudioHardwareNotRunningError, "could not be started");
     return starts;
 }
 
@@ -309,7 +309,7 @@ bool QMXAudioRecorder::Implementation::openFile()
     if (!_audioFile)
         makeFile();
     if (!_audioFile)
-        return refuse(kAudio_MemFullError, audioFilePath_.value_or("") + ": not enough memory");
+        return refuse(kAudio_MemFullError, audioFilePath_.value_or("") + " could not be made: not enough memory");
     const bool wasOpen = _audioFile->isOpen();
     if (wasOpen && recorderState == paused)
         return true;                         // the conversion goes on where it stopped
@@ -319,7 +319,7 @@ bool QMXAudioRecorder::Implementation::openFile()
     if (converterSetup() || !_audioFile->isOpen())
         return true;
     const OSStatus status = _audioConverter && !convertedBuffer ? memFullErr : kAudioFileUnsupportedDataFormatError;
-    refuse(status, aboutFile("cannot be recorded into", status));
+    refuse(status, aboutFile("could not be recorded into", status));
     if (!wasOpen)
         _audioFile->close();
     _audioFile = given;
@@ -364,17 +364,17 @@ void QMXAudioRecorder::Implementation::fail(OSStatus status, const std::string& 
 void QMXAudioRecorder::Implementation::giveDeviceUp(OSStatus status, const std::string& reason)
 {
     _inputDevice->removeAudioIOSubscriber_forInput(*this, true);
-    fail(status, aboutDevice(reason + " (" + qmx::fileFailureReason(status) + ")"));
+    fail(status, aboutDevice(reason + ": " + qmx::fileFailureReason(status)));
 }
 
 std::string QMXAudioRecorder::Implementation::aboutFile(const std::string& failure, OSStatus status) const
 {
-    return _audioFile->path().value_or("") + ": " + failure + " (" + qmx::fileFailureReason(status) + ")";
+    return _audioFile->path().value_or("") + " " + failure + ": " + qmx::fileFailureReason(status);
 }
 
 std::string QMXAudioRecorder::Implementation::aboutDevice(const std::string& failure) const
 {
-    return _inputDevice->name().value_or("input") + ": " + failure;
+    return _inputDevice->name().value_or("The input") + " " + failure;
 }
 
 bool QMXAudioRecorder::Implementation::recordForDuration(double seconds)
@@ -424,7 +424,7 @@ bool QMXAudioRecorder::Implementation::stop()
     flush(); // intended: does nothing before the state is stopped
     saveRest();
     if (!_audioFile->close())
-        fail(_audioFile->lastStatus(), aboutFile("cannot be closed", _audioFile->lastStatus()));
+        fail(_audioFile->lastStatus(), aboutFile("could not be closed", _audioFile->lastStatus()));
     recorderState = ended;
     if (stopped && self && (_eventMask & stoppedBit) != 0)
         notifyCallback(QMXAudioRecorderStoppedRecordingNotification);

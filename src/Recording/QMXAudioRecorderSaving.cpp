@@ -205,7 +205,7 @@ std::optional<UInt32> QMXAudioRecorder::Implementation::convert(const Byte* byte
         if (status == noErr)
             return length;
     }
-    const auto told = [&] { fail(status, aboutDevice("its samples cannot be converted to the file's format")); };
+    const auto told = [&] { fail(status, aboutDevice("has samples that cannot be converted to the file's format")); };
     if (!qmx::withinMemory(told))
         fail(status, {}); // without a sentence
     return std::nullopt;
@@ -220,7 +220,7 @@ UInt32 QMXAudioRecorder::Implementation::writeConverted(UInt32 byteCount)
     if (byteCount == 0 || _audioFile->write_length(convertedBuffer.get(), &written))
         return byteCount;
     const OSStatus known = _audioFile->lastStatus(), status = known != noErr ? known : fnOpnErr;
-    if (!qmx::withinMemory([&] { fail(status, aboutFile("cannot be written", status)); }))
+    if (!qmx::withinMemory([&] { fail(status, aboutFile("could not be written", status)); }))
         fail(status, {}); // without a sentence
     // When the disk fills up, only the start of the block is written and not counted: it is written again by itself.
     const UInt32 frameBytes = std::max(_audioFile->bytesPerFrame(), 1U);

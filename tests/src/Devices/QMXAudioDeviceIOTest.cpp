@@ -97,14 +97,14 @@ TEST_F(DeviceIO, CountsNeitherFailedStartsNorFailedStops)
     hardware.addFault(qmx::test::failing(HardwareOperation::start, {}, 1));
     EXPECT_TRUE(device->start());
     EXPECT_EQ(device->lastStatus(), kAudioHardwareUnspecifiedError);
-    EXPECT_EQ(device->lastError(), "Name of a: could not be started (Hardware unspecified error)");
+    EXPECT_EQ(device->lastError(), "Name of a could not be started: Hardware unspecified error");
     EXPECT_FALSE(device->isRunning());
     EXPECT_TRUE(device->start());
     EXPECT_EQ(device->lastError(), "");
     EXPECT_TRUE(device->isRunning());
     hardware.addFault(qmx::test::failing(HardwareOperation::stop, {}, 1));
     EXPECT_TRUE(device->stop());
-    EXPECT_EQ(device->lastError(), "Name of a: could not be stopped (Hardware unspecified error)");
+    EXPECT_EQ(device->lastError(), "Name of a could not be stopped: Hardware unspecified error");
     EXPECT_TRUE(device->isRunning());
     EXPECT_TRUE(device->stop());
     EXPECT_FALSE(device->isRunning());
@@ -119,7 +119,7 @@ TEST_F(DeviceIO, ExistsThoughItCannotListenOrTakePart)
               (Lines{"QMXAudioDevice: Unable to add property listeners", "QMXAudioDevice: Unable to add I/O proc"}));
     EXPECT_EQ(device->lastStatus(), kAudioHardwareBadDeviceError);
     EXPECT_EQ(device->lastError(),
-              "Device 7: kAudioDevicePropertyDeviceNameCFString could not be read (Hardware bad device error)");
+              "Device 7 could not give its kAudioDevicePropertyDeviceNameCFString: Hardware bad device error");
     EXPECT_EQ(device->description(), "(null) by (null)");
     EXPECT_FALSE(device->isAlive());
 }

@@ -115,7 +115,8 @@ TEST_F(DeviceProperties, RefusedSettingsAreLogged)
     hardware.addFault(qmx::test::failing(qmx::HardwareOperation::setProperty));
     EXPECT_FALSE(set(kAudioDevicePropertyMute, 0));
     EXPECT_FALSE(device->mute(true));
-    EXPECT_EQ(device->lastError(), "Name of a: kAudioDevicePropertyMute could not be set (Hardware unspecified error)");
+    EXPECT_EQ(device->lastError(),
+              "Name of a could not change its kAudioDevicePropertyMute: Hardware unspecified error");
     const AudioDeviceID none = 0;
     EXPECT_FALSE(Utils::setHardwareProperty_inData(kAudioHardwarePropertyDefaultInputDevice, &none));
     EXPECT_FALSE(Utils::setHardwareProperty_inData(kAudioHardwarePropertyDevices, &none));

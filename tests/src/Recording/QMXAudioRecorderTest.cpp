@@ -273,7 +273,7 @@ TEST_F(Recorder, AFullDiskCostsWhatDoesNotFitAndAFailingWriteItsBuffer)
     disk.setCapacity(disk.contents(path).size() + std::size_t{6} * fitting + 5);
     feedAndSave(full);
     feedAndSave(full);
-    EXPECT_EQ(recorder->lastError(), "/d/take.aif: cannot be written (the disk is full)");
+    EXPECT_EQ(recorder->lastError(), "/d/take.aif could not be written: the disk is full");
     EXPECT_EQ(recorder->droppedFrames(), 2 * full - fitting);
     disk.setCapacity(SIZE_MAX);
     feedAndSave(full);
@@ -473,7 +473,7 @@ TEST_F(Recorder, ATargetThatCannotBeMadeIsToldOnce)
     EXPECT_TRUE(recorder->record());
     EXPECT_TRUE(recorder->isRecording());
     EXPECT_EQ(recorder->lastStatus(), dirNFErr);
-    EXPECT_EQ(recorder->lastError(), "/no/take.aif: cannot be opened or made (no such file or folder)");
+    EXPECT_EQ(recorder->lastError(), "/no/take.aif could not be opened or made: no such file or folder");
     feed(2 * bufferFrames());
     EXPECT_THAT(news(), ElementsAre("Failed"));
     EXPECT_TRUE(recorder->stop());
@@ -492,8 +492,7 @@ TEST_F(Recorder, ADeviceThatDoesNotStartOrIsGoneIsToldOnceAndLetsTheRecorderGo)
                 hardware.addFault(qmx::test::failing(qmx::HardwareOperation::start));
             EXPECT_TRUE(recorder->record());
             EXPECT_EQ(recorder->lastStatus(), starts ? noErr : kAudioHardwareUnspecifiedError);
-            EXPECT_EQ(recorder->lastError(),
-                      starts ? "" : "Input: the device does not start (Hardware unspecified error)");
+            EXPECT_EQ(recorder->lastError(), starts ? "" : "Input could not be started: Hardware unspecified error");
             hardware.removeFaults();
             EXPECT_EQ(hardware.advanceCycles(id, 3), starts);
             const std::weak_ptr kept = recorder;
@@ -504,7 +503,7 @@ TEST_F(Recorder, ADeviceThatDoesNotStartOrIsGoneIsToldOnceAndLetsTheRecorderGo)
             if (hasOwner) {
                 EXPECT_TRUE(recorder->isRecording());
                 EXPECT_EQ(recorder->lastStatus(), kAudioHardwareBadDeviceError);
-                EXPECT_EQ(recorder->lastError(), "Input: the device is gone (Hardware bad device error)");
+                EXPECT_EQ(recorder->lastError(), "Input is gone: Hardware bad device error");
                 recorder.reset();
             }
             EXPECT_TRUE(kept.expired());
