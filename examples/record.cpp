@@ -183,17 +183,19 @@ void recordToTheEnd(QMXAudioRecorder& recorder, const Source& source, const Wish
                                        [&](const qmx::Notification& notification) {
                                            levelLine.take(dynamic_cast<const QMXVUMeterData&>(*notification.sender));
                                        });
-    if (source.frames) // the first cycle is the odd one, so that the last one ends with the file
-        hardware.setCycleFrames(device.deviceID(), static_cast<UInt32>(end % device.bufferFrameSize(true)));
+    // Of a simulation, which stays plugged in, the first cycle is the odd one, so that the last one ends with the file.
+    if (source.frames)
+        (void)hardware.setCycleFrames(device.deviceID(), static_cast<UInt32>(end % device.bufferFrameSize(true)));
     if (wishes.hasMeter)
         device.inputVUMeterDataProvider()->start();
     if (!recorder.record())
         throw Failure{recorder.lastError()};
     if (source.frames)
-        hardware.setCycleFrames(device.deviceID(), 0);
+        (void)hardware.setCycleFrames(device.deviceID(), 0);
     while (!example::isInterrupted() && recorder.lastStatus() == noErr && framesRecorded(recorder) < end) {
         if (source.frames) {
-            hardware.advanceCycles(device.deviceID());
+            if (!hardware.advanceCycles(device.deviceID()))
+                break;
             loop.runOnce();
         } else {
             loop.runFor(0.5);

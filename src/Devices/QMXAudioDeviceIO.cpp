@@ -214,10 +214,11 @@ void QMXAudioDevice::Implementation::destroy(Implementation* device)
 
 QMXAudioDevice::Implementation::~Implementation()
 {
-    AudioDeviceStop(deviceID_, captureIOProc, this);
-    AudioDeviceRemoveIOProc(deviceID_, captureIOProc, this);
-    AudioDeviceRemovePropertyListener(deviceID_, kAudioPropertyWildcardChannel, kAudioPropertyWildcardSection,
-                                      kAudioPropertyWildcardPropertyID, devicePropertyCallback, this);
+    // each fails where it was not there
+    (void)AudioDeviceStop(deviceID_, captureIOProc, this);
+    (void)AudioDeviceRemoveIOProc(deviceID_, captureIOProc, this);
+    (void)AudioDeviceRemovePropertyListener(deviceID_, kAudioPropertyWildcardChannel, kAudioPropertyWildcardSection,
+                                            kAudioPropertyWildcardPropertyID, devicePropertyCallback, this);
     delete sweep_.load();
 }
 

@@ -124,8 +124,8 @@ bool QMXAudioDeviceUtils::canSetDeviceProperty_inPropertyID_inChannel_isInput(Au
                                                                               UInt32 channel, bool isInput)
 {
     Boolean isWritable = false;
-    AudioDeviceGetPropertyInfo(device, channel, isInput, propertyID, nullptr, &isWritable);
-    return isWritable;
+    return AudioDeviceGetPropertyInfo(device, channel, isInput, propertyID, nullptr, &isWritable) == noErr &&
+           isWritable;
 }
 
 bool QMXAudioDeviceUtils::setDeviceProperty_inPropertyID_inChannel_isInput_inPropertyDataSize_inPropertyData(

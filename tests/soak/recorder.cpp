@@ -58,11 +58,11 @@ AudioDeviceID addCountingDevice(qmx::VirtualHardware& hardware)
     auto description = qmx::VirtualHardware::standardDevice("soak", "Soak", channels, 0);
     description.nominalSampleRate = description.actualSampleRate = rate;
     const auto id = hardware.addDevice(description);
-    hardware.setInput(id, [](Float32* samples, UInt32 frames, UInt32 count, SInt64 firstFrame) {
-        for (UInt32 i = 0; i < frames * count; ++i)
-            samples[i] = counted(static_cast<UInt64>(firstFrame) * count + i);
-    });
-    return id;
+    const auto count = [](Float32* samples, UInt32 frames, UInt32 width, SInt64 firstFrame) {
+        for (UInt32 i = 0; i < frames * width; ++i)
+            samples[i] = counted(static_cast<UInt64>(firstFrame) * width + i);
+    };
+    return hardware.setInput(id, count) == noErr ? id : kAudioDeviceUnknown;
 }
 
 /// The frames of the file, when each is the next one of the count, less those lost where `losses` says so.

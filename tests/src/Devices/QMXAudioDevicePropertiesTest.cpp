@@ -17,7 +17,10 @@ using Lines = std::vector<std::string>;
 class DeviceProperties : public qmx::test::VirtualDevices
 {
 protected:
-    void edit(const std::function<void(qmx::DeviceDescription&)>& change) { hardware.change(id, change); }
+    void edit(const std::function<void(qmx::DeviceDescription&)>& change)
+    {
+        EXPECT_EQ(noErr, hardware.change(id, change));
+    }
     void setRaw(UInt32 property, bool isInput, std::vector<std::byte> value)
     {
         edit([&](auto& d) { d.rawProperties[{property, 0, isInput}].value = std::move(value); });

@@ -19,7 +19,7 @@ protected:
     std::shared_ptr<QMXAudioDevice> device(UInt32 channels, std::vector<Float32> samples)
     {
         const auto id = hardware.addDevice(qmx::VirtualHardware::standardDevice("meter", "Meter", channels, 0));
-        hardware.setInputSamples(id, std::move(samples), channels, true);
+        EXPECT_EQ(noErr, hardware.setInputSamples(id, std::move(samples), channels, true));
         return QMXAudioDevice::deviceWithDeviceID(id);
     }
     /// Runs cycles one by one and gives the level of the first channel that each published, -1 where none was.
@@ -28,7 +28,7 @@ protected:
         std::vector<Float32> published;
         for (UInt32 i = 0; i < count; ++i) {
             levels.reset();
-            hardware.advanceCycles(of.deviceID());
+            EXPECT_TRUE(hardware.advanceCycles(of.deviceID()));
             drain();
             published.push_back(levels ? levels->floatValueForChannel(1) : -1);
         }

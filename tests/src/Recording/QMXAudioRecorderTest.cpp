@@ -44,10 +44,11 @@ protected:
         auto description = qmx::VirtualHardware::standardDevice("input", "Input", channels, 0);
         description.bufferFrameSize = cycle;
         id = hardware.addDevice(description);
-        hardware.setInput(id, [n = UInt64{0}](Float32* samples, UInt32 frames, UInt32 count, SInt64) mutable {
-            for (UInt32 i = 0; i < frames * count; ++i)
-                samples[i] = counted(n++);
-        });
+        EXPECT_EQ(noErr,
+                  hardware.setInput(id, [n = UInt64{0}](Float32* samples, UInt32 frames, UInt32 count, SInt64) mutable {
+                      for (UInt32 i = 0; i < frames * count; ++i)
+                          samples[i] = counted(n++);
+                  }));
         recorder = QMXAudioRecorder::initWithAudioDevice_filePath(QMXAudioDevice::deviceWithDeviceID(id), path);
         setFileFormat(qmx::packedPhysicalFormat(44100, channels, bits, isFloat));
     }
@@ -77,11 +78,11 @@ protected:
     {
         recorder->setWritesPartialBufferAtStop(true);
         ASSERT_TRUE(recorder->record());
-        hardware.advanceCycles(id, 10);
+        EXPECT_TRUE(hardware.advanceCycles(id, 10));
         EXPECT_TRUE(recorder->pause());
         setFileFormat(qmx::packedPhysicalFormat(44100, channels, 8));
         EXPECT_TRUE(recorder->record());
-        hardware.advanceCycles(id, bufferFrames() / cycle - 9);
+        EXPECT_TRUE(hardware.advanceCycles(id, bufferFrames() / cycle - 9));
         EXPECT_TRUE(recorder->stop());
     }
 
@@ -188,7 +189,7 @@ TEST_F(Recorder, GoesThroughItsStatesAndTellsOfThem)
     EXPECT_FALSE(recorder->record());
     EXPECT_TRUE(recorder->isRecording());
     for (int i = 0; i < 21; ++i) {
-        hardware.advanceCycles(id);
+        EXPECT_TRUE(hardware.advanceCycles(id));
         const auto came = news();
         EXPECT_EQ(std::ranges::count(came, ""), i % 10 == 0 ? 1 : 0) << "cycle " << i;
     }
@@ -305,9 +306,9 @@ TEST_F(Recorder, AKillLeavesAFileWithAllThatWasWrittenBeforeTheLastBuffer)
         disk.remove(path);
         make(2);
         EXPECT_TRUE(recorder->record());
-        hardware.advanceCycles(id, 2 * bufferFrames() / cycle + 1);
+        EXPECT_TRUE(hardware.advanceCycles(id, 2 * bufferFrames() / cycle + 1));
         disk.killAtChange(n, 777);
-        hardware.advanceCycles(id, 2 * bufferFrames() / cycle + 1);
+        EXPECT_TRUE(hardware.advanceCycles(id, 2 * bufferFrames() / cycle + 1));
         const UInt64 frames = qmx::test::recordedSamples(path).size() / 2;
         EXPECT_GE(frames, 2 * bufferFrames());
         expectInFile({{0, frames}});
@@ -320,13 +321,13 @@ TEST_F(Recorder, LossOfTheDeviceGapsAndChangesOfItsRateAreNotedAndLeaveAWholeFil
     make(2);
     recorder->setWritesPartialBufferAtStop(true);
     EXPECT_TRUE(recorder->record());
-    hardware.advanceCycles(id, 10);
-    hardware.jumpSampleTime(id, 1000);
-    hardware.advanceCycles(id, 10);
-    hardware.change(id, [](qmx::DeviceDescription& device) { device.nominalSampleRate = 48000; });
+    EXPECT_TRUE(hardware.advanceCycles(id, 10));
+    EXPECT_EQ(noErr, hardware.jumpSampleTime(id, 1000));
+    EXPECT_TRUE(hardware.advanceCycles(id, 10));
+    EXPECT_EQ(noErr, hardware.change(id, [](auto& d) { d.nominalSampleRate = 48000; }));
     news();
-    hardware.advanceCycles(id, 10);
-    hardware.removeDevice(id);
+    EXPECT_TRUE(hardware.advanceCycles(id, 10));
+    EXPECT_EQ(noErr, hardware.removeDevice(id));
     news();
     EXPECT_TRUE(recorder->stop());
     expectInFile({{0, 30 * cycle}});
@@ -337,14 +338,14 @@ TEST_F(Recorder, LossOfTheDeviceGapsAndChangesOfItsRateAreNotedAndLeaveAWholeFil
 TEST_F(Recorder, AFormatThatTheDeviceChangedBeforeIsNotedOrRefusedUnlessTheRecorderWasTold)
 {
     make(2);
-    hardware.change(id, [](qmx::DeviceDescription& device) { device.nominalSampleRate = 48000; });
+    EXPECT_EQ(noErr, hardware.change(id, [](auto& d) { d.nominalSampleRate = 48000; }));
     EXPECT_TRUE(recorder->record());
     EXPECT_THAT(losses(), ElementsAre(Loss(Reason::rateChange, 0, 0, 0)));
     EXPECT_TRUE(recorder->stop());
     make(2);
-    hardware.change(id, [](qmx::DeviceDescription& device) {
+    EXPECT_EQ(noErr, hardware.change(id, [](qmx::DeviceDescription& device) {
         device.input = qmx::VirtualHardware::standardDevice("", "", 1, 0).input;
-    });
+    }));
     EXPECT_FALSE(recorder->record());
     EXPECT_EQ(recorder->lastStatus(), kAudioDeviceUnsupportedFormatError);
     recorder->setInputDevice(recorder->inputDevice());
@@ -354,12 +355,13 @@ TEST_F(Recorder, AFormatThatTheDeviceChangedBeforeIsNotedOrRefusedUnlessTheRecor
 TEST_F(Recorder, AnotherRateInTheFileLosesNothingBetweenBuffers)
 {
     make(2);
-    hardware.setInput(
-        id, [](Float32* samples, UInt32 frames, UInt32 count, SInt64) { std::fill_n(samples, frames * count, 0.5F); });
+    EXPECT_EQ(noErr, hardware.setInput(id, [](Float32* samples, UInt32 frames, UInt32 count, SInt64) {
+        std::fill_n(samples, frames * count, 0.5F);
+    }));
     setFileFormat(qmx::packedPhysicalFormat(48000, 2, 32, true));
     recorder->setWritesPartialBufferAtStop(true);
     EXPECT_TRUE(recorder->record());
-    hardware.advanceCycles(id, 400); // four seconds, three and a half buffers
+    EXPECT_TRUE(hardware.advanceCycles(id, 400)); // four seconds, three and a half buffers
     EXPECT_TRUE(recorder->stop());
     const auto samples = qmx::test::recordedSamples(path);
     EXPECT_NEAR(static_cast<double>(samples.size()), 2 * 4 * 48000, 4);
@@ -382,7 +384,7 @@ TEST_F(Recorder, ConvertsToTheFormatOfTheFileThatIsOpen)
         make(2);
         recorder->setWritesPartialBufferAtStop(true);
         EXPECT_TRUE(recorder->record());
-        hardware.advanceCycles(id);
+        EXPECT_TRUE(hardware.advanceCycles(id));
         EXPECT_TRUE(recorder->stop());
         expectInFile({{0, frames}}); // the rest stays
         disk.remove(path);
@@ -498,7 +500,7 @@ TEST_F(Recorder, ADeviceThatDoesNotStartOrIsGoneIsToldOnceAndLetsTheRecorderGo)
             const std::weak_ptr kept = recorder;
             if (!hasOwner)
                 recorder.reset();
-            hardware.removeDevice(id);
+            EXPECT_EQ(noErr, hardware.removeDevice(id));
             EXPECT_EQ(news(), std::vector<std::string>(hasOwner ? 1 : 0, "Failed"));
             if (hasOwner) {
                 EXPECT_TRUE(recorder->isRecording());
@@ -540,8 +542,9 @@ TEST_F(Recorder, CountsWhatTheRateConversionHoldsAtTheStop)
             EXPECT_TRUE(recorder->record());
             feed(bufferFrames());
             hardware.settle();
-            if (changesRate)
-                hardware.change(id, [](qmx::DeviceDescription& device) { device.nominalSampleRate = 48000; });
+            if (changesRate) {
+                EXPECT_EQ(noErr, hardware.change(id, [](auto& d) { d.nominalSampleRate = 48000; }));
+            }
             news();
             if (isDiskFull)
                 disk.setCapacity(disk.contents(path).size());
@@ -567,7 +570,7 @@ TEST_F(Recorder, ARateThatTheRecorderIsToldOfKeepsWhatTheConversionHeld)
     EXPECT_TRUE(recorder->record());
     feed(bufferFrames());
     hardware.settle();
-    hardware.change(id, [](qmx::DeviceDescription& device) { device.nominalSampleRate = 48000; });
+    EXPECT_EQ(noErr, hardware.change(id, [](auto& d) { d.nominalSampleRate = 48000; }));
     recorder->setDeviceStreamFormat(recorder->inputDevice()->actualStreamFormat_isInput(0, true));
     feed(bufferFrames());
     EXPECT_TRUE(recorder->stop());
@@ -584,7 +587,7 @@ TEST_F(Recorder, SharesADeviceWithAMeterWhoseStartTheStopAfterAPauseTakes)
     EXPECT_EQ(recorder->rightChannel(), 0xFFFFFFFFU);
     device->inputVUMeterDataProvider()->start();
     EXPECT_TRUE(recorder->record());
-    hardware.advanceCycles(id, 3);
+    EXPECT_TRUE(hardware.advanceCycles(id, 3));
     const auto levels = device->inputVUMeterDataProvider();
     EXPECT_TRUE(recorder->pause());
     EXPECT_TRUE(device->isRunning());
