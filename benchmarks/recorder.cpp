@@ -56,7 +56,8 @@ void cycle(benchmark::State& state)
     std::remove(path.c_str());
     const auto recorder = QMXAudioRecorder::initWithAudioDevice_filePath(device, path);
     device->inputVUMeterDataProvider()->start();
-    recorder->record();
+    if (!recorder->record())
+        state.SkipWithError(recorder->lastError().c_str());
     qmx::Thread::setThreadPriority(1.0); // as the threads of devices
     for (auto _ : state) {
         auto times = timeCycles(*device);
@@ -65,7 +66,7 @@ void cycle(benchmark::State& state)
         state.counters["p99.9_ns"] = times[times.size() * 999 / 1000];
         state.counters["largest_ns"] = times.back();
     }
-    recorder->stop();
+    (void)recorder->stop(); // false where it never began
     device->inputVUMeterDataProvider()->stop();
     std::remove(path.c_str());
 }

@@ -1,5 +1,6 @@
 # SPDX-License-Identifier: MIT
-# The public headers: what is installed and, of platform/, what src/ may include. A header becomes public by a line here.
+# The public headers: what is installed and, of platform/, what src/ may include. A header becomes public by a line
+# here.
 set(QMX_PUBLIC_SRC_HEADERS
     Devices/LiveContainer.h
     Devices/QMXAudioDevice.h
@@ -72,7 +73,6 @@ set(QMX_PUBLIC_PLATFORM_HEADERS
     Foundation/Archives/KeyedArchiver.h
     Foundation/Archives/KeyedUnarchiver.h
     Foundation/Archives/Number.h
-    Foundation/Archives/OpaqueObject.h
     Foundation/Archives/PropertyList.h
     Foundation/Archives/Unarchiver.h
     Foundation/Archives/Values.h
@@ -103,6 +103,7 @@ set(QMX_PUBLIC_PLATFORM_HEADERS
     vecLib/ChannelPeaks.h
     vecLib/vecLib.h)
 
+set(QMX_PUBLIC_HEADER_NAMES ${QMX_PUBLIC_SRC_HEADERS} ${QMX_PUBLIC_PLATFORM_HEADERS})
 list(TRANSFORM QMX_PUBLIC_SRC_HEADERS PREPEND ${PROJECT_SOURCE_DIR}/src/)
 
 # src/ sees the public headers of platform/ through a folder that holds nothing else.

@@ -147,7 +147,8 @@ std::shared_ptr<QMXAudioRecorder> makeRecorder(const std::shared_ptr<QMXAudioDev
     if (wishes.type)
         file->setFileType(*wishes.type); // last: a format sets the type
     recorder->setWritesPartialBufferAtStop(true);
-    recorder->setSpareRawBuffers(16); // a disk may stall for some ten seconds
+    if (!recorder->setSpareRawBuffers(16)) // a disk may stall for some ten seconds
+        throw Failure{recorder->lastError()};
     return recorder;
 }
 
@@ -182,17 +183,19 @@ void recordToTheEnd(QMXAudioRecorder& recorder, const Source& source, const Wish
                                        [&](const qmx::Notification& notification) {
                                            levelLine.take(dynamic_cast<const QMXVUMeterData&>(*notification.sender));
                                        });
-    if (source.frames) // the first cycle is the odd one, so that the last one ends with the file
-        hardware.setCycleFrames(device.deviceID(), static_cast<UInt32>(end % device.bufferFrameSize(true)));
+    // Of a simulation, which stays plugged in, the first cycle is the odd one, so that the last one ends with the file.
+    if (source.frames)
+        (void)hardware.setCycleFrames(device.deviceID(), static_cast<UInt32>(end % device.bufferFrameSize(true)));
     if (wishes.hasMeter)
         device.inputVUMeterDataProvider()->start();
     if (!recorder.record())
         throw Failure{recorder.lastError()};
     if (source.frames)
-        hardware.setCycleFrames(device.deviceID(), 0);
+        (void)hardware.setCycleFrames(device.deviceID(), 0);
     while (!example::isInterrupted() && recorder.lastStatus() == noErr && framesRecorded(recorder) < end) {
         if (source.frames) {
-            hardware.advanceCycles(device.deviceID());
+            if (!hardware.advanceCycles(device.deviceID()))
+                break;
             loop.runOnce();
         } else {
             loop.runFor(0.5);
@@ -249,7 +252,7 @@ int record(int argumentCount, char** arguments)
     const auto recorder = makeRecorder(source.device, wishes);
     recordToTheEnd(*recorder, source, wishes);
     std::string failure = recorder->lastError();
-    recorder->stop();
+    (void)recorder->stop(); // false where it never began
     if (failure.empty())
         failure = recorder->lastError(); // of writing the rest
     QMXAudioFile& file = *recorder->audioFile();

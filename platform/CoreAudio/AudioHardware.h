@@ -212,21 +212,23 @@ using AudioStreamPropertyListenerProc = OSStatus (*)(AudioStreamID inStream, UIn
 // 'rnlp', 'slep', 'unld', 'mast', 'inot', 'hogr'.
 
 /// Size in bytes of a property's value and whether it can be set; either pointer may be null.
-QMX_EXPORT OSStatus AudioHardwareGetPropertyInfo(AudioHardwarePropertyID inPropertyID, UInt32* outSize,
+[[nodiscard]] QMX_EXPORT OSStatus AudioHardwareGetPropertyInfo(AudioHardwarePropertyID inPropertyID, UInt32* outSize,
                                                  Boolean* outWritable);
 /// Reads a value into a block of `*ioPropertyDataSize` bytes and sets that to the bytes used.
-QMX_EXPORT OSStatus AudioHardwareGetProperty(AudioHardwarePropertyID inPropertyID, UInt32* ioPropertyDataSize,
-                                             void* outPropertyData);
-QMX_EXPORT OSStatus AudioHardwareSetProperty(AudioHardwarePropertyID inPropertyID, UInt32 inPropertyDataSize,
-                                             const void* inPropertyData);
+[[nodiscard]] QMX_EXPORT OSStatus AudioHardwareGetProperty(AudioHardwarePropertyID inPropertyID,
+                                                           UInt32* ioPropertyDataSize, void* outPropertyData);
+[[nodiscard]] QMX_EXPORT OSStatus AudioHardwareSetProperty(AudioHardwarePropertyID inPropertyID,
+                                                           UInt32 inPropertyDataSize, const void* inPropertyData);
 /// Registers for changes of a property, or of all (kAudioPropertyWildcardPropertyID). Reports 'dev#' at once, on the
 /// notification thread, when the list of devices has changed since it was last read.
-QMX_EXPORT OSStatus AudioHardwareAddPropertyListener(AudioHardwarePropertyID inPropertyID,
-                                                     AudioHardwarePropertyListenerProc inProc, void* inClientData);
+[[nodiscard]] QMX_EXPORT OSStatus AudioHardwareAddPropertyListener(AudioHardwarePropertyID inPropertyID,
+                                                                   AudioHardwarePropertyListenerProc inProc,
+                                                                   void* inClientData);
 /// After it has returned the listener is not called for that registration any more: a call in progress is waited for,
 /// except from within a listener.
-QMX_EXPORT OSStatus AudioHardwareRemovePropertyListener(AudioHardwarePropertyID inPropertyID,
-                                                        AudioHardwarePropertyListenerProc inProc, void* inClientData);
+[[nodiscard]] QMX_EXPORT OSStatus AudioHardwareRemovePropertyListener(AudioHardwarePropertyID inPropertyID,
+                                                                      AudioHardwarePropertyListenerProc inProc,
+                                                                      void* inClientData);
 
 // --- Devices
 // ---------------------------------------------------------------------------------------------------------- A channel
@@ -239,47 +241,53 @@ QMX_EXPORT OSStatus AudioHardwareRemovePropertyListener(AudioHardwarePropertyID 
 // announces 'dev#'.
 
 /// Size in bytes of a property's value and whether it can be set; either pointer may be null.
-QMX_EXPORT OSStatus AudioDeviceGetPropertyInfo(AudioDeviceID inDevice, UInt32 inChannel, Boolean isInput,
+[[nodiscard]] QMX_EXPORT OSStatus AudioDeviceGetPropertyInfo(AudioDeviceID inDevice, UInt32 inChannel, Boolean isInput,
                                                AudioDevicePropertyID inPropertyID, UInt32* outSize,
                                                Boolean* outWritable);
 /// Reads a value into a block of `*ioPropertyDataSize` bytes and sets that to the bytes used. A CFStringRef so read
 /// belongs to the caller, who releases it.
-QMX_EXPORT OSStatus AudioDeviceGetProperty(AudioDeviceID inDevice, UInt32 inChannel, Boolean isInput,
+[[nodiscard]] QMX_EXPORT OSStatus AudioDeviceGetProperty(AudioDeviceID inDevice, UInt32 inChannel, Boolean isInput,
                                            AudioDevicePropertyID inPropertyID, UInt32* ioPropertyDataSize,
                                            void* outPropertyData);
 /// Changes a value at once, whatever time is given.
-QMX_EXPORT OSStatus AudioDeviceSetProperty(AudioDeviceID inDevice, const AudioTimeStamp* inWhen, UInt32 inChannel,
-                                           Boolean isInput, AudioDevicePropertyID inPropertyID,
-                                           UInt32 inPropertyDataSize, const void* inPropertyData);
+[[nodiscard]] QMX_EXPORT OSStatus AudioDeviceSetProperty(AudioDeviceID inDevice, const AudioTimeStamp* inWhen,
+                                                         UInt32 inChannel, Boolean isInput,
+                                                         AudioDevicePropertyID inPropertyID, UInt32 inPropertyDataSize,
+                                                         const void* inPropertyData);
 /// `inSection` is 1 for input, 0 for output, or kAudioPropertyWildcardSection.
-QMX_EXPORT OSStatus AudioDeviceAddPropertyListener(AudioDeviceID inDevice, UInt32 inChannel, UInt8 inSection,
-                                                   AudioDevicePropertyID inPropertyID,
-                                                   AudioDevicePropertyListenerProc inProc, void* inClientData);
+[[nodiscard]] QMX_EXPORT OSStatus AudioDeviceAddPropertyListener(AudioDeviceID inDevice, UInt32 inChannel,
+                                                                 UInt8 inSection, AudioDevicePropertyID inPropertyID,
+                                                                 AudioDevicePropertyListenerProc inProc,
+                                                                 void* inClientData);
 /// As AudioHardwareRemovePropertyListener; works for a device that is gone, too.
-QMX_EXPORT OSStatus AudioDeviceRemovePropertyListener(AudioDeviceID inDevice, UInt32 inChannel, UInt8 inSection,
-                                                      AudioDevicePropertyID inPropertyID,
-                                                      AudioDevicePropertyListenerProc inProc, void* inClientData);
+[[nodiscard]] QMX_EXPORT OSStatus AudioDeviceRemovePropertyListener(AudioDeviceID inDevice, UInt32 inChannel,
+                                                                    UInt8 inSection, AudioDevicePropertyID inPropertyID,
+                                                                    AudioDevicePropertyListenerProc inProc,
+                                                                    void* inClientData);
 
 // A registration is the device, the procedure and the client data together: two objects with one procedure are two
 // registrations and never stop each other.
 
 /// Registers a procedure, stopped.
-QMX_EXPORT OSStatus AudioDeviceAddIOProc(AudioDeviceID inDevice, AudioDeviceIOProc inProc, void* inClientData);
+[[nodiscard]] QMX_EXPORT OSStatus AudioDeviceAddIOProc(AudioDeviceID inDevice, AudioDeviceIOProc inProc,
+                                                       void* inClientData);
 /// Unregisters it. After it has returned the procedure is not called any more: the cycle in flight is waited for,
 /// except inside an I/O or render callback. Works for a device that is gone, too.
-QMX_EXPORT OSStatus AudioDeviceRemoveIOProc(AudioDeviceID inDevice, AudioDeviceIOProc inProc, void* inClientData);
+[[nodiscard]] QMX_EXPORT OSStatus AudioDeviceRemoveIOProc(AudioDeviceID inDevice, AudioDeviceIOProc inProc,
+                                                          void* inClientData);
 /// Has a registered procedure called from the next cycle on; starts the device when it is the first. 0 when it runs
 /// already.
-QMX_EXPORT OSStatus AudioDeviceStart(AudioDeviceID inDevice, AudioDeviceIOProc inProc, void* inClientData);
+[[nodiscard]] QMX_EXPORT OSStatus AudioDeviceStart(AudioDeviceID inDevice, AudioDeviceIOProc inProc,
+                                                   void* inClientData);
 /// Has a procedure called no more, and stops the device when it was the last. Marks and returns: the cycle in flight
 /// may go on (qmx::waitForIOCycle). 0 for a registered procedure that is stopped already.
-QMX_EXPORT OSStatus AudioDeviceStop(AudioDeviceID inDevice, AudioDeviceIOProc inProc, void* inClientData);
+[[nodiscard]] QMX_EXPORT OSStatus AudioDeviceStop(AudioDeviceID inDevice, AudioDeviceIOProc inProc, void* inClientData);
 
 /// The present instant in the device's clock and the host's.
-QMX_EXPORT OSStatus AudioDeviceGetCurrentTime(AudioDeviceID inDevice, AudioTimeStamp* outTime);
+[[nodiscard]] QMX_EXPORT OSStatus AudioDeviceGetCurrentTime(AudioDeviceID inDevice, AudioTimeStamp* outTime);
 /// Translates an instant between the device's sample time and host time: from what `inTime` has into what
 /// `outTime->mFlags` asks for. The device must run.
-QMX_EXPORT OSStatus AudioDeviceTranslateTime(AudioDeviceID inDevice, const AudioTimeStamp* inTime,
+[[nodiscard]] QMX_EXPORT OSStatus AudioDeviceTranslateTime(AudioDeviceID inDevice, const AudioTimeStamp* inTime,
                                              AudioTimeStamp* outTime);
 
 // --- Streams
@@ -287,23 +295,26 @@ QMX_EXPORT OSStatus AudioDeviceTranslateTime(AudioDeviceID inDevice, const Audio
 // channel argument is ignored.
 
 /// Size in bytes of a property's value and whether it can be set; either pointer may be null.
-QMX_EXPORT OSStatus AudioStreamGetPropertyInfo(AudioStreamID inStream, UInt32 inChannel,
+[[nodiscard]] QMX_EXPORT OSStatus AudioStreamGetPropertyInfo(AudioStreamID inStream, UInt32 inChannel,
                                                AudioStreamPropertyID inPropertyID, UInt32* outSize,
                                                Boolean* outWritable);
 /// Reads a value into a block of `*ioPropertyDataSize` bytes and sets that to the bytes used.
-QMX_EXPORT OSStatus AudioStreamGetProperty(AudioStreamID inStream, UInt32 inChannel, AudioStreamPropertyID inPropertyID,
-                                           UInt32* ioPropertyDataSize, void* outPropertyData);
+[[nodiscard]] QMX_EXPORT OSStatus AudioStreamGetProperty(AudioStreamID inStream, UInt32 inChannel,
+                                                         AudioStreamPropertyID inPropertyID, UInt32* ioPropertyDataSize,
+                                                         void* outPropertyData);
 /// Changes a value at once, whatever time is given.
-QMX_EXPORT OSStatus AudioStreamSetProperty(AudioStreamID inStream, const AudioTimeStamp* inWhen, UInt32 inChannel,
-                                           AudioStreamPropertyID inPropertyID, UInt32 inPropertyDataSize,
-                                           const void* inPropertyData);
-QMX_EXPORT OSStatus AudioStreamAddPropertyListener(AudioStreamID inStream, UInt32 inChannel,
+[[nodiscard]] QMX_EXPORT OSStatus AudioStreamSetProperty(AudioStreamID inStream, const AudioTimeStamp* inWhen,
+                                                         UInt32 inChannel, AudioStreamPropertyID inPropertyID,
+                                                         UInt32 inPropertyDataSize, const void* inPropertyData);
+[[nodiscard]] QMX_EXPORT OSStatus AudioStreamAddPropertyListener(AudioStreamID inStream, UInt32 inChannel,
                                                    AudioStreamPropertyID inPropertyID,
-                                                   AudioStreamPropertyListenerProc inProc, void* inClientData);
+                                                                 AudioStreamPropertyListenerProc inProc,
+                                                                 void* inClientData);
 /// As AudioHardwareRemovePropertyListener; works for a stream that is gone, too.
-QMX_EXPORT OSStatus AudioStreamRemovePropertyListener(AudioStreamID inStream, UInt32 inChannel,
+[[nodiscard]] QMX_EXPORT OSStatus AudioStreamRemovePropertyListener(AudioStreamID inStream, UInt32 inChannel,
                                                       AudioStreamPropertyID inPropertyID,
-                                                      AudioStreamPropertyListenerProc inProc, void* inClientData);
+                                                                    AudioStreamPropertyListenerProc inProc,
+                                                                    void* inClientData);
 
 // --- Host time
 // --------------------------------------------------------------------------------------------------------
@@ -329,6 +340,6 @@ enum class AudioBackend {
 /// without it: PipeWire, when it is built in). kAudioHardwareUnsupportedOperationError when it is not built in. Only
 /// before the first call of this header by anybody; afterwards kAudioHardwareIllegalOperationError, unless it is the
 /// present one.
-QMX_EXPORT OSStatus setAudioBackend(AudioBackend backend);
+[[nodiscard]] QMX_EXPORT OSStatus setAudioBackend(AudioBackend backend);
 
 } // namespace qmx

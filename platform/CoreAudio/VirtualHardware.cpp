@@ -62,7 +62,7 @@ VirtualHardware::VirtualHardware(VirtualBackend& backend) : backend_(backend) {}
 VirtualHardware& VirtualHardware::shared()
 {
     static auto* const hardware = [] {
-        setAudioBackend(AudioBackend::virtualHardware);
+        (void)setAudioBackend(AudioBackend::virtualHardware); // refused where another is chosen already
         Hardware::shared();
         return new VirtualHardware(VirtualBackend::shared());
     }();

@@ -77,7 +77,7 @@ public:
     /// first input (output) becomes the default one. Never fails.
     AudioDeviceID addDevice(const DeviceDescription& description);
     /// Unplugs a device. Its I/O ends. A default that it was passes to the first added of those that can be it.
-    OSStatus removeDevice(AudioDeviceID device);
+    [[nodiscard]] OSStatus removeDevice(AudioDeviceID device);
     /// Both in one change: listeners hear first of a list without those that went and then of one with those that came,
     /// in which they appear a little later. Returns the new IDs. Unknown IDs to remove are ignored.
     std::vector<AudioDeviceID> changeDevices(std::span<const AudioDeviceID> removed,
@@ -92,7 +92,7 @@ public:
 
     /// Makes a device the default as the desktop would: `which` is 'dIn ', 'dOut' or 'sOut'. With kAudioDeviceUnknown
     /// there is none until one is chosen. kAudioHardwareIllegalOperationError for a device that cannot be it.
-    OSStatus setDefaultDevice(AudioHardwarePropertyID which, AudioDeviceID device);
+    [[nodiscard]] OSStatus setDefaultDevice(AudioHardwarePropertyID which, AudioDeviceID device);
     /// The boot chime's level, which most machines lack; nothing takes it away.
     void setBootChimeVolume(const std::optional<VolumeControl>& volume);
 
@@ -103,9 +103,9 @@ public:
     /// Changes any of it, as the hardware would by itself: `edit` gets the present record, and listeners hear of what
     /// it changed. It must not call the hardware layer. A default that the device can no longer be passes to another
     /// one.
-    OSStatus change(AudioDeviceID device, const std::function<void(DeviceDescription&)>& edit);
+    [[nodiscard]] OSStatus change(AudioDeviceID device, const std::function<void(DeviceDescription&)>& edit);
     /// Announces a property of a device although nothing changed ('over' for an overload, say).
-    OSStatus announce(AudioDeviceID device, const PropertyAddress& address);
+    [[nodiscard]] OSStatus announce(AudioDeviceID device, const PropertyAddress& address);
     /// The same for a property of the system.
     void announceHardware(AudioHardwarePropertyID property);
 
@@ -116,27 +116,28 @@ public:
     // --- Sound
 
     /// What an input captures from now on; an empty function: silence. Ends a loop to that input.
-    OSStatus setInput(AudioDeviceID device, VirtualInput input);
+    [[nodiscard]] OSStatus setInput(AudioDeviceID device, VirtualInput input);
     /// The same from interleaved samples of `channels` channels, from the next cycle on, once or again and again; then
     /// silence. Channels beyond the device's are dropped, missing ones silent.
-    OSStatus setInputSamples(AudioDeviceID device, std::vector<Float32> samples, UInt32 channels, bool repeats = false);
+    [[nodiscard]] OSStatus setInputSamples(AudioDeviceID device, std::vector<Float32> samples, UInt32 channels,
+                                           bool repeats = false);
     /// The same from an audio file of up to 256 MiB of decoded samples, converted to the device's present rate.
     /// Otherwise the status of the audio file or converter that failed; the input is then unchanged.
-    OSStatus setInputFile(AudioDeviceID device, const std::string& path, bool repeats = false);
+    [[nodiscard]] OSStatus setInputFile(AudioDeviceID device, const std::string& path, bool repeats = false);
     /// Who receives what an output is given; an empty function: nobody.
-    OSStatus setOutput(AudioDeviceID device, VirtualOutput output);
+    [[nodiscard]] OSStatus setOutput(AudioDeviceID device, VirtualOutput output);
     /// Keeps what an output is given from now on, up to `maximumFrames` (room for them is made here). 0: keeps nothing.
-    OSStatus captureOutput(AudioDeviceID device, size_t maximumFrames);
+    [[nodiscard]] OSStatus captureOutput(AudioDeviceID device, size_t maximumFrames);
     /// What was kept since, interleaved. Frames that were never asked for (gaps) are not in it.
     std::vector<Float32> capturedOutput(AudioDeviceID device) const;
     /// Loops an output to an input: what the output plays at an instant is what the input captures then; bit for bit
     /// when their clocks agree, nearest frame otherwise.
-    OSStatus connect(AudioDeviceID output, AudioDeviceID input);
+    [[nodiscard]] OSStatus connect(AudioDeviceID output, AudioDeviceID input);
 
     // --- Clocks and time
 
     /// How much faster than true a device's clock goes, in parts per million, from now on.
-    OSStatus setClockDrift(AudioDeviceID device, Float64 partsPerMillion);
+    [[nodiscard]] OSStatus setClockDrift(AudioDeviceID device, Float64 partsPerMillion);
     /// Fast time is not begun where the system has no thread left for it, which is logged.
     void setTime(VirtualTime time);
     VirtualTime time() const;
@@ -147,21 +148,21 @@ public:
     /// every thread of the library waits for work. Otherwise does nothing.
     void advance(UInt64 nanoseconds);
     /// Advances until a device has run `cycles` more cycles; false when it stopped (or is unknown) before.
-    bool advanceCycles(AudioDeviceID device, UInt32 cycles = 1);
+    [[nodiscard]] bool advanceCycles(AudioDeviceID device, UInt32 cycles = 1);
     /// Returns when all listeners of earlier changes have returned and every thread of the library waits for work.
     void settle();
 
     // --- What sound servers do
 
     /// A device's I/O begins so much later than its start.
-    OSStatus setStartDelay(AudioDeviceID device, UInt64 nanoseconds);
+    [[nodiscard]] OSStatus setStartDelay(AudioDeviceID device, UInt64 nanoseconds);
     /// The cycles of a device have `frames` frames, whatever the buffer frame size; 0: as many as that. Procedures see
     /// slices.
-    OSStatus setCycleFrames(AudioDeviceID device, UInt32 frames);
+    [[nodiscard]] OSStatus setCycleFrames(AudioDeviceID device, UInt32 frames);
     /// A running device's sample time jumps.
-    OSStatus jumpSampleTime(AudioDeviceID device, SInt64 frames);
+    [[nodiscard]] OSStatus jumpSampleTime(AudioDeviceID device, SInt64 frames);
     /// The next cycles of a device do not come, though time goes on; announces 'over'.
-    OSStatus skipCycles(AudioDeviceID device, UInt32 cycles);
+    [[nodiscard]] OSStatus skipCycles(AudioDeviceID device, UInt32 cycles);
     /// Cycles that a device has run since it was added.
     UInt64 cycleCount(AudioDeviceID device) const;
 

@@ -6,16 +6,25 @@
 #include "Devices/QMXVUMeterDataProvider.h"
 #include "Foundation/Threads/ConditionLock.h"
 
-struct QMXAudioDevice::ClassState {
+#include <atomic>
+#include <mutex>
+
+namespace qmx
+{
+
+struct DeviceClassState {
+    /// Brings the registry up at its first call.
+    static DeviceClassState& shared();
+
     QMXAudioDeviceDictionary devices;
     QMXAudioDeviceList deviceArray;
     QMXAudioDeviceList inputDeviceArray;
     QMXAudioDeviceList outputDeviceArray;
-    qmx::ConditionLock mutexLock;   // held through a refresh; blocks whoever comes when a failed one has left it held
-    qmx::ConditionLock hwMutexLock; // held while a change of the hardware is looked at; taken before mutexLock
-    std::mutex globalRunLock;       // every device's startCalls
-    std::mutex chainLock;           // new subscribers of any device, which may be devices
-    std::shared_ptr<qmx::Object> classObject;
+    ConditionLock mutexLock;   // held through a refresh; blocks whoever comes when a failed one has left it held
+    ConditionLock hwMutexLock; // held while a change of the hardware is looked at; taken before mutexLock
+    std::mutex globalRunLock;  // every device's startCalls
+    std::mutex chainLock;      // new subscribers of any device, which may be devices
+    std::shared_ptr<Object> classObject;
     std::mutex outputProviderLock;
     std::shared_ptr<QMXVUMeterDataProvider> outputProvider;
 
@@ -23,3 +32,5 @@ struct QMXAudioDevice::ClassState {
     bool initializationHasBegun = false;
     std::atomic<bool> isInitialized{false};
 };
+
+} // namespace qmx

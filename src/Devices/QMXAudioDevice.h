@@ -12,13 +12,11 @@
 #include "Devices/QMXAudioDeviceNotifications.h"
 #include "Devices/QMXAudioSubscription.h"
 #include "Foundation/Export.h"
+#include "Foundation/HeapBlock.h"
 #include "Foundation/Object.h"
-#include "Foundation/Threads/Retirement.h"
 
-#include <atomic>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
@@ -28,18 +26,23 @@ class QMXAudioStream;
 class QMXAudioStreamBasicDescription;
 class QMXAudioValueRange;
 class QMXVUMeterDataProvider;
+namespace qmx
+{
+class LastFailure;
+struct PropertyBlock;
+} // namespace qmx
 
 using QMXAudioDeviceList = qmx::LiveContainer<std::vector<std::shared_ptr<QMXAudioDevice>>>;
 using QMXAudioDeviceDictionary = qmx::LiveContainer<std::map<AudioDeviceID, std::shared_ptr<QMXAudioDevice>>>;
 using QMXAudioSubscriberList = qmx::LiveContainer<std::vector<QMXAudioSubscription>>;
 
 /// One audio device, and, as a class, the process's registry of all of them. The registry comes up with the first use
-/// of the class and follows the hardware from then on; it owns its devices. Ended inside an I/O or render callback, a
-/// device is taken down on another thread.
+/// of the class and follows the hardware from then on; it owns its devices. The last reference to a device stops it,
+/// whoever started it through this object, and returns when the cycle in flight has ended; inside an I/O or render
+/// callback another thread does so. The factories alone make devices: nothing else derives from this class.
 class QMX_EXPORT QMXAudioDevice : public qmx::Object,
                                   public QMXCoreAudioIOSubscriber,
-                                  public std::enable_shared_from_this<QMXAudioDevice>,
-                                  private qmx::Retirable
+                                  public std::enable_shared_from_this<QMXAudioDevice>
 {
 public:
     // --- The registry ------------------------------------------------------------------------------------------------
@@ -68,8 +71,8 @@ public:
     static std::shared_ptr<QMXAudioDevice> defaultOutputDevice();
     static std::shared_ptr<QMXAudioDevice> defaultSystemOutputDevice();
     /// Makes a device the default for input (output); the hardware's status.
-    static OSStatus setDefaultInputDevice(const QMXAudioDevice& device);
-    static OSStatus setDefaultOutputDevice(const QMXAudioDevice& device);
+    [[nodiscard]] static OSStatus setDefaultInputDevice(const QMXAudioDevice& device);
+    [[nodiscard]] static OSStatus setDefaultOutputDevice(const QMXAudioDevice& device);
 
     /// The level of the chime at the machine's start; 0.0 (null) where there is none.
     static Float32 bootChimeVolumeScalar();
@@ -91,14 +94,12 @@ public:
 
     // --- Life --------------------------------------------------------------------------------------------------------
 
-    /// An object for a device; it exists even when the device does not, which is logged.
+    /// An object for a device; it exists even when the device does not, which is logged and in lastStatus().
     static std::shared_ptr<QMXAudioDevice> initWithDeviceID(AudioDeviceID deviceID);
     /// The same; null for an unknown UID.
     static std::shared_ptr<QMXAudioDevice> initWithDeviceUID(const std::string& uid);
-    /// Stops the device, whoever started it through this object; returns when the cycle in flight has ended.
-    ~QMXAudioDevice() override;
 
-    AudioDeviceID deviceID() const { return deviceID_; }
+    virtual AudioDeviceID deviceID() const = 0;
     /// Whether a device with this ID is registered.
     bool isValid() const;
     /// "NAME by MANUFACTURER".
@@ -106,16 +107,23 @@ public:
     /// All properties as a text of many lines.
     std::string printDeviceInfo();
 
+    /// The status of what failed last in this object's last operation; 0 when nothing did. Operations that several
+    /// threads have under way at once count as one.
+    OSStatus lastStatus() const;
+    /// The same as a sentence for people that names the device and the property or operation, empty when nothing
+    /// failed.
+    std::string lastError() const;
+
     // --- Properties --------------------------------------------------------------------------------------------------
     // Each is asked of the hardware at the time of the call. A property that the device lacks reads as 0, 0.0, false,
-    // null or an empty list; QMXAudioDeviceUtils::lastReportedError() has the status. Setters return whether the value
-    // was set. `isInput` names the section; `channel` is 0 for the whole of it or one of its channels from 1 up. Blocks
-    // that are returned are freed with free().
+    // null or an empty list, and lastStatus() tells. Setters return whether the value was set. `isInput` names the
+    // section; `channel` is 0 for the whole of it or one of its channels from 1 up. Blocks that are returned are null
+    // on failure, and followed by zeros as those of QMXAudioDeviceUtils are.
 
     std::optional<std::string> deviceUID() const;
     /// Read once and kept.
-    std::optional<std::string> name() const;
-    std::optional<std::string> manufacturer() const;
+    virtual std::optional<std::string> name() const = 0;
+    virtual std::optional<std::string> manufacturer() const = 0;
 
     bool isAlive() const;
     bool isRunning() const;
@@ -133,8 +141,8 @@ public:
     Float32 volumeDecibels_isInput(UInt32 channel, bool isInput) const;
     /// 0.0 to 1.0.
     Float32 volumeScalar_isInput(UInt32 channel, bool isInput) const;
-    bool setVolumeDecibels_forChannel_isInput(Float32 decibels, UInt32 channel, bool isInput);
-    bool setVolumeScalar_forChannel_isInput(Float32 scalar, UInt32 channel, bool isInput);
+    [[nodiscard]] bool setVolumeDecibels_forChannel_isInput(Float32 decibels, UInt32 channel, bool isInput);
+    [[nodiscard]] bool setVolumeScalar_forChannel_isInput(Float32 scalar, UInt32 channel, bool isInput);
     std::shared_ptr<QMXAudioValueRange> volumeRangeDecibels_isInput(UInt32 channel, bool isInput) const;
     /// What 0.0 on one scale is on the other, on that channel: the argument is no value to convert.
     Float32 volumeScalarToDecibels_isInput(UInt32 channel, bool isInput) const;
@@ -142,18 +150,18 @@ public:
     /// The input's mute.
     bool canMute() const;
     /// Sets the output's mute.
-    bool mute(bool isMuted);
+    [[nodiscard]] bool mute(bool isMuted);
     /// The input's mute, whatever mute() set on the output.
     bool isMuted() const;
 
-    /// The IDs, then a 0, in a block.
-    UInt32* dataSourceIDs(bool isInput) const;
+    /// The IDs, UInt32 each, then a 0.
+    qmx::HeapBlock dataSourceIDs(bool isInput) const;
     std::optional<std::string> dataSourceNameForID_isInput(UInt32 dataSourceID, bool isInput) const;
     /// In the order of the IDs up to the first 0; one without a name is "Unnamed data source N", counted from 0.
     std::vector<std::string> dataSourceNames(bool isInput) const;
     UInt32 currentDataSourceID(bool isInput) const;
     bool canSetCurrentDataSourceID(bool isInput) const;
-    bool setCurrentDataSourceID_isInput(UInt32 dataSourceID, bool isInput);
+    [[nodiscard]] bool setCurrentDataSourceID_isInput(UInt32 dataSourceID, bool isInput);
     std::optional<std::string> currentDataSourceName(bool isInput) const;
 
     /// Frames per second.
@@ -168,10 +176,10 @@ public:
     bool canSetPhysicalStreamFormat_isInput(UInt32 channel, bool isInput) const;
     std::shared_ptr<QMXAudioStreamBasicDescription> actualStreamFormat_isInput(UInt32 channel, bool isInput) const;
     std::shared_ptr<QMXAudioStreamBasicDescription> physicalStreamFormat_isInput(UInt32 channel, bool isInput) const;
-    bool setActualStreamFormat_forChannel_isInput(const QMXAudioStreamBasicDescription& format, UInt32 channel,
-                                                  bool isInput);
-    bool setPhysicalStreamFormat_forChannel_isInput(const QMXAudioStreamBasicDescription& format, UInt32 channel,
-                                                    bool isInput);
+    [[nodiscard]] bool setActualStreamFormat_forChannel_isInput(const QMXAudioStreamBasicDescription& format,
+                                                                UInt32 channel, bool isInput);
+    [[nodiscard]] bool setPhysicalStreamFormat_forChannel_isInput(const QMXAudioStreamBasicDescription& format,
+                                                                  UInt32 channel, bool isInput);
     std::vector<std::shared_ptr<QMXAudioStreamBasicDescription>> streamFormats_isInput(UInt32 channel,
                                                                                        bool isInput) const;
     /// The supported format that comes closest; null when the hardware names none.
@@ -179,15 +187,15 @@ public:
     findMatchingStreamFormat_forChannel_isInput(const QMXAudioStreamBasicDescription& format, UInt32 channel,
                                                 bool isInput) const;
 
-    /// The IDs, then a 0, in a block.
-    AudioStreamID* streamIDs(bool isInput) const;
+    /// The IDs, AudioStreamID each, then a 0.
+    qmx::HeapBlock streamIDs(bool isInput) const;
     /// New objects, in order; they keep the device alive.
     std::vector<std::shared_ptr<QMXAudioStream>> streams(bool isInput);
     UInt32 numberOfStreams(bool isInput) const;
     /// Of all streams together.
     UInt32 numberOfChannels(bool isInput) const;
-    /// One buffer per stream, without data, in a block.
-    AudioBufferList* streamConfiguration(bool isInput) const;
+    /// An AudioBufferList: one buffer per stream, without data.
+    qmx::HeapBlock streamConfiguration(bool isInput) const;
 
     /// A kAudioDeviceTransportType code.
     UInt32 transportType(bool isInput) const;
@@ -199,10 +207,10 @@ public:
     UInt32 bufferFrameSize(bool isInput) const;
     /// Frames.
     UInt32 safetyOffset(bool isInput) const;
-    /// Two channel numbers, counted from 1, in a block.
-    UInt32* preferredChannelsForStereo(bool isInput) const;
-    /// In a block.
-    AudioChannelLayout* channelLayout(bool isInput) const;
+    /// Two channel numbers, UInt32 each, counted from 1.
+    qmx::HeapBlock preferredChannelsForStereo(bool isInput) const;
+    /// An AudioChannelLayout.
+    qmx::HeapBlock channelLayout(bool isInput) const;
 
     // Fields of the actual format of channel 0, asked afresh.
     Float64 sampleRate(bool isInput) const;
@@ -217,27 +225,28 @@ public:
 
     // --- Input and output --------------------------------------------------------------------------------------------
 
-    /// Counts who wants the device to run; the first starts it. A device that does not start is not counted. Always
-    /// true.
-    bool start();
+    /// Counts who wants the device to run; the first starts it. A device that does not start is not counted, and
+    /// lastStatus() tells. Always true.
+    virtual bool start() = 0;
     /// Takes one back; the last stops the device, though the cycle in flight may go on. Without a start before it does
     /// nothing. Always true.
-    bool stop();
+    virtual bool stop() = 0;
 
     /// Has the subscriber called in each cycle, after those that were added before; input subscribers come before
     /// output subscribers. Once per direction: one that is there stays where it is. The device owns its subscribers. A
-    /// device that hands its buffers to this one, by way of others or itself, is refused, which is logged: they would
-    /// go round for ever.
-    void addAudioIOSubscriber_forInput(const std::shared_ptr<QMXCoreAudioIOSubscriber>& subscriber, bool isInput);
+    /// device that hands its buffers to this one, by way of others or itself, is refused, which is logged and in
+    /// lastStatus(): they would go round for ever.
+    virtual void addAudioIOSubscriber_forInput(const std::shared_ptr<QMXCoreAudioIOSubscriber>& subscriber,
+                                               bool isInput) = 0;
     /// Has it called no more: the calls in flight are waited for, except in real time and inside an I/O or render
     /// callback, where the device lets go of it a little later. Any thread, real-time ones too. Hold no lock that a
     /// subscriber takes.
-    void removeAudioIOSubscriber_forInput(const QMXCoreAudioIOSubscriber& subscriber, bool isInput);
+    virtual void removeAudioIOSubscriber_forInput(const QMXCoreAudioIOSubscriber& subscriber, bool isInput) = 0;
     /// Always the same object for a direction; lives as long as the device.
-    QMXAudioSubscriberList& audioSubscribersForInput(bool isInput);
+    virtual QMXAudioSubscriberList& audioSubscribersForInput(bool isInput) = 0;
 
     /// The device's level meter, made at the first call.
-    std::shared_ptr<QMXVUMeterDataProvider> inputVUMeterDataProvider();
+    virtual std::shared_ptr<QMXVUMeterDataProvider> inputVUMeterDataProvider() = 0;
     /// One for the whole process, made for whichever device is asked first and bound to it, as intended. It meters that
     /// device's input, and has no device once that is gone.
     std::shared_ptr<QMXVUMeterDataProvider> outputVUMeterDataProvider();
@@ -248,13 +257,13 @@ public:
     OSStatus audioIOHandler_inNow_inInputData_inInputTime_outOutputData_inOutputTime_inClientData(
         QMXAudioDevice& device, const AudioTimeStamp* inNow, const AudioBufferList* inInputData,
         const AudioTimeStamp* inInputTime, AudioBufferList* outOutputData, const AudioTimeStamp* inOutputTime,
-        QMXAudioDevice& inClientData) override;
+        QMXAudioDevice& inClientData) override = 0;
 
     // --- Changes of the device ---------------------------------------------------------------------------------------
 
     /// Owned; null for none.
-    void setDelegate(std::shared_ptr<QMXAudioDeviceDelegate> delegate);
-    std::shared_ptr<QMXAudioDeviceDelegate> delegate() const;
+    virtual void setDelegate(std::shared_ptr<QMXAudioDeviceDelegate> delegate) = 0;
+    virtual std::shared_ptr<QMXAudioDeviceDelegate> delegate() const = 0;
 
     /// What the device's listener does: has the change's notification posted on the main thread. Properties without one
     /// are ignored.
@@ -271,54 +280,25 @@ public:
     void outputVolumeDidChange(const qmx::Notification& notification);
 
 private:
-    struct ClassState;
-    struct IOCycle;
-    struct Sweep;
+    class Implementation;
     using DelegateMethod = void (QMXAudioDeviceDelegate::*)(const qmx::Notification&);
 
-    using Devices = std::vector<std::shared_ptr<QMXAudioDevice>>;
+    QMXAudioDevice() = default;
+    virtual qmx::LastFailure& failure() const = 0;
+    /// The name for sentences, without asking the hardware.
+    virtual std::string nameForPeople() const = 0;
 
-    static ClassState& classState();
-    /// Gives the devices that vanished, to be let go without a lock: a device waits for its cycle in flight.
-    static Devices refreshRegistry();
-    static std::shared_ptr<QMXAudioDevice> registeredDevice(AudioHardwarePropertyID defaultDevice);
-    static OSStatus hardwarePropertyCallback(AudioHardwarePropertyID propertyID, void* clientData);
-
-    static void destroy(QMXAudioDevice* device);
-    explicit QMXAudioDevice(AudioDeviceID deviceID);
-    void listen();
-
-    static OSStatus captureIOProc(AudioDeviceID deviceID, const AudioTimeStamp* now, const AudioBufferList* inputData,
-                                  const AudioTimeStamp* inputTime, AudioBufferList* outputData,
-                                  const AudioTimeStamp* outputTime, void* clientData);
-    static OSStatus devicePropertyCallback(AudioDeviceID deviceID, UInt32 channel, Boolean isInput,
-                                           AudioDevicePropertyID propertyID, void* clientData);
-    void armSweep();
-    void sweepSubscribers();
-    void dropSubscribersThatLeft(bool isInput);
-    std::atomic<bool>& hasSubscribers(bool isInput) { return isInput ? hasInputSubscribers : hasOutputSubscribers; }
     void tellDelegate(DelegateMethod method, const qmx::Notification& notification);
-
+    void fail(OSStatus status, const std::string& what) const;
+    OSStatus noted(OSStatus status, UInt32 propertyID, const char* verb) const;
+    qmx::PropertyBlock read(AudioDevicePropertyID propertyID, UInt32 channel, bool isInput) const;
     UInt32 word(AudioDevicePropertyID propertyID, bool isInput) const;
     std::optional<std::string> text(AudioDevicePropertyID propertyID, bool isInput) const;
-    std::optional<std::string> cachedText(std::optional<std::string>& cache, AudioDevicePropertyID propertyID) const;
     std::shared_ptr<QMXAudioStreamBasicDescription> format(AudioDevicePropertyID propertyID, UInt32 channel,
                                                            bool isInput) const;
     bool canSet(AudioDevicePropertyID propertyID, UInt32 channel, bool isInput) const;
     template <class Value>
     bool set(AudioDevicePropertyID propertyID, UInt32 channel, bool isInput, const Value& value) const;
-
-    AudioDeviceID deviceID_;
-    mutable std::optional<std::string> deviceName;
-    mutable std::optional<std::string> deviceManufacturer;
-    std::shared_ptr<QMXVUMeterDataProvider> inputProvider;
-    std::shared_ptr<QMXAudioDeviceDelegate> _delegate;
-    std::atomic<bool> hasInputSubscribers{false};
-    std::atomic<bool> hasOutputSubscribers{false};
-    QMXAudioSubscriberList inputSubscribersArray;
-    QMXAudioSubscriberList outputSubscribersArray;
-    mutable std::mutex subscriberLock;   // list changes, the meter and the delegate
-    std::atomic<Sweep*> sweep_{nullptr}; // takes out who left in real time; none while it is on its way
-    std::atomic<SInt32> startCalls{0};   // changed under the lock that all devices share
-    mutable std::mutex nameLock;         // the two cached texts
+    bool setFormat(AudioDevicePropertyID propertyID, UInt32 channel, bool isInput,
+                   const QMXAudioStreamBasicDescription& format) const;
 };

@@ -3,15 +3,19 @@
 #include "Devices/DeviceClassState.h"
 #include "Devices/QMXAudioDevice.h"
 #include "Devices/QMXAudioDeviceInfoOutput.h"
+#include "Formats/LastFailure.h"
 #include "Foundation/MainThread/RunLoop.h"
 #include "Foundation/Memory.h"
 #include "Foundation/RealTime.h"
 #include "Foundation/Text/Format.h"
 #include "Foundation/Text/Log.h"
+#include "Foundation/Threads/Retirement.h"
 #include "Foundation/Threads/Thread.h"
 
 #include <algorithm>
 #include <array>
+#include <atomic>
+#include <mutex>
 
 namespace
 {
@@ -71,12 +75,8 @@ bool leadsTo(QMXCoreAudioIOSubscriber* subscriber, const QMXAudioDevice& device)
     });
 }
 
-} // namespace
-
-QMXCoreAudioIOSubscriber::~QMXCoreAudioIOSubscriber() = default;
-
 /// What one cycle brings.
-struct QMXAudioDevice::IOCycle {
+struct IOCycle {
     const AudioTimeStamp* now;
     const AudioBufferList* inputData;
     const AudioTimeStamp* inputTime;
@@ -99,21 +99,90 @@ struct QMXAudioDevice::IOCycle {
     }
 };
 
+} // namespace
+
+QMXCoreAudioIOSubscriber::~QMXCoreAudioIOSubscriber() = default;
+
+class QMXAudioDevice::Implementation final : public QMXAudioDevice, private qmx::Retirable
+{
+public:
+    static std::shared_ptr<QMXAudioDevice> make(AudioDeviceID deviceID);
+    ~Implementation() override;
+
+    AudioDeviceID deviceID() const override { return deviceID_; }
+    std::optional<std::string> name() const override;
+    std::optional<std::string> manufacturer() const override;
+    bool start() override;
+    bool stop() override;
+    void addAudioIOSubscriber_forInput(const std::shared_ptr<QMXCoreAudioIOSubscriber>& subscriber,
+                                       bool isInput) override;
+    void removeAudioIOSubscriber_forInput(const QMXCoreAudioIOSubscriber& subscriber, bool isInput) override;
+    QMXAudioSubscriberList& audioSubscribersForInput(bool isInput) override;
+    std::shared_ptr<QMXVUMeterDataProvider> inputVUMeterDataProvider() override;
+    OSStatus audioIOHandler_inNow_inInputData_inInputTime_outOutputData_inOutputTime_inClientData(
+        QMXAudioDevice& device, const AudioTimeStamp* inNow, const AudioBufferList* inInputData,
+        const AudioTimeStamp* inInputTime, AudioBufferList* outOutputData, const AudioTimeStamp* inOutputTime,
+        QMXAudioDevice& inClientData) override;
+    void setDelegate(std::shared_ptr<QMXAudioDeviceDelegate> delegate) override;
+    std::shared_ptr<QMXAudioDeviceDelegate> delegate() const override;
+
+private:
+    struct Sweep;
+
+    explicit Implementation(AudioDeviceID deviceID) : deviceID_(deviceID) {}
+    static void destroy(Implementation* device);
+    void listen();
+    static OSStatus captureIOProc(AudioDeviceID deviceID, const AudioTimeStamp* now, const AudioBufferList* inputData,
+                                  const AudioTimeStamp* inputTime, AudioBufferList* outputData,
+                                  const AudioTimeStamp* outputTime, void* clientData);
+    static OSStatus devicePropertyCallback(AudioDeviceID deviceID, UInt32 channel, Boolean isInput,
+                                           AudioDevicePropertyID propertyID, void* clientData);
+    void armSweep();
+    void sweepSubscribers();
+    void dropSubscribersThatLeft(bool isInput);
+    std::atomic<bool>& hasSubscribers(bool isInput) { return isInput ? hasInputSubscribers : hasOutputSubscribers; }
+    std::optional<std::string> cachedText(std::optional<std::string>& cache, AudioDevicePropertyID propertyID) const;
+    qmx::LastFailure& failure() const override { return failure_; }
+    std::string nameForPeople() const override;
+
+    AudioDeviceID deviceID_;
+    mutable std::optional<std::string> deviceName;
+    mutable std::optional<std::string> deviceManufacturer;
+    std::shared_ptr<QMXVUMeterDataProvider> inputProvider;
+    std::shared_ptr<QMXAudioDeviceDelegate> _delegate;
+    std::atomic<bool> hasInputSubscribers{false};
+    std::atomic<bool> hasOutputSubscribers{false};
+    QMXAudioSubscriberList inputSubscribersArray;
+    QMXAudioSubscriberList outputSubscribersArray;
+    mutable std::mutex subscriberLock;   // list changes, the meter and the delegate
+    std::atomic<Sweep*> sweep_{nullptr}; // takes out who left in real time; none while it is on its way
+    std::atomic<SInt32> startCalls{0};   // changed under the lock that all devices share
+    mutable std::mutex nameLock;         // the two cached texts
+    mutable qmx::LastFailure failure_;
+};
+
 /// Ends on a thread that may allocate.
-struct QMXAudioDevice::Sweep final : qmx::Retirable {
+struct QMXAudioDevice::Implementation::Sweep final : qmx::Retirable {
     explicit Sweep(std::weak_ptr<QMXAudioDevice> owner) : device(std::move(owner)) {}
     ~Sweep() override
     {
         if (const auto present = device.lock())
-            qmx::withinMemory([&] { present->sweepSubscribers(); }); // else those that left are dropped with the next
+            qmx::withinMemory([&] { static_cast<Implementation&>(*present).sweepSubscribers(); });
+        // else those that left are dropped with the next
     }
     std::weak_ptr<QMXAudioDevice> device;
 };
 
 std::shared_ptr<QMXAudioDevice> QMXAudioDevice::initWithDeviceID(AudioDeviceID deviceID)
 {
-    classState();
-    std::shared_ptr<QMXAudioDevice> device(new QMXAudioDevice(deviceID), destroy);
+    qmx::DeviceClassState::shared();
+    return Implementation::make(deviceID);
+}
+
+std::shared_ptr<QMXAudioDevice> QMXAudioDevice::Implementation::make(AudioDeviceID deviceID)
+{
+    const std::shared_ptr<Implementation> device(new Implementation(deviceID), destroy);
+    const qmx::LastFailure::Operation operation(device->failure_);
     device->armSweep();
     device->listen();
     device->manufacturer();
@@ -121,29 +190,35 @@ std::shared_ptr<QMXAudioDevice> QMXAudioDevice::initWithDeviceID(AudioDeviceID d
     return device;
 }
 
-QMXAudioDevice::QMXAudioDevice(AudioDeviceID deviceID) : deviceID_(deviceID) {}
-
-void QMXAudioDevice::listen()
+void QMXAudioDevice::Implementation::listen()
 {
-    if (AudioDeviceAddPropertyListener(deviceID_, kAudioPropertyWildcardChannel, kAudioPropertyWildcardSection,
-                                       kAudioPropertyWildcardPropertyID, devicePropertyCallback, this) != noErr)
+    OSStatus status =
+        AudioDeviceAddPropertyListener(deviceID_, kAudioPropertyWildcardChannel, kAudioPropertyWildcardSection,
+                                       kAudioPropertyWildcardPropertyID, devicePropertyCallback, this);
+    if (status != noErr) {
+        fail(status, "does not tell its changes");
         qmx::Log("QMXAudioDevice: Unable to add property listeners");
-    if (AudioDeviceAddIOProc(deviceID_, captureIOProc, this) != noErr)
+    }
+    status = AudioDeviceAddIOProc(deviceID_, captureIOProc, this);
+    if (status != noErr) {
+        fail(status, "gives and takes no sound");
         qmx::Log("QMXAudioDevice: Unable to add I/O proc");
+    }
 }
 
 // Inside a callback the cycle in flight, which may use the device, cannot be waited for.
-void QMXAudioDevice::destroy(QMXAudioDevice* device)
+void QMXAudioDevice::Implementation::destroy(Implementation* device)
 {
     qmx::destroyOutsideCallbacks(device);
 }
 
-QMXAudioDevice::~QMXAudioDevice()
+QMXAudioDevice::Implementation::~Implementation()
 {
-    AudioDeviceStop(deviceID_, captureIOProc, this);
-    AudioDeviceRemoveIOProc(deviceID_, captureIOProc, this);
-    AudioDeviceRemovePropertyListener(deviceID_, kAudioPropertyWildcardChannel, kAudioPropertyWildcardSection,
-                                      kAudioPropertyWildcardPropertyID, devicePropertyCallback, this);
+    // each fails where it was not there
+    (void)AudioDeviceStop(deviceID_, captureIOProc, this);
+    (void)AudioDeviceRemoveIOProc(deviceID_, captureIOProc, this);
+    (void)AudioDeviceRemovePropertyListener(deviceID_, kAudioPropertyWildcardChannel, kAudioPropertyWildcardSection,
+                                            kAudioPropertyWildcardPropertyID, devicePropertyCallback, this);
     delete sweep_.load();
 }
 
@@ -162,43 +237,89 @@ std::string QMXAudioDevice::printDeviceInfo()
     return text;
 }
 
-bool QMXAudioDevice::start()
+std::optional<std::string> QMXAudioDevice::Implementation::name() const
 {
-    const std::scoped_lock lock(classState().globalRunLock);
-    if (++startCalls == 1 && AudioDeviceStart(deviceID_, captureIOProc, this) != noErr)
+    return cachedText(deviceName, kAudioDevicePropertyDeviceNameCFString);
+}
+
+std::optional<std::string> QMXAudioDevice::Implementation::manufacturer() const
+{
+    return cachedText(deviceManufacturer, kAudioDevicePropertyDeviceManufacturerCFString);
+}
+
+std::optional<std::string> QMXAudioDevice::Implementation::cachedText(std::optional<std::string>& cache,
+                                                                      AudioDevicePropertyID propertyID) const
+{
+    {
+        const std::scoped_lock lock(nameLock);
+        if (cache)
+            return cache;
+    }
+    auto present = text(propertyID, true); // without the lock: a failure is told with the name
+    const std::scoped_lock lock(nameLock);
+    if (!cache)
+        cache = std::move(present);
+    return cache;
+}
+
+std::string QMXAudioDevice::Implementation::nameForPeople() const
+{
+    const std::scoped_lock lock(nameLock);
+    return deviceName ? *deviceName : qmx::format("Device %u", deviceID_);
+}
+
+bool QMXAudioDevice::Implementation::start()
+{
+    const qmx::LastFailure::Operation operation(failure_);
+    const std::scoped_lock lock(qmx::DeviceClassState::shared().globalRunLock);
+    if (++startCalls > 1)
+        return true;
+    if (const OSStatus status = AudioDeviceStart(deviceID_, captureIOProc, this); status != noErr) {
         --startCalls;
+        fail(status, "could not be started");
+    }
     return true; // whether it started or not, as intended
 }
 
-bool QMXAudioDevice::stop()
+bool QMXAudioDevice::Implementation::stop()
 {
-    const std::scoped_lock lock(classState().globalRunLock);
-    if (startCalls > 0 && --startCalls == 0 && AudioDeviceStop(deviceID_, captureIOProc, this) != noErr)
+    const qmx::LastFailure::Operation operation(failure_);
+    const std::scoped_lock lock(qmx::DeviceClassState::shared().globalRunLock);
+    if (startCalls < 1 || --startCalls > 0)
+        return true;
+    if (const OSStatus status = AudioDeviceStop(deviceID_, captureIOProc, this); status != noErr) {
         ++startCalls;
+        fail(status, "could not be stopped");
+    }
     return true;
 }
 
-void QMXAudioDevice::addAudioIOSubscriber_forInput(const std::shared_ptr<QMXCoreAudioIOSubscriber>& subscriber,
-                                                   bool isInput)
+void QMXAudioDevice::Implementation::addAudioIOSubscriber_forInput(
+    const std::shared_ptr<QMXCoreAudioIOSubscriber>& subscriber, bool isInput)
 {
+    const qmx::LastFailure::Operation operation(failure_);
     hasSubscribers(isInput) = true;
     QMXAudioSubscriberList& list = audioSubscribersForInput(isInput);
     if (const auto present = list.snapshot(); !subscriber || holds(*present, subscriber.get()))
         return;
     bool closesRing = false;
     const auto former = [&] {
-        const std::scoped_lock lock(classState().chainLock, subscriberLock); // two at once might close one together
+        // two at once might close one together
+        const std::scoped_lock lock(qmx::DeviceClassState::shared().chainLock, subscriberLock);
         closesRing = leadsTo(subscriber.get(), *this);
         return list.change([&](auto& subscriptions) {
             if (!closesRing && !holds(subscriptions, subscriber.get()))
                 subscriptions.emplace_back(subscriber);
         });
     }();
-    if (closesRing)
-        qmx::Log("QMXAudioDevice: A device cannot subscribe to one that it hands its buffers to");
+    if (!closesRing)
+        return;
+    fail(kAudioHardwareIllegalOperationError, "cannot hand its buffers to a device that hands them back");
+    qmx::Log("QMXAudioDevice: A device cannot subscribe to one that it hands its buffers to");
 }
 
-void QMXAudioDevice::removeAudioIOSubscriber_forInput(const QMXCoreAudioIOSubscriber& subscriber, bool isInput)
+void QMXAudioDevice::Implementation::removeAudioIOSubscriber_forInput(const QMXCoreAudioIOSubscriber& subscriber,
+                                                                      bool isInput)
 {
     bool othersStay = false;
     {
@@ -218,12 +339,12 @@ void QMXAudioDevice::removeAudioIOSubscriber_forInput(const QMXCoreAudioIOSubscr
         dropSubscribersThatLeft(isInput);
 }
 
-void QMXAudioDevice::armSweep()
+void QMXAudioDevice::Implementation::armSweep()
 {
     sweep_ = new Sweep(weak_from_this());
 }
 
-void QMXAudioDevice::sweepSubscribers()
+void QMXAudioDevice::Implementation::sweepSubscribers()
 {
     armSweep(); // before the look: whoever leaves after it needs the next one
     for (const bool isInput : {true, false})
@@ -232,7 +353,7 @@ void QMXAudioDevice::sweepSubscribers()
             dropSubscribersThatLeft(isInput);
 }
 
-void QMXAudioDevice::dropSubscribersThatLeft(bool isInput)
+void QMXAudioDevice::Implementation::dropSubscribersThatLeft(bool isInput)
 {
     const auto former = [&] {
         const std::scoped_lock lock(subscriberLock);
@@ -241,12 +362,12 @@ void QMXAudioDevice::dropSubscribersThatLeft(bool isInput)
     }();
 }
 
-QMXAudioSubscriberList& QMXAudioDevice::audioSubscribersForInput(bool isInput)
+QMXAudioSubscriberList& QMXAudioDevice::Implementation::audioSubscribersForInput(bool isInput)
 {
     return isInput ? inputSubscribersArray : outputSubscribersArray;
 }
 
-std::shared_ptr<QMXVUMeterDataProvider> QMXAudioDevice::inputVUMeterDataProvider()
+std::shared_ptr<QMXVUMeterDataProvider> QMXAudioDevice::Implementation::inputVUMeterDataProvider()
 {
     const std::scoped_lock lock(subscriberLock);
     if (!inputProvider)
@@ -256,18 +377,19 @@ std::shared_ptr<QMXVUMeterDataProvider> QMXAudioDevice::inputVUMeterDataProvider
 
 std::shared_ptr<QMXVUMeterDataProvider> QMXAudioDevice::outputVUMeterDataProvider()
 {
-    const std::scoped_lock lock(classState().outputProviderLock);
-    auto& provider = classState().outputProvider;
+    const std::scoped_lock lock(qmx::DeviceClassState::shared().outputProviderLock);
+    auto& provider = qmx::DeviceClassState::shared().outputProvider;
     if (!provider)
         provider = QMXVUMeterDataProvider::initForOwner(shared_from_this());
     return provider;
 }
 
-OSStatus QMXAudioDevice::captureIOProc(AudioDeviceID /*deviceID*/, const AudioTimeStamp* now,
-                                       const AudioBufferList* inputData, const AudioTimeStamp* inputTime,
-                                       AudioBufferList* outputData, const AudioTimeStamp* outputTime, void* clientData)
+OSStatus QMXAudioDevice::Implementation::captureIOProc(AudioDeviceID /*deviceID*/, const AudioTimeStamp* now,
+                                                       const AudioBufferList* inputData,
+                                                       const AudioTimeStamp* inputTime, AudioBufferList* outputData,
+                                                       const AudioTimeStamp* outputTime, void* clientData)
 {
-    auto& device = *static_cast<QMXAudioDevice*>(clientData);
+    auto& device = *static_cast<Implementation*>(clientData);
     const IOCycle cycle{now, inputData, inputTime, outputData, outputTime};
     if (cycle.hasInput())
         cycle.callSubscribers(device.inputSubscribersArray, device, device);
@@ -276,7 +398,8 @@ OSStatus QMXAudioDevice::captureIOProc(AudioDeviceID /*deviceID*/, const AudioTi
     return noErr;
 }
 
-OSStatus QMXAudioDevice::audioIOHandler_inNow_inInputData_inInputTime_outOutputData_inOutputTime_inClientData(
+OSStatus
+QMXAudioDevice::Implementation::audioIOHandler_inNow_inInputData_inInputTime_outOutputData_inOutputTime_inClientData(
     QMXAudioDevice& device, const AudioTimeStamp* inNow, const AudioBufferList* inInputData,
     const AudioTimeStamp* inInputTime, AudioBufferList* outOutputData, const AudioTimeStamp* inOutputTime,
     QMXAudioDevice& inClientData)
@@ -293,11 +416,12 @@ OSStatus QMXAudioDevice::audioIOHandler_inNow_inInputData_inInputTime_outOutputD
     return noErr;
 }
 
-OSStatus QMXAudioDevice::devicePropertyCallback(AudioDeviceID /*deviceID*/, UInt32 channel, Boolean isInput,
-                                                AudioDevicePropertyID propertyID, void* clientData)
+OSStatus QMXAudioDevice::Implementation::devicePropertyCallback(AudioDeviceID /*deviceID*/, UInt32 channel,
+                                                                Boolean isInput, AudioDevicePropertyID propertyID,
+                                                                void* clientData)
 {
     // one that is being taken down has no owner any more; its destructor waits for this call
-    if (const auto device = static_cast<QMXAudioDevice*>(clientData)->weak_from_this().lock())
+    if (const auto device = static_cast<Implementation*>(clientData)->weak_from_this().lock())
         device->devicePropertyDidChange_forChannel_isInput(propertyID, channel, isInput);
     return noErr;
 }
@@ -315,13 +439,13 @@ void QMXAudioDevice::threadCallbackForDelegateMethods(const std::string& notific
     qmx::NotificationCenter::defaultCenter().postNotification(notificationName, shared_from_this());
 }
 
-void QMXAudioDevice::setDelegate(std::shared_ptr<QMXAudioDeviceDelegate> delegate)
+void QMXAudioDevice::Implementation::setDelegate(std::shared_ptr<QMXAudioDeviceDelegate> delegate)
 {
     const std::scoped_lock lock(subscriberLock);
     _delegate.swap(delegate); // the old one ends with the argument, when the lock is free
 }
 
-std::shared_ptr<QMXAudioDeviceDelegate> QMXAudioDevice::delegate() const
+std::shared_ptr<QMXAudioDeviceDelegate> QMXAudioDevice::Implementation::delegate() const
 {
     const std::scoped_lock lock(subscriberLock);
     return _delegate;

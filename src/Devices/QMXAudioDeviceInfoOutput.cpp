@@ -4,7 +4,6 @@
 #include "Devices/QMXAudioDevice.h"
 #include "Devices/QMXAudioStream.h"
 #include "Formats/ChannelNames.h"
-#include "Formats/PropertyBlock.h"
 #include "Formats/QMXAudioStreamBasicDescription.h"
 #include "Formats/QMXAudioValueRange.h"
 #include "Foundation/Text/Format.h"
@@ -30,13 +29,14 @@ std::string formatsText(const QMXAudioDevice& device, bool isInput)
 
 std::string buffersText(const QMXAudioDevice& device, bool isInput)
 {
-    const std::unique_ptr<UInt32, qmx::PropertyBlock::Free> preferred(device.preferredChannelsForStereo(isInput));
+    const auto stereo = device.preferredChannelsForStereo(isInput);
+    const auto* const preferred = static_cast<const UInt32*>(stereo.get());
     return format("\n---- %@ BUFFER INFO ----\n\n", isInput ? "INPUT" : "OUTPUT") +
            format("Latency:           %u\n", device.latency(isInput)) +
            format("Buffer size:       %u\n", device.bufferSize(isInput)) +
            format("Buffer frame size: %u\n\n", device.bufferFrameSize(isInput)) +
-           format("Preferred channels for stereo: %u, %u\n", preferred ? preferred.get()[0] : 0,
-                  preferred ? preferred.get()[1] : 0);
+           format("Preferred channels for stereo: %u, %u\n", preferred ? preferred[0] : 0,
+                  preferred ? preferred[1] : 0);
 }
 
 std::string streamsText(QMXAudioDevice& device, bool isInput, const char* direction)

@@ -2,6 +2,8 @@
 // What a device is and is set to: each value is asked of the hardware when it is wanted.
 #include "Devices/QMXAudioDevice.h"
 #include "Devices/QMXAudioStream.h"
+#include "Formats/FileFailureReason.h"
+#include "Formats/LastFailure.h"
 #include "Formats/PropertyBlock.h"
 #include "Formats/QMXAudioDeviceUtils.h"
 #include "Formats/QMXAudioStreamBasicDescription.h"
@@ -11,6 +13,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <utility>
 
 namespace
 {
@@ -37,61 +40,80 @@ template <class Entry> UInt32 entriesWithin(const qmx::PropertyBlock& value, std
 
 } // namespace
 
+OSStatus QMXAudioDevice::lastStatus() const
+{
+    return failure().status();
+}
+
+std::string QMXAudioDevice::lastError() const
+{
+    return failure().sentence();
+}
+
+void QMXAudioDevice::fail(OSStatus status, const std::string& what) const
+{
+    failure().set(status, nameForPeople() + " " + what + ": " + qmx::fileFailureReason(status));
+}
+
+/// Gives the status back, having kept a failure.
+OSStatus QMXAudioDevice::noted(OSStatus status, UInt32 propertyID, const char* verb) const
+{
+    if (status != noErr)
+        fail(status, std::string("could not ") + verb + " its " + Utils::propertyName(propertyID));
+    return status;
+}
+
+qmx::PropertyBlock QMXAudioDevice::read(AudioDevicePropertyID propertyID, UInt32 channel, bool isInput) const
+{
+    const qmx::LastFailure::Operation operation(failure());
+    auto value = qmx::readDeviceProperty(deviceID(), propertyID, channel, isInput);
+    noted(value.status, propertyID, "give");
+    return value;
+}
+
 UInt32 QMXAudioDevice::word(AudioDevicePropertyID propertyID, bool isInput) const
 {
-    return Utils::integerProperty_propertyID_isInput(deviceID_, propertyID, isInput);
+    return read(propertyID, 0, isInput).first<UInt32>();
 }
 
 std::optional<std::string> QMXAudioDevice::text(AudioDevicePropertyID propertyID, bool isInput) const
 {
+    const qmx::LastFailure::Operation operation(failure());
     CFStringRef reference = nullptr;
     UInt32 size = sizeof reference;
-    const OSStatus status = AudioDeviceGetProperty(deviceID_, 0, isInput, propertyID, &size, &reference);
-    return qmx::reported(status) == noErr ? takeText(reference) : std::nullopt;
-}
-
-std::optional<std::string> QMXAudioDevice::cachedText(std::optional<std::string>& cache,
-                                                      AudioDevicePropertyID propertyID) const
-{
-    const std::scoped_lock lock(nameLock);
-    if (!cache)
-        cache = text(propertyID, true);
-    return cache;
+    const OSStatus status =
+        qmx::reported(AudioDeviceGetProperty(deviceID(), 0, isInput, propertyID, &size, &reference));
+    return noted(status, propertyID, "give") == noErr ? takeText(reference) : std::nullopt;
 }
 
 std::shared_ptr<QMXAudioStreamBasicDescription> QMXAudioDevice::format(AudioDevicePropertyID propertyID, UInt32 channel,
                                                                        bool isInput) const
 {
-    const auto value = qmx::readDeviceProperty(deviceID_, propertyID, channel, isInput);
+    const auto value = read(propertyID, channel, isInput);
     return Format::initWithAudioStreamBasicDescription(
         static_cast<const AudioStreamBasicDescription*>(value.block.get()));
 }
 
 bool QMXAudioDevice::canSet(AudioDevicePropertyID propertyID, UInt32 channel, bool isInput) const
 {
-    return Utils::canSetDeviceProperty_inPropertyID_inChannel_isInput(deviceID_, propertyID, channel, isInput);
+    const qmx::LastFailure::Operation operation(failure());
+    Boolean isWritable = false;
+    noted(AudioDeviceGetPropertyInfo(deviceID(), channel, isInput, propertyID, nullptr, &isWritable), propertyID,
+          "give");
+    return isWritable;
 }
 
 template <class Value>
 bool QMXAudioDevice::set(AudioDevicePropertyID propertyID, UInt32 channel, bool isInput, const Value& value) const
 {
-    return Utils::setDeviceProperty_inPropertyID_inChannel_isInput_inPropertyDataSize_inPropertyData(
-        deviceID_, propertyID, channel, isInput, sizeof value, &value);
+    const qmx::LastFailure::Operation operation(failure());
+    return noted(qmx::setDeviceProperty(deviceID(), propertyID, channel, isInput, sizeof value, &value), propertyID,
+                 "change") == noErr;
 }
 
 std::optional<std::string> QMXAudioDevice::deviceUID() const
 {
     return text(kAudioDevicePropertyDeviceUID, false);
-}
-
-std::optional<std::string> QMXAudioDevice::name() const
-{
-    return cachedText(deviceName, kAudioDevicePropertyDeviceNameCFString);
-}
-
-std::optional<std::string> QMXAudioDevice::manufacturer() const
-{
-    return cachedText(deviceManufacturer, kAudioDevicePropertyDeviceManufacturerCFString);
 }
 
 bool QMXAudioDevice::isAlive() const
@@ -126,8 +148,7 @@ bool QMXAudioDevice::canBeOutputDevice() const
 
 bool QMXAudioDevice::jackIsConnected(bool isInput) const
 {
-    return Utils::integerProperty_propertyID_forChannel_isInput(deviceID_, kAudioDevicePropertyJackIsConnected, 1,
-                                                                isInput) != 0;
+    return read(kAudioDevicePropertyJackIsConnected, 1, isInput).first<UInt32>() != 0;
 }
 
 bool QMXAudioDevice::supportsMixing() const
@@ -137,6 +158,7 @@ bool QMXAudioDevice::supportsMixing() const
 
 bool QMXAudioDevice::hasVolumeControl_isInput(UInt32 channel, bool isInput) const
 {
+    const qmx::LastFailure::Operation operation(failure());
     return canSetVolumeDecibels_isInput(channel, isInput) || canSetVolumeScalar_isInput(channel, isInput);
 }
 
@@ -152,14 +174,12 @@ bool QMXAudioDevice::canSetVolumeScalar_isInput(UInt32 channel, bool isInput) co
 
 Float32 QMXAudioDevice::volumeDecibels_isInput(UInt32 channel, bool isInput) const
 {
-    return Utils::float32Property_propertyID_forChannel_isInput(deviceID_, kAudioDevicePropertyVolumeDecibels, channel,
-                                                                isInput);
+    return read(kAudioDevicePropertyVolumeDecibels, channel, isInput).first<Float32>();
 }
 
 Float32 QMXAudioDevice::volumeScalar_isInput(UInt32 channel, bool isInput) const
 {
-    return Utils::float32Property_propertyID_forChannel_isInput(deviceID_, kAudioDevicePropertyVolumeScalar, channel,
-                                                                isInput);
+    return read(kAudioDevicePropertyVolumeScalar, channel, isInput).first<Float32>();
 }
 
 bool QMXAudioDevice::setVolumeDecibels_forChannel_isInput(Float32 decibels, UInt32 channel, bool isInput)
@@ -174,21 +194,19 @@ bool QMXAudioDevice::setVolumeScalar_forChannel_isInput(Float32 scalar, UInt32 c
 
 std::shared_ptr<QMXAudioValueRange> QMXAudioDevice::volumeRangeDecibels_isInput(UInt32 channel, bool isInput) const
 {
-    const auto value = qmx::readDeviceProperty(deviceID_, kAudioDevicePropertyVolumeRangeDecibels, channel, isInput);
+    const auto value = read(kAudioDevicePropertyVolumeRangeDecibels, channel, isInput);
     return QMXAudioValueRange::initWithAudioValueRange(static_cast<const AudioValueRange*>(value.block.get()));
 }
 
 // The reader asks with a block of zeros, so both conversions give what 0.0 is; this is intended.
 Float32 QMXAudioDevice::volumeScalarToDecibels_isInput(UInt32 channel, bool isInput) const
 {
-    return Utils::float32Property_propertyID_forChannel_isInput(deviceID_, kAudioDevicePropertyVolumeScalarToDecibels,
-                                                                channel, isInput);
+    return read(kAudioDevicePropertyVolumeScalarToDecibels, channel, isInput).first<Float32>();
 }
 
 Float32 QMXAudioDevice::volumeDecibelsToScalar_isInput(UInt32 channel, bool isInput) const
 {
-    return Utils::float32Property_propertyID_forChannel_isInput(deviceID_, kAudioDevicePropertyVolumeDecibelsToScalar,
-                                                                channel, isInput);
+    return read(kAudioDevicePropertyVolumeDecibelsToScalar, channel, isInput).first<Float32>();
 }
 
 // Setting goes to the output section, asking to the input section; this is intended.
@@ -207,26 +225,28 @@ bool QMXAudioDevice::isMuted() const
     return word(kAudioDevicePropertyMute, true) == 1;
 }
 
-UInt32* QMXAudioDevice::dataSourceIDs(bool isInput) const
+qmx::HeapBlock QMXAudioDevice::dataSourceIDs(bool isInput) const
 {
-    return qmx::readDeviceProperty(deviceID_, kAudioDevicePropertyDataSources, 0, isInput).release<UInt32>();
+    return read(kAudioDevicePropertyDataSources, 0, isInput).block;
 }
 
 std::optional<std::string> QMXAudioDevice::dataSourceNameForID_isInput(UInt32 dataSourceID, bool isInput) const
 {
+    const qmx::LastFailure::Operation operation(failure());
     CFStringRef reference = nullptr;
     AudioValueTranslation translation{&dataSourceID, sizeof dataSourceID, &reference, sizeof reference};
     UInt32 size = sizeof translation;
-    const OSStatus status = AudioDeviceGetProperty(
-        deviceID_, 0, isInput, kAudioDevicePropertyDataSourceNameForIDCFString, &size, &translation);
-    return qmx::reported(status) == noErr && size != 0 ? takeText(reference) : std::nullopt;
+    constexpr AudioDevicePropertyID property = kAudioDevicePropertyDataSourceNameForIDCFString;
+    const OSStatus status =
+        qmx::reported(AudioDeviceGetProperty(deviceID(), 0, isInput, property, &size, &translation));
+    return noted(status, property, "give") == noErr && size != 0 ? takeText(reference) : std::nullopt;
 }
 
 std::vector<std::string> QMXAudioDevice::dataSourceNames(bool isInput) const
 {
+    const qmx::LastFailure::Operation operation(failure());
     std::vector<std::string> names;
-    for (const UInt32 id :
-         qmx::readDeviceProperty(deviceID_, kAudioDevicePropertyDataSources, 0, isInput).entries<UInt32>()) {
+    for (const UInt32 id : read(kAudioDevicePropertyDataSources, 0, isInput).entries<UInt32>()) {
         if (id == 0)
             break;
         const auto name = dataSourceNameForID_isInput(id, isInput);
@@ -252,23 +272,24 @@ bool QMXAudioDevice::setCurrentDataSourceID_isInput(UInt32 dataSourceID, bool is
 
 std::optional<std::string> QMXAudioDevice::currentDataSourceName(bool isInput) const
 {
+    const qmx::LastFailure::Operation operation(failure());
     return dataSourceNameForID_isInput(currentDataSourceID(isInput), isInput);
 }
 
 Float64 QMXAudioDevice::nominalSampleRate(bool isInput) const
 {
-    return Utils::float64Property_propertyID_isInput(deviceID_, kAudioDevicePropertyNominalSampleRate, isInput);
+    return read(kAudioDevicePropertyNominalSampleRate, 0, isInput).first<Float64>();
 }
 
 Float64 QMXAudioDevice::actualSampleRate(bool isInput) const
 {
-    return Utils::float64Property_propertyID_isInput(deviceID_, kAudioDevicePropertyActualSampleRate, isInput);
+    return read(kAudioDevicePropertyActualSampleRate, 0, isInput).first<Float64>();
 }
 
 std::vector<std::shared_ptr<QMXAudioValueRange>> QMXAudioDevice::availableNominalSampleRates(bool isInput) const
 {
     std::vector<std::shared_ptr<QMXAudioValueRange>> ranges;
-    const auto value = qmx::readDeviceProperty(deviceID_, kAudioDevicePropertyAvailableNominalSampleRates, 0, isInput);
+    const auto value = read(kAudioDevicePropertyAvailableNominalSampleRates, 0, isInput);
     for (const AudioValueRange& range : value.entries<AudioValueRange>())
         ranges.push_back(std::make_shared<QMXAudioValueRange>(range));
     return ranges;
@@ -296,25 +317,34 @@ std::shared_ptr<QMXAudioStreamBasicDescription> QMXAudioDevice::physicalStreamFo
     return format(kAudioDevicePropertyPhysicalFormat, channel, isInput);
 }
 
+bool QMXAudioDevice::setFormat(AudioDevicePropertyID propertyID, UInt32 channel, bool isInput,
+                               const QMXAudioStreamBasicDescription& format) const
+{
+    const qmx::LastFailure::Operation operation(failure());
+    if (canSet(propertyID, channel, isInput))
+        return set(propertyID, channel, isInput, *format.audioStreamBasicDescription());
+    if (failure().status() == noErr)
+        noted(kAudioHardwareUnsupportedOperationError, propertyID, "change");
+    return false;
+}
+
 bool QMXAudioDevice::setActualStreamFormat_forChannel_isInput(const QMXAudioStreamBasicDescription& format,
                                                               UInt32 channel, bool isInput)
 {
-    return canSetActualStreamFormat_isInput(channel, isInput) &&
-           set(kAudioDevicePropertyStreamFormat, channel, isInput, *format.audioStreamBasicDescription());
+    return setFormat(kAudioDevicePropertyStreamFormat, channel, isInput, format);
 }
 
 bool QMXAudioDevice::setPhysicalStreamFormat_forChannel_isInput(const QMXAudioStreamBasicDescription& format,
                                                                 UInt32 channel, bool isInput)
 {
-    return canSetPhysicalStreamFormat_isInput(channel, isInput) &&
-           set(kAudioDevicePropertyPhysicalFormat, channel, isInput, *format.audioStreamBasicDescription());
+    return setFormat(kAudioDevicePropertyPhysicalFormat, channel, isInput, format);
 }
 
 std::vector<std::shared_ptr<QMXAudioStreamBasicDescription>> QMXAudioDevice::streamFormats_isInput(UInt32 channel,
                                                                                                    bool isInput) const
 {
     std::vector<std::shared_ptr<Format>> formats;
-    const auto value = qmx::readDeviceProperty(deviceID_, kAudioDevicePropertyStreamFormats, channel, isInput);
+    const auto value = read(kAudioDevicePropertyStreamFormats, channel, isInput);
     for (const auto& record : value.entries<AudioStreamBasicDescription>())
         formats.push_back(std::make_shared<Format>(record));
     return formats;
@@ -324,23 +354,24 @@ std::shared_ptr<QMXAudioStreamBasicDescription>
 QMXAudioDevice::findMatchingStreamFormat_forChannel_isInput(const QMXAudioStreamBasicDescription& format,
                                                             UInt32 channel, bool isInput) const
 {
+    const qmx::LastFailure::Operation operation(failure());
     AudioStreamBasicDescription record = *format.audioStreamBasicDescription();
     UInt32 size = sizeof record;
+    constexpr AudioDevicePropertyID property = kAudioDevicePropertyStreamFormatMatch;
     const OSStatus status =
-        AudioDeviceGetProperty(deviceID_, channel, isInput, kAudioDevicePropertyStreamFormatMatch, &size, &record);
-    return qmx::reported(status) == noErr ? std::make_shared<Format>(record) : nullptr;
+        qmx::reported(AudioDeviceGetProperty(deviceID(), channel, isInput, property, &size, &record));
+    return noted(status, property, "give") == noErr ? std::make_shared<Format>(record) : nullptr;
 }
 
-AudioStreamID* QMXAudioDevice::streamIDs(bool isInput) const
+qmx::HeapBlock QMXAudioDevice::streamIDs(bool isInput) const
 {
-    return qmx::readDeviceProperty(deviceID_, kAudioDevicePropertyStreams, 0, isInput).release<AudioStreamID>();
+    return read(kAudioDevicePropertyStreams, 0, isInput).block;
 }
 
 std::vector<std::shared_ptr<QMXAudioStream>> QMXAudioDevice::streams(bool isInput)
 {
     std::vector<std::shared_ptr<QMXAudioStream>> streams;
-    for (const AudioStreamID id :
-         qmx::readDeviceProperty(deviceID_, kAudioDevicePropertyStreams, 0, isInput).entries<AudioStreamID>()) {
+    for (const AudioStreamID id : read(kAudioDevicePropertyStreams, 0, isInput).entries<AudioStreamID>()) {
         if (id <= streams.size()) // no stream has so small an ID; this is intended
             break;
         streams.push_back(QMXAudioStream::initWithAudioDevice_streamID(shared_from_this(), id));
@@ -350,26 +381,28 @@ std::vector<std::shared_ptr<QMXAudioStream>> QMXAudioDevice::streams(bool isInpu
 
 UInt32 QMXAudioDevice::numberOfStreams(bool isInput) const
 {
-    const std::unique_ptr<AudioBufferList, qmx::PropertyBlock::Free> configuration(streamConfiguration(isInput));
-    return configuration ? configuration->mNumberBuffers : 0;
+    const auto configuration = streamConfiguration(isInput);
+    const auto* const list = static_cast<const AudioBufferList*>(configuration.get());
+    return list ? list->mNumberBuffers : 0;
 }
 
 UInt32 QMXAudioDevice::numberOfChannels(bool isInput) const
 {
-    const std::unique_ptr<AudioBufferList, qmx::PropertyBlock::Free> configuration(streamConfiguration(isInput));
+    const auto configuration = streamConfiguration(isInput);
+    const auto* const list = static_cast<const AudioBufferList*>(configuration.get());
     UInt32 channels = 0;
-    for (UInt32 i = 0; configuration && i < configuration->mNumberBuffers; ++i)
-        channels += configuration->mBuffers[i].mNumberChannels;
+    for (UInt32 i = 0; list && i < list->mNumberBuffers; ++i)
+        channels += list->mBuffers[i].mNumberChannels;
     return channels;
 }
 
-AudioBufferList* QMXAudioDevice::streamConfiguration(bool isInput) const
+qmx::HeapBlock QMXAudioDevice::streamConfiguration(bool isInput) const
 {
-    auto value = qmx::readDeviceProperty(deviceID_, kAudioDevicePropertyStreamConfiguration, 0, isInput);
+    auto value = read(kAudioDevicePropertyStreamConfiguration, 0, isInput);
     if (auto* list = static_cast<AudioBufferList*>(value.block.get()))
         list->mNumberBuffers =
             entriesWithin<AudioBuffer>(value, offsetof(AudioBufferList, mBuffers), list->mNumberBuffers);
-    return value.release<AudioBufferList>();
+    return std::move(value.block);
 }
 
 UInt32 QMXAudioDevice::transportType(bool isInput) const
@@ -397,19 +430,18 @@ UInt32 QMXAudioDevice::safetyOffset(bool isInput) const
     return word(kAudioDevicePropertySafetyOffset, isInput);
 }
 
-UInt32* QMXAudioDevice::preferredChannelsForStereo(bool isInput) const
+qmx::HeapBlock QMXAudioDevice::preferredChannelsForStereo(bool isInput) const
 {
-    return qmx::readDeviceProperty(deviceID_, kAudioDevicePropertyPreferredChannelsForStereo, 0, isInput)
-        .release<UInt32>();
+    return read(kAudioDevicePropertyPreferredChannelsForStereo, 0, isInput).block;
 }
 
-AudioChannelLayout* QMXAudioDevice::channelLayout(bool isInput) const
+qmx::HeapBlock QMXAudioDevice::channelLayout(bool isInput) const
 {
-    auto value = qmx::readDeviceProperty(deviceID_, kAudioDevicePropertyPreferredChannelLayout, 0, isInput);
+    auto value = read(kAudioDevicePropertyPreferredChannelLayout, 0, isInput);
     if (auto* layout = static_cast<AudioChannelLayout*>(value.block.get()))
         layout->mNumberChannelDescriptions = entriesWithin<AudioChannelDescription>(
             value, offsetof(AudioChannelLayout, mChannelDescriptions), layout->mNumberChannelDescriptions);
-    return value.release<AudioChannelLayout>();
+    return std::move(value.block);
 }
 
 Float64 QMXAudioDevice::sampleRate(bool isInput) const

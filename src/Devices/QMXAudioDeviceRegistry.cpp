@@ -2,6 +2,7 @@
 // The class side of devices: the registry, the defaults, and the notifications about the hardware as a whole.
 #include "Devices/DeviceClassState.h"
 #include "Devices/QMXAudioDevice.h"
+#include "Formats/LastFailure.h"
 #include "Formats/PropertyBlock.h"
 #include "Formats/QMXAudioDeviceUtils.h"
 #include "Formats/QMXAudioValueRange.h"
@@ -13,6 +14,9 @@
 
 namespace
 {
+
+using Devices = std::vector<std::shared_ptr<QMXAudioDevice>>;
+using qmx::DeviceClassState;
 
 constexpr AudioDeviceID kNoDevice = 0xFFFFFFFF;
 
@@ -64,43 +68,10 @@ const char* notificationName(AudioHardwarePropertyID propertyID)
     }
 }
 
-} // namespace
-
-QMXAudioDevice::ClassState& QMXAudioDevice::classState()
+/// Gives the devices that vanished, to be let go without a lock: a device waits for its cycle in flight.
+Devices refreshRegistry()
 {
-    static ClassState& state = *new ClassState;
-    if (state.isInitialized.load())
-        return state;
-    const std::scoped_lock lock(state.initialization);
-    if (!std::exchange(state.initializationHasBegun, true)) {
-        state.classObject = std::make_shared<DeviceClass>();
-        initializeListOfDevices();
-        if (AudioHardwareAddPropertyListener(kAudioPropertyWildcardPropertyID, hardwarePropertyCallback, nullptr) !=
-            noErr)
-            qmx::Log("QMXAudioDeviceController:init: Unable to register hardware property listeners");
-        state.isInitialized.store(true);
-    }
-    return state;
-}
-
-void QMXAudioDevice::initialize()
-{
-    classState();
-}
-
-std::shared_ptr<qmx::Object> QMXAudioDevice::classObject()
-{
-    return classState().classObject;
-}
-
-void QMXAudioDevice::initializeListOfDevices()
-{
-    refreshRegistry();
-}
-
-QMXAudioDevice::Devices QMXAudioDevice::refreshRegistry()
-{
-    ClassState& state = classState();
+    DeviceClassState& state = DeviceClassState::shared();
     Devices vanished;
     state.mutexLock.lock();
     std::vector<AudioDeviceID> ids;
@@ -125,7 +96,7 @@ QMXAudioDevice::Devices QMXAudioDevice::refreshRegistry()
         for (const AudioDeviceID id : ids) {
             if (registered->contains(id))
                 continue;
-            const auto device = deviceWithDeviceID(id);
+            const auto device = QMXAudioDevice::deviceWithDeviceID(id);
             state.devices.change([&](auto& devices) { devices.emplace(id, device); });
             append(state.deviceArray, device);
             if (device->canBeOutputDevice())
@@ -138,31 +109,71 @@ QMXAudioDevice::Devices QMXAudioDevice::refreshRegistry()
     return vanished;
 }
 
+std::shared_ptr<QMXAudioDevice> registeredDevice(AudioHardwarePropertyID defaultDevice)
+{
+    const auto devices = DeviceClassState::shared().devices.snapshot();
+    const auto found = devices->find(qmx::readHardwareProperty(defaultDevice).first<AudioDeviceID>());
+    return found == devices.end() ? nullptr : found->second;
+}
+
+OSStatus hardwarePropertyCallback(AudioHardwarePropertyID propertyID, void* clientData)
+{
+    QMXAudioDevice::hardwarePropertyDidChange_clientData(propertyID, clientData);
+    return noErr;
+}
+
+} // namespace
+
+DeviceClassState& DeviceClassState::shared()
+{
+    static DeviceClassState& state = *new DeviceClassState;
+    if (state.isInitialized.load())
+        return state;
+    const std::scoped_lock lock(state.initialization);
+    if (!std::exchange(state.initializationHasBegun, true)) {
+        state.classObject = std::make_shared<DeviceClass>();
+        QMXAudioDevice::initializeListOfDevices();
+        if (AudioHardwareAddPropertyListener(kAudioPropertyWildcardPropertyID, hardwarePropertyCallback, nullptr) !=
+            noErr)
+            qmx::Log("QMXAudioDeviceController:init: Unable to register hardware property listeners");
+        state.isInitialized.store(true);
+    }
+    return state;
+}
+
+void QMXAudioDevice::initialize()
+{
+    DeviceClassState::shared();
+}
+
+std::shared_ptr<qmx::Object> QMXAudioDevice::classObject()
+{
+    return DeviceClassState::shared().classObject;
+}
+
+void QMXAudioDevice::initializeListOfDevices()
+{
+    refreshRegistry();
+}
+
 QMXAudioDeviceDictionary& QMXAudioDevice::allDevicesDictionary()
 {
-    return classState().devices;
+    return DeviceClassState::shared().devices;
 }
 
 QMXAudioDeviceList& QMXAudioDevice::allDevicesArray()
 {
-    return classState().deviceArray;
+    return DeviceClassState::shared().deviceArray;
 }
 
 QMXAudioDeviceList& QMXAudioDevice::inputDevices()
 {
-    return classState().inputDeviceArray;
+    return DeviceClassState::shared().inputDeviceArray;
 }
 
 QMXAudioDeviceList& QMXAudioDevice::outputDevices()
 {
-    return classState().outputDeviceArray;
-}
-
-std::shared_ptr<QMXAudioDevice> QMXAudioDevice::registeredDevice(AudioHardwarePropertyID defaultDevice)
-{
-    const auto devices = classState().devices.snapshot();
-    const auto found = devices->find(qmx::readHardwareProperty(defaultDevice).first<AudioDeviceID>());
-    return found == devices.end() ? nullptr : found->second;
+    return DeviceClassState::shared().outputDeviceArray;
 }
 
 std::shared_ptr<QMXAudioDevice> QMXAudioDevice::defaultInputDevice()
@@ -224,7 +235,7 @@ std::shared_ptr<QMXAudioDevice> QMXAudioDevice::initWithDeviceUID(const std::str
 
 AudioDeviceID QMXAudioDevice::audioDeviceIDForUID(const std::string& uid)
 {
-    classState();
+    DeviceClassState::shared();
     CFStringRef reference = CFStringCreate(uid);
     AudioDeviceID deviceID = kAudioDeviceUnknown;
     // the input size is the text's length, not a reference's; this is intended
@@ -241,25 +252,22 @@ AudioDeviceID QMXAudioDevice::audioDeviceIDForUID(const std::string& uid)
 
 bool QMXAudioDevice::isValid() const
 {
-    return classState().devices.snapshot()->contains(deviceID());
+    return DeviceClassState::shared().devices.snapshot()->contains(deviceID());
 }
 
 bool QMXAudioDevice::isDefaultDevice(bool isInput) const
 {
+    const qmx::LastFailure::Operation operation(failure());
     const auto propertyID =
         isInput ? kAudioHardwarePropertyDefaultInputDevice : kAudioHardwarePropertyDefaultOutputDevice;
-    return qmx::readHardwareProperty(propertyID).first<AudioDeviceID>() == deviceID();
-}
-
-OSStatus QMXAudioDevice::hardwarePropertyCallback(AudioHardwarePropertyID propertyID, void* clientData)
-{
-    hardwarePropertyDidChange_clientData(propertyID, clientData);
-    return noErr;
+    const auto value = qmx::readHardwareProperty(propertyID);
+    noted(value.status, propertyID, "give");
+    return value.first<AudioDeviceID>() == deviceID();
 }
 
 void QMXAudioDevice::hardwarePropertyDidChange_clientData(AudioHardwarePropertyID propertyID, void* /*clientData*/)
 {
-    ClassState& state = classState();
+    DeviceClassState& state = DeviceClassState::shared();
     Devices vanished; // ended without a lock
     const char* name = nullptr;
     {

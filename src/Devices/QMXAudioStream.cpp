@@ -63,31 +63,42 @@ std::vector<Float64> ratesWithin(const std::vector<std::shared_ptr<QMXAudioValue
 
 } // namespace
 
+class QMXAudioStream::Implementation final : public QMXAudioStream
+{
+public:
+    Implementation(std::shared_ptr<QMXAudioDevice> device, AudioStreamID streamID)
+        : _owningDevice(std::move(device)), _streamID(streamID)
+    {
+    }
+    std::shared_ptr<QMXAudioDevice> owningDevice() const override { return _owningDevice; }
+    AudioStreamID streamID() const override { return _streamID; }
+
+private:
+    std::shared_ptr<QMXAudioDevice> _owningDevice;
+    AudioStreamID _streamID;
+};
+
 std::shared_ptr<QMXAudioStream>
 QMXAudioStream::initWithAudioDevice_streamID(const std::shared_ptr<QMXAudioDevice>& device, AudioStreamID streamID)
 {
-    return std::make_shared<QMXAudioStream>(device, device ? streamID : kAudioStreamUnknown);
-}
-
-QMXAudioStream::QMXAudioStream(std::shared_ptr<QMXAudioDevice> device, AudioStreamID streamID)
-    : _owningDevice(std::move(device)), _streamID(streamID)
-{
+    return std::make_shared<Implementation>(device, device ? streamID : kAudioStreamUnknown);
 }
 
 qmx::PropertyBlock QMXAudioStream::read(UInt32 channel, AudioStreamPropertyID propertyID) const
 {
     UInt32 size = 0;
-    if (AudioStreamGetPropertyInfo(_streamID, channel, propertyID, &size, nullptr) != noErr)
+    if (AudioStreamGetPropertyInfo(streamID(), channel, propertyID, &size, nullptr) != noErr)
         return {};
     auto value = qmx::allocatePropertyBlock(size);
-    if (AudioStreamGetProperty(_streamID, channel, propertyID, &value.size, value.block.get()) != noErr)
+    if (AudioStreamGetProperty(streamID(), channel, propertyID, &value.size, value.block.get()) != noErr)
         return {};
     return value;
 }
 
 AudioDeviceID QMXAudioStream::owningDeviceID() const
 {
-    return _owningDevice ? _owningDevice->deviceID() : kAudioDeviceUnknown;
+    const auto device = owningDevice();
+    return device ? device->deviceID() : kAudioDeviceUnknown;
 }
 
 UInt32 QMXAudioStream::startingChannel() const
@@ -107,7 +118,8 @@ UInt32 QMXAudioStream::terminalType() const
 
 UInt32 QMXAudioStream::numberOfChannels() const
 {
-    return _owningDevice ? _owningDevice->numberOfChannels(isInput()) : 0;
+    const auto device = owningDevice();
+    return device ? device->numberOfChannels(isInput()) : 0;
 }
 
 std::shared_ptr<QMXAudioStreamBasicDescription> QMXAudioStream::physicalFormat() const
@@ -129,11 +141,12 @@ QMXAudioStream::Formats QMXAudioStream::physicalFormats() const
 QMXAudioStream::Formats QMXAudioStream::expandedPhysicalFormats() const
 {
     Formats formats = physicalFormats();
-    if (!_owningDevice || std::ranges::none_of(formats, isForAllRates))
+    const auto device = owningDevice();
+    if (!device || std::ranges::none_of(formats, isForAllRates))
         return formats;
     Formats ofOneRate, expanded;
     std::set<AudioStreamBasicDescription, decltype(&comesBefore)> made(comesBefore);
-    const auto rates = ratesWithin(_owningDevice->availableNominalSampleRates(isInput()));
+    const auto rates = ratesWithin(device->availableNominalSampleRates(isInput()));
     for (const auto& format : formats) {
         if (!isForAllRates(format)) {
             ofOneRate.push_back(format);

@@ -16,7 +16,8 @@ struct PropertyBlock;
 }
 
 /// One stream of a device: channels that travel together. Keeps its device alive. Each value is asked of the hardware
-/// when it is wanted; one that cannot be read is 0, null or an empty list. Any thread but the real-time ones.
+/// when it is wanted; one that cannot be read is 0, null or an empty list. Any thread but the real-time ones. The
+/// factory alone makes streams: nothing else derives from this class.
 class QMX_EXPORT QMXAudioStream : public qmx::Object
 {
 public:
@@ -25,11 +26,10 @@ public:
     /// Without a device, a stream of which nothing is known.
     static std::shared_ptr<QMXAudioStream> initWithAudioDevice_streamID(const std::shared_ptr<QMXAudioDevice>& device,
                                                                         AudioStreamID streamID);
-    QMXAudioStream(std::shared_ptr<QMXAudioDevice> device, AudioStreamID streamID);
 
-    std::shared_ptr<QMXAudioDevice> owningDevice() const { return _owningDevice; }
+    virtual std::shared_ptr<QMXAudioDevice> owningDevice() const = 0;
     AudioDeviceID owningDeviceID() const;
-    AudioStreamID streamID() const { return _streamID; }
+    virtual AudioStreamID streamID() const = 0;
 
     /// The first of its channels among those of its device's section, from 1 up.
     UInt32 startingChannel() const;
@@ -49,9 +49,8 @@ public:
     Formats expandedPhysicalFormats() const;
 
 private:
+    class Implementation;
+    QMXAudioStream() = default;
     qmx::PropertyBlock read(UInt32 channel, AudioStreamPropertyID propertyID) const;
     bool isInput() const { return streamDirection() == 1; }
-
-    std::shared_ptr<QMXAudioDevice> _owningDevice;
-    AudioStreamID _streamID;
 };

@@ -7,7 +7,7 @@
 
 class QMXAudioDevice;
 
-/// Takes part in a device's input and output.
+/// Takes part in a device's input and output. Programs derive from it.
 class QMX_EXPORT QMXCoreAudioIOSubscriber
 {
 public:

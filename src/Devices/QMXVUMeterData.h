@@ -5,12 +5,11 @@
 #include "Foundation/Export.h"
 #include "Foundation/Object.h"
 
-#include <array>
 #include <memory>
 #include <string>
 
 /// Levels of up to 8 channels, linear (full scale 1.0). A meter writes its levels into one object again and again,
-/// while others read it: who needs values that stay copies them.
+/// while others read it: who needs values that stay copies them. The factories alone make such objects.
 class QMX_EXPORT QMXVUMeterData : public qmx::Object
 {
 public:
@@ -25,24 +24,20 @@ public:
                                                                       Float32 scaler);
 
     /// The object's own 8 levels, which may be written. Not while a meter writes them on another thread.
-    Float32* data() { return _data.data(); }
+    virtual Float32* data() = 0;
     /// Takes the first 8 of `count` levels; the others stay as they are. Not while a meter writes.
-    void setData_length(const Float32* levels, unsigned long count);
+    virtual void setData_length(const Float32* levels, unsigned long count) = 0;
     /// The level of a channel, counted from 1; 0.0 where there is none. Any thread.
-    Float32 floatValueForChannel(unsigned long channel) const;
+    virtual Float32 floatValueForChannel(unsigned long channel) const = 0;
     /// A factor for whoever draws the levels; not applied to them.
-    Float32 scaler() const { return scaler_; }
+    virtual Float32 scaler() const = 0;
     /// The notification that announces such levels.
     std::string name() const;
 
     /// Publishes new levels of the first `count` (at most 8) channels while others may read. Real-time threads.
-    void publishLevels(const Float32* levels, UInt32 count) noexcept;
+    virtual void publishLevels(const Float32* levels, UInt32 count) noexcept = 0;
 
 private:
+    class Implementation;
     QMXVUMeterData() = default;
-
-    alignas(32) mutable std::array<Float32, maximumChannels> _data{};
-    std::array<Float32, maximumChannels> _zerodata{};
-    Float32 scaler_ = 0;
-    [[maybe_unused]] UInt32 _length = 0; // never set, as intended
 };

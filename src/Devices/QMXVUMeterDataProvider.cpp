@@ -4,13 +4,15 @@
 #include "Devices/QMXAudioDevice.h"
 #include "Devices/QMXVUMeterData.h"
 #include "Foundation/MainThread/NotificationCenter.h"
+#include "Foundation/MainThread/RealTimeNotification.h"
 #include "Foundation/MainThread/RunLoop.h"
 #include "vecLib/ChannelPeaks.h"
 
 #include <algorithm>
 #include <array>
-#include <cstdlib>
+#include <atomic>
 #include <limits>
+#include <optional>
 #include <utility>
 
 const char* const QMXVUMeterDataProviderDidStartNotification = "QMXVUMeterDataProviderDidStartNotification";
@@ -18,18 +20,52 @@ const char* const QMXVUMeterDataProviderDidStopNotification = "QMXVUMeterDataPro
 const char* const QMXVUMeterDataProviderNewDataIsAvailableNotification =
     "QMXVUMeterDataProviderNewDataIsAvailableNotification";
 
-QMXVUMeterDataProvider::QMXVUMeterDataProvider() : mMeterData(QMXVUMeterData::init()) {}
-
-std::shared_ptr<QMXVUMeterDataProvider> QMXVUMeterDataProvider::init()
+class QMXVUMeterDataProvider::Implementation final : public QMXVUMeterDataProvider
 {
-    std::shared_ptr<QMXVUMeterDataProvider> provider(new QMXVUMeterDataProvider);
+public:
+    static std::shared_ptr<Implementation> make(const std::shared_ptr<QMXAudioDevice>& owner);
+    ~Implementation() override;
+
+    void setAudioDevice(std::shared_ptr<QMXAudioDevice> device) override;
+    std::shared_ptr<QMXAudioDevice> audioDevice() const override;
+    void start() override;
+    void stop() override;
+    void setNotificationInterval(unsigned long interval) override;
+    OSStatus audioIOHandler_inNow_inInputData_inInputTime_outOutputData_inOutputTime_inClientData(
+        QMXAudioDevice& device, const AudioTimeStamp* inNow, const AudioBufferList* inInputData,
+        const AudioTimeStamp* inInputTime, AudioBufferList* outOutputData, const AudioTimeStamp* inOutputTime,
+        QMXAudioDevice& inClientData) override;
+
+private:
+    void announce(const char* notificationName);
+
+    std::shared_ptr<QMXAudioDevice> mAudioDevice; ///< null while idle when the device is the owner
+    std::shared_ptr<QMXVUMeterData> mMeterData = QMXVUMeterData::init();
+    UInt32 mNotificationCount = 0; // the I/O thread's
+    std::atomic<UInt32> mNotificationInterval{1};
+    std::atomic<bool> mShouldProvideData{false};
+
+    std::weak_ptr<QMXAudioDevice> owner_;
+    std::optional<qmx::RealTimeNotification> newLevels_;
+};
+
+std::shared_ptr<QMXVUMeterDataProvider::Implementation>
+QMXVUMeterDataProvider::Implementation::make(const std::shared_ptr<QMXAudioDevice>& owner)
+{
+    auto provider = std::make_shared<Implementation>();
+    provider->owner_ = owner;
     provider->newLevels_.emplace(provider->mMeterData->name(), provider->mMeterData,
                                  qmx::RealTimeNotification::Kind::frame,
-                                 [owner = std::weak_ptr(provider)](const auto& sender, const std::string&) {
-                                     if (const auto self = owner.lock())
+                                 [meter = std::weak_ptr(provider)](const auto& sender, const std::string&) {
+                                     if (const auto self = meter.lock())
                                          self->threadCallback(std::static_pointer_cast<QMXVUMeterData>(sender));
                                  });
     return provider;
+}
+
+std::shared_ptr<QMXVUMeterDataProvider> QMXVUMeterDataProvider::init()
+{
+    return Implementation::make(nullptr);
 }
 
 std::shared_ptr<QMXVUMeterDataProvider>
@@ -43,23 +79,21 @@ QMXVUMeterDataProvider::initWithAudioDevice(std::shared_ptr<QMXAudioDevice> devi
 std::shared_ptr<QMXVUMeterDataProvider>
 QMXVUMeterDataProvider::initForOwner(const std::shared_ptr<QMXAudioDevice>& device)
 {
-    auto provider = init();
-    provider->owner_ = device;
-    return provider;
+    return Implementation::make(device);
 }
 
-QMXVUMeterDataProvider::~QMXVUMeterDataProvider()
+QMXVUMeterDataProvider::Implementation::~Implementation()
 {
     if (const auto device = audioDevice())
         device->removeAudioIOSubscriber_forInput(*this, true);
 }
 
-std::shared_ptr<QMXAudioDevice> QMXVUMeterDataProvider::audioDevice() const
+std::shared_ptr<QMXAudioDevice> QMXVUMeterDataProvider::Implementation::audioDevice() const
 {
     return mAudioDevice ? mAudioDevice : owner_.lock();
 }
 
-void QMXVUMeterDataProvider::setAudioDevice(std::shared_ptr<QMXAudioDevice> device)
+void QMXVUMeterDataProvider::Implementation::setAudioDevice(std::shared_ptr<QMXAudioDevice> device)
 {
     const bool wasProviding = mShouldProvideData;
     stop();
@@ -71,7 +105,7 @@ void QMXVUMeterDataProvider::setAudioDevice(std::shared_ptr<QMXAudioDevice> devi
         start();
 }
 
-void QMXVUMeterDataProvider::start()
+void QMXVUMeterDataProvider::Implementation::start()
 {
     const auto device = audioDevice();
     if (mShouldProvideData || !device || !device->start())
@@ -82,7 +116,7 @@ void QMXVUMeterDataProvider::start()
     announce(QMXVUMeterDataProviderDidStartNotification);
 }
 
-void QMXVUMeterDataProvider::stop()
+void QMXVUMeterDataProvider::Implementation::stop()
 {
     const auto device = audioDevice();
     if (!mShouldProvideData || !device->stop())
@@ -95,25 +129,26 @@ void QMXVUMeterDataProvider::stop()
     announce(QMXVUMeterDataProviderDidStopNotification);
 }
 
-void QMXVUMeterDataProvider::setNotificationInterval(unsigned long interval)
+void QMXVUMeterDataProvider::Implementation::setNotificationInterval(unsigned long interval)
 {
     mNotificationInterval =
         static_cast<UInt32>(std::clamp<unsigned long>(interval, 1, std::numeric_limits<UInt32>::max()));
 }
 
-Float32* QMXVUMeterDataProvider::findMaxValues_numChannels_length(const Float32* samples, unsigned long channels,
-                                                                  unsigned long length)
+qmx::HeapBlock QMXVUMeterDataProvider::findMaxValues_numChannels_length(const Float32* samples, unsigned long channels,
+                                                                        unsigned long length)
 {
-    auto* const peaks = static_cast<Float32*>(std::calloc(std::max(channels, 1UL), sizeof(Float32)));
+    auto peaks = qmx::zeroedHeapArray<Float32>(channels);
     if (peaks)
-        qmx::channelPeaks(samples, length / sizeof(Float32), channels, peaks, channels);
-    return peaks;
+        qmx::channelPeaks(samples, length / sizeof(Float32), channels, peaks.get(), channels);
+    return qmx::HeapBlock(peaks.release());
 }
 
-OSStatus QMXVUMeterDataProvider::audioIOHandler_inNow_inInputData_inInputTime_outOutputData_inOutputTime_inClientData(
-    QMXAudioDevice& /*device*/, const AudioTimeStamp* /*inNow*/, const AudioBufferList* inInputData,
-    const AudioTimeStamp* /*inInputTime*/, AudioBufferList* /*outOutputData*/, const AudioTimeStamp* /*inOutputTime*/,
-    QMXAudioDevice& /*inClientData*/)
+OSStatus QMXVUMeterDataProvider::Implementation::
+    audioIOHandler_inNow_inInputData_inInputTime_outOutputData_inOutputTime_inClientData(
+        QMXAudioDevice& /*device*/, const AudioTimeStamp* /*inNow*/, const AudioBufferList* inInputData,
+        const AudioTimeStamp* /*inInputTime*/, AudioBufferList* /*outOutputData*/,
+        const AudioTimeStamp* /*inOutputTime*/, QMXAudioDevice& /*inClientData*/)
 {
     if (!inInputData || !mShouldProvideData || inInputData->mNumberBuffers == 0)
         return noErr;
@@ -144,7 +179,7 @@ void QMXVUMeterDataProvider::startStopCallback(const std::string& notificationNa
     qmx::NotificationCenter::defaultCenter().postNotification(notificationName, shared_from_this());
 }
 
-void QMXVUMeterDataProvider::announce(const char* notificationName)
+void QMXVUMeterDataProvider::Implementation::announce(const char* notificationName)
 {
     qmx::RunLoop::main().perform(
         [self = shared_from_this(), notificationName] { self->startStopCallback(notificationName); });

@@ -3,12 +3,10 @@
 
 #include "Devices/QMXCoreAudioIOSubscriber.h"
 #include "Foundation/Export.h"
-#include "Foundation/MainThread/RealTimeNotification.h"
+#include "Foundation/HeapBlock.h"
 #include "Foundation/Object.h"
 
-#include <atomic>
 #include <memory>
-#include <optional>
 #include <string>
 
 class QMXAudioDevice;
@@ -24,7 +22,7 @@ QMX_EXPORT extern const char* const QMXVUMeterDataProviderNewDataIsAvailableNoti
 /// The level meter of a device's input: the largest positive sample of each of the first 8 channels of the first input
 /// stream in one cycle, every n-th cycle. A device's output meter, too, meters its input, as intended. While it
 /// provides it keeps the device alive, and the device keeps it. Main thread, where nothing else is said; notifications
-/// come there.
+/// come there. The factories alone make meters: nothing else derives from this class.
 class QMX_EXPORT QMXVUMeterDataProvider : public qmx::Object,
                                           public QMXCoreAudioIOSubscriber,
                                           public std::enable_shared_from_this<QMXVUMeterDataProvider>
@@ -39,30 +37,29 @@ public:
     static std::shared_ptr<QMXVUMeterDataProvider> initWithAudioDevice(std::shared_ptr<QMXAudioDevice> device);
     /// The same for a device that keeps the meter itself: while idle the device is held weakly.
     static std::shared_ptr<QMXVUMeterDataProvider> initForOwner(const std::shared_ptr<QMXAudioDevice>& device);
-    ~QMXVUMeterDataProvider() override;
 
     /// Turns to another device; when it provides, it stops and starts again there. Null for none.
-    void setAudioDevice(std::shared_ptr<QMXAudioDevice> device);
+    virtual void setAudioDevice(std::shared_ptr<QMXAudioDevice> device) = 0;
     /// Null where there is none, or it is gone.
-    std::shared_ptr<QMXAudioDevice> audioDevice() const;
+    virtual std::shared_ptr<QMXAudioDevice> audioDevice() const = 0;
 
     /// Starts the device and meters it. Does nothing when it provides already, and without a device.
-    void start();
+    virtual void start() = 0;
     /// Ends that; the cycle in flight has ended then. Does nothing when idle.
-    void stop();
+    virtual void stop() = 0;
     /// Every how many cycles levels are published; 0 counts as 1. The count of cycles goes on. Any thread.
-    void setNotificationInterval(unsigned long interval);
+    virtual void setNotificationInterval(unsigned long interval) = 0;
 
-    /// The peaks of `length` bytes of interleaved samples, one per channel, in a block that the caller frees with
-    /// free(); null when there is no memory. Any thread but the real-time ones.
-    static Float32* findMaxValues_numChannels_length(const Float32* samples, unsigned long channels,
-                                                     unsigned long length);
+    /// The peaks of `length` bytes of interleaved samples, one Float32 per channel; null when there is no memory. Any
+    /// thread but the real-time ones.
+    static qmx::HeapBlock findMaxValues_numChannels_length(const Float32* samples, unsigned long channels,
+                                                           unsigned long length);
 
     /// Meters a cycle. I/O threads. Always 0.
     OSStatus audioIOHandler_inNow_inInputData_inInputTime_outOutputData_inOutputTime_inClientData(
         QMXAudioDevice& device, const AudioTimeStamp* inNow, const AudioBufferList* inInputData,
         const AudioTimeStamp* inInputTime, AudioBufferList* outOutputData, const AudioTimeStamp* inOutputTime,
-        QMXAudioDevice& inClientData) override;
+        QMXAudioDevice& inClientData) override = 0;
 
     /// Posts the notification that the levels name, from them.
     void threadCallback(const std::shared_ptr<QMXVUMeterData>& levels);
@@ -70,15 +67,6 @@ public:
     void startStopCallback(const std::string& notificationName);
 
 private:
-    QMXVUMeterDataProvider();
-    void announce(const char* notificationName);
-
-    std::shared_ptr<QMXAudioDevice> mAudioDevice; ///< null while idle when the device is the owner
-    std::shared_ptr<QMXVUMeterData> mMeterData;
-    UInt32 mNotificationCount = 0; // the I/O thread's
-    std::atomic<UInt32> mNotificationInterval{1};
-    std::atomic<bool> mShouldProvideData{false};
-
-    std::weak_ptr<QMXAudioDevice> owner_;
-    std::optional<qmx::RealTimeNotification> newLevels_;
+    class Implementation;
+    QMXVUMeterDataProvider() = default;
 };

@@ -22,12 +22,16 @@ std::string qmx::fileFailureReason(OSStatus status)
         return "it exists already";
     case fnOpnErr:
         return "it is not open";
+    case memFullErr:
+        return "not enough memory";
     case kAudioFileUnsupportedFileTypeError:
         return "not an audio file of a known type";
     case kAudioFileUnsupportedDataFormatError:
         return "not a format for it";
     case kAudioFileDoesNotAllow64BitDataSizeError:
         return "too long for a file of its type";
+    case kAudioHardwareUnsupportedOperationError:
+        return "it cannot be changed";
     default:
         return QMXAudioDeviceUtils::errorMessage(status);
     }

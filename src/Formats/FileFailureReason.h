@@ -8,7 +8,7 @@
 namespace qmx
 {
 
-/// What a status of the audio file or converter service means, for people: a part of a sentence.
+/// What a status of the audio file, converter or hardware service means, for people: a part of a sentence.
 std::string fileFailureReason(OSStatus status);
 
 } // namespace qmx

@@ -16,6 +16,19 @@ public:
     void set(OSStatus status, std::string sentence);
     void clear() { set(noErr, {}); }
 
+    /// An operation of the object while it lives. It begins without a failure; one inside another is a part of it.
+    class Operation
+    {
+    public:
+        explicit Operation(LastFailure& failure);
+        ~Operation();
+        Operation(const Operation&) = delete;
+        Operation& operator=(const Operation&) = delete;
+
+    private:
+        LastFailure& failure_;
+    };
+
     /// noErr while nothing failed.
     OSStatus status() const;
     /// Empty while nothing failed.
@@ -25,6 +38,7 @@ private:
     mutable std::mutex lock_;
     OSStatus status_ = noErr;
     std::string sentence_;
+    int operations_ = 0; // inside each other
 };
 
 } // namespace qmx

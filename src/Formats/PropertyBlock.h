@@ -3,11 +3,9 @@
 #pragma once
 
 #include "CoreAudio/AudioHardware.h"
+#include "Foundation/HeapBlock.h"
 
-#include <cstddef>
-#include <cstdlib>
 #include <cstring>
-#include <memory>
 #include <vector>
 
 namespace qmx
@@ -15,11 +13,9 @@ namespace qmx
 
 /// One value in a block of its own, followed by zeros (64 bytes at least).
 struct PropertyBlock {
-    struct Free {
-        void operator()(void* memory) const { std::free(memory); }
-    };
-    std::unique_ptr<void, Free> block; ///< null: there is none
-    UInt32 size = 0;                   ///< bytes that were given
+    HeapBlock block = nullptr; ///< null: there is none
+    UInt32 size = 0;           ///< bytes that were given
+    OSStatus status = noErr;
 
     /// The entry at the beginning, all zeros when there is none.
     template <class Entry> Entry first() const
@@ -37,16 +33,20 @@ struct PropertyBlock {
             std::memcpy(all.data(), block.get(), all.size() * sizeof(Entry));
         return all;
     }
-    /// The block as the caller's own.
-    template <class Entry> Entry* release() { return static_cast<Entry*>(block.release()); }
 };
 
 /// A zero-filled block for a value of `size` bytes; null when there is no memory.
 PropertyBlock allocatePropertyBlock(UInt32 size);
 /// Reads a device's value, as QMXAudioDeviceUtils::anyProperty_propertyID_forChannel_isInput does.
 PropertyBlock readDeviceProperty(AudioDeviceID device, AudioDevicePropertyID propertyID, UInt32 channel, bool isInput);
-/// The same for the hardware as a whole; failures are logged.
+/// Asks for the bytes of a value of the hardware as a whole, 0 on failure, which is logged.
+[[nodiscard]] OSStatus hardwarePropertySize(AudioHardwarePropertyID propertyID, UInt32* size);
+/// Reads such a value; failures are logged.
 PropertyBlock readHardwareProperty(AudioHardwarePropertyID propertyID);
+/// Sets a device's value; refusals are logged. The status, kAudioHardwareUnsupportedOperationError for a value that
+/// cannot be set.
+[[nodiscard]] OSStatus setDeviceProperty(AudioDeviceID device, AudioDevicePropertyID propertyID, UInt32 channel,
+                                         bool isInput, UInt32 size, const void* data);
 
 /// Keeps `status` as the last reported one and gives it back.
 OSStatus reported(OSStatus status);

@@ -3,6 +3,7 @@
 
 #include "CoreAudio/AudioHardware.h"
 #include "Foundation/Export.h"
+#include "Foundation/HeapBlock.h"
 #include "Foundation/Object.h"
 
 #include <string>
@@ -10,8 +11,8 @@
 /// Texts for people and logs from the platform's codes, and the properties of the hardware and of devices as plain
 /// values. Any thread but the real-time ones.
 ///
-/// Blocks that are returned belong to the caller, who frees them with free(). They are followed by zeros, 64 bytes at
-/// least, so that a record read from a value that is too short has zeros in the rest.
+/// Blocks that are returned are followed by zeros, 64 bytes at least, so that a record read from a value that is too
+/// short has zeros in the rest.
 class QMX_EXPORT QMXAudioDeviceUtils : public qmx::Object
 {
 public:
@@ -33,9 +34,9 @@ public:
     /// Bytes of a value; 0 on failure.
     static UInt32 hardwarePropertySize(AudioHardwarePropertyID propertyID);
     /// A value in a block of its own; null on failure.
-    static void* hardwareProperty(AudioHardwarePropertyID propertyID);
+    static qmx::HeapBlock hardwareProperty(AudioHardwarePropertyID propertyID);
     /// Sets a value from as many bytes as the property has now. Whether it was set.
-    static bool setHardwareProperty_inData(AudioHardwarePropertyID propertyID, const void* data);
+    [[nodiscard]] static bool setHardwareProperty_inData(AudioHardwarePropertyID propertyID, const void* data);
 
     // --- Devices. `isInput` names the section, `channel` one of its channels or 0 for all. Readers log nothing, but
     // --- for a value of no bytes. What is left out: channel 0 of the input section.
@@ -45,10 +46,12 @@ public:
                                                                    AudioDevicePropertyID propertyID, UInt32 channel,
                                                                    bool isInput);
     /// A value in a block of its own; null on failure and for a value of no bytes.
-    static void* anyProperty_propertyID_forChannel_isInput(AudioDeviceID device, AudioDevicePropertyID propertyID,
-                                                           UInt32 channel, bool isInput);
-    static void* anyProperty_propertyID_isInput(AudioDeviceID device, AudioDevicePropertyID propertyID, bool isInput);
-    static void* anyProperty_propertyID(AudioDeviceID device, AudioDevicePropertyID propertyID);
+    static qmx::HeapBlock anyProperty_propertyID_forChannel_isInput(AudioDeviceID device,
+                                                                    AudioDevicePropertyID propertyID, UInt32 channel,
+                                                                    bool isInput);
+    static qmx::HeapBlock anyProperty_propertyID_isInput(AudioDeviceID device, AudioDevicePropertyID propertyID,
+                                                         bool isInput);
+    static qmx::HeapBlock anyProperty_propertyID(AudioDeviceID device, AudioDevicePropertyID propertyID);
     /// The first word of a value; 0 on failure.
     static UInt32 integerProperty_propertyID_forChannel_isInput(AudioDeviceID device, AudioDevicePropertyID propertyID,
                                                                 UInt32 channel, bool isInput);
@@ -71,7 +74,7 @@ public:
                                                                     AudioDevicePropertyID propertyID, UInt32 channel,
                                                                     bool isInput);
     /// Sets a value. Whether it was set; failures are logged.
-    static bool setDeviceProperty_inPropertyID_inChannel_isInput_inPropertyDataSize_inPropertyData(
+    [[nodiscard]] static bool setDeviceProperty_inPropertyID_inChannel_isInput_inPropertyDataSize_inPropertyData(
         AudioDeviceID device, AudioDevicePropertyID propertyID, UInt32 channel, bool isInput, UInt32 size,
         const void* data);
 

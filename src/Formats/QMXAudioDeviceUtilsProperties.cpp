@@ -13,16 +13,12 @@ bool QMXAudioDeviceUtils::canSetHardwareProperty(AudioHardwarePropertyID propert
 UInt32 QMXAudioDeviceUtils::hardwarePropertySize(AudioHardwarePropertyID propertyID)
 {
     UInt32 size = 0;
-    const OSStatus status = qmx::reported(AudioHardwareGetPropertyInfo(propertyID, &size, nullptr));
-    if (status == noErr)
-        return size;
-    qmx::Log("ERR READ HW PROP SIZE: %@", errorMessage_forProperty(status, propertyID));
-    return 0;
+    return qmx::hardwarePropertySize(propertyID, &size) == noErr ? size : 0;
 }
 
-void* QMXAudioDeviceUtils::hardwareProperty(AudioHardwarePropertyID propertyID)
+qmx::HeapBlock QMXAudioDeviceUtils::hardwareProperty(AudioHardwarePropertyID propertyID)
 {
-    return qmx::readHardwareProperty(propertyID).block.release();
+    return qmx::readHardwareProperty(propertyID).block;
 }
 
 bool QMXAudioDeviceUtils::setHardwareProperty_inData(AudioHardwarePropertyID propertyID, const void* data)
@@ -51,20 +47,20 @@ UInt32 QMXAudioDeviceUtils::sizeOfPropertyData_propertyID_forChannel_isInput(Aud
                : 0;
 }
 
-void* QMXAudioDeviceUtils::anyProperty_propertyID_forChannel_isInput(AudioDeviceID device,
-                                                                     AudioDevicePropertyID propertyID, UInt32 channel,
-                                                                     bool isInput)
+qmx::HeapBlock QMXAudioDeviceUtils::anyProperty_propertyID_forChannel_isInput(AudioDeviceID device,
+                                                                              AudioDevicePropertyID propertyID,
+                                                                              UInt32 channel, bool isInput)
 {
-    return qmx::readDeviceProperty(device, propertyID, channel, isInput).block.release();
+    return qmx::readDeviceProperty(device, propertyID, channel, isInput).block;
 }
 
-void* QMXAudioDeviceUtils::anyProperty_propertyID_isInput(AudioDeviceID device, AudioDevicePropertyID propertyID,
-                                                          bool isInput)
+qmx::HeapBlock QMXAudioDeviceUtils::anyProperty_propertyID_isInput(AudioDeviceID device,
+                                                                   AudioDevicePropertyID propertyID, bool isInput)
 {
     return anyProperty_propertyID_forChannel_isInput(device, propertyID, 0, isInput);
 }
 
-void* QMXAudioDeviceUtils::anyProperty_propertyID(AudioDeviceID device, AudioDevicePropertyID propertyID)
+qmx::HeapBlock QMXAudioDeviceUtils::anyProperty_propertyID(AudioDeviceID device, AudioDevicePropertyID propertyID)
 {
     return anyProperty_propertyID_isInput(device, propertyID, true);
 }
@@ -128,23 +124,12 @@ bool QMXAudioDeviceUtils::canSetDeviceProperty_inPropertyID_inChannel_isInput(Au
                                                                               UInt32 channel, bool isInput)
 {
     Boolean isWritable = false;
-    AudioDeviceGetPropertyInfo(device, channel, isInput, propertyID, nullptr, &isWritable);
-    return isWritable;
+    return AudioDeviceGetPropertyInfo(device, channel, isInput, propertyID, nullptr, &isWritable) == noErr &&
+           isWritable;
 }
 
 bool QMXAudioDeviceUtils::setDeviceProperty_inPropertyID_inChannel_isInput_inPropertyDataSize_inPropertyData(
     AudioDeviceID device, AudioDevicePropertyID propertyID, UInt32 channel, bool isInput, UInt32 size, const void* data)
 {
-    Boolean isWritable = false;
-    OSStatus status = AudioDeviceGetPropertyInfo(device, channel, isInput, propertyID, nullptr, &isWritable);
-    if (!isWritable)
-        qmx::Log("ERR SET DEV PROP NO WRITE: %@", errorMessage_forProperty(status, propertyID));
-    if (status == noErr) {
-        if (!isWritable)
-            return false;
-        status = AudioDeviceSetProperty(device, nullptr, channel, isInput, propertyID, size, data);
-    }
-    if (status != noErr)
-        qmx::Log("ERR SET DEV PROP: %@", errorMessage_forProperty(status, propertyID));
-    return status == noErr;
+    return qmx::setDeviceProperty(device, propertyID, channel, isInput, size, data) == noErr;
 }

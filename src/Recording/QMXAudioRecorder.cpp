@@ -6,16 +6,13 @@
 #include "FileRelated/QMXAudioFile.h"
 #include "Formats/FileByteOrder.h"
 #include "Formats/FileFailureReason.h"
-#include "Formats/LastFailure.h"
 #include "Formats/QMXAudioStreamBasicDescription.h"
 #include "Foundation/HeapBlock.h"
 #include "Foundation/MainThread/NotificationCenter.h"
 #include "Foundation/Text/Format.h"
 #include "Foundation/Text/Log.h"
 #include "Processing/QMXAudioConverter.h"
-#include "Recording/RawBuffers.h"
-#include "Recording/RecorderState.h"
-#include "Recording/RecordingLosses.h"
+#include "Recording/RecorderImplementation.h"
 
 #include <functional>
 #include <utility>
@@ -32,6 +29,7 @@ namespace
 {
 
 constexpr UInt32 mostSpareBuffers = 1024;
+constexpr const char* noMemory = "there is no memory for the recorder's buffers";
 
 struct TemporaryDirectory {
     std::mutex lock;
@@ -89,19 +87,13 @@ void openInByteOrderOfType(QMXAudioFile& file)
 
 } // namespace
 
-QMXAudioRecorder::QMXAudioRecorder()
-    : rawByteBuffer(std::make_unique<RawBuffers>()), losses_(std::make_unique<RecordingLosses>()),
-      failure_(std::make_unique<qmx::LastFailure>())
-{
-}
-
 // The destructor waits for the saving thread, which nothing may do inside a callback.
-void QMXAudioRecorder::destroy(QMXAudioRecorder* recorder)
+void QMXAudioRecorder::Implementation::destroy(Implementation* recorder)
 {
     qmx::destroyOutsideCallbacks(recorder);
 }
 
-QMXAudioRecorder::~QMXAudioRecorder()
+QMXAudioRecorder::Implementation::~Implementation()
 {
     stop();
     if (_audioFile)
@@ -111,15 +103,16 @@ QMXAudioRecorder::~QMXAudioRecorder()
     savingThread_.join();
 }
 
-std::shared_ptr<QMXAudioRecorder> QMXAudioRecorder::initWithAudioDevice(const std::shared_ptr<QMXAudioDevice>& device)
+std::shared_ptr<QMXAudioRecorder::Implementation>
+QMXAudioRecorder::Implementation::make(const std::shared_ptr<QMXAudioDevice>& device)
 {
     if (!device)
         return nullptr;
-    std::shared_ptr<QMXAudioRecorder> recorder(new QMXAudioRecorder, destroy);
+    std::shared_ptr<Implementation> recorder(new Implementation, destroy);
     return recorder->begin(device) ? recorder : nullptr;
 }
 
-bool QMXAudioRecorder::begin(const std::shared_ptr<QMXAudioDevice>& device)
+bool QMXAudioRecorder::Implementation::begin(const std::shared_ptr<QMXAudioDevice>& device)
 {
     recordedFrame_.emplace(QMXAudioRecorderRecordedFrameNotification, weak_from_this(),
                            qmx::RealTimeNotification::Kind::frame,
@@ -138,17 +131,27 @@ bool QMXAudioRecorder::begin(const std::shared_ptr<QMXAudioDevice>& device)
     return true;
 }
 
-/// Whether there is a recording that has not ended.
-bool QMXAudioRecorder::hasBegun() const
+void QMXAudioRecorder::Implementation::take(const std::shared_ptr<QMXAudioFile>& file)
 {
-    return recorderState == recording || recorderState == paused;
+    audioFilePath_ = audioFilePath(); // intended: asked before there is a file, so it stays empty
+    _audioFile = file;
+    file->close();
+    file->changeAccessMode(QMXAudioFileAccessMode::readWrite); // intended: a closed file keeps its mode
+    if (_destinationFormat)
+        file->setFileStreamFormat(*_destinationFormat);
+    file->setUseCache(useAudioFileCache);
+}
+
+std::shared_ptr<QMXAudioRecorder> QMXAudioRecorder::initWithAudioDevice(const std::shared_ptr<QMXAudioDevice>& device)
+{
+    return Implementation::make(device);
 }
 
 std::shared_ptr<QMXAudioRecorder>
 QMXAudioRecorder::initWithAudioDevice_filePath(const std::shared_ptr<QMXAudioDevice>& device,
                                                const std::optional<std::string>& path)
 {
-    auto recorder = path ? initWithAudioDevice(device) : nullptr;
+    auto recorder = path ? Implementation::make(device) : nullptr;
     if (recorder)
         recorder->setAudioFilePath(*path);
     return recorder;
@@ -158,17 +161,16 @@ std::shared_ptr<QMXAudioRecorder>
 QMXAudioRecorder::initWithAudioDevice_audioFile(const std::shared_ptr<QMXAudioDevice>& device,
                                                 const std::shared_ptr<QMXAudioFile>& file)
 {
-    auto recorder = initWithAudioDevice(device);
-    if (!recorder || !file)
-        return recorder;
-    recorder->audioFilePath_ = recorder->audioFilePath(); // intended: asked before there is a file, so it stays empty
-    recorder->_audioFile = file;
-    file->close();
-    file->changeAccessMode(QMXAudioFileAccessMode::readWrite); // intended: a closed file keeps its mode
-    if (recorder->_destinationFormat)
-        file->setFileStreamFormat(*recorder->_destinationFormat);
-    file->setUseCache(recorder->useAudioFileCache);
+    auto recorder = Implementation::make(device);
+    if (recorder && file)
+        recorder->take(file);
     return recorder;
+}
+
+/// Whether there is a recording that has not ended.
+bool QMXAudioRecorder::Implementation::hasBegun() const
+{
+    return recorderState == recording || recorderState == paused;
 }
 
 void QMXAudioRecorder::setTemporaryDirectory(const std::string& directory)
@@ -185,7 +187,8 @@ void QMXAudioRecorder::setAudioFilePath_withFileStreamFormat(const std::string& 
     setFileStreamFormat(format);
 }
 
-void QMXAudioRecorder::setDeviceStreamFormat(const std::shared_ptr<QMXAudioStreamBasicDescription>& format)
+void QMXAudioRecorder::Implementation::setDeviceStreamFormat(
+    const std::shared_ptr<QMXAudioStreamBasicDescription>& format)
 {
     if (!format)
         return;
@@ -197,7 +200,7 @@ void QMXAudioRecorder::setDeviceStreamFormat(const std::shared_ptr<QMXAudioStrea
     converterSetup();
 }
 
-bool QMXAudioRecorder::setFileStreamFormat(const QMXAudioStreamBasicDescription& format)
+bool QMXAudioRecorder::Implementation::setFileStreamFormat(const QMXAudioStreamBasicDescription& format)
 {
     const std::scoped_lock lock(setupLock_);
     _destinationFormat = copyOf(format);
@@ -207,7 +210,7 @@ bool QMXAudioRecorder::setFileStreamFormat(const QMXAudioStreamBasicDescription&
     return true;
 }
 
-void QMXAudioRecorder::setInputDevice(const std::shared_ptr<QMXAudioDevice>& device)
+void QMXAudioRecorder::Implementation::setInputDevice(const std::shared_ptr<QMXAudioDevice>& device)
 {
     if (!device)
         return;
@@ -215,7 +218,7 @@ void QMXAudioRecorder::setInputDevice(const std::shared_ptr<QMXAudioDevice>& dev
     if (_inputDevice)
         _inputDevice->removeAudioIOSubscriber_forInput(*this, true);
     _inputDevice = device;
-    const qmx::HeapBlock stereo(device->preferredChannelsForStereo(false));
+    const auto stereo = device->preferredChannelsForStereo(false);
     const auto* const channels = static_cast<const UInt32*>(stereo.get());
     leftChannel_ = channels ? channels[0] : 1;
     rightChannel_ = channels ? channels[1] : 0xFFFFFFFF;
@@ -225,85 +228,88 @@ void QMXAudioRecorder::setInputDevice(const std::shared_ptr<QMXAudioDevice>& dev
         setFileStreamFormat(*physical);
 }
 
-void QMXAudioRecorder::observe(const std::shared_ptr<QMXAudioDevice>& device)
+void QMXAudioRecorder::Implementation::observe(const std::shared_ptr<QMXAudioDevice>& device)
 {
     deviceRate_ = device->nominalSampleRate(true);
-    const auto handler = [owner = weak_from_this()](void (QMXAudioRecorder::*change)()) {
+    const auto handler = [owner = weak_from_this()](void (Implementation::*change)()) {
         return [owner, change](const qmx::Notification& /*notification*/) {
             if (const auto self = owner.lock())
-                std::invoke(change, *self);
+                std::invoke(change, static_cast<Implementation&>(*self));
         };
     };
     auto& center = qmx::NotificationCenter::defaultCenter();
     rateObserver_ = center.observe(QMXAudioDeviceNominalSampleRateDidChangeNotification, device,
-                                   handler(&QMXAudioRecorder::deviceRateDidChange));
+                                   handler(&Implementation::deviceRateDidChange));
     deviceListObserver_ = center.observe(QMXAudioHardwareDevicesDidChangeNotification, QMXAudioDevice::classObject(),
-                                         handler(&QMXAudioRecorder::devicesDidChange));
+                                         handler(&Implementation::devicesDidChange));
 }
 
-void QMXAudioRecorder::deviceRateDidChange()
+void QMXAudioRecorder::Implementation::deviceRateDidChange()
 {
     const Float64 rate = _inputDevice->nominalSampleRate(true);
     if (rate != std::exchange(deviceRate_, rate) && hasBegun())
-        losses_->add(QMXAudioRecordingLoss::Reason::rateChange, recordedLengthInFrames, 0);
+        losses_.add(QMXAudioRecordingLoss::Reason::rateChange, recordedLengthInFrames, 0);
 }
 
-void QMXAudioRecorder::devicesDidChange()
+void QMXAudioRecorder::Implementation::devicesDidChange()
 {
     if (hasBegun() && !_inputDevice->isAlive())
-        giveDeviceUp(kAudioHardwareBadDeviceError, "the device is gone");
+        giveDeviceUp(kAudioHardwareBadDeviceError, "is gone");
 }
 
-bool QMXAudioRecorder::setSpareRawBuffers(UInt32 count)
+bool QMXAudioRecorder::Implementation::setSpareRawBuffers(UInt32 count)
 {
-    if (count > mostSpareBuffers || recorderState != ready)
+    if (recorderState != ready)
         return false;
+    if (count > mostSpareBuffers)
+        return refuse(kAudio_ParamError, "the recorder cannot have so many buffers");
     const std::scoped_lock lock(setupLock_);
-    if (rawByteBuffer->isAllocated() && !rawByteBuffer->allocate(rawByteBufferSizeInBytes, 1 + count)) {
-        rawByteBuffer->allocate(rawByteBufferSizeInBytes, 1 + spareRawBuffers_);
-        return false;
+    if (rawByteBuffer.isAllocated() && !rawByteBuffer.allocate(rawByteBufferSizeInBytes, 1 + count)) {
+        rawByteBuffer.allocate(rawByteBufferSizeInBytes, 1 + spareRawBuffers_);
+        return refuse(memFullErr, noMemory);
     }
     spareRawBuffers_ = count;
     return true;
 }
 
-bool QMXAudioRecorder::record()
+bool QMXAudioRecorder::Implementation::record()
 {
     if (recorderState != ready && recorderState != paused)
         return false;
     if (recorderState == ready)
-        failure_->clear();
-    if (!rawByteBuffer->isAllocated())
-        return refuse(memFullErr, "there is no memory for the recorder's buffers");
+        failure_.clear();
+    if (!rawByteBuffer.isAllocated())
+        return refuse(memFullErr, noMemory);
     if (inputChannelsOf(*_inputDevice) != deviceChannels_) // what came would be taken for other channels
         return refuse(kAudioDeviceUnsupportedFormatError,
-                      aboutDevice("the device is gone or has other channels than when the recorder was set up"));
+                      aboutDevice("is gone or has other channels than when the recorder was set up"));
     if (!openFile())
         return false;
     if (recorderState == ready && _inputDevice->nominalSampleRate(true) != _sourceFormat->sampleRate())
-        losses_->add(QMXAudioRecordingLoss::Reason::rateChange, 0, 0);
+        losses_.add(QMXAudioRecordingLoss::Reason::rateChange, 0, 0);
     nextSampleTime_.reset(); // the time between a pause and its end is no gap
     recorderState = recording;
     _inputDevice->addAudioIOSubscriber_forInput(shared_from_this(), true);
     const bool starts = _inputDevice->start();
+    const OSStatus startStatus = _inputDevice->lastStatus();
     if ((_eventMask & startedBit) != 0)
         notifyCallback(QMXAudioRecorderStartedRecordingNotification);
     if (!_audioFile->isOpen())
-        fail(_audioFile->lastStatus(), aboutFile("cannot be opened or made", _audioFile->lastStatus()));
+        fail(_audioFile->lastStatus(), aboutFile("could not be opened or made", _audioFile->lastStatus()));
     if (!_inputDevice->isRunning())
-        giveDeviceUp(kAudioHardwareNotRunningError, "the device does not start");
+        giveDeviceUp(startStatus != noErr ? startStatus : kAudioHardwareNotRunningError, "could not be started");
     return starts;
 }
 
 /// Opens the file, and makes it where that was not done yet. False for a file whose format cannot be written, which
 /// is closed again; a file that cannot be opened does not keep the device from running, as intended.
-bool QMXAudioRecorder::openFile()
+bool QMXAudioRecorder::Implementation::openFile()
 {
     const auto given = _audioFile;
     if (!_audioFile)
         makeFile();
     if (!_audioFile)
-        return refuse(kAudio_MemFullError, audioFilePath_.value_or("") + ": not enough memory");
+        return refuse(kAudio_MemFullError, audioFilePath_.value_or("") + " could not be made: not enough memory");
     const bool wasOpen = _audioFile->isOpen();
     if (wasOpen && recorderState == paused)
         return true;                         // the conversion goes on where it stopped
@@ -312,15 +318,15 @@ bool QMXAudioRecorder::openFile()
         openInByteOrderOfType(*_audioFile);
     if (converterSetup() || !_audioFile->isOpen())
         return true;
-    refuse(kAudioFileUnsupportedDataFormatError,
-           aboutFile("cannot be recorded into", kAudioFileUnsupportedDataFormatError));
+    const OSStatus status = _audioConverter && !convertedBuffer ? memFullErr : kAudioFileUnsupportedDataFormatError;
+    refuse(status, aboutFile("could not be recorded into", status));
     if (!wasOpen)
         _audioFile->close();
     _audioFile = given;
     return false;
 }
 
-void QMXAudioRecorder::makeFile()
+void QMXAudioRecorder::Implementation::makeFile()
 {
     if (!audioFilePath_) {
         audioFilePath_ = temporaryFilePath();
@@ -338,63 +344,63 @@ void QMXAudioRecorder::makeFile()
     _audioFile = std::move(file);
 }
 
-bool QMXAudioRecorder::refuse(OSStatus status, const std::string& sentence)
+bool QMXAudioRecorder::Implementation::refuse(OSStatus status, const std::string& sentence)
 {
-    failure_->set(status, sentence);
+    failure_.set(status, sentence);
     return false;
 }
 
 /// Keeps the reason and tells it once. Main and saving thread.
-void QMXAudioRecorder::fail(OSStatus status, const std::string& sentence)
+void QMXAudioRecorder::Implementation::fail(OSStatus status, const std::string& sentence)
 {
     if (_isFlushing)
         return; // the closed file refuses, as intended
-    failure_->set(status, sentence);
+    failure_.set(status, sentence);
     if (!failureIsTold_.exchange(true))
         failed_->send();
 }
 
 /// A device without sound for the recorder keeps it alive no longer.
-void QMXAudioRecorder::giveDeviceUp(OSStatus status, const std::string& reason)
+void QMXAudioRecorder::Implementation::giveDeviceUp(OSStatus status, const std::string& reason)
 {
     _inputDevice->removeAudioIOSubscriber_forInput(*this, true);
-    fail(status, aboutDevice(reason));
+    fail(status, aboutDevice(reason + ": " + qmx::fileFailureReason(status)));
 }
 
-std::string QMXAudioRecorder::aboutFile(const std::string& failure, OSStatus status) const
+std::string QMXAudioRecorder::Implementation::aboutFile(const std::string& failure, OSStatus status) const
 {
-    return _audioFile->path().value_or("") + ": " + failure + " (" + qmx::fileFailureReason(status) + ")";
+    return _audioFile->path().value_or("") + " " + failure + ": " + qmx::fileFailureReason(status);
 }
 
-std::string QMXAudioRecorder::aboutDevice(const std::string& failure) const
+std::string QMXAudioRecorder::Implementation::aboutDevice(const std::string& failure) const
 {
-    return _inputDevice->name().value_or("input") + ": " + failure;
+    return _inputDevice->name().value_or("The input") + " " + failure;
 }
 
-bool QMXAudioRecorder::recordForDuration(double seconds)
+bool QMXAudioRecorder::Implementation::recordForDuration(double seconds)
 {
     invalidateTimer();
     recordingTimer = qmx::Timer::scheduledTimer(seconds, false, [owner = weak_from_this()](qmx::Timer& /*timer*/) {
         if (const auto self = owner.lock())
-            self->timerStop();
+            static_cast<Implementation&>(*self).timerStop();
     });
-    return recordingTimer->isValid();
+    return recordingTimer->isValid() || refuse(kAudio_ParamError, "a recording cannot have that duration");
 }
 
-void QMXAudioRecorder::timerStop()
+void QMXAudioRecorder::Implementation::timerStop()
 {
     stop();
     recordingTimer.reset();
 }
 
-void QMXAudioRecorder::invalidateTimer()
+void QMXAudioRecorder::Implementation::invalidateTimer()
 {
     if (recordingTimer)
         recordingTimer->invalidate();
     recordingTimer.reset();
 }
 
-bool QMXAudioRecorder::pause()
+bool QMXAudioRecorder::Implementation::pause()
 {
     if (recorderState != recording)
         return false;
@@ -407,7 +413,7 @@ bool QMXAudioRecorder::pause()
     return true;
 }
 
-bool QMXAudioRecorder::stop()
+bool QMXAudioRecorder::Implementation::stop()
 {
     if (!hasBegun())
         return false;
@@ -418,132 +424,102 @@ bool QMXAudioRecorder::stop()
     flush(); // intended: does nothing before the state is stopped
     saveRest();
     if (!_audioFile->close())
-        fail(_audioFile->lastStatus(), aboutFile("cannot be closed", _audioFile->lastStatus()));
+        fail(_audioFile->lastStatus(), aboutFile("could not be closed", _audioFile->lastStatus()));
     recorderState = ended;
     if (stopped && self && (_eventMask & stoppedBit) != 0)
         notifyCallback(QMXAudioRecorderStoppedRecordingNotification);
     return true;
 }
 
-bool QMXAudioRecorder::flush()
+bool QMXAudioRecorder::Implementation::flush()
 {
     if (recorderState != ended || _isFlushing.exchange(true))
         return false; // the lock that the first flush took is never given back, as intended
-    if (rawByteBuffer->filled() > 0)
+    if (rawByteBuffer.filled() > 0)
         switchBuffers();
     waitUntilSaved();
     return true;
 }
 
-bool QMXAudioRecorder::isRecording() const
-{
-    return recorderState == recording;
-}
-
-OSStatus QMXAudioRecorder::lastStatus() const
-{
-    return failure_->status();
-}
-
-std::string QMXAudioRecorder::lastError() const
-{
-    return failure_->sentence();
-}
-
-UInt64 QMXAudioRecorder::lengthInBytes() const
-{
-    return recordedLengthInFrames * bytesPerFrame();
-}
-
-UInt64 QMXAudioRecorder::lengthInMilliSeconds() const
+UInt64 QMXAudioRecorder::Implementation::lengthInMilliSeconds() const
 {
     const Float64 rate = sampleRate();
     return rate > 0 ? static_cast<UInt64>(static_cast<Float64>(recordedLengthInFrames) / rate * 1000.0) : 0;
 }
 
-UInt64 QMXAudioRecorder::droppedFrames() const
+std::vector<QMXAudioRecordingLoss> QMXAudioRecorder::Implementation::lostFramePositions() const
 {
-    return losses_->droppedFrames();
-}
-
-UInt32 QMXAudioRecorder::overruns() const
-{
-    return losses_->overruns();
-}
-
-std::vector<QMXAudioRecordingLoss> QMXAudioRecorder::lostFramePositions() const
-{
-    return losses_->entries(fileFramesPerFrame_);
+    return losses_.entries(fileFramesPerFrame_);
 }
 
 UInt32 QMXAudioRecorder::inputDeviceID() const
 {
-    return _inputDevice->deviceID();
+    return inputDevice()->deviceID();
 }
 
 std::optional<std::string> QMXAudioRecorder::audioFilePath() const
 {
-    return _audioFile ? _audioFile->path() : std::nullopt;
+    return audioFile() ? audioFile()->path() : std::nullopt;
 }
 
 std::shared_ptr<QMXAudioStreamBasicDescription> QMXAudioRecorder::fileStreamFormat() const
 {
-    return _audioFile ? _audioFile->fileStreamFormat() : nullptr;
+    return audioFile() ? audioFile()->fileStreamFormat() : nullptr;
 }
 
 Float64 QMXAudioRecorder::sampleRate() const
 {
-    return _audioFile ? _audioFile->sampleRate() : 0;
+    return audioFile() ? audioFile()->sampleRate() : 0;
 }
 
 UInt32 QMXAudioRecorder::formatID() const
 {
-    return _audioFile ? _audioFile->formatID() : 0;
+    return audioFile() ? audioFile()->formatID() : 0;
 }
 
 std::optional<std::string> QMXAudioRecorder::formatIDName() const
 {
-    return _audioFile ? _audioFile->formatIDName() : std::nullopt;
+    return audioFile() ? audioFile()->formatIDName() : std::nullopt;
 }
 
 UInt32 QMXAudioRecorder::formatFlags() const
 {
-    return _audioFile ? _audioFile->formatFlags() : 0;
+    return audioFile() ? audioFile()->formatFlags() : 0;
 }
 
 UInt32 QMXAudioRecorder::bytesPerPacket() const
 {
-    return _audioFile ? _audioFile->bytesPerPacket() : 0;
+    return audioFile() ? audioFile()->bytesPerPacket() : 0;
 }
 
 UInt32 QMXAudioRecorder::framesPerPacket() const
 {
-    return _audioFile ? _audioFile->framesPerPacket() : 0;
+    return audioFile() ? audioFile()->framesPerPacket() : 0;
 }
 
 UInt32 QMXAudioRecorder::bytesPerFrame() const
 {
-    return _audioFile ? _audioFile->bytesPerFrame() : 0;
+    return audioFile() ? audioFile()->bytesPerFrame() : 0;
 }
 
 UInt32 QMXAudioRecorder::channelsPerFrame() const
 {
-    return _audioFile ? _audioFile->channelsPerFrame() : 0;
+    return audioFile() ? audioFile()->channelsPerFrame() : 0;
 }
 
 UInt32 QMXAudioRecorder::bitsPerChannel() const
 {
-    return _audioFile ? _audioFile->bitsPerChannel() : 0;
+    return audioFile() ? audioFile()->bitsPerChannel() : 0;
 }
 
 bool QMXAudioRecorder::moveToPath_handler(const std::string& newPath, qmx::FileManagerHandler* handler)
 {
-    return _audioFile && _audioFile->moveToPath_handler(newPath, handler);
+    return audioFile() && audioFile()->moveToPath_handler(newPath, handler);
 }
 
 bool QMXAudioRecorder::copyToPath_handler(const std::string& newPath, qmx::FileManagerHandler* handler)
 {
-    return _audioFile && _audioFile->copyToPath_handler(newPath, handler);
+    return audioFile() && audioFile()->copyToPath_handler(newPath, handler);
 }
 
 std::string QMXAudioRecorder::dumpDebugInfo() const
@@ -563,6 +539,6 @@ std::string QMXAudioRecorder::dumpDebugInfo() const
     text += qmx::format("\n         bytesPerFrame: %u", bytesPerFrame());
     text += qmx::format("\n      channelsPerFrame: %u", channelsPerFrame());
     text += qmx::format("\n        bitsPerChannel: %u", bitsPerChannel());
-    text += qmx::format("\n\n%@", _audioFile ? std::optional(_audioFile->dumpDebugInfo()) : std::nullopt);
+    text += qmx::format("\n\n%@", audioFile() ? std::optional(audioFile()->dumpDebugInfo()) : std::nullopt);
     return text;
 }

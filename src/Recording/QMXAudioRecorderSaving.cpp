@@ -7,9 +7,7 @@
 #include "Foundation/Memory.h"
 #include "Processing/QMXAudioConverter.h"
 #include "Recording/QMXAudioRecorder.h"
-#include "Recording/RawBuffers.h"
-#include "Recording/RecorderState.h"
-#include "Recording/RecordingLosses.h"
+#include "Recording/RecorderImplementation.h"
 
 #include <algorithm>
 #include <cmath>
@@ -30,7 +28,7 @@ constexpr double savingPriorityLowering = 0.1;
 // Set-up; the set-up lock is held
 
 /// Whether the device's samples can be written now.
-bool QMXAudioRecorder::converterSetup()
+bool QMXAudioRecorder::Implementation::converterSetup()
 {
     const auto target = writtenFormat();
     if (!_sourceFormat || !target)
@@ -49,16 +47,16 @@ bool QMXAudioRecorder::converterSetup()
 }
 
 /// That of the open file; before that the one that the file is to be made with.
-std::shared_ptr<QMXAudioStreamBasicDescription> QMXAudioRecorder::writtenFormat() const
+std::shared_ptr<QMXAudioStreamBasicDescription> QMXAudioRecorder::Implementation::writtenFormat() const
 {
     return _audioFile && _audioFile->isOpen() ? _audioFile->fileStreamFormat() : _destinationFormat;
 }
 
-void QMXAudioRecorder::setupRawBuffers()
+void QMXAudioRecorder::Implementation::setupRawBuffers()
 {
     if (rawByteBufferSizeInBytes == 0) {
         rawByteBufferSizeInBytes = rawBufferSize;
-        rawByteBuffer->allocate(rawByteBufferSizeInBytes, 1 + spareRawBuffers_);
+        rawByteBuffer.allocate(rawByteBufferSizeInBytes, 1 + spareRawBuffers_);
     }
     const UInt32 frameBytes = std::clamp(_sourceFormat->bytesPerFrame(), 1U, rawBufferSize);
     sourceFrameBytes_ = frameBytes;
@@ -67,7 +65,8 @@ void QMXAudioRecorder::setupRawBuffers()
 
 // The I/O thread
 
-OSStatus QMXAudioRecorder::audioIOHandler_inNow_inInputData_inInputTime_outOutputData_inOutputTime_inClientData(
+OSStatus
+QMXAudioRecorder::Implementation::audioIOHandler_inNow_inInputData_inInputTime_outOutputData_inOutputTime_inClientData(
     QMXAudioDevice& /*device*/, const AudioTimeStamp* /*inNow*/, const AudioBufferList* inInputData,
     const AudioTimeStamp* inInputTime, AudioBufferList* /*outOutputData*/, const AudioTimeStamp* /*inOutputTime*/,
     QMXAudioDevice& /*inClientData*/)
@@ -86,31 +85,31 @@ OSStatus QMXAudioRecorder::audioIOHandler_inNow_inInputData_inInputTime_outOutpu
     return noErr;
 }
 
-void QMXAudioRecorder::noteTimeGap(const AudioTimeStamp* inputTime, UInt64 frames)
+void QMXAudioRecorder::Implementation::noteTimeGap(const AudioTimeStamp* inputTime, UInt64 frames)
 {
     if (!inputTime || (inputTime->mFlags & kAudioTimeStampSampleTimeValid) == 0)
         return;
     const Float64 missing = nextSampleTime_ ? std::round(inputTime->mSampleTime - *nextSampleTime_) : 0;
     if (missing != 0)
-        losses_->add(Reason::timeGap, recordedLengthInFrames, static_cast<UInt64>(std::max(missing, 0.0)));
+        losses_.add(Reason::timeGap, recordedLengthInFrames, static_cast<UInt64>(std::max(missing, 0.0)));
     nextSampleTime_ = inputTime->mSampleTime + static_cast<Float64>(frames);
 }
 
-bool QMXAudioRecorder::insertIntoBuffer_length(const void* bytes, UInt32* length)
+bool QMXAudioRecorder::Implementation::insertIntoBuffer_length(const void* bytes, UInt32* length)
 {
     const UInt32 size = usedRawBytes_;
-    if (threadShouldExit || !bytes || size == 0 || !rawByteBuffer->isAllocated()) {
+    if (threadShouldExit || !bytes || size == 0 || !rawByteBuffer.isAllocated()) {
         *length = 0;
         return false;
     }
     rawByteBufferLock.lockWhenCondition(1);
     const auto* next = static_cast<const Byte*>(bytes);
     for (UInt32 left = *length; left > 0;) {
-        const UInt32 count = std::min(left, size - std::min(size, rawByteBuffer->filled()));
-        rawByteBuffer->append(next, count);
+        const UInt32 count = std::min(left, size - std::min(size, rawByteBuffer.filled()));
+        rawByteBuffer.append(next, count);
         next += count;
         left -= count;
-        if (rawByteBuffer->filled() >= size)
+        if (rawByteBuffer.filled() >= size)
             switchBuffers();
     }
     rawByteBufferLock.unlockWithCondition(1);
@@ -118,20 +117,20 @@ bool QMXAudioRecorder::insertIntoBuffer_length(const void* bytes, UInt32* length
 }
 
 // Never waits for the saving thread: what that has not begun to save is overtaken.
-void QMXAudioRecorder::switchBuffers()
+void QMXAudioRecorder::Implementation::switchBuffers()
 {
-    if (const auto overtaken = rawByteBuffer->handOver())
+    if (const auto overtaken = rawByteBuffer.handOver())
         noteLoss(Reason::overrun, overtaken->firstByte, overtaken->byteCount);
     threadRunLock.unlockWithCondition(hasWork); // a signal, without holding the lock
 }
 
-void QMXAudioRecorder::noteLoss(Reason reason, UInt64 firstByte, UInt32 byteCount)
+void QMXAudioRecorder::Implementation::noteLoss(Reason reason, UInt64 firstByte, UInt32 byteCount)
 {
     const UInt32 frameBytes = sourceFrameBytes_;
-    losses_->add(reason, firstByte / frameBytes, byteCount / frameBytes);
+    losses_.add(reason, firstByte / frameBytes, byteCount / frameBytes);
 }
 
-void QMXAudioRecorder::notifyCallback(std::string_view notificationName)
+void QMXAudioRecorder::Implementation::notifyCallback(std::string_view notificationName)
 {
     if (notificationName != QMXAudioRecorderRecordedFrameNotification) {
         qmx::NotificationCenter::defaultCenter().postNotificationOnMainThread(std::string(notificationName),
@@ -152,7 +151,7 @@ void QMXAudioRecorder::threadCallback(const std::string& notificationName)
 
 // The saving thread
 
-void QMXAudioRecorder::saveBufferRunLoop()
+void QMXAudioRecorder::Implementation::saveBufferRunLoop()
 {
     threadIsRunning = true;
     qmx::Thread::setThreadPriority(qmx::Thread::threadPriority() - savingPriorityLowering);
@@ -167,11 +166,11 @@ void QMXAudioRecorder::saveBufferRunLoop()
     threadIsRunning = false;
 }
 
-void QMXAudioRecorder::convertBufferAndSaveToFile()
+void QMXAudioRecorder::Implementation::convertBufferAndSaveToFile()
 {
     while (!threadShouldExit) {
         const std::scoped_lock lock(setupLock_);
-        const RawBuffers::Block* const block = rawByteBuffer->take();
+        const RawBuffers::Block* const block = rawByteBuffer.take();
         if (!block)
             return;
         UInt32 saved = block->byteCount;
@@ -182,7 +181,7 @@ void QMXAudioRecorder::convertBufferAndSaveToFile()
 }
 
 /// What failed, if anything did; the count is then how many of the bytes are in the file.
-std::optional<Reason> QMXAudioRecorder::saveBytes(const Byte* bytes, UInt32* byteCount)
+std::optional<Reason> QMXAudioRecorder::Implementation::saveBytes(const Byte* bytes, UInt32* byteCount)
 {
     const UInt32 held = std::exchange(*byteCount, 0);
     const auto length = convert(bytes, held);
@@ -196,7 +195,7 @@ std::optional<Reason> QMXAudioRecorder::saveBytes(const Byte* bytes, UInt32* byt
 }
 
 /// Gives how many bytes of the file's format are in the converted buffer then; none when it failed.
-std::optional<UInt32> QMXAudioRecorder::convert(const Byte* bytes, UInt32 byteCount)
+std::optional<UInt32> QMXAudioRecorder::Implementation::convert(const Byte* bytes, UInt32 byteCount)
 {
     OSStatus status = kAudioConverterErr_FormatNotSupported;
     if (_audioConverter && convertedBuffer) {
@@ -206,14 +205,14 @@ std::optional<UInt32> QMXAudioRecorder::convert(const Byte* bytes, UInt32 byteCo
         if (status == noErr)
             return length;
     }
-    const auto told = [&] { fail(status, aboutDevice("its samples cannot be converted to the file's format")); };
+    const auto told = [&] { fail(status, aboutDevice("has samples that cannot be converted to the file's format")); };
     if (!qmx::withinMemory(told))
         fail(status, {}); // without a sentence
     return std::nullopt;
 }
 
 /// Writes the first bytes of the converted buffer. Gives how many of them are in the file then.
-UInt32 QMXAudioRecorder::writeConverted(UInt32 byteCount)
+UInt32 QMXAudioRecorder::Implementation::writeConverted(UInt32 byteCount)
 {
     UInt32 written = byteCount;
     if (!_audioFile)
@@ -221,7 +220,7 @@ UInt32 QMXAudioRecorder::writeConverted(UInt32 byteCount)
     if (byteCount == 0 || _audioFile->write_length(convertedBuffer.get(), &written))
         return byteCount;
     const OSStatus known = _audioFile->lastStatus(), status = known != noErr ? known : fnOpnErr;
-    if (!qmx::withinMemory([&] { fail(status, aboutFile("cannot be written", status)); }))
+    if (!qmx::withinMemory([&] { fail(status, aboutFile("could not be written", status)); }))
         fail(status, {}); // without a sentence
     // When the disk fills up, only the start of the block is written and not counted: it is written again by itself.
     const UInt32 frameBytes = std::max(_audioFile->bytesPerFrame(), 1U);
@@ -229,13 +228,13 @@ UInt32 QMXAudioRecorder::writeConverted(UInt32 byteCount)
     return written > 0 && _audioFile->write_length(convertedBuffer.get(), &written) ? written : 0;
 }
 
-Float64 QMXAudioRecorder::deviceFramesOf(UInt32 fileBytes) const
+Float64 QMXAudioRecorder::Implementation::deviceFramesOf(UInt32 fileBytes) const
 {
     const UInt32 fileFrames = fileBytes / (_audioFile ? std::max(_audioFile->bytesPerFrame(), 1U) : 1);
     return fileFrames / fileFramesPerFrame_;
 }
 
-UInt32 QMXAudioRecorder::convertedRoomFor(UInt32 byteCount) const
+UInt32 QMXAudioRecorder::Implementation::convertedRoomFor(UInt32 byteCount) const
 {
     if (!_isFlushing)
         return convertedBufferSizeInBytes;
@@ -246,9 +245,9 @@ UInt32 QMXAudioRecorder::convertedRoomFor(UInt32 byteCount) const
 
 // The end of a recording, when no cycle comes any more
 
-void QMXAudioRecorder::saveRest()
+void QMXAudioRecorder::Implementation::saveRest()
 {
-    if (writesPartialBufferAtStop_ && rawByteBuffer->filled() > 0) {
+    if (writesPartialBufferAtStop_ && rawByteBuffer.filled() > 0) {
         waitUntilSaved(); // so that it overtakes nothing
         switchBuffers();
     }
@@ -256,18 +255,18 @@ void QMXAudioRecorder::saveRest()
     const std::scoped_lock lock(setupLock_);
     const bool writes = writesPartialBufferAtStop_;
     noteLossAtEnd(writes ? Reason::write : Reason::partialBuffer,
-                  rawByteBuffer->filled() / sourceFrameBytes_ + endConversion(writes));
+                  rawByteBuffer.filled() / sourceFrameBytes_ + endConversion(writes));
 }
 
-void QMXAudioRecorder::noteLossAtEnd(Reason reason, UInt64 frames)
+void QMXAudioRecorder::Implementation::noteLossAtEnd(Reason reason, UInt64 frames)
 {
     if (frames > 0)
-        losses_->add(reason, recordedLengthInFrames - std::min<UInt64>(frames, recordedLengthInFrames), frames);
+        losses_.add(reason, recordedLengthInFrames - std::min<UInt64>(frames, recordedLengthInFrames), frames);
 }
 
 /// Takes out what the rate conversion still holds, and writes it or not. Gives how many of the device's frames are
 /// lost by that. The set-up lock is held.
-UInt64 QMXAudioRecorder::endConversion(bool writes)
+UInt64 QMXAudioRecorder::Implementation::endConversion(bool writes)
 {
     if (fileFramesPerFrame_ == 1)
         return 0;
@@ -276,7 +275,7 @@ UInt64 QMXAudioRecorder::endConversion(bool writes)
     return static_cast<UInt64>(std::llround(deviceFramesOf(held - kept)));
 }
 
-void QMXAudioRecorder::waitUntilSaved()
+void QMXAudioRecorder::Implementation::waitUntilSaved()
 {
     threadRunLock.lockWhenCondition(hasNone);
     threadRunLock.unlockWithCondition(hasNone);

@@ -114,7 +114,8 @@ int main(int argumentCount, char** arguments)
     UInt32 frames = static_cast<UInt32>(std::atoi(arguments[1]));
     const int seconds = std::atoi(arguments[2]);
     qmx::test::SoundServer server;
-    qmx::setAudioBackend(qmx::AudioBackend::pipeWire);
+    if (qmx::setAudioBackend(qmx::AudioBackend::pipeWire) != noErr)
+        return 2;
     server.start();
     AudioDeviceID id = kAudioDeviceUnknown;
     for (int tries = 0; tries < 300 && id == kAudioDeviceUnknown; ++tries) {
@@ -126,10 +127,9 @@ int main(int argumentCount, char** arguments)
         return 2;
     Capture capture;
     capture.cycles.reserve(static_cast<std::size_t>(seconds + 60) * 48000 / 32);
-    AudioDeviceSetProperty(id, nullptr, 0, true, kAudioDevicePropertyBufferFrameSize, sizeof frames, &frames);
-    AudioDeviceAddPropertyListener(id, 0, true, kAudioDeviceProcessorOverload, overload, &capture);
-    AudioDeviceAddIOProc(id, cycle, &capture);
-    if (AudioDeviceStart(id, cycle, &capture) != noErr)
+    if (AudioDeviceSetProperty(id, nullptr, 0, true, kAudioDevicePropertyBufferFrameSize, sizeof frames, &frames) ||
+        AudioDeviceAddPropertyListener(id, 0, true, kAudioDeviceProcessorOverload, overload, &capture) ||
+        AudioDeviceAddIOProc(id, cycle, &capture) || AudioDeviceStart(id, cycle, &capture))
         return 2;
     const char* const changes[] = {"quantum 512", "rate 44100",   "quantum 128",
                                    "rate 48000",  "quantum 2048", "quantum 0"};
@@ -137,8 +137,8 @@ int main(int argumentCount, char** arguments)
         qmx::RunLoop::main().runFor(1);
         server.run(std::string("pw-metadata -n settings 0 clock.force-").append(changes[second % 6]));
     }
-    AudioDeviceStop(id, cycle, &capture);
-    AudioDeviceRemoveIOProc(id, cycle, &capture);
+    if (AudioDeviceStop(id, cycle, &capture) || AudioDeviceRemoveIOProc(id, cycle, &capture))
+        return 2;
     double load = 0;
     getloadavg(&load, 1);
     const Count count(capture.cycles);

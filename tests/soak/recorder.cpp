@@ -58,11 +58,11 @@ AudioDeviceID addCountingDevice(qmx::VirtualHardware& hardware)
     auto description = qmx::VirtualHardware::standardDevice("soak", "Soak", channels, 0);
     description.nominalSampleRate = description.actualSampleRate = rate;
     const auto id = hardware.addDevice(description);
-    hardware.setInput(id, [](Float32* samples, UInt32 frames, UInt32 count, SInt64 firstFrame) {
-        for (UInt32 i = 0; i < frames * count; ++i)
-            samples[i] = counted(static_cast<UInt64>(firstFrame) * count + i);
-    });
-    return id;
+    const auto count = [](Float32* samples, UInt32 frames, UInt32 width, SInt64 firstFrame) {
+        for (UInt32 i = 0; i < frames * width; ++i)
+            samples[i] = counted(static_cast<UInt64>(firstFrame) * width + i);
+    };
+    return hardware.setInput(id, count) == noErr ? id : kAudioDeviceUnknown;
 }
 
 /// The frames of the file, when each is the next one of the count, less those lost where `losses` says so.
@@ -127,11 +127,11 @@ int record(const std::string& mode, double seconds, const char* path)
                 qmx::RunLoop::main().stop();
         });
     const auto begin = std::chrono::steady_clock::now();
-    recorder->record();
+    const bool began = recorder->record();
     while (device->isRunning() && recorder->lengthInFrames() < frames)
         qmx::RunLoop::main().runFor(1);
     const long late = residentKiB();
-    recorder->stop();
+    const bool ended = recorder->stop();
     const std::chrono::duration<double> elapsed = std::chrono::steady_clock::now() - begin;
 
     const Losses losses = recorder->lostFramePositions();
@@ -149,7 +149,7 @@ int record(const std::string& mode, double seconds, const char* path)
     const bool isAllThere = right && *right + dropped == recorder->lengthInFrames();
     const bool isAsExpected = mode == "real" || (mode == "full" ? dropped > 0 : dropped == 0 && missed == 0);
     const bool isTold = recorder->lastStatus() == (unwritten > 0 ? dskFulErr : noErr);
-    return isAllThere && isAsExpected && isTold && late < early + allowance ? 0 : 1;
+    return began && ended && isAllThere && isAsExpected && isTold && late < early + allowance ? 0 : 1;
 }
 
 } // namespace

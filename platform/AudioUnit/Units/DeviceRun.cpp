@@ -50,7 +50,7 @@ DeviceRun::DeviceRun(const OutputDevice& device, std::shared_ptr<OutputClient> c
 
 DeviceRun::~DeviceRun()
 {
-    AudioDeviceRemoveIOProc(device_.id, cycle, this);
+    (void)AudioDeviceRemoveIOProc(device_.id, cycle, this); // fails where it was not there
 }
 
 OSStatus DeviceRun::enroll()

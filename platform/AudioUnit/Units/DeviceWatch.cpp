@@ -17,15 +17,17 @@ constexpr UInt8 outputSection = 0;
 
 DeviceWatch::DeviceWatch(std::weak_ptr<OutputClient> client) : client_(std::move(client))
 {
-    AudioHardwareAddPropertyListener(kAudioHardwarePropertyDefaultOutputDevice, hearSystem, this);
+    // without a listener, here and below, the unit goes on as it is
+    (void)AudioHardwareAddPropertyListener(kAudioHardwarePropertyDefaultOutputDevice, hearSystem, this);
 }
 
 DeviceWatch::~DeviceWatch()
 {
-    AudioHardwareRemovePropertyListener(kAudioHardwarePropertyDefaultOutputDevice, hearSystem, this);
+    // each fails where it was not there
+    (void)AudioHardwareRemovePropertyListener(kAudioHardwarePropertyDefaultOutputDevice, hearSystem, this);
     for (const AudioDeviceID device : devices_)
         for (const AudioDevicePropertyID property : watched)
-            AudioDeviceRemovePropertyListener(device, 0, outputSection, property, hearDevice, this);
+            (void)AudioDeviceRemovePropertyListener(device, 0, outputSection, property, hearDevice, this);
 }
 
 void DeviceWatch::add(AudioDeviceID device)
@@ -34,7 +36,7 @@ void DeviceWatch::add(AudioDeviceID device)
         return;
     devices_.push_back(device);
     for (const AudioDevicePropertyID property : watched)
-        AudioDeviceAddPropertyListener(device, 0, outputSection, property, hearDevice, this);
+        (void)AudioDeviceAddPropertyListener(device, 0, outputSection, property, hearDevice, this);
 }
 
 OSStatus DeviceWatch::hearSystem(AudioHardwarePropertyID, void* self)

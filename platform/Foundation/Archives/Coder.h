@@ -58,8 +58,8 @@ public:
     virtual bool allowsKeyedCoding() const = 0;
 
     virtual bool containsValueForKey(std::string_view key) const = 0;
-    /// The object under `key`. The same archived object is the same object here; one that no class here stands for is
-    /// an OpaqueObject.
+    /// The object under `key`. The same archived object is the same object here; one that no class here stands for
+    /// only keeps what was read.
     virtual std::shared_ptr<Object> decodeObjectForKey(std::string_view key) = 0;
     /// The next object of the sequence.
     virtual std::shared_ptr<Object> decodeObject() = 0;

@@ -48,7 +48,8 @@ TEST_F(HardwareTest, ErrorsAreThePlatformsCodes)
     EXPECT_EQ(set(device, 0, true, kAudioDevicePropertyDataSource, UInt32{7}), kAudioHardwareIllegalOperationError);
     EXPECT_EQ(AudioDeviceGetPropertyInfo(device, 0, true, kAudioDevicePropertyLatency, &size, &writable), noErr);
     EXPECT_FALSE(writable);
-    hardware.change(device, [](DeviceDescription& description) { description.sampleRateIsSettable = false; });
+    EXPECT_EQ(noErr, hardware.change(device,
+                                     [](DeviceDescription& description) { description.sampleRateIsSettable = false; }));
     for (const UInt32 format : {kAudioDevicePropertyStreamFormat, kAudioDevicePropertyPhysicalFormat})
         EXPECT_EQ(set(device, 0, true, format, qmx::packedPhysicalFormat(48000, 2, 16)),
                   kAudioHardwareUnsupportedOperationError);
@@ -123,7 +124,7 @@ TEST_F(HardwareTest, PropertiesAnswerFromTheDevicesRecord)
     size = sizeof translation;
     EXPECT_EQ(AudioHardwareGetProperty(kAudioHardwarePropertyDeviceForUID, &size, &translation), noErr);
     EXPECT_EQ(found, device);
-    hardware.removeDevice(device);
+    EXPECT_EQ(noErr, hardware.removeDevice(device));
     EXPECT_EQ(AudioHardwareGetProperty(kAudioHardwarePropertyDeviceForUID, &size, &translation),
               kAudioHardwareBadDeviceError);
     CFRelease(uid);
@@ -156,11 +157,11 @@ TEST_F(HardwareTest, PlugAndUnplugTellDeviceThenSystemWithTheDefaults)
 {
     Heard heard;
     deviceList();
-    AudioHardwareAddPropertyListener(kAudioPropertyWildcardPropertyID, Heard::hardware, &heard);
+    EXPECT_EQ(noErr, AudioHardwareAddPropertyListener(kAudioPropertyWildcardPropertyID, Heard::hardware, &heard));
     const AudioDeviceID one = add("one", 2, 2), two = add("two", 2, 2);
     EXPECT_THAT(heard.take(), ElementsAre("dev#", "dIn ", "dOut", "sOut", "dev#"));
     heard.listenToDevice(one);
-    hardware.removeDevice(one);
+    EXPECT_EQ(noErr, hardware.removeDevice(one));
     EXPECT_THAT(heard.take(), ElementsAre("livn 0 in", "livn 0 out", "dev#", "dIn ", "dOut", "sOut"));
     UInt32 alive = 7;
     EXPECT_EQ(get(one, 0, true, kAudioDevicePropertyDeviceIsAlive, alive), kAudioHardwareBadDeviceError);
@@ -194,16 +195,16 @@ TEST_F(HardwareTest, DefaultsHaveStreamsOrAreNone)
     Heard heard;
     hardware.settle();
     deviceList();
-    AudioHardwareAddPropertyListener(kAudioPropertyWildcardPropertyID, Heard::hardware, &heard);
-    hardware.change(one, [](DeviceDescription& description) { description.input.streams.clear(); });
+    EXPECT_EQ(noErr, AudioHardwareAddPropertyListener(kAudioPropertyWildcardPropertyID, Heard::hardware, &heard));
+    EXPECT_EQ(noErr, hardware.change(one, [](DeviceDescription& description) { description.input.streams.clear(); }));
     EXPECT_EQ(present(), two);
     EXPECT_EQ(hardware.setDefaultDevice(input, kAudioDeviceUnknown), noErr);
     EXPECT_THAT(heard.take(), ElementsAre("dIn ", "dIn "));
-    AudioHardwareRemovePropertyListener(kAudioPropertyWildcardPropertyID, Heard::hardware, &heard);
+    EXPECT_EQ(noErr, AudioHardwareRemovePropertyListener(kAudioPropertyWildcardPropertyID, Heard::hardware, &heard));
     add("three", 2, 2);
     EXPECT_EQ(present(), kAudioDeviceUnknown) << "none was chosen, and nobody chose again";
     EXPECT_EQ(choose(two), noErr);
-    hardware.removeDevice(two);
+    EXPECT_EQ(noErr, hardware.removeDevice(two));
     EXPECT_NE(present(), kAudioDeviceUnknown);
 }
 
@@ -213,8 +214,8 @@ TEST_F(HardwareTest, LoopbackPairsHaveNamesOfTheirOwn)
     EXPECT_EQ(textProperty(first.input, kAudioDevicePropertyDeviceUID), "qmx.virtual.input");
     EXPECT_EQ(textProperty(second.input, kAudioDevicePropertyDeviceUID), "qmx.virtual.input.2");
     EXPECT_EQ(textProperty(second.output, kAudioDevicePropertyDeviceNameCFString), "Virtual Output 2");
-    hardware.removeDevice(first.input);
-    hardware.removeDevice(first.output);
+    EXPECT_EQ(noErr, hardware.removeDevice(first.input));
+    EXPECT_EQ(noErr, hardware.removeDevice(first.output));
     EXPECT_EQ(textProperty(hardware.addLoopbackPair().output, kAudioDevicePropertyDeviceUID), "qmx.virtual.output");
 }
 
@@ -237,11 +238,11 @@ TEST_F(HardwareTest, ChangesAreToldOncePerSectionAndChannel)
     set(device, 0, false, kAudioDevicePropertyMute, UInt32{1});
     set(device, 0, true, kAudioDevicePropertyDataSource, UInt32{kIOAudioSelectorControlSelectionValueLine});
     EXPECT_THAT(heard.take(), ElementsAre("volm 2 out", "vold 2 out", "mute 0 out", "ssrc 0 in"));
-    hardware.change(device, [](DeviceDescription& description) {
+    EXPECT_EQ(noErr, hardware.change(device, [](DeviceDescription& description) {
         description.input.jackIsConnected = true;
         description.output.streams.clear();
         description.rawProperties[{qmx::fourCharCode("solo"), 1, true}].value.resize(4);
-    });
+    }));
     EXPECT_THAT(heard.take(), testing::IsSupersetOf({"stm# 0 out", "slay 0 out", "jack 0 in", "solo 1 in"}));
     EXPECT_EQ(AudioStreamRemovePropertyListener(stream, 0, kAudioPropertyWildcardPropertyID, Heard::stream, &heard),
               noErr);
@@ -263,9 +264,10 @@ TEST_F(HardwareTest, ListenersHearOnlyWhatTheyAskedFor)
         for (const bool isInput : {true, false})
             set(device, channel, isInput, kAudioDevicePropertyVolumeScalar, Float32{0.25});
     EXPECT_THAT(heard.take(), ElementsAre("volm 1 in", "vold 1 out", "vold 2 out"));
-    AudioDeviceRemovePropertyListener(device, 1, 1, kAudioDevicePropertyVolumeScalar, Heard::device, &heard);
-    AudioDeviceRemovePropertyListener(device, kAudioPropertyWildcardChannel, 0, kAudioDevicePropertyVolumeDecibels,
-                                      Heard::device, &heard);
+    EXPECT_EQ(noErr,
+              AudioDeviceRemovePropertyListener(device, 1, 1, kAudioDevicePropertyVolumeScalar, Heard::device, &heard));
+    EXPECT_EQ(noErr, AudioDeviceRemovePropertyListener(device, kAudioPropertyWildcardChannel, 0,
+                                                       kAudioDevicePropertyVolumeDecibels, Heard::device, &heard));
 }
 
 TEST_F(HardwareTest, ANewListenerHearsOfAListThatChangedUnread)
@@ -274,7 +276,7 @@ TEST_F(HardwareTest, ANewListenerHearsOfAListThatChangedUnread)
     deviceList();
     EXPECT_EQ(AudioHardwareAddPropertyListener(kAudioHardwarePropertyDevices, Heard::hardware, &heard), noErr);
     EXPECT_THAT(heard.take(), IsEmpty());
-    AudioHardwareRemovePropertyListener(kAudioHardwarePropertyDevices, Heard::hardware, &heard);
+    EXPECT_EQ(noErr, AudioHardwareRemovePropertyListener(kAudioHardwarePropertyDevices, Heard::hardware, &heard));
     add("a", 2, 0);
     hardware.settle();
     UInt32 size = 0; // asked before the device came
@@ -282,7 +284,7 @@ TEST_F(HardwareTest, ANewListenerHearsOfAListThatChangedUnread)
     EXPECT_EQ(AudioHardwareGetProperty(kAudioHardwarePropertyDevices, &size, &none), noErr);
     EXPECT_EQ(AudioHardwareAddPropertyListener(kAudioPropertyWildcardPropertyID, Heard::hardware, &heard), noErr);
     EXPECT_THAT(heard.take(), ElementsAre("dev#"));
-    AudioHardwareRemovePropertyListener(kAudioPropertyWildcardPropertyID, Heard::hardware, &heard);
+    EXPECT_EQ(noErr, AudioHardwareRemovePropertyListener(kAudioPropertyWildcardPropertyID, Heard::hardware, &heard));
 }
 
 TEST_F(HardwareTest, AListenerMayRemoveItselfAndAnotherOne)
@@ -330,9 +332,9 @@ TEST_F(HardwareTest, FaultsFailTheChosenCallsAsOftenAsWanted)
 TEST_F(HardwareTest, RawPropertiesStandInForTheRecord)
 {
     const AudioDeviceID device = add("a", 2, 0);
-    hardware.change(device, [](DeviceDescription& description) {
+    EXPECT_EQ(noErr, hardware.change(device, [](DeviceDescription& description) {
         description.rawProperties[{kAudioDevicePropertyLatency, 0, true}] = {{std::byte{9}, {}, {}, {}}, true};
-    });
+    }));
     UInt32 latency = 0;
     EXPECT_EQ(get(device, 0, true, kAudioDevicePropertyLatency, latency), noErr);
     EXPECT_EQ(latency, 9U);
@@ -349,12 +351,12 @@ TEST_F(HardwareTest, ABootChimeThatIsThereCanBeSet)
               kAudioHardwareUnknownPropertyError);
     Heard heard;
     deviceList();
-    AudioHardwareAddPropertyListener(kAudioPropertyWildcardPropertyID, Heard::hardware, &heard);
+    EXPECT_EQ(noErr, AudioHardwareAddPropertyListener(kAudioPropertyWildcardPropertyID, Heard::hardware, &heard));
     hardware.setBootChimeVolume(qmx::VolumeControl{});
     EXPECT_THAT(heard.take(), ElementsAre("bbvs", "bbvd", "bbd#"));
     hardware.setBootChimeVolume(qmx::VolumeControl{.minimumDecibels = -48});
     EXPECT_THAT(heard.take(), ElementsAre("bbd#"));
-    AudioHardwareRemovePropertyListener(kAudioPropertyWildcardPropertyID, Heard::hardware, &heard);
+    EXPECT_EQ(noErr, AudioHardwareRemovePropertyListener(kAudioPropertyWildcardPropertyID, Heard::hardware, &heard));
     value = std::numeric_limits<Float32>::quiet_NaN();
     for (const auto property :
          {kAudioHardwarePropertyBootChimeVolumeScalar, kAudioHardwarePropertyBootChimeVolumeDecibels})

@@ -62,11 +62,11 @@ template <class Obstacle, class... Arguments> void startBehind(Arguments... argu
         qmx::test::SoundServer server;
         server.start();
         const qmx::test::CapturedLog log;
-        qmx::setAudioBackend(qmx::AudioBackend::pipeWire);
+        EXPECT_EQ(noErr, qmx::setAudioBackend(qmx::AudioBackend::pipeWire));
         Obstacle obstacle(arguments...);
         const auto countDevices = [] {
             UInt32 size = 0;
-            AudioHardwareGetPropertyInfo(kAudioHardwarePropertyDevices, &size, nullptr);
+            EXPECT_EQ(noErr, AudioHardwareGetPropertyInfo(kAudioHardwarePropertyDevices, &size, nullptr));
             return size / sizeof(AudioDeviceID);
         };
         if (countDevices() != 0)
@@ -77,7 +77,7 @@ template <class Obstacle, class... Arguments> void startBehind(Arguments... argu
             changes.notify_one();
             return noErr;
         };
-        AudioHardwareAddPropertyListener(kAudioHardwarePropertyDevices, heard, nullptr);
+        EXPECT_EQ(noErr, AudioHardwareAddPropertyListener(kAudioHardwarePropertyDevices, heard, nullptr));
         obstacle.mend();
         countDevices(); // the need at which threads are tried again
         changes.wait(0);

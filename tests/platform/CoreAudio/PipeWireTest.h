@@ -68,7 +68,7 @@ public:
     {
         EXPECT_EQ(AudioDeviceAddIOProc(device_, run, this), noErr);
     }
-    ~Procedure() { AudioDeviceRemoveIOProc(device_, run, this); }
+    ~Procedure() { (void)AudioDeviceRemoveIOProc(device_, run, this); } // which may be done already
     OSStatus start() { return AudioDeviceStart(device_, run, this); }
     OSStatus stop() { return AudioDeviceStop(device_, run, this); }
 
@@ -107,7 +107,7 @@ protected:
         for (const AudioHardwarePropertyID property :
              {kAudioHardwarePropertyDevices, kAudioHardwarePropertyDefaultInputDevice,
               kAudioHardwarePropertyDefaultOutputDevice})
-            AudioHardwareRemovePropertyListener(property, hardwareHeard, this);
+            EXPECT_EQ(AudioHardwareRemovePropertyListener(property, hardwareHeard, this), noErr);
     }
 
     static qmx::test::SoundServer& server()
@@ -234,8 +234,9 @@ protected:
     }
     void stopListeningTo(AudioDeviceID device)
     {
-        AudioDeviceRemovePropertyListener(device, kAudioPropertyWildcardChannel, kAudioPropertyWildcardSection,
-                                          kAudioPropertyWildcardPropertyID, deviceHeard, this);
+        EXPECT_EQ(noErr, AudioDeviceRemovePropertyListener(device, kAudioPropertyWildcardChannel,
+                                                           kAudioPropertyWildcardSection,
+                                                           kAudioPropertyWildcardPropertyID, deviceHeard, this));
     }
 
 private:

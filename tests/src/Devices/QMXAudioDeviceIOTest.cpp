@@ -21,6 +21,9 @@ constexpr UInt32 kCycle = 512;
 
 class DeviceIO : public qmx::test::VirtualDevices
 {
+protected:
+    const AudioDeviceID id = add("a");
+    std::shared_ptr<QMXAudioDevice> device = (news(), registered(id));
 };
 
 /// Counts its calls, and does something in each.
@@ -62,9 +65,6 @@ private:
 
 TEST_F(DeviceIO, RunsWhileAtLeastOneWantsIt)
 {
-    const AudioDeviceID id = add("a");
-    news();
-    const auto device = registered(id);
     const auto subscriber = std::make_shared<Subscriber>();
     device->addAudioIOSubscriber_forInput(subscriber, true);
     EXPECT_TRUE(device->stop());
@@ -79,7 +79,11 @@ TEST_F(DeviceIO, RunsWhileAtLeastOneWantsIt)
     EXPECT_TRUE(device->stop());
     EXPECT_FALSE(device->isRunning());
     EXPECT_FALSE(hardware.advanceCycles(id));
-    EXPECT_EQ(subscriber->calls, 3);
+    const auto input = QMXAudioDevice::deviceWithDeviceID(add("b", 2, 0));
+    input->addAudioIOSubscriber_forInput(subscriber, false);
+    input->start();
+    EXPECT_TRUE(hardware.advanceCycles(input->deviceID()));
+    EXPECT_EQ(subscriber->calls, 3) << "of a direction that the device lacks";
     EXPECT_TRUE(device->start()); // the stop too many was not counted
     EXPECT_TRUE(device->isRunning());
 
@@ -91,16 +95,17 @@ TEST_F(DeviceIO, RunsWhileAtLeastOneWantsIt)
 
 TEST_F(DeviceIO, CountsNeitherFailedStartsNorFailedStops)
 {
-    const AudioDeviceID id = add("a");
-    news();
-    const auto device = registered(id);
     hardware.addFault(qmx::test::failing(HardwareOperation::start, {}, 1));
     EXPECT_TRUE(device->start());
+    EXPECT_EQ(device->lastStatus(), kAudioHardwareUnspecifiedError);
+    EXPECT_EQ(device->lastError(), "Name of a could not be started: Hardware unspecified error");
     EXPECT_FALSE(device->isRunning());
     EXPECT_TRUE(device->start());
+    EXPECT_EQ(device->lastError(), "");
     EXPECT_TRUE(device->isRunning());
     hardware.addFault(qmx::test::failing(HardwareOperation::stop, {}, 1));
     EXPECT_TRUE(device->stop());
+    EXPECT_EQ(device->lastError(), "Name of a could not be stopped: Hardware unspecified error");
     EXPECT_TRUE(device->isRunning());
     EXPECT_TRUE(device->stop());
     EXPECT_FALSE(device->isRunning());
@@ -109,60 +114,48 @@ TEST_F(DeviceIO, CountsNeitherFailedStartsNorFailedStops)
 TEST_F(DeviceIO, ExistsThoughItCannotListenOrTakePart)
 {
     const qmx::test::CapturedLog log;
-    const auto device = QMXAudioDevice::deviceWithDeviceID(7);
+    device = QMXAudioDevice::deviceWithDeviceID(7);
     ASSERT_TRUE(device);
     EXPECT_EQ(log.lines(),
               (Lines{"QMXAudioDevice: Unable to add property listeners", "QMXAudioDevice: Unable to add I/O proc"}));
+    EXPECT_EQ(device->lastStatus(), kAudioHardwareBadDeviceError);
+    EXPECT_EQ(device->lastError(),
+              "Device 7 could not give its kAudioDevicePropertyDeviceNameCFString: Hardware bad device error");
     EXPECT_EQ(device->description(), "(null) by (null)");
     EXPECT_FALSE(device->isAlive());
 }
 
 TEST_F(DeviceIO, CallsInputThenOutputSubscribersInOrderInRealTime)
 {
-    const AudioDeviceID id = add("a");
-    news();
-    const auto device = registered(id);
     std::vector<char> order;
     order.reserve(64); // the calls below must not allocate
     const auto saying = [&order](char name) {
         return std::make_shared<Subscriber>([&order, name] { order.push_back(qmx::isRealTime() ? name : '!'); });
     };
     const auto a = saying('a'), b = saying('b'), c = saying('c');
-    hardware.setInputSamples(id, {0.5F}, 1, true);
+    EXPECT_EQ(noErr, hardware.setInputSamples(id, {0.5F}, 1, true));
     device->addAudioIOSubscriber_forInput(b, true);
     device->addAudioIOSubscriber_forInput(a, true);
     device->addAudioIOSubscriber_forInput(b, true);
     device->addAudioIOSubscriber_forInput(c, false);
     device->addAudioIOSubscriber_forInput(a, false);
     device->start();
-    hardware.advanceCycles(id, 2);
+    EXPECT_TRUE(hardware.advanceCycles(id, 2));
     EXPECT_EQ(std::string(order.begin(), order.end()), "bacabaca");
     EXPECT_EQ(a->lastDevice, device.get());
     EXPECT_EQ(a->lastClientData, device.get());
     EXPECT_EQ(b->lastSample, 0.5F);
     const Float64 before = b->lastInputTime;
-    hardware.advanceCycles(id);
+    EXPECT_TRUE(hardware.advanceCycles(id));
     EXPECT_EQ(b->lastInputTime, before + kCycle);
 
     order.clear();
     device->removeAudioIOSubscriber_forInput(*b, true);
     device->removeAudioIOSubscriber_forInput(*b, true);
-    hardware.advanceCycles(id);
+    EXPECT_TRUE(hardware.advanceCycles(id));
     EXPECT_EQ(std::string(order.begin(), order.end()), "aca");
     EXPECT_EQ(b.use_count(), 1) << "the device let go of it";
     EXPECT_EQ(b->wrongCalls, 0);
-}
-
-TEST_F(DeviceIO, LeavesOutTheDirectionThatADeviceLacks)
-{
-    const AudioDeviceID id = add("a", 2, 0);
-    news();
-    const auto device = registered(id);
-    const auto subscriber = std::make_shared<Subscriber>();
-    device->addAudioIOSubscriber_forInput(subscriber, false);
-    device->start();
-    hardware.advanceCycles(id, 2);
-    EXPECT_EQ(subscriber->calls, 0);
 }
 
 /// One cycle of input handed to a device on a thread of its own, whose priority is raised.
@@ -177,10 +170,7 @@ void handInput(QMXAudioDevice& device, QMXAudioDevice& from)
 
 TEST_F(DeviceIO, HandsOnBuffersWhileItRunsAndItsFlagIsSet)
 {
-    const AudioDeviceID id = add("a");
     const auto from = QMXAudioDevice::deviceWithDeviceID(add("b"));
-    news();
-    const auto device = registered(id);
     const auto first = std::make_shared<Subscriber>(), second = std::make_shared<Subscriber>();
     device->addAudioIOSubscriber_forInput(first, true);
     device->addAudioIOSubscriber_forInput(second, true);
@@ -195,34 +185,34 @@ TEST_F(DeviceIO, HandsOnBuffersWhileItRunsAndItsFlagIsSet)
     device->removeAudioIOSubscriber_forInput(*second, true);
     handInput(*device, *from);
     EXPECT_EQ(first->calls, 1) << "the flag is off while one is left";
-    hardware.advanceCycles(id);
+    EXPECT_TRUE(hardware.advanceCycles(id));
     EXPECT_EQ(first->calls, 2) << "its own I/O does not look at the flag";
 }
 
 TEST_F(DeviceIO, RefusesASubscriptionThatLeadsBackToItself)
 {
     std::vector<std::shared_ptr<QMXAudioDevice>> ring;
-    for (const char* const name : {"a", "b", "c"})
+    for (const char* const name : {"b", "c", "d"})
         ring.push_back(QMXAudioDevice::deviceWithDeviceID(add(name)));
     ring[0]->addAudioIOSubscriber_forInput(ring[1], true);
     ring[0]->addAudioIOSubscriber_forInput(ring[2], true);
     ring[1]->addAudioIOSubscriber_forInput(ring[2], false);
     const qmx::test::CapturedLog log;
-    for (const auto& device : ring)
-        ring[2]->addAudioIOSubscriber_forInput(device, true);
+    for (const auto& each : ring)
+        ring[2]->addAudioIOSubscriber_forInput(each, true);
     EXPECT_TRUE(ring[2]->audioSubscribersForInput(true).snapshot().empty());
     EXPECT_EQ(log.lines(), Lines(3, "QMXAudioDevice: A device cannot subscribe to one that it hands its buffers to"));
-    for (const auto& device : ring)
-        device->start();
+    EXPECT_EQ(ring[2]->lastStatus(), kAudioHardwareIllegalOperationError);
+    for (const auto& each : ring)
+        each->start();
     const auto subscriber = std::make_shared<Subscriber>();
     ring[2]->addAudioIOSubscriber_forInput(subscriber, true);
-    hardware.advanceCycles(ring[0]->deviceID());
+    EXPECT_TRUE(hardware.advanceCycles(ring[0]->deviceID()));
     EXPECT_EQ(subscriber->calls, 2) << "by its own cycle and by that of the first";
 }
 
 TEST_F(DeviceIO, CallsNobodyWhomAnEarlierSubscriberRemoved)
 {
-    const auto device = QMXAudioDevice::deviceWithDeviceID(add("a"));
     std::weak_ptr<Subscriber> remover, removed;
     auto held = std::make_shared<Subscriber>([&] {
         device->removeAudioIOSubscriber_forInput(*removed.lock(), true);
@@ -244,8 +234,6 @@ TEST_F(DeviceIO, CallsNobodyWhomAnEarlierSubscriberRemoved)
 
 TEST_F(DeviceIO, SubscribersMayBeRemovedAndAddedAgainInRealTime)
 {
-    const AudioDeviceID id = add("a");
-    const auto device = QMXAudioDevice::deviceWithDeviceID(id);
     const auto second = std::make_shared<Subscriber>(), third = std::make_shared<Subscriber>();
     std::vector<std::shared_ptr<Subscriber>> leaving{second};
     const auto first = std::make_shared<Subscriber>([&] {
@@ -257,7 +245,7 @@ TEST_F(DeviceIO, SubscribersMayBeRemovedAndAddedAgainInRealTime)
         device->addAudioIOSubscriber_forInput(each, true);
     device->start();
     for (int cycle = 1; cycle <= 3; ++cycle) {
-        hardware.advanceCycles(id);
+        EXPECT_TRUE(hardware.advanceCycles(id));
         EXPECT_EQ(first->calls, cycle);
         EXPECT_EQ(second->calls, 0);
         EXPECT_EQ(device->audioSubscribersForInput(true).snapshot().size(), 1U) << "they were let go of";
@@ -269,15 +257,13 @@ TEST_F(DeviceIO, SubscribersMayBeRemovedAndAddedAgainInRealTime)
 
 TEST_F(DeviceIO, EndedInItsOwnCallbackItIsTakenDownElsewhere)
 {
-    const AudioDeviceID id = add("a");
-    news();
-    auto device = QMXAudioDevice::deviceWithDeviceID(id);
+    device = QMXAudioDevice::deviceWithDeviceID(id);
     const std::weak_ptr<QMXAudioDevice> watched = device;
     const auto subscriber = std::make_shared<Subscriber>([&] { device.reset(); });
     device->addAudioIOSubscriber_forInput(subscriber, true);
     device->addAudioIOSubscriber_forInput(subscriber, false);
     device->start();
-    hardware.advanceCycles(id);
+    EXPECT_TRUE(hardware.advanceCycles(id));
     qmx::waitUntilRetired();
     EXPECT_TRUE(watched.expired());
     EXPECT_FALSE(registered(id)->isRunning());
@@ -286,10 +272,8 @@ TEST_F(DeviceIO, EndedInItsOwnCallbackItIsTakenDownElsewhere)
 
 TEST_F(DeviceIO, AnnouncesWhatChangesInEachSection)
 {
-    const AudioDeviceID id = add("a");
-    news();
     const auto hears = [&](const std::string& expected, const std::function<void(qmx::DeviceDescription&)>& edit) {
-        hardware.change(id, edit);
+        EXPECT_EQ(noErr, hardware.change(id, edit));
         std::string heard;
         for (const std::string& line : news())
             heard.append(line.substr(6)).append(","); // without "Device"
@@ -315,18 +299,16 @@ TEST_F(DeviceIO, AnnouncesWhatChangesInEachSection)
           [](auto& d) { d.availableSampleRates.pop_back(); });
     hears("Streams a,StreamConfiguration a,StreamFormat a,StreamFormat a,",
           [](auto& d) { d.input.streams.push_back(d.input.streams[0]); });
-    hardware.announce(id, {kAudioDeviceProcessorOverload, 0, true});
+    EXPECT_EQ(noErr, hardware.announce(id, {kAudioDeviceProcessorOverload, 0, true}));
     EXPECT_EQ(news(), Lines{});
 }
 
 TEST_F(DeviceIO, ALateChangeDoesNotReachADeviceThatIsGone)
 {
-    const AudioDeviceID id = add("a", 2, 0);
-    news();
     for (int i = 0; i < 200; ++i) {
-        auto device = QMXAudioDevice::deviceWithDeviceID(id);
+        device = QMXAudioDevice::deviceWithDeviceID(id);
         for (int step = 0; step < 5; ++step)
-            hardware.announce(id, {kAudioDevicePropertyTransportType, 0, true});
+            EXPECT_EQ(noErr, hardware.announce(id, {kAudioDevicePropertyTransportType, 0, true}));
         device.reset();
     }
     // those that were heard in time keep their sender until they are delivered; the registered device hears all
@@ -340,7 +322,6 @@ TEST_F(DeviceIO, TellsItsDelegate)
         void inputDataSourceDidChange(const qmx::Notification& n) override { heard.push_back(n.name); }
         Lines heard;
     };
-    const auto device = QMXAudioDevice::deviceWithDeviceID(add("a"));
     const auto delegate = std::make_shared<Delegate>();
     device->outputVolumeDidChange({"nobody", device});
     device->setDelegate(delegate);
@@ -348,7 +329,7 @@ TEST_F(DeviceIO, TellsItsDelegate)
     const auto observer =
         qmx::NotificationCenter::defaultCenter().observe(QMXAudioDeviceOutputVolumeDidChangeNotification, device,
                                                          [&](const auto& n) { device->outputVolumeDidChange(n); });
-    device->setVolumeScalar_forChannel_isInput(0.25F, 1, false);
+    EXPECT_TRUE(device->setVolumeScalar_forChannel_isInput(0.25F, 1, false));
     news();
     device->inputDataSourceDidChange({"source", device});
     device->inputStreamFormatDidChange({"format", device});
@@ -360,16 +341,13 @@ TEST_F(DeviceIO, TellsItsDelegate)
 
 TEST_F(DeviceIO, DevicesAndSubscribersComeAndGoWhileSoundRunsAsFastAsItCan)
 {
-    const AudioDeviceID id = add("a");
-    news();
-    const auto device = registered(id);
     const auto always = std::make_shared<Subscriber>();
     device->addAudioIOSubscriber_forInput(always, true);
     hardware.setTime(qmx::VirtualTime::fast);
     device->start();
     qmx::Thread plugging("test-plug", [&] {
         for (int i = 0; i < 5000; ++i)
-            hardware.removeDevice(add("b", 0, 0));
+            EXPECT_EQ(noErr, hardware.removeDevice(add("b", 0, 0)));
     });
     for (int round = 0; round < 1000; ++round) {
         const auto subscriber = std::make_shared<Subscriber>();

@@ -9,8 +9,6 @@
 #include "support/CapturedLog.h"
 #include "support/VirtualDevices.h"
 
-#include <cstdlib>
-
 namespace
 {
 
@@ -19,7 +17,10 @@ using Lines = std::vector<std::string>;
 class DeviceProperties : public qmx::test::VirtualDevices
 {
 protected:
-    void edit(const std::function<void(qmx::DeviceDescription&)>& change) { hardware.change(id, change); }
+    void edit(const std::function<void(qmx::DeviceDescription&)>& change)
+    {
+        EXPECT_EQ(noErr, hardware.change(id, change));
+    }
     void setRaw(UInt32 property, bool isInput, std::vector<std::byte> value)
     {
         edit([&](auto& d) { d.rawProperties[{property, 0, isInput}].value = std::move(value); });
@@ -32,6 +33,7 @@ TEST_F(DeviceProperties, VolumeAndMuteGoToTheSectionAndChannelNamed)
 {
     EXPECT_TRUE(device->hasVolumeControl_isInput(1, true));
     EXPECT_FALSE(device->hasVolumeControl_isInput(9, true));
+    EXPECT_EQ(device->lastStatus(), kAudioHardwareUnknownPropertyError);
     EXPECT_TRUE(device->setVolumeScalar_forChannel_isInput(0.5F, 2, false));
     EXPECT_EQ(device->volumeScalar_isInput(2, false), 0.5F);
     EXPECT_EQ(device->volumeScalar_isInput(2, true), 1.0F);
@@ -53,12 +55,14 @@ TEST_F(DeviceProperties, VolumeAndMuteGoToTheSectionAndChannelNamed)
 
 TEST_F(DeviceProperties, DataSourcesWithoutNamesAreNumbered)
 {
-    edit([](auto& d) { d.input.dataSources = {{7, "Seven"}, {8, std::nullopt}, {0, "End"}, {9, "Nine"}}; });
-    EXPECT_EQ(device->dataSourceNames(true), (Lines{"Seven", "Unnamed data source 1"}));
-    UInt32* ids = device->dataSourceIDs(true);
-    EXPECT_EQ(ids[1], 8U);
+    edit([](auto& d) { d.input.dataSources = {{8, std::nullopt}, {7, "Seven"}, {0, "End"}, {9, "Nine"}}; });
+    EXPECT_EQ(device->dataSourceNames(true), (Lines{"Unnamed data source 0", "Seven"}));
+    EXPECT_NE(device->lastStatus(), noErr) << "of the first name, though the second was read";
+    const auto block = device->dataSourceIDs(true);
+    const auto* const ids = static_cast<const UInt32*>(block.get());
+    EXPECT_EQ(ids[1], 7U);
     EXPECT_EQ(ids[4], 0U);
-    std::free(ids);
+    EXPECT_EQ(device->lastError(), "");
     EXPECT_TRUE(device->setCurrentDataSourceID_isInput(7, true));
     EXPECT_EQ(device->currentDataSourceID(true), 7U);
     EXPECT_EQ(device->currentDataSourceName(true), "Seven");
@@ -81,6 +85,7 @@ TEST_F(DeviceProperties, FormatsAreReadMatchedAndSet)
 
     const qmx::test::CapturedLog log;
     EXPECT_FALSE(device->setActualStreamFormat_forChannel_isInput(wanted, 9, true));
+    EXPECT_EQ(device->lastStatus(), kAudioHardwareUnknownPropertyError);
     EXPECT_EQ(device->actualStreamFormat_isInput(9, true), nullptr);
     EXPECT_EQ(log.lines(), Lines{}) << "refused before the hardware was asked";
 }
@@ -112,6 +117,9 @@ TEST_F(DeviceProperties, RefusedSettingsAreLogged)
     EXPECT_FALSE(set(kAudioDevicePropertyMute, 5));
     hardware.addFault(qmx::test::failing(qmx::HardwareOperation::setProperty));
     EXPECT_FALSE(set(kAudioDevicePropertyMute, 0));
+    EXPECT_FALSE(device->mute(true));
+    EXPECT_EQ(device->lastError(),
+              "Name of a could not change its kAudioDevicePropertyMute: Hardware unspecified error");
     const AudioDeviceID none = 0;
     EXPECT_FALSE(Utils::setHardwareProperty_inData(kAudioHardwarePropertyDefaultInputDevice, &none));
     EXPECT_FALSE(Utils::setHardwareProperty_inData(kAudioHardwarePropertyDevices, &none));
@@ -120,6 +128,7 @@ TEST_F(DeviceProperties, RefusedSettingsAreLogged)
               (Lines{"ERR SET DEV PROP NO WRITE: No error (kAudioDevicePropertyLatency)",
                      "ERR SET DEV PROP NO WRITE: Hardware unknown property error (kAudioDevicePropertyMute)",
                      "ERR SET DEV PROP: Hardware unknown property error (kAudioDevicePropertyMute)",
+                     "ERR SET DEV PROP: Hardware unspecified error (kAudioDevicePropertyMute)",
                      "ERR SET DEV PROP: Hardware unspecified error (kAudioDevicePropertyMute)",
                      "ERR SET HW PROP: Hardware unspecified error (kAudioHardwarePropertyDefaultInputDevice)",
                      "ERR SET HW PROP: Property not writable (kAudioHardwarePropertyDevices)",
@@ -174,11 +183,11 @@ TEST_F(DeviceProperties, TheReportHasEachLineInItsPlace)
 
 TEST_F(DeviceProperties, LayoutsAreNamed)
 {
-    AudioChannelLayout* layout = device->channelLayout(true);
+    const auto layout = device->channelLayout(true);
     ASSERT_TRUE(layout);
-    EXPECT_EQ(QMXAudioDeviceInfoOutput::channelLayoutTagName(layout->mChannelLayoutTag),
+    EXPECT_EQ(QMXAudioDeviceInfoOutput::channelLayoutTagName(
+                  static_cast<const AudioChannelLayout*>(layout.get())->mChannelLayoutTag),
               "kAudioChannelLayoutTag_Stereo");
-    std::free(layout);
     AudioChannelLayout described{0, 3, 1, {{kAudioChannelLabel_LFE2, 2, {1, 0.5F, 0}}}};
     EXPECT_EQ(QMXAudioDeviceInfoOutput::printChannelLayoutInfo(&described),
               "Channel Layout Tag: kAudioChannelLayoutTag_UseChannelDescriptions\nChannel Layout Bitmap: 0x3\n"

@@ -52,7 +52,7 @@ TEST_F(DeviceRegistry, FollowsDevicesThatComeAndGo)
     EXPECT_EQ(registered(microphone)->description(), "Name of microphone by QMX");
 
     const auto gone = registered(both);
-    hardware.removeDevice(both);
+    EXPECT_EQ(noErr, hardware.removeDevice(both));
     EXPECT_EQ(news(), pluggedFirst);
     expectLists({"microphone", "speaker", "neither"}, {"microphone"}, {"speaker"});
     EXPECT_FALSE(gone->isValid());
@@ -73,7 +73,7 @@ public:
     {
         EXPECT_EQ(AudioHardwareAddPropertyListener(property_, heard, this), noErr);
     }
-    ~OnHardwareChange() { AudioHardwareRemovePropertyListener(property_, heard, this); }
+    ~OnHardwareChange() { EXPECT_EQ(AudioHardwareRemovePropertyListener(property_, heard, this), noErr); }
 
 private:
     static OSStatus heard(AudioHardwarePropertyID, void* self)
@@ -107,7 +107,7 @@ TEST_F(DeviceRegistry, KeepsWhatVanishedWhileAnotherCameUntilTheNumberFalls)
     const AudioDeviceID old = add("old", 0, 0);
     news();
     const OnHardwareChange listener(kAudioHardwarePropertySleepingIsAllowed, [&] {
-        hardware.removeDevice(old);
+        EXPECT_EQ(noErr, hardware.removeDevice(old));
         add("new", 0, 0);
         QMXAudioDevice::initializeListOfDevices(); // before the class has heard of either
         expectLists({"(gone)", "new"}, {}, {});
@@ -126,7 +126,7 @@ TEST_F(DeviceRegistry, AsksTheHardwareForTheDefaults)
     EXPECT_EQ(news(), Lines{"HardwareDefaultInputDevice"});
     EXPECT_EQ(QMXAudioDevice::setDefaultOutputDevice(*registered(two)), noErr);
     EXPECT_EQ(news(), Lines{"HardwareDefaultOutputDevice"});
-    hardware.setDefaultDevice(kAudioHardwarePropertyDefaultSystemOutputDevice, two);
+    EXPECT_EQ(noErr, hardware.setDefaultDevice(kAudioHardwarePropertyDefaultSystemOutputDevice, two));
     EXPECT_EQ(news(), Lines{"HardwareProperty"});
     EXPECT_EQ(QMXAudioDevice::defaultInputDevice(), registered(two));
     EXPECT_EQ(QMXAudioDevice::defaultOutputDevice(), registered(two));
@@ -134,7 +134,7 @@ TEST_F(DeviceRegistry, AsksTheHardwareForTheDefaults)
     EXPECT_TRUE(registered(two)->isDefaultDevice(true));
     EXPECT_FALSE(registered(one)->isDefaultDevice(false));
 
-    hardware.setDefaultDevice(kAudioHardwarePropertyDefaultInputDevice, kAudioDeviceUnknown);
+    EXPECT_EQ(noErr, hardware.setDefaultDevice(kAudioHardwarePropertyDefaultInputDevice, kAudioDeviceUnknown));
     EXPECT_EQ(QMXAudioDevice::defaultInputDevice(), nullptr);
     const qmx::test::CapturedLog log;
     hardware.addFault(qmx::test::failing(HardwareOperation::getProperty));

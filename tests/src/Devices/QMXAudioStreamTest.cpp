@@ -30,7 +30,7 @@ TEST_F(AudioStream, TellsItsPlaceInItsDevice)
     device.reset();
     EXPECT_EQ(streams[0]->owningDeviceID(), id) << "the stream keeps its device";
 
-    hardware.removeDevice(id);
+    EXPECT_EQ(noErr, hardware.removeDevice(id));
     EXPECT_EQ(streams[1]->startingChannel(), 0U);
     EXPECT_EQ(streams[1]->physicalFormat(), nullptr);
     EXPECT_TRUE(streams[1]->expandedPhysicalFormats().empty());
@@ -49,9 +49,9 @@ TEST_F(AudioStream, ExpandsFormatsForAllRatesBehindThoseOfOneRate)
     const auto expandedWith = [&](std::vector<AudioValueRange> ranges) {
         std::vector<std::byte> value(ranges.size() * sizeof(AudioValueRange));
         std::memcpy(value.data(), ranges.data(), value.size());
-        hardware.change(id, [&](auto& d) {
+        EXPECT_EQ(noErr, hardware.change(id, [&](auto& d) {
             d.rawProperties[{kAudioDevicePropertyAvailableNominalSampleRates, 0, true}].value = value;
-        });
+        }));
         return device->streams(true)[0]->expandedPhysicalFormats();
     };
     const auto wide = expandedWith({{8000, 96000}, {48000, 48000}});
@@ -64,7 +64,7 @@ TEST_F(AudioStream, ExpandsFormatsForAllRatesBehindThoseOfOneRate)
     EXPECT_EQ(expandedWith({{5512.5, 9000}})[1]->sampleRate(), 8012.5) << "the steps begin at the range's own end";
     EXPECT_EQ(expandedWith({{-infinite, infinite}}).size(), 1U + (768000 - 8000) / 25 + 1);
 
-    hardware.change(id, [&](auto& d) { d.input.streams[0].physicalFormats = {one}; });
+    EXPECT_EQ(noErr, hardware.change(id, [&](auto& d) { d.input.streams[0].physicalFormats = {one}; }));
     EXPECT_EQ(device->streams(true)[0]->expandedPhysicalFormats().size(), 1U);
 }
 

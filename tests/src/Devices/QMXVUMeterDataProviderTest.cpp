@@ -19,7 +19,7 @@ protected:
     std::shared_ptr<QMXAudioDevice> device(UInt32 channels, std::vector<Float32> samples)
     {
         const auto id = hardware.addDevice(qmx::VirtualHardware::standardDevice("meter", "Meter", channels, 0));
-        hardware.setInputSamples(id, std::move(samples), channels, true);
+        EXPECT_EQ(noErr, hardware.setInputSamples(id, std::move(samples), channels, true));
         return QMXAudioDevice::deviceWithDeviceID(id);
     }
     /// Runs cycles one by one and gives the level of the first channel that each published, -1 where none was.
@@ -28,7 +28,7 @@ protected:
         std::vector<Float32> published;
         for (UInt32 i = 0; i < count; ++i) {
             levels.reset();
-            hardware.advanceCycles(of.deviceID());
+            EXPECT_TRUE(hardware.advanceCycles(of.deviceID()));
             drain();
             published.push_back(levels ? levels->floatValueForChannel(1) : -1);
         }
@@ -117,10 +117,10 @@ TEST(VUMeterData, FindsThePeakWhereverItIsForAnyNumberOfChannels)
         for (unsigned long peakAt = 0; peakAt < 100; ++peakAt) {
             std::vector<Float32> samples(100, -1);
             samples[peakAt] = 0.5F;
-            const std::unique_ptr<Float32, decltype(&free)> peaks(
-                QMXVUMeterDataProvider::findMaxValues_numChannels_length(samples.data(), channels, 403), free);
+            const auto block = QMXVUMeterDataProvider::findMaxValues_numChannels_length(samples.data(), channels, 403);
+            const auto* const peaks = static_cast<const Float32*>(block.get());
             for (unsigned long i = 0; i < channels; ++i)
-                ASSERT_EQ(peaks.get()[i], i == peakAt % channels ? 0.5F : 0.0F) << channels << " channels, " << peakAt;
+                ASSERT_EQ(peaks[i], i == peakAt % channels ? 0.5F : 0.0F) << channels << " channels, " << peakAt;
         }
 }
 

@@ -14,6 +14,7 @@
 #include <gmock/gmock.h>
 
 #include <cerrno>
+#include <cmath>
 
 namespace
 {
@@ -43,10 +44,11 @@ protected:
         auto description = qmx::VirtualHardware::standardDevice("input", "Input", channels, 0);
         description.bufferFrameSize = cycle;
         id = hardware.addDevice(description);
-        hardware.setInput(id, [n = UInt64{0}](Float32* samples, UInt32 frames, UInt32 count, SInt64) mutable {
-            for (UInt32 i = 0; i < frames * count; ++i)
-                samples[i] = counted(n++);
-        });
+        EXPECT_EQ(noErr,
+                  hardware.setInput(id, [n = UInt64{0}](Float32* samples, UInt32 frames, UInt32 count, SInt64) mutable {
+                      for (UInt32 i = 0; i < frames * count; ++i)
+                          samples[i] = counted(n++);
+                  }));
         recorder = QMXAudioRecorder::initWithAudioDevice_filePath(QMXAudioDevice::deviceWithDeviceID(id), path);
         setFileFormat(qmx::packedPhysicalFormat(44100, channels, bits, isFloat));
     }
@@ -76,12 +78,12 @@ protected:
     {
         recorder->setWritesPartialBufferAtStop(true);
         ASSERT_TRUE(recorder->record());
-        hardware.advanceCycles(id, 10);
-        recorder->pause();
+        EXPECT_TRUE(hardware.advanceCycles(id, 10));
+        EXPECT_TRUE(recorder->pause());
         setFileFormat(qmx::packedPhysicalFormat(44100, channels, 8));
-        recorder->record();
-        hardware.advanceCycles(id, bufferFrames() / cycle - 9);
-        recorder->stop();
+        EXPECT_TRUE(recorder->record());
+        EXPECT_TRUE(hardware.advanceCycles(id, bufferFrames() / cycle - 9));
+        EXPECT_TRUE(recorder->stop());
     }
 
     /// Hands the recorder so many counted frames as one cycle of the device, at a sample time where one is given.
@@ -183,14 +185,16 @@ TEST_F(Recorder, GoesThroughItsStatesAndTellsOfThem)
     make(2);
     EXPECT_FALSE(recorder->pause() || recorder->stop() || recorder->flush());
     recorder->setNotificationInterval(10);
-    recorder->record();
+    EXPECT_TRUE(recorder->record());
     EXPECT_FALSE(recorder->record());
     EXPECT_TRUE(recorder->isRecording());
     for (int i = 0; i < 21; ++i) {
-        hardware.advanceCycles(id);
+        EXPECT_TRUE(hardware.advanceCycles(id));
         const auto came = news();
         EXPECT_EQ(std::ranges::count(came, ""), i % 10 == 0 ? 1 : 0) << "cycle " << i;
     }
+    EXPECT_FALSE(recorder->recordForDuration(NAN));
+    EXPECT_EQ(recorder->lastStatus(), kAudio_ParamError);
     EXPECT_TRUE(recorder->recordForDuration(0));
     recorder->setEventMask(2);
     EXPECT_THAT(news(), ElementsAre("Stopped"));
@@ -209,11 +213,11 @@ TEST_F(Recorder, NormalisesACopyOfTheFormatAndRecordsWithoutAPath)
     const QMXAudioStreamBasicDescription native(qmx::packedPhysicalFormat(44100, 2, 32, true));
     recorder->setFileStreamFormat(native);
     EXPECT_FALSE(native.isBigEndian());
-    recorder->record();
+    EXPECT_TRUE(recorder->record());
     EXPECT_TRUE(recorder->audioFile()->isOpen());
     EXPECT_EQ(recorder->audioFilePath(), "/d/audiotemp.aif");
     EXPECT_EQ(recorder->formatFlags(), 11U);
-    recorder->stop();
+    EXPECT_TRUE(recorder->stop());
     QMXAudioRecorder::setTemporaryDirectory("/tmp/");
     EXPECT_FALSE(QMXAudioRecorder::initWithAudioDevice(nullptr));
     EXPECT_FALSE(QMXAudioRecorder::initWithAudioDevice_filePath(recorder->inputDevice(), std::nullopt));
@@ -223,14 +227,14 @@ TEST_F(Recorder, ADiskThatStallsCostsTheBuffersThatAreOvertakenAndNoOthers)
 {
     make(2);
     const UInt32 full = bufferFrames();
-    recorder->record();
+    EXPECT_TRUE(recorder->record());
     disk.setStalled(true);
     feed(full);
     disk.waitForStalledWrite();
     for (const UInt32 frames : {full + 100, full - 100, 70U})
         feed(frames);
     disk.setStalled(false);
-    recorder->stop();
+    EXPECT_TRUE(recorder->stop());
     expectInFile({{0, full}, {2 * full, 3 * full}});
     EXPECT_EQ(recorder->overruns(), 1U);
     EXPECT_EQ(recorder->droppedFrames(), full + 70);
@@ -241,15 +245,17 @@ TEST_F(Recorder, ADiskThatStallsCostsTheBuffersThatAreOvertakenAndNoOthers)
 TEST_F(Recorder, SpareBuffersWaitForADiskThatStalls)
 {
     make(2);
+    EXPECT_FALSE(recorder->setSpareRawBuffers(1025));
+    EXPECT_EQ(recorder->lastError(), "the recorder cannot have so many buffers");
     EXPECT_TRUE(recorder->setSpareRawBuffers(3));
     recorder->setWritesPartialBufferAtStop(true);
-    recorder->record();
+    EXPECT_TRUE(recorder->record());
     disk.setStalled(true);
     feed(bufferFrames());
     disk.waitForStalledWrite();
     feed(4 * bufferFrames() + 70);
     disk.setStalled(false);
-    recorder->stop();
+    EXPECT_TRUE(recorder->stop());
     EXPECT_THAT(losses(), ElementsAre());
     expectInFile({{0, 5 * bufferFrames() + 70}});
 }
@@ -263,12 +269,12 @@ TEST_F(Recorder, AFullDiskCostsWhatDoesNotFitAndAFailingWriteItsBuffer)
         hardware.settle();
     };
     recorder->setWritesPartialBufferAtStop(true);
-    recorder->record();
+    EXPECT_TRUE(recorder->record());
     feedAndSave(full);
     disk.setCapacity(disk.contents(path).size() + std::size_t{6} * fitting + 5);
     feedAndSave(full);
     feedAndSave(full);
-    EXPECT_EQ(recorder->lastError(), "/d/take.aif: cannot be written (the disk is full)");
+    EXPECT_EQ(recorder->lastError(), "/d/take.aif could not be written: the disk is full");
     EXPECT_EQ(recorder->droppedFrames(), 2 * full - fitting);
     disk.setCapacity(SIZE_MAX);
     feedAndSave(full);
@@ -276,7 +282,7 @@ TEST_F(Recorder, AFullDiskCostsWhatDoesNotFitAndAFailingWriteItsBuffer)
     feedAndSave(full);
     EXPECT_EQ(recorder->lastStatus(), ioErr);
     feed(7);
-    recorder->stop();
+    EXPECT_TRUE(recorder->stop());
     EXPECT_EQ(std::ranges::count(news(), "Failed"), 1);
     expectInFile({{0, full + fitting}, {3 * full, 4 * full}, {5 * full, 5 * full + 7}});
     EXPECT_THAT(losses(), ElementsAre(Loss(Reason::write, full + fitting, full - fitting, full + fitting),
@@ -287,7 +293,7 @@ TEST_F(Recorder, AFullDiskCostsWhatDoesNotFitAndAFailingWriteItsBuffer)
 TEST_F(Recorder, AKillLeavesAFileWithAllThatWasWrittenBeforeTheLastBuffer)
 {
     make(2);
-    recorder->record();
+    EXPECT_TRUE(recorder->record());
     const auto atStart = disk.changesMade();
     feed(bufferFrames());
     hardware.settle();
@@ -299,14 +305,14 @@ TEST_F(Recorder, AKillLeavesAFileWithAllThatWasWrittenBeforeTheLastBuffer)
         disk.clearFaults();
         disk.remove(path);
         make(2);
-        recorder->record();
-        hardware.advanceCycles(id, 2 * bufferFrames() / cycle + 1);
+        EXPECT_TRUE(recorder->record());
+        EXPECT_TRUE(hardware.advanceCycles(id, 2 * bufferFrames() / cycle + 1));
         disk.killAtChange(n, 777);
-        hardware.advanceCycles(id, 2 * bufferFrames() / cycle + 1);
+        EXPECT_TRUE(hardware.advanceCycles(id, 2 * bufferFrames() / cycle + 1));
         const UInt64 frames = qmx::test::recordedSamples(path).size() / 2;
         EXPECT_GE(frames, 2 * bufferFrames());
         expectInFile({{0, frames}});
-        recorder->stop();
+        EXPECT_TRUE(recorder->stop());
     }
 }
 
@@ -314,14 +320,14 @@ TEST_F(Recorder, LossOfTheDeviceGapsAndChangesOfItsRateAreNotedAndLeaveAWholeFil
 {
     make(2);
     recorder->setWritesPartialBufferAtStop(true);
-    recorder->record();
-    hardware.advanceCycles(id, 10);
-    hardware.jumpSampleTime(id, 1000);
-    hardware.advanceCycles(id, 10);
-    hardware.change(id, [](qmx::DeviceDescription& device) { device.nominalSampleRate = 48000; });
+    EXPECT_TRUE(recorder->record());
+    EXPECT_TRUE(hardware.advanceCycles(id, 10));
+    EXPECT_EQ(noErr, hardware.jumpSampleTime(id, 1000));
+    EXPECT_TRUE(hardware.advanceCycles(id, 10));
+    EXPECT_EQ(noErr, hardware.change(id, [](auto& d) { d.nominalSampleRate = 48000; }));
     news();
-    hardware.advanceCycles(id, 10);
-    hardware.removeDevice(id);
+    EXPECT_TRUE(hardware.advanceCycles(id, 10));
+    EXPECT_EQ(noErr, hardware.removeDevice(id));
     news();
     EXPECT_TRUE(recorder->stop());
     expectInFile({{0, 30 * cycle}});
@@ -332,14 +338,14 @@ TEST_F(Recorder, LossOfTheDeviceGapsAndChangesOfItsRateAreNotedAndLeaveAWholeFil
 TEST_F(Recorder, AFormatThatTheDeviceChangedBeforeIsNotedOrRefusedUnlessTheRecorderWasTold)
 {
     make(2);
-    hardware.change(id, [](qmx::DeviceDescription& device) { device.nominalSampleRate = 48000; });
+    EXPECT_EQ(noErr, hardware.change(id, [](auto& d) { d.nominalSampleRate = 48000; }));
     EXPECT_TRUE(recorder->record());
     EXPECT_THAT(losses(), ElementsAre(Loss(Reason::rateChange, 0, 0, 0)));
-    recorder->stop();
+    EXPECT_TRUE(recorder->stop());
     make(2);
-    hardware.change(id, [](qmx::DeviceDescription& device) {
+    EXPECT_EQ(noErr, hardware.change(id, [](qmx::DeviceDescription& device) {
         device.input = qmx::VirtualHardware::standardDevice("", "", 1, 0).input;
-    });
+    }));
     EXPECT_FALSE(recorder->record());
     EXPECT_EQ(recorder->lastStatus(), kAudioDeviceUnsupportedFormatError);
     recorder->setInputDevice(recorder->inputDevice());
@@ -349,13 +355,14 @@ TEST_F(Recorder, AFormatThatTheDeviceChangedBeforeIsNotedOrRefusedUnlessTheRecor
 TEST_F(Recorder, AnotherRateInTheFileLosesNothingBetweenBuffers)
 {
     make(2);
-    hardware.setInput(
-        id, [](Float32* samples, UInt32 frames, UInt32 count, SInt64) { std::fill_n(samples, frames * count, 0.5F); });
+    EXPECT_EQ(noErr, hardware.setInput(id, [](Float32* samples, UInt32 frames, UInt32 count, SInt64) {
+        std::fill_n(samples, frames * count, 0.5F);
+    }));
     setFileFormat(qmx::packedPhysicalFormat(48000, 2, 32, true));
     recorder->setWritesPartialBufferAtStop(true);
-    recorder->record();
-    hardware.advanceCycles(id, 400); // four seconds, three and a half buffers
-    recorder->stop();
+    EXPECT_TRUE(recorder->record());
+    EXPECT_TRUE(hardware.advanceCycles(id, 400)); // four seconds, three and a half buffers
+    EXPECT_TRUE(recorder->stop());
     const auto samples = qmx::test::recordedSamples(path);
     EXPECT_NEAR(static_cast<double>(samples.size()), 2 * 4 * 48000, 4);
     for (std::size_t i = 4000; i + 4000 < samples.size(); ++i) // without a step where buffers meet
@@ -376,9 +383,9 @@ TEST_F(Recorder, ConvertsToTheFormatOfTheFileThatIsOpen)
         expectInFile({{0, frames}});
         make(2);
         recorder->setWritesPartialBufferAtStop(true);
-        recorder->record();
-        hardware.advanceCycles(id);
-        recorder->stop();
+        EXPECT_TRUE(recorder->record());
+        EXPECT_TRUE(hardware.advanceCycles(id));
+        EXPECT_TRUE(recorder->stop());
         expectInFile({{0, frames}}); // the rest stays
         disk.remove(path);
     }
@@ -430,14 +437,14 @@ TEST_F(Recorder, WhatCannotBeConvertedIsLostInsteadOfWrittenAsItIs)
 {
     make(2);
     recorder->setEventMask(2);
-    recorder->record();
+    EXPECT_TRUE(recorder->record());
     feed(bufferFrames());
     hardware.settle();
     auto unknown = *recorder->inputDeviceStreamFormat()->audioStreamBasicDescription();
     unknown.mFormatID = 0;
     recorder->setDeviceStreamFormat(QMXAudioStreamBasicDescription::initWithAudioStreamBasicDescription(&unknown));
     feed(bufferFrames());
-    recorder->stop();
+    EXPECT_TRUE(recorder->stop());
     expectInFile({{0, bufferFrames()}});
     EXPECT_THAT(losses(), ElementsAre(Loss(Reason::conversion, bufferFrames(), bufferFrames(), bufferFrames())));
     EXPECT_EQ(recorder->lastStatus(), kAudioConverterErr_FormatNotSupported);
@@ -468,10 +475,10 @@ TEST_F(Recorder, ATargetThatCannotBeMadeIsToldOnce)
     EXPECT_TRUE(recorder->record());
     EXPECT_TRUE(recorder->isRecording());
     EXPECT_EQ(recorder->lastStatus(), dirNFErr);
-    EXPECT_EQ(recorder->lastError(), "/no/take.aif: cannot be opened or made (no such file or folder)");
+    EXPECT_EQ(recorder->lastError(), "/no/take.aif could not be opened or made: no such file or folder");
     feed(2 * bufferFrames());
     EXPECT_THAT(news(), ElementsAre("Failed"));
-    recorder->stop();
+    EXPECT_TRUE(recorder->stop());
     EXPECT_EQ(recorder->droppedFrames(), 2 * bufferFrames());
 }
 
@@ -486,19 +493,19 @@ TEST_F(Recorder, ADeviceThatDoesNotStartOrIsGoneIsToldOnceAndLetsTheRecorderGo)
             if (!starts)
                 hardware.addFault(qmx::test::failing(qmx::HardwareOperation::start));
             EXPECT_TRUE(recorder->record());
-            EXPECT_EQ(recorder->lastStatus(), starts ? noErr : kAudioHardwareNotRunningError);
-            EXPECT_EQ(recorder->lastError(), starts ? "" : "Input: the device does not start");
+            EXPECT_EQ(recorder->lastStatus(), starts ? noErr : kAudioHardwareUnspecifiedError);
+            EXPECT_EQ(recorder->lastError(), starts ? "" : "Input could not be started: Hardware unspecified error");
             hardware.removeFaults();
             EXPECT_EQ(hardware.advanceCycles(id, 3), starts);
             const std::weak_ptr kept = recorder;
             if (!hasOwner)
                 recorder.reset();
-            hardware.removeDevice(id);
+            EXPECT_EQ(noErr, hardware.removeDevice(id));
             EXPECT_EQ(news(), std::vector<std::string>(hasOwner ? 1 : 0, "Failed"));
             if (hasOwner) {
                 EXPECT_TRUE(recorder->isRecording());
                 EXPECT_EQ(recorder->lastStatus(), kAudioHardwareBadDeviceError);
-                EXPECT_EQ(recorder->lastError(), "Input: the device is gone");
+                EXPECT_EQ(recorder->lastError(), "Input is gone: Hardware bad device error");
                 recorder.reset();
             }
             EXPECT_TRUE(kept.expired());
@@ -511,7 +518,7 @@ TEST_F(Recorder, ALossInsideALostRangeIsWhereThatRangeIsInTheFile)
 {
     make(2);
     const UInt32 full = bufferFrames();
-    recorder->record();
+    EXPECT_TRUE(recorder->record());
     disk.setStalled(true);
     feed(full, 0);
     disk.waitForStalledWrite();
@@ -519,7 +526,7 @@ TEST_F(Recorder, ALossInsideALostRangeIsWhereThatRangeIsInTheFile)
     feed(full - 100, full + 150);
     feed(full, 2 * full + 50);
     disk.setStalled(false);
-    recorder->stop();
+    EXPECT_TRUE(recorder->stop());
     EXPECT_THAT(losses(),
                 ElementsAre(Loss(Reason::overrun, full, full, full), Loss(Reason::timeGap, full + 100, 50, full)));
     expectInFile({{0, full}, {2 * full, 3 * full}});
@@ -532,15 +539,16 @@ TEST_F(Recorder, CountsWhatTheRateConversionHoldsAtTheStop)
             make(2);
             setFileFormat(qmx::packedPhysicalFormat(48000, 2, 32, true));
             recorder->setWritesPartialBufferAtStop(isDiskFull);
-            recorder->record();
+            EXPECT_TRUE(recorder->record());
             feed(bufferFrames());
             hardware.settle();
-            if (changesRate)
-                hardware.change(id, [](qmx::DeviceDescription& device) { device.nominalSampleRate = 48000; });
+            if (changesRate) {
+                EXPECT_EQ(noErr, hardware.change(id, [](auto& d) { d.nominalSampleRate = 48000; }));
+            }
             news();
             if (isDiskFull)
                 disk.setCapacity(disk.contents(path).size());
-            recorder->stop();
+            EXPECT_TRUE(recorder->stop());
             disk.clearFaults();
             const auto inFile = static_cast<double>(qmx::test::recordedSamples(path).size()) / 2;
             const auto lost = static_cast<double>(recorder->droppedFrames());
@@ -559,13 +567,13 @@ TEST_F(Recorder, ARateThatTheRecorderIsToldOfKeepsWhatTheConversionHeld)
 {
     make(2);
     setFileFormat(qmx::packedPhysicalFormat(48000, 2, 32, true));
-    recorder->record();
+    EXPECT_TRUE(recorder->record());
     feed(bufferFrames());
     hardware.settle();
-    hardware.change(id, [](qmx::DeviceDescription& device) { device.nominalSampleRate = 48000; });
+    EXPECT_EQ(noErr, hardware.change(id, [](auto& d) { d.nominalSampleRate = 48000; }));
     recorder->setDeviceStreamFormat(recorder->inputDevice()->actualStreamFormat_isInput(0, true));
     feed(bufferFrames());
-    recorder->stop();
+    EXPECT_TRUE(recorder->stop());
     EXPECT_NEAR(static_cast<double>(qmx::test::recordedSamples(path).size()) / 2,
                 bufferFrames() * (1 + 48000.0 / 44100), 1);
     EXPECT_EQ(recorder->droppedFrames(), 0U);
@@ -578,12 +586,12 @@ TEST_F(Recorder, SharesADeviceWithAMeterWhoseStartTheStopAfterAPauseTakes)
     EXPECT_EQ(recorder->leftChannel(), 1U);
     EXPECT_EQ(recorder->rightChannel(), 0xFFFFFFFFU);
     device->inputVUMeterDataProvider()->start();
-    recorder->record();
-    hardware.advanceCycles(id, 3);
+    EXPECT_TRUE(recorder->record());
+    EXPECT_TRUE(hardware.advanceCycles(id, 3));
     const auto levels = device->inputVUMeterDataProvider();
-    recorder->pause();
+    EXPECT_TRUE(recorder->pause());
     EXPECT_TRUE(device->isRunning());
-    recorder->stop();
+    EXPECT_TRUE(recorder->stop());
     EXPECT_FALSE(device->isRunning());
     levels->stop();
 }

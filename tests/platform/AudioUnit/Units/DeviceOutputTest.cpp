@@ -55,8 +55,8 @@ protected:
     /// What `id` is given in its next cycles, interleaved.
     std::vector<Float32> played(AudioDeviceID id, UInt32 cycles = 1)
     {
-        hardware.captureOutput(id, std::size_t{cycles} * 512);
-        hardware.advanceCycles(id, cycles);
+        EXPECT_EQ(noErr, hardware.captureOutput(id, std::size_t{cycles} * 512));
+        EXPECT_TRUE(hardware.advanceCycles(id, cycles));
         return hardware.capturedOutput(id);
     }
     static void hear(void* self, AudioUnit, AudioUnitPropertyID, AudioUnitScope, AudioUnitElement)
@@ -74,10 +74,10 @@ protected:
 
 TEST_F(DeviceOutput, GivesEachStreamItsChannelsBitForBit)
 {
-    hardware.change(device, [](qmx::DeviceDescription& d) {
+    EXPECT_EQ(noErr, hardware.change(device, [](qmx::DeviceDescription& d) {
         d.output.streams.resize(2, d.output.streams[0]);
         d.output.streams[0].channels = 1;
-    });
+    }));
     AUGraph graph = nullptr;
     AUNode node = 0, upstreamNode = 0;
     AudioUnit output = nullptr, upstream = nullptr;
@@ -118,7 +118,7 @@ TEST_F(DeviceOutput, ResamplesToTheDevicesRateAlsoWhenThatChanges)
         qmx::test::set(unit, kAudioDevicePropertyBufferFrameSize, kAudioUnitScope_Global, bufferFrames);
         HardwareTest::set(device, 0, false, kAudioDevicePropertyNominalSampleRate, rate);
         ASSERT_TRUE(isRunning());
-        hardware.advanceCycles(device, 10); // the filter's beginning
+        EXPECT_TRUE(hardware.advanceCycles(device, 10)); // the filter's beginning
         const auto stereo = played(device, 20);
         ASSERT_EQ(20U * 512 * 2, stereo.size());
         Float64 worst = 0; // what the sum of a frame's neighbours has beside the sine's
@@ -148,7 +148,7 @@ TEST_F(DeviceOutput, StopsInsideItsCallbackWithoutTouchingOthers)
     EXPECT_EQ(1023, played(device)[1022]); // of the other alone
     EXPECT_FALSE(isRunning());
     counter.onRender = [] { ADD_FAILURE() << "called after a stop"; };
-    hardware.advanceCycles(device);
+    EXPECT_TRUE(hardware.advanceCycles(device));
     AudioOutputUnitStop(other);
     EXPECT_FALSE(hardware.advanceCycles(device));
 
@@ -158,11 +158,11 @@ TEST_F(DeviceOutput, StopsInsideItsCallbackWithoutTouchingOthers)
     EXPECT_EQ(0.5 * 1024, played(device)[0]);
     otherCounter.onRender = [&] { AudioOutputUnitStop(unit); };
     AudioOutputUnitStart(other);
-    hardware.advanceCycles(device);
+    EXPECT_TRUE(hardware.advanceCycles(device));
     EXPECT_FALSE(isRunning());
     EXPECT_EQ(noErr, AudioOutputUnitStart(unit));
     unit.close(); // while it runs
-    hardware.advanceCycles(device);
+    EXPECT_TRUE(hardware.advanceCycles(device));
 }
 
 TEST_F(DeviceOutput, StopsWithItsDeviceAndGoesOnWithTheNextOneNamed)
@@ -171,10 +171,10 @@ TEST_F(DeviceOutput, StopsWithItsDeviceAndGoesOnWithTheNextOneNamed)
     EXPECT_EQ(noErr, nameDevice(device));
     AudioUnitInitialize(unit);
     AudioOutputUnitStart(unit);
-    hardware.advanceCycles(device);
+    EXPECT_TRUE(hardware.advanceCycles(device));
     const AudioDeviceID second = add("second", 0, 2), third = add("third", 0, 2);
     changes = 0;
-    hardware.removeDevice(device);
+    EXPECT_EQ(noErr, hardware.removeDevice(device));
     EXPECT_FALSE(isRunning());
     EXPECT_EQ(1, changes);
     EXPECT_EQ(noErr, nameDevice(second));
@@ -182,7 +182,7 @@ TEST_F(DeviceOutput, StopsWithItsDeviceAndGoesOnWithTheNextOneNamed)
     EXPECT_THAT(played(second), Contains(512));                  // goes on where it was
     EXPECT_EQ(kAudioHardwareBadDeviceError, nameDevice(device)); // refused: the old one goes on
     EXPECT_TRUE(isRunning());
-    hardware.removeDevice(second);
+    EXPECT_EQ(noErr, hardware.removeDevice(second));
     EXPECT_FALSE(isRunning());
     AudioOutputUnitStop(unit);
     EXPECT_EQ(noErr, nameDevice(third));
@@ -212,15 +212,15 @@ TEST_F(DeviceOutput, FollowsTheDefaultOutputUnlessADeviceIsNamed)
     AudioUnitInitialize(unit);
     AudioOutputUnitStart(unit);
     const AudioDeviceID second = add("second", 0, 2);
-    hardware.setDefaultDevice(kAudioHardwarePropertyDefaultOutputDevice, second);
+    EXPECT_EQ(noErr, hardware.setDefaultDevice(kAudioHardwarePropertyDefaultOutputDevice, second));
     EXPECT_TRUE(isRunning());
     EXPECT_EQ(2, played(second)[2]); // both
     EXPECT_FALSE(hardware.advanceCycles(device));
     EXPECT_EQ(second,
               qmx::test::get<AudioDeviceID>(unit, kAudioOutputUnitProperty_CurrentDevice, kAudioUnitScope_Global));
     changes = 0;
-    hardware.removeDevice(second);
-    hardware.removeDevice(device);
+    EXPECT_EQ(noErr, hardware.removeDevice(second));
+    EXPECT_EQ(noErr, hardware.removeDevice(device));
     EXPECT_FALSE(isRunning());
     const AudioDeviceID third = add("third", 0, 2);
     EXPECT_TRUE(isRunning());
@@ -248,7 +248,8 @@ TEST_F(DeviceOutput, StandsStartsStopsAndDevicesFromAllSides)
         }),
         often([&](int i) {
             HardwareTest::set(device, 0, false, kAudioDevicePropertyNominalSampleRate, i % 2 ? 48000.0 : 44100.0);
-            hardware.setDefaultDevice(kAudioHardwarePropertyDefaultOutputDevice, i % 2 ? device : second);
+            EXPECT_EQ(noErr,
+                      hardware.setDefaultDevice(kAudioHardwarePropertyDefaultOutputDevice, i % 2 ? device : second));
         }),
     };
     for (std::thread& thread : threads)

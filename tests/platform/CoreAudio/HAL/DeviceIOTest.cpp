@@ -52,7 +52,7 @@ struct Client {
     {
         EXPECT_EQ(AudioDeviceAddIOProc(device, run, this), noErr);
     }
-    ~Client() { AudioDeviceRemoveIOProc(device, run, this); }
+    ~Client() { (void)AudioDeviceRemoveIOProc(device, run, this); } // which may be done already
     OSStatus start() { return AudioDeviceStart(device, run, this); }
     OSStatus stop() { return AudioDeviceStop(device, run, this); }
     static OSStatus run(AudioDeviceID, const AudioTimeStamp* now, const AudioBufferList* input,
@@ -110,12 +110,12 @@ TEST_F(HardwareTest, RegistrationsOfOneProcedureAreToldApartAndMixed)
     };
     Client one(device, plays(0.25F)), two(device, plays(0.5F));
     EXPECT_EQ(AudioDeviceAddIOProc(device, Client::run, &one), kAudioHardwareIllegalOperationError);
-    hardware.captureOutput(device, 4096);
+    EXPECT_EQ(noErr, hardware.captureOutput(device, 4096));
     one.start();
     two.start();
-    hardware.advanceCycles(device);
+    EXPECT_TRUE(hardware.advanceCycles(device));
     one.stop();
-    hardware.advanceCycles(device);
+    EXPECT_TRUE(hardware.advanceCycles(device));
     const std::vector<Float32> played = hardware.capturedOutput(device);
     ASSERT_EQ(played.size(), 2048U);
     EXPECT_EQ(played.front(), 0.75F);
@@ -196,7 +196,7 @@ TEST_F(HardwareTest, ADeviceThatGoesInMidCycleIsQuietAfterwards)
         hardware.setTime(qmx::VirtualTime::fast);
         while (client.cycles == 0)
             std::this_thread::yield();
-        hardware.removeDevice(device);
+        EXPECT_EQ(noErr, hardware.removeDevice(device));
         const int cycles = client.cycles;
         hardware.setTime(qmx::VirtualTime::manual);
         EXPECT_EQ(client.cycles, cycles);
@@ -213,8 +213,9 @@ TEST_F(HardwareTest, WhatARefusedRemovalWasForIsCalledNoMore)
     auto removed = std::make_unique<Client>(device, [](const Cycle&) {});
     Heard heard;
     heard.listenToDevice(device);
-    AudioHardwareAddPropertyListener(kAudioPropertyWildcardPropertyID, Heard::hardware, &heard);
-    AudioStreamAddPropertyListener(stream, 0, kAudioPropertyWildcardPropertyID, Heard::stream, &heard);
+    EXPECT_EQ(noErr, AudioHardwareAddPropertyListener(kAudioPropertyWildcardPropertyID, Heard::hardware, &heard));
+    EXPECT_EQ(noErr,
+              AudioStreamAddPropertyListener(stream, 0, kAudioPropertyWildcardPropertyID, Heard::stream, &heard));
     other.start();
     removed->start();
     heard.take();
@@ -226,7 +227,7 @@ TEST_F(HardwareTest, WhatARefusedRemovalWasForIsCalledNoMore)
     EXPECT_EQ(AudioStreamRemovePropertyListener(stream, 0, kAudioPropertyWildcardPropertyID, Heard::stream, &heard),
               kAudioHardwareUnspecifiedError);
     hardware.removeFaults();
-    hardware.advanceCycles(device);
+    EXPECT_TRUE(hardware.advanceCycles(device));
     EXPECT_EQ(other.cycles, 1);
     EXPECT_EQ(removed->cycles, 0);
     set(device, 0, true, kAudioDevicePropertyNominalSampleRate, 48000.0);
@@ -258,7 +259,7 @@ TEST_F(HardwareTest, AProcedureMayChangeTheDevicesWhileItsOwnIsUnplugged)
     client.start();
     hardware.setTime(qmx::VirtualTime::fast);
     stage.wait(0);
-    hardware.removeDevice(device);
+    EXPECT_EQ(noErr, hardware.removeDevice(device));
     EXPECT_EQ(stage, 2) << "it is quiet afterwards";
     EXPECT_EQ(deviceList().size(), 2U);
 }
@@ -266,7 +267,7 @@ TEST_F(HardwareTest, AProcedureMayChangeTheDevicesWhileItsOwnIsUnplugged)
 TEST_F(HardwareTest, LargerServerCyclesComeInSlicesWithTheirOwnTimes)
 {
     const AudioDeviceID device = add("a", 2, 2);
-    hardware.setCycleFrames(device, 1200);
+    EXPECT_EQ(noErr, hardware.setCycleFrames(device, 1200));
     std::vector<UInt32> frames;
     std::vector<Float64> inputTimes;
     Client client(device, [&](const Cycle& cycle) {
@@ -275,9 +276,9 @@ TEST_F(HardwareTest, LargerServerCyclesComeInSlicesWithTheirOwnTimes)
         inputTimes.push_back(cycle.inputTime.mSampleTime);
         writePattern(cycle);
     });
-    hardware.captureOutput(device, 4096);
+    EXPECT_EQ(noErr, hardware.captureOutput(device, 4096));
     client.start();
-    hardware.advanceCycles(device);
+    EXPECT_TRUE(hardware.advanceCycles(device));
     EXPECT_THAT(frames, ElementsAre(512, 512, 176));
     EXPECT_THAT(inputTimes, ElementsAre(0, 512, 1024));
     const std::vector<Float32> played = hardware.capturedOutput(device);
@@ -289,7 +290,7 @@ TEST_F(HardwareTest, LargerServerCyclesComeInSlicesWithTheirOwnTimes)
 TEST_F(HardwareTest, TwoClocksRunApartByTheirDrift)
 {
     const AudioDeviceID fast = add("fast", 2, 0), slow = add("slow", 2, 0);
-    hardware.setClockDrift(fast, 500);
+    EXPECT_EQ(noErr, hardware.setClockDrift(fast, 500));
     Client one(fast, {}), two(slow, {});
     one.start();
     two.start();
@@ -313,7 +314,7 @@ TEST_F(HardwareTest, TimeByHandIsTheSameEachTime)
         hardware.reset();
         std::vector<std::pair<AudioDeviceID, UInt64>> order;
         const AudioDeviceID first = add("a", 2, 0), second = add("b", 0, 2);
-        hardware.setClockDrift(second, -300);
+        EXPECT_EQ(noErr, hardware.setClockDrift(second, -300));
         const auto notes = [&order, first](AudioDeviceID id) {
             return [&order, id, first](const Cycle& cycle) {
                 const OutsideRealTime records;
@@ -324,12 +325,12 @@ TEST_F(HardwareTest, TimeByHandIsTheSameEachTime)
         two.start();
         hardware.advance(7'000'000);
         one.start();
-        hardware.setStartDelay(second, 30'000'000);
+        EXPECT_EQ(noErr, hardware.setStartDelay(second, 30'000'000));
         hardware.advance(200'000'000);
         two.stop();
         two.start();
-        hardware.skipCycles(first, 2);
-        hardware.jumpSampleTime(first, 100);
+        EXPECT_EQ(noErr, hardware.skipCycles(first, 2));
+        EXPECT_EQ(noErr, hardware.jumpSampleTime(first, 100));
         hardware.advance(200'000'000);
         EXPECT_TRUE(std::ranges::is_sorted(order, {}, [](const auto& each) { return each.second; }));
         return order;
@@ -348,19 +349,19 @@ TEST_F(HardwareTest, InputsTakeFunctionsBuffersAndControls)
         heard.push_back(cycle.samples(cycle.input).back());
     });
     client.start();
-    hardware.setInput(device, [](Float32* samples, UInt32 frames, UInt32 channels, SInt64) {
+    EXPECT_EQ(noErr, hardware.setInput(device, [](Float32* samples, UInt32 frames, UInt32 channels, SInt64) {
         std::fill_n(samples, frames * channels, 0.5F);
-    });
-    hardware.advanceCycles(device);
+    }));
+    EXPECT_TRUE(hardware.advanceCycles(device));
     set(device, 2, true, kAudioDevicePropertyVolumeScalar, Float32{0.5});
-    hardware.advanceCycles(device);
+    EXPECT_TRUE(hardware.advanceCycles(device));
     set(device, 0, true, kAudioDevicePropertyMute, UInt32{1});
-    hardware.advanceCycles(device);
+    EXPECT_TRUE(hardware.advanceCycles(device));
     set(device, 0, true, kAudioDevicePropertyMute, UInt32{0});
-    hardware.setInputSamples(device, {1, 1, 1, 1}, 2, true);
-    hardware.advanceCycles(device);
-    hardware.setInputSamples(device, {1, 1, 1, 1}, 2, false);
-    hardware.advanceCycles(device);
+    EXPECT_EQ(noErr, hardware.setInputSamples(device, {1, 1, 1, 1}, 2, true));
+    EXPECT_TRUE(hardware.advanceCycles(device));
+    EXPECT_EQ(noErr, hardware.setInputSamples(device, {1, 1, 1, 1}, 2, false));
+    EXPECT_TRUE(hardware.advanceCycles(device));
     EXPECT_THAT(heard, ElementsAre(0.5F, 0.25F, 0, 0.5F, 0));
     EXPECT_EQ(hardware.setInputFile(device, "/nowhere.wav"), fnfErr);
 }
@@ -376,17 +377,17 @@ TEST_F(HardwareTest, ServerHabitsShowInTheTimesOfCycles)
     });
     Heard heard;
     heard.listenToDevice(device, kAudioDeviceProcessorOverload);
-    hardware.setStartDelay(device, 1'000'000'000);
+    EXPECT_EQ(noErr, hardware.setStartDelay(device, 1'000'000'000));
     client.start();
     hardware.advance(1'000'000'000);
     EXPECT_EQ(client.cycles, 0);
-    hardware.advanceCycles(device);
-    hardware.setCycleFrames(device, 256); // the next cycle is planned already
-    hardware.advanceCycles(device, 2);
-    hardware.skipCycles(device, 3);
-    hardware.advanceCycles(device);
-    hardware.jumpSampleTime(device, -10000);
-    hardware.advanceCycles(device);
+    EXPECT_TRUE(hardware.advanceCycles(device));
+    EXPECT_EQ(noErr, hardware.setCycleFrames(device, 256)); // the next cycle is planned already
+    EXPECT_TRUE(hardware.advanceCycles(device, 2));
+    EXPECT_EQ(noErr, hardware.skipCycles(device, 3));
+    EXPECT_TRUE(hardware.advanceCycles(device));
+    EXPECT_EQ(noErr, hardware.jumpSampleTime(device, -10000));
+    EXPECT_TRUE(hardware.advanceCycles(device));
     EXPECT_THAT(inputTimes, ElementsAre(44100, 44612, 45124, 46148, 36404));
     EXPECT_THAT(outputTimes, ElementsAre(45124, 45636, 46148, 47172, 37428)); // each where the last one ended
     EXPECT_THAT(heard.take(), ElementsAre("over 0 in", "over 0 out"));
@@ -402,12 +403,12 @@ TEST_F(HardwareTest, ARunningDeviceKeepsTheStreamsItStartedWith)
         channels.push_back(cycle.input.mBuffers[0].mNumberChannels);
     });
     client.start();
-    hardware.advanceCycles(device);
-    hardware.change(device, [](qmx::DeviceDescription& description) { description.input.streams[0].channels = 4; });
-    hardware.advanceCycles(device);
+    EXPECT_TRUE(hardware.advanceCycles(device));
+    EXPECT_EQ(noErr, hardware.change(device, [](auto& d) { d.input.streams[0].channels = 4; }));
+    EXPECT_TRUE(hardware.advanceCycles(device));
     client.stop();
     client.start();
-    hardware.advanceCycles(device);
+    EXPECT_TRUE(hardware.advanceCycles(device));
     EXPECT_THAT(channels, ElementsAre(2, 2, 4));
 }
 
@@ -503,7 +504,7 @@ TEST_F(HardwareTest, AnInputPlaysAnAudioFile)
         heard.insert(heard.end(), slice.begin(), slice.end());
     });
     client.start();
-    hardware.advanceCycles(device, 2);
+    EXPECT_TRUE(hardware.advanceCycles(device, 2));
     ASSERT_EQ(heard.size(), 2048U);
     EXPECT_EQ(heard[2 * 699], 700.0F / 32768);
     EXPECT_EQ(heard[2 * 699 + 1], 0); // the file has one channel
@@ -539,7 +540,7 @@ TEST(VirtualHardware, AStuckListenerHoldsUpNeitherUnpluggingNorTheEndOfTheProces
             for (;;)
                 entered.wait(1);
         };
-        AudioHardwareAddPropertyListener(kAudioPropertyWildcardPropertyID, stuck, nullptr);
+        EXPECT_EQ(noErr, AudioHardwareAddPropertyListener(kAudioPropertyWildcardPropertyID, stuck, nullptr));
         const AudioDeviceID device = hardware.devices().front();
         static Client client(device, {});
         client.start();
@@ -575,7 +576,7 @@ TEST_F(HardwareTest, TenThousandPlugEventsWithListenersWhileADeviceRuns)
             Client passing(device, {});
             if (event % 16 == 0)
                 passing.start();
-            hardware.removeDevice(device);
+            EXPECT_EQ(noErr, hardware.removeDevice(device));
         }
         EXPECT_EQ(heard.stopListeningToDevice(device), noErr);
     }
@@ -584,7 +585,7 @@ TEST_F(HardwareTest, TenThousandPlugEventsWithListenersWhileADeviceRuns)
     EXPECT_EQ(changes, 10000);
     EXPECT_GT(client.cycles, 0);
     EXPECT_THAT(deviceList(), ElementsAre(steady));
-    AudioHardwareRemovePropertyListener(kAudioPropertyWildcardPropertyID, count, &changes);
+    EXPECT_EQ(noErr, AudioHardwareRemovePropertyListener(kAudioPropertyWildcardPropertyID, count, &changes));
     client.stop();
     qmx::waitUntilRetired();
 }
