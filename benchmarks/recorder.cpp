@@ -57,7 +57,7 @@ void cycle(benchmark::State& state)
     const auto recorder = QMXAudioRecorder::initWithAudioDevice_filePath(device, path);
     device->inputVUMeterDataProvider()->start();
     recorder->record();
-    qmx::Thread::setThreadPriority(1.0); // as the threads of devices
+    (void)qmx::Thread::setThreadPriority(1.0); // as the threads of devices
     for (auto _ : state) {
         auto times = timeCycles(*device);
         std::ranges::sort(times);

@@ -105,7 +105,8 @@ struct QMXAudioDevice::Sweep final : qmx::Retirable {
     ~Sweep() override
     {
         if (const auto present = device.lock())
-            qmx::withinMemory([&] { present->sweepSubscribers(); }); // else those that left are dropped with the next
+            (void)qmx::withinMemory(
+                [&] { present->sweepSubscribers(); }); // else those that left are dropped with the next
     }
     std::weak_ptr<QMXAudioDevice> device;
 };
@@ -282,7 +283,7 @@ OSStatus QMXAudioDevice::audioIOHandler_inNow_inInputData_inInputTime_outOutputD
     QMXAudioDevice& inClientData)
 {
     if (!qmx::isRealTime())
-        qmx::Thread::setThreadPriority(1.0);
+        (void)qmx::Thread::setThreadPriority(1.0); // a refusal leaves it as it was
     if (startCalls < 1)
         return noErr;
     const IOCycle cycle{inNow, inInputData, inInputTime, outOutputData, inOutputTime};

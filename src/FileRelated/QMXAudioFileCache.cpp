@@ -52,7 +52,7 @@ void QMXAudioFileImpl::startThread(CacheThread& cacheThread, std::atomic<bool>& 
     if (!hasBuffers() || isRunning)
         return;
     isRunning = true;
-    qmx::withinMemory([&] {
+    (void)qmx::withinMemory([&] { // else there is no thread
         cacheThread.worker.emplace([&lock = cacheThread.runLock] { return lock.condition() == 0; });
         cacheThread.thread = qmx::Thread(name, [this, &isRunning, body] {
             (this->*body)();
@@ -181,7 +181,7 @@ void QMXAudioFileImpl::drainWrites()
 
 void QMXAudioFileImpl::saveBufferRunLoop()
 {
-    qmx::Thread::setThreadPriority(qmx::Thread::threadPriority() - writePriorityLowering);
+    (void)qmx::Thread::setThreadPriority(qmx::Thread::threadPriority() - writePriorityLowering); // or as it was
     while (!threadShouldExit) {
         {
             const qmx::Worker::Wait wait(*writeThread_.worker);
@@ -301,7 +301,7 @@ void QMXAudioFileImpl::emptySpan()
 
 void QMXAudioFileImpl::fillBufferRunLoop()
 {
-    qmx::Thread::setThreadPriority(qmx::Thread::threadPriority() + readPriorityRaising);
+    (void)qmx::Thread::setThreadPriority(qmx::Thread::threadPriority() + readPriorityRaising); // or as it was
     while (!threadShouldExit) {
         {
             const qmx::Worker::Wait wait(*readThread_.worker);

@@ -80,11 +80,11 @@ void openInByteOrderOfType(QMXAudioFile& file)
 {
     const AudioFileTypeID type = file.fileType();
     if (const auto format = file.fileStreamFormat()) {
-        file.setFileStreamFormat(
+        (void)file.setFileStreamFormat( // opening tells
             QMXAudioStreamBasicDescription(qmx::inByteOrderOfType(*format->audioStreamBasicDescription(), type)));
         file.setFileType(type); // the format set another one
     }
-    file.open();
+    (void)file.open(); // the file tells
 }
 
 } // namespace
@@ -105,7 +105,7 @@ QMXAudioRecorder::~QMXAudioRecorder()
 {
     stop();
     if (_audioFile)
-        _audioFile->close();
+        (void)_audioFile->close(); // nobody is left to be told
     threadShouldExit = true;
     threadRunLock.unlockWithCondition(hasWork);
     savingThread_.join();
@@ -163,10 +163,10 @@ QMXAudioRecorder::initWithAudioDevice_audioFile(const std::shared_ptr<QMXAudioDe
         return recorder;
     recorder->audioFilePath_ = recorder->audioFilePath(); // intended: asked before there is a file, so it stays empty
     recorder->_audioFile = file;
-    file->close();
+    (void)file->close();                                       // what was on its way is its owner's
     file->changeAccessMode(QMXAudioFileAccessMode::readWrite); // intended: a closed file keeps its mode
     if (recorder->_destinationFormat)
-        file->setFileStreamFormat(*recorder->_destinationFormat);
+        (void)file->setFileStreamFormat(*recorder->_destinationFormat); // opening tells
     file->setUseCache(recorder->useAudioFileCache);
     return recorder;
 }
@@ -315,7 +315,7 @@ bool QMXAudioRecorder::openFile()
     refuse(kAudioFileUnsupportedDataFormatError,
            aboutFile("cannot be recorded into", kAudioFileUnsupportedDataFormatError));
     if (!wasOpen)
-        _audioFile->close();
+        (void)_audioFile->close(); // the first failure counts
     _audioFile = given;
     return false;
 }
@@ -326,13 +326,13 @@ void QMXAudioRecorder::makeFile()
         audioFilePath_ = temporaryFilePath();
         auto& files = qmx::FileManager::defaultManager();
         if (files.fileExistsAtPath(*audioFilePath_))
-            files.removeFileAtPath_handler(*audioFilePath_, nullptr);
+            (void)files.removeFileAtPath_handler(*audioFilePath_, nullptr);
     }
     auto file = QMXAudioFile::initWithPath_accessMode(audioFilePath_, QMXAudioFileAccessMode::readWrite);
     if (!file)
         return;
     if (_destinationFormat)
-        file->setFileStreamFormat(*_destinationFormat);
+        (void)file->setFileStreamFormat(*_destinationFormat); // opening tells
     file->setUseCache(useAudioFileCache);
     const std::scoped_lock lock(setupLock_);
     _audioFile = std::move(file);

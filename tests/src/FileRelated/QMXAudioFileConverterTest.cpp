@@ -29,7 +29,7 @@ protected:
         const ExtAudioFileRef opened = openExtended(file);
         setClient(opened, floats(channels));
         auto samples = readFloats(opened, channels, 10'000);
-        ExtAudioFileDispose(opened);
+        EXPECT_EQ(ExtAudioFileDispose(opened), noErr);
         return samples;
     }
 };
@@ -63,7 +63,7 @@ TEST_F(QMXAudioFileConverterTest, ConvertsWholeFilesInPassesOf1024Frames)
               noErr);
     const ExtAudioFileRef resampled = openExtended(other);
     EXPECT_EQ(lengthOf(resampled), 2297);
-    ExtAudioFileDispose(resampled);
+    EXPECT_EQ(ExtAudioFileDispose(resampled), noErr);
 
     // a disk that fills up is the status; a source that is not there too, and nothing is created
     disk.remove(other);

@@ -98,7 +98,7 @@ TEST_F(QMXAudioFileProcessorTest, ChangesTheRangeAlone)
     ExtAudioFileRef file = openExtended(path);
     setClient(file, floats(3));
     EXPECT_EQ(readFloats(file, 3, 3000), expected);
-    ExtAudioFileDispose(file);
+    EXPECT_EQ(ExtAudioFileDispose(file), noErr);
     // in a copy of its own it has all channels, and the range is all there is
     EXPECT_EQ(processor(gain)->copyFramesToPath_startFrame_endFrame(other, 1500, 9000), noErr);
     file = openExtended(other);
@@ -107,7 +107,7 @@ TEST_F(QMXAudioFileProcessorTest, ChangesTheRangeAlone)
     for (float& sample : rest)
         sample *= 0.5F;
     EXPECT_EQ(readFloats(file, 3, 3000), rest);
-    ExtAudioFileDispose(file);
+    EXPECT_EQ(ExtAudioFileDispose(file), noErr);
 }
 
 TEST_F(QMXAudioFileProcessorTest, EndsAndFailuresAsTheyAreDescribed)
@@ -220,7 +220,7 @@ TEST(QMXAudioFileProcessor, WhatIsThrownEndsTheRunAndLeavesNoFileOpen)
         EXPECT_EQ(openDescriptors(), before);
         const auto copy = openFile(other);
         EXPECT_EQ(bytesIn(copy.file), 2 * 512 * 4U); // as far as it came
-        AudioFileClose(copy.file);
+        EXPECT_EQ(AudioFileClose(copy.file), noErr);
         std::filesystem::remove(other);
     }
 }
