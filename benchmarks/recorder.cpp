@@ -58,7 +58,7 @@ void cycle(benchmark::State& state)
     device->inputVUMeterDataProvider()->start();
     if (!recorder->record())
         state.SkipWithError(recorder->lastError().c_str());
-    qmx::Thread::setThreadPriority(1.0); // as the threads of devices
+    (void)qmx::Thread::setThreadPriority(1.0); // as the threads of devices
     for (auto _ : state) {
         auto times = timeCycles(*device);
         std::ranges::sort(times);

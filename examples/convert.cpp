@@ -68,9 +68,9 @@ void checkCanBeMade(const std::string& path, AudioFileTypeID type, const AudioSt
     const auto probe = QMXExtAudioFile::initForWriting_fileType_fileFormat(path + ".probe", type, &format);
     OSStatus status = noErr;
     const example::FailureWatch watch;
-    probe->open();
+    (void)probe->open(); // the watch has the first failing step
     status = watch.firstStatus();
-    probe->close();
+    (void)probe->close(); // it goes with its folder
     if (status == kAudioFileUnsupportedFileTypeError)
         throw Failure{"files of type " + qmx::fourCharString(type) + " cannot be written here"};
     if (status == kAudioFileUnsupportedDataFormatError || status == kAudioConverterErr_FormatNotSupported)

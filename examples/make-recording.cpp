@@ -78,7 +78,7 @@ int makeRecording(int argumentCount, char** arguments)
     const auto recording = threePieces();
     const auto format = QMXAudioStreamBasicDescription::defaultStandardFileFormat();
     const auto file = QMXAudioFile::initWithPath_accessMode(path, QMXAudioFileAccessMode::write);
-    file->setFileStreamFormat(*format);
+    (void)file->setFileStreamFormat(*format); // creating tells
     file->setUseCache(true);
     if (!file->create())
         throw Failure{"cannot create " + path};

@@ -143,7 +143,7 @@ std::shared_ptr<QMXAudioRecorder> makeRecorder(const std::shared_ptr<QMXAudioDev
 {
     const auto file = QMXAudioFile::initWithPath_accessMode(wishes.path, QMXAudioFileAccessMode::write);
     auto recorder = QMXAudioRecorder::initWithAudioDevice_audioFile(device, file);
-    file->setFileStreamFormat(fileFormat(*device, wishes));
+    (void)file->setFileStreamFormat(fileFormat(*device, wishes)); // recording tells
     if (wishes.type)
         file->setFileType(*wishes.type); // last: a format sets the type
     recorder->setWritesPartialBufferAtStop(true);

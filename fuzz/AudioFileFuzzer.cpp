@@ -26,7 +26,7 @@ void require(bool holds)
 std::vector<UInt8> readFrom(AudioFileID file, SInt64 start, UInt32 count)
 {
     std::vector<UInt8> bytes(count);
-    AudioFileReadBytes(file, false, start, &count, bytes.data());
+    (void)AudioFileReadBytes(file, false, start, &count, bytes.data()); // what comes is judged
     bytes.resize(count);
     return bytes;
 }
@@ -51,7 +51,7 @@ void askEverything(AudioFileID file)
         if (AudioFileGetPropertyInfo(file, property, &size, nullptr) != noErr)
             continue;
         std::vector<UInt8> value(size);
-        AudioFileGetProperty(file, property, &size, value.data());
+        (void)AudioFileGetProperty(file, property, &size, value.data()); // it may well be refused
     }
 }
 
@@ -101,7 +101,7 @@ void decode(AudioFileID file)
     if (AudioFileGetPropertyInfo(file, kAudioFilePropertyMagicCookieData, &size, nullptr) == noErr &&
         size <= cookie.size() &&
         AudioFileGetProperty(file, kAudioFilePropertyMagicCookieData, &size, cookie.data()) == noErr)
-        AudioConverterSetProperty(converter, kAudioConverterDecompressionMagicCookie, size, cookie.data());
+        (void)AudioConverterSetProperty(converter, kAudioConverterDecompressionMagicCookie, size, cookie.data());
     std::vector<UInt8> output(1 << 16);
     for (UInt32 frames = 1; frames > 0;) {
         frames = static_cast<UInt32>(output.size() / 4);
@@ -109,7 +109,7 @@ void decode(AudioFileID file)
         if (AudioConverterFillComplexBuffer(converter, Packets::give, &packets, &frames, &list, nullptr) != noErr)
             break;
     }
-    AudioConverterDispose(converter);
+    require(AudioConverterDispose(converter) == noErr);
 }
 
 void read()
@@ -122,7 +122,7 @@ void read()
     readFrom(file, 0, largestRead);
     readFrom(file, static_cast<SInt64>(bytes - std::min<UInt64>(bytes, 100)), 200);
     decode(file);
-    AudioFileClose(file);
+    (void)AudioFileClose(file); // it was only read
 }
 
 void grow()
@@ -143,7 +143,7 @@ void grow()
     require(readFrom(file, 0, static_cast<UInt32>(before.size())) == before);
     const std::vector<UInt8> after = readFrom(file, static_cast<SInt64>(end), count);
     require(written != noErr || std::equal(after.begin(), after.end(), added.begin()));
-    AudioFileClose(file);
+    (void)AudioFileClose(file); // likewise
 }
 
 } // namespace

@@ -74,7 +74,7 @@ DecodedCopy::DecodedCopy(const std::string& recording)
         const FailureWatch watch;
         target =
             QMXExtAudioFile::initForWriting_fileType_clientFormat_fileFormat(name, kAudioFileCAFType, &format, &format);
-        target->open();
+        (void)target->open(); // the watch has the first failing step
         check(watch.firstStatus(), "cannot write", name);
         file_.number = open(name.c_str(), O_RDONLY | O_CLOEXEC);
         if (file_.number < 0)

@@ -44,7 +44,7 @@ std::string whyNotOpened(const std::string& path)
         status = AudioFileOpen(&reference, fsRdPerm, 0, &file);
     if (status != noErr)
         return statusText(status);
-    AudioFileClose(file);
+    (void)AudioFileClose(file); // it was only read
     return "its format could not be read";
 }
 

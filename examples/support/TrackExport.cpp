@@ -65,7 +65,7 @@ void checkBounds(const QMXTrackAndProcessingInfo::TrackList& tracks, SInt64 fram
 }
 
 struct CloseFile {
-    void operator()(AudioFileID file) const { AudioFileClose(file); }
+    void operator()(AudioFileID file) const { (void)AudioFileClose(file); } // it was only read
 };
 using OpenFile = std::unique_ptr<OpaqueAudioFileID, CloseFile>;
 
@@ -73,7 +73,7 @@ OpenFile openFile(const std::string& path)
 {
     FSRef reference;
     AudioFileID file = nullptr;
-    FSPathMakeRef(reinterpret_cast<const UInt8*>(path.c_str()), &reference, nullptr);
+    (void)FSPathMakeRef(reinterpret_cast<const UInt8*>(path.c_str()), &reference, nullptr);
     check(AudioFileOpen(&reference, fsRdPerm, 0, &file), "cannot read", path);
     return OpenFile(file);
 }
@@ -82,7 +82,7 @@ template <class Value> Value valueOf(AudioFileID file, AudioFilePropertyID prope
 {
     Value value{};
     UInt32 size = sizeof value;
-    AudioFileGetProperty(file, property, &size, &value);
+    (void)AudioFileGetProperty(file, property, &size, &value); // else zero
     return value;
 }
 
@@ -135,7 +135,7 @@ public:
         const FailureWatch watch;
         const auto target =
             QMXExtAudioFile::initForWriting_fileType_clientFormat_fileFormat(path, type_, &client_, &format_);
-        target->open();
+        (void)target->open(); // the watch has the first failing step
         check(watch.firstStatus(), "cannot write", fs::path(path).filename());
         check(source_->seek(track.trackBegin()), "cannot read", source_->path());
         copyFrames(*source_, track.trackEnd() - track.trackBegin(), *target, fs::path(path).filename(),

@@ -39,8 +39,8 @@ AudioFileTypeID contentType(const std::string& path)
     UInt32 size = sizeof type;
     if (FSPathMakeRef(reinterpret_cast<const UInt8*>(path.c_str()), &reference, nullptr) == noErr &&
         AudioFileOpen(&reference, fsRdPerm, 0, &file) == noErr) {
-        AudioFileGetProperty(file, kAudioFilePropertyFileFormat, &size, &type);
-        AudioFileClose(file);
+        (void)AudioFileGetProperty(file, kAudioFilePropertyFileFormat, &size, &type); // else 0
+        (void)AudioFileClose(file);                                                   // it was only read
     }
     return type;
 }
@@ -163,8 +163,8 @@ std::string repairRecording(const std::string& path)
     } else {
         done = "the sizes were brought in line with the file's length";
         const auto file = QMXAudioFile::initWithPath_accessMode(path, QMXAudioFileAccessMode::readWrite);
-        if (file->open()) // brings lagging sizes in line
-            file->close();
+        if (file->open())        // brings lagging sizes in line
+            (void)file->close(); // the file is checked next
         if (!QMXAIFFUtility::validateFileAtPath(path))
             setFormSize(path);
     }

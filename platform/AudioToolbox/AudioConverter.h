@@ -95,26 +95,30 @@ struct AudioConverterPrimeInfo {
 };
 
 /// Makes a converter between two formats; 'fmt?' and a null `*converter` where that is not possible.
-QMX_EXPORT OSStatus AudioConverterNew(const AudioStreamBasicDescription* source,
-                                      const AudioStreamBasicDescription* destination, AudioConverterRef* converter);
-QMX_EXPORT OSStatus AudioConverterDispose(AudioConverterRef converter);
+[[nodiscard]] QMX_EXPORT OSStatus AudioConverterNew(const AudioStreamBasicDescription* source,
+                                                    const AudioStreamBasicDescription* destination,
+                                                    AudioConverterRef* converter);
+[[nodiscard]] QMX_EXPORT OSStatus AudioConverterDispose(AudioConverterRef converter);
 /// Forgets what was fed in: the next data begin a new stream.
-QMX_EXPORT OSStatus AudioConverterReset(AudioConverterRef converter);
+[[nodiscard]] QMX_EXPORT OSStatus AudioConverterReset(AudioConverterRef converter);
 
-QMX_EXPORT OSStatus AudioConverterGetPropertyInfo(AudioConverterRef converter, AudioConverterPropertyID property,
-                                                  UInt32* size, Boolean* isWritable);
+[[nodiscard]] QMX_EXPORT OSStatus AudioConverterGetPropertyInfo(AudioConverterRef converter,
+                                                                AudioConverterPropertyID property, UInt32* size,
+                                                                Boolean* isWritable);
 /// Copies a property's value; the size questions take a byte count in the value and answer in its place.
-QMX_EXPORT OSStatus AudioConverterGetProperty(AudioConverterRef converter, AudioConverterPropertyID property,
-                                              UInt32* size, void* value);
-QMX_EXPORT OSStatus AudioConverterSetProperty(AudioConverterRef converter, AudioConverterPropertyID property,
-                                              UInt32 size, const void* value);
+[[nodiscard]] QMX_EXPORT OSStatus AudioConverterGetProperty(AudioConverterRef converter,
+                                                            AudioConverterPropertyID property, UInt32* size,
+                                                            void* value);
+[[nodiscard]] QMX_EXPORT OSStatus AudioConverterSetProperty(AudioConverterRef converter,
+                                                            AudioConverterPropertyID property, UInt32 size,
+                                                            const void* value);
 
 /// Converts a whole buffer. All input is taken; `*outputSize` is the room in bytes on entry and what was produced on
 /// return. With a rate change consecutive calls are one stream: what the filter still holds comes out with later calls,
 /// and a call with 0 input bytes drains it. 'insz' for an input of part frames, 'otsz' for too small an output (nothing
 /// is taken then).
-QMX_EXPORT OSStatus AudioConverterConvertBuffer(AudioConverterRef converter, UInt32 inputSize, const void* input,
-                                                UInt32* outputSize, void* output);
+[[nodiscard]] QMX_EXPORT OSStatus AudioConverterConvertBuffer(AudioConverterRef converter, UInt32 inputSize,
+                                                              const void* input, UInt32* outputSize, void* output);
 
 /// Supplies up to `*packetCount` packets of source data: sets it to what it gives, points the list's buffers at the
 /// data, which stay valid until the next call. 0 packets with status 0 is the end; another status ends the conversion
@@ -128,7 +132,8 @@ using AudioConverterComplexInputDataProc = OSStatus (*)(AudioConverterRef conver
 /// the input ends; `*packetCount` and the buffers' byte sizes become what was made. Compressed packets are put into the
 /// first buffer one behind the other, and described by `packetDescriptions` (room for `*packetCount`; null for linear
 /// PCM). The status of `inputProc` is passed on together with what was made before it.
-QMX_EXPORT OSStatus AudioConverterFillComplexBuffer(AudioConverterRef converter,
-                                                    AudioConverterComplexInputDataProc inputProc, void* userData,
-                                                    UInt32* packetCount, AudioBufferList* output,
-                                                    AudioStreamPacketDescription* packetDescriptions);
+[[nodiscard]] QMX_EXPORT OSStatus AudioConverterFillComplexBuffer(AudioConverterRef converter,
+                                                                  AudioConverterComplexInputDataProc inputProc,
+                                                                  void* userData, UInt32* packetCount,
+                                                                  AudioBufferList* output,
+                                                                  AudioStreamPacketDescription* packetDescriptions);

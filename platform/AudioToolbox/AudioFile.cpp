@@ -179,7 +179,7 @@ OSStatus AudioFileCreate(const FSRef* parent, CFStringRef name, AudioFileTypeID 
             return makeContainer(*kind, {std::move(created), path}, *format, handle->container);
         });
         if (status != noErr) {
-            FileSystem::current().remove(path);
+            (void)FileSystem::current().remove(path); // the first failure counts
             return status;
         }
         if (newFile)

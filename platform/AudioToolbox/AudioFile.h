@@ -138,56 +138,58 @@ inline constexpr OSStatus kAudioFileFileNotFoundError = -43;
 ///
 /// Calls that open AIFF, WAVE or CAF files for writing, initialise, grow or close them wait without end while another
 /// thread or process holds the file's lock (Foundation/Files/FileSystem.h), as the track store does during a store.
-QMX_EXPORT OSStatus AudioFileOpen(const FSRef* reference, SInt8 permissions, AudioFileTypeID typeHint,
-                                  AudioFileID* file);
+[[nodiscard]] QMX_EXPORT OSStatus AudioFileOpen(const FSRef* reference, SInt8 permissions, AudioFileTypeID typeHint,
+                                                AudioFileID* file);
 
 /// Creates `name` in the directory `parent`, read/write, and removes a fork that an earlier file of that name left.
 /// dupFNErr where it exists, or where a file of its own has the name of the fork it needs: both are left as they are;
 /// 'typ?' or 'fmt?' for a type or format that cannot be written, before the disk is touched. `flags` must be 0.
-QMX_EXPORT OSStatus AudioFileCreate(const FSRef* parent, CFStringRef name, AudioFileTypeID type,
-                                    const AudioStreamBasicDescription* format, UInt32 flags, FSRef* newFile,
-                                    AudioFileID* file);
+[[nodiscard]] QMX_EXPORT OSStatus AudioFileCreate(const FSRef* parent, CFStringRef name, AudioFileTypeID type,
+                                                  const AudioStreamBasicDescription* format, UInt32 flags,
+                                                  FSRef* newFile, AudioFileID* file);
 
 /// Empties an existing file and opens it read/write; its fork goes, or is replaced where the new file has one. Type,
 /// format and permission are checked before anything is emptied.
-QMX_EXPORT OSStatus AudioFileInitialize(const FSRef* reference, AudioFileTypeID type,
-                                        const AudioStreamBasicDescription* format, UInt32 flags, AudioFileID* file);
+[[nodiscard]] QMX_EXPORT OSStatus AudioFileInitialize(const FSRef* reference, AudioFileTypeID type,
+                                                      const AudioStreamBasicDescription* format, UInt32 flags,
+                                                      AudioFileID* file);
 
 /// Brings the header up to date and closes. The file is closed in any case; the status tells what could not be written.
 /// 'dta?' for a new file that could not be opened again: ADTS without packets, and MPEG-4 or FLAC without the cookie of
 /// a lossless coding.
 /// A process that was forked while the file was open and wrote nothing itself leaves the file as it is.
-QMX_EXPORT OSStatus AudioFileClose(AudioFileID file);
+[[nodiscard]] QMX_EXPORT OSStatus AudioFileClose(AudioFileID file);
 
 /// Reads `*byteCount` bytes of audio data from the byte `start` of it; `*byteCount` becomes what came. A read that
 /// reaches the end gives what there is with status 0; one that starts at or past it gives 0 bytes and eofErr.
-QMX_EXPORT OSStatus AudioFileReadBytes(AudioFileID file, Boolean useCache, SInt64 start, UInt32* byteCount,
-                                       void* buffer);
+[[nodiscard]] QMX_EXPORT OSStatus AudioFileReadBytes(AudioFileID file, Boolean useCache, SInt64 start,
+                                                     UInt32* byteCount, void* buffer);
 
 /// Writes audio data at the byte `start` of it, growing the data where needed (a gap is filled with zeros);
 /// `*byteCount` becomes what was written. 'off?' where the container cannot hold the size: nothing is written then.
 /// Chunks behind the audio are kept.
-QMX_EXPORT OSStatus AudioFileWriteBytes(AudioFileID file, Boolean useCache, SInt64 start, UInt32* byteCount,
-                                        const void* buffer);
+[[nodiscard]] QMX_EXPORT OSStatus AudioFileWriteBytes(AudioFileID file, Boolean useCache, SInt64 start,
+                                                      UInt32* byteCount, const void* buffer);
 
 /// Reads `*packetCount` packets from the packet `start`; `*byteCount` and `*packetCount` become what came: status 0 and
 /// fewer at the end, -39 and none past it; a failure comes with the packets before it. `descriptions` (room for
 /// `*packetCount`) may be null for formats of constant packet size. The buffer must hold `*packetCount` packets of the
 /// file's maximum packet size.
-QMX_EXPORT OSStatus AudioFileReadPackets(AudioFileID file, Boolean useCache, UInt32* byteCount,
-                                         AudioStreamPacketDescription* descriptions, SInt64 start, UInt32* packetCount,
-                                         void* buffer);
+[[nodiscard]] QMX_EXPORT OSStatus AudioFileReadPackets(AudioFileID file, Boolean useCache, UInt32* byteCount,
+                                                       AudioStreamPacketDescription* descriptions, SInt64 start,
+                                                       UInt32* packetCount, void* buffer);
 
 /// Writes `*packetCount` packets of together `byteCount` bytes at the packet `start`; `*packetCount` becomes what was
 /// written. Packets of variable size need descriptions, whose offsets count from `buffer`.
-QMX_EXPORT OSStatus AudioFileWritePackets(AudioFileID file, Boolean useCache, UInt32 byteCount,
-                                          const AudioStreamPacketDescription* descriptions, SInt64 start,
-                                          UInt32* packetCount, const void* buffer);
+[[nodiscard]] QMX_EXPORT OSStatus AudioFileWritePackets(AudioFileID file, Boolean useCache, UInt32 byteCount,
+                                                        const AudioStreamPacketDescription* descriptions, SInt64 start,
+                                                        UInt32* packetCount, const void* buffer);
 
 /// The size of a property's value and whether it can be set. 'pty?' for what this file does not have.
-QMX_EXPORT OSStatus AudioFileGetPropertyInfo(AudioFileID file, AudioFilePropertyID property, UInt32* size,
-                                             UInt32* isWritable);
+[[nodiscard]] QMX_EXPORT OSStatus AudioFileGetPropertyInfo(AudioFileID file, AudioFilePropertyID property, UInt32* size,
+                                                           UInt32* isWritable);
 /// Copies a property's value; `*size` is the room on entry ('!siz' when it is wrong) and what was used on return.
-QMX_EXPORT OSStatus AudioFileGetProperty(AudioFileID file, AudioFilePropertyID property, UInt32* size, void* value);
-QMX_EXPORT OSStatus AudioFileSetProperty(AudioFileID file, AudioFilePropertyID property, UInt32 size,
-                                         const void* value);
+[[nodiscard]] QMX_EXPORT OSStatus AudioFileGetProperty(AudioFileID file, AudioFilePropertyID property, UInt32* size,
+                                                       void* value);
+[[nodiscard]] QMX_EXPORT OSStatus AudioFileSetProperty(AudioFileID file, AudioFilePropertyID property, UInt32 size,
+                                                       const void* value);

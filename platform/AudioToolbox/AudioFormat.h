@@ -54,11 +54,11 @@ inline constexpr OSStatus kAudioFormatUnsupportedDataFormatError = qmx::statusCo
 inline constexpr OSStatus kAudioFormatUnknownFormatError = qmx::statusCode("!fmt");
 
 /// The size of a property's value for a specifier.
-QMX_EXPORT OSStatus AudioFormatGetPropertyInfo(AudioFormatPropertyID property, UInt32 specifierSize,
-                                               const void* specifier, UInt32* size);
+[[nodiscard]] QMX_EXPORT OSStatus AudioFormatGetPropertyInfo(AudioFormatPropertyID property, UInt32 specifierSize,
+                                                             const void* specifier, UInt32* size);
 /// Copies a property's value. kAudioFormatProperty_AvailableEncodeBitRates takes a coding's code as its specifier and
 /// gives ranges of one rate each in bits a second, none for a coding that is not encoded or has no such choice.
 /// kAudioFormatProperty_FormatInfo completes the record that lies in `value`; a coding that is not known answers '!fmt'
 /// and leaves the record as it is.
-QMX_EXPORT OSStatus AudioFormatGetProperty(AudioFormatPropertyID property, UInt32 specifierSize, const void* specifier,
-                                           UInt32* size, void* value);
+[[nodiscard]] QMX_EXPORT OSStatus AudioFormatGetProperty(AudioFormatPropertyID property, UInt32 specifierSize,
+                                                         const void* specifier, UInt32* size, void* value);

@@ -68,7 +68,7 @@ OSStatus ExtAudioFileOpen(const FSRef* reference, ExtAudioFileRef* file)
         return status;
     status = openForReading(audioFile, true, file);
     if (status != noErr)
-        AudioFileClose(audioFile);
+        (void)AudioFileClose(audioFile); // nothing was written
     return status;
 }
 
@@ -98,8 +98,9 @@ OSStatus ExtAudioFileCreateNew(const FSRef* parent, CFStringRef name, AudioFileT
         return status;
     status = openForWriting(audioFile, true, layout, file);
     if (status != noErr) {
-        AudioFileClose(audioFile);
-        qmx::FileManager::defaultManager().removeFileAtPath_handler(created.path, nullptr);
+        // the first failure counts
+        (void)AudioFileClose(audioFile);
+        (void)qmx::FileManager::defaultManager().removeFileAtPath_handler(created.path, nullptr);
     }
     return status;
 }

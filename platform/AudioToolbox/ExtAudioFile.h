@@ -73,23 +73,24 @@ inline constexpr OSStatus kExtAudioFileError_AsyncWriteTooLarge = -66569;
 inline constexpr OSStatus kExtAudioFileError_AsyncWriteBufferOverflow = -66570;
 
 /// Opens an existing file for reading. On failure `*file` is null; the status is that of AudioFileOpen.
-QMX_EXPORT OSStatus ExtAudioFileOpen(const FSRef* reference, ExtAudioFileRef* file);
+[[nodiscard]] QMX_EXPORT OSStatus ExtAudioFileOpen(const FSRef* reference, ExtAudioFileRef* file);
 
 /// An extended file on an open audio file, which stays the caller's: it is not closed with the extended one and must
 /// outlive it. For writing, the first frames written replace those at the file's start.
-QMX_EXPORT OSStatus ExtAudioFileWrapAudioFileID(AudioFileID audioFile, Boolean forWriting, ExtAudioFileRef* file);
+[[nodiscard]] QMX_EXPORT OSStatus ExtAudioFileWrapAudioFileID(AudioFileID audioFile, Boolean forWriting,
+                                                              ExtAudioFileRef* file);
 
 /// Creates `name` in the directory `parent` for writing, with the statuses of AudioFileCreate: an existing file is
 /// dupFNErr and is left as it is. `layout` may be null; a container that keeps none goes without.
-QMX_EXPORT OSStatus ExtAudioFileCreateNew(const FSRef* parent, CFStringRef name, AudioFileTypeID type,
-                                          const AudioStreamBasicDescription* format, const AudioChannelLayout* layout,
-                                          ExtAudioFileRef* file);
+[[nodiscard]] QMX_EXPORT OSStatus ExtAudioFileCreateNew(const FSRef* parent, CFStringRef name, AudioFileTypeID type,
+                                                        const AudioStreamBasicDescription* format,
+                                                        const AudioChannelLayout* layout, ExtAudioFileRef* file);
 
 /// Writes what is still on its way (queued frames, the rate filter's tail, a coding's last packet) and closes. Waits
 /// for a read in flight. The file is closed in any case; the status is that of the first write that failed. A coded
 /// file into which nothing was written opens with 0 frames, but for ADTS, whose close is refused with
 /// kAudioFileInvalidFileError.
-QMX_EXPORT OSStatus ExtAudioFileDispose(ExtAudioFileRef file);
+[[nodiscard]] QMX_EXPORT OSStatus ExtAudioFileDispose(ExtAudioFileRef file);
 
 /// Reads `*frameCount` frames of the client format into the buffers of `data`, never past their byte sizes;
 /// `*frameCount` and the sizes become what came. Fewer than asked for are the end (0 with status 0) or a failure, which
@@ -99,37 +100,39 @@ QMX_EXPORT OSStatus ExtAudioFileDispose(ExtAudioFileRef file);
 /// On a thread marked real-time nothing waits: frames are taken from what a thread of the service has read ahead, and
 /// fewer of them, down to 0 with status 0, mean that it has not come so far. That takes a call with 0 frames and no
 /// data before, which makes the memory; elsewhere that call returns when the first frames are ready.
-QMX_EXPORT OSStatus ExtAudioFileRead(ExtAudioFileRef file, UInt32* frameCount, AudioBufferList* data);
+[[nodiscard]] QMX_EXPORT OSStatus ExtAudioFileRead(ExtAudioFileRef file, UInt32* frameCount, AudioBufferList* data);
 
 /// Writes frames of the client format and returns when they are with the audio file service, after whatever was written
 /// before. A coding with packets keeps back what does not fill one. A failure is the status of every later write and of
 /// the close, and nothing is written after it. `data` is not used after the call. Not for I/O or render threads.
-QMX_EXPORT OSStatus ExtAudioFileWrite(ExtAudioFileRef file, UInt32 frameCount, const AudioBufferList* data);
+[[nodiscard]] QMX_EXPORT OSStatus ExtAudioFileWrite(ExtAudioFileRef file, UInt32 frameCount,
+                                                    const AudioBufferList* data);
 
 /// Hands frames of the client format to the writing thread of the service: neither locks nor allocates after a call
 /// with 0 frames and no data, which makes the memory, four seconds of audio. On a thread marked real-time a full memory
 /// is AsyncWriteBufferOverflow (nothing is taken then), more than it ever holds AsyncWriteTooLarge, and a file that was
 /// not primed InvalidOperationOrder; any other thread waits for room. A write that failed is the status of every later
 /// call.
-QMX_EXPORT OSStatus ExtAudioFileWriteAsync(ExtAudioFileRef file, UInt32 frameCount, const AudioBufferList* data);
+[[nodiscard]] QMX_EXPORT OSStatus ExtAudioFileWriteAsync(ExtAudioFileRef file, UInt32 frameCount,
+                                                         const AudioBufferList* data);
 
 /// Moves to a frame of the file. The next frames read are those that a read from the start would give from there on,
 /// with a change of the rate too: to the last bit, but for formats decoded with noise. InvalidSeek for a frame outside
 /// the file; while writing also for codings other than linear PCM (there, a place beyond the end fills the gap with
 /// zeros at the next write).
-QMX_EXPORT OSStatus ExtAudioFileSeek(ExtAudioFileRef file, SInt64 frame);
+[[nodiscard]] QMX_EXPORT OSStatus ExtAudioFileSeek(ExtAudioFileRef file, SInt64 frame);
 /// The frame of the file that is read or written next, rounded down.
-QMX_EXPORT OSStatus ExtAudioFileTell(ExtAudioFileRef file, SInt64* frame);
+[[nodiscard]] QMX_EXPORT OSStatus ExtAudioFileTell(ExtAudioFileRef file, SInt64* frame);
 
 /// A property's size and whether it can be set; InvalidProperty where this file lacks it.
-QMX_EXPORT OSStatus ExtAudioFileGetPropertyInfo(ExtAudioFileRef file, ExtAudioFilePropertyID property, UInt32* size,
-                                                Boolean* isWritable);
+[[nodiscard]] QMX_EXPORT OSStatus ExtAudioFileGetPropertyInfo(ExtAudioFileRef file, ExtAudioFilePropertyID property,
+                                                              UInt32* size, Boolean* isWritable);
 /// Copies a property's value; `*size` is the room on entry (InvalidPropertySize when it is too small) and what was used
 /// on return.
-QMX_EXPORT OSStatus ExtAudioFileGetProperty(ExtAudioFileRef file, ExtAudioFilePropertyID property, UInt32* size,
-                                            void* value);
-QMX_EXPORT OSStatus ExtAudioFileSetProperty(ExtAudioFileRef file, ExtAudioFilePropertyID property, UInt32 size,
-                                            const void* value);
+[[nodiscard]] QMX_EXPORT OSStatus ExtAudioFileGetProperty(ExtAudioFileRef file, ExtAudioFilePropertyID property,
+                                                          UInt32* size, void* value);
+[[nodiscard]] QMX_EXPORT OSStatus ExtAudioFileSetProperty(ExtAudioFileRef file, ExtAudioFilePropertyID property,
+                                                          UInt32 size, const void* value);
 
 namespace qmx
 {

@@ -37,12 +37,13 @@ struct FSCatalogInfo {
 
 /// Makes a reference to the item that the system finds under `path` (UTF-8), which is made absolute; links and ".." in
 /// it are the system's to follow. fnfErr when it is missing, paramErr for no path; the reference is then empty.
-QMX_EXPORT OSStatus FSPathMakeRef(const UInt8* path, FSRef* reference, Boolean* isDirectory);
+[[nodiscard]] QMX_EXPORT OSStatus FSPathMakeRef(const UInt8* path, FSRef* reference, Boolean* isDirectory);
 /// Copies the zero-terminated path into `path`; paramErr when `maximumSize` is too small.
-QMX_EXPORT OSStatus FSRefMakePath(const FSRef* reference, UInt8* path, UInt32 maximumSize);
+[[nodiscard]] QMX_EXPORT OSStatus FSRefMakePath(const FSRef* reference, UInt8* path, UInt32 maximumSize);
 /// Fills what is asked for; any output may be null. errFSBadFSRef for an empty reference, fnfErr when the item is gone.
-QMX_EXPORT OSStatus FSGetCatalogInfo(const FSRef* reference, FSCatalogInfoBitmap which, FSCatalogInfo* info,
-                                     HFSUniStr255* name, FSSpec* fileSpec, FSRef* parent);
+[[nodiscard]] QMX_EXPORT OSStatus FSGetCatalogInfo(const FSRef* reference, FSCatalogInfoBitmap which,
+                                                   FSCatalogInfo* info, HFSUniStr255* name, FSSpec* fileSpec,
+                                                   FSRef* parent);
 
 namespace qmx
 {

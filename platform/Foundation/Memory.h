@@ -24,7 +24,7 @@ template <class Result, class Work> Result withinMemory(Result otherwise, Work&&
 }
 
 /// The same for `work` without a result: whether it came to its end.
-template <class Work> bool withinMemory(Work&& work)
+template <class Work> [[nodiscard]] bool withinMemory(Work&& work)
 {
     return withinMemory(false, [&] {
         std::forward<Work>(work)();

@@ -167,7 +167,7 @@ struct QMXAudioDevice::Implementation::Sweep final : qmx::Retirable {
     ~Sweep() override
     {
         if (const auto present = device.lock())
-            qmx::withinMemory([&] { static_cast<Implementation&>(*present).sweepSubscribers(); });
+            (void)qmx::withinMemory([&] { static_cast<Implementation&>(*present).sweepSubscribers(); });
         // else those that left are dropped with the next
     }
     std::weak_ptr<QMXAudioDevice> device;
@@ -405,7 +405,7 @@ QMXAudioDevice::Implementation::audioIOHandler_inNow_inInputData_inInputTime_out
     QMXAudioDevice& inClientData)
 {
     if (!qmx::isRealTime())
-        qmx::Thread::setThreadPriority(1.0);
+        (void)qmx::Thread::setThreadPriority(1.0); // a refusal leaves it as it was
     if (startCalls < 1)
         return noErr;
     const IOCycle cycle{inNow, inInputData, inInputTime, outOutputData, inOutputTime};

@@ -8,27 +8,36 @@
 
 namespace qmx
 {
+namespace
+{
+
+constexpr auto cannotBeRead = "could not be read", cannotBeProcessed = "could not be processed",
+               cannotBeWritten = "could not be written";
+
+} // namespace
 
 ProcessingPasses::ProcessingPasses(const ProcessingRun& run)
     : run_(run), framesPerPacket_(std::max<UInt32>(1, run.fileFormat.mFramesPerPacket)), packetsLeft_(run.packetsToDo)
 {
     if (run.fileBuffers)
         fileBytes_ = run.fileBuffers->mBuffers[0].mDataByteSize;
-    checkedStep(AudioConverterNew(&run.fileFormat, &run.internalFormat, &decoder_));
-    checkedStep(AudioConverterNew(&run.internalFormat, &run.fileFormat, &encoder_));
+    if (run.fileFormat.mBytesPerFrame == 0) // compressed packets
+        run.failure.keepFirst(kAudioFileUnsupportedDataFormatError, run.sourcePath, cannotBeProcessed);
+    told(run_.sourcePath, cannotBeProcessed, AudioConverterNew(&run.fileFormat, &run.internalFormat, &decoder_));
+    told(run_.targetPath, cannotBeWritten, AudioConverterNew(&run.internalFormat, &run.fileFormat, &encoder_));
 }
 
 ProcessingPasses::~ProcessingPasses()
 {
-    if (decoder_)
-        AudioConverterDispose(decoder_);
-    if (encoder_)
-        AudioConverterDispose(encoder_);
-    *run_.decoding = {}; // what it points at is not its own
+    for (const AudioConverterRef converter : {decoder_, encoder_})
+        (void)AudioConverterDispose(converter); // there may be none
+    *run_.decoding = {};                        // what it points at is not its own
 }
 
 void ProcessingPasses::run()
 {
+    if (!run_.internalBuffers || !run_.fileBuffers)
+        run_.failure.keepFirst(memFullErr, run_.sourcePath, cannotBeProcessed);
     if (!decoder_ || !encoder_ || !run_.internalBuffers || !run_.fileBuffers)
         return;
     SInt64 packet = run_.firstPacket;
@@ -46,6 +55,14 @@ void ProcessingPasses::run()
         packetsLeft_ -= taken;
         goesOn = taken > 0 && status == noErr;
     }
+    if (packetsLeft_ > 0)
+        run_.failure.keepFirst(eofErr, run_.sourcePath, cannotBeRead, "it ends earlier than it says");
+}
+
+/// Prints a failing step and keeps the first.
+OSStatus ProcessingPasses::told(std::string_view path, const char* whatFailed, OSStatus status, unsigned line)
+{
+    return run_.failure.keepFirst(checkedStep(status, line), path, whatFailed);
 }
 
 /// Fills the internal buffers; gives the frames that came, 0 where decoding failed.
@@ -54,8 +71,10 @@ UInt32 ProcessingPasses::decode()
     setInternalFrames(framesPerPass);
     run_.fileBuffers->mBuffers[0].mDataByteSize = fileBytes_;
     UInt32 frames = framesPerPass;
-    const OSStatus status = checkedStep(AudioConverterFillComplexBuffer(
-        decoder_, &FileInputAudioConverterDataProc, run_.decoding, &frames, run_.internalBuffers, nullptr));
+    const OSStatus status =
+        told(run_.sourcePath, cannotBeRead,
+             AudioConverterFillComplexBuffer(decoder_, &FileInputAudioConverterDataProc, run_.decoding, &frames,
+                                             run_.internalBuffers, nullptr));
     if (status != noErr)
         return 0;
     const AudioBuffer& packets = run_.fileBuffers->mBuffers[0];
@@ -65,7 +84,7 @@ UInt32 ProcessingPasses::decode()
             original_.assign(bytes, bytes + std::size_t{frames} * run_.fileFormat.mBytesPerFrame);
         };
         if (!withinMemory(keep)) {
-            checkedStep(memFullErr);
+            told(run_.sourcePath, cannotBeRead, memFullErr);
             return 0;
         }
     }
@@ -79,7 +98,8 @@ OSStatus ProcessingPasses::processAndWrite(UInt32 frames)
     setInternalFrames(frames);
     OSStatus status = noErr;
     if (run_.processor && frames > 0)
-        status = checkedStep(run_.processor->processAudio_numberOfFrames(*run_.internalBuffers, &count));
+        status = told(run_.sourcePath, cannotBeProcessed,
+                      run_.processor->processAudio_numberOfFrames(*run_.internalBuffers, &count));
     const UInt32 packets = std::min(count, framesPerPass) / framesPerPacket_;
     if (status != noErr || packets == 0)
         return status;
@@ -91,13 +111,15 @@ OSStatus ProcessingPasses::writeBack(UInt32 packets)
     setInternalFrames(packets * framesPerPacket_);
     AudioBuffer& buffer = run_.fileBuffers->mBuffers[0];
     buffer.mDataByteSize = fileBytes_;
-    OSStatus status = checkedStep(AudioConverterFillComplexBuffer(
-        encoder_, &FileOutputAudioConverterDataProc, run_.internalBuffers, &packets, run_.fileBuffers, nullptr));
+    OSStatus status = told(run_.targetPath, cannotBeWritten,
+                           AudioConverterFillComplexBuffer(encoder_, &FileOutputAudioConverterDataProc,
+                                                           run_.internalBuffers, &packets, run_.fileBuffers, nullptr));
     if (status != noErr)
         return status;
     keepFurtherChannels(packets);
-    status = checkedStep(AudioFileWritePackets(run_.target, false, packets * run_.fileFormat.mBytesPerPacket, nullptr,
-                                               targetPacket_, &packets, buffer.mData));
+    status = told(run_.targetPath, cannotBeWritten,
+                  AudioFileWritePackets(run_.target, false, packets * run_.fileFormat.mBytesPerPacket, nullptr,
+                                        targetPacket_, &packets, buffer.mData));
     targetPacket_ += packets;
     return status;
 }

@@ -3,10 +3,12 @@
 #pragma once
 
 #include "FileRelated/QMXAudioFileProcessor.h"
+#include "Formats/LastFailure.h"
 #include "Foundation/Text/FailureLine.h"
 #include "Processing/QMXAudioProcessor.h"
 #include "Processing/QMXProgressSubscriber.h"
 
+#include <string_view>
 #include <vector>
 
 namespace qmx
@@ -31,6 +33,8 @@ struct ProcessingRun {
     QMXAudioProcessor* processor = nullptr;
     QMXProgressSubscriber* subscriber = nullptr;
     QMXAudioFileProcessor::ConverterInfo* decoding = nullptr; ///< cleared after the run
+    std::string_view sourcePath, targetPath;
+    LastFailure& failure; ///< keeps the first failing step
 };
 
 /// Runs the passes. Nothing runs when a converter cannot be made. A failing processor or write ends the run after the
@@ -46,6 +50,7 @@ public:
     void run();
 
 private:
+    OSStatus told(std::string_view path, const char* whatFailed, OSStatus status, unsigned line = __builtin_LINE());
     UInt32 decode();
     OSStatus processAndWrite(UInt32 frames);
     OSStatus writeBack(UInt32 packets);

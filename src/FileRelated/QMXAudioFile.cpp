@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // Life, paths, opening, format, lengths, and the byte and packet operations. The cache is in QMXAudioFileCache.cpp.
-#include "FileRelated/QMXAudioFile.h"
+#include "FileRelated/QMXAudioFileImpl.h"
 
 #include "Formats/ByteUtility.h"
 #include "Formats/QMXAudioStreamBasicDescription.h"
@@ -30,46 +30,73 @@ std::string pathLessLastComponent(const std::string& path)
     return slash == 0 ? "/" : path.substr(0, slash);
 }
 
-} // namespace
-
-QMXAudioFile::QMXAudioFile(QMXAudioFileAccessMode mode)
-    : fileAccessMode(mode), rawByteBufferSizeInBytes(cacheBufferSize)
+/// Keeps the text of an error that the file manager tells, and hands everything on.
+class ErrorKeeper : public qmx::FileManagerHandler
 {
-    for (auto& buffer : rawByteBuffer)
-        buffer.reset(new (std::nothrow) Byte[cacheBufferSize]);
-}
+public:
+    explicit ErrorKeeper(qmx::FileManagerHandler* next) : next_(next) {}
+
+    bool fileManager_shouldProceedAfterError(const std::string& path, const std::string& error) override
+    {
+        error_ = error;
+        return next_ && next_->fileManager_shouldProceedAfterError(path, error);
+    }
+    void fileManager_willProcessPath(const std::string& path) override
+    {
+        if (next_)
+            next_->fileManager_willProcessPath(path);
+    }
+    const std::string& error() const { return error_; }
+
+private:
+    qmx::FileManagerHandler* next_;
+    std::string error_;
+};
+
+constexpr auto cannotBeOpened = "could not be opened", cannotBeMade = "could not be made",
+               cannotBeRead = "could not be read", cannotBeWritten = "could not be written";
+
+} // namespace
 
 std::shared_ptr<QMXAudioFile> QMXAudioFile::initWithPath_accessMode(const std::optional<std::string>& path,
                                                                     QMXAudioFileAccessMode mode)
 {
-    return qmx::withinMemory(std::shared_ptr<QMXAudioFile>(), [&] {
-        std::shared_ptr<QMXAudioFile> file(new QMXAudioFile(mode));
-        if (path)
-            file->takePath(pathOf(path));
-        return file;
-    });
+    return qmx::withinMemory(std::shared_ptr<QMXAudioFile>(),
+                             [&] { return std::make_shared<QMXAudioFileImpl>(path, mode); });
 }
 
-QMXAudioFile::~QMXAudioFile()
+QMXAudioFileImpl::QMXAudioFileImpl(const std::optional<std::string>& path, QMXAudioFileAccessMode mode)
+    : fileAccessMode(mode), rawByteBufferSizeInBytes(cacheBufferSize)
 {
-    close();
+    for (auto& buffer : rawByteBuffer)
+        buffer.reset(new (std::nothrow) Byte[cacheBufferSize]);
+    if (path)
+        takePath(pathOf(path));
+}
+
+QMXAudioFileImpl::~QMXAudioFileImpl()
+{
+    (void)close(); // nobody is left to be told
     closePlatformFile();
 }
 
-void QMXAudioFile::updatePath(const std::optional<std::string>& path)
+void QMXAudioFileImpl::updatePath(const std::optional<std::string>& path)
 {
-    if (!qmx::withinMemory([&] { takePath(pathOf(path)); }))
-        qmx::Log("QMXAudioFile: not enough memory for a path");
+    const qmx::LastFailure::Operation operation(failure_);
+    if (qmx::withinMemory([&] { takePath(pathOf(path)); }))
+        return;
+    qmx::Log("QMXAudioFile: not enough memory for a path");
+    succeeded(memFullErr, "could not be left for another path");
 }
 
-QMXAudioFile::Path QMXAudioFile::pathOf(const std::optional<std::string>& path)
+QMXAudioFileImpl::Path QMXAudioFileImpl::pathOf(const std::optional<std::string>& path)
 {
     if (!path)
         return {};
     return {path, pathLessLastComponent(*path), lastPathComponent(*path)};
 }
 
-void QMXAudioFile::takePath(Path path) noexcept
+void QMXAudioFileImpl::takePath(Path path) noexcept
 {
     drainWrites(); // before the span is cleared
     originalFilePath = std::move(path.whole);
@@ -80,42 +107,55 @@ void QMXAudioFile::takePath(Path path) noexcept
     rawByteBufferStartingOffset = rawByteBufferEndingOffset = 0;
     fileIsOpen = fileIsOpenForReading = fileIsOpenForWriting = false;
     fileSizeIsDirty = true;
-    copyFormatFields({});
+    _formatFields = {};
 }
 
 // What does not exist leaves an empty reference; each open and create looks again.
-void QMXAudioFile::resolveReferences()
+void QMXAudioFileImpl::resolveReferences()
 {
-    parentDirSpec = audioFileSpec = {};
     parentDirRef = audioFileRef = {};
     if (!originalFilePath)
         return;
     const std::string here = ".";
-    const std::string& parent = parentDirPath->empty() ? here : *parentDirPath;
-    QMXFileUtils::makeFSRef_fromPath(&parentDirRef, parent);
-    QMXFileUtils::makeFSSpec_fromPath(&parentDirSpec, parent);
+    QMXFileUtils::makeFSRef_fromPath(&parentDirRef, parentDirPath->empty() ? here : *parentDirPath);
     QMXFileUtils::makeFSRef_fromPath(&audioFileRef, *originalFilePath);
-    QMXFileUtils::makeFSSpec_fromPath(&audioFileSpec, *originalFilePath);
 }
 
-bool QMXAudioFile::moveToPath_handler(const std::string& newPath, qmx::FileManagerHandler* handler)
+bool QMXAudioFileImpl::moveToPath_handler(const std::string& newPath, qmx::FileManagerHandler* handler)
 {
+    const qmx::LastFailure::Operation operation(failure_);
+    constexpr auto whatFailed = "could not be moved";
     std::optional<Path> path; // before the file is moved: after it nothing may fail
-    if (!originalFilePath || !qmx::withinMemory([&] { path = pathOf(newPath); }) ||
-        !qmx::FileManager::defaultManager().movePath_toPath_handler(*originalFilePath, newPath, handler))
+    if (!qmx::withinMemory([&] { path = pathOf(newPath); }))
+        return succeeded(memFullErr, whatFailed);
+    if (!manages(&qmx::FileManager::movePath_toPath_handler, newPath, handler, whatFailed))
         return false;
     takePath(std::move(*path));
     return true;
 }
 
-bool QMXAudioFile::copyToPath_handler(const std::string& newPath, qmx::FileManagerHandler* handler)
+bool QMXAudioFileImpl::copyToPath_handler(const std::string& newPath, qmx::FileManagerHandler* handler)
 {
-    return originalFilePath &&
-           qmx::FileManager::defaultManager().copyPath_toPath_handler(*originalFilePath, newPath, handler);
+    const qmx::LastFailure::Operation operation(failure_);
+    return manages(&qmx::FileManager::copyPath_toPath_handler, newPath, handler, "could not be copied");
 }
 
-bool QMXAudioFile::open()
+bool QMXAudioFileImpl::manages(ManagerOperation transfer, const std::string& newPath, qmx::FileManagerHandler* handler,
+                               const char* whatFailed)
 {
+    if (!originalFilePath)
+        return succeeded(paramErr, whatFailed);
+    ErrorKeeper keeper(handler);
+    if (qmx::withinMemory(
+            false, [&] { return (qmx::FileManager::defaultManager().*transfer)(*originalFilePath, newPath, &keeper); }))
+        return true;
+    failure_.keepFirst(kAudioFileUnspecifiedError, *originalFilePath, whatFailed, keeper.error());
+    return false;
+}
+
+bool QMXAudioFileImpl::open()
+{
+    const qmx::LastFailure::Operation operation(failure_);
     if (fileIsOpen)
         return true;
     if (fileAccessMode == QMXAudioFileAccessMode::write)
@@ -123,50 +163,46 @@ bool QMXAudioFile::open()
     closePlatformFile();
     resolveReferences();
     const bool writes = fileAccessMode == QMXAudioFileAccessMode::readWrite;
-    const bool isThere = originalFilePath && qmx::FileManager::defaultManager().fileExistsAtPath(*originalFilePath);
-    if (writes && !isThere)
-        return create();
+    if (writes && !isThere())
+        return succeeded(makeFile(), cannotBeMade);
     const OSStatus status = AudioFileOpen(&audioFileRef, writes ? fsRdWrPerm : fsRdPerm, 0, &audioFileID_);
     if (status == noErr)
         return didOpen();
-    lastStatus_ = status;
     qmx::Log(writes ? "QMXAudioFile: Error opening audio file in read/write mode"
                     : "QMXAudioFile: Error opening audio file in read mode");
     printOSStatusCode(status);
     if (writes) {
         if (formatWasRead_) { // what a file told is no order to replace one that cannot be opened
             _fileStreamFormat.reset();
-            copyFormatFields({});
+            _formatFields = {};
         }
-        return create();
+        return emptyFile() == noErr || succeeded(status, cannotBeOpened);
     }
     qmx::Log("QMXAudioFile: Error opening audio file");
     printOSStatusCode(status);
-    return false;
+    return succeeded(status, cannotBeOpened);
 }
 
-bool QMXAudioFile::didOpen()
+bool QMXAudioFileImpl::didOpen()
 {
     if (!qmx::withinMemory([this] { loadFormat(); })) {
         qmx::Log("QMXAudioFile: Error opening audio file");
-        lastStatus_ = memFullErr;
-        printOSStatusCode(memFullErr);
+        succeededOrLogs(memFullErr, cannotBeOpened);
         closePlatformFile();
         return false;
     }
-    lastStatus_ = noErr;
     fileIsOpen = fileIsOpenForReading = true;
     fileIsOpenForWriting = fileAccessMode == QMXAudioFileAccessMode::readWrite;
     _fileOffset = _fileLength = 0;
     fileSizeIsDirty = true;
     lengthInBytes();
     resetCache(0);
-    startThread(readThread_, readThreadIsRunning, "QMX file read", &QMXAudioFile::fillBufferRunLoop);
+    startThread(readThread_, readThreadIsRunning, "QMX file read", &QMXAudioFileImpl::fillBufferRunLoop);
     return true;
 }
 
 // The type that the file itself states outranks the one that follows from its format.
-void QMXAudioFile::loadFormat()
+void QMXAudioFileImpl::loadFormat()
 {
     if (const auto record = anyProperty_propertyID(audioFileID_, kAudioFilePropertyDataFormat)) {
         _setFileStreamFormat(std::make_shared<QMXAudioStreamBasicDescription>(
@@ -177,82 +213,91 @@ void QMXAudioFile::loadFormat()
         _fileType = *static_cast<const AudioFileTypeID*>(type.get());
 }
 
-bool QMXAudioFile::create()
+bool QMXAudioFileImpl::create()
 {
+    const qmx::LastFailure::Operation operation(failure_);
     if (fileIsOpen)
-        return false;
-    if (originalFilePath && qmx::FileManager::defaultManager().fileExistsAtPath(*originalFilePath))
-        return initializeFile();
+        return succeeded(opWrErr, cannotBeMade);
     closePlatformFile();
     resolveReferences();
+    return succeeded(isThere() ? emptyFile() : makeFile(), cannotBeMade);
+}
+
+bool QMXAudioFileImpl::initializeFile()
+{
+    const qmx::LastFailure::Operation operation(failure_);
+    if (fileIsOpen)
+        return succeeded(opWrErr, cannotBeMade);
+    closePlatformFile();
+    resolveReferences();
+    return succeeded(emptyFile(), cannotBeMade);
+}
+
+const AudioStreamBasicDescription* QMXAudioFileImpl::formatRecord() const
+{
+    return _fileStreamFormat ? _fileStreamFormat->audioStreamBasicDescription() : nullptr;
+}
+
+OSStatus QMXAudioFileImpl::makeFile()
+{
     const CFStringRef fileNameRef = CFStringCreate(fileName ? std::string_view(*fileName) : "");
     const OSStatus status =
-        AudioFileCreate(&parentDirRef, fileNameRef, _fileType,
-                        _fileStreamFormat ? _fileStreamFormat->audioStreamBasicDescription() : nullptr, 0,
-                        &audioFileRef, &audioFileID_);
+        AudioFileCreate(&parentDirRef, fileNameRef, _fileType, formatRecord(), 0, &audioFileRef, &audioFileID_);
     CFRelease(fileNameRef);
-    const bool isCreated = didCreate(status, "QMXAudioFile: Error creating audio file");
-    if (parentDirRef.path.empty())
-        lastStatus_ = dirNFErr; // the service only says that the argument is wrong
-    return isCreated;
+    didCreate(status, "QMXAudioFile: Error creating audio file");
+    return parentDirRef.path.empty() ? dirNFErr : status; // the service only says that the argument is wrong
 }
 
-bool QMXAudioFile::initializeFile()
+OSStatus QMXAudioFileImpl::emptyFile()
 {
-    if (fileIsOpen)
-        return false;
-    closePlatformFile();
-    resolveReferences();
-    const OSStatus status = AudioFileInitialize(
-        &audioFileRef, _fileType, _fileStreamFormat ? _fileStreamFormat->audioStreamBasicDescription() : nullptr, 0,
-        &audioFileID_);
-    return didCreate(status, "QMXAudioFile: Error initializing audio file");
+    const OSStatus status = AudioFileInitialize(&audioFileRef, _fileType, formatRecord(), 0, &audioFileID_);
+    didCreate(status, "QMXAudioFile: Error initializing audio file");
+    return status;
 }
 
-bool QMXAudioFile::didCreate(OSStatus status, const char* failure)
+void QMXAudioFileImpl::didCreate(OSStatus status, const char* failure)
 {
-    lastStatus_ = status;
     if (status != noErr) {
         qmx::Log(failure);
-        printOSStatusCode(status);
-        return false;
+        return printOSStatusCode(status);
     }
     fileIsOpen = fileIsOpenForWriting = true;
     fileIsOpenForReading = false;
-    copyFormatFields(*_fileStreamFormat->audioStreamBasicDescription());
+    _formatFields = *formatRecord();
     _fileOffset = _fileLength = 0;
     resetCache(1);
-    startThread(writeThread_, writeThreadIsRunning, "QMX file write", &QMXAudioFile::saveBufferRunLoop);
-    return true;
+    startThread(writeThread_, writeThreadIsRunning, "QMX file write", &QMXAudioFileImpl::saveBufferRunLoop);
 }
 
-bool QMXAudioFile::close()
+bool QMXAudioFileImpl::close()
 {
+    const qmx::LastFailure::Operation operation(failure_);
     if (!fileIsOpen)
         return true;
     flush();
     drainWrites();
+    const bool isWhole = succeeded(lossOfBytes_, cannotBeWritten);
     const bool closed = closePlatformFile();
     fileIsOpen = fileIsOpenForReading = fileIsOpenForWriting = false;
     stampFile();
     _fileOffset = 0;
-    return closed && !cachedBytesAreLost_;
+    return closed && isWhole;
 }
 
 // Ends the cache threads and releases the platform's file, also one that updatePath() dropped.
-bool QMXAudioFile::closePlatformFile()
+bool QMXAudioFileImpl::closePlatformFile()
 {
     endThreads();
     if (!audioFileID_)
         return true;
     const OSStatus status = AudioFileClose(audioFileID_);
     audioFileID_ = nullptr;
-    return succeeded(status);
+    return succeededOrLogs(status, "could not be closed");
 }
 
 // The type code is stored byte-reversed, as it always was on little-endian hosts; other types are stamped as AIFF-C.
 // Both are intended.
-void QMXAudioFile::stampFile() const
+void QMXAudioFileImpl::stampFile() const
 {
     UInt32 type = kAudioFileAIFCType;
     if (_fileType == kAudioFileAIFFType || _fileType == kAudioFileSoundDesigner2Type || _fileType == kAudioFileWAVEType)
@@ -261,11 +306,12 @@ void QMXAudioFile::stampFile() const
     QMXFileUtils::changeCreatorAndType_creator_fileType(*originalFilePath, libraryCreatorCode, type);
 }
 
-void QMXAudioFile::changeAccessMode(QMXAudioFileAccessMode mode)
+void QMXAudioFileImpl::changeAccessMode(QMXAudioFileAccessMode mode)
 {
+    const qmx::LastFailure::Operation operation(failure_);
     if (mode == fileAccessMode || !fileIsOpen)
         return;
-    close();
+    (void)close(); // lastStatus() tells
     fileAccessMode = mode;
     if (mode == QMXAudioFileAccessMode::readWrite) {
         setUseCache(false);
@@ -275,39 +321,29 @@ void QMXAudioFile::changeAccessMode(QMXAudioFileAccessMode mode)
         lock.unlockWithCondition(mode == QMXAudioFileAccessMode::read ? 0 : 1);
 }
 
-bool QMXAudioFile::setFileStreamFormat(const QMXAudioStreamBasicDescription& format)
+bool QMXAudioFileImpl::setFileStreamFormat(const QMXAudioStreamBasicDescription& format)
 {
+    constexpr auto whatFailed = "could not be given a format";
+    const qmx::LastFailure::Operation operation(failure_);
     if (fileAccessMode == QMXAudioFileAccessMode::read)
-        return false;
-    return qmx::withinMemory(false, [&] {
+        return succeeded(wrPermErr, whatFailed);
+    const auto change = [&] {
         auto copy = std::make_shared<QMXAudioStreamBasicDescription>(*format.audioStreamBasicDescription());
         const bool wasOpen = fileIsOpen;
-        close();
+        (void)close(); // lastStatus() tells
         _setFileStreamFormat(std::move(copy));
         formatWasRead_ = false;
         if (wasOpen)
-            open();
-        return true;
-    });
+            (void)open(); // likewise
+    };
+    return qmx::withinMemory(change) || succeeded(memFullErr, whatFailed);
 }
 
-void QMXAudioFile::_setFileStreamFormat(std::shared_ptr<QMXAudioStreamBasicDescription> format)
+void QMXAudioFileImpl::_setFileStreamFormat(std::shared_ptr<QMXAudioStreamBasicDescription> format)
 {
     _fileType = determineFileType(*format);
-    copyFormatFields(*format->audioStreamBasicDescription());
+    _formatFields = *format->audioStreamBasicDescription();
     _fileStreamFormat = std::move(format);
-}
-
-void QMXAudioFile::copyFormatFields(const AudioStreamBasicDescription& record)
-{
-    _sampleRate = record.mSampleRate;
-    _formatID = record.mFormatID;
-    _formatFlags = record.mFormatFlags;
-    _bytesPerPacket = record.mBytesPerPacket;
-    _framesPerPacket = record.mFramesPerPacket;
-    _bytesPerFrame = record.mBytesPerFrame;
-    _channelsPerFrame = record.mChannelsPerFrame;
-    _bitsPerChannel = record.mBitsPerChannel;
 }
 
 AudioFileTypeID QMXAudioFile::determineFileType(const QMXAudioStreamBasicDescription& format) const
@@ -317,80 +353,92 @@ AudioFileTypeID QMXAudioFile::determineFileType(const QMXAudioStreamBasicDescrip
 
 std::optional<std::string> QMXAudioFile::formatIDName() const
 {
-    return _fileStreamFormat ? std::optional(_fileStreamFormat->formatIDName()) : std::nullopt;
+    return fileStreamFormat() ? std::optional(fileStreamFormat()->formatIDName()) : std::nullopt;
 }
 
-qmx::HeapBlock QMXAudioFile::magicCookie(UInt32* size)
+qmx::HeapBlock QMXAudioFileImpl::magicCookie(UInt32* size)
 {
+    const qmx::LastFailure::Operation operation(failure_);
     *size = 0;
     UInt32 bytes = 0;
     if (AudioFileGetPropertyInfo(audioFileID_, kAudioFilePropertyMagicCookieData, &bytes, nullptr) != noErr)
         return nullptr;
     auto cookie = qmx::zeroedHeapBlock(bytes);
-    if (!cookie || AudioFileGetProperty(audioFileID_, kAudioFilePropertyMagicCookieData, &bytes, cookie.get()) != noErr)
+    const OSStatus status =
+        cookie ? AudioFileGetProperty(audioFileID_, kAudioFilePropertyMagicCookieData, &bytes, cookie.get())
+               : memFullErr;
+    if (!succeeded(status, "could not give its cookie"))
         return nullptr;
     *size = bytes;
     return cookie;
 }
 
-OSStatus QMXAudioFile::setMagicCookie_size(const void* data, UInt32 size)
+OSStatus QMXAudioFileImpl::setMagicCookie_size(const void* data, UInt32 size)
 {
-    return AudioFileSetProperty(audioFileID_, kAudioFilePropertyMagicCookieData, size, data);
+    const qmx::LastFailure::Operation operation(failure_);
+    const OSStatus status = AudioFileSetProperty(audioFileID_, kAudioFilePropertyMagicCookieData, size, data);
+    succeeded(status, "could not be given a cookie");
+    return status;
 }
 
-bool QMXAudioFile::read_length(void* buffer, UInt32* length)
+bool QMXAudioFileImpl::read_length(void* buffer, UInt32* length)
 {
-    if (!fileIsOpen)
-        return true;
+    const qmx::LastFailure::Operation operation(failure_);
     if (!read_length_fromOffset(buffer, length, _fileOffset))
         return false;
-    _fileOffset += *length;
+    _fileOffset += fileIsOpen ? *length : 0;
     return true;
 }
 
-bool QMXAudioFile::read_length_fromOffset(void* buffer, UInt32* length, SInt64 offset)
+bool QMXAudioFileImpl::read_length_fromOffset(void* buffer, UInt32* length, SInt64 offset)
 {
+    const qmx::LastFailure::Operation operation(failure_);
     if (!fileIsOpen)
-        return true;
+        return !succeeded(fnOpnErr, cannotBeRead); // true, as intended
     if (_useCache && hasReadThread())
-        return consumeRawBytes_length_offset(static_cast<Byte*>(buffer), length, offset);
-    const OSStatus status = AudioFileReadBytes(audioFileID_, _useInternalCache, offset, length, buffer);
-    if (status != noErr)
-        printOSStatusCode(status);
-    return status == noErr;
+        return succeeded(consumeRawBytes_length_offset(static_cast<Byte*>(buffer), length, offset), cannotBeRead);
+    return succeededOrLogs(AudioFileReadBytes(audioFileID_, _useInternalCache, offset, length, buffer), cannotBeRead);
 }
 
-bool QMXAudioFile::write_length(const void* buffer, UInt32* length)
+bool QMXAudioFileImpl::write_length(const void* buffer, UInt32* length)
 {
-    if (!fileIsOpen || !write_length_atOffset(buffer, length, _fileOffset))
+    const qmx::LastFailure::Operation operation(failure_);
+    if (!write_length_atOffset(buffer, length, _fileOffset) || !fileIsOpen)
         return false;
     _fileOffset += *length;
     _fileLength += *length;
     return true;
 }
 
-bool QMXAudioFile::write_length_atOffset(const void* buffer, UInt32* length, SInt64 offset)
+bool QMXAudioFileImpl::write_length_atOffset(const void* buffer, UInt32* length, SInt64 offset)
 {
+    const qmx::LastFailure::Operation operation(failure_);
     if (!fileIsOpen)
-        return true;
+        return !succeeded(fnOpnErr, cannotBeWritten); // true, as intended
     fileSizeIsDirty = true;
     if (writesBehind())
-        return insertBytesIntoBuffer_length_offset(static_cast<const Byte*>(buffer), length, offset);
+        return succeeded(insertBytesIntoBuffer_length_offset(static_cast<const Byte*>(buffer), length, offset),
+                         cannotBeWritten);
     if (hasReadThread())
         emptySpan();
-    return succeeded(AudioFileWriteBytes(audioFileID_, _useInternalCache, offset, length, buffer));
+    return succeededOrLogs(AudioFileWriteBytes(audioFileID_, _useInternalCache, offset, length, buffer),
+                           cannotBeWritten);
 }
 
-bool QMXAudioFile::succeeded(OSStatus status)
+bool QMXAudioFileImpl::succeeded(OSStatus status, const char* whatFailed)
 {
-    if (status == noErr)
-        return true;
-    lastStatus_ = status;
-    printOSStatusCode(status);
-    return false;
+    const std::string_view subject = originalFilePath ? std::string_view(*originalFilePath) : "A file without a path";
+    return failure_.keepFirst(status, subject, whatFailed) == noErr;
 }
 
-void QMXAudioFile::setOffset(SInt64 offset)
+bool QMXAudioFileImpl::succeededOrLogs(OSStatus status, const char* whatFailed)
+{
+    if (status != noErr)
+        printOSStatusCode(status);
+    return succeeded(status, whatFailed);
+}
+
+void QMXAudioFileImpl::setOffset(SInt64 offset)
 {
     if (fileAccessMode == QMXAudioFileAccessMode::write || offset == _fileOffset)
         return;
@@ -398,10 +446,11 @@ void QMXAudioFile::setOffset(SInt64 offset)
     rawByteBufferEndingOffset = offset;
 }
 
-bool QMXAudioFile::readPackets_numBytes_outPacketDescriptions_numPackets(void* buffer, UInt32* numBytes,
-                                                                         AudioStreamPacketDescription* descriptions,
-                                                                         UInt32* numPackets)
+bool QMXAudioFileImpl::readPackets_numBytes_outPacketDescriptions_numPackets(void* buffer, UInt32* numBytes,
+                                                                             AudioStreamPacketDescription* descriptions,
+                                                                             UInt32* numPackets)
 {
+    const qmx::LastFailure::Operation operation(failure_);
     if (!readPackets_numBytes_outPacketDescriptions_startingPacket_numPackets(buffer, numBytes, descriptions,
                                                                               _packetOffset, numPackets))
         return false;
@@ -409,22 +458,22 @@ bool QMXAudioFile::readPackets_numBytes_outPacketDescriptions_numPackets(void* b
     return true;
 }
 
-bool QMXAudioFile::readPackets_numBytes_outPacketDescriptions_startingPacket_numPackets(
+bool QMXAudioFileImpl::readPackets_numBytes_outPacketDescriptions_startingPacket_numPackets(
     void* buffer, UInt32* numBytes, AudioStreamPacketDescription* descriptions, SInt64 startingPacket,
     UInt32* numPackets)
 {
+    const qmx::LastFailure::Operation operation(failure_);
     if (!fileIsOpen)
-        return false;
-    const OSStatus status = AudioFileReadPackets(audioFileID_, _useInternalCache, numBytes, descriptions,
-                                                 startingPacket, numPackets, buffer);
-    if (status != noErr)
-        printOSStatusCode(status);
-    return status == noErr;
+        return succeeded(fnOpnErr, cannotBeRead);
+    return succeededOrLogs(AudioFileReadPackets(audioFileID_, _useInternalCache, numBytes, descriptions, startingPacket,
+                                                numPackets, buffer),
+                           cannotBeRead);
 }
 
-bool QMXAudioFile::writePackets_numBytes_inPacketDescriptions_numPackets(
+bool QMXAudioFileImpl::writePackets_numBytes_inPacketDescriptions_numPackets(
     const void* buffer, UInt32 numBytes, const AudioStreamPacketDescription* descriptions, UInt32* numPackets)
 {
+    const qmx::LastFailure::Operation operation(failure_);
     if (!writePackets_numBytes_inPacketDescriptions_startingPacket_numPackets(buffer, numBytes, descriptions,
                                                                               _packetOffset, numPackets))
         return false;
@@ -432,29 +481,30 @@ bool QMXAudioFile::writePackets_numBytes_inPacketDescriptions_numPackets(
     return true;
 }
 
-bool QMXAudioFile::writePackets_numBytes_inPacketDescriptions_startingPacket_numPackets(
+bool QMXAudioFileImpl::writePackets_numBytes_inPacketDescriptions_startingPacket_numPackets(
     const void* buffer, UInt32 numBytes, const AudioStreamPacketDescription* descriptions, SInt64 startingPacket,
     UInt32* numPackets)
 {
+    const qmx::LastFailure::Operation operation(failure_);
     if (!fileIsOpen || _useCache)
-        return false;
+        return succeeded(fileIsOpen ? kAudioFileOperationNotSupportedError : fnOpnErr, cannotBeWritten);
     if (hasReadThread())
         emptySpan();
     fileSizeIsDirty = true;
-    const OSStatus status = AudioFileWritePackets(audioFileID_, _useInternalCache, numBytes, descriptions,
-                                                  startingPacket, numPackets, buffer);
-    if (status != noErr)
-        printOSStatusCode(status);
-    return status == noErr;
+    return succeededOrLogs(AudioFileWritePackets(audioFileID_, _useInternalCache, numBytes, descriptions,
+                                                 startingPacket, numPackets, buffer),
+                           cannotBeWritten);
 }
 
-UInt64 QMXAudioFile::lengthInBytes()
+UInt64 QMXAudioFileImpl::lengthInBytes()
 {
+    const qmx::LastFailure::Operation operation(failure_);
     // the platform cannot know yet what the cache holds
     if (fileAccessMode == QMXAudioFileAccessMode::write && _useCache && fileIsOpen)
         return static_cast<UInt64>(_fileOffset);
     if (fileIsOpen && (fileSizeIsDirty || _fileLength == 0)) {
         const auto bytes = anyProperty_propertyID(audioFileID_, kAudioFilePropertyAudioDataByteCount);
+        succeeded(bytes ? noErr : kAudioFileUnspecifiedError, "could not tell its length");
         _fileLength = bytes ? *static_cast<const SInt64*>(bytes.get()) : 0;
         fileSizeIsDirty = false;
     }
@@ -463,29 +513,29 @@ UInt64 QMXAudioFile::lengthInBytes()
 
 UInt32 QMXAudioFile::lengthInFrames()
 {
-    if (!_fileStreamFormat || _bytesPerFrame == 0)
+    if (!fileStreamFormat() || bytesPerFrame() == 0)
         return 0;
-    return static_cast<UInt32>(lengthInBytes() / _bytesPerFrame);
+    return static_cast<UInt32>(lengthInBytes() / bytesPerFrame());
 }
 
 UInt64 QMXAudioFile::lengthInMilliSeconds()
 {
-    if (!_fileStreamFormat || _bytesPerFrame == 0 || !(_sampleRate > 0))
+    if (!fileStreamFormat() || bytesPerFrame() == 0 || !(sampleRate() > 0))
         return 0;
-    const UInt64 frames = lengthInBytes() / _bytesPerFrame;
-    return static_cast<UInt64>(static_cast<Float64>(frames) / _sampleRate * 1000);
+    const UInt64 frames = lengthInBytes() / bytesPerFrame();
+    return static_cast<UInt64>(static_cast<Float64>(frames) / sampleRate() * 1000);
 }
 
 std::string QMXAudioFile::dumpDebugInfo()
 {
     std::string text = qmx::format("\nDebug information <QMXAudioFile: 0x%X>:\n", static_cast<const void*>(this));
-    text += qmx::format("\nPath: %@", originalFilePath);
-    text += qmx::format("\nName: %@\n", fileName);
-    text += qmx::format("\n            fileOffset: %qi", _fileOffset);
+    text += qmx::format("\nPath: %@", path());
+    text += qmx::format("\nName: %@\n", name());
+    text += qmx::format("\n            fileOffset: %qi", offset());
     text += qmx::format("\n         lengthInBytes: %qu", lengthInBytes());
     text += qmx::format("\n        lengthInFrames: %u\n\n", lengthInFrames());
     text += qmx::format("\n  lengthInMilliSeconds: %qu", lengthInMilliSeconds());
-    if (_fileStreamFormat)
-        text += qmx::format("File stream format:\n%@\n", _fileStreamFormat->debugDescription());
+    if (fileStreamFormat())
+        text += qmx::format("File stream format:\n%@\n", fileStreamFormat()->debugDescription());
     return text;
 }

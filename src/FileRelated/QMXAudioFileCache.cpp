@@ -6,7 +6,7 @@
 // the threads (condition 0: work to do). A thread that fails gives its buffer back all the same and leaves the status
 // in cacheFailure_, so nobody ever waits for a disk that has failed; the caller's next call reports it and starts
 // afresh.
-#include "FileRelated/QMXAudioFile.h"
+#include "FileRelated/QMXAudioFileImpl.h"
 
 #include "Foundation/Memory.h"
 
@@ -27,7 +27,7 @@ constexpr UInt32 otherBuffer(UInt32 buffer)
 
 } // namespace
 
-void QMXAudioFile::resetCache(int bufferCondition)
+void QMXAudioFileImpl::resetCache(int bufferCondition)
 {
     threadShouldExit = false;
     rawByteBufferOffsetInFile = 0;
@@ -39,20 +39,20 @@ void QMXAudioFile::resetCache(int bufferCondition)
     readAhead_ = {};
     fillRequested_ = false;
     cacheFailure_ = noErr;
-    cachedBytesAreLost_ = false;
+    lossOfBytes_ = noErr;
     for (auto& lock : rawByteBufferLock)
         lock.unlockWithCondition(bufferCondition);
     writeThreadRunLock.unlockWithCondition(1);
     readThreadRunLock.unlockWithCondition(1);
 }
 
-void QMXAudioFile::startThread(CacheThread& cacheThread, std::atomic<bool>& isRunning, const char* name,
-                               void (QMXAudioFile::*body)())
+void QMXAudioFileImpl::startThread(CacheThread& cacheThread, std::atomic<bool>& isRunning, const char* name,
+                                   void (QMXAudioFileImpl::*body)())
 {
     if (!hasBuffers() || isRunning)
         return;
     isRunning = true;
-    qmx::withinMemory([&] {
+    (void)qmx::withinMemory([&] { // else there is no thread
         cacheThread.worker.emplace([&lock = cacheThread.runLock] { return lock.condition() == 0; });
         cacheThread.thread = qmx::Thread(name, [this, &isRunning, body] {
             (this->*body)();
@@ -65,7 +65,7 @@ void QMXAudioFile::startThread(CacheThread& cacheThread, std::atomic<bool>& isRu
     }
 }
 
-void QMXAudioFile::endThreads()
+void QMXAudioFileImpl::endThreads()
 {
     threadShouldExit = true;
     writeThreadRunLock.unlockWithCondition(0);
@@ -77,7 +77,7 @@ void QMXAudioFile::endThreads()
     writeThreadIsRunning = readThreadIsRunning = false; // where fork() took the threads they could not tell
 }
 
-void QMXAudioFile::setUseCache(bool uses)
+void QMXAudioFileImpl::setUseCache(bool uses)
 {
     if (!uses)
         drainWrites();
@@ -86,25 +86,25 @@ void QMXAudioFile::setUseCache(bool uses)
 
 // Writing: the caller's side
 
-bool QMXAudioFile::insertBytesIntoBuffer_length_offset(const Byte* bytes, UInt32* length, SInt64 offset)
+OSStatus QMXAudioFileImpl::insertBytesIntoBuffer_length_offset(const Byte* bytes, UInt32* length, SInt64 offset)
 {
     const UInt32 wanted = *length;
     *length = 0;
     if (threadShouldExit)
-        return false;
+        return fnOpnErr;
     for (UInt32 inserted = 0; inserted < wanted;) {
         inserted += insertPart(bytes + inserted, wanted - inserted, offset + inserted);
-        if (cacheFailure_.exchange(noErr) != noErr) {
+        if (const OSStatus failure = cacheFailure_.exchange(noErr); failure != noErr) {
             endSpan();
-            return false;
+            return failure;
         }
     }
     *length = wanted;
-    return true;
+    return noErr;
 }
 
 // Copies as much as the current buffer takes; a buffer that is full goes to the thread.
-UInt32 QMXAudioFile::insertPart(const Byte* bytes, UInt32 length, SInt64 offset)
+UInt32 QMXAudioFileImpl::insertPart(const Byte* bytes, UInt32 length, SInt64 offset)
 {
     const bool continues =
         offset < rawByteBufferEndingOffset && offset == rawByteBufferStartingOffset + rawByteBufferOffsetInBytes;
@@ -123,14 +123,14 @@ UInt32 QMXAudioFile::insertPart(const Byte* bytes, UInt32 length, SInt64 offset)
 }
 
 // What the current buffer holds goes to the thread; the span is empty at the next offset.
-void QMXAudioFile::endSpan()
+void QMXAudioFileImpl::endSpan()
 {
     if (rawByteBufferOffsetInBytes > 0)
         handOverCurrentBuffer();
     rawByteBufferEndingOffset = rawByteBufferStartingOffset;
 }
 
-void QMXAudioFile::startSpanAt(SInt64 offset)
+void QMXAudioFileImpl::startSpanAt(SInt64 offset)
 {
     endSpan();
     rawByteBufferStartingOffset = offset;
@@ -138,7 +138,7 @@ void QMXAudioFile::startSpanAt(SInt64 offset)
 }
 
 // At most two buffers are on their way: this one, and the other if the thread has not saved it yet.
-void QMXAudioFile::handOverCurrentBuffer()
+void QMXAudioFileImpl::handOverCurrentBuffer()
 {
     const UInt64 made = handOversMade_.load(std::memory_order_relaxed);
     handOvers_[made % handOvers_.size()] = {currentBuffer, rawByteBufferOffsetInBytes, rawByteBufferStartingOffset};
@@ -151,8 +151,9 @@ void QMXAudioFile::handOverCurrentBuffer()
     writeThreadRunLock.unlockWithCondition(0);
 }
 
-bool QMXAudioFile::flush()
+bool QMXAudioFileImpl::flush()
 {
+    const qmx::LastFailure::Operation operation(failure_);
     if (!fileIsOpen || fileAccessMode == QMXAudioFileAccessMode::read || !writesBehind())
         return true;
     _isFlushing = true;
@@ -160,11 +161,12 @@ bool QMXAudioFile::flush()
     if (writeThreadRunLock.lockWhenCondition(1, longestFlush))
         writeThreadRunLock.unlock();
     _isFlushing = false;
+    succeeded(lossOfBytes_, "could not be written");
     return true;
 }
 
 // Hands over what is left and waits, however long, until both buffers are free again.
-void QMXAudioFile::drainWrites()
+void QMXAudioFileImpl::drainWrites()
 {
     if (!writesBehind())
         return;
@@ -177,9 +179,9 @@ void QMXAudioFile::drainWrites()
 
 // Writing: the thread's side
 
-void QMXAudioFile::saveBufferRunLoop()
+void QMXAudioFileImpl::saveBufferRunLoop()
 {
-    qmx::Thread::setThreadPriority(qmx::Thread::threadPriority() - writePriorityLowering);
+    (void)qmx::Thread::setThreadPriority(qmx::Thread::threadPriority() - writePriorityLowering); // or as it was
     while (!threadShouldExit) {
         {
             const qmx::Worker::Wait wait(*writeThread_.worker);
@@ -191,7 +193,7 @@ void QMXAudioFile::saveBufferRunLoop()
     }
 }
 
-void QMXAudioFile::saveRawByteBuffer()
+void QMXAudioFileImpl::saveRawByteBuffer()
 {
     const Span span = handOvers_[handOversSaved_ % handOvers_.size()];
     ++handOversSaved_;
@@ -205,20 +207,21 @@ void QMXAudioFile::saveRawByteBuffer()
     if (status != noErr) {
         printOSStatusCode(status);
         cacheFailure_ = status;
-        cachedBytesAreLost_ = true;
-        lastStatus_ = status;
+        lossOfBytes_ = status;
     }
     lock.unlockWithCondition(1);
 }
 
 // Reading: the caller's side
 
-bool QMXAudioFile::consumeRawBytes_length_offset(Byte* bytes, UInt32* length, SInt64 offset)
+OSStatus QMXAudioFileImpl::consumeRawBytes_length_offset(Byte* bytes, UInt32* length, SInt64 offset)
 {
     const UInt32 wanted = *length;
     *length = 0;
-    if (threadShouldExit || offset < 0 || offset >= static_cast<SInt64>(lengthInBytes()))
-        return false;
+    if (threadShouldExit || offset < 0)
+        return threadShouldExit ? fnOpnErr : kAudio_ParamError;
+    if (offset >= static_cast<SInt64>(lengthInBytes()))
+        return eofErr;
     UInt32 served = 0;
     while (served < wanted) {
         const SInt64 position = offset + served;
@@ -226,17 +229,17 @@ bool QMXAudioFile::consumeRawBytes_length_offset(Byte* bytes, UInt32* length, SI
         if (status == eofErr)
             break;
         if (status != noErr)
-            return false;
+            return status;
         const auto start = static_cast<UInt32>(position - rawByteBufferStartingOffset);
         const UInt32 count = std::min(wanted - served, bytesInRawByteBuffer[currentBuffer] - start);
         std::memcpy(bytes + served, rawByteBuffer[currentBuffer].get() + start, count);
         served += count;
     }
     *length = served;
-    return served > 0 || wanted == 0;
+    return served > 0 || wanted == 0 ? noErr : eofErr;
 }
 
-bool QMXAudioFile::spanHolds(SInt64 offset) const
+bool QMXAudioFileImpl::spanHolds(SInt64 offset) const
 {
     return offset >= rawByteBufferStartingOffset &&
            offset - rawByteBufferStartingOffset < bytesInRawByteBuffer[currentBuffer];
@@ -244,7 +247,7 @@ bool QMXAudioFile::spanHolds(SInt64 offset) const
 
 // Makes the other buffer the current one, filled with the bytes at `offset`, and has the thread fill the one left
 // behind with what follows. eofErr at the end of the data.
-OSStatus QMXAudioFile::turnToBufferWith(SInt64 offset)
+OSStatus QMXAudioFileImpl::turnToBufferWith(SInt64 offset)
 {
     finishFill();
     const bool isAhead = offset >= readAhead_.fileOffset && offset - readAhead_.fileOffset < readAhead_.byteCount;
@@ -268,7 +271,7 @@ OSStatus QMXAudioFile::turnToBufferWith(SInt64 offset)
     return noErr;
 }
 
-void QMXAudioFile::requestFill(SInt64 offset)
+void QMXAudioFileImpl::requestFill(SInt64 offset)
 {
     readAhead_ = {otherBuffer(currentBuffer), 0, offset};
     fillRequested_ = true;
@@ -276,7 +279,7 @@ void QMXAudioFile::requestFill(SInt64 offset)
     readThreadRunLock.unlockWithCondition(0);
 }
 
-void QMXAudioFile::finishFill()
+void QMXAudioFileImpl::finishFill()
 {
     if (!fillRequested_)
         return;
@@ -286,7 +289,7 @@ void QMXAudioFile::finishFill()
     fillRequested_ = false;
 }
 
-void QMXAudioFile::emptySpan()
+void QMXAudioFileImpl::emptySpan()
 {
     finishFill();
     readAhead_ = {};
@@ -296,9 +299,9 @@ void QMXAudioFile::emptySpan()
 
 // Reading: the thread's side
 
-void QMXAudioFile::fillBufferRunLoop()
+void QMXAudioFileImpl::fillBufferRunLoop()
 {
-    qmx::Thread::setThreadPriority(qmx::Thread::threadPriority() + readPriorityRaising);
+    (void)qmx::Thread::setThreadPriority(qmx::Thread::threadPriority() + readPriorityRaising); // or as it was
     while (!threadShouldExit) {
         {
             const qmx::Worker::Wait wait(*readThread_.worker);
@@ -309,7 +312,7 @@ void QMXAudioFile::fillBufferRunLoop()
     }
 }
 
-void QMXAudioFile::fillRawByteBuffer()
+void QMXAudioFileImpl::fillRawByteBuffer()
 {
     if (threadShouldExit)
         return;

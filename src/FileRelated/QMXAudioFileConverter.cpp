@@ -3,6 +3,7 @@
 
 #include "FileRelated/QMXExtAudioFile.h"
 #include "Formats/FileByteOrder.h"
+#include "Formats/LastFailure.h"
 #include "Formats/OwnedBufferList.h"
 #include "Formats/QMXAudioStreamBasicDescription.h"
 #include "Foundation/Memory.h"
@@ -57,12 +58,15 @@ void passLayoutOn(const QMXExtAudioFile& source, const QMXExtAudioFile& destinat
         size == 0)
         return;
     std::vector<Byte> layout(size);
-    ExtAudioFileGetProperty(source.extAudioFileRef(), kExtAudioFileProperty_FileChannelLayout, &size, layout.data());
-    ExtAudioFileSetProperty(destination.extAudioFileRef(), kExtAudioFileProperty_ClientChannelLayout, size,
-                            layout.data());
+    if (ExtAudioFileGetProperty(source.extAudioFileRef(), kExtAudioFileProperty_FileChannelLayout, &size,
+                                layout.data()) != noErr)
+        return;
+    // a container that keeps no layout goes without
+    (void)ExtAudioFileSetProperty(destination.extAudioFileRef(), kExtAudioFileProperty_ClientChannelLayout, size,
+                                  layout.data());
     if (source.channelsPerFrame() == destination.channelsPerFrame())
-        ExtAudioFileSetProperty(destination.extAudioFileRef(), kExtAudioFileProperty_FileChannelLayout, size,
-                                layout.data());
+        (void)ExtAudioFileSetProperty(destination.extAudioFileRef(), kExtAudioFileProperty_FileChannelLayout, size,
+                                      layout.data());
 }
 
 struct Conversion {
@@ -70,43 +74,85 @@ struct Conversion {
     qmx::OwnedBufferList buffers;
 };
 
-/// Opens both sides.
-OSStatus prepare(Conversion& conversion, const std::string& sourcePath, const std::string& destinationPath,
-                 AudioFileTypeID fileType, const AudioStreamBasicDescription* format, UInt32 bitRate)
+class QMXAudioFileConverterImpl final : public QMXAudioFileConverter
 {
-    const auto source = conversion.source = QMXExtAudioFile::initForReading(sourcePath);
-    if (const OSStatus status = source ? source->open() : kAudio_MemFullError; status != noErr)
+public:
+    explicit QMXAudioFileConverterImpl(const std::string& path) : mInputFilePath(path) {}
+
+    OSStatus
+    convertFileToPath_toFileType_toFormat_subscriber(const std::string& destinationPath, AudioFileTypeID fileType,
+                                                     const std::shared_ptr<QMXAudioStreamBasicDescription>& format,
+                                                     QMXProgressSubscriber* subscriber) override;
+    void setBitRate(UInt32 bitsPerSecond) override { bitRate_ = bitsPerSecond; }
+    OSStatus convertFileToPath_toFileType_subscriber(const std::string& destinationPath, AudioFileTypeID fileType,
+                                                     QMXProgressSubscriber* subscriber) override;
+    OSStatus lastStatus() const override { return failure_.status(); }
+    std::string lastError() const override { return failure_.sentence(); }
+
+private:
+    OSStatus openSource(Conversion& conversion);
+    OSStatus prepare(Conversion& conversion, const std::string& destinationPath, AudioFileTypeID fileType,
+                     const AudioStreamBasicDescription* format);
+    OSStatus copyFrames(const Conversion& conversion, QMXProgressSubscriber* subscriber);
+    template <class Step> OSStatus inMemory(Step step);
+
+    std::string mInputFilePath;
+    UInt32 bitRate_ = 0;
+    qmx::LastFailure failure_;
+};
+
+OSStatus QMXAudioFileConverterImpl::openSource(Conversion& conversion)
+{
+    conversion.source = QMXExtAudioFile::initForReading(mInputFilePath);
+    if (!conversion.source)
+        return kAudio_MemFullError;
+    const OSStatus status = conversion.source->open();
+    failure_.keepFirstOf(*conversion.source);
+    return status;
+}
+
+/// Opens both sides.
+OSStatus QMXAudioFileConverterImpl::prepare(Conversion& conversion, const std::string& destinationPath,
+                                            AudioFileTypeID fileType, const AudioStreamBasicDescription* format)
+{
+    if (const OSStatus status = openSource(conversion); status != noErr)
         return status;
+    QMXExtAudioFile& source = *conversion.source;
     const auto client = QMXAudioStreamBasicDescription::standardFormat(0);
-    client->setChannelsPerFrame(source->channelsPerFrame());
-    client->setSampleRate(source->sampleRate());
+    client->setChannelsPerFrame(source.channelsPerFrame());
+    client->setSampleRate(source.sampleRate());
     // both sides meet in this format, so that rates, channels and lengths agree
-    if (const OSStatus status = source->setClientStreamFormat(*client->audioStreamBasicDescription()); status != noErr)
-        return status;
+    const OSStatus taken = source.setClientStreamFormat(*client->audioStreamBasicDescription());
+    failure_.keepFirstOf(source);
+    if (taken != noErr)
+        return taken;
 
     const AudioStreamBasicDescription target =
-        targetFormat(format ? *format : AudioStreamBasicDescription{}, fileType, *source->fileStreamFormat());
+        targetFormat(format ? *format : AudioStreamBasicDescription{}, fileType, *source.fileStreamFormat());
     const auto destination = conversion.destination = QMXExtAudioFile::initForWriting_fileType_clientFormat_fileFormat(
         destinationPath, fileType, client->audioStreamBasicDescription(), &target);
     if (!destination)
         return kAudio_MemFullError;
     (void)destination->open(); // the status of its last step, which says nothing of the others
-    if (const OSStatus status = destination->openingFailure(); status != noErr)
+    if (const OSStatus status = failure_.keepFirstOf(*destination); status != noErr)
         return status;
-    passLayoutOn(*source, *destination);
-    if (bitRate > 0)
-        destination->setBitRate(bitRate);
+    passLayoutOn(source, *destination);
+    if (bitRate_ > 0) {
+        destination->setBitRate(bitRate_);
+        failure_.keepFirstOf(*destination);
+    }
     conversion.buffers.reset(QMXAudioBufferList::allocateBuffers_channelsPerBuffer_dataByteSize(
-        1, source->channelsPerFrame(), bufferSize(*client)));
+        1, source.channelsPerFrame(), bufferSize(*client)));
     return conversion.buffers ? noErr : kAudio_MemFullError;
 }
 
 /// Copies all frames; gives the status of the last write.
-OSStatus copyFrames(QMXExtAudioFile& source, QMXExtAudioFile& destination, AudioBufferList& buffers,
-                    QMXProgressSubscriber* subscriber)
+OSStatus QMXAudioFileConverterImpl::copyFrames(const Conversion& conversion, QMXProgressSubscriber* subscriber)
 {
+    AudioBufferList& buffers = *conversion.buffers;
     const UInt32 bytes = buffers.mBuffers[0].mDataByteSize;
-    SInt64 framesLeft = source.lengthInFrames();
+    SInt64 framesLeft = conversion.source->lengthInFrames();
+    failure_.keepFirstOf(*conversion.source);
     const auto total = static_cast<float>(framesLeft);
     UInt32 numFrames = 0;
     OSStatus status = noErr;
@@ -115,12 +161,16 @@ OSStatus copyFrames(QMXExtAudioFile& source, QMXExtAudioFile& destination, Audio
         numFrames = framesAtOnce;
         qmx::LogDebug("INSIDE LOOP: framesLeft: %qi, numFrames: %u", framesLeft, numFrames);
         buffers.mBuffers[0].mDataByteSize = bytes;
-        const OSStatus readStatus = source.read_numberFrames(&buffers, &numFrames);
-        if (readStatus == noErr && numFrames == 0) // the file ends earlier than it says
+        const OSStatus readStatus = conversion.source->read_numberFrames(&buffers, &numFrames);
+        failure_.keepFirstOf(*conversion.source);
+        if (readStatus == noErr && numFrames == 0) {
+            failure_.keepFirst(eofErr, mInputFilePath, "could not be read", "it ends earlier than it says");
             break;
+        }
         if (readStatus != noErr)
             framesLeft = 0;
-        status = destination.write_numberFrames(&buffers, numFrames);
+        status = conversion.destination->write_numberFrames(&buffers, numFrames);
+        failure_.keepFirstOf(*conversion.destination);
         const bool failed = status != noErr;
         if (subscriber)
             subscriber->progressUpdate(failed ? 1.0F : 1.0F - static_cast<float>(framesLeft) / total);
@@ -130,54 +180,60 @@ OSStatus copyFrames(QMXExtAudioFile& source, QMXExtAudioFile& destination, Audio
     return status;
 }
 
-} // namespace
-
-std::shared_ptr<QMXAudioFileConverter> QMXAudioFileConverter::initWithInputFilePath(const std::string& path)
+/// What `step` gives; kAudio_MemFullError, which is told, where it runs out of memory.
+template <class Step> OSStatus QMXAudioFileConverterImpl::inMemory(Step step)
 {
-    return qmx::withinMemory(std::shared_ptr<QMXAudioFileConverter>(),
-                             [&] { return std::shared_ptr<QMXAudioFileConverter>(new QMXAudioFileConverter(path)); });
+    return failure_.keepFirst(qmx::withinMemory(kAudio_MemFullError, step), mInputFilePath, "could not be converted");
 }
 
-QMXAudioFileConverter::QMXAudioFileConverter(std::string path) : mInputFilePath(std::move(path)) {}
-
-OSStatus QMXAudioFileConverter::convertFileToPath_toFileType_toFormat_subscriber(
+OSStatus QMXAudioFileConverterImpl::convertFileToPath_toFileType_toFormat_subscriber(
     const std::string& destinationPath, AudioFileTypeID fileType,
     const std::shared_ptr<QMXAudioStreamBasicDescription>& format, QMXProgressSubscriber* subscriber)
 {
+    const qmx::LastFailure::Operation operation(failure_);
     qmx::LogDebug("Entering convertFile with args: inSourcePath: %@, inDestinationPath: %@, inFormat: %@, "
                   "inProgressSubscriber: %@",
                   mInputFilePath, destinationPath, format, subscriber ? "QMXProgressSubscriber" : "(null)");
     Conversion conversion;
-    OSStatus status = qmx::withinMemory(kAudio_MemFullError, [&] {
-        return prepare(conversion, mInputFilePath, destinationPath, fileType,
-                       format ? format->audioStreamBasicDescription() : nullptr, bitRate_);
+    OSStatus status = inMemory([&] {
+        return prepare(conversion, destinationPath, fileType, format ? format->audioStreamBasicDescription() : nullptr);
     });
     if (status != noErr)
         return status;
-    status = copyFrames(*conversion.source, *conversion.destination, *conversion.buffers, subscriber);
-    conversion.source->close();
+    status = copyFrames(conversion, subscriber);
+    (void)conversion.source->close(); // nothing of it can be lost
     const OSStatus closed = conversion.destination->close();
+    failure_.keepFirstOf(*conversion.destination);
     return status != noErr ? status : closed;
 }
 
-OSStatus QMXAudioFileConverter::convertFileToPath_toFileType_subscriber(const std::string& destinationPath,
-                                                                        AudioFileTypeID fileType,
-                                                                        QMXProgressSubscriber* subscriber)
+OSStatus QMXAudioFileConverterImpl::convertFileToPath_toFileType_subscriber(const std::string& destinationPath,
+                                                                            AudioFileTypeID fileType,
+                                                                            QMXProgressSubscriber* subscriber)
 {
+    const qmx::LastFailure::Operation operation(failure_);
     qmx::LogDebug("Entering convertFile with args: inSourcePath: %@, inDestinationPath: %@, inProgressSubscriber: %@",
                   mInputFilePath, destinationPath, subscriber ? "QMXProgressSubscriber" : "(null)");
     std::shared_ptr<QMXAudioStreamBasicDescription> format;
-    const OSStatus status = qmx::withinMemory(kAudio_MemFullError, [&] {
-        const auto source = QMXExtAudioFile::initForReading(mInputFilePath);
-        if (const OSStatus opened = source ? source->open() : kAudio_MemFullError; opened != noErr)
+    const OSStatus status = inMemory([&]() -> OSStatus {
+        Conversion look;
+        if (const OSStatus opened = openSource(look); opened != noErr)
             return opened;
         // intended: the byte counts stay those of stereo; a packed format is taken by its channels and bits
         format = QMXAudioStreamBasicDescription::standardFormat(7);
-        format->setSampleRate(source->sampleRate());
-        format->setChannelsPerFrame(source->channelsPerFrame());
+        format->setSampleRate(look.source->sampleRate());
+        format->setChannelsPerFrame(look.source->channelsPerFrame());
         return noErr;
     });
     return status == noErr
                ? convertFileToPath_toFileType_toFormat_subscriber(destinationPath, fileType, format, subscriber)
                : status;
+}
+
+} // namespace
+
+std::shared_ptr<QMXAudioFileConverter> QMXAudioFileConverter::initWithInputFilePath(const std::string& path)
+{
+    return qmx::withinMemory(std::shared_ptr<QMXAudioFileConverter>(),
+                             [&] { return std::make_shared<QMXAudioFileConverterImpl>(path); });
 }

@@ -11,8 +11,8 @@
 
 class QMXAudioStreamBasicDescription;
 
-/// Writes a copy of an audio file in another file type and data format. Blocks until it is done; any thread but the
-/// real-time ones.
+/// Writes a copy of an audio file in another file type and data format. Blocks until it is done; one thread at a time,
+/// any but the real-time ones.
 class QMX_EXPORT QMXAudioFileConverter : public qmx::Object
 {
 public:
@@ -25,22 +25,25 @@ public:
     ///
     /// `subscriber` (may be null) hears progress from 0 to 1 after each pass of 1024 frames; what it throws ends the
     /// conversion. The result is the first failure of opening the source and making the destination, else the status of
-    /// the last write or, where that went well, of closing; 0 for an empty source. On failure the destination stays as
-    /// far as it came.
-    OSStatus
+    /// the last write or, where that went well, of closing; 0 for an empty source. A
+    /// source that cannot be read to its end is copied as far as it can: lastStatus() tells. On failure the destination
+    /// stays as far as it came.
+    [[nodiscard]] virtual OSStatus
     convertFileToPath_toFileType_toFormat_subscriber(const std::string& destinationPath, AudioFileTypeID fileType,
                                                      const std::shared_ptr<QMXAudioStreamBasicDescription>& format,
-                                                     QMXProgressSubscriber* subscriber);
+                                                     QMXProgressSubscriber* subscriber) = 0;
     /// Bits per second for the encoder of the next conversions; 0, as at first, leaves the choice to it.
-    void setBitRate(UInt32 bitsPerSecond) { bitRate_ = bitsPerSecond; }
+    virtual void setBitRate(UInt32 bitsPerSecond) = 0;
 
     /// The same to 16-bit integers of the source's rate and channels, big-endian but in WAVE.
-    OSStatus convertFileToPath_toFileType_subscriber(const std::string& destinationPath, AudioFileTypeID fileType,
-                                                     QMXProgressSubscriber* subscriber);
+    [[nodiscard]] virtual OSStatus convertFileToPath_toFileType_subscriber(const std::string& destinationPath,
+                                                                           AudioFileTypeID fileType,
+                                                                           QMXProgressSubscriber* subscriber) = 0;
 
-private:
-    explicit QMXAudioFileConverter(std::string path);
-
-    std::string mInputFilePath;
-    UInt32 bitRate_ = 0;
+    /// The status of what failed first in the last conversion, also where its result does not tell: a source that could
+    /// not be read to its end, a bit rate that the encoder does not take. 0 when nothing did. Any thread but the
+    /// real-time ones.
+    virtual OSStatus lastStatus() const = 0;
+    /// The same as a sentence for people that names the file, empty when nothing failed. Any thread but those.
+    virtual std::string lastError() const = 0;
 };

@@ -2,6 +2,7 @@
 #include "FileRelated/QMXAudioFileFrameIntervalCopier.h"
 
 #include "FileRelated/QMXAudioFile.h"
+#include "Formats/LastFailure.h"
 #include "Formats/QMXAudioStreamBasicDescription.h"
 #include "Foundation/HeapBlock.h"
 #include "Foundation/Memory.h"
@@ -9,6 +10,19 @@
 
 namespace
 {
+
+/// Of the thread's last copy.
+qmx::LastFailure& failure()
+{
+    thread_local qmx::LastFailure failureOfThread;
+    return failureOfThread;
+}
+
+OSStatus told(OSStatus status, const QMXAudioFile& file)
+{
+    return failure().keepFirst(status, file.path() ? std::string_view(*file.path()) : "A file without a path",
+                               "could not be copied");
+}
 
 /// Every `step` bytes a frame, as many as `staged` has room for; gives the position it came to. Positions are 32 bits
 /// wide, which is intended.
@@ -18,7 +32,8 @@ UInt32 stageFrames(QMXAudioFile& file, UInt32 position, UInt32 end, UInt32 step,
     const UInt32 frameBytes = file.bytesPerFrame();
     for (UInt64 frame = 0; position < end && frame < room; ++frame) {
         UInt32 bytes = frameBytes;
-        if (AudioFileReadBytes(file.audioFileID(), true, position, &bytes, staged + frame * frameBytes) != noErr)
+        if (told(AudioFileReadBytes(file.audioFileID(), true, position, &bytes, staged + frame * frameBytes), file) !=
+            noErr)
             break;
         position += step;
         const auto done = static_cast<float>((frame + 1) * frameBytes);
@@ -46,8 +61,11 @@ UInt32 QMXAudioFileFrameIntervalCopier::copyFramesWithInterval_fromFile_interval
     QMXProgressSubscriber* subscriber, QMXAudioFile& file, UInt32 interval, void* buffer, SInt64 fromFrame,
     SInt64 toFrame)
 {
+    const qmx::LastFailure::Operation operation(failure());
     if (fromFrame >= toFrame || interval == 0)
         return 0;
+    if (!file.isOpen())
+        told(fnOpnErr, file);
     const SInt64 length = file.lengthInFrames();
     if (toFrame > length)
         toFrame = length;
@@ -63,16 +81,28 @@ UInt32 QMXAudioFileFrameIntervalCopier::copyFramesWithInterval_fromFile_interval
     const qmx::HeapBlock staged(frameBytes > 0 ? std::calloc(room, frameBytes) : nullptr);
     const auto format = qmx::withinMemory(std::shared_ptr<QMXAudioStreamBasicDescription>(),
                                           [&] { return bigEndianFloats(*file.fileStreamFormat()); });
-    if (!staged || !format)
+    if (!staged || !format) {
+        told(frameBytes > 0 ? memFullErr : kAudioFileUnsupportedDataFormatError, file);
         return 0;
+    }
     const auto position = [frameBytes](SInt64 frame) { return static_cast<UInt32>(frame) * frameBytes; };
     const UInt32 reached = stageFrames(file, position(fromFrame), position(toFrame), interval * frameBytes,
                                        static_cast<Byte*>(staged.get()), room, count, subscriber);
-    if (const auto converter =
-            QMXAudioConverter::initWithSourceFormat_destinationFormat(file.fileStreamFormat(), format)) {
-        auto outputSize = static_cast<UInt32>(format->bytesPerFrame() * count);
-        converter->convertBuffer_inputBufferSize_outputBuffer_outputBufferSize(
-            staged.get(), static_cast<UInt32>(count * frameBytes), buffer, &outputSize);
-    }
+    const auto converter = QMXAudioConverter::initWithSourceFormat_destinationFormat(file.fileStreamFormat(), format);
+    auto outputSize = static_cast<UInt32>(format->bytesPerFrame() * count);
+    told(converter ? converter->convertBuffer_inputBufferSize_outputBuffer_outputBufferSize(
+                         staged.get(), static_cast<UInt32>(count * frameBytes), buffer, &outputSize)
+                   : kAudioConverterErr_FormatNotSupported,
+         file);
     return reached / frameBytes - static_cast<UInt32>(fromFrame);
+}
+
+OSStatus QMXAudioFileFrameIntervalCopier::lastStatus()
+{
+    return failure().status();
+}
+
+std::string QMXAudioFileFrameIntervalCopier::lastError()
+{
+    return failure().sentence();
 }

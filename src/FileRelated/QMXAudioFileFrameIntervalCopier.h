@@ -6,6 +6,8 @@
 #include "Foundation/Object.h"
 #include "Processing/QMXProgressSubscriber.h"
 
+#include <string>
+
 class QMXAudioFile;
 
 /// Copies every n-th frame of a stretch of an audio file, for a coarse look at a long file.
@@ -20,10 +22,17 @@ public:
     /// x channels x 4 bytes. 0 for an empty stretch, an interval of 0, and a file without bytes per frame. Files with
     /// more than 4 GiB of audio are out of range.
     ///
+    /// A read or a conversion that fails ends the copy and is not seen in the result: what the file did not give is
+    /// silence, and lastStatus() tells.
+    ///
     /// `file` is open for reading. `subscriber` (may be null) hears after each frame the bytes read so far divided by
     /// the count: up to the bytes per frame, not 1. Blocks; any thread but the real-time ones.
     static UInt32 copyFramesWithInterval_fromFile_interval_toBuffer_fromFrame_toFrame(QMXProgressSubscriber* subscriber,
                                                                                       QMXAudioFile& file,
                                                                                       UInt32 interval, void* buffer,
                                                                                       SInt64 fromFrame, SInt64 toFrame);
+    /// The status of what failed in the calling thread's last copy; 0 when nothing did.
+    static OSStatus lastStatus();
+    /// The same as a sentence for people that names the file, empty when nothing failed.
+    static std::string lastError();
 };

@@ -4,6 +4,7 @@
 #include "FileRelated/ProcessingPasses.h"
 #include "FileRelated/QMXExtAudioFile.h"
 #include "Formats/FileByteOrder.h"
+#include "Formats/LastFailure.h"
 #include "Formats/OwnedBufferList.h"
 #include "Formats/QMXAudioStreamBasicDescription.h"
 #include "Formats/QMXFileUtils.h"
@@ -54,7 +55,7 @@ void keepForever(AudioBufferList* block)
     static std::mutex mutex;
     static auto* const kept = new std::vector<AudioBufferList*>;
     const std::scoped_lock lock(mutex);
-    qmx::withinMemory([&] { kept->push_back(block); });
+    (void)qmx::withinMemory([&] { kept->push_back(block); }); // else it is kept all the same, by nobody
 }
 
 struct CloseFile {
@@ -62,61 +63,56 @@ struct CloseFile {
 };
 using OpenFile = std::unique_ptr<OpaqueAudioFileID, CloseFile>;
 
-OpenFile openSource(const std::string& path, SInt8 permissions, AudioFileTypeID typeHint)
-{
-    FSRef reference;
-    QMXFileUtils::makeFSRef_fromPath(&reference, path);
-    AudioFileID file = nullptr;
-    checkedStep(AudioFileOpen(&reference, permissions, typeHint, &file));
-    return OpenFile(file);
-}
-
-/// A new file in the source's data format.
-OpenFile createTarget(const std::string& path, const AudioStreamBasicDescription& format)
-{
-    const std::filesystem::path whole(path);
-    FSRef parent;
-    QMXFileUtils::makeFSRef_fromPath(&parent, whole.has_parent_path() ? whole.parent_path().string() : ".");
-    const AudioFileTypeID type = format.mBitsPerChannel == 32 ? kAudioFileAIFCType : kAudioFileAIFFType;
-    const CFStringRef name = CFStringCreate(whole.filename().string());
-    AudioFileID file = nullptr;
-    checkedStep(AudioFileCreate(&parent, name, type, &format, 0, nullptr, &file));
-    CFRelease(name);
-    return OpenFile(file);
-}
-
-/// Closes a file; -50 for none.
-OSStatus closeFile(OpenFile file)
-{
-    return checkedStep(AudioFileClose(file.release()));
-}
-
 template <class Value> OSStatus fileProperty(AudioFileID file, AudioFilePropertyID property, Value& value)
 {
     UInt32 size = sizeof value;
     return AudioFileGetProperty(file, property, &size, &value);
 }
 
-} // namespace
+constexpr auto cannotBeOpened = "could not be opened", cannotBeMade = "could not be made",
+               cannotBeRead = "could not be read";
 
-std::shared_ptr<QMXAudioFileProcessor> QMXAudioFileProcessor::initWithSourcePath_processFramesWith_progressSubscriber(
-    const std::string& path, std::shared_ptr<QMXAudioProcessor> processor,
-    std::shared_ptr<QMXProgressSubscriber> subscriber)
+class QMXAudioFileProcessorImpl final : public QMXAudioFileProcessor
 {
-    return qmx::withinMemory(std::shared_ptr<QMXAudioFileProcessor>(), [&] {
-        return std::shared_ptr<QMXAudioFileProcessor>(
-            new QMXAudioFileProcessor(path, std::move(processor), std::move(subscriber)));
-    });
-}
+public:
+    QMXAudioFileProcessorImpl(const std::string& path, std::shared_ptr<QMXAudioProcessor> processor,
+                              std::shared_ptr<QMXProgressSubscriber> subscriber);
+    ~QMXAudioFileProcessorImpl() override;
 
-QMXAudioFileProcessor::QMXAudioFileProcessor(const std::string& path, std::shared_ptr<QMXAudioProcessor> processor,
-                                             std::shared_ptr<QMXProgressSubscriber> subscriber)
+    OSStatus copyFramesToPath_startFrame_endFrame(const std::string& destinationPath, SInt64 startFrame,
+                                                  SInt64 endFrame) override;
+    OSStatus processFrames_endFrame(SInt64 startFrame, SInt64 endFrame) override;
+    OSStatus lastStatus() const override { return failure_.status(); }
+    std::string lastError() const override { return failure_.sentence(); }
+
+private:
+    OpenFile openSource(SInt8 permissions, AudioFileTypeID typeHint);
+    OpenFile createTarget(const std::string& path, const AudioStreamBasicDescription& format);
+    OSStatus closeFile(const std::string& path, OpenFile file);
+    OSStatus told(const std::string& path, const char* whatFailed, OSStatus status, unsigned line = __builtin_LINE());
+
+    std::shared_ptr<QMXAudioProcessor> mAudioProcessor;
+    std::shared_ptr<QMXProgressSubscriber> mProgressSubscriber;
+    AudioStreamBasicDescription mFileStreamFormat;
+    AudioStreamBasicDescription mInternalFormat;
+    std::string mInputFilePath;
+    std::shared_ptr<QMXExtAudioFile> mInputFile;
+    AudioBufferList* mAUAudioBuffers = nullptr;
+    AudioBufferList* mFileAudioBuffers = nullptr;
+    ConverterInfo mConverterInfo;
+    qmx::LastFailure failure_;
+};
+
+QMXAudioFileProcessorImpl::QMXAudioFileProcessorImpl(const std::string& path,
+                                                     std::shared_ptr<QMXAudioProcessor> processor,
+                                                     std::shared_ptr<QMXProgressSubscriber> subscriber)
     : mAudioProcessor(std::move(processor)), mProgressSubscriber(std::move(subscriber)), mInputFilePath(path),
       mInputFile(QMXExtAudioFile::initForReading(path))
 {
     if (!mInputFile)
         throw std::bad_alloc();
     checkedStep(mInputFile->open());
+    failure_.keepFirstOf(*mInputFile);
     mFileStreamFormat = *mInputFile->fileStreamFormat();
     mInternalFormat = processingFormat(mFileStreamFormat.mSampleRate);
     checkedStep(mInputFile->setClientStreamFormat(mInternalFormat));
@@ -124,7 +120,7 @@ QMXAudioFileProcessor::QMXAudioFileProcessor(const std::string& path, std::share
     mFileAudioBuffers = fileBuffersFor(mInternalFormat.mChannelsPerFrame, mFileStreamFormat);
 }
 
-QMXAudioFileProcessor::~QMXAudioFileProcessor()
+QMXAudioFileProcessorImpl::~QMXAudioFileProcessorImpl()
 {
     QMXAudioBufferList::destroyBuffers(mAUAudioBuffers);
     keepForever(mFileAudioBuffers); // intended: not freed with the object
@@ -134,14 +130,17 @@ QMXAudioFileProcessor::~QMXAudioFileProcessor()
     mProgressSubscriber = nullptr;
 }
 
-OSStatus QMXAudioFileProcessor::copyFramesToPath_startFrame_endFrame(const std::string& destinationPath,
-                                                                     SInt64 startFrame, SInt64 endFrame)
+OSStatus QMXAudioFileProcessorImpl::copyFramesToPath_startFrame_endFrame(const std::string& destinationPath,
+                                                                         SInt64 startFrame, SInt64 endFrame)
 {
-    if (endFrame < startFrame)
+    const qmx::LastFailure::Operation operation(failure_);
+    if (endFrame < startFrame) {
+        failure_.keepFirst(paramErr, mInputFilePath, "could not be copied");
         return -1;
-    OpenFile source = openSource(mInputFilePath, fsRdPerm, kAudioFileAIFFType);
+    }
+    OpenFile source = openSource(fsRdPerm, kAudioFileAIFFType);
     AudioStreamBasicDescription format;
-    checkedStep(fileProperty(source.get(), kAudioFilePropertyDataFormat, format));
+    told(mInputFilePath, cannotBeRead, fileProperty(source.get(), kAudioFilePropertyDataFormat, format));
     AudioStreamBasicDescription internal;
     OpenFile target;
     const bool isReady = qmx::withinMemory([&] {
@@ -150,10 +149,10 @@ OSStatus QMXAudioFileProcessor::copyFramesToPath_startFrame_endFrame(const std::
         target = createTarget(destinationPath, format);
     });
     if (!isReady)
-        return memFullErr;
+        return failure_.keepFirst(memFullErr, destinationPath, cannotBeMade);
 
     SInt64 packetCount = 0;
-    checkedStep(fileProperty(source.get(), kAudioFilePropertyAudioDataPacketCount, packetCount));
+    told(mInputFilePath, cannotBeRead, fileProperty(source.get(), kAudioFilePropertyAudioDataPacketCount, packetCount));
     UInt32 largestPacket = 0;
     if (fileProperty(source.get(), kAudioFilePropertyMaximumPacketSize, largestPacket) != noErr)
         largestPacket = format.mBytesPerFrame;
@@ -172,20 +171,26 @@ OSStatus QMXAudioFileProcessor::copyFramesToPath_startFrame_endFrame(const std::
                            .fileBuffers = fileBuffers.get(),
                            .processor = mAudioProcessor.get(),
                            .subscriber = mProgressSubscriber.get(),
-                           .decoding = &mConverterInfo})
+                           .decoding = &mConverterInfo,
+                           .sourcePath = mInputFilePath,
+                           .targetPath = destinationPath,
+                           .failure = failure_})
         .run();
-    closeFile(std::move(source));
-    return closeFile(std::move(target));
+    closeFile(mInputFilePath, std::move(source));
+    return closeFile(destinationPath, std::move(target));
 }
 
-OSStatus QMXAudioFileProcessor::processFrames_endFrame(SInt64 startFrame, SInt64 endFrame)
+OSStatus QMXAudioFileProcessorImpl::processFrames_endFrame(SInt64 startFrame, SInt64 endFrame)
 {
+    const qmx::LastFailure::Operation operation(failure_);
     const SInt64 lastFrame = std::min(mInputFile->lengthInFrames(), endFrame);
-    mInputFile->close();
-    OpenFile file = openSource(mInputFilePath, fsRdWrPerm, mInputFile->fileType());
+    failure_.keepFirstOf(*mInputFile);
+    (void)mInputFile->close(); // nothing of it can be lost
+    OpenFile file = openSource(fsRdWrPerm, mInputFile->fileType());
     UInt32 largestPacket = 0;
-    // intended: without it nothing is processed, and nobody is told
-    if (fileProperty(file.get(), kAudioFilePropertyMaximumPacketSize, largestPacket) == noErr) {
+    // intended: without it nothing is processed, and no line is printed
+    const OSStatus status = fileProperty(file.get(), kAudioFilePropertyMaximumPacketSize, largestPacket);
+    if (failure_.keepFirst(status, mInputFilePath, cannotBeRead) == noErr) {
         mConverterInfo = {file.get(), packetsOf(startFrame, mFileStreamFormat), mFileAudioBuffers};
         qmx::ProcessingPasses({.fileFormat = mFileStreamFormat,
                                .internalFormat = mInternalFormat,
@@ -197,10 +202,61 @@ OSStatus QMXAudioFileProcessor::processFrames_endFrame(SInt64 startFrame, SInt64
                                .fileBuffers = mFileAudioBuffers,
                                .processor = mAudioProcessor.get(),
                                .subscriber = mProgressSubscriber.get(),
-                               .decoding = &mConverterInfo})
+                               .decoding = &mConverterInfo,
+                               .sourcePath = mInputFilePath,
+                               .targetPath = mInputFilePath,
+                               .failure = failure_})
             .run();
     }
-    return closeFile(std::move(file));
+    return closeFile(mInputFilePath, std::move(file));
+}
+
+OpenFile QMXAudioFileProcessorImpl::openSource(SInt8 permissions, AudioFileTypeID typeHint)
+{
+    FSRef reference;
+    QMXFileUtils::makeFSRef_fromPath(&reference, mInputFilePath);
+    AudioFileID file = nullptr;
+    told(mInputFilePath, cannotBeOpened, AudioFileOpen(&reference, permissions, typeHint, &file));
+    return OpenFile(file);
+}
+
+/// A new file in the source's data format.
+OpenFile QMXAudioFileProcessorImpl::createTarget(const std::string& path, const AudioStreamBasicDescription& format)
+{
+    const std::filesystem::path whole(path);
+    FSRef parent;
+    if (!QMXFileUtils::makeFSRef_fromPath(&parent, whole.has_parent_path() ? whole.parent_path().string() : "."))
+        failure_.keepFirst(dirNFErr, path, cannotBeMade); // the service only says that the argument is wrong
+    const AudioFileTypeID type = format.mBitsPerChannel == 32 ? kAudioFileAIFCType : kAudioFileAIFFType;
+    const CFStringRef name = CFStringCreate(whole.filename().string());
+    AudioFileID file = nullptr;
+    told(path, cannotBeMade, AudioFileCreate(&parent, name, type, &format, 0, nullptr, &file));
+    CFRelease(name);
+    return OpenFile(file);
+}
+
+/// Prints a failing step and keeps the first.
+OSStatus QMXAudioFileProcessorImpl::told(const std::string& path, const char* whatFailed, OSStatus status,
+                                         unsigned line)
+{
+    return failure_.keepFirst(checkedStep(status, line), path, whatFailed);
+}
+
+/// Closes a file; -50 for none.
+OSStatus QMXAudioFileProcessorImpl::closeFile(const std::string& path, OpenFile file)
+{
+    return told(path, "could not be closed", AudioFileClose(file.release()));
+}
+
+} // namespace
+
+std::shared_ptr<QMXAudioFileProcessor> QMXAudioFileProcessor::initWithSourcePath_processFramesWith_progressSubscriber(
+    const std::string& path, std::shared_ptr<QMXAudioProcessor> processor,
+    std::shared_ptr<QMXProgressSubscriber> subscriber)
+{
+    return qmx::withinMemory(std::shared_ptr<QMXAudioFileProcessor>(), [&] {
+        return std::make_shared<QMXAudioFileProcessorImpl>(path, std::move(processor), std::move(subscriber));
+    });
 }
 
 AudioStreamBasicDescription QMXAudioFileProcessor::suitableStreamFormatForFileType(AudioFileTypeID fileType)

@@ -10,17 +10,16 @@
 #include <string>
 
 class QMXAudioProcessor;
-class QMXExtAudioFile;
 class QMXProgressSubscriber;
 
 /// Runs a processor over a range of an audio file's frames, in passes of 512: into a new file, or inside the file
 /// itself. The processor gets native 32-bit floats, one buffer per channel, always whole passes; what is written back
 /// is cut to the range.
 ///
-/// Failing steps print one line each to standard error, and the results tell no more of them than is said below. A
-/// status other than 0 from the processor ends the run before its pass is written; a read or write that fails, on a
-/// full disk for instance, ends it too. The passes before stay written. A file of compressed packets cannot be
-/// processed and stays as it is.
+/// Failing steps print one line each to standard error, and lastStatus() tells the first of them; the results tell no
+/// more than is said below. A status other than 0 from the processor ends the run before its pass is written; a read or
+/// write that fails, on a full disk for instance, ends it too. The passes before stay written. A file of compressed
+/// packets cannot be processed and stays as it is.
 ///
 /// What the processor or the subscriber throws ends the run likewise and goes on to the caller: the files are closed,
 /// and the one that was written stays as far as it came.
@@ -35,18 +34,24 @@ public:
     initWithSourcePath_processFramesWith_progressSubscriber(const std::string& path,
                                                             std::shared_ptr<QMXAudioProcessor> processor,
                                                             std::shared_ptr<QMXProgressSubscriber> subscriber);
-    ~QMXAudioFileProcessor() override;
 
     /// Writes the processed frames from `startFrame` up to `endFrame` (cut to the file's end) to a new file in the
     /// source's data format: AIFF-C for 32-bit samples, else AIFF. The processor sees all channels. -1 for an end
     /// before the start; else the status of closing the new file, which is -50 where it could not be made (a file that
     /// exists, a format that AIFF does not hold).
-    OSStatus copyFramesToPath_startFrame_endFrame(const std::string& destinationPath, SInt64 startFrame,
-                                                  SInt64 endFrame);
+    [[nodiscard]] virtual OSStatus copyFramesToPath_startFrame_endFrame(const std::string& destinationPath,
+                                                                        SInt64 startFrame, SInt64 endFrame) = 0;
     /// Rewrites the frames from `startFrame` up to `endFrame` (cut to the file's end) in the file itself, and nothing
     /// else in it. The processor sees two channels: the first two, or the only one twice; further ones keep their
     /// samples. Gives the status of closing the file; the object's view of the file stays closed.
-    OSStatus processFrames_endFrame(SInt64 startFrame, SInt64 endFrame);
+    [[nodiscard]] virtual OSStatus processFrames_endFrame(SInt64 startFrame, SInt64 endFrame) = 0;
+
+    /// The status of the first step that failed in the last run, or in opening the file when the object is new: also of
+    /// a pass that could not be read, processed or written, and of a file that cannot be processed. 0 when none did.
+    /// Any thread but the real-time ones.
+    virtual OSStatus lastStatus() const = 0;
+    /// The same as a sentence for people that names the file, empty when nothing failed. Any thread but those.
+    virtual std::string lastError() const = 0;
 
     /// The usual sample format of a file type: 16-bit integers, big-endian but in WAVE; floats in AIFF-C. All zero for
     /// types without uncompressed audio.
@@ -61,27 +66,15 @@ public:
         SInt64 mPacketOffset = 0;
         AudioBufferList* mAudioBuffer = nullptr;
     };
-
-private:
-    QMXAudioFileProcessor(const std::string& path, std::shared_ptr<QMXAudioProcessor> processor,
-                          std::shared_ptr<QMXProgressSubscriber> subscriber);
-
-    std::shared_ptr<QMXAudioProcessor> mAudioProcessor;
-    std::shared_ptr<QMXProgressSubscriber> mProgressSubscriber;
-    AudioStreamBasicDescription mFileStreamFormat;
-    AudioStreamBasicDescription mInternalFormat;
-    std::string mInputFilePath;
-    std::shared_ptr<QMXExtAudioFile> mInputFile;
-    AudioBufferList* mAUAudioBuffers = nullptr;
-    AudioBufferList* mFileAudioBuffers = nullptr;
-    ConverterInfo mConverterInfo;
 };
 
 /// Gives a converter the packets that its ConverterInfo (`userData`) is at.
-QMX_EXPORT OSStatus FileInputAudioConverterDataProc(AudioConverterRef converter, UInt32* packetCount,
-                                                    AudioBufferList* data,
-                                                    AudioStreamPacketDescription** packetDescriptions, void* userData);
+[[nodiscard]] QMX_EXPORT OSStatus FileInputAudioConverterDataProc(AudioConverterRef converter, UInt32* packetCount,
+                                                                  AudioBufferList* data,
+                                                                  AudioStreamPacketDescription** packetDescriptions,
+                                                                  void* userData);
 /// Gives a converter the samples of the buffer list `userData`. Always 0.
-QMX_EXPORT OSStatus FileOutputAudioConverterDataProc(AudioConverterRef converter, UInt32* packetCount,
-                                                     AudioBufferList* data,
-                                                     AudioStreamPacketDescription** packetDescriptions, void* userData);
+[[nodiscard]] QMX_EXPORT OSStatus FileOutputAudioConverterDataProc(AudioConverterRef converter, UInt32* packetCount,
+                                                                   AudioBufferList* data,
+                                                                   AudioStreamPacketDescription** packetDescriptions,
+                                                                   void* userData);

@@ -51,6 +51,13 @@ template <std::size_t count> const char* nameOf(const std::array<Name, count>& n
     return nullptr;
 }
 
+void logFailure(const char* text, AudioFilePropertyID property, OSStatus status)
+{
+    // a line for which there is no memory is dropped
+    (void)qmx::withinMemory([&] { qmx::Log(text, QMXAudioFile::propertyName(property)); });
+    QMXAudioFile::printOSStatusCode(status);
+}
+
 } // namespace
 
 UInt32 QMXAudioFile::sizeOfPropertyData_propertyID(AudioFileID file, AudioFilePropertyID property)
@@ -59,8 +66,7 @@ UInt32 QMXAudioFile::sizeOfPropertyData_propertyID(AudioFileID file, AudioFilePr
     const OSStatus status = AudioFileGetPropertyInfo(file, property, &size, nullptr);
     if (status == noErr)
         return size;
-    qmx::withinMemory([&] { qmx::Log("ERROR READING AUDIO FILE PROPERTY SIZE FOR: %@", propertyName(property)); });
-    printOSStatusCode(status);
+    logFailure("ERROR READING AUDIO FILE PROPERTY SIZE FOR: %@", property, status);
     return 0;
 }
 
@@ -73,8 +79,7 @@ qmx::HeapBlock QMXAudioFile::anyProperty_propertyID(AudioFileID file, AudioFileP
     const OSStatus status = AudioFileGetProperty(file, property, &size, value.get());
     if (status == noErr)
         return value;
-    qmx::withinMemory([&] { qmx::Log("ERR READ AUDIO FILE PROP: %@", propertyName(property)); });
-    printOSStatusCode(status);
+    logFailure("ERR READ AUDIO FILE PROP: %@", property, status);
     return nullptr;
 }
 

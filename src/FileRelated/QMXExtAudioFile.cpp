@@ -2,9 +2,11 @@
 #include "FileRelated/QMXExtAudioFile.h"
 
 #include "Formats/ByteUtility.h"
+#include "Formats/LastFailure.h"
 #include "Formats/QMXAudioStreamBasicDescription.h"
 #include "Formats/QMXFileUtils.h"
 #include "Foundation/Memory.h"
+#include "Foundation/RealTime.h"
 #include "Foundation/Text/CFString.h"
 #include "Foundation/Text/FailureLine.h"
 
@@ -20,6 +22,9 @@ constexpr qmx::FailureLine checked("QMXExtAudioFile", "coreaudio_aac/src/FileRel
 
 constexpr OSType libraryCreatorCode = qmx::fourCharCode("KaRt");
 
+constexpr auto cannotBeOpened = "could not be opened", cannotBeMade = "could not be made",
+               cannotBeWritten = "could not be written", cannotTakeFormat = "could not be given a format";
+
 AudioStreamBasicDescription recordOrZero(const AudioStreamBasicDescription* record)
 {
     return record ? *record : AudioStreamBasicDescription{};
@@ -31,57 +36,76 @@ SInt64 saturated(Float64 frames)
     return std::isnan(frames) ? 0 : static_cast<SInt64>(std::clamp(frames, -limit, limit));
 }
 
-} // namespace
-
-std::shared_ptr<QMXExtAudioFile> QMXExtAudioFile::init(const std::string& path)
+class QMXExtAudioFileImpl final : public QMXExtAudioFile
 {
-    return qmx::withinMemory(std::shared_ptr<QMXExtAudioFile>(),
-                             [&] { return std::shared_ptr<QMXExtAudioFile>(new QMXExtAudioFile(path)); });
-}
+public:
+    QMXExtAudioFileImpl(const std::string& path, QMXAudioFileAccessMode mode, SInt64 length, AudioFileTypeID fileType,
+                        const AudioStreamBasicDescription* clientFormat, const AudioStreamBasicDescription* fileFormat);
+    ~QMXExtAudioFileImpl() override
+    {
+        (void)close(); // nobody is left to be told
+    }
 
-std::shared_ptr<QMXExtAudioFile>
-QMXExtAudioFile::initForWriting_fileType_clientFormat_fileFormat(const std::string& path, AudioFileTypeID fileType,
-                                                                 const AudioStreamBasicDescription* clientFormat,
-                                                                 const AudioStreamBasicDescription* fileFormat)
-{
-    auto file = init(path);
-    if (!file)
-        return nullptr;
-    file->mFileAccessMode = QMXAudioFileAccessMode::write;
-    file->mAudioFileType = fileType;
-    file->mClientFormat = recordOrZero(clientFormat);
-    file->mFileFormat = recordOrZero(fileFormat);
-    return file;
-}
+    OSStatus open() override;
+    OSStatus openForReading() override;
+    OSStatus openForWriting() override;
+    OSStatus close() override;
+    void changeHFSTypeCode() const override;
+    bool isOpen() const override { return isOpen_; }
+    OSStatus lastStatus() const override { return failure_.status(); }
+    std::string lastError() const override { return failure_.sentence(); }
+    void setFileAccessMode(QMXAudioFileAccessMode mode) override { mFileAccessMode = mode; }
+    ExtAudioFileRef extAudioFileRef() const override { return mExtAudioFileRef; }
+    const std::string& path() const override { return mOriginalFilePath; }
+    const std::string& name() const override { return mFileName; }
+    const AudioStreamBasicDescription* fileStreamFormat() const override { return &mFileFormat; }
+    const AudioStreamBasicDescription* clientStreamFormat() const override { return &mClientFormat; }
+    OSStatus setFileStreamFormat(const AudioStreamBasicDescription& format) override;
+    OSStatus setClientStreamFormat(const AudioStreamBasicDescription& format) override;
+    AudioFileTypeID fileType() override;
+    AudioFileID audioFileId() const override;
+    UInt32 bitRate() const override;
+    void setBitRate(UInt32 bitsPerSecond) override;
+    SInt64 lengthInFrames() override;
+    OSStatus seek(SInt64 frame) override;
+    SInt64 offset() const override;
+    OSStatus read_numberFrames(AudioBufferList* buffers, UInt32* numberFrames) override;
+    OSStatus write_numberFrames(const AudioBufferList* buffers, UInt32 numberFrames) override;
+    OSStatus writeSynch_numberFrames(const AudioBufferList* buffers, UInt32 numberFrames) override;
 
-std::shared_ptr<QMXExtAudioFile>
-QMXExtAudioFile::initForWriting_fileType_fileFormat(const std::string& path, AudioFileTypeID fileType,
-                                                    const AudioStreamBasicDescription* fileFormat)
-{
-    return initForWriting_fileType_clientFormat_fileFormat(path, fileType, nullptr, fileFormat);
-}
+private:
+    void resolveReferences();
+    void feedBothChannels();
+    OSStatus keepOpenIf(OSStatus status);
+    void noteClientFormat();
+    OSStatus setFormat(ExtAudioFilePropertyID property, const AudioStreamBasicDescription& format,
+                       AudioStreamBasicDescription& kept);
+    AudioConverterRef converter() const;
+    OSStatus told(OSStatus status, const char* whatFailed) const;
+    template <class Call> OSStatus transfer(const char* whatFailed, Call call);
 
-std::shared_ptr<QMXExtAudioFile>
-QMXExtAudioFile::initForReading_clientFormat(const std::string& path, const AudioStreamBasicDescription* clientFormat)
-{
-    auto file = init(path);
-    if (!file)
-        return nullptr;
-    file->mClientFormat = recordOrZero(clientFormat);
-    file->mLengthInFrames = -1;
-    return file;
-}
+    QMXAudioFileAccessMode mFileAccessMode;
+    AudioFileTypeID mAudioFileType;
+    [[maybe_unused]] UInt32 mAudioFileEncoding = 0;
+    std::string mOriginalFilePath;
+    std::string mParentDirPath;
+    std::string mFileName;
+    FSRef mParentDirRef;
+    FSRef mAudioFileRef;
+    SInt64 mLengthInFrames;
+    ExtAudioFileRef mExtAudioFileRef = nullptr;
+    const AudioChannelLayout* mAudioChannelLayout = nullptr;
+    AudioStreamBasicDescription mFileFormat;
+    AudioStreamBasicDescription mClientFormat;
+    bool isOpen_ = false;
+    mutable qmx::LastFailure failure_;
+};
 
-std::shared_ptr<QMXExtAudioFile> QMXExtAudioFile::initForReading(const std::string& path)
-{
-    // what a default output unit takes before it is started
-    return qmx::withinMemory(std::shared_ptr<QMXExtAudioFile>(), [&] {
-        const auto format = QMXAudioStreamBasicDescription::standardFormat(1);
-        return initForReading_clientFormat(path, format->audioStreamBasicDescription());
-    });
-}
-
-QMXExtAudioFile::QMXExtAudioFile(const std::string& path) : mOriginalFilePath(path)
+QMXExtAudioFileImpl::QMXExtAudioFileImpl(const std::string& path, QMXAudioFileAccessMode mode, SInt64 length,
+                                         AudioFileTypeID fileType, const AudioStreamBasicDescription* clientFormat,
+                                         const AudioStreamBasicDescription* fileFormat)
+    : mFileAccessMode(mode), mAudioFileType(fileType), mOriginalFilePath(path), mLengthInFrames(length),
+      mFileFormat(recordOrZero(fileFormat)), mClientFormat(recordOrZero(clientFormat))
 {
     const std::size_t slash = path.rfind('/');
     mFileName = slash == std::string::npos ? path : path.substr(slash + 1);
@@ -90,7 +114,7 @@ QMXExtAudioFile::QMXExtAudioFile(const std::string& path) : mOriginalFilePath(pa
 }
 
 /// A reference is of something that is there: what is made later is looked for again.
-void QMXExtAudioFile::resolveReferences()
+void QMXExtAudioFileImpl::resolveReferences()
 {
     const std::string root = "/", here = ".";
     const bool isInRoot = mParentDirPath.empty() && mOriginalFilePath.starts_with('/');
@@ -99,26 +123,23 @@ void QMXExtAudioFile::resolveReferences()
     QMXFileUtils::makeFSRef_fromPath(&mParentDirRef, parent);
 }
 
-QMXExtAudioFile::~QMXExtAudioFile()
-{
-    close();
-}
-
-OSStatus QMXExtAudioFile::open()
+OSStatus QMXExtAudioFileImpl::open()
 {
     return mFileAccessMode == QMXAudioFileAccessMode::read ? openForReading() : openForWriting();
 }
 
-OSStatus QMXExtAudioFile::openForReading()
+OSStatus QMXExtAudioFileImpl::openForReading()
 {
+    const qmx::LastFailure::Operation operation(failure_);
     if (isOpen_)
         return noErr;
     resolveReferences();
-    OSStatus status = checked(ExtAudioFileOpen(&mAudioFileRef, &mExtAudioFileRef));
+    OSStatus status = told(checked(ExtAudioFileOpen(&mAudioFileRef, &mExtAudioFileRef)), cannotBeOpened);
     if (status != noErr)
         return status;
     UInt32 size = sizeof mFileFormat;
-    checked(ExtAudioFileGetProperty(mExtAudioFileRef, kExtAudioFileProperty_FileDataFormat, &size, &mFileFormat));
+    told(checked(ExtAudioFileGetProperty(mExtAudioFileRef, kExtAudioFileProperty_FileDataFormat, &size, &mFileFormat)),
+         cannotBeOpened);
     if (mClientFormat.mFormatFlags != 0) // which is how a client format shows that was given
         status = setClientStreamFormat(mClientFormat);
     else
@@ -126,41 +147,46 @@ OSStatus QMXExtAudioFile::openForReading()
     return keepOpenIf(status);
 }
 
-OSStatus QMXExtAudioFile::openForWriting()
+OSStatus QMXExtAudioFileImpl::openForWriting()
 {
+    const qmx::LastFailure::Operation operation(failure_);
     if (isOpen_)
         return noErr;
     resolveReferences();
-    openingFailure_ = mParentDirRef.path.empty() ? fnfErr : noErr;
-    const auto keepFirst = [this](OSStatus status) {
-        if (openingFailure_ == noErr)
-            openingFailure_ = status;
-        return status;
-    };
+    if (mParentDirRef.path.empty())
+        told(fnfErr, cannotBeMade); // the service only says that the argument is wrong
     const CFStringRef name = CFStringCreate(mFileName);
-    keepFirst(checked(ExtAudioFileCreateNew(&mParentDirRef, name, mAudioFileType, &mFileFormat, mAudioChannelLayout,
-                                            &mExtAudioFileRef)));
+    told(checked(ExtAudioFileCreateNew(&mParentDirRef, name, mAudioFileType, &mFileFormat, mAudioChannelLayout,
+                                       &mExtAudioFileRef)),
+         cannotBeMade);
     CFRelease(name);
-    const bool isTaken = keepFirst(setClientStreamFormat(mClientFormat)) == noErr;
+    const bool isTaken = setClientStreamFormat(mClientFormat) == noErr;
     if (mClientFormat.mChannelsPerFrame == 1 && mFileFormat.mChannelsPerFrame == 2)
         feedBothChannels();
-    const OSStatus status = keepOpenIf(keepFirst(checked(ExtAudioFileWriteAsync(mExtAudioFileRef, 0, nullptr))));
+    const OSStatus status =
+        keepOpenIf(told(checked(ExtAudioFileWriteAsync(mExtAudioFileRef, 0, nullptr)), cannotBeMade));
     if (isOpen_ && !isTaken)
         noteClientFormat();
     return status;
 }
 
+/// Keeps the first failure of an operation; gives the status.
+OSStatus QMXExtAudioFileImpl::told(OSStatus status, const char* whatFailed) const
+{
+    return failure_.keepFirst(status, mOriginalFilePath, whatFailed);
+}
+
 /// Opening succeeded with status 0, else nothing of it stays.
-OSStatus QMXExtAudioFile::keepOpenIf(OSStatus status)
+OSStatus QMXExtAudioFileImpl::keepOpenIf(OSStatus status)
 {
     isOpen_ = status == noErr;
     if (!isOpen_ && mExtAudioFileRef)
-        ExtAudioFileDispose(std::exchange(mExtAudioFileRef, nullptr));
+        (void)ExtAudioFileDispose(std::exchange(mExtAudioFileRef, nullptr)); // the first failure counts
     return status;
 }
 
 /// The platform may have a client format though none was given or taken.
-void QMXExtAudioFile::noteClientFormat()
+void QMXExtAudioFileImpl::noteClientFormat()
 {
     AudioStreamBasicDescription format;
     UInt32 size = sizeof format;
@@ -169,33 +195,37 @@ void QMXExtAudioFile::noteClientFormat()
 }
 
 /// Both channels of the file come from the only one of the client.
-void QMXExtAudioFile::feedBothChannels()
+void QMXExtAudioFileImpl::feedBothChannels()
 {
     const std::array<SInt32, 2> map{0, 0};
-    checked(AudioConverterSetProperty(converter(), kAudioConverterChannelMap, sizeof map, map.data()));
+    told(checked(AudioConverterSetProperty(converter(), kAudioConverterChannelMap, sizeof map, map.data())),
+         cannotTakeFormat);
 }
 
-AudioConverterRef QMXExtAudioFile::converter() const
+AudioConverterRef QMXExtAudioFileImpl::converter() const
 {
     AudioConverterRef found = nullptr;
     UInt32 size = sizeof found;
-    checked(ExtAudioFileGetProperty(mExtAudioFileRef, kExtAudioFileProperty_AudioConverter, &size, &found));
+    told(checked(ExtAudioFileGetProperty(mExtAudioFileRef, kExtAudioFileProperty_AudioConverter, &size, &found)),
+         "could not tell its converter");
     return found;
 }
 
-OSStatus QMXExtAudioFile::close()
+OSStatus QMXExtAudioFileImpl::close()
 {
+    const qmx::LastFailure::Operation operation(failure_);
     qmx::printWaitingFailures();
     if (!isOpen_)
         return noErr;
-    const OSStatus status = checked(ExtAudioFileDispose(std::exchange(mExtAudioFileRef, nullptr)));
+    const OSStatus status =
+        told(checked(ExtAudioFileDispose(std::exchange(mExtAudioFileRef, nullptr))), cannotBeWritten);
     if (mFileAccessMode == QMXAudioFileAccessMode::write)
         changeHFSTypeCode();
     isOpen_ = false;
     return status;
 }
 
-void QMXExtAudioFile::changeHFSTypeCode() const
+void QMXExtAudioFileImpl::changeHFSTypeCode() const
 {
     constexpr std::array ownTypes{kAudioFileWAVEType, kAudioFileAIFCType, kAudioFileMP3Type, kAudioFileCAFType,
                                   kAudioFileM4AType};
@@ -208,76 +238,182 @@ void QMXExtAudioFile::changeHFSTypeCode() const
     QMXFileUtils::changeCreatorAndType_creator_fileType(mOriginalFilePath, libraryCreatorCode, type);
 }
 
-OSStatus QMXExtAudioFile::setFileStreamFormat(const AudioStreamBasicDescription& format)
+OSStatus QMXExtAudioFileImpl::setFileStreamFormat(const AudioStreamBasicDescription& format)
 {
-    const OSStatus status = checked(
-        ExtAudioFileSetProperty(mExtAudioFileRef, kExtAudioFileProperty_FileDataFormat, sizeof format, &format));
+    return setFormat(kExtAudioFileProperty_FileDataFormat, format, mFileFormat);
+}
+
+OSStatus QMXExtAudioFileImpl::setClientStreamFormat(const AudioStreamBasicDescription& format)
+{
+    return setFormat(kExtAudioFileProperty_ClientDataFormat, format, mClientFormat);
+}
+
+OSStatus QMXExtAudioFileImpl::setFormat(ExtAudioFilePropertyID property, const AudioStreamBasicDescription& format,
+                                        AudioStreamBasicDescription& kept)
+{
+    const qmx::LastFailure::Operation operation(failure_);
+    const OSStatus status =
+        told(checked(ExtAudioFileSetProperty(mExtAudioFileRef, property, sizeof format, &format)), cannotTakeFormat);
     if (status == noErr)
-        mFileFormat = format;
+        kept = format;
     return status;
 }
 
-OSStatus QMXExtAudioFile::setClientStreamFormat(const AudioStreamBasicDescription& format)
+AudioFileTypeID QMXExtAudioFileImpl::fileType()
 {
-    const OSStatus status = checked(
-        ExtAudioFileSetProperty(mExtAudioFileRef, kExtAudioFileProperty_ClientDataFormat, sizeof format, &format));
-    if (status == noErr)
-        mClientFormat = format;
-    return status;
-}
-
-AudioFileTypeID QMXExtAudioFile::fileType()
-{
+    const qmx::LastFailure::Operation operation(failure_);
     if (mAudioFileType != 0)
         return mAudioFileType;
     resolveReferences();
     AudioFileID file = nullptr;
-    if (checked(AudioFileOpen(&mAudioFileRef, fsRdPerm, 0, &file)) != noErr)
+    if (told(checked(AudioFileOpen(&mAudioFileRef, fsRdPerm, 0, &file)), cannotBeOpened) != noErr)
         return 0;
     UInt32 size = sizeof mAudioFileType;
-    checked(AudioFileGetProperty(file, kAudioFilePropertyFileFormat, &size, &mAudioFileType));
+    told(checked(AudioFileGetProperty(file, kAudioFilePropertyFileFormat, &size, &mAudioFileType)),
+         "could not tell its type");
     checked(AudioFileClose(file));
     return mAudioFileType;
 }
 
-AudioFileID QMXExtAudioFile::audioFileId() const
+AudioFileID QMXExtAudioFileImpl::audioFileId() const
 {
     AudioFileID file = nullptr;
+    const qmx::LastFailure::Operation operation(failure_);
     UInt32 size = sizeof file;
-    checked(ExtAudioFileGetProperty(mExtAudioFileRef, kExtAudioFileProperty_AudioFile, &size, &file));
+    told(checked(ExtAudioFileGetProperty(mExtAudioFileRef, kExtAudioFileProperty_AudioFile, &size, &file)),
+         "could not tell its file");
     return file;
 }
 
-UInt32 QMXExtAudioFile::bitRate() const
+UInt32 QMXExtAudioFileImpl::bitRate() const
 {
+    const qmx::LastFailure::Operation operation(failure_);
     UInt32 rate = 0;
     UInt32 size = sizeof rate;
-    const OSStatus status = checked(AudioConverterGetProperty(converter(), kAudioConverterEncodeBitRate, &size, &rate));
+    const OSStatus status =
+        told(checked(AudioConverterGetProperty(converter(), kAudioConverterEncodeBitRate, &size, &rate)),
+             "could not tell its bit rate");
     return status == noErr ? rate : 0;
 }
 
-void QMXExtAudioFile::setBitRate(UInt32 bitsPerSecond)
+void QMXExtAudioFileImpl::setBitRate(UInt32 bitsPerSecond)
 {
+    const qmx::LastFailure::Operation operation(failure_);
     const AudioConverterRef encoder = converter();
+    constexpr auto whatFailed = "could not be given a bit rate";
     Boolean isWritable = false;
     UInt32 size = 0;
-    checked(AudioConverterGetPropertyInfo(encoder, kAudioConverterEncodeBitRate, &size, &isWritable));
+    told(checked(AudioConverterGetPropertyInfo(encoder, kAudioConverterEncodeBitRate, &size, &isWritable)), whatFailed);
     if (!isWritable)
         return;
-    checked(AudioConverterSetProperty(encoder, kAudioConverterEncodeBitRate, sizeof bitsPerSecond, &bitsPerSecond));
-    checked(ExtAudioFileSetProperty(mExtAudioFileRef, kExtAudioFileProperty_AudioConverter, sizeof encoder, &encoder));
+    told(
+        checked(AudioConverterSetProperty(encoder, kAudioConverterEncodeBitRate, sizeof bitsPerSecond, &bitsPerSecond)),
+        whatFailed);
+    told(checked(
+             ExtAudioFileSetProperty(mExtAudioFileRef, kExtAudioFileProperty_AudioConverter, sizeof encoder, &encoder)),
+         whatFailed);
 }
 
-SInt64 QMXExtAudioFile::lengthInFrames()
+SInt64 QMXExtAudioFileImpl::lengthInFrames()
 {
+    const qmx::LastFailure::Operation operation(failure_);
     if (mFileAccessMode == QMXAudioFileAccessMode::read && mLengthInFrames == -1) {
         SInt64 length = 0;
         UInt32 size = sizeof length;
-        if (checked(ExtAudioFileGetProperty(mExtAudioFileRef, kExtAudioFileProperty_FileLengthFrames, &size,
-                                            &length)) == noErr)
+        if (told(checked(
+                     ExtAudioFileGetProperty(mExtAudioFileRef, kExtAudioFileProperty_FileLengthFrames, &size, &length)),
+                 "could not tell its length") == noErr)
             mLengthInFrames = length;
     }
     return mLengthInFrames;
+}
+
+OSStatus QMXExtAudioFileImpl::seek(SInt64 frame)
+{
+    const qmx::LastFailure::Operation operation(failure_);
+    return told(checked(ExtAudioFileSeek(mExtAudioFileRef, frame)), "could not be moved to a frame");
+}
+
+SInt64 QMXExtAudioFileImpl::offset() const
+{
+    const qmx::LastFailure::Operation operation(failure_);
+    SInt64 frame = 0;
+    const OSStatus status = told(checked(ExtAudioFileTell(mExtAudioFileRef, &frame)), "could not tell its position");
+    return status == noErr ? frame : -1;
+}
+
+OSStatus QMXExtAudioFileImpl::read_numberFrames(AudioBufferList* buffers, UInt32* numberFrames)
+{
+    return transfer("could not be read",
+                    [&] { return checked(ExtAudioFileRead(mExtAudioFileRef, numberFrames, buffers)); });
+}
+
+OSStatus QMXExtAudioFileImpl::write_numberFrames(const AudioBufferList* buffers, UInt32 numberFrames)
+{
+    return transfer(cannotBeWritten,
+                    [&] { return checked(ExtAudioFileWriteAsync(mExtAudioFileRef, numberFrames, buffers)); });
+}
+
+OSStatus QMXExtAudioFileImpl::writeSynch_numberFrames(const AudioBufferList* buffers, UInt32 numberFrames)
+{
+    return transfer(cannotBeWritten,
+                    [&] { return checked(ExtAudioFileWrite(mExtAudioFileRef, numberFrames, buffers)); });
+}
+
+/// On real-time threads without a trace.
+template <class Call> OSStatus QMXExtAudioFileImpl::transfer(const char* whatFailed, Call call)
+{
+    if (qmx::isRealTime())
+        return call();
+    const qmx::LastFailure::Operation operation(failure_);
+    return told(call(), whatFailed);
+}
+
+std::shared_ptr<QMXExtAudioFile> make(const std::string& path, QMXAudioFileAccessMode mode, SInt64 length,
+                                      AudioFileTypeID fileType = 0,
+                                      const AudioStreamBasicDescription* clientFormat = nullptr,
+                                      const AudioStreamBasicDescription* fileFormat = nullptr)
+{
+    return qmx::withinMemory(std::shared_ptr<QMXExtAudioFile>(), [&] {
+        return std::make_shared<QMXExtAudioFileImpl>(path, mode, length, fileType, clientFormat, fileFormat);
+    });
+}
+
+} // namespace
+
+std::shared_ptr<QMXExtAudioFile> QMXExtAudioFile::init(const std::string& path)
+{
+    return make(path, QMXAudioFileAccessMode::read, 0);
+}
+
+std::shared_ptr<QMXExtAudioFile>
+QMXExtAudioFile::initForWriting_fileType_clientFormat_fileFormat(const std::string& path, AudioFileTypeID fileType,
+                                                                 const AudioStreamBasicDescription* clientFormat,
+                                                                 const AudioStreamBasicDescription* fileFormat)
+{
+    return make(path, QMXAudioFileAccessMode::write, 0, fileType, clientFormat, fileFormat);
+}
+
+std::shared_ptr<QMXExtAudioFile>
+QMXExtAudioFile::initForWriting_fileType_fileFormat(const std::string& path, AudioFileTypeID fileType,
+                                                    const AudioStreamBasicDescription* fileFormat)
+{
+    return make(path, QMXAudioFileAccessMode::write, 0, fileType, nullptr, fileFormat);
+}
+
+std::shared_ptr<QMXExtAudioFile>
+QMXExtAudioFile::initForReading_clientFormat(const std::string& path, const AudioStreamBasicDescription* clientFormat)
+{
+    return make(path, QMXAudioFileAccessMode::read, -1, 0, clientFormat);
+}
+
+std::shared_ptr<QMXExtAudioFile> QMXExtAudioFile::initForReading(const std::string& path)
+{
+    // what a default output unit takes before it is started
+    return qmx::withinMemory(std::shared_ptr<QMXExtAudioFile>(), [&] {
+        const auto format = QMXAudioStreamBasicDescription::standardFormat(1);
+        return initForReading_clientFormat(path, format->audioStreamBasicDescription());
+    });
 }
 
 SInt64 QMXExtAudioFile::clientLengthInFrames()
@@ -285,30 +421,4 @@ SInt64 QMXExtAudioFile::clientLengthInFrames()
     if (sampleRate() == 0)
         return 0;
     return saturated(clientSampleRate() / sampleRate() * static_cast<Float64>(lengthInFrames()));
-}
-
-OSStatus QMXExtAudioFile::seek(SInt64 frame)
-{
-    return checked(ExtAudioFileSeek(mExtAudioFileRef, frame));
-}
-
-SInt64 QMXExtAudioFile::offset() const
-{
-    SInt64 frame = 0;
-    return checked(ExtAudioFileTell(mExtAudioFileRef, &frame)) == noErr ? frame : -1;
-}
-
-OSStatus QMXExtAudioFile::read_numberFrames(AudioBufferList* buffers, UInt32* numberFrames)
-{
-    return checked(ExtAudioFileRead(mExtAudioFileRef, numberFrames, buffers));
-}
-
-OSStatus QMXExtAudioFile::write_numberFrames(const AudioBufferList* buffers, UInt32 numberFrames)
-{
-    return checked(ExtAudioFileWriteAsync(mExtAudioFileRef, numberFrames, buffers));
-}
-
-OSStatus QMXExtAudioFile::writeSynch_numberFrames(const AudioBufferList* buffers, UInt32 numberFrames)
-{
-    return checked(ExtAudioFileWrite(mExtAudioFileRef, numberFrames, buffers));
 }

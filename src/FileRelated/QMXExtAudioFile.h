@@ -12,7 +12,8 @@
 /// and lengths count frames of the file.
 ///
 /// A failing platform call prints one line to standard error, and its status is returned; the object stays usable. All
-/// operations belong to one controlling thread, but `read` and `write` may be called on a render thread: see there.
+/// operations belong to one controlling thread, but `read` and `write` may be called on a render thread: see there. The
+/// last owner's release closes the file.
 class QMX_EXPORT QMXExtAudioFile : public qmx::Object
 {
 public:
@@ -33,97 +34,77 @@ public:
     initForReading_clientFormat(const std::string& path, const AudioStreamBasicDescription* clientFormat);
     /// For reading in the format that the default output unit takes: 44100 Hz, 32-bit float, stereo, not interleaved.
     static std::shared_ptr<QMXExtAudioFile> initForReading(const std::string& path);
-    /// Closes.
-    ~QMXExtAudioFile() override;
 
     /// Opens for reading or creates, by the access mode. 0 for success; on failure no file stays open.
-    OSStatus open();
+    [[nodiscard]] virtual OSStatus open() = 0;
     /// Opens for reading and takes the client format where one was given. 0 when already open.
-    OSStatus openForReading();
+    [[nodiscard]] virtual OSStatus openForReading() = 0;
     /// Creates the file (one that exists is left as it is), sets the client format, feeds both channels of a stereo
     /// file from a mono client, and makes ready for writing. Each failing step is printed and the next is tried; the
-    /// status is that of the last.
-    OSStatus openForWriting();
-    /// The status of the first failing step of the last `openForWriting`; 0 where all went well.
-    OSStatus openingFailure() const { return openingFailure_; }
+    /// status is that of the last; lastStatus() tells the first that failed.
+    [[nodiscard]] virtual OSStatus openForWriting() = 0;
     /// Writes what is still on its way, closes, and stamps a written file with creator and type codes. 0 when not open;
     /// else what the platform says, a write that failed on the way included.
-    OSStatus close();
+    [[nodiscard]] virtual OSStatus close() = 0;
     /// Stamps the file: WAVE, AIFF-C, MP3, CAF and M4A with their own type, others as AIFF.
-    void changeHFSTypeCode() const;
-    bool isOpen() const { return isOpen_; }
+    virtual void changeHFSTypeCode() const = 0;
+    virtual bool isOpen() const = 0;
+
+    /// The status of the first step that failed since the last operation began that can fail, also where its result
+    /// does not tell; 0 when none did. On threads marked real-time the result alone tells: `read` and `write` leave
+    /// this as it is there. Any other thread.
+    virtual OSStatus lastStatus() const = 0;
+    /// The same as a sentence for people that names the file, empty when nothing failed. Any thread but those.
+    virtual std::string lastError() const = 0;
+
     /// What the next `open` does.
-    void setFileAccessMode(QMXAudioFileAccessMode mode) { mFileAccessMode = mode; }
+    virtual void setFileAccessMode(QMXAudioFileAccessMode mode) = 0;
     /// The platform's file, which stays this object's; null while none is open.
-    ExtAudioFileRef extAudioFileRef() const { return mExtAudioFileRef; }
-    const std::string& path() const { return mOriginalFilePath; }
-    const std::string& name() const { return mFileName; }
+    virtual ExtAudioFileRef extAudioFileRef() const = 0;
+    virtual const std::string& path() const = 0;
+    virtual const std::string& name() const = 0;
 
     /// The object's own records, all zero while not known. Once open, the client format that holds: also the platform's
     /// own choice where none was given or taken, and all zero where there is none, so that nothing can be read or
     /// written.
-    const AudioStreamBasicDescription* fileStreamFormat() const { return &mFileFormat; }
-    const AudioStreamBasicDescription* clientStreamFormat() const { return &mClientFormat; }
+    virtual const AudioStreamBasicDescription* fileStreamFormat() const = 0;
+    virtual const AudioStreamBasicDescription* clientStreamFormat() const = 0;
     /// Sets a format of the open file and keeps it when the platform takes it.
-    OSStatus setFileStreamFormat(const AudioStreamBasicDescription& format);
-    OSStatus setClientStreamFormat(const AudioStreamBasicDescription& format);
-    Float64 sampleRate() const { return mFileFormat.mSampleRate; }
-    UInt32 channelsPerFrame() const { return mFileFormat.mChannelsPerFrame; }
-    UInt32 bitsPerChannel() const { return mFileFormat.mBitsPerChannel; }
-    UInt32 bytesPerFrame() const { return mFileFormat.mBytesPerFrame; }
-    Float64 clientSampleRate() const { return mClientFormat.mSampleRate; }
-    UInt32 clientChannelsPerFrame() const { return mClientFormat.mChannelsPerFrame; }
-    UInt32 clientBitsPerChannel() const { return mClientFormat.mBitsPerChannel; }
-    UInt32 clientBytesPerFrame() const { return mClientFormat.mBytesPerFrame; }
+    [[nodiscard]] virtual OSStatus setFileStreamFormat(const AudioStreamBasicDescription& format) = 0;
+    [[nodiscard]] virtual OSStatus setClientStreamFormat(const AudioStreamBasicDescription& format) = 0;
+    Float64 sampleRate() const { return fileStreamFormat()->mSampleRate; }
+    UInt32 channelsPerFrame() const { return fileStreamFormat()->mChannelsPerFrame; }
+    UInt32 bitsPerChannel() const { return fileStreamFormat()->mBitsPerChannel; }
+    UInt32 bytesPerFrame() const { return fileStreamFormat()->mBytesPerFrame; }
+    Float64 clientSampleRate() const { return clientStreamFormat()->mSampleRate; }
+    UInt32 clientChannelsPerFrame() const { return clientStreamFormat()->mChannelsPerFrame; }
+    UInt32 clientBitsPerChannel() const { return clientStreamFormat()->mBitsPerChannel; }
+    UInt32 clientBytesPerFrame() const { return clientStreamFormat()->mBytesPerFrame; }
 
     /// The container; a file that was never asked before is opened once for it. 0 on failure.
-    AudioFileTypeID fileType();
+    virtual AudioFileTypeID fileType() = 0;
     /// The file of the audio file service, which stays the platform's; null while none is open.
-    AudioFileID audioFileId() const;
+    virtual AudioFileID audioFileId() const = 0;
     /// Bits per second of the encoder; 0 where there is none.
-    UInt32 bitRate() const;
-    /// Sets them, before anything is written, where the coding lets them be set.
-    void setBitRate(UInt32 bitsPerSecond);
+    virtual UInt32 bitRate() const = 0;
+    /// Sets them, before anything is written, where the coding lets them be set; lastStatus() tells of a rate that it
+    /// does not take.
+    virtual void setBitRate(UInt32 bitsPerSecond) = 0;
 
     /// Frames of the file; -1 where they cannot be told, 0 while writing.
-    SInt64 lengthInFrames();
+    virtual SInt64 lengthInFrames() = 0;
     /// The same at the client's rate, truncated.
     SInt64 clientLengthInFrames();
-    OSStatus seek(SInt64 frame);
+    [[nodiscard]] virtual OSStatus seek(SInt64 frame) = 0;
     /// The frame of the file that is read or written next; -1 on failure.
-    SInt64 offset() const;
+    virtual SInt64 offset() const = 0;
 
     /// Reads `*numberFrames` client frames; `*numberFrames` and the buffers' byte sizes become what came. Fewer are the
     /// end or a failure; InvalidOperationOrder without a client format. On a render thread as ExtAudioFileRead says.
-    OSStatus read_numberFrames(AudioBufferList* buffers, UInt32* numberFrames);
+    [[nodiscard]] virtual OSStatus read_numberFrames(AudioBufferList* buffers, UInt32* numberFrames) = 0;
     /// Queues client frames for the platform's writing thread. Neither allocates nor locks: it may be called on a
     /// render thread.
-    OSStatus write_numberFrames(const AudioBufferList* buffers, UInt32 numberFrames);
+    [[nodiscard]] virtual OSStatus write_numberFrames(const AudioBufferList* buffers, UInt32 numberFrames) = 0;
     /// Writes client frames and waits for the disk.
-    OSStatus writeSynch_numberFrames(const AudioBufferList* buffers, UInt32 numberFrames);
-
-private:
-    explicit QMXExtAudioFile(const std::string& path);
-
-    void resolveReferences();
-    void feedBothChannels();
-    OSStatus keepOpenIf(OSStatus status);
-    void noteClientFormat();
-    AudioConverterRef converter() const;
-
-    QMXAudioFileAccessMode mFileAccessMode = QMXAudioFileAccessMode::read;
-    AudioFileTypeID mAudioFileType = 0;
-    [[maybe_unused]] UInt32 mAudioFileEncoding = 0;
-    std::string mOriginalFilePath;
-    std::string mParentDirPath;
-    std::string mFileName;
-    FSRef mParentDirRef;
-    FSRef mAudioFileRef;
-    SInt64 mLengthInFrames = 0;
-    ExtAudioFileRef mExtAudioFileRef = nullptr;
-    const AudioChannelLayout* mAudioChannelLayout = nullptr;
-    AudioStreamBasicDescription mFileFormat;
-    AudioStreamBasicDescription mClientFormat;
-    bool isOpen_ = false;
-    OSStatus openingFailure_ = noErr;
+    [[nodiscard]] virtual OSStatus writeSynch_numberFrames(const AudioBufferList* buffers, UInt32 numberFrames) = 0;
 };

@@ -3,6 +3,7 @@
 
 #include "AudioToolbox/AudioFile.h"
 #include "Formats/QMXAudioDeviceUtils.h"
+#include "Foundation/Text/Format.h"
 
 std::string qmx::fileFailureReason(OSStatus status)
 {
@@ -22,8 +23,20 @@ std::string qmx::fileFailureReason(OSStatus status)
         return "it exists already";
     case fnOpnErr:
         return "it is not open";
+    case opWrErr:
+        return "it is open already";
+    case eofErr:
+        return "it ends there";
+    case bdNamErr:
+        return "not a name for a file";
     case memFullErr:
         return "not enough memory";
+    case paramErr:
+        return "a wrong argument";
+    case kAudioFileInvalidFileError:
+        return "its contents are damaged";
+    case kAudioFileOperationNotSupportedError:
+        return "it does not allow that";
     case kAudioFileUnsupportedFileTypeError:
         return "not an audio file of a known type";
     case kAudioFileUnsupportedDataFormatError:
@@ -33,6 +46,6 @@ std::string qmx::fileFailureReason(OSStatus status)
     case kAudioHardwareUnsupportedOperationError:
         return "it cannot be changed";
     default:
-        return QMXAudioDeviceUtils::errorMessage(status);
+        return status < 0 ? qmx::format("status %d", status) : QMXAudioDeviceUtils::errorMessage(status);
     }
 }

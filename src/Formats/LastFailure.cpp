@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "Formats/LastFailure.h"
 
+#include "Formats/FileFailureReason.h"
+#include "Foundation/Memory.h"
+
 #include <utility>
 
 namespace qmx
@@ -11,6 +14,21 @@ void LastFailure::set(OSStatus status, std::string sentence)
     const std::scoped_lock lock(lock_);
     status_ = status;
     sentence_ = std::move(sentence);
+}
+
+OSStatus LastFailure::keepFirst(OSStatus status, std::string_view subject, std::string_view what,
+                                std::string_view reason) noexcept
+{
+    if (status == noErr || this->status() != noErr)
+        return status;
+    std::string sentence;
+    (void)withinMemory([&] { // else without a sentence
+        std::string whole(subject);
+        whole.append(" ").append(what).append(": ");
+        sentence = reason.empty() ? whole + fileFailureReason(status) : whole.append(reason);
+    });
+    set(status, std::move(sentence));
+    return status;
 }
 
 LastFailure::Operation::Operation(LastFailure& failure) : failure_(failure)

@@ -5,6 +5,7 @@
 
 #include <mutex>
 #include <string>
+#include <string_view>
 
 namespace qmx
 {
@@ -15,6 +16,19 @@ class LastFailure
 public:
     void set(OSStatus status, std::string sentence);
     void clear() { set(noErr, {}); }
+
+    /// Keeps `status` and "<subject> <what>: <reason>", without memory no sentence; nothing for noErr, or where a
+    /// failure is kept already. The reason is that of the status unless another is given. Gives `status`.
+    OSStatus keepFirst(OSStatus status, std::string_view subject, std::string_view what,
+                       std::string_view reason = {}) noexcept;
+
+    /// The same with what failed in another object, if anything did: its own status and sentence.
+    template <class Other> OSStatus keepFirstOf(const Other& other)
+    {
+        if (status() == noErr && other.lastStatus() != noErr)
+            set(other.lastStatus(), other.lastError());
+        return other.lastStatus();
+    }
 
     /// An operation of the object while it lives. It begins without a failure; one inside another is a part of it.
     class Operation

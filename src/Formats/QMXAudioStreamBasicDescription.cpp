@@ -110,9 +110,9 @@ QMXAudioStreamBasicDescription::standardFormatWithId_sampleRate(AudioFormatID fo
 
     // Both statuses are ignored: an unknown coding keeps what is set so far, which is intended.
     UInt32 size = sizeof record;
-    AudioFormatGetPropertyInfo(kAudioFormatProperty_FormatInfo, sizeof record, nullptr, &size);
+    (void)AudioFormatGetPropertyInfo(kAudioFormatProperty_FormatInfo, sizeof record, nullptr, &size);
     size = sizeof record;
-    AudioFormatGetProperty(kAudioFormatProperty_FormatInfo, sizeof record, nullptr, &size, &record);
+    (void)AudioFormatGetProperty(kAudioFormatProperty_FormatInfo, sizeof record, nullptr, &size, &record);
     return std::make_shared<QMXAudioStreamBasicDescription>(record);
 }
 

@@ -2,6 +2,7 @@
 #include "Processing/QMXAudioConverter.h"
 
 #include "CoreAudio/AudioHardware.h"
+#include "Formats/LastFailure.h"
 #include "Formats/QMXAudioStreamBasicDescription.h"
 #include "Foundation/Memory.h"
 #include "Foundation/Text/FailureLine.h"
@@ -18,6 +19,8 @@ namespace
 
 // intended: the names in these lines are not this file's
 constexpr qmx::FailureLine report("Halcyra", "coreaudio_aac/src/QMXAudioConverter");
+
+constexpr auto cannotConvert = "could not convert";
 
 constexpr ComponentDescription defaultOutput{kAudioUnitType_Output, kAudioUnitSubType_DefaultOutput,
                                              kAudioUnitManufacturer_Apple};
@@ -49,120 +52,168 @@ void keepAtMost(UInt64 bytes, AudioBufferList& data)
         buffers[i].mDataByteSize = static_cast<UInt32>(std::min<UInt64>(buffers[i].mDataByteSize, bytes));
 }
 
-} // namespace
-
-QMXAudioConverterDelegate::~QMXAudioConverterDelegate() = default;
-
-std::shared_ptr<QMXAudioConverter> QMXAudioConverter::initWithSourceFormat_destinationFormat(
-    std::shared_ptr<QMXAudioStreamBasicDescription> sourceFormat,
-    std::shared_ptr<QMXAudioStreamBasicDescription> destinationFormat)
+class QMXAudioConverterImpl final : public QMXAudioConverter
 {
-    if (!sourceFormat || !destinationFormat)
-        return nullptr;
-    auto object = qmx::withinMemory(std::shared_ptr<QMXAudioConverter>(), [&] {
-        return std::shared_ptr<QMXAudioConverter>(
-            new QMXAudioConverter(std::move(sourceFormat), std::move(destinationFormat)));
-    });
-    if (!object)
-        return nullptr;
-    object->setupGraph();
-    const OSStatus status =
-        AudioConverterNew(object->mSourceFormat->audioStreamBasicDescription(),
-                          object->mDestinationFormat->audioStreamBasicDescription(), &object->audioConverter);
-    return status == noErr ? object : nullptr;
-}
+public:
+    QMXAudioConverterImpl(std::shared_ptr<QMXAudioConverterDelegate> delegate,
+                          std::shared_ptr<QMXAudioStreamBasicDescription> sourceFormat,
+                          std::shared_ptr<QMXAudioStreamBasicDescription> destinationFormat);
+    ~QMXAudioConverterImpl() override;
 
-std::shared_ptr<QMXAudioConverter> QMXAudioConverter::initWithDelegate_sourceFormat_destinationFormat(
-    std::shared_ptr<QMXAudioConverterDelegate> delegate, std::shared_ptr<QMXAudioStreamBasicDescription> sourceFormat,
-    std::shared_ptr<QMXAudioStreamBasicDescription> destinationFormat)
-{
-    auto object = initWithSourceFormat_destinationFormat(std::move(sourceFormat), std::move(destinationFormat));
-    if (object)
-        object->mDelegate = std::move(delegate);
-    return object;
-}
+    /// Makes both routes; whether the platform can convert at all.
+    bool setUp();
 
-QMXAudioConverter::QMXAudioConverter(std::shared_ptr<QMXAudioStreamBasicDescription> sourceFormat,
-                                     std::shared_ptr<QMXAudioStreamBasicDescription> destinationFormat)
+    OSStatus lastStatus() const override { return failure_.status(); }
+    std::string lastError() const override { return failure_.sentence(); }
+    AudioConverterRef converter() const override { return audioConverter; }
+    UInt32 minimumInputBufferSize() const override;
+    UInt32 minimumOutputBufferSize() const override;
+    UInt32 calculateInputBufferSize(UInt32 outputBufferSize) const override;
+    UInt32 calculateOutputBufferSize(UInt32 inputBufferSize) const override;
+    UInt32 sampleRateConverterQuality() const override;
+    void setSampleRateConverterQuality(UInt32 quality) override;
+    void setMagicCookie_length(const void* magicCookie, UInt32 length) override;
+    void reset() override;
+    OSStatus convertBuffer_inputBufferSize_outputBuffer_outputBufferSize(const void* inputBuffer,
+                                                                         UInt32 inputBufferSize, void* outputBuffer,
+                                                                         UInt32* outputBufferSize) override;
+    OSStatus fillComplexBuffer_buffer_packetDescription(const UInt32* frameCount, AudioBufferList* buffer,
+                                                        AudioStreamPacketDescription* packetDescription) override;
+    OSStatus render_numberFrames_ioData(const AudioTimeStamp* timeStamp, UInt32 numberFrames,
+                                        AudioBufferList* data) override;
+    OSStatus audioUnitCallback_timeStamp_busNumber_numFrames_data(AudioUnitRenderActionFlags* flags,
+                                                                  const AudioTimeStamp* timeStamp, UInt32 busNumber,
+                                                                  UInt32 numberFrames, AudioBufferList* data) override;
+    OSStatus audioConverterCallback_data_packetDescription(UInt32* packetCount, AudioBufferList* data,
+                                                           AudioStreamPacketDescription** packetDescriptions) override;
+    std::string description() const override;
+
+private:
+    void setupGraph();
+    void makeGraph();
+    void setupInternalStreamFormat();
+    void setupAudioFormats();
+    void connectAudioUnits();
+    OSStatus reported(OSStatus status, unsigned line = __builtin_LINE());
+    OSStatus told(OSStatus status, const char* whatFailed) const;
+    UInt32 property(AudioConverterPropertyID property, UInt32 valueAtFirst) const;
+
+    AudioConverterRef audioConverter = nullptr;
+    std::shared_ptr<QMXAudioStreamBasicDescription> mSourceFormat;
+    std::shared_ptr<QMXAudioStreamBasicDescription> mDestinationFormat;
+    AudioStreamBasicDescription mAUSourceFormat;
+    AudioStreamBasicDescription mAUDestinationFormat;
+    AudioStreamBasicDescription mAUInternalFormat; ///< between the units, but for its rate
+    AUGraph mGraph = nullptr;
+    AudioUnit mInputUnit = nullptr;
+    AUNode mInputNode = 0;
+    [[maybe_unused]] AudioUnit mVarispeedUnit = nullptr; ///< there is no such stage
+    [[maybe_unused]] AUNode mVarispeedNode = 0;
+    AudioUnit mOutputUnit = nullptr;
+    AUNode mOutputNode = 0;
+    std::shared_ptr<QMXAudioConverterDelegate> mDelegate;
+    bool mChainTakesSource = false; ///< the chain can make sound of what the delegate gives
+    mutable qmx::LastFailure failure_;
+};
+
+QMXAudioConverterImpl::QMXAudioConverterImpl(std::shared_ptr<QMXAudioConverterDelegate> delegate,
+                                             std::shared_ptr<QMXAudioStreamBasicDescription> sourceFormat,
+                                             std::shared_ptr<QMXAudioStreamBasicDescription> destinationFormat)
     : mSourceFormat(std::move(sourceFormat)), mDestinationFormat(std::move(destinationFormat)),
-      mAUSourceFormat(std::make_unique<AudioStreamBasicDescription>(*mSourceFormat->audioStreamBasicDescription())),
-      mAUDestinationFormat(
-          std::make_unique<AudioStreamBasicDescription>(*mDestinationFormat->audioStreamBasicDescription())),
-      mAUInternalFormat(std::make_unique<AudioStreamBasicDescription>())
+      mAUSourceFormat(*mSourceFormat->audioStreamBasicDescription()),
+      mAUDestinationFormat(*mDestinationFormat->audioStreamBasicDescription()), mDelegate(std::move(delegate))
 {
 }
 
-QMXAudioConverter::~QMXAudioConverter()
+QMXAudioConverterImpl::~QMXAudioConverterImpl()
 {
-    AudioConverterDispose(audioConverter);
-    AUGraphStop(mGraph);
-    AUGraphClose(mGraph);
-    DisposeAUGraph(mGraph);
+    // nobody is left to be told
+    (void)AudioConverterDispose(audioConverter);
+    (void)AUGraphStop(mGraph);
+    (void)AUGraphClose(mGraph);
+    (void)DisposeAUGraph(mGraph);
+}
+
+bool QMXAudioConverterImpl::setUp()
+{
+    setupGraph();
+    return AudioConverterNew(&mAUSourceFormat, &mAUDestinationFormat, &audioConverter) == noErr;
+}
+
+/// Prints a failing step of the set-up and keeps the first.
+OSStatus QMXAudioConverterImpl::reported(OSStatus status, unsigned line)
+{
+    return failure_.keepFirst(report(status, line), "The pull chain", "could not be made");
+}
+
+OSStatus QMXAudioConverterImpl::told(OSStatus status, const char* whatFailed) const
+{
+    return failure_.keepFirst(status, "The converter", whatFailed);
 }
 
 /// Builds the pull chain. Every step is tried, whatever became of those before it.
-void QMXAudioConverter::setupGraph()
+void QMXAudioConverterImpl::setupGraph()
 {
-    report(NewAUGraph(&mGraph));
-    report(AUGraphOpen(mGraph));
+    reported(NewAUGraph(&mGraph));
+    reported(AUGraphOpen(mGraph));
     makeGraph();
-    const AURenderCallbackStruct input{AudioDataInputProc, this};
-    report(AudioUnitSetProperty(mInputUnit, kAudioUnitProperty_SetRenderCallback, kAudioUnitScope_Input, 0, &input,
-                                sizeof input));
-    report(AUGraphUpdate(mGraph, nullptr));
-    report(AUGraphInitialize(mGraph));
-    report(AUGraphStart(mGraph));
+    const AURenderCallbackStruct input{AudioDataInputProc, static_cast<QMXAudioConverter*>(this)};
+    reported(AudioUnitSetProperty(mInputUnit, kAudioUnitProperty_SetRenderCallback, kAudioUnitScope_Input, 0, &input,
+                                  sizeof input));
+    reported(AUGraphUpdate(mGraph, nullptr));
+    reported(AUGraphInitialize(mGraph));
+    reported(AUGraphStart(mGraph));
 }
 
-void QMXAudioConverter::makeGraph()
+void QMXAudioConverterImpl::makeGraph()
 {
     setupInternalStreamFormat();
-    report(AUGraphNewNode(mGraph, &converterUnit, 0, nullptr, &mInputNode));
-    report(AUGraphNewNode(mGraph, &converterUnit, 0, nullptr, &mOutputNode));
-    report(AUGraphGetNodeInfo(mGraph, mInputNode, nullptr, nullptr, nullptr, &mInputUnit));
-    report(AUGraphGetNodeInfo(mGraph, mOutputNode, nullptr, nullptr, nullptr, &mOutputUnit));
-    report(AUGraphUpdate(mGraph, nullptr));
+    reported(AUGraphNewNode(mGraph, &converterUnit, 0, nullptr, &mInputNode));
+    reported(AUGraphNewNode(mGraph, &converterUnit, 0, nullptr, &mOutputNode));
+    reported(AUGraphGetNodeInfo(mGraph, mInputNode, nullptr, nullptr, nullptr, &mInputUnit));
+    reported(AUGraphGetNodeInfo(mGraph, mOutputNode, nullptr, nullptr, nullptr, &mOutputUnit));
+    reported(AUGraphUpdate(mGraph, nullptr));
     setupAudioFormats();
     connectAudioUnits();
 }
 
 /// The canonical format is what the default output unit takes; the unit is opened for this question only.
-void QMXAudioConverter::setupInternalStreamFormat()
+void QMXAudioConverterImpl::setupInternalStreamFormat()
 {
     AudioUnit unit = nullptr;
-    report(OpenAComponent(FindNextComponent(nullptr, &defaultOutput), &unit));
-    report(AudioUnitInitialize(unit));
-    UInt32 size = sizeof *mAUInternalFormat;
-    report(AudioUnitGetProperty(unit, kAudioUnitProperty_StreamFormat, kAudioUnitScope_Input, 0,
-                                mAUInternalFormat.get(), &size));
+    reported(OpenAComponent(FindNextComponent(nullptr, &defaultOutput), &unit));
+    reported(AudioUnitInitialize(unit));
+    UInt32 size = sizeof mAUInternalFormat;
+    reported(AudioUnitGetProperty(unit, kAudioUnitProperty_StreamFormat, kAudioUnitScope_Input, 0, &mAUInternalFormat,
+                                  &size));
     Float64 deviceRate = 0; // intended: asked for and not used
     size = sizeof deviceRate;
-    report(AudioUnitGetProperty(unit, kAudioDevicePropertyNominalSampleRate, kAudioUnitScope_Input, 0, &deviceRate,
-                                &size));
-    report(AudioUnitUninitialize(unit));
-    report(CloseComponent(unit));
+    reported(AudioUnitGetProperty(unit, kAudioDevicePropertyNominalSampleRate, kAudioUnitScope_Input, 0, &deviceRate,
+                                  &size));
+    reported(AudioUnitUninitialize(unit));
+    reported(CloseComponent(unit));
 }
 
-void QMXAudioConverter::setupAudioFormats()
+void QMXAudioConverterImpl::setupAudioFormats()
 {
-    AudioStreamBasicDescription atSourceRate = *mAUInternalFormat;
-    atSourceRate.mSampleRate = mAUSourceFormat->mSampleRate;
-    mChainTakesSource = report(setFormat(mInputUnit, kAudioUnitScope_Input, *mAUSourceFormat)) == noErr;
-    report(setFormat(mInputUnit, kAudioUnitScope_Output, atSourceRate));
-    report(setFormat(mOutputUnit, kAudioUnitScope_Input, *mAUInternalFormat));
-    report(setFormat(mOutputUnit, kAudioUnitScope_Output, *mAUDestinationFormat));
-    report(setMaximumFrames(mInputUnit));
-    report(setMaximumFrames(mOutputUnit));
+    AudioStreamBasicDescription atSourceRate = mAUInternalFormat;
+    atSourceRate.mSampleRate = mAUSourceFormat.mSampleRate;
+    mChainTakesSource = reported(setFormat(mInputUnit, kAudioUnitScope_Input, mAUSourceFormat)) == noErr;
+    reported(setFormat(mInputUnit, kAudioUnitScope_Output, atSourceRate));
+    reported(setFormat(mOutputUnit, kAudioUnitScope_Input, mAUInternalFormat));
+    reported(setFormat(mOutputUnit, kAudioUnitScope_Output, mAUDestinationFormat));
+    reported(setMaximumFrames(mInputUnit));
+    reported(setMaximumFrames(mOutputUnit));
 }
 
-void QMXAudioConverter::connectAudioUnits()
+void QMXAudioConverterImpl::connectAudioUnits()
 {
-    report(AUGraphConnectNodeInput(mGraph, mInputNode, 0, mOutputNode, 0));
+    reported(AUGraphConnectNodeInput(mGraph, mInputNode, 0, mOutputNode, 0));
 }
 
-OSStatus QMXAudioConverter::fillComplexBuffer_buffer_packetDescription(const UInt32* frameCount,
-                                                                       AudioBufferList* buffer,
-                                                                       AudioStreamPacketDescription*)
+OSStatus QMXAudioConverterImpl::fillComplexBuffer_buffer_packetDescription(const UInt32* frameCount,
+                                                                           AudioBufferList* buffer,
+                                                                           AudioStreamPacketDescription*)
 {
     if (!frameCount)
         return kAudio_ParamError;
@@ -171,20 +222,20 @@ OSStatus QMXAudioConverter::fillComplexBuffer_buffer_packetDescription(const UIn
     return AudioUnitRender(mOutputUnit, &flags, &zero, 0, *frameCount, buffer);
 }
 
-OSStatus QMXAudioConverter::render_numberFrames_ioData(const AudioTimeStamp* timeStamp, UInt32 numberFrames,
-                                                       AudioBufferList* data)
+OSStatus QMXAudioConverterImpl::render_numberFrames_ioData(const AudioTimeStamp* timeStamp, UInt32 numberFrames,
+                                                           AudioBufferList* data)
 {
     return AudioUnitRender(mInputUnit, nullptr, timeStamp, 0, numberFrames, data);
 }
 
-OSStatus QMXAudioConverter::audioUnitCallback_timeStamp_busNumber_numFrames_data(AudioUnitRenderActionFlags*,
-                                                                                 const AudioTimeStamp*, UInt32,
-                                                                                 UInt32 numberFrames,
-                                                                                 AudioBufferList* data)
+OSStatus QMXAudioConverterImpl::audioUnitCallback_timeStamp_busNumber_numFrames_data(AudioUnitRenderActionFlags*,
+                                                                                     const AudioTimeStamp*, UInt32,
+                                                                                     UInt32 numberFrames,
+                                                                                     AudioBufferList* data)
 {
     if (!data)
         return kAudio_ParamError;
-    const UInt32 framesPerPacket = mAUSourceFormat->mFramesPerPacket;
+    const UInt32 framesPerPacket = mAUSourceFormat.mFramesPerPacket;
     const UInt32 asked = framesPerPacket > 0 ? numberFrames / framesPerPacket : 0;
     const UInt64 bytesPerPacket = bytesOfEach(*data, numberFrames) * framesPerPacket;
     UInt32 packets = asked;
@@ -194,11 +245,122 @@ OSStatus QMXAudioConverter::audioUnitCallback_timeStamp_busNumber_numFrames_data
 }
 
 OSStatus
-QMXAudioConverter::audioConverterCallback_data_packetDescription(UInt32* packetCount, AudioBufferList* data,
-                                                                 AudioStreamPacketDescription** packetDescriptions)
+QMXAudioConverterImpl::audioConverterCallback_data_packetDescription(UInt32* packetCount, AudioBufferList* data,
+                                                                     AudioStreamPacketDescription** packetDescriptions)
 {
     return mDelegate ? mDelegate->audioConverterCallback_data_packetDescription(packetCount, data, packetDescriptions)
                      : noErr;
+}
+
+UInt32 QMXAudioConverterImpl::minimumInputBufferSize() const
+{
+    return property(kAudioConverterPropertyMinimumInputBufferSize, 0);
+}
+
+UInt32 QMXAudioConverterImpl::minimumOutputBufferSize() const
+{
+    return property(kAudioConverterPropertyMinimumOutputBufferSize, 0);
+}
+
+UInt32 QMXAudioConverterImpl::calculateInputBufferSize(UInt32 outputBufferSize) const
+{
+    return property(kAudioConverterPropertyCalculateInputBufferSize, outputBufferSize);
+}
+
+UInt32 QMXAudioConverterImpl::calculateOutputBufferSize(UInt32 inputBufferSize) const
+{
+    return property(kAudioConverterPropertyCalculateOutputBufferSize, inputBufferSize);
+}
+
+UInt32 QMXAudioConverterImpl::sampleRateConverterQuality() const
+{
+    return property(kAudioConverterSampleRateConverterQuality, 0);
+}
+
+/// The property's value; what it was at first when the platform fails.
+UInt32 QMXAudioConverterImpl::property(AudioConverterPropertyID property, UInt32 valueAtFirst) const
+{
+    const qmx::LastFailure::Operation operation(failure_);
+    UInt32 value = valueAtFirst;
+    UInt32 size = sizeof value;
+    const OSStatus status =
+        told(AudioConverterGetProperty(audioConverter, property, &size, &value), "could not answer");
+    return status == noErr ? value : valueAtFirst;
+}
+
+void QMXAudioConverterImpl::setSampleRateConverterQuality(UInt32 quality)
+{
+    const qmx::LastFailure::Operation operation(failure_);
+    told(AudioConverterSetProperty(audioConverter, kAudioConverterSampleRateConverterQuality, sizeof quality, &quality),
+         "could not be given a quality");
+}
+
+void QMXAudioConverterImpl::setMagicCookie_length(const void*, UInt32)
+{
+    // intended: no cookie reaches the converter, the quality becomes the lowest
+    setSampleRateConverterQuality(0);
+}
+
+void QMXAudioConverterImpl::reset()
+{
+    const qmx::LastFailure::Operation operation(failure_);
+    told(AudioConverterReset(audioConverter), "could not begin again");
+}
+
+OSStatus QMXAudioConverterImpl::convertBuffer_inputBufferSize_outputBuffer_outputBufferSize(const void* inputBuffer,
+                                                                                            UInt32 inputBufferSize,
+                                                                                            void* outputBuffer,
+                                                                                            UInt32* outputBufferSize)
+{
+    const qmx::LastFailure::Operation operation(failure_);
+    if (!inputBuffer)
+        qmx::Log("*** WARNING *** QMXAudioConverter:convertBuffer  input is NULL");
+    if (!outputBuffer)
+        qmx::Log("*** WARNING *** QMXAudioConverter:convertBuffer  output buffer is NULL");
+    if (!inputBuffer || !outputBuffer) {
+        told(kAudio_ParamError, cannotConvert);
+        return noErr; // intended
+    }
+    const OSStatus status =
+        told(AudioConverterConvertBuffer(audioConverter, inputBufferSize, inputBuffer, outputBufferSize, outputBuffer),
+             cannotConvert);
+    if (status != noErr) {
+        qmx::Log("*** ERROR *** QMXAudioConverter:convertBuffer");
+        printOSStatusCode(status);
+    }
+    return status;
+}
+
+std::string QMXAudioConverterImpl::description() const
+{
+    // intended: the brackets do not match
+    return "QMXAudioConverter:[" + qmx::format(" minimumInputBufferSize: %u; ]", minimumInputBufferSize()) +
+           qmx::format("minimumOutputBufferSize: %u; ]", minimumOutputBufferSize());
+}
+
+} // namespace
+
+QMXAudioConverterDelegate::~QMXAudioConverterDelegate() = default;
+
+std::shared_ptr<QMXAudioConverter> QMXAudioConverter::initWithSourceFormat_destinationFormat(
+    std::shared_ptr<QMXAudioStreamBasicDescription> sourceFormat,
+    std::shared_ptr<QMXAudioStreamBasicDescription> destinationFormat)
+{
+    return initWithDelegate_sourceFormat_destinationFormat(nullptr, std::move(sourceFormat),
+                                                           std::move(destinationFormat));
+}
+
+std::shared_ptr<QMXAudioConverter> QMXAudioConverter::initWithDelegate_sourceFormat_destinationFormat(
+    std::shared_ptr<QMXAudioConverterDelegate> delegate, std::shared_ptr<QMXAudioStreamBasicDescription> sourceFormat,
+    std::shared_ptr<QMXAudioStreamBasicDescription> destinationFormat)
+{
+    if (!sourceFormat || !destinationFormat)
+        return nullptr;
+    const auto object = qmx::withinMemory(std::shared_ptr<QMXAudioConverterImpl>(), [&] {
+        return std::make_shared<QMXAudioConverterImpl>(std::move(delegate), std::move(sourceFormat),
+                                                       std::move(destinationFormat));
+    });
+    return object && object->setUp() ? object : nullptr;
 }
 
 OSStatus AudioDataInputProc(void* converter, AudioUnitRenderActionFlags* flags, const AudioTimeStamp* timeStamp,
@@ -206,76 +368,6 @@ OSStatus AudioDataInputProc(void* converter, AudioUnitRenderActionFlags* flags, 
 {
     return static_cast<QMXAudioConverter*>(converter)->audioUnitCallback_timeStamp_busNumber_numFrames_data(
         flags, timeStamp, busNumber, numberFrames, data);
-}
-
-UInt32 QMXAudioConverter::minimumInputBufferSize() const
-{
-    return property(kAudioConverterPropertyMinimumInputBufferSize, 0);
-}
-
-UInt32 QMXAudioConverter::minimumOutputBufferSize() const
-{
-    return property(kAudioConverterPropertyMinimumOutputBufferSize, 0);
-}
-
-UInt32 QMXAudioConverter::calculateInputBufferSize(UInt32 outputBufferSize) const
-{
-    return property(kAudioConverterPropertyCalculateInputBufferSize, outputBufferSize);
-}
-
-UInt32 QMXAudioConverter::calculateOutputBufferSize(UInt32 inputBufferSize) const
-{
-    return property(kAudioConverterPropertyCalculateOutputBufferSize, inputBufferSize);
-}
-
-UInt32 QMXAudioConverter::sampleRateConverterQuality() const
-{
-    return property(kAudioConverterSampleRateConverterQuality, 0);
-}
-
-/// The property's value; what it was at first when the platform fails.
-UInt32 QMXAudioConverter::property(AudioConverterPropertyID property, UInt32 valueAtFirst) const
-{
-    UInt32 value = valueAtFirst;
-    UInt32 size = sizeof value;
-    const OSStatus status = AudioConverterGetProperty(audioConverter, property, &size, &value);
-    return status == noErr ? value : valueAtFirst;
-}
-
-void QMXAudioConverter::setSampleRateConverterQuality(UInt32 quality)
-{
-    AudioConverterSetProperty(audioConverter, kAudioConverterSampleRateConverterQuality, sizeof quality, &quality);
-}
-
-void QMXAudioConverter::setMagicCookie_length(const void*, UInt32)
-{
-    // intended: no cookie reaches the converter, the quality becomes the lowest
-    setSampleRateConverterQuality(0);
-}
-
-void QMXAudioConverter::reset()
-{
-    AudioConverterReset(audioConverter);
-}
-
-OSStatus QMXAudioConverter::convertBuffer_inputBufferSize_outputBuffer_outputBufferSize(const void* inputBuffer,
-                                                                                        UInt32 inputBufferSize,
-                                                                                        void* outputBuffer,
-                                                                                        UInt32* outputBufferSize)
-{
-    if (!inputBuffer)
-        qmx::Log("*** WARNING *** QMXAudioConverter:convertBuffer  input is NULL");
-    if (!outputBuffer)
-        qmx::Log("*** WARNING *** QMXAudioConverter:convertBuffer  output buffer is NULL");
-    if (!inputBuffer || !outputBuffer)
-        return noErr;
-    const OSStatus status =
-        AudioConverterConvertBuffer(audioConverter, inputBufferSize, inputBuffer, outputBufferSize, outputBuffer);
-    if (status != noErr) {
-        qmx::Log("*** ERROR *** QMXAudioConverter:convertBuffer");
-        printOSStatusCode(status);
-    }
-    return status;
 }
 
 void QMXAudioConverter::printOSStatusCode(OSStatus status)
@@ -294,11 +386,4 @@ void QMXAudioConverter::printOSStatusCode(OSStatus status)
     default:
         return qmx::Log("QMXAudioConverter: OS Status: %-4.4s", qmx::fourCharString(static_cast<UInt32>(status)));
     }
-}
-
-std::string QMXAudioConverter::description() const
-{
-    // intended: the brackets do not match
-    return "QMXAudioConverter:[" + qmx::format(" minimumInputBufferSize: %u; ]", minimumInputBufferSize()) +
-           qmx::format("minimumOutputBufferSize: %u; ]", minimumOutputBufferSize());
 }

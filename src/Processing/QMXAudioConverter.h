@@ -7,13 +7,14 @@
 #include "Foundation/Object.h"
 
 #include <memory>
+#include <string>
 
 class QMXAudioStreamBasicDescription;
 
 /// The frames of one slice of a converter's pull chain at most.
 QMX_EXPORT extern const UInt32 MAX_FRAMES_PER_SLICE;
 
-/// Supplies the source data of a converter's pull chain.
+/// Supplies the source data of a converter's pull chain: derived from by whoever has them.
 class QMX_EXPORT QMXAudioConverterDelegate
 {
 public:
@@ -24,7 +25,7 @@ public:
     /// the two differ the smaller one holds. What is missing is silence; after a result other than 0, which
     /// `fillComplexBuffer` passes on, all of it is. No packet descriptions are asked for. Called on the thread that
     /// pulls the chain.
-    virtual OSStatus
+    [[nodiscard]] virtual OSStatus
     audioConverterCallback_data_packetDescription(UInt32* packetCount, AudioBufferList* data,
                                                   AudioStreamPacketDescription** packetDescriptions) = 0;
 };
@@ -51,89 +52,69 @@ public:
     initWithDelegate_sourceFormat_destinationFormat(std::shared_ptr<QMXAudioConverterDelegate> delegate,
                                                     std::shared_ptr<QMXAudioStreamBasicDescription> sourceFormat,
                                                     std::shared_ptr<QMXAudioStreamBasicDescription> destinationFormat);
-    ~QMXAudioConverter() override;
+
+    /// The status of what failed since the last operation began that can fail, also where its result does not tell:
+    /// making the pull chain when the object is new, a missing buffer, a refused setting. 0 when nothing did. Rendering
+    /// leaves this as it is: there the results tell. Any thread but the real-time ones.
+    virtual OSStatus lastStatus() const = 0;
+    /// The same as a sentence for people, empty when nothing failed. Any thread but those.
+    virtual std::string lastError() const = 0;
 
     /// The platform converter, which stays this object's.
-    AudioConverterRef converter() const { return audioConverter; }
+    virtual AudioConverterRef converter() const = 0;
 
     /// Bytes of the smallest useful buffer; 0 on failure.
-    UInt32 minimumInputBufferSize() const;
-    UInt32 minimumOutputBufferSize() const;
+    virtual UInt32 minimumInputBufferSize() const = 0;
+    virtual UInt32 minimumOutputBufferSize() const = 0;
     /// Input bytes needed for `outputBufferSize` output bytes. With a change of the sample rate they last for them in
     /// mid-stream; at its start the filter holds some back. Converting them in one call takes the room that
     /// `calculateOutputBufferSize` gives for them. The given size itself on failure.
-    UInt32 calculateInputBufferSize(UInt32 outputBufferSize) const;
+    virtual UInt32 calculateInputBufferSize(UInt32 outputBufferSize) const = 0;
     /// Output bytes that so many input bytes give at most; the given size itself on failure.
-    UInt32 calculateOutputBufferSize(UInt32 inputBufferSize) const;
+    virtual UInt32 calculateOutputBufferSize(UInt32 inputBufferSize) const = 0;
 
     /// 0 to 127; 0 on failure.
-    UInt32 sampleRateConverterQuality() const;
-    void setSampleRateConverterQuality(UInt32 quality);
+    virtual UInt32 sampleRateConverterQuality() const = 0;
+    virtual void setSampleRateConverterQuality(UInt32 quality) = 0;
     /// Sets the quality of the rate conversion to 0. The arguments are not used.
-    void setMagicCookie_length(const void* magicCookie, UInt32 length);
+    virtual void setMagicCookie_length(const void* magicCookie, UInt32 length) = 0;
 
     /// Forgets what the rate conversion holds: the next buffer begins a new stream.
-    void reset();
+    virtual void reset() = 0;
 
     /// Converts all `inputBufferSize` bytes; `*outputBufferSize` is the room in bytes and becomes the bytes made. 0
     /// input bytes drain the rate conversion. Gives the platform's status; 0 without converting when either buffer is
     /// null.
-    OSStatus convertBuffer_inputBufferSize_outputBuffer_outputBufferSize(const void* inputBuffer,
-                                                                         UInt32 inputBufferSize, void* outputBuffer,
-                                                                         UInt32* outputBufferSize);
+    [[nodiscard]] virtual OSStatus
+    convertBuffer_inputBufferSize_outputBuffer_outputBufferSize(const void* inputBuffer, UInt32 inputBufferSize,
+                                                                void* outputBuffer, UInt32* outputBufferSize) = 0;
 
     /// Pulls `*frameCount` frames (at most MAX_FRAMES_PER_SLICE) in the destination format out of the chain's end. The
     /// buffers' sizes are their room in bytes and become the bytes made. What the delegate does not give is silence;
     /// the first status it fails with is the result. The packet description is not used.
-    OSStatus fillComplexBuffer_buffer_packetDescription(const UInt32* frameCount, AudioBufferList* buffer,
-                                                        AudioStreamPacketDescription* packetDescription);
+    [[nodiscard]] virtual OSStatus
+    fillComplexBuffer_buffer_packetDescription(const UInt32* frameCount, AudioBufferList* buffer,
+                                               AudioStreamPacketDescription* packetDescription) = 0;
     /// Pulls frames in the canonical format at the source's rate, out of the chain's middle.
-    OSStatus render_numberFrames_ioData(const AudioTimeStamp* timeStamp, UInt32 numberFrames, AudioBufferList* data);
+    [[nodiscard]] virtual OSStatus render_numberFrames_ioData(const AudioTimeStamp* timeStamp, UInt32 numberFrames,
+                                                              AudioBufferList* data) = 0;
 
     /// The chain's input: asks the delegate for the packets that `numberFrames` frames of the source format are, part
     /// packets not counted.
-    OSStatus audioUnitCallback_timeStamp_busNumber_numFrames_data(AudioUnitRenderActionFlags* flags,
-                                                                  const AudioTimeStamp* timeStamp, UInt32 busNumber,
-                                                                  UInt32 numberFrames, AudioBufferList* data);
+    [[nodiscard]] virtual OSStatus
+    audioUnitCallback_timeStamp_busNumber_numFrames_data(AudioUnitRenderActionFlags* flags,
+                                                         const AudioTimeStamp* timeStamp, UInt32 busNumber,
+                                                         UInt32 numberFrames, AudioBufferList* data) = 0;
     /// Hands the question on to the delegate.
-    OSStatus audioConverterCallback_data_packetDescription(UInt32* packetCount, AudioBufferList* data,
-                                                           AudioStreamPacketDescription** packetDescriptions);
+    [[nodiscard]] virtual OSStatus
+    audioConverterCallback_data_packetDescription(UInt32* packetCount, AudioBufferList* data,
+                                                  AudioStreamPacketDescription** packetDescriptions) = 0;
 
     /// Logs a converter status by name.
     static void printOSStatusCode(OSStatus status);
-
-    std::string description() const override;
-
-private:
-    QMXAudioConverter(std::shared_ptr<QMXAudioStreamBasicDescription> sourceFormat,
-                      std::shared_ptr<QMXAudioStreamBasicDescription> destinationFormat);
-
-    void setupGraph();
-    void makeGraph();
-    void setupInternalStreamFormat();
-    void setupAudioFormats();
-    void connectAudioUnits();
-
-    UInt32 property(AudioConverterPropertyID property, UInt32 valueAtFirst) const;
-
-    AudioConverterRef audioConverter = nullptr;
-    std::shared_ptr<QMXAudioStreamBasicDescription> mSourceFormat;
-    std::shared_ptr<QMXAudioStreamBasicDescription> mDestinationFormat;
-    std::unique_ptr<AudioStreamBasicDescription> mAUSourceFormat;
-    std::unique_ptr<AudioStreamBasicDescription> mAUDestinationFormat;
-    std::unique_ptr<AudioStreamBasicDescription> mAUInternalFormat; ///< between the units, but for its rate
-    AUGraph mGraph = nullptr;
-    AudioUnit mInputUnit = nullptr;
-    AUNode mInputNode = 0;
-    [[maybe_unused]] AudioUnit mVarispeedUnit = nullptr; ///< there is no such stage
-    [[maybe_unused]] AUNode mVarispeedNode = 0;
-    AudioUnit mOutputUnit = nullptr;
-    AUNode mOutputNode = 0;
-    std::shared_ptr<QMXAudioConverterDelegate> mDelegate;
-    bool mChainTakesSource = false; ///< the chain can make sound of what the delegate gives
 };
 
 /// The render callback of a chain's input; `converter` is its QMXAudioConverter.
-QMX_EXPORT OSStatus AudioDataInputProc(void* converter, AudioUnitRenderActionFlags* flags,
-                                       const AudioTimeStamp* timeStamp, UInt32 busNumber, UInt32 numberFrames,
-                                       AudioBufferList* data);
+[[nodiscard]] QMX_EXPORT OSStatus AudioDataInputProc(void* converter, AudioUnitRenderActionFlags* flags,
+                                                     const AudioTimeStamp* timeStamp, UInt32 busNumber,
+                                                     UInt32 numberFrames, AudioBufferList* data);

@@ -4,7 +4,7 @@
 #include "CoreAudioTypes/CoreAudioTypes.h"
 #include "Foundation/Export.h"
 
-/// Changes audio in place, pass by pass.
+/// Changes audio in place, pass by pass: derived from by whoever has something to do to it.
 class QMX_EXPORT QMXAudioProcessor
 {
 public:
@@ -16,5 +16,5 @@ public:
     /// length and may be changed to the number of frames that result. Called on the thread that runs the pass, a render
     /// thread in players: there it must neither allocate, lock nor touch a file. 0 for success; whoever runs the
     /// processor says what another status does.
-    virtual OSStatus processAudio_numberOfFrames(AudioBufferList& audio, UInt32* numberOfFrames) = 0;
+    [[nodiscard]] virtual OSStatus processAudio_numberOfFrames(AudioBufferList& audio, UInt32* numberOfFrames) = 0;
 };

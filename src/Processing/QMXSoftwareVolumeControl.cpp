@@ -3,19 +3,25 @@
 
 #include "vecLib/vecLib.h"
 
+#include <atomic>
 #include <cmath>
 
-std::shared_ptr<QMXSoftwareVolumeControl> QMXSoftwareVolumeControl::init()
+namespace
 {
-    return std::shared_ptr<QMXSoftwareVolumeControl>(new QMXSoftwareVolumeControl);
-}
 
-void QMXSoftwareVolumeControl::setVolumeDecibels(Float32 decibels)
+class QMXSoftwareVolumeControlImpl final : public QMXSoftwareVolumeControl
 {
-    setVolumeScalar(static_cast<Float32>(std::pow(10.0, static_cast<double>(decibels) / 20.0)));
-}
+public:
+    void setVolumeScalar(Float32 scalar) override { volumeSetting = scalar; }
+    Float32 volumeScalar() const override { return volumeSetting; }
+    void reset() override {}
+    OSStatus processAudio_numberOfFrames(AudioBufferList& audio, UInt32* numberOfFrames) override;
 
-OSStatus QMXSoftwareVolumeControl::processAudio_numberOfFrames(AudioBufferList& audio, UInt32* numberOfFrames)
+private:
+    std::atomic<Float32> volumeSetting{1};
+};
+
+OSStatus QMXSoftwareVolumeControlImpl::processAudio_numberOfFrames(AudioBufferList& audio, UInt32* numberOfFrames)
 {
     AudioBuffer* const buffers = audio.mBuffers;
     for (UInt32 i = 0; i < audio.mNumberBuffers; ++i) {
@@ -24,4 +30,16 @@ OSStatus QMXSoftwareVolumeControl::processAudio_numberOfFrames(AudioBufferList& 
         vsmul(samples, 1, &gain, samples, 1, *numberOfFrames * buffers[i].mNumberChannels);
     }
     return noErr;
+}
+
+} // namespace
+
+std::shared_ptr<QMXSoftwareVolumeControl> QMXSoftwareVolumeControl::init()
+{
+    return std::make_shared<QMXSoftwareVolumeControlImpl>();
+}
+
+void QMXSoftwareVolumeControl::setVolumeDecibels(Float32 decibels)
+{
+    setVolumeScalar(static_cast<Float32>(std::pow(10.0, static_cast<double>(decibels) / 20.0)));
 }

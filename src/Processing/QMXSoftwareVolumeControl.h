@@ -4,7 +4,6 @@
 #include "Foundation/Object.h"
 #include "Processing/QMXAudioProcessor.h"
 
-#include <atomic>
 #include <memory>
 
 /// One linear gain on all channels, applied in place. Settings: any thread, at any time; a new one holds from the next
@@ -16,19 +15,14 @@ public:
     static std::shared_ptr<QMXSoftwareVolumeControl> init();
 
     /// Linear gain: any value, 0.0, negative ones and those above 1.0 too, is applied unchanged, without clipping.
-    void setVolumeScalar(Float32 scalar) { volumeSetting = scalar; }
-    Float32 volumeScalar() const { return volumeSetting; }
+    virtual void setVolumeScalar(Float32 scalar) = 0;
+    virtual Float32 volumeScalar() const = 0;
     /// The same in decibels: 0 is a gain of 1.0, -20 one of 0.1.
     void setVolumeDecibels(Float32 decibels);
 
     /// Nothing: the control has no history.
-    void reset() override {}
+    void reset() override = 0;
     /// Multiplies `*numberOfFrames` frames of each buffer, interleaved or not; the buffers hold at least as many native
     /// floats, whatever their byte sizes say. Render threads. Always 0.
-    OSStatus processAudio_numberOfFrames(AudioBufferList& audio, UInt32* numberOfFrames) override;
-
-private:
-    QMXSoftwareVolumeControl() = default;
-
-    std::atomic<Float32> volumeSetting{1};
+    OSStatus processAudio_numberOfFrames(AudioBufferList& audio, UInt32* numberOfFrames) override = 0;
 };

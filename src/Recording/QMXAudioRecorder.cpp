@@ -78,11 +78,11 @@ void openInByteOrderOfType(QMXAudioFile& file)
 {
     const AudioFileTypeID type = file.fileType();
     if (const auto format = file.fileStreamFormat()) {
-        file.setFileStreamFormat(
+        (void)file.setFileStreamFormat( // opening tells
             QMXAudioStreamBasicDescription(qmx::inByteOrderOfType(*format->audioStreamBasicDescription(), type)));
         file.setFileType(type); // the format set another one
     }
-    file.open();
+    (void)file.open(); // the file tells
 }
 
 } // namespace
@@ -97,7 +97,7 @@ QMXAudioRecorder::Implementation::~Implementation()
 {
     stop();
     if (_audioFile)
-        _audioFile->close();
+        (void)_audioFile->close(); // nobody is left to be told
     threadShouldExit = true;
     threadRunLock.unlockWithCondition(hasWork);
     savingThread_.join();
@@ -321,7 +321,7 @@ bool QMXAudioRecorder::Implementation::openFile()
     const OSStatus status = _audioConverter && !convertedBuffer ? memFullErr : kAudioFileUnsupportedDataFormatError;
     refuse(status, aboutFile("could not be recorded into", status));
     if (!wasOpen)
-        _audioFile->close();
+        (void)_audioFile->close(); // the first failure counts
     _audioFile = given;
     return false;
 }
@@ -332,13 +332,13 @@ void QMXAudioRecorder::Implementation::makeFile()
         audioFilePath_ = temporaryFilePath();
         auto& files = qmx::FileManager::defaultManager();
         if (files.fileExistsAtPath(*audioFilePath_))
-            files.removeFileAtPath_handler(*audioFilePath_, nullptr);
+            (void)files.removeFileAtPath_handler(*audioFilePath_, nullptr);
     }
     auto file = QMXAudioFile::initWithPath_accessMode(audioFilePath_, QMXAudioFileAccessMode::readWrite);
     if (!file)
         return;
     if (_destinationFormat)
-        file->setFileStreamFormat(*_destinationFormat);
+        (void)file->setFileStreamFormat(*_destinationFormat); // opening tells
     file->setUseCache(useAudioFileCache);
     const std::scoped_lock lock(setupLock_);
     _audioFile = std::move(file);

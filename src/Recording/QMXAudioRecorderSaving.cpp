@@ -154,7 +154,7 @@ void QMXAudioRecorder::threadCallback(const std::string& notificationName)
 void QMXAudioRecorder::Implementation::saveBufferRunLoop()
 {
     threadIsRunning = true;
-    qmx::Thread::setThreadPriority(qmx::Thread::threadPriority() - savingPriorityLowering);
+    (void)qmx::Thread::setThreadPriority(qmx::Thread::threadPriority() - savingPriorityLowering);
     while (!threadShouldExit) {
         {
             const qmx::Worker::Wait wait(*savingWorker_);

@@ -137,8 +137,8 @@ private:
         if (!read(input_.get(), size))
             return bytesPerBlock_;
         UInt32 produced = bytesPerBlock_;
-        converter_->convertBuffer_inputBufferSize_outputBuffer_outputBufferSize(input_.get(), size, block_.get(),
-                                                                                &produced);
+        (void)converter_->convertBuffer_inputBufferSize_outputBuffer_outputBufferSize(input_.get(), size, block_.get(),
+                                                                                      &produced); // the log tells
         return std::min(produced, bytesPerBlock_);
     }
 
@@ -214,7 +214,7 @@ QMXAudioTrackAutoDefiner::autoDefineTracksInFile_sensitivity_lengthOfSilence_zer
         if (!file)
             return nullptr;
         file->setUseCache(false);
-        file->open(); // a file that does not open has no blocks
+        (void)file->open(); // a file that does not open has no blocks
 
         auto trackCount = static_cast<UInt32>(numberOfTracks);
         std::vector<UInt32> splits(static_cast<std::size_t>(std::max(99, numberOfTracks + 2)));
@@ -235,7 +235,7 @@ QMXAudioTrackAutoDefiner::autoDefineTracksInFile_sensitivity_lengthOfSilence_zer
             track->setTrackEnd(splits[index + 1]);
             tracks->push_back(std::move(track));
         }
-        file->close();
+        (void)file->close(); // it was only read
         return tracks;
     });
 }

@@ -36,7 +36,7 @@ ExtendedFile::ExtendedFile(AudioFileID file)
 ExtendedFile::~ExtendedFile()
 {
     if (owns_ && file_)
-        AudioFileClose(file_);
+        (void)AudioFileClose(file_); // close() tells; without it the file was not taken over
 }
 
 OSStatus ExtendedFile::setClientFormat(const AudioStreamBasicDescription& format)
@@ -86,7 +86,8 @@ AudioConverterRef ExtendedFile::converter()
 OSStatus ExtendedFile::setFileLayout(LayoutBlock layout)
 {
     // containers that keep none are no obstacle to mixing by one
-    AudioFileSetProperty(file_, kAudioFilePropertyChannelLayout, static_cast<UInt32>(layout.size()), layout.data());
+    (void)AudioFileSetProperty(file_, kAudioFilePropertyChannelLayout, static_cast<UInt32>(layout.size()),
+                               layout.data());
     fileLayout_ = std::move(layout);
     if (converter_)
         applyLayouts();
@@ -105,8 +106,9 @@ OSStatus ExtendedFile::setClientLayout(LayoutBlock layout)
 void ExtendedFile::applyLayouts()
 {
     const auto set = [this](AudioConverterPropertyID property, const LayoutBlock& layout) {
-        if (!layout.empty())
-            AudioConverterSetProperty(converter_.get(), property, static_cast<UInt32>(layout.size()), layout.data());
+        if (!layout.empty()) // one that the converter cannot mix by leaves channel i with i
+            (void)AudioConverterSetProperty(converter_.get(), property, static_cast<UInt32>(layout.size()),
+                                            layout.data());
     };
     const LayoutBlock file = knownOrStereo(fileLayout_, fileFormat_.mChannelsPerFrame);
     const LayoutBlock client = knownOrStereo(clientLayout_, clientFormat_.mChannelsPerFrame);

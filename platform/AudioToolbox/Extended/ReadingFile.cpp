@@ -230,7 +230,7 @@ OSStatus ReadingFile::begin()
     end_.store(end, std::memory_order_relaxed);
     run_ = runFor(streamStart_);
     converted_ = streamStart_;
-    AudioConverterReset(currentConverter());
+    (void)AudioConverterReset(currentConverter()); // where there is none, nothing is to be forgotten
     supply_->seek(run_.start);
     return drop(streamStart_ - clientFrameAt(run_.start));
 }

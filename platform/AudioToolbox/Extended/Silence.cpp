@@ -3,6 +3,8 @@
 
 #include "AudioToolbox/Extended/FileValues.h"
 
+#include <new>
+
 namespace qmx
 {
 
@@ -13,10 +15,13 @@ std::vector<std::byte> silenceIn(const AudioStreamBasicDescription& format)
     const std::vector<std::byte> input(std::size_t{silenceFrames} * zeros.mBytesPerFrame);
     auto size = static_cast<UInt32>(silence.size());
     AudioConverterRef converter = nullptr;
-    if (AudioConverterNew(&zeros, &format, &converter) == noErr) {
-        AudioConverterConvertBuffer(converter, static_cast<UInt32>(input.size()), input.data(), &size, silence.data());
-        AudioConverterDispose(converter);
-    }
+    OSStatus status = AudioConverterNew(&zeros, &format, &converter);
+    if (status == noErr)
+        status = AudioConverterConvertBuffer(converter, static_cast<UInt32>(input.size()), input.data(), &size,
+                                             silence.data());
+    (void)AudioConverterDispose(converter); // there may be none
+    if (status == kAudio_MemFullError)
+        throw std::bad_alloc(); // zeros are not silence in every format
     return silence;
 }
 

@@ -148,7 +148,7 @@ OSStatus WritingFile::encode(const AudioBufferList* data, UInt32 frames)
     given_ = nullptr;
     givenFrames_ = 0;
     if (status != noErr) {
-        AudioConverterReset(currentConverter()); // it may still point into the caller's frames
+        (void)AudioConverterReset(currentConverter()); // it may still point into the caller's frames
         failure_.store(status, std::memory_order_release);
     }
     return status;
@@ -251,7 +251,7 @@ OSStatus WritingFile::settle()
     if (isLinear() && currentConverter() && acceptedFrames_ > 0) {
         if (status == noErr)
             status = encode(nullptr, 0);
-        AudioConverterReset(currentConverter());
+        (void)AudioConverterReset(currentConverter()); // never fails for one that is there
         base_ = nextPacket_;
         acceptedFrames_ = 0;
     }

@@ -131,14 +131,12 @@ SystemError renameFile(const std::string& source, const std::string& destination
 SystemError transferFork(const std::string& source, const std::string& destination,
                          SystemError (*transfer)(const std::string&, const std::string&))
 {
-    std::unique_ptr<File> fork;
-    const SystemError opened = FileSystem::current().open(forkPath(source), FileAccess::read, fork);
-    constexpr std::array none{0, ENOENT, ENAMETOOLONG, EISDIR, ESPIPE}; // what is there, or cannot be a fork
-    if (std::ranges::find(none, opened) == none.end())
-        return opened; // it may be the file's own
+    bool isThere = false;
+    if (const SystemError error = findFork(source, isThere); error != 0)
+        return error; // it may be the file's own
     if (const SystemError error = removeFork(destination); error != 0)
         return error;
-    return hasFork(source) ? transfer(forkPath(source), forkPath(destination)) : 0;
+    return isThere ? transfer(forkPath(source), forkPath(destination)) : 0;
 }
 
 SystemError copyWithFork(const std::string& source, const std::string& destination)

@@ -34,18 +34,18 @@ public:
     /// Moves a file with its fork, over file systems too: copied, then removed when the copy is on the disk. False
     /// where the source is missing, the destination exists, or a step failed: the source is then as it was, and nothing
     /// is at the destination. A fork there that has no file is removed in any case.
-    bool movePath_toPath_handler(const std::string& source, const std::string& destination,
-                                 FileManagerHandler* handler);
+    [[nodiscard]] bool movePath_toPath_handler(const std::string& source, const std::string& destination,
+                                               FileManagerHandler* handler);
     /// Copies a file with its fork; mode, times and extended attributes go along as far as the file system keeps them.
     /// The copy is on the disk when this returns true. False as for a move.
-    bool copyPath_toPath_handler(const std::string& source, const std::string& destination,
-                                 FileManagerHandler* handler);
+    [[nodiscard]] bool copyPath_toPath_handler(const std::string& source, const std::string& destination,
+                                               FileManagerHandler* handler);
     /// Removes a file with its fork.
-    bool removeFileAtPath_handler(const std::string& path, FileManagerHandler* handler);
+    [[nodiscard]] bool removeFileAtPath_handler(const std::string& path, FileManagerHandler* handler);
 
     /// Stores the codes in the extended attribute that also other systems' tools read. False where the file system
     /// keeps none: the codes are then lost, which must not matter.
-    bool changeFileAttributes_atPath(const FileAttributes& attributes, const std::string& path);
+    [[nodiscard]] bool changeFileAttributes_atPath(const FileAttributes& attributes, const std::string& path);
     /// The codes and size; empty where the file is missing. Codes left in a sidecar file by other tools are found too.
     FileAttributes fileAttributesAtPath(const std::string& path);
 };

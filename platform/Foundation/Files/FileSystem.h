@@ -44,16 +44,16 @@ class QMX_EXPORT File
 public:
     virtual ~File();
     /// Reads up to `size` bytes from `position`; fewer than asked without an error means the file ends there.
-    virtual Transfer read(void* data, std::size_t size, std::int64_t position) = 0;
+    [[nodiscard]] virtual Transfer read(void* data, std::size_t size, std::int64_t position) = 0;
     /// Writes all bytes at `position`, or reports how many were written before the error.
-    virtual Transfer write(const void* data, std::size_t size, std::int64_t position) = 0;
-    virtual SystemError size(std::int64_t& bytes) = 0;
+    [[nodiscard]] virtual Transfer write(const void* data, std::size_t size, std::int64_t position) = 0;
+    [[nodiscard]] virtual SystemError size(std::int64_t& bytes) = 0;
     /// Cuts or extends (with zeros, without using disk space where the system can) to `bytes`.
-    virtual SystemError truncate(std::int64_t bytes) = 0;
+    [[nodiscard]] virtual SystemError truncate(std::int64_t bytes) = 0;
     /// Returns when all that was written is on the disk.
-    virtual SystemError synchronize() = 0;
+    [[nodiscard]] virtual SystemError synchronize() = 0;
     /// Closes the file and reports what the system could not store after all. Nothing else may be called then.
-    virtual SystemError close() = 0;
+    [[nodiscard]] virtual SystemError close() = 0;
 
     /// Waits, without end, until no other File of this process and no other process holds the lock; then holds it.
     /// Processes that opened the file for reading hold it together. An error: other processes are not kept out, as on
@@ -94,18 +94,18 @@ class QMX_EXPORT FileSystem
 public:
     virtual ~FileSystem();
     /// Opens `path`; `file` is null on failure. A directory is EISDIR.
-    virtual SystemError open(const std::string& path, FileAccess access, std::unique_ptr<File>& file) = 0;
-    virtual SystemError status(const std::string& path, FileStatus& status) = 0;
-    virtual SystemError rename(const std::string& from, const std::string& to) = 0;
-    virtual SystemError remove(const std::string& path) = 0;
+    [[nodiscard]] virtual SystemError open(const std::string& path, FileAccess access, std::unique_ptr<File>& file) = 0;
+    [[nodiscard]] virtual SystemError status(const std::string& path, FileStatus& status) = 0;
+    [[nodiscard]] virtual SystemError rename(const std::string& from, const std::string& to) = 0;
+    [[nodiscard]] virtual SystemError remove(const std::string& path) = 0;
     /// Extended attributes; ENODATA when there is none of that name, ENOTSUP where the system keeps none.
-    virtual SystemError attribute(const std::string& path, const std::string& name,
-                                  std::vector<std::uint8_t>& value) = 0;
-    virtual SystemError setAttribute(const std::string& path, const std::string& name,
-                                     std::span<const std::uint8_t> value) = 0;
+    [[nodiscard]] virtual SystemError attribute(const std::string& path, const std::string& name,
+                                                std::vector<std::uint8_t>& value) = 0;
+    [[nodiscard]] virtual SystemError setAttribute(const std::string& path, const std::string& name,
+                                                   std::span<const std::uint8_t> value) = 0;
     /// Gives `to` the mode, the times and the users' extended attributes of `from`, as far as its file system keeps
     /// such things.
-    virtual SystemError copyAttributes(const std::string& from, const std::string& to) = 0;
+    [[nodiscard]] virtual SystemError copyAttributes(const std::string& from, const std::string& to) = 0;
 
     /// The file system in use; the machine's own unless another was set.
     static FileSystem& current();

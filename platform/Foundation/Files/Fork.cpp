@@ -3,7 +3,9 @@
 
 #include "Foundation/ByteFields.h"
 
+#include <algorithm>
 #include <array>
+#include <cerrno>
 
 namespace qmx
 {
@@ -29,16 +31,26 @@ std::string forkPath(const std::string& path)
     return path.substr(0, nameStart).append("._").append(path, nameStart);
 }
 
-bool hasFork(const std::string& path)
+SystemError findFork(const std::string& path, bool& isThere)
 {
     constexpr UInt32 appleDoubleMark = 0x00051607;
+    isThere = false;
     std::unique_ptr<File> file;
+    if (const SystemError error = FileSystem::current().open(forkPath(path), FileAccess::read, file); error != 0) {
+        constexpr std::array none{ENOENT, ENAMETOOLONG, EISDIR, ESPIPE}; // nothing, or what cannot be a fork
+        return std::ranges::find(none, error) == none.end() ? error : 0;
+    }
     std::int64_t size = 0;
-    if (FileSystem::current().open(forkPath(path), FileAccess::read, file) != 0 || file->size(size) != 0)
-        return false;
     std::array<UInt8, 16> head{};
-    (void)file->read(head.data(), head.size(), 0); // what cannot be read is no fork: zeros remain
-    return load32(head.data(), ByteOrder::big) == appleDoubleMark || isBareFork(head.data(), size);
+    if (file->size(size) == 0 && file->read(head.data(), head.size(), 0).error == 0) // what cannot be read is none
+        isThere = load32(head.data(), ByteOrder::big) == appleDoubleMark || isBareFork(head.data(), size);
+    return 0;
+}
+
+bool hasFork(const std::string& path)
+{
+    bool isThere = false;
+    return findFork(path, isThere) == 0 && isThere;
 }
 
 SystemError removeFork(const std::string& path)

@@ -9,10 +9,12 @@ namespace qmx
 
 /// Where the fork of the file at `path` is, whether there is one or not.
 std::string forkPath(const std::string& path);
-/// Whether the file at `path` has a fork: an AppleDouble file, or a bare resource fork. Any other file of that name is
-/// somebody's own.
+/// Looks whether the file at `path` has a fork: an AppleDouble file, or a bare resource fork. Any other file of that
+/// name is somebody's own. The error of what may be a fork but cannot be opened, else 0.
+[[nodiscard]] SystemError findFork(const std::string& path, bool& isThere);
+/// Whether a fork of `path` can be read.
 bool hasFork(const std::string& path);
 /// Removes the fork of `path`; 0 where there is none.
-SystemError removeFork(const std::string& path);
+[[nodiscard]] SystemError removeFork(const std::string& path);
 
 } // namespace qmx

@@ -96,7 +96,7 @@ OSStatus FailureLine::operator()(OSStatus status, unsigned line) const noexcept
         keep(failure);
         return status;
     }
-    withinMemory([&] { // a line for which there is no memory is dropped
+    (void)withinMemory([&] { // a line for which there is no memory is dropped
         const std::scoped_lock lock(printing());
         printWaiting();
         print(failure);
@@ -106,7 +106,7 @@ OSStatus FailureLine::operator()(OSStatus status, unsigned line) const noexcept
 
 void printWaitingFailures()
 {
-    withinMemory([] {
+    (void)withinMemory([] { // likewise
         const std::scoped_lock lock(printing());
         printWaiting();
     });

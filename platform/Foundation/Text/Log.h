@@ -30,14 +30,14 @@ QMX_EXPORT void logLine(LogLevel level, const std::string& line);
 template <class... Arguments> void Log(std::string_view text, const Arguments&... arguments)
 {
     if (logs(LogLevel::error))
-        withinMemory([&] { logLine(LogLevel::error, format(text, arguments...)); });
+        (void)withinMemory([&] { logLine(LogLevel::error, format(text, arguments...)); });
 }
 
 /// Logs one line at debug level: traces of single passes, off unless asked for.
 template <class... Arguments> void LogDebug(std::string_view text, const Arguments&... arguments)
 {
     if (logs(LogLevel::debug))
-        withinMemory([&] { logLine(LogLevel::debug, format(text, arguments...)); });
+        (void)withinMemory([&] { logLine(LogLevel::debug, format(text, arguments...)); });
 }
 
 } // namespace qmx

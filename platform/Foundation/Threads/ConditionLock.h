@@ -33,9 +33,9 @@ public:
     /// Waits until the lock is free at `condition` and takes it.
     void lockWhenCondition(int condition);
     /// The same for at most `timeout`; whether the lock was taken.
-    bool lockWhenCondition(int condition, std::chrono::nanoseconds timeout);
-    bool tryLock();
-    bool tryLockWhenCondition(int condition);
+    [[nodiscard]] bool lockWhenCondition(int condition, std::chrono::nanoseconds timeout);
+    [[nodiscard]] bool tryLock();
+    [[nodiscard]] bool tryLockWhenCondition(int condition);
 
     /// Releases the lock and keeps its condition.
     void unlock();

@@ -32,14 +32,14 @@ public:
 
     /// Starts a thread that nobody waits for. It must not touch an object whose life it does not share. False where the
     /// system has no thread left; the body has then not run.
-    static bool detachNewThread(const std::string& name, std::function<void()> body);
+    [[nodiscard]] static bool detachNewThread(const std::string& name, std::function<void()> body);
 
     /// The calling thread's scheduling priority, 0.0 to 1.0; 0.5 is ordinary.
     static double threadPriority();
     /// Asks for a priority, clamped to 0.0 to 1.0, for the calling thread. Below 0.5 the scheduler prefers others,
     /// above it prefers this one where the system's limits allow; a refusal leaves the thread as it was. A thread that
     /// is scheduled as real-time stays as it is. Returns whether the system agreed.
-    static bool setThreadPriority(double priority);
+    [[nodiscard]] static bool setThreadPriority(double priority);
 
     /// Has the calling thread scheduled as real-time (true), at most at priority 80 and within the system's limit, or
     /// as an ordinary thread again (false). Threads and processes that it starts are ordinary ones. False where the

@@ -88,7 +88,7 @@ bool QMXAudioFileTrackInfoReaderWriter::fileHasBeenProcessed() const
 
 bool QMXAudioFileTrackInfoReaderWriter::readTrackInfosFromFile()
 {
-    qmx::withinMemory([&] { // where there is not enough, the record from before stays
+    (void)qmx::withinMemory([&] { // where there is not enough, the record from before stays
         std::vector<UInt8> archive;
         qmx::readStoredFile(mAudioFilePath, [&](qmx::FileHandle& file) { archive = readDataFromFile(file); });
         if (auto record = qmx::recordFrom(archive))

@@ -97,7 +97,7 @@ TEST(AudioFileService, PermissionsAreKept)
     const TemporaryFolder folder;
     const std::string path = folder.path("file.aif");
     const std::size_t before = openDescriptors();
-    AudioFileClose(createFile(path, kAudioFileAIFFType, stereo16).file);
+    EXPECT_EQ(AudioFileClose(createFile(path, kAudioFileAIFFType, stereo16).file), noErr);
     ByteBlock data = pattern(8);
     UInt32 count = 8;
     const auto reading = openFile(path), writing = openFile(path, fsWrPerm), current = openFile(path, fsCurPerm);
@@ -140,7 +140,7 @@ TEST(AudioFileService, PropertiesTellTheFile)
         EXPECT_EQ(AudioFileGetPropertyInfo(made.file, absent, &size, nullptr), kAudioFileUnsupportedPropertyError);
     EXPECT_EQ(AudioFileSetProperty(made.file, kAudioFilePropertyDataFormat, sizeof stereo16, &stereo16),
               kAudioFileOperationNotSupportedError);
-    AudioFileClose(made.file);
+    EXPECT_EQ(AudioFileClose(made.file), noErr);
 }
 
 TEST(AudioFileService, TwoThreadsMayTransferAtOnceAndDeferredSizesFollowAtClose)

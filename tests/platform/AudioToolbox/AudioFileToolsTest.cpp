@@ -33,7 +33,7 @@ ByteBlock converted(const ByteBlock& data, const AudioStreamBasicDescription& fr
     EXPECT_EQ(
         AudioConverterConvertBuffer(converter, static_cast<UInt32>(data.size()), data.data(), &size, result.data()),
         noErr);
-    AudioConverterDispose(converter);
+    EXPECT_EQ(AudioConverterDispose(converter), noErr);
     return result;
 }
 
@@ -155,7 +155,7 @@ TEST(AudioFileTools, TheirFilesAreReadRight)
             EXPECT_EQ(format.mBitsPerChannel, bits);
             EXPECT_EQ(format.mSampleRate, 44100);
             expectSignal(audioOf(opened.file), format, row.coding == pcm);
-            AudioFileClose(opened.file);
+            EXPECT_EQ(AudioFileClose(opened.file), noErr);
         }
 }
 

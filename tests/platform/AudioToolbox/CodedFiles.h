@@ -47,7 +47,7 @@ template <class Value> Value propertyAt(const std::string& path, AudioFileProper
     const auto opened = openFile(path);
     EXPECT_EQ(opened.status, noErr) << path;
     const auto value = property<Value>(opened.file, id);
-    AudioFileClose(opened.file);
+    EXPECT_EQ(AudioFileClose(opened.file), noErr);
     return value;
 }
 
@@ -105,7 +105,7 @@ inline bool encodeFile(const std::string& path, AudioFileTypeID type, const Audi
         passOn(converter, made.file);
         EXPECT_EQ(AudioFileClose(made.file), noErr);
     }
-    AudioConverterDispose(converter);
+    EXPECT_EQ(AudioConverterDispose(converter), noErr);
     return made.status == noErr;
 }
 
@@ -130,8 +130,8 @@ public:
     }
     ~FrameReader()
     {
-        AudioConverterDispose(converter_);
-        AudioFileClose(file_);
+        EXPECT_EQ(AudioConverterDispose(converter_), noErr);
+        EXPECT_EQ(AudioFileClose(file_), noErr);
     }
 
     const AudioFilePacketTableInfo& info() const { return info_; }
@@ -154,7 +154,7 @@ public:
         const AudioConverterPrimeInfo prime{static_cast<UInt32>(target - first.mFrame),
                                             static_cast<UInt32>(info_.mRemainderFrames)};
         EXPECT_EQ(AudioConverterSetProperty(converter_, kAudioConverterPrimeInfo, sizeof prime, &prime), noErr);
-        AudioConverterReset(converter_);
+        EXPECT_EQ(AudioConverterReset(converter_), noErr);
         ByteBlock all, block(999 * client_.mBytesPerFrame);
         for (UInt32 count = 1; count > 0;) {
             count = 999;

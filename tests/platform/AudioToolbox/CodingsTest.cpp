@@ -58,7 +58,7 @@ struct Packets {
         UInt32 bytes = 0;
         EXPECT_EQ(AudioFileReadPackets(opened.file, false, &bytes, descriptions.data(), 0, &count, data.data()), noErr);
         EXPECT_EQ(bytes, data.size());
-        AudioFileClose(opened.file);
+        EXPECT_EQ(AudioFileClose(opened.file), noErr);
     }
 };
 
@@ -202,7 +202,7 @@ TEST(Codings, LosslessCodingsKeepAllBitsAskedForOrRefuse)
             const auto given = converterProperty<AudioStreamBasicDescription>(
                 converter, kAudioConverterCurrentOutputStreamDescription);
             EXPECT_EQ(given.mFormatFlags, made);
-            AudioConverterDispose(converter);
+            EXPECT_EQ(AudioConverterDispose(converter), noErr);
         }
     for (const auto& [type, coding] :
          {std::pair{kAudioFileM4AType, kAudioFormatAppleLossless}, std::pair{kAudioFileFLACType, kAudioFormatFLAC}}) {
@@ -258,12 +258,12 @@ TEST(Codings, EncodersSayWhatTheyNeedAndKeepAPacketThatFoundNoRoom)
     UInt32 size = 6144;
     EXPECT_EQ(AudioConverterConvertBuffer(converter, 400, data.data(), &size, room.data()),
               kAudioConverterErr_OperationNotSupported);
-    AudioConverterDispose(converter);
+    EXPECT_EQ(AudioConverterDispose(converter), noErr);
     const auto lossless = coded(kAudioFormatAppleLossless, 2);
     ASSERT_EQ(AudioConverterNew(&pcm, &lossless, &converter), noErr);
     EXPECT_EQ(AudioConverterGetPropertyInfo(converter, kAudioConverterEncodeBitRate, &size, nullptr),
               kAudioConverterErr_PropertyNotSupported);
-    AudioConverterDispose(converter);
+    EXPECT_EQ(AudioConverterDispose(converter), noErr);
 }
 
 TEST(Codings, DamagedPacketsAreSilenceAndWhatFollowsKeepsItsPlace)

@@ -23,8 +23,9 @@ bool hasCodings()
     const AudioStreamBasicDescription coding{44100, kAudioFormatMPEG4AAC, 0, 0, 0, 0, 2, 0, 0};
     AudioConverterRef converter = nullptr;
     const bool has = AudioConverterNew(&bigSixteen, &coding, &converter) == noErr;
-    if (has)
-        AudioConverterDispose(converter);
+    if (has) {
+        EXPECT_EQ(AudioConverterDispose(converter), noErr);
+    }
     return has;
 }
 

@@ -223,7 +223,7 @@ TEST(ExtAudioFileThreads, SeeksElsewhereDoNotTearARealTimeRead)
             auto list = listOf(room, 1);
             {
                 const qmx::RealTimeScope realTime;
-                ExtAudioFileRead(file, &count, &list);
+                (void)ExtAudioFileRead(file, &count, &list);
             }
             for (UInt32 i = 1; i < count; ++i)
                 ASSERT_EQ(room[i] * 262144, room[0] * 262144 + static_cast<float>(i));

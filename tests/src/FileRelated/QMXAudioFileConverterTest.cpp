@@ -3,11 +3,7 @@
 
 #include "Formats/QMXAudioStreamBasicDescription.h"
 #include "platform/AudioToolbox/CodedFiles.h"
-#include "platform/AudioToolbox/ExtAudioFileHelpers.h"
-#include "support/CapturedFailures.h"
-#include "support/MemoryDisk.h"
-
-#include <gmock/gmock.h>
+#include "support/FileWork.h"
 
 #include <cerrno>
 
@@ -18,14 +14,7 @@ using namespace qmx::test;
 using testing::ElementsAre;
 using testing::FloatNear;
 
-class Progress : public QMXProgressSubscriber
-{
-public:
-    void progressUpdate(float progress) override { values.push_back(progress); }
-    std::vector<float> values;
-};
-
-class QMXAudioFileConverterTest : public testing::Test
+class QMXAudioFileConverterTest : public FileWork
 {
 protected:
     /// Converts the file at `source` to the one at `other`, which is replaced.
@@ -35,25 +24,14 @@ protected:
         return QMXAudioFileConverter::initWithInputFilePath(source)->convertFileToPath_toFileType_toFormat_subscriber(
             other, type, QMXAudioStreamBasicDescription::initWithAudioStreamBasicDescription(&format), nullptr);
     }
-    ByteBlock audioAt(const std::string& file)
-    {
-        const auto opened = openFile(file);
-        auto audio = audioOf(opened.file);
-        AudioFileClose(opened.file);
-        return audio;
-    }
     std::vector<float> samplesAt(const std::string& file, UInt32 channels)
     {
         const ExtAudioFileRef opened = openExtended(file);
         setClient(opened, floats(channels));
         auto samples = readFloats(opened, channels, 10'000);
-        ExtAudioFileDispose(opened);
+        EXPECT_EQ(ExtAudioFileDispose(opened), noErr);
         return samples;
     }
-
-    MemoryDisk disk;
-    CapturedFailures failures;
-    const std::string path = "/d/a.aif", other = "/d/b.aif";
 };
 
 TEST_F(QMXAudioFileConverterTest, ConvertsWholeFilesInPassesOf1024Frames)
@@ -64,11 +42,10 @@ TEST_F(QMXAudioFileConverterTest, ConvertsWholeFilesInPassesOf1024Frames)
     Progress progress;
     EXPECT_EQ(converter->convertFileToPath_toFileType_subscriber(other, kAudioFileAIFFType, &progress), noErr);
     EXPECT_THAT(progress.values, ElementsAre(0, FloatNear(0.4096F, 1e-6F), FloatNear(0.8192F, 1e-6F)));
-    const auto file = openFile(other);
-    EXPECT_EQ(bytesIn(file.file), 5000U);
-    EXPECT_EQ(formatOf(file.file).mSampleRate, 48000);
-    EXPECT_EQ(formatOf(file.file).mChannelsPerFrame, 1U);
-    AudioFileClose(file.file);
+    EXPECT_EQ(audioAt(other).size(), 5000U);
+    const auto copied = propertyAt<AudioStreamBasicDescription>(other, kAudioFilePropertyDataFormat);
+    EXPECT_EQ(copied.mSampleRate, 48000);
+    EXPECT_EQ(copied.mChannelsPerFrame, 1U);
 
     // the same format is the same samples, at another rate it has another length
     const std::string third = "/d/c.wav", fourth = "/d/d.aifc";
@@ -86,19 +63,21 @@ TEST_F(QMXAudioFileConverterTest, ConvertsWholeFilesInPassesOf1024Frames)
               noErr);
     const ExtAudioFileRef resampled = openExtended(other);
     EXPECT_EQ(lengthOf(resampled), 2297);
-    ExtAudioFileDispose(resampled);
+    EXPECT_EQ(ExtAudioFileDispose(resampled), noErr);
 
     // a disk that fills up is the status; a source that is not there too, and nothing is created
     disk.remove(other);
     disk.setCapacity(26'000);
     EXPECT_EQ(converter->convertFileToPath_toFileType_toFormat_subscriber(other, kAudioFileWAVEType, wave, nullptr),
               dskFulErr);
+    expectFailure(*converter, dskFulErr, other + " could not be written: the disk is full");
     const auto none = QMXAudioFileConverter::initWithInputFilePath("/d/none");
     EXPECT_EQ(none->convertFileToPath_toFileType_subscriber("/d/e.aif", kAudioFileAIFFType, nullptr), fnfErr);
+    expectFailure(*none, fnfErr, "/d/none could not be opened: no such file or folder");
     EXPECT_TRUE(disk.contents("/d/e.aif").empty());
 }
 
-TEST_F(QMXAudioFileConverterTest, AnEmptyOrShortSourceEndsTheConversion)
+TEST_F(QMXAudioFileConverterTest, AnEmptyOrUnreadableSourceEndsTheConversion)
 {
     writeMusic(path, kAudioFileAIFFType, bigSixteen, {});
     Progress progress;
@@ -107,6 +86,22 @@ TEST_F(QMXAudioFileConverterTest, AnEmptyOrShortSourceEndsTheConversion)
               noErr);
     EXPECT_TRUE(progress.values.empty());
     EXPECT_FALSE(disk.contents(other).empty());
+    // what could not be read is missing in the copy: the result hides it
+    disk.remove(path);
+    disk.remove(other);
+    writeMusic(path, kAudioFileAIFFType, bigSixteen, music(200'000, 2));
+    disk.failReads(EIO, 400'000);
+    const auto converter = QMXAudioFileConverter::initWithInputFilePath(path);
+    const auto convertToOther = [&] {
+        return converter->convertFileToPath_toFileType_subscriber(other, kAudioFileAIFFType, nullptr);
+    };
+    EXPECT_EQ(convertToOther(), noErr);
+    expectFailure(*converter, ioErr, path + " could not be read: input/output error");
+    disk.failReads(0);
+    EXPECT_LT(audioAt(other).size(), 400'000U);
+    disk.remove(other);
+    EXPECT_EQ(convertToOther(), noErr);
+    expectFailure(*converter, noErr, "");
 }
 
 TEST_F(QMXAudioFileConverterTest, WAVEIsLittleEndianWhateverTheFormatSays)

@@ -2,14 +2,11 @@
 #include "FileRelated/QMXAudioFileProcessor.h"
 
 #include "Processing/QMXAudioProcessor.h"
-#include "Processing/QMXProgressSubscriber.h"
-#include "platform/AudioToolbox/ExtAudioFileHelpers.h"
-#include "support/CapturedFailures.h"
-#include "support/MemoryDisk.h"
+#include "support/FileWork.h"
 #include "support/OpenDescriptors.h"
 #include "support/TemporaryFolder.h"
 
-#include <gmock/gmock.h>
+#include <cerrno>
 
 namespace
 {
@@ -46,31 +43,13 @@ private:
     OSStatus status_;
 };
 
-class Progress : public QMXProgressSubscriber
-{
-public:
-    void progressUpdate(float progress) override { values.push_back(progress); }
-    std::vector<float> values;
-};
-
-class QMXAudioFileProcessorTest : public testing::Test
+class QMXAudioFileProcessorTest : public FileWork
 {
 protected:
     std::shared_ptr<QMXAudioFileProcessor> processor(const std::shared_ptr<Gain>& gain)
     {
         return QMXAudioFileProcessor::initWithSourcePath_processFramesWith_progressSubscriber(path, gain, progress);
     }
-    ByteBlock audio(const std::string& file)
-    {
-        const auto opened = openFile(file);
-        auto bytes = audioOf(opened.file);
-        AudioFileClose(opened.file);
-        return bytes;
-    }
-
-    MemoryDisk disk;
-    CapturedFailures failures;
-    const std::string path = "/d/a.aif", other = "/d/b.aif";
     std::shared_ptr<Progress> progress = std::make_shared<Progress>();
 };
 
@@ -98,7 +77,7 @@ TEST_F(QMXAudioFileProcessorTest, UnchangedSamplesLeaveEveryByteAsItWas)
         if (c.type != kAudioFileWAVEType) {
             EXPECT_EQ(processor(std::make_shared<Gain>(1.0F))->copyFramesToPath_startFrame_endFrame(other, 0, 1337),
                       noErr);
-            EXPECT_EQ(audio(other), audio(path));
+            EXPECT_EQ(audioAt(other), audioAt(path));
         }
     }
     EXPECT_TRUE(failures.lines().empty());
@@ -119,7 +98,7 @@ TEST_F(QMXAudioFileProcessorTest, ChangesTheRangeAlone)
     ExtAudioFileRef file = openExtended(path);
     setClient(file, floats(3));
     EXPECT_EQ(readFloats(file, 3, 3000), expected);
-    ExtAudioFileDispose(file);
+    EXPECT_EQ(ExtAudioFileDispose(file), noErr);
     // in a copy of its own it has all channels, and the range is all there is
     EXPECT_EQ(processor(gain)->copyFramesToPath_startFrame_endFrame(other, 1500, 9000), noErr);
     file = openExtended(other);
@@ -128,7 +107,7 @@ TEST_F(QMXAudioFileProcessorTest, ChangesTheRangeAlone)
     for (float& sample : rest)
         sample *= 0.5F;
     EXPECT_EQ(readFloats(file, 3, 3000), rest);
-    ExtAudioFileDispose(file);
+    EXPECT_EQ(ExtAudioFileDispose(file), noErr);
 }
 
 TEST_F(QMXAudioFileProcessorTest, EndsAndFailuresAsTheyAreDescribed)
@@ -139,7 +118,7 @@ TEST_F(QMXAudioFileProcessorTest, EndsAndFailuresAsTheyAreDescribed)
     EXPECT_EQ(processor(gain)->copyFramesToPath_startFrame_endFrame(other, 10, 9), -1);
     EXPECT_TRUE(disk.contents(other).empty());
     EXPECT_EQ(processor(gain)->copyFramesToPath_startFrame_endFrame(other, 10, 10), noErr);
-    EXPECT_TRUE(audio(other).empty());
+    EXPECT_TRUE(audioAt(other).empty());
     EXPECT_TRUE(gain->passes.empty());
     EXPECT_TRUE(failures.lines().empty());
     // a path that exists is not replaced
@@ -152,7 +131,7 @@ TEST_F(QMXAudioFileProcessorTest, EndsAndFailuresAsTheyAreDescribed)
     disk.remove(other);
     EXPECT_EQ(processor(std::make_shared<Gain>(1.0F, 100'000))->copyFramesToPath_startFrame_endFrame(other, 0, 1000),
               noErr);
-    EXPECT_EQ(audio(other), audio(path));
+    EXPECT_EQ(audioAt(other), audioAt(path));
     EXPECT_EQ(processor(std::make_shared<Gain>(0.0F, 2))->processFrames_endFrame(0, 1000), noErr);
     ByteBlock expected = before;
     for (const std::size_t frame : {0U, 512U})
@@ -161,8 +140,32 @@ TEST_F(QMXAudioFileProcessorTest, EndsAndFailuresAsTheyAreDescribed)
     // a disk that fails ends it after the pass's report
     progress->values.clear();
     disk.failChange(1, EIO);
-    EXPECT_EQ(processor(gain)->processFrames_endFrame(0, 1000), noErr);
+    auto failing = processor(gain);
+    EXPECT_EQ(failing->processFrames_endFrame(0, 1000), noErr);
     EXPECT_EQ(progress->values.size(), 1U);
+    expectFailure(*failing, ioErr, path + " could not be written: input/output error");
+    EXPECT_EQ(failing->processFrames_endFrame(0, 1000), noErr);
+    expectFailure(*failing, noErr, "");
+    disk.failReads(EIO, 3000);
+    EXPECT_EQ(failing->processFrames_endFrame(0, 1000), noErr);
+    expectFailure(*failing, ioErr, path + " could not be read: input/output error");
+    disk.clearFaults();
+    disk.remove(other);
+    disk.setCapacity(disk.contents(path).size() + 1000);
+    EXPECT_EQ(failing->copyFramesToPath_startFrame_endFrame(other, 0, 1000), noErr);
+    expectFailure(*failing, dskFulErr, other + " could not be written: the disk is full");
+    // nor does the result tell of a file that is not there, or cannot be processed
+    disk.clearFaults();
+    disk.remove(path);
+    failing = processor(gain);
+    expectFailure(*failing, fnfErr, path + " could not be opened: no such file or folder");
+    const auto packets =
+        createFile(path, kAudioFileCAFType, {44100, kAudioFormatAppleLossless, 0, 0, 4096, 0, 2, 0, 0});
+    EXPECT_EQ(AudioFileClose(packets.file), noErr);
+    failing = processor(gain);
+    EXPECT_EQ(failing->processFrames_endFrame(0, 1000), noErr);
+    expectFailure(*failing, kAudioFileUnsupportedDataFormatError,
+                  path + " could not be processed: not a format for it");
 }
 
 TEST_F(QMXAudioFileProcessorTest, AFailingProcessorEndsTheRunBeforeItsBlockIsWritten)
@@ -170,10 +173,12 @@ TEST_F(QMXAudioFileProcessorTest, AFailingProcessorEndsTheRunBeforeItsBlockIsWri
     writeMusic(path, kAudioFileAIFFType, bigSixteen, music(2000, 2));
     const ByteBlock before = disk.contents(path);
     const auto failing = std::make_shared<Gain>(0.0F, 0, -7);
-    EXPECT_EQ(processor(failing)->processFrames_endFrame(0, 2000), noErr);
+    const auto inPlace = processor(failing);
+    EXPECT_EQ(inPlace->processFrames_endFrame(0, 2000), noErr);
+    expectFailure(*inPlace, -7, path + " could not be processed: status -7");
     EXPECT_TRUE(disk.contents(path) == before);
     EXPECT_EQ(processor(failing)->copyFramesToPath_startFrame_endFrame(other, 0, 2000), noErr);
-    EXPECT_TRUE(audio(other).empty());
+    EXPECT_TRUE(audioAt(other).empty());
     EXPECT_EQ(failing->passes.size(), 2U);
     EXPECT_EQ(progress->values.size(), 2U);
     EXPECT_EQ(failures.lines().size(), 2U);
@@ -187,7 +192,7 @@ TEST(QMXAudioFileProcessor, WhatIsThrownEndsTheRunAndLeavesNoFileOpen)
         using Gain::Gain;
         OSStatus processAudio_numberOfFrames(AudioBufferList& audio, UInt32* numberOfFrames) override
         {
-            Gain::processAudio_numberOfFrames(audio, numberOfFrames);
+            EXPECT_EQ(Gain::processAudio_numberOfFrames(audio, numberOfFrames), noErr);
             return cancelIf(inProcessor && passes.size() == 3);
         }
         void progressUpdate(float progress) override
@@ -208,14 +213,14 @@ TEST(QMXAudioFileProcessor, WhatIsThrownEndsTheRunAndLeavesNoFileOpen)
             cancelling->inProcessor = inProcessor;
             const auto processor = QMXAudioFileProcessor::initWithSourcePath_processFramesWith_progressSubscriber(
                 path, cancelling, cancelling);
-            EXPECT_THROW(process(*processor), Cancelled);
+            EXPECT_THROW((void)process(*processor), Cancelled);
         };
-        run([](auto& processor) { processor.processFrames_endFrame(0, 2000); });
-        run([&](auto& processor) { processor.copyFramesToPath_startFrame_endFrame(other, 0, 2000); });
+        run([](auto& processor) { return processor.processFrames_endFrame(0, 2000); });
+        run([&](auto& processor) { return processor.copyFramesToPath_startFrame_endFrame(other, 0, 2000); });
         EXPECT_EQ(openDescriptors(), before);
         const auto copy = openFile(other);
         EXPECT_EQ(bytesIn(copy.file), 2 * 512 * 4U); // as far as it came
-        AudioFileClose(copy.file);
+        EXPECT_EQ(AudioFileClose(copy.file), noErr);
         std::filesystem::remove(other);
     }
 }

@@ -30,7 +30,7 @@ constexpr UInt32 span = 786432; // of one cache buffer
 std::shared_ptr<QMXAudioFile> createdFile(const std::string& path, bool usesCache)
 {
     auto file = QMXAudioFile::initWithPath_accessMode(path, Mode::write);
-    file->setFileStreamFormat(*Format::standardFormat(7));
+    EXPECT_TRUE(file->setFileStreamFormat(*Format::standardFormat(7)));
     file->setUseCache(usesCache);
     EXPECT_TRUE(file->create());
     return file;
@@ -70,6 +70,12 @@ Bytes readAll(const std::string& path, bool usesCache, std::size_t block)
 class AudioFileObject : public ::testing::Test
 {
 protected:
+    static void expectFailure(const QMXAudioFile& file, OSStatus status, const std::string& error)
+    {
+        EXPECT_EQ(file.lastStatus(), status);
+        EXPECT_EQ(file.lastError(), error);
+    }
+
     qmx::test::MemoryDisk disk;
     qmx::test::CapturedLog log;
 };
@@ -82,15 +88,19 @@ TEST_F(AudioFileObject, ClosedFilesAnswerAsDescribedPerOperation)
     Byte byte = 0;
     UInt32 length = 1, packets = 1, bytes = 0;
     EXPECT_TRUE(file->read_length(&byte, &length));
+    expectFailure(*file, fnOpnErr, "/d/none.aif could not be read: it is not open");
     EXPECT_TRUE(file->write_length_atOffset(&byte, &length, 0));
     EXPECT_FALSE(file->write_length(&byte, &length));
+    expectFailure(*file, fnOpnErr, "/d/none.aif could not be written: it is not open");
     EXPECT_FALSE(file->readPackets_numBytes_outPacketDescriptions_numPackets(&byte, &bytes, nullptr, &packets));
     EXPECT_EQ(length, 1u);
     EXPECT_EQ(file->offset(), 0);
     EXPECT_EQ(file->lengthInFrames() + file->lengthInMilliSeconds() + file->lengthInBytes(), 0u);
     EXPECT_FALSE(file->formatIDName());
     EXPECT_TRUE(file->close());
+    EXPECT_EQ(file->lastStatus(), noErr) << "of closing";
     EXPECT_FALSE(file->open());
+    expectFailure(*file, fnfErr, "/d/none.aif could not be opened: no such file or folder");
     EXPECT_EQ(log.lines().size(), 4u) << "two lines with a status each";
     EXPECT_EQ(log.lines().at(0), "QMXAudioFile: Error opening audio file in read mode");
     EXPECT_EQ(log.lines().at(2), "QMXAudioFile: Error opening audio file");
@@ -150,6 +160,10 @@ TEST_F(AudioFileObject, ModesAndFormatsFollowTheRules)
     EXPECT_FALSE(file->setFileStreamFormat(*Format::standardFormat(7))) << "a closed file keeps its mode";
     file->setFileType(kAudioFileWAVEType);
     EXPECT_EQ(file->fileType(), kAudioFileWAVEType);
+    file = createdFile("/d/b", false);
+    EXPECT_TRUE(file->setFileStreamFormat(*Format::standardFormatWithId_sampleRate(kAudioFormatAMR, 44100)));
+    EXPECT_FALSE(file->isOpen());
+    expectFailure(*file, kAudioFileUnsupportedDataFormatError, "/d/b could not be made: not a format for it");
 }
 
 TEST_F(AudioFileObject, ReplacesOnlyWithAFormatAndKeepsTheOldFileOtherwise)
@@ -160,8 +174,11 @@ TEST_F(AudioFileObject, ReplacesOnlyWithAFormatAndKeepsTheOldFileOtherwise)
     EXPECT_EQ(disk.contents("/d/a"), pattern(5000));
     EXPECT_TRUE(log.has("QMXAudioFile: Error opening audio file in read/write mode"));
     EXPECT_TRUE(log.has("QMXAudioFile: Error initializing audio file"));
+    expectFailure(*file, kAudioFileUnsupportedFileTypeError,
+                  "/d/a could not be opened: not an audio file of a known type");
     EXPECT_TRUE(file->setFileStreamFormat(*Format::standardFormat(7)));
     EXPECT_TRUE(file->open());
+    EXPECT_EQ(file->lastStatus(), noErr) << "what failed on the way is overcome";
 }
 
 TEST_F(AudioFileObject, MovesWithItsFileAndFindsItAgain)
@@ -172,6 +189,7 @@ TEST_F(AudioFileObject, MovesWithItsFileAndFindsItAgain)
     ASSERT_TRUE(file->copyToPath_handler("/d/copy.aif", nullptr));
     ASSERT_TRUE(file->moveToPath_handler("/d/b.aif", nullptr));
     EXPECT_FALSE(file->moveToPath_handler("/d/copy.aif", nullptr));
+    EXPECT_EQ(file->lastError(), "/d/b.aif could not be moved: File exists");
     EXPECT_EQ(file->name(), "b.aif");
     EXPECT_EQ(readAll("/d/b.aif", false, 400), pattern(400));
     EXPECT_EQ(readAll("/d/copy.aif", true, 399), pattern(400));
@@ -207,7 +225,7 @@ TEST_F(AudioFileObject, KeepsItsFormatForTheNextPathButReplacesNothingWithOneTha
 TEST_F(AudioFileObject, ModeReadWriteCreatesWhatIsNotThereAndSeesTheLengthOfWhatItWrote)
 {
     auto file = QMXAudioFile::initWithPath_accessMode("/d/a.aif", Mode::readWrite);
-    file->setFileStreamFormat(*Format::standardFormat(7));
+    EXPECT_TRUE(file->setFileStreamFormat(*Format::standardFormat(7)));
     ASSERT_TRUE(file->open());
     ASSERT_TRUE(writeAll(*file, pattern(400), 400));
     ASSERT_TRUE(file->close());
@@ -316,6 +334,7 @@ TEST_F(AudioFileObject, CachedReadsJumpAndSeeWhatWasWrittenInBetween)
     length = 1;
     EXPECT_FALSE(file->read_length_fromOffset(&byte, &length, 4 * span));
     EXPECT_EQ(length, 0u);
+    EXPECT_EQ(file->lastStatus(), eofErr);
 }
 
 TEST_F(AudioFileObject, AFailingDiskIsReportedOnceAndNeverHangs)
@@ -346,6 +365,7 @@ TEST_F(AudioFileObject, AFailingDiskIsReportedOnceAndNeverHangs)
     UInt32 length = 1;
     EXPECT_FALSE(file->read_length(&byte, &length));
     EXPECT_EQ(length, 0u);
+    EXPECT_EQ(file->lastStatus(), ioErr);
     disk.clearFaults();
     length = 1;
     EXPECT_TRUE(file->read_length(&byte, &length)) << "the next call starts afresh";
@@ -362,7 +382,11 @@ TEST_F(AudioFileObject, CloseStillKnowsOfACachedWriteThatFailedOnce)
     EXPECT_TRUE(qmx::waitUntilWorkersRest());
     EXPECT_FALSE(writeAll(*file, pattern(4), 4)) << "the caller learns it";
     EXPECT_TRUE(writeAll(*file, pattern(span), span)) << "and goes on";
+    EXPECT_EQ(file->lastStatus(), noErr);
+    EXPECT_TRUE(file->flush());
+    expectFailure(*file, ioErr, "/d/a could not be written: input/output error");
     EXPECT_FALSE(file->close()) << "but the file has a hole";
+    EXPECT_EQ(file->lastStatus(), ioErr);
     ASSERT_TRUE(file->create());
     EXPECT_TRUE(file->close());
 }

@@ -4,11 +4,7 @@
 #include "FileRelated/QMXAudioFileFrameIntervalCopier.h"
 #include "Formats/QMXAudioStreamBasicDescription.h"
 #include "Foundation/RealTime.h"
-#include "platform/AudioToolbox/ExtAudioFileHelpers.h"
-#include "support/CapturedFailures.h"
-#include "support/MemoryDisk.h"
-
-#include <gmock/gmock.h>
+#include "support/FileWork.h"
 
 #include <cerrno>
 
@@ -18,7 +14,7 @@ namespace
 using namespace qmx::test;
 using testing::MatchesRegex;
 
-class QMXExtAudioFileTest : public testing::Test
+class QMXExtAudioFileTest : public FileWork
 {
 protected:
     std::vector<UInt8> stampOf(const std::string& file)
@@ -27,10 +23,6 @@ protected:
         disk.attribute(file, "user.com.apple.FinderInfo", attribute);
         return attribute;
     }
-
-    MemoryDisk disk;
-    CapturedFailures failures;
-    const std::string path = "/d/a.aif", other = "/d/b.aif";
 };
 
 TEST_F(QMXExtAudioFileTest, AMonoClientFeedsBothChannelsOfAStereoFile)
@@ -91,6 +83,7 @@ TEST_F(QMXExtAudioFileTest, FailingCallsPrintOneLineEachAndCreatingNeverReplaces
 {
     const auto missing = QMXExtAudioFile::initForReading("/d/none.aif");
     EXPECT_EQ(missing->open(), fnfErr);
+    expectFailure(*missing, fnfErr, "/d/none.aif could not be opened: no such file or folder");
     EXPECT_EQ(missing->offset(), -1);
     ASSERT_EQ(failures.lines().size(), 2U);
     EXPECT_THAT(failures.lines()[0],
@@ -100,6 +93,7 @@ TEST_F(QMXExtAudioFileTest, FailingCallsPrintOneLineEachAndCreatingNeverReplaces
     const auto file = QMXExtAudioFile::initForWriting_fileType_clientFormat_fileFormat(path, kAudioFileAIFFType,
                                                                                        &client, &bigSixteen);
     EXPECT_EQ(file->open(), kAudio_ParamError); // what priming says of no file
+    expectFailure(*file, dupFNErr, path + " could not be made: it exists already");
     EXPECT_EQ(failures.lines().size(), 5U);
     EXPECT_EQ(disk.contents(path), (std::vector<std::uint8_t>{1, 2, 3}));
     // on a real-time thread the line waits until the next call elsewhere
@@ -108,8 +102,10 @@ TEST_F(QMXExtAudioFileTest, FailingCallsPrintOneLineEachAndCreatingNeverReplaces
         EXPECT_EQ(file->write_numberFrames(nullptr, 0), kAudio_ParamError);
     }
     EXPECT_EQ(failures.lines().size(), 5U);
-    file->close();
+    EXPECT_EQ(file->lastStatus(), dupFNErr); // there the result alone tells
+    EXPECT_EQ(file->close(), noErr);
     EXPECT_EQ(failures.lines().size(), 6U);
+    expectFailure(*file, noErr, "");
 }
 
 TEST_F(QMXExtAudioFileTest, TellsTheClientFormatThatHolds)
@@ -142,13 +138,6 @@ TEST_F(QMXExtAudioFileTest, AFailedOpenKeepsNoFile)
     EXPECT_EQ(file->open(), kExtAudioFileError_InvalidOperationOrder);
 }
 
-class Progress : public QMXProgressSubscriber
-{
-public:
-    void progressUpdate(float progress) override { values.push_back(progress); }
-    std::vector<float> values;
-};
-
 TEST_F(QMXExtAudioFileTest, CopiesEveryNthFrameAsBigEndianFloats)
 {
     using Copier = QMXAudioFileFrameIntervalCopier;
@@ -176,6 +165,14 @@ TEST_F(QMXExtAudioFileTest, CopiesEveryNthFrameAsBigEndianFloats)
             ASSERT_NEAR(std::bit_cast<float>(bytes), samples[2 * (5 + 10 * i) + channel], 1e-4) << i;
         }
     EXPECT_EQ(floatsOut[99 * 8], 0x55); // nothing behind the count
+    EXPECT_EQ(Copier::lastStatus(), noErr);
+    // a copy that a read error cuts short has silence from there on
+    disk.failReads(EIO, 54 + 4 * 100);
+    std::ranges::fill(floatsOut, Byte{0x55});
+    EXPECT_EQ(copy(nullptr, 10, floatsOut.data(), 5, 1000), 100U);
+    EXPECT_EQ(Copier::lastStatus(), ioErr);
+    EXPECT_EQ(Copier::lastError(), path + " could not be copied: input/output error");
+    EXPECT_TRUE(std::all_of(floatsOut.begin() + 80, floatsOut.begin() + 99 * 8, [](Byte b) { return b == 0; }));
 }
 
 } // namespace

@@ -253,7 +253,9 @@ TEST(QMXAudioConverterChain, OnlyAChainThatCouldNotBeBuiltPrintsLines)
 
     testing::internal::CaptureStderr();
     const auto compressed = Format::standardFormatWithId_sampleRate(kAudioFormatMPEG4AAC, 44100);
-    QMXAudioConverter::initWithSourceFormat_destinationFormat(compressed, Format::defaultStandardFileFormat());
+    const auto converter =
+        QMXAudioConverter::initWithSourceFormat_destinationFormat(compressed, Format::defaultStandardFileFormat());
     EXPECT_THAT(testing::internal::GetCapturedStderr(),
                 testing::MatchesRegex("Halcyra Error: -10868 ->  coreaudio_aac/src/QMXAudioConverter:  [0-9]+\n"));
+    EXPECT_TRUE(!converter || converter->lastStatus() == kAudioUnitErr_FormatNotSupported); // none without the coding
 }

@@ -48,8 +48,14 @@ TEST(QMXAudioConverter, MissingBuffersAndFailuresAreLogged)
     UInt32 size = 1;
     EXPECT_EQ(noErr,
               converter->convertBuffer_inputBufferSize_outputBuffer_outputBufferSize(nullptr, 4, nullptr, &size));
+    EXPECT_EQ(converter->lastError(), "The converter could not convert: a wrong argument");
     EXPECT_EQ(kAudioConverterErr_InvalidOutputSize,
               converter->convertBuffer_inputBufferSize_outputBuffer_outputBufferSize(bytes, 4, bytes, &size));
+    EXPECT_EQ(converter->lastStatus(), kAudioConverterErr_InvalidOutputSize);
+    converter->setSampleRateConverterQuality(128);
+    EXPECT_NE(converter->lastStatus(), noErr);
+    converter->setSampleRateConverterQuality(127);
+    EXPECT_EQ(converter->lastStatus(), noErr);
     QMXAudioConverter::printOSStatusCode(qmx::statusCode("abcd"));
     EXPECT_THAT(log.lines(),
                 testing::ElementsAre("*** WARNING *** QMXAudioConverter:convertBuffer  input is NULL",

@@ -63,7 +63,7 @@ protected:
     static std::shared_ptr<QMXAudioFile> fileOf(const AudioStreamBasicDescription& format, AudioFileTypeID type)
     {
         auto file = QMXAudioFile::initWithPath_accessMode(path, QMXAudioFileAccessMode::readWrite);
-        file->setFileStreamFormat(QMXAudioStreamBasicDescription(format));
+        EXPECT_TRUE(file->setFileStreamFormat(QMXAudioStreamBasicDescription(format)));
         file->setFileType(type);
         return file;
     }
@@ -374,7 +374,7 @@ TEST_F(Recorder, ConvertsToTheFormatOfTheFileThatIsOpen)
     for (const auto& [format, type] : {std::pair(bigEndian(2, 24), kAudioFileAIFFType),
                                        {qmx::packedPhysicalFormat(44100, 2, 16), kAudioFileWAVEType},
                                        {qmx::packedPhysicalFormat(44100, 2, 32, true), kAudioFileCAFType}}) {
-        fileOf(format, type)->open();
+        EXPECT_TRUE(fileOf(format, type)->open());
         make(2);
         take();
         EXPECT_EQ(recorder->bitsPerChannel(), format.mBitsPerChannel);
@@ -421,13 +421,13 @@ TEST_F(Recorder, RefusesAFileThatCannotTakeItsBytes)
     slow.mSampleRate = 5; // Hz: no conversion joins it with the device's
     const auto file = fileOf(slow, kAudioFileAIFFType);
     recorder = QMXAudioRecorder::initWithAudioDevice_audioFile(recorder->inputDevice(), file);
-    file->setFileStreamFormat(QMXAudioStreamBasicDescription(slow));
+    EXPECT_TRUE(file->setFileStreamFormat(QMXAudioStreamBasicDescription(slow)));
     EXPECT_FALSE(recorder->record());
     EXPECT_FALSE(recorder->isRecording() || file->isOpen() || recorder->inputDevice()->isRunning());
     EXPECT_EQ(file->lengthInBytes(), 0U);
     EXPECT_EQ(recorder->lastStatus(), kAudioFileUnsupportedDataFormatError);
     EXPECT_THAT(recorder->lastError(), testing::HasSubstr(path));
-    file->setFileStreamFormat(QMXAudioStreamBasicDescription(bigEndian(2, 16)));
+    EXPECT_TRUE(file->setFileStreamFormat(QMXAudioStreamBasicDescription(bigEndian(2, 16))));
     disk.remove(path);
     EXPECT_TRUE(recorder->record());
     EXPECT_EQ(recorder->lastStatus(), noErr);
@@ -459,7 +459,7 @@ TEST_F(Recorder, WAVEIsLittleEndianUnlessTheFileWasOpenedBefore)
         recorder = QMXAudioRecorder::initWithAudioDevice_audioFile(recorder->inputDevice(), file);
         file->setFileType(kAudioFileWAVEType);
         if (wasOpen)
-            file->open();
+            EXPECT_TRUE(file->open());
         take();
         EXPECT_EQ(disk.contents(path)[3], wasOpen ? 'X' : 'F');
         expectInFile({{0, recorder->lengthInFrames()}});

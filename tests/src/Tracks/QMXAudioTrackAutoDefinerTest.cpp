@@ -45,10 +45,11 @@ void record(const std::string& blocks, const AudioStreamBasicDescription& format
     const auto toneBytes = static_cast<UInt32>(tone.size() * sizeof(SInt16));
     std::vector<Byte> audio(converter->calculateOutputBufferSize(toneBytes));
     auto length = static_cast<UInt32>(audio.size());
-    converter->convertBuffer_inputBufferSize_outputBuffer_outputBufferSize(reinterpret_cast<const Byte*>(tone.data()),
-                                                                           toneBytes, audio.data(), &length);
+    EXPECT_EQ(converter->convertBuffer_inputBufferSize_outputBuffer_outputBufferSize(
+                  reinterpret_cast<const Byte*>(tone.data()), toneBytes, audio.data(), &length),
+              noErr);
     const auto file = QMXAudioFile::initWithPath_accessMode(path, QMXAudioFileAccessMode::write);
-    file->setFileStreamFormat(*target);
+    EXPECT_TRUE(file->setFileStreamFormat(*target));
     file->setFileType(kAudioFileAIFCType);
     ASSERT_TRUE(file->create() && file->write_length(audio.data(), &length) && file->close());
 }

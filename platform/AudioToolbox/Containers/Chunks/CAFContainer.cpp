@@ -166,7 +166,7 @@ bool matches(const FileSigns& signs)
 OSStatus open(PlacedFile placed, bool forWriting, std::unique_ptr<Container>& container)
 {
     UInt8 code[4] = {};
-    placed.file->read(code, sizeof code, formatCodePlace);
+    (void)placed.file->read(code, sizeof code, formatCodePlace); // loading tells what cannot be read
     const AudioFormatID coding = load32(code, ByteOrder::big);
     if (coding == kAudioFormatLinearPCM || isCompanded(coding) || decodableCodings().empty())
         return loadContainer<CAFContainer>(std::move(placed.file), forWriting, container);

@@ -36,14 +36,14 @@ public:
     ~NewFork()
     {
         if (isThere_)
-            FileSystem::current().remove(path_);
+            (void)FileSystem::current().remove(path_); // one that stays does no harm
     }
     NewFork(const NewFork&) = delete;
     NewFork& operator=(const NewFork&) = delete;
 
     OSStatus write(const Bytes& bytes)
     {
-        FileSystem::current().remove(path_); // left by a process that was killed
+        (void)FileSystem::current().remove(path_); // left by a process that was killed
         std::unique_ptr<File> file;
         const SystemError error = FileSystem::current().open(path_, FileAccess::createNew, file);
         isThere_ = error == 0;

@@ -16,10 +16,10 @@ namespace
 constexpr std::size_t mostBytes = std::size_t{256} << 20;
 
 struct CloseFile {
-    void operator()(OpaqueAudioFileID* file) const { AudioFileClose(file); }
+    void operator()(OpaqueAudioFileID* file) const { (void)AudioFileClose(file); } // it was only read
 };
 struct DisposeConverter {
-    void operator()(OpaqueAudioConverter* converter) const { AudioConverterDispose(converter); }
+    void operator()(OpaqueAudioConverter* converter) const { (void)AudioConverterDispose(converter); }
 };
 
 // Reads the file's packets from where it stands, a block at a time, and converts them.

@@ -89,7 +89,7 @@ void VirtualDevice::stopIO()
 void VirtualDevice::runThread(const std::shared_ptr<VirtualRun>& run)
 {
     constexpr double highest = 1.0;
-    Thread::setThreadPriority(highest);
+    (void)Thread::setThreadPriority(highest); // a refusal leaves it as it was
     bool isRealTime = false;
     auto held = timeline_.lock();
     waitForPrevious(*run, held);

@@ -147,7 +147,7 @@ TEST(ContainerFormats, FormatIsTakenExactlyOrRefused)
             expected.mFramesPerPacket = 1;
             EXPECT_EQ(std::memcmp(&format, &expected, sizeof format), 0);
             EXPECT_TRUE(audioOf(opened.file) == audio);
-            AudioFileClose(opened.file);
+            EXPECT_EQ(AudioFileClose(opened.file), noErr);
         }
     }
 }
@@ -248,7 +248,7 @@ TEST(ContainerFormats, OddAndDamagedFilesAreReadOrRefused)
         if (row.status != noErr)
             continue;
         EXPECT_EQ(audioOf(opened.file), bytes(row.audio));
-        AudioFileClose(opened.file);
+        EXPECT_EQ(AudioFileClose(opened.file), noErr);
         // writing goes on behind what is there
         ByteBlock audio = audioOf(writing.file);
         EXPECT_GE(audio.size(), bytes(row.audio).size());
@@ -259,7 +259,7 @@ TEST(ContainerFormats, OddAndDamagedFilesAreReadOrRefused)
         const auto again = openFile("/d/file");
         ASSERT_EQ(again.status, noErr);
         EXPECT_EQ(audioOf(again.file), audio);
-        AudioFileClose(again.file);
+        EXPECT_EQ(AudioFileClose(again.file), noErr);
     }
 }
 
@@ -298,7 +298,7 @@ TEST(ContainerFormats, OpeningForWritingBringsLaggingSizesInLine)
     for (const auto& [lagging, expected] : files) {
         MemoryDisk disk;
         disk.setContents("/d/file", bytes(lagging));
-        AudioFileClose(openFile("/d/file", fsRdWrPerm).file);
+        EXPECT_EQ(AudioFileClose(openFile("/d/file", fsRdWrPerm).file), noErr);
         EXPECT_EQ(disk.contents("/d/file"), bytes(expected)) << lagging;
     }
 }
@@ -315,7 +315,7 @@ TEST(ContainerFormats, FileOfTinyChunksIsWalkedInBoundedTime)
     UInt32 size = 0;
     EXPECT_EQ(AudioFileGetPropertyInfo(opened.file, kAudioFilePropertyChunkIDs, &size, nullptr), noErr);
     EXPECT_LE(size, 65536U * 4);
-    AudioFileClose(opened.file);
+    EXPECT_EQ(AudioFileClose(opened.file), noErr);
 }
 
 TEST(ContainerFormats, SamplesSurviveTheWayThroughAllContainers)
@@ -346,7 +346,7 @@ TEST(ContainerFormats, SamplesSurviveTheWayThroughAllContainers)
                 ASSERT_EQ(opened.status, noErr);
                 EXPECT_EQ(property<UInt32>(opened.file, kAudioFilePropertyFileFormat), type);
                 samples = swapped(audioOf(opened.file));
-                AudioFileClose(opened.file);
+                EXPECT_EQ(AudioFileClose(opened.file), noErr);
             }
             EXPECT_TRUE(samples == original) << channels << " channels of " << bits << " bits";
         }
@@ -379,7 +379,7 @@ TEST(ContainerFormats, SoundDesignerFilesAreKnownByTheForkBesideThem)
         EXPECT_EQ(formatOf(opened.file).mSampleRate, 48000);
         EXPECT_EQ(formatOf(opened.file).mBytesPerFrame, 6U);
         EXPECT_EQ(audioOf(opened.file), pattern(60));
-        AudioFileClose(opened.file);
+        EXPECT_EQ(AudioFileClose(opened.file), noErr);
         for (std::size_t length = 0; length + 10 < fork.size(); length += 7) { // none of these is whole
             disk.setContents("/d/._b", ByteBlock(fork.begin(), fork.begin() + static_cast<long>(length)));
             EXPECT_EQ(openFile("/d/b").status, kAudioFileUnsupportedFileTypeError);

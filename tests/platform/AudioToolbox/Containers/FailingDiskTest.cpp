@@ -53,9 +53,9 @@ Stream encoded(AudioFileTypeID type, AudioFormatID coding)
     UInt32 size = 0;
     if (AudioFileGetPropertyInfo(opened.file, kAudioFilePropertyMagicCookieData, &size, nullptr) == noErr) {
         stream.cookie.resize(size);
-        AudioFileGetProperty(opened.file, kAudioFilePropertyMagicCookieData, &size, stream.cookie.data());
+        (void)AudioFileGetProperty(opened.file, kAudioFilePropertyMagicCookieData, &size, stream.cookie.data());
     }
-    AudioFileClose(opened.file);
+    EXPECT_EQ(AudioFileClose(opened.file), noErr);
     return stream;
 }
 
@@ -157,7 +157,7 @@ std::optional<std::size_t> packetsBack(const Stream& stream, SInt8 permissions =
         return std::nullopt;
     const ByteBlock all = joined(stream.packets);
     const ByteBlock found = stream.isLinear() ? audioOf(opened.file) : joined(packetsIn(opened.file));
-    AudioFileClose(opened.file);
+    EXPECT_EQ(AudioFileClose(opened.file), noErr);
     EXPECT_TRUE(found.size() <= all.size() && std::equal(found.begin(), found.end(), all.begin()));
     std::size_t count = 0, bytes = 0;
     while (count < stream.packets.size() && bytes + stream.packets[count].size() <= found.size())
@@ -269,7 +269,7 @@ TEST(FailingDisk, AFileMadeAnewInVainKeepsItsForkUntilTheNewOneIsWhole)
         MemoryDisk disk;
         const auto made = createFile(path, kAudioFileSoundDesigner2Type, linear(14, 16, 2));
         EXPECT_EQ(writeAudio(made.file, 0, pattern(400)), noErr);
-        AudioFileClose(made.file);
+        EXPECT_EQ(AudioFileClose(made.file), noErr);
         disk.failChange(change, ENOSPC);
         const FSRef reference{path};
         const auto other = linear(14, 24, 1, 48000);
@@ -282,9 +282,10 @@ TEST(FailingDisk, AFileMadeAnewInVainKeepsItsForkUntilTheNewOneIsWhole)
         EXPECT_EQ(formatOf(opened.file).mBitsPerChannel, status == noErr ? 24U : 16U);
         EXPECT_EQ(bytesIn(opened.file), change < 4 ? 400U : 0U);
         EXPECT_TRUE(disk.contents(sidecar + ".new").empty());
-        AudioFileClose(opened.file);
-        if (again)
-            AudioFileClose(again);
+        EXPECT_EQ(AudioFileClose(opened.file), noErr);
+        if (again) {
+            EXPECT_EQ(AudioFileClose(again), noErr);
+        }
     }
 }
 
@@ -293,7 +294,7 @@ TEST(Fork, ContentsOutrankOneThatAnotherFileLeftAndANewFileRemovesIt)
     for (const Stream& stream : streams()) {
         SCOPED_TRACE(qmx::fourCharString(stream.type));
         MemoryDisk disk;
-        AudioFileClose(createFile(path, kAudioFileSoundDesigner2Type, linear(14, 24, 2, 48000)).file);
+        EXPECT_EQ(AudioFileClose(createFile(path, kAudioFileSoundDesigner2Type, linear(14, 24, 2, 48000)).file), noErr);
         const ByteBlock fork = disk.contents(sidecar);
         ASSERT_EQ(disk.remove(path), 0);
         Recorder(stream).record(disk);
@@ -306,7 +307,7 @@ TEST(Fork, ContentsOutrankOneThatAnotherFileLeftAndANewFileRemovesIt)
         EXPECT_EQ(packetsBack(stream), stream.packets.size());
         const auto opened = openFile(path);
         EXPECT_EQ(property<UInt32>(opened.file, kAudioFilePropertyFileFormat), stream.type);
-        AudioFileClose(opened.file);
+        EXPECT_EQ(AudioFileClose(opened.file), noErr);
     }
 }
 
@@ -318,11 +319,11 @@ TEST(Fork, SamplesThatStartLikeACompressedFrameAreStillSamples)
         ByteBlock samples = pattern(3000);
         std::ranges::copy(start, samples.begin());
         EXPECT_EQ(writeAudio(made.file, 0, samples), noErr);
-        AudioFileClose(made.file);
+        EXPECT_EQ(AudioFileClose(made.file), noErr);
         const auto opened = openFile(path);
         EXPECT_EQ(property<UInt32>(opened.file, kAudioFilePropertyFileFormat), kAudioFileSoundDesigner2Type);
         EXPECT_EQ(audioOf(opened.file), samples);
-        AudioFileClose(opened.file);
+        EXPECT_EQ(AudioFileClose(opened.file), noErr);
     }
 }
 
@@ -332,6 +333,6 @@ TEST(Fork, AFileThatOnlyHasItsNameIsKept)
     disk.setContents(sidecar, pattern(300));
     EXPECT_EQ(createFile(path, kAudioFileSoundDesigner2Type, linear(14, 16, 2)).status, dupFNErr);
     EXPECT_EQ(openFile(path).status, fnfErr);
-    AudioFileClose(createFile(path, kAudioFileAIFFType, linear(14, 16, 2)).file);
+    EXPECT_EQ(AudioFileClose(createFile(path, kAudioFileAIFFType, linear(14, 16, 2)).file), noErr);
     EXPECT_EQ(disk.contents(sidecar), pattern(300));
 }

@@ -38,7 +38,7 @@ public:
     {
         EXPECT_EQ(noErr, AudioConverterNew(&source, &target, &ref));
     }
-    ~Conversion() { AudioConverterDispose(ref); }
+    ~Conversion() { EXPECT_EQ(AudioConverterDispose(ref), noErr); }
     Conversion(const Conversion&) = delete;
     Conversion& operator=(const Conversion&) = delete;
 

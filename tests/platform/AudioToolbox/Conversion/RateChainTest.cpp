@@ -102,7 +102,7 @@ TEST(RateChain, ChunksLeaveNoTraceAndTheTotalIsTheRatioOfAllInput)
         EXPECT_EQ(expected, resampled(pieces, input, {2, 4, 6, 14, 254, 4098})) << from;
         EXPECT_EQ(expected, resampled(pieces, input, {602})) << "the stream after a drained one, " << from;
         pieces.operator()<Float64>(Signal(100, 1.0));
-        AudioConverterReset(pieces.ref);
+        EXPECT_EQ(AudioConverterReset(pieces.ref), noErr);
         EXPECT_EQ(expected, resampled(pieces, input, {2000})) << "after a reset, " << from;
     }
 }

@@ -76,7 +76,7 @@ void expectAudio(const std::string& path, std::size_t bytes)
     const auto opened = openFile(path);
     ASSERT_EQ(opened.status, noErr);
     EXPECT_TRUE(audioOf(opened.file) == pattern(bytes));
-    AudioFileClose(opened.file);
+    EXPECT_EQ(AudioFileClose(opened.file), noErr);
 }
 
 class StoredFile : public testing::TestWithParam<bool>
@@ -123,7 +123,7 @@ TEST_P(StoredFile, KeepsAllAudioAndOneWholeRecordWhateverHappensAtOnce)
         std::filesystem::remove(path);
         const auto made = createFile(path, kAudioFileAIFFType, linear(14, 16, 1));
         EXPECT_EQ(writeAudio(made.file, 0, pattern(74)), noErr);
-        AudioFileClose(made.file);
+        EXPECT_EQ(AudioFileClose(made.file), noErr);
         const bool hasRecord = random() % 2 == 0;
         if (hasRecord)
             store(path, 3);

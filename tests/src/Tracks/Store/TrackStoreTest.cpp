@@ -219,7 +219,7 @@ Bytes audioBytes()
     auto length = static_cast<UInt32>(bytes.size());
     if (!audio->open() || !audio->read_length_fromOffset(bytes.data(), &length, 0))
         length = 0;
-    audio->close();
+    EXPECT_TRUE(audio->close());
     bytes.resize(length);
     return bytes;
 }

@@ -121,7 +121,7 @@ TEST_P(EveryChange, KilledWriterLeavesAllAcknowledgedBlocksAndAllChunks)
             end += size;
             acknowledged = isAlive() && size >= block ? end : acknowledged;
         }
-        AudioFileClose(opened.file);
+        EXPECT_EQ(AudioFileClose(opened.file), noErr);
         const bool survived = isAlive();
         disk.clearFaults();
         expectIntact(disk, c, survived ? end : acknowledged);
@@ -203,7 +203,7 @@ TEST_P(EveryChange, GrowthKeepsEveryByteAndEndsWithTheChunksRightBehindTheAudio)
     ASSERT_EQ(AudioFileClose(opened.file), noErr);
     const auto again = openFile("/d/file");
     EXPECT_TRUE(audioOf(again.file) == audio);
-    AudioFileClose(again.file);
+    EXPECT_EQ(AudioFileClose(again.file), noErr);
     const ByteBlock file = disk.contents("/d/file");
     expectForeignChunks(file, c);
     const auto chunks = chunksOf(file);
@@ -262,7 +262,7 @@ TEST(ChunkContainer, PrintableAudioThatACAFDoesNotTellYetIsNoChunk)
     disk.setContents("/d/file", file);
     const auto cut = openFile("/d/file", fsRdWrPerm);
     EXPECT_EQ(bytesIn(cut.file), audio.size());
-    AudioFileClose(cut.file);
+    EXPECT_EQ(AudioFileClose(cut.file), noErr);
     EXPECT_EQ(disk.contents("/d/file"), file);
 }
 
@@ -290,7 +290,7 @@ TEST(ChunkContainer, FilesOutgrow32BitsWhereTheirTypeAllowsAndOthersRefuse)
         EXPECT_TRUE(read == data);
         EXPECT_EQ(writeAudio(opened.file, beyond + 5000, data), noErr);
         EXPECT_EQ(bytesIn(opened.file), static_cast<UInt64>(beyond) + 10000);
-        AudioFileClose(opened.file);
+        EXPECT_EQ(AudioFileClose(opened.file), noErr);
     }
     for (const AudioFileTypeID type : {kAudioFileAIFFType, kAudioFileWAVEType}) {
         const std::string path = folder.path(qmx::fourCharString(type));

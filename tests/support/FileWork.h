@@ -1,0 +1,44 @@
+// SPDX-License-Identifier: MIT
+// What the tests of work on whole files share: a disk in memory with two paths, and a listener to progress.
+#pragma once
+
+#include "Processing/QMXProgressSubscriber.h"
+#include "platform/AudioToolbox/ExtAudioFileHelpers.h"
+#include "support/CapturedFailures.h"
+#include "support/MemoryDisk.h"
+
+#include <gmock/gmock.h>
+
+namespace qmx::test
+{
+
+class Progress : public QMXProgressSubscriber
+{
+public:
+    void progressUpdate(float progress) override { values.push_back(progress); }
+    std::vector<float> values;
+};
+
+class FileWork : public testing::Test
+{
+protected:
+    ByteBlock audioAt(const std::string& file)
+    {
+        const auto opened = openFile(file);
+        auto audio = audioOf(opened.file);
+        EXPECT_EQ(AudioFileClose(opened.file), noErr);
+        return audio;
+    }
+    /// What an object tells of its last operation.
+    template <class Object> static void expectFailure(const Object& object, OSStatus status, const std::string& error)
+    {
+        EXPECT_EQ(object.lastStatus(), status) << object.lastError();
+        EXPECT_EQ(object.lastError(), error);
+    }
+
+    MemoryDisk disk;
+    CapturedFailures failures;
+    const std::string path = "/d/a.aif", other = "/d/b.aif";
+};
+
+} // namespace qmx::test
