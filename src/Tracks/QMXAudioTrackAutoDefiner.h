@@ -32,7 +32,8 @@ class QMX_EXPORT QMXAudioTrackAutoDefiner
 {
 public:
     /// The tracks in order, without gaps, as inactive records with placeholder titles and bounds in frames. Null after
-    /// a cancelled run, and where memory runs out. A file that cannot be opened has no frames.
+    /// a cancelled run, and where memory runs out. A file that cannot be opened has no frames, and one that cannot be
+    /// read to its end is divided as far as it could be read: lastStatus() tells.
     using Tracks = std::shared_ptr<std::vector<std::shared_ptr<QMXAudioTrackInfo>>>;
 
     QMXAudioTrackAutoDefiner() = delete;
@@ -54,6 +55,12 @@ public:
                                                                                 SInt16 sensitivity,
                                                                                 float lengthOfSilence,
                                                                                 SInt16 zeroOffset);
+
+    /// What failed last since the last run began: opening, reading or converting the file, or memory; noErr where
+    /// nothing did, also in a cancelled run. Any thread but the real-time ones.
+    static OSStatus lastStatus();
+    /// The same as a sentence for people that names the file; empty where nothing failed.
+    static std::string lastError();
 
     /// Who hears of the progress, kept until replaced; null for nobody. Not while a run is in progress on another
     /// thread.

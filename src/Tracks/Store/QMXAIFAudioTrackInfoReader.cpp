@@ -21,16 +21,15 @@ std::shared_ptr<QMXAIFAudioTrackInfoReader> QMXAIFAudioTrackInfoReader::initWith
 
 std::shared_ptr<QMXTrackAndProcessingInfo> QMXAIFAudioTrackInfoReader::read()
 {
-    return qmx::withinMemory(std::shared_ptr<QMXTrackAndProcessingInfo>(), [&] {
-        std::vector<UInt8> archive;
-        qmx::readStoredFile(audioFilePath(), [&](qmx::FileHandle& file) {
-            qmx::findApplicationChunks(file, mApplSignature, qmx::ByteOrder::big,
-                                       [&](const qmx::ApplicationChunk& chunk) {
-                                           if (qmx::isUsable(chunk))
-                                               archive = qmx::readArchive(file, chunk);
-                                           return !qmx::isUsable(chunk);
-                                       });
+    const auto find = [&](qmx::FileHandle& file) {
+        qmx::FoundArchive found;
+        qmx::findApplicationChunks(file, mApplSignature, qmx::ByteOrder::big, [&](const qmx::ApplicationChunk& chunk) {
+            found.hasChunk = true;
+            if (qmx::isUsable(chunk))
+                found.bytes = qmx::readArchive(file, chunk);
+            return !qmx::isUsable(chunk);
         });
-        return qmx::recordFrom(archive).value_or(nullptr);
-    });
+        return found;
+    };
+    return qmx::readRecord(audioFilePath(), failure(), find).value_or(nullptr);
 }

@@ -2,7 +2,6 @@
 #include "Tracks/Store/QMXAIFAudioTrackInfoWriter.h"
 
 #include "Foundation/Memory.h"
-#include "Foundation/Text/Log.h"
 #include "Tracks/Store/ApplicationChunk.h"
 #include "Tracks/Store/StoredFile.h"
 
@@ -23,17 +22,7 @@ std::shared_ptr<QMXAIFAudioTrackInfoWriter> QMXAIFAudioTrackInfoWriter::initWith
 
 SInt32 QMXAIFAudioTrackInfoWriter::write()
 {
-    if (!qmx::withinMemory([&] { write(trackAndProcInfo()); }))
-        qmx::Log("QMXAIFAudioTrackInfoWriter: not enough memory");
-    return 0;
-}
-
-void QMXAIFAudioTrackInfoWriter::write(const std::shared_ptr<QMXTrackAndProcessingInfo>& info) const
-{
-    const std::vector<UInt8> archive = qmx::archiveOf(info);
-    if (archive.empty())
-        return;
-    qmx::storeInFile(audioFilePath(), [&](qmx::FileHandle& file) {
+    const auto store = [&](qmx::FileHandle& file, std::span<const UInt8> archive) {
         std::optional<qmx::ApplicationChunk> last;
         qmx::findApplicationChunks(file, mApplSignature, qmx::ByteOrder::big, [&](const qmx::ApplicationChunk& chunk) {
             if (qmx::isUsable(chunk))
@@ -41,5 +30,7 @@ void QMXAIFAudioTrackInfoWriter::write(const std::shared_ptr<QMXTrackAndProcessi
             return true;
         });
         return qmx::storeArchive(file, archive, last, {mBlockSize, mApplSignature, qmx::ByteOrder::big});
-    });
+    };
+    (void)qmx::storeRecord(audioFilePath(), trackAndProcInfo(), failure(), store); // lastStatus() tells
+    return 0;
 }
