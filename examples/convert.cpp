@@ -66,10 +66,8 @@ private:
 void checkCanBeMade(const std::string& path, AudioFileTypeID type, const AudioStreamBasicDescription& format)
 {
     const auto probe = QMXExtAudioFile::initForWriting_fileType_fileFormat(path + ".probe", type, &format);
-    OSStatus status = noErr;
-    const example::FailureWatch watch;
     probe->open();
-    status = watch.firstStatus();
+    const OSStatus status = probe->openingFailure();
     probe->close();
     if (status == kAudioFileUnsupportedFileTypeError)
         throw Failure{"files of type " + qmx::fourCharString(type) + " cannot be written here"};
@@ -91,8 +89,8 @@ int convert(int argumentCount, char** arguments)
     const example::FormatWish wish = wishFrom(line);
     const auto code = line.text("--type");
     AudioFileTypeID type = code ? example::typeFromCode(*code) : example::typeFromExtension(paths[1]);
-    const AudioStreamBasicDescription source = example::formatOfReadable(paths[0]);
-    const AudioStreamBasicDescription format = example::formatFor(type, source, wish);
+    const auto source = example::openAudioFile(paths[0])->fileStreamFormat();
+    const AudioStreamBasicDescription format = example::formatFor(type, *source->audioStreamBasicDescription(), wish);
 
     example::catchInterrupts(nullptr);
     example::OutputFile output(paths[1], paths[0], line.has("--force"));

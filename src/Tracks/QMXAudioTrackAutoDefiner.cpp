@@ -251,9 +251,6 @@ std::shared_ptr<QMXAudioTrackInfo> untitledTrack(SInt32 number, UInt32 begin, UI
 QMXAudioTrackAutoDefiner::Tracks define(QMXAudioFile& file, SInt16 sensitivity, float lengthOfSilence,
                                         SInt16 zeroOffset, SInt16 numberOfTracks)
 {
-    file.setUseCache(false);
-    if (!file.open()) // it has no blocks
-        fail(file.lastStatus(), file, " could not be opened: ");
     auto trackCount = static_cast<UInt32>(numberOfTracks);
     std::vector<UInt32> splits(static_cast<std::size_t>(std::max(99, numberOfTracks + 2)));
     isCancelled.store(false, std::memory_order_relaxed);
@@ -268,7 +265,16 @@ QMXAudioTrackAutoDefiner::Tracks define(QMXAudioFile& file, SInt16 sensitivity, 
         const auto index = static_cast<std::size_t>(i);
         tracks->push_back(untitledTrack(2 * i, splits[index], splits[index + 1])); // intended: 0, 2, 4, ...
     }
-    file.close();
+    return tracks;
+}
+
+/// One run, whose failures are kept.
+template <class Define> QMXAudioTrackAutoDefiner::Tracks run(Define define)
+{
+    lastFailure().clear();
+    QMXAudioTrackAutoDefiner::Tracks tracks;
+    if (!qmx::withinMemory([&] { tracks = define(); }))
+        lastFailure().set(memFullErr, outOfMemory);
     return tracks;
 }
 
@@ -289,17 +295,25 @@ QMXAudioTrackAutoDefiner::Tracks
 QMXAudioTrackAutoDefiner::autoDefineTracksInFile_sensitivity_lengthOfSilence_zeroOffset_numberOfTracks(
     const std::string& path, SInt16 sensitivity, float lengthOfSilence, SInt16 zeroOffset, SInt16 numberOfTracks)
 {
-    lastFailure().clear();
-    Tracks tracks;
-    const auto run = [&] {
-        if (const auto file = QMXAudioFile::initWithPath_accessMode(path, QMXAudioFileAccessMode::read))
-            tracks = define(*file, sensitivity, lengthOfSilence, zeroOffset, numberOfTracks);
-        else
+    return run([&]() -> Tracks {
+        const auto file = QMXAudioFile::initWithPath_accessMode(path, QMXAudioFileAccessMode::read);
+        if (!file) {
             lastFailure().set(memFullErr, outOfMemory);
-    };
-    if (!qmx::withinMemory(run))
-        lastFailure().set(memFullErr, outOfMemory);
-    return tracks;
+            return nullptr;
+        }
+        file->setUseCache(false);
+        if (!file->open()) // it has no blocks
+            fail(file->lastStatus(), *file, " could not be opened: ");
+        return define(*file, sensitivity, lengthOfSilence, zeroOffset, numberOfTracks);
+    });
+}
+
+QMXAudioTrackAutoDefiner::Tracks
+QMXAudioTrackAutoDefiner::autoDefineTracksInAudioFile_sensitivity_lengthOfSilence_zeroOffset_numberOfTracks(
+    QMXAudioFile& file, SInt16 sensitivity, float lengthOfSilence, SInt16 zeroOffset, SInt16 numberOfTracks)
+{
+    file.rewind();
+    return run([&] { return define(file, sensitivity, lengthOfSilence, zeroOffset, numberOfTracks); });
 }
 
 OSStatus QMXAudioTrackAutoDefiner::lastStatus()

@@ -44,6 +44,10 @@ public:
     /// 98 tracks; else that many tracks (0). A negative number gives an empty list.
     static Tracks autoDefineTracksInFile_sensitivity_lengthOfSilence_zeroOffset_numberOfTracks(
         const std::string& path, SInt16 sensitivity, float lengthOfSilence, SInt16 zeroOffset, SInt16 numberOfTracks);
+    /// The same in a file that the caller has opened for reading, which is read from its beginning and stays open.
+    static Tracks autoDefineTracksInAudioFile_sensitivity_lengthOfSilence_zeroOffset_numberOfTracks(
+        QMXAudioFile& file, SInt16 sensitivity, float lengthOfSilence, SInt16 zeroOffset, SInt16 numberOfTracks);
+    // On the path alone, with what is left out as above.
     static Tracks autoDefineTracksInFile(const std::string& path);
     static Tracks autoDefineTracksInFile_lengthOfSilence(const std::string& path, float lengthOfSilence);
     static Tracks autoDefineTracksInFile_sensitivity(const std::string& path, SInt16 sensitivity);
