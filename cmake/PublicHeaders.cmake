@@ -1,5 +1,6 @@
 # SPDX-License-Identifier: MIT
-# The public headers: what is installed and, of platform/, what src/ may include. A header becomes public by a line here.
+# The public headers: what is installed and, of platform/, what src/ may include. A header becomes public by a line
+# here.
 set(QMX_PUBLIC_SRC_HEADERS
     Devices/LiveContainer.h
     Devices/QMXAudioDevice.h

@@ -27,7 +27,8 @@ constexpr const char* style = R"(<style>
 text{font-family:system-ui,"Segoe UI","Noto Sans","DejaVu Sans",sans-serif;font-size:12px;fill:#5b6472}
 .paper{fill:#fff}.title{font-size:20px;font-weight:600;fill:#1b2430}.number{font-size:13px;font-weight:700;fill:#1b2430}
 .a{fill:#e8f1fb}.b{fill:#eef6ec}.c{fill:#fdf3e3}
-.peak{fill:#8fb8e0}.core{fill:#2e6bb0}.rule{stroke:#c5ccd6;stroke-width:1;fill:none}.faint{stroke:#1b2430;stroke-opacity:.09}
+.peak{fill:#8fb8e0}.core{fill:#2e6bb0}
+.rule{stroke:#c5ccd6;stroke-width:1;fill:none}.faint{stroke:#1b2430;stroke-opacity:.09}
 .bound{stroke:#d2452d;stroke-width:1.5}.fine{stroke-width:.7}.flag{fill:#d2452d}
 @media (prefers-color-scheme:dark){
 text{fill:#9aa5b4}.paper{fill:#12161c}.title,.number{fill:#eef1f5}

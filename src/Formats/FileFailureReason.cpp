@@ -15,6 +15,8 @@ std::string qmx::fileFailureReason(OSStatus status)
     case fnfErr:
     case dirNFErr:
         return "no such file or folder";
+    case bdNamErr:
+        return "a folder, or no name for a file";
     case permErr:
     case wrPermErr:
     case kAudioFilePermissionsError:
