@@ -26,6 +26,7 @@
 #include "Formats/QMXFileUtils.h"
 #include "Foundation/MainThread/NotificationCenter.h"
 #include "Foundation/MainThread/RunLoop.h"
+#include "Foundation/Text/FailureLine.h"
 #include "Foundation/Text/Log.h"
 #include "Foundation/Version.h"
 #include "Processing/QMXAudioConverter.h"
