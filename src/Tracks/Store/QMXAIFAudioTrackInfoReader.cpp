@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "Tracks/Store/QMXAIFAudioTrackInfoReader.h"
 
+#include "CoreAudioTypes/FourCharCode.h"
 #include "Foundation/Memory.h"
 #include "Tracks/Store/ApplicationChunk.h"
 #include "Tracks/Store/StoredFile.h"
@@ -8,7 +9,7 @@
 #include <utility>
 
 QMXAIFAudioTrackInfoReader::QMXAIFAudioTrackInfoReader(std::string path)
-    : QMXAudioTrackInfoReader(std::move(path)), mApplSignature(qmx::applicationSignature)
+    : QMXAudioTrackInfoReader(std::move(path)), mApplSignature(qmx::trackSignature)
 {
 }
 

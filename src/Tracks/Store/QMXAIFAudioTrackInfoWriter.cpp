@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "Tracks/Store/QMXAIFAudioTrackInfoWriter.h"
 
+#include "CoreAudioTypes/FourCharCode.h"
 #include "Foundation/Memory.h"
+#include "Foundation/Text/Log.h"
 #include "Tracks/Store/ApplicationChunk.h"
 #include "Tracks/Store/StoredFile.h"
 
@@ -9,7 +11,7 @@
 
 QMXAIFAudioTrackInfoWriter::QMXAIFAudioTrackInfoWriter(std::string path)
     : QMXAudioTrackInfoWriter(std::move(path)), mBlockSize(qmx::applicationBlockSize),
-      mApplSignature(qmx::applicationSignature)
+      mApplSignature(qmx::trackSignature)
 {
 }
 
@@ -31,6 +33,7 @@ SInt32 QMXAIFAudioTrackInfoWriter::write()
         });
         return qmx::storeArchive(file, archive, last, {mBlockSize, mApplSignature, qmx::ByteOrder::big});
     };
-    (void)qmx::storeRecord(audioFilePath(), trackAndProcInfo(), failure(), store); // lastStatus() tells
+    if (!qmx::storeRecord(audioFilePath(), trackAndProcInfo(), failure(), store) && lastStatus() == memFullErr)
+        qmx::Log("QMXAIFAudioTrackInfoWriter: not enough memory");
     return 0;
 }

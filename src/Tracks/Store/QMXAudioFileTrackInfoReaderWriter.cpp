@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "Tracks/Store/QMXAudioFileTrackInfoReaderWriter.h"
 
+#include "CoreAudioTypes/FourCharCode.h"
 #include "Formats/LastFailure.h"
 #include "Foundation/Memory.h"
 #include "Foundation/Text/Log.h"
@@ -12,7 +13,7 @@
 #include <utility>
 
 QMXAudioFileTrackInfoReaderWriter::QMXAudioFileTrackInfoReaderWriter(std::string path)
-    : mAudioFilePath(std::move(path)), mBlockSize(qmx::applicationBlockSize), mApplSignature(qmx::applicationSignature),
+    : mAudioFilePath(std::move(path)), mBlockSize(qmx::applicationBlockSize), mApplSignature(qmx::trackSignature),
       failure_(std::make_unique<qmx::LastFailure>())
 {
 }

@@ -52,7 +52,7 @@ public:
 
     /// Takes the record of the first usable chunk among the first ten, none for an archived nil. True when there is a
     /// record afterwards, also one from before where the file has no chunk or none that can be decoded.
-    bool readTrackInfosFromFile();
+    [[nodiscard]] bool readTrackInfosFromFile();
     /// Overwrites the last usable chunk among the first ten, else appends one. False without a record. Also false,
     /// logged, with the file as it was, when that fails, when the form's size is not the file's, and when the file is
     /// no AIFF or AIFF-C file.

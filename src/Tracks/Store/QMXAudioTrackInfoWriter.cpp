@@ -63,6 +63,6 @@ std::string QMXAudioTrackInfoWriter::lastError() const
 void QMXAudioTrackInfoWriter::refuseFileType()
 {
     (void)qmx::attempt(*failure_, mAudioFilePath, qmx::notStored, [] { // lastStatus() tells
-        return qmx::StoreFailure{kAudioFileUnsupportedFileTypeError, "files of its type keep none"};
+        return qmx::StoreFailure{kAudioFileUnsupportedFileTypeError, "files of its type keep no tracks"};
     });
 }

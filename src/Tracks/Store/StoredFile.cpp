@@ -80,7 +80,7 @@ bool attempt(LastFailure& failure, const std::string& path, const char* refused,
     failure.clear();
     const bool hasMemory = withinMemory([&] {
         if (const Refusal refusal = operation())
-            failure.set(refusal->status, path + refused + refusal->reason);
+            failure.set(refusal->status, path + " " + refused + ": " + refusal->reason);
     });
     if (!hasMemory)
         failure.set(memFullErr, "out of memory"); // short enough to need none
@@ -91,7 +91,7 @@ std::optional<StoredRecord> readRecord(const std::string& path, LastFailure& fai
                                        const std::function<FoundArchive(FileHandle&)>& find)
 {
     std::optional<StoredRecord> record;
-    (void)attempt(failure, path, ": its tracks could not be read: ", [&]() -> Refusal { // the record tells
+    (void)attempt(failure, path, "could not be read", [&]() -> Refusal { // the record tells
         FoundArchive found;
         bool isCompletable = false;
         Refusal refusal = readLocked(path, isCompletable, [&](FileHandle& file) { found = find(file); });
@@ -100,7 +100,7 @@ std::optional<StoredRecord> readRecord(const std::string& path, LastFailure& fai
         if (!refusal)
             record = recordFrom(found.bytes);
         if (!refusal && !record && found.hasChunk)
-            refusal = {kAudioFileInvalidChunkError, "they are damaged or of another version"};
+            refusal = {kAudioFileInvalidChunkError, "its tracks are damaged or of another version"};
         return refusal;
     });
     return record;
@@ -109,7 +109,7 @@ std::optional<StoredRecord> readRecord(const std::string& path, LastFailure& fai
 bool storeRecord(const std::string& path, const StoredRecord& record, LastFailure& failure,
                  const std::function<Refusal(FileHandle&, std::span<const UInt8>)>& store)
 {
-    const bool isStored = attempt(failure, path, notStored, [&]() -> Refusal {
+    return attempt(failure, path, notStored, [&]() -> Refusal {
         const std::vector<UInt8> archive = archiveOf(record);
         if (archive.empty())
             return StoreFailure{paramErr, "there is no record"};
@@ -120,9 +120,6 @@ bool storeRecord(const std::string& path, const StoredRecord& record, LastFailur
         }
         return refusal;
     });
-    if (failure.status() == memFullErr)
-        Log("QMXAudioTrackInfoWriter: not enough memory");
-    return isStored;
 }
 
 bool settleFileAtPath(const std::string& path, bool needsLock)

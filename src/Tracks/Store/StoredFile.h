@@ -36,7 +36,7 @@ Refusal refusalFor(SystemError error);
 /// where memory runs out.
 [[nodiscard]] bool attempt(LastFailure& failure, const std::string& path, const char* refused,
                            const std::function<Refusal()>& operation);
-inline constexpr const char* notStored = ": its tracks could not be stored: ";
+inline constexpr const char* notStored = "could not be stored into";
 
 /// What a reader found of chunks of ours in a file.
 struct FoundArchive {

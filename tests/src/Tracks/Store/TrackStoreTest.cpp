@@ -331,7 +331,7 @@ TEST_F(TrackStore, AnOddEndIsPaddedAndAFullFormOrRecordIsRefused)
     const Bytes original = form(before + sound);
     putFile(original);
     EXPECT_EQ(store(record(1, std::string(block - 12, 'x')), path,
-                    path + ": its tracks could not be stored: the record is "
+                    path + " could not be stored into: the record is "
                            "longer than 524276 bytes"),
               paramErr);
     EXPECT_EQ(file(), original);
@@ -360,8 +360,8 @@ TEST_F(TrackStore, WhatIsNoWholeAIFFIsRefusedWithALineAndStaysAsItIs)
 
 TEST_F(TrackStore, WhatCouldNotBeReadIsToldAndAFileWithoutARecordIsNoFailure)
 {
-    EXPECT_EQ(store(record(1), "/d/none.aif", "/d/none.aif: its tracks could not be stored: No such file"), fnfErr);
-    EXPECT_EQ(store(record(1), "/d/a.caf", "/d/a.caf: its tracks could not be stored: files of its type keep none"),
+    EXPECT_EQ(store(record(1), "/d/none.aif", "/d/none.aif could not be stored into: No such file"), fnfErr);
+    EXPECT_EQ(store(record(1), "/d/a.caf", "/d/a.caf could not be stored into: files of its type keep no tracks"),
               kAudioFileUnsupportedFileTypeError);
     EXPECT_EQ(store(nullptr, path, "there is no record"), paramErr);
     const Bytes empty = form(before + sound), whole = form(before + trackChunk(archive(record(1)), 30'000) + sound);
@@ -370,10 +370,10 @@ TEST_F(TrackStore, WhatCouldNotBeReadIsToldAndAFileWithoutARecordIsNoFailure)
     const std::vector<std::tuple<Bytes, OSStatus, std::string>> cases{
         {whole, noErr, ""},
         {empty, noErr, ""},
-        {damaged, kAudioFileInvalidFileError, path + ": its tracks could not be read: its form does not have"},
+        {damaged, kAudioFileInvalidFileError, path + " could not be read: its form does not have"},
         {form(before + trackChunk({1, 2, 3}, 30'000)), kAudioFileInvalidChunkError, "damaged or of another version"},
         {form(trackChunk(archive(record(1)), 30'000, 4)), kAudioFileInvalidChunkError, "damaged or of another version"},
-        {{}, fnfErr, path + ": its tracks could not be read: No such file"}};
+        {{}, fnfErr, path + " could not be read: No such file"}};
     const auto reader = Factory::readerWithAudioFilePath(path);
     const auto older = QMXAudioFileTrackInfoReaderWriter::initWithAudioFilePath(path);
     for (const auto& [bytes, status, reason] : cases) {
