@@ -66,9 +66,9 @@ private:
 void checkCanBeMade(const std::string& path, AudioFileTypeID type, const AudioStreamBasicDescription& format)
 {
     const auto probe = QMXExtAudioFile::initForWriting_fileType_fileFormat(path + ".probe", type, &format);
-    probe->open();
-    const OSStatus status = probe->openingFailure();
-    probe->close();
+    (void)probe->open(); // lastStatus() tells the first step that failed
+    const OSStatus status = probe->lastStatus();
+    (void)probe->close(); // it goes with its folder
     if (status == kAudioFileUnsupportedFileTypeError)
         throw Failure{"files of type " + qmx::fourCharString(type) + " cannot be written here"};
     if (status == kAudioFileUnsupportedDataFormatError || status == kAudioConverterErr_FormatNotSupported)
@@ -99,12 +99,9 @@ int convert(int argumentCount, char** arguments)
     constexpr long most = std::numeric_limits<SInt32>::max();
     converter->setBitRate(static_cast<UInt32>(line.wholeNumber("--bit-rate", 1, most).value_or(0)));
     Progress progress;
-    const example::FailureWatch watch;
-    OSStatus status = converter->convertFileToPath_toFileType_toFormat_subscriber(
+    (void)converter->convertFileToPath_toFileType_toFormat_subscriber(
         output.temporaryPath(), type, std::make_shared<QMXAudioStreamBasicDescription>(format), &progress);
-    if (watch.firstStatus() != noErr)
-        status = watch.firstStatus();
-    if (status != noErr)
+    if (const OSStatus status = converter->lastStatus(); status != noErr) // also of a read that failed
         throw Failure{"cannot convert " + paths[0] + " to " + paths[1] + ": " + example::statusText(status)};
     output.finish();
     return 0;

@@ -131,12 +131,10 @@ std::shared_ptr<QMXAudioFileProcessor> processorFor(const Job& job)
         job.input, std::make_shared<example::GainProcessor>(job.decibels), std::make_shared<Progress>());
 }
 
-void check(const Job& job, const example::FailureWatch& watch, OSStatus status)
+void check(const Job& job, const QMXAudioFileProcessor& processor)
 {
-    if (watch.firstStatus() != noErr)
-        status = watch.firstStatus();
-    if (status != noErr)
-        throw Failure{"cannot process " + job.input + ": " + example::statusText(status)};
+    if (processor.lastStatus() != noErr)
+        throw Failure{"cannot process " + job.input + ": " + example::statusText(processor.lastStatus())};
 }
 
 void processInPlace(const Job& job)
@@ -145,11 +143,9 @@ void processInPlace(const Job& job)
     example::Record record;
     if (objection.empty())
         record = example::readRecord(job.input, false); // what cannot be read is not overwritten: better known before
-    {
-        const example::FailureWatch watch;
-        const OSStatus status = processorFor(job)->processFrames_endFrame(job.from, job.to);
-        check(job, watch, status);
-    }
+    const auto processor = processorFor(job);
+    (void)processor->processFrames_endFrame(job.from, job.to); // lastStatus() tells more
+    check(job, *processor);
     if (objection.empty())
         keepRecord(job, job.input, record, job.from, job.to);
     else
@@ -160,12 +156,9 @@ void processToFile(const Job& job, bool mayReplace)
 {
     checkCanHold(job);
     example::OutputFile output(job.output, job.input, mayReplace);
-    {
-        const example::FailureWatch watch;
-        const OSStatus status =
-            processorFor(job)->copyFramesToPath_startFrame_endFrame(output.temporaryPath(), job.from, job.to);
-        check(job, watch, status);
-    }
+    const auto processor = processorFor(job);
+    (void)processor->copyFramesToPath_startFrame_endFrame(output.temporaryPath(), job.from, job.to); // as above
+    check(job, *processor);
     const std::string objection = objectionToRecord(output.temporaryPath(), kAudioFileAIFFType);
     if (objection.empty())
         keepRecord(job, output.temporaryPath(), nullptr, 0, job.to - job.from);

@@ -141,7 +141,8 @@ std::shared_ptr<QMXAudioRecorder> makeRecorder(const std::shared_ptr<QMXAudioDev
 {
     const auto file = QMXAudioFile::initWithPath_accessMode(wishes.path, QMXAudioFileAccessMode::write);
     auto recorder = QMXAudioRecorder::initWithAudioDevice_audioFile(device, file);
-    file->setFileStreamFormat(fileFormat(*device, wishes));
+    if (!file->setFileStreamFormat(fileFormat(*device, wishes)))
+        throw Failure{file->lastError()};
     if (wishes.type)
         file->setFileType(*wishes.type); // last: a format sets the type
     recorder->setWritesPartialBufferAtStop(true);

@@ -74,8 +74,8 @@ DecodedCopy::DecodedCopy(const std::string& recording, const std::function<void(
         const std::string name = folder.path() + "/decoded.caf";
         target =
             QMXExtAudioFile::initForWriting_fileType_clientFormat_fileFormat(name, kAudioFileCAFType, &format, &format);
-        target->open();
-        check(target->openingFailure(), "cannot write", name);
+        (void)target->open(); // lastStatus() tells the first step that failed
+        check(target->lastStatus(), "cannot write", name);
         file_.number = open(name.c_str(), O_RDONLY | O_CLOEXEC);
         if (file_.number < 0)
             throw Failure{"cannot write " + name + ": " + systemErrorText(errno)};

@@ -112,8 +112,8 @@ public:
     {
         const auto target =
             QMXExtAudioFile::initForWriting_fileType_clientFormat_fileFormat(path, type_, &client_, &format_);
-        target->open();
-        check(target->openingFailure(), "cannot write", fs::path(path).filename());
+        (void)target->open(); // lastStatus() tells the first step that failed
+        check(target->lastStatus(), "cannot write", fs::path(path).filename());
         check(source_->seek(track.trackBegin()), "cannot read", source_->path());
         copyFrames(*source_, track.trackEnd() - track.trackBegin(), *target, fs::path(path).filename(),
                    [](double) { endIfInterrupted(); });

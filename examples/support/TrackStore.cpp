@@ -94,8 +94,8 @@ std::string repairRecording(const std::string& path)
     } else {
         done = "the sizes were brought in line with the file's length";
         const auto file = QMXAudioFile::initWithPath_accessMode(path, QMXAudioFileAccessMode::readWrite);
-        if (file->open()) // brings lagging sizes in line
-            file->close();
+        if (file->open())        // brings lagging sizes in line
+            (void)file->close(); // what it did shows below
         if (!QMXAIFFUtility::validateFileAtPath(path))
             setFormSize(path);
     }

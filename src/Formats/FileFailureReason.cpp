@@ -29,8 +29,6 @@ std::string qmx::fileFailureReason(OSStatus status)
         return "it is open already";
     case eofErr:
         return "it ends there";
-    case bdNamErr:
-        return "not a name for a file";
     case memFullErr:
         return "not enough memory";
     case paramErr:

@@ -4,7 +4,6 @@
 #include "AudioToolbox/AudioConverter.h"
 #include "AudioToolbox/AudioFile.h"
 #include "FileRelated/QMXAudioFile.h"
-#include "Formats/FileFailureReason.h"
 #include "Formats/LastFailure.h"
 #include "Formats/QMXAudioStreamBasicDescription.h"
 #include "Foundation/HeapBlock.h"
@@ -38,18 +37,12 @@ qmx::LastFailure& lastFailure()
 }
 
 constexpr const char* cannotBeDivided = "cannot be divided";
-constexpr const char* outOfMemory = "out of memory"; // short enough to need none
 
 /// Keeps the first failure of a run.
 void fail(OSStatus status, const QMXAudioFile& file, const char* what)
 {
-    if (lastFailure().status() != noErr)
-        return;
-    const auto keep = [&] {
-        lastFailure().set(status, file.path().value_or("") + " " + what + ": " + qmx::fileFailureReason(status));
-    };
-    if (!qmx::withinMemory(keep))
-        lastFailure().set(status, outOfMemory);
+    const auto& path = file.path();
+    lastFailure().keepFirst(status, path ? std::string_view(*path) : std::string_view(), what);
 }
 
 template <class Integer> Integer truncated(double value)
@@ -275,7 +268,7 @@ template <class Define> QMXAudioTrackAutoDefiner::Tracks run(Define define)
     lastFailure().clear();
     QMXAudioTrackAutoDefiner::Tracks tracks;
     if (!qmx::withinMemory([&] { tracks = define(); }))
-        lastFailure().set(memFullErr, outOfMemory);
+        lastFailure().keepFirst(memFullErr, "The recording", cannotBeDivided);
     return tracks;
 }
 
@@ -298,13 +291,11 @@ QMXAudioTrackAutoDefiner::autoDefineTracksInFile_sensitivity_lengthOfSilence_zer
 {
     return run([&]() -> Tracks {
         const auto file = QMXAudioFile::initWithPath_accessMode(path, QMXAudioFileAccessMode::read);
-        if (!file) {
-            lastFailure().set(memFullErr, outOfMemory);
-            return nullptr;
-        }
+        if (!file)
+            throw std::bad_alloc();
         file->setUseCache(false);
         if (!file->open()) // it has no blocks
-            fail(file->lastStatus(), *file, "could not be opened");
+            lastFailure().keepFirstOf(*file);
         return define(*file, sensitivity, lengthOfSilence, zeroOffset, numberOfTracks);
     });
 }

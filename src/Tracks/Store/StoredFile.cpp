@@ -80,10 +80,10 @@ bool attempt(LastFailure& failure, const std::string& path, const char* refused,
     failure.clear();
     const bool hasMemory = withinMemory([&] {
         if (const Refusal refusal = operation())
-            failure.set(refusal->status, path + " " + refused + ": " + refusal->reason);
+            failure.keepFirst(refusal->status, path, refused, refusal->reason);
     });
     if (!hasMemory)
-        failure.set(memFullErr, "out of memory"); // short enough to need none
+        failure.keepFirst(memFullErr, path, refused);
     return failure.status() == noErr;
 }
 
