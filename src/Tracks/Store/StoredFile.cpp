@@ -3,8 +3,6 @@
 
 #include "AudioToolbox/AudioFile.h"
 #include "CoreServices/Files.h"
-#include "Formats/LastFailure.h"
-#include "Foundation/Memory.h"
 #include "Foundation/Text/Log.h"
 #include "Tracks/Store/ApplicationChunk.h"
 #include "Tracks/Store/QMXAIFFUtility.h"
@@ -72,19 +70,6 @@ Refusal readLocked(const std::string& path, bool& isCompletable, const std::func
 Refusal refusalFor(SystemError error)
 {
     return error == 0 ? std::nullopt : Refusal({statusForSystemError(error), systemErrorText(error)});
-}
-
-bool attempt(LastFailure& failure, const std::string& path, const char* refused,
-             const std::function<Refusal()>& operation)
-{
-    failure.clear();
-    const bool hasMemory = withinMemory([&] {
-        if (const Refusal refusal = operation())
-            failure.keepFirst(refusal->status, path, refused, refusal->reason);
-    });
-    if (!hasMemory)
-        failure.keepFirst(memFullErr, path, refused);
-    return failure.status() == noErr;
 }
 
 std::optional<StoredRecord> readRecord(const std::string& path, LastFailure& failure,

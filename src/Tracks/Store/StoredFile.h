@@ -5,7 +5,9 @@
 #pragma once
 
 #include "CoreAudioTypes/MacTypes.h"
+#include "Formats/LastFailure.h"
 #include "Foundation/Files/FileHandle.h"
+#include "Foundation/Memory.h"
 
 #include <functional>
 #include <memory>
@@ -18,8 +20,6 @@ class QMXTrackAndProcessingInfo;
 
 namespace qmx
 {
-
-class LastFailure;
 
 /// Why a file's record is not read or stored.
 struct StoreFailure {
@@ -34,8 +34,20 @@ Refusal refusalFor(SystemError error);
 
 /// Runs `operation` and keeps why it is refused: a sentence of `path`, `refused` and the reason. False where it is, and
 /// where memory runs out.
+template <class Operation>
 [[nodiscard]] bool attempt(LastFailure& failure, const std::string& path, const char* refused,
-                           const std::function<Refusal()>& operation);
+                           const Operation& operation)
+{
+    failure.clear();
+    const bool hasMemory = withinMemory([&] {
+        if (const Refusal refusal = operation())
+            failure.keepFirst(refusal->status, path, refused, refusal->reason);
+    });
+    if (!hasMemory)
+        failure.keepFirst(memFullErr, path, refused);
+    return failure.status() == noErr;
+}
+
 inline constexpr const char* notStored = "could not be stored into";
 
 /// What a reader found of chunks of ours in a file.
