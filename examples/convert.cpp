@@ -66,10 +66,8 @@ private:
 void checkCanBeMade(const std::string& path, AudioFileTypeID type, const AudioStreamBasicDescription& format)
 {
     const auto probe = QMXExtAudioFile::initForWriting_fileType_fileFormat(path + ".probe", type, &format);
-    OSStatus status = noErr;
-    const example::FailureWatch watch;
-    (void)probe->open(); // the watch has the first failing step
-    status = watch.firstStatus();
+    (void)probe->open(); // lastStatus() tells the first step that failed
+    const OSStatus status = probe->lastStatus();
     (void)probe->close(); // it goes with its folder
     if (status == kAudioFileUnsupportedFileTypeError)
         throw Failure{"files of type " + qmx::fourCharString(type) + " cannot be written here"};
@@ -91,8 +89,8 @@ int convert(int argumentCount, char** arguments)
     const example::FormatWish wish = wishFrom(line);
     const auto code = line.text("--type");
     AudioFileTypeID type = code ? example::typeFromCode(*code) : example::typeFromExtension(paths[1]);
-    const AudioStreamBasicDescription source = example::formatOfReadable(paths[0]);
-    const AudioStreamBasicDescription format = example::formatFor(type, source, wish);
+    const auto source = example::openAudioFile(paths[0])->fileStreamFormat();
+    const AudioStreamBasicDescription format = example::formatFor(type, *source->audioStreamBasicDescription(), wish);
 
     example::catchInterrupts(nullptr);
     example::OutputFile output(paths[1], paths[0], line.has("--force"));
@@ -101,12 +99,9 @@ int convert(int argumentCount, char** arguments)
     constexpr long most = std::numeric_limits<SInt32>::max();
     converter->setBitRate(static_cast<UInt32>(line.wholeNumber("--bit-rate", 1, most).value_or(0)));
     Progress progress;
-    const example::FailureWatch watch;
-    OSStatus status = converter->convertFileToPath_toFileType_toFormat_subscriber(
+    (void)converter->convertFileToPath_toFileType_toFormat_subscriber(
         output.temporaryPath(), type, std::make_shared<QMXAudioStreamBasicDescription>(format), &progress);
-    if (watch.firstStatus() != noErr)
-        status = watch.firstStatus();
-    if (status != noErr)
+    if (const OSStatus status = converter->lastStatus(); status != noErr) // also of a read that failed
         throw Failure{"cannot convert " + paths[0] + " to " + paths[1] + ": " + example::statusText(status)};
     output.finish();
     return 0;

@@ -54,7 +54,7 @@ void writeRepeated(QMXAudioFile& file, const std::vector<Byte>& recording, UInt6
     for (UInt64 left = byteCount; left > 0;) {
         auto size = static_cast<UInt32>(std::min<UInt64>({atOnce, recording.size() - position, left}));
         if (!file.write_length(recording.data() + position, &size) || size == 0)
-            throw Failure{"cannot write to " + file.path().value_or("")};
+            throw Failure{file.lastError()};
         left -= size;
         position = (position + size) % recording.size();
     }
@@ -78,14 +78,13 @@ int makeRecording(int argumentCount, char** arguments)
     const auto recording = threePieces();
     const auto format = QMXAudioStreamBasicDescription::defaultStandardFileFormat();
     const auto file = QMXAudioFile::initWithPath_accessMode(path, QMXAudioFileAccessMode::write);
-    (void)file->setFileStreamFormat(*format); // creating tells
     file->setUseCache(true);
-    if (!file->create())
-        throw Failure{"cannot create " + path};
+    if (!file->setFileStreamFormat(*format) || !file->create())
+        throw Failure{file->lastError()};
     const auto frames = static_cast<UInt64>(minutes.value_or(0) * 60 * format->sampleRate());
     writeRepeated(*file, recording, minutes ? frames * format->bytesPerFrame() : recording.size());
     if (!file->close())
-        throw Failure{"cannot write to " + path};
+        throw Failure{file->lastError()};
     return 0;
 }
 

@@ -2,7 +2,7 @@
 // Changes the level of a range of a recording, in the file itself or into a new one, and keeps a record of it in the
 // file.
 #include "FileRelated/QMXAudioFileProcessor.h"
-#include "FileRelated/QMXExtAudioFile.h"
+#include "Formats/QMXAudioStreamBasicDescription.h"
 #include "Processing/QMXProgressSubscriber.h"
 #include "support/CommandLine.h"
 #include "support/Failure.h"
@@ -42,6 +42,8 @@ What was done is kept in the file (AIFF and AIFF-C), where split --history shows
 struct Job {
     std::string input;
     std::string output; ///< empty: in place
+    AudioFileTypeID inputType = 0;
+    std::shared_ptr<QMXAudioStreamBasicDescription> inputFormat;
     double decibels = 0;
     SInt64 from = 0;
     SInt64 to = 0;
@@ -61,6 +63,8 @@ Job jobFrom(const CommandLine& line)
     if (paths.size() == 2)
         job.output = paths.front();
     const auto input = example::openRecording(job.input);
+    job.inputType = input->fileType();
+    job.inputFormat = input->fileStreamFormat();
     const auto frames = static_cast<SInt64>(example::frameCount(*input));
     constexpr long most = std::numeric_limits<long>::max();
     job.from = line.wholeNumber("--from", 0, most).value_or(0);
@@ -87,28 +91,28 @@ private:
 };
 
 /// Why a file keeps no record of what was done; empty when it does.
-std::string objectionToRecord(const std::string& path)
+std::string objectionToRecord(const std::string& path, AudioFileTypeID type)
 {
     try {
-        example::checkCanStore(path);
+        example::checkCanStore(path, type);
     } catch (const Failure& failure) {
         return failure.line;
     }
     return "";
 }
 
-void keepRecord(const Job& job, const std::string& path, SInt64 from, SInt64 to)
+void keepRecord(const Job& job, const std::string& path, const example::Record& record, SInt64 from, SInt64 to)
 {
     const auto range = QMXAudioProcessingRangeInfo::initWithProcessNameAndRange_processingStartFrame_processingEndFrame(
         "Gain", static_cast<UInt64>(from), static_cast<UInt64>(to));
     range->addProcessingSettingFloat_value("Decibels", static_cast<Float32>(job.decibels));
-    example::storeProcessingRange(path, range);
+    example::storeProcessingRange(path, record, range);
 }
 
 /// AIFF files hold big-endian integers, AIFF-C files of 32 bits floats and integers; the processor makes no others.
 void checkCanHold(const Job& job)
 {
-    const AudioStreamBasicDescription format = example::formatOfReadable(job.input);
+    const AudioStreamBasicDescription& format = *job.inputFormat->audioStreamBasicDescription();
     constexpr AudioFormatFlags bigSigned = kAudioFormatFlagIsBigEndian | kAudioFormatFlagIsSignedInteger;
     const bool isFloat = (format.mFormatFlags & kAudioFormatFlagIsFloat) != 0;
     const bool isBig = (format.mFormatFlags & kAudioFormatFlagIsBigEndian) != 0;
@@ -127,26 +131,23 @@ std::shared_ptr<QMXAudioFileProcessor> processorFor(const Job& job)
         job.input, std::make_shared<example::GainProcessor>(job.decibels), std::make_shared<Progress>());
 }
 
-void check(const Job& job, const example::FailureWatch& watch, OSStatus status)
+void check(const Job& job, const QMXAudioFileProcessor& processor)
 {
-    if (watch.firstStatus() != noErr)
-        status = watch.firstStatus();
-    if (status != noErr)
-        throw Failure{"cannot process " + job.input + ": " + example::statusText(status)};
+    if (processor.lastStatus() != noErr)
+        throw Failure{"cannot process " + job.input + ": " + example::statusText(processor.lastStatus())};
 }
 
 void processInPlace(const Job& job)
 {
-    const std::string objection = objectionToRecord(job.input);
+    const std::string objection = objectionToRecord(job.input, job.inputType);
+    example::Record record;
     if (objection.empty())
-        example::readRecord(job.input, false); // what cannot be read is not overwritten: better known before
-    {
-        const example::FailureWatch watch;
-        const OSStatus status = processorFor(job)->processFrames_endFrame(job.from, job.to);
-        check(job, watch, status);
-    }
+        record = example::readRecord(job.input, false); // what cannot be read is not overwritten: better known before
+    const auto processor = processorFor(job);
+    (void)processor->processFrames_endFrame(job.from, job.to); // lastStatus() tells more
+    check(job, *processor);
     if (objection.empty())
-        keepRecord(job, job.input, job.from, job.to);
+        keepRecord(job, job.input, record, job.from, job.to);
     else
         std::fprintf(stderr, "Processed, but without a record of it: %s\n", objection.c_str());
 }
@@ -155,15 +156,12 @@ void processToFile(const Job& job, bool mayReplace)
 {
     checkCanHold(job);
     example::OutputFile output(job.output, job.input, mayReplace);
-    {
-        const example::FailureWatch watch;
-        const OSStatus status =
-            processorFor(job)->copyFramesToPath_startFrame_endFrame(output.temporaryPath(), job.from, job.to);
-        check(job, watch, status);
-    }
-    const std::string objection = objectionToRecord(output.temporaryPath());
+    const auto processor = processorFor(job);
+    (void)processor->copyFramesToPath_startFrame_endFrame(output.temporaryPath(), job.from, job.to); // as above
+    check(job, *processor);
+    const std::string objection = objectionToRecord(output.temporaryPath(), kAudioFileAIFFType);
     if (objection.empty())
-        keepRecord(job, output.temporaryPath(), 0, job.to - job.from);
+        keepRecord(job, output.temporaryPath(), nullptr, 0, job.to - job.from);
     output.finish();
     if (!objection.empty())
         std::fprintf(stderr, "Processed, but without a record of it: files called .aif, .aiff or .aifc keep one\n");

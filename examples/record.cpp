@@ -9,6 +9,7 @@
 #include "Foundation/MainThread/RunLoop.h"
 #include "Foundation/Text/Format.h"
 #include "Recording/QMXAudioRecorder.h"
+#include "support/AudioTypes.h"
 #include "support/CommandLine.h"
 #include "support/Failure.h"
 #include "support/Interrupt.h"
@@ -51,17 +52,14 @@ struct Wishes {
     bool isFloat = false, hasMeter = false;
 };
 
-std::optional<AudioFileTypeID> typeNamed(const std::optional<std::string>& name)
+std::optional<AudioFileTypeID> typeFrom(const std::optional<std::string>& code)
 {
-    if (!name)
+    if (!code)
         return std::nullopt;
-    if (*name == "aiff")
-        return kAudioFileAIFFType;
-    if (*name == "aifc")
-        return kAudioFileAIFCType;
-    if (*name == "wave")
-        return kAudioFileWAVEType;
-    throw Failure{*name + ": not aiff, aifc or wave", 2};
+    const AudioFileTypeID type = example::typeFromCode(*code);
+    if (type != kAudioFileAIFFType && type != kAudioFileAIFCType && type != kAudioFileWAVEType)
+        throw Failure{*code + ": not aiff, aifc or wave", 2};
+    return type;
 }
 
 Wishes wishesOf(const example::CommandLine& line)
@@ -70,7 +68,7 @@ Wishes wishesOf(const example::CommandLine& line)
         throw Failure{"which file? (--help tells more)", 2};
     Wishes wishes;
     wishes.path = line.plainArguments()[0];
-    wishes.type = typeNamed(line.text("--format"));
+    wishes.type = typeFrom(line.text("--format"));
     wishes.rate = line.number("--rate", 8000, 768000);
     wishes.seconds = line.number("--seconds", 0.01, 86400);
     wishes.isFloat = line.has("--float");
@@ -143,7 +141,8 @@ std::shared_ptr<QMXAudioRecorder> makeRecorder(const std::shared_ptr<QMXAudioDev
 {
     const auto file = QMXAudioFile::initWithPath_accessMode(wishes.path, QMXAudioFileAccessMode::write);
     auto recorder = QMXAudioRecorder::initWithAudioDevice_audioFile(device, file);
-    (void)file->setFileStreamFormat(fileFormat(*device, wishes)); // recording tells
+    if (!file->setFileStreamFormat(fileFormat(*device, wishes)))
+        throw Failure{file->lastError()};
     if (wishes.type)
         file->setFileType(*wishes.type); // last: a format sets the type
     recorder->setWritesPartialBufferAtStop(true);

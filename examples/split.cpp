@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 // Divides a recording into tracks at its silences: one line per track on standard output, a drawing where asked.
 #include "Formats/QMXAudioStreamBasicDescription.h"
-#include "Foundation/Text/Log.h"
 #include "Tracks/QMXAudioTrackAutoDefiner.h"
 #include "support/CommandLine.h"
 #include "support/DecodedCopy.h"
@@ -15,7 +14,6 @@
 #include "support/WaveformPlot.h"
 #include "support/WholeFile.h"
 
-#include <atomic>
 #include <filesystem>
 #include <limits>
 #include <optional>
@@ -90,9 +88,8 @@ Settings settingsFrom(const CommandLine& line)
 }
 
 /// Refuses what the definer's 32-bit and 16-bit counts cannot hold, before anything is read or decoded.
-void checkLength(const Settings& settings, Float64 sampleRate)
+void checkLength(const Settings& settings, SInt64 frames, Float64 sampleRate)
 {
-    const SInt64 frames = example::framesOfReadable(settings.path);
     constexpr SInt64 longest = std::numeric_limits<UInt32>::max() / 5;
     if (frames <= 0)
         throw Failure{settings.path + ": holds no audio"};
@@ -131,24 +128,17 @@ private:
     example::ProgressBar bar_;
 };
 
-/// Divides the recording whose samples are those of `path`.
-QMXAudioTrackAutoDefiner::Tracks define(const Settings& settings, const std::string& path)
+QMXAudioTrackAutoDefiner::Tracks define(const Settings& settings, QMXAudioFile& file)
 {
-    std::atomic<bool> failed = false;
-    qmx::setLogHandler([&failed](qmx::LogLevel level, const std::string&) {
-        if (level == qmx::LogLevel::error)
-            failed = true;
-    });
-    QMXAudioTrackAutoDefiner::setConvertsFilesOfOtherChannelCounts(true);
-    QMXAudioTrackAutoDefiner::setDelegate(std::make_shared<Progress>());
-    auto tracks =
-        QMXAudioTrackAutoDefiner::autoDefineTracksInFile_sensitivity_lengthOfSilence_zeroOffset_numberOfTracks(
-            path, settings.sensitivity, settings.silence, settings.level, settings.tracks);
-    QMXAudioTrackAutoDefiner::setDelegate(nullptr);
-    qmx::setLogHandler([](qmx::LogLevel, const std::string&) {});
+    using Definer = QMXAudioTrackAutoDefiner;
+    Definer::setConvertsFilesOfOtherChannelCounts(true);
+    Definer::setDelegate(std::make_shared<Progress>());
+    auto tracks = Definer::autoDefineTracksInAudioFile_sensitivity_lengthOfSilence_zeroOffset_numberOfTracks(
+        file, settings.sensitivity, settings.silence, settings.level, settings.tracks);
+    Definer::setDelegate(nullptr);
     example::endIfInterrupted();
-    if (failed || !tracks)
-        throw Failure{settings.path + ": cannot be read to its end"};
+    if (Definer::lastStatus() != noErr)
+        throw Failure{Definer::lastError()};
     return tracks;
 }
 
@@ -169,7 +159,7 @@ example::Envelope measure(QMXAudioFile& file)
     return envelope;
 }
 
-std::string plotOf(QMXAudioFile& file, const std::string& recording, const AudioStreamBasicDescription& format,
+std::string plotOf(QMXAudioFile& file, const std::string& recording, const QMXAudioStreamBasicDescription& format,
                    const QMXAudioTrackAutoDefiner::Tracks::element_type& tracks)
 {
     example::WaveformPlot plot;
@@ -178,7 +168,7 @@ std::string plotOf(QMXAudioFile& file, const std::string& recording, const Audio
     plot.frames = example::frameCount(file);
     plot.subtitle = example::clockTime(static_cast<double>(plot.frames) / plot.sampleRate) + " \u00b7 " +
                     std::to_string(tracks.size()) + (tracks.size() == 1 ? " track" : " tracks") + " \u00b7 " +
-                    QMXAudioStreamBasicDescription(format).description();
+                    format.description();
     for (const auto& track : tracks)
         plot.tracks.push_back({static_cast<UInt64>(track->trackBegin()), static_cast<UInt64>(track->trackEnd())});
     return drawWaveform(plot, measure(file));
@@ -195,33 +185,37 @@ int split(int argumentCount, char** arguments)
         example::printAll(help);
         return 0;
     }
-    Settings settings = settingsFrom(line);
+    const Settings settings = settingsFrom(line);
     const example::TrackExport exporting(line);
-    const example::StoreJob job(line, settings.path);
-    settings.path = job.path();
+    example::StoreJob job(line, settings.path);
     if (!job.divides()) {
         const auto listed = job.run();
         if (exporting.isAsked())
-            exporting.write(settings.path, listed);
+            exporting.write(*example::openAudioFile(settings.path), listed);
         return 0;
     }
     example::catchInterrupts(&QMXAudioTrackAutoDefiner::cancel);
-    const AudioStreamBasicDescription format = example::formatOfReadable(settings.path);
-    checkLength(settings, format.mSampleRate);
     checkPlotPath(settings);
+    const auto recording = example::openAudioFile(settings.path);
+    const auto& format = *recording->fileStreamFormat();
+    const auto check = [&](SInt64 frames) { checkLength(settings, frames, format.sampleRate()); };
     // what divides reads samples by bytes
+    const bool isCompressed = format.bytesPerFrame() == 0;
+    if (!isCompressed)
+        check(static_cast<SInt64>(example::frameCount(*recording)));
+    job.prepare(*recording);
     std::optional<example::DecodedCopy> decoded;
-    if (format.mBytesPerFrame == 0)
-        decoded.emplace(settings.path);
-    const std::string samples = decoded ? decoded->path() : settings.path;
-    const auto file = example::openRecording(samples);
+    if (isCompressed)
+        decoded.emplace(settings.path, check);
+    const auto samples = decoded ? example::openAudioFile(decoded->path()) : recording;
+    example::checkSamples(*samples);
 
-    const auto tracks = define(settings, samples);
+    const auto tracks = define(settings, *samples);
     if (!settings.plotPath.empty())
-        example::writeWholeFile(settings.plotPath, plotOf(*file, settings.path, format, *tracks));
+        example::writeWholeFile(settings.plotPath, plotOf(*samples, settings.path, format, *tracks));
     const auto found = job.finish(*tracks);
     if (exporting.isAsked())
-        exporting.write(settings.path, found);
+        exporting.write(*recording, found);
     return 0;
 }
 

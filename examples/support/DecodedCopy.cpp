@@ -58,24 +58,24 @@ void checkRoom(const std::string& folder, SInt64 bytes, const std::string& recor
 
 } // namespace
 
-DecodedCopy::DecodedCopy(const std::string& recording)
+DecodedCopy::DecodedCopy(const std::string& recording, const std::function<void(SInt64 frames)>& checkFrames)
 {
     const auto source = QMXExtAudioFile::initForReading_clientFormat(recording, nullptr);
     check(source->open(), "cannot read", recording);
     const auto format = linearFormat(*source->fileStreamFormat(), kAudioFormatFlagIsSignedInteger, 16);
     check(source->setClientStreamFormat(format), "cannot read", recording);
     const SInt64 frames = source->lengthInFrames();
+    checkFrames(frames);
 
     std::shared_ptr<QMXExtAudioFile> target;
     {
         const TemporaryFolder folder;
         checkRoom(folder.path(), frames * format.mBytesPerFrame, recording);
         const std::string name = folder.path() + "/decoded.caf";
-        const FailureWatch watch;
         target =
             QMXExtAudioFile::initForWriting_fileType_clientFormat_fileFormat(name, kAudioFileCAFType, &format, &format);
-        (void)target->open(); // the watch has the first failing step
-        check(watch.firstStatus(), "cannot write", name);
+        (void)target->open(); // lastStatus() tells the first step that failed
+        check(target->lastStatus(), "cannot write", name);
         file_.number = open(name.c_str(), O_RDONLY | O_CLOEXEC);
         if (file_.number < 0)
             throw Failure{"cannot write " + name + ": " + systemErrorText(errno)};

@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "CoreAudioTypes/MacTypes.h"
+
+#include <functional>
 #include <string>
 
 namespace example
@@ -14,7 +17,8 @@ class DecodedCopy
 public:
     /// A Failure that names the recording when it cannot be read to its end, or when the folder has no room; a silent
     /// one after Ctrl-C.
-    explicit DecodedCopy(const std::string& recording);
+    /// `check` gets the number of frames first, and may throw.
+    DecodedCopy(const std::string& recording, const std::function<void(SInt64 frames)>& check);
 
     /// Where this process reads it, while the object lives.
     std::string path() const;

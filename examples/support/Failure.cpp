@@ -12,34 +12,11 @@
 
 namespace example
 {
-namespace
-{
-
-void showNoFailureLines()
-{
-    qmx::setFailureLineHandler([](OSStatus, const std::string&) {});
-}
-
-} // namespace
-
-FailureWatch::FailureWatch()
-{
-    qmx::setFailureLineHandler([this](OSStatus status, const std::string&) {
-        if (firstStatus_ == noErr)
-            firstStatus_ = status;
-    });
-}
-
-FailureWatch::~FailureWatch()
-{
-    showNoFailureLines();
-}
-
 int runProgram(const char* programName, int (*body)(int, char**), int argumentCount, char** arguments)
 {
     std::signal(SIGPIPE, SIG_IGN); // a closed pipe is a failed write like any other
     qmx::setLogHandler([](qmx::LogLevel, const std::string&) {});
-    showNoFailureLines();
+    qmx::setFailureLineHandler([](OSStatus, const std::string&) {});
     try {
         return body(argumentCount, arguments);
     } catch (const Failure& failure) {

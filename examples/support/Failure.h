@@ -19,22 +19,6 @@ struct Failure {
 int runProgram(const char* programName, int (*body)(int argumentCount, char** arguments), int argumentCount,
                char** arguments);
 
-/// Keeps the first status that a failing step of the library tells while it lives. One at a time.
-class FailureWatch
-{
-public:
-    FailureWatch();
-    ~FailureWatch();
-    FailureWatch(const FailureWatch&) = delete;
-    FailureWatch& operator=(const FailureWatch&) = delete;
-
-    /// 0 when no step failed.
-    OSStatus firstStatus() const { return firstStatus_; }
-
-private:
-    OSStatus firstStatus_ = noErr;
-};
-
 /// Writes `text` to standard output, all of it; a Failure when that is not possible.
 void printAll(const std::string& text);
 

@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "support/Recording.h"
 
-#include "AudioToolbox/AudioFile.h"
-#include "FileRelated/QMXExtAudioFile.h"
 #include "Formats/QMXAudioStreamBasicDescription.h"
 #include "Processing/QMXAudioConverter.h"
 #include "support/Failure.h"
@@ -35,29 +33,6 @@ std::string systemObjection(const std::string& path)
     return status.st_size == 0 ? "the file is empty" : "";
 }
 
-std::string whyNotOpened(const std::string& path)
-{
-    FSRef reference;
-    OSStatus status = FSPathMakeRef(reinterpret_cast<const UInt8*>(path.c_str()), &reference, nullptr);
-    AudioFileID file = nullptr;
-    if (status == noErr)
-        status = AudioFileOpen(&reference, fsRdPerm, 0, &file);
-    if (status != noErr)
-        return statusText(status);
-    (void)AudioFileClose(file); // it was only read
-    return "its format could not be read";
-}
-
-std::shared_ptr<QMXExtAudioFile> openReadable(const std::string& path)
-{
-    if (const std::string objection = systemObjection(path); !objection.empty())
-        throw Failure{path + ": " + objection};
-    auto file = QMXExtAudioFile::initForReading(path);
-    if (const OSStatus status = file->open(); status != noErr)
-        throw Failure{path + ": " + statusText(status)};
-    return file;
-}
-
 std::shared_ptr<QMXAudioConverter> floatConverter(const QMXAudioFile& file)
 {
     AudioStreamBasicDescription record = *file.fileStreamFormat()->audioStreamBasicDescription();
@@ -72,28 +47,30 @@ std::shared_ptr<QMXAudioConverter> floatConverter(const QMXAudioFile& file)
 
 } // namespace
 
-std::shared_ptr<QMXAudioFile> openRecording(const std::string& path)
+std::shared_ptr<QMXAudioFile> openAudioFile(const std::string& path)
 {
     if (const std::string objection = systemObjection(path); !objection.empty())
         throw Failure{path + ": " + objection};
     auto file = QMXAudioFile::initWithPath_accessMode(path, QMXAudioFileAccessMode::read);
     if (!file->open())
-        throw Failure{path + ": " + whyNotOpened(path)};
-    if (file->bytesPerFrame() == 0 || !floatConverter(*file))
-        throw Failure{path + ": its coding (" + file->formatIDName().value_or("unknown") + ") cannot be read"};
-    if (frameCount(*file) == 0)
-        throw Failure{path + ": holds no audio"};
+        throw Failure{path + ": " + statusText(file->lastStatus())};
     return file;
 }
 
-AudioStreamBasicDescription formatOfReadable(const std::string& path)
+void checkSamples(QMXAudioFile& file)
 {
-    return *openReadable(path)->fileStreamFormat();
+    const std::string path = file.path().value_or("");
+    if (file.bytesPerFrame() == 0 || !floatConverter(file))
+        throw Failure{path + ": its coding (" + file.formatIDName().value_or("unknown") + ") cannot be read"};
+    if (frameCount(file) == 0)
+        throw Failure{path + ": holds no audio"};
 }
 
-SInt64 framesOfReadable(const std::string& path)
+std::shared_ptr<QMXAudioFile> openRecording(const std::string& path)
 {
-    return openReadable(path)->lengthInFrames();
+    auto file = openAudioFile(path);
+    checkSamples(*file);
+    return file;
 }
 
 UInt64 frameCount(QMXAudioFile& file)

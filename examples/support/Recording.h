@@ -12,16 +12,12 @@
 namespace example
 {
 
-/// Opens `path` for reading. A Failure that says what is wrong with it when it cannot be opened, holds no audio, or
-/// holds a coding that cannot be read.
+/// Opens `path`, linear or compressed, for reading. A Failure that says what is wrong with it when it cannot be opened.
+std::shared_ptr<QMXAudioFile> openAudioFile(const std::string& path);
+/// A Failure for a file that holds no audio, or a coding that cannot be read by bytes.
+void checkSamples(QMXAudioFile& file);
+/// Both.
 std::shared_ptr<QMXAudioFile> openRecording(const std::string& path);
-
-/// The data format of a file of any coding, linear or compressed. A Failure that says what is wrong when it cannot be
-/// read.
-AudioStreamBasicDescription formatOfReadable(const std::string& path);
-
-/// How many frames such a file holds, without a coding's delay and padding.
-SInt64 framesOfReadable(const std::string& path);
 
 /// Whole frames of the file, beyond the 32 bits of QMXAudioFile::lengthInFrames too.
 UInt64 frameCount(QMXAudioFile& file);

@@ -33,40 +33,51 @@ std::map<std::size_t, std::string> titlesFrom(const std::vector<std::string>& te
 StoreJob::StoreJob(const CommandLine& line, const std::string& path)
     : path_(path), stores_(line.has("--store")), lists_(line.has("--list")), history_(line.has("--history")),
       repairs_(line.has("--repair")), force_(line.has("--force")), titles_(titlesFrom(line.texts("--title"))),
-      artist_(line.text("--artist")), album_(line.text("--album")), coverPath_(line.text("--cover").value_or(""))
+      output_(line.text("--output")), artist_(line.text("--artist")), album_(line.text("--album")),
+      coverPath_(line.text("--cover").value_or(""))
 {
     const int jobs = int{stores_ || edits()} + int{lists_} + int{history_} + int{repairs_};
     if (jobs > 1)
         throw Failure{"--list, --history, --repair and storing do not go together", usageError};
-    const auto output = line.text("--output");
     if (line.has("--export") && (edits() || history_ || repairs_) && !stores_)
         throw Failure{"--export goes with dividing or with --list", usageError};
-    if (output && !stores_ && !edits() && !repairs_)
+    if (output_ && !stores_ && !edits() && !repairs_)
         throw Failure{"--output needs --store or --repair", usageError};
     if (!coverPath_.empty())
         cover_ = readCover(coverPath_);
-    if (stores_ || edits())
-        checkCanStore(path_);
-    if (output) {
-        copyRecording(path_, *output);
-        path_ = *output;
-    }
-    if (stores_ || edits())
-        readRecord(path_, force_);
+}
+
+void StoreJob::prepare(const QMXAudioFile& recording)
+{
+    if (!stores_)
+        return;
+    checkCanStore(output_.value_or(path_), recording.fileType());
+    record_ = readRecord(path_, force_);
+    copyToOutput();
+}
+
+void StoreJob::copyToOutput()
+{
+    if (!output_)
+        return;
+    copyRecording(path_, *output_);
+    path_ = *output_;
 }
 
 Record StoreJob::kept() const
 {
-    Record record = readRecord(path_, false);
+    Record record = readRecord(path_, force_);
     if (!record)
-        formatOfReadable(path_); // says so where there is nothing to be read
+        openAudioFile(path_); // says so where there is nothing to be read
     if (!record)
         throw Failure{path_ + ": keeps no tracks (--store puts some there)"};
     return record;
 }
 
-QMXTrackAndProcessingInfo::TrackList StoreJob::run() const
+QMXTrackAndProcessingInfo::TrackList StoreJob::run()
 {
+    if (edits() || repairs_)
+        copyToOutput();
     if (repairs_) {
         printAll(path_ + ": " + repairRecording(path_) + "\n");
     } else if (lists_) {
@@ -95,9 +106,7 @@ QMXTrackAndProcessingInfo::TrackList StoreJob::finish(const QMXTrackAndProcessin
         return tracks;
     }
     edit(*found->trackInfos());
-    Record record = readRecord(path_, force_);
-    if (!record)
-        record = QMXTrackAndProcessingInfo::init();
+    const Record record = record_ ? record_ : QMXTrackAndProcessingInfo::init();
     record->clearTrackInfos();
     record->addTrackInfoForAllTracks(*found->trackInfos());
     store(record);

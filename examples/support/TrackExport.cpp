@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "support/TrackExport.h"
 
+#include "FileRelated/QMXAudioFile.h"
 #include "FileRelated/QMXExtAudioFile.h"
-#include "Foundation/Text/CFString.h"
-#include "Foundation/Text/Format.h"
+#include "Formats/QMXAudioStreamBasicDescription.h"
 #include "support/AudioTypes.h"
 #include "support/Failure.h"
 #include "support/FrameCopy.h"
@@ -64,55 +64,32 @@ void checkBounds(const QMXTrackAndProcessingInfo::TrackList& tracks, SInt64 fram
             throw Failure{recording + ": the track " + track->trackTitle().value_or("") + " lies outside of it"};
 }
 
-struct CloseFile {
-    void operator()(AudioFileID file) const { (void)AudioFileClose(file); } // it was only read
-};
-using OpenFile = std::unique_ptr<OpaqueAudioFileID, CloseFile>;
-
-OpenFile openFile(const std::string& path)
+void checkWritten(bool succeeds, const QMXAudioFile& file, const std::string& path)
 {
-    FSRef reference;
-    AudioFileID file = nullptr;
-    (void)FSPathMakeRef(reinterpret_cast<const UInt8*>(path.c_str()), &reference, nullptr);
-    check(AudioFileOpen(&reference, fsRdPerm, 0, &file), "cannot read", path);
-    return OpenFile(file);
+    if (!succeeds)
+        check(file.lastStatus() == noErr ? ioErr : file.lastStatus(), "cannot write", path);
 }
 
-template <class Value> Value valueOf(AudioFileID file, AudioFilePropertyID property)
+/// One track's frames as they are, in a new file of the recording's own type.
+void copyBytes(QMXAudioFile& source, const QMXAudioTrackInfo& track, const std::string& temporaryPath,
+               const std::string& path)
 {
-    Value value{};
-    UInt32 size = sizeof value;
-    (void)AudioFileGetProperty(file, property, &size, &value); // else zero
-    return value;
-}
-
-OpenFile createFile(const std::string& path, AudioFileTypeID type, const AudioStreamBasicDescription& format)
-{
-    const fs::path whole(path);
-    const FSRef parent{whole.parent_path().string()};
-    const CFStringRef name = CFStringCreate(whole.filename().string());
-    AudioFileID file = nullptr;
-    const OSStatus status = AudioFileCreate(&parent, name, type, &format, 0, nullptr, &file);
-    CFRelease(name);
-    check(status, "cannot write", whole.filename());
-    return OpenFile(file);
-}
-
-/// One track's frames as they are.
-void copyBytes(AudioFileID source, const QMXAudioTrackInfo& track, AudioFileID target, const std::string& path)
-{
+    const auto target = QMXAudioFile::initWithPath_accessMode(temporaryPath, QMXAudioFileAccessMode::write);
+    checkWritten(target->setFileStreamFormat(*source.fileStreamFormat()), *target, path);
+    target->setFileType(source.fileType());
+    checkWritten(target->create(), *target, path);
     constexpr UInt32 bytesAtOnce = 1U << 20;
-    const UInt32 frameBytes = valueOf<AudioStreamBasicDescription>(source, kAudioFilePropertyDataFormat).mBytesPerFrame;
     std::vector<Byte> block(bytesAtOnce);
-    SInt64 from = track.trackBegin() * frameBytes, to = 0;
+    const UInt32 frameBytes = source.bytesPerFrame();
     const SInt64 end = track.trackEnd() * frameBytes;
-    while (from < end) {
+    for (SInt64 from = track.trackBegin() * frameBytes; from < end;) {
         auto size = static_cast<UInt32>(std::min<SInt64>(bytesAtOnce, end - from));
-        check(AudioFileReadBytes(source, false, from, &size, block.data()), "cannot read for", path);
+        if (!source.read_length_fromOffset(block.data(), &size, from))
+            throw Failure{source.path().value_or("") + ": cannot be read to its end"};
+        checkWritten(target->write_length(block.data(), &size), *target, path);
         from += size;
-        check(AudioFileWriteBytes(target, false, to, &size, block.data()), "cannot write", path);
-        to += size;
     }
+    checkWritten(target->close(), *target, path);
 }
 
 /// Converts all tracks to a type.
@@ -127,16 +104,16 @@ public:
         check(source_->open(), "cannot read", recording);
     }
 
+    SInt64 lengthInFrames() const { return source_->lengthInFrames(); }
     AudioFileTypeID type() const { return type_; }
     const AudioStreamBasicDescription& format() const { return format_; }
 
     void write(const QMXAudioTrackInfo& track, const std::string& path)
     {
-        const FailureWatch watch;
         const auto target =
             QMXExtAudioFile::initForWriting_fileType_clientFormat_fileFormat(path, type_, &client_, &format_);
-        (void)target->open(); // the watch has the first failing step
-        check(watch.firstStatus(), "cannot write", fs::path(path).filename());
+        (void)target->open(); // lastStatus() tells the first step that failed
+        check(target->lastStatus(), "cannot write", fs::path(path).filename());
         check(source_->seek(track.trackBegin()), "cannot read", source_->path());
         copyFrames(*source_, track.trackEnd() - track.trackBegin(), *target, fs::path(path).filename(),
                    [](double) { endIfInterrupted(); });
@@ -160,19 +137,18 @@ TrackExport::TrackExport(const CommandLine& line)
         typeFromCode(*typeCode_);
 }
 
-void TrackExport::write(const std::string& recording, const QMXTrackAndProcessingInfo::TrackList& tracks) const
+void TrackExport::write(QMXAudioFile& recording, const QMXTrackAndProcessingInfo::TrackList& tracks) const
 {
-    const OpenFile source = openFile(recording);
-    const auto format = valueOf<AudioStreamBasicDescription>(source.get(), kAudioFilePropertyDataFormat);
-    AudioFileTypeID type = valueOf<AudioFileTypeID>(source.get(), kAudioFilePropertyFileFormat);
-    checkBounds(tracks, framesOfReadable(recording), recording);
+    const std::string path = recording.path().value_or("");
+    AudioFileTypeID type = recording.fileType();
     std::unique_ptr<Conversion> conversion;
-    const bool isCompressed = format.mBytesPerFrame == 0; // its packets cannot be cut at any frame
+    const bool isCompressed = recording.bytesPerFrame() == 0; // its packets cannot be cut at any frame
     if (typeCode_ || isCompressed) {
-        conversion =
-            std::make_unique<Conversion>(recording, typeCode_ ? typeFromCode(*typeCode_) : kAudioFileWAVEType, format);
+        conversion = std::make_unique<Conversion>(path, typeCode_ ? typeFromCode(*typeCode_) : kAudioFileWAVEType,
+                                                  *recording.fileStreamFormat()->audioStreamBasicDescription());
         type = conversion->type();
     }
+    checkBounds(tracks, conversion ? conversion->lengthInFrames() : static_cast<SInt64>(frameCount(recording)), path);
     std::error_code error;
     fs::create_directory(folder_, error);
     if (error || !fs::is_directory(folder_, error))
@@ -187,14 +163,11 @@ void TrackExport::write(const std::string& recording, const QMXTrackAndProcessin
     for (std::size_t i = 0; i < tracks.size(); ++i) {
         endIfInterrupted();
         bar.show("exporting", static_cast<double>(i) / static_cast<double>(tracks.size()));
-        OutputFile output(paths[i], recording, false);
-        if (conversion) {
+        OutputFile output(paths[i], path, false);
+        if (conversion)
             conversion->write(*tracks[i], output.temporaryPath());
-        } else {
-            OpenFile target = createFile(output.temporaryPath(), type, format);
-            copyBytes(source.get(), *tracks[i], target.get(), paths[i]);
-            check(AudioFileClose(target.release()), "cannot write", paths[i]);
-        }
+        else
+            copyBytes(recording, *tracks[i], output.temporaryPath(), paths[i]);
         output.finish();
     }
     bar.wipe();

@@ -7,6 +7,8 @@
 #include <optional>
 #include <string>
 
+class QMXAudioFile;
+
 namespace example
 {
 
@@ -22,7 +24,7 @@ public:
     /// the recording's own format and type, or converted to another type. Of a compressed recording they are decoded,
     /// into WAVE files unless a type was given, which one line on standard error says. A Failure when a file exists
     /// already, before any is written.
-    void write(const std::string& recording, const QMXTrackAndProcessingInfo::TrackList& tracks) const;
+    void write(QMXAudioFile& recording, const QMXTrackAndProcessingInfo::TrackList& tracks) const;
 
 private:
     std::string folder_;

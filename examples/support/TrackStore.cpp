@@ -1,12 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "support/TrackStore.h"
 
-#include "AudioToolbox/AudioFile.h"
 #include "FileRelated/QMXAudioFile.h"
-#include "Foundation/Archives/KeyedArchiver.h"
 #include "Foundation/ByteFields.h"
 #include "Foundation/Text/Format.h"
-#include "Foundation/Text/Log.h"
 #include "Tracks/Store/QMXAIFFUtility.h"
 #include "Tracks/Store/QMXAudioTrackInfoReaderWriterFactory.h"
 #include "support/Failure.h"
@@ -28,63 +25,6 @@ namespace
 
 using Factory = QMXAudioTrackInfoReaderWriterFactory;
 
-constexpr UInt32 ourSignature = 0x7452614B; // tRaK
-
-/// A description of a file by its content, whatever its name.
-AudioFileTypeID contentType(const std::string& path)
-{
-    FSRef reference;
-    AudioFileID file = nullptr;
-    AudioFileTypeID type = 0;
-    UInt32 size = sizeof type;
-    if (FSPathMakeRef(reinterpret_cast<const UInt8*>(path.c_str()), &reference, nullptr) == noErr &&
-        AudioFileOpen(&reference, fsRdPerm, 0, &file) == noErr) {
-        (void)AudioFileGetProperty(file, kAudioFilePropertyFileFormat, &size, &type); // else 0
-        (void)AudioFileClose(file);                                                   // it was only read
-    }
-    return type;
-}
-
-void checkIsAIFF(const std::string& path)
-{
-    const AudioFileTypeID type = contentType(path);
-    if (type == 0)
-        formatOfReadable(path); // says why
-    if (type != kAudioFileAIFFType && type != kAudioFileAIFCType)
-        throw Failure{path + ": tracks can be stored in AIFF and AIFF-C files only"};
-    if (!Factory::writerWithAudioFilePath(path))
-        throw Failure{path + ": tracks can be stored in files called .aif, .aiff or .aifc only"};
-}
-
-bool holdsOurChunk(const std::string& path)
-{
-    const auto file = qmx::FileHandle::fileHandleForReadingAtPath(path);
-    if (!file)
-        return false;
-    const SInt64 end = file->seekToEndOfFile();
-    return QMXAIFFUtility::findOffsetForApplicationChunkWithCreator_inFile_startingAtOffset_endingOffset(
-               ourSignature, *file, 0, end) < end;
-}
-
-/// Whether the file is full of whole chunks, so that only the form's size can be wrong.
-bool isFullOfChunks(const std::string& path)
-{
-    const auto file = qmx::FileHandle::fileHandleForReadingAtPath(path);
-    const SInt64 length = file ? file->seekToEndOfFile() : 0;
-    SInt64 position = 12;
-    while (position < length) {
-        file->seekToFileOffset(position);
-        const std::vector<UInt8> header = file->readDataOfLength(8);
-        const bool hasId = header.size() == 8 && std::all_of(header.begin(), header.begin() + 4,
-                                                             [](UInt8 byte) { return byte >= ' ' && byte < 0x7f; });
-        if (!hasId)
-            return false;
-        const SInt64 size = qmx::load32(&header[4], qmx::ByteOrder::big);
-        position += 8 + size + (size & 1);
-    }
-    return position == length;
-}
-
 /// Gives the form the file's size. The library's own repair keeps an odd size odd, as that of a form is that does not
 /// count the last chunk's pad byte.
 void setFormSize(const std::string& path)
@@ -99,49 +39,43 @@ void setFormSize(const std::string& path)
     std::array<UInt8, 4> field{};
     qmx::store32(field.data(), static_cast<UInt32>(size), qmx::ByteOrder::big);
     file->seekToFileOffset(4);
-    file->writeData(field);
-}
-
-bool sameArchive(const Record& one, const Record& other)
-{
-    return qmx::KeyedArchiver::archivedDataWithRootObject(one) == qmx::KeyedArchiver::archivedDataWithRootObject(other);
+    (void)file->writeData(field); // whoever asked checks the file afterwards
 }
 
 } // namespace
 
-void checkCanStore(const std::string& path)
+void checkCanStore(const std::string& path, AudioFileTypeID type)
 {
-    checkIsAIFF(path);
-    QMXAIFFUtility::settleStoreInFileAtPath(path);
-    if (!QMXAIFFUtility::validateFileAtPath(path))
-        throw Failure{path + ": its form does not have the file's size (--repair mends that)"};
+    if (type != kAudioFileAIFFType && type != kAudioFileAIFCType)
+        throw Failure{path + ": tracks can be stored in AIFF and AIFF-C files only"};
+    if (!Factory::writerWithAudioFilePath(path))
+        throw Failure{path + ": tracks can be stored in files called .aif, .aiff or .aifc only"};
 }
 
 Record readRecord(const std::string& path, bool force)
 {
     const auto reader = Factory::readerWithAudioFilePath(path);
     Record record = reader ? reader->read() : nullptr;
-    if (!record && !force && holdsOurChunk(path))
-        throw Failure{path + ": the tracks stored in it cannot be read (--force stores others all the same)"};
-    return record;
+    const OSStatus status = reader ? reader->lastStatus() : noErr;
+    const bool isUnreadable = status == kAudioFileInvalidChunkError;
+    if (status == noErr || (force && isUnreadable))
+        return record;
+    throw Failure{reader->lastError() + (isUnreadable ? " (--force stores others all the same)"
+                                         : status == kAudioFileInvalidFileError ? " (--repair mends that)"
+                                                                                : "")};
 }
 
 void storeRecord(const std::string& path, const Record& record)
 {
     const auto writer = Factory::writerWithAudioFilePath(path);
     writer->setTrackAndProcessingInfo(record);
-    std::string reason;
-    qmx::setLogHandler([&reason](qmx::LogLevel, const std::string& line) { reason = " (" + line + ")"; });
     writer->write();
-    qmx::setLogHandler([](qmx::LogLevel, const std::string&) {});
-    const Record found = Factory::readerWithAudioFilePath(path)->read();
-    if (!found || !sameArchive(found, record))
-        throw Failure{path + ": the tracks did not arrive in the file" + reason};
+    if (writer->lastStatus() != noErr)
+        throw Failure{writer->lastError()};
 }
 
-void storeProcessingRange(const std::string& path, std::shared_ptr<QMXAudioProcessingRangeInfo> range)
+void storeProcessingRange(const std::string& path, Record record, std::shared_ptr<QMXAudioProcessingRangeInfo> range)
 {
-    Record record = readRecord(path, false);
     if (!record)
         record = QMXTrackAndProcessingInfo::init();
     record->addAudioProcessingInfo(std::move(range));
@@ -151,20 +85,17 @@ void storeProcessingRange(const std::string& path, std::shared_ptr<QMXAudioProce
 
 std::string repairRecording(const std::string& path)
 {
-    checkIsAIFF(path);
+    checkCanStore(path, openAudioFile(path)->fileType());
     if (QMXAIFFUtility::validateFileAtPath(path))
         return "nothing to repair";
     std::string done;
     if (QMXAIFFUtility::settleStoreInFileAtPath(path)) {
         done = "a store that was cut off was completed or taken back";
-    } else if (isFullOfChunks(path)) {
-        done = "the form was given the file's size";
-        setFormSize(path);
     } else {
         done = "the sizes were brought in line with the file's length";
         const auto file = QMXAudioFile::initWithPath_accessMode(path, QMXAudioFileAccessMode::readWrite);
         if (file->open())        // brings lagging sizes in line
-            (void)file->close(); // the file is checked next
+            (void)file->close(); // what it did shows below
         if (!QMXAIFFUtility::validateFileAtPath(path))
             setFormSize(path);
     }

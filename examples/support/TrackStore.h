@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
-// A recording's track information as the example programs keep it: read first, changed in part, written, read back and
-// compared.
+// A recording's track information as the example programs keep it: read first, changed in part, written.
 #pragma once
 
+#include "AudioToolbox/AudioFile.h"
 #include "Tracks/QMXTrackAndProcessingInfo.h"
 
 #include <memory>
@@ -13,14 +13,15 @@ namespace example
 
 using Record = std::shared_ptr<QMXTrackAndProcessingInfo>;
 
-/// A Failure unless `path` is an AIFF or AIFF-C file by its content, with an extension that the library's factory
-/// takes, whose form has the file's size.
-void checkCanStore(const std::string& path);
+/// A Failure unless the file is an AIFF or AIFF-C file by its content, and by an extension that the library's factory
+/// takes.
+void checkCanStore(const std::string& path, AudioFileTypeID type);
 
-/// The record in the file; null where there is none. A Failure when there is one that cannot be read, unless `force`.
+/// The record in the file; null where there is none. A Failure when there is one that cannot be read, unless `force`,
+/// and for a file of wrong sizes.
 Record readRecord(const std::string& path, bool force);
 
-/// Writes the record and reads it back. A Failure when what is then in the file is not what was handed over.
+/// Writes the record. A Failure that says why where it is not in the file afterwards.
 void storeRecord(const std::string& path, const Record& record);
 
 /// Brings the sizes in a file in line whose writer was killed: what a store that was cut off left at the end is
@@ -33,8 +34,8 @@ void copyRecording(const std::string& from, const std::string& to);
 /// The encoded bytes of a picture file; a Failure when it is no JPEG, PNG, GIF, BMP or TIFF.
 std::shared_ptr<qmx::Image> readCover(const std::string& path);
 
-/// Adds a processing range to the record in the file, which keeps all else.
-void storeProcessingRange(const std::string& path, std::shared_ptr<QMXAudioProcessingRangeInfo> range);
+/// Adds a processing range to the record of the file, null for none, and stores it.
+void storeProcessingRange(const std::string& path, Record record, std::shared_ptr<QMXAudioProcessingRangeInfo> range);
 
 /// One line a track: first frame, frame past the last, title.
 std::string trackLines(const QMXTrackAndProcessingInfo& record);

@@ -6,6 +6,8 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <iterator>
+#include <utf8.h>
 
 namespace example
 {
@@ -27,7 +29,8 @@ constexpr const char* style = R"(<style>
 text{font-family:system-ui,"Segoe UI","Noto Sans","DejaVu Sans",sans-serif;font-size:12px;fill:#5b6472}
 .paper{fill:#fff}.title{font-size:20px;font-weight:600;fill:#1b2430}.number{font-size:13px;font-weight:700;fill:#1b2430}
 .a{fill:#e8f1fb}.b{fill:#eef6ec}.c{fill:#fdf3e3}
-.peak{fill:#8fb8e0}.core{fill:#2e6bb0}.rule{stroke:#c5ccd6;stroke-width:1;fill:none}.faint{stroke:#1b2430;stroke-opacity:.09}
+.peak{fill:#8fb8e0}.core{fill:#2e6bb0}
+.rule{stroke:#c5ccd6;stroke-width:1;fill:none}.faint{stroke:#1b2430;stroke-opacity:.09}
 .bound{stroke:#d2452d;stroke-width:1.5}.fine{stroke-width:.7}.flag{fill:#d2452d}
 @media (prefers-color-scheme:dark){
 text{fill:#9aa5b4}.paper{fill:#12161c}.title,.number{fill:#eef1f5}
@@ -46,28 +49,26 @@ template <class... Values> void append(std::string& svg, const char* text, const
 /// ellipsis.
 std::string xmlText(const std::string& text, std::size_t mostCharacters)
 {
-    std::string xml;
+    std::string whole, xml;
+    utf8::replace_invalid(text.begin(), text.end(), std::back_inserter(whole), '?');
     std::size_t characters = 0;
-    for (std::size_t i = 0; i < text.size(); ++characters) {
+    for (auto at = whole.cbegin(); at != whole.cend(); ++characters) {
         if (characters == mostCharacters)
             return xml + "\u2026";
-        const auto lead = static_cast<unsigned char>(text[i]);
-        const std::size_t length = lead < 0x80 ? 1 : lead >= 0xF0 && lead < 0xF5 ? 4 : lead >= 0xE0 ? 3 : 2;
-        bool isWhole = (lead < 0x80 || (lead >= 0xC2 && lead < 0xF5)) && i + length <= text.size();
-        for (std::size_t k = 1; isWhole && k < length; ++k)
-            isWhole = (static_cast<unsigned char>(text[i + k]) & 0xC0) == 0x80;
-        const std::string character = text.substr(i, isWhole ? length : 1);
-        i += character.size();
-        if (!isWhole || lead < 0x20 || lead == 0x7F)
-            xml += '?';
-        else if (character == "<")
+        const auto start = at;
+        switch (const auto point = utf8::unchecked::next(at)) {
+        case '<':
             xml += "&lt;";
-        else if (character == ">")
+            break;
+        case '>':
             xml += "&gt;";
-        else if (character == "&")
+            break;
+        case '&':
             xml += "&amp;";
-        else
-            xml += character;
+            break;
+        default:
+            xml += point < ' ' || point == 0x7F ? "?" : std::string(start, at);
+        }
     }
     return xml;
 }

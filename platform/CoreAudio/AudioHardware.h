@@ -213,7 +213,7 @@ using AudioStreamPropertyListenerProc = OSStatus (*)(AudioStreamID inStream, UIn
 
 /// Size in bytes of a property's value and whether it can be set; either pointer may be null.
 [[nodiscard]] QMX_EXPORT OSStatus AudioHardwareGetPropertyInfo(AudioHardwarePropertyID inPropertyID, UInt32* outSize,
-                                                 Boolean* outWritable);
+                                                               Boolean* outWritable);
 /// Reads a value into a block of `*ioPropertyDataSize` bytes and sets that to the bytes used.
 [[nodiscard]] QMX_EXPORT OSStatus AudioHardwareGetProperty(AudioHardwarePropertyID inPropertyID,
                                                            UInt32* ioPropertyDataSize, void* outPropertyData);
@@ -242,13 +242,13 @@ using AudioStreamPropertyListenerProc = OSStatus (*)(AudioStreamID inStream, UIn
 
 /// Size in bytes of a property's value and whether it can be set; either pointer may be null.
 [[nodiscard]] QMX_EXPORT OSStatus AudioDeviceGetPropertyInfo(AudioDeviceID inDevice, UInt32 inChannel, Boolean isInput,
-                                               AudioDevicePropertyID inPropertyID, UInt32* outSize,
-                                               Boolean* outWritable);
+                                                             AudioDevicePropertyID inPropertyID, UInt32* outSize,
+                                                             Boolean* outWritable);
 /// Reads a value into a block of `*ioPropertyDataSize` bytes and sets that to the bytes used. A CFStringRef so read
 /// belongs to the caller, who releases it.
 [[nodiscard]] QMX_EXPORT OSStatus AudioDeviceGetProperty(AudioDeviceID inDevice, UInt32 inChannel, Boolean isInput,
-                                           AudioDevicePropertyID inPropertyID, UInt32* ioPropertyDataSize,
-                                           void* outPropertyData);
+                                                         AudioDevicePropertyID inPropertyID, UInt32* ioPropertyDataSize,
+                                                         void* outPropertyData);
 /// Changes a value at once, whatever time is given.
 [[nodiscard]] QMX_EXPORT OSStatus AudioDeviceSetProperty(AudioDeviceID inDevice, const AudioTimeStamp* inWhen,
                                                          UInt32 inChannel, Boolean isInput,
@@ -288,7 +288,7 @@ using AudioStreamPropertyListenerProc = OSStatus (*)(AudioStreamID inStream, UIn
 /// Translates an instant between the device's sample time and host time: from what `inTime` has into what
 /// `outTime->mFlags` asks for. The device must run.
 [[nodiscard]] QMX_EXPORT OSStatus AudioDeviceTranslateTime(AudioDeviceID inDevice, const AudioTimeStamp* inTime,
-                                             AudioTimeStamp* outTime);
+                                                           AudioTimeStamp* outTime);
 
 // --- Streams
 // ---------------------------------------------------------------------------------------------------------- The
@@ -296,8 +296,8 @@ using AudioStreamPropertyListenerProc = OSStatus (*)(AudioStreamID inStream, UIn
 
 /// Size in bytes of a property's value and whether it can be set; either pointer may be null.
 [[nodiscard]] QMX_EXPORT OSStatus AudioStreamGetPropertyInfo(AudioStreamID inStream, UInt32 inChannel,
-                                               AudioStreamPropertyID inPropertyID, UInt32* outSize,
-                                               Boolean* outWritable);
+                                                             AudioStreamPropertyID inPropertyID, UInt32* outSize,
+                                                             Boolean* outWritable);
 /// Reads a value into a block of `*ioPropertyDataSize` bytes and sets that to the bytes used.
 [[nodiscard]] QMX_EXPORT OSStatus AudioStreamGetProperty(AudioStreamID inStream, UInt32 inChannel,
                                                          AudioStreamPropertyID inPropertyID, UInt32* ioPropertyDataSize,
@@ -307,12 +307,12 @@ using AudioStreamPropertyListenerProc = OSStatus (*)(AudioStreamID inStream, UIn
                                                          UInt32 inChannel, AudioStreamPropertyID inPropertyID,
                                                          UInt32 inPropertyDataSize, const void* inPropertyData);
 [[nodiscard]] QMX_EXPORT OSStatus AudioStreamAddPropertyListener(AudioStreamID inStream, UInt32 inChannel,
-                                                   AudioStreamPropertyID inPropertyID,
+                                                                 AudioStreamPropertyID inPropertyID,
                                                                  AudioStreamPropertyListenerProc inProc,
                                                                  void* inClientData);
 /// As AudioHardwareRemovePropertyListener; works for a stream that is gone, too.
 [[nodiscard]] QMX_EXPORT OSStatus AudioStreamRemovePropertyListener(AudioStreamID inStream, UInt32 inChannel,
-                                                      AudioStreamPropertyID inPropertyID,
+                                                                    AudioStreamPropertyID inPropertyID,
                                                                     AudioStreamPropertyListenerProc inProc,
                                                                     void* inClientData);
 

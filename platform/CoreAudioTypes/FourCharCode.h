@@ -31,4 +31,16 @@ inline std::string fourCharString(FourCharCode code)
             static_cast<char>(code)};
 }
 
+/// The library's own codes: the creator of its files, and the signatures of the application chunks that keep tracks
+/// and, while they are stored, what a kill must not lose.
+inline constexpr FourCharCode libraryCreatorCode = fourCharCode("KaRt");
+inline constexpr FourCharCode trackSignature = fourCharCode("tRaK"), trackJournalSignature = fourCharCode("tRaJ");
+
+/// Whether an application chunk of that signature, in either byte order, is the track store's.
+constexpr bool isOfTrackStore(FourCharCode signature)
+{
+    return signature == trackSignature || signature == __builtin_bswap32(trackSignature) ||
+           signature == trackJournalSignature;
+}
+
 } // namespace qmx

@@ -8,14 +8,12 @@
 #include "Foundation/Memory.h"
 #include "Foundation/Text/Log.h"
 
-#include <new>
 #include <utility>
 
 namespace
 {
 
 constexpr UInt32 cacheBufferSize = 786432; // 768 KiB
-constexpr OSType libraryCreatorCode = qmx::fourCharCode("KaRt");
 
 std::string lastPathComponent(const std::string& path)
 {
@@ -68,8 +66,6 @@ std::shared_ptr<QMXAudioFile> QMXAudioFile::initWithPath_accessMode(const std::o
 QMXAudioFileImpl::QMXAudioFileImpl(const std::optional<std::string>& path, QMXAudioFileAccessMode mode)
     : fileAccessMode(mode), rawByteBufferSizeInBytes(cacheBufferSize)
 {
-    for (auto& buffer : rawByteBuffer)
-        buffer.reset(new (std::nothrow) Byte[cacheBufferSize]);
     if (path)
         takePath(pathOf(path));
 }
@@ -197,7 +193,7 @@ bool QMXAudioFileImpl::didOpen()
     fileSizeIsDirty = true;
     lengthInBytes();
     resetCache(0);
-    startThread(readThread_, readThreadIsRunning, "QMX file read", &QMXAudioFileImpl::fillBufferRunLoop);
+    startCache();
     return true;
 }
 
@@ -266,7 +262,7 @@ void QMXAudioFileImpl::didCreate(OSStatus status, const char* failure)
     _formatFields = *formatRecord();
     _fileOffset = _fileLength = 0;
     resetCache(1);
-    startThread(writeThread_, writeThreadIsRunning, "QMX file write", &QMXAudioFileImpl::saveBufferRunLoop);
+    startCache();
 }
 
 bool QMXAudioFileImpl::close()
@@ -303,7 +299,7 @@ void QMXAudioFileImpl::stampFile() const
     if (_fileType == kAudioFileAIFFType || _fileType == kAudioFileSoundDesigner2Type || _fileType == kAudioFileWAVEType)
         type = _fileType;
     ByteUtility::toNetworkByteOrder32bit(reinterpret_cast<Byte*>(&type));
-    QMXFileUtils::changeCreatorAndType_creator_fileType(*originalFilePath, libraryCreatorCode, type);
+    QMXFileUtils::changeCreatorAndType_creator_fileType(*originalFilePath, qmx::libraryCreatorCode, type);
 }
 
 void QMXAudioFileImpl::changeAccessMode(QMXAudioFileAccessMode mode)

@@ -13,6 +13,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cstring>
+#include <new>
 
 namespace
 {
@@ -82,6 +83,22 @@ void QMXAudioFileImpl::setUseCache(bool uses)
     if (!uses)
         drainWrites();
     _useCache = uses;
+    if (fileIsOpen)
+        startCache();
+}
+
+// Buffers and a thread, once there is something for them to do.
+void QMXAudioFileImpl::startCache()
+{
+    if (!_useCache)
+        return;
+    for (auto& buffer : rawByteBuffer)
+        if (!buffer)
+            buffer.reset(new (std::nothrow) Byte[rawByteBufferSizeInBytes]);
+    if (fileIsOpenForReading)
+        startThread(readThread_, readThreadIsRunning, "QMX file read", &QMXAudioFileImpl::fillBufferRunLoop);
+    else
+        startThread(writeThread_, writeThreadIsRunning, "QMX file write", &QMXAudioFileImpl::saveBufferRunLoop);
 }
 
 // Writing: the caller's side

@@ -107,6 +107,7 @@ private:
     void finishFill();
     void emptySpan();
     struct CacheThread;
+    void startCache();
     void startThread(CacheThread& cacheThread, std::atomic<bool>& isRunning, const char* name,
                      void (QMXAudioFileImpl::*body)());
     void endThreads();

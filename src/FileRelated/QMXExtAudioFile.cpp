@@ -20,8 +20,6 @@ namespace
 
 constexpr qmx::FailureLine checked("QMXExtAudioFile", "coreaudio_aac/src/FileRelated/QMXExtAudioFile");
 
-constexpr OSType libraryCreatorCode = qmx::fourCharCode("KaRt");
-
 constexpr auto cannotBeOpened = "could not be opened", cannotBeMade = "could not be made",
                cannotBeWritten = "could not be written", cannotTakeFormat = "could not be given a format";
 
@@ -235,7 +233,7 @@ void QMXExtAudioFileImpl::changeHFSTypeCode() const
             type = own;
     // intended: the code is stored byte-reversed, as it always was on little-endian hosts
     ByteUtility::toNetworkByteOrder32bit(&type);
-    QMXFileUtils::changeCreatorAndType_creator_fileType(mOriginalFilePath, libraryCreatorCode, type);
+    QMXFileUtils::changeCreatorAndType_creator_fileType(mOriginalFilePath, qmx::libraryCreatorCode, type);
 }
 
 OSStatus QMXExtAudioFileImpl::setFileStreamFormat(const AudioStreamBasicDescription& format)

@@ -15,6 +15,8 @@ std::string qmx::fileFailureReason(OSStatus status)
     case fnfErr:
     case dirNFErr:
         return "no such file or folder";
+    case bdNamErr:
+        return "a folder, or no name for a file";
     case permErr:
     case wrPermErr:
     case kAudioFilePermissionsError:
@@ -27,8 +29,6 @@ std::string qmx::fileFailureReason(OSStatus status)
         return "it is open already";
     case eofErr:
         return "it ends there";
-    case bdNamErr:
-        return "not a name for a file";
     case memFullErr:
         return "not enough memory";
     case paramErr:

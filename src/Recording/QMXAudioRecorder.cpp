@@ -135,10 +135,10 @@ void QMXAudioRecorder::Implementation::take(const std::shared_ptr<QMXAudioFile>&
 {
     audioFilePath_ = audioFilePath(); // intended: asked before there is a file, so it stays empty
     _audioFile = file;
-    file->close();
+    (void)file->close();                                       // what was on its way is its owner's
     file->changeAccessMode(QMXAudioFileAccessMode::readWrite); // intended: a closed file keeps its mode
     if (_destinationFormat)
-        file->setFileStreamFormat(*_destinationFormat);
+        (void)file->setFileStreamFormat(*_destinationFormat); // opening tells
     file->setUseCache(useAudioFileCache);
 }
 

@@ -1,7 +1,10 @@
 // SPDX-License-Identifier: MIT
 #include "Tracks/QMXAudioTrackAutoDefiner.h"
 
+#include "AudioToolbox/AudioConverter.h"
+#include "AudioToolbox/AudioFile.h"
 #include "FileRelated/QMXAudioFile.h"
+#include "Formats/LastFailure.h"
 #include "Formats/QMXAudioStreamBasicDescription.h"
 #include "Foundation/HeapBlock.h"
 #include "Foundation/Memory.h"
@@ -26,6 +29,21 @@ constexpr int blocksPerSecond = 5;
 
 std::atomic<bool> isCancelled{false};
 std::atomic<bool> convertsOtherChannelCounts{false};
+
+qmx::LastFailure& lastFailure()
+{
+    static auto& failure = *new qmx::LastFailure; // never destroyed: a thread may still ask at the end of the process
+    return failure;
+}
+
+constexpr const char* cannotBeDivided = "cannot be divided";
+
+/// Keeps the first failure of a run.
+void fail(OSStatus status, const QMXAudioFile& file, const char* what)
+{
+    const auto& path = file.path();
+    lastFailure().keepFirst(status, path ? std::string_view(*path) : std::string_view(), what);
+}
 
 template <class Integer> Integer truncated(double value)
 {
@@ -87,21 +105,10 @@ public:
         : file_(file), bytesPerBlock_(bytesPerBlock),
           block_(qmx::zeroedHeapArray<SInt16>(bytesPerBlock / sizeof(SInt16)))
     {
-        const auto& format = file.fileStreamFormat();
-        if (!format || format->bytesPerFrame() == 0)
-            return;
-        if (isReadDirectly(*format)) {
-            reversesBytes_ = format->isBigEndian() == (std::endian::native == std::endian::little);
-        } else {
-            converter_ = QMXAudioConverter::initWithSourceFormat_destinationFormat(format, analysisFormat);
-            if (!converter_)
-                return;
-            inputSize_ = converter_->calculateInputBufferSize(bytesPerBlock);
-            input_ = qmx::zeroedHeapArray<Byte>(inputSize_);
-            if (!input_)
-                return;
-        }
-        remaining_ = file.lengthInBytes();
+        if (const OSStatus status = prepareFor(analysisFormat); status != noErr)
+            fail(status, file_, cannotBeDivided);
+        else
+            remaining_ = file.lengthInBytes();
     }
 
     bool hasMemory() const { return block_ != nullptr; }
@@ -113,10 +120,31 @@ public:
     UInt32 readBlock() { return converter_ ? readConverted() : readDirectly(); }
 
 private:
+    OSStatus prepareFor(const std::shared_ptr<QMXAudioStreamBasicDescription>& analysisFormat)
+    {
+        const auto& format = file_.fileStreamFormat();
+        if (!file_.isOpen() || !format)
+            return fnOpnErr;
+        if (format->bytesPerFrame() == 0)
+            return kAudioFileUnsupportedDataFormatError;
+        if (isReadDirectly(*format)) {
+            reversesBytes_ = format->isBigEndian() == (std::endian::native == std::endian::little);
+            return noErr;
+        }
+        converter_ = QMXAudioConverter::initWithSourceFormat_destinationFormat(format, analysisFormat);
+        if (!converter_)
+            return kAudioFileUnsupportedDataFormatError;
+        inputSize_ = converter_->calculateInputBufferSize(bytesPerBlock_);
+        input_ = qmx::zeroedHeapArray<Byte>(inputSize_);
+        return input_ ? noErr : memFullErr;
+    }
+
     bool read(void* buffer, UInt32& size)
     {
         const bool succeeds = file_.read_length(buffer, &size);
         const bool ends = !succeeds || size == 0;
+        if (ends)
+            fail(file_.lastStatus() != noErr ? file_.lastStatus() : ioErr, file_, "cannot be read to its end");
         remaining_ = ends ? 0 : remaining_ - std::min<UInt64>(remaining_, size);
         return succeeds;
     }
@@ -137,8 +165,10 @@ private:
         if (!read(input_.get(), size))
             return bytesPerBlock_;
         UInt32 produced = bytesPerBlock_;
-        (void)converter_->convertBuffer_inputBufferSize_outputBuffer_outputBufferSize(input_.get(), size, block_.get(),
-                                                                                      &produced); // the log tells
+        const OSStatus status = converter_->convertBuffer_inputBufferSize_outputBuffer_outputBufferSize(
+            input_.get(), size, block_.get(), &produced);
+        if (status != noErr)
+            fail(status, file_, cannotBeDivided);
         return std::min(produced, bytesPerBlock_);
     }
 
@@ -170,12 +200,11 @@ void countBlocks(BlockReader& reader, const AudioStreamBasicDescription& format,
     }
 }
 
-} // namespace
-
-SInt32 zeroCrossingSplitFile(QMXAudioFile& file, UInt16 sensitivity, SInt16 runLength, SInt16 level, UInt32* splits,
-                             UInt32* trackCount)
+/// As zeroCrossingSplitFile, within a run.
+SInt32 divide(QMXAudioFile& file, UInt16 sensitivity, SInt16 runLength, SInt16 level, UInt32* splits,
+              UInt32* trackCount)
 {
-    return qmx::withinMemory(-1, [&]() -> SInt32 {
+    const SInt32 result = qmx::withinMemory(-1, [&]() -> SInt32 {
         const auto format = analysisFormatFor(file);
         const Blocks blocks(file);
         const UInt32 lengthInFrames = file.lengthInFrames();
@@ -199,6 +228,57 @@ SInt32 zeroCrossingSplitFile(QMXAudioFile& file, UInt16 sensitivity, SInt16 runL
         qmx::definerProgress::finish();
         return 0;
     });
+    if (result != 0)
+        fail(memFullErr, file, cannotBeDivided);
+    return result;
+}
+
+std::shared_ptr<QMXAudioTrackInfo> untitledTrack(SInt32 number, UInt32 begin, UInt32 end)
+{
+    auto track = std::make_shared<QMXAudioTrackInfo>();
+    track->setTrackTitle(qmx::format("Untitled Track %d", number));
+    track->setTrackBegin(begin);
+    track->setTrackEnd(end);
+    return track;
+}
+
+QMXAudioTrackAutoDefiner::Tracks define(QMXAudioFile& file, SInt16 sensitivity, float lengthOfSilence,
+                                        SInt16 zeroOffset, SInt16 numberOfTracks)
+{
+    auto trackCount = static_cast<UInt32>(numberOfTracks);
+    std::vector<UInt32> splits(static_cast<std::size_t>(std::max(99, numberOfTracks + 2)));
+    isCancelled.store(false, std::memory_order_relaxed);
+    const auto runLength = truncated<SInt16>(lengthOfSilence / 1000.0F * 5.0F);
+    if (divide(file, static_cast<UInt16>(sensitivity), runLength, zeroOffset, splits.data(), &trackCount) != 0)
+        qmx::Log("An Error Ocurred While Auto-Defining Tracks");
+    if (isRunCancelled() || trackCount == 0)
+        return nullptr;
+
+    auto tracks = std::make_shared<QMXAudioTrackAutoDefiner::Tracks::element_type>();
+    for (SInt32 i = 0; i < static_cast<SInt32>(trackCount); ++i) {
+        const auto index = static_cast<std::size_t>(i);
+        tracks->push_back(untitledTrack(2 * i, splits[index], splits[index + 1])); // intended: 0, 2, 4, ...
+    }
+    return tracks;
+}
+
+/// One run, whose failures are kept.
+template <class Define> QMXAudioTrackAutoDefiner::Tracks run(Define define)
+{
+    lastFailure().clear();
+    QMXAudioTrackAutoDefiner::Tracks tracks;
+    if (!qmx::withinMemory([&] { tracks = define(); }))
+        lastFailure().keepFirst(memFullErr, "The recording", cannotBeDivided);
+    return tracks;
+}
+
+} // namespace
+
+SInt32 zeroCrossingSplitFile(QMXAudioFile& file, UInt16 sensitivity, SInt16 runLength, SInt16 level, UInt32* splits,
+                             UInt32* trackCount)
+{
+    lastFailure().clear();
+    return divide(file, sensitivity, runLength, level, splits, trackCount);
 }
 
 QMXAudioTrackAutoDefinerDelegate::~QMXAudioTrackAutoDefinerDelegate() = default;
@@ -209,35 +289,33 @@ QMXAudioTrackAutoDefiner::Tracks
 QMXAudioTrackAutoDefiner::autoDefineTracksInFile_sensitivity_lengthOfSilence_zeroOffset_numberOfTracks(
     const std::string& path, SInt16 sensitivity, float lengthOfSilence, SInt16 zeroOffset, SInt16 numberOfTracks)
 {
-    return qmx::withinMemory(Tracks(), [&]() -> Tracks {
+    return run([&]() -> Tracks {
         const auto file = QMXAudioFile::initWithPath_accessMode(path, QMXAudioFileAccessMode::read);
         if (!file)
-            return nullptr;
+            throw std::bad_alloc();
         file->setUseCache(false);
-        (void)file->open(); // a file that does not open has no blocks
-
-        auto trackCount = static_cast<UInt32>(numberOfTracks);
-        std::vector<UInt32> splits(static_cast<std::size_t>(std::max(99, numberOfTracks + 2)));
-        isCancelled.store(false, std::memory_order_relaxed);
-        const auto runLength = truncated<SInt16>(lengthOfSilence / 1000.0F * 5.0F);
-        if (zeroCrossingSplitFile(*file, static_cast<UInt16>(sensitivity), runLength, zeroOffset, splits.data(),
-                                  &trackCount) != 0)
-            qmx::Log("An Error Ocurred While Auto-Defining Tracks");
-        if (isRunCancelled() || trackCount == 0)
-            return nullptr;
-
-        auto tracks = std::make_shared<Tracks::element_type>();
-        for (SInt32 i = 0; i < static_cast<SInt32>(trackCount); ++i) {
-            const auto index = static_cast<std::size_t>(i);
-            auto track = std::make_shared<QMXAudioTrackInfo>();
-            track->setTrackTitle(qmx::format("Untitled Track %d", 2 * i)); // intended: 0, 2, 4, ...
-            track->setTrackBegin(splits[index]);
-            track->setTrackEnd(splits[index + 1]);
-            tracks->push_back(std::move(track));
-        }
-        (void)file->close(); // it was only read
-        return tracks;
+        if (!file->open()) // it has no blocks
+            lastFailure().keepFirstOf(*file);
+        return define(*file, sensitivity, lengthOfSilence, zeroOffset, numberOfTracks);
     });
+}
+
+QMXAudioTrackAutoDefiner::Tracks
+QMXAudioTrackAutoDefiner::autoDefineTracksInAudioFile_sensitivity_lengthOfSilence_zeroOffset_numberOfTracks(
+    QMXAudioFile& file, SInt16 sensitivity, float lengthOfSilence, SInt16 zeroOffset, SInt16 numberOfTracks)
+{
+    file.rewind();
+    return run([&] { return define(file, sensitivity, lengthOfSilence, zeroOffset, numberOfTracks); });
+}
+
+OSStatus QMXAudioTrackAutoDefiner::lastStatus()
+{
+    return lastFailure().status();
+}
+
+std::string QMXAudioTrackAutoDefiner::lastError()
+{
+    return lastFailure().sentence();
 }
 
 QMXAudioTrackAutoDefiner::Tracks QMXAudioTrackAutoDefiner::autoDefineTracksInFile(const std::string& path)

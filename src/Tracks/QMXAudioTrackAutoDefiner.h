@@ -32,7 +32,8 @@ class QMX_EXPORT QMXAudioTrackAutoDefiner
 {
 public:
     /// The tracks in order, without gaps, as inactive records with placeholder titles and bounds in frames. Null after
-    /// a cancelled run, and where memory runs out. A file that cannot be opened has no frames.
+    /// a cancelled run, and where memory runs out. A file that cannot be opened has no frames, and one that cannot be
+    /// read to its end is divided as far as it could be read: lastStatus() tells.
     using Tracks = std::shared_ptr<std::vector<std::shared_ptr<QMXAudioTrackInfo>>>;
 
     QMXAudioTrackAutoDefiner() = delete;
@@ -43,6 +44,10 @@ public:
     /// 98 tracks; else that many tracks (0). A negative number gives an empty list.
     static Tracks autoDefineTracksInFile_sensitivity_lengthOfSilence_zeroOffset_numberOfTracks(
         const std::string& path, SInt16 sensitivity, float lengthOfSilence, SInt16 zeroOffset, SInt16 numberOfTracks);
+    /// The same in a file that the caller has opened for reading, which is read from its beginning and stays open.
+    static Tracks autoDefineTracksInAudioFile_sensitivity_lengthOfSilence_zeroOffset_numberOfTracks(
+        QMXAudioFile& file, SInt16 sensitivity, float lengthOfSilence, SInt16 zeroOffset, SInt16 numberOfTracks);
+    // On the path alone, with what is left out as above.
     static Tracks autoDefineTracksInFile(const std::string& path);
     static Tracks autoDefineTracksInFile_lengthOfSilence(const std::string& path, float lengthOfSilence);
     static Tracks autoDefineTracksInFile_sensitivity(const std::string& path, SInt16 sensitivity);
@@ -54,6 +59,12 @@ public:
                                                                                 SInt16 sensitivity,
                                                                                 float lengthOfSilence,
                                                                                 SInt16 zeroOffset);
+
+    /// What failed first in the last run: opening, reading or converting the file, or memory; noErr where
+    /// nothing did, also in a cancelled run. Any thread but the real-time ones.
+    static OSStatus lastStatus();
+    /// The same as a sentence for people that names the file; empty where nothing failed.
+    static std::string lastError();
 
     /// Who hears of the progress, kept until replaced; null for nobody. Not while a run is in progress on another
     /// thread.
@@ -78,5 +89,5 @@ public:
 /// more; on return it holds the first frame of each track and then the file's length, and `*trackCount` the number of
 /// tracks. A cancelled run and a negative number leave both as they are. 0, or -1 when memory runs out.
 /// The counts of crossings take `level` and `sensitivity` as in the class above; its state is used too.
-QMX_EXPORT SInt32 zeroCrossingSplitFile(QMXAudioFile& file, UInt16 sensitivity, SInt16 runLength, SInt16 level,
-                                        UInt32* splits, UInt32* trackCount);
+[[nodiscard]] QMX_EXPORT SInt32 zeroCrossingSplitFile(QMXAudioFile& file, UInt16 sensitivity, SInt16 runLength,
+                                                      SInt16 level, UInt32* splits, UInt32* trackCount);

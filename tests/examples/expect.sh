@@ -7,8 +7,8 @@ fail() {
     failures=$((failures + 1))
 }
 
-# expect STATUS PATTERN NAME COMMAND...: the command ends with STATUS, and standard error is one line matching PATTERN, or
-# empty for an empty PATTERN
+# expect STATUS PATTERN NAME COMMAND...: the command ends with STATUS, and standard error is one line matching PATTERN,
+# or empty for an empty PATTERN
 expect() {
     local status=$1 pattern=$2 name=$3 lines
     shift 3

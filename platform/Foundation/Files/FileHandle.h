@@ -26,14 +26,14 @@ public:
     /// The same into `data`, whose size is the most that is read: how many bytes came.
     std::size_t readData(std::span<std::uint8_t> data);
     /// Writes all bytes at the current position and moves past what was written. The error, or 0.
-    SystemError writeData(std::span<const std::uint8_t> data);
+    [[nodiscard]] SystemError writeData(std::span<const std::uint8_t> data);
 
     std::int64_t offsetInFile() const;
     /// Moves to the end; the new position, or -1.
     std::int64_t seekToEndOfFile();
     void seekToFileOffset(std::int64_t offset);
-    SystemError truncateFileAtOffset(std::int64_t offset);
-    SystemError synchronizeFile();
+    [[nodiscard]] SystemError truncateFileAtOffset(std::int64_t offset);
+    [[nodiscard]] SystemError synchronizeFile();
     /// Holds the file's lock until the result is gone, before closeFile(). Waits without end for other holders.
     [[nodiscard]] FileLock lock();
     void closeFile();

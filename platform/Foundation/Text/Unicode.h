@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Text between encodings. What is not well-formed becomes U+FFFD. Any thread.
+// Text between encodings. What is not well-formed becomes U+FFFD, one for a sequence. Any thread.
 #pragma once
 
 #include <cstdint>

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "Tracks/Store/ApplicationChunk.h"
 
+#include "AudioToolbox/AudioFile.h"
 #include "CoreAudioTypes/FourCharCode.h"
 #include "Foundation/Archives/KeyedArchiver.h"
 #include "Foundation/Archives/KeyedUnarchiver.h"
@@ -154,18 +155,19 @@ Refusal storeArchive(FileHandle& file, std::span<const UInt8> archive, const std
                      const ChunkStyle& style)
 {
     if (archive.size() > longestArchive)
-        return "the record is longer than 524276 bytes";
+        return StoreFailure{paramErr, "the record is longer than 524276 bytes"};
     const SInt64 fileEnd = file.seekToEndOfFile();
     auto chunk = target ? inPlaceOf(*target, archive, fileEnd, style) : appended(archive, fileEnd, style);
     if (!chunk)
-        return "the chunk in the file is too small and others stand behind it";
+        return StoreFailure{kAudioFileOperationNotSupportedError,
+                            "the chunk in the file is too small and others stand behind it"};
     chunk->fileEnd = std::max(fileEnd, chunk->position + static_cast<SInt64>(chunk->bytes.size()));
     if (chunk->fileEnd - chunkHeaderSize > std::numeric_limits<UInt32>::max())
-        return "the file would be larger than a form can be";
+        return StoreFailure{kAudioFileDoesNotAllow64BitDataSizeError, "the file would be larger than a form can be"};
     SystemError error = writeChunk(file, *chunk, fileEnd, target.has_value());
     if (target && lacksRoom(error))
         error = writeChunk(file, *chunk, fileEnd, false);
-    return error == 0 ? std::nullopt : Refusal(systemErrorText(error));
+    return refusalFor(error);
 }
 
 } // namespace qmx

@@ -24,8 +24,6 @@ namespace qmx
 
 /// Size of a chunk without its first 8 bytes.
 constexpr UInt32 applicationBlockSize = 524'288;
-/// "tRaK" as a big-endian number.
-constexpr UInt32 applicationSignature = 0x7452614B;
 constexpr UInt32 applicationChunkVersion = 3;
 /// Bytes from the chunk's id to the archive.
 constexpr std::size_t applicationHeaderSize = 20;

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "Tracks/Store/QMXAIFAudioTrackInfoReader.h"
 
+#include "CoreAudioTypes/FourCharCode.h"
 #include "Foundation/Memory.h"
 #include "Tracks/Store/ApplicationChunk.h"
 #include "Tracks/Store/StoredFile.h"
@@ -8,7 +9,7 @@
 #include <utility>
 
 QMXAIFAudioTrackInfoReader::QMXAIFAudioTrackInfoReader(std::string path)
-    : QMXAudioTrackInfoReader(std::move(path)), mApplSignature(qmx::applicationSignature)
+    : QMXAudioTrackInfoReader(std::move(path)), mApplSignature(qmx::trackSignature)
 {
 }
 
@@ -21,16 +22,15 @@ std::shared_ptr<QMXAIFAudioTrackInfoReader> QMXAIFAudioTrackInfoReader::initWith
 
 std::shared_ptr<QMXTrackAndProcessingInfo> QMXAIFAudioTrackInfoReader::read()
 {
-    return qmx::withinMemory(std::shared_ptr<QMXTrackAndProcessingInfo>(), [&] {
-        std::vector<UInt8> archive;
-        qmx::readStoredFile(audioFilePath(), [&](qmx::FileHandle& file) {
-            qmx::findApplicationChunks(file, mApplSignature, qmx::ByteOrder::big,
-                                       [&](const qmx::ApplicationChunk& chunk) {
-                                           if (qmx::isUsable(chunk))
-                                               archive = qmx::readArchive(file, chunk);
-                                           return !qmx::isUsable(chunk);
-                                       });
+    const auto find = [&](qmx::FileHandle& file) {
+        qmx::FoundArchive found;
+        qmx::findApplicationChunks(file, mApplSignature, qmx::ByteOrder::big, [&](const qmx::ApplicationChunk& chunk) {
+            found.hasChunk = true;
+            if (qmx::isUsable(chunk))
+                found.bytes = qmx::readArchive(file, chunk);
+            return !qmx::isUsable(chunk);
         });
-        return qmx::recordFrom(archive).value_or(nullptr);
-    });
+        return found;
+    };
+    return qmx::readRecord(audioFilePath(), failure(), find).value_or(nullptr);
 }

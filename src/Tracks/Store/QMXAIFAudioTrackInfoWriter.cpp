@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "Tracks/Store/QMXAIFAudioTrackInfoWriter.h"
 
+#include "CoreAudioTypes/FourCharCode.h"
 #include "Foundation/Memory.h"
 #include "Foundation/Text/Log.h"
 #include "Tracks/Store/ApplicationChunk.h"
@@ -10,7 +11,7 @@
 
 QMXAIFAudioTrackInfoWriter::QMXAIFAudioTrackInfoWriter(std::string path)
     : QMXAudioTrackInfoWriter(std::move(path)), mBlockSize(qmx::applicationBlockSize),
-      mApplSignature(qmx::applicationSignature)
+      mApplSignature(qmx::trackSignature)
 {
 }
 
@@ -23,17 +24,7 @@ std::shared_ptr<QMXAIFAudioTrackInfoWriter> QMXAIFAudioTrackInfoWriter::initWith
 
 SInt32 QMXAIFAudioTrackInfoWriter::write()
 {
-    if (!qmx::withinMemory([&] { write(trackAndProcInfo()); }))
-        qmx::Log("QMXAIFAudioTrackInfoWriter: not enough memory");
-    return 0;
-}
-
-void QMXAIFAudioTrackInfoWriter::write(const std::shared_ptr<QMXTrackAndProcessingInfo>& info) const
-{
-    const std::vector<UInt8> archive = qmx::archiveOf(info);
-    if (archive.empty())
-        return;
-    qmx::storeInFile(audioFilePath(), [&](qmx::FileHandle& file) {
+    const auto store = [&](qmx::FileHandle& file, std::span<const UInt8> archive) {
         std::optional<qmx::ApplicationChunk> last;
         qmx::findApplicationChunks(file, mApplSignature, qmx::ByteOrder::big, [&](const qmx::ApplicationChunk& chunk) {
             if (qmx::isUsable(chunk))
@@ -41,5 +32,8 @@ void QMXAIFAudioTrackInfoWriter::write(const std::shared_ptr<QMXTrackAndProcessi
             return true;
         });
         return qmx::storeArchive(file, archive, last, {mBlockSize, mApplSignature, qmx::ByteOrder::big});
-    });
+    };
+    if (!qmx::storeRecord(audioFilePath(), trackAndProcInfo(), failure(), store) && lastStatus() == memFullErr)
+        qmx::Log("QMXAIFAudioTrackInfoWriter: not enough memory");
+    return 0;
 }

@@ -15,13 +15,12 @@ public:
 
     /// Overwrites the last usable chunk, else appends one. What is no AIFF or AIFF-C file by its first twelve bytes,
     /// and a form whose size is not the file's, is refused with a log line and stays as it is; so does the file on an
-    /// error. Waits without end while another thread or process stores into the file or lets it grow; the audio may be
-    /// recorded meanwhile.
+    /// error, which lastStatus() tells. Waits without end while another thread or process stores into the file or lets
+    /// it grow; the audio may be recorded meanwhile.
     SInt32 write() override;
 
 private:
     explicit QMXAIFAudioTrackInfoWriter(std::string path);
-    void write(const std::shared_ptr<QMXTrackAndProcessingInfo>& info) const;
 
     UInt32 mBlockSize;
     UInt32 mApplSignature;

@@ -138,7 +138,7 @@ SInt32 QMXAIFFUtility::repairFileAtPath(const std::string& path)
         if (const auto settlement = qmx::settlementOf(*file))
             qmx::settle(*file, *settlement);
         const SInt32 code = checkFileAtPath_shouldRepair(*file, true);
-        file->synchronizeFile();
+        (void)file->synchronizeFile(); // the code is that of the check
         return code;
     });
 }

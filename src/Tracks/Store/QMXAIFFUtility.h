@@ -28,12 +28,12 @@ public:
     /// Compares the size that the form gives with the length of the open file. 1: they agree. 4: no form at all. 0:
     /// they differ, and nothing was done. 2: they differed and, as `shouldRepair` asks, the size was rewritten; when
     /// that fails, or the file is too large for a form, 0.
-    static SInt32 checkFileAtPath_shouldRepair(qmx::FileHandle& file, bool shouldRepair);
+    [[nodiscard]] static SInt32 checkFileAtPath_shouldRepair(qmx::FileHandle& file, bool shouldRepair);
     /// Whether the file is a form of the right size.
-    static bool validateFileAtPath(const std::string& path);
+    [[nodiscard]] static bool validateFileAtPath(const std::string& path);
     /// Checks the file and rewrites a wrong form size; the code of the check, 0 where the file cannot be opened. A
     /// store of tracks that was cut off is completed or taken back first.
-    static SInt32 repairFileAtPath(const std::string& path);
+    [[nodiscard]] static SInt32 repairFileAtPath(const std::string& path);
     /// Completes, or takes back, a store of tracks whose process was killed; whether there was one. Readers and writers
     /// of tracks do this by themselves.
     static bool settleStoreInFileAtPath(const std::string& path);

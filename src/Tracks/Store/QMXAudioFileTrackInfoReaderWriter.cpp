@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "Tracks/Store/QMXAudioFileTrackInfoReaderWriter.h"
 
+#include "CoreAudioTypes/FourCharCode.h"
+#include "Formats/LastFailure.h"
 #include "Foundation/Memory.h"
 #include "Foundation/Text/Log.h"
 #include "Tracks/Store/ApplicationChunk.h"
@@ -11,9 +13,12 @@
 #include <utility>
 
 QMXAudioFileTrackInfoReaderWriter::QMXAudioFileTrackInfoReaderWriter(std::string path)
-    : mAudioFilePath(std::move(path)), mBlockSize(qmx::applicationBlockSize), mApplSignature(qmx::applicationSignature)
+    : mAudioFilePath(std::move(path)), mBlockSize(qmx::applicationBlockSize), mApplSignature(qmx::trackSignature),
+      failure_(std::make_unique<qmx::LastFailure>())
 {
 }
+
+QMXAudioFileTrackInfoReaderWriter::~QMXAudioFileTrackInfoReaderWriter() = default;
 
 std::shared_ptr<QMXAudioFileTrackInfoReaderWriter>
 QMXAudioFileTrackInfoReaderWriter::initWithAudioFilePath(std::string path)
@@ -88,32 +93,26 @@ bool QMXAudioFileTrackInfoReaderWriter::fileHasBeenProcessed() const
 
 bool QMXAudioFileTrackInfoReaderWriter::readTrackInfosFromFile()
 {
-    (void)qmx::withinMemory([&] { // where there is not enough, the record from before stays
-        std::vector<UInt8> archive;
-        qmx::readStoredFile(mAudioFilePath, [&](qmx::FileHandle& file) { archive = readDataFromFile(file); });
-        if (auto record = qmx::recordFrom(archive))
-            mInfoData = *std::move(record);
-    });
+    const auto find = [&](qmx::FileHandle& file) { return readDataFromFile(file); };
+    if (auto record = qmx::readRecord(mAudioFilePath, *failure_, find)) // else the record from before stays
+        mInfoData = *std::move(record);
     return mInfoData != nullptr;
 }
 
-std::vector<UInt8> QMXAudioFileTrackInfoReaderWriter::readDataFromFile(qmx::FileHandle& file)
+qmx::FoundArchive QMXAudioFileTrackInfoReaderWriter::readDataFromFile(qmx::FileHandle& file)
 {
     loadAllApplicationChunks(file);
     const auto first = std::ranges::find_if(mApplicationChunks, qmx::isUsable);
     if (first == mApplicationChunks.end())
-        return {};
+        return {!mApplicationChunks.empty()};
     mCurrentTrackInfoVersion = first->mVersion;
-    return qmx::readArchive(file, *first);
+    return {true, qmx::readArchive(file, *first)};
 }
 
 bool QMXAudioFileTrackInfoReaderWriter::writeTrackInfosToFile()
 {
-    return qmx::withinMemory(false, [&] {
-        const std::vector<UInt8> archive = qmx::archiveOf(mInfoData);
-        if (archive.empty())
-            return false;
-        return qmx::storeInFile(mAudioFilePath, [&](qmx::FileHandle& file) {
+    return qmx::storeRecord(
+        mAudioFilePath, mInfoData, *failure_, [&](qmx::FileHandle& file, std::span<const UInt8> archive) {
             loadAllApplicationChunks(file);
             const auto last = std::find_if(mApplicationChunks.rbegin(), mApplicationChunks.rend(), qmx::isUsable);
             // signature and version in the host's byte order, which is intended
@@ -121,7 +120,16 @@ bool QMXAudioFileTrackInfoReaderWriter::writeTrackInfosToFile()
                                      last == mApplicationChunks.rend() ? std::nullopt : std::optional(*last),
                                      {mBlockSize, mApplSignature, qmx::hostByteOrder});
         });
-    });
+}
+
+OSStatus QMXAudioFileTrackInfoReaderWriter::lastStatus() const
+{
+    return failure_->status();
+}
+
+std::string QMXAudioFileTrackInfoReaderWriter::lastError() const
+{
+    return failure_->sentence();
 }
 
 void QMXAudioFileTrackInfoReaderWriter::loadAllApplicationChunks(qmx::FileHandle& file)

@@ -12,6 +12,12 @@
 #include <string>
 #include <vector>
 
+namespace qmx
+{
+class LastFailure;
+struct FoundArchive;
+} // namespace qmx
+
 /// The older way to keep track information in an AIFF file. It writes signature and version in the host's byte order
 /// and reads the version likewise: on a little-endian host it does not find what it writes, appends half a megabyte
 /// with each write, and takes the chunks of the newer classes for incompatible. New programs use
@@ -26,6 +32,7 @@ public:
 
     /// The file is not touched.
     static std::shared_ptr<QMXAudioFileTrackInfoReaderWriter> initWithAudioFilePath(std::string path);
+    ~QMXAudioFileTrackInfoReaderWriter() override;
 
     // These make the record when there is none yet.
     void addTrackInfo(std::shared_ptr<QMXAudioTrackInfo> track);
@@ -45,11 +52,17 @@ public:
 
     /// Takes the record of the first usable chunk among the first ten, none for an archived nil. True when there is a
     /// record afterwards, also one from before where the file has no chunk or none that can be decoded.
-    bool readTrackInfosFromFile();
+    [[nodiscard]] bool readTrackInfosFromFile();
     /// Overwrites the last usable chunk among the first ten, else appends one. False without a record. Also false,
     /// logged, with the file as it was, when that fails, when the form's size is not the file's, and when the file is
     /// no AIFF or AIFF-C file.
-    bool writeTrackInfosToFile();
+    [[nodiscard]] bool writeTrackInfosToFile();
+
+    /// Why the last reading or writing failed; noErr where it did not. A file that simply holds no record is no
+    /// failure.
+    OSStatus lastStatus() const;
+    /// The same as a sentence for people that names the file; empty where nothing failed.
+    std::string lastError() const;
 
     /// False only for a form whose size is not the file's; a file that is no form passes, which is intended.
     bool verifyBasicFileFormat(qmx::FileHandle& file) const;
@@ -66,7 +79,7 @@ private:
 
     template <class Change> void changeRecord(Change change);
     void loadAllApplicationChunks(qmx::FileHandle& file);
-    std::vector<UInt8> readDataFromFile(qmx::FileHandle& file);
+    qmx::FoundArchive readDataFromFile(qmx::FileHandle& file);
 
     std::string mAudioFilePath;
     UInt32 mBlockSize;
@@ -75,4 +88,5 @@ private:
     UInt32 mNumApplicationChunksFound = 0;
     std::shared_ptr<QMXTrackAndProcessingInfo> mInfoData;
     UInt32 mCurrentTrackInfoVersion = 0;
+    std::unique_ptr<qmx::LastFailure> failure_;
 };

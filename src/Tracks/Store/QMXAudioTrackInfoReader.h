@@ -1,26 +1,40 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "CoreAudioTypes/MacTypes.h"
 #include "Foundation/Export.h"
 #include "Foundation/Object.h"
 #include "Tracks/QMXTrackAndProcessingInfo.h"
 
 #include <memory>
 #include <string>
-#include <utility>
+
+namespace qmx
+{
+class LastFailure;
+}
 
 /// Reads the track information kept in an audio file. A file format's own class does the work; see
 /// QMXAudioTrackInfoReaderWriterFactory. One thread at a time per object; reads the disk.
 class QMX_EXPORT QMXAudioTrackInfoReader : public qmx::Object
 {
 public:
+    ~QMXAudioTrackInfoReader() override;
+
     const std::string& audioFilePath() const { return mAudioFilePath; }
     /// A new record with what the file holds; null when it holds none that can be read.
     virtual std::shared_ptr<QMXTrackAndProcessingInfo> read() = 0;
 
+    /// Why the last read() failed; noErr where it did not. A file that simply holds no record is no failure.
+    OSStatus lastStatus() const;
+    /// The same as a sentence for people that names the file; empty where nothing failed.
+    std::string lastError() const;
+
 protected:
-    explicit QMXAudioTrackInfoReader(std::string path) : mAudioFilePath(std::move(path)) {}
+    explicit QMXAudioTrackInfoReader(std::string path);
+    qmx::LastFailure& failure() const { return *failure_; }
 
 private:
     std::string mAudioFilePath;
+    std::unique_ptr<qmx::LastFailure> failure_;
 };

@@ -1,12 +1,19 @@
 // SPDX-License-Identifier: MIT
 #include "Tracks/Store/QMXAudioTrackInfoWriter.h"
 
+#include "AudioToolbox/AudioFile.h"
+#include "Formats/LastFailure.h"
+#include "Tracks/Store/StoredFile.h"
+
 #include <utility>
 
 QMXAudioTrackInfoWriter::QMXAudioTrackInfoWriter(std::string path)
-    : mAudioFilePath(std::move(path)), mTrackAndProcInfo(std::make_shared<QMXTrackAndProcessingInfo>())
+    : mAudioFilePath(std::move(path)), mTrackAndProcInfo(std::make_shared<QMXTrackAndProcessingInfo>()),
+      failure_(std::make_unique<qmx::LastFailure>())
 {
 }
+
+QMXAudioTrackInfoWriter::~QMXAudioTrackInfoWriter() = default;
 
 void QMXAudioTrackInfoWriter::setTrackAndProcessingInfo(std::shared_ptr<QMXTrackAndProcessingInfo> info)
 {
@@ -41,4 +48,21 @@ void QMXAudioTrackInfoWriter::setFileHasBeenProcessed(bool processed)
 {
     if (mTrackAndProcInfo)
         mTrackAndProcInfo->setFileHasBeenProcessed(processed);
+}
+
+OSStatus QMXAudioTrackInfoWriter::lastStatus() const
+{
+    return failure_->status();
+}
+
+std::string QMXAudioTrackInfoWriter::lastError() const
+{
+    return failure_->sentence();
+}
+
+void QMXAudioTrackInfoWriter::refuseFileType()
+{
+    (void)qmx::attempt(*failure_, mAudioFilePath, qmx::notStored, []() -> qmx::Refusal { // lastStatus() tells
+        return qmx::StoreFailure{kAudioFileUnsupportedFileTypeError, "files of its type keep no tracks"};
+    });
 }

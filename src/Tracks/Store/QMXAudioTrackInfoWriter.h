@@ -9,12 +9,19 @@
 #include <memory>
 #include <string>
 
+namespace qmx
+{
+class LastFailure;
+}
+
 /// Stores track information in an audio file, in place of what the file holds: whoever changes only a part reads first.
 /// A file format's own class does the work; see QMXAudioTrackInfoReaderWriterFactory. One thread at a time per object;
 /// writes to the disk.
 class QMX_EXPORT QMXAudioTrackInfoWriter : public qmx::Object
 {
 public:
+    ~QMXAudioTrackInfoWriter() override;
+
     const std::string& audioFilePath() const { return mAudioFilePath; }
     /// Replaces the record that is to be written, which is empty at first. The object is shared.
     void setTrackAndProcessingInfo(std::shared_ptr<QMXTrackAndProcessingInfo> info);
@@ -26,14 +33,23 @@ public:
     void addAudioProcessingForAllTracks(const QMXTrackAndProcessingInfo::ProcessingList& ranges);
     void setFileHasBeenProcessed(bool processed);
 
-    /// Stores the record. Always 0: what could not be stored is logged, and shows in what a reader finds.
+    /// Stores the record. Always 0: what could not be stored is logged, and lastStatus() tells.
     virtual SInt32 write() = 0;
+
+    /// Why the last write() stored nothing; noErr where the record is in the file.
+    OSStatus lastStatus() const;
+    /// The same as a sentence for people that names the file; empty where the record was stored.
+    std::string lastError() const;
 
 protected:
     explicit QMXAudioTrackInfoWriter(std::string path);
+    qmx::LastFailure& failure() const { return *failure_; }
+    /// For files of types in which no track information is kept: a failure.
+    void refuseFileType();
     const std::shared_ptr<QMXTrackAndProcessingInfo>& trackAndProcInfo() const { return mTrackAndProcInfo; }
 
 private:
     std::string mAudioFilePath;
     std::shared_ptr<QMXTrackAndProcessingInfo> mTrackAndProcInfo;
+    std::unique_ptr<qmx::LastFailure> failure_;
 };

@@ -14,5 +14,6 @@ std::shared_ptr<QMXCAFAudioTrackInfoWriter> QMXCAFAudioTrackInfoWriter::initWith
 
 SInt32 QMXCAFAudioTrackInfoWriter::write()
 {
+    refuseFileType();
     return 0;
 }

@@ -2,6 +2,7 @@
 #include "Tracks/Store/QMXMP4AudioTrackInfoReader.h"
 
 #include "Foundation/Memory.h"
+#include "Tracks/Store/StoredFile.h"
 
 #include <array>
 #include <utility>
@@ -15,16 +16,13 @@ std::shared_ptr<QMXMP4AudioTrackInfoReader> QMXMP4AudioTrackInfoReader::initWith
 
 std::shared_ptr<QMXTrackAndProcessingInfo> QMXMP4AudioTrackInfoReader::read()
 {
-    return qmx::withinMemory(std::shared_ptr<QMXTrackAndProcessingInfo>(),
-                             [&]() -> std::shared_ptr<QMXTrackAndProcessingInfo> {
-                                 const auto file = qmx::FileHandle::fileHandleForReadingAtPath(audioFilePath());
-                                 if (!file)
-                                     return nullptr;
-                                 std::array<UInt8, 64> beginning{};
-                                 file->readData(beginning);
-                                 readHeaderFrom_intoBuffer(*file, beginning.data());
-                                 return nullptr;
-                             });
+    const auto look = [&](qmx::FileHandle& file) {
+        std::array<UInt8, 64> beginning{};
+        file.readData(beginning);
+        readHeaderFrom_intoBuffer(file, beginning.data());
+        return qmx::FoundArchive();
+    };
+    return qmx::readRecord(audioFilePath(), failure(), look).value_or(nullptr);
 }
 
 // Does nothing, which is intended.

@@ -14,5 +14,6 @@ std::shared_ptr<QMXMP4AudioTrackInfoWriter> QMXMP4AudioTrackInfoWriter::initWith
 
 SInt32 QMXMP4AudioTrackInfoWriter::write()
 {
+    refuseFileType();
     return 0;
 }

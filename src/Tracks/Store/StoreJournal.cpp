@@ -12,7 +12,7 @@ namespace qmx
 namespace
 {
 
-constexpr FourCharCode applicationChunk = fourCharCode("APPL"), journalSignature = fourCharCode("tRaJ");
+constexpr FourCharCode applicationChunk = fourCharCode("APPL");
 constexpr std::size_t chunkHeaderSize = 8, headSize = 12, fieldsSize = 44, trailerSize = 16;
 constexpr std::size_t longestJournal = fieldsSize + chunkHeaderSize + applicationBlockSize + 1 + trailerSize;
 
@@ -52,15 +52,8 @@ Bytes head(std::size_t chunkSize)
     ByteWriter head(ByteOrder::big);
     return head.code(applicationChunk)
         .u32(static_cast<UInt32>(chunkSize - chunkHeaderSize))
-        .code(journalSignature)
+        .code(trackJournalSignature)
         .bytes();
-}
-
-bool isOurs(std::span<const UInt8> signature)
-{
-    const auto matches = [&](UInt32 value, ByteOrder order) { return load32(signature.data(), order) == value; };
-    return matches(applicationSignature, ByteOrder::big) || matches(applicationSignature, hostByteOrder) ||
-           matches(journalSignature, ByteOrder::big);
 }
 
 /// The journal that ends the file without its trailer, if it is whole and stands where it was written; else empty.
@@ -68,7 +61,7 @@ Bytes endingJournal(FileHandle& file)
 {
     const SInt64 end = file.seekToEndOfFile();
     const Bytes ending = readAt(file, end - static_cast<SInt64>(chunkHeaderSize), chunkHeaderSize);
-    if (ending.size() != chunkHeaderSize || code(ending, 4) != journalSignature)
+    if (ending.size() != chunkHeaderSize || code(ending, 4) != trackJournalSignature)
         return {};
     const std::size_t size = code(ending, 0);
     if (size < fieldsSize + headSize + trailerSize || size > longestJournal || static_cast<SInt64>(size) > end)
@@ -96,7 +89,7 @@ std::optional<ChunkOverwrite> findJournal(FileHandle& file)
                       length <= std::min(found.fileEnd - found.position, SInt64{longestJournal});
     const Bytes target = readAt(file, found.position, headSize);
     if (!fits || target.size() != headSize || code(target, 0) != applicationChunk ||
-        !isOurs(std::span(target).subspan(chunkHeaderSize)))
+        !isOfTrackStore(code(target, chunkHeaderSize)))
         return std::nullopt;
     found.bytes.resize(static_cast<std::size_t>(length)); // the filler again, or without the pad byte
     return found;
@@ -120,11 +113,10 @@ std::optional<Tail> findTail(FileHandle& file)
     const SInt64 start = even(formEnd(file));
     const SInt64 fileEnd = file.seekToEndOfFile();
     const Bytes head = readAt(file, start, headSize);
-    if (head.size() < headSize || code(head, 0) != applicationChunk ||
-        !isOurs(std::span(head).subspan(chunkHeaderSize)))
+    if (head.size() < headSize || code(head, 0) != applicationChunk || !isOfTrackStore(code(head, chunkHeaderSize)))
         return std::nullopt;
     const SInt64 end = start + static_cast<SInt64>(chunkHeaderSize) + code(head, 4);
-    return end >= fileEnd ? std::optional<Tail>({code(head, chunkHeaderSize) == journalSignature, end == fileEnd})
+    return end >= fileEnd ? std::optional<Tail>({code(head, chunkHeaderSize) == trackJournalSignature, end == fileEnd})
                           : std::nullopt;
 }
 
@@ -184,7 +176,7 @@ Bytes journalOf(const ChunkOverwrite& overwrite, SInt64 fileEnd)
     ByteWriter journal(ByteOrder::big);
     journal.append(head(size)).u64(static_cast<UInt64>(start)).u64(static_cast<UInt64>(overwrite.position));
     journal.u64(overwrite.bytes.size()).u64(static_cast<UInt64>(overwrite.fileEnd)).append(content).zeros(pad);
-    journal.u64(checksum(journal.bytes())).u32(static_cast<UInt32>(size)).code(journalSignature);
+    journal.u64(checksum(journal.bytes())).u32(static_cast<UInt32>(size)).code(trackJournalSignature);
 
     ByteWriter appended(ByteOrder::big);
     appended.zeros(static_cast<std::size_t>(tail - fileEnd));
@@ -232,7 +224,7 @@ void settle(FileHandle& file, const Settlement& settlement)
             return; // the journal stays
     }
     if (file.seekToEndOfFile() > settlement.fileEnd)
-        file.truncateFileAtOffset(settlement.fileEnd);
+        (void)file.truncateFileAtOffset(settlement.fileEnd); // what stays waits for the next time
 }
 
 FileHandle settledView(FileHandle& file, Settlement settlement)

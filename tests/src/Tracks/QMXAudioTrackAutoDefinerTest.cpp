@@ -219,12 +219,23 @@ TEST_F(AutoDefiner, AFailedReadEndsTheReadingAndCountsTheBlockAgain)
     const auto tracks = Definer::autoDefineTracksInFile_lengthOfSilence(path, 400);
     EXPECT_THAT(boundsOf(tracks), ElementsAre(Bounds{0, twoSongsBound}, Bounds{twoSongsBound, twoSongsLength}));
     EXPECT_EQ(listener->reports.size(), 37U + 55U + 1U);
-    EXPECT_FALSE(log.lines().empty());
+    EXPECT_EQ(Definer::lastStatus(), ioErr);
+    EXPECT_EQ(Definer::lastError(), path + " cannot be read to its end: input/output error");
 }
 
-TEST_F(AutoDefiner, AFileThatDoesNotOpenIsOneEmptyTrack)
+TEST_F(AutoDefiner, AFileThatDoesNotOpenIsOneEmptyTrackAndTheReasonIsTold)
 {
-    EXPECT_THAT(boundsOf(Definer::autoDefineTracksInFile("/missing.aif")), ElementsAre(Bounds{0, 0}));
+    disk.setContents("/d/text", std::vector<std::uint8_t>(200, 'x'));
+    for (const auto& [name, reason] :
+         {std::pair{"/missing", "no such file"}, {"/d/text", "not an audio file"}, {"/d", "folder"}}) {
+        EXPECT_THAT(boundsOf(Definer::autoDefineTracksInFile(name)), ElementsAre(Bounds{0, 0}));
+        EXPECT_NE(Definer::lastStatus(), noErr);
+        EXPECT_THAT(Definer::lastError(),
+                    testing::AllOf(testing::StartsWith(name + std::string(" could not be opened: ")),
+                                   testing::HasSubstr(reason)));
+    }
+    record(twoSongs);
     EXPECT_EQ(counted(2)->size(), 2U);
-    EXPECT_FALSE(log.lines().empty());
+    EXPECT_EQ(Definer::lastStatus(), noErr);
+    EXPECT_EQ(Definer::lastError(), "");
 }

@@ -17,17 +17,6 @@ TEST(AudioTrackInfo, DescribesTitleAndBounds)
     EXPECT_EQ(QMXTrackTitle, "QMXTrackName");
 }
 
-TEST(AudioTrackInfo, BeginsWithNothingSet)
-{
-    const auto track = QMXAudioTrackInfo::init();
-    EXPECT_EQ(track->audioTrackInfoVersion(), 3u);
-    EXPECT_FALSE(track->isActive() || track->isCompilation());
-    EXPECT_FALSE(track->trackTitle() || track->lyrics() || track->coverArt());
-    EXPECT_EQ(track->trackNumber(), -1);
-    EXPECT_EQ(track->numberOfAlbums(), -1);
-    EXPECT_EQ(track->description(), "QMXAudioTrackInfo [(null): IN:0 OUT:0]");
-}
-
 TEST(AudioTrackInfo, DurationFollowsTheBoundsAndMovesTheEnd)
 {
     const auto track = QMXAudioTrackInfo::initWithTrackTitle_trackBegin_trackEnd_isActive("A", 50, 20, false);

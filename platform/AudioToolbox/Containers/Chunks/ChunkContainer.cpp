@@ -15,14 +15,7 @@ namespace
 
 constexpr UInt64 unknownFormEnd = UInt64{std::numeric_limits<UInt32>::max()} + chunkHeaderBytes;
 
-/// The signatures of the track store's application chunks, in either byte order, and of its journals.
-constexpr FourCharCode storeSignatures[] = {fourCharCode("tRaK"), fourCharCode("KaRt"), fourCharCode("tRaJ")};
 constexpr std::size_t signatureOffset = 8;
-
-bool isOfTrackStore(const UInt8* signature)
-{
-    return std::ranges::count(storeSignatures, load32(signature, ByteOrder::big)) > 0;
-}
 
 } // namespace
 
@@ -155,7 +148,7 @@ Bytes ChunkContainer::cutOffAppendAt(UInt64 tail)
 bool ChunkContainer::isStoreBegunAt(UInt64 tail)
 {
     const Bytes head = cutOffAppendAt(tail);
-    return head.size() >= signatureOffset + 4 && isOfTrackStore(&head[signatureOffset]);
+    return head.size() >= signatureOffset + 4 && isOfTrackStore(load32(&head[signatureOffset], ByteOrder::big));
 }
 
 // Makes the headers tell what a killed writer could not tell any more: audio at the end of the file, or chunks that

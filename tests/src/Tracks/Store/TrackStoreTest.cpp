@@ -104,11 +104,15 @@ Bytes archive(const Record& info)
     return qmx::KeyedArchiver::archivedDataWithRootObject(info);
 }
 
-void store(const Record& info)
+/// The writer's last status, which tells whether the record is in the file.
+OSStatus store(const Record& info, const std::string& file = path, const std::string& reason = "")
 {
-    const auto writer = Factory::writerWithAudioFilePath(path);
+    const auto writer = Factory::writerWithAudioFilePath(file);
     writer->setTrackAndProcessingInfo(info);
     EXPECT_EQ(writer->write(), 0);
+    EXPECT_EQ(writer->lastStatus() == noErr, writer->lastError().empty());
+    EXPECT_THAT(writer->lastError(), testing::HasSubstr(reason));
+    return writer->lastStatus();
 }
 
 /// Tracks that the factory's reader finds; -1 for no record.
@@ -202,8 +206,9 @@ TEST_F(TrackStore, EveryFailingWriteLeavesTheFileAsItWas)
                 for (const std::size_t keep : {0U, 3U, 100U, 400'000U}) {
                     putFile(original);
                     disk.failChange(ordinal, error, keep);
-                    store(record(20));
+                    const OSStatus status = store(record(20));
                     const bool isStored = storedTracks() == 20;
+                    EXPECT_EQ(isStored, status == noErr) << ordinal << ' ' << keep;
                     EXPECT_TRUE(isStored || file() == original) << ordinal << ' ' << keep;
                     const bool lacksOnlyTheJournal = error == ENOSPC && original != without;
                     EXPECT_FALSE(isStored && ordinal == 1 && !lacksOnlyTheJournal);
@@ -325,9 +330,12 @@ TEST_F(TrackStore, AnOddEndIsPaddedAndAFullFormOrRecordIsRefused)
 
     const Bytes original = form(before + sound);
     putFile(original);
-    store(record(1, std::string(block - 12, 'x')));
+    EXPECT_EQ(store(record(1, std::string(block - 12, 'x')), path,
+                    path + " could not be stored into: the record is "
+                           "longer than 524276 bytes"),
+              paramErr);
     EXPECT_EQ(file(), original);
-    EXPECT_THAT(log.lines(), testing::Contains(testing::HasSubstr("longer than 524276 bytes")));
+    EXPECT_EQ(log.lines().size(), 2U);
 }
 
 TEST_F(TrackStore, WhatIsNoWholeAIFFIsRefusedWithALineAndStaysAsItIs)
@@ -344,10 +352,42 @@ TEST_F(TrackStore, WhatIsNoWholeAIFFIsRefusedWithALineAndStaysAsItIs)
             if (isOlder)
                 EXPECT_FALSE(storeWithOlderClass(1));
             else
-                store(record(1));
+                EXPECT_NE(store(record(1)), noErr);
             EXPECT_EQ(file(), refused);
             EXPECT_TRUE(lines.has("UNABLE TO WRITE APPLICATION INFORMATION TO AUDIO FILE"));
         }
+}
+
+TEST_F(TrackStore, WhatCouldNotBeReadIsToldAndAFileWithoutARecordIsNoFailure)
+{
+    EXPECT_EQ(store(record(1), "/d/none.aif", "/d/none.aif could not be stored into: No such file"), fnfErr);
+    EXPECT_EQ(store(record(1), "/d/a.caf", "/d/a.caf could not be stored into: files of its type keep no tracks"),
+              kAudioFileUnsupportedFileTypeError);
+    EXPECT_EQ(store(nullptr, path, "there is no record"), paramErr);
+    const Bytes empty = form(before + sound), whole = form(before + trackChunk(archive(record(1)), 30'000) + sound);
+    Bytes damaged = whole;
+    damaged[6] = 9;
+    const std::vector<std::tuple<Bytes, OSStatus, std::string>> cases{
+        {whole, noErr, ""},
+        {empty, noErr, ""},
+        {damaged, kAudioFileInvalidFileError, path + " could not be read: its form does not have"},
+        {form(before + trackChunk({1, 2, 3}, 30'000)), kAudioFileInvalidChunkError, "damaged or of another version"},
+        {form(trackChunk(archive(record(1)), 30'000, 4)), kAudioFileInvalidChunkError, "damaged or of another version"},
+        {{}, fnfErr, path + " could not be read: No such file"}};
+    const auto reader = Factory::readerWithAudioFilePath(path);
+    const auto older = QMXAudioFileTrackInfoReaderWriter::initWithAudioFilePath(path);
+    for (const auto& [bytes, status, reason] : cases) {
+        putFile(bytes);
+        if (status == fnfErr)
+            disk.remove(path);
+        EXPECT_EQ(reader->read() != nullptr, bytes == whole);
+        EXPECT_EQ(reader->lastStatus(), status);
+        EXPECT_THAT(reader->lastError(), testing::HasSubstr(reason));
+        EXPECT_EQ(reader->lastError().empty(), status == noErr);
+        EXPECT_FALSE(older->readTrackInfosFromFile());
+        EXPECT_EQ(older->lastStatus(), bytes == whole ? kAudioFileInvalidChunkError : status);
+        EXPECT_EQ(older->lastError().empty(), older->lastStatus() == noErr);
+    }
 }
 
 TEST_F(TrackStore, AFullDiskTakesARecordInThePlaceOfTheOldOne)
