@@ -30,5 +30,5 @@ void QMXFileUtils::changeCreatorAndType_creator_fileType(const std::string& path
 {
     const qmx::FileAttributes codes{
         .NSFileHFSCreatorCode = creator, .NSFileHFSTypeCode = fileType, .NSFileSize = std::nullopt};
-    qmx::FileManager::defaultManager().changeFileAttributes_atPath(codes, path);
+    (void)qmx::FileManager::defaultManager().changeFileAttributes_atPath(codes, path); // a file without codes will do
 }

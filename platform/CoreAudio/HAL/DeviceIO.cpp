@@ -188,7 +188,7 @@ OSStatus DeviceIO::remove(AudioDeviceIOProc procedure, void* clientData)
             return kAudioHardwareIllegalOperationError;
         stop(*found);
         found->isRemoved.store(true);
-        withinMemory([&] { publish(std::make_unique<List>(list)); }); // else the next list is without it
+        (void)withinMemory([&] { publish(std::make_unique<List>(list)); }); // else the next list is without it
     }
     waitForCycle();
     return noErr;

@@ -458,8 +458,9 @@ TEST_F(Recorder, WAVEIsLittleEndianUnlessTheFileWasOpenedBefore)
         const auto file = fileOf(bigEndian(2, 16), kAudioFileWAVEType);
         recorder = QMXAudioRecorder::initWithAudioDevice_audioFile(recorder->inputDevice(), file);
         file->setFileType(kAudioFileWAVEType);
-        if (wasOpen)
+        if (wasOpen) {
             EXPECT_TRUE(file->open());
+        }
         take();
         EXPECT_EQ(disk.contents(path)[3], wasOpen ? 'X' : 'F');
         expectInFile({{0, recorder->lengthInFrames()}});
