@@ -187,11 +187,8 @@ OSStatus ReadingFile::fill(UInt32& frames, AudioBufferList& data)
 {
     const UInt32 wanted = std::exchange(frames, 0);
     while (frames < wanted) {
-        if (std::exchange(mustBegin_, false))
-            if (const OSStatus status = withinMemory(memFullErr, [this] { return begin(); }); status != noErr) {
-                mustBegin_ = true;
-                return status;
-            }
+        if (const OSStatus status = withinMemory(memFullErr, [this] { return prepare(); }); status != noErr)
+            return status;
         const auto length = static_cast<UInt32>(std::min<SInt64>(wanted - frames, run_.end - converted_));
         UInt32 count = length;
         const OSStatus status = convert(count, part_->aimAt(data, frames, length));
@@ -199,10 +196,20 @@ OSStatus ReadingFile::fill(UInt32& frames, AudioBufferList& data)
         converted_ += count;
         if (status != noErr || count < length)
             return status;
-        if (converted_ == run_.end)
-            changeRuns();
     }
     return noErr;
+}
+
+/// Has the converter give the next frame. What fails here is tried again with the next read.
+OSStatus ReadingFile::prepare()
+{
+    if (!mustBegin_ && converted_ == run_.end)
+        changeRuns();
+    if (!mustBegin_)
+        return noErr;
+    const OSStatus status = begin();
+    mustBegin_ = status != noErr;
+    return status;
 }
 
 /// Where the blocks of the filter meet again, its run goes on; else the next one takes over.

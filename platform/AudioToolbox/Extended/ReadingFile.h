@@ -55,6 +55,7 @@ private:
 
     void moveTo(SInt64 frame);
     void startAgain();
+    OSStatus prepare();
     OSStatus begin();
     FilterRun runFor(SInt64 clientFrame);
     UInt64 period();

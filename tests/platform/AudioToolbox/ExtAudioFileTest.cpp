@@ -376,4 +376,33 @@ TEST_F(ExtAudioFile, MemoryThatRunsOutIsAStatus)
     CFRelease(name);
 }
 
+// Some seconds into a change of the rate the filter's blocks are looked at.
+TEST_F(ExtAudioFile, MemoryThatRunsOutInMidStreamLosesNoFrame)
+{
+    writeMusic(path, kAudioFileAIFCType, linear(11, 32, 1), music(140000, 1));
+    const ExtAudioFileRef file = openExtended(path);
+    setClient(file, floats(1, 48000));
+    const auto whole = readFloats(file, 1, 200000);
+    setClient(file, floats(1, 48000));
+    EXPECT_EQ(ExtAudioFileSeek(file, 134000), noErr);
+    auto read = readFloats(file, 1, 100);
+    std::vector<float> part(4000);
+    const AudioBufferList list = listOf(part, 1);
+    UInt32 count = 4000;
+    ShortMemory memory(1, ShortMemory::Lasts::once);
+    const OSStatus status = memory.during([&] {
+        AudioBufferList target = list;
+        return ExtAudioFileRead(file, &count, &target);
+    });
+    EXPECT_EQ(status, memory.hasFailed() ? memFullErr : noErr);
+    EXPECT_EQ(count < 4000, memory.hasFailed());
+    EXPECT_GT(count, 0U);
+    EXPECT_EQ(positionOf(file), (145851 + 100 + SInt64{count}) * 44100 / 48000);
+    read.insert(read.end(), part.begin(), part.begin() + count);
+    const auto rest = readFloats(file, 1, 20000);
+    read.insert(read.end(), rest.begin(), rest.end());
+    EXPECT_EQ(read, std::vector<float>(whole.begin() + 145851, whole.end()));
+    EXPECT_EQ(ExtAudioFileDispose(file), noErr);
+}
+
 } // namespace

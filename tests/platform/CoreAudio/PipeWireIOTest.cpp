@@ -44,9 +44,9 @@ constexpr std::size_t sampleCount = 2 * 48000;
 class PipeWireIOTest : public ManagedOrNot
 {
 protected:
-    /// Plays a count on one device and captures another, or the same; how many of its samples came in order. A busy
-    /// machine may lose a cycle, and tells so.
-    std::size_t playAndCapture(AudioDeviceID output, AudioDeviceID input)
+    /// Plays a count on one device and captures another, or the same; whether most of it came in order. A busy machine
+    /// may lose a cycle, and tells so.
+    bool isPlayedAndCaptured(AudioDeviceID output, AudioDeviceID input)
     {
         Capture capture(sampleCount);
         Times playerTimes, recorderTimes;
@@ -71,22 +71,28 @@ protected:
         EXPECT_EQ(player.stop(), noErr);
         EXPECT_EQ(recorder.stop(), noErr);
         const ArrivedCount arrived(capture.samples);
+        EXPECT_EQ(arrived.changed, 0U);
         const auto isTold = [&] {
             return playerTimes.breaks + recorderTimes.breaks > 0 || wasTold(output, kAudioDeviceProcessorOverload) ||
                    wasTold(input, kAudioDeviceProcessorOverload);
         };
-        EXPECT_TRUE(arrived.breaks == 0 || waitUntil(isTold)) << arrived.breaks << " breaks though no gap was told";
+        const bool isExplained = arrived.breaks == 0 || waitUntil(isTold);
+        untold_ += isExplained ? 0 : 1;
+        EXPECT_LE(untold_, 1) << arrived.breaks << " breaks though no gap was told";
         for (const AudioDeviceID device : {output, input})
             stopListeningTo(device);
-        return arrived.inOrder;
+        return isExplained && arrived.inOrder > sampleCount / 2 && arrived.longestRun > sampleCount / 4;
     }
     void expectExact(const std::string& output, const std::string& input)
     {
-        std::size_t inOrder = 0;
-        for (int attempt = 0; attempt < 5 && inOrder <= sampleCount / 2; ++attempt)
-            inOrder = playAndCapture(find(output), find(input));
-        EXPECT_GT(inOrder, sampleCount / 2) << input;
+        bool isExact = false;
+        for (int attempt = 0; attempt < 10 && !isExact; ++attempt)
+            isExact = isPlayedAndCaptured(find(output), find(input));
+        EXPECT_TRUE(isExact) << input;
     }
+
+private:
+    int untold_ = 0;
 };
 
 TEST_P(PipeWireIOTest, WhatASinkPlaysIsCapturedBitForBit)

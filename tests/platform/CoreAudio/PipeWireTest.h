@@ -21,6 +21,7 @@
 #include <set>
 #include <span>
 #include <string>
+#include <utility>
 #include <vector>
 
 inline std::span<Float32> samplesOf(const AudioBufferList& list)
@@ -39,22 +40,30 @@ inline Float32 counted(UInt64 n)
 /// What became of a count on its way. After a break it is found again by its numbers.
 struct ArrivedCount {
     std::size_t inOrder = 0; ///< samples that are the next one of the count
-    int breaks = 0;          ///< runs of samples that are not: skipped, repeated, silent, changed
+    std::size_t longestRun = 0;
+    std::size_t breaks = 0;  ///< places where the next one does not follow: skipped, repeated, silent
+    std::size_t changed = 0; ///< samples that are neither silence nor one of the count
 
     explicit ArrivedCount(std::span<const Float32> samples)
     {
         UInt64 next = 1;
-        bool isBroken = false;
+        std::size_t run = 0;
         for (const Float32 sample : samples) {
-            if (next == 1 && !isBroken && sample == 0) // before the first
+            if (inOrder + breaks == 0 && sample == 0) // before the first
                 continue;
+            if (sample == counted(next)) {
+                ++inOrder, ++next;
+                longestRun = std::max(longestRun, ++run);
+                continue;
+            }
+            breaks += std::exchange(run, 0) > 0 || inOrder + breaks == 0 ? 1 : 0;
             const Float64 number = sample * 16777216.0;
-            const bool isNext = sample == counted(next);
-            breaks += isNext || isBroken ? 0 : 1;
-            inOrder += isNext ? 1 : 0;
-            isBroken = !isNext && (number < 1 || number != std::floor(number));
-            if (!isBroken)
+            const bool isCounted = number >= 1 && number == std::floor(number);
+            changed += isCounted || sample == 0 ? 0 : 1;
+            if (isCounted) {
                 next = static_cast<UInt64>(number) + 1;
+                run = 1;
+            }
         }
     }
 };

@@ -66,6 +66,7 @@ protected:
         const auto samples = qmx::test::recordedSamples(path_);
         EXPECT_EQ(samples.size(), std::size_t{2} * recorder->lengthInFrames());
         const ArrivedCount arrived(samples);
+        EXPECT_EQ(arrived.changed, 0U);
         const auto isTold = [this] {
             return !recorder->lostFramePositions().empty() || wasTold(sink_->deviceID(), kAudioDeviceProcessorOverload);
         };

@@ -60,6 +60,7 @@ TEST_F(LastingThread, DevicesWithoutThreadsGiveAStatusAndWorkWhenThereAreSome)
         hardware.setTime(qmx::VirtualTime::fast);
         EXPECT_EQ(hardware.time(), qmx::VirtualTime::fast);
         EXPECT_EQ(AudioOutputUnitStop(unit), noErr);
+        EXPECT_THAT(heard.take(), testing::ElementsAre("goin 0 out")); // nobody is told after the end
         qmx::waitUntilRetired();
     });
 }
