@@ -27,7 +27,7 @@ private:
     ChannelRoutes routes() const;
 
     UInt32 quality_ = VariableRateConverter::defaultQuality; ///< 0 to 127
-    std::vector<SInt32> channelMap_; ///< not used while it does not fit the numbers of channels
+    std::vector<SInt32> channelMap_;                         ///< not used unless it fits the channels of both sides
 };
 
 } // namespace qmx
