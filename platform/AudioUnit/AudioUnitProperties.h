@@ -135,9 +135,9 @@ inline constexpr OSStatus kAudioUnitErr_InvalidOfflineRender = -10848;
 inline constexpr OSStatus kAudioUnitErr_Unauthorized = -10847;
 
 /// Renders a unit's input: writes `frames` frames for bus `bus` to the buffers of `data`, or points the buffers
-/// elsewhere. The buffers arrive silent, with the sizes of `frames` frames. A callback that leaves a smaller size in a
-/// buffer has the rest of it taken as silence; with a result other than 0, all of it. Called on the render thread. As a
-/// render notification (AudioUnitAddRenderNotify) it receives the unit's output, and its result is not used.
+/// elsewhere. The buffers arrive silent, with the sizes of `frames` frames. If it leaves a smaller size in a buffer,
+/// the rest of that buffer is silence; if the result is not 0, all of it is. Called on the render thread. As a render
+/// notification (AudioUnitAddRenderNotify) it is called with the buffers of the output, and its result is not used.
 using AURenderCallback = OSStatus (*)(void* refCon, AudioUnitRenderActionFlags* flags, const AudioTimeStamp* time,
                                       UInt32 bus, UInt32 frames, AudioBufferList* data);
 

@@ -13,7 +13,7 @@
 //                                             existed
 //   kAudioDeviceUnsupportedFormatError        the object lacks the format or rate
 //   kAudioHardwareNotRunningError             a device that does not run has no time
-//   kAudio_ParamError                         a pointer is null that must not be
+//   kAudio_ParamError                         a pointer that must not be null is null
 //
 // Threads: every call from any thread. On an I/O or render thread only AudioDeviceStop of the device that is calling,
 // AudioGetCurrentHostTime and qmx::waitForIOCycle are free of locks.
@@ -229,8 +229,8 @@ using AudioStreamPropertyListenerProc = OSStatus (*)(AudioStreamID inStream, UIn
 [[nodiscard]] QMX_EXPORT OSStatus AudioHardwareAddPropertyListener(AudioHardwarePropertyID inPropertyID,
                                                                    AudioHardwarePropertyListenerProc inProc,
                                                                    void* inClientData);
-/// After this returns, the listener is no longer called for that registration: it waits for a call in progress, except
-/// inside a listener or a callback.
+/// Ends a registration. Waits for a call of the listener in progress, except inside a listener or a callback. After
+/// this returns, the listener is not called for that registration any more.
 [[nodiscard]] QMX_EXPORT OSStatus AudioHardwareRemovePropertyListener(AudioHardwarePropertyID inPropertyID,
                                                                       AudioHardwarePropertyListenerProc inProc,
                                                                       void* inClientData);
@@ -277,8 +277,8 @@ using AudioStreamPropertyListenerProc = OSStatus (*)(AudioStreamID inStream, UIn
 /// Registers a procedure; AudioDeviceStart starts it.
 [[nodiscard]] QMX_EXPORT OSStatus AudioDeviceAddIOProc(AudioDeviceID inDevice, AudioDeviceIOProc inProc,
                                                        void* inClientData);
-/// Stops a procedure and unregisters it. After this returns, the procedure is no longer called: it waits for the cycle
-/// in flight, except inside an I/O or render callback. Also for a device that is gone.
+/// Stops a procedure and unregisters it. Waits for the cycle in flight, except inside an I/O or render callback. After
+/// this returns, the procedure is not called any more. Also for a device that is gone.
 [[nodiscard]] QMX_EXPORT OSStatus AudioDeviceRemoveIOProc(AudioDeviceID inDevice, AudioDeviceIOProc inProc,
                                                           void* inClientData);
 /// Calls a registered procedure from the next cycle on, and starts the device for the first one. 0 if it runs already.
@@ -324,8 +324,8 @@ using AudioStreamPropertyListenerProc = OSStatus (*)(AudioStreamID inStream, UIn
 
 // --- Host time
 
-/// The host's clock in the unit of AudioTimeStamp::mHostTime, nanoseconds: monotonic time or, with virtual hardware in
-/// fast or manual time, simulated time.
+/// The host's clock in the unit of AudioTimeStamp::mHostTime, nanoseconds: monotonic time or, with virtual hardware,
+/// its timeline.
 QMX_EXPORT UInt64 AudioGetCurrentHostTime();
 
 namespace qmx

@@ -59,7 +59,7 @@ public:
 
     virtual bool containsValueForKey(std::string_view key) const = 0;
     /// The object under `key`. The same archived object is always the same object here; an object of an unregistered
-    /// class is an OpaqueObject with the contents that were read.
+    /// class only keeps what was read, so that it can be archived again.
     virtual std::shared_ptr<Object> decodeObjectForKey(std::string_view key) = 0;
     /// The next object of the sequence.
     virtual std::shared_ptr<Object> decodeObject() = 0;

@@ -91,7 +91,7 @@ TEST_F(DeviceOutput, GivesEachStreamItsChannelsBitForBit)
     qmx::test::set(output, kAudioUnitProperty_MaximumFramesPerSlice, kAudioUnitScope_Global,
                    UInt32{200}); // cycles are split
     setInput(upstream, counter.callback());
-    HardwareTest::set(device, 0, false, kAudioDevicePropertyNominalSampleRate, 48000.0); // not for a connection
+    HardwareTest::set(device, 0, false, kAudioDevicePropertyNominalSampleRate, 48000.0); // ignored by a connection
     counter.times.reserve(9);
     EXPECT_EQ(noErr, AUGraphInitialize(graph));
     EXPECT_EQ(noErr, AUGraphStart(graph));
