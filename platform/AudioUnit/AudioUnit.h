@@ -48,7 +48,8 @@ QMX_EXPORT OSStatus AudioUnitGetPropertyInfo(AudioUnit unit, AudioUnitPropertyID
 /// it becomes the value's size. kAudioUnitErr_InvalidPropertyValue if the room is too small.
 QMX_EXPORT OSStatus AudioUnitGetProperty(AudioUnit unit, AudioUnitPropertyID property, AudioUnitScope scope,
                                          AudioUnitElement element, void* value, UInt32* size);
-/// Sets a property; kAudioUnitErr_InvalidPropertyValue for a wrong size or value. On failure the old value stays.
+/// Sets a property; kAudioUnitErr_InvalidPropertyValue for a wrong size or value. On failure the old value stays; only
+/// a running output unit that cannot start on a newly named device keeps that device and stops.
 QMX_EXPORT OSStatus AudioUnitSetProperty(AudioUnit unit, AudioUnitPropertyID property, AudioUnitScope scope,
                                          AudioUnitElement element, const void* value, UInt32 size);
 
