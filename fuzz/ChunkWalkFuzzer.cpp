@@ -32,7 +32,7 @@ void readAndStore()
     writer->addTrackInfo(QMXAudioTrackInfo::init());
     (void)writer->write(); // Damaged files may refuse a store; only their sound must stay.
     const auto older = QMXAudioFileTrackInfoReaderWriter::initWithAudioFilePath(path);
-    older->readTrackInfosFromFile();
+    (void)older->readTrackInfosFromFile();
     older->addTrackInfo(QMXAudioTrackInfo::init());
     (void)older->writeTrackInfosToFile();
 }
