@@ -170,7 +170,7 @@ void OutputUnit::deviceChanged()
         tell(running);
 }
 
-/// Whether it runs, on the device that it should run on and with that device's rate and channels of now.
+/// Whether it runs on the device that it should run on, and with that device's current rate and channels.
 bool OutputUnit::isOnCurrentDevice()
 {
     const std::scoped_lock lock(starting_); // a start in progress may have looked before the change

@@ -89,7 +89,7 @@ public:
     // --- For the backend
     AudioDeviceID makeID() override { return nextID_.fetch_add(1); }
     /// A change that removes and adds devices is announced as two. The added devices are in the tables at once, but in
-    /// 'dev#' only after all listeners were called for the removed ones, so that nobody sees both at once.
+    /// 'dev#' only after all listeners were called for the removed ones, so that no listener sees both.
     void devicesChanged(std::span<const AudioDeviceID> removed,
                         std::span<const std::pair<AudioDeviceID, NewDevice>> added,
                         const DefaultDevices& defaults) override;

@@ -54,7 +54,7 @@ public:
     bool isSettled() const { return doneSequence_ == wantedSequence_; }
     const ServerState& state() const { return state_; }
     ServerObjects* objects() { return objects_.get(); }
-    /// Makes `changed` called when the server has answered all requests up to now.
+    /// Calls `changed` later, when the server has answered all requests up to now.
     void settle();
 
     /// Wakes the threads in waitUntil.
