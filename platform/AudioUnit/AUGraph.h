@@ -29,7 +29,7 @@ QMX_EXPORT OSStatus DisposeAUGraph(AUGraph graph);
 /// kAUGraphErr_OutputNodeErr for a second output unit. The class data are not used.
 QMX_EXPORT OSStatus AUGraphNewNode(AUGraph graph, const ComponentDescription* description, UInt32 classDataSize,
                                    const void* classData, AUNode* node);
-/// Removes a node, its connections and its unit.
+/// Removes a node, its connections and its unit. kAUGraphErr_NodeNotFound if the graph lacks it.
 QMX_EXPORT OSStatus AUGraphRemoveNode(AUGraph graph, AUNode node);
 QMX_EXPORT OSStatus AUGraphGetNodeCount(AUGraph graph, UInt32* count);
 /// The node at `index`, from 0 in the order they were added.
@@ -44,7 +44,9 @@ QMX_EXPORT OSStatus AUGraphGetNodeInfo(AUGraph graph, AUNode node, ComponentDesc
 /// the units. While the graph is closed only the nodes are checked, and AUGraphOpen returns the rest.
 QMX_EXPORT OSStatus AUGraphConnectNodeInput(AUGraph graph, AUNode sourceNode, UInt32 sourceOutput,
                                             AUNode destinationNode, UInt32 destinationInput);
+/// Removes the connection of an input; kAUGraphErr_InvalidConnection if there is none.
 QMX_EXPORT OSStatus AUGraphDisconnectNodeInput(AUGraph graph, AUNode destinationNode, UInt32 destinationInput);
+/// Removes all connections.
 QMX_EXPORT OSStatus AUGraphClearConnections(AUGraph graph);
 QMX_EXPORT OSStatus AUGraphGetNumberOfConnections(AUGraph graph, UInt32* count);
 QMX_EXPORT OSStatus AUGraphGetConnectionInfo(AUGraph graph, UInt32 index, AUNode* sourceNode, UInt32* sourceOutput,

@@ -222,6 +222,7 @@ using AudioStreamPropertyListenerProc = OSStatus (*)(AudioStreamID inStream, UIn
 /// Reads a value into a block of `*ioPropertyDataSize` bytes and sets that to the number of bytes used.
 [[nodiscard]] QMX_EXPORT OSStatus AudioHardwareGetProperty(AudioHardwarePropertyID inPropertyID,
                                                            UInt32* ioPropertyDataSize, void* outPropertyData);
+/// Sets a value at once.
 [[nodiscard]] QMX_EXPORT OSStatus AudioHardwareSetProperty(AudioHardwarePropertyID inPropertyID,
                                                            UInt32 inPropertyDataSize, const void* inPropertyData);
 /// Registers for changes of a property, or of all (kAudioPropertyWildcardPropertyID). If the list of devices has
@@ -312,6 +313,7 @@ using AudioStreamPropertyListenerProc = OSStatus (*)(AudioStreamID inStream, UIn
 [[nodiscard]] QMX_EXPORT OSStatus AudioStreamSetProperty(AudioStreamID inStream, const AudioTimeStamp* inWhen,
                                                          UInt32 inChannel, AudioStreamPropertyID inPropertyID,
                                                          UInt32 inPropertyDataSize, const void* inPropertyData);
+/// Registers for changes of a property of a stream, or of all (kAudioPropertyWildcardPropertyID).
 [[nodiscard]] QMX_EXPORT OSStatus AudioStreamAddPropertyListener(AudioStreamID inStream, UInt32 inChannel,
                                                                  AudioStreamPropertyID inPropertyID,
                                                                  AudioStreamPropertyListenerProc inProc,
