@@ -12,13 +12,13 @@ class QMXAudioDevice;
 class QMXAudioStream;
 class QMXAudioStreamBasicDescription;
 
-/// Reports for people, of many lines, about devices. Any thread but the real-time ones.
+/// Human-readable reports about devices, of many lines each. Any thread but the real-time ones.
 class QMX_EXPORT QMXAudioDeviceInfoOutput : public qmx::Object
 {
 public:
-    /// What belongs to the device as a whole.
+    /// The properties of the device as a whole.
     static std::string printGlobalDeviceInfo(QMXAudioDevice& device);
-    /// Its inputs or outputs.
+    /// The properties of its inputs or outputs.
     static std::string printDirectionalDeviceInfo_isInput(QMXAudioDevice& device, bool isInput);
     /// One stream with all formats it can be set to.
     static std::string printStreamInfo(const QMXAudioStream& stream);

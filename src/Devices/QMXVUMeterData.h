@@ -8,8 +8,8 @@
 #include <memory>
 #include <string>
 
-/// Levels of up to 8 channels, linear (full scale 1.0). A meter writes its levels into one object again and again,
-/// while others read it: who needs values that stay copies them. The factories alone make such objects.
+/// Levels of up to 8 channels, linear (full scale 1.0). A meter keeps writing its levels into one object while others
+/// read it: copy the values to keep them. Objects come from the factories only.
 class QMX_EXPORT QMXVUMeterData : public qmx::Object
 {
 public:
@@ -29,7 +29,7 @@ public:
     virtual void setData_length(const Float32* levels, unsigned long count) = 0;
     /// The level of a channel, counted from 1; 0.0 where there is none. Any thread.
     virtual Float32 floatValueForChannel(unsigned long channel) const = 0;
-    /// A factor for whoever draws the levels; not applied to them.
+    /// A factor for drawing the levels; not applied to them.
     virtual Float32 scaler() const = 0;
     /// The notification that announces such levels.
     std::string name() const;
