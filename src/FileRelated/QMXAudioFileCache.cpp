@@ -60,7 +60,7 @@ void QMXAudioFileImpl::startThread(CacheThread& cacheThread, std::atomic<bool>& 
             isRunning = false;
         });
     });
-    if (!cacheThread.thread.isJoinable()) { // reads and writes then go the direct way
+    if (!cacheThread.thread.isJoinable()) { // reads and writes then bypass the cache
         cacheThread.worker.reset();
         isRunning = false;
     }
@@ -75,7 +75,7 @@ void QMXAudioFileImpl::endThreads()
         cacheThread->thread.join();
         cacheThread->worker.reset();
     }
-    writeThreadIsRunning = readThreadIsRunning = false; // where fork() took the threads they could not tell
+    writeThreadIsRunning = readThreadIsRunning = false; // in a forked child the threads are gone and did not clear them
 }
 
 void QMXAudioFileImpl::setUseCache(bool uses)
@@ -198,7 +198,7 @@ void QMXAudioFileImpl::drainWrites()
 
 void QMXAudioFileImpl::saveBufferRunLoop()
 {
-    (void)qmx::Thread::setThreadPriority(qmx::Thread::threadPriority() - writePriorityLowering); // or as it was
+    (void)qmx::Thread::setThreadPriority(qmx::Thread::threadPriority() - writePriorityLowering); // or unchanged
     while (!threadShouldExit) {
         {
             const qmx::Worker::Wait wait(*writeThread_.worker);
@@ -318,7 +318,7 @@ void QMXAudioFileImpl::emptySpan()
 
 void QMXAudioFileImpl::fillBufferRunLoop()
 {
-    (void)qmx::Thread::setThreadPriority(qmx::Thread::threadPriority() + readPriorityRaising); // or as it was
+    (void)qmx::Thread::setThreadPriority(qmx::Thread::threadPriority() + readPriorityRaising); // or unchanged
     while (!threadShouldExit) {
         {
             const qmx::Worker::Wait wait(*readThread_.worker);
