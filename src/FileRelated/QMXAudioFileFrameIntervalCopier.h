@@ -19,8 +19,8 @@ public:
     /// Copies frames `fromFrame`, `fromFrame` + `interval`, ... below `toFrame` (cut to the file's length) as
     /// big-endian 32-bit floats into `buffer`, and returns the number of frames of the file that were stepped over.
     /// With a null buffer nothing is read, and the result is the count of frames that a call with one copies: it takes
-    /// count x channels x 4 bytes. 0 for an empty stretch, an interval of 0, and a file without bytes per frame. Files with
-    /// more than 4 GiB of audio are out of range.
+    /// count x channels x 4 bytes. 0 for an empty stretch, an interval of 0, and a file without bytes per frame. Files
+    /// with more than 4 GiB of audio are out of range.
     ///
     /// A failed read or conversion ends the copy but does not show in the result: the rest is silence, and lastStatus()
     /// reports the failure.

@@ -54,8 +54,7 @@ public:
     virtual std::string lastError() const = 0;
 
     /// The usual sample format of a file type: 16-bit integers, big-endian except in WAVE; floats in AIFF-C. All zero
-    /// for
-    /// types without uncompressed audio.
+    /// for types without uncompressed audio.
     static AudioStreamBasicDescription suitableStreamFormatForFileType(AudioFileTypeID fileType);
     /// Reverses the bytes of each whole word of `wordLength` bytes in `length` bytes.
     static void swapBytes_wordLength_length(void* buffer, UInt32 wordLength, UInt64 length);

@@ -39,7 +39,7 @@ struct ChunkStyle {
 
 using ApplicationChunk = QMXApplicationChunkDescriptor;
 
-/// Calls `take` with each chunk of ours in file order, marked valid and compatible or not, until it answers false.
+/// Calls `take` with each chunk of ours in file order, marked valid and compatible or not, until it returns false.
 void findApplicationChunks(FileHandle& file, UInt32 signature, ByteOrder order,
                            const std::function<bool(const ApplicationChunk&)>& take);
 
@@ -53,10 +53,10 @@ std::optional<std::shared_ptr<QMXTrackAndProcessingInfo>> recordFrom(std::span<c
 /// The record as an archive; empty when there is none to be had.
 std::vector<UInt8> archiveOf(const std::shared_ptr<QMXTrackAndProcessingInfo>& record);
 
-/// Writes the archive over `target`, or behind the end of the file without a target. The chunk it takes the place of
-/// keeps its extent where that is large enough; a last chunk may grow; the audio and all other chunks stay as they are.
-/// The form's size follows the file's length. A disk without room for a journal still takes a record in its place,
-/// which a kill then may cut off. After an error the file is as it was.
+/// Writes the archive over `target`, or at the end of the file without a target. A replaced chunk keeps its extent if
+/// that is large enough; a last chunk may grow; the audio and all other chunks stay as they are. The form's size
+/// follows the file's length. Without disk space for a journal a record is still overwritten in place, and a kill may
+/// then cut it off. After an error the file is as it was.
 Refusal storeArchive(FileHandle& file, std::span<const UInt8> archive, const std::optional<ApplicationChunk>& target,
                      const ChunkStyle& style);
 

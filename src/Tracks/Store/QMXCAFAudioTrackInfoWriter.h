@@ -13,7 +13,7 @@ class QMX_EXPORT QMXCAFAudioTrackInfoWriter : public QMXAudioTrackInfoWriter
 public:
     static std::shared_ptr<QMXCAFAudioTrackInfoWriter> initWithAudioFilePath(std::string path);
 
-    /// Stores nothing, which lastStatus() tells; always 0.
+    /// Stores nothing, which lastStatus() reports; always 0.
     SInt32 write() override;
 
 private:

@@ -76,7 +76,7 @@ std::optional<StoredRecord> readRecord(const std::string& path, LastFailure& fai
                                        const std::function<FoundArchive(FileHandle&)>& find)
 {
     std::optional<StoredRecord> record;
-    (void)attempt(failure, path, "could not be read", [&]() -> Refusal { // the record tells
+    (void)attempt(failure, path, "could not be read", [&]() -> Refusal { // the result reports a failure
         FoundArchive found;
         bool isCompletable = false;
         Refusal refusal = readLocked(path, isCompletable, [&](FileHandle& file) { found = find(file); });
