@@ -173,7 +173,7 @@ inline constexpr OSStatus kAudioFileFileNotFoundError = -43;
                                                       UInt32* byteCount, const void* buffer);
 
 /// Reads `*packetCount` packets from packet `start` on; `*byteCount` and `*packetCount` become what was read: fewer
-/// with status 0 at the end, none with -39 past it; a failure is returned together with the packets before it.
+/// with status 0 at the end, none with eofErr past it; a failure is returned together with the packets before it.
 /// `descriptions` (room for `*packetCount`) may be null for formats of constant packet size. The buffer must hold
 /// `*packetCount` packets of the file's maximum packet size.
 [[nodiscard]] QMX_EXPORT OSStatus AudioFileReadPackets(AudioFileID file, Boolean useCache, UInt32* byteCount,

@@ -46,7 +46,7 @@ struct PcmLayout {
     bool operator==(const PcmLayout&) const = default;
 
     /// The layout of linear PCM, mu-law or A-law; none for other codings and for records that contradict themselves. A
-    /// packed format is taken by its channels and bits, whatever its byte counts say.
+    /// packed format is read by its channels and bits, whatever its byte counts say.
     static std::optional<PcmLayout> of(const AudioStreamBasicDescription& description);
 };
 

@@ -28,7 +28,7 @@ constexpr std::size_t extendedCommonBytes = 22; // of AIFF-C, without the name
 constexpr std::size_t framesFieldOffset = 2;    // in the common chunk
 constexpr std::size_t soundHeaderBytes = 8;     // offset and block size
 
-// A compression type and the samples it stands for. Bits of 0: those that the common chunk says.
+// A compression type and its samples. 0 bits: as many as the common chunk says.
 struct Compression {
     FourCharCode type;
     SampleLayout layout;
@@ -140,7 +140,7 @@ protected:
         return noErr;
     }
 
-    // The frame count of the common chunk rules: some writers leave slack behind the samples.
+    // The frame count of the common chunk decides: some writers leave slack after the samples.
     OSStatus finishLoading() override
     {
         if (common_ == 0 || (!hasAudioChunk() && frames_ > 0))
