@@ -14,7 +14,7 @@
 
 struct OpaqueAudioConverter {
     std::unique_ptr<qmx::Converter> plain;            // one of the two
-    std::unique_ptr<qmx::CodedConverter> coded;       // where a side is compressed
+    std::unique_ptr<qmx::CodedConverter> coded;       // if a side is compressed
     std::vector<std::byte> inputLayout, outputLayout; // as the caller set them
 
     /// The conversion of linear samples, which both kinds have.

@@ -129,8 +129,8 @@ using AudioConverterComplexInputDataProc = OSStatus (*)(AudioConverterRef conver
                                                         void* userData);
 
 /// Pulls source data through `inputProc` until `*packetCount` output packets are made, the list's buffers are full, or
-/// the input ends; `*packetCount` and the buffers' byte sizes become what was made. Compressed packets are put into the
-/// first buffer one after the other, and described by `packetDescriptions` (room for `*packetCount`; null for linear
+/// the input ends; `*packetCount` and the buffers' byte sizes become what was made. Compressed packets go into the
+/// first buffer, one after the other, and described by `packetDescriptions` (room for `*packetCount`; null for linear
 /// PCM). A status of `inputProc` is returned together with what was made before it.
 [[nodiscard]] QMX_EXPORT OSStatus AudioConverterFillComplexBuffer(AudioConverterRef converter,
                                                                   AudioConverterComplexInputDataProc inputProc,

@@ -40,7 +40,7 @@ bool forbidsWriting(SystemError error)
     return error == EACCES || error == EPERM || error == EROFS || error == ETXTBSY;
 }
 
-// fsCurPerm: for writing where that is allowed, else for reading.
+// fsCurPerm: for writing if that is allowed, else for reading.
 SystemError openFile(const std::string& path, SInt8 permissions, std::unique_ptr<File>& file, bool& forWriting)
 {
     forWriting = permissions != fsRdPerm;

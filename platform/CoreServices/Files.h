@@ -19,7 +19,7 @@ struct FSSpec {
     std::string name;
 };
 
-/// A name as the catalogue gives it, UTF-8.
+/// A name from the catalogue, UTF-8.
 struct HFSUniStr255 {
     std::string name;
 };

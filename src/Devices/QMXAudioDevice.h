@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Audio devices: which there are, what they can do and are set to, and the sound that goes in and out of them.
 //
-// Where nothing else is said, operations may be called from any thread but the real-time ones. Notifications
+// Unless noted, operations may be called from any thread but the real-time ones. Notifications
 // (Devices/QMXAudioDeviceNotifications.h) come on the main thread.
 #pragma once
 

@@ -28,7 +28,7 @@ public:
     static std::string printStreamFormatFlagNames(AudioFormatFlags formatFlags);
     /// A layout with its descriptions; empty for null.
     static std::string printChannelLayoutInfo(const AudioChannelLayout* layout);
-    /// The name of the constant, the first where several share a value; "Unknown Channel Layout" for any other value.
+    /// The name of the constant, the first if several share a value; "Unknown Channel Layout" for any other value.
     static std::string channelLayoutTagName(AudioChannelLayoutTag tag);
     /// The name of the constant; "Unknown Audio Channel Label" for any other value.
     static std::string channelLabelName(AudioChannelLabel label);

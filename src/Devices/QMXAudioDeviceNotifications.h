@@ -12,7 +12,7 @@ QMX_EXPORT extern const char* const QMXAudioHardwareDefaultOutputDeviceDidChange
 /// Any other change of the hardware, the default system output device included.
 QMX_EXPORT extern const char* const QMXAudioHardwarePropertyDidChangeNotification;
 
-/// Changes of a device. Where no direction is named, a change that both directions share may be posted for each.
+/// Changes of a device. If no direction is named, a change that both directions share may be posted for each.
 QMX_EXPORT extern const char* const QMXAudioDeviceStreamConfigurationDidChangeNotification;
 QMX_EXPORT extern const char* const QMXAudioDeviceAvailableNominalSampleRatesDidChangeNotification;
 QMX_EXPORT extern const char* const QMXAudioDeviceActualSampleRateDidChangeNotification;

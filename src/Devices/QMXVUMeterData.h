@@ -27,7 +27,7 @@ public:
     virtual Float32* data() = 0;
     /// Takes the first 8 of `count` levels; the others stay as they are. Not while a meter writes.
     virtual void setData_length(const Float32* levels, unsigned long count) = 0;
-    /// The level of a channel, counted from 1; 0.0 where there is none. Any thread.
+    /// The level of a channel, counted from 1; 0.0 if there is no such channel. Any thread.
     virtual Float32 floatValueForChannel(unsigned long channel) const = 0;
     /// A factor for drawing the levels; not applied to them.
     virtual Float32 scaler() const = 0;

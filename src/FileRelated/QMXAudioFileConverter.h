@@ -21,7 +21,7 @@ public:
 
     /// Copies the file to a new one (an existing file is left as it is) in the data format `format`. Linear PCM goes
     /// into WAVE as little-endian samples, whatever the format says. A lossless coding whose flags do not say how many
-    /// bits to keep (0) keeps those of the source: 16 where they hold every sample, else 24.
+    /// bits to keep (0) keeps those of the source: 16 if they hold every sample, else 24.
     ///
     /// `subscriber` (may be null) receives progress from 0 to 1 after each pass of 1024 frames; an exception that it
     /// throws ends the conversion. The result is the first failure of opening the source and making the destination,

@@ -29,7 +29,7 @@ public:
     static std::shared_ptr<QMXExtAudioFile>
     initForWriting_fileType_fileFormat(const std::string& path, AudioFileTypeID fileType,
                                        const AudioStreamBasicDescription* fileFormat);
-    /// For reading in a client format; null: in the file's own, where that is linear PCM.
+    /// For reading in a client format; null: in the file's own, if that is linear PCM.
     static std::shared_ptr<QMXExtAudioFile>
     initForReading_clientFormat(const std::string& path, const AudioStreamBasicDescription* clientFormat);
     /// For reading in the format that the default output unit takes: 44100 Hz, 32-bit float, stereo, not interleaved.
@@ -85,7 +85,7 @@ public:
     virtual AudioFileTypeID fileType() = 0;
     /// The file of the audio file service, which stays the platform's; null while none is open.
     virtual AudioFileID audioFileId() const = 0;
-    /// Bits per second of the encoder; 0 where there is none.
+    /// Bits per second of the encoder; 0 if there is none.
     virtual UInt32 bitRate() const = 0;
     /// Sets the encoder's bits per second, before anything is written, if the coding allows it; lastStatus() reports a
     /// rate that it refuses.

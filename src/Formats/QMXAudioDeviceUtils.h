@@ -22,7 +22,7 @@ public:
     static std::string errorMessage(OSStatus status);
     /// The same, followed by the property's name in parentheses.
     static std::string errorMessage_forProperty(OSStatus status, UInt32 propertyID);
-    /// A coding's name, "Unknown format" where it has none.
+    /// A coding's name, "Unknown format" if it has none.
     static std::string formatNameForID(AudioFormatID formatID);
     /// The name of the constant for a property of the hardware, of a device or of a stream. A code that a device and a
     /// stream share gives the device's name.

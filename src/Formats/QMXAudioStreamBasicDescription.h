@@ -64,7 +64,7 @@ public:
     bool isAlignedHigh() const { return hasFlag(kAudioFormatFlagIsAlignedHigh); }
     bool isNonInterleaved() const { return hasFlag(kAudioFormatFlagIsNonInterleaved); }
 
-    /// The coding's name for people, "Unknown format" where it has none.
+    /// The coding's name for people, "Unknown format" if it has none.
     std::string formatIDName() const;
 
     /// One line for menus and logs: "44100Hz, stereo, 16 bits".

@@ -186,7 +186,7 @@ void QMXAudioConverterImpl::setupInternalStreamFormat()
     UInt32 size = sizeof mAUInternalFormat;
     reported(AudioUnitGetProperty(unit, kAudioUnitProperty_StreamFormat, kAudioUnitScope_Input, 0, &mAUInternalFormat,
                                   &size));
-    Float64 deviceRate = 0; // intended: asked for and not used
+    Float64 deviceRate = 0; // intended: queried but not used
     size = sizeof deviceRate;
     reported(AudioUnitGetProperty(unit, kAudioDevicePropertyNominalSampleRate, kAudioUnitScope_Input, 0, &deviceRate,
                                   &size));

@@ -43,7 +43,7 @@ public:
 class QMX_EXPORT QMXAudioConverter : public qmx::Object
 {
 public:
-    /// Null where the platform cannot convert between the two. Keeps both format objects.
+    /// Null if the platform cannot convert between the two. Keeps both format objects.
     static std::shared_ptr<QMXAudioConverter>
     initWithSourceFormat_destinationFormat(std::shared_ptr<QMXAudioStreamBasicDescription> sourceFormat,
                                            std::shared_ptr<QMXAudioStreamBasicDescription> destinationFormat);

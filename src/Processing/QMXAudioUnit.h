@@ -27,6 +27,6 @@ private:
     QMXAudioUnit(AudioUnit audioUnit, bool isOwned) : mAudioUnit(audioUnit), mIsOwned(isOwned) {}
 
     AudioUnit mAudioUnit;
-    std::unique_ptr<AudioStreamBasicDescription> mAUInternalFormat; ///< null until asked for
+    std::unique_ptr<AudioStreamBasicDescription> mAUInternalFormat; ///< null until requested
     bool mIsOwned;
 };

@@ -133,7 +133,7 @@ bool QMXAudioRecorder::Implementation::begin(const std::shared_ptr<QMXAudioDevic
 
 void QMXAudioRecorder::Implementation::take(const std::shared_ptr<QMXAudioFile>& file)
 {
-    audioFilePath_ = audioFilePath(); // intended: asked before there is a file, so it stays empty
+    audioFilePath_ = audioFilePath(); // intended: read before there is a file, so it stays empty
     _audioFile = file;
     (void)file->close();                                       // what is still queued is its owner's concern
     file->changeAccessMode(QMXAudioFileAccessMode::readWrite); // intended: a closed file keeps its mode

@@ -138,7 +138,7 @@ public:
     virtual UInt64 droppedFrames() const = 0;
     /// Full buffers that were lost because saving was too slow. Any thread.
     virtual UInt32 overruns() const = 0;
-    /// Where something was lost, in order; the first 1024 places. Any thread.
+    /// Places where something was lost, in order; the first 1024. Any thread.
     virtual std::vector<QMXAudioRecordingLoss> lostFramePositions() const = 0;
 
     /// The file: the one that was given, or the one that record() created.

@@ -11,11 +11,11 @@ struct QMXAudioRecordingLoss {
         write,         ///< the part of a buffer that could not be written
         partialBuffer, ///< the rest that stop() did not write: the buffer that was being filled, what the rate
                        ///< conversion held
-        timeGap,       ///< the device's time jumped: cycles that never came; no frames where it jumped back
+        timeGap,       ///< the device's time jumped: cycles that never came; no frames if it jumped back
         rateChange     ///< no frames lost: the device's rate changed here, the file's did not
     };
     Reason reason = Reason::overrun;
-    UInt64 frame = 0;     ///< where, in frames accepted from the device
+    UInt64 frame = 0;     ///< position, in frames accepted from the device
     UInt64 frames = 0;    ///< how many, at the device's rate
-    UInt64 fileFrame = 0; ///< where, in frames of the file
+    UInt64 fileFrame = 0; ///< position, in frames of the file
 };

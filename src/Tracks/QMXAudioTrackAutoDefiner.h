@@ -32,7 +32,7 @@ class QMX_EXPORT QMXAudioTrackAutoDefiner
 {
 public:
     /// The tracks in order, without gaps, as inactive records with placeholder titles and bounds in frames. Null after
-    /// a cancelled run, and where memory runs out. A file that cannot be opened has no frames, and one that cannot be
+    /// a cancelled run, and when memory runs out. A file that cannot be opened has no frames, and one that cannot be
     /// read to its end is divided as far as it could be read: lastStatus() reports both.
     using Tracks = std::shared_ptr<std::vector<std::shared_ptr<QMXAudioTrackInfo>>>;
 
@@ -63,7 +63,7 @@ public:
     /// The status of the first failure in the last run: opening, reading or converting the file, or memory; noErr if
     /// nothing failed, also in a cancelled run. Any thread but the real-time ones.
     static OSStatus lastStatus();
-    /// The same as a sentence for people that names the file; empty where nothing failed.
+    /// The same as a sentence for people that names the file; empty if nothing failed.
     static std::string lastError();
 
     /// The receiver of the progress, kept until replaced; null for none. Not while a run is in progress on another
@@ -78,7 +78,7 @@ public:
     static void autoDefineProgress(float progress);
 
     /// Whether 16-bit files of other than two channels are converted to two before they are examined, so that their
-    /// bounds come out where the pauses are. Off by default: their samples are then taken as if they were stereo. Any
+    /// bounds lie where the pauses are. Off by default: their samples are then taken as if they were stereo. Any
     /// thread.
     static void setConvertsFilesOfOtherChannelCounts(bool converts) noexcept;
     static bool convertsFilesOfOtherChannelCounts() noexcept;

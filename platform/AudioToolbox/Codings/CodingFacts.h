@@ -48,8 +48,8 @@ std::optional<AudioStreamBasicDescription> formatFromFLAC(std::span<const UInt8>
 /// How many packets before one a decoder needs to decode it exactly.
 UInt32 rollDistanceOf(AudioFormatID coding);
 
-/// The bit rates that an encoder can be asked for, ascending; those of all rates and channel counts where these are 0.
-/// Empty for codings whose rate follows from the signal.
+/// The bit rates that an encoder supports, ascending; those of all rates and channel counts if these are 0. Empty for
+/// codings whose rate follows from the signal.
 std::vector<UInt32> encodeBitRates(AudioFormatID coding, Float64 sampleRate, UInt32 channels);
 /// The same as ranges of one rate each.
 std::vector<AudioValueRange> encodeBitRateRanges(AudioFormatID coding, Float64 sampleRate, UInt32 channels);

@@ -54,7 +54,7 @@ AudioStreamBasicDescription inputFormat(const AudioStreamBasicDescription& targe
     return format;
 }
 
-/// One channel of `count` frames from packed native samples; 24 bits are put into the upper ones of 32.
+/// One channel of `count` frames from packed native samples; 24 bits go to the upper ones of 32.
 void spread(const UInt8* from, UInt32 fromBytes, std::size_t fromStep, std::uint8_t* to, UInt32 toBytes,
             std::size_t toStep, std::size_t count)
 {

@@ -53,7 +53,7 @@ public:
     virtual OSStatus packetTableInfo(AudioFilePacketTableInfo& info) const;
     virtual OSStatus setPacketTableInfo(const AudioFilePacketTableInfo& info);
 
-    /// The first frame of a packet; empty where no frame can have such a number.
+    /// The first frame of a packet; empty if no frame can have such a number.
     virtual std::optional<UInt64> frameOfPacket(UInt64 packet) const;
     /// The packet that holds a frame, and which of its frames it is.
     virtual std::pair<UInt64, UInt32> packetOfFrame(UInt64 frame) const;

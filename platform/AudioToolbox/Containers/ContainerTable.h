@@ -21,7 +21,7 @@ struct PlacedFile {
 
 /// How a kind is recognised.
 struct FileSigns {
-    std::array<UInt8, recognitionBytes> head; ///< the first bytes, zeros where the file is shorter
+    std::array<UInt8, recognitionBytes> head; ///< the first bytes, zeros past the end of a shorter file
     std::string path;
     File& file;
     AudioFileTypeID hint = 0; ///< what the caller takes it for; 0: unknown

@@ -50,7 +50,7 @@ struct PcmLayout {
     static std::optional<PcmLayout> of(const AudioStreamBasicDescription& description);
 };
 
-/// `description` with the byte and frame counts that `layout` stands for.
+/// `description` with the byte and frame counts of `layout`.
 AudioStreamBasicDescription withByteCounts(AudioStreamBasicDescription description, const PcmLayout& layout);
 
 } // namespace qmx

@@ -22,7 +22,7 @@ public:
     /// Rates farther apart than this are not converted.
     static constexpr Float64 highestRatio = 256;
 
-    /// `quality` is 0 to 127; 96 and more give 145 dB and 97 percent of the bandwidth.
+    /// `quality` is 0 to 127; 96 and more reach 145 dB and 97 percent of the bandwidth.
     VariableRateConverter(UInt32 channels, UInt32 quality);
 
     /// False for more channels than can be converted, or when memory was short; then nothing else may be called.

@@ -31,7 +31,7 @@ public:
     // only for the adder
     /// Room for frames in one piece, at most `count` of them; `count` becomes what there is.
     AudioBufferList& ahead(UInt32& count);
-    /// `count` frames were put into that room.
+    /// Publishes `count` frames that were written into that room.
     void add(UInt32 count);
     /// Adds the first `count` frames of a list; there must be room for them.
     void copyIn(const AudioBufferList& frames, UInt32 count);

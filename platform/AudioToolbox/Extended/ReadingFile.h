@@ -72,7 +72,7 @@ private:
 
     std::unique_ptr<FrameSupply> supply_;
     bool mustBegin_ = true; // the converter starts again with the next frame
-    UInt64 period_ = 0;     // of the filter of a rate change, once it was asked for
+    UInt64 period_ = 0;     // of the filter of a rate change, once computed
     std::optional<UInt32> periodQuality_;
 
     // frames of the client from the file's start

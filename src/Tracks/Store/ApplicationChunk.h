@@ -27,7 +27,7 @@ constexpr UInt32 applicationBlockSize = 524'288;
 constexpr UInt32 applicationChunkVersion = 3;
 /// Bytes from the chunk's id to the archive.
 constexpr std::size_t applicationHeaderSize = 20;
-/// The longest archive that a chunk of the standard size holds, in bytes.
+/// The maximum bytes of an archive in a chunk of the standard size.
 constexpr std::size_t longestArchive = applicationBlockSize - 12;
 
 /// What a writer's chunks have in common.
@@ -48,7 +48,7 @@ bool isUsable(const ApplicationChunk& chunk);
 
 /// The chunk's archive.
 std::vector<UInt8> readArchive(FileHandle& file, const ApplicationChunk& chunk);
-/// The archive as a record, null for an archived nil; none where it holds no record.
+/// The archive as a record, null for an archived nil; none if it holds no record.
 std::optional<std::shared_ptr<QMXTrackAndProcessingInfo>> recordFrom(std::span<const UInt8> archive);
 /// The record as an archive; empty when there is none to be had.
 std::vector<UInt8> archiveOf(const std::shared_ptr<QMXTrackAndProcessingInfo>& record);

@@ -25,9 +25,9 @@ public:
                                                                                                 qmx::FileHandle& file,
                                                                                                 SInt64 start,
                                                                                                 SInt64 end);
-    /// Compares the size that the form gives with the length of the open file. 1: they agree. 4: no form at all. 0:
-    /// they differ, and nothing was done. 2: they differed and, as `shouldRepair` asks, the size was rewritten; when
-    /// that fails, or the file is too large for a form, 0.
+    /// Compares the form's size with the length of the open file. 1: they agree. 4: no form at all. 0: they differ, and
+    /// nothing was done. 2: they differed and, as `shouldRepair` asks, the size was rewritten; when that fails, or the
+    /// file is too large for a form, 0.
     [[nodiscard]] static SInt32 checkFileAtPath_shouldRepair(qmx::FileHandle& file, bool shouldRepair);
     /// Whether the file is a form of the right size.
     [[nodiscard]] static bool validateFileAtPath(const std::string& path);

@@ -61,7 +61,7 @@ public:
     /// The status of a failure in the last read or write; noErr if it succeeded. A file that simply holds no record is
     /// no failure.
     OSStatus lastStatus() const;
-    /// The same as a sentence for people that names the file; empty where nothing failed.
+    /// The same as a sentence for people that names the file; empty if nothing failed.
     std::string lastError() const;
 
     /// False only for a form whose size does not match the file's; a file that is no form passes, which is intended.

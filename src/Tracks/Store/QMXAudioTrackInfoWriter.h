@@ -38,7 +38,7 @@ public:
 
     /// The status of a failure in the last write(); noErr if the record is in the file.
     OSStatus lastStatus() const;
-    /// The same as a sentence for people that names the file; empty where the record was stored.
+    /// The same as a sentence for people that names the file; empty if the record was stored.
     std::string lastError() const;
 
 protected:

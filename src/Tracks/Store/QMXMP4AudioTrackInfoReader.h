@@ -8,7 +8,7 @@
 #include <memory>
 #include <string>
 
-/// Stands for MP4 files, in which no track information is kept.
+/// The reader for MP4 files, in which no track information is kept.
 class QMX_EXPORT QMXMP4AudioTrackInfoReader : public QMXAudioTrackInfoReader
 {
 public:

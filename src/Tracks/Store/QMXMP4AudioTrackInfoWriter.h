@@ -7,7 +7,7 @@
 #include <memory>
 #include <string>
 
-/// Stands for MP4 files, in which no track information is kept.
+/// The writer for MP4 files, in which no track information is kept.
 class QMX_EXPORT QMXMP4AudioTrackInfoWriter : public QMXAudioTrackInfoWriter
 {
 public:

@@ -9,7 +9,7 @@
 //   a journal or an appended chunk, whole the store is completed from it
 //   the start of either                   nothing was overwritten yet: it is ignored, and cut off before the next store
 //
-// Only the file's lock tells these from a store that is under way.
+// Only the file's lock distinguishes these from a store that is under way.
 //
 //     0  "APPL"             4  size of what follows
 //     8  "tRaJ"            12  position of the journal

@@ -23,7 +23,7 @@ StoreFailure wrongFormSize()
     return {kAudioFileInvalidFileError, "its form does not have the file's size"};
 }
 
-/// The file, where it can be opened.
+/// The file, if it can be opened.
 Refusal open(const std::string& path, FileAccess access, std::optional<FileHandle>& handle)
 {
     std::unique_ptr<File> file;

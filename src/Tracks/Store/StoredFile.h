@@ -51,7 +51,7 @@ inline constexpr const char* notStored = "could not be stored into";
 
 /// What a reader found of chunks of ours in a file.
 struct FoundArchive {
-    bool hasChunk = false;      ///< also where none of them is usable
+    bool hasChunk = false;      ///< even if none of them is usable
     std::vector<UInt8> bytes{}; ///< of the usable one
 };
 using StoredRecord = std::shared_ptr<QMXTrackAndProcessingInfo>;

@@ -37,7 +37,7 @@ struct Compression {
 
 constexpr FourCharCode notCompressed = fourCharCode("NONE");
 
-// A format is written as the first type that stands for it.
+// A format is written as the first type that represents it.
 constexpr Compression compressions[] = {
     {notCompressed, {Coding::signedInteger, ByteOrder::big, 0, 0}, "not compressed"},
     {fourCharCode("twos"), {Coding::signedInteger, ByteOrder::big, 0, 0}, ""},
@@ -77,7 +77,7 @@ std::optional<SampleLayout> layoutFor(FourCharCode type, UInt32 bits)
     return withBits(found->layout, bits);
 }
 
-// How a format is written; null where it is not.
+// How a format is written; null if it cannot be.
 const Compression* compressionFor(const AudioStreamBasicDescription& format, bool isAIFC)
 {
     auto layout = layoutOf(format);

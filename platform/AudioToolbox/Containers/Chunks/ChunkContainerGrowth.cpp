@@ -25,7 +25,7 @@ Bytes ChunkContainer::fillerHeader(UInt64 position, UInt64 end) const
     return ByteWriter(order_).code(filler_).integer(size, shape_.sizeBytes, order_).bytes();
 }
 
-// Writes audio. What belongs where the filler's header is gets held back.
+// Writes audio. Bytes that belong where the filler's header is are held back.
 Transfer ChunkContainer::store(UInt64 position, const UInt8* data, std::size_t size)
 {
     if (!hasChunksBehind() || position + size <= room_.begin)
@@ -172,7 +172,7 @@ OSStatus ChunkContainer::moveFillerOn(UInt64 chunkEnd)
     return noErr;
 }
 
-// The filler's header moves on by less than its own size, so the old and the new one cannot both stand. The audio chunk
+// The filler's header moves on by less than its own size, so the old and the new one cannot both exist. The audio chunk
 // first takes in more of the filler; the new header is then written inside it, and the chunk shrinks back onto it.
 OSStatus ChunkContainer::commitFewBytes(UInt64 chunkEnd)
 {

@@ -269,7 +269,7 @@ private:
     }
 
     // A writer that could not go back leaves 0 or the largest value, one that ignored the limit a value modulo 2^32;
-    // all mean the rest of the file, unless a chunk stands where the data would end.
+    // all mean the rest of the file, unless a chunk starts where the data would end.
     UInt64 sizeOfData(Chunk chunk)
     {
         const UInt64 rest = fileLength() - chunk.dataStart();
