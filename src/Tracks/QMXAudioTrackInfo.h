@@ -159,6 +159,5 @@ private:
     SInt32 mNumberOfAlbums = -1;
     bool mCompilation = false;
 
-    std::shared_ptr<const qmx::Object>
-        unreadCoverArt_; // archived by another program in an unknown form; kept as it is
+    std::shared_ptr<const qmx::Object> unreadCoverArt_; // archived by another program in an unknown form; kept as it is
 };
