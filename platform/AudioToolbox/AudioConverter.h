@@ -98,10 +98,13 @@ struct AudioConverterPrimeInfo {
 [[nodiscard]] QMX_EXPORT OSStatus AudioConverterNew(const AudioStreamBasicDescription* source,
                                                     const AudioStreamBasicDescription* destination,
                                                     AudioConverterRef* converter);
+/// Frees a converter; -50 for null.
 [[nodiscard]] QMX_EXPORT OSStatus AudioConverterDispose(AudioConverterRef converter);
 /// Forgets what was fed in: the next data start a new stream.
 [[nodiscard]] QMX_EXPORT OSStatus AudioConverterReset(AudioConverterRef converter);
 
+/// The size of a property's value and whether it can be set; either output may be null. 'prop' for a property that this
+/// converter lacks.
 [[nodiscard]] QMX_EXPORT OSStatus AudioConverterGetPropertyInfo(AudioConverterRef converter,
                                                                 AudioConverterPropertyID property, UInt32* size,
                                                                 Boolean* isWritable);
@@ -109,6 +112,8 @@ struct AudioConverterPrimeInfo {
 [[nodiscard]] QMX_EXPORT OSStatus AudioConverterGetProperty(AudioConverterRef converter,
                                                             AudioConverterPropertyID property, UInt32* size,
                                                             void* value);
+/// Sets a property; the value is copied. 'prop' if this converter lacks it, 'op??' if it cannot be set, '!siz' for a
+/// wrong size, -50 for a bad value.
 [[nodiscard]] QMX_EXPORT OSStatus AudioConverterSetProperty(AudioConverterRef converter,
                                                             AudioConverterPropertyID property, UInt32 size,
                                                             const void* value);
@@ -130,8 +135,8 @@ using AudioConverterComplexInputDataProc = OSStatus (*)(AudioConverterRef conver
 
 /// Pulls source data through `inputProc` until `*packetCount` output packets are made, the list's buffers are full, or
 /// the input ends; `*packetCount` and the buffers' byte sizes become what was made. Compressed packets go into the
-/// first buffer, one after the other, and described by `packetDescriptions` (room for `*packetCount`; null for linear
-/// PCM). A status of `inputProc` is returned together with what was made before it.
+/// first buffer, one after the other, described by `packetDescriptions` (room for `*packetCount`; null for linear PCM).
+/// A status of `inputProc` is returned together with what was made before it.
 [[nodiscard]] QMX_EXPORT OSStatus AudioConverterFillComplexBuffer(AudioConverterRef converter,
                                                                   AudioConverterComplexInputDataProc inputProc,
                                                                   void* userData, UInt32* packetCount,

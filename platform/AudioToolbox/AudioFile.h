@@ -192,5 +192,7 @@ inline constexpr OSStatus kAudioFileFileNotFoundError = -43;
 /// Copies a property's value; `*size` is the room on entry ('!siz' when it is wrong) and the bytes used on return.
 [[nodiscard]] QMX_EXPORT OSStatus AudioFileGetProperty(AudioFileID file, AudioFilePropertyID property, UInt32* size,
                                                        void* value);
+/// Sets a property of a file open for writing ('prm?' otherwise); the value is copied. 'pty?' if this file lacks the
+/// property, 'op??' if it cannot be set, '!siz' for a wrong size.
 [[nodiscard]] QMX_EXPORT OSStatus AudioFileSetProperty(AudioFileID file, AudioFilePropertyID property, UInt32 size,
                                                        const void* value);

@@ -133,6 +133,7 @@ inline constexpr OSStatus kExtAudioFileError_AsyncWriteBufferOverflow = -66570;
 /// used on return.
 [[nodiscard]] QMX_EXPORT OSStatus ExtAudioFileGetProperty(ExtAudioFileRef file, ExtAudioFilePropertyID property,
                                                           UInt32* size, void* value);
+/// Sets a property as described above.
 [[nodiscard]] QMX_EXPORT OSStatus ExtAudioFileSetProperty(ExtAudioFileRef file, ExtAudioFilePropertyID property,
                                                           UInt32 size, const void* value);
 

@@ -42,8 +42,10 @@ public:
     /// for the next create. Close first: an open file's cached bytes are written, but the file is released only when
     /// the object opens another one or is destroyed.
     virtual void updatePath(const std::optional<std::string>& path) = 0;
+    /// Path and file name; null without a path.
     virtual const std::optional<std::string>& path() const = 0;
     virtual const std::optional<std::string>& name() const = 0;
+    /// The platform's file, which this object owns; null while closed.
     virtual AudioFileID audioFileID() const = 0;
     /// Moves the file with its fork; the object follows it. Close first. False leaves file and object as they were.
     [[nodiscard]] virtual bool moveToPath_handler(const std::string& newPath, qmx::FileManagerHandler* handler) = 0;
@@ -78,6 +80,7 @@ public:
     virtual bool usesCache() const = 0;
     /// Turning the cache off while the file is open first writes what it holds, however long the disk takes.
     virtual void setUseCache(bool uses) = 0;
+    /// Passed to the audio file service with each transfer, which ignores it.
     virtual bool usesInternalCache() const = 0;
     virtual void setUseInternalCache(bool uses) = 0;
     /// Closes an open file and sets its mode for the next open; a closed file keeps its mode, which is intended.
@@ -104,6 +107,7 @@ public:
     std::optional<std::string> formatIDName() const;
     /// The codec's cookie, its size in bytes in `*size`; null and 0 if there is none.
     virtual qmx::HeapBlock magicCookie(UInt32* size) = 0;
+    /// Sets the codec's cookie of the open file from `size` bytes; returns the platform's status.
     [[nodiscard]] virtual OSStatus setMagicCookie_size(const void* data, UInt32 size) = 0;
 
     /// Reads `*length` bytes at the current offset; `*length` becomes the bytes read, by which the offset advances.
@@ -128,6 +132,7 @@ public:
     /// when not open.
     [[nodiscard]] virtual bool readPackets_numBytes_outPacketDescriptions_numPackets(
         void* buffer, UInt32* numBytes, AudioStreamPacketDescription* descriptions, UInt32* numPackets) = 0;
+    /// The same at `startingPacket`; the current packet stays.
     [[nodiscard]] virtual bool
     readPackets_numBytes_outPacketDescriptions_startingPacket_numPackets(void* buffer, UInt32* numBytes,
                                                                          AudioStreamPacketDescription* descriptions,
@@ -136,6 +141,7 @@ public:
     /// when not open and while the byte cache is on.
     [[nodiscard]] virtual bool writePackets_numBytes_inPacketDescriptions_numPackets(
         const void* buffer, UInt32 numBytes, const AudioStreamPacketDescription* descriptions, UInt32* numPackets) = 0;
+    /// The same at `startingPacket`; the current packet stays.
     [[nodiscard]] virtual bool writePackets_numBytes_inPacketDescriptions_startingPacket_numPackets(
         const void* buffer, UInt32 numBytes, const AudioStreamPacketDescription* descriptions, SInt64 startingPacket,
         UInt32* numPackets) = 0;
@@ -154,5 +160,6 @@ public:
     static UInt32 sizeOfPropertyData_propertyID(AudioFileID file, AudioFilePropertyID property);
     /// Logs one line that names the status.
     static void printOSStatusCode(OSStatus status);
+    /// The name of the constant for a property; "Unknown property: CODE" for any other code.
     static std::string propertyName(AudioFilePropertyID property);
 };

@@ -95,6 +95,7 @@ public:
     virtual SInt64 lengthInFrames() = 0;
     /// The same at the client's rate, truncated.
     SInt64 clientLengthInFrames();
+    /// Moves to a frame of the file, as ExtAudioFileSeek does, whose status it returns.
     [[nodiscard]] virtual OSStatus seek(SInt64 frame) = 0;
     /// The frame of the file that is read or written next; -1 on failure.
     virtual SInt64 offset() const = 0;

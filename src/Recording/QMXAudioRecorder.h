@@ -107,7 +107,7 @@ public:
     [[nodiscard]] virtual bool record() = 0;
     /// Sets a timer that stops the recording after `seconds`; call record() too. False for a time that is not finite.
     [[nodiscard]] virtual bool recordForDuration(double seconds) = 0;
-    /// False unless recording.
+    /// Takes back the start of the device; record() continues the recording. False unless recording.
     [[nodiscard]] virtual bool pause() = 0;
     /// Ends the recording and closes the file; waits until all full buffers are written, however long the disk takes.
     /// The device is stopped once more even after a pause, as intended: that takes back the start of another user of
