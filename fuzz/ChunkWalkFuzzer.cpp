@@ -30,11 +30,11 @@ void readAndStore()
     if (record)
         writer->setTrackAndProcessingInfo(record);
     writer->addTrackInfo(QMXAudioTrackInfo::init());
-    writer->write();
+    (void)writer->write(); // Damaged files may refuse a store; only their sound must stay.
     const auto older = QMXAudioFileTrackInfoReaderWriter::initWithAudioFilePath(path);
     older->readTrackInfosFromFile();
     older->addTrackInfo(QMXAudioTrackInfo::init());
-    older->writeTrackInfosToFile();
+    (void)older->writeTrackInfosToFile();
 }
 
 /// Whether something in the bytes may be a chunk or journal of ours, cut off ones included, that may be changed or
