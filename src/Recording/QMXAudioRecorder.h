@@ -175,7 +175,7 @@ public:
         const AudioTimeStamp* inInputTime, AudioBufferList* outOutputData, const AudioTimeStamp* inOutputTime,
         QMXAudioDevice& inClientData) override = 0;
     /// Copies bytes into the buffers; a buffer that becomes full goes to the saving thread. False, with a length of 0,
-    /// while the recorder is being destroyed or has no buffers. I/O threads, one at a time.
+    /// for null bytes, without buffers and while the recorder is being destroyed. I/O threads, one at a time.
     [[nodiscard]] virtual bool insertIntoBuffer_length(const void* bytes, UInt32* length) = 0;
     /// Hands a notification to the main thread; the frame notification only in every `interval`-th call, and only on
     /// I/O threads.

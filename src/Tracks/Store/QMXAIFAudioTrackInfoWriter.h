@@ -15,8 +15,8 @@ public:
 
     /// Overwrites the last usable chunk, else appends one. A file that is not AIFF or AIFF-C by its first twelve bytes,
     /// or whose form size does not match its length, is refused with a log line and left as it is. An error also leaves
-    /// the file as it was; lastStatus() reports it. Waits indefinitely while another thread or process stores into the
-    /// file or extends it; recording into it may go on.
+    /// the file as it was; lastStatus() reports both. Waits indefinitely while another thread or process stores into
+    /// the file or extends it; recording into it may go on.
     SInt32 write() override;
 
 private:
