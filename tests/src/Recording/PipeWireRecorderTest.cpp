@@ -12,7 +12,7 @@
 namespace
 {
 
-/// Plays a count of samples on an output.
+/// Plays counting samples on an output.
 class Player : public QMXCoreAudioIOSubscriber
 {
 public:
@@ -40,7 +40,7 @@ private:
 class PipeWireRecorderTest : public PipeWireTest
 {
 protected:
-    /// What is played on the test sink is recorded until so many frames have come.
+    /// Records what is played on the test sink until `frames` frames have come.
     void beginTake(UInt32 frames)
     {
         path_ = folder_.path("take" + std::to_string(++takes_) + ".aif");
@@ -55,7 +55,8 @@ protected:
         ASSERT_TRUE(sink_->start());
         ASSERT_TRUE(waitUntil([&] { return recorder->lengthInFrames() >= frames; }));
     }
-    /// Ends it; how many samples of the count are in the file in order. A busy machine loses cycles, and tells so.
+    /// Stops recording; returns how many of the counting samples are in the file in order. A busy machine loses cycles,
+    /// and reports them.
     std::size_t endTake()
     {
         EXPECT_TRUE(recorder->stop());
@@ -74,7 +75,7 @@ protected:
         stopListeningTo(sink_->deviceID());
         return arrived.inOrder;
     }
-    /// The samples in order of a take during whose recording `happens` happened.
+    /// The number of samples in order in a take during which `happens` was called.
     std::size_t take(UInt32 frames, const std::function<void()>& happens)
     {
         std::size_t right = 0;
