@@ -13,10 +13,10 @@ namespace qmx::pipewire
 namespace
 {
 
-// The first blocks that a port delivers may be another program's old sound.
+// The first blocks of a port may hold old sound of another program.
 constexpr UInt32 cyclesToDrop = 2;
 
-// Whether the next cycle ought to have begun. A clock that does not follow real time has none.
+// Whether the next cycle should have started already; false for a clock that does not follow real time.
 bool isLate(const spa_io_clock& clock)
 {
     return clock.next_nsec > clock.nsec && !(clock.flags & SPA_IO_CLOCK_FLAG_FREEWHEEL) &&
@@ -110,7 +110,7 @@ void FilterRun::takeDown()
     if (event_)
         pw_loop_destroy_source(connection_.loop(), event_);
     if (context_)
-        pw_context_destroy(context_); // with its core
+        pw_context_destroy(context_); // destroys the core too
     filter_ = nullptr;
     event_ = nullptr;
     context_ = nullptr;
@@ -257,10 +257,10 @@ void FilterRun::process(void* data, spa_io_position* position)
 {
     auto& self = *static_cast<FilterRun*>(data);
     if (position && self.runCycle(position->clock))
-        pw_loop_signal_event(self.connection_.loop(), self.event_); // rarely, and no lock: it writes to a descriptor
+        pw_loop_signal_event(self.connection_.loop(), self.event_); // rare; takes no lock, writes to a descriptor
 }
 
-// Whether there is something to tell.
+// Returns whether the connection's thread has something to report.
 bool FilterRun::runCycle(const spa_io_clock& clock) noexcept
 {
     const RealTimeScope realTime;
@@ -295,7 +295,7 @@ bool FilterRun::runCycle(const spa_io_clock& clock) noexcept
     return hasNews;
 }
 
-// A device that lost its ports for a while goes on as if the cycles between had been missed.
+// A device that lost its ports for a while goes on as if the cycles in between had been missed.
 void FilterRun::beginTime(const spa_io_clock& clock) noexcept
 {
     lead_ = static_cast<UInt32>(clock.duration);
@@ -307,13 +307,13 @@ void FilterRun::beginTime(const spa_io_clock& clock) noexcept
     signals_->isOverloaded = true;
 }
 
-// Who wakes late finds the clock at the next cycle, and is woken for that one too.
+// After a late wake-up the same cycle is announced twice: the clock is at the next cycle already, and that comes again.
 bool FilterRun::isRepeated(const spa_io_clock& clock) const noexcept
 {
     return rate_ != 0 && clock.id == clockID_ && clock.position == position_;
 }
 
-// The device's sample time goes on when the server gives it another clock, whose positions are others.
+// Keeps the device's sample time running when the server changes its clock, whose positions differ.
 bool FilterRun::keepTime(const spa_io_clock& clock) noexcept
 {
     const bool isFirst = rate_ == 0;
@@ -333,7 +333,7 @@ bool FilterRun::keepTime(const spa_io_clock& clock) noexcept
     clock_->write({.hostTime = clock.nsec,
                    .sampleTime = static_cast<Float64>(static_cast<SInt64>(clock.position) + clockOffset_),
                    .rate = static_cast<Float64>(rate_)});
-    return isGap || isOtherRate; // so also the first time
+    return isGap || isOtherRate; // true the first time, too
 }
 
 void FilterRun::runProcedures(UInt32 frames, const spa_io_clock& clock) noexcept
@@ -352,7 +352,7 @@ void FilterRun::runProcedures(UInt32 frames, const spa_io_clock& clock) noexcept
         time.mFlags = kAudioTimeStampSampleHostTimeValid | kAudioTimeStampRateScalarValid;
         return time;
     };
-    // A fixed lead, though cycles may change their size: so each block begins where the one before ended.
+    // The lead is fixed even if the cycle size changes, so that each block starts where the previous one ended.
     io_->runCycle({.frames = frames,
                    .sampleRate = static_cast<Float64>(rate_),
                    .now = stamp(0),
