@@ -174,7 +174,7 @@ SystemError MemoryFileSystem::rename(const std::string& from, const std::string&
     if (found == nodes_.end())
         return ENOENT;
     const Verdict verdict = judgeChange(1, 0);
-    if (verdict.stores > 0) {
+    if (verdict.stores > 0 && from != to) {
         nodes_[to] = found->second;
         nodes_.erase(from);
     }

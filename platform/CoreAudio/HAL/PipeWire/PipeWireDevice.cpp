@@ -40,17 +40,21 @@ OSStatus PipeWireDevice::perform(const DeviceRequest& request)
                        return setLevels(volume.isInput, [&](Levels& levels, UInt32 channels) {
                            if (volume.channel == 0) {
                                levels = {.master = volume.scalar, .channels = {}, .isMuted = {}};
-                               return;
+                               return true;
                            }
+                           if (volume.channel > channels) // lost since the request was checked
+                               return false;
                            std::vector<float> all = levels.channels;
                            all.resize(channels, all.empty() ? 1.0F : all.back());
-                           all.at(volume.channel - 1) = volume.scalar;
+                           all[volume.channel - 1] = volume.scalar;
                            levels = {.master = {}, .channels = std::move(all), .isMuted = {}};
+                           return true;
                        });
                    },
                    [this](const SetMute& mute) {
                        return setLevels(mute.isInput, [&](Levels& levels, UInt32) {
                            levels = {.master = {}, .channels = {}, .isMuted = mute.isMuted};
+                           return true;
                        });
                    },
                    [this](const SetDataSource& source) { return setSource(source.isInput, source.id); },
@@ -74,7 +78,7 @@ OSStatus PipeWireDevice::setFrames(UInt32 frames)
 }
 
 // A card's hardware mixer can only be reached through the current route.
-OSStatus PipeWireDevice::setLevels(bool isInput, const std::function<void(Levels&, UInt32)>& edit)
+OSStatus PipeWireDevice::setLevels(bool isInput, const std::function<bool(Levels&, UInt32)>& edit)
 {
     const auto found = find();
     if (!found || !connection_.isConnected())
@@ -85,13 +89,15 @@ OSStatus PipeWireDevice::setLevels(bool isInput, const std::function<void(Levels
     if (place && place->current && !place->current->levels.channels.empty()) {
         Levels levels = place->current->levels;
         const std::int32_t route = place->current->index;
-        edit(levels, channels);
+        if (!edit(levels, channels))
+            return kAudioHardwareUnknownPropertyError;
         return connection_.objects()->setRoute(place->card, route, place->profileDevice, levels)
                    ? noErr
                    : kAudioHardwareBadDeviceError;
     }
     Levels levels = state.nodes.at(found->node).levels;
-    edit(levels, channels);
+    if (!edit(levels, channels))
+        return kAudioHardwareUnknownPropertyError;
     return connection_.objects()->setNodeLevels(found->node, levels) ? noErr : kAudioHardwareBadDeviceError;
 }
 
@@ -117,7 +123,10 @@ OSStatus PipeWireDevice::setFormat(const SetPhysicalFormat& request)
     const auto found = find();
     if (!found)
         return kAudioHardwareBadDeviceError;
-    const auto& present = found->description.section(request.isInput).streams.at(request.stream).physicalFormat;
+    const auto& streams = found->description.section(request.isInput).streams;
+    if (request.stream >= streams.size()) // lost since the request was checked
+        return kAudioHardwareBadStreamError;
+    const AudioStreamBasicDescription& present = streams[request.stream].physicalFormat;
     if (request.format.mBitsPerChannel != present.mBitsPerChannel ||
         request.format.mFormatFlags != present.mFormatFlags)
         return kAudioHardwareUnsupportedOperationError;
