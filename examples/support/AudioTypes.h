@@ -18,7 +18,7 @@ AudioFileTypeID typeFromExtension(const std::string& path);
 std::string extensionOf(AudioFileTypeID type);
 
 /// What is wanted of a sample format; what is left out is the source's.
-struct FormatWish {
+struct RequestedFormat {
     std::optional<Float64> sampleRate; ///< Hz
     std::optional<UInt32> channels;
     std::optional<UInt32> bits; ///< of integers; in MPEG-4 files it asks for the lossless coding
@@ -26,8 +26,8 @@ struct FormatWish {
 };
 
 /// The format for a file of a type made from one in `source`. May turn AIFF into AIFF-C, which alone holds floats. A
-/// Failure for wishes that the type does not fulfil.
+/// Failure for a request that the type does not fulfil.
 AudioStreamBasicDescription formatFor(AudioFileTypeID& type, const AudioStreamBasicDescription& source,
-                                      const FormatWish& wish);
+                                      const RequestedFormat& request);
 
 } // namespace example

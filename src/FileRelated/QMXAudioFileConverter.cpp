@@ -39,11 +39,11 @@ bool fitsSixteenBits(const AudioStreamBasicDescription& format)
     return format.mBytesPerFrame > 0 && format.mBytesPerFrame <= format.mChannelsPerFrame * sizeof(SInt16);
 }
 
-/// The format of the new file. A lossless coding without a wish would keep 24 bits of the client's floats.
-AudioStreamBasicDescription targetFormat(const AudioStreamBasicDescription& wish, AudioFileTypeID type,
+/// The format of the new file. A lossless coding without a stated depth would keep 24 bits of the client's floats.
+AudioStreamBasicDescription targetFormat(const AudioStreamBasicDescription& requested, AudioFileTypeID type,
                                          const AudioStreamBasicDescription& source)
 {
-    AudioStreamBasicDescription format = qmx::inByteOrderOfType(wish, type);
+    AudioStreamBasicDescription format = qmx::inByteOrderOfType(requested, type);
     if (isLossless(format) && format.mFormatFlags == 0 && fitsSixteenBits(source))
         format.mFormatFlags = kAppleLosslessFormatFlag_16BitSourceData;
     return format;

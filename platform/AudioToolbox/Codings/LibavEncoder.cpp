@@ -255,7 +255,7 @@ private:
 };
 
 /// How many bits a lossless coding keeps: those that are asked for, in the next wider samples that its encoder makes; 0
-/// where none are wide enough. Without a wish, 24 for all that is wider than 16 bits, floats too.
+/// where none are wide enough. Unless a depth is stated, 24 for all that is wider than 16 bits, floats too.
 UInt32 bitsToKeep(const AudioStreamBasicDescription& target, UInt32 sourceBits)
 {
     if (!isLossless(target.mFormatID))
