@@ -43,6 +43,12 @@ public:
     /// Null where there is none, or it is gone.
     virtual std::shared_ptr<QMXAudioDevice> audioDevice() const = 0;
 
+    /// The status of what failed in the last start(), stop() or setAudioDevice(); 0 when nothing did. A meter whose
+    /// device did not start provides all the same, as soon as the device runs. Any thread.
+    virtual OSStatus lastStatus() const = 0;
+    /// The same as a sentence for people that names the device, empty when nothing failed. Any thread.
+    virtual std::string lastError() const = 0;
+
     /// Starts the device and meters it. Does nothing when it provides already, and without a device.
     virtual void start() = 0;
     /// Ends that; the cycle in flight has ended then. Does nothing when idle.
