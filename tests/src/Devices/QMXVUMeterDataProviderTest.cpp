@@ -108,7 +108,7 @@ TEST_F(Meter, TellsWhyItsDeviceDoesNotRunAndMetersItOnceItDoes)
     hardware.addFault(qmx::test::failing(qmx::HardwareOperation::start, {}, 1));
     meter->start();
     EXPECT_EQ(meter->lastStatus(), kAudioHardwareUnspecifiedError);
-    EXPECT_EQ(meter->lastError(), input->lastError());
+    EXPECT_EQ(meter->lastError(), "Meter could not be started: Hardware unspecified error");
     EXPECT_TRUE(input->start());
     EXPECT_THAT(cycles(*input, 1), testing::ElementsAre(0.5F));
     meter->stop();
