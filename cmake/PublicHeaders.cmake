@@ -62,6 +62,7 @@ set(QMX_PUBLIC_PLATFORM_HEADERS
     CoreAudio/AudioHardware.h
     CoreAudio/DeviceDescription.h
     CoreAudio/VirtualHardware.h
+    CoreAudioTypes/AudioBuffers.h
     CoreAudioTypes/AudioChannelLayout.h
     CoreAudioTypes/AudioTimeStamp.h
     CoreAudioTypes/CoreAudioTypes.h

@@ -35,18 +35,18 @@ Writes a copy of the audio file IN as OUT. What is not asked for stays as it is 
   --force          replace OUT if it exists
 )";
 
-example::FormatWish wishFrom(const CommandLine& line)
+example::RequestedFormat requestFrom(const CommandLine& line)
 {
-    example::FormatWish wish;
-    wish.sampleRate = line.number("--rate", 1, 10'000'000);
+    example::RequestedFormat request;
+    request.sampleRate = line.number("--rate", 1, 10'000'000);
     if (const auto channels = line.wholeNumber("--channels", 1, 1024))
-        wish.channels = static_cast<UInt32>(*channels);
+        request.channels = static_cast<UInt32>(*channels);
     if (const auto bits = line.wholeNumber("--bits", 1, 32))
-        wish.bits = static_cast<UInt32>(*bits);
-    wish.isFloat = line.has("--float");
-    if (wish.isFloat && wish.bits)
+        request.bits = static_cast<UInt32>(*bits);
+    request.isFloat = line.has("--float");
+    if (request.isFloat && request.bits)
         throw Failure{"--bits and --float do not go together", 2};
-    return wish;
+    return request;
 }
 
 class Progress : public QMXProgressSubscriber
@@ -86,11 +86,12 @@ int convert(int argumentCount, char** arguments)
     const auto& paths = line.plainArguments();
     if (paths.size() != 2)
         throw Failure{"which file, and where to? (--help tells more)", 2};
-    const example::FormatWish wish = wishFrom(line);
+    const example::RequestedFormat request = requestFrom(line);
     const auto code = line.text("--type");
     AudioFileTypeID type = code ? example::typeFromCode(*code) : example::typeFromExtension(paths[1]);
     const auto source = example::openAudioFile(paths[0])->fileStreamFormat();
-    const AudioStreamBasicDescription format = example::formatFor(type, *source->audioStreamBasicDescription(), wish);
+    const AudioStreamBasicDescription format =
+        example::formatFor(type, *source->audioStreamBasicDescription(), request);
 
     example::catchInterrupts(nullptr);
     example::OutputFile output(paths[1], paths[0], line.has("--force"));

@@ -44,7 +44,7 @@ the file, with tabs between them; what was lost is told on standard error (exit 
 QMX_AUDIO_BACKEND=virtual in the environment gives simulated devices.
 )";
 
-struct Wishes {
+struct Options {
     std::string path;
     std::optional<AudioFileTypeID> type;
     std::optional<double> rate, seconds;
@@ -62,28 +62,28 @@ std::optional<AudioFileTypeID> typeFrom(const std::optional<std::string>& code)
     return type;
 }
 
-Wishes wishesOf(const example::CommandLine& line)
+Options optionsOf(const example::CommandLine& line)
 {
     if (line.plainArguments().size() != 1 || line.plainArguments()[0].empty())
         throw Failure{"which file? (--help tells more)", 2};
-    Wishes wishes;
-    wishes.path = line.plainArguments()[0];
-    wishes.type = typeFrom(line.text("--format"));
-    wishes.rate = line.number("--rate", 8000, 768000);
-    wishes.seconds = line.number("--seconds", 0.01, 86400);
-    wishes.isFloat = line.has("--float");
-    wishes.hasMeter = line.has("--meter");
+    Options options;
+    options.path = line.plainArguments()[0];
+    options.type = typeFrom(line.text("--format"));
+    options.rate = line.number("--rate", 8000, 768000);
+    options.seconds = line.number("--seconds", 0.01, 86400);
+    options.isFloat = line.has("--float");
+    options.hasMeter = line.has("--meter");
     if (const auto bits = line.wholeNumber("--bits", 16, 32))
-        wishes.bits = static_cast<UInt32>(*bits);
-    if (wishes.bits && *wishes.bits % 8 != 0)
+        options.bits = static_cast<UInt32>(*bits);
+    if (options.bits && *options.bits % 8 != 0)
         throw Failure{"--bits: 16, 24 or 32", 2};
-    if (wishes.bits && wishes.isFloat)
+    if (options.bits && options.isFloat)
         throw Failure{"--bits and --float exclude each other", 2};
-    if (wishes.isFloat && wishes.type == kAudioFileAIFFType)
+    if (options.isFloat && options.type == kAudioFileAIFFType)
         throw Failure{"AIFF files hold no floats; --format aifc does", 2};
-    if (std::filesystem::exists(wishes.path) && !line.has("--force"))
-        throw Failure{wishes.path + ": exists already (--force replaces it)"};
-    return wishes;
+    if (std::filesystem::exists(options.path) && !line.has("--force"))
+        throw Failure{options.path + ": exists already (--force replaces it)"};
+    return options;
 }
 
 /// The device to record from.
@@ -124,27 +124,28 @@ Source sourceNamed(const std::optional<std::string>& uid)
     return {device, device->nominalSampleRate(true), std::nullopt};
 }
 
-QMXAudioStreamBasicDescription fileFormat(const QMXAudioDevice& device, const Wishes& wishes)
+QMXAudioStreamBasicDescription fileFormat(const QMXAudioDevice& device, const Options& options)
 {
     const auto physical = device.physicalStreamFormat_isInput(0, true);
     if (!physical)
         throw Failure{"the device does not tell its format"};
-    const bool isFloat = wishes.isFloat || (physical->isFloat() && !wishes.bits && wishes.type != kAudioFileAIFFType);
-    const UInt32 bits = isFloat ? 32 : wishes.bits.value_or(std::max(physical->bitsPerChannel(), 16U));
-    AudioStreamBasicDescription record = qmx::packedPhysicalFormat(wishes.rate.value_or(physical->sampleRate()),
+    const bool isFloat =
+        options.isFloat || (physical->isFloat() && !options.bits && options.type != kAudioFileAIFFType);
+    const UInt32 bits = isFloat ? 32 : options.bits.value_or(std::max(physical->bitsPerChannel(), 16U));
+    AudioStreamBasicDescription record = qmx::packedPhysicalFormat(options.rate.value_or(physical->sampleRate()),
                                                                    physical->channelsPerFrame(), bits, isFloat);
     record.mFormatFlags |= kAudioFormatFlagIsBigEndian;
     return QMXAudioStreamBasicDescription(record);
 }
 
-std::shared_ptr<QMXAudioRecorder> makeRecorder(const std::shared_ptr<QMXAudioDevice>& device, const Wishes& wishes)
+std::shared_ptr<QMXAudioRecorder> makeRecorder(const std::shared_ptr<QMXAudioDevice>& device, const Options& options)
 {
-    const auto file = QMXAudioFile::initWithPath_accessMode(wishes.path, QMXAudioFileAccessMode::write);
+    const auto file = QMXAudioFile::initWithPath_accessMode(options.path, QMXAudioFileAccessMode::write);
     auto recorder = QMXAudioRecorder::initWithAudioDevice_audioFile(device, file);
-    if (!file->setFileStreamFormat(fileFormat(*device, wishes)))
+    if (!file->setFileStreamFormat(fileFormat(*device, options)))
         throw Failure{file->lastError()};
-    if (wishes.type)
-        file->setFileType(*wishes.type); // last, because setting a format also sets the type
+    if (options.type)
+        file->setFileType(*options.type); // last, because setting a format also sets the type
     recorder->setWritesPartialBufferAtStop(true);
     if (!recorder->setSpareRawBuffers(16)) // for disks that stall for up to about ten seconds
         throw Failure{recorder->lastError()};
@@ -159,15 +160,15 @@ UInt64 framesRecorded(const QMXAudioRecorder& recorder)
 }
 
 /// Runs until the end is reached, something fails, or Ctrl-C is pressed.
-void recordToTheEnd(QMXAudioRecorder& recorder, const Source& source, const Wishes& wishes)
+void recordToTheEnd(QMXAudioRecorder& recorder, const Source& source, const Options& options)
 {
     auto& loop = qmx::RunLoop::main();
     auto& center = qmx::NotificationCenter::defaultCenter();
     auto& hardware = qmx::VirtualHardware::shared();
     auto& device = *source.device;
     UInt64 end = source.frames.value_or(std::numeric_limits<UInt64>::max());
-    if (wishes.seconds)
-        end = std::min(end, static_cast<UInt64>(*wishes.seconds * source.rate));
+    if (options.seconds)
+        end = std::min(end, static_cast<UInt64>(*options.seconds * source.rate));
     example::LevelLine levelLine(device.numberOfChannels(true));
     const auto frames =
         center.observe(QMXAudioRecorderRecordedFrameNotification, nullptr, [&](const qmx::Notification&) {
@@ -185,7 +186,7 @@ void recordToTheEnd(QMXAudioRecorder& recorder, const Source& source, const Wish
     // In a simulation the first cycle has the odd number of frames, so that the last one ends with the file.
     if (source.frames)
         (void)hardware.setCycleFrames(device.deviceID(), static_cast<UInt32>(end % device.bufferFrameSize(true)));
-    if (wishes.hasMeter)
+    if (options.hasMeter)
         device.inputVUMeterDataProvider()->start();
     if (!recorder.record())
         throw Failure{recorder.lastError()};
@@ -244,12 +245,12 @@ int record(int argumentCount, char** arguments)
         example::printAll(help);
         return 0;
     }
-    const Wishes wishes = wishesOf(line);
+    const Options options = optionsOf(line);
     example::catchInterrupts([]() noexcept { qmx::RunLoop::main().stop(); });
     const auto simulated = line.text("--simulate");
     const Source source = simulated ? simulatedSource(*simulated) : sourceNamed(line.text("--device"));
-    const auto recorder = makeRecorder(source.device, wishes);
-    recordToTheEnd(*recorder, source, wishes);
+    const auto recorder = makeRecorder(source.device, options);
+    recordToTheEnd(*recorder, source, options);
     std::string failure = recorder->lastError();
     (void)recorder->stop(); // false if it never started
     if (failure.empty())
@@ -259,9 +260,9 @@ int record(int argumentCount, char** arguments)
     if (!failure.empty() && frames == 0)
         throw Failure{failure};
     example::printAll(
-        qmx::format("%@\t%.2f\t%qu\n", wishes.path, static_cast<double>(frames) / file.sampleRate(), frames));
+        qmx::format("%@\t%.2f\t%qu\n", options.path, static_cast<double>(frames) / file.sampleRate(), frames));
     if (!failure.empty())
-        throw Failure{failure + "; what was recorded until then is in " + wishes.path};
+        throw Failure{failure + "; what was recorded until then is in " + options.path};
     if (!recorder->lostFramePositions().empty())
         throw Failure{lossText(*recorder)};
     return 0;

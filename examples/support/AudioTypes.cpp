@@ -132,26 +132,27 @@ std::string extensionOf(AudioFileTypeID type)
 }
 
 AudioStreamBasicDescription formatFor(AudioFileTypeID& type, const AudioStreamBasicDescription& source,
-                                      const FormatWish& wish)
+                                      const RequestedFormat& request)
 {
     const UInt32 sourceBits = integerBitsOf(source);
     const bool sourceIsFloat =
         source.mFormatID == kAudioFormatLinearPCM && (source.mFormatFlags & kAudioFormatFlagIsFloat) != 0;
-    const UInt32 bits = wish.bits.value_or(sourceBits > 0 ? sourceBits : 16);
+    const UInt32 bits = request.bits.value_or(sourceBits > 0 ? sourceBits : 16);
     AudioStreamBasicDescription format;
-    format.mSampleRate = wish.sampleRate.value_or(source.mSampleRate);
-    format.mChannelsPerFrame = wish.channels.value_or(source.mChannelsPerFrame);
+    format.mSampleRate = request.sampleRate.value_or(source.mSampleRate);
+    format.mChannelsPerFrame = request.channels.value_or(source.mChannelsPerFrame);
     format.mFormatID = factsOf(type).coding;
     const bool isMPEG4 = type == kAudioFileM4AType || type == kAudioFileMPEG4Type;
-    if (isMPEG4 && wish.bits)
+    if (isMPEG4 && request.bits)
         format.mFormatID = kAudioFormatAppleLossless;
     if (format.mFormatID == kAudioFormatLinearPCM) {
-        const bool isFloat = wish.isFloat || (sourceIsFloat && !wish.bits && type != kAudioFileSoundDesigner2Type);
+        const bool isFloat =
+            request.isFloat || (sourceIsFloat && !request.bits && type != kAudioFileSoundDesigner2Type);
         makeLinear(format, type, isFloat ? 32 : bits, isFloat);
-    } else if (wish.isFloat) {
+    } else if (request.isFloat) {
         throw Failure{"files of this type hold no floats"};
     } else if (format.mFormatID == kAudioFormatAppleLossless || format.mFormatID == kAudioFormatFLAC) {
-        makeLossless(format, sourceIsFloat ? wish.bits.value_or(24) : bits);
+        makeLossless(format, sourceIsFloat ? request.bits.value_or(24) : bits);
     }
     return format;
 }

@@ -18,7 +18,7 @@ AudioFileTypeID typeFromExtension(const std::string& path);
 std::string extensionOf(AudioFileTypeID type);
 
 /// The wanted sample format; values that are missing are the source's.
-struct FormatWish {
+struct RequestedFormat {
     std::optional<Float64> sampleRate; ///< Hz
     std::optional<UInt32> channels;
     std::optional<UInt32> bits; ///< of integers; selects the lossless coding in MPEG-4 files
@@ -28,6 +28,6 @@ struct FormatWish {
 /// The format for a file of `type` made from one in `source`. Changes AIFF to AIFF-C for floats. A Failure for wishes
 /// that the type does not support.
 AudioStreamBasicDescription formatFor(AudioFileTypeID& type, const AudioStreamBasicDescription& source,
-                                      const FormatWish& wish);
+                                      const RequestedFormat& request);
 
 } // namespace example

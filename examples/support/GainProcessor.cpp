@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "support/GainProcessor.h"
 
+#include "CoreAudioTypes/AudioBuffers.h"
+
 #include <cmath>
 #include <span>
 
@@ -11,9 +13,8 @@ GainProcessor::GainProcessor(double decibels) : factor_(static_cast<float>(std::
 
 OSStatus GainProcessor::processAudio_numberOfFrames(AudioBufferList& audio, UInt32* numberOfFrames)
 {
-    const AudioBuffer* buffer = audio.mBuffers;
-    for (UInt32 i = 0; i < audio.mNumberBuffers; ++i, ++buffer)
-        for (float& sample : std::span(static_cast<float*>(buffer->mData), *numberOfFrames))
+    for (const AudioBuffer& buffer : qmx::buffersOf(audio))
+        for (float& sample : std::span(static_cast<float*>(buffer.mData), *numberOfFrames))
             sample *= factor_;
     return noErr;
 }

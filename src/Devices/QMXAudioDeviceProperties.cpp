@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 // A device's properties; each call queries the hardware.
+#include "CoreAudioTypes/AudioBuffers.h"
 #include "Devices/QMXAudioDevice.h"
 #include "Devices/QMXAudioStream.h"
 #include "Formats/FileFailureReason.h"
@@ -36,6 +37,14 @@ template <class Entry> UInt32 entriesWithin(const qmx::PropertyBlock& value, std
 {
     const std::size_t room = value.size < headerSize ? 0 : (value.size - headerSize) / sizeof(Entry);
     return static_cast<UInt32>(std::min<std::size_t>(stated, room));
+}
+
+/// One field of a format; 0 where there is none.
+template <class Field>
+Field fieldOf(const std::shared_ptr<QMXAudioStreamBasicDescription>& format,
+              Field (QMXAudioStreamBasicDescription::*field)() const)
+{
+    return format ? (format.get()->*field)() : Field{};
 }
 
 } // namespace
@@ -390,9 +399,11 @@ UInt32 QMXAudioDevice::numberOfChannels(bool isInput) const
 {
     const auto configuration = streamConfiguration(isInput);
     const auto* const list = static_cast<const AudioBufferList*>(configuration.get());
+    if (!list)
+        return 0;
     UInt32 channels = 0;
-    for (UInt32 i = 0; list && i < list->mNumberBuffers; ++i)
-        channels += list->mBuffers[i].mNumberChannels;
+    for (const AudioBuffer& buffer : qmx::buffersOf(*list))
+        channels += buffer.mNumberChannels;
     return channels;
 }
 
@@ -446,14 +457,12 @@ qmx::HeapBlock QMXAudioDevice::channelLayout(bool isInput) const
 
 Float64 QMXAudioDevice::sampleRate(bool isInput) const
 {
-    const auto actual = actualStreamFormat_isInput(0, isInput);
-    return actual ? actual->sampleRate() : 0;
+    return fieldOf(actualStreamFormat_isInput(0, isInput), &QMXAudioStreamBasicDescription::sampleRate);
 }
 
 AudioFormatID QMXAudioDevice::formatID(bool isInput) const
 {
-    const auto actual = actualStreamFormat_isInput(0, isInput);
-    return actual ? actual->formatID() : 0;
+    return fieldOf(actualStreamFormat_isInput(0, isInput), &QMXAudioStreamBasicDescription::formatID);
 }
 
 std::optional<std::string> QMXAudioDevice::formatIDName(bool isInput) const
@@ -464,36 +473,30 @@ std::optional<std::string> QMXAudioDevice::formatIDName(bool isInput) const
 
 AudioFormatFlags QMXAudioDevice::formatFlags(bool isInput) const
 {
-    const auto actual = actualStreamFormat_isInput(0, isInput);
-    return actual ? actual->formatFlags() : 0;
+    return fieldOf(actualStreamFormat_isInput(0, isInput), &QMXAudioStreamBasicDescription::formatFlags);
 }
 
 UInt32 QMXAudioDevice::bytesPerPacket(bool isInput) const
 {
-    const auto actual = actualStreamFormat_isInput(0, isInput);
-    return actual ? actual->bytesPerPacket() : 0;
+    return fieldOf(actualStreamFormat_isInput(0, isInput), &QMXAudioStreamBasicDescription::bytesPerPacket);
 }
 
 UInt32 QMXAudioDevice::framesPerPacket(bool isInput) const
 {
-    const auto actual = actualStreamFormat_isInput(0, isInput);
-    return actual ? actual->framesPerPacket() : 0;
+    return fieldOf(actualStreamFormat_isInput(0, isInput), &QMXAudioStreamBasicDescription::framesPerPacket);
 }
 
 UInt32 QMXAudioDevice::bytesPerFrame(bool isInput) const
 {
-    const auto actual = actualStreamFormat_isInput(0, isInput);
-    return actual ? actual->bytesPerFrame() : 0;
+    return fieldOf(actualStreamFormat_isInput(0, isInput), &QMXAudioStreamBasicDescription::bytesPerFrame);
 }
 
 UInt32 QMXAudioDevice::channelsPerFrame(bool isInput) const
 {
-    const auto actual = actualStreamFormat_isInput(0, isInput);
-    return actual ? actual->channelsPerFrame() : 0;
+    return fieldOf(actualStreamFormat_isInput(0, isInput), &QMXAudioStreamBasicDescription::channelsPerFrame);
 }
 
 UInt32 QMXAudioDevice::bitsPerChannel(bool isInput) const
 {
-    const auto actual = actualStreamFormat_isInput(0, isInput);
-    return actual ? actual->bitsPerChannel() : 0;
+    return fieldOf(actualStreamFormat_isInput(0, isInput), &QMXAudioStreamBasicDescription::bitsPerChannel);
 }

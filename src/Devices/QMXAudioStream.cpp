@@ -2,9 +2,12 @@
 #include "Devices/QMXAudioStream.h"
 
 #include "Devices/QMXAudioDevice.h"
+#include "Formats/LastFailure.h"
 #include "Formats/PropertyBlock.h"
+#include "Formats/QMXAudioDeviceUtils.h"
 #include "Formats/QMXAudioStreamBasicDescription.h"
 #include "Formats/QMXAudioValueRange.h"
+#include "Foundation/Text/Format.h"
 
 #include <algorithm>
 #include <cmath>
@@ -74,8 +77,11 @@ public:
     AudioStreamID streamID() const override { return _streamID; }
 
 private:
+    qmx::LastFailure& failure() const override { return failure_; }
+
     std::shared_ptr<QMXAudioDevice> _owningDevice;
     AudioStreamID _streamID;
+    mutable qmx::LastFailure failure_;
 };
 
 std::shared_ptr<QMXAudioStream>
@@ -84,14 +90,46 @@ QMXAudioStream::initWithAudioDevice_streamID(const std::shared_ptr<QMXAudioDevic
     return std::make_shared<Implementation>(device, device ? streamID : kAudioStreamUnknown);
 }
 
+OSStatus QMXAudioStream::lastStatus() const
+{
+    return failure().status();
+}
+
+std::string QMXAudioStream::lastError() const
+{
+    return failure().sentence();
+}
+
 qmx::PropertyBlock QMXAudioStream::read(UInt32 channel, AudioStreamPropertyID propertyID) const
 {
+    const qmx::LastFailure::Operation operation(failure());
     UInt32 size = 0;
-    if (AudioStreamGetPropertyInfo(streamID(), channel, propertyID, &size, nullptr) != noErr)
+    qmx::PropertyBlock value;
+    OSStatus status = AudioStreamGetPropertyInfo(streamID(), channel, propertyID, &size, nullptr);
+    if (status == noErr) {
+        value = qmx::allocatePropertyBlock(size);
+        status = value.block ? AudioStreamGetProperty(streamID(), channel, propertyID, &value.size, value.block.get())
+                             : OSStatus{memFullErr};
+    }
+    if (status == noErr)
+        return value;
+    const auto device = owningDevice();
+    const auto name = device ? device->name() : std::nullopt;
+    failure().keepFirst(
+        status, qmx::format("Stream %u of %@", streamID(), name.value_or(qmx::format("device %u", owningDeviceID()))),
+        "could not give its " + QMXAudioDeviceUtils::propertyName(propertyID));
+    return {};
+}
+
+/// What failed in the device's own operation is the stream's failure too.
+template <class Value> Value QMXAudioStream::ofDevice(Value (QMXAudioDevice::*give)(bool isInput) const) const
+{
+    const auto device = owningDevice();
+    if (!device)
         return {};
-    auto value = qmx::allocatePropertyBlock(size);
-    if (AudioStreamGetProperty(streamID(), channel, propertyID, &value.size, value.block.get()) != noErr)
-        return {};
+    const bool isInput = streamDirection() == 1;
+    Value value = (device.get()->*give)(isInput);
+    failure().keepFirstOf(*device);
     return value;
 }
 
@@ -108,22 +146,25 @@ UInt32 QMXAudioStream::startingChannel() const
 
 UInt32 QMXAudioStream::streamDirection() const
 {
+    const qmx::LastFailure::Operation operation(failure());
     return read(startingChannel(), kAudioStreamPropertyDirection).first<UInt32>();
 }
 
 UInt32 QMXAudioStream::terminalType() const
 {
+    const qmx::LastFailure::Operation operation(failure());
     return read(startingChannel(), kAudioStreamPropertyTerminalType).first<UInt32>();
 }
 
 UInt32 QMXAudioStream::numberOfChannels() const
 {
-    const auto device = owningDevice();
-    return device ? device->numberOfChannels(isInput()) : 0;
+    const qmx::LastFailure::Operation operation(failure());
+    return ofDevice(&QMXAudioDevice::numberOfChannels);
 }
 
 std::shared_ptr<QMXAudioStreamBasicDescription> QMXAudioStream::physicalFormat() const
 {
+    const qmx::LastFailure::Operation operation(failure());
     const auto value = read(startingChannel(), kAudioStreamPropertyPhysicalFormat);
     return QMXAudioStreamBasicDescription::initWithAudioStreamBasicDescription(
         static_cast<const AudioStreamBasicDescription*>(value.block.get()));
@@ -131,6 +172,7 @@ std::shared_ptr<QMXAudioStreamBasicDescription> QMXAudioStream::physicalFormat()
 
 QMXAudioStream::Formats QMXAudioStream::physicalFormats() const
 {
+    const qmx::LastFailure::Operation operation(failure());
     Formats formats;
     const auto value = read(startingChannel(), kAudioStreamPropertyPhysicalFormats);
     for (const auto& record : value.entries<AudioStreamBasicDescription>())
@@ -140,13 +182,13 @@ QMXAudioStream::Formats QMXAudioStream::physicalFormats() const
 
 QMXAudioStream::Formats QMXAudioStream::expandedPhysicalFormats() const
 {
+    const qmx::LastFailure::Operation operation(failure());
     Formats formats = physicalFormats();
-    const auto device = owningDevice();
-    if (!device || std::ranges::none_of(formats, isForAllRates))
+    if (std::ranges::none_of(formats, isForAllRates))
         return formats;
     Formats ofOneRate, expanded;
     std::set<AudioStreamBasicDescription, decltype(&comesBefore)> made(comesBefore);
-    const auto rates = ratesWithin(device->availableNominalSampleRates(isInput()));
+    const auto rates = ratesWithin(ofDevice(&QMXAudioDevice::availableNominalSampleRates));
     for (const auto& format : formats) {
         if (!isForAllRates(format)) {
             ofOneRate.push_back(format);

@@ -6,14 +6,16 @@
 #include "Foundation/Object.h"
 
 #include <memory>
+#include <string>
 #include <vector>
 
 class QMXAudioDevice;
 class QMXAudioStreamBasicDescription;
 namespace qmx
 {
+class LastFailure;
 struct PropertyBlock;
-}
+} // namespace qmx
 
 /// One stream of a device: channels that travel together. Keeps its device alive. Each call queries the hardware; a
 /// value that cannot be read is 0, null or an empty list. Any thread but the real-time ones. Streams come from the
@@ -26,6 +28,12 @@ public:
     /// Without a device, all values of the stream are unknown.
     static std::shared_ptr<QMXAudioStream> initWithAudioDevice_streamID(const std::shared_ptr<QMXAudioDevice>& device,
                                                                         AudioStreamID streamID);
+
+    /// The status of what failed in this object's last operation; 0 when nothing did. Operations that several threads
+    /// have under way at once count as one.
+    OSStatus lastStatus() const;
+    /// The same as a sentence for people that names the device and the property, empty when nothing failed.
+    std::string lastError() const;
 
     virtual std::shared_ptr<QMXAudioDevice> owningDevice() const = 0;
     AudioDeviceID owningDeviceID() const;
@@ -51,6 +59,7 @@ public:
 private:
     class Implementation;
     QMXAudioStream() = default;
+    virtual qmx::LastFailure& failure() const = 0;
     qmx::PropertyBlock read(UInt32 channel, AudioStreamPropertyID propertyID) const;
-    bool isInput() const { return streamDirection() == 1; }
+    template <class Value> Value ofDevice(Value (QMXAudioDevice::*give)(bool isInput) const) const;
 };

@@ -3,6 +3,7 @@
 
 #include "Devices/QMXAudioDevice.h"
 #include "Devices/QMXVUMeterData.h"
+#include "Formats/LastFailure.h"
 #include "Foundation/MainThread/NotificationCenter.h"
 #include "Foundation/MainThread/RealTimeNotification.h"
 #include "Foundation/MainThread/RunLoop.h"
@@ -28,6 +29,8 @@ public:
 
     void setAudioDevice(std::shared_ptr<QMXAudioDevice> device) override;
     std::shared_ptr<QMXAudioDevice> audioDevice() const override;
+    OSStatus lastStatus() const override { return failure_.status(); }
+    std::string lastError() const override { return failure_.sentence(); }
     void start() override;
     void stop() override;
     void setNotificationInterval(unsigned long interval) override;
@@ -46,6 +49,7 @@ private:
     std::atomic<bool> mShouldProvideData{false};
 
     std::weak_ptr<QMXAudioDevice> owner_;
+    qmx::LastFailure failure_;
     std::optional<qmx::RealTimeNotification> newLevels_;
 };
 
@@ -95,6 +99,8 @@ std::shared_ptr<QMXAudioDevice> QMXVUMeterDataProvider::Implementation::audioDev
 
 void QMXVUMeterDataProvider::Implementation::setAudioDevice(std::shared_ptr<QMXAudioDevice> device)
 {
+    const auto self = shared_from_this(); // the device may have been its last owner
+    const qmx::LastFailure::Operation operation(failure_);
     const bool wasProviding = mShouldProvideData;
     stop();
     const bool isOwner = device && device == owner_.lock();
@@ -107,9 +113,11 @@ void QMXVUMeterDataProvider::Implementation::setAudioDevice(std::shared_ptr<QMXA
 
 void QMXVUMeterDataProvider::Implementation::start()
 {
+    const qmx::LastFailure::Operation operation(failure_);
     const auto device = audioDevice();
     if (mShouldProvideData || !device || !device->start())
         return;
+    failure_.keepFirstOf(*device);
     mAudioDevice = device;
     device->addAudioIOSubscriber_forInput(shared_from_this(), true);
     mShouldProvideData = true;
@@ -118,10 +126,12 @@ void QMXVUMeterDataProvider::Implementation::start()
 
 void QMXVUMeterDataProvider::Implementation::stop()
 {
+    const auto self = shared_from_this(); // the device may have been its last owner
+    const qmx::LastFailure::Operation operation(failure_);
     const auto device = audioDevice();
     if (!mShouldProvideData || !device->stop())
         return;
-    const auto self = shared_from_this(); // the device may have been its last owner
+    failure_.keepFirstOf(*device);
     device->removeAudioIOSubscriber_forInput(*this, true);
     mShouldProvideData = false;
     if (device == owner_.lock())

@@ -43,6 +43,12 @@ public:
     /// Null if none is set or it is gone.
     virtual std::shared_ptr<QMXAudioDevice> audioDevice() const = 0;
 
+    /// The status of what failed in the last start(), stop() or setAudioDevice(); 0 if nothing did. A meter whose
+    /// device did not start provides all the same, as soon as the device runs. Any thread.
+    virtual OSStatus lastStatus() const = 0;
+    /// The same as a sentence for people that names the device; empty if nothing failed. Any thread.
+    virtual std::string lastError() const = 0;
+
     /// Starts the device and meters it. Does nothing when running already or without a device.
     virtual void start() = 0;
     /// Stops both; returns when the cycle in flight has ended. Does nothing when idle.

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "FileRelated/ProcessingPasses.h"
 
+#include "CoreAudioTypes/AudioBuffers.h"
 #include "Foundation/Memory.h"
 
 #include <algorithm>
@@ -138,9 +139,8 @@ void ProcessingPasses::keepFurtherChannels(UInt32 packets)
 
 void ProcessingPasses::setInternalFrames(UInt32 frames)
 {
-    AudioBuffer* buffer = run_.internalBuffers->mBuffers;
-    for (UInt32 i = 0; i < run_.internalBuffers->mNumberBuffers; ++i, ++buffer)
-        buffer->mDataByteSize = frames * UInt32{sizeof(Float32)};
+    for (AudioBuffer& buffer : buffersOf(*run_.internalBuffers))
+        buffer.mDataByteSize = frames * UInt32{sizeof(Float32)};
 }
 
 } // namespace qmx
@@ -164,10 +164,9 @@ OSStatus FileInputAudioConverterDataProc(AudioConverterRef, UInt32* packetCount,
     if (status != noErr)
         return status;
     info.mPacketOffset += *packetCount;
-    AudioBuffer* buffer = data->mBuffers;
-    for (UInt32 i = 0; i < data->mNumberBuffers; ++i, ++buffer) {
-        buffer->mData = packets.mData;
-        buffer->mDataByteSize = bytes;
+    for (AudioBuffer& buffer : qmx::buffersOf(*data)) {
+        buffer.mData = packets.mData;
+        buffer.mDataByteSize = bytes;
     }
     return noErr;
 }
@@ -175,10 +174,8 @@ OSStatus FileInputAudioConverterDataProc(AudioConverterRef, UInt32* packetCount,
 OSStatus FileOutputAudioConverterDataProc(AudioConverterRef, UInt32*, AudioBufferList* data,
                                           AudioStreamPacketDescription**, void* userData)
 {
-    const auto& processed = *static_cast<const AudioBufferList*>(userData);
-    const AudioBuffer* from = processed.mBuffers;
-    AudioBuffer* to = data->mBuffers;
-    for (UInt32 i = 0; i < std::min(data->mNumberBuffers, processed.mNumberBuffers); ++i)
-        *to++ = *from++;
+    const auto processed = qmx::buffersOf(*static_cast<const AudioBufferList*>(userData));
+    const auto wanted = qmx::buffersOf(*data);
+    std::copy_n(processed.begin(), std::min(processed.size(), wanted.size()), wanted.begin());
     return noErr;
 }

@@ -113,8 +113,8 @@ void QMXAudioFileImpl::resolveReferences()
     if (!originalFilePath)
         return;
     const std::string here = ".";
-    QMXFileUtils::makeFSRef_fromPath(&parentDirRef, parentDirPath->empty() ? here : *parentDirPath);
-    QMXFileUtils::makeFSRef_fromPath(&audioFileRef, *originalFilePath);
+    (void)QMXFileUtils::makeFSRef_fromPath(&parentDirRef, parentDirPath->empty() ? here : *parentDirPath);
+    (void)QMXFileUtils::makeFSRef_fromPath(&audioFileRef, *originalFilePath);
 }
 
 bool QMXAudioFileImpl::moveToPath_handler(const std::string& newPath, qmx::FileManagerHandler* handler)

@@ -40,10 +40,10 @@ bool fitsSixteenBits(const AudioStreamBasicDescription& format)
 }
 
 /// The format of the new file. A lossless coding left to choose would keep 24 bits of the client's floats.
-AudioStreamBasicDescription targetFormat(const AudioStreamBasicDescription& wish, AudioFileTypeID type,
+AudioStreamBasicDescription targetFormat(const AudioStreamBasicDescription& requested, AudioFileTypeID type,
                                          const AudioStreamBasicDescription& source)
 {
-    AudioStreamBasicDescription format = qmx::inByteOrderOfType(wish, type);
+    AudioStreamBasicDescription format = qmx::inByteOrderOfType(requested, type);
     if (isLossless(format) && format.mFormatFlags == 0 && fitsSixteenBits(source))
         format.mFormatFlags = kAppleLosslessFormatFlag_16BitSourceData;
     return format;

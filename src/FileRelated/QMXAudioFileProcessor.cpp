@@ -214,7 +214,7 @@ OSStatus QMXAudioFileProcessorImpl::processFrames_endFrame(SInt64 startFrame, SI
 OpenFile QMXAudioFileProcessorImpl::openSource(SInt8 permissions, AudioFileTypeID typeHint)
 {
     FSRef reference;
-    QMXFileUtils::makeFSRef_fromPath(&reference, mInputFilePath);
+    (void)QMXFileUtils::makeFSRef_fromPath(&reference, mInputFilePath); // opening an empty one fails
     AudioFileID file = nullptr;
     told(mInputFilePath, cannotBeOpened, AudioFileOpen(&reference, permissions, typeHint, &file));
     return OpenFile(file);

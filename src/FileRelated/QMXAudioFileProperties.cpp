@@ -2,54 +2,29 @@
 // Reading the platform's file properties, and the names of properties and statuses.
 #include "FileRelated/QMXAudioFile.h"
 
+#include "Formats/CodeTexts.h"
 #include "Foundation/Memory.h"
 #include "Foundation/Text/Log.h"
-
-#include <array>
-#include <utility>
 
 namespace
 {
 
-struct Name {
-    UInt32 code;
-    const char* text;
+constexpr qmx::CodeText propertyNames[] = {
+    QMX_NAMED(kAudioFilePropertyFileFormat),           QMX_NAMED(kAudioFilePropertyDataFormat),
+    QMX_NAMED(kAudioFilePropertyDataFormatName),       QMX_NAMED(kAudioFilePropertyIsOptimized),
+    QMX_NAMED(kAudioFilePropertyMagicCookieData),      QMX_NAMED(kAudioFilePropertyAudioDataByteCount),
+    QMX_NAMED(kAudioFilePropertyAudioDataPacketCount), QMX_NAMED(kAudioFilePropertyMaximumPacketSize),
 };
 
-constexpr std::array propertyNames{
-    Name{kAudioFilePropertyFileFormat, "kAudioFilePropertyFileFormat"},
-    Name{kAudioFilePropertyDataFormat, "kAudioFilePropertyDataFormat"},
-    Name{kAudioFilePropertyDataFormatName, "kAudioFilePropertyDataFormatName"},
-    Name{kAudioFilePropertyIsOptimized, "kAudioFilePropertyIsOptimized"},
-    Name{kAudioFilePropertyMagicCookieData, "kAudioFilePropertyMagicCookieData"},
-    Name{kAudioFilePropertyAudioDataByteCount, "kAudioFilePropertyAudioDataByteCount"},
-    Name{kAudioFilePropertyAudioDataPacketCount, "kAudioFilePropertyAudioDataPacketCount"},
-    Name{kAudioFilePropertyMaximumPacketSize, "kAudioFilePropertyMaximumPacketSize"},
+constexpr qmx::CodeText statusNames[] = {
+    QMX_NAMED(kAudioFileUnspecifiedError),           QMX_NAMED(kAudioFileUnsupportedFileTypeError),
+    QMX_NAMED(kAudioFileUnsupportedDataFormatError), QMX_NAMED(kAudioFileUnsupportedPropertyError),
+    QMX_NAMED(kAudioFileBadPropertySizeError),       QMX_NAMED(kAudioFilePermissionsError),
+    QMX_NAMED(kAudioFileNotOptimizedError),          QMX_NAMED(kAudioFileFormatNameUnavailableError),
+    QMX_NAMED(kAudioFileInvalidChunkError),          QMX_NAMED(kAudioFileDoesNotAllow64BitDataSizeError),
+    QMX_NAMED(kAudioFileInvalidPacketOffsetError),   QMX_NAMED(kAudioFileInvalidFileError),
+    QMX_NAMED(kAudioFileOperationNotSupportedError),
 };
-
-#define QMX_STATUS(name)                                                                                               \
-    Name                                                                                                               \
-    {                                                                                                                  \
-        static_cast<UInt32>(name), #name                                                                               \
-    }
-constexpr std::array statusNames{
-    QMX_STATUS(kAudioFileUnspecifiedError),           QMX_STATUS(kAudioFileUnsupportedFileTypeError),
-    QMX_STATUS(kAudioFileUnsupportedDataFormatError), QMX_STATUS(kAudioFileUnsupportedPropertyError),
-    QMX_STATUS(kAudioFileBadPropertySizeError),       QMX_STATUS(kAudioFilePermissionsError),
-    QMX_STATUS(kAudioFileNotOptimizedError),          QMX_STATUS(kAudioFileFormatNameUnavailableError),
-    QMX_STATUS(kAudioFileInvalidChunkError),          QMX_STATUS(kAudioFileDoesNotAllow64BitDataSizeError),
-    QMX_STATUS(kAudioFileInvalidPacketOffsetError),   QMX_STATUS(kAudioFileInvalidFileError),
-    QMX_STATUS(kAudioFileOperationNotSupportedError),
-};
-#undef QMX_STATUS
-
-template <std::size_t count> const char* nameOf(const std::array<Name, count>& names, UInt32 code)
-{
-    for (const Name& name : names)
-        if (name.code == code)
-            return name.text;
-    return nullptr;
-}
 
 void logFailure(const char* text, AudioFilePropertyID property, OSStatus status)
 {
@@ -85,14 +60,14 @@ qmx::HeapBlock QMXAudioFile::anyProperty_propertyID(AudioFileID file, AudioFileP
 
 std::string QMXAudioFile::propertyName(AudioFilePropertyID property)
 {
-    if (const char* name = nameOf(propertyNames, property))
+    if (const char* name = findText(propertyNames, property))
         return name;
     return qmx::format("Unknown property: %-4.4s", qmx::fourCharString(property));
 }
 
 void QMXAudioFile::printOSStatusCode(OSStatus status)
 {
-    if (const char* name = nameOf(statusNames, static_cast<UInt32>(status)))
+    if (const char* name = findText(statusNames, static_cast<UInt32>(status)))
         qmx::Log("OS Status: %s", name);
     else
         qmx::Log("QMXAudioFile: OS Status: %-4.4s (%d)", qmx::fourCharString(static_cast<UInt32>(status)), status);

@@ -117,8 +117,8 @@ void QMXExtAudioFileImpl::resolveReferences()
     const std::string root = "/", here = ".";
     const bool isInRoot = mParentDirPath.empty() && mOriginalFilePath.starts_with('/');
     const std::string& parent = isInRoot ? root : mParentDirPath.empty() ? here : mParentDirPath;
-    QMXFileUtils::makeFSRef_fromPath(&mAudioFileRef, mOriginalFilePath);
-    QMXFileUtils::makeFSRef_fromPath(&mParentDirRef, parent);
+    (void)QMXFileUtils::makeFSRef_fromPath(&mAudioFileRef, mOriginalFilePath);
+    (void)QMXFileUtils::makeFSRef_fromPath(&mParentDirRef, parent);
 }
 
 OSStatus QMXExtAudioFileImpl::open()

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "Formats/QMXAudioBufferList.h"
 
+#include "CoreAudioTypes/AudioBuffers.h"
+
 #include <algorithm>
 #include <cstddef>
 #include <cstdlib>
@@ -37,9 +39,9 @@ AudioBufferList* QMXAudioBufferList::allocateBuffers_channelsPerBuffer_dataByteS
     if (!list)
         return nullptr;
     list->mNumberBuffers = count;
-    for (UInt32 i = 0; i < count; ++i) {
-        list->mBuffers[i] = {.mNumberChannels = channels, .mDataByteSize = bytes, .mData = std::calloc(1, bytes)};
-        if (!list->mBuffers[i].mData) {
+    for (AudioBuffer& buffer : qmx::buffersOf(*list)) {
+        buffer = {.mNumberChannels = channels, .mDataByteSize = bytes, .mData = std::calloc(1, bytes)};
+        if (!buffer.mData) {
             destroyBuffers(list);
             return nullptr;
         }
@@ -62,9 +64,9 @@ void QMXAudioBufferList::copyBuffer_toBuffer(const AudioBufferList* source, Audi
 {
     if (!haveSameShape(source, destination))
         return;
-    for (UInt32 i = 0; i < source->mNumberBuffers; ++i) {
-        const AudioBuffer& from = source->mBuffers[i];
-        const AudioBuffer& to = destination->mBuffers[i];
+    const auto targets = qmx::buffersOf(*destination);
+    for (std::size_t i = 0; const AudioBuffer& from : qmx::buffersOf(*source)) {
+        const AudioBuffer& to = targets[i++];
         if (from.mData && to.mData)
             std::memcpy(to.mData, from.mData, std::min(from.mDataByteSize, to.mDataByteSize));
     }
@@ -74,16 +76,16 @@ void QMXAudioBufferList::clear(AudioBufferList* list)
 {
     if (!list)
         return;
-    for (UInt32 i = 0; i < list->mNumberBuffers; ++i)
-        if (list->mBuffers[i].mData)
-            std::memset(list->mBuffers[i].mData, 0, list->mBuffers[i].mDataByteSize);
+    for (const AudioBuffer& buffer : qmx::buffersOf(*list))
+        if (buffer.mData)
+            std::memset(buffer.mData, 0, buffer.mDataByteSize);
 }
 
 void QMXAudioBufferList::destroyBuffers(AudioBufferList* list)
 {
     if (!list)
         return;
-    for (UInt32 i = 0; i < list->mNumberBuffers; ++i)
-        std::free(list->mBuffers[i].mData);
+    for (const AudioBuffer& buffer : qmx::buffersOf(*list))
+        std::free(buffer.mData);
     std::free(list);
 }

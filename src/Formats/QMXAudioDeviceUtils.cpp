@@ -10,22 +10,17 @@ namespace
 using qmx::CodeText;
 using qmx::findText;
 
-constexpr CodeText statusText(OSStatus status, const char* text)
-{
-    return {static_cast<UInt32>(status), text};
-}
-
 constexpr CodeText kErrorMessages[] = {
-    statusText(kAudioHardwareNoError, "No error"),
-    statusText(kAudioHardwareNotRunningError, "Hardware not running error"),
-    statusText(kAudioHardwareUnspecifiedError, "Hardware unspecified error"),
-    statusText(kAudioHardwareUnknownPropertyError, "Hardware unknown property error"),
-    statusText(kAudioHardwareBadPropertySizeError, "Hardware bad property size error"),
-    statusText(kAudioHardwareIllegalOperationError, "Hardware illegal operation error"),
-    statusText(kAudioHardwareBadDeviceError, "Hardware bad device error"),
-    statusText(kAudioHardwareBadStreamError, "Hardware bad stream error"),
-    statusText(kAudioDeviceUnsupportedFormatError, "Hardware unsupported format error"),
-    statusText(kAudioDevicePermissionsError, "Permission denied"),
+    {kAudioHardwareNoError, "No error"},
+    {kAudioHardwareNotRunningError, "Hardware not running error"},
+    {kAudioHardwareUnspecifiedError, "Hardware unspecified error"},
+    {kAudioHardwareUnknownPropertyError, "Hardware unknown property error"},
+    {kAudioHardwareBadPropertySizeError, "Hardware bad property size error"},
+    {kAudioHardwareIllegalOperationError, "Hardware illegal operation error"},
+    {kAudioHardwareBadDeviceError, "Hardware bad device error"},
+    {kAudioHardwareBadStreamError, "Hardware bad stream error"},
+    {kAudioDeviceUnsupportedFormatError, "Hardware unsupported format error"},
+    {kAudioDevicePermissionsError, "Permission denied"},
 };
 
 constexpr CodeText kFormatNames[] = {

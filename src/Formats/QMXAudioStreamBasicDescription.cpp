@@ -2,6 +2,7 @@
 #include "Formats/QMXAudioStreamBasicDescription.h"
 
 #include "AudioToolbox/AudioFormat.h"
+#include "Formats/CodeTexts.h"
 #include "Formats/QMXAudioDeviceUtils.h"
 #include "Foundation/Text/Format.h"
 
@@ -47,19 +48,11 @@ constexpr std::array<AudioStreamBasicDescription, 12> kStandardFormats{
     linearPCM(8000, 1, 8, 1, kBigEndianInteger),
 };
 
-struct FlagName {
-    AudioFormatFlags flag;
-    const char* name;
+constexpr qmx::CodeText kFlagNames[] = {
+    QMX_NAMED(kAudioFormatFlagIsFloat),         QMX_NAMED(kAudioFormatFlagIsBigEndian),
+    QMX_NAMED(kAudioFormatFlagIsSignedInteger), QMX_NAMED(kAudioFormatFlagIsPacked),
+    QMX_NAMED(kAudioFormatFlagIsAlignedHigh),   QMX_NAMED(kAudioFormatFlagIsNonInterleaved),
 };
-
-constexpr std::array<FlagName, 6> kFlagNames{{
-    {kAudioFormatFlagIsFloat, "kAudioFormatFlagIsFloat"},
-    {kAudioFormatFlagIsBigEndian, "kAudioFormatFlagIsBigEndian"},
-    {kAudioFormatFlagIsSignedInteger, "kAudioFormatFlagIsSignedInteger"},
-    {kAudioFormatFlagIsPacked, "kAudioFormatFlagIsPacked"},
-    {kAudioFormatFlagIsAlignedHigh, "kAudioFormatFlagIsAlignedHigh"},
-    {kAudioFormatFlagIsNonInterleaved, "kAudioFormatFlagIsNonInterleaved"},
-}};
 
 std::string channelText(UInt32 channels)
 {
@@ -144,9 +137,9 @@ std::string QMXAudioStreamBasicDescription::debugDescription() const
 std::string QMXAudioStreamBasicDescription::printStreamFormatFlagNames() const
 {
     std::string names;
-    for (const FlagName& entry : kFlagNames)
-        if (hasFlag(entry.flag))
-            names += qmx::format("\t\t%@\n", entry.name);
+    for (const qmx::CodeText& entry : kFlagNames)
+        if (hasFlag(entry.code))
+            names += qmx::format("\t\t%@\n", entry.text);
     return names;
 }
 

@@ -2,6 +2,7 @@
 #include "Processing/QMXAudioConverter.h"
 
 #include "CoreAudio/AudioHardware.h"
+#include "CoreAudioTypes/AudioBuffers.h"
 #include "Formats/LastFailure.h"
 #include "Formats/QMXAudioStreamBasicDescription.h"
 #include "Foundation/Memory.h"
@@ -47,9 +48,8 @@ UInt64 bytesOfEach(const AudioBufferList& data, UInt32 count)
 /// Cuts each buffer down to at most `bytes`.
 void keepAtMost(UInt64 bytes, AudioBufferList& data)
 {
-    AudioBuffer* const buffers = data.mBuffers;
-    for (UInt32 i = 0; i < data.mNumberBuffers; ++i)
-        buffers[i].mDataByteSize = static_cast<UInt32>(std::min<UInt64>(buffers[i].mDataByteSize, bytes));
+    for (AudioBuffer& buffer : qmx::buffersOf(data))
+        buffer.mDataByteSize = static_cast<UInt32>(std::min<UInt64>(buffer.mDataByteSize, bytes));
 }
 
 class QMXAudioConverterImpl final : public QMXAudioConverter

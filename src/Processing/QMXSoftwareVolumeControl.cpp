@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "Processing/QMXSoftwareVolumeControl.h"
 
+#include "CoreAudioTypes/AudioBuffers.h"
 #include "vecLib/vecLib.h"
 
 #include <atomic>
@@ -23,11 +24,10 @@ private:
 
 OSStatus QMXSoftwareVolumeControlImpl::processAudio_numberOfFrames(AudioBufferList& audio, UInt32* numberOfFrames)
 {
-    AudioBuffer* const buffers = audio.mBuffers;
-    for (UInt32 i = 0; i < audio.mNumberBuffers; ++i) {
+    for (const AudioBuffer& buffer : qmx::buffersOf(audio)) {
         const Float32 gain = volumeSetting;
-        auto* const samples = static_cast<Float32*>(buffers[i].mData);
-        vsmul(samples, 1, &gain, samples, 1, *numberOfFrames * buffers[i].mNumberChannels);
+        auto* const samples = static_cast<Float32*>(buffer.mData);
+        vsmul(samples, 1, &gain, samples, 1, *numberOfFrames * buffer.mNumberChannels);
     }
     return noErr;
 }

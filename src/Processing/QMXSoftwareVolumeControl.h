@@ -24,5 +24,5 @@ public:
     void reset() override = 0;
     /// Multiplies `*numberOfFrames` frames of each buffer, interleaved or not; the buffers hold at least as many native
     /// floats, whatever their byte sizes say. Render threads. Always 0.
-    OSStatus processAudio_numberOfFrames(AudioBufferList& audio, UInt32* numberOfFrames) override = 0;
+    [[nodiscard]] OSStatus processAudio_numberOfFrames(AudioBufferList& audio, UInt32* numberOfFrames) override = 0;
 };

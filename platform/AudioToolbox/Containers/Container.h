@@ -38,20 +38,20 @@ public:
     virtual std::vector<UInt32> chunkIDs() = 0;
 
     /// `count` becomes what was transferred, on failure too. `start` is not negative.
-    virtual OSStatus readBytes(UInt64 start, UInt32& count, void* buffer) = 0;
-    virtual OSStatus writeBytes(UInt64 start, UInt32& count, const void* buffer) = 0;
+    [[nodiscard]] virtual OSStatus readBytes(UInt64 start, UInt32& count, void* buffer) = 0;
+    [[nodiscard]] virtual OSStatus writeBytes(UInt64 start, UInt32& count, const void* buffer) = 0;
     /// Packets; by arithmetic unless the container says otherwise. `descriptions` may be null.
-    virtual OSStatus readPackets(UInt64 start, UInt32& packets, UInt32& bytes,
-                                 AudioStreamPacketDescription* descriptions, void* buffer);
-    virtual OSStatus writePackets(UInt64 start, UInt32& packets, UInt32 bytes,
-                                  const AudioStreamPacketDescription* descriptions, const void* buffer);
+    [[nodiscard]] virtual OSStatus readPackets(UInt64 start, UInt32& packets, UInt32& bytes,
+                                               AudioStreamPacketDescription* descriptions, void* buffer);
+    [[nodiscard]] virtual OSStatus writePackets(UInt64 start, UInt32& packets, UInt32 bytes,
+                                                const AudioStreamPacketDescription* descriptions, const void* buffer);
 
     /// The coding's own parameters; 'pty?' for codings that have none.
-    virtual OSStatus magicCookie(Bytes& cookie) const;
-    virtual OSStatus setMagicCookie(std::span<const UInt8> cookie);
+    [[nodiscard]] virtual OSStatus magicCookie(Bytes& cookie) const;
+    [[nodiscard]] virtual OSStatus setMagicCookie(std::span<const UInt8> cookie);
     /// Of compressed files; 'pty?' for others.
-    virtual OSStatus packetTableInfo(AudioFilePacketTableInfo& info) const;
-    virtual OSStatus setPacketTableInfo(const AudioFilePacketTableInfo& info);
+    [[nodiscard]] virtual OSStatus packetTableInfo(AudioFilePacketTableInfo& info) const;
+    [[nodiscard]] virtual OSStatus setPacketTableInfo(const AudioFilePacketTableInfo& info);
 
     /// The first frame of a packet; empty if no frame can have such a number.
     virtual std::optional<UInt64> frameOfPacket(UInt64 packet) const;
@@ -67,7 +67,7 @@ public:
     void setDefersSizeUpdates(bool defers) { defersSizeUpdates_ = defers; }
 
     /// Brings the file up to date. Writes nothing if nothing was changed.
-    virtual OSStatus finish() = 0;
+    [[nodiscard]] virtual OSStatus finish() = 0;
 
 protected:
     Container() = default;

@@ -65,7 +65,7 @@ OSStatus ContainerFile::replace(UInt64 position, std::span<const UInt8> bytes)
             return status;
         const OSStatus status = writeAll(position, bytes);
         if (status != noErr)
-            writeAll(position, old);
+            (void)writeAll(position, old); // as far as the disk lets us
         return status;
     });
 }

@@ -29,27 +29,27 @@ public:
 
     UInt64 length() const { return length_; }
     /// Queries the length; `changed` says whether another writer changed it.
-    OSStatus refreshLength(bool& changed);
+    [[nodiscard]] OSStatus refreshLength(bool& changed);
 
     /// Up to `size` bytes; fewer than asked without an error means that the file ends there.
     Transfer read(UInt64 position, void* data, std::size_t size);
     /// All of `bytes`, or 'dta?' if the file ends before.
-    OSStatus readAll(UInt64 position, std::span<UInt8> bytes);
+    [[nodiscard]] OSStatus readAll(UInt64 position, std::span<UInt8> bytes);
 
     Transfer write(UInt64 position, const void* data, std::size_t size);
-    OSStatus writeAll(UInt64 position, std::span<const UInt8> bytes);
+    [[nodiscard]] OSStatus writeAll(UInt64 position, std::span<const UInt8> bytes);
     /// Overwrites existing bytes that others rely on: on failure the old ones are restored as far as the disk allows.
-    OSStatus replace(UInt64 position, std::span<const UInt8> bytes);
+    [[nodiscard]] OSStatus replace(UInt64 position, std::span<const UInt8> bytes);
     /// Writes all patches. Those near each other are one write together with freshly read bytes between them, so that a
     /// process killed here leaves all or none of them, and another writer's bytes between them stay. Bytes that are
     /// already there are not written.
-    OSStatus apply(std::vector<Patch> patches);
+    [[nodiscard]] OSStatus apply(std::vector<Patch> patches);
     /// The areas must not overlap.
-    OSStatus copy(UInt64 from, UInt64 to, UInt64 count);
-    OSStatus truncate(UInt64 length);
+    [[nodiscard]] OSStatus copy(UInt64 from, UInt64 to, UInt64 count);
+    [[nodiscard]] OSStatus truncate(UInt64 length);
 
 private:
-    OSStatus applyGroup(std::span<const Patch> patches);
+    [[nodiscard]] OSStatus applyGroup(std::span<const Patch> patches);
 
     std::unique_ptr<File> file_;
     UInt64 length_ = 0;

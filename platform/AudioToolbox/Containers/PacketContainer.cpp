@@ -157,7 +157,7 @@ OSStatus PacketContainer::writePackets(UInt64 start, UInt32& packets, UInt32 byt
     if (isVariable())
         reserveFor(firstFrames_, given);
     if (const OSStatus status = file_.writeAll(endOfData_, block); status != noErr) {
-        file_.truncate(endOfData_); // the start of a packet is no packet
+        (void)file_.truncate(endOfData_); // what stays of the packet is written over, or cut off by the close
         return status;
     }
     endOfData_ += block.size();

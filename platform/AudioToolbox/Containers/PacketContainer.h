@@ -30,44 +30,44 @@ public:
     SInt64 dataOffset() const override;
     bool isOptimized() const override { return true; }
     std::vector<UInt32> chunkIDs() override { return {}; }
-    OSStatus readBytes(UInt64 start, UInt32& count, void* buffer) override;
-    OSStatus writeBytes(UInt64 start, UInt32& count, const void* buffer) override;
-    OSStatus readPackets(UInt64 start, UInt32& packets, UInt32& bytes, AudioStreamPacketDescription* descriptions,
-                         void* buffer) override;
-    OSStatus writePackets(UInt64 start, UInt32& packets, UInt32 bytes, const AudioStreamPacketDescription* descriptions,
-                          const void* buffer) override;
-    OSStatus magicCookie(Bytes& cookie) const override;
-    OSStatus setMagicCookie(std::span<const UInt8> cookie) override;
-    OSStatus packetTableInfo(AudioFilePacketTableInfo& info) const override;
-    OSStatus setPacketTableInfo(const AudioFilePacketTableInfo& info) override;
+    [[nodiscard]] OSStatus readBytes(UInt64 start, UInt32& count, void* buffer) override;
+    [[nodiscard]] OSStatus writeBytes(UInt64 start, UInt32& count, const void* buffer) override;
+    [[nodiscard]] OSStatus readPackets(UInt64 start, UInt32& packets, UInt32& bytes,
+                                       AudioStreamPacketDescription* descriptions, void* buffer) override;
+    [[nodiscard]] OSStatus writePackets(UInt64 start, UInt32& packets, UInt32 bytes,
+                                        const AudioStreamPacketDescription* descriptions, const void* buffer) override;
+    [[nodiscard]] OSStatus magicCookie(Bytes& cookie) const override;
+    [[nodiscard]] OSStatus setMagicCookie(std::span<const UInt8> cookie) override;
+    [[nodiscard]] OSStatus packetTableInfo(AudioFilePacketTableInfo& info) const override;
+    [[nodiscard]] OSStatus setPacketTableInfo(const AudioFilePacketTableInfo& info) override;
     std::optional<UInt64> frameOfPacket(UInt64 packet) const override;
     std::pair<UInt64, UInt32> packetOfFrame(UInt64 frame) const override;
     UInt32 rollDistance() const override;
     AudioChannelLayoutTag channelLayoutTag() const override;
-    OSStatus finish() override;
+    [[nodiscard]] OSStatus finish() override;
 
     /// Reads an existing file.
-    OSStatus load();
+    [[nodiscard]] OSStatus load();
     /// Makes the file an empty one.
-    OSStatus create(const AudioStreamBasicDescription& format);
+    [[nodiscard]] OSStatus create(const AudioStreamBasicDescription& format);
 
 protected:
     explicit PacketContainer(std::unique_ptr<File> file) : file_(std::move(file)) {}
 
     /// Fills in format, packets, cookie (bare) and packet table.
-    virtual OSStatus read() = 0;
+    [[nodiscard]] virtual OSStatus read() = 0;
     /// Writes what comes before the packets; `endOfData_` is where the first one goes.
-    virtual OSStatus begin() = 0;
+    [[nodiscard]] virtual OSStatus begin() = 0;
     /// The bytes before a packet that is to be written. False for one that the file cannot hold.
     virtual bool packetHeader(std::span<const UInt8>, Bytes&) { return true; }
     /// Called when a new cookie was taken.
-    virtual OSStatus cookieChanged() { return noErr; }
+    [[nodiscard]] virtual OSStatus cookieChanged() { return noErr; }
     /// Whether what is written states the format, so that the file can be opened again.
     virtual bool tellsFormat() const { return true; }
     /// The bytes after the packets that describe them.
-    virtual OSStatus tail(Bytes&) { return noErr; }
+    [[nodiscard]] virtual OSStatus tail(Bytes&) { return noErr; }
     /// Called when the tail is written: makes what is before the packets fit them.
-    virtual OSStatus end() { return noErr; }
+    [[nodiscard]] virtual OSStatus end() { return noErr; }
     /// False for a packet that is not wholly in the file, and if there are too many.
     bool addPacket(const PacketPlace& packet);
     const std::vector<PacketPlace>& packets() const { return packets_; }
@@ -82,7 +82,7 @@ protected:
 
 private:
     bool takeCookie();
-    OSStatus writeTailOverPackets(UInt64 needed);
+    [[nodiscard]] OSStatus writeTailOverPackets(UInt64 needed);
     void dropLastPacket();
     std::size_t readRun(std::span<const PacketPlace> run, UInt8* to, OSStatus& status);
     bool isVariable() const { return format_.mFramesPerPacket == 0; }

@@ -2,6 +2,7 @@
 #include "AudioToolbox/Conversion/Converter.h"
 
 #include "AudioToolbox/Conversion/ChannelLayouts.h"
+#include "CoreAudioTypes/AudioBuffers.h"
 
 #include <algorithm>
 #include <cstring>
@@ -15,12 +16,6 @@ namespace
 {
 
 constexpr UInt64 most32 = std::numeric_limits<UInt32>::max();
-
-std::span<AudioBuffer> buffersOf(AudioBufferList& list)
-{
-    AudioBuffer* const first = list.mBuffers;
-    return {first, list.mNumberBuffers};
-}
 
 /// Points `run` at the planes of one contiguous buffer.
 template <class ByteT> void aimAtBuffer(FrameRun<ByteT>& run, ByteT* bytes, std::size_t frames)

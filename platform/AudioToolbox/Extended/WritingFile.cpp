@@ -3,6 +3,7 @@
 
 #include "AudioToolbox/Extended/FileValues.h"
 #include "AudioToolbox/Extended/Silence.h"
+#include "CoreAudioTypes/AudioBuffers.h"
 #include "Foundation/Memory.h"
 #include "Foundation/RealTime.h"
 
@@ -196,10 +197,7 @@ OSStatus WritingFile::giveFrames(AudioConverterRef, UInt32* packetCount, AudioBu
         return noErr;
     if (*packetCount == 0)
         return usedUp;
-    const AudioBuffer* from = file.given_->mBuffers;
-    AudioBuffer* to = data->mBuffers;
-    for (UInt32 plane = 0; plane < data->mNumberBuffers; ++plane)
-        *to++ = *from++;
+    std::ranges::copy(buffersOf(*file.given_).first(data->mNumberBuffers), buffersOf(*data).begin());
     return noErr;
 }
 

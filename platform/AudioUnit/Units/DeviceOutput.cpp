@@ -4,6 +4,7 @@
 #include "AudioUnit/Units/DeviceRun.h"
 #include "AudioUnit/Units/DeviceWatch.h"
 #include "AudioUnit/Units/SliceBuffers.h"
+#include "CoreAudioTypes/AudioBuffers.h"
 #include "Foundation/HeapBlock.h"
 #include "Foundation/RealTime.h"
 

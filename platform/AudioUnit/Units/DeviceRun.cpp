@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "AudioUnit/Units/DeviceRun.h"
 
+#include "CoreAudioTypes/AudioBuffers.h"
+
 #include <algorithm>
 #include <cmath>
 #include <utility>

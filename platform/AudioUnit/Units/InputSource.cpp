@@ -2,6 +2,7 @@
 #include "AudioUnit/Units/InputSource.h"
 
 #include "AudioUnit/Units/Unit.h"
+#include "CoreAudioTypes/AudioBuffers.h"
 #include "Foundation/RealTime.h"
 
 #include <algorithm>

@@ -3,6 +3,7 @@
 
 #include "AudioUnit/Units/ConverterEngine.h"
 #include "CoreAudio/AudioHardware.h"
+#include "CoreAudioTypes/AudioBuffers.h"
 #include "Foundation/RealTime.h"
 
 #include <algorithm>

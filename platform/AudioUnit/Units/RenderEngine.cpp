@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "AudioUnit/Units/RenderEngine.h"
 
+#include "CoreAudioTypes/AudioBuffers.h"
+
 #include <algorithm>
 #include <cstring>
 

@@ -2,6 +2,7 @@
 #include "AudioUnit/Units/SliceBuffers.h"
 
 #include "AudioToolbox/Conversion/SampleKernels.h"
+#include "CoreAudioTypes/AudioBuffers.h"
 
 #include <algorithm>
 #include <cstring>

@@ -6,17 +6,10 @@
 
 #include <array>
 #include <cstddef>
-#include <span>
 #include <vector>
 
 namespace qmx
 {
-
-inline std::span<AudioBuffer> buffersOf(AudioBufferList& list)
-{
-    AudioBuffer* const first = list.mBuffers;
-    return {first, list.mNumberBuffers};
-}
 
 /// Only the constructor allocates; everything else may run on a render thread.
 class SliceBuffers

@@ -65,7 +65,7 @@ public:
     std::string lastError() const;
 
     /// False only for a form whose size does not match the file's; a file that is no form passes, which is intended.
-    bool verifyBasicFileFormat(qmx::FileHandle& file) const;
+    [[nodiscard]] bool verifyBasicFileFormat(qmx::FileHandle& file) const;
     /// Does nothing; always true.
     bool repairFile_atOffset(qmx::FileHandle& file, UInt64 offset) const;
     /// Versions 2 and 3.

@@ -5,9 +5,11 @@
 #include "AudioFileHelpers.h"
 #include "AudioToolbox/ExtAudioFile.h"
 
+#include <array>
 #include <cmath>
 #include <numbers>
 #include <span>
+#include <utility>
 
 namespace qmx::test
 {
@@ -130,5 +132,10 @@ inline void writeMusic(const std::string& path, AudioFileTypeID type, const Audi
     EXPECT_EQ(ExtAudioFileWrite(file, static_cast<UInt32>(samples.size() / format.mChannelsPerFrame), &list), noErr);
     EXPECT_EQ(ExtAudioFileDispose(file), noErr);
 }
+
+/// What files of packets, and of samples, are made of.
+inline const AudioStreamBasicDescription losslessStereo{44100, kAudioFormatAppleLossless, 0, 0, 0, 0, 2, 0, 0};
+inline const std::array bothKinds{std::pair{kAudioFileAIFCType, linear(11, 32, 2)},
+                                  std::pair{kAudioFileM4AType, losslessStereo}};
 
 } // namespace qmx::test

@@ -5,6 +5,8 @@
 #include "Formats/QMXAudioStreamBasicDescription.h"
 #include "support/VirtualDevices.h"
 
+#include <gmock/gmock.h>
+
 #include <cstring>
 #include <limits>
 
@@ -31,8 +33,11 @@ TEST_F(AudioStream, TellsItsPlaceInItsDevice)
     EXPECT_EQ(streams[0]->owningDeviceID(), id) << "the stream keeps its device";
 
     EXPECT_EQ(noErr, hardware.removeDevice(id));
+    EXPECT_EQ(streams[1]->lastStatus(), noErr);
     EXPECT_EQ(streams[1]->startingChannel(), 0U);
     EXPECT_EQ(streams[1]->physicalFormat(), nullptr);
+    EXPECT_EQ(streams[1]->lastStatus(), kAudioHardwareBadStreamError);
+    EXPECT_THAT(streams[1]->lastError(), testing::HasSubstr(" could not give its kAudioStreamPropertyStartingChannel"));
     EXPECT_TRUE(streams[1]->expandedPhysicalFormats().empty());
     EXPECT_EQ(QMXAudioStream::initWithAudioDevice_streamID(nullptr, 5)->streamID(), kAudioStreamUnknown);
 }

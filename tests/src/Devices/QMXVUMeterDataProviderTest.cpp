@@ -101,6 +101,20 @@ TEST_F(Meter, TurnsToAnotherDeviceAndKeepsOneOnlyWhileProviding)
     EXPECT_EQ(meter->audioDevice(), second);
 }
 
+TEST_F(Meter, TellsWhyItsDeviceDoesNotRunAndMetersItOnceItDoes)
+{
+    const auto input = device(1, {0.5F});
+    const auto meter = QMXVUMeterDataProvider::initWithAudioDevice(input);
+    hardware.addFault(qmx::test::failing(qmx::HardwareOperation::start, {}, 1));
+    meter->start();
+    EXPECT_EQ(meter->lastStatus(), kAudioHardwareUnspecifiedError);
+    EXPECT_EQ(meter->lastError(), "Meter could not be started: Hardware unspecified error");
+    EXPECT_TRUE(input->start());
+    EXPECT_THAT(cycles(*input, 1), testing::ElementsAre(0.5F));
+    meter->stop();
+    EXPECT_EQ(meter->lastStatus(), noErr);
+}
+
 TEST(VUMeterData, CopiesEightLevelsAtMost)
 {
     const std::vector<Float32> ten(10, 0.5F);

@@ -126,7 +126,7 @@ TEST_F(QMXAudioFileConverterTest, WAVEIsLittleEndianWhateverTheFormatSays)
     EXPECT_TRUE(audioAt(other) == audioAt(path));
 }
 
-TEST_F(QMXAudioFileConverterTest, ALosslessTargetWithoutAWishKeepsTheBitsOfItsSource)
+TEST_F(QMXAudioFileConverterTest, ALosslessTargetWithoutAStatedDepthKeepsTheBitsOfItsSource)
 {
     const std::string between = "/d/c.flac";
     constexpr AudioFormatFlags sixteen = kAppleLosslessFormatFlag_16BitSourceData,
@@ -146,7 +146,7 @@ TEST_F(QMXAudioFileConverterTest, ALosslessTargetWithoutAWishKeepsTheBitsOfItsSo
         disk.rename(other, between);
         keepsAll(kAudioFileM4AType, kAudioFormatAppleLossless, between);
     }
-    // a requested bit depth is kept
+    // a stated depth is kept
     EXPECT_EQ(convert(kAudioFileFLACType, coded(kAudioFormatFLAC, 2, 44100, sixteen), path), noErr);
     EXPECT_EQ(propertyAt<AudioStreamBasicDescription>(other, kAudioFilePropertyDataFormat).mFormatFlags, sixteen);
 }

@@ -160,7 +160,7 @@ void ChunkContainer::bringInLine()
     const UInt64 tail = padded(declaredEnd_);
     if (audioIsLast_ && tail == padded(written_.formEnd) && !cutOffAppendAt(tail).empty()) {
         if (isStoreBegunAt(tail))
-            file_.truncate(declaredEnd_);
+            (void)file_.truncate(declaredEnd_); // growth tries again
         return;
     }
     const UInt64 frame = format_.mBytesPerFrame;
@@ -172,13 +172,13 @@ void ChunkContainer::bringInLine()
     if (!canHold({padded(std::max(audio_.start + bytes, written_.formEnd)), audio_.start + bytes, bytes}))
         return;
     if (!audioLags) {
-        writeSizes(written_);
+        (void)writeSizes(written_); // the next opening tries again
         return;
     }
     headerLags_ = true;
     audio_.bytes = bytes;
     if (commit() == noErr && fileLength() > written_.formEnd)
-        file_.truncate(written_.formEnd);
+        (void)file_.truncate(written_.formEnd); // what stays is no part of the form
 }
 
 OSStatus ChunkContainer::create(const Bytes& header)
@@ -260,9 +260,8 @@ OSStatus ChunkContainer::finish()
     if (status == noErr && headerLags_)
         status = commit();
     status = written == noErr ? status : written;
-    // what cannot be trimmed stays as filler: nothing is lost
     if (status == noErr && grewInFront_)
-        trimRoom();
+        (void)trimRoom(); // what cannot be trimmed stays as filler: nothing is lost
     return status;
 }
 

@@ -34,15 +34,15 @@ public:
     SInt64 dataOffset() const override { return static_cast<SInt64>(audio_.start); }
     bool isOptimized() const override { return !hasChunksBehind(); }
     std::vector<UInt32> chunkIDs() override;
-    OSStatus readBytes(UInt64 start, UInt32& count, void* buffer) override;
-    OSStatus writeBytes(UInt64 start, UInt32& count, const void* buffer) override;
-    OSStatus finish() override;
+    [[nodiscard]] OSStatus readBytes(UInt64 start, UInt32& count, void* buffer) override;
+    [[nodiscard]] OSStatus writeBytes(UInt64 start, UInt32& count, const void* buffer) override;
+    [[nodiscard]] OSStatus finish() override;
 
     /// Reads an existing file's header. Opening for writing brings the sizes of a file that lag behind its length in
     /// line.
-    OSStatus load(bool forWriting);
+    [[nodiscard]] OSStatus load(bool forWriting);
     /// Makes the file one that holds no audio yet; whatever it held is gone.
-    OSStatus create(const Bytes& header);
+    [[nodiscard]] OSStatus create(const Bytes& header);
 
 protected:
     /// The positions and sizes that a file's headers state.
@@ -60,9 +60,9 @@ protected:
     /// Reads the bytes that open the form and returns where it claims to end; 0 and absurd ends are fine.
     virtual UInt64 readFormHeader(const UInt8* header) = 0;
     /// Reads what is of interest in a chunk; called once for each in file order. May correct the chunk's size.
-    virtual OSStatus visit(Chunk& chunk) = 0;
+    [[nodiscard]] virtual OSStatus visit(Chunk& chunk) = 0;
     /// Called after the last chunk: sets `format_`, and the audio bytes by `setAudio`.
-    virtual OSStatus finishLoading() = 0;
+    [[nodiscard]] virtual OSStatus finishLoading() = 0;
     virtual bool canHold(const Sizes& sizes) const = 0;
     virtual std::vector<Patch> patchesFor(const Sizes& sizes) = 0;
     /// The chunks from `from` on were moved by `by` bytes.
@@ -84,7 +84,7 @@ protected:
 
     UInt64 fileLength() const { return file_.length(); }
     /// The chunk's data, at most `largest` bytes of it.
-    OSStatus readChunk(const Chunk& chunk, std::size_t largest, Bytes& data);
+    [[nodiscard]] OSStatus readChunk(const Chunk& chunk, std::size_t largest, Bytes& data);
     /// Whether a chunk that lies wholly in the file is at `position`.
     bool isChunkAt(UInt64 position);
 
@@ -101,13 +101,13 @@ private:
     };
 
     // Loading (ChunkContainer.cpp)
-    OSStatus read();
-    OSStatus walk();
+    [[nodiscard]] OSStatus read();
+    [[nodiscard]] OSStatus walk();
     void endWalk(const Chunk& last, bool ranIntoOtherBytes, UInt64 formEnd);
     Bytes cutOffAppendAt(UInt64 tail);
     bool isStoreBegunAt(UInt64 tail);
     void bringInLine();
-    OSStatus grow(UInt64 start, UInt32& count, const void* buffer);
+    [[nodiscard]] OSStatus grow(UInt64 start, UInt32& count, const void* buffer);
 
     // Sizes and growth (ChunkContainerGrowth.cpp)
     bool hasChunksBehind() const { return room_.begin < written_.formEnd; }
@@ -116,23 +116,23 @@ private:
     UInt64 padded(UInt64 end) const { return audio_.chunk + shape_.padded(end - audio_.chunk); }
     Bytes fillerHeader(UInt64 position, UInt64 end) const;
     Transfer store(UInt64 position, const UInt8* data, std::size_t size);
-    OSStatus prepareGrowth(UInt64 start, UInt64 end);
-    OSStatus addAudioChunk();
-    OSStatus fillGap(UInt64 start);
-    OSStatus writeSizes(const Sizes& sizes);
-    OSStatus writeFormEnd(UInt64 formEnd);
-    OSStatus commit();
-    OSStatus commitAtEnd(UInt64 chunkEnd);
-    OSStatus commitInRoom(UInt64 chunkEnd);
-    OSStatus moveFillerOn(UInt64 chunkEnd);
-    OSStatus commitFewBytes(UInt64 chunkEnd);
-    OSStatus writeHeld();
-    OSStatus noticeOtherWriter();
-    OSStatus makeRoom(UInt64 end);
-    OSStatus dropFiller();
-    OSStatus moveChunksBehind(UInt64 lowest);
-    OSStatus extendForm(UInt64 formEnd);
-    OSStatus trimRoom();
+    [[nodiscard]] OSStatus prepareGrowth(UInt64 start, UInt64 end);
+    [[nodiscard]] OSStatus addAudioChunk();
+    [[nodiscard]] OSStatus fillGap(UInt64 start);
+    [[nodiscard]] OSStatus writeSizes(const Sizes& sizes);
+    [[nodiscard]] OSStatus writeFormEnd(UInt64 formEnd);
+    [[nodiscard]] OSStatus commit();
+    [[nodiscard]] OSStatus commitAtEnd(UInt64 chunkEnd);
+    [[nodiscard]] OSStatus commitInRoom(UInt64 chunkEnd);
+    [[nodiscard]] OSStatus moveFillerOn(UInt64 chunkEnd);
+    [[nodiscard]] OSStatus commitFewBytes(UInt64 chunkEnd);
+    [[nodiscard]] OSStatus writeHeld();
+    [[nodiscard]] OSStatus noticeOtherWriter();
+    [[nodiscard]] OSStatus makeRoom(UInt64 end);
+    [[nodiscard]] OSStatus dropFiller();
+    [[nodiscard]] OSStatus moveChunksBehind(UInt64 lowest);
+    [[nodiscard]] OSStatus extendForm(UInt64 formEnd);
+    [[nodiscard]] OSStatus trimRoom();
 
     ContainerFile file_;
     FourCharCode filler_;

@@ -191,7 +191,7 @@ OSStatus ChunkContainer::commitFewBytes(UInt64 chunkEnd)
     if (widened != noErr)
         return widened;
     if (const OSStatus status = file_.replace(begin, bytes); status != noErr) {
-        writeSizes(before);
+        (void)writeSizes(before); // or the next commit does
         return status;
     }
     held_.reset();
@@ -274,19 +274,25 @@ OSStatus ChunkContainer::moveChunksBehind(UInt64 lowest)
     if (!fits())
         return kAudioFileDoesNotAllow64BitDataSizeError;
 
+    const UInt64 bytesBehind = oldLength - std::min(oldLength, oldEnd);
+    const UInt64 formEnd = target + shape_.padded(bytes);
+    bool areBehindBoth = false; // the bytes behind the form stand behind the extended one too
     const OSStatus status = withinMemory(memFullErr, [&] {
-        OSStatus done = extendForm(target + shape_.padded(bytes));
+        OSStatus done = file_.copy(oldEnd, formEnd, bytesBehind);
+        areBehindBoth = done == noErr;
+        if (done == noErr)
+            done = extendForm(formEnd);
         if (done == noErr)
             done = file_.copy(room_.end, target, bytes);
         return done == noErr ? file_.replace(room_.begin, fillerHeader(room_.begin, target)) : done;
     });
     if (status != noErr) {
         bool changed = false;
-        file_.refreshLength(changed);
-        if (oldLength > oldEnd)
-            file_.copy(target + shape_.padded(bytes), oldEnd, oldLength - oldEnd);
-        if (writeFormEnd(oldEnd) == noErr && fileLength() > oldLength)
-            file_.truncate(oldLength);
+        (void)file_.refreshLength(changed); // else it is what was written last
+        // Where they cannot be put back the file stays as long as it is, with them at its end.
+        const bool areBack = !areBehindBoth || file_.copy(formEnd, oldEnd, bytesBehind) == noErr;
+        if (writeFormEnd(oldEnd) == noErr && areBack && fileLength() > oldLength)
+            (void)file_.truncate(oldLength); // what stays is no part of the form
         return status;
     }
     chunksMoved(room_.end, static_cast<SInt64>(target - room_.end));
@@ -300,9 +306,6 @@ OSStatus ChunkContainer::moveChunksBehind(UInt64 lowest)
 OSStatus ChunkContainer::extendForm(UInt64 formEnd)
 {
     const UInt64 oldEnd = written_.formEnd;
-    if (fileLength() > oldEnd)
-        if (const OSStatus status = file_.copy(oldEnd, formEnd, fileLength() - oldEnd); status != noErr)
-            return status;
     if (fileLength() < formEnd)
         if (const OSStatus status = file_.truncate(formEnd); status != noErr)
             return status;

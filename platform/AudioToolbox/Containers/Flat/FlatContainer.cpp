@@ -29,7 +29,7 @@ void FlatContainer::takeRest()
     unwrittenBytes_ = whole - bytes_;
     bytes_ = whole;
     if (finish() == noErr && whole < stored)
-        file_.truncate(start_ + whole);
+        (void)file_.truncate(start_ + whole); // the rest is less than a frame
 }
 
 OSStatus FlatContainer::readBytes(UInt64 start, UInt32& count, void* buffer)

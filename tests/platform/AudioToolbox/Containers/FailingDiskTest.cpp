@@ -263,32 +263,6 @@ TEST(FailingDisk, AKilledWriterLosesAtMostTheCurrentPacketOfAStream)
             }
 }
 
-TEST(FailingDisk, AFileMadeAnewInVainKeepsItsForkUntilTheNewOneIsWhole)
-{
-    for (std::size_t change = 1; change <= 5; ++change) {
-        MemoryDisk disk;
-        const auto made = createFile(path, kAudioFileSoundDesigner2Type, linear(14, 16, 2));
-        EXPECT_EQ(writeAudio(made.file, 0, pattern(400)), noErr);
-        EXPECT_EQ(AudioFileClose(made.file), noErr);
-        disk.failChange(change, ENOSPC);
-        const FSRef reference{path};
-        const auto other = linear(14, 24, 1, 48000);
-        AudioFileID again = nullptr;
-        const OSStatus status = AudioFileInitialize(&reference, kAudioFileSoundDesigner2Type, &other, 0, &again);
-        disk.clearFaults();
-        EXPECT_EQ(status, change <= 4 ? dskFulErr : noErr) << change;
-        const auto opened = openFile(path);
-        ASSERT_EQ(opened.status, noErr);
-        EXPECT_EQ(formatOf(opened.file).mBitsPerChannel, status == noErr ? 24U : 16U);
-        EXPECT_EQ(bytesIn(opened.file), change < 4 ? 400U : 0U);
-        EXPECT_TRUE(disk.contents(sidecar + ".new").empty());
-        EXPECT_EQ(AudioFileClose(opened.file), noErr);
-        if (again) {
-            EXPECT_EQ(AudioFileClose(again), noErr);
-        }
-    }
-}
-
 TEST(Fork, ContentsOutrankOneThatAnotherFileLeftAndANewFileRemovesIt)
 {
     for (const Stream& stream : streams()) {
@@ -309,30 +283,4 @@ TEST(Fork, ContentsOutrankOneThatAnotherFileLeftAndANewFileRemovesIt)
         EXPECT_EQ(property<UInt32>(opened.file, kAudioFilePropertyFileFormat), stream.type);
         EXPECT_EQ(AudioFileClose(opened.file), noErr);
     }
-}
-
-TEST(Fork, SamplesThatStartLikeACompressedFrameAreStillSamples)
-{
-    for (const ByteBlock& start : {ByteBlock{0xFF, 0xF1, 0x50, 0x40, 0x1C, 0xFF}, {0xFF, 0xFB, 0x90, 0x40, 0, 0}}) {
-        const MemoryDisk disk;
-        const auto made = createFile(path, kAudioFileSoundDesigner2Type, linear(14, 16, 1));
-        ByteBlock samples = pattern(3000);
-        std::ranges::copy(start, samples.begin());
-        EXPECT_EQ(writeAudio(made.file, 0, samples), noErr);
-        EXPECT_EQ(AudioFileClose(made.file), noErr);
-        const auto opened = openFile(path);
-        EXPECT_EQ(property<UInt32>(opened.file, kAudioFilePropertyFileFormat), kAudioFileSoundDesigner2Type);
-        EXPECT_EQ(audioOf(opened.file), samples);
-        EXPECT_EQ(AudioFileClose(opened.file), noErr);
-    }
-}
-
-TEST(Fork, AFileThatOnlyHasItsNameIsKept)
-{
-    MemoryDisk disk;
-    disk.setContents(sidecar, pattern(300));
-    EXPECT_EQ(createFile(path, kAudioFileSoundDesigner2Type, linear(14, 16, 2)).status, dupFNErr);
-    EXPECT_EQ(openFile(path).status, fnfErr);
-    EXPECT_EQ(AudioFileClose(createFile(path, kAudioFileAIFFType, linear(14, 16, 2)).file), noErr);
-    EXPECT_EQ(disk.contents(sidecar), pattern(300));
 }

@@ -212,6 +212,27 @@ TEST_P(EveryChange, GrowthKeepsEveryByteAndEndsWithTheChunksRightBehindTheAudio)
 INSTANTIATE_TEST_SUITE_P(ChunkContainer, EveryChange, testing::ValuesIn(cases),
                          [](const auto& test) { return test.param.name; });
 
+// They are moved out of the way of growing chunks, and after an error moved back.
+TEST(ChunkContainer, BytesBehindTheFormOutliveADiskThatFailsTwice)
+{
+    const ByteBlock others(500, 0xEE);
+    for (std::size_t change = 1; change <= 6; ++change) {
+        MemoryDisk disk;
+        const std::size_t end = prepare(disk, cases[2]);
+        ByteBlock file = disk.contents("/d/file");
+        file.insert(file.end(), others.begin(), others.end());
+        disk.setContents("/d/file", file);
+        const auto opened = openFile("/d/file", fsRdWrPerm);
+        disk.failChange(change, EIO);
+        disk.failReads(EIO, file.size()); // where they were moved to
+        EXPECT_EQ(writeAudio(opened.file, static_cast<SInt64>(end), pattern(5000, end)), ioErr) << change;
+        disk.clearFaults();
+        file = disk.contents("/d/file");
+        EXPECT_FALSE(std::ranges::search(file, others).empty()) << change;
+        EXPECT_EQ(AudioFileClose(opened.file), noErr);
+    }
+}
+
 TEST(ChunkContainer, KilledProcessLeavesEveryBlockItReported)
 {
     const TemporaryFolder folder;

@@ -1,11 +1,12 @@
 // SPDX-License-Identifier: MIT
-// How a record is archived, and how records are read from archives that lack some keys or all of them.
+// What of a record stands in its archive, and how records are read from archives without all keys or without any.
+#include "Tracks/QMXTrackAndProcessingInfo.h"
 #include "Foundation/Archives/KeyedArchiver.h"
 #include "Foundation/Archives/KeyedUnarchiver.h"
 #include "Foundation/Archives/PropertyList.h"
 #include "Foundation/Archives/Unarchiver.h"
-#include "Tracks/QMXTrackAndProcessingInfo.h"
 #include "support/Archives.h"
+#include "support/ShortMemory.h"
 
 #include <gtest/gtest.h>
 
@@ -168,4 +169,23 @@ TEST_F(RecordArchive, WithoutKeysIsReadInSequence)
     ASSERT_TRUE(info);
     EXPECT_TRUE(info->fileHasBeenProcessed());
     EXPECT_FALSE(info->trackInfos() || info->processingInfos());
+}
+
+TEST(RecordsInShortMemory, TakeAChangeOrLeaveIt)
+{
+    qmx::test::withEveryAllocationFailing([](qmx::test::ShortMemory& memory) {
+        const auto info = QMXTrackAndProcessingInfo::init();
+        const auto range = QMXAudioProcessingRangeInfo::initWithProcessName("name");
+        const std::string setting = "a setting with a name that is long";
+        const auto track = memory.during([] { return QMXAudioTrackInfo::init(); });
+        const QMXTrackAndProcessingInfo::TrackList tracks(2);
+        const auto archived = [&] { return qmx::KeyedArchiver::archivedDataWithRootObject(info); };
+        memory.during([&] { info->addTrackInfoForAllTracks(tracks); });
+        memory.during([&] { range->addProcessingSettingInt_value(setting, 1); });
+        const auto data = memory.during(archived);
+        const bool isWhole = !memory.hasFailed();
+        EXPECT_TRUE(isWhole || !info->trackInfos() || info->trackInfos()->size() == 2);
+        EXPECT_TRUE(!isWhole || (track && range->processingSettings()->count() == 1 && data == archived()));
+        EXPECT_TRUE(data.empty() || data == archived());
+    });
 }

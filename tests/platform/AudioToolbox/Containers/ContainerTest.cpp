@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 // The bytes of headers, formats that are accepted and refused, and odd and damaged files found in practice.
 #include "platform/AudioToolbox/AudioFileHelpers.h"
-#include "support/DecimalComma.h"
 #include "support/MemoryDisk.h"
 #include "support/TemporaryFolder.h"
 
@@ -37,7 +36,7 @@ const AudioFileTypeID aiff = kAudioFileAIFFType, aifc = kAudioFileAIFCType, wave
 
 } // namespace
 
-TEST(ContainerFormats, WrittenFilesAreExactToTheByte)
+TEST(Containers, WrittenFilesAreExactToTheByte)
 {
     const struct {
         AudioFileTypeID type;
@@ -84,7 +83,7 @@ TEST(ContainerFormats, WrittenFilesAreExactToTheByte)
     }
 }
 
-TEST(ContainerFormats, FormatIsTakenExactlyOrRefused)
+TEST(Containers, FormatIsTakenExactlyOrRefused)
 {
     const AudioFormatFlags bigInt = 14, littleInt = 12, unsignedInt = 8, bigFloat = 11, littleFloat = 9;
     const auto unpacked = [](AudioFormatFlags flags, UInt32 bits, UInt32 sampleBytes) {
@@ -152,7 +151,7 @@ TEST(ContainerFormats, FormatIsTakenExactlyOrRefused)
     }
 }
 
-TEST(ContainerFormats, OddAndDamagedFilesAreReadOrRefused)
+TEST(Containers, OddAndDamagedFilesAreReadOrRefused)
 {
     const auto form = [](const char* size, const char* type = "'AIFF'") { return "'FORM'" + std::string(size) + type; };
     const auto riff = [](const char* size) { return "'RIFF'" + std::string(size) + "'WAVE'"; };
@@ -263,7 +262,7 @@ TEST(ContainerFormats, OddAndDamagedFilesAreReadOrRefused)
     }
 }
 
-TEST(ContainerFormats, CloseWithoutChangesWritesNothing)
+TEST(Containers, CloseWithoutChangesWritesNothing)
 {
     const std::string rest = "'AIFF' 'COMM' 00000012 0001 00000003 0008 400eac44000000000000"
                              "'SSND' 0000000b 00000000 00000000 010203";
@@ -276,7 +275,7 @@ TEST(ContainerFormats, CloseWithoutChangesWritesNothing)
     }
 }
 
-TEST(ContainerFormats, OpeningForWritingBringsLaggingSizesInLine)
+TEST(Containers, OpeningForWritingBringsLaggingSizesInLine)
 {
     const std::string rate = "400eac44000000000000", none = "00000000 00000000";
     const std::string fmt = "'WAVE' 'fmt ' 10000000 0100 0100 44ac0000 88580100 0200 1000";
@@ -303,7 +302,7 @@ TEST(ContainerFormats, OpeningForWritingBringsLaggingSizesInLine)
     }
 }
 
-TEST(ContainerFormats, FileOfTinyChunksIsWalkedInBoundedTime)
+TEST(Containers, FileOfTinyChunksIsWalkedInBoundedTime)
 {
     MemoryDisk disk;
     ByteBlock file = bytes("'FORM' 00000000 'AIFF' 'COMM' 00000012 0001 00000000 0010 400eac44000000000000");
@@ -318,7 +317,7 @@ TEST(ContainerFormats, FileOfTinyChunksIsWalkedInBoundedTime)
     EXPECT_EQ(AudioFileClose(opened.file), noErr);
 }
 
-TEST(ContainerFormats, SamplesSurviveTheWayThroughAllContainers)
+TEST(Containers, SamplesSurviveTheWayThroughAllContainers)
 {
     const TemporaryFolder folder;
     const AudioFileTypeID types[] = {kAudioFileAIFFType, kAudioFileWAVEType,           kAudioFileCAFType,
@@ -350,39 +349,4 @@ TEST(ContainerFormats, SamplesSurviveTheWayThroughAllContainers)
             }
             EXPECT_TRUE(samples == original) << channels << " channels of " << bits << " bits";
         }
-}
-
-TEST(ContainerFormats, SoundDesignerRatesKeepTheirFractionInEveryLocale)
-{
-    const DecimalComma comma;
-    MemoryDisk disk;
-    const auto made = createFile("/d/a", kAudioFileSoundDesigner2Type, linear(14, 16, 2, 44100.5));
-    EXPECT_EQ(AudioFileClose(made.file), noErr);
-    const auto opened = openFile("/d/a");
-    ASSERT_EQ(opened.status, noErr);
-    EXPECT_EQ(formatOf(opened.file).mSampleRate, 44100.5);
-    EXPECT_EQ(AudioFileClose(opened.file), noErr);
-}
-
-TEST(ContainerFormats, SoundDesignerFilesAreKnownByTheForkBesideThem)
-{
-    MemoryDisk disk;
-    const auto made = createFile("/d/a", kAudioFileSoundDesigner2Type, linear(14, 24, 2, 48000));
-    EXPECT_EQ(AudioFileClose(made.file), noErr);
-    const ByteBlock both = disk.contents("/d/._a");
-    const ByteBlock bare(both.begin() + 82, both.end()); // after the header and the Finder info
-    for (const ByteBlock& fork : {both, bare}) {
-        disk.setContents("/d/b", pattern(60));
-        disk.setContents("/d/._b", fork);
-        const auto opened = openFile("/d/b");
-        ASSERT_EQ(opened.status, noErr);
-        EXPECT_EQ(formatOf(opened.file).mSampleRate, 48000);
-        EXPECT_EQ(formatOf(opened.file).mBytesPerFrame, 6U);
-        EXPECT_EQ(audioOf(opened.file), pattern(60));
-        EXPECT_EQ(AudioFileClose(opened.file), noErr);
-        for (std::size_t length = 0; length + 10 < fork.size(); length += 7) { // none of these is whole
-            disk.setContents("/d/._b", ByteBlock(fork.begin(), fork.begin() + static_cast<long>(length)));
-            EXPECT_EQ(openFile("/d/b").status, kAudioFileUnsupportedFileTypeError);
-        }
-    }
 }

@@ -1,14 +1,12 @@
 // SPDX-License-Identifier: MIT
-// What extended audio files promise real-time threads: queued writes and reads ahead. Disks that stall, fill up and
-// fail are in memory.
-#include "ExtAudioFileHelpers.h"
+// Queued writes of extended audio files. Disks that stall and fill up are in memory.
 #include "Foundation/RealTime.h"
 #include "Foundation/Threads/Worker.h"
+#include "platform/AudioToolbox/ExtAudioFileHelpers.h"
 #include "support/MemoryDisk.h"
 
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <cerrno>
 #include <thread>
 
@@ -43,7 +41,7 @@ std::vector<float> contents(UInt32 channels = 2)
     return samples;
 }
 
-TEST(ExtAudioFileThreads, RealTimeWritesNeitherWaitNorLoseAnything)
+TEST(AsyncWrites, RealTimeWritesNeitherWaitNorLoseAnything)
 {
     MemoryDisk disk;
     const auto samples = music(heldFrames + 44100, 2);
@@ -71,8 +69,8 @@ TEST(ExtAudioFileThreads, RealTimeWritesNeitherWaitNorLoseAnything)
     EXPECT_EQ(contents(), std::vector<float>(samples.begin(), samples.begin() + 2 * heldFrames));
 }
 
-/// Keeps simulated time from outrunning the disk.
-TEST(ExtAudioFileThreads, WorkersRestWhenWhatWasQueuedIsWritten)
+/// So that simulated time does not outrun the disk.
+TEST(AsyncWrites, WorkersRestWhenWhatWasQueuedIsWritten)
 {
     MemoryDisk disk;
     const ExtAudioFileRef file = primed();
@@ -82,7 +80,7 @@ TEST(ExtAudioFileThreads, WorkersRestWhenWhatWasQueuedIsWritten)
     EXPECT_EQ(ExtAudioFileDispose(file), noErr);
 }
 
-TEST(ExtAudioFileThreads, OtherThreadsWaitForRoomAndKeepTheOrder)
+TEST(AsyncWrites, OtherThreadsWaitForRoomAndKeepTheOrder)
 {
     MemoryDisk disk;
     const auto samples = music(3 * heldFrames, 1);
@@ -97,7 +95,7 @@ TEST(ExtAudioFileThreads, OtherThreadsWaitForRoomAndKeepTheOrder)
     EXPECT_EQ(contents(1), samples);
 }
 
-TEST(ExtAudioFileThreads, AFullDiskIsReportedByTheNextCallAndByClose)
+TEST(AsyncWrites, AFullDiskIsReportedByTheNextCallAndByClose)
 {
     MemoryDisk disk;
     const auto samples = music(heldFrames, 2);
@@ -119,7 +117,7 @@ TEST(ExtAudioFileThreads, AFullDiskIsReportedByTheNextCallAndByClose)
     EXPECT_EQ(ExtAudioFileDispose(file), dskFulErr);
 }
 
-TEST(ExtAudioFileThreads, QueuesOfSeveralFilesDoNotMeet)
+TEST(AsyncWrites, QueuesOfSeveralFilesDoNotMeet)
 {
     MemoryDisk disk;
     const auto samples = music(2 * heldFrames, 1);
@@ -148,92 +146,6 @@ TEST(ExtAudioFileThreads, QueuesOfSeveralFilesDoNotMeet)
         });
     for (auto& thread : threads)
         thread.join();
-}
-
-/// Reads on a thread marked real-time until `frames` came; returns the samples.
-std::vector<float> readInRealTime(ExtAudioFileRef file, std::size_t frames, UInt32 atOnce)
-{
-    std::vector<float> samples(frames);
-    for (std::size_t done = 0; done < frames;) {
-        auto count = static_cast<UInt32>(std::min<std::size_t>(atOnce, frames - done));
-        auto list = listOf(std::span<const float>(samples).subspan(done, count), 1);
-        OSStatus status = noErr;
-        {
-            const qmx::RealTimeScope realTime;
-            status = ExtAudioFileRead(file, &count, &list);
-        }
-        EXPECT_EQ(status, noErr);
-        EXPECT_EQ(list.mBuffers[0].mDataByteSize, count * sizeof(float));
-        done += count;
-        if (count == 0)
-            std::this_thread::yield();
-    }
-    return samples;
-}
-
-TEST(ExtAudioFileThreads, RealTimeReadsTakeWhatIsReadyAndCountTheRest)
-{
-    MemoryDisk disk;
-    const auto samples = music(5 * 44100, 1);
-    writeMusic(path, kAudioFileAIFCType, linear(11, 32, 1), samples);
-    const ExtAudioFileRef file = openExtended(path);
-    setClient(file, floats(1));
-    std::vector<float> room(100);
-    auto list = listOf(room, 1);
-    UInt32 count = 100;
-    OSStatus unprimed = noErr;
-    {
-        const qmx::RealTimeScope realTime;
-        unprimed = ExtAudioFileRead(file, &count, &list);
-    }
-    EXPECT_EQ(unprimed, kExtAudioFileError_InvalidOperationOrder);
-    count = 0;
-    EXPECT_EQ(ExtAudioFileRead(file, &count, nullptr), noErr);
-    // the first frames are there when the call returns
-    EXPECT_EQ(readInRealTime(file, 8000, 512), std::vector<float>(samples.begin(), samples.begin() + 8000));
-    EXPECT_EQ(qmx::framesMissedByRealTimeReads(file), 0U);
-    EXPECT_EQ(positionOf(file), 8000);
-    EXPECT_EQ(readInRealTime(file, samples.size() - 8000, 4000),
-              std::vector<float>(samples.begin() + 8000, samples.end()));
-    EXPECT_EQ(positionOf(file), 5 * 44100);
-    // the same from another place; another thread waits for all of it
-    EXPECT_EQ(ExtAudioFileSeek(file, 40000), noErr);
-    EXPECT_EQ(readInRealTime(file, 8000, 333), std::vector<float>(samples.begin() + 40000, samples.begin() + 48000));
-    EXPECT_EQ(readFloats(file, 1, 1'000'000, 150'000), std::vector<float>(samples.begin() + 48000, samples.end()));
-    EXPECT_EQ(ExtAudioFileDispose(file), noErr);
-}
-
-TEST(ExtAudioFileThreads, SeeksElsewhereDoNotTearARealTimeRead)
-{
-    MemoryDisk disk;
-    // each sample holds the number of its frame
-    std::vector<float> samples(200'000);
-    for (std::size_t i = 0; i < samples.size(); ++i)
-        samples[i] = static_cast<float>(i) / 262144;
-    writeMusic(path, kAudioFileAIFCType, linear(11, 32, 1), samples);
-    const ExtAudioFileRef file = openExtended(path);
-    setClient(file, floats(1));
-    UInt32 none = 0;
-    ASSERT_EQ(ExtAudioFileRead(file, &none, nullptr), noErr);
-    std::atomic<bool> ends = false;
-    std::thread renderer([&] {
-        std::vector<float> room(700);
-        while (!ends) {
-            UInt32 count = 700;
-            auto list = listOf(room, 1);
-            {
-                const qmx::RealTimeScope realTime;
-                (void)ExtAudioFileRead(file, &count, &list);
-            }
-            for (UInt32 i = 1; i < count; ++i)
-                ASSERT_EQ(room[i] * 262144, room[0] * 262144 + static_cast<float>(i));
-        }
-    });
-    for (SInt64 i = 0; i < 300; ++i)
-        EXPECT_EQ(ExtAudioFileSeek(file, i * 7919 % 200'000), noErr);
-    ends = true;
-    renderer.join();
-    EXPECT_EQ(ExtAudioFileDispose(file), noErr);
 }
 
 } // namespace

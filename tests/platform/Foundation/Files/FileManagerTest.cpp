@@ -1,41 +1,22 @@
 // SPDX-License-Identifier: MIT
-// File manager, file handles and references, on the machine's own file system and on one in memory with faults.
-#include "CoreServices/Files.h"
-#include "Foundation/Files/FileHandle.h"
 #include "Foundation/Files/FileManager.h"
-#include "Foundation/Files/MemoryFileSystem.h"
+
+#include "platform/Foundation/Files/WholeFiles.h"
 #include "support/MemoryDisk.h"
 #include "support/TemporaryFolder.h"
 
 #include <gtest/gtest.h>
 
-#include <array>
 #include <cerrno>
 #include <fcntl.h>
-#include <filesystem>
 #include <sys/stat.h>
-#include <sys/wait.h>
-#include <thread>
-#include <unistd.h>
 
 using qmx::FileManager;
-using Bytes = std::vector<std::uint8_t>;
+using qmx::test::contents, qmx::test::write;
+using Bytes = qmx::test::FileBytes;
 
 namespace
 {
-
-void write(const std::string& path, const Bytes& bytes)
-{
-    std::unique_ptr<qmx::File> file;
-    ASSERT_EQ(qmx::FileSystem::current().open(path, qmx::FileAccess::createNew, file), 0);
-    ASSERT_EQ(file->write(bytes.data(), bytes.size(), 0).error, 0);
-}
-
-Bytes contents(const std::string& path)
-{
-    const auto handle = qmx::FileHandle::fileHandleForReadingAtPath(path);
-    return handle ? handle->readDataToEndOfFile() : Bytes{};
-}
 
 const Bytes someFork{0, 5, 22, 7, 0, 2, 0, 0};
 
@@ -46,67 +27,7 @@ public:
     qmx::SystemError rename(const std::string&, const std::string&) override { return EXDEV; }
 };
 
-constexpr int rounds = 500;
-
-/// Increments two numbers in the file under its lock, in each round through a new File; false if they ever differ.
-/// Another File is opened and closed while the lock is held.
-bool countTwiceInStep(const std::string& path)
-{
-    const auto opened = [&](qmx::FileAccess access) {
-        std::unique_ptr<qmx::File> file;
-        EXPECT_EQ(qmx::FileSystem::current().open(path, access, file), 0);
-        return file;
-    };
-    bool inStep = true;
-    std::array<int, 2> numbers{};
-    for (int round = 0; round < rounds; ++round) {
-        const auto reading = opened(qmx::FileAccess::read), writing = opened(qmx::FileAccess::readWrite);
-        {
-            const qmx::FileLock lock(reading.get());
-            EXPECT_EQ(reading->read(numbers.data(), sizeof numbers, 0).error, 0);
-            inStep = inStep && numbers[0] == numbers[1];
-        }
-        const qmx::FileLock lock(writing.get());
-        EXPECT_EQ(writing->read(numbers.data(), sizeof numbers, 0).error, 0);
-        ++numbers[0];
-        EXPECT_EQ(writing->write(numbers.data(), sizeof numbers, 0).error, 0);
-        opened(qmx::FileAccess::read).reset();
-        ++numbers[1];
-        EXPECT_EQ(writing->write(numbers.data(), sizeof numbers, 0).error, 0);
-    }
-    return inStep;
-}
-
-bool twoThreadsCountInStep(const std::string& path)
-{
-    bool other = false;
-    std::thread thread([&] { other = countTwiceInStep(path); });
-    const bool inStep = countTwiceInStep(path);
-    thread.join();
-    return inStep && other;
-}
-
 } // namespace
-
-TEST(FileLock, KeepsOutOtherThreadsAndProcesses)
-{
-    const qmx::test::TemporaryFolder folder;
-    const std::string path = folder.path("counted");
-    write(path, Bytes(8));
-    const pid_t child = fork();
-    if (child == 0)
-        _exit(countTwiceInStep(path) ? 0 : 1);
-    EXPECT_TRUE(twoThreadsCountInStep(path));
-    int status = 0;
-    waitpid(child, &status, 0);
-    EXPECT_EQ(status, 0);
-    EXPECT_EQ(contents(path)[0] + contents(path)[1] * 256, 3 * rounds);
-
-    qmx::test::MemoryDisk disk;
-    disk.setContents("/counted", Bytes(8));
-    EXPECT_TRUE(twoThreadsCountInStep("/counted"));
-    EXPECT_EQ(contents("/counted")[0] + contents("/counted")[1] * 256, 2 * rounds);
-}
 
 TEST(FileManager, MovesAndCopiesWithCodesAndNeverOntoWhatExists)
 {
@@ -227,68 +148,4 @@ TEST(FileManager, FindsCodesThatOtherToolsLeftInASidecar)
     write("/d/other", {0});
     write("/d/._other", Bytes(sidecar.begin(), sidecar.begin() + 40)); // cut off inside the entry
     EXPECT_FALSE(FileManager::defaultManager().fileAttributesAtPath("/d/other").NSFileHFSTypeCode);
-}
-
-TEST(FileHandle, ReadsWritesAndSeeksOnTheRealFileSystem)
-{
-    const qmx::test::TemporaryFolder folder;
-    const std::string path = folder.path("file");
-    EXPECT_EQ(qmx::FileHandle::fileHandleForUpdatingAtPath(path), nullptr) << "a missing file is not created";
-    EXPECT_EQ(qmx::FileHandle::fileHandleForReadingAtPath(folder.path("")), nullptr) << "a folder is no file";
-    write(path, {1, 2, 3, 4, 5});
-    const auto handle = qmx::FileHandle::fileHandleForUpdatingAtPath(path);
-    ASSERT_NE(handle, nullptr);
-    EXPECT_EQ(handle->readDataOfLength(2), (Bytes{1, 2}));
-    EXPECT_EQ(handle->seekToEndOfFile(), 5);
-    EXPECT_EQ(handle->writeData(Bytes{6}), 0);
-    handle->seekToFileOffset(4);
-    EXPECT_EQ(handle->readDataOfLength(SIZE_MAX), (Bytes{5, 6})) << "an absurd length costs no memory";
-    EXPECT_EQ(handle->truncateFileAtOffset(3), 0);
-    handle->closeFile();
-    EXPECT_EQ(handle->writeData(Bytes{7}), EBADF);
-    EXPECT_EQ(contents(path), (Bytes{1, 2, 3}));
-}
-
-TEST(FSRef, FollowsThePathAndIsEmptyForWhatIsMissing)
-{
-    const qmx::test::TemporaryFolder folder;
-    const auto makeRef = [](const std::string& path, FSRef& reference) {
-        return FSPathMakeRef(reinterpret_cast<const UInt8*>(path.c_str()), &reference, nullptr);
-    };
-    FSRef reference{"stale"};
-    EXPECT_EQ(makeRef(folder.path("none"), reference), fnfErr);
-    EXPECT_TRUE(reference.path.empty());
-    EXPECT_EQ(FSGetCatalogInfo(&reference, kFSCatInfoNone, nullptr, nullptr, nullptr, nullptr), errFSBadFSRef);
-    write(folder.path("file"), {1, 2});
-    ASSERT_EQ(makeRef(folder.path("./file"), reference), noErr);
-    FSSpec fileSpec;
-    FSCatalogInfo info;
-    ASSERT_EQ(FSGetCatalogInfo(&reference, kFSCatInfoDataSizes, &info, nullptr, &fileSpec, nullptr), noErr);
-    EXPECT_EQ(fileSpec.name, "file");
-    EXPECT_EQ(info.dataLogicalSize, 2u);
-    UInt8 text[4];
-    EXPECT_EQ(FSRefMakePath(&reference, text, sizeof text), paramErr) << "no room for the path";
-}
-
-TEST(FSRef, IsWhatTheSystemFindsUnderThePath)
-{
-    const qmx::test::TemporaryFolder folder;
-    std::filesystem::create_directories(folder.path("real/inner"));
-    std::filesystem::create_directory_symlink(folder.path("real/inner"), folder.path("link"));
-    write(folder.path("real/file"), {1});
-    write(folder.path("file"), {1, 2});
-    FSRef reference;
-    const auto makeRef = [&](const std::string& name) {
-        return FSPathMakeRef(reinterpret_cast<const UInt8*>(folder.path(name).c_str()), &reference, nullptr);
-    };
-    EXPECT_EQ(makeRef("none/../file"), fnfErr);
-    EXPECT_EQ(makeRef("file/"), fnfErr) << "it is no folder";
-    ASSERT_EQ(makeRef("link/../file"), noErr);
-    FSCatalogInfo info;
-    ASSERT_EQ(FSGetCatalogInfo(&reference, kFSCatInfoDataSizes, &info, nullptr, nullptr, nullptr), noErr);
-    EXPECT_EQ(info.dataLogicalSize, 1u);
-    FSSpec place;
-    ASSERT_EQ(makeRef("real/inner/"), noErr);
-    ASSERT_EQ(FSGetCatalogInfo(&reference, kFSCatInfoNone, nullptr, nullptr, &place, nullptr), noErr);
-    EXPECT_EQ(place.name, "inner");
 }

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "AudioToolbox/ExtAudioFile.h"
 
-#include "ExtAudioFileHelpers.h"
+#include "platform/AudioToolbox/ExtAudioFileHelpers.h"
 #include "support/TemporaryFolder.h"
 
 #include <gtest/gtest.h>
@@ -15,7 +15,7 @@ namespace
 
 using namespace qmx::test;
 
-class ExtAudioFileProperties : public testing::Test
+class ExtendedProperties : public testing::Test
 {
 protected:
     template <class Value> static OSStatus set(ExtAudioFileRef file, ExtAudioFilePropertyID property, Value value)
@@ -38,7 +38,7 @@ protected:
     const AudioStreamBasicDescription lossless{44100, kAudioFormatAppleLossless, 1, 0, 0, 0, 2, 0, 0};
 };
 
-TEST_F(ExtAudioFileProperties, TellTheirSizesAndWhetherTheyCanBeSet)
+TEST_F(ExtendedProperties, TellTheirSizesAndWhetherTheyCanBeSet)
 {
     writeMusic(path, kAudioFileAIFFType, bigSixteen, music(100, 2));
     const ExtAudioFileRef read = openExtended(path);
@@ -75,8 +75,8 @@ TEST_F(ExtAudioFileProperties, TellTheirSizesAndWhetherTheyCanBeSet)
     EXPECT_EQ(ExtAudioFileDispose(written), noErr);
 }
 
-/// A caller's memory carries the data, whatever its alignment, and nothing beyond it is written.
-TEST_F(ExtAudioFileProperties, ABufferOfTheCallersIsUsedAndNothingBesideIt)
+/// A caller's memory carries the data, whatever its alignment, and nothing is written beside it.
+TEST_F(ExtendedProperties, ABufferOfTheCallersIsUsedAndNothingBesideIt)
 {
     constexpr std::size_t size = 4096;
     constexpr std::byte guard{0x5A};
@@ -118,7 +118,7 @@ TEST_F(ExtAudioFileProperties, ABufferOfTheCallersIsUsedAndNothingBesideIt)
     EXPECT_EQ(ExtAudioFileDispose(read), noErr);
 }
 
-TEST_F(ExtAudioFileProperties, AFileThatIsWrittenGrowsBySilence)
+TEST_F(ExtendedProperties, AFileThatIsWrittenGrowsBySilence)
 {
     // zero is not silence in unsigned samples
     const ExtAudioFileRef wave = createExtended(folder.path("a.wav"), kAudioFileWAVEType, linear(8, 8, 1));
@@ -151,7 +151,7 @@ TEST_F(ExtAudioFileProperties, AFileThatIsWrittenGrowsBySilence)
     EXPECT_EQ(ExtAudioFileDispose(back), noErr);
 }
 
-TEST_F(ExtAudioFileProperties, CodedFilesTakeTheirCodecAndAChannelMapBeforeTheyBegin)
+TEST_F(ExtendedProperties, CodedFilesTakeTheirCodecAndAChannelMapBeforeTheyBegin)
 {
     path = folder.path("a.m4a");
     ExtAudioFileRef file = createExtended(path, kAudioFileM4AType, lossless);
@@ -194,7 +194,7 @@ TEST_F(ExtAudioFileProperties, CodedFilesTakeTheirCodecAndAChannelMapBeforeTheyB
 }
 
 /// However large the buffer, and however small a packet may be.
-TEST_F(ExtAudioFileProperties, ABufferCostsNoMoreThanItsBytesAndWhatTheFileHolds)
+TEST_F(ExtendedProperties, ABufferCostsNoMoreThanItsBytesAndWhatTheFileHolds)
 {
     const auto costOf = [](ExtAudioFileRef file) {
         const auto used = [] { return mallinfo2().uordblks + mallinfo2().hblkhd; };
