@@ -307,8 +307,10 @@ bool FilterRun::runCycle(const spa_io_clock& clock) noexcept
     if (frames == 0 || clock.rate.denom == 0 || !(input_.isLinked() || output_.isLinked()))
         return false;
     if (isRepeated(clock)) {
-        if (isSettled_ && isOpen_.load())
+        if (isSettled_ && isOpen_.load()) {
             writeOutput(frames);
+            due_ = endOf(clock);
+        }
         return false;
     }
     const bool hasNews = keepTime(clock);
