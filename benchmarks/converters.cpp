@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Making and destroying converters with their pull chains, and what pulling sound through one takes.
+// Makes and destroys converters with their pull chains, and measures the time that pulling sound through one takes.
 #include "Formats/QMXAudioStreamBasicDescription.h"
 #include "Processing/QMXAudioConverter.h"
 
@@ -24,7 +24,7 @@ auto converterTo(Float64 rate)
         QMXAudioStreamBasicDescription::defaultStandardFileFormat(), deviceFormatAt(rate));
 }
 
-/// A thousand converters in turn; the bytes that are still in use afterwards must not depend on their number.
+/// Makes a thousand converters in turn; the bytes in use afterwards must not depend on their number.
 void makeAndDestroy(benchmark::State& state)
 {
     constexpr int count = 1000;
@@ -41,7 +41,7 @@ void makeAndDestroy(benchmark::State& state)
 }
 BENCHMARK(makeAndDestroy)->Arg(44100)->Arg(48000)->Unit(benchmark::kMillisecond);
 
-/// Seconds of sound in a second of processor time.
+/// Measures the seconds of sound per second of processor time.
 void pull(benchmark::State& state)
 {
     const auto rate = static_cast<Float64>(state.range(0));

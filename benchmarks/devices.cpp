@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// What one cycle of a device costs with 1, 8 and 64 subscribers that do nothing. The counter ns_per_subscriber is the
-// time of the cycle's calls divided by their number.
+// Measures one cycle of a device with 1, 8 and 64 subscribers that do nothing. The counter ns_per_subscriber is the
+// cycle's time divided by the number of subscribers.
 #include "CoreAudio/VirtualHardware.h"
 #include "Devices/QMXAudioDevice.h"
 #include "Foundation/RealTime.h"
@@ -25,7 +25,7 @@ public:
     }
 };
 
-/// A started device whose cycles the benchmark runs itself.
+/// A started device; the benchmark runs its cycles itself.
 std::shared_ptr<QMXAudioDevice> deviceWithSubscribers(int count)
 {
     auto& hardware = qmx::VirtualHardware::shared();

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Counting the crossings of one block against copying it.
+// Compares counting the crossings of one block with copying it.
 #include "Tracks/SilenceAnalysis.h"
 
 #include <benchmark/benchmark.h>
@@ -14,7 +14,7 @@ namespace
 
 constexpr std::size_t framesPerBlock = 8820;
 
-/// Something like music: a few tones and noise, so that some samples equal the level.
+/// A signal like music: a few tones and noise, so that some samples equal the level.
 std::vector<SInt16> musicBlock(std::size_t channels)
 {
     std::minstd_rand random(1);
@@ -28,7 +28,7 @@ std::vector<SInt16> musicBlock(std::size_t channels)
     return samples;
 }
 
-/// Bytes per second are those of the whole block, of which 1/channels is examined.
+/// Counts the bytes of the whole block, of which 1/channels is examined.
 void countBlock(benchmark::State& state)
 {
     const auto channels = static_cast<UInt32>(state.range(0));

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Sample conversion through the converter service, against copying the larger side with memcpy in the same run. The
-// counter memcpy_ratio is the conversion's speed in parts of the copy's: 1 is as fast as copying.
+// Compares sample conversion through the converter service with copying the larger side with memcpy in the same run.
+// The counter memcpy_ratio is the conversion's speed divided by the copy's: 1 is as fast as copying.
 #include "AudioToolbox/AudioConverter.h"
 
 #include <benchmark/benchmark.h>
@@ -25,7 +25,7 @@ const auto sixteen = mono(16, kAudioFormatFlagIsSignedInteger);
 const auto sixteenBig = mono(16, kAudioFormatFlagIsSignedInteger | kAudioFormatFlagIsBigEndian);
 const auto twentyFourBig = mono(24, kAudioFormatFlagIsSignedInteger | kAudioFormatFlagIsBigEndian);
 
-/// Seconds of the fastest of a few runs.
+/// The seconds of the fastest of a few runs.
 template <class Work> double fastest(Work work)
 {
     double best = 1e9;
@@ -58,7 +58,7 @@ void convert(benchmark::State& state, const AudioStreamBasicDescription& source,
         convertOnce();
     state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(larger));
 
-    // many calls in a run, so that the clock's own cost does not show
+    // many calls in a run, so that reading the clock does not count
     const std::size_t calls = std::max<std::size_t>(1, (std::size_t{1} << 24) / larger);
     const auto repeated = [calls](auto work) {
         return [=] {
@@ -74,7 +74,7 @@ void convert(benchmark::State& state, const AudioStreamBasicDescription& source,
     (void)AudioConverterDispose(converter); // nothing depends on it
 }
 
-/// Both sides in the second-level cache; far out of every cache.
+/// Two sizes: both sides in the second-level cache, and far beyond every cache.
 void sizes(benchmark::internal::Benchmark* benchmark)
 {
     benchmark->Arg(1 << 15)->Arg(1 << 25);

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// What one I/O cycle of 512 stereo frames costs with a recorder and a level meter attached, the saving thread at work:
-// each cycle timed by itself. Counters in nanoseconds: the median and the 99.9th percentile.
+// Times each I/O cycle of 512 stereo frames with a recorder and a level meter attached, while the saving thread works.
+// Counters in nanoseconds: the median and the 99.9th percentile.
 #include "CoreAudio/VirtualHardware.h"
 #include "Devices/QMXAudioDevice.h"
 #include "Devices/QMXVUMeterDataProvider.h"
@@ -23,7 +23,7 @@ namespace
 constexpr UInt32 frames = 512;
 constexpr std::size_t cycles = 100000; // nineteen minutes at 44100 Hz
 
-/// Passes one cycle after the other to the device, and tells what each took.
+/// Passes one cycle after the other to the device, and returns the time of each.
 std::vector<double> timeCycles(QMXAudioDevice& device)
 {
     using Clock = std::chrono::steady_clock;
@@ -41,7 +41,7 @@ std::vector<double> timeCycles(QMXAudioDevice& device)
                 device, &now, &input, &now, nullptr, &now, device);
             time = std::chrono::duration<double, std::nano>(Clock::now() - begin).count();
         }
-        qmx::RunLoop::main().runOnce(); // takes the notifications, as a program would
+        qmx::RunLoop::main().runOnce(); // delivers the notifications, as in a program
     }
     return times;
 }
@@ -58,7 +58,7 @@ void cycle(benchmark::State& state)
     device->inputVUMeterDataProvider()->start();
     if (!recorder->record())
         state.SkipWithError(recorder->lastError().c_str());
-    (void)qmx::Thread::setThreadPriority(1.0); // as the threads of devices
+    (void)qmx::Thread::setThreadPriority(1.0); // as device threads do
     for (auto _ : state) {
         auto times = timeCycles(*device);
         std::ranges::sort(times);
@@ -66,7 +66,7 @@ void cycle(benchmark::State& state)
         state.counters["p99.9_ns"] = times[times.size() * 999 / 1000];
         state.counters["largest_ns"] = times.back();
     }
-    (void)recorder->stop(); // false where it never began
+    (void)recorder->stop(); // false if it never started
     device->inputVUMeterDataProvider()->stop();
     std::remove(path.c_str());
 }

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
-// Rate conversion of a buffer at the best quality through the converter service, against the library behind it on the
-// same data with the same filter. The counter soxr_ratio is the service's time in parts of the library's own.
+// Compares rate conversion of a buffer at the best quality through the converter service with direct use of the library
+// that it uses, on the same data with the same filter. The counter soxr_ratio is the service's time divided by the
+// library's.
 #include "AudioToolbox/AudioConverter.h"
 
 #include <benchmark/benchmark.h>
@@ -18,7 +19,7 @@ constexpr UInt32 channels = 2, frames = 10 * 44100;
 constexpr Float64 inputRate = 44100, outputRate = 48000;
 constexpr std::size_t blockFrames = 8192;
 constexpr int turns = 7;
-constexpr double passband = 0.997; // that of the service's best quality
+constexpr double passband = 0.997; // as in the service's best quality
 
 AudioStreamBasicDescription floatsAt(Float64 rate)
 {
@@ -61,7 +62,7 @@ void bestQuality(benchmark::State& state)
         const soxr_runtime_spec_t oneThread = soxr_runtime_spec(1);
         soxr_t const filter = soxr_create(inputRate, outputRate, channels, nullptr, &floats, &quality, &oneThread);
         std::size_t made = 0;
-        for (std::size_t fed = 0; filter && fed < frames; fed += blockFrames) { // whole buffers take it longer
+        for (std::size_t fed = 0; filter && fed < frames; fed += blockFrames) { // whole buffers would be slower
             std::size_t done = 0;
             soxr_process(filter, &input[channels * fed], std::min<std::size_t>(blockFrames, frames - fed), nullptr,
                          &output[channels * made], output.size() / channels - made, &done);
@@ -71,7 +72,7 @@ void bestQuality(benchmark::State& state)
             state.SkipWithError("the library failed");
         soxr_delete(filter);
     };
-    double service = 1e9, library = 1e9; // in turns, so that both meet the same machine
+    double service = 1e9, library = 1e9; // measured in turns, under the same load
     for (int turn = 0; turn < turns; ++turn) {
         service = std::min(service, secondsOf(viaService));
         library = std::min(library, secondsOf(directly));

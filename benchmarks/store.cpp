@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Storing and reading a record of 100 tracks with cover art in a file on disk, and what memory 10,000 rounds leave
-// behind.
+// Stores and reads a record of 100 tracks with cover art in a file on disk, and measures the memory that 10,000 rounds
+// leave in use.
 #include "Tracks/Store/QMXAudioTrackInfoReaderWriterFactory.h"
 
 #include <benchmark/benchmark.h>
@@ -49,7 +49,7 @@ bool isStored()
     return found && found->trackInfos() && found->trackInfos()->size() == 100;
 }
 
-/// KiB of memory in use.
+/// The memory in use, in KiB.
 double residentSize()
 {
     long pages = 0;

@@ -14,7 +14,7 @@ write_basic_package_version_file(${PROJECT_BINARY_DIR}/QMXCoreAudioConfigVersion
 install(FILES ${PROJECT_BINARY_DIR}/QMXCoreAudioConfig.cmake ${PROJECT_BINARY_DIR}/QMXCoreAudioConfigVersion.cmake
         DESTINATION ${package_dir})
 
-# The pkg-config file finds everything from its own place, so that the installed tree can be moved.
+# The pkg-config file locates everything relative to itself, so that the installed tree can be moved.
 file(RELATIVE_PATH QMX_PC_PREFIX ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMAKE_INSTALL_PREFIX})
 file(RELATIVE_PATH QMX_PC_LIBDIR ${CMAKE_INSTALL_PREFIX} ${CMAKE_INSTALL_FULL_LIBDIR})
 file(RELATIVE_PATH QMX_PC_INCLUDEDIR ${CMAKE_INSTALL_PREFIX} ${CMAKE_INSTALL_FULL_INCLUDEDIR})
@@ -22,7 +22,7 @@ if(NOT BUILD_SHARED_LIBS)
     set(QMX_PC_CFLAGS " -DQMX_STATIC")
 endif()
 if(QMX_WITH_FFMPEG)
-    # named as libraries: as requirements they would ask for all that a static libavcodec is made of
+    # listed as libraries: as requirements they would pull in everything that a static libavcodec needs
     set(QMX_PC_CODINGS " -lavformat -lavcodec -lavutil")
 endif()
 if(QMX_WITH_PIPEWIRE)

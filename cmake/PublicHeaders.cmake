@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: MIT
-# The public headers: what is installed and, of platform/, what src/ may include. A header becomes public by a line
-# here.
+# The public headers: the ones that are installed and, of platform/, the ones that src/ may include. A header becomes
+# public by a line here.
 set(QMX_PUBLIC_SRC_HEADERS
     Devices/LiveContainer.h
     Devices/QMXAudioDevice.h
@@ -106,7 +106,7 @@ set(QMX_PUBLIC_PLATFORM_HEADERS
 set(QMX_PUBLIC_HEADER_NAMES ${QMX_PUBLIC_SRC_HEADERS} ${QMX_PUBLIC_PLATFORM_HEADERS})
 list(TRANSFORM QMX_PUBLIC_SRC_HEADERS PREPEND ${PROJECT_SOURCE_DIR}/src/)
 
-# src/ sees the public headers of platform/ through a folder that holds nothing else.
+# src/ sees the public headers of platform/ through a folder that contains nothing else.
 set(QMX_SEAM ${PROJECT_BINARY_DIR}/seam)
 file(REMOVE_RECURSE ${QMX_SEAM})
 foreach(header ${QMX_PUBLIC_PLATFORM_HEADERS})

@@ -62,13 +62,13 @@ private:
     example::ProgressBar bar_;
 };
 
-/// Asks the services whether a file of this type and format can be made, by making one that goes with its folder.
+/// Checks that the services can make a file of this type and format, by making one in a folder that is removed.
 void checkCanBeMade(const std::string& path, AudioFileTypeID type, const AudioStreamBasicDescription& format)
 {
     const auto probe = QMXExtAudioFile::initForWriting_fileType_fileFormat(path + ".probe", type, &format);
-    (void)probe->open(); // lastStatus() tells the first step that failed
+    (void)probe->open(); // lastStatus() has the first step that failed
     const OSStatus status = probe->lastStatus();
-    (void)probe->close(); // it goes with its folder
+    (void)probe->close(); // it is removed with its folder
     if (status == kAudioFileUnsupportedFileTypeError)
         throw Failure{"files of type " + qmx::fourCharString(type) + " cannot be written here"};
     if (status == kAudioFileUnsupportedDataFormatError || status == kAudioConverterErr_FormatNotSupported)
@@ -101,7 +101,7 @@ int convert(int argumentCount, char** arguments)
     Progress progress;
     (void)converter->convertFileToPath_toFileType_toFormat_subscriber(
         output.temporaryPath(), type, std::make_shared<QMXAudioStreamBasicDescription>(format), &progress);
-    if (const OSStatus status = converter->lastStatus(); status != noErr) // also of a read that failed
+    if (const OSStatus status = converter->lastStatus(); status != noErr) // a failed read, too
         throw Failure{"cannot convert " + paths[0] + " to " + paths[1] + ": " + example::statusText(status)};
     output.finish();
     return 0;

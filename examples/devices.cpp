@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Lists the audio devices, tells all about one, and watches what changes.
+// Lists the audio devices, describes one, and reports changes.
 #include "Devices/QMXAudioDevice.h"
 #include "Foundation/MainThread/RunLoop.h"
 #include "Foundation/Text/Format.h"
@@ -64,7 +64,7 @@ std::string report(const std::string& uid)
     return device->printDeviceInfo();
 }
 
-/// Whether a line, or the end of the input, came.
+/// Whether a line or the end of the input has arrived.
 bool endOfLineCame()
 {
     std::array<char, 256> bytes{};

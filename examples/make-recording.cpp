@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Makes a recording to try things on: three pieces of music with the noise of a quiet line between them, as an AIFF
-// file of 16 bits, stereo, 44100 Hz.
+// Makes a recording for experiments: three pieces of music with low line noise between them, as an AIFF file of 16
+// bits, stereo, 44100 Hz.
 #include "FileRelated/QMXAudioFile.h"
 #include "Formats/QMXAudioStreamBasicDescription.h"
 #include "support/CommandLine.h"
@@ -22,7 +22,7 @@ Writes three pieces of music with pauses between them to the new AIFF file FILE,
 again until the recording is N minutes long (default: once).
 )";
 
-/// The samples as they stand in the file.
+/// The samples as the file stores them.
 std::vector<Byte> fileBytes(const example::StereoSamples& samples)
 {
     std::vector<Byte> bytes;
@@ -70,7 +70,7 @@ int makeRecording(int argumentCount, char** arguments)
     if (line.plainArguments().size() != 1)
         throw Failure{"which file? (--help tells more)", 2};
     const std::string& path = line.plainArguments()[0];
-    constexpr double longest = 400; // what an AIFF file holds
+    constexpr double longest = 400; // minutes that fit into an AIFF file
     const auto minutes = line.number("--minutes", 0, longest);
     if (std::filesystem::exists(path))
         throw Failure{path + ": exists already"};

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Changes the level of a range of a recording, in the file itself or into a new one, and keeps a record of it in the
-// file.
+// Changes the level of a range of a recording, in the file itself or in a new one, and stores a record of the change in
+// the file.
 #include "FileRelated/QMXAudioFileProcessor.h"
 #include "Formats/QMXAudioStreamBasicDescription.h"
 #include "Processing/QMXProgressSubscriber.h"
@@ -75,7 +75,7 @@ Job jobFrom(const CommandLine& line)
     return job;
 }
 
-/// The processor tells of each pass how much it left to do of all; the bar shows the sum of what was done.
+/// The processor reports for each pass the part that is still to be done; the bar shows the sum of what was done.
 class Progress : public QMXProgressSubscriber
 {
 public:
@@ -90,7 +90,7 @@ private:
     double done_ = 0;
 };
 
-/// Why a file keeps no record of what was done; empty when it does.
+/// The reason why a file cannot keep a record of the change; empty if it can.
 std::string objectionToRecord(const std::string& path, AudioFileTypeID type)
 {
     try {
@@ -109,7 +109,8 @@ void keepRecord(const Job& job, const std::string& path, const example::Record& 
     example::storeProcessingRange(path, record, range);
 }
 
-/// AIFF files hold big-endian integers, AIFF-C files of 32 bits floats and integers; the processor makes no others.
+/// Checks that the output file can hold the samples: AIFF files hold big-endian integers, AIFF-C files also 32-bit
+/// floats; the processor makes no others.
 void checkCanHold(const Job& job)
 {
     const AudioStreamBasicDescription& format = *job.inputFormat->audioStreamBasicDescription();
@@ -142,9 +143,9 @@ void processInPlace(const Job& job)
     const std::string objection = objectionToRecord(job.input, job.inputType);
     example::Record record;
     if (objection.empty())
-        record = example::readRecord(job.input, false); // what cannot be read is not overwritten: better known before
+        record = example::readRecord(job.input, false); // fails now rather than later if the record cannot be read
     const auto processor = processorFor(job);
-    (void)processor->processFrames_endFrame(job.from, job.to); // lastStatus() tells more
+    (void)processor->processFrames_endFrame(job.from, job.to); // lastStatus() has more
     check(job, *processor);
     if (objection.empty())
         keepRecord(job, job.input, record, job.from, job.to);

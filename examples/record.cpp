@@ -86,14 +86,14 @@ Wishes wishesOf(const example::CommandLine& line)
     return wishes;
 }
 
-/// What is recorded.
+/// The device to record from.
 struct Source {
     std::shared_ptr<QMXAudioDevice> device;
     double rate = 0;
-    std::optional<UInt64> frames; ///< where it ends by itself
+    std::optional<UInt64> frames; ///< the length, if it ends by itself
 };
 
-/// A simulated device, in manual time, that hears what a file holds.
+/// A simulated device, in manual time, that captures the sound of a file.
 Source simulatedSource(const std::string& path)
 {
     const auto file = example::openRecording(path);
@@ -108,7 +108,7 @@ Source simulatedSource(const std::string& path)
     return {QMXAudioDevice::deviceWithDeviceID(id), rate, example::frameCount(*file)};
 }
 
-/// An object of the program's own: nobody else starts or stops it.
+/// The device object is the program's own, so that nothing else starts or stops it.
 Source sourceNamed(const std::optional<std::string>& uid)
 {
     const auto standard = uid ? nullptr : QMXAudioDevice::defaultInputDevice();
@@ -144,14 +144,14 @@ std::shared_ptr<QMXAudioRecorder> makeRecorder(const std::shared_ptr<QMXAudioDev
     if (!file->setFileStreamFormat(fileFormat(*device, wishes)))
         throw Failure{file->lastError()};
     if (wishes.type)
-        file->setFileType(*wishes.type); // last: a format sets the type
+        file->setFileType(*wishes.type); // last, because setting a format also sets the type
     recorder->setWritesPartialBufferAtStop(true);
-    if (!recorder->setSpareRawBuffers(16)) // a disk may stall for some ten seconds
+    if (!recorder->setSpareRawBuffers(16)) // for disks that stall for up to about ten seconds
         throw Failure{recorder->lastError()};
     return recorder;
 }
 
-/// In 64 bits, unlike lengthInFrames().
+/// The frames recorded so far, in 64 bits, unlike lengthInFrames().
 UInt64 framesRecorded(const QMXAudioRecorder& recorder)
 {
     const UInt32 frameBytes = recorder.bytesPerFrame();
@@ -182,7 +182,7 @@ void recordToTheEnd(QMXAudioRecorder& recorder, const Source& source, const Wish
                                        [&](const qmx::Notification& notification) {
                                            levelLine.take(dynamic_cast<const QMXVUMeterData&>(*notification.sender));
                                        });
-    // Of a simulation, which stays plugged in, the first cycle is the odd one, so that the last one ends with the file.
+    // In a simulation the first cycle has the odd number of frames, so that the last one ends with the file.
     if (source.frames)
         (void)hardware.setCycleFrames(device.deviceID(), static_cast<UInt32>(end % device.bufferFrameSize(true)));
     if (wishes.hasMeter)
@@ -223,7 +223,7 @@ const char* reasonText(QMXAudioRecordingLoss::Reason reason)
     return "";
 }
 
-/// How much is missing, where and why; the recording has lost something.
+/// Describes how much of a recording with losses is missing, where and why.
 std::string lossText(const QMXAudioRecorder& recorder)
 {
     const auto losses = recorder.lostFramePositions();
@@ -251,9 +251,9 @@ int record(int argumentCount, char** arguments)
     const auto recorder = makeRecorder(source.device, wishes);
     recordToTheEnd(*recorder, source, wishes);
     std::string failure = recorder->lastError();
-    (void)recorder->stop(); // false where it never began
+    (void)recorder->stop(); // false if it never started
     if (failure.empty())
-        failure = recorder->lastError(); // of writing the rest
+        failure = recorder->lastError(); // from writing the rest
     QMXAudioFile& file = *recorder->audioFile();
     const UInt64 frames = example::frameCount(file);
     if (!failure.empty() && frames == 0)

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Divides a recording into tracks at its silences: one line per track on standard output, a drawing where asked.
+// Divides a recording into tracks at its silences: prints one line per track and draws the waveform if asked.
 #include "Formats/QMXAudioStreamBasicDescription.h"
 #include "Tracks/QMXAudioTrackAutoDefiner.h"
 #include "support/CommandLine.h"
@@ -87,7 +87,7 @@ Settings settingsFrom(const CommandLine& line)
     return settings;
 }
 
-/// Refuses what the definer's 32-bit and 16-bit counts cannot hold, before anything is read or decoded.
+/// Refuses lengths that the definer's 32-bit and 16-bit counts cannot hold, before anything is read or decoded.
 void checkLength(const Settings& settings, SInt64 frames, Float64 sampleRate)
 {
     constexpr SInt64 longest = std::numeric_limits<UInt32>::max() / 5;
@@ -112,7 +112,7 @@ void checkPlotPath(const Settings& settings)
         throw Failure{"--plot would replace the recording " + settings.path};
 }
 
-/// Shows how far the definer is, and passes a Ctrl-C on to it that came before its run began.
+/// Shows the definer's progress, and passes a Ctrl-C on to it that came before its run started.
 class Progress : public QMXAudioTrackAutoDefinerDelegate
 {
 public:
@@ -199,7 +199,7 @@ int split(int argumentCount, char** arguments)
     const auto recording = example::openAudioFile(settings.path);
     const auto& format = *recording->fileStreamFormat();
     const auto check = [&](SInt64 frames) { checkLength(settings, frames, format.sampleRate()); };
-    // what divides reads samples by bytes
+    // the definer reads samples by bytes
     const bool isCompressed = format.bytesPerFrame() == 0;
     if (!isCompressed)
         check(static_cast<SInt64>(example::frameCount(*recording)));

@@ -7,7 +7,7 @@
 
 #include <cstdlib>
 
-/// Aborts when `object` cannot be archived and read again.
+/// Aborts if `object` cannot be archived and read again.
 inline void requireRoundTrip(const std::shared_ptr<qmx::Object>& object)
 {
     const auto archive = qmx::KeyedArchiver::archivedDataWithRootObject(object);

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Any bytes as an audio file: opened, asked for everything, read and decoded; then opened for writing and grown, after
-// which it must open again with the bytes that were written and with everything that was before them.
+// Any bytes as an audio file: opened, all properties read, read and decoded; then opened for writing and grown. After
+// that it must open again, with the written bytes and everything before them.
 #include "AudioToolbox/AudioConverter.h"
 #include "AudioToolbox/AudioFile.h"
 #include "Foundation/Files/MemoryFileSystem.h"
@@ -26,7 +26,7 @@ void require(bool holds)
 std::vector<UInt8> readFrom(AudioFileID file, SInt64 start, UInt32 count)
 {
     std::vector<UInt8> bytes(count);
-    (void)AudioFileReadBytes(file, false, start, &count, bytes.data()); // what comes is judged
+    (void)AudioFileReadBytes(file, false, start, &count, bytes.data()); // the result is checked below
     bytes.resize(count);
     return bytes;
 }
@@ -51,7 +51,7 @@ void askEverything(AudioFileID file)
         if (AudioFileGetPropertyInfo(file, property, &size, nullptr) != noErr)
             continue;
         std::vector<UInt8> value(size);
-        (void)AudioFileGetProperty(file, property, &size, value.data()); // it may well be refused
+        (void)AudioFileGetProperty(file, property, &size, value.data()); // it may be refused
     }
 }
 
@@ -139,7 +139,7 @@ void grow()
     const OSStatus written = AudioFileWriteBytes(file, false, static_cast<SInt64>(end), &count, added.data());
     require(AudioFileClose(file) == noErr);
     require(AudioFileOpen(&fuzzed, fsRdPerm, 0, &file) == noErr);
-    require(byteCount(file) + 8192 > end + count); // a last frame in part does not count
+    require(byteCount(file) + 8192 > end + count); // an incomplete last frame does not count
     require(readFrom(file, 0, static_cast<UInt32>(before.size())) == before);
     const std::vector<UInt8> after = readFrom(file, static_cast<SInt64>(end), count);
     require(written != noErr || std::equal(after.begin(), after.end(), added.begin()));

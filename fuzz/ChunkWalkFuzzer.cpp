@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
-// Any bytes as a file with track information: checked, read and stored into by both classes. What stood behind the
-// form's header is there afterwards unless it was a store of ours, and a stored record ends where the form does.
+// Any bytes as a file with track information: checked, read and stored into by both classes. Afterwards everything
+// after the form's header is still there unless it was a store of the library, and a stored record ends where the form
+// does.
 #include "Foundation/Files/MemoryFileSystem.h"
 #include "Foundation/Text/Log.h"
 #include "Tracks/Store/QMXAIFFUtility.h"
@@ -30,15 +31,14 @@ void readAndStore()
     if (record)
         writer->setTrackAndProcessingInfo(record);
     writer->addTrackInfo(QMXAudioTrackInfo::init());
-    writer->write();
+    (void)writer->write(); // Damaged files may refuse a store; only their sound must stay.
     const auto older = QMXAudioFileTrackInfoReaderWriter::initWithAudioFilePath(path);
-    older->readTrackInfosFromFile();
+    (void)older->readTrackInfosFromFile();
     older->addTrackInfo(QMXAudioTrackInfo::init());
-    older->writeTrackInfosToFile();
+    (void)older->writeTrackInfosToFile();
 }
 
-/// Whether something in the bytes may be a chunk or journal of ours, cut off ones included, that may be changed or
-/// removed.
+/// Whether the bytes may contain a chunk or journal of the library, whole or cut off, which may be changed or removed.
 bool mayHoldAStore(std::string_view text)
 {
     const auto holds = [&](std::string_view part) { return text.find(part) != std::string_view::npos; };

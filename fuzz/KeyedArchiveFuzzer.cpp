@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Any bytes as a keyed archive; what gives an object must go into a keyed archive and come back.
+// Any bytes as a keyed archive; an object read from it must be archived in a keyed archive and read back.
 #include "ArchiveFuzzing.h"
 #include "Foundation/Archives/KeyedUnarchiver.h"
 #include "support/Archives.h"

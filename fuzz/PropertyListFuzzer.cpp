@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Any bytes as a binary property list; what is readable must write and read back to the same bytes.
+// Any bytes as a binary property list; a readable one must be written, read back and written to the same bytes.
 #include "Foundation/Archives/PropertyList.h"
 
 #include <cstdlib>

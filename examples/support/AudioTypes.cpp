@@ -17,7 +17,7 @@ constexpr int usageError = 2;
 
 struct TypeFacts {
     AudioFileTypeID type;
-    std::string_view extension; ///< the first of a type is the one that is written
+    std::string_view extension; ///< the first one of a type is used for new files
     AudioFormatID coding;
 };
 
@@ -52,8 +52,8 @@ std::string lowered(std::string text)
     return text;
 }
 
-/// Bits of the source's samples as integers, in whole bytes where it is not compressed: what lies below the significant
-/// bits is kept. 0 for floats and lossy codings.
+/// The bits of the source's integer samples. If it is not compressed, whole bytes: bits below the significant ones are
+/// kept. 0 for floats and lossy codings.
 UInt32 integerBitsOf(const AudioStreamBasicDescription& source)
 {
     constexpr std::array<UInt32, 5> losslessBits{0, 16, 20, 24, 32};
@@ -84,7 +84,7 @@ AudioFormatFlags linearFlags(AudioFileTypeID type, UInt32 bits, bool isFloat)
     AudioFormatFlags flags = kAudioFormatFlagIsPacked;
     if (isFloat)
         flags |= kAudioFormatFlagIsFloat;
-    else if (!isLittle || bits > 8) // samples of 8 bits have no sign there
+    else if (!isLittle || bits > 8) // 8-bit samples are unsigned there
         flags |= kAudioFormatFlagIsSignedInteger;
     return isLittle ? flags : flags | kAudioFormatFlagIsBigEndian;
 }

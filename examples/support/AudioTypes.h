@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Types of audio files as people name them, and the sample formats that go with them.
+// Audio file types by the names that people use, and the sample formats that fit them.
 #pragma once
 
 #include "AudioToolbox/AudioFile.h"
@@ -10,23 +10,23 @@
 namespace example
 {
 
-/// The type that a four-character code names; a Failure with exit status 2 for none that can be written.
+/// The type with a four-character code; a Failure with exit status 2 if it cannot be written.
 AudioFileTypeID typeFromCode(const std::string& code);
-/// The type that a path's extension stands for; a Failure with exit status 2 where it says nothing.
+/// The type for a path's extension; a Failure with exit status 2 if there is none.
 AudioFileTypeID typeFromExtension(const std::string& path);
 /// The extension of files of a type, with its dot.
 std::string extensionOf(AudioFileTypeID type);
 
-/// What is wanted of a sample format; what is left out is the source's.
+/// The wanted sample format; values that are missing are the source's.
 struct FormatWish {
     std::optional<Float64> sampleRate; ///< Hz
     std::optional<UInt32> channels;
-    std::optional<UInt32> bits; ///< of integers; in MPEG-4 files it asks for the lossless coding
+    std::optional<UInt32> bits; ///< of integers; selects the lossless coding in MPEG-4 files
     bool isFloat = false;
 };
 
-/// The format for a file of a type made from one in `source`. May turn AIFF into AIFF-C, which alone holds floats. A
-/// Failure for wishes that the type does not fulfil.
+/// The format for a file of `type` made from one in `source`. Changes AIFF to AIFF-C for floats. A Failure for wishes
+/// that the type does not support.
 AudioStreamBasicDescription formatFor(AudioFileTypeID& type, const AudioStreamBasicDescription& source,
                                       const FormatWish& wish);
 

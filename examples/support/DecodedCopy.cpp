@@ -20,7 +20,7 @@ namespace
 
 namespace fs = std::filesystem;
 
-/// A folder of its own inside the one for temporary files, removed with what is in it.
+/// A new folder inside the one for temporary files. The destructor removes it and its contents.
 class TemporaryFolder
 {
 public:
@@ -74,7 +74,7 @@ DecodedCopy::DecodedCopy(const std::string& recording, const std::function<void(
         const std::string name = folder.path() + "/decoded.caf";
         target =
             QMXExtAudioFile::initForWriting_fileType_clientFormat_fileFormat(name, kAudioFileCAFType, &format, &format);
-        (void)target->open(); // lastStatus() tells the first step that failed
+        (void)target->open(); // lastStatus() has the first step that failed
         check(target->lastStatus(), "cannot write", name);
         file_.number = open(name.c_str(), O_RDONLY | O_CLOEXEC);
         if (file_.number < 0)

@@ -10,7 +10,7 @@
 namespace example
 {
 
-/// What one column of a waveform shows: the extremes of its samples, over all channels, and their root mean square.
+/// One column of a waveform: the extremes of its samples, over all channels, and their root mean square.
 struct EnvelopeColumn {
     float lowest = 0;
     float highest = 0;
@@ -21,11 +21,11 @@ struct EnvelopeColumn {
 class Envelope
 {
 public:
-    /// `frames` of `channels` channels become `columns` columns, or one for each frame where there are fewer.
+    /// `frames` frames of `channels` channels become `columns` columns, or one per frame if there are fewer frames.
     Envelope(UInt64 frames, UInt32 channels, std::size_t columns);
 
     void add(std::span<const float> samples);
-    /// The columns, complete once all samples were added.
+    /// The columns, complete when all samples have been added.
     const std::vector<EnvelopeColumn>& columns() const { return columns_; }
     float peak() const;
 

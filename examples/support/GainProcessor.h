@@ -10,7 +10,7 @@ namespace example
 class GainProcessor : public QMXAudioProcessor
 {
 public:
-    /// 0 dB is a factor of exactly 1.
+    /// The factor of 0 dB is exactly 1.
     explicit GainProcessor(double decibels);
 
     void reset() override {}

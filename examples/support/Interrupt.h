@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Ctrl-C and a polite kill: remembered instead of ending the program on the spot.
+// Remembers Ctrl-C and SIGTERM instead of ending the program at once.
 #pragma once
 
 namespace example
@@ -10,7 +10,7 @@ void catchInterrupts(void (*alsoCall)() noexcept);
 
 bool isInterrupted();
 
-/// Ends the program by a silent Failure with the exit status of the signal (130 for Ctrl-C) when one was caught.
+/// If a signal was caught, ends the program by a silent Failure with its exit status (130 for Ctrl-C).
 void endIfInterrupted();
 
 } // namespace example

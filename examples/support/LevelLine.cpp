@@ -13,7 +13,7 @@ namespace example
 namespace
 {
 
-constexpr Float32 fall = 0.9F;   // of a bar, from one set of levels to the next
+constexpr Float32 fall = 0.9F;   // factor of a bar's fall from one set of levels to the next
 constexpr double quietest = -60; // dB
 
 std::string bar(Float32 level)

@@ -9,8 +9,8 @@
 namespace example
 {
 
-/// A line on standard error with the elapsed time, what of it was lost and, where levels come, a bar for each channel
-/// from -60 to 0 dB that falls slowly. Shown only where that is a terminal, and wiped when done.
+/// A line on standard error with the elapsed time, the lost time and, if there are levels, a slowly falling bar for
+/// each channel from -60 to 0 dB. Shown only if standard error is a terminal, and cleared when done.
 class LevelLine
 {
 public:
@@ -20,7 +20,7 @@ public:
     LevelLine& operator=(const LevelLine&) = delete;
 
     void take(const QMXVUMeterData& levels);
-    /// Draws the line anew when it looks different.
+    /// Redraws the line if it has changed.
     void show(double seconds, double lostSeconds);
 
 private:

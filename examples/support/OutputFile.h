@@ -6,20 +6,20 @@
 namespace example
 {
 
-/// A file that is made in a folder of its own beside its place, and moved there when it is whole: nobody ever sees half
-/// of it. The folder goes with the object.
+/// A file that is made in a temporary folder beside its destination and moved there when it is complete, so that an
+/// incomplete one is never seen. The destructor removes the folder.
 class OutputFile
 {
 public:
-    /// A Failure when `path` cannot be written, exists (unless `mayReplace`), or is the file `input` itself.
+    /// A Failure if `path` cannot be written, exists (unless `mayReplace`), or is the file `input` itself.
     OutputFile(const std::string& path, const std::string& input, bool mayReplace);
     ~OutputFile();
     OutputFile(const OutputFile&) = delete;
     OutputFile& operator=(const OutputFile&) = delete;
 
-    /// Where to make it, under its own name.
+    /// The path to make it at, which ends in its own name.
     std::string temporaryPath() const;
-    /// Moves it, and the sidecar that belongs to it, to its place.
+    /// Moves it, and its sidecar file, to its destination.
     void finish();
 
 private:

@@ -6,7 +6,7 @@
 namespace example
 {
 
-/// A bar on standard error, shown only where that is a terminal, and wiped when done.
+/// A bar on standard error, shown only if that is a terminal, and cleared when done.
 class ProgressBar
 {
 public:
@@ -15,7 +15,7 @@ public:
     ProgressBar(const ProgressBar&) = delete;
     ProgressBar& operator=(const ProgressBar&) = delete;
 
-    /// Draws the bar anew when the whole percent or the label changed. `fraction` is from 0 to 1.
+    /// Redraws the bar if the whole percent or the label has changed. `fraction` is from 0 to 1.
     void show(const std::string& label, double fraction);
     void wipe();
 

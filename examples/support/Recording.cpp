@@ -17,7 +17,7 @@ namespace example
 namespace
 {
 
-/// Why the system does not let us read `path`; empty when it does.
+/// The reason why the system cannot read `path`; empty if it can.
 std::string systemObjection(const std::string& path)
 {
     struct stat status {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Audio files as the example programs take them: opened, checked, and read as float samples.
+// Opens and checks audio files for the example programs, and reads them as float samples.
 #pragma once
 
 #include "FileRelated/QMXAudioFile.h"
@@ -12,18 +12,18 @@
 namespace example
 {
 
-/// Opens `path`, linear or compressed, for reading. A Failure that says what is wrong with it when it cannot be opened.
+/// Opens `path`, linear or compressed, for reading. A Failure with the reason if it cannot be opened.
 std::shared_ptr<QMXAudioFile> openAudioFile(const std::string& path);
-/// A Failure for a file that holds no audio, or a coding that cannot be read by bytes.
+/// A Failure if the file holds no audio, or a coding that cannot be read by bytes.
 void checkSamples(QMXAudioFile& file);
-/// Both.
+/// Opens and checks a file.
 std::shared_ptr<QMXAudioFile> openRecording(const std::string& path);
 
-/// Whole frames of the file, beyond the 32 bits of QMXAudioFile::lengthInFrames too.
+/// The whole frames of the file, in 64 bits, unlike QMXAudioFile::lengthInFrames.
 UInt64 frameCount(QMXAudioFile& file);
 
-/// Reads the whole file as native floats, interleaved, and hands them over piece by piece, until `receive` gives false.
-/// A Failure when the file cannot be read to its end.
+/// Reads the whole file as native floats, interleaved, and passes them to `receive` in blocks until that returns false.
+/// A Failure if the file cannot be read to its end.
 void readSamples(QMXAudioFile& file, const std::function<bool(std::span<const float> samples)>& receive);
 
 } // namespace example

@@ -8,10 +8,10 @@
 namespace example
 {
 
-/// What a status of the audio file or converter service means, for people.
+/// The meaning of a status of the audio file or converter service, for people.
 std::string statusText(OSStatus status);
 
-/// A Failure "DOING PATH: why" for a status that is none of success.
+/// A Failure "DOING PATH: why" unless the status is success.
 void check(OSStatus status, const std::string& doing, const std::string& path);
 
 } // namespace example

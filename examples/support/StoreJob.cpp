@@ -68,7 +68,7 @@ Record StoreJob::kept() const
 {
     Record record = readRecord(path_, force_);
     if (!record)
-        openAudioFile(path_); // says so where there is nothing to be read
+        openAudioFile(path_); // fails with the reason if it cannot be read
     if (!record)
         throw Failure{path_ + ": keeps no tracks (--store puts some there)"};
     return record;

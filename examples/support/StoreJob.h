@@ -12,24 +12,24 @@ class QMXAudioFile;
 namespace example
 {
 
-/// What a command line asks to be done with the tracks that a recording keeps. Made before any work, so that wrong
-/// options are known first.
+/// What the command line wants to do with the tracks stored in a recording. Made before any work, so that wrong options
+/// are reported first.
 class StoreJob
 {
 public:
     /// A Failure for options that do not go together.
     StoreJob(const CommandLine& line, const std::string& path);
 
-    /// The file that is worked on.
+    /// The file to work on.
     const std::string& path() const { return path_; }
-    /// Whether the recording is to be divided, after which `finish` is called; otherwise `run` does it all.
+    /// Whether to divide the recording and then call `finish`; otherwise `run` does everything.
     bool divides() const { return stores_ || !(lists_ || history_ || repairs_ || edits()); }
-    /// Lists, repairs, or changes the tracks that are kept. Gives those that it listed.
+    /// Lists, repairs or changes the stored tracks. Returns those that it listed.
     QMXTrackAndProcessingInfo::TrackList run();
-    /// Before a recording is divided: a Failure where tracks are to be stored and cannot be. Reads what the recording
-    /// keeps, and makes the copy of --output.
+    /// Called before a recording is divided. Reads the stored record and makes the copy for --output. A Failure if
+    /// tracks are to be stored but cannot be.
     void prepare(const QMXAudioFile& recording);
-    /// Prints the tracks found, and stores them if asked for. Gives them as they are then.
+    /// Prints the tracks found, stores them if asked for, and returns them as they are then.
     QMXTrackAndProcessingInfo::TrackList finish(const QMXTrackAndProcessingInfo::TrackList& tracks) const;
 
 private:

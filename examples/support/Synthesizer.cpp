@@ -12,7 +12,7 @@ namespace example
 namespace
 {
 
-/// One note: keys are counted in semitones, 69 is the A of 440 Hz. `pan` runs from 0 (left) to 1 (right).
+/// One note. Keys are semitones, 69 is the A of 440 Hz. `pan` is from 0 (left) to 1 (right).
 struct Note {
     double start = 0;  ///< seconds
     double length = 0; ///< seconds
@@ -26,7 +26,7 @@ double frequencyOf(int key)
     return 440 * std::exp2((key - 69) / 12.0);
 }
 
-/// A sine that is turned on step by step, without a call to the sine for each sample.
+/// A sine, computed by rotation instead of a call of std::sin for each sample.
 class Oscillator
 {
 public:
@@ -55,7 +55,7 @@ class Score
 public:
     explicit Score(double seconds) : samples_(2 * static_cast<std::size_t>(seconds * synthesizerRate)) {}
 
-    /// A string: bright at first, the high partials dying away first.
+    /// A plucked string: bright at first, its high partials decay faster.
     void pluck(const Note& note)
     {
         for (int partial = 1; partial <= 6; ++partial)
@@ -69,7 +69,7 @@ public:
             add(note, partial, 0.6 / partial, note.length * 0.3, note.length * 2);
     }
 
-    /// Adds an echo that crosses from side to side, and fades the last part out.
+    /// Adds an echo that alternates between the sides, and fades the end out.
     StereoSamples finish()
     {
         const std::size_t delay = 2 * static_cast<std::size_t>(0.29 * synthesizerRate);

@@ -13,7 +13,7 @@ constexpr double synthesizerRate = 44100; ///< frames per second
 /// Stereo samples, left and right in turn; 1 is full scale.
 using StereoSamples = std::vector<float>;
 
-/// The pieces in the order in which they are to be played.
+/// The pieces in playing order.
 std::vector<StereoSamples> synthesizedPieces();
 
 /// `seconds` of the low noise of a quiet line.

@@ -27,7 +27,7 @@ namespace
 
 namespace fs = std::filesystem;
 
-/// A title as a part of a file name that every usual file system takes.
+/// Makes a title a part of a file name that every usual file system accepts.
 std::string safeName(const std::string& title)
 {
     constexpr std::string_view unsafe = R"(/\:*?"<>|)";
@@ -70,7 +70,7 @@ void checkWritten(bool succeeds, const QMXAudioFile& file, const std::string& pa
         check(file.lastStatus() == noErr ? ioErr : file.lastStatus(), "cannot write", path);
 }
 
-/// One track's frames as they are, in a new file of the recording's own type.
+/// Copies one track's frames unchanged into a new file of the recording's own type.
 void copyBytes(QMXAudioFile& source, const QMXAudioTrackInfo& track, const std::string& temporaryPath,
                const std::string& path)
 {
@@ -112,7 +112,7 @@ public:
     {
         const auto target =
             QMXExtAudioFile::initForWriting_fileType_clientFormat_fileFormat(path, type_, &client_, &format_);
-        (void)target->open(); // lastStatus() tells the first step that failed
+        (void)target->open(); // lastStatus() has the first step that failed
         check(target->lastStatus(), "cannot write", fs::path(path).filename());
         check(source_->seek(track.trackBegin()), "cannot read", source_->path());
         copyFrames(*source_, track.trackEnd() - track.trackBegin(), *target, fs::path(path).filename(),
@@ -142,7 +142,7 @@ void TrackExport::write(QMXAudioFile& recording, const QMXTrackAndProcessingInfo
     const std::string path = recording.path().value_or("");
     AudioFileTypeID type = recording.fileType();
     std::unique_ptr<Conversion> conversion;
-    const bool isCompressed = recording.bytesPerFrame() == 0; // its packets cannot be cut at any frame
+    const bool isCompressed = recording.bytesPerFrame() == 0; // packets cannot be cut at any frame
     if (typeCode_ || isCompressed) {
         conversion = std::make_unique<Conversion>(path, typeCode_ ? typeFromCode(*typeCode_) : kAudioFileWAVEType,
                                                   *recording.fileStreamFormat()->audioStreamBasicDescription());

@@ -16,14 +16,14 @@ namespace example
 class TrackExport
 {
 public:
-    /// Takes `--export DIR` and `--type CODE` from a command line; a Failure for a type that is not known.
+    /// Reads `--export DIR` and `--type CODE` from a command line; a Failure for an unknown type.
     explicit TrackExport(const CommandLine& line);
 
     bool isAsked() const { return !folder_.empty(); }
-    /// Writes each track as "NN Title" into the folder, which is made where it is missing: the samples byte for byte in
-    /// the recording's own format and type, or converted to another type. Of a compressed recording they are decoded,
-    /// into WAVE files unless a type was given, which one line on standard error says. A Failure when a file exists
-    /// already, before any is written.
+    /// Writes each track as "NN Title" into the folder, which is made if it is missing: the samples byte for byte in
+    /// the recording's own format and type, or converted to another type. A compressed recording is decoded, into WAVE
+    /// files unless a type was given, and one line on standard error says so. A Failure, before any file is written, if
+    /// one exists already.
     void write(QMXAudioFile& recording, const QMXTrackAndProcessingInfo::TrackList& tracks) const;
 
 private:

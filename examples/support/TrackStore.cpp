@@ -25,8 +25,8 @@ namespace
 
 using Factory = QMXAudioTrackInfoReaderWriterFactory;
 
-/// Gives the form the file's size. The library's own repair keeps an odd size odd, as that of a form is that does not
-/// count the last chunk's pad byte.
+/// Sets the form's size to the file's. The library's own repair keeps an odd size odd, because a form may leave out the
+/// last chunk's pad byte.
 void setFormSize(const std::string& path)
 {
     const auto file = qmx::FileHandle::fileHandleForUpdatingAtPath(path);
@@ -39,7 +39,7 @@ void setFormSize(const std::string& path)
     std::array<UInt8, 4> field{};
     qmx::store32(field.data(), static_cast<UInt32>(size), qmx::ByteOrder::big);
     file->seekToFileOffset(4);
-    (void)file->writeData(field); // whoever asked checks the file afterwards
+    (void)file->writeData(field); // the caller checks the file afterwards
 }
 
 } // namespace
@@ -94,8 +94,8 @@ std::string repairRecording(const std::string& path)
     } else {
         done = "the sizes were brought in line with the file's length";
         const auto file = QMXAudioFile::initWithPath_accessMode(path, QMXAudioFileAccessMode::readWrite);
-        if (file->open())        // brings lagging sizes in line
-            (void)file->close(); // what it did shows below
+        if (file->open())        // corrects outdated sizes
+            (void)file->close(); // the result is checked below
         if (!QMXAIFFUtility::validateFileAtPath(path))
             setFormSize(path);
     }

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// A recording's track information as the example programs keep it: read first, changed in part, written.
+// Reads, changes and writes a recording's track information for the example programs.
 #pragma once
 
 #include "AudioToolbox/AudioFile.h"
@@ -13,33 +13,33 @@ namespace example
 
 using Record = std::shared_ptr<QMXTrackAndProcessingInfo>;
 
-/// A Failure unless the file is an AIFF or AIFF-C file by its content, and by an extension that the library's factory
-/// takes.
+/// A Failure unless the file is an AIFF or AIFF-C file, both by its content and by an extension that the library's
+/// factory accepts.
 void checkCanStore(const std::string& path, AudioFileTypeID type);
 
-/// The record in the file; null where there is none. A Failure when there is one that cannot be read, unless `force`,
-/// and for a file of wrong sizes.
+/// The record in the file; null if there is none. A Failure if it cannot be read (unless `force`), or if the file has
+/// wrong sizes.
 Record readRecord(const std::string& path, bool force);
 
-/// Writes the record. A Failure that says why where it is not in the file afterwards.
+/// Writes the record. A Failure with the reason if it is not in the file afterwards.
 void storeRecord(const std::string& path, const Record& record);
 
-/// Brings the sizes in a file in line whose writer was killed: what a store that was cut off left at the end is
-/// completed or removed, sizes that lag behind are set. What was done, in one line.
+/// Repairs a file whose writer was killed: completes or removes what an interrupted store left at its end, and corrects
+/// outdated sizes. Returns one line about what was done.
 std::string repairRecording(const std::string& path);
 
-/// Copies the recording to a new file; a Failure where it exists.
+/// Copies the recording to a new file; a Failure if that exists.
 void copyRecording(const std::string& from, const std::string& to);
 
-/// The encoded bytes of a picture file; a Failure when it is no JPEG, PNG, GIF, BMP or TIFF.
+/// The encoded bytes of a picture file; a Failure unless it is a JPEG, PNG, GIF, BMP or TIFF file.
 std::shared_ptr<qmx::Image> readCover(const std::string& path);
 
-/// Adds a processing range to the record of the file, null for none, and stores it.
+/// Adds a processing range to `record` (null: an empty one) and stores it in the file.
 void storeProcessingRange(const std::string& path, Record record, std::shared_ptr<QMXAudioProcessingRangeInfo> range);
 
-/// One line a track: first frame, frame past the last, title.
+/// One line per track: first frame, frame after the last, title.
 std::string trackLines(const QMXTrackAndProcessingInfo& record);
-/// One line a processing range: first frame, frame past the last, name, settings.
+/// One line per processing range: first frame, frame after the last, name, settings.
 std::string historyLines(const QMXTrackAndProcessingInfo& record);
 
 } // namespace example

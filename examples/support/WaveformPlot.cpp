@@ -45,8 +45,8 @@ template <class... Values> void append(std::string& svg, const char* text, const
     svg += qmx::format(text, values...);
 }
 
-/// Text fit for XML: markup and control characters are replaced, broken UTF-8 becomes '?', long texts end in an
-/// ellipsis.
+/// Makes a text fit for XML: markup and control characters are replaced, malformed UTF-8 becomes '?', long texts end in
+/// an ellipsis.
 std::string xmlText(const std::string& text, std::size_t mostCharacters)
 {
     std::string whole, xml;
@@ -73,7 +73,7 @@ std::string xmlText(const std::string& text, std::size_t mostCharacters)
     return xml;
 }
 
-/// A step between ticks that people count in, for about ten ticks in `seconds`.
+/// A round step between ticks, for about ten ticks in `seconds`.
 double tickStep(double seconds)
 {
     constexpr std::array<double, 17> steps{0.1, 0.2, 0.5, 1,   2,   5,    10,   15,  30,
@@ -88,7 +88,7 @@ class Scale
 public:
     Scale(UInt64 frames, float peak) : frames_(static_cast<double>(frames))
     {
-        // a quiet recording is drawn larger, by whole steps of 6 dB
+        // a quiet recording is drawn larger, in whole steps of 6 dB
         while (halvings_ < 8 && std::ldexp(peak, halvings_ + 1) <= 1)
             ++halvings_;
     }
@@ -101,7 +101,7 @@ public:
     {
         return middle - halfHeight * std::clamp(std::ldexp(static_cast<double>(sample), halvings_), -1.0, 1.0);
     }
-    /// Level of the drawing's upper edge below full scale.
+    /// The level of the drawing's upper edge, in dB relative to full scale.
     int decibels() const { return -6 * halvings_; }
 
 private:
@@ -167,7 +167,7 @@ void drawGrid(std::string& svg, const WaveformPlot& plot, const Scale& scale)
     append(svg, "<path class=\"rule\" d=\"M%g %gH%g\"/>\n", left, waveBottom, right);
 }
 
-/// The area between two lines over the columns, in steps from one column to the next.
+/// The area between two lines over the columns, stepped from one column to the next.
 template <class Upper, class Lower>
 void drawArea(std::string& svg, const char* name, const std::vector<EnvelopeColumn>& columns, Upper upper, Lower lower)
 {
@@ -195,7 +195,7 @@ void drawArea(std::string& svg, const char* name, const std::vector<EnvelopeColu
     svg += "\"/>\n";
 }
 
-/// The bounds between tracks; where they are crowded as fine lines, so that the waveform stays visible.
+/// Draws the bounds between tracks, as fine lines if they are crowded, so that the waveform stays visible.
 void drawBounds(std::string& svg, const WaveformPlot& plot, const Scale& scale)
 {
     constexpr double roomForFlags = 12;

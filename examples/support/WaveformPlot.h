@@ -9,10 +9,10 @@
 namespace example
 {
 
-/// The columns of a waveform drawing.
+/// The number of columns of a waveform drawing.
 constexpr std::size_t waveformColumns = 1120;
 
-/// What a drawing shows.
+/// The contents of a drawing.
 struct WaveformPlot {
     struct Track {
         UInt64 begin = 0; ///< frames
@@ -26,10 +26,10 @@ struct WaveformPlot {
     std::vector<Track> tracks;
 };
 
-/// The waveform as an SVG document, with the tracks as bands; light or dark as the viewer prefers.
+/// The waveform as an SVG document, with the tracks as bands; light or dark by the viewer's preference.
 std::string drawWaveform(const WaveformPlot& plot, const Envelope& envelope);
 
-/// A time as m:ss or h:mm:ss, with tenths where asked.
+/// A time as m:ss or h:mm:ss, with tenths on request.
 std::string clockTime(double seconds, bool withTenths = false);
 
 } // namespace example

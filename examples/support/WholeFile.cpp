@@ -22,7 +22,7 @@ namespace
     throw Failure{"cannot write " + path + ": " + systemErrorText(error)};
 }
 
-/// Writes everything and closes; gives the error number, 0 for success.
+/// Writes everything and closes; returns the error number, or 0.
 int writeAndClose(int descriptor, std::string_view contents)
 {
     int error = 0;
@@ -38,7 +38,7 @@ int writeAndClose(int descriptor, std::string_view contents)
     return error;
 }
 
-/// Where links lead to; `path` itself where it leads nowhere yet.
+/// The path that links lead to; `path` itself if it does not exist yet.
 std::string finalPath(const std::string& path)
 {
     std::error_code error;

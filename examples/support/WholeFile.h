@@ -6,9 +6,9 @@
 namespace example
 {
 
-/// Puts `contents` into the file `path`, replacing what it held. The file is written under another name beside it and
-/// renamed when it is complete, so nobody sees half of it. A device or a pipe is written to as it is. A Failure
-/// otherwise.
+/// Replaces the contents of the file `path`. The file is written under another name beside it and renamed when it is
+/// complete, so that an incomplete one is never seen. A device or a pipe is written to directly. A Failure if it cannot
+/// be written.
 void writeWholeFile(const std::string& path, const std::string& contents);
 
 } // namespace example

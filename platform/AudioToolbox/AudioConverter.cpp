@@ -14,15 +14,15 @@
 
 struct OpaqueAudioConverter {
     std::unique_ptr<qmx::Converter> plain;            // one of the two
-    std::unique_ptr<qmx::CodedConverter> coded;       // where a side is compressed
-    std::vector<std::byte> inputLayout, outputLayout; // as they were set
+    std::unique_ptr<qmx::CodedConverter> coded;       // if a side is compressed
+    std::vector<std::byte> inputLayout, outputLayout; // as the caller set them
 
     /// The conversion of linear samples, which both kinds have.
     qmx::Converter& linear() { return plain ? *plain : coded->linear(); }
     qmx::PacketEncoder* encoder() { return coded ? coded->encoder() : nullptr; }
     const AudioStreamBasicDescription& source() { return coded ? coded->source() : plain->source(); }
     const AudioStreamBasicDescription& target() { return coded ? coded->target() : plain->target(); }
-    /// Whether the record is the compressed side's.
+    /// Whether the record describes the compressed side.
     bool isCompressed(const AudioStreamBasicDescription& side) const
     {
         return coded && side.mFormatID != kAudioFormatLinearPCM && side.mBytesPerFrame == 0;
@@ -44,7 +44,7 @@ std::vector<AudioValueRange> bitRatesOf(const qmx::PacketEncoder& encoder, bool 
                                     anyRate ? 0 : target.mChannelsPerFrame);
 }
 
-// What only converters of compressed formats have.
+// Properties that only converters of compressed formats have.
 std::optional<PropertyShape> codedShapeOf(OpaqueAudioConverter& converter, AudioConverterPropertyID property)
 {
     const qmx::PacketEncoder* const encoder = converter.encoder();
@@ -74,7 +74,7 @@ std::optional<PropertyShape> shapeOf(OpaqueAudioConverter& converter, AudioConve
     switch (property) {
     case kAudioConverterPropertyCalculateInputBufferSize:
     case kAudioConverterPropertyCalculateOutputBufferSize:
-        if (converter.coded) // packets have no size that follows from their number
+        if (converter.coded) // the size of packets does not follow from their number
             return std::nullopt;
         [[fallthrough]];
     case kAudioConverterPropertyMinimumInputBufferSize:
@@ -133,8 +133,7 @@ template <class T> OSStatus answerAll(void* value, const std::vector<T>& result)
     return noErr;
 }
 
-// The largest packet that a converter takes or gives: of linear samples a frame, of packets that it takes what any may
-// have.
+// The largest packet that a converter takes or makes: one frame for PCM; for compressed input, a bound for all codings.
 UInt32 inputPacketSize(OpaqueAudioConverter& converter)
 {
     constexpr UInt32 largestPacket = 1 << 20;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Opening, creating and checking of arguments; all that concerns the file's contents is the container's.
+// Opening, creating and checking of arguments; the container does all that concerns the file's contents.
 #include "AudioToolbox/AudioFile.h"
 
 #include "AudioToolbox/Containers/ContainerProperties.h"
@@ -40,7 +40,7 @@ bool forbidsWriting(SystemError error)
     return error == EACCES || error == EPERM || error == EROFS || error == ETXTBSY;
 }
 
-// fsCurPerm: for writing where that is allowed, else for reading.
+// fsCurPerm: for writing if that is allowed, else for reading.
 SystemError openFile(const std::string& path, SInt8 permissions, std::unique_ptr<File>& file, bool& forWriting)
 {
     forWriting = permissions != fsRdPerm;
@@ -63,7 +63,7 @@ OSStatus findKind(File& file, const std::string& path, AudioFileTypeID hint, con
     return kind ? noErr : kAudioFileUnsupportedFileTypeError;
 }
 
-// Whether a file of this type and format can be made; says so before a disk is touched.
+// Whether a file of this type and format can be made; checked before the disk is touched.
 OSStatus checkNewFile(AudioFileTypeID type, const AudioStreamBasicDescription* format, UInt32 flags,
                       const ContainerKind*& kind)
 {
@@ -82,7 +82,7 @@ OSStatus makeContainer(const ContainerKind& kind, qmx::PlacedFile placed, const 
     const std::string path = placed.path;
     const OSStatus status = kind.create(std::move(placed), format, container);
     if (status == noErr && !kind.keepsFork)
-        (void)qmx::removeFork(path); // the contents outrank one that stays
+        (void)qmx::removeFork(path); // a fork that stays is outranked by the contents
     return status;
 }
 
@@ -106,7 +106,8 @@ std::string pathOf(const FSRef& directory, const std::string& name)
     return directory.path.ends_with('/') ? directory.path + name : directory.path + '/' + name;
 }
 
-// Checks what all transfers have in common, and makes one under the file's lock. `count` is 0 where none was made.
+// Checks what all transfers have in common, and makes the transfer under the file's lock. `count` is 0 if none was
+// made.
 template <class Call>
 OSStatus transfer(AudioFileID file, bool OpaqueAudioFileID::*isAllowed, SInt64 start, UInt32* count, const void* buffer,
                   Call call)

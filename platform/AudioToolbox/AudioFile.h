@@ -1,19 +1,20 @@
 // SPDX-License-Identifier: MIT
-// The audio file service: audio files of any container by bytes and packets. A file that is damaged or hostile gives a
-// status, never a crash, a hang or a huge allocation. One thread at a time per file, but that reads and writes may come
-// from two threads.
+// The audio file service: audio files of any container by bytes and packets. A damaged or hostile file gives a status,
+// never a crash, a hang or a huge allocation. One thread at a time per file, except that reads and writes may come from
+// two threads.
 //
-// Compressed files. Packet 0 is the first that the encoder made, and a packet stands for `mFramesPerPacket` frames of
-// the format (0 there: for those that its description tells). The frames of all packets in a row are: priming frames,
-// which the encoder needed to start; the valid frames, which are the original's; remainder frames, which fill the last
-// packet. The packet table info tells the three. To read frame f of the original, decode from packet (priming + f) /
+// Compressed files. Packet 0 is the first that the encoder made. A packet holds `mFramesPerPacket` frames of the format
+// (if that is 0, the frames of its description). The frames of all packets in a row are: priming frames, which the
+// encoder needed to start; the valid frames, which are the original's; remainder frames, which fill the last packet.
+// The packet table info holds the three counts. To read frame f of the original, decode from packet (priming + f) /
 // frames per packet, minus the roll distance of that packet, and drop what comes before (see kAudioConverterPrimeInfo).
 //
-// To write one: make the file; set the magic cookie and the packet table info (of it only the priming frames count yet)
-// that the encoder tells before the first packet; write packets one after the other, in order, with their descriptions;
-// when the encoder is drained set the cookie (FLAC adds its totals) and the whole packet table info; close. Without
-// packet table info priming and remainder are 0. Packets can be added in order only, to a file that was created or
-// initialised by this handle: 'pck?' for another start, 'op??' for another file. Bytes cannot be written: 'op??'.
+// To write one: create the file; set the magic cookie and the packet table info (only its priming frames count yet)
+// that the encoder reports before the first packet; write packets one after the other, in order, with their
+// descriptions; when the encoder is drained, set the cookie (FLAC adds its totals) and the complete packet table info;
+// close. Without packet table info priming and remainder are 0. Packets can be added in order only, to a file that was
+// created or initialised by this handle: 'pck?' for another start, 'op??' for another file. Bytes cannot be written:
+// 'op??'.
 #pragma once
 
 #include "CoreAudioTypes/AudioChannelLayout.h"
@@ -80,8 +81,8 @@ inline constexpr AudioFilePropertyID kAudioFilePropertyID3Tag = qmx::fourCharCod
 inline constexpr AudioFilePropertyID kAudioFilePropertySourceBitDepth = qmx::fourCharCode("sbtd");
 inline constexpr AudioFilePropertyID kAudioFilePropertyAlbumArtwork = qmx::fourCharCode("aart");
 
-/// The value of kAudioFilePropertyPacketToFrame and kAudioFilePropertyFrameToPacket: what is asked for on entry, with
-/// the answer on return.
+/// The value of kAudioFilePropertyPacketToFrame and kAudioFilePropertyFrameToPacket: the question on entry, completed
+/// by the answer on return.
 struct AudioFramePacketTranslation {
     SInt64 mFrame = 0;
     SInt64 mPacket = 0;
@@ -130,66 +131,68 @@ inline constexpr OSStatus kAudioFileEndOfFileError = -39;
 inline constexpr OSStatus kAudioFilePositionError = -40;
 inline constexpr OSStatus kAudioFileFileNotFoundError = -43;
 
-/// Opens an existing audio file. The container is found from the contents, which outrank a fork beside them; the hint
-/// helps where these are ambiguous (0: none).
+/// Opens an existing audio file. Its contents decide the container and outrank a fork beside it; the hint helps if they
+/// are ambiguous (0: none).
 /// On failure `*file` is null and the file untouched: fnfErr, permErr/wrPermErr, 'typ?' for contents that are no audio
-/// file, 'dta?' for a damaged header, 'fmt?' for a coding that is not known. Opened for writing, a file whose writer
-/// was killed is brought in line with its length.
+/// file, 'dta?' for a damaged header, 'fmt?' for an unknown coding. Opening for writing brings the sizes of a file
+/// whose writer was killed in line with its length.
 ///
-/// Calls that open AIFF, WAVE or CAF files for writing, initialise, grow or close them wait without end while another
+/// Calls that open AIFF, WAVE or CAF files for writing, initialise, grow or close them wait indefinitely while another
 /// thread or process holds the file's lock (Foundation/Files/FileSystem.h), as the track store does during a store.
 [[nodiscard]] QMX_EXPORT OSStatus AudioFileOpen(const FSRef* reference, SInt8 permissions, AudioFileTypeID typeHint,
                                                 AudioFileID* file);
 
 /// Creates `name` in the directory `parent`, read/write, and removes a fork that an earlier file of that name left.
-/// dupFNErr where it exists, or where a file of its own has the name of the fork it needs: both are left as they are;
-/// 'typ?' or 'fmt?' for a type or format that cannot be written, before the disk is touched. `flags` must be 0.
+/// dupFNErr if the file exists, or if another file has the name of the fork it needs: either is left as it is; 'typ?'
+/// or 'fmt?' for a type or format that cannot be written, before the disk is touched. `flags` must be 0.
 [[nodiscard]] QMX_EXPORT OSStatus AudioFileCreate(const FSRef* parent, CFStringRef name, AudioFileTypeID type,
                                                   const AudioStreamBasicDescription* format, UInt32 flags,
                                                   FSRef* newFile, AudioFileID* file);
 
-/// Empties an existing file and opens it read/write; its fork goes, or is replaced where the new file has one. Type,
+/// Empties an existing file and opens it read/write; its fork is removed, or replaced if the new file has one. Type,
 /// format and permission are checked before anything is emptied.
 [[nodiscard]] QMX_EXPORT OSStatus AudioFileInitialize(const FSRef* reference, AudioFileTypeID type,
                                                       const AudioStreamBasicDescription* format, UInt32 flags,
                                                       AudioFileID* file);
 
-/// Brings the header up to date and closes. The file is closed in any case; the status tells what could not be written.
-/// 'dta?' for a new file that could not be opened again: ADTS without packets, and MPEG-4 or FLAC without the cookie of
-/// a lossless coding.
+/// Brings the header up to date and closes. The file is closed in any case; the status reports what could not be
+/// written. 'dta?' for a new file that could not be opened again: ADTS without packets, and MPEG-4 or FLAC without the
+/// cookie of a lossless coding.
 /// A process that was forked while the file was open and wrote nothing itself leaves the file as it is.
 [[nodiscard]] QMX_EXPORT OSStatus AudioFileClose(AudioFileID file);
 
-/// Reads `*byteCount` bytes of audio data from the byte `start` of it; `*byteCount` becomes what came. A read that
-/// reaches the end gives what there is with status 0; one that starts at or past it gives 0 bytes and eofErr.
+/// Reads `*byteCount` bytes of audio data from byte `start` on; `*byteCount` becomes the bytes read. A read that
+/// reaches the end returns what there is with status 0; one that starts at or past the end returns 0 bytes and eofErr.
 [[nodiscard]] QMX_EXPORT OSStatus AudioFileReadBytes(AudioFileID file, Boolean useCache, SInt64 start,
                                                      UInt32* byteCount, void* buffer);
 
-/// Writes audio data at the byte `start` of it, growing the data where needed (a gap is filled with zeros);
-/// `*byteCount` becomes what was written. 'off?' where the container cannot hold the size: nothing is written then.
-/// Chunks behind the audio are kept.
+/// Writes audio data at byte `start`, growing the data if needed (a gap is filled with zeros); `*byteCount` becomes the
+/// bytes written. 'off?' if the container cannot hold the size: nothing is written then. Chunks after the audio are
+/// kept.
 [[nodiscard]] QMX_EXPORT OSStatus AudioFileWriteBytes(AudioFileID file, Boolean useCache, SInt64 start,
                                                       UInt32* byteCount, const void* buffer);
 
-/// Reads `*packetCount` packets from the packet `start`; `*byteCount` and `*packetCount` become what came: status 0 and
-/// fewer at the end, -39 and none past it; a failure comes with the packets before it. `descriptions` (room for
-/// `*packetCount`) may be null for formats of constant packet size. The buffer must hold `*packetCount` packets of the
-/// file's maximum packet size.
+/// Reads `*packetCount` packets from packet `start` on; `*byteCount` and `*packetCount` become what was read: fewer
+/// with status 0 at the end, none with eofErr past it; a failure is returned together with the packets before it.
+/// `descriptions` (room for `*packetCount`) may be null for formats of constant packet size. The buffer must hold
+/// `*packetCount` packets of the file's maximum packet size.
 [[nodiscard]] QMX_EXPORT OSStatus AudioFileReadPackets(AudioFileID file, Boolean useCache, UInt32* byteCount,
                                                        AudioStreamPacketDescription* descriptions, SInt64 start,
                                                        UInt32* packetCount, void* buffer);
 
-/// Writes `*packetCount` packets of together `byteCount` bytes at the packet `start`; `*packetCount` becomes what was
+/// Writes `*packetCount` packets, `byteCount` bytes in all, at packet `start`; `*packetCount` becomes the packets
 /// written. Packets of variable size need descriptions, whose offsets count from `buffer`.
 [[nodiscard]] QMX_EXPORT OSStatus AudioFileWritePackets(AudioFileID file, Boolean useCache, UInt32 byteCount,
                                                         const AudioStreamPacketDescription* descriptions, SInt64 start,
                                                         UInt32* packetCount, const void* buffer);
 
-/// The size of a property's value and whether it can be set. 'pty?' for what this file does not have.
+/// The size of a property's value and whether it can be set. 'pty?' if this file lacks the property.
 [[nodiscard]] QMX_EXPORT OSStatus AudioFileGetPropertyInfo(AudioFileID file, AudioFilePropertyID property, UInt32* size,
                                                            UInt32* isWritable);
-/// Copies a property's value; `*size` is the room on entry ('!siz' when it is wrong) and what was used on return.
+/// Copies a property's value; `*size` is the room on entry ('!siz' when it is wrong) and the bytes used on return.
 [[nodiscard]] QMX_EXPORT OSStatus AudioFileGetProperty(AudioFileID file, AudioFilePropertyID property, UInt32* size,
                                                        void* value);
+/// Sets a property of a file open for writing ('prm?' otherwise); the value is copied. 'pty?' if this file lacks the
+/// property, 'op??' if it cannot be set, '!siz' for a wrong size.
 [[nodiscard]] QMX_EXPORT OSStatus AudioFileSetProperty(AudioFileID file, AudioFilePropertyID property, UInt32 size,
                                                        const void* value);

@@ -16,7 +16,7 @@
 namespace
 {
 
-/// What is the same of every stream of a coding. Zero is unknown or variable.
+/// What is the same for every stream of a coding. Zero means unknown or variable.
 struct CodingFacts {
     AudioFormatID id;
     const char* name;
@@ -55,7 +55,7 @@ constexpr CodingFacts codings[] = {
     {kAudioFormatAMR_WB, "AMR Wide Band", 320, 0, true, false},
 };
 
-/// What the converter turns into linear PCM, or back.
+/// The codings that the converter turns into linear PCM, or back.
 std::vector<AudioFormatID> withSampleCodings(const std::vector<AudioFormatID>& compressed)
 {
     std::vector<AudioFormatID> ids{kAudioFormatLinearPCM, kAudioFormatULaw, kAudioFormatALaw};
@@ -72,7 +72,7 @@ const CodingFacts* factsOf(AudioFormatID id)
 void completeLinear(AudioStreamBasicDescription& record)
 {
     record.mFramesPerPacket = 1;
-    // where the packing is not said, the bytes per frame say it
+    // if the packing is not stated, the bytes per frame determine it
     AudioStreamBasicDescription packed = record;
     if (record.mBytesPerFrame == 0)
         packed.mFormatFlags |= kAudioFormatFlagIsPacked;
@@ -85,7 +85,7 @@ void complete(AudioStreamBasicDescription& record, const CodingFacts& facts)
 {
     if (facts.id == kAudioFormatLinearPCM)
         return completeLinear(record);
-    // low rates of MP3 have packets of half the length; where a coding leaves it open, what the caller says stays
+    // low rates of MP3 have packets of half the length; what a coding leaves open stays as the caller stated it
     const bool isHalved = facts.id == kAudioFormatMPEGLayer3 && record.mSampleRate > 0 && record.mSampleRate < 32000;
     if (facts.framesPerPacket > 0)
         record.mFramesPerPacket = facts.framesPerPacket / (isHalved ? 2 : 1);

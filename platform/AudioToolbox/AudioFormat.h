@@ -57,8 +57,8 @@ inline constexpr OSStatus kAudioFormatUnknownFormatError = qmx::statusCode("!fmt
 [[nodiscard]] QMX_EXPORT OSStatus AudioFormatGetPropertyInfo(AudioFormatPropertyID property, UInt32 specifierSize,
                                                              const void* specifier, UInt32* size);
 /// Copies a property's value. kAudioFormatProperty_AvailableEncodeBitRates takes a coding's code as its specifier and
-/// gives ranges of one rate each in bits a second, none for a coding that is not encoded or has no such choice.
-/// kAudioFormatProperty_FormatInfo completes the record that lies in `value`; a coding that is not known answers '!fmt'
-/// and leaves the record as it is.
+/// returns ranges of one rate each in bits a second, none for a coding that is not encoded or has no such choice.
+/// kAudioFormatProperty_FormatInfo completes the record in `value`; for an unknown coding it returns '!fmt' and leaves
+/// the record as it is.
 [[nodiscard]] QMX_EXPORT OSStatus AudioFormatGetProperty(AudioFormatPropertyID property, UInt32 specifierSize,
                                                          const void* specifier, UInt32* size, void* value);

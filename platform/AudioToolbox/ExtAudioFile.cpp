@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Opening, creating and checking of arguments; the work is done by the reading and the writing file.
+// Opening, creating and checking of arguments; the reading and the writing file do the work.
 #include "AudioToolbox/ExtAudioFile.h"
 
 #include "AudioToolbox/Extended/ExtendedProperties.h"
@@ -21,7 +21,7 @@ using Handle = std::unique_ptr<OpaqueExtAudioFile>;
 
 ExtAudioFileRef withFile(Handle handle, bool owns)
 {
-    if (owns) // only now: until here the audio file is still the caller's
+    if (owns) // only now: until here the caller owns the audio file
         handle->file->ownFile();
     return handle.release();
 }
@@ -49,7 +49,7 @@ OSStatus openForWriting(AudioFileID audioFile, bool owns, const AudioChannelLayo
     });
 }
 
-/// Makes a call of the extended file's.
+/// Runs a call on the extended file.
 template <class Call> OSStatus call(ExtAudioFileRef file, Call made)
 {
     return qmx::withinMemory(kAudio_MemFullError, [&] { return made(*file->file); });

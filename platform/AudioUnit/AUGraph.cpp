@@ -37,13 +37,13 @@ struct Connection {
     bool touches(AUNode node) const { return source == node || destination == node; }
 };
 
-/// Makes room before anything is changed that could not be taken back.
+/// Makes room before any change that could not be undone.
 template <class Entry> bool hasRoomForOneMore(std::vector<Entry>& entries)
 {
     return qmx::withinMemory([&] { entries.reserve(entries.size() + 1); });
 }
 
-/// Connects, or with a null source unit disconnects, an input of `unit`.
+/// Connects an input of `unit`, or disconnects it when `source` is null.
 OSStatus feed(AudioUnit unit, UInt32 input, AudioUnit source, UInt32 output)
 {
     const AudioUnitConnection connection{source, output, input};

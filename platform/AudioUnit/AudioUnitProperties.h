@@ -134,27 +134,27 @@ inline constexpr OSStatus kAudioUnitErr_Initialized = -10849;
 inline constexpr OSStatus kAudioUnitErr_InvalidOfflineRender = -10848;
 inline constexpr OSStatus kAudioUnitErr_Unauthorized = -10847;
 
-/// Renders a unit's input, or hears of its renders: writes `frames` frames for bus `bus` to the buffers of `data`, or
-/// points the buffers elsewhere. The buffers come zeroed, their sizes those of `frames` frames; bytes beyond the size
-/// that is left in a buffer are taken as silence, and so is all of it when the result is not 0. Called on the thread
-/// that renders.
+/// Renders a unit's input: writes `frames` frames for bus `bus` to the buffers of `data`, or points the buffers
+/// elsewhere. The buffers arrive silent, with the sizes of `frames` frames. If it leaves a smaller size in a buffer,
+/// the rest of that buffer is silence; if the result is not 0, all of it is. Called on the render thread. As a render
+/// notification (AudioUnitAddRenderNotify) it is called with the buffers of the output, and its result is not used.
 using AURenderCallback = OSStatus (*)(void* refCon, AudioUnitRenderActionFlags* flags, const AudioTimeStamp* time,
                                       UInt32 bus, UInt32 frames, AudioBufferList* data);
 
-/// Value of kAudioUnitProperty_SetRenderCallback. A null procedure removes what renders input.
+/// Value of kAudioUnitProperty_SetRenderCallback. A null procedure removes the input's callback or connection.
 struct AURenderCallbackStruct {
     AURenderCallback inputProc = nullptr;
     void* inputProcRefCon = nullptr;
 };
 
-/// Value of kAudioUnitProperty_MakeConnection. A null unit removes what renders input.
+/// Value of kAudioUnitProperty_MakeConnection. A null unit removes the input's callback or connection.
 struct AudioUnitConnection {
     AudioUnit sourceAudioUnit = nullptr;
     UInt32 sourceOutputNumber = 0;
     UInt32 destInputNumber = 0;
 };
 
-/// Entry of kAudioUnitProperty_SupportedNumChannels; -1 and -2 on the two sides stand for any numbers.
+/// Entry of kAudioUnitProperty_SupportedNumChannels; -1 on one side and -2 on the other mean any number on either side.
 struct AUChannelInfo {
     SInt16 inChannels = 0;
     SInt16 outChannels = 0;

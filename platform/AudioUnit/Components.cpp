@@ -84,7 +84,7 @@ OSErr CloseComponent(ComponentInstance instance)
     if (!instance)
         return paramErr;
     if (qmx::isInsideCallback())
-        instance->unit->close(); // at once, and again where the render in flight can be waited for
+        instance->unit->close(); // at once; a second time where it may wait for the render in flight
     qmx::destroyOutsideCallbacks(instance);
     return noErr;
 }

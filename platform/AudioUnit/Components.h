@@ -10,7 +10,7 @@ using Component = const struct OpaqueComponent*;
 /// An opened component; null is none.
 using ComponentInstance = struct OpaqueComponentInstance*;
 
-/// Names a component, or what to look for: 0 in a code stands for any, and only the flags in the mask count.
+/// Describes a component, or what to look for: a code of 0 stands for any, and only the flags in the mask count.
 struct ComponentDescription {
     OSType componentType = 0;
     OSType componentSubType = 0;
@@ -24,17 +24,17 @@ inline constexpr OSStatus componentNotCaptured = -3002;
 inline constexpr OSStatus badComponentInstance = static_cast<OSStatus>(0x80008001);
 inline constexpr OSStatus badComponentSelector = static_cast<OSStatus>(0x80008002);
 
-/// The first component after `after` (null: from the start) that is what `looking` describes; null when there is none.
+/// The first component after `after` (null: from the start) that matches `looking`; null if there is none.
 QMX_EXPORT Component FindNextComponent(Component after, const ComponentDescription* looking);
-/// How many components are what `looking` describes.
+/// The number of components that match `looking`.
 QMX_EXPORT UInt32 CountComponents(const ComponentDescription* looking);
 /// Describes `component`; paramErr for null.
 QMX_EXPORT OSErr GetComponentInfo(Component component, ComponentDescription* description);
 
-/// Opens `component`. The caller closes what is in `*instance`; on failure that is null.
+/// Opens `component`. The caller closes `*instance`, which is null on failure.
 QMX_EXPORT OSErr OpenAComponent(Component component, ComponentInstance* instance);
 /// The same; null on failure.
 QMX_EXPORT ComponentInstance OpenComponent(Component component);
-/// Ends an instance's work, waits for the cycle in flight, and frees it. From inside one of its callbacks it only ends
-/// the work; the memory is freed when a later call opens or closes a component outside of callbacks.
+/// Ends an instance's work, waits for the cycle in flight, and frees it. Inside one of its callbacks it only ends the
+/// work; a later call that opens or closes a component outside of callbacks frees the memory.
 QMX_EXPORT OSErr CloseComponent(ComponentInstance instance);

@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What devices and streams say of themselves in numbers: how they are attached, what is at their ends, which source is
-// chosen.
+// Codes that devices and streams report: how they are attached, what a stream leads to, and data sources.
 #pragma once
 
 #include "CoreAudioTypes/FourCharCode.h"
@@ -30,7 +29,7 @@ inline constexpr UInt32 kAudioDeviceTransportTypeAirPlay = qmx::fourCharCode("ai
 inline constexpr UInt32 kAudioDeviceTransportTypeAVB = qmx::fourCharCode("eavb");
 inline constexpr UInt32 kAudioDeviceTransportTypeThunderbolt = qmx::fourCharCode("thun");
 
-// What is at the end of a stream.
+// What a stream leads to or comes from.
 inline constexpr UInt32 OUTPUT_NULL = 0x0100;
 inline constexpr UInt32 INPUT_NULL = 0x0101;
 inline constexpr UInt32 INPUT_UNDEFINED = 0x0200;

@@ -2,14 +2,18 @@
 // The audio hardware layer: the properties of the system, of devices and of streams, listeners to their changes, and
 // the procedures through which sound goes in and out.
 //
-// Statuses: kAudioHardwareBadDeviceError and kAudioHardwareBadStreamError for an ID that stands for nothing (any more),
-// kAudioHardwareUnknownPropertyError for a property that the object, or this section or channel of it, lacks,
-// kAudioHardwareBadPropertySizeError for a block too small for a value (lists give the whole entries that fit) or of
-// another size than the value to be set, kAudioHardwareUnsupportedOperationError for setting what cannot be set,
-// kAudioHardwareIllegalOperationError for a value that the object refuses and for a registration that exists already
-// or was never made, kAudioDeviceUnsupportedFormatError for a format or rate that it has not,
-// kAudioHardwareNotRunningError for the time of a device that does not run, kAudio_ParamError (-50) for a null pointer
-// that must not be null.
+// Statuses:
+//   kAudioHardwareBadDeviceError              no device has this ID (any more)
+//   kAudioHardwareBadStreamError              no stream has this ID (any more)
+//   kAudioHardwareUnknownPropertyError        the object, or this section or channel of it, lacks the property
+//   kAudioHardwareBadPropertySizeError        the block is too small for the value (of a list, the whole entries that
+//                                             fit are copied), or the value to set has another size
+//   kAudioHardwareUnsupportedOperationError   the property cannot be set
+//   kAudioHardwareIllegalOperationError       the object refuses the value; the registration exists already or never
+//                                             existed
+//   kAudioDeviceUnsupportedFormatError        the object lacks the format or rate
+//   kAudioHardwareNotRunningError             a device that does not run has no time
+//   kAudio_ParamError                         a pointer that must not be null is null
 //
 // Threads: every call from any thread. On an I/O or render thread only AudioDeviceStop of the device that is calling,
 // AudioGetCurrentHostTime and qmx::waitForIOCycle are free of locks.
@@ -20,7 +24,7 @@
 #include "CoreAudioTypes/CoreAudioTypes.h"
 #include "Foundation/Export.h"
 
-/// IDs of devices and streams: from one counter that starts at 256 and never gives a number twice.
+/// IDs of devices and streams: numbers from one counter that starts at 256. No number is used twice.
 using AudioDeviceID = UInt32;
 using AudioStreamID = UInt32;
 using AudioHardwarePropertyID = UInt32;
@@ -29,10 +33,10 @@ using AudioStreamPropertyID = UInt32;
 
 inline constexpr AudioDeviceID kAudioDeviceUnknown = 0;
 inline constexpr AudioStreamID kAudioStreamUnknown = 0;
-/// The sample rate of a physical format that goes with every rate of its device.
+/// The sample rate of a physical format that is available at every rate of its device.
 inline constexpr Float64 kAudioStreamAnyRate = 0;
 
-// What a listener registers with in order to hear of every property, of both sections, of every channel.
+// With these a listener registers for every property, both sections, every channel.
 inline constexpr UInt32 kAudioPropertyWildcardPropertyID = qmx::fourCharCode("****");
 inline constexpr UInt8 kAudioPropertyWildcardSection = 0xFF;
 inline constexpr UInt32 kAudioPropertyWildcardChannel = 0xFFFFFFFF;
@@ -128,7 +132,7 @@ inline constexpr AudioDevicePropertyID kAudioDevicePropertyVolumeScalarToDecibel
 inline constexpr AudioDevicePropertyID kAudioDevicePropertyVolumeDecibelsToScalar = qmx::fourCharCode("db2v");
 inline constexpr AudioDevicePropertyID kAudioDeviceProcessorOverload = qmx::fourCharCode("over");
 inline constexpr AudioDevicePropertyID kAudioDevicePropertyPreferredChannelLayout = qmx::fourCharCode("srnd");
-/// The physical format of the stream that carries a channel, asked of the device.
+/// The physical format of the stream that carries a channel, as a property of the device.
 inline constexpr AudioDevicePropertyID kAudioDevicePropertyPhysicalFormat = qmx::fourCharCode("pft ");
 inline constexpr AudioDevicePropertyID kAudioDevicePropertyConfigurationApplication = qmx::fourCharCode("capp");
 inline constexpr AudioDevicePropertyID kAudioDevicePropertyModelUID = qmx::fourCharCode("muid");
@@ -178,7 +182,8 @@ inline constexpr AudioStreamPropertyID kAudioStreamPropertyVirtualFormat = qmx::
 inline constexpr AudioStreamPropertyID kAudioStreamPropertyAvailableVirtualFormats = qmx::fourCharCode("sfma");
 inline constexpr AudioStreamPropertyID kAudioStreamPropertyAvailablePhysicalFormats = qmx::fourCharCode("pfta");
 
-/// What a property that translates one value into another is read through: both sides are the caller's.
+/// The block for reading a property that translates one value into another. The caller owns both buffers; sizes are in
+/// bytes.
 struct AudioValueTranslation {
     void* mInputData = nullptr;
     UInt32 mInputDataSize = 0;
@@ -186,11 +191,11 @@ struct AudioValueTranslation {
     UInt32 mOutputDataSize = 0;
 };
 
-/// Called on a device's I/O thread once in each cycle, in real time: it must not wait, allocate or log.
-/// `inInputData` and `outOutputData` have one buffer per stream of their direction (none for a direction without
-/// streams) of 32-bit native float, interleaved, never more frames than the buffer frame size at the device's start.
-/// Output begins as silence and is mixed with that of other procedures. The lists and times are valid during the call
-/// only. The result is ignored.
+/// Called on a device's I/O thread in each cycle, in real time: it must not wait, allocate or log. `inInputData` and
+/// `outOutputData` have one buffer per stream of their direction (none for a direction without streams): 32-bit native
+/// floats, interleaved, at most as many frames as the buffer frame size at the device's start; a longer cycle is split
+/// into several calls. Output arrives silent and is mixed with that of other procedures. The lists and times are valid
+/// during the call only. The result is ignored.
 using AudioDeviceIOProc = OSStatus (*)(AudioDeviceID inDevice, const AudioTimeStamp* inNow,
                                        const AudioBufferList* inInputData, const AudioTimeStamp* inInputTime,
                                        AudioBufferList* outOutputData, const AudioTimeStamp* inOutputTime,
@@ -205,141 +210,143 @@ using AudioStreamPropertyListenerProc = OSStatus (*)(AudioStreamID inStream, UIn
                                                      AudioStreamPropertyID inPropertyID, void* inClientData);
 
 // --- The system
-// ------------------------------------------------------------------------------------------------------- 'dev#'
-// (AudioDeviceIDs), 'dIn ', 'dOut', 'sOut' (AudioDeviceID; settable; kAudioDeviceUnknown where there is none), 'duid'
-// (AudioValueTranslation from a CFStringRef to an AudioDeviceID; the input size is ignored;
-// kAudioHardwareBadDeviceError for an unknown UID), 'bbvs', 'bbvd', 'bbd#' where the hardware has such a control,
-// 'rnlp', 'slep', 'unld', 'mast', 'inot', 'hogr'.
+//
+// Properties: 'dev#' (AudioDeviceIDs); 'dIn ', 'dOut', 'sOut' (AudioDeviceID, settable; kAudioDeviceUnknown if there is
+// none); 'duid' (AudioValueTranslation from a CFStringRef to an AudioDeviceID; the input size is ignored;
+// kAudioHardwareBadDeviceError for an unknown UID); 'bbvs', 'bbvd', 'bbd#' if the hardware has such a control; 'rnlp',
+// 'slep', 'unld', 'mast', 'inot', 'hogr'.
 
 /// Size in bytes of a property's value and whether it can be set; either pointer may be null.
 [[nodiscard]] QMX_EXPORT OSStatus AudioHardwareGetPropertyInfo(AudioHardwarePropertyID inPropertyID, UInt32* outSize,
                                                                Boolean* outWritable);
-/// Reads a value into a block of `*ioPropertyDataSize` bytes and sets that to the bytes used.
+/// Reads a value into a block of `*ioPropertyDataSize` bytes and sets that to the number of bytes used.
 [[nodiscard]] QMX_EXPORT OSStatus AudioHardwareGetProperty(AudioHardwarePropertyID inPropertyID,
                                                            UInt32* ioPropertyDataSize, void* outPropertyData);
+/// Sets a value at once.
 [[nodiscard]] QMX_EXPORT OSStatus AudioHardwareSetProperty(AudioHardwarePropertyID inPropertyID,
                                                            UInt32 inPropertyDataSize, const void* inPropertyData);
-/// Registers for changes of a property, or of all (kAudioPropertyWildcardPropertyID). Reports 'dev#' at once, on the
-/// notification thread, when the list of devices has changed since it was last read.
+/// Registers for changes of a property, or of all (kAudioPropertyWildcardPropertyID). If the list of devices has
+/// changed since it was last read, the new listener is called for 'dev#' at once, on the notification thread.
 [[nodiscard]] QMX_EXPORT OSStatus AudioHardwareAddPropertyListener(AudioHardwarePropertyID inPropertyID,
                                                                    AudioHardwarePropertyListenerProc inProc,
                                                                    void* inClientData);
-/// After it has returned the listener is not called for that registration any more: a call in progress is waited for,
-/// except from within a listener.
+/// Ends a registration. Waits for a call of the listener in progress, except inside a listener or a callback. After
+/// this returns, the listener is not called for that registration any more.
 [[nodiscard]] QMX_EXPORT OSStatus AudioHardwareRemovePropertyListener(AudioHardwarePropertyID inPropertyID,
                                                                       AudioHardwarePropertyListenerProc inProc,
                                                                       void* inClientData);
 
 // --- Devices
-// ---------------------------------------------------------------------------------------------------------- A channel
-// is 0 for the section as a whole or one of its channels from 1 up; `isInput` names the section. What belongs to the
-// device as a whole (name, rate, buffer size, ...) answers in both sections.
-// Changes are announced per property, section and channel. What belongs to the device as a whole is announced once for
-// each section that has streams (for the output section if neither has), on channel 0; a stream's format on channel 0
-// for the first stream of a section and on the starting channel for the others; volumes ('volm', then 'vold') and mutes
-// on their channels. A device that goes away announces 'livn', after which its ID is unknown, and then the system
-// announces 'dev#'.
+//
+// A channel is 0 for the section as a whole, or one of its channels from 1 up; `isInput` selects the section.
+// Properties of the device as a whole (name, rate, buffer size, ...) can be read in both sections.
+//
+// Changes are announced per property, section and channel: properties of the device as a whole on channel 0, once for
+// each section that has streams (for the output section if neither has); a stream's format on channel 0 for the first
+// stream of a section and on the starting channel for the others; volumes ('volm', then 'vold') and mutes on their
+// channels. When a device goes away, it announces 'livn', its ID becomes unknown, and the system announces 'dev#'.
 
 /// Size in bytes of a property's value and whether it can be set; either pointer may be null.
 [[nodiscard]] QMX_EXPORT OSStatus AudioDeviceGetPropertyInfo(AudioDeviceID inDevice, UInt32 inChannel, Boolean isInput,
                                                              AudioDevicePropertyID inPropertyID, UInt32* outSize,
                                                              Boolean* outWritable);
-/// Reads a value into a block of `*ioPropertyDataSize` bytes and sets that to the bytes used. A CFStringRef so read
-/// belongs to the caller, who releases it.
+/// Reads a value into a block of `*ioPropertyDataSize` bytes and sets that to the number of bytes used. The caller
+/// releases a CFStringRef that is read.
 [[nodiscard]] QMX_EXPORT OSStatus AudioDeviceGetProperty(AudioDeviceID inDevice, UInt32 inChannel, Boolean isInput,
                                                          AudioDevicePropertyID inPropertyID, UInt32* ioPropertyDataSize,
                                                          void* outPropertyData);
-/// Changes a value at once, whatever time is given.
+/// Sets a value at once; `inWhen` is ignored.
 [[nodiscard]] QMX_EXPORT OSStatus AudioDeviceSetProperty(AudioDeviceID inDevice, const AudioTimeStamp* inWhen,
                                                          UInt32 inChannel, Boolean isInput,
                                                          AudioDevicePropertyID inPropertyID, UInt32 inPropertyDataSize,
                                                          const void* inPropertyData);
-/// `inSection` is 1 for input, 0 for output, or kAudioPropertyWildcardSection.
+/// Registers for changes of a property on a channel of a section; each of the three may be its wildcard. `inSection` is
+/// 1 for input and 0 for output.
 [[nodiscard]] QMX_EXPORT OSStatus AudioDeviceAddPropertyListener(AudioDeviceID inDevice, UInt32 inChannel,
                                                                  UInt8 inSection, AudioDevicePropertyID inPropertyID,
                                                                  AudioDevicePropertyListenerProc inProc,
                                                                  void* inClientData);
-/// As AudioHardwareRemovePropertyListener; works for a device that is gone, too.
+/// As AudioHardwareRemovePropertyListener; also for a device that is gone.
 [[nodiscard]] QMX_EXPORT OSStatus AudioDeviceRemovePropertyListener(AudioDeviceID inDevice, UInt32 inChannel,
                                                                     UInt8 inSection, AudioDevicePropertyID inPropertyID,
                                                                     AudioDevicePropertyListenerProc inProc,
                                                                     void* inClientData);
 
-// A registration is the device, the procedure and the client data together: two objects with one procedure are two
+// A registration is identified by the device, the procedure and the client data: two objects with one procedure are two
 // registrations and never stop each other.
 
-/// Registers a procedure, stopped.
+/// Registers a procedure; AudioDeviceStart starts it.
 [[nodiscard]] QMX_EXPORT OSStatus AudioDeviceAddIOProc(AudioDeviceID inDevice, AudioDeviceIOProc inProc,
                                                        void* inClientData);
-/// Unregisters it. After it has returned the procedure is not called any more: the cycle in flight is waited for,
-/// except inside an I/O or render callback. Works for a device that is gone, too.
+/// Stops a procedure and unregisters it. Waits for the cycle in flight, except inside an I/O or render callback. After
+/// this returns, the procedure is not called any more. Also for a device that is gone.
 [[nodiscard]] QMX_EXPORT OSStatus AudioDeviceRemoveIOProc(AudioDeviceID inDevice, AudioDeviceIOProc inProc,
                                                           void* inClientData);
-/// Has a registered procedure called from the next cycle on; starts the device when it is the first. 0 when it runs
-/// already.
+/// Calls a registered procedure from the next cycle on, and starts the device for the first one. 0 if it runs already.
+/// On failure the procedure stays stopped.
 [[nodiscard]] QMX_EXPORT OSStatus AudioDeviceStart(AudioDeviceID inDevice, AudioDeviceIOProc inProc,
                                                    void* inClientData);
-/// Has a procedure called no more, and stops the device when it was the last. Marks and returns: the cycle in flight
-/// may go on (qmx::waitForIOCycle). 0 for a registered procedure that is stopped already.
+/// Stops calling a procedure, and stops the device after the last one. Does not wait: the cycle in flight may go on
+/// (see qmx::waitForIOCycle). 0 for a registered procedure that is stopped already.
 [[nodiscard]] QMX_EXPORT OSStatus AudioDeviceStop(AudioDeviceID inDevice, AudioDeviceIOProc inProc, void* inClientData);
 
-/// The present instant in the device's clock and the host's.
+/// The present instant in the device's clock and the host's. The device must run.
 [[nodiscard]] QMX_EXPORT OSStatus AudioDeviceGetCurrentTime(AudioDeviceID inDevice, AudioTimeStamp* outTime);
-/// Translates an instant between the device's sample time and host time: from what `inTime` has into what
-/// `outTime->mFlags` asks for. The device must run.
+/// Translates an instant between the device's sample time and host time: from the one valid in `inTime` (sample time if
+/// both are) to those that `outTime->mFlags` asks for. The device must run.
 [[nodiscard]] QMX_EXPORT OSStatus AudioDeviceTranslateTime(AudioDeviceID inDevice, const AudioTimeStamp* inTime,
                                                            AudioTimeStamp* outTime);
 
 // --- Streams
-// ---------------------------------------------------------------------------------------------------------- The
-// channel argument is ignored.
+//
+// The channel argument is ignored.
 
 /// Size in bytes of a property's value and whether it can be set; either pointer may be null.
 [[nodiscard]] QMX_EXPORT OSStatus AudioStreamGetPropertyInfo(AudioStreamID inStream, UInt32 inChannel,
                                                              AudioStreamPropertyID inPropertyID, UInt32* outSize,
                                                              Boolean* outWritable);
-/// Reads a value into a block of `*ioPropertyDataSize` bytes and sets that to the bytes used.
+/// Reads a value into a block of `*ioPropertyDataSize` bytes and sets that to the number of bytes used.
 [[nodiscard]] QMX_EXPORT OSStatus AudioStreamGetProperty(AudioStreamID inStream, UInt32 inChannel,
                                                          AudioStreamPropertyID inPropertyID, UInt32* ioPropertyDataSize,
                                                          void* outPropertyData);
-/// Changes a value at once, whatever time is given.
+/// Sets a value at once; `inWhen` is ignored.
 [[nodiscard]] QMX_EXPORT OSStatus AudioStreamSetProperty(AudioStreamID inStream, const AudioTimeStamp* inWhen,
                                                          UInt32 inChannel, AudioStreamPropertyID inPropertyID,
                                                          UInt32 inPropertyDataSize, const void* inPropertyData);
+/// Registers for changes of a property of a stream, or of all (kAudioPropertyWildcardPropertyID).
 [[nodiscard]] QMX_EXPORT OSStatus AudioStreamAddPropertyListener(AudioStreamID inStream, UInt32 inChannel,
                                                                  AudioStreamPropertyID inPropertyID,
                                                                  AudioStreamPropertyListenerProc inProc,
                                                                  void* inClientData);
-/// As AudioHardwareRemovePropertyListener; works for a stream that is gone, too.
+/// As AudioHardwareRemovePropertyListener; also for a stream that is gone.
 [[nodiscard]] QMX_EXPORT OSStatus AudioStreamRemovePropertyListener(AudioStreamID inStream, UInt32 inChannel,
                                                                     AudioStreamPropertyID inPropertyID,
                                                                     AudioStreamPropertyListenerProc inProc,
                                                                     void* inClientData);
 
 // --- Host time
-// --------------------------------------------------------------------------------------------------------
 
-/// The host's clock in the unit of AudioTimeStamp::mHostTime, nanoseconds: monotonic time, or the line of the virtual
-/// hardware's simulated time.
+/// The host's clock in the unit of AudioTimeStamp::mHostTime, nanoseconds: monotonic time or, with virtual hardware,
+/// its timeline.
 QMX_EXPORT UInt64 AudioGetCurrentHostTime();
 
 namespace qmx
 {
 
-/// Returns when the cycle that the device's procedures are in, if any, has ended; at once inside an I/O or render
-/// callback, for an unknown device and between cycles. Hold no lock that a procedure takes. After it returned, what a
-/// procedure followed before a change is no longer in use.
+/// Waits for the cycle that the device's procedures are in, if any; returns at once inside an I/O or render callback
+/// and for an unknown device. After it returns outside of callbacks, no procedure uses an object that was replaced
+/// before the call. Hold no lock that a procedure takes.
 QMX_EXPORT void waitForIOCycle(AudioDeviceID device);
 
 enum class AudioBackend {
     virtualHardware, ///< devices of this process only, see VirtualHardware.h
-    pipeWire         ///< the desktop's devices; none while there is no server, which is looked for again and again
+    pipeWire         ///< the desktop's devices; none while no server runs, which is looked for at intervals
 };
 
-/// Chooses what supplies the devices, in place of the environment variable QMX_AUDIO_BACKEND ("virtual" or "pipewire";
-/// without it: PipeWire, when it is built in). kAudioHardwareUnsupportedOperationError when it is not built in. Only
-/// before the first call of this header by anybody; afterwards kAudioHardwareIllegalOperationError, unless it is the
-/// present one.
+/// Chooses what supplies the devices, overriding the environment variable QMX_AUDIO_BACKEND ("virtual" or "pipewire";
+/// without it PipeWire, if that is built in). kAudioHardwareUnsupportedOperationError if it is not built in. To be
+/// called before any other call of this header in the process; afterwards kAudioHardwareIllegalOperationError, unless
+/// it is the current backend.
 [[nodiscard]] QMX_EXPORT OSStatus setAudioBackend(AudioBackend backend);
 
 } // namespace qmx

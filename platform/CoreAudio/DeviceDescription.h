@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// All that a device says of itself, as one record. A backend publishes a record for each of its devices and a new one
-// when something has changed; the hardware layer answers properties from it and announces what differs.
+// The description of a device as one record. A backend publishes a record for each of its devices, and a new one when
+// something has changed; the hardware layer answers properties from it and announces the differences.
 #pragma once
 
 #include "CoreAudioTypes/AudioChannelLayout.h"
@@ -43,24 +43,24 @@ struct PropertyAddress {
     }
 };
 
-/// One stream: channels that travel together.
+/// One stream: channels that are interleaved in one buffer.
 struct StreamDescription {
     UInt32 channels = 2;
     UInt32 terminalType = 0;
-    UInt32 latency = 0; ///< frames beyond the device's
-    /// What the converter chips can be set to: packed formats; a rate of 0 stands for all rates of the device.
+    UInt32 latency = 0; ///< frames, in addition to the device's
+    /// Formats that the hardware can be set to, all packed; a rate of 0 stands for all rates of the device.
     std::vector<AudioStreamBasicDescription> physicalFormats;
-    AudioStreamBasicDescription physicalFormat; ///< the one in force; its rate is the device's
+    AudioStreamBasicDescription physicalFormat; ///< the current one; its rate is the device's
 };
 
 struct DataSource {
     UInt32 id = 0;
-    std::optional<std::string> name; ///< none: the hardware gives no name
+    std::optional<std::string> name; ///< none: the hardware has no name for it
     bool operator==(const DataSource&) const = default;
 };
 
-/// A level: a linear gain from 0.0 to 1.0 that stands for decibels (1.0 for the range's maximum, half the gain 6 dB
-/// less, 0.0 for its minimum).
+/// A level: a linear gain from 0.0 to 1.0 and its decibels (1.0 is the range's maximum, half the gain is 6 dB less, 0.0
+/// is the range's minimum).
 struct VolumeControl {
     Float32 scalar = 1;
     Float32 minimumDecibels = -96;
@@ -77,7 +77,7 @@ struct MuteControl {
 
 /// One direction of a device.
 struct SectionDescription {
-    std::vector<StreamDescription> streams; ///< none: the device has not this direction
+    std::vector<StreamDescription> streams; ///< none: the device lacks this direction
     std::vector<DataSource> dataSources;
     UInt32 dataSource = 0; ///< the chosen one's ID
     bool dataSourceIsSettable = true;
@@ -87,14 +87,14 @@ struct SectionDescription {
     UInt32 latency = 0;      ///< frames
     UInt32 safetyOffset = 0; ///< frames
     UInt32 preferredChannelsForStereo[2] = {1, 2};
-    AudioChannelLayoutTag channelLayoutTag = 0; ///< 0: made from the number of channels
+    AudioChannelLayoutTag channelLayoutTag = 0; ///< 0: derived from the number of channels
     bool canBeDefaultDevice = true;
 };
 
-/// A value that stands in place of what the record would give at its address, or where it has none.
+/// A property value that overrides the rest of the record at its address, or adds a property that the record lacks.
 struct RawProperty {
     std::vector<std::byte> value;
-    bool isWritable = false; ///< what is set then replaces the value
+    bool isWritable = false; ///< a value that is set replaces this one
     bool operator==(const RawProperty&) const = default;
 };
 
@@ -122,7 +122,7 @@ struct DeviceDescription {
     SectionDescription& section(bool isInput) { return isInput ? input : output; }
 };
 
-/// All channels of a section's streams together.
+/// The number of channels of all streams of a section.
 QMX_EXPORT UInt32 numberOfChannels(const SectionDescription& section);
 
 /// Packed linear PCM for a stream's physical formats: signed integer, or float for 32 bits with `isFloat`; native byte

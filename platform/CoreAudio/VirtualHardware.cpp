@@ -14,7 +14,7 @@ namespace qmx
 namespace
 {
 
-// Every thread but those that the rest would be waited for.
+// False on threads that would wait for themselves: I/O threads and the notification thread.
 bool mayWaitForRest()
 {
     return mayWait() && !Listeners::isNotificationThread();
@@ -62,7 +62,7 @@ VirtualHardware::VirtualHardware(VirtualBackend& backend) : backend_(backend) {}
 VirtualHardware& VirtualHardware::shared()
 {
     static auto* const hardware = [] {
-        (void)setAudioBackend(AudioBackend::virtualHardware); // refused where another is chosen already
+        (void)setAudioBackend(AudioBackend::virtualHardware); // fails if another one is chosen already
         Hardware::shared();
         return new VirtualHardware(VirtualBackend::shared());
     }();

@@ -11,10 +11,10 @@ using AudioChannelLayoutTag = UInt32;
 struct AudioChannelDescription {
     AudioChannelLabel mChannelLabel = 0;
     UInt32 mChannelFlags = 0;
-    Float32 mCoordinates[3] = {}; ///< which coordinates, and whether in meters, the flags tell
+    Float32 mCoordinates[3] = {}; ///< the flags say which coordinates, and whether in meters
 };
 
-/// A layout. Those of more than one description are allocated with room for the further entries:
+/// A layout. One with more than one description is allocated with room for the further entries:
 /// offsetof(AudioChannelLayout, mChannelDescriptions) + n * sizeof(AudioChannelDescription) bytes.
 struct AudioChannelLayout {
     AudioChannelLayoutTag mChannelLayoutTag = 0;

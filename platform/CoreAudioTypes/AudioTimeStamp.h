@@ -19,9 +19,9 @@ struct SMPTETime {
 
 /// One instant, in as many clocks as `mFlags` names.
 struct AudioTimeStamp {
-    Float64 mSampleTime = 0; ///< frames of the device's own clock
-    UInt64 mHostTime = 0;    ///< nanoseconds, see AudioGetCurrentHostTime
-    Float64 mRateScalar = 0; ///< actual host ticks per frame divided by the nominal ones; 1 for a device that runs true
+    Float64 mSampleTime = 0;   ///< frames of the device's own clock
+    UInt64 mHostTime = 0;      ///< nanoseconds, see AudioGetCurrentHostTime
+    Float64 mRateScalar = 0;   ///< actual host ticks per frame divided by the nominal ones; 1 for an exact device
     UInt64 mWordClockTime = 0; ///< unused
     SMPTETime mSMPTETime;      ///< unused
     UInt32 mFlags = 0;         ///< which of the fields are valid

@@ -25,7 +25,7 @@ static_assert(sizeof(AudioStreamBasicDescription) == 40);
 /// Where one packet lies in a buffer of packets of variable size.
 struct AudioStreamPacketDescription {
     SInt64 mStartOffset = 0;            ///< bytes from the buffer's start
-    UInt32 mVariableFramesInPacket = 0; ///< 0 when the format's frames per packet hold
+    UInt32 mVariableFramesInPacket = 0; ///< 0 when the format's frames per packet apply
     UInt32 mDataByteSize = 0;
 };
 
@@ -36,7 +36,7 @@ struct AudioBuffer {
     void* mData = nullptr;
 };
 
-/// A list of buffers. Lists of more than one buffer are allocated with room for the further entries.
+/// A list of buffers. One with more than one buffer is allocated with room for the further entries.
 struct AudioBufferList {
     UInt32 mNumberBuffers = 0;
     AudioBuffer mBuffers[1];

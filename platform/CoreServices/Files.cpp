@@ -83,7 +83,7 @@ OSStatus FSPathMakeRef(const UInt8* path, FSRef* reference, Boolean* isDirectory
         const auto* text = reinterpret_cast<const char*>(path);
         if (!text || *text == '\0')
             return paramErr;
-        // not folded: behind a link ".." leads elsewhere than the text says
+        // not folded: after a link ".." leads elsewhere than the text says
         std::error_code failure;
         const std::string absolute = std::filesystem::absolute(text, failure).string();
         if (failure)

@@ -19,7 +19,7 @@ struct FSSpec {
     std::string name;
 };
 
-/// A name as the catalogue gives it, UTF-8.
+/// A name from the catalogue, UTF-8.
 struct HFSUniStr255 {
     std::string name;
 };
@@ -35,12 +35,12 @@ struct FSCatalogInfo {
     UInt64 dataLogicalSize = 0; ///< bytes
 };
 
-/// Makes a reference to the item that the system finds under `path` (UTF-8), which is made absolute; links and ".." in
-/// it are the system's to follow. fnfErr when it is missing, paramErr for no path; the reference is then empty.
+/// Makes a reference to the item that the system finds under `path` (UTF-8), which is made absolute; the system follows
+/// links and ".." in it. fnfErr if the item is missing, paramErr for no path; the reference is then empty.
 [[nodiscard]] QMX_EXPORT OSStatus FSPathMakeRef(const UInt8* path, FSRef* reference, Boolean* isDirectory);
 /// Copies the zero-terminated path into `path`; paramErr when `maximumSize` is too small.
 [[nodiscard]] QMX_EXPORT OSStatus FSRefMakePath(const FSRef* reference, UInt8* path, UInt32 maximumSize);
-/// Fills what is asked for; any output may be null. errFSBadFSRef for an empty reference, fnfErr when the item is gone.
+/// Fills the requested outputs; any may be null. errFSBadFSRef for an empty reference, fnfErr if the item is gone.
 [[nodiscard]] QMX_EXPORT OSStatus FSGetCatalogInfo(const FSRef* reference, FSCatalogInfoBitmap which,
                                                    FSCatalogInfo* info, HFSUniStr255* name, FSSpec* fileSpec,
                                                    FSRef* parent);
@@ -48,7 +48,7 @@ struct FSCatalogInfo {
 namespace qmx
 {
 
-/// The platform's status for an error number of the system; ioErr where there is no closer one, noErr for 0.
+/// The platform's status for an error number of the system; ioErr if there is no closer one, noErr for 0.
 QMX_EXPORT OSStatus statusForSystemError(SystemError error);
 
 } // namespace qmx

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Integers of a chosen byte order in blocks of bytes.
+// Integers of either byte order in blocks of bytes.
 #pragma once
 
 #include "CoreAudioTypes/MacTypes.h"
@@ -60,22 +60,22 @@ class QMX_EXPORT ByteWriter
 public:
     explicit ByteWriter(ByteOrder order) : order_(order) {}
 
-    /// The low `width` bytes (8 at most) of a number in an order of its own.
+    /// Appends the low `width` bytes (8 at most) of a number in `order`.
     ByteWriter& integer(UInt64 value, std::size_t width, ByteOrder order);
     ByteWriter& u16(UInt16 value) { return integer(value, 2, order_); }
     ByteWriter& u32(UInt32 value) { return integer(value, 4, order_); }
     ByteWriter& u64(UInt64 value) { return integer(value, 8, order_); }
-    /// A four-character code: its characters in reading order, whatever the byte order.
+    /// Appends a four-character code: its characters in reading order, whatever the byte order.
     ByteWriter& code(FourCharCode value) { return integer(value, 4, ByteOrder::big); }
     ByteWriter& append(std::span<const UInt8> bytes);
-    /// A code, the size in 32 bits, and the contents.
+    /// Appends a code, the size in 32 bits, and the contents.
     ByteWriter& chunk(FourCharCode id, std::span<const UInt8> contents)
     {
         return code(id).u32(static_cast<UInt32>(contents.size())).append(contents);
     }
     ByteWriter& append(std::string_view text);
     ByteWriter& zeros(std::size_t count);
-    /// A length byte and the text, padded together to an even number of bytes.
+    /// Appends a length byte and the text, padded together to an even number of bytes.
     ByteWriter& pascalString(std::string_view text);
 
     const Bytes& bytes() const { return bytes_; }

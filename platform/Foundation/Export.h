@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The one mark that makes a symbol part of the library's binary interface; everything else is hidden.
+// Marks the symbols of the library's binary interface; everything else is hidden.
 #pragma once
 
 #if defined(QMX_STATIC)

@@ -13,10 +13,10 @@ struct HeapBlockDeleter {
     void operator()(void* block) const { std::free(block); }
 };
 
-/// A block of the system allocator that frees itself; release() hands it to a caller who frees it with free().
+/// A block of the system allocator that frees itself; after release() the caller frees it with free().
 using HeapBlock = std::unique_ptr<void, HeapBlockDeleter>;
 
-/// A zero-filled block; null for a size of 0 or when memory is short.
+/// A zero-filled block of `size` bytes; null if the size is 0 or memory runs out.
 inline HeapBlock zeroedHeapBlock(std::size_t size)
 {
     return HeapBlock(size > 0 ? std::calloc(1, size) : nullptr);
@@ -25,7 +25,7 @@ inline HeapBlock zeroedHeapBlock(std::size_t size)
 /// A table of the system allocator.
 template <class Entry> using HeapArray = std::unique_ptr<Entry[], HeapBlockDeleter>;
 
-/// A zero-filled table of at least one entry, whose memory is only used where it is written; null when there is none.
+/// A zero-filled table of at least one entry; null if memory runs out. Pages are only used when they are written.
 template <class Entry> HeapArray<Entry> zeroedHeapArray(std::size_t entries)
 {
     static_assert(std::is_trivial_v<Entry>);

@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Where the platform's functions and the objects above them meet their callers, memory that ran out is a result like
-// others, never an exception.
+// The library's callers see memory that runs out as a result like any other, never as an exception.
 #pragma once
 
 #include <new>
@@ -10,8 +9,8 @@
 namespace qmx
 {
 
-/// What `work` gives; `otherwise` when it ran out of memory or asked a container for more than it can hold. Everything
-/// else that it throws passes.
+/// The result of `work`, or `otherwise` if it ran out of memory or asked a container for more than it can hold. Any
+/// other exception passes.
 template <class Result, class Work> Result withinMemory(Result otherwise, Work&& work)
 {
     try {
@@ -23,7 +22,7 @@ template <class Result, class Work> Result withinMemory(Result otherwise, Work&&
     }
 }
 
-/// The same for `work` without a result: whether it came to its end.
+/// The same for `work` without a result; true if it finished.
 template <class Work> [[nodiscard]] bool withinMemory(Work&& work)
 {
     return withinMemory(false, [&] {

@@ -6,7 +6,7 @@ namespace qmx
 namespace
 {
 
-// Storage that every thread has from its start: the first use of other thread-local storage may allocate.
+// Storage that every thread has from its start, because the first use of other thread-local storage may allocate.
 [[gnu::tls_model("initial-exec")]] thread_local int realTimeDepth = 0;
 [[gnu::tls_model("initial-exec")]] thread_local int callbackDepth = 0;
 

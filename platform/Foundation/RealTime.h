@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What a thread says about itself while it works against a deadline.
+// Marks the calling thread while it must meet a deadline or runs a callback.
 #pragma once
 
 #include "Foundation/Export.h"
@@ -7,8 +7,8 @@
 namespace qmx
 {
 
-/// While one exists, the calling thread works in real time: it must not allocate, free, lock, log or touch a file, and
-/// what would wait for it elsewhere answers at once. Nests. A device's I/O thread holds one through each cycle.
+/// While one exists, the calling thread works in real time: it must not allocate, free, lock, log or use a file, and
+/// calls that would wait elsewhere return at once. Nests. A device's I/O thread holds one during each cycle.
 class QMX_EXPORT RealTimeScope
 {
 public:
@@ -18,11 +18,11 @@ public:
     RealTimeScope& operator=(const RealTimeScope&) = delete;
 };
 
-/// Whether the calling thread is inside a RealTimeScope. Allocates nothing: allocators may ask it.
+/// Whether the calling thread is inside a RealTimeScope. Allocates nothing, so allocators may call it.
 QMX_EXPORT bool isRealTime() noexcept;
 
-/// While one exists, the calling thread is inside an I/O, render or input callback, in real time or not. What would
-/// wait for a cycle in flight only marks its request there, because that cycle may be the caller's own. Nests.
+/// While one exists, the calling thread is inside an I/O, render or input callback, in real time or not. Calls that
+/// would wait for a cycle in flight do not wait there, because that cycle may be the caller's own. Nests.
 class QMX_EXPORT CallbackScope
 {
 public:

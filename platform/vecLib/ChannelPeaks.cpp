@@ -18,7 +18,7 @@ Float32 larger(Float32 sample, Float32 peak)
     return sample > peak ? sample : peak;
 }
 
-/// The peaks of whole rows of `framesAtOnce` frames; gives the number of samples that were looked at.
+/// The peaks of whole rows of `framesAtOnce` frames; returns the number of samples that were examined.
 template <std::size_t Channels> std::size_t rowPeaks(const Float32* samples, std::size_t count, Float32* peaks)
 {
     constexpr std::size_t row = Channels * framesAtOnce;

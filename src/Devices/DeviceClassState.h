@@ -13,22 +13,22 @@ namespace qmx
 {
 
 struct DeviceClassState {
-    /// Brings the registry up at its first call.
+    /// Sets up the registry at its first call.
     static DeviceClassState& shared();
 
     QMXAudioDeviceDictionary devices;
     QMXAudioDeviceList deviceArray;
     QMXAudioDeviceList inputDeviceArray;
     QMXAudioDeviceList outputDeviceArray;
-    ConditionLock mutexLock;   // held through a refresh; blocks whoever comes when a failed one has left it held
-    ConditionLock hwMutexLock; // held while a change of the hardware is looked at; taken before mutexLock
+    ConditionLock mutexLock;   // held during a refresh; a failed refresh leaves it held, and every later one blocks
+    ConditionLock hwMutexLock; // held while a change of the hardware is handled; taken before mutexLock
     std::mutex globalRunLock;  // every device's startCalls
-    std::mutex chainLock;      // new subscribers of any device, which may be devices
+    std::mutex chainLock;      // new subscribers of any device; they may be devices too
     std::shared_ptr<Object> classObject;
     std::mutex outputProviderLock;
     std::shared_ptr<QMXVUMeterDataProvider> outputProvider;
 
-    std::recursive_mutex initialization; // the thread that initialises may come back, others wait
+    std::recursive_mutex initialization; // recursive: the initialising thread may come back, others wait
     bool initializationHasBegun = false;
     std::atomic<bool> isInitialized{false};
 };

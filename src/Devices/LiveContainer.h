@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Containers that stay the same object while their contents change under whoever reads them. Readers see contents that
-// never change: each change copies them, edits the copy and puts it in place.
+// Containers that stay the same object while their contents change under their readers. Readers see contents that never
+// change: each change copies them, edits the copy and puts it in place.
 #pragma once
 
 #include "Foundation/Export.h"
@@ -13,8 +13,8 @@
 namespace qmx
 {
 
-/// What a container held before a change. Its end waits for those who walk that, and frees it; inside an I/O or render
-/// callback another thread does. Hold no lock that they take.
+/// What a container held before a change. Releasing it waits for the walks that still read it, then frees it; inside an
+/// I/O or render callback another thread does both. Hold no lock that a walking thread takes.
 using FormerContents = std::shared_ptr<const void>;
 
 /// A live container without its type.
@@ -29,7 +29,7 @@ public:
     LiveContents& operator=(const LiveContents&) = delete;
 
     Contents snapshot() const noexcept;
-    /// Puts in place what `edited` makes of the present contents. Where memory runs out nothing has changed.
+    /// Replaces the contents by what `edited` makes of them. When memory runs out, nothing changes.
     FormerContents change(const std::function<Contents(const void*)>& edited);
 
     unsigned beginWalk() const noexcept;
@@ -62,7 +62,7 @@ public:
         std::shared_ptr<const Container> contents_;
     };
 
-    /// Reads without lock or allocation. What now() gave stays valid, and who is in it alive, while the walk exists.
+    /// Reads without lock or allocation. What now() returned, and the objects in it, stay valid while the walk exists.
     class Walk
     {
     public:
@@ -70,7 +70,7 @@ public:
         ~Walk() { live_.endWalk(place_); }
         Walk(const Walk&) = delete;
         Walk& operator=(const Walk&) = delete;
-        /// The present contents: others after a change.
+        /// The current contents; after a change, others.
         const Container& now() const noexcept { return *static_cast<const Container*>(live_.now()); }
 
     private:
@@ -82,7 +82,8 @@ public:
 
     Snapshot snapshot() const { return Snapshot(std::static_pointer_cast<const Container>(contents_.snapshot())); }
 
-    /// Has `edit` change a copy and puts that in place. One change at a time: `edit` must not change this container.
+    /// Lets `edit` change a copy, then puts the copy in place. One change at a time: `edit` must not change this
+    /// container.
     template <class Edit> FormerContents change(Edit edit)
     {
         return contents_.change([&](const void* present) {

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Audio devices: which there are, what they can do and are set to, and the sound that goes in and out of them.
 //
-// Where nothing else is said, operations may be called from any thread but the real-time ones. Notifications
+// Unless noted, operations may be called from any thread but the real-time ones. Notifications
 // (Devices/QMXAudioDeviceNotifications.h) come on the main thread.
 #pragma once
 
@@ -36,10 +36,10 @@ using QMXAudioDeviceList = qmx::LiveContainer<std::vector<std::shared_ptr<QMXAud
 using QMXAudioDeviceDictionary = qmx::LiveContainer<std::map<AudioDeviceID, std::shared_ptr<QMXAudioDevice>>>;
 using QMXAudioSubscriberList = qmx::LiveContainer<std::vector<QMXAudioSubscription>>;
 
-/// One audio device, and, as a class, the process's registry of all of them. The registry comes up with the first use
-/// of the class and follows the hardware from then on; it owns its devices. The last reference to a device stops it,
-/// whoever started it through this object, and returns when the cycle in flight has ended; inside an I/O or render
-/// callback another thread does so. The factories alone make devices: nothing else derives from this class.
+/// One audio device and, as a class, the process's registry of all devices. The first use of the class sets the
+/// registry up; from then on it follows the hardware. It owns its devices. Releasing the last reference to a device
+/// stops what was started through this object and returns when the cycle in flight has ended; inside an I/O or render
+/// callback another thread does both. Devices come from the factories only: do not derive from this class.
 class QMX_EXPORT QMXAudioDevice : public qmx::Object,
                                   public QMXCoreAudioIOSubscriber,
                                   public std::enable_shared_from_this<QMXAudioDevice>
@@ -47,47 +47,47 @@ class QMX_EXPORT QMXAudioDevice : public qmx::Object,
 public:
     // --- The registry ------------------------------------------------------------------------------------------------
 
-    /// Brings the registry up; does nothing when it is up. Any other operation does so by itself.
+    /// Sets up the registry; does nothing when it is up. Any other operation does this by itself.
     static void initialize();
     /// The sender of the notifications about the hardware as a whole.
     static std::shared_ptr<qmx::Object> classObject();
 
     /// Brings the registry in line with the hardware, as every change of the device list does by itself. When the
     /// hardware reports fewer devices than are registered, those that are gone are removed; otherwise new ones are
-    /// added, and what vanished in the same change stays until the number falls. When the hardware cannot be asked, the
-    /// registry stays as it is and locked: every later refresh waits for ever.
+    /// added, and what vanished in the same change stays until the number falls. When the query itself fails, the
+    /// registry stays as it is, and stays locked: every later refresh waits forever.
     static void initializeListOfDevices();
 
-    /// The registered devices by their IDs. This and the lists are always the same objects and follow the hardware.
+    /// The registered devices by ID. This and the lists are always the same objects and follow the hardware.
     static QMXAudioDeviceDictionary& allDevicesDictionary();
     /// The registered devices in the order in which they were first seen.
     static QMXAudioDeviceList& allDevicesArray();
-    /// Those of them that had input (output) streams when they were registered.
+    /// The registered devices that had input (output) streams when they were registered.
     static QMXAudioDeviceList& inputDevices();
     static QMXAudioDeviceList& outputDevices();
 
-    /// The present default devices, asked of the hardware; null when there is none or it is not registered.
+    /// The current default devices, queried from the hardware; null if there is none or it is not registered.
     static std::shared_ptr<QMXAudioDevice> defaultInputDevice();
     static std::shared_ptr<QMXAudioDevice> defaultOutputDevice();
     static std::shared_ptr<QMXAudioDevice> defaultSystemOutputDevice();
-    /// Makes a device the default for input (output); the hardware's status.
+    /// Makes a device the default for input (output); returns the hardware's status.
     [[nodiscard]] static OSStatus setDefaultInputDevice(const QMXAudioDevice& device);
     [[nodiscard]] static OSStatus setDefaultOutputDevice(const QMXAudioDevice& device);
 
-    /// The level of the chime at the machine's start; 0.0 (null) where there is none.
+    /// The volume of the machine's start-up chime; 0.0 (null) if there is none.
     static Float32 bootChimeVolumeScalar();
     static Float32 bootChimeVolumeDecibels();
     static std::shared_ptr<QMXAudioValueRange> bootChimeVolumeRangeDecibels();
 
-    /// A new object for a device, which the registry does not know: what it starts, and its subscribers, are its own.
+    /// A new object for a device, separate from the registry: its starts and its subscribers are its own.
     static std::shared_ptr<QMXAudioDevice> deviceWithDeviceID(AudioDeviceID deviceID);
     /// The same; null for an unknown UID.
     static std::shared_ptr<QMXAudioDevice> deviceWithDeviceUID(const std::string& uid);
     /// The device with that UID, 0xFFFFFFFF when there is none.
     static AudioDeviceID audioDeviceIDForUID(const std::string& uid);
 
-    /// What the hardware's listener does: refreshes the registry for a change of the device list, then has the change's
-    /// notification posted on the main thread.
+    /// Called by the hardware's listener: refreshes the registry when the device list changed, then queues the change's
+    /// notification for the main thread.
     static void hardwarePropertyDidChange_clientData(AudioHardwarePropertyID propertyID, void* clientData);
     /// Posts a notification from the class.
     static void threadCallbackForHardwarePropertyChanges(const std::string& notificationName);
@@ -107,21 +107,21 @@ public:
     /// All properties as a text of many lines.
     std::string printDeviceInfo();
 
-    /// The status of what failed last in this object's last operation; 0 when nothing did. Operations that several
-    /// threads have under way at once count as one.
+    /// The status of the last failure in this object's last operation; 0 if nothing failed. Operations that run on
+    /// several threads at once count as one.
     OSStatus lastStatus() const;
     /// The same as a sentence for people that names the device and the property or operation, empty when nothing
     /// failed.
     std::string lastError() const;
 
     // --- Properties --------------------------------------------------------------------------------------------------
-    // Each is asked of the hardware at the time of the call. A property that the device lacks reads as 0, 0.0, false,
-    // null or an empty list, and lastStatus() tells. Setters return whether the value was set. `isInput` names the
-    // section; `channel` is 0 for the whole of it or one of its channels from 1 up. Blocks that are returned are null
-    // on failure, and followed by zeros as those of QMXAudioDeviceUtils are.
+    // Each call queries the hardware. A property that the device lacks reads as 0, 0.0, false, null or an empty list,
+    // and lastStatus() reports it. Setters return whether the value was set. `isInput` selects the section; `channel`
+    // is 0 for the whole section, or one of its channels, counted from 1. Returned blocks are null on failure and, like
+    // those of QMXAudioDeviceUtils, followed by zeros.
 
     std::optional<std::string> deviceUID() const;
-    /// Read once and kept.
+    /// Read once, then cached.
     virtual std::optional<std::string> name() const = 0;
     virtual std::optional<std::string> manufacturer() const = 0;
 
@@ -144,14 +144,14 @@ public:
     [[nodiscard]] bool setVolumeDecibels_forChannel_isInput(Float32 decibels, UInt32 channel, bool isInput);
     [[nodiscard]] bool setVolumeScalar_forChannel_isInput(Float32 scalar, UInt32 channel, bool isInput);
     std::shared_ptr<QMXAudioValueRange> volumeRangeDecibels_isInput(UInt32 channel, bool isInput) const;
-    /// What 0.0 on one scale is on the other, on that channel: the argument is no value to convert.
+    /// What 0.0 on the first scale is on the other, for that channel: no value to convert is passed, as intended.
     Float32 volumeScalarToDecibels_isInput(UInt32 channel, bool isInput) const;
     Float32 volumeDecibelsToScalar_isInput(UInt32 channel, bool isInput) const;
-    /// The input's mute.
+    /// Whether the mute of the input, not of the output, can be set; this is intended.
     bool canMute() const;
     /// Sets the output's mute.
     [[nodiscard]] bool mute(bool isMuted);
-    /// The input's mute, whatever mute() set on the output.
+    /// Whether the input is muted, whatever mute() set on the output; this is intended.
     bool isMuted() const;
 
     /// The IDs, UInt32 each, then a 0.
@@ -166,7 +166,7 @@ public:
 
     /// Frames per second.
     Float64 nominalSampleRate(bool isInput) const;
-    /// As measured against the host's clock.
+    /// Frames per second, measured against the host's clock.
     Float64 actualSampleRate(bool isInput) const;
     std::vector<std::shared_ptr<QMXAudioValueRange>> availableNominalSampleRates(bool isInput) const;
 
@@ -182,7 +182,7 @@ public:
                                                                   UInt32 channel, bool isInput);
     std::vector<std::shared_ptr<QMXAudioStreamBasicDescription>> streamFormats_isInput(UInt32 channel,
                                                                                        bool isInput) const;
-    /// The supported format that comes closest; null when the hardware names none.
+    /// The closest supported format; null if the hardware names none.
     std::shared_ptr<QMXAudioStreamBasicDescription>
     findMatchingStreamFormat_forChannel_isInput(const QMXAudioStreamBasicDescription& format, UInt32 channel,
                                                 bool isInput) const;
@@ -212,7 +212,7 @@ public:
     /// An AudioChannelLayout.
     qmx::HeapBlock channelLayout(bool isInput) const;
 
-    // Fields of the actual format of channel 0, asked afresh.
+    // Fields of the actual format of channel 0, queried on each call.
     Float64 sampleRate(bool isInput) const;
     AudioFormatID formatID(bool isInput) const;
     std::optional<std::string> formatIDName(bool isInput) const;
@@ -225,35 +225,35 @@ public:
 
     // --- Input and output --------------------------------------------------------------------------------------------
 
-    /// Counts who wants the device to run; the first starts it. A device that does not start is not counted, and
-    /// lastStatus() tells. Always true.
+    /// Adds one to the count of starts; the first starts the device. A device that fails to start is not counted, and
+    /// lastStatus() reports it. Always true.
     virtual bool start() = 0;
-    /// Takes one back; the last stops the device, though the cycle in flight may go on. Without a start before it does
-    /// nothing. Always true.
+    /// Takes one start back; the last stops the device, though the cycle in flight may go on. Does nothing without a
+    /// start before. Always true.
     virtual bool stop() = 0;
 
-    /// Has the subscriber called in each cycle, after those that were added before; input subscribers come before
-    /// output subscribers. Once per direction: one that is there stays where it is. The device owns its subscribers. A
-    /// device that hands its buffers to this one, by way of others or itself, is refused, which is logged and in
-    /// lastStatus(): they would go round for ever.
+    /// Calls the subscriber in each cycle, after those added before it; input subscribers come before output
+    /// subscribers. Adding it again for the same direction changes nothing. The device owns its subscribers. A device
+    /// that hands its buffers to this one, directly or through others, is refused, since buffers would go round
+    /// forever; this is logged and in lastStatus().
     virtual void addAudioIOSubscriber_forInput(const std::shared_ptr<QMXCoreAudioIOSubscriber>& subscriber,
                                                bool isInput) = 0;
-    /// Has it called no more: the calls in flight are waited for, except in real time and inside an I/O or render
-    /// callback, where the device lets go of it a little later. Any thread, real-time ones too. Hold no lock that a
-    /// subscriber takes.
+    /// Stops calling the subscriber. Waits for the calls in flight, except on real-time threads and inside an I/O or
+    /// render callback, where the device releases the subscriber a little later. Any thread, real-time ones too. Hold
+    /// no lock that a subscriber takes.
     virtual void removeAudioIOSubscriber_forInput(const QMXCoreAudioIOSubscriber& subscriber, bool isInput) = 0;
     /// Always the same object for a direction; lives as long as the device.
     virtual QMXAudioSubscriberList& audioSubscribersForInput(bool isInput) = 0;
 
     /// The device's level meter, made at the first call.
     virtual std::shared_ptr<QMXVUMeterDataProvider> inputVUMeterDataProvider() = 0;
-    /// One for the whole process, made for whichever device is asked first and bound to it, as intended. It meters that
-    /// device's input, and has no device once that is gone.
+    /// One meter for the whole process, made for the first device that is asked and bound to it, as intended. It meters
+    /// that device's input, and has no device once that one is gone.
     std::shared_ptr<QMXVUMeterDataProvider> outputVUMeterDataProvider();
 
-    /// Hands buffers to the device's subscribers as its own I/O does, with these arguments: the device can subscribe to
-    /// another one. Only while it is started; a direction from which a subscriber was removed while others stayed is
-    /// left out until the next one is added. I/O and render threads. Always 0.
+    /// Hands buffers to the device's subscribers as its own I/O does, with these arguments, so that the device can
+    /// subscribe to another one. Works only while the device is started; a direction from which a subscriber was
+    /// removed while others stayed is skipped until the next one is added. I/O and render threads. Always 0.
     OSStatus audioIOHandler_inNow_inInputData_inInputTime_outOutputData_inOutputTime_inClientData(
         QMXAudioDevice& device, const AudioTimeStamp* inNow, const AudioBufferList* inInputData,
         const AudioTimeStamp* inInputTime, AudioBufferList* outOutputData, const AudioTimeStamp* inOutputTime,
@@ -265,13 +265,13 @@ public:
     virtual void setDelegate(std::shared_ptr<QMXAudioDeviceDelegate> delegate) = 0;
     virtual std::shared_ptr<QMXAudioDeviceDelegate> delegate() const = 0;
 
-    /// What the device's listener does: has the change's notification posted on the main thread. Properties without one
-    /// are ignored.
+    /// Called by the device's listener: queues the change's notification for the main thread. Properties without a
+    /// notification are ignored.
     void devicePropertyDidChange_forChannel_isInput(AudioDevicePropertyID propertyID, UInt32 channel, bool isInput);
     /// Posts a notification from the device.
     void threadCallbackForDelegateMethods(const std::string& notificationName);
 
-    // For an application to have called on a notification; each tells the delegate.
+    // An application calls these on a notification; each calls the delegate's operation of the same name.
     void inputStreamFormatDidChange(const qmx::Notification& notification);
     void outputStreamFormatDidChange(const qmx::Notification& notification);
     void inputDataSourceDidChange(const qmx::Notification& notification);
@@ -285,7 +285,7 @@ private:
 
     QMXAudioDevice() = default;
     virtual qmx::LastFailure& failure() const = 0;
-    /// The name for sentences, without asking the hardware.
+    /// The name used in messages; does not query the hardware.
     virtual std::string nameForPeople() const = 0;
 
     void tellDelegate(DelegateMethod method, const qmx::Notification& notification);

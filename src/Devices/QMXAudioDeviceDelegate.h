@@ -4,8 +4,8 @@
 #include "Foundation/Export.h"
 #include "Foundation/MainThread/NotificationCenter.h"
 
-/// Is told of changes of a device by whoever calls the device's operations of the same names. Programs derive from it;
-/// operations left out do nothing.
+/// Receives a device's changes through the device's operations of the same names. Programs derive from it; operations
+/// that are not overridden do nothing.
 class QMX_EXPORT QMXAudioDeviceDelegate
 {
 public:

@@ -61,8 +61,8 @@ bool holds(const std::vector<QMXAudioSubscription>& subscriptions, const QMXCore
                                [=](const auto& each) { return each.get() == subscriber && !each.hasLeft(); });
 }
 
-/// Whether what `subscriber` is handed comes to `device`, through any number of devices. There is no ring yet, so it
-/// ends.
+/// Whether buffers handed to `subscriber` reach `device`, through any number of devices. There is no loop yet, so the
+/// recursion ends.
 bool leadsTo(QMXCoreAudioIOSubscriber* subscriber, const QMXAudioDevice& device)
 {
     auto* const next = dynamic_cast<QMXAudioDevice*>(subscriber);
@@ -86,8 +86,8 @@ struct IOCycle {
     bool hasInput() const { return inputData && inputData->mNumberBuffers != 0; }
     bool hasOutput() const { return outputData && outputData->mNumberBuffers != 0; }
 
-    /// One look at the list serves the whole cycle, so that a change moves nobody out of it. Whoever an earlier one
-    /// removed is not called.
+    /// One snapshot of the list serves the whole cycle, so that no change makes a subscriber miss it. A subscriber
+    /// removed by an earlier one is not called.
     void callSubscribers(const QMXAudioSubscriberList& list, QMXAudioDevice& device, QMXAudioDevice& clientData) const
     {
         const qmx::CallbackScope callback;
@@ -155,20 +155,20 @@ private:
     QMXAudioSubscriberList inputSubscribersArray;
     QMXAudioSubscriberList outputSubscribersArray;
     mutable std::mutex subscriberLock;   // list changes, the meter and the delegate
-    std::atomic<Sweep*> sweep_{nullptr}; // takes out who left in real time; none while it is on its way
+    std::atomic<Sweep*> sweep_{nullptr}; // removes subscribers that left in real time; null while it is under way
     std::atomic<SInt32> startCalls{0};   // changed under the lock that all devices share
     mutable std::mutex nameLock;         // the two cached texts
     mutable qmx::LastFailure failure_;
 };
 
-/// Ends on a thread that may allocate.
+/// Destroyed on a thread that may allocate.
 struct QMXAudioDevice::Implementation::Sweep final : qmx::Retirable {
     explicit Sweep(std::weak_ptr<QMXAudioDevice> owner) : device(std::move(owner)) {}
     ~Sweep() override
     {
         if (const auto present = device.lock())
             (void)qmx::withinMemory([&] { static_cast<Implementation&>(*present).sweepSubscribers(); });
-        // else those that left are dropped with the next
+        // without memory, they are dropped with the next sweep
     }
     std::weak_ptr<QMXAudioDevice> device;
 };
@@ -214,7 +214,7 @@ void QMXAudioDevice::Implementation::destroy(Implementation* device)
 
 QMXAudioDevice::Implementation::~Implementation()
 {
-    // each fails where it was not there
+    // each fails if there is nothing to undo
     (void)AudioDeviceStop(deviceID_, captureIOProc, this);
     (void)AudioDeviceRemoveIOProc(deviceID_, captureIOProc, this);
     (void)AudioDeviceRemovePropertyListener(deviceID_, kAudioPropertyWildcardChannel, kAudioPropertyWildcardSection,
@@ -255,7 +255,7 @@ std::optional<std::string> QMXAudioDevice::Implementation::cachedText(std::optio
         if (cache)
             return cache;
     }
-    auto present = text(propertyID, true); // without the lock: a failure is told with the name
+    auto present = text(propertyID, true); // without the lock: the report of a failure asks for the name
     const std::scoped_lock lock(nameLock);
     if (!cache)
         cache = std::move(present);
@@ -330,11 +330,12 @@ void QMXAudioDevice::Implementation::removeAudioIOSubscriber_forInput(const QMXC
             else
                 othersStay = othersStay || !each.hasLeft();
     }
-    // The device's own I/O never looks at the flag, and with the last subscriber it stays as it is; both are intended.
+    // The device's own I/O never reads the flag, and removing the last subscriber leaves it as it is; both are
+    // intended.
     if (othersStay)
         hasSubscribers(isInput) = false;
     if (qmx::isRealTime())
-        qmx::retire(sweep_.exchange(nullptr)); // where there is none, the one on its way comes after the mark
+        qmx::retire(sweep_.exchange(nullptr)); // if it is null, the sweep under way looks after this mark
     else
         dropSubscribersThatLeft(isInput);
 }
@@ -346,7 +347,7 @@ void QMXAudioDevice::Implementation::armSweep()
 
 void QMXAudioDevice::Implementation::sweepSubscribers()
 {
-    armSweep(); // before the look: whoever leaves after it needs the next one
+    armSweep(); // first: a subscriber that leaves after the look below needs the next sweep
     for (const bool isInput : {true, false})
         if (const auto list = audioSubscribersForInput(isInput).snapshot();
             std::ranges::any_of(*list, &QMXAudioSubscription::hasLeft))
@@ -420,7 +421,7 @@ OSStatus QMXAudioDevice::Implementation::devicePropertyCallback(AudioDeviceID /*
                                                                 Boolean isInput, AudioDevicePropertyID propertyID,
                                                                 void* clientData)
 {
-    // one that is being taken down has no owner any more; its destructor waits for this call
+    // a device that is being destroyed has no owner any more; its destructor waits for this call
     if (const auto device = static_cast<Implementation*>(clientData)->weak_from_this().lock())
         device->devicePropertyDidChange_forChannel_isInput(propertyID, channel, isInput);
     return noErr;
@@ -442,7 +443,7 @@ void QMXAudioDevice::threadCallbackForDelegateMethods(const std::string& notific
 void QMXAudioDevice::Implementation::setDelegate(std::shared_ptr<QMXAudioDeviceDelegate> delegate)
 {
     const std::scoped_lock lock(subscriberLock);
-    _delegate.swap(delegate); // the old one ends with the argument, when the lock is free
+    _delegate.swap(delegate); // the old delegate is released with the argument, when the lock is free
 }
 
 std::shared_ptr<QMXAudioDeviceDelegate> QMXAudioDevice::Implementation::delegate() const

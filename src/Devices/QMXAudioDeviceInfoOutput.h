@@ -12,13 +12,13 @@ class QMXAudioDevice;
 class QMXAudioStream;
 class QMXAudioStreamBasicDescription;
 
-/// Reports for people, of many lines, about devices. Any thread but the real-time ones.
+/// Human-readable reports about devices, of many lines each. Any thread but the real-time ones.
 class QMX_EXPORT QMXAudioDeviceInfoOutput : public qmx::Object
 {
 public:
-    /// What belongs to the device as a whole.
+    /// The properties of the device as a whole.
     static std::string printGlobalDeviceInfo(QMXAudioDevice& device);
-    /// Its inputs or outputs.
+    /// The properties of its inputs or outputs.
     static std::string printDirectionalDeviceInfo_isInput(QMXAudioDevice& device, bool isInput);
     /// One stream with all formats it can be set to.
     static std::string printStreamInfo(const QMXAudioStream& stream);
@@ -28,7 +28,7 @@ public:
     static std::string printStreamFormatFlagNames(AudioFormatFlags formatFlags);
     /// A layout with its descriptions; empty for null.
     static std::string printChannelLayoutInfo(const AudioChannelLayout* layout);
-    /// The name of the constant, the first where several share a value; "Unknown Channel Layout" for any other value.
+    /// The name of the constant, the first if several share a value; "Unknown Channel Layout" for any other value.
     static std::string channelLayoutTagName(AudioChannelLayoutTag tag);
     /// The name of the constant; "Unknown Audio Channel Label" for any other value.
     static std::string channelLabelName(AudioChannelLabel label);

@@ -9,10 +9,10 @@
 QMX_EXPORT extern const char* const QMXAudioHardwareDevicesDidChangeNotification;
 QMX_EXPORT extern const char* const QMXAudioHardwareDefaultInputDeviceDidChangeNotification;
 QMX_EXPORT extern const char* const QMXAudioHardwareDefaultOutputDeviceDidChangeNotification;
-/// Anything else of the hardware, the default system output device included.
+/// Any other change of the hardware, the default system output device included.
 QMX_EXPORT extern const char* const QMXAudioHardwarePropertyDidChangeNotification;
 
-/// Changes of a device. Where no direction is named, a change that both directions share may be posted for each.
+/// Changes of a device. If no direction is named, a change that both directions share may be posted for each.
 QMX_EXPORT extern const char* const QMXAudioDeviceStreamConfigurationDidChangeNotification;
 QMX_EXPORT extern const char* const QMXAudioDeviceAvailableNominalSampleRatesDidChangeNotification;
 QMX_EXPORT extern const char* const QMXAudioDeviceActualSampleRateDidChangeNotification;
@@ -25,10 +25,10 @@ QMX_EXPORT extern const char* const QMXAudioDeviceStreamsDidChangeNotification;
 QMX_EXPORT extern const char* const QMXAudioDeviceInputVolumeDidChangeNotification;
 QMX_EXPORT extern const char* const QMXAudioDeviceOutputVolumeDidChangeNotification;
 QMX_EXPORT extern const char* const QMXAudioDeviceTransportTypeDidChangeNotification;
-/// Which data sources there are.
+/// The list of data sources.
 QMX_EXPORT extern const char* const QMXAudioDeviceInputDataSourcesDidChangeNotification;
 QMX_EXPORT extern const char* const QMXAudioDeviceOutputDataSourcesDidChangeNotification;
-/// Which of them is chosen.
+/// The selected data source.
 QMX_EXPORT extern const char* const QMXAudioDeviceInputSourceDidChangeNotification;
 QMX_EXPORT extern const char* const QMXAudioDeviceOutputSourceDidChangeNotification;
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What a device is and is set to: each value is asked of the hardware when it is wanted.
+// A device's properties; each call queries the hardware.
 #include "Devices/QMXAudioDevice.h"
 #include "Devices/QMXAudioStream.h"
 #include "Formats/FileFailureReason.h"
@@ -21,7 +21,7 @@ namespace
 using Format = QMXAudioStreamBasicDescription;
 using Utils = QMXAudioDeviceUtils;
 
-/// A text that the hardware gave, whose reference is released.
+/// The text of a reference from the hardware; the reference is released.
 std::optional<std::string> takeText(CFStringRef reference)
 {
     if (!reference)
@@ -31,7 +31,7 @@ std::optional<std::string> takeText(CFStringRef reference)
     return text;
 }
 
-/// How many of `stated` entries the value really has behind a header of `headerSize` bytes.
+/// How many of the `stated` entries the value really holds after a header of `headerSize` bytes.
 template <class Entry> UInt32 entriesWithin(const qmx::PropertyBlock& value, std::size_t headerSize, UInt32 stated)
 {
     const std::size_t room = value.size < headerSize ? 0 : (value.size - headerSize) / sizeof(Entry);
@@ -55,7 +55,7 @@ void QMXAudioDevice::fail(OSStatus status, const std::string& what) const
     failure().set(status, nameForPeople() + " " + what + ": " + qmx::fileFailureReason(status));
 }
 
-/// Gives the status back, having kept a failure.
+/// Records a failure and returns the status.
 OSStatus QMXAudioDevice::noted(OSStatus status, UInt32 propertyID, const char* verb) const
 {
     if (status != noErr)
@@ -198,7 +198,7 @@ std::shared_ptr<QMXAudioValueRange> QMXAudioDevice::volumeRangeDecibels_isInput(
     return QMXAudioValueRange::initWithAudioValueRange(static_cast<const AudioValueRange*>(value.block.get()));
 }
 
-// The reader asks with a block of zeros, so both conversions give what 0.0 is; this is intended.
+// The query passes zeros, so both conversions return the value for 0.0; this is intended.
 Float32 QMXAudioDevice::volumeScalarToDecibels_isInput(UInt32 channel, bool isInput) const
 {
     return read(kAudioDevicePropertyVolumeScalarToDecibels, channel, isInput).first<Float32>();
@@ -209,7 +209,7 @@ Float32 QMXAudioDevice::volumeDecibelsToScalar_isInput(UInt32 channel, bool isIn
     return read(kAudioDevicePropertyVolumeDecibelsToScalar, channel, isInput).first<Float32>();
 }
 
-// Setting goes to the output section, asking to the input section; this is intended.
+// mute() sets the output section, the other two query the input section; this is intended.
 bool QMXAudioDevice::canMute() const
 {
     return canSet(kAudioDevicePropertyMute, 0, true);

@@ -68,7 +68,7 @@ const char* notificationName(AudioHardwarePropertyID propertyID)
     }
 }
 
-/// Gives the devices that vanished, to be let go without a lock: a device waits for its cycle in flight.
+/// Returns the devices that vanished, to be released without a lock: a device waits for its cycle in flight.
 Devices refreshRegistry()
 {
     DeviceClassState& state = DeviceClassState::shared();
@@ -268,7 +268,7 @@ bool QMXAudioDevice::isDefaultDevice(bool isInput) const
 void QMXAudioDevice::hardwarePropertyDidChange_clientData(AudioHardwarePropertyID propertyID, void* /*clientData*/)
 {
     DeviceClassState& state = DeviceClassState::shared();
-    Devices vanished; // ended without a lock
+    Devices vanished; // released without a lock
     const char* name = nullptr;
     {
         const std::scoped_lock lock(state.hwMutexLock);

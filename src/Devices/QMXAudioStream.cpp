@@ -33,15 +33,15 @@ bool isForAllRates(const std::shared_ptr<QMXAudioStreamBasicDescription>& format
     return format->sampleRate() == kAudioStreamAnyRate;
 }
 
-/// The first of the steps from `minimum` up that is not below the least rate.
+/// The first step from `minimum` up that is not below kLeastRate.
 Float64 firstRate(Float64 minimum)
 {
     const Float64 steps = std::ceil(std::max(0.0, kLeastRate - minimum) / kRateStep);
     return std::max(kLeastRate, minimum + steps * kRateStep); // an infinite minimum has no steps
 }
 
-/// The rates of the ranges in order. A range of one rate has it whatever it is; one that is upside down or not a number
-/// has none.
+/// The rates of the ranges in order. A range of one rate has that rate, whatever it is; a range that is reversed or not
+/// a number has none.
 std::vector<Float64> ratesWithin(const std::vector<std::shared_ptr<QMXAudioValueRange>>& ranges)
 {
     std::vector<Float64> rates;

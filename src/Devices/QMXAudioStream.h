@@ -15,15 +15,15 @@ namespace qmx
 struct PropertyBlock;
 }
 
-/// One stream of a device: channels that travel together. Keeps its device alive. Each value is asked of the hardware
-/// when it is wanted; one that cannot be read is 0, null or an empty list. Any thread but the real-time ones. The
-/// factory alone makes streams: nothing else derives from this class.
+/// One stream of a device: channels that travel together. Keeps its device alive. Each call queries the hardware; a
+/// value that cannot be read is 0, null or an empty list. Any thread but the real-time ones. Streams come from the
+/// factory only: do not derive from this class.
 class QMX_EXPORT QMXAudioStream : public qmx::Object
 {
 public:
     using Formats = std::vector<std::shared_ptr<QMXAudioStreamBasicDescription>>;
 
-    /// Without a device, a stream of which nothing is known.
+    /// Without a device, all values of the stream are unknown.
     static std::shared_ptr<QMXAudioStream> initWithAudioDevice_streamID(const std::shared_ptr<QMXAudioDevice>& device,
                                                                         AudioStreamID streamID);
 
@@ -31,11 +31,11 @@ public:
     AudioDeviceID owningDeviceID() const;
     virtual AudioStreamID streamID() const = 0;
 
-    /// The first of its channels among those of its device's section, from 1 up.
+    /// The number of its first channel in the device's section, counted from 1.
     UInt32 startingChannel() const;
     /// 1: input, 0: output.
     UInt32 streamDirection() const;
-    /// What is at its end, a code of CoreAudio/AudioDeviceTypes.h.
+    /// What the stream leads to: a terminal code of CoreAudio/AudioDeviceTypes.h.
     UInt32 terminalType() const;
     /// The channels of all streams of the device in this direction together.
     UInt32 numberOfChannels() const;
@@ -43,9 +43,9 @@ public:
     std::shared_ptr<QMXAudioStreamBasicDescription> physicalFormat() const;
     /// What it can be set to; a sample rate of 0.0 stands for all rates of the device.
     Formats physicalFormats() const;
-    /// The same with formats of one rate each: after those that have one, each format for all rates once for each rate
-    /// of the device. A range has rates in steps of 25 Hz from its minimum, of which those from 8 kHz to 768 kHz are
-    /// listed; a range of one rate has that rate.
+    /// The same with one rate per format: fixed-rate formats first; any-rate formats follow, expanded to one per rate
+    /// of the device. A range counts in steps of 25 Hz from its minimum, limited to 8 kHz to 768 kHz; a range of one
+    /// rate has that rate.
     Formats expandedPhysicalFormats() const;
 
 private:

@@ -6,8 +6,8 @@
 
 #include <memory>
 
-/// A subscriber in a device's list. One that has left is called no more; it stays in the list until a thread that may
-/// allocate takes it out. Copies are the same subscription.
+/// A subscriber in a device's list. One that has left is no longer called; it stays in the list until a thread that may
+/// allocate removes it. Copies share one subscription.
 class QMX_EXPORT QMXAudioSubscription
 {
 public:
@@ -15,9 +15,9 @@ public:
 
     QMXCoreAudioIOSubscriber* get() const { return subscriber_.get(); }
     QMXCoreAudioIOSubscriber* operator->() const { return subscriber_.get(); }
-    /// Any thread.
+    /// Whether leave() was called. Any thread.
     bool hasLeft() const;
-    /// Any thread.
+    /// Marks the subscriber as one that is no longer called. Any thread.
     void leave() const;
 
 private:

@@ -18,8 +18,8 @@ public:
     /// they and the times are valid during the call only. Input subscribers see the output too, and the reverse.
     ///
     /// `inNow`: the instant of the cycle. `inInputTime`: when the first input frame was captured. `inOutputTime`: when
-    /// the first output frame will be heard. `device` runs; `inClientData` is the device that calls. The result is
-    /// ignored; 0 is usual.
+    /// the first output frame will be heard. `device` is the running device; `inClientData` is the device that calls.
+    /// The result is ignored; 0 is usual.
     virtual OSStatus audioIOHandler_inNow_inInputData_inInputTime_outOutputData_inOutputTime_inClientData(
         QMXAudioDevice& device, const AudioTimeStamp* inNow, const AudioBufferList* inInputData,
         const AudioTimeStamp* inInputTime, AudioBufferList* outOutputData, const AudioTimeStamp* inOutputTime,

@@ -8,8 +8,8 @@
 #include <memory>
 #include <string>
 
-/// Levels of up to 8 channels, linear (full scale 1.0). A meter writes its levels into one object again and again,
-/// while others read it: who needs values that stay copies them. The factories alone make such objects.
+/// Levels of up to 8 channels, linear (full scale 1.0). A meter keeps writing its levels into one object while others
+/// read it: copy the values to keep them. Objects come from the factories only.
 class QMX_EXPORT QMXVUMeterData : public qmx::Object
 {
 public:
@@ -27,9 +27,9 @@ public:
     virtual Float32* data() = 0;
     /// Takes the first 8 of `count` levels; the others stay as they are. Not while a meter writes.
     virtual void setData_length(const Float32* levels, unsigned long count) = 0;
-    /// The level of a channel, counted from 1; 0.0 where there is none. Any thread.
+    /// The level of a channel, counted from 1; 0.0 if there is no such channel. Any thread.
     virtual Float32 floatValueForChannel(unsigned long channel) const = 0;
-    /// A factor for whoever draws the levels; not applied to them.
+    /// A factor for drawing the levels; not applied to them.
     virtual Float32 scaler() const = 0;
     /// The notification that announces such levels.
     std::string name() const;

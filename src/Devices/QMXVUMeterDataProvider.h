@@ -15,39 +15,39 @@ class QMXVUMeterData;
 /// Sent by the provider.
 QMX_EXPORT extern const char* const QMXVUMeterDataProviderDidStartNotification;
 QMX_EXPORT extern const char* const QMXVUMeterDataProviderDidStopNotification;
-/// Sent by the QMXVUMeterData that holds the new levels. One waits for the main thread at most; those that come
-/// meanwhile are not posted by themselves.
+/// Sent by the QMXVUMeterData that holds the new levels. At most one waits for the main thread; levels that come
+/// meanwhile are not announced separately.
 QMX_EXPORT extern const char* const QMXVUMeterDataProviderNewDataIsAvailableNotification;
 
 /// The level meter of a device's input: the largest positive sample of each of the first 8 channels of the first input
-/// stream in one cycle, every n-th cycle. A device's output meter, too, meters its input, as intended. While it
-/// provides it keeps the device alive, and the device keeps it. Main thread, where nothing else is said; notifications
-/// come there. The factories alone make meters: nothing else derives from this class.
+/// stream in one cycle, every n-th cycle. A device's output meter also meters its input, as intended. While the meter
+/// runs, it and the device keep each other alive. Main thread unless noted; notifications are posted there. Meters come
+/// from the factories only: do not derive from this class.
 class QMX_EXPORT QMXVUMeterDataProvider : public qmx::Object,
                                           public QMXCoreAudioIOSubscriber,
                                           public std::enable_shared_from_this<QMXVUMeterDataProvider>
 {
 public:
-    /// What description() of an object begins with.
+    /// The first word of an object's description().
     static std::string classDescription() { return "QMXVUMeterDataProvider"; }
 
     /// Idle, without a device.
     static std::shared_ptr<QMXVUMeterDataProvider> init();
-    /// Idle, for a device that it keeps.
+    /// Idle, on a device that the meter keeps alive.
     static std::shared_ptr<QMXVUMeterDataProvider> initWithAudioDevice(std::shared_ptr<QMXAudioDevice> device);
-    /// The same for a device that keeps the meter itself: while idle the device is held weakly.
+    /// The same for a device that owns the meter: while idle the meter holds the device weakly.
     static std::shared_ptr<QMXVUMeterDataProvider> initForOwner(const std::shared_ptr<QMXAudioDevice>& device);
 
-    /// Turns to another device; when it provides, it stops and starts again there. Null for none.
+    /// Changes the device; a running meter stops, then starts on the new one. Null for none.
     virtual void setAudioDevice(std::shared_ptr<QMXAudioDevice> device) = 0;
-    /// Null where there is none, or it is gone.
+    /// Null if none is set or it is gone.
     virtual std::shared_ptr<QMXAudioDevice> audioDevice() const = 0;
 
-    /// Starts the device and meters it. Does nothing when it provides already, and without a device.
+    /// Starts the device and meters it. Does nothing when running already or without a device.
     virtual void start() = 0;
-    /// Ends that; the cycle in flight has ended then. Does nothing when idle.
+    /// Stops both; returns when the cycle in flight has ended. Does nothing when idle.
     virtual void stop() = 0;
-    /// Every how many cycles levels are published; 0 counts as 1. The count of cycles goes on. Any thread.
+    /// Levels are published every `interval` cycles; 0 counts as 1. The count of cycles goes on. Any thread.
     virtual void setNotificationInterval(unsigned long interval) = 0;
 
     /// The peaks of `length` bytes of interleaved samples, one Float32 per channel; null when there is no memory. Any
@@ -61,7 +61,7 @@ public:
         const AudioTimeStamp* inInputTime, AudioBufferList* outOutputData, const AudioTimeStamp* inOutputTime,
         QMXAudioDevice& inClientData) override = 0;
 
-    /// Posts the notification that the levels name, from them.
+    /// Posts the notification that `levels` names, with the levels as its sender.
     void threadCallback(const std::shared_ptr<QMXVUMeterData>& levels);
     /// Posts a notification from the provider.
     void startStopCallback(const std::string& notificationName);

@@ -65,7 +65,7 @@ OSStatus ProcessingPasses::told(std::string_view path, const char* whatFailed, O
     return run_.failure.keepFirst(checkedStep(status, line), path, whatFailed);
 }
 
-/// Fills the internal buffers; gives the frames that came, 0 where decoding failed.
+/// Fills the internal buffers; returns the frames decoded, 0 on failure.
 UInt32 ProcessingPasses::decode()
 {
     setInternalFrames(framesPerPass);
@@ -91,7 +91,7 @@ UInt32 ProcessingPasses::decode()
     return frames;
 }
 
-/// Hands the pass to the processor and writes what it leaves, at most a pass; nothing where it fails.
+/// Hands the pass to the processor and writes the result, at most a pass; writes nothing if the processor fails.
 OSStatus ProcessingPasses::processAndWrite(UInt32 frames)
 {
     UInt32 count = frames * framesPerPacket_;

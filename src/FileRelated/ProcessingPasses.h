@@ -37,8 +37,8 @@ struct ProcessingRun {
     LastFailure& failure; ///< keeps the first failing step
 };
 
-/// Runs the passes. Nothing runs when a converter cannot be made. A failing processor or write ends the run after the
-/// report of its pass. What the processor or the subscriber throws passes through.
+/// Runs the passes. Nothing runs if a converter cannot be made. A failing processor or write ends the run after the
+/// report of its pass. Exceptions from the processor or the subscriber pass through.
 class ProcessingPasses
 {
 public:

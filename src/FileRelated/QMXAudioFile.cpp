@@ -28,7 +28,7 @@ std::string pathLessLastComponent(const std::string& path)
     return slash == 0 ? "/" : path.substr(0, slash);
 }
 
-/// Keeps the text of an error that the file manager tells, and hands everything on.
+/// Keeps the text of an error that the file manager reports, and forwards everything.
 class ErrorKeeper : public qmx::FileManagerHandler
 {
 public:
@@ -168,7 +168,7 @@ bool QMXAudioFileImpl::open()
                     : "QMXAudioFile: Error opening audio file in read mode");
     printOSStatusCode(status);
     if (writes) {
-        if (formatWasRead_) { // what a file told is no order to replace one that cannot be opened
+        if (formatWasRead_) { // a format read from a file does not permit replacing one that cannot be opened
             _fileStreamFormat.reset();
             _formatFields = {};
         }
@@ -307,7 +307,7 @@ void QMXAudioFileImpl::changeAccessMode(QMXAudioFileAccessMode mode)
     const qmx::LastFailure::Operation operation(failure_);
     if (mode == fileAccessMode || !fileIsOpen)
         return;
-    (void)close(); // lastStatus() tells
+    (void)close(); // lastStatus() reports a failure
     fileAccessMode = mode;
     if (mode == QMXAudioFileAccessMode::readWrite) {
         setUseCache(false);
@@ -326,7 +326,7 @@ bool QMXAudioFileImpl::setFileStreamFormat(const QMXAudioStreamBasicDescription&
     const auto change = [&] {
         auto copy = std::make_shared<QMXAudioStreamBasicDescription>(*format.audioStreamBasicDescription());
         const bool wasOpen = fileIsOpen;
-        (void)close(); // lastStatus() tells
+        (void)close(); // lastStatus() reports a failure
         _setFileStreamFormat(std::move(copy));
         formatWasRead_ = false;
         if (wasOpen)

@@ -3,9 +3,9 @@
 //
 // Ownership of a buffer passes only through its lock. While writing, condition 1 means free for the caller, 0 full and
 // the write thread's; while reading, 0 means empty and the read thread's, 1 full and the caller's. The run locks wake
-// the threads (condition 0: work to do). A thread that fails gives its buffer back all the same and leaves the status
-// in cacheFailure_, so nobody ever waits for a disk that has failed; the caller's next call reports it and starts
-// afresh.
+// the threads (condition 0: work to do). A thread that fails releases its buffer all the same and leaves the status in
+// cacheFailure_, so that nobody ever waits for a disk that has failed; the caller's next call reports it and starts
+// again.
 #include "FileRelated/QMXAudioFileImpl.h"
 
 #include "Foundation/Memory.h"
@@ -60,7 +60,7 @@ void QMXAudioFileImpl::startThread(CacheThread& cacheThread, std::atomic<bool>& 
             isRunning = false;
         });
     });
-    if (!cacheThread.thread.isJoinable()) { // reads and writes then go the direct way
+    if (!cacheThread.thread.isJoinable()) { // reads and writes then bypass the cache
         cacheThread.worker.reset();
         isRunning = false;
     }
@@ -75,7 +75,7 @@ void QMXAudioFileImpl::endThreads()
         cacheThread->thread.join();
         cacheThread->worker.reset();
     }
-    writeThreadIsRunning = readThreadIsRunning = false; // where fork() took the threads they could not tell
+    writeThreadIsRunning = readThreadIsRunning = false; // in a forked child the threads are gone and did not clear them
 }
 
 void QMXAudioFileImpl::setUseCache(bool uses)
@@ -198,7 +198,7 @@ void QMXAudioFileImpl::drainWrites()
 
 void QMXAudioFileImpl::saveBufferRunLoop()
 {
-    (void)qmx::Thread::setThreadPriority(qmx::Thread::threadPriority() - writePriorityLowering); // or as it was
+    (void)qmx::Thread::setThreadPriority(qmx::Thread::threadPriority() - writePriorityLowering); // or unchanged
     while (!threadShouldExit) {
         {
             const qmx::Worker::Wait wait(*writeThread_.worker);
@@ -262,8 +262,8 @@ bool QMXAudioFileImpl::spanHolds(SInt64 offset) const
            offset - rawByteBufferStartingOffset < bytesInRawByteBuffer[currentBuffer];
 }
 
-// Makes the other buffer the current one, filled with the bytes at `offset`, and has the thread fill the one left
-// behind with what follows. eofErr at the end of the data.
+// Makes the other buffer the current one, filled with the bytes at `offset`, and has the thread fill the one before
+// with what follows. eofErr at the end of the data.
 OSStatus QMXAudioFileImpl::turnToBufferWith(SInt64 offset)
 {
     finishFill();
@@ -318,7 +318,7 @@ void QMXAudioFileImpl::emptySpan()
 
 void QMXAudioFileImpl::fillBufferRunLoop()
 {
-    (void)qmx::Thread::setThreadPriority(qmx::Thread::threadPriority() + readPriorityRaising); // or as it was
+    (void)qmx::Thread::setThreadPriority(qmx::Thread::threadPriority() + readPriorityRaising); // or unchanged
     while (!threadShouldExit) {
         {
             const qmx::Worker::Wait wait(*readThread_.worker);

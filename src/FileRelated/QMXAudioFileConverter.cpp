@@ -18,7 +18,7 @@ namespace
 
 constexpr UInt32 framesAtOnce = 1024;
 
-/// The bytes of the buffer: what is stated is a lower bound, the block holds all frames of a pass.
+/// Bytes of the buffer, which must hold all frames of a pass: the stated size is only a lower bound.
 UInt32 bufferSize(const QMXAudioStreamBasicDescription& client)
 {
     const UInt32 channels = std::max<UInt32>(1, client.channelsPerFrame());
@@ -39,7 +39,7 @@ bool fitsSixteenBits(const AudioStreamBasicDescription& format)
     return format.mBytesPerFrame > 0 && format.mBytesPerFrame <= format.mChannelsPerFrame * sizeof(SInt16);
 }
 
-/// The format of the new file. A lossless coding without a wish would keep 24 bits of the client's floats.
+/// The format of the new file. A lossless coding left to choose would keep 24 bits of the client's floats.
 AudioStreamBasicDescription targetFormat(const AudioStreamBasicDescription& wish, AudioFileTypeID type,
                                          const AudioStreamBasicDescription& source)
 {
@@ -49,7 +49,7 @@ AudioStreamBasicDescription targetFormat(const AudioStreamBasicDescription& wish
     return format;
 }
 
-/// Tells the destination which channel is which, where the source knows.
+/// Passes the source's channel layout on, if it has one.
 void passLayoutOn(const QMXExtAudioFile& source, const QMXExtAudioFile& destination)
 {
     UInt32 size = 0;
@@ -146,7 +146,7 @@ OSStatus QMXAudioFileConverterImpl::prepare(Conversion& conversion, const std::s
     return conversion.buffers ? noErr : kAudio_MemFullError;
 }
 
-/// Copies all frames; gives the status of the last write.
+/// Copies all frames; returns the status of the last write.
 OSStatus QMXAudioFileConverterImpl::copyFrames(const Conversion& conversion, QMXProgressSubscriber* subscriber)
 {
     AudioBufferList& buffers = *conversion.buffers;
@@ -180,7 +180,7 @@ OSStatus QMXAudioFileConverterImpl::copyFrames(const Conversion& conversion, QMX
     return status;
 }
 
-/// What `step` gives; kAudio_MemFullError, which is told, where it runs out of memory.
+/// The result of `step`; kAudio_MemFullError, kept as the failure, when it runs out of memory.
 template <class Step> OSStatus QMXAudioFileConverterImpl::inMemory(Step step)
 {
     return failure_.keepFirst(qmx::withinMemory(kAudio_MemFullError, step), mInputFilePath, "could not be converted");

@@ -24,7 +24,7 @@ OSStatus told(OSStatus status, const QMXAudioFile& file)
                                "could not be copied");
 }
 
-/// Every `step` bytes a frame, as many as `staged` has room for; gives the position it came to. Positions are 32 bits
+/// Reads a frame every `step` bytes, at most `room` frames; returns the position it reached. Positions are 32 bits
 /// wide, which is intended.
 UInt32 stageFrames(QMXAudioFile& file, UInt32 position, UInt32 end, UInt32 step, Byte* staged, UInt64 room,
                    UInt64 count, QMXProgressSubscriber* subscriber)

@@ -17,21 +17,21 @@ public:
     QMXAudioFileFrameIntervalCopier() = delete;
 
     /// Copies frames `fromFrame`, `fromFrame` + `interval`, ... below `toFrame` (cut to the file's length) as
-    /// big-endian 32-bit floats into `buffer`, and gives the number of frames of the file that were stepped over. With
-    /// a null buffer nothing is read, and the result is the count of frames that a call with one copies: it takes count
-    /// x channels x 4 bytes. 0 for an empty stretch, an interval of 0, and a file without bytes per frame. Files with
-    /// more than 4 GiB of audio are out of range.
+    /// big-endian 32-bit floats into `buffer`, and returns the number of frames of the file that were stepped over.
+    /// With a null buffer nothing is read, and the result is the count of frames that a call with one copies: it takes
+    /// count x channels x 4 bytes. 0 for an empty stretch, an interval of 0, and a file without bytes per frame. Files
+    /// with more than 4 GiB of audio are out of range.
     ///
-    /// A read or a conversion that fails ends the copy and is not seen in the result: what the file did not give is
-    /// silence, and lastStatus() tells.
+    /// A failed read or conversion ends the copy but does not show in the result: the rest is silence, and lastStatus()
+    /// reports the failure.
     ///
-    /// `file` is open for reading. `subscriber` (may be null) hears after each frame the bytes read so far divided by
-    /// the count: up to the bytes per frame, not 1. Blocks; any thread but the real-time ones.
+    /// `file` must be open for reading. `subscriber` (may be null) receives, after each frame, the bytes read so far
+    /// divided by the count: up to the bytes per frame, not 1, as intended. Blocks; any thread but the real-time ones.
     static UInt32 copyFramesWithInterval_fromFile_interval_toBuffer_fromFrame_toFrame(QMXProgressSubscriber* subscriber,
                                                                                       QMXAudioFile& file,
                                                                                       UInt32 interval, void* buffer,
                                                                                       SInt64 fromFrame, SInt64 toFrame);
-    /// The status of what failed in the calling thread's last copy; 0 when nothing did.
+    /// The status of the failure in the calling thread's last copy; 0 if nothing failed.
     static OSStatus lastStatus();
     /// The same as a sentence for people that names the file, empty when nothing failed.
     static std::string lastError();

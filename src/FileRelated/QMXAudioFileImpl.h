@@ -161,7 +161,7 @@ private:
     SInt64 rawByteBufferOffsetInFile = 0;
     std::array<UInt32, 2> bytesInRawByteBuffer{};
 
-    // filled buffers in the order they are to be saved; the caller makes, the write thread saves
+    // filled buffers in the order in which they are saved; the caller adds, the write thread saves
     std::array<Span, 2> handOvers_;
     std::atomic<UInt64> handOversMade_{0};
     UInt64 handOversSaved_ = 0;

@@ -55,7 +55,7 @@ void keepForever(AudioBufferList* block)
     static std::mutex mutex;
     static auto* const kept = new std::vector<AudioBufferList*>;
     const std::scoped_lock lock(mutex);
-    (void)qmx::withinMemory([&] { kept->push_back(block); }); // else it is kept all the same, by nobody
+    (void)qmx::withinMemory([&] { kept->push_back(block); }); // or leaked, which keeps it as well
 }
 
 struct CloseFile {

@@ -16,20 +16,20 @@ class QMXProgressSubscriber;
 /// itself. The processor gets native 32-bit floats, one buffer per channel, always whole passes; what is written back
 /// is cut to the range.
 ///
-/// Failing steps print one line each to standard error, and lastStatus() tells the first of them; the results tell no
-/// more than is said below. A status other than 0 from the processor ends the run before its pass is written; a read or
-/// write that fails, on a full disk for instance, ends it too. The passes before stay written. A file of compressed
+/// Failing steps print one line each to standard error, and lastStatus() reports the first of them; the results report
+/// no more than is said below. A status other than 0 from the processor ends the run before its pass is written; a read
+/// or write that fails, on a full disk for instance, ends it too. The passes before stay written. A file of compressed
 /// packets cannot be processed and stays as it is.
 ///
-/// What the processor or the subscriber throws ends the run likewise and goes on to the caller: the files are closed,
-/// and the one that was written stays as far as it came.
+/// An exception from the processor or the subscriber also ends the run and reaches the caller: the files are closed,
+/// and the written file keeps what it has.
 ///
-/// All on the caller's thread, which blocks; any but the real-time ones.
+/// Everything runs on the calling thread, which blocks; any thread but the real-time ones.
 class QMX_EXPORT QMXAudioFileProcessor : public qmx::Object
 {
 public:
-    /// Keeps all three (the last two may be null: nothing is changed then, nobody hears) and opens the file to learn
-    /// its format.
+    /// Keeps all three arguments (without a processor nothing is changed, without a subscriber progress is not
+    /// reported) and opens the file to learn its format.
     static std::shared_ptr<QMXAudioFileProcessor>
     initWithSourcePath_processFramesWith_progressSubscriber(const std::string& path,
                                                             std::shared_ptr<QMXAudioProcessor> processor,
@@ -37,30 +37,30 @@ public:
 
     /// Writes the processed frames from `startFrame` up to `endFrame` (cut to the file's end) to a new file in the
     /// source's data format: AIFF-C for 32-bit samples, else AIFF. The processor sees all channels. -1 for an end
-    /// before the start; else the status of closing the new file, which is -50 where it could not be made (a file that
-    /// exists, a format that AIFF does not hold).
+    /// before the start; else the status of closing the new file, -50 if it could not be made (an existing file, a
+    /// format that AIFF does not hold).
     [[nodiscard]] virtual OSStatus copyFramesToPath_startFrame_endFrame(const std::string& destinationPath,
                                                                         SInt64 startFrame, SInt64 endFrame) = 0;
     /// Rewrites the frames from `startFrame` up to `endFrame` (cut to the file's end) in the file itself, and nothing
     /// else in it. The processor sees two channels: the first two, or the only one twice; further ones keep their
-    /// samples. Gives the status of closing the file; the object's view of the file stays closed.
+    /// samples. Returns the status of closing the file; the object's view of the file stays closed.
     [[nodiscard]] virtual OSStatus processFrames_endFrame(SInt64 startFrame, SInt64 endFrame) = 0;
 
-    /// The status of the first step that failed in the last run, or in opening the file when the object is new: also of
-    /// a pass that could not be read, processed or written, and of a file that cannot be processed. 0 when none did.
-    /// Any thread but the real-time ones.
+    /// The status of the first step that failed in the last run, or in opening the file of a new object: also of a pass
+    /// that could not be read, processed or written, and of a file that cannot be processed. 0 if none did. Any thread
+    /// but the real-time ones.
     virtual OSStatus lastStatus() const = 0;
     /// The same as a sentence for people that names the file, empty when nothing failed. Any thread but those.
     virtual std::string lastError() const = 0;
 
-    /// The usual sample format of a file type: 16-bit integers, big-endian but in WAVE; floats in AIFF-C. All zero for
-    /// types without uncompressed audio.
+    /// The usual sample format of a file type: 16-bit integers, big-endian except in WAVE; floats in AIFF-C. All zero
+    /// for types without uncompressed audio.
     static AudioStreamBasicDescription suitableStreamFormatForFileType(AudioFileTypeID fileType);
     /// Reverses the bytes of each whole word of `wordLength` bytes in `length` bytes.
     static void swapBytes_wordLength_length(void* buffer, UInt32 wordLength, UInt64 length);
 
-    /// What the decoding callback works on: it reads packets of the file at an offset into a buffer list, and moves the
-    /// offset on.
+    /// The state of the decoding callback, which reads packets of the file at an offset into a buffer list and advances
+    /// the offset.
     struct ConverterInfo {
         AudioFileID mAudioFile = nullptr;
         SInt64 mPacketOffset = 0;
@@ -68,12 +68,12 @@ public:
     };
 };
 
-/// Gives a converter the packets that its ConverterInfo (`userData`) is at.
+/// Supplies a converter with the packets at the position of its ConverterInfo (`userData`).
 [[nodiscard]] QMX_EXPORT OSStatus FileInputAudioConverterDataProc(AudioConverterRef converter, UInt32* packetCount,
                                                                   AudioBufferList* data,
                                                                   AudioStreamPacketDescription** packetDescriptions,
                                                                   void* userData);
-/// Gives a converter the samples of the buffer list `userData`. Always 0.
+/// Supplies a converter with the samples of the buffer list `userData`. Always 0.
 [[nodiscard]] QMX_EXPORT OSStatus FileOutputAudioConverterDataProc(AudioConverterRef converter, UInt32* packetCount,
                                                                    AudioBufferList* data,
                                                                    AudioStreamPacketDescription** packetDescriptions,

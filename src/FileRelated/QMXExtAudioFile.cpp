@@ -111,7 +111,7 @@ QMXExtAudioFileImpl::QMXExtAudioFileImpl(const std::string& path, QMXAudioFileAc
     resolveReferences();
 }
 
-/// A reference is of something that is there: what is made later is looked for again.
+/// References are to existing items only: a file that is made later is looked up again.
 void QMXExtAudioFileImpl::resolveReferences()
 {
     const std::string root = "/", here = ".";
@@ -138,7 +138,7 @@ OSStatus QMXExtAudioFileImpl::openForReading()
     UInt32 size = sizeof mFileFormat;
     told(checked(ExtAudioFileGetProperty(mExtAudioFileRef, kExtAudioFileProperty_FileDataFormat, &size, &mFileFormat)),
          cannotBeOpened);
-    if (mClientFormat.mFormatFlags != 0) // which is how a client format shows that was given
+    if (mClientFormat.mFormatFlags != 0) // nonzero flags show that a client format was given
         status = setClientStreamFormat(mClientFormat);
     else
         noteClientFormat();
@@ -168,13 +168,13 @@ OSStatus QMXExtAudioFileImpl::openForWriting()
     return status;
 }
 
-/// Keeps the first failure of an operation; gives the status.
+/// Keeps the first failure of an operation; returns the status.
 OSStatus QMXExtAudioFileImpl::told(OSStatus status, const char* whatFailed) const
 {
     return failure_.keepFirst(status, mOriginalFilePath, whatFailed);
 }
 
-/// Opening succeeded with status 0, else nothing of it stays.
+/// Status 0 keeps the file open; any other closes it.
 OSStatus QMXExtAudioFileImpl::keepOpenIf(OSStatus status)
 {
     isOpen_ = status == noErr;
@@ -183,7 +183,7 @@ OSStatus QMXExtAudioFileImpl::keepOpenIf(OSStatus status)
     return status;
 }
 
-/// The platform may have a client format though none was given or taken.
+/// The platform may have a client format though none was given or accepted.
 void QMXExtAudioFileImpl::noteClientFormat()
 {
     AudioStreamBasicDescription format;
@@ -358,7 +358,7 @@ OSStatus QMXExtAudioFileImpl::writeSynch_numberFrames(const AudioBufferList* buf
                     [&] { return checked(ExtAudioFileWrite(mExtAudioFileRef, numberFrames, buffers)); });
 }
 
-/// On real-time threads without a trace.
+/// On real-time threads failures are not recorded.
 template <class Call> OSStatus QMXExtAudioFileImpl::transfer(const char* whatFailed, Call call)
 {
     if (qmx::isRealTime())

@@ -11,7 +11,7 @@ class QMX_EXPORT ByteUtility : public qmx::Object
 {
 public:
     /// Reverses each word of `wordLength` bytes from `bytes` until `length` bytes are reached or passed: a last word
-    /// that begins before `length` is reversed whole, so callers pass whole words. A word length of 0 does nothing.
+    /// that starts before `length` is reversed whole, so callers pass whole words. A word length of 0 does nothing.
     static void toNetworkByteOrder_wordLength_length(UInt8* bytes, UInt32 wordLength, UInt32 length);
     /// Reverses one word of 4 bytes.
     static void toNetworkByteOrder32bit(void* word);

@@ -16,7 +16,7 @@ struct CodeText {
     const char* text;
 };
 
-/// The code's text, null where the table has none.
+/// The code's text, null if the table has none.
 template <std::size_t count> const char* findText(const CodeText (&table)[count], UInt32 code)
 {
     const CodeText* entry = std::ranges::find(table, code, &CodeText::code);

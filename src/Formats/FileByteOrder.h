@@ -8,8 +8,8 @@ namespace qmx
 {
 
 /// The format with the byte order that programs expect in files of `type`: linear PCM in WAVE is little-endian,
-/// whatever `format` says. Other codings and types keep what they have. The audio file service itself takes every
-/// format as it stands.
+/// whatever `format` says. Other codings and types keep what they have. The audio file service itself accepts every
+/// format unchanged.
 AudioStreamBasicDescription inByteOrderOfType(AudioStreamBasicDescription format, AudioFileTypeID type);
 
 } // namespace qmx

@@ -22,7 +22,7 @@ OSStatus LastFailure::keepFirst(OSStatus status, std::string_view subject, std::
     if (status == noErr || this->status() != noErr)
         return status;
     std::string sentence;
-    (void)withinMemory([&] { // else without a sentence
+    (void)withinMemory([&] { // without memory, no sentence is kept
         std::string whole(subject);
         whole.append(" ").append(what).append(": ");
         sentence = reason.empty() ? whole + fileFailureReason(status) : whole.append(reason);

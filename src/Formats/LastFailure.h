@@ -17,8 +17,9 @@ public:
     void set(OSStatus status, std::string sentence);
     void clear() { set(noErr, {}); }
 
-    /// Keeps `status` and "<subject> <what>: <reason>", without memory no sentence; nothing for noErr, or where a
-    /// failure is kept already. The reason is that of the status unless another is given. Gives `status`.
+    /// Keeps `status` and the sentence "<subject> <what>: <reason>" (none when memory runs out). Does nothing for
+    /// noErr, or if a failure is kept already. The reason is that of the status unless another is given. Returns
+    /// `status`.
     OSStatus keepFirst(OSStatus status, std::string_view subject, std::string_view what,
                        std::string_view reason = {}) noexcept;
 
@@ -30,7 +31,8 @@ public:
         return other.lastStatus();
     }
 
-    /// An operation of the object while it lives. It begins without a failure; one inside another is a part of it.
+    /// Marks an operation of the object. The outermost one forgets the last failure; one inside another is a part of
+    /// it.
     class Operation
     {
     public:
@@ -52,7 +54,7 @@ private:
     mutable std::mutex lock_;
     OSStatus status_ = noErr;
     std::string sentence_;
-    int operations_ = 0; // inside each other
+    int operations_ = 0; // nested ones
 };
 
 } // namespace qmx

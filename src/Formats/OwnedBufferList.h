@@ -12,7 +12,7 @@ struct DestroyBufferList {
     void operator()(AudioBufferList* list) const { QMXAudioBufferList::destroyBuffers(list); }
 };
 
-/// A list of sample buffers that goes with its owner.
+/// A list of sample buffers that is destroyed with its owner.
 using OwnedBufferList = std::unique_ptr<AudioBufferList, DestroyBufferList>;
 
 } // namespace qmx

@@ -14,10 +14,10 @@ namespace qmx
 /// One value in a block of its own, followed by zeros (64 bytes at least).
 struct PropertyBlock {
     HeapBlock block = nullptr; ///< null: there is none
-    UInt32 size = 0;           ///< bytes that were given
+    UInt32 size = 0;           ///< bytes of the value
     OSStatus status = noErr;
 
-    /// The entry at the beginning, all zeros when there is none.
+    /// The first entry, all zeros when there is none.
     template <class Entry> Entry first() const
     {
         Entry entry{};
@@ -39,7 +39,7 @@ struct PropertyBlock {
 PropertyBlock allocatePropertyBlock(UInt32 size);
 /// Reads a device's value, as QMXAudioDeviceUtils::anyProperty_propertyID_forChannel_isInput does.
 PropertyBlock readDeviceProperty(AudioDeviceID device, AudioDevicePropertyID propertyID, UInt32 channel, bool isInput);
-/// Asks for the bytes of a value of the hardware as a whole, 0 on failure, which is logged.
+/// Sets `*size` to the bytes of a value of the hardware as a whole, 0 on failure, which is logged.
 [[nodiscard]] OSStatus hardwarePropertySize(AudioHardwarePropertyID propertyID, UInt32* size);
 /// Reads such a value; failures are logged.
 PropertyBlock readHardwareProperty(AudioHardwarePropertyID propertyID);
@@ -48,7 +48,7 @@ PropertyBlock readHardwareProperty(AudioHardwarePropertyID propertyID);
 [[nodiscard]] OSStatus setDeviceProperty(AudioDeviceID device, AudioDevicePropertyID propertyID, UInt32 channel,
                                          bool isInput, UInt32 size, const void* data);
 
-/// Keeps `status` as the last reported one and gives it back.
+/// Keeps `status` as the last reported one and returns it.
 OSStatus reported(OSStatus status);
 
 } // namespace qmx

@@ -11,7 +11,7 @@ namespace
 
 constexpr UInt32 kTooLarge = UINT32_MAX;
 
-// Only the first buffers are compared; further ones are taken to match, which is intended.
+// Only the first buffers are compared; further ones are assumed to match, which is intended.
 bool haveSameShape(const AudioBufferList* a, const AudioBufferList* b)
 {
     return a && b && a->mNumberBuffers == b->mNumberBuffers && a->mNumberBuffers > 0 &&

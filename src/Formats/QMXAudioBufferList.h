@@ -6,7 +6,7 @@
 #include "Foundation/Object.h"
 
 /// Makes, copies, clears and frees lists of sample buffers on the heap. A list is one block, each entry's data another.
-/// Whoever gets a list from here owns it and frees it with destroyBuffers(). Any thread; making and freeing allocate,
+/// The caller owns a list made here and frees it with destroyBuffers(). Any thread; making and freeing allocate,
 /// copying and clearing do not.
 class QMX_EXPORT QMXAudioBufferList : public qmx::Object
 {
@@ -25,6 +25,5 @@ public:
     static void destroyBuffers(AudioBufferList* list);
 };
 
-/// The bytes of a list block for `count` buffers, their data not counted; UINT32_MAX where that is more than 32 bits
-/// hold.
+/// The bytes of a list block for `count` buffers, their data not counted; UINT32_MAX if that exceeds 32 bits.
 QMX_EXPORT UInt32 calculateByteSize(UInt32 count);

@@ -11,8 +11,8 @@
 /// Texts for people and logs from the platform's codes, and the properties of the hardware and of devices as plain
 /// values. Any thread but the real-time ones.
 ///
-/// Blocks that are returned are followed by zeros, 64 bytes at least, so that a record read from a value that is too
-/// short has zeros in the rest.
+/// Returned blocks are followed by at least 64 zero bytes, so that a record read from a value that is too short has
+/// zeros in the rest.
 class QMX_EXPORT QMXAudioDeviceUtils : public qmx::Object
 {
 public:
@@ -22,7 +22,7 @@ public:
     static std::string errorMessage(OSStatus status);
     /// The same, followed by the property's name in parentheses.
     static std::string errorMessage_forProperty(OSStatus status, UInt32 propertyID);
-    /// A coding's name, "Unknown format" where it has none.
+    /// A coding's name, "Unknown format" if it has none.
     static std::string formatNameForID(AudioFormatID formatID);
     /// The name of the constant for a property of the hardware, of a device or of a stream. A code that a device and a
     /// stream share gives the device's name.
@@ -39,7 +39,7 @@ public:
     [[nodiscard]] static bool setHardwareProperty_inData(AudioHardwarePropertyID propertyID, const void* data);
 
     // --- Devices. `isInput` names the section, `channel` one of its channels or 0 for all. Readers log nothing, but
-    // --- for a value of no bytes. What is left out: channel 0 of the input section.
+    // --- for a value of no bytes. Left-out arguments mean channel 0 of the input section.
 
     /// Bytes of a value; 0 on failure.
     static UInt32 sizeOfPropertyData_propertyID_forChannel_isInput(AudioDeviceID device,
@@ -80,10 +80,10 @@ public:
 
     // --- The last status
 
-    /// The status of the process's last size query or read, 0 after a success; means something right after it on
-    /// the same thread.
+    /// The status of the process's last size query or read, 0 after a success; meaningful only right after it, on the
+    /// same thread.
     static OSStatus lastReportedError();
-    /// A switch for whoever prints more while it is on; off at first.
+    /// A switch that callers may read to print more; off by default.
     static void setPrintDebug(bool prints);
     static bool printDebug();
 };

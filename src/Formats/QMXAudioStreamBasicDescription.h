@@ -7,9 +7,9 @@
 
 #include <memory>
 
-/// The format of a stream of audio data, as it is handed between devices, files, converters and recorders. Mutable:
-/// whoever shares an object shares its changes; a copy is a new object made from the old one's record. One thread at
-/// a time per object.
+/// The format of a stream of audio data, as it is handed between devices, files, converters and recorders. Mutable: all
+/// holders of an object share its changes; a copy is a new object made from the old one's record. One thread at a time
+/// per object.
 class QMX_EXPORT QMXAudioStreamBasicDescription : public qmx::Object
 {
 public:
@@ -64,7 +64,7 @@ public:
     bool isAlignedHigh() const { return hasFlag(kAudioFormatFlagIsAlignedHigh); }
     bool isNonInterleaved() const { return hasFlag(kAudioFormatFlagIsNonInterleaved); }
 
-    /// The coding's name for people, "Unknown format" where it has none.
+    /// The coding's name for people, "Unknown format" if it has none.
     std::string formatIDName() const;
 
     /// One line for menus and logs: "44100Hz, stereo, 16 bits".

@@ -7,7 +7,7 @@
 
 #include <memory>
 
-/// A range of values from a minimum to a maximum, for example of the sample rates that a device knows. Does not change.
+/// A range of values from a minimum to a maximum, for example of the sample rates that a device supports. Immutable.
 class QMX_EXPORT QMXAudioValueRange : public qmx::Object
 {
 public:

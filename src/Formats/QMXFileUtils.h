@@ -7,16 +7,16 @@
 
 #include <memory>
 
-/// From paths (UTF-8) to the platform's file references, and a file's creator and type codes. Any thread.
+/// Turns paths (UTF-8) into the platform's file references, and sets a file's creator and type codes. Any thread.
 class QMX_EXPORT QMXFileUtils : public qmx::Object
 {
 public:
     /// The path's zero-terminated file-system representation, a copy that the caller owns.
     static std::unique_ptr<UInt8[]> makeUnicode(const std::string& path);
-    /// Makes a reference to the existing item at `path`; false, and an empty reference, where there is none.
+    /// Makes a reference to the existing item at `path`; false, and an empty reference, if there is none.
     static bool makeFSRef_fromPath(FSRef* reference, const std::string& path);
-    /// Makes directory and name of the existing item at `path`; false where there is none.
+    /// Makes directory and name of the existing item at `path`; false if there is none.
     static bool makeFSSpec_fromPath(FSSpec* item, const std::string& path);
-    /// Tags the file with two four-character codes. Where the file system keeps none, nothing happens.
+    /// Tags the file with two four-character codes. Does nothing on a file system that keeps none.
     static void changeCreatorAndType_creator_fileType(const std::string& path, OSType creator, OSType fileType);
 };

@@ -38,13 +38,13 @@ OSStatus setMaximumFrames(AudioUnit unit)
                                 &MAX_FRAMES_PER_SLICE, sizeof MAX_FRAMES_PER_SLICE);
 }
 
-/// The bytes of one of `count` equal pieces that the buffers have room for, in each buffer.
+/// The bytes of one of `count` equal pieces that a buffer has room for; all buffers are sized like the first.
 UInt64 bytesOfEach(const AudioBufferList& data, UInt32 count)
 {
     return data.mNumberBuffers > 0 && count > 0 ? data.mBuffers[0].mDataByteSize / count : 0;
 }
 
-/// Cuts the buffers down to `bytes` each, where they hold more.
+/// Cuts each buffer down to at most `bytes`.
 void keepAtMost(UInt64 bytes, AudioBufferList& data)
 {
     AudioBuffer* const buffers = data.mBuffers;
@@ -60,7 +60,7 @@ public:
                           std::shared_ptr<QMXAudioStreamBasicDescription> destinationFormat);
     ~QMXAudioConverterImpl() override;
 
-    /// Makes both routes; whether the platform can convert at all.
+    /// Makes both routes; returns whether the platform can convert at all.
     bool setUp();
 
     OSStatus lastStatus() const override { return failure_.status(); }
@@ -112,7 +112,7 @@ private:
     AudioUnit mOutputUnit = nullptr;
     AUNode mOutputNode = 0;
     std::shared_ptr<QMXAudioConverterDelegate> mDelegate;
-    bool mChainTakesSource = false; ///< the chain can make sound of what the delegate gives
+    bool mChainTakesSource = false; ///< the chain accepts the source format
     mutable qmx::LastFailure failure_;
 };
 
@@ -151,7 +151,7 @@ OSStatus QMXAudioConverterImpl::told(OSStatus status, const char* whatFailed) co
     return failure_.keepFirst(status, "The converter", whatFailed);
 }
 
-/// Builds the pull chain. Every step is tried, whatever became of those before it.
+/// Builds the pull chain. Every step is tried, even after one that failed.
 void QMXAudioConverterImpl::setupGraph()
 {
     reported(NewAUGraph(&mGraph));
@@ -186,7 +186,7 @@ void QMXAudioConverterImpl::setupInternalStreamFormat()
     UInt32 size = sizeof mAUInternalFormat;
     reported(AudioUnitGetProperty(unit, kAudioUnitProperty_StreamFormat, kAudioUnitScope_Input, 0, &mAUInternalFormat,
                                   &size));
-    Float64 deviceRate = 0; // intended: asked for and not used
+    Float64 deviceRate = 0; // intended: queried but not used
     size = sizeof deviceRate;
     reported(AudioUnitGetProperty(unit, kAudioDevicePropertyNominalSampleRate, kAudioUnitScope_Input, 0, &deviceRate,
                                   &size));
@@ -277,7 +277,7 @@ UInt32 QMXAudioConverterImpl::sampleRateConverterQuality() const
     return property(kAudioConverterSampleRateConverterQuality, 0);
 }
 
-/// The property's value; what it was at first when the platform fails.
+/// The property's value; `valueAtFirst` when the platform fails.
 UInt32 QMXAudioConverterImpl::property(AudioConverterPropertyID property, UInt32 valueAtFirst) const
 {
     const qmx::LastFailure::Operation operation(failure_);

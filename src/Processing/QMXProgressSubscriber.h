@@ -3,12 +3,13 @@
 
 #include "Foundation/Export.h"
 
-/// Hears how far a long operation is, on the thread that runs it. Operations left out do nothing.
+/// Receives the progress of a long operation, on the thread that runs it. Operations that are not overridden do
+/// nothing.
 class QMX_EXPORT QMXProgressSubscriber
 {
 public:
     virtual ~QMXProgressSubscriber();
 
-    /// What `progress` counts, usually from 0 to 1, is said by the operation.
+    /// `progress` usually runs from 0 to 1; an operation that counts otherwise says so.
     virtual void progressUpdate(float progress);
 };

@@ -20,7 +20,7 @@ public:
     /// The same in decibels: 0 is a gain of 1.0, -20 one of 0.1.
     void setVolumeDecibels(Float32 decibels);
 
-    /// Nothing: the control has no history.
+    /// Does nothing: the control has no history.
     void reset() override = 0;
     /// Multiplies `*numberOfFrames` frames of each buffer, interleaved or not; the buffers hold at least as many native
     /// floats, whatever their byte sizes say. Render threads. Always 0.

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Life, settings and control, and what the file answers. The way of the sound is in QMXAudioRecorderSaving.cpp.
+// Life, settings and control, and queries of the file. The path of the sound is in QMXAudioRecorderSaving.cpp.
 #include "Recording/QMXAudioRecorder.h"
 
 #include "Devices/QMXAudioDevice.h"
@@ -78,11 +78,11 @@ void openInByteOrderOfType(QMXAudioFile& file)
 {
     const AudioFileTypeID type = file.fileType();
     if (const auto format = file.fileStreamFormat()) {
-        (void)file.setFileStreamFormat( // opening tells
+        (void)file.setFileStreamFormat( // opening reports a failure
             QMXAudioStreamBasicDescription(qmx::inByteOrderOfType(*format->audioStreamBasicDescription(), type)));
         file.setFileType(type); // the format set another one
     }
-    (void)file.open(); // the file tells
+    (void)file.open(); // the file keeps its failure
 }
 
 } // namespace
@@ -133,12 +133,12 @@ bool QMXAudioRecorder::Implementation::begin(const std::shared_ptr<QMXAudioDevic
 
 void QMXAudioRecorder::Implementation::take(const std::shared_ptr<QMXAudioFile>& file)
 {
-    audioFilePath_ = audioFilePath(); // intended: asked before there is a file, so it stays empty
+    audioFilePath_ = audioFilePath(); // intended: read before there is a file, so it stays empty
     _audioFile = file;
-    (void)file->close();                                       // what was on its way is its owner's
+    (void)file->close();                                       // what is still queued is its owner's concern
     file->changeAccessMode(QMXAudioFileAccessMode::readWrite); // intended: a closed file keeps its mode
     if (_destinationFormat)
-        (void)file->setFileStreamFormat(*_destinationFormat); // opening tells
+        (void)file->setFileStreamFormat(*_destinationFormat); // opening reports a failure
     file->setUseCache(useAudioFileCache);
 }
 
@@ -280,7 +280,7 @@ bool QMXAudioRecorder::Implementation::record()
         failure_.clear();
     if (!rawByteBuffer.isAllocated())
         return refuse(memFullErr, noMemory);
-    if (inputChannelsOf(*_inputDevice) != deviceChannels_) // what came would be taken for other channels
+    if (inputChannelsOf(*_inputDevice) != deviceChannels_) // the bytes would be taken for other channels
         return refuse(kAudioDeviceUnsupportedFormatError,
                       aboutDevice("is gone or has other channels than when the recorder was set up"));
     if (!openFile())
@@ -301,8 +301,8 @@ bool QMXAudioRecorder::Implementation::record()
     return starts;
 }
 
-/// Opens the file, and makes it where that was not done yet. False for a file whose format cannot be written, which
-/// is closed again; a file that cannot be opened does not keep the device from running, as intended.
+/// Opens the file, and creates it if that was not done yet. False for a file whose format cannot be written, which is
+/// closed again; a file that cannot be opened does not keep the device from running, as intended.
 bool QMXAudioRecorder::Implementation::openFile()
 {
     const auto given = _audioFile;
@@ -338,7 +338,7 @@ void QMXAudioRecorder::Implementation::makeFile()
     if (!file)
         return;
     if (_destinationFormat)
-        (void)file->setFileStreamFormat(*_destinationFormat); // opening tells
+        (void)file->setFileStreamFormat(*_destinationFormat); // opening reports a failure
     file->setUseCache(useAudioFileCache);
     const std::scoped_lock lock(setupLock_);
     _audioFile = std::move(file);
@@ -350,7 +350,7 @@ bool QMXAudioRecorder::Implementation::refuse(OSStatus status, const std::string
     return false;
 }
 
-/// Keeps the reason and tells it once. Main and saving thread.
+/// Keeps the reason and reports the first failure. Main and saving thread.
 void QMXAudioRecorder::Implementation::fail(OSStatus status, const std::string& sentence)
 {
     if (_isFlushing)
@@ -360,7 +360,7 @@ void QMXAudioRecorder::Implementation::fail(OSStatus status, const std::string& 
         failed_->send();
 }
 
-/// A device without sound for the recorder keeps it alive no longer.
+/// Unsubscribes from a device that brings no sound, so that it no longer keeps the recorder alive.
 void QMXAudioRecorder::Implementation::giveDeviceUp(OSStatus status, const std::string& reason)
 {
     _inputDevice->removeAudioIOSubscriber_forInput(*this, true);
@@ -434,7 +434,7 @@ bool QMXAudioRecorder::Implementation::stop()
 bool QMXAudioRecorder::Implementation::flush()
 {
     if (recorderState != ended || _isFlushing.exchange(true))
-        return false; // the lock that the first flush took is never given back, as intended
+        return false; // the lock that the first flush took is never released, as intended
     if (rawByteBuffer.filled() > 0)
         switchBuffers();
     waitUntilSaved();

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The way of the sound: from the I/O thread into the buffers, from there through the saving thread into the file.
+// The path of the sound: from the I/O thread into the buffers, from there through the saving thread into the file.
 #include "AudioToolbox/AudioConverter.h"
 #include "FileRelated/QMXAudioFile.h"
 #include "Formats/QMXAudioStreamBasicDescription.h"
@@ -46,7 +46,7 @@ bool QMXAudioRecorder::Implementation::converterSetup()
     return _audioConverter && convertedBuffer && target->bytesPerFrame() > 0; // packets cannot be written by bytes
 }
 
-/// That of the open file; before that the one that the file is to be made with.
+/// The format of the open file; before that, the one that the file is to be created with.
 std::shared_ptr<QMXAudioStreamBasicDescription> QMXAudioRecorder::Implementation::writtenFormat() const
 {
     return _audioFile && _audioFile->isOpen() ? _audioFile->fileStreamFormat() : _destinationFormat;
@@ -116,7 +116,7 @@ bool QMXAudioRecorder::Implementation::insertIntoBuffer_length(const void* bytes
     return true;
 }
 
-// Never waits for the saving thread: what that has not begun to save is overtaken.
+// Never waits for the saving thread: a full buffer not yet being saved is overwritten.
 void QMXAudioRecorder::Implementation::switchBuffers()
 {
     if (const auto overtaken = rawByteBuffer.handOver())
@@ -175,12 +175,12 @@ void QMXAudioRecorder::Implementation::convertBufferAndSaveToFile()
             return;
         UInt32 saved = block->byteCount;
         const auto failure = saveBytes(block->bytes.get(), &saved);
-        if (failure && !_isFlushing) // what a flush offers is noted since the stop
+        if (failure && !_isFlushing) // the bytes that a flush offers were noted as lost at the stop
             noteLoss(*failure, block->firstByte + saved, block->byteCount - saved);
     }
 }
 
-/// What failed, if anything did; the count is then how many of the bytes are in the file.
+/// The reason of a failure; `*byteCount` then becomes the bytes that are in the file.
 std::optional<Reason> QMXAudioRecorder::Implementation::saveBytes(const Byte* bytes, UInt32* byteCount)
 {
     const UInt32 held = std::exchange(*byteCount, 0);
@@ -194,7 +194,7 @@ std::optional<Reason> QMXAudioRecorder::Implementation::saveBytes(const Byte* by
     return Reason::write;
 }
 
-/// Gives how many bytes of the file's format are in the converted buffer then; none when it failed.
+/// Returns the bytes of the file's format in the converted buffer; none on failure.
 std::optional<UInt32> QMXAudioRecorder::Implementation::convert(const Byte* bytes, UInt32 byteCount)
 {
     OSStatus status = kAudioConverterErr_FormatNotSupported;
@@ -211,7 +211,7 @@ std::optional<UInt32> QMXAudioRecorder::Implementation::convert(const Byte* byte
     return std::nullopt;
 }
 
-/// Writes the first bytes of the converted buffer. Gives how many of them are in the file then.
+/// Writes the first bytes of the converted buffer. Returns how many of them are in the file.
 UInt32 QMXAudioRecorder::Implementation::writeConverted(UInt32 byteCount)
 {
     UInt32 written = byteCount;
@@ -243,12 +243,12 @@ UInt32 QMXAudioRecorder::Implementation::convertedRoomFor(UInt32 byteCount) cons
     return std::min(_audioConverter->calculateOutputBufferSize(byteCount), convertedBufferSizeInBytes);
 }
 
-// The end of a recording, when no cycle comes any more
+// The end of a recording, after the last cycle
 
 void QMXAudioRecorder::Implementation::saveRest()
 {
     if (writesPartialBufferAtStop_ && rawByteBuffer.filled() > 0) {
-        waitUntilSaved(); // so that it overtakes nothing
+        waitUntilSaved(); // so that nothing is overwritten
         switchBuffers();
     }
     waitUntilSaved();
@@ -264,8 +264,8 @@ void QMXAudioRecorder::Implementation::noteLossAtEnd(Reason reason, UInt64 frame
         losses_.add(reason, recordedLengthInFrames - std::min<UInt64>(frames, recordedLengthInFrames), frames);
 }
 
-/// Takes out what the rate conversion still holds, and writes it or not. Gives how many of the device's frames are
-/// lost by that. The set-up lock is held.
+/// Drains the rate conversion, and writes the result or not. Returns how many of the device's frames are lost by that.
+/// The set-up lock is held.
 UInt64 QMXAudioRecorder::Implementation::endConversion(bool writes)
 {
     if (fileFramesPerFrame_ == 1)

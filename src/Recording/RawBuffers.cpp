@@ -31,7 +31,7 @@ bool RawBuffers::allocate(UInt32 size, UInt32 waiting)
 {
     std::vector<Block> blocks(std::size_t{waiting} + 2);
     for (Block& each : blocks) {
-        each.bytes.reset(new (std::nothrow) Byte[size]()); // written once here, so that filling meets no missing page
+        each.bytes.reset(new (std::nothrow) Byte[size]()); // written once here, so that filling causes no page fault
         if (!each.bytes) {
             blocks_.clear();
             return false;
@@ -85,6 +85,6 @@ const RawBuffers::Block* RawBuffers::take()
         if (oldest->compare_exchange_strong(content, placed(0, saving_), std::memory_order_acq_rel)) {
             saving_ = block(content);
             return &blocks_[saving_];
-        } // overtaken meanwhile
+        } // replaced meanwhile
     }
 }

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The way of recorded bytes from the thread that fills buffers to the one that saves them.
+// The queue of recorded bytes between the thread that fills buffers and the one that saves them.
 #pragma once
 
 #include "CoreAudioTypes/MacTypes.h"
@@ -9,16 +9,16 @@
 #include <optional>
 #include <vector>
 
-/// Blocks of bytes: one that is being filled, one that is being saved, and between them the full ones, which wait in a
-/// row of one place or more. When the row is full the next full block takes the place of the oldest, which is lost.
-/// Neither side ever waits for the other, and no block is ever in two hands.
+/// Blocks of bytes: one being filled, one being saved, and between them a queue with room for at least one full block.
+/// When the queue is full, the next full block replaces the oldest, which is lost. Neither side ever waits for the
+/// other, and no block is ever used by both.
 class RawBuffers
 {
 public:
     struct Block {
         std::unique_ptr<Byte[]> bytes;
         UInt32 byteCount = 0;
-        UInt64 firstByte = 0; ///< position in all that was ever filled in
+        UInt64 firstByte = 0; ///< position in all bytes ever filled in
     };
     /// Bytes that were lost.
     struct Loss {
@@ -26,8 +26,8 @@ public:
         UInt32 byteCount;
     };
 
-    /// Makes blocks of `size` bytes anew, `waiting` (at least 1) of them between the two sides; false, and none,
-    /// without memory. Not while anybody fills or saves.
+    /// Allocates new blocks of `size` bytes, `waiting` (at least 1) of them for the queue; without memory false, and no
+    /// blocks. Not while any thread fills or saves.
     bool allocate(UInt32 size, UInt32 waiting);
     bool isAllocated() const { return !blocks_.empty(); }
 
@@ -36,16 +36,16 @@ public:
     UInt32 filled() const { return isAllocated() ? blocks_[filling_].byteCount : 0; }
     /// Copies `count` bytes, for which the block must have room.
     void append(const Byte* bytes, UInt32 count);
-    /// Puts the block into the row and goes on with an empty one; tells what that had held unsaved.
+    /// Queues the block and continues with an empty one; returns the loss if that one held unsaved bytes.
     std::optional<Loss> handOver();
 
     // The saving side, one thread.
 
-    /// The oldest block of the row, the saving side's until the next call; null when none waits.
+    /// The oldest block of the queue, owned by the saving side until the next call; null when none waits.
     const Block* take();
 
 private:
-    // what a place in the row holds: a block's index, and above it the block's number in order, 0 for an empty block
+    // a place in the queue holds a block's index and, above it, the block's sequence number, 0 for an empty block
     using Place = std::atomic<UInt64>;
 
     std::vector<Block> blocks_;

@@ -21,7 +21,7 @@ class QMXAudioConverter;
 namespace recorder
 {
 
-/// States; 0 is one whose making has not ended.
+/// States; 0 while the object is being made.
 constexpr SInt32 ready = 1, recording = 2, paused = 3, ended = 4;
 /// Bits of the event mask.
 constexpr UInt32 startedBit = 1, stoppedBit = 2, framesBit = 4, pausedBit = 8;
@@ -150,7 +150,7 @@ private:
     RecordingLosses losses_;
     std::optional<Float64> nextSampleTime_; // the I/O thread's
     Float64 deviceRate_ = 0;
-    UInt32 deviceChannels_ = 0; // when its stream format was told
+    UInt32 deviceChannels_ = 0; // when its stream format was set
     std::shared_ptr<qmx::Object> rateObserver_;
     std::shared_ptr<qmx::Object> deviceListObserver_;
     qmx::LastFailure failure_;

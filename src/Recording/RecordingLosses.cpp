@@ -26,9 +26,9 @@ std::vector<QMXAudioRecordingLoss> RecordingLosses::entries(Float64 fileFramesPe
         if (entry.isWritten.load(std::memory_order_acquire))
             losses.push_back(entry.loss);
     std::ranges::stable_sort(losses, {}, &QMXAudioRecordingLoss::frame);
-    UInt64 missing = 0, lostUntil = 0; // frames before that are not in the file; the end of the last lost range
+    UInt64 missing = 0, lostUntil = 0; // frames lost before the current loss; the end of the last lost range
     for (QMXAudioRecordingLoss& loss : losses) {
-        const UInt64 frame = std::max(loss.frame, lostUntil); // what lies in a lost range is where that is in the file
+        const UInt64 frame = std::max(loss.frame, lostUntil); // a loss inside a lost range is placed there
         loss.fileFrame = static_cast<UInt64>(static_cast<Float64>(frame - missing) * fileFramesPerFrame);
         if (loss.reason == Reason::timeGap)
             continue;

@@ -8,7 +8,7 @@
 #include <vector>
 
 /// Notes what a recording loses: without a lock or an allocation, from several threads. Room for a fixed number of
-/// entries; the sums go on beyond it.
+/// entries; the sums count further losses too.
 class RecordingLosses
 {
 public:
@@ -16,8 +16,8 @@ public:
 
     UInt64 droppedFrames() const { return droppedFrames_; }
     UInt32 overruns() const { return overruns_; }
-    /// In the order of their frames, with the places in the file, of which `fileFramesPerFrame` go to one recorded
-    /// frame.
+    /// In the order of their frames, with their places in the file; `fileFramesPerFrame` is the file's rate divided by
+    /// the recorded rate.
     std::vector<QMXAudioRecordingLoss> entries(Float64 fileFramesPerFrame) const;
 
 private:

@@ -34,7 +34,7 @@ void addAll(qmx::Dictionary& settings, const qmx::Dictionary& added)
         settings.setObject_forKey(value, key);
 }
 
-/// Makes all of a change, or none of it where memory is short.
+/// Makes all of a change, or none of it if memory is short.
 template <class Change> void change(qmx::Dictionary& settings, Change make)
 {
     const bool isMade = qmx::withinMemory([&] {

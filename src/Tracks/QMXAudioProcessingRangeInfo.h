@@ -45,13 +45,13 @@ public:
     const std::shared_ptr<qmx::Dictionary>& processingSettings() const { return _settings; }
     /// Replaces all settings by copies of the given entries.
     void setProcessingSettings(const qmx::Dictionary& settings);
-    /// Adds the given entries, which replace those of equal names.
+    /// Adds the given entries; existing ones of the same names are replaced.
     void addProcessingSettings(const qmx::Dictionary& settings);
     void addProcessingSettingFloat_value(const std::string& key, Float32 value);
     void addProcessingSettingInt_value(const std::string& key, SInt32 value);
 
-    /// Ranges of one name, begin and end are equal whatever their settings. Any object of another class also compares
-    /// equal; so does any but one of its own class where this object is of a derived one.
+    /// Ranges with the same name, start and end are equal, whatever their settings. Any object of another class also
+    /// compares equal, as intended; if this object is of a derived class, so does any object that is not of that class.
     bool isEqual(const qmx::Object* other) const override;
     /// Name and range in one line.
     std::string description() const override;

@@ -73,7 +73,7 @@ struct Blocks {
     explicit Blocks(QMXAudioFile& file)
     {
         frames = truncated<UInt32>(file.sampleRate() / blocksPerSecond);
-        if (frames == 0) // not opened, or slower than the blocks
+        if (frames == 0) // not opened, or a sample rate below the blocks' rate
             return;
         // Intended: the product wraps for files longer than 858,993,459 frames.
         const UInt32 fifths = file.lengthInFrames() * blocksPerSecond;
@@ -115,8 +115,7 @@ public:
     bool hasMore() const { return remaining_ > 0; }
     const SInt16* samples() const { return block_.get(); }
 
-    /// Fills the block; gives its bytes. After a failed read, which is the last, the block counts with whatever it
-    /// holds.
+    /// Fills the block; returns its bytes. A failed read is the last one; its block counts with whatever it holds.
     UInt32 readBlock() { return converter_ ? readConverted() : readDirectly(); }
 
 private:
@@ -187,8 +186,7 @@ bool isRunCancelled()
     return isCancelled.load(std::memory_order_relaxed);
 }
 
-/// Counts the crossings of each block into `counts`. Blocks past their number are reported, but have no place to be
-/// kept.
+/// Counts the crossings of each block into `counts`. Blocks past `blockCount` are reported but not stored.
 void countBlocks(BlockReader& reader, const AudioStreamBasicDescription& format, SInt16 level, UInt32* counts,
                  UInt32 blockCount)
 {

@@ -66,12 +66,12 @@ public:
     /// The first frame of the track.
     SInt64 trackBegin() const { return mTrackBegin; }
     void setTrackBegin(SInt64 trackBegin) { mTrackBegin = trackBegin; }
-    /// The frame just past the track.
+    /// The frame after the last one of the track.
     SInt64 trackEnd() const { return mTrackEnd; }
     void setTrackEnd(SInt64 trackEnd) { mTrackEnd = trackEnd; }
-    /// Frames from begin to end; negative when the end lies before the begin.
+    /// Frames from start to end; negative when the end lies before the start.
     SInt64 duration() const;
-    /// Sets the end `duration` frames after the begin.
+    /// Sets the end `duration` frames after the start.
     void setDuration(SInt64 duration);
     /// The record's version.
     UInt32 audioTrackInfoVersion() const { return mAudioTrackInfoVersion; }
@@ -159,6 +159,5 @@ private:
     SInt32 mNumberOfAlbums = -1;
     bool mCompilation = false;
 
-    std::shared_ptr<const qmx::Object>
-        unreadCoverArt_; // archived by another program in a way that is kept, not understood
+    std::shared_ptr<const qmx::Object> unreadCoverArt_; // archived by another program in an unknown form; kept as it is
 };

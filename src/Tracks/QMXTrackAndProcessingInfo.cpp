@@ -46,8 +46,8 @@ std::shared_ptr<qmx::Array> arrayFrom(const std::shared_ptr<std::vector<Element>
     return array;
 }
 
-/// Sorts the elements of an archived list into those of the wanted class and others. A list of others alone is no list:
-/// that of a record without one is archived so.
+/// Sorts the elements of an archived list into those of the wanted class and others. A list of others alone counts as
+/// no list: that is how they are archived for a record without one.
 template <class Class>
 std::shared_ptr<std::vector<std::shared_ptr<Class>>> listFrom(const std::shared_ptr<qmx::Object>& object,
                                                               Others& others)

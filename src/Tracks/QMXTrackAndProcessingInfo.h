@@ -18,7 +18,7 @@ QMX_EXPORT extern const std::string_view QMXTrackInfos;
 QMX_EXPORT extern const std::string_view QMXProcessInfos;
 QMX_EXPORT extern const std::string_view QMXHasBeenProcessed;
 
-/// What an audio file holds beside its samples: its tracks, the processes that were applied to it, and whether its
+/// What an audio file holds besides its samples: its tracks, the processes that were applied to it, and whether its
 /// samples were changed by them. One thread at a time per object.
 class QMX_EXPORT QMXTrackAndProcessingInfo : public qmx::Object, public qmx::Coding
 {
@@ -34,7 +34,7 @@ public:
     /// means than the readers of this library. Any thread, any number of times.
     static void registerArchiveClasses();
 
-    /// Appends one track; the list comes into being with the first.
+    /// Appends one track; the first creates the list.
     void addTrackInfo(std::shared_ptr<QMXAudioTrackInfo> track);
     /// Appends the tracks in their order.
     void addTrackInfoForAllTracks(const TrackList& tracks);

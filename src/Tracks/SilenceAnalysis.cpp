@@ -55,7 +55,7 @@ bool isAnySet(const Lanes& lanes)
 }
 
 /// Adds a group's crossings by comparing each frame with the one before, the first with the frame before `samples`.
-/// False, and nothing added, when a sample equals the level: its side is then not in the sample itself.
+/// False, and nothing added, when a sample equals the level: it does not show its side then.
 template <std::size_t channelCount> bool addGroup(const SInt16* samples, const Lanes& levels, Lanes& crossings)
 {
     Lanes equal = load(samples - channelCount) == levels;
@@ -84,7 +84,7 @@ template <std::size_t channelCount> UInt32 countInGroups(const SInt16* samples, 
         samples += count * channelCount;
         frames -= count;
     };
-    // a group that was added left the sides behind; a sample at the level ended a group that was scanned
+    // vector groups do not track sides: recover them from the last frame; where its sample equals the level, a scan did
     const auto takeSides = [&] {
         const SInt16* const previous = samples - channelCount;
         for (std::size_t channel = 0; channel < channelCount; ++channel) {

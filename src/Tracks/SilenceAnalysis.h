@@ -14,9 +14,10 @@ QMX_EXPORT extern const double dWeights[9];
 /// Free for the application; the library neither reads nor writes it.
 QMX_EXPORT extern SInt32 counter;
 
-/// How often the samples cross `level`: the largest count of any channel. `samples` are signed, interleaved and in host
-/// order, `byteCount` bytes of them. A channel starts above the level; samples equal to it change nothing. Only the
-/// first 1/channels of the block's frames are examined. 0 for a format without channels or bytes per frame.
+/// How often the samples cross `level`: the count of the channel with the most crossings. `samples` are signed,
+/// interleaved and in host order, `byteCount` bytes of them. A channel starts above the level; samples equal to it
+/// change nothing. Only the first 1/channels of the block's frames are examined. 0 for a format without channels or
+/// bytes per frame.
 QMX_EXPORT UInt32 countZeroCrossings(const AudioStreamBasicDescription& format, const SInt16* samples, UInt32 byteCount,
                                      SInt16 level);
 
@@ -28,17 +29,17 @@ QMX_EXPORT bool isSilence(const AudioStreamBasicDescription& format, const SInt1
 /// truncated; terms beyond the ends are left out.
 QMX_EXPORT UInt32 weightedAverage(const UInt32* counts, SInt16 length, SInt16 index);
 
-/// What a block at `distance` blocks from a split is penalised with: 1000 on it, else 700 / |distance|.
+/// The penalty of a block `distance` blocks from a split: 1000 on it, else 700 / |distance|.
 QMX_EXPORT UInt32 fudge(SInt16 distance);
 
 /// Finds splits where at least `minimumRun` blocks below `threshold` are followed by at least as many at or above it,
-/// each in the middle between the first quiet and the first loud block. Writes block indices to `splits`, 0 first, at
-/// most 98, and gives how many.
+/// each halfway between the first quiet and the first loud block. Writes block indices to `splits`, 0 first, at most
+/// 98, and returns their number.
 QMX_EXPORT UInt32 findThresholdSplits(const UInt32* counts, UInt32 length, UInt16 threshold, UInt32 minimumRun,
                                       UInt32* splits);
 
 /// Finds the `wanted` quietest places, away from both ends and from each other. Writes `wanted` + 2 block indices to
-/// `splits` in ascending order: 0, the places, `length`. Gives `wanted`.
+/// `splits` in ascending order: 0, the places, `length`. Returns `wanted`.
 QMX_EXPORT UInt32 findCountedSplits(const UInt32* counts, SInt16 length, SInt16 wanted, UInt32* splits);
 
 /// The remainder of `dividend` by `divisor`; 0 for a divisor of 0.

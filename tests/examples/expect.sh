@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-# What the tests of the example programs have in common; to be sourced.
+# Shared by the tests of the example programs; to be sourced.
 failures=0
 
 fail() {
@@ -7,8 +7,8 @@ fail() {
     failures=$((failures + 1))
 }
 
-# expect STATUS PATTERN NAME COMMAND...: the command ends with STATUS, and standard error is one line matching PATTERN,
-# or empty for an empty PATTERN
+# expect STATUS PATTERN NAME COMMAND...: the command ends with STATUS, and standard error is one line that matches
+# PATTERN, or empty for an empty PATTERN
 expect() {
     local status=$1 pattern=$2 name=$3 lines
     shift 3
@@ -43,7 +43,7 @@ interrupts() {
     [[ ! -s out && ! -s err ]] || fail "Ctrl-C while $name prints $(cat out err)"
 }
 
-# aiff FILE SECONDS: a silent recording that takes no room on the disk
+# aiff FILE SECONDS: a silent recording that uses no disk space
 aiff() {
     local frames=$(($2 * 44100)) escape='\\x%02x\\x%02x\\x%02x\\x%02x'
     local bytes=$((frames * 4))
@@ -55,7 +55,7 @@ aiff() {
     truncate -s $((bytes + 54)) "$1"
 }
 
-# a folder of the test's own, which goes with it
+# a folder for this test, removed at its end
 enter_folder() {
     folder=$(mktemp -d)
     trap 'rm -rf "$folder"' EXIT

@@ -2,7 +2,7 @@
 # Steps shared by the packaging tests. Each test script is given: root (the source tree), build (the tree under test),
 # work (a folder for its products), version, compiler, generator and parts (the options of what is built in).
 
-# Runs a command and ends the test with its output when it fails; `output` receives its standard output.
+# Runs a command; if it fails, ends the test with its output. `output` receives its standard output.
 function(run output)
     execute_process(COMMAND ${ARGN} OUTPUT_VARIABLE text ERROR_VARIABLE errors RESULT_VARIABLE result)
     if(NOT result EQUAL 0)
@@ -32,7 +32,7 @@ function(extract_programs folder)
     endforeach()
 endfunction()
 
-# Runs a program of README.md that is to fail: exit status 1 and one line about `path` on standard error.
+# Runs a program of README.md that must fail: exit status 1 and one line about `path` on standard error.
 function(check_failure path)
     execute_process(COMMAND ${ARGN} OUTPUT_VARIABLE output ERROR_VARIABLE errors RESULT_VARIABLE result)
     string(REGEX MATCHALL "\n" lines "${errors}")

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
-// A capture of what a sink plays, on a server of its own, while another client changes the server's cycle and rate
-// every second, counted against the clock: soak-capture FRAMES SECONDS. Frames may be lost, but never silently: it
-// fails when the frames seen and those that gaps in the sample times tell of are not what the clock counted. Where the
-// cycle or the rate changes, the server's clock jumps by itself; that is counted apart.
+// Captures what a sink plays, on a private server, while another client changes the server's cycle and rate every
+// second, and compares the count of frames with the clock: soak-capture FRAMES SECONDS. Frames may be lost, but never
+// silently: it fails unless the frames seen and the gaps in the sample times add up to the clock's count. When the
+// cycle or the rate changes, the server's clock jumps by itself; that is counted separately.
 #include "CoreAudio/AudioHardware.h"
 #include "Devices/QMXAudioDevice.h"
 #include "Foundation/MainThread/RunLoop.h"
@@ -21,12 +21,12 @@ namespace
 {
 
 struct Cycle {
-    UInt64 hostTime = 0; ///< of its begin
+    UInt64 hostTime = 0; ///< of its start
     Float64 frames = 0;
-    Float64 gap = 0; ///< frames that are missing behind it
+    Float64 gap = 0; ///< frames that are missing after it
 };
 
-// Written by the device's cycles, read when they have ended.
+// Written by the device's cycles, read after they have ended.
 struct Capture {
     std::vector<Cycle> cycles;
     Float64 next = -1;
@@ -49,7 +49,7 @@ struct Count {
 
     explicit Count(const std::vector<Cycle>& cycles)
     {
-        std::vector<int> rates; // of the clock from each cycle to the next; 0 where it fits none
+        std::vector<int> rates; // the clock's from each cycle to the next; 0 if it fits none
         for (std::size_t k = 0; k + 1 < cycles.size(); ++k)
             rates.push_back(fits(cycles, k, 48000) ? 48000 : fits(cycles, k, 44100) ? 44100 : 0);
         for (std::size_t k = 0; k < rates.size(); ++k) {

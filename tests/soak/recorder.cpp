@@ -1,10 +1,9 @@
 // SPDX-License-Identifier: MIT
 // Long recordings of a counting device (48000 Hz, stereo, float), checked sample by sample:
 //   soak-recorder fast SECONDS FILE   as fast as possible: nothing may be lost
-//   soak-recorder real SECONDS FILE   in real time: what is lost must have been flagged, to the frame
-//   soak-recorder full SECONDS FILE   as fast as possible on a disk that becomes full: the same, and writes must have
-//   failed soak-recorder check FILE          prints how many frames a file holds that another process recorded in one
-//   piece
+//   soak-recorder real SECONDS FILE   in real time: losses must be reported, to the frame
+//   soak-recorder full SECONDS FILE   as fast as possible on a disk that fills up: the same, and a write must fail
+//   soak-recorder check FILE          prints the number of frames of a file that another process recorded without a gap
 #include "CoreAudio/VirtualHardware.h"
 #include "Devices/QMXAudioDevice.h"
 #include "FileRelated/QMXAudioFile.h"
@@ -31,14 +30,14 @@ using Losses = std::vector<QMXAudioRecordingLoss>;
 
 constexpr double rate = 48000;
 constexpr UInt32 channels = 2;
-constexpr UInt64 period = 1 << 24; // samples: each has a value of its own
+constexpr UInt64 period = 1 << 24; // samples, which all have different values
 
 Float32 counted(UInt64 sample)
 {
     return static_cast<Float32>(sample % period) / period;
 }
 
-/// Memory of the process in KiB.
+/// The memory of the process, in KiB.
 long residentKiB()
 {
     long pages = 0, resident = 0;
@@ -52,7 +51,7 @@ double machineLoad()
     return getloadavg(ofTheLastMinute.data(), 1) == 1 ? ofTheLastMinute[0] : 0;
 }
 
-/// Each sample tells at which of the device's times it was heard.
+/// Adds a device whose samples encode the sample time at which they were captured.
 AudioDeviceID addCountingDevice(qmx::VirtualHardware& hardware)
 {
     auto description = qmx::VirtualHardware::standardDevice("soak", "Soak", channels, 0);
@@ -65,7 +64,7 @@ AudioDeviceID addCountingDevice(qmx::VirtualHardware& hardware)
     return hardware.setInput(id, count) == noErr ? id : kAudioDeviceUnknown;
 }
 
-/// The frames of the file, when each is the next one of the count, less those lost where `losses` says so.
+/// The number of frames in the file if they continue the count, except for the frames that `losses` reports.
 std::optional<UInt64> rightFrames(const char* path, const Losses& losses)
 {
     const auto file = QMXAudioFile::initWithPath_accessMode(path, QMXAudioFileAccessMode::read);
@@ -82,7 +81,7 @@ std::optional<UInt64> rightFrames(const char* path, const Losses& losses)
             const auto sample = std::bit_cast<Float32>(__builtin_bswap32(words[i]));
             for (; loss != losses.end() && loss->fileFrame * channels <= n; ++loss)
                 expected += loss->frames * channels;
-            if (n == 0) // tells where the count begins
+            if (n == 0) // sets the start of the count
                 expected = static_cast<UInt64>(sample * period);
             if (sample != counted(expected)) {
                 std::printf("frame %llu of the file is wrong\n", static_cast<unsigned long long>(n / channels));
@@ -156,7 +155,7 @@ int record(const std::string& mode, double seconds, const char* path)
 
 int main(int argumentCount, char** arguments)
 {
-    qmx::setLogHandler([](qmx::LogLevel, const std::string&) {}); // each write that fails is told
+    qmx::setLogHandler([](qmx::LogLevel, const std::string&) {}); // each failed write is logged
     const std::string mode = argumentCount > 1 ? arguments[1] : "";
     if (argumentCount == 3 && mode == "check")
         return check(arguments[2]);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Archives written out by hand, and a class that is archived in them.
+// Archives written by hand, and a class that is archived in them.
 #pragma once
 
 #include "Foundation/Archives/Coder.h"
@@ -57,7 +57,7 @@ template <class Use> void damageEveryByte(std::vector<std::uint8_t> bytes, Use u
     }
 }
 
-/// An archivable object: a name, a number, a flag, whatever else, and a picture.
+/// An archivable object: a name, a number, a flag, any other object, and a picture.
 class Note : public qmx::Object, public qmx::Coding
 {
 public:

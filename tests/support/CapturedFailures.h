@@ -9,7 +9,7 @@
 namespace qmx::test
 {
 
-/// Receives the lines of failing platform calls while it lives.
+/// Receives the lines of failing platform calls while it exists.
 class CapturedFailures
 {
 public:

@@ -11,7 +11,7 @@
 namespace qmx::test
 {
 
-/// Collects the library's log lines while it lives.
+/// Collects the library's log lines while it exists.
 class CapturedLog
 {
 public:

@@ -10,13 +10,13 @@
 namespace qmx::test
 {
 
-/// The program's locale writes decimals with a comma while the object lives, as German does.
+/// While one exists, the program's locale writes decimals with a comma, as German does.
 class DecimalComma
 {
 public:
     DecimalComma()
     {
-        // made here, so that the machine need not know it; the messages are about what the locale leaves out
+        // made here, because the machine may lack it; the messages are only about missing parts of the locale
         const std::string make = "localedef -i de_DE -f UTF-8 " + folder_.path("de_DE.UTF-8") + " >/dev/null 2>&1";
         if (std::system(make.c_str()) != 0 || setenv("LOCPATH", folder_.path("").c_str(), 1) != 0 ||
             !std::setlocale(LC_ALL, "de_DE.UTF-8"))

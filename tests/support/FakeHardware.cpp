@@ -212,7 +212,7 @@ int FakeHardware::sync(void* data, int sequence)
     return 0;
 }
 
-// As the drivers of cards do: the numbers of the routes in force have gaps.
+// Like the drivers of cards, this leaves gaps in the numbers of the current routes.
 int FakeHardware::enumerate(void* data, int sequence, std::uint32_t kind, std::uint32_t start, std::uint32_t most,
                             const spa_pod*)
 {

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// What only hardware has, made up by a client of the tests' server: a card with routes, a node with a latency or with
-// both directions, a player that insists on a rate.
+// Simulates real hardware as a client of the tests' server: a card with routes, a node with a latency or with both
+// directions, a player that insists on a rate.
 #pragma once
 
 #include <cstdint>
@@ -36,14 +36,14 @@ public:
     FakeHardware(const FakeHardware&) = delete;
     FakeHardware& operator=(const FakeHardware&) = delete;
 
-    /// A node of as many inputs and outputs; what goes in comes out. Once.
+    /// Adds a node with `inputs` inputs and `outputs` outputs, which plays its inputs on its outputs. Call it once.
     void addNode(const std::string& properties, int inputs, int outputs);
-    /// Takes the node's ports away, while it runs, and gives it others.
+    /// Replaces the node's ports while it runs.
     void renewPorts(int inputs, int outputs);
-    /// The frames that sound takes from the node's inputs on.
+    /// Sets the latency after the node's inputs, in frames.
     void setLatency(std::uint32_t frames);
 
-    /// The card's number on the server. Once.
+    /// Adds a card and returns its number on the server. Call it once.
     std::string addCard(const std::string& properties, std::vector<FakeRoute> routes);
     std::vector<FakeRoute> routes();
     void changeRoutes(const std::function<void(std::vector<FakeRoute>&)>& change);

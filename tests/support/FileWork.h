@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What the tests of work on whole files share: a disk in memory with two paths, and a listener to progress.
+// Shared by the tests of work on whole files: a disk in memory with two paths, and a listener to progress.
 #pragma once
 
 #include "Processing/QMXProgressSubscriber.h"
@@ -29,7 +29,7 @@ protected:
         EXPECT_EQ(AudioFileClose(opened.file), noErr);
         return audio;
     }
-    /// What an object tells of its last operation.
+    /// Expects an object's last operation to have failed so.
     template <class Object> static void expectFailure(const Object& object, OSStatus status, const std::string& error)
     {
         EXPECT_EQ(object.lastStatus(), status) << object.lastError();

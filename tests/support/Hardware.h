@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// What tests of the hardware layer have in common: no devices and time by hand at the beginning, short ways to read,
-// and a record of what listeners heard.
+// Shared by the tests of the hardware layer: no devices and manual time at the start, short ways to read properties,
+// and a record of the listeners' calls.
 #pragma once
 
 #include "CoreAudio/VirtualHardware.h"
@@ -12,7 +12,7 @@
 #include <string>
 #include <vector>
 
-/// What listeners were told, as texts: "volm 1 in".
+/// Collects the calls of listeners as texts: "volm 1 in".
 class Heard
 {
 public:
@@ -44,7 +44,7 @@ public:
         return AudioDeviceRemovePropertyListener(id, kAudioPropertyWildcardChannel, kAudioPropertyWildcardSection,
                                                  property, device, this);
     }
-    /// What was heard since the last call, all earlier changes included.
+    /// The calls since the last take(), including those for all earlier changes.
     std::vector<std::string> take()
     {
         qmx::VirtualHardware::shared().settle();

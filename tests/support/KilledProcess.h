@@ -10,8 +10,8 @@
 namespace qmx::test
 {
 
-/// Runs `work` in a process of its own and kills that after `reports` reports; the last number it reported. `work` gets
-/// a function that reports a number and is to return when that gives false.
+/// Runs `work` in a new process, kills that after `reports` reports, and returns the last number that it reported.
+/// `work` receives a function that reports a number, and has to return when that returns false.
 template <class Work> std::size_t killAfter(int reports, Work work)
 {
     int ends[2];

@@ -6,7 +6,7 @@
 namespace qmx::test
 {
 
-/// A file system in memory that is the current one while it lives. It has a folder /d.
+/// A file system in memory that is the current one while it exists. It has a folder /d.
 class MemoryDisk : public MemoryFileSystem
 {
 public:

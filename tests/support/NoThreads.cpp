@@ -17,7 +17,7 @@ extern "C" {
 
 using Body = void* (*)(void*);
 
-/// The sanitizers' own, where they are built in.
+/// The sanitizers' own function, if they are built in.
 [[gnu::weak]] int __interceptor_pthread_create(pthread_t* thread, const pthread_attr_t* attributes, Body body,
                                                void* argument);
 

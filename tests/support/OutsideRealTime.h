@@ -4,8 +4,8 @@
 namespace qmx::test
 {
 
-/// While one exists, the calling thread may allocate and lock though it is marked real-time: for what a test itself
-/// does inside a callback.
+/// While one exists, the calling thread may allocate and lock although it is marked real-time: for the test's own code
+/// inside a callback.
 class OutsideRealTime
 {
 public:

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// The allocator, the lock functions and the common ways into the system, replaced for the whole test program: on a
-// thread that is marked real-time they say what was called and abort; on other threads they do what they always do.
+// Replaces the allocator, the lock functions and the common system calls in the whole test program: on a thread that is
+// marked real-time they print what was called and abort; on other threads they work as always.
 #include "Foundation/RealTime.h"
 #include "support/OutsideRealTime.h"
 
@@ -38,7 +38,7 @@ template <auto* function, class... Arguments> auto passOn(const char* name, Argu
 
 } // namespace
 
-// what stands behind the system's allocator
+// the system's own allocator
 extern "C" void* __libc_malloc(size_t size) noexcept;
 extern "C" void* __libc_calloc(size_t count, size_t size) noexcept;
 extern "C" void* __libc_realloc(void* block, size_t size) noexcept;
@@ -47,7 +47,7 @@ extern "C" void __libc_free(void* block) noexcept;
 
 extern "C" {
 
-// operators new and delete come here too
+// operators new and delete call these, too
 
 void* malloc(size_t size) noexcept
 {

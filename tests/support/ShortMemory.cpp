@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The operators new and delete of the test program, which can run out of memory on purpose.
+// The test program's operators new and delete, which can run out of memory on purpose.
 #include "support/ShortMemory.h"
 
 #include <cstdlib>
@@ -60,7 +60,7 @@ void* orThrow(void* block)
 
 } // namespace
 
-// The sanitizers have a function of their own for each form, so that all of them are replaced.
+// All forms are replaced, because the sanitizers have a function of their own for each.
 void* operator new(std::size_t size)
 {
     return orThrow(allocate(size));

@@ -7,7 +7,7 @@
 namespace qmx::test
 {
 
-/// Lets operator new fail once, or from then on, within a stretch of a test. One at a time.
+/// Makes operator new fail once, or from then on, in a part of a test. One at a time.
 class ShortMemory
 {
 public:
@@ -29,7 +29,7 @@ public:
     }
     bool hasFailed() const { return left_ <= 0; }
 
-    /// Of the allocation functions: whether the allocation that comes now fails.
+    /// For the allocation functions: whether the current allocation fails.
     static bool isNow();
 
 private:

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Audio data as tests handle them: contiguous bytes, and buffer lists over parts of them.
+// Audio data for tests: contiguous bytes, and buffer lists over parts of them.
 #pragma once
 
 #include "CoreAudioTypes/CoreAudioTypes.h"
@@ -18,11 +18,11 @@ inline AudioStreamBasicDescription linearFormat(UInt32 bits, UInt32 channels, Au
     return {rate, kAudioFormatLinearPCM, flags | kAudioFormatFlagIsPacked, frame, 1, frame, channels, bits};
 }
 
-/// A buffer list over memory that lies contiguously, non-interleaved channels one after the other.
+/// A buffer list over contiguous memory, with non-interleaved channels one after the other.
 class BufferList
 {
 public:
-    /// For `frames` frames that begin at frame `first` of `bytes`, which holds `total` frames.
+    /// For `frames` frames from frame `first` on of `bytes`, which holds `total` frames.
     BufferList(const AudioStreamBasicDescription& format, std::byte* bytes, std::size_t total, std::size_t first,
                std::size_t frames)
     {

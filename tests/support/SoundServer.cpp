@@ -44,7 +44,7 @@ context.objects = [
     UNMANAGED ]
 )";
 
-// A session manager gives nodes their ports, and brings the object with the default devices.
+// A session manager makes the nodes' ports, and the object with the default devices.
 constexpr const char* ports = "adapter.auto-port-config={ mode=dsp monitor=true position=preserve }";
 constexpr const char* unmanaged = R"(
     { factory = metadata args = { metadata.name = default } }

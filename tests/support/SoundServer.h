@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// A sound server of the tests' own, in a folder of its own: it never meets the user's.
+// A private sound server in its own folder, apart from the user's.
 #pragma once
 
 #include "support/TemporaryFolder.h"
@@ -11,8 +11,7 @@
 namespace qmx::test
 {
 
-/// A test fails when the server does not come up; its programs end with the object, and with the test when that
-/// crashes.
+/// A test fails if the server does not start. Its programs end with the object, and with the test if that crashes.
 class SoundServer
 {
 public:
@@ -21,18 +20,19 @@ public:
     SoundServer(const SoundServer&) = delete;
     SoundServer& operator=(const SoundServer&) = delete;
 
-    /// With a session manager or with the bare server; that one links what the sink plays to the source by itself.
+    /// Starts the server, with or without a session manager; without one the server links the sink's monitor to the
+    /// source by itself.
     void start(bool isManaged = false);
     void linkSinkToSource() const;
-    /// Without a warning to anybody.
+    /// Kills the server without a warning.
     void kill();
 
-    /// Runs one of the server's command-line tools; what it writes, with one space between words.
+    /// Runs one of the server's command-line tools and returns its output, with one space between words.
     std::string run(const std::string& command) const;
-    /// Plugs a stereo node in, from outside; it stays until it is unplugged by its name.
+    /// Plugs a stereo node in through another program; it stays until it is unplugged by its name.
     void plugIn(const std::string& name, const std::string& properties = "media.class=Audio/Sink") const;
     void unplug(const std::string& name) const;
-    /// The number that a node has on the server.
+    /// The number of a node on the server.
     std::string numberOf(const std::string& name) const;
 
 private:

@@ -9,7 +9,7 @@
 namespace qmx::test
 {
 
-/// A folder of its own that goes with the object.
+/// A new folder, which the destructor removes.
 class TemporaryFolder
 {
 public:

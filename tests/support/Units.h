@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Audio units as tests handle them.
+// Audio units for tests.
 #pragma once
 
 #include "AudioUnit/AudioUnit.h"
@@ -58,7 +58,7 @@ class Counter
 public:
     AURenderCallbackStruct callback() { return {renderNext, this}; }
 
-    std::vector<Float64> times;     ///< of the slices asked for
+    std::vector<Float64> times;     ///< of the requested slices
     std::function<void()> onRender; ///< called first
     OSStatus result = noErr;
 

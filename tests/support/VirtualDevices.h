@@ -23,7 +23,7 @@ inline VirtualFault failing(HardwareOperation operation, std::optional<UInt32> p
     return fault;
 }
 
-/// The virtual hardware without devices, in manual time, and the notifications that come of what a test does with it.
+/// The virtual hardware without devices, in manual time, and the notifications that a test causes with it.
 class VirtualDevices : public testing::Test
 {
 protected:
@@ -53,8 +53,9 @@ protected:
         const auto found = devices->find(id);
         return found == devices.end() ? nullptr : found->second;
     }
-    /// What came since the last look, in order: "DeviceStreams a" for QMXAudioDeviceStreamsDidChangeNotification from
-    /// the device with the UID a; the class as sender has no UID.
+    /// The notifications since the last call, in order: "DeviceStreams a" for
+    /// QMXAudioDeviceStreamsDidChangeNotification from the device with the UID a; without a UID if the class is the
+    /// sender.
     std::vector<std::string> news()
     {
         hardware.settle();

@@ -19,7 +19,7 @@ constexpr std::size_t flacInfoBytes = 34;
 // descriptors of MPEG-4 systems
 constexpr UInt8 streamTag = 3, decoderTag = 4, configTag = 5, syncTag = 6;
 
-/// Bits from the most significant down; 0 behind the end.
+/// Bits from the most significant down; 0 past the end.
 class BitReader
 {
 public:
@@ -52,8 +52,8 @@ UInt32 takeRate(BitReader& bits)
     return index < std::size(aacRates) ? aacRates[index] : 0;
 }
 
-/// One descriptor: its tag and contents; `bytes` moves behind it. Empty at the end and for one that is longer than its
-/// surroundings.
+/// One descriptor: its tag and contents; `bytes` moves past it. Empty at the end and for one that is longer than what
+/// encloses it.
 struct Descriptor {
     UInt8 tag;
     std::span<const UInt8> contents;
@@ -89,7 +89,7 @@ Bytes descriptor(UInt8 tag, std::span<const UInt8> contents)
 Bytes streamDescriptor(std::span<const UInt8> config)
 {
     ByteWriter decoder(ByteOrder::big);
-    // MPEG-4 audio; an audio stream; buffer size and bit rates are not told
+    // MPEG-4 audio; an audio stream; buffer size and bit rates are not stated
     decoder.integer(0x40, 1, ByteOrder::big).integer(0x15, 1, ByteOrder::big).integer(0, 3, ByteOrder::big);
     decoder.u32(0).u32(0).append(descriptor(configTag, config));
     const UInt8 sync[] = {2};
@@ -121,7 +121,7 @@ std::span<const UInt8> configOfStream(std::span<const UInt8> bytes)
     return config && config->tag == configTag ? config->contents : std::span<const UInt8>();
 }
 
-/// The contents of the atom `code` where the bytes begin with atoms, the last of which is it.
+/// The contents of the atom `code` in the run of atoms at the start of the bytes; empty if it is missing.
 std::span<const UInt8> insideAtoms(std::span<const UInt8> bytes, FourCharCode code)
 {
     while (bytes.size() >= 8) {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Owners of what libavcodec and libavformat hand out, and the codings' names in both worlds.
+// Owners of what libavcodec and libavformat allocate, and the codings' names in both worlds.
 #pragma once
 
 #include "CoreAudioTypes/CoreAudioTypes.h"
@@ -29,7 +29,7 @@ struct FreeFrame {
 struct FreeFilter {
     void operator()(AVBSFContext* filter) const { av_bsf_free(&filter); }
 };
-/// The file that is read or written stays the caller's.
+/// Does not close the underlying file, which the caller owns.
 struct CloseInput {
     void operator()(AVFormatContext* context) const { avformat_close_input(&context); }
 };

@@ -40,7 +40,7 @@ AudioStreamBasicDescription pcmFormat(Float64 rate, UInt32 channels, bool isInte
     return format;
 }
 
-/// `Sample` as the decoder gives it, as 32 bits of the same kind.
+/// `Sample` as the decoder delivers it, as 32 bits of the same kind.
 template <class Sample>
 void spread(const std::uint8_t* from, std::size_t fromStep, UInt8* to, std::size_t toStep, std::size_t count)
 {
@@ -96,7 +96,7 @@ public:
         return true;
     }
 
-    // flushing would leave the shape of the last window and the seed of noise
+    // flushing would keep the shape of the last window and the seed of noise
     void restart() override { context_.reset(); }
 
 private:
@@ -108,7 +108,7 @@ private:
         if (!context || !packet_ || !frame_)
             return false;
         context->thread_count = 1;
-        context->flags2 |= AV_CODEC_FLAG2_SKIP_MANUAL; // priming is for the caller to drop
+        context->flags2 |= AV_CODEC_FLAG2_SKIP_MANUAL; // the caller drops the priming
         context->sample_rate = static_cast<int>(source_.mSampleRate);
         av_channel_layout_default(&context->ch_layout, static_cast<int>(source_.mChannelsPerFrame));
         const Bytes extradata = libav::extradataFor(source_.mFormatID, bare_);
@@ -129,7 +129,7 @@ private:
         return result == 0;
     }
 
-    /// Puts the frame behind the first `filled` frames of `room`; how many are there then.
+    /// Puts the frame after the first `filled` frames of `room`; returns how many are there then.
     std::size_t store(std::span<UInt8> room, std::size_t filled, std::size_t frames) const
     {
         const std::size_t count = std::min(static_cast<std::size_t>(frame_->nb_samples), frames - filled);

@@ -25,7 +25,7 @@ constexpr UInt32 largestHeader = 8192; // what a packet may need beyond the samp
 struct Settings {
     AVCodecID codec = AV_CODEC_ID_NONE;
     AVSampleFormat samples = AV_SAMPLE_FMT_NONE;
-    UInt32 bits = 32; ///< of a sample as it is taken in
+    UInt32 bits = 32; ///< of an input sample
 };
 
 Settings settingsFor(AudioFormatID coding, UInt32 bits)
@@ -54,7 +54,7 @@ AudioStreamBasicDescription inputFormat(const AudioStreamBasicDescription& targe
     return format;
 }
 
-/// One channel of `count` frames from packed native samples; 24 bits are put into the upper ones of 32.
+/// One channel of `count` frames from packed native samples; 24 bits go to the upper ones of 32.
 void spread(const UInt8* from, UInt32 fromBytes, std::size_t fromStep, std::uint8_t* to, UInt32 toBytes,
             std::size_t toStep, std::size_t count)
 {
@@ -164,7 +164,7 @@ public:
         if (!setLayout(*context, *codec))
             return false;
         if (target_.mFormatID == kAudioFormatMPEG4AAC) {
-            // noise that the decoder makes up would differ from one reading of a place to the next
+            // noise that the decoder makes up would differ each time a place is read
             av_opt_set_int(context->priv_data, "aac_pns", 0, 0);
             // the default is slower and leaves 25 dB more error in plain tones
             av_opt_set(context->priv_data, "aac_coder", "fast", 0);
@@ -180,7 +180,7 @@ public:
     }
 
 private:
-    /// The layout that the coding has for so many channels.
+    /// The layout that the coding has for that many channels.
     bool setLayout(AVCodecContext& context, const AVCodec& codec) const
     {
         constexpr UInt64 masks[] = {AV_CH_LAYOUT_MONO,         AV_CH_LAYOUT_STEREO,           AV_CH_LAYOUT_SURROUND,
@@ -254,8 +254,8 @@ private:
     SInt64 framesIn_ = 0;
 };
 
-/// How many bits a lossless coding keeps: those that are asked for, in the next wider samples that its encoder makes; 0
-/// where none are wide enough. Without a wish, 24 for all that is wider than 16 bits, floats too.
+/// How many bits a lossless coding keeps: those requested, in the next wider samples that its encoder makes; 0 if none
+/// are wide enough. Without a request, 24 for all that is wider than 16 bits, floats too.
 UInt32 bitsToKeep(const AudioStreamBasicDescription& target, UInt32 sourceBits)
 {
     if (!isLossless(target.mFormatID))

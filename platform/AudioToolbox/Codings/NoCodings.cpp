@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// A build without a library of codings: none of them is there, nor are the files that hold nothing else.
+// A build without a library of codings: it has none of them, nor the files that hold nothing else.
 #include "AudioToolbox/Codings/PacketCoding.h"
 #include "AudioToolbox/Containers/Libav/LibavContainer.h"
 

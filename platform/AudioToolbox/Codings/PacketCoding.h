@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Compressed codings as the converter uses them. What makes them is in the sources named after the library that does
-// it; a build without it has none.
+// Compressed codings as the converter uses them. The sources named after the library in use make them; a build without
+// a library has none.
 #pragma once
 
 #include "CoreAudioTypes/CoreAudioTypes.h"
@@ -14,7 +14,7 @@
 namespace qmx
 {
 
-/// No packet stands for more frames; hostile ones that say so are refused.
+/// Maximum frames of one packet; hostile ones that claim more are refused.
 inline constexpr UInt32 mostFramesPerPacket = 1 << 16;
 
 /// Packets of one stream to native interleaved linear PCM at the stream's rate: 32-bit integers for lossless codings,
@@ -27,15 +27,15 @@ public:
     /// The compressed format, complete.
     virtual const AudioStreamBasicDescription& source() const = 0;
     virtual const AudioStreamBasicDescription& output() const = 0;
-    /// False for one that is no cookie of this coding.
+    /// False if the bytes are no cookie of this coding.
     virtual bool setCookie(std::span<const UInt8> cookie) = 0;
-    /// Appends exactly `frames` frames to `pcm`; what the packet does not give is silence. False where nothing can be
+    /// Appends exactly `frames` frames to `pcm`; frames that the packet lacks are silence. False if nothing can be
     /// decoded at all.
     virtual bool decode(std::span<const UInt8> packet, UInt32 frames, Bytes& pcm) = 0;
-    /// The next packet does not follow the last one: it is decoded as the first one of a stream.
+    /// The next packet does not follow the last one: it is decoded as the first of a stream.
     virtual void restart() = 0;
 
-    /// Null for a coding that is not there, or a record without rate and channels.
+    /// Null for a coding that this build lacks, or a record without rate and channels.
     static std::unique_ptr<PacketDecoder> forFormat(const AudioStreamBasicDescription& source);
 };
 
@@ -45,7 +45,7 @@ class PacketEncoder
 public:
     virtual ~PacketEncoder() = default;
 
-    /// Native interleaved linear PCM as it takes it.
+    /// The native interleaved linear PCM that it takes.
     virtual const AudioStreamBasicDescription& input() const = 0;
     /// The compressed format, complete.
     virtual const AudioStreamBasicDescription& target() const = 0;
@@ -55,23 +55,23 @@ public:
     virtual Bytes cookie() const = 0;
     /// 0 for codings without.
     virtual UInt32 bitRate() const = 0;
-    /// Takes the nearest bit rate that is applicable. False where there is none, and once frames were taken.
+    /// Takes the nearest applicable bit rate. False if there is none, and once frames were taken.
     virtual bool setBitRate(UInt32 bitsPerSecond) = 0;
 
-    /// Takes `frames` frames: as many as a packet of `target` stands for, but for the last ones.
+    /// Takes `frames` frames: as many as a packet of `target` holds, except for the last ones.
     virtual bool encode(std::span<const UInt8> pcm, UInt32 frames) = 0;
     /// No more frames follow.
     virtual bool finish() = 0;
-    /// The next packet that is ready; false where there is none.
+    /// The next packet that is ready; false if there is none.
     virtual bool take(Bytes& packet) = 0;
     virtual void restart() = 0;
 
-    /// Null for what cannot be encoded. `sourceBits` are taken where `target` does not say how many a lossless coding
-    /// is to keep.
+    /// Null for what cannot be encoded. `sourceBits` apply if `target` does not say how many a lossless coding should
+    /// keep.
     static std::unique_ptr<PacketEncoder> forFormat(const AudioStreamBasicDescription& target, UInt32 sourceBits);
 };
 
-/// The codings that are there, without those that are linear or companded.
+/// The codings that this build has, except linear and companded ones.
 std::vector<AudioFormatID> decodableCodings();
 std::vector<AudioFormatID> encodableCodings();
 

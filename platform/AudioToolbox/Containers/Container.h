@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// What the audio file service asks of a container. A further container is a class behind this interface and a line in
-// ContainerTable.cpp; the service knows neither.
+// What the audio file service asks of a container. A new container is a class that implements this interface and a line
+// in ContainerTable.cpp; the service knows neither.
 #pragma once
 
 #include "AudioToolbox/AudioFile.h"
@@ -30,7 +30,7 @@ public:
     virtual UInt64 byteCount() const = 0;
     virtual UInt64 packetCount() const;
     virtual UInt32 maximumPacketSize() const;
-    /// Where the audio data begin in the file.
+    /// Where the audio data start in the file.
     virtual SInt64 dataOffset() const = 0;
     /// Whether the audio data can grow without moving anything.
     virtual bool isOptimized() const = 0;
@@ -53,20 +53,20 @@ public:
     virtual OSStatus packetTableInfo(AudioFilePacketTableInfo& info) const;
     virtual OSStatus setPacketTableInfo(const AudioFilePacketTableInfo& info);
 
-    /// The first frame of a packet; empty where no frame can have such a number.
+    /// The first frame of a packet; empty if no frame can have such a number.
     virtual std::optional<UInt64> frameOfPacket(UInt64 packet) const;
     /// The packet that holds a frame, and which of its frames it is.
     virtual std::pair<UInt64, UInt32> packetOfFrame(UInt64 frame) const;
     /// How many packets before one a decoder needs.
     virtual UInt32 rollDistance() const { return 0; }
-    /// What its channels are for; 0 where the file does not tell.
+    /// The places of its channels; 0 if the file does not state them.
     virtual AudioChannelLayoutTag channelLayoutTag() const { return 0; }
 
     bool defersSizeUpdates() const { return defersSizeUpdates_; }
     /// Leaves the header as it is until the file is closed.
     void setDefersSizeUpdates(bool defers) { defersSizeUpdates_ = defers; }
 
-    /// Brings the file up to date. Writes nothing where nothing was changed.
+    /// Brings the file up to date. Writes nothing if nothing was changed.
     virtual OSStatus finish() = 0;
 
 protected:

@@ -11,7 +11,7 @@
 namespace qmx
 {
 
-/// Bytes to be put at a place of a file.
+/// Bytes to be written at a place of a file.
 struct Patch {
     UInt64 position = 0;
     Bytes bytes;
@@ -24,25 +24,25 @@ class ContainerFile
 public:
     explicit ContainerFile(std::unique_ptr<File> file) : file_(std::move(file)) {}
 
-    /// Holds the file's lock until the result is gone.
+    /// Holds the file's lock until the result is destroyed.
     [[nodiscard]] FileLock lock() { return FileLock(file_.get()); }
 
     UInt64 length() const { return length_; }
-    /// Asks the system for the length; `changed` tells whether another writer changed it.
+    /// Queries the length; `changed` says whether another writer changed it.
     OSStatus refreshLength(bool& changed);
 
     /// Up to `size` bytes; fewer than asked without an error means that the file ends there.
     Transfer read(UInt64 position, void* data, std::size_t size);
-    /// All of `bytes`, or 'dta?' where the file ends before.
+    /// All of `bytes`, or 'dta?' if the file ends before.
     OSStatus readAll(UInt64 position, std::span<UInt8> bytes);
 
     Transfer write(UInt64 position, const void* data, std::size_t size);
     OSStatus writeAll(UInt64 position, std::span<const UInt8> bytes);
-    /// Writes over existing bytes that others rely on: on failure the old ones are put back as far as the disk lets us.
+    /// Overwrites existing bytes that others rely on: on failure the old ones are restored as far as the disk allows.
     OSStatus replace(UInt64 position, std::span<const UInt8> bytes);
-    /// Puts all patches into place. Those near each other go out as one write of freshly read surroundings, so that a
-    /// process killed here leaves all or none of them, and another writer's bytes between them stay. What is there
-    /// already is not written.
+    /// Writes all patches. Those near each other are one write together with freshly read bytes between them, so that a
+    /// process killed here leaves all or none of them, and another writer's bytes between them stay. Bytes that are
+    /// already there are not written.
     OSStatus apply(std::vector<Patch> patches);
     /// The areas must not overlap.
     OSStatus copy(UInt64 from, UInt64 to, UInt64 count);

@@ -147,7 +147,7 @@ OSStatus plainProperty(Container& container, AudioFilePropertyID property, Bytes
     }
 }
 
-// The size of the records in which a caller asks for one thing and is told another; 0 for other properties.
+// The size of question-and-answer records; 0 for other properties.
 UInt32 translationSize(AudioFilePropertyID property)
 {
     if (property == kAudioFilePropertyPacketToRollDistance)
@@ -244,7 +244,7 @@ OSStatus containerProperty(Container& container, AudioFilePropertyID property, U
     }
     Bytes bytes;
     const OSStatus status = plainProperty(container, property, bytes);
-    // a layout that is told by its tag has no descriptions that a caller must have room for
+    // a layout stated by its tag has no descriptions that a caller must have room for
     if (property == kAudioFilePropertyChannelLayout && status == noErr &&
         size >= offsetof(AudioChannelLayout, mChannelDescriptions))
         bytes.resize(size = std::min(size, UInt32{sizeof(AudioChannelLayout)}));

@@ -7,10 +7,10 @@
 namespace qmx
 {
 
-/// The size of the value, and whether it can be set where the file is open for writing. 'pty?' for what the file does
-/// not have.
+/// The size of the value, and whether it can be set if the file is open for writing. 'pty?' if the file lacks the
+/// property.
 OSStatus containerPropertyInfo(Container& container, AudioFilePropertyID property, UInt32& size, bool& isWritable);
-/// Copies the value; `size` is the room and becomes what was used.
+/// Copies the value; `size` is the room and becomes the bytes used.
 OSStatus containerProperty(Container& container, AudioFilePropertyID property, UInt32& size, void* value);
 OSStatus setContainerProperty(Container& container, AudioFilePropertyID property, UInt32 size, const void* value);
 

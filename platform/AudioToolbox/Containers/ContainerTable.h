@@ -19,12 +19,12 @@ struct PlacedFile {
     std::string path;
 };
 
-/// What a kind is recognised by.
+/// How a kind is recognised.
 struct FileSigns {
-    std::array<UInt8, recognitionBytes> head; ///< the first bytes, zeros where the file is shorter
+    std::array<UInt8, recognitionBytes> head; ///< the first bytes, zeros past the end of a shorter file
     std::string path;
     File& file;
-    AudioFileTypeID hint = 0; ///< what the caller takes it for; 0: nothing said
+    AudioFileTypeID hint = 0; ///< what the caller takes it for; 0: unknown
     bool mustBeSure = false;  ///< a likeness, or something beside the file, is not enough
 };
 
@@ -41,10 +41,10 @@ struct ContainerKind {
     bool keepsFork = false; ///< a part of such a file is its fork
 };
 
-/// The kind of a file; null where it is none that is known. What the contents surely are outranks a fork beside them,
-/// and the fork a likeness of the contents.
+/// The kind of a file; null for an unknown one. What the contents surely are outranks a fork beside them, and the fork
+/// outranks a likeness of the contents.
 const ContainerKind* kindForContents(FileSigns signs);
-/// The kind that is made for a type; null where it is not known.
+/// The kind that is made for a type; null for an unknown type.
 const ContainerKind* kindForType(AudioFileTypeID type);
 
 } // namespace qmx

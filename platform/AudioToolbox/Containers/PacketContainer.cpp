@@ -107,8 +107,8 @@ OSStatus PacketContainer::readPackets(UInt64 start, UInt32& packets, UInt32& byt
     return noErr;
 }
 
-// Packets that lie near each other, with what stands between them, in one read. Gives the number of whole ones, which
-// is less than all where it fails.
+// Packets that lie near each other, with what is between them, in one read. Returns the number of whole ones, fewer
+// than all on failure.
 std::size_t PacketContainer::readRun(std::span<const PacketPlace> run, UInt8* to, OSStatus& status)
 {
     const UInt64 start = run.front().position;
@@ -153,11 +153,11 @@ OSStatus PacketContainer::writePackets(UInt64 start, UInt32& packets, UInt32 byt
         places.push_back({endOfData_ + block.size(), packet.mDataByteSize, packet.mVariableFramesInPacket});
         block.insert(block.end(), contents.begin(), contents.end());
     }
-    reserveFor(packets_, given); // what was written is entered whatever memory there is then
+    reserveFor(packets_, given); // reserved first: once written, packets are entered whatever memory there is
     if (isVariable())
         reserveFor(firstFrames_, given);
     if (const OSStatus status = file_.writeAll(endOfData_, block); status != noErr) {
-        file_.truncate(endOfData_); // the begin of a packet is none
+        file_.truncate(endOfData_); // the start of a packet is no packet
         return status;
     }
     endOfData_ += block.size();
@@ -209,7 +209,7 @@ OSStatus PacketContainer::setMagicCookie(std::span<const UInt8> cookie)
     return status;
 }
 
-// A cookie tells the format more exactly than a caller needs to; what both tell must be the same.
+// A cookie states the format more exactly than a caller needs to; what both state must be the same.
 bool PacketContainer::takeCookie()
 {
     std::optional<AudioStreamBasicDescription> told;
@@ -286,7 +286,7 @@ UInt32 PacketContainer::rollDistance() const
     return rollDistanceOf(format_.mFormatID);
 }
 
-// In the order in which decoders give the channels.
+// In the order in which decoders deliver the channels.
 AudioChannelLayoutTag PacketContainer::channelLayoutTag() const
 {
     constexpr AudioChannelLayoutTag tags[] = {0,
@@ -321,7 +321,7 @@ OSStatus PacketContainer::finish()
     return written == noErr ? ended : written;
 }
 
-// Where the disk has no room for the tail the last packets give theirs up: without it none could be read.
+// If the disk has no room for the tail, the last packets give up theirs: without it none could be read.
 OSStatus PacketContainer::writeTailOverPackets(UInt64 needed)
 {
     const UInt64 before = endOfData_;

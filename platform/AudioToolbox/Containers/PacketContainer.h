@@ -20,8 +20,7 @@ struct PacketPlace {
 };
 
 /// A compressed file: an index of packets in memory, made when it is opened, or packet by packet when it is written.
-/// Only new files are written, from their begin to their end; a derived class knows what stands before, between and
-/// behind the packets.
+/// Only new files are written, from start to end; a derived class knows what is before, between and after the packets.
 class PacketContainer : public Container
 {
 public:
@@ -57,19 +56,19 @@ protected:
 
     /// Fills in format, packets, cookie (bare) and packet table.
     virtual OSStatus read() = 0;
-    /// Writes what stands before the packets; `endOfData_` is where the first one goes.
+    /// Writes what comes before the packets; `endOfData_` is where the first one goes.
     virtual OSStatus begin() = 0;
-    /// What stands before a packet that is to be written. False for one that the file cannot hold.
+    /// The bytes before a packet that is to be written. False for one that the file cannot hold.
     virtual bool packetHeader(std::span<const UInt8>, Bytes&) { return true; }
     /// Called when a new cookie was taken.
     virtual OSStatus cookieChanged() { return noErr; }
-    /// Whether what is written tells the format, so that the file can be opened again.
+    /// Whether what is written states the format, so that the file can be opened again.
     virtual bool tellsFormat() const { return true; }
-    /// What tells about the packets behind them.
+    /// The bytes after the packets that describe them.
     virtual OSStatus tail(Bytes&) { return noErr; }
-    /// Called when the tail is written: makes what stands before the packets fit them.
+    /// Called when the tail is written: makes what is before the packets fit them.
     virtual OSStatus end() { return noErr; }
-    /// False for a packet that is not wholly in the file, and where there are too many.
+    /// False for a packet that is not wholly in the file, and if there are too many.
     bool addPacket(const PacketPlace& packet);
     const std::vector<PacketPlace>& packets() const { return packets_; }
     UInt64 totalFrames() const;
@@ -89,7 +88,7 @@ private:
     bool isVariable() const { return format_.mFramesPerPacket == 0; }
 
     std::vector<PacketPlace> packets_;
-    std::vector<UInt64> firstFrames_; ///< of each packet, where they differ in frames
+    std::vector<UInt64> firstFrames_; ///< of each packet, if they differ in frames
     UInt64 bytes_ = 0;
     UInt32 largest_ = 0;
     AudioFilePacketTableInfo table_;

@@ -82,7 +82,7 @@ std::vector<AudioChannelLabel> labelsOfTag(AudioChannelLayoutTag tag)
 
 std::vector<AudioChannelLabel> labelsOfBitmap(UInt32 bitmap)
 {
-    // the bits are in the order of the labels that they stand for
+    // the bits are in the order of their labels
     constexpr UInt32 labelsWithBits = 18;
     std::vector<AudioChannelLabel> labels;
     for (AudioChannelLabel label = 1; label <= labelsWithBits; ++label)

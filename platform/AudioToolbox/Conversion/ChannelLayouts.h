@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What channel layouts mean for the conversion: which channel is which, and how surround becomes stereo.
+// What channel layouts mean for the conversion: which channel is which, and how surround is mixed to stereo.
 #pragma once
 
 #include "AudioToolbox/Conversion/ChannelMixer.h"
@@ -12,8 +12,7 @@
 namespace qmx
 {
 
-/// The labels of the channels in order, from a layout record of any length as it stands in memory; empty for one that
-/// does not tell them.
+/// The labels of the channels in order, from a layout record of any length in memory; empty if it does not state them.
 std::vector<AudioChannelLabel> channelLabels(std::span<const std::byte> layout);
 
 /// How channels with these labels become others: surround to left and right, none for all else. The front channels keep

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Which input channel feeds which output channel, and the copying that it takes.
+// Which input channel feeds which output channel, and the copying between them.
 #pragma once
 
 #include "CoreAudioTypes/MacTypes.h"
@@ -21,8 +21,8 @@ struct ChannelRoutes {
     UInt32 inputs = 0;
     std::vector<SInt32> inputOf; ///< per output channel the input that feeds it, or `silence`
     bool isMean = false;         ///< the single output is the mean of all inputs; `inputOf` is not used then
-    /// If any, each output is the sum of all inputs times its own row of these instead. None is below 0 and no row's
-    /// sum exceeds 1, so no integer sample can leave its range.
+    /// If not empty, each output is instead the sum of all inputs times its own row of these. None is below 0 and no
+    /// row's sum exceeds 1, so no integer sample can leave its range.
     std::vector<Float64> weights;
 
     UInt32 outputs() const { return static_cast<UInt32>(inputOf.size()); }

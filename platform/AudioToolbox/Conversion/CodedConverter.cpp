@@ -12,7 +12,7 @@ namespace
 
 /// Packets asked for at once when many frames are wanted.
 constexpr UInt32 mostPacketsAtOnce = 64;
-/// What is held back at a stream's end, at most: some minutes' worth would be no remainder.
+/// Maximum frames held back at a stream's end: some minutes' worth would be no remainder.
 constexpr UInt32 mostTrailingFrames = 1 << 20;
 
 class DecodingConverter : public CodedConverter
@@ -71,7 +71,7 @@ private:
 
     std::size_t frameBytes() const { return decoder_->output().mBytesPerFrame; }
 
-    /// Frames that no end of the stream can take back.
+    /// Frames that the end of the stream cannot take back.
     std::size_t available() const
     {
         const std::size_t frames = (pcm_.size() - given_) / frameBytes();
@@ -98,7 +98,7 @@ private:
         return noErr;
     }
 
-    /// Asks for packets that hold so many frames.
+    /// Requests packets that hold `frames` frames.
     OSStatus pull(UInt32 frames)
     {
         const UInt32 framesPerPacket = std::max(1U, source().mFramesPerPacket);
@@ -117,7 +117,7 @@ private:
                     ? std::span(static_cast<const UInt8*>(buffer.mData), buffer.mDataByteSize)
                     : std::span<const UInt8>();
         if (!descriptions) {
-            if (count != 1) // where one packet ends and the next begins is told nowhere
+            if (count != 1) // nothing says where one packet ends and the next starts
                 return kAudioConverterErr_RequiresPacketDescriptionsError;
             whole_ = {0, 0, static_cast<UInt32>(data_.size())};
             descriptions = &whole_;
@@ -164,10 +164,10 @@ private:
     UInt32 toSkip_ = 0; ///< frames of the stream's start that are still to be dropped
     bool hasBegun_ = false, hasEnded_ = false;
     Bytes pcm_;             ///< decoded frames
-    std::size_t given_ = 0; ///< bytes of it that were handed on with the last call
+    std::size_t given_ = 0; ///< bytes of it that were returned by the last call
 
     InputSource input_{};
-    std::span<const UInt8> data_; ///< of the packets that were given last
+    std::span<const UInt8> data_; ///< of the packets that were supplied last
     const AudioStreamPacketDescription* next_ = nullptr;
     UInt32 packetsLeft_ = 0;
     AudioStreamPacketDescription whole_;
@@ -193,7 +193,7 @@ public:
         return {encoder_->primingFrames(), hasEnded_ && frames > used ? static_cast<UInt32>(frames - used) : 0};
     }
 
-    // what an encoder needs is not for callers to choose
+    // callers cannot choose what an encoder needs
     OSStatus setPrimeInfo(const AudioConverterPrimeInfo&) override { return kAudioConverterErr_OperationNotSupported; }
 
     void reset() override
@@ -248,7 +248,7 @@ private:
         return noErr;
     }
 
-    /// Gives the encoder the frames of one packet, or tells it the end.
+    /// Passes the frames of one packet, or the end of the stream, to the encoder.
     OSStatus feed(const InputSource& input)
     {
         const UInt32 frameBytes = encoder_->input().mBytesPerFrame, whole = target().mFramesPerPacket;
@@ -272,7 +272,7 @@ private:
     }
 
     std::unique_ptr<PacketEncoder> encoder_;
-    Bytes packet_; ///< made and not yet handed out
+    Bytes packet_; ///< made and not yet returned
     Bytes block_;  ///< frames on their way into the encoder
     UInt32 blockFrames_ = 0;
     UInt64 framesIn_ = 0, packetsMade_ = 0;

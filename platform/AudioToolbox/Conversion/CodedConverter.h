@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Conversions with a compressed side: a coder, and beside it a converter between what the coder takes or gives and the
-// format of the other side.
+// Conversions with a compressed side: a coder, and a converter between the coder's linear PCM and the format of the
+// other side.
 #pragma once
 
 #include "AudioToolbox/Codings/PacketCoding.h"
@@ -21,7 +21,7 @@ public:
 
     virtual ~CodedConverter() = default;
 
-    /// Between the linear side and the coder: for rates' quality and the channel map.
+    /// Between the linear side and the coder: for the quality of rate conversion and the channel map.
     Converter& linear() { return *linear_; }
     const Converter& linear() const { return *linear_; }
 
@@ -35,12 +35,12 @@ public:
 
     virtual AudioConverterPrimeInfo primeInfo() const = 0;
     virtual OSStatus setPrimeInfo(const AudioConverterPrimeInfo& info) = 0;
-    /// Of a decoding converter; false where it does not take it.
+    /// For a decoding converter; false if it refuses the cookie.
     virtual bool setCookie(std::span<const UInt8>) { return false; }
     /// The encoder of an encoding converter.
     virtual PacketEncoder* encoder() { return nullptr; }
 
-    /// Null where neither or both sides are compressed, or where the conversion is not possible.
+    /// Null if neither or both sides are compressed, or if the conversion is not possible.
     static std::unique_ptr<CodedConverter> between(const AudioStreamBasicDescription& source,
                                                    const AudioStreamBasicDescription& target);
 

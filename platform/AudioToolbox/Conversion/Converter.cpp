@@ -32,7 +32,7 @@ template <class ByteT> void aimAtBuffer(FrameRun<ByteT>& run, ByteT* bytes, std:
     }
 }
 
-/// Points `run` at the buffers of a list, for as many whole frames as all of them hold: none where buffers are missing.
+/// Points `run` at the buffers of a list, for as many whole frames as all of them hold: none if buffers are missing.
 template <class ByteT> void aimAtList(FrameRun<ByteT>& run, AudioBufferList& list)
 {
     run.frames = 0;
@@ -197,7 +197,7 @@ OSStatus Converter::fill(const InputSource& input, UInt32& packetCount, AudioBuf
 {
     aimAtList(room_, output);
     const std::size_t wanted = std::min<std::size_t>(packetCount, room_.frames);
-    packetCount = 0; // always what was made, also where memory runs out in between
+    packetCount = 0; // always what was made, even if memory runs out meanwhile
     if (room_.frames == 0)
         return kAudioConverterErr_InvalidOutputSize;
 
@@ -243,7 +243,7 @@ void Converter::endStreamIfDrained(bool isShort)
         chain_->rate().restart();
 }
 
-/// Asks for the input of so many output frames.
+/// Requests the input of `outputFrames` output frames.
 OSStatus Converter::pull(const InputSource& input, std::size_t outputFrames)
 {
     auto packetCount = static_cast<UInt32>(std::min(inputFramesFor(outputFrames), most32));

@@ -19,24 +19,24 @@ namespace qmx
 class Converter
 {
 public:
-    /// Null where the formats cannot be converted.
+    /// Null if the formats cannot be converted.
     static std::unique_ptr<Converter> between(const AudioStreamBasicDescription& source,
                                               const AudioStreamBasicDescription& target);
 
-    /// The formats as they are understood, byte counts included.
+    /// The formats as interpreted, byte counts included.
     const AudioStreamBasicDescription& source() const { return source_; }
     const AudioStreamBasicDescription& target() const { return target_; }
     /// Bytes of one frame of all channels.
     UInt32 sourceFrameBytes() const { return static_cast<UInt32>(sourceLayout_.frameBytes()); }
     UInt32 targetFrameBytes() const { return static_cast<UInt32>(targetLayout_.frameBytes()); }
 
-    /// Output bytes that a call with so many input bytes gives at most; none where 32 bits cannot count them.
+    /// Maximum output bytes of a call with `inputBytes` input bytes; none if 32 bits cannot count them.
     std::optional<UInt32> outputBytesFor(UInt32 inputBytes) const;
-    /// Input bytes (whole frames) that last for `outputBytes` output bytes.
+    /// Input bytes (whole frames) that suffice for `outputBytes` output bytes.
     UInt32 inputBytesFor(UInt32 outputBytes) const;
 
     UInt32 quality() const { return quality_; }
-    /// Of the rate conversion, 0 to 127; while a stream is open it waits for the next one.
+    /// Of the rate conversion, 0 to 127; while a stream is open it takes effect with the next one.
     void setQuality(UInt32 quality);
 
     /// Per output channel the input channel or -1; empty while the output is mixed from several.
@@ -44,17 +44,17 @@ public:
     /// False for a map of another length or with an entry that is no input channel.
     bool setChannelMap(std::span<const SInt32> map);
 
-    /// Tells which channel is which, as bytes of a layout record. Known surround channels are then mixed to left and
+    /// Sets which channel is which, as bytes of a layout record. Known surround channels are then mixed to left and
     /// right.
     void setLayouts(std::span<const std::byte> input, std::span<const std::byte> output);
 
-    /// The next data begin a new stream.
+    /// The next data start a new stream.
     void reset();
 
     /// See AudioConverterConvertBuffer.
     OSStatus convertBuffer(std::span<const std::byte> input, std::byte* output, UInt32& outputBytes);
 
-    /// Who gives source data, and what it is called with.
+    /// The procedure that supplies source data, and what it is called with.
     struct InputSource {
         AudioConverterComplexInputDataProc give;
         AudioConverterRef converter;
@@ -82,7 +82,7 @@ private:
     std::unique_ptr<FrameConverter> straight_; ///< at equal rates
     std::unique_ptr<RateChain> chain_;         ///< otherwise
 
-    SourceFrames pending_; ///< input that was given and not yet taken
+    SourceFrames pending_; ///< input that was supplied and not yet consumed
     TargetFrames room_;    ///< where output goes
     std::vector<std::byte> inputListMemory_;
     AudioBufferList* inputList_; ///< handed to input procedures

@@ -11,7 +11,7 @@ namespace qmx
 namespace
 {
 
-/// Samples that pass through scratch memory at once: both blocks stay in the first-level cache.
+/// Samples that pass through scratch memory at once; both blocks stay in the first-level cache.
 constexpr std::size_t blockSamples = 2048;
 
 /// Samples of one layout as samples of another when every sample stays in its place: a copy, a swap of bytes, one

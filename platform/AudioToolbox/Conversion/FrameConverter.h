@@ -12,7 +12,7 @@
 namespace qmx
 {
 
-/// A run of frames in memory: one pointer a plane.
+/// A run of frames in memory: one pointer per plane.
 template <class ByteT> struct FrameRun {
     std::vector<ByteT*> planes;
     std::size_t planeFrameBytes = 0;
@@ -36,8 +36,9 @@ class FrameConverter
 public:
     virtual ~FrameConverter() = default;
 
-    /// Converts the first `frames` frames of `source`, which has as many, to the start of `target`, which has the room.
-    /// The two do not overlap, unless they are the very same memory and the layouts are equal. Neither is advanced.
+    /// Converts the first `frames` frames of `source`, which holds at least as many, to the start of `target`, which
+    /// has the room. The two do not overlap, unless they are the same memory and the layouts are equal. Neither is
+    /// advanced.
     virtual void convert(const SourceFrames& source, const TargetFrames& target, std::size_t frames) = 0;
 
     static std::unique_ptr<FrameConverter> between(const PcmLayout& source, const PcmLayout& target,

@@ -11,7 +11,7 @@ namespace
 
 constexpr bool machineIsBigEndian = std::endian::native == std::endian::big;
 
-/// Bytes that the record gives to one sample; none where its counts do not add up.
+/// Bytes of one sample by the record; none if its counts do not add up.
 std::optional<UInt32> sampleBytes(const AudioStreamBasicDescription& description)
 {
     if (description.mFormatFlags & kAudioFormatFlagIsPacked)

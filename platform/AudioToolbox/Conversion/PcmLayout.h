@@ -46,11 +46,11 @@ struct PcmLayout {
     bool operator==(const PcmLayout&) const = default;
 
     /// The layout of linear PCM, mu-law or A-law; none for other codings and for records that contradict themselves. A
-    /// packed format is taken by its channels and bits, whatever its byte counts say.
+    /// packed format is read by its channels and bits, whatever its byte counts say.
     static std::optional<PcmLayout> of(const AudioStreamBasicDescription& description);
 };
 
-/// `description` with the byte and frame counts that `layout` stands for.
+/// `description` with the byte and frame counts of `layout`.
 AudioStreamBasicDescription withByteCounts(AudioStreamBasicDescription description, const PcmLayout& layout);
 
 } // namespace qmx

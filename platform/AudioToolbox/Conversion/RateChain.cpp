@@ -9,10 +9,10 @@ namespace qmx
 namespace
 {
 
-// large enough that the calls into the filter do not show, small enough for the second-level cache
+// large enough to hide the cost of calling the filter, small enough for the second-level cache
 constexpr std::size_t blockSamples = 32768;
 
-/// Room beyond the exact ratio: lets what the filter gives in bursts catch up.
+/// Room beyond the exact ratio, so that bursts from the filter can catch up.
 constexpr UInt64 slackFrames = 16;
 
 PcmLayout doubles(UInt32 channels)
@@ -27,7 +27,7 @@ RateChain::RateChain(const PcmLayout& source, Float64 sourceRate, const PcmLayou
       sourceRate_(sourceRate), targetRate_(targetRate), rate_(sourceRate, targetRate, middle_.channels)
 {
     const std::size_t blockFrames = std::max<std::size_t>(64, blockSamples / middle_.channels);
-    // a block fed gives about a block taken
+    // one block in makes about one block out
     takeFrames_ = blockFrames;
     feedFrames_ = std::max<std::size_t>(
         1, static_cast<std::size_t>(static_cast<Float64>(blockFrames) / std::max(targetRate / sourceRate, 1.0)));
@@ -87,7 +87,7 @@ UInt64 RateChain::outputFramesFor(UInt64 inputFrames) const
 
 UInt64 RateChain::inputFramesFor(UInt64 outputFrames) const
 {
-    // the product comes first: whole ratios stay exact
+    // multiply first: whole ratios stay exact
     return static_cast<UInt64>(std::ceil(static_cast<Float64>(outputFrames) * sourceRate_ / targetRate_));
 }
 

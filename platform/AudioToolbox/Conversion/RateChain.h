@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // Conversion between rates and layouts: frames to doubles, the rate converter, doubles to frames. Channels are mixed on
-// the side that leaves the rate converter the fewer of them.
+// the side that leaves fewer of them to the rate converter.
 #pragma once
 
 #include "AudioToolbox/Conversion/FrameConverter.h"
@@ -21,19 +21,19 @@ public:
 
     RateConverter& rate() { return rate_; }
 
-    /// From now on output channels are made by `routes`.
+    /// From now on `routes` makes the output channels.
     void route(const ChannelRoutes& routes);
 
-    /// Writes up to `frames` frames to `target`, reading from `source` as it needs to, and moves both on. Gives the
-    /// frames written: fewer mean that `source` is used up.
+    /// Writes up to `frames` frames to `target`, reading from `source` as needed, and advances both. Returns the frames
+    /// written: fewer mean that `source` is used up.
     std::size_t produce(SourceFrames& source, TargetFrames& target, std::size_t frames);
-    /// Takes in all that is left of `source`; what comes of it waits inside.
+    /// Takes in all that is left of `source`; the result waits inside.
     void feedAll(SourceFrames& source);
 
-    /// Output frames that are asked for at most for so many input frames: with that much room in every call nothing
-    /// piles up.
+    /// Maximum output frames to request for `inputFrames` input frames: with that much room in every call nothing piles
+    /// up.
     UInt64 outputFramesFor(UInt64 inputFrames) const;
-    /// Input frames that last for `outputFrames` output frames; at least 1 for one or more.
+    /// Input frames that suffice for `outputFrames` output frames; at least 1 for one or more.
     UInt64 inputFramesFor(UInt64 outputFrames) const;
 
 private:

@@ -8,9 +8,10 @@ namespace qmx
 namespace
 {
 
-/// From here on nearly all of the narrower side's band is kept, so that a recording survives going there and back.
+/// From this quality on nearly all of the narrower side's band is kept, so that a recording survives converting there
+/// and back.
 constexpr UInt32 steepQuality = 112;
-constexpr double steepPassband = 0.997; // of the band; the library takes no more
+constexpr double steepPassband = 0.997; // of the band; the library accepts no more
 
 unsigned long recipeOf(UInt32 quality)
 {
@@ -51,10 +52,10 @@ void RateConverter::setQuality(UInt32 quality)
 
 void RateConverter::feed(const Float64* frames, std::size_t count)
 {
-    // without a place for the count taken, the filter takes everything into its own queue
+    // given no place for the count, the filter takes everything into its own queue
     hasInput_ = hasInput_ || count > 0;
     Float64 nothing = 0;
-    if (filter_) // a restart may have found no memory
+    if (filter_) // none if a restart found no memory
         soxr_process(filter_.get(), frames, count, nullptr, &nothing, 0, nullptr);
 }
 

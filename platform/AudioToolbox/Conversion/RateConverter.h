@@ -13,14 +13,14 @@ namespace qmx
 {
 
 /// One stream at a time. The output is aligned with the input (no silence in front for the filter's delay), and a
-/// finished stream of n frames gives n times the ratio, to the nearest frame. In which pieces frames are fed and taken
-/// does not change the result.
+/// finished stream of n frames becomes n times the ratio, to the nearest frame. Feeding and taking frames in other
+/// pieces does not change the result.
 class RateConverter
 {
 public:
     static constexpr UInt32 bestQuality = 127;
     static constexpr UInt32 defaultQuality = 96;
-    /// Below it the places of frames between others are rounded.
+    /// Below this quality, positions between input frames are rounded.
     static constexpr UInt32 leastExactQuality = 16;
     /// Rates farther apart than this are not converted: the filter's memory grows with the ratio.
     static constexpr Float64 highestRatio = 4096;
@@ -30,22 +30,22 @@ public:
 
     /// Whether it converts: false from the start for rates too far apart, later when memory was short.
     bool isUsable() const;
-    /// Frames were fed since the stream began.
+    /// Whether frames were fed since the stream started.
     bool hasInput() const { return hasInput_; }
     bool isFinished() const { return isFinished_; }
 
-    /// 0 to 127. Takes effect at once before anything was fed, else when the next stream begins.
+    /// 0 to 127. Takes effect at once before anything was fed, else when the next stream starts.
     void setQuality(UInt32 quality);
     UInt32 quality() const { return quality_; }
 
-    /// Takes in all of `frames`, which belong to the stream that is open.
+    /// Takes in all `count` frames, which belong to the open stream.
     void feed(const Float64* frames, std::size_t count);
     /// No more frames follow: what the filter holds can be taken now.
     void finish();
-    /// Gives up to `count` frames that are ready; none means that more input is needed or, in a finished stream, the
-    /// end.
+    /// Writes up to `count` ready frames and returns how many; none means that more input is needed or, in a finished
+    /// stream, the end.
     std::size_t take(Float64* frames, std::size_t count);
-    /// Forgets the stream: the next frames begin a new one.
+    /// Forgets the stream: the next frames start a new one.
     void restart();
 
 private:

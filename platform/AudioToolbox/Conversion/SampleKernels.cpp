@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Each kernel is one plain loop over a compile-time width and byte order, without branches, so that compilers turn it
-// into vector code for the baseline processor. Only rounding floats is spelled in vector instructions where the
-// processor has them: compilers make three times as many of a saturating conversion that minds NaN.
+// into vector code for the baseline processor. Only the rounding of floats is written in vector instructions where the
+// processor has them: compilers make three times as many of a saturating conversion that handles NaN.
 #include "AudioToolbox/Conversion/SampleKernels.h"
 
 #include "AudioToolbox/Conversion/Companding.h"
@@ -96,7 +96,7 @@ template <class T> T fromFullScale(UInt32 value)
         return static_cast<T>(number) * T{0x1p-31};
 }
 
-/// T as an integer of so many bits: to nearest, ties to even, saturated.
+/// T as an integer of `bits` bits: to nearest, ties to even, saturated.
 template <class T> class Rounding
 {
 public:
@@ -107,7 +107,7 @@ public:
 
     SInt32 operator()(T value) const
     {
-        // adding and taking away 2^(digits - 1) of the same sign leaves no room for a fraction
+        // adding and subtracting 2^(digits - 1) of the same sign leaves no room for a fraction
         constexpr T whole = T{1} / std::numeric_limits<T>::epsilon();
         value *= scale_;
         value = value == value ? value : T{0};

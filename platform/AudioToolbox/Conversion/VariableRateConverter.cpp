@@ -31,7 +31,7 @@ VariableRateConverter::VariableRateConverter(UInt32 channels, UInt32 quality)
         warm(channels);
 }
 
-/// Runs once through all memory that converting touches, so that no render waits for a page of it.
+/// Touches all memory that converting uses, so that no render waits for a page fault.
 void VariableRateConverter::warm(UInt32 channels)
 {
     constexpr std::size_t inputFrames = 512, outputFrames = 64;

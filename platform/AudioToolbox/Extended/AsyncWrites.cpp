@@ -15,7 +15,7 @@ namespace
 constexpr Float64 secondsHeld = 4;
 constexpr std::size_t leastBytes = 1U << 18, mostBytes = 1U << 24;
 
-/// Frames that are written at once: large enough to be cheap, and between two of them others get their turn.
+/// Frames that are written at once: enough to be cheap, few enough that other files get their turn.
 constexpr UInt32 pieceFrames = 32768;
 
 } // namespace
@@ -55,14 +55,14 @@ OSStatus AsyncWrites::add(const AudioBufferList& frames, UInt32 count)
     return noErr;
 }
 
-/// The thread that writes is woken for an eighth of the memory, and then goes on until it finds nothing more. What is
-/// less waits for more or for the end.
+/// The writing thread is woken once an eighth of the memory is full, and then writes until it finds nothing more. Less
+/// than that waits for more or for the end.
 bool AsyncWrites::isWorthAWake() const
 {
     return ring_.ready() > ring_.capacity() / 8;
 }
 
-/// Waits for the thread that writes, or writes in its place.
+/// Waits for the writing thread, or writes in its place.
 void AsyncWrites::waitForRoom()
 {
     const std::scoped_lock lock(takerMutex_);

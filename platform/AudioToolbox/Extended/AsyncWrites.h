@@ -15,11 +15,11 @@ namespace qmx
 class AsyncWrites : public BackgroundWork
 {
 public:
-    /// Writes frames to the file or, after a failure, drops them: nobody may wait for a disk that takes no more. Called
-    /// by one thread at a time.
+    /// Writes frames to the file or, after a failure, drops them: nobody may wait for a disk that accepts no more.
+    /// Called by one thread at a time.
     using Sink = std::function<void(const AudioBufferList& frames, UInt32 count)>;
 
-    /// Memory for four seconds at `rate` Hz, within bounds. Null where the system has no thread left for it.
+    /// Memory for four seconds at `rate` Hz, within bounds. Null if the system has no thread left for it.
     static std::shared_ptr<AsyncWrites> make(const PcmLayout& layout, Float64 rate, Sink sink);
     AsyncWrites(const PcmLayout& layout, UInt32 capacity, Sink sink);
 
@@ -27,8 +27,8 @@ public:
     /// thread marked real-time.
     OSStatus add(const AudioBufferList& frames, UInt32 count);
 
-    /// Waits until the sink was given all that was added. The adding thread, or while it does not add. After it nothing
-    /// calls the sink until more is added.
+    /// Waits until the sink got all frames added so far. For the adding thread, or while it does not add. Afterwards
+    /// nothing calls the sink until more is added.
     void drain();
     /// The same, and forgets the sink for good.
     void finish();
@@ -41,8 +41,8 @@ private:
     void waitForRoom();
 
     FrameRing ring_;
-    PlaneList part_;        // of a list that is larger than the room
-    std::mutex takerMutex_; // the taker is whoever holds it
+    PlaneList part_;        // of a list larger than the room
+    std::mutex takerMutex_; // its holder is the taker
     Sink sink_;
 };
 

@@ -48,8 +48,8 @@ void BackgroundThread::run()
     }
 }
 
-// Without allocating: this thread has nobody to tell that memory ran out. What is at work now lives, and so keeps its
-// place in the list.
+// Does not allocate: this thread has nobody to report a lack of memory to. The work being run is alive, and so keeps
+// its place in the list.
 void BackgroundThread::workForAll()
 {
     std::unique_lock lock(mutex_);

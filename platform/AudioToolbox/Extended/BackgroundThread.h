@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-// The threads of the process that write and read files behind real-time threads: one for each direction, for all files.
+// The threads of the process that write and read files on behalf of real-time threads: one per direction, for all
+// files.
 #pragma once
 
 #include "Foundation/Threads/LastingThread.h"
@@ -12,7 +13,7 @@
 namespace qmx
 {
 
-/// What such a thread does for a file each time it is woken. It may be called once more after its owner let go of it.
+/// What such a thread does for a file each time it is woken. It may run once more after its owner released it.
 class BackgroundWork
 {
 public:
@@ -23,14 +24,14 @@ public:
 class BackgroundThread
 {
 public:
-    /// The thread that writes, and the one that reads ahead. They begin with their first work and last as long as the
+    /// The writing thread, and the one that reads ahead. They start with their first work and last as long as the
     /// process.
     static BackgroundThread& writer();
     static BackgroundThread& reader();
 
-    /// False where the system has no thread left for it. Whoever owns the work ends it by letting go.
+    /// False if the system has no thread left for it. Releasing the last reference to the work ends it.
     [[nodiscard]] bool add(const std::shared_ptr<BackgroundWork>& work);
-    /// Any thread, real-time ones too: costs a store and, while the thread sleeps, a wake.
+    /// Any thread, real-time ones too: costs a store and, while the thread sleeps, a wake-up.
     void wake() noexcept;
 
 private:

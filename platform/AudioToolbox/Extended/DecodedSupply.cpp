@@ -10,7 +10,7 @@ namespace qmx
 namespace
 {
 
-/// Linear PCM that holds every value that the coding does: floats, but for what is lossless with 32 bits.
+/// Linear PCM that holds every value of the coding: 32-bit integers for 32-bit lossless codings, else floats.
 AudioStreamBasicDescription decodedFormat(const AudioStreamBasicDescription& coding)
 {
     const bool isLossless = coding.mFormatID == kAudioFormatAppleLossless || coding.mFormatID == kAudioFormatFLAC;
@@ -49,7 +49,7 @@ DecodedSupply::DecodedSupply(AudioFileID file, const AudioStreamBasicDescription
 {
 }
 
-/// Where the original's frames are. Without a table all frames of all packets are taken for it.
+/// Finds the original's frames. Without a table all frames of all packets count as such.
 OSStatus DecodedSupply::loadTable()
 {
     if (fileValue(file_, kAudioFilePropertyPacketTableInfo, table_) == noErr)
@@ -94,7 +94,7 @@ void DecodedSupply::setBuffer(std::span<std::byte> buffer)
     packets_ = buffer;
     packetsAtOnce_ = packets;
     framesAtOnce_ = frames;
-    mustBegin_ = true; // packets that the decoder was given lay in the old memory
+    mustBegin_ = true; // packets that were passed to the decoder lay in the old memory
 }
 
 /// Starts the decoder far enough before the position that its frames come out exactly.
@@ -138,7 +138,7 @@ OSStatus DecodedSupply::next(const void*& frames, UInt32& count)
     };
     const OSStatus status = AudioConverterFillComplexBuffer(decoder_.get(), give, this, &count, &list, nullptr);
     position_ += count;
-    mustBegin_ = status != noErr; // what the decoder had before a failure belongs to what follows it
+    mustBegin_ = status != noErr; // what the decoder held before a failure belongs to what follows it
     return count > 0 ? noErr : status;
 }
 

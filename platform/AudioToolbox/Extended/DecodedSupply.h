@@ -14,7 +14,7 @@ namespace qmx
 class DecodedSupply : public FrameSupply
 {
 public:
-    /// A status and no supply for a coding that no decoder is there for.
+    /// Returns a status and makes no supply for a coding without a decoder.
     static OSStatus make(AudioFileID file, const AudioStreamBasicDescription& coding,
                          std::unique_ptr<FrameSupply>& supply);
 

@@ -14,7 +14,7 @@ namespace qmx
 namespace
 {
 
-/// Two channels are left and right where nobody told. More are never taken for surround sound.
+/// Two channels are left and right unless stated otherwise. More are never taken for surround sound.
 LayoutBlock knownOrStereo(const LayoutBlock& layout, UInt32 channels)
 {
     if (!layout.empty() || channels != 2)
@@ -36,7 +36,7 @@ ExtendedFile::ExtendedFile(AudioFileID file)
 ExtendedFile::~ExtendedFile()
 {
     if (owns_ && file_)
-        (void)AudioFileClose(file_); // close() tells; without it the file was not taken over
+        (void)AudioFileClose(file_); // close() reports a failure; without it the file was not taken over
 }
 
 OSStatus ExtendedFile::setClientFormat(const AudioStreamBasicDescription& format)
@@ -85,7 +85,7 @@ AudioConverterRef ExtendedFile::converter()
 
 OSStatus ExtendedFile::setFileLayout(LayoutBlock layout)
 {
-    // containers that keep none are no obstacle to mixing by one
+    // the file's layout is used for mixing even if its container keeps none
     (void)AudioFileSetProperty(file_, kAudioFilePropertyChannelLayout, static_cast<UInt32>(layout.size()),
                                layout.data());
     fileLayout_ = std::move(layout);
@@ -102,11 +102,11 @@ OSStatus ExtendedFile::setClientLayout(LayoutBlock layout)
     return noErr;
 }
 
-/// Tells the converter which channels are which.
+/// Sets which channels are which on the converter.
 void ExtendedFile::applyLayouts()
 {
     const auto set = [this](AudioConverterPropertyID property, const LayoutBlock& layout) {
-        if (!layout.empty()) // one that the converter cannot mix by leaves channel i with i
+        if (!layout.empty()) // if the converter cannot mix by it, channel i goes to i
             (void)AudioConverterSetProperty(converter_.get(), property, static_cast<UInt32>(layout.size()),
                                             layout.data());
     };

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What an extended audio file is in either direction: an audio file, a client format, and a converter between.
+// The common part of extended audio files in both directions: an audio file, a client format, and a converter between.
 #pragma once
 
 #include "AudioToolbox/Conversion/PcmLayout.h"
@@ -17,7 +17,7 @@ using ConverterHandle = std::unique_ptr<OpaqueAudioConverter, decltype(&AudioCon
 /// A channel layout with all its descriptions; empty for none.
 using LayoutBlock = std::vector<std::byte>;
 
-/// One thread at a time, but for what ExtAudioFile.h says of real-time threads.
+/// One thread at a time, except for what ExtAudioFile.h says of real-time threads.
 class ExtendedFile
 {
 public:
@@ -26,17 +26,17 @@ public:
     ExtendedFile& operator=(const ExtendedFile&) = delete;
 
     AudioFileID file() const { return file_; }
-    /// Closes the file at the end.
+    /// Closes the audio file when this one is closed.
     void ownFile() { owns_ = true; }
     const AudioStreamBasicDescription& fileFormat() const { return fileFormat_; }
     /// All zero while there is none.
     const AudioStreamBasicDescription& clientFormat() const { return clientFormat_; }
 
-    /// Takes another client format with a new converter; on failure the old ones stay.
+    /// Sets another client format with a new converter; on failure the old ones stay.
     OSStatus setClientFormat(const AudioStreamBasicDescription& format);
     /// Null without a client format. Nothing uses it until the next transfer.
     AudioConverterRef converter();
-    /// Settings of the converter were changed from outside.
+    /// The settings of the converter were changed from outside.
     virtual OSStatus converterChanged() { return noErr; }
 
     const LayoutBlock& fileLayout() const { return fileLayout_; }
@@ -44,19 +44,19 @@ public:
     OSStatus setFileLayout(LayoutBlock layout);
     OSStatus setClientLayout(LayoutBlock layout);
 
-    /// The memory that goes to or from the audio file at once.
+    /// The memory that is transferred to or from the audio file at once.
     std::span<std::byte> buffer() const { return buffer_.bytes(); }
     UInt32 bufferSize() const { return static_cast<UInt32>(buffer().size()); }
-    /// Own memory of so many bytes, or those of one packet where that is larger.
+    /// Own memory of `bytes` bytes, or of one packet if that is larger.
     void setBufferSize(UInt32 bytes);
-    /// Memory of the caller's, as large as the buffer; null for own memory again.
+    /// The caller's memory, as large as the buffer; null for own memory again.
     void setBuffer(std::byte* memory);
 
-    /// Whether there is a codec at work, and still a choice which.
+    /// Whether a codec is at work, and whether it can still be chosen.
     bool isCoded() const { return fileFormat_.mBytesPerFrame == 0; }
     bool canChooseCodec() const { return isCoded() && !converter_; }
 
-    /// The largest packet of the file, in bytes.
+    /// The maximum packet size of the file, in bytes.
     virtual OSStatus maximumPacketSize(UInt32& bytes);
 
     /// See the functions of ExtAudioFile.h; a direction that the file does not have is InvalidOperationOrder.
@@ -83,11 +83,11 @@ protected:
     const PcmLayout& clientSamples() const { return clientSamples_; }
     AudioConverterRef currentConverter() const { return converter_.get(); }
 
-    /// Takes the file's own format for the client's, where it is linear PCM that can be converted.
+    /// Makes the file's own format the client's, if it is linear PCM that can be converted.
     void startWithFileFormat();
     /// Waits until no other thread is at work for the file.
     virtual OSStatus rest() = 0;
-    /// The same, and puts an end to the stream of frames: what comes next begins a new one.
+    /// The same, and ends the stream of frames: what comes next starts a new one.
     virtual OSStatus settle() = 0;
     /// Makes a converter for a client format.
     virtual OSStatus connect(const AudioStreamBasicDescription& client, AudioConverterRef& converter) = 0;
@@ -97,7 +97,7 @@ protected:
     virtual OSStatus complete() { return noErr; }
     /// Bytes of one packet.
     virtual UInt32 leastBufferSize() const = 0;
-    /// Another buffer is to be used. Changes nothing where it throws.
+    /// Called before another buffer is used. Changes nothing if it throws.
     virtual void bufferChanged() = 0;
     /// Whether frames come from the file.
     virtual bool reads() const = 0;

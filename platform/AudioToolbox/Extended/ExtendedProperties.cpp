@@ -15,7 +15,7 @@ namespace
 constexpr UInt32 leastBuffer = 1U << 12, largestBuffer = 1U << 24;
 constexpr std::size_t layoutHead = offsetof(AudioChannelLayout, mChannelDescriptions);
 
-/// Codecs in software, the only ones there are.
+/// Codecs in software, the only ones that exist here.
 constexpr UInt32 softwareCodecs = fourCharCode("appl");
 
 template <class T> LayoutBlock bytesOf(const T& value)
@@ -45,7 +45,7 @@ bool isWritableProperty(const ExtendedFile& file, ExtAudioFilePropertyID propert
     }
 }
 
-/// The size of a value that is not to be had without waiting for the file's threads; 0 for others.
+/// The size of a value that cannot be read without waiting for the file's threads; 0 for others.
 UInt32 sizeWithoutRest(ExtAudioFilePropertyID property)
 {
     if (property == kExtAudioFileProperty_AudioConverter)
@@ -65,7 +65,7 @@ template <class T> OSStatus present(LayoutBlock& value, OSStatus status, const T
     return status;
 }
 
-/// The value of a property; InvalidProperty where there is none.
+/// The value of a property; InvalidProperty if there is none.
 OSStatus valueOf(ExtendedFile& file, ExtAudioFilePropertyID property, LayoutBlock& value)
 {
     UInt32 packetSize = 0;
@@ -115,7 +115,7 @@ template <class T> OSStatus read(T& target, UInt32 size, const void* value)
     return noErr;
 }
 
-/// 0 where the layout does not tell.
+/// 0 if the layout does not say.
 std::size_t channelsOf(const LayoutBlock& layout)
 {
     const auto labels = channelLabels(layout);
@@ -125,7 +125,7 @@ std::size_t channelsOf(const LayoutBlock& layout)
     return labels.empty() ? tag & countBits : labels.size();
 }
 
-/// A layout as it was given, for so many channels.
+/// A layout as it was given, for `channels` channels.
 OSStatus readLayout(LayoutBlock& layout, UInt32 size, const void* value, UInt32 channels)
 {
     if (size < layoutHead)
@@ -136,7 +136,7 @@ OSStatus readLayout(LayoutBlock& layout, UInt32 size, const void* value, UInt32 
     return told > 0 && channels > 0 && told != channels ? kExtAudioFileError_InvalidChannelMap : noErr;
 }
 
-/// The file's own format only: a file keeps what it was made with.
+/// Accepts the file's own format only: a file keeps the format it was made with.
 OSStatus setFileFormat(const ExtendedFile& file, const AudioStreamBasicDescription& format)
 {
     const bool isSame =
@@ -153,7 +153,7 @@ OSStatus setCodecManufacturer(const ExtendedFile& file, UInt32 manufacturer)
     return file.canChooseCodec() ? noErr : kExtAudioFileError_InvalidOperationOrder;
 }
 
-/// Whose settings were changed is the converter itself or nobody's.
+/// Takes the file's own converter, or null, as notice that its settings changed.
 OSStatus setConverter(ExtendedFile& file, AudioConverterRef converter)
 {
     return converter && converter != file.converter() ? kAudio_ParamError : file.converterChanged();
@@ -164,7 +164,7 @@ OSStatus setConverterConfig(ExtendedFile& file, const void* config)
     return config ? kAudio_ParamError : file.converterChanged();
 }
 
-/// Reads a value of the type that `set` takes and hands it on.
+/// Reads a value of the type that `set` takes and passes it on.
 template <class T, class Set> OSStatus setTo(UInt32 size, const void* value, Set set)
 {
     T given{};

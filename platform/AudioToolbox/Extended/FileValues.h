@@ -11,8 +11,8 @@
 namespace qmx
 {
 
-/// Callers do without what a file or converter does not have, but not without what it could not tell for lack of
-/// memory.
+/// Callers can do without a value that a file or converter lacks, but not without one that it could not return for lack
+/// of memory.
 inline OSStatus unlessMemoryIsShort(OSStatus status)
 {
     if (status == kAudio_MemFullError)
@@ -47,7 +47,7 @@ inline AudioStreamBasicDescription floatsLike(const AudioStreamBasicDescription&
             .mBitsPerChannel = 32};
 }
 
-/// Reads packets into memory for all of them. No packets with status 0 are the end. Where reading fails, the packets
+/// Reads packets into memory that holds them all. No packets with status 0 mean the end. If reading fails, the packets
 /// before that come with status 0, and then none with the failure.
 inline OSStatus readPackets(AudioFileID file, SInt64 first, UInt32& count, UInt32& bytes,
                             AudioStreamPacketDescription* descriptions, void* to)
@@ -56,7 +56,7 @@ inline OSStatus readPackets(AudioFileID file, SInt64 first, UInt32& count, UInt3
     return status == eofErr || count > 0 ? noErr : status;
 }
 
-/// A value of any size; empty where the file does not have it.
+/// A value of any size; empty if the file lacks it.
 inline std::vector<std::byte> fileBlock(AudioFileID file, AudioFilePropertyID property)
 {
     UInt32 size = 0;

@@ -15,13 +15,13 @@ namespace qmx
 namespace
 {
 
-/// Frames fed until some came out, and how many came.
+/// Frames fed until some came out, and how many came out.
 struct Burst {
     UInt64 fed = 0, taken = 0;
     bool operator==(const Burst&) const = default;
 };
 
-/// The period of what comes in bursts; 0 where they do not tell it yet.
+/// The period of the bursts; 0 while they do not show it yet.
 UInt64 periodOf(const std::vector<Burst>& bursts, Float64 ratio)
 {
     constexpr std::size_t leadIn = 4; // the first ones fill the filter
@@ -37,7 +37,7 @@ UInt64 periodOf(const std::vector<Burst>& bursts, Float64 ratio)
     return 0;
 }
 
-/// Whether the filter knows the ratio as whole numbers; else it rounds the place of each frame, and no two agree.
+/// Whether the filter knows the ratio as whole numbers; otherwise it rounds each frame's position, and no two agree.
 bool isExact(Float64 inputRate, Float64 outputRate)
 {
     constexpr int largestTerm = 1000;
@@ -53,7 +53,7 @@ UInt64 filterPeriod(Float64 inputRate, Float64 outputRate, UInt32 quality)
 {
     if (quality < RateConverter::leastExactQuality || !isExact(inputRate, outputRate))
         return 0;
-    constexpr UInt64 mostFrames = UInt64{1} << 21; // fed and taken, so that a seek does not take long
+    constexpr UInt64 mostFrames = UInt64{1} << 21; // fed and taken, to bound the time of a seek
     RateConverter filter(inputRate, outputRate, 1);
     filter.setQuality(quality);
     std::vector<Burst> bursts;

@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: MIT
 // A ring of frames between one thread that adds and one that takes. Neither waits, locks or allocates.
 //
-// Two counters only grow: frames added and frames taken. The adder publishes frames by the first, the taker gives room
-// back by the second; each reads the other's with acquire, so that samples are seen before the count that covers them.
+// Two counters only grow: frames added and frames taken. The adder publishes frames through the first, the taker frees
+// room through the second; each reads the other's with acquire, so that samples are seen before the count that covers
+// them.
 #pragma once
 
 #include "AudioToolbox/Extended/PlaneList.h"
@@ -16,31 +17,31 @@ namespace qmx
 class FrameRing
 {
 public:
-    /// How many frames are so many seconds at `rate` Hz, or what takes up the least or the most bytes.
+    /// Frames in `seconds` at `rate` Hz, clamped to the byte bounds.
     static UInt32 capacityFor(const PcmLayout& layout, Float64 rate, Float64 seconds, std::size_t leastBytes,
                               std::size_t mostBytes);
     /// Memory for `capacity` frames, all of it touched.
     FrameRing(const PcmLayout& layout, UInt32 capacity);
 
     UInt32 capacity() const { return capacity_; }
-    /// Any thread: may be out of date at once, but never in the caller's disfavour on its own side.
+    /// Any thread: may be out of date at once, but what the caller may use only grows meanwhile.
     UInt32 ready() const;
     UInt32 room() const { return capacity_ - ready(); }
 
-    // for the adder only
+    // only for the adder
     /// Room for frames in one piece, at most `count` of them; `count` becomes what there is.
     AudioBufferList& ahead(UInt32& count);
-    /// `count` frames were put into that room.
+    /// Publishes `count` frames that were written into that room.
     void add(UInt32 count);
-    /// Adds the first `count` frames of a list, which find room.
+    /// Adds the first `count` frames of a list; there must be room for them.
     void copyIn(const AudioBufferList& frames, UInt32 count);
 
-    // for the taker only
+    // only for the taker
     /// The next frames in one piece, at most `count` of them; `count` becomes what there is.
     AudioBufferList& next(UInt32& count);
-    /// `count` frames of those are done with.
+    /// `count` of those frames are no longer needed.
     void take(UInt32 count);
-    /// Takes `count` frames, which are ready, into a list.
+    /// Takes `count` frames, which must be ready, into a list.
     void copyOut(const AudioBufferList& frames, UInt32 count);
 
     /// Forgets all frames. Only while neither side is at work.

@@ -15,7 +15,7 @@ class IOBuffer
 {
 public:
     IOBuffer() = default;
-    /// Own memory of `size` bytes, which are not touched before they are used.
+    /// Own memory of `size` bytes, not touched before use.
     explicit IOBuffer(UInt32 size) : own_(std::make_unique_for_overwrite<std::byte[]>(size)), bytes_(own_.get(), size)
     {
     }

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Codings whose packets are single frames of constant size: nothing to decode but what the converter does anyway.
+// Codings whose packets are single frames of constant size: nothing to decode beyond what the converter does anyway.
 #pragma once
 
 #include "AudioToolbox/Extended/FrameSupply.h"

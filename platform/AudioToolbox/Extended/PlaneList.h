@@ -28,13 +28,13 @@ private:
     AudioBufferList* list_;
 };
 
-/// Whole frames that all buffers of a list have room for; 0 where buffers or their data are missing.
+/// Whole frames that all buffers of a list have room for; 0 if buffers or their data are missing.
 UInt32 wholeFrames(const AudioBufferList& list, const PcmLayout& layout);
 
 /// Sets the byte sizes of the first buffers of a list to `frames` frames.
 void setFrames(AudioBufferList& list, const PcmLayout& layout, UInt32 frames);
 
-/// Copies as many bytes as the buffers of `to` say, plane by plane. `from` has as many.
+/// Copies the bytes that the buffers of `to` state, plane by plane. `from` has at least as many.
 void copyFrames(const AudioBufferList& from, const AudioBufferList& to);
 
 } // namespace qmx

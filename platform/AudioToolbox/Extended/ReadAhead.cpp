@@ -66,14 +66,14 @@ OSStatus ReadAhead::take(const AudioBufferList& data, UInt32& count)
     if (count < wanted && !hasEnded)
         countMissed(wanted - count);
     const OSStatus failure = hasEnded && count < wanted ? failure_.load(std::memory_order_relaxed) : noErr;
-    if (failure != noErr) // which is reported once, then reading goes on
+    if (failure != noErr) // reported once; then reading goes on
         hasEnded_.store(false, std::memory_order_release);
     if (failure != noErr || (ring_.room() > ring_.capacity() / 2 && !hasEnded))
         BackgroundThread::reader().wake();
     return failure;
 }
 
-/// Reads a piece where there is room; false when there is nothing more to be done.
+/// Reads a piece if there is room; false when there is nothing more to do.
 bool ReadAhead::readSome()
 {
     if (!source_ || hasEnded_.load(std::memory_order_relaxed))

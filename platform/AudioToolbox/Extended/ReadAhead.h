@@ -16,10 +16,10 @@ namespace qmx
 class ReadAhead : public BackgroundWork
 {
 public:
-    /// Reads frames from the file into all of a list; fewer than it holds are the end.
+    /// Reads frames from the file to fill a list; fewer than it holds mean the end.
     using Source = std::function<OSStatus(AudioBufferList& frames, UInt32& count)>;
 
-    /// Memory for two seconds at `rate` Hz, within bounds. Null where the system has no thread left for it. Nothing is
+    /// Memory for two seconds at `rate` Hz, within bounds. Null if the system has no thread left for it. Nothing is
     /// read yet.
     static std::shared_ptr<ReadAhead> make(const PcmLayout& layout, Float64 rate, Source source);
     ReadAhead(const PcmLayout& layout, UInt32 capacity, Source source);
@@ -40,9 +40,9 @@ public:
         bool isMine_;
     };
 
-    /// In its turn: the next frames, into a list with room for `count`; `count` becomes what came. A thread marked
-    /// real-time takes what is ready, any other waits for all; fewer are then the end or a failure, after which reading
-    /// is tried again.
+    /// Called within a Turn: copies the next frames into a list with room for `count`; `count` becomes the frames
+    /// copied. A thread marked real-time takes what is ready, any other waits for all; fewer then mean the end or a
+    /// failure, after which reading is tried again.
     OSStatus take(const AudioBufferList& data, UInt32& count);
 
     /// Whether nothing follows.
@@ -59,7 +59,7 @@ public:
 
     void work() override;
 
-    /// Frames that a real-time thread asked for and did not get though the file goes on.
+    /// Frames that real-time threads asked for but did not get, though the file goes on.
     UInt64 missedFrames() const { return missed_.load(std::memory_order_relaxed); }
     void countMissed(UInt32 frames) { missed_.fetch_add(frames, std::memory_order_relaxed); }
 
@@ -68,9 +68,9 @@ private:
 
     FrameRing ring_;
     PlaneList part_;
-    std::mutex adderMutex_; // the adder is whoever holds it
+    std::mutex adderMutex_; // its holder is the adder
     Source source_;
-    // by the end or a failure; set after the last frames were added, cleared by the taker that reports a failure
+    // by the end or a failure; set after the last frames were added, cleared by the taker when it reports a failure
     std::atomic<bool> hasEnded_{false};
     std::atomic<OSStatus> failure_{noErr};
     std::atomic<bool> isTaken_{false};

@@ -15,14 +15,14 @@ namespace qmx
 namespace
 {
 
-/// The filter of the best quality reaches over some thousand frames of the lower rate.
+/// The best filter reaches over some thousand frames of the lower rate.
 constexpr Float64 reach = 4096;
 
 /// Frames of the file, which the filter passes in some hundredths of a second. A seek to before the first of them reads
-/// from the start. Where the blocks of the filter never meet again, a new run starts every so many.
+/// from the start. If the blocks of the filter never align again, a new run starts every `runLength` frames.
 constexpr SInt64 runLength = SInt64{1} << 17;
 
-/// Frames of both rates that are no farther apart fall on each other.
+/// Frames of both rates that are no farther apart than this coincide.
 constexpr Float64 rounding = 1e-6;
 
 } // namespace
@@ -67,7 +67,7 @@ void ReadingFile::connected()
     moveTo(tell());
 }
 
-/// Nothing is read ahead any more; what was read and not taken is read again.
+/// Stops reading ahead; what was read and not taken is read again.
 OSStatus ReadingFile::rest()
 {
     if (auto ahead = std::exchange(ahead_, nullptr)) {
@@ -85,7 +85,7 @@ OSStatus ReadingFile::complete()
 OSStatus ReadingFile::converterChanged()
 {
     rest();
-    startAgain(); // settings take effect when a stream begins
+    startAgain(); // settings take effect when a stream starts
     return noErr;
 }
 
@@ -168,7 +168,7 @@ void ReadingFile::moveTo(SInt64 frame)
     startAgain();
 }
 
-/// The converter starts again at the place where reading is.
+/// The converter starts again at the present reading position.
 void ReadingFile::startAgain()
 {
     streamStart_ = nextFrame_;
@@ -200,7 +200,7 @@ OSStatus ReadingFile::fill(UInt32& frames, AudioBufferList& data)
     return noErr;
 }
 
-/// Has the converter give the next frame. What fails here is tried again with the next read.
+/// Makes the converter deliver the next frame. What fails here is tried again with the next read.
 OSStatus ReadingFile::prepare()
 {
     if (!mustBegin_ && converted_ == run_.end)
@@ -212,7 +212,7 @@ OSStatus ReadingFile::prepare()
     return status;
 }
 
-/// Where the blocks of the filter meet again, its run goes on; else the next one takes over.
+/// If the blocks of the filter align again, its run goes on; otherwise the next run takes over.
 void ReadingFile::changeRuns()
 {
     if (period() > 0) {
@@ -228,7 +228,7 @@ OSStatus ReadingFile::convert(UInt32& frames, AudioBufferList& data)
     return AudioConverterFillComplexBuffer(currentConverter(), &giveFrames, this, &frames, &data, nullptr);
 }
 
-/// Starts the converter so far before the stream that its frames come out as in a read from the start.
+/// Starts the converter far enough before the stream that its frames come out as in a read from the start.
 OSStatus ReadingFile::begin()
 {
     SInt64 end = 0;
@@ -237,7 +237,7 @@ OSStatus ReadingFile::begin()
     end_.store(end, std::memory_order_relaxed);
     run_ = runFor(streamStart_);
     converted_ = streamStart_;
-    (void)AudioConverterReset(currentConverter()); // where there is none, nothing is to be forgotten
+    (void)AudioConverterReset(currentConverter()); // without one, there is nothing to forget
     supply_->seek(run_.start);
     return drop(streamStart_ - clientFrameAt(run_.start));
 }
@@ -260,7 +260,7 @@ ReadingFile::FilterRun ReadingFile::runFor(SInt64 clientFrame)
             .end = std::max(clientFrame + 1, clientFrameAt((run + 1) * runLength + lead))};
 }
 
-/// Input frames after which the blocks of the filter meet again, or 0.
+/// Input frames after which the blocks of the filter align again, or 0.
 UInt64 ReadingFile::period()
 {
     UInt32 quality = 0;
@@ -272,7 +272,7 @@ UInt64 ReadingFile::period()
     return period_;
 }
 
-/// A frame of the file not long before another one, on which a client frame falls as nearly as the rates allow.
+/// A frame of the file shortly before another one, with which a client frame coincides as nearly as the rates allow.
 SInt64 ReadingFile::meetingBefore(SInt64 frame) const
 {
     SInt64 best = frame;
@@ -287,7 +287,7 @@ SInt64 ReadingFile::meetingBefore(SInt64 frame) const
     return best;
 }
 
-/// Converts frames that nobody is to hear.
+/// Converts frames and drops them.
 OSStatus ReadingFile::drop(SInt64 clientFrames)
 {
     constexpr SInt64 framesAtOnce = 4096;

@@ -17,7 +17,7 @@ namespace qmx
 class ReadingFile final : public ExtendedFile
 {
 public:
-    /// On failure the audio file stays the caller's.
+    /// On failure the caller keeps the audio file.
     static OSStatus open(AudioFileID file, std::unique_ptr<ExtendedFile>& opened);
     ~ReadingFile() override;
 
@@ -72,17 +72,17 @@ private:
 
     std::unique_ptr<FrameSupply> supply_;
     bool mustBegin_ = true; // the converter starts again with the next frame
-    UInt64 period_ = 0;     // of the filter of a rate change, once it was asked for
+    UInt64 period_ = 0;     // of the filter of a rate change, once computed
     std::optional<UInt32> periodQuality_;
 
-    // frames of the client, counted from the file's start
+    // frames of the client from the file's start
     SInt64 streamStart_ = 0; // where the converter starts
     SInt64 nextFrame_ = 0;   // the next one that is read
     SInt64 converted_ = 0;   // the next one that is converted
     FilterRun run_;
     std::optional<PlaneList> part_; // of the caller's list
     std::atomic<SInt64> position_{0};
-    std::atomic<SInt64> end_{0};       // as it was when the stream began
+    std::atomic<SInt64> end_{0};       // as it was when the stream started
     std::shared_ptr<ReadAhead> ahead_; // once primed
 };
 

@@ -15,10 +15,10 @@ namespace qmx
 namespace
 {
 
-/// Of the procedure that gives frames: there are no more for now, though the stream goes on.
+/// Returned by the procedure that supplies frames: none are left for now, though the stream goes on.
 constexpr OSStatus usedUp = statusCode("used");
 
-/// Packets of a coding that are made at once, at most.
+/// Maximum packets of a coding made at once.
 constexpr UInt32 mostDescriptions = 1024;
 
 } // namespace
@@ -48,13 +48,13 @@ OSStatus WritingFile::connect(const AudioStreamBasicDescription& client, AudioCo
 void WritingFile::connected()
 {
     fitBuffer();
-    auto before = std::exchange(queue_, nullptr); // its memory is for frames of the format before
+    auto before = std::exchange(queue_, nullptr); // its memory fits frames of the format before
     if (!before)
         return;
     try {
         primeWrites();
     } catch (...) {
-        queue_ = std::move(before); // that format stays
+        queue_ = std::move(before); // so the old format stays
         throw;
     }
 }
@@ -69,7 +69,7 @@ void WritingFile::bufferChanged()
     packetsAtOnce_ = packets;
 }
 
-/// Sees to it that the packets of the converter fit, in own memory if they do not otherwise.
+/// Makes the packets of the converter fit, in own memory if necessary.
 void WritingFile::fitBuffer()
 {
     UInt32 size = 0;
@@ -154,7 +154,7 @@ OSStatus WritingFile::encode(const AudioBufferList* data, UInt32 frames)
     return status;
 }
 
-/// Until the frames that were given are used up.
+/// Until the supplied frames are used up.
 OSStatus WritingFile::convert()
 {
     OSStatus status = beginPackets();
@@ -203,13 +203,13 @@ OSStatus WritingFile::giveFrames(AudioConverterRef, UInt32* packetCount, AudioBu
     return noErr;
 }
 
-/// What a coding has before its packets: its cookie, and how many frames come before the original's.
+/// What precedes a coding's packets: its cookie, and how many frames come before the original's.
 OSStatus WritingFile::beginPackets()
 {
     return isLinear() || std::exchange(hasBegun_, true) ? noErr : describePackets(0);
 }
 
-/// Tells the file what the encoder knows by now.
+/// Stores in the file what the encoder knows by now.
 OSStatus WritingFile::describePackets(SInt64 validFrames)
 {
     const auto cookie = converterBlock(currentConverter(), kAudioConverterCompressionMagicCookie);
@@ -224,11 +224,11 @@ OSStatus WritingFile::describePackets(SInt64 validFrames)
                                          .mPrimingFrames = static_cast<SInt32>(prime.leadingFrames),
                                          .mRemainderFrames = static_cast<SInt32>(prime.trailingFrames)};
     status = AudioFileSetProperty(file(), kAudioFilePropertyPacketTableInfo, sizeof table, &table);
-    return status == kAudioFileUnsupportedPropertyError ? noErr : status; // there is no place for it
+    return status == kAudioFileUnsupportedPropertyError ? noErr : status; // the file has no place for it
 }
 
-/// A file without packets is described by the encoder that it would have had. Where there is none, the file's close
-/// says what is missing.
+/// A file without packets is described by the encoder that it would have had. Without an encoder, closing the file
+/// reports what is missing.
 void WritingFile::describeEmpty()
 {
     SInt64 packets = 0;
@@ -244,14 +244,14 @@ OSStatus WritingFile::converterChanged()
     return noErr;
 }
 
-/// Writes all that is on its way; the next frames begin a new stream behind it.
+/// Writes all pending frames; the next frames start a new stream after them.
 OSStatus WritingFile::settle()
 {
     OSStatus status = rest();
     if (isLinear() && currentConverter() && acceptedFrames_ > 0) {
         if (status == noErr)
             status = encode(nullptr, 0);
-        (void)AudioConverterReset(currentConverter()); // never fails for one that is there
+        (void)AudioConverterReset(currentConverter()); // never fails for an existing one
         base_ = nextPacket_;
         acceptedFrames_ = 0;
     }
@@ -299,7 +299,7 @@ OSStatus WritingFile::length(SInt64& frames)
     return isLinear() ? fileValue(file(), kAudioFilePropertyAudioDataPacketCount, frames) : status;
 }
 
-/// A file grows by silence at its end; nothing is taken from one.
+/// A file grows by silence at its end; it is never shortened.
 OSStatus WritingFile::setLength(SInt64 frames)
 {
     if (!isLinear())
@@ -319,8 +319,8 @@ OSStatus WritingFile::setLength(SInt64 frames)
     };
     if (frames == before)
         return noErr;
-    // the last frame first: a container that cannot hold so much says so before anything is written, and fills up with
-    // zeros
+    // the last frame first: a container that cannot hold that much says so before anything is written, and fills up
+    // with zeros
     OSStatus status = add(frames - 1, 1);
     const bool isZero = std::ranges::all_of(silence, [](std::byte byte) { return byte == std::byte{0}; });
     for (SInt64 at = before; !isZero && at < frames - 1 && status == noErr; at += silenceFrames)

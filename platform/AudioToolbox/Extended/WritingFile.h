@@ -50,18 +50,18 @@ private:
     static OSStatus giveFrames(AudioConverterRef, UInt32* packetCount, AudioBufferList* data,
                                AudioStreamPacketDescription**, void* self);
 
-    // what the converter is given
+    // what the converter is supplied with
     const AudioBufferList* given_ = nullptr;
     UInt32 givenFrames_ = 0;
 
-    // what comes of it, in the buffer
+    // what the converter makes, in the buffer
     std::vector<AudioStreamPacketDescription> descriptions_; // for packets of variable size
-    UInt32 packetSize_ = 1;                                  // the largest that may come
+    UInt32 packetSize_ = 1;                                  // the maximum size that may come
     UInt32 packetsAtOnce_ = 0;
     SInt64 nextPacket_ = 0;
-    bool hasBegun_ = false; // packets of a coding that begins with a cookie
+    bool hasBegun_ = false; // packets of a coding that starts with a cookie
 
-    SInt64 base_ = 0;                       // where the stream began, in frames of the file
+    SInt64 base_ = 0;                       // where the stream started, in frames of the file
     std::atomic<UInt64> acceptedFrames_{0}; // of the client since then
     std::atomic<OSStatus> failure_{noErr};  // of the first write that failed: nothing is written after it
     std::shared_ptr<AsyncWrites> queue_;    // once primed

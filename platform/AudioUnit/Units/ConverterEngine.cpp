@@ -9,7 +9,7 @@ namespace qmx
 namespace
 {
 
-/// Frames that leave the rate conversion at once.
+/// Maximum frames that one call of the rate conversion makes.
 constexpr std::size_t blockFrames = 512;
 
 PcmLayout floats(UInt32 channels)
@@ -25,7 +25,8 @@ void keepFirst(OSStatus& status, OSStatus next)
 
 } // namespace
 
-/// Frames to floats, the rate, floats to frames. Channels are mixed on the side that leaves the rate fewer of them.
+/// Input frames to floats, rate conversion, floats to output frames. Channels are mixed on the side that leaves fewer
+/// of them to convert.
 class ConverterEngine::RateStage
 {
 public:
@@ -137,7 +138,7 @@ OSStatus ConverterEngine::renderInto(const AudioTimeStamp& time, UInt32 frames, 
 
 OSStatus ConverterEngine::renderStraight(const AudioTimeStamp& time, UInt32 frames, TargetFrames& target)
 {
-    // the output's slices are no larger than the input's
+    // output slices are never larger than input slices
     const OSStatus status = input_.render(time, frames);
     straight_->convert(input_.slice(), target, frames);
     return status;

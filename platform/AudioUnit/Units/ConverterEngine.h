@@ -13,7 +13,7 @@
 namespace qmx
 {
 
-/// Input is rendered in slices of at most the maximum frames per slice, as many as it takes, never of 0 frames.
+/// Renders its input in as many slices as it takes, each of 1 frame to the maximum frames per slice.
 class ConverterEngine : public RenderEngine
 {
 public:
@@ -21,15 +21,15 @@ public:
     struct Conversion {
         AudioStreamBasicDescription from, to;
         ChannelRoutes routes;
-        /// Output frames per input frame; none for one frame in, one frame out.
+        /// Output frames per input frame; no value when frames pass one for one.
         std::optional<Float64> ratio;
         UInt32 quality = VariableRateConverter::defaultQuality;
     };
 
     /// The conversion between two formats as they stand, rates included.
     static Conversion between(const AudioStreamBasicDescription& from, const AudioStreamBasicDescription& to);
-    /// kAudioUnitErr_FormatNotSupported and nothing made where the formats or rates cannot be converted. `input`
-    /// outlives what is made.
+    /// kAudioUnitErr_FormatNotSupported, and no engine, if the formats or rates cannot be converted. `input` must
+    /// outlive the engine.
     static OSStatus make(const InputElement& input, UInt32 element, const Conversion& conversion, UInt32 maximumFrames,
                          std::unique_ptr<RenderEngine>& engine);
     ~ConverterEngine() override;

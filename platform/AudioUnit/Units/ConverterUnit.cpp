@@ -34,7 +34,7 @@ OSStatus ConverterUnit::makeEngine(UInt32, std::unique_ptr<RenderEngine>& engine
     return ConverterEngine::make(input(0), 0, conversion, maximumFrames(), engine);
 }
 
-/// By the map, unless it was made for other numbers of channels.
+/// The channel map, if it fits the numbers of channels; otherwise the default routes.
 ChannelRoutes ConverterUnit::routes() const
 {
     const UInt32 inputs = input(0).format.mChannelsPerFrame, outputs = outputFormat(0).mChannelsPerFrame;
@@ -69,7 +69,7 @@ OSStatus ConverterUnit::read(const UnitPropertyAddress& address, void* value) co
     if (!isChannelMap(address))
         return Unit::read(address, value);
     const ChannelRoutes current = routes();
-    if (current.isMean) // a mean has no map
+    if (current.isMean) // a mix of channels cannot be written as a map
         return kAudioUnitErr_PropertyNotInUse;
     std::memcpy(value, current.inputOf.data(), current.inputOf.size() * sizeof(SInt32));
     return noErr;

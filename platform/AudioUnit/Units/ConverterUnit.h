@@ -7,9 +7,9 @@
 namespace qmx
 {
 
-/// Converts layout, channels and rate between its input and its output. At equal rates input is rendered frame for
-/// frame; else it asks for what the output needs and, at first, for what its filter looks ahead: the output is not
-/// delayed.
+/// Converts layout, channels and rate between its input and its output. At equal rates it renders one input frame for
+/// each output frame. Otherwise the first render also asks for the frames that the filter looks ahead, so that the
+/// output is not delayed.
 class ConverterUnit : public Unit
 {
 public:
@@ -27,7 +27,7 @@ private:
     ChannelRoutes routes() const;
 
     UInt32 quality_ = VariableRateConverter::defaultQuality; ///< 0 to 127
-    std::vector<SInt32> channelMap_; ///< not used while it does not fit the channels of both sides
+    std::vector<SInt32> channelMap_;                         ///< not used unless it fits the channels of both sides
 };
 
 } // namespace qmx

@@ -38,7 +38,7 @@ AudioDeviceID defaultOutputDevice()
     return status == noErr ? device : kAudioDeviceUnknown;
 }
 
-/// Of all output streams.
+/// Sums the channels of all output streams.
 OSStatus countChannels(AudioDeviceID device, UInt32& channels)
 {
     constexpr AudioDevicePropertyID streams = kAudioDevicePropertyStreamConfiguration;
@@ -107,15 +107,15 @@ AudioDeviceID DeviceOutput::watch(const std::shared_ptr<OutputClient>& client)
 OSStatus DeviceOutput::start(const OutputDevice& device, std::shared_ptr<OutputClient> client, UInt32 maximumFrames)
 try {
     auto made = std::make_unique<DeviceRun>(device, std::move(client), maximumFrames);
-    if (!canRetire()) // a stop in a cycle retires the run, and others wait for its end
+    if (!canRetire()) // a stop inside a cycle must be able to retire the run
         return kAudioHardwareUnspecifiedError;
     if (const OSStatus status = made->enroll(); status != noErr)
         return status;
     DeviceRun* const run = made.release();
-    end(run_.exchange(run), false); // that of a stop which came too early for it
+    end(run_.exchange(run), false); // left over if a stop came before its run was stored
     const OSStatus status = DeviceRun::start(device.id, run);
     if (status == noErr || run_.load() != run)
-        return noErr; // or a stop came first
+        return noErr; // started, or stopped meanwhile
     end(run_.exchange(nullptr), false);
     return status;
 } catch (const std::bad_alloc&) {
@@ -124,7 +124,7 @@ try {
 
 void DeviceOutput::stop() noexcept
 {
-    const Publication::Reader stop(stops_); // who finds the run gone finds its stop
+    const Publication::Reader stop(stops_); // whoever sees the run gone must see a stop in progress
     end(run_.exchange(nullptr), mayWait());
 }
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// An output unit's way to a device of the hardware layer.
+// Connects an output unit to a device of the hardware layer.
 #pragma once
 
 #include "AudioUnit/Units/OutputHardware.h"
@@ -14,8 +14,8 @@ namespace qmx
 class DeviceRun;
 class DeviceWatch;
 
-/// The device's cycles, split to what the client renders at once, are delivered to its output streams one after the
-/// other: channels that the streams have beyond the rendered ones are silent, rendered ones beyond the streams' are
+/// Splits the device's cycles into slices of at most the client's maximum. The rendered channels fill the device's
+/// output streams one after the other: channels left over in the streams are silent, rendered channels left over are
 /// dropped.
 class DeviceOutput final : public OutputHardware
 {
@@ -39,7 +39,7 @@ private:
 
     std::atomic<AudioDeviceID> named_ = kAudioDeviceUnknown;
     std::atomic<DeviceRun*> run_ = nullptr; ///< null while stopped
-    Publication stops_;                     ///< each is inside until its run is destroyed
+    Publication stops_;                     ///< each stop is a reader until its run is destroyed
     std::unique_ptr<DeviceWatch> watch_;    ///< null until the first start
 };
 

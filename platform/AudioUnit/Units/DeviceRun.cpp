@@ -24,7 +24,7 @@ UInt32 framesOf(AudioBufferList& streams)
     return channels > 0 ? buffers[0].mDataByteSize / (channels * static_cast<UInt32>(sizeof(Float32))) : 0;
 }
 
-/// Deals the channels of interleaved frames out to the streams, from their frame `first` on.
+/// Copies the channels of interleaved frames to the streams, one stream after the other, from their frame `first` on.
 void deliver(const AudioBuffer& slice, UInt32 frames, AudioBufferList& streams, UInt32 first)
 {
     UInt32 begin = 0; // the first channel of a stream
@@ -50,7 +50,7 @@ DeviceRun::DeviceRun(const OutputDevice& device, std::shared_ptr<OutputClient> c
 
 DeviceRun::~DeviceRun()
 {
-    (void)AudioDeviceRemoveIOProc(device_.id, cycle, this); // fails where it was not there
+    (void)AudioDeviceRemoveIOProc(device_.id, cycle, this); // fails if it was never added
 }
 
 OSStatus DeviceRun::enroll()

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// One run of an output unit on a device, from a start to the stop that follows.
+// One run of an output unit on a device, from a start to the next stop.
 #pragma once
 
 #include "AudioUnit/Units/OutputHardware.h"
@@ -14,19 +14,19 @@
 namespace qmx
 {
 
-/// A registration of the device's I/O, together with all that its cycles use. It keeps the client; destroying it waits
-/// for the cycle in flight, so that it is retired where nobody may wait.
+/// A registration of the device's I/O, together with everything that its cycles use. It keeps the client alive.
+/// Destroying it waits for the cycle in flight; threads that may not wait retire it instead.
 class DeviceRun final : public Retirable
 {
 public:
     DeviceRun(const OutputDevice& device, std::shared_ptr<OutputClient> client, UInt32 maximumFrames);
     ~DeviceRun() override;
 
-    /// Not yet with cycles.
+    /// Registers with the device; cycles come only after `start`.
     OSStatus enroll();
-    /// Cycles begin. Static, because a stop elsewhere may end and destroy the run meanwhile: then it fails.
+    /// Starts the cycles. Static because a stop on another thread may destroy the run meanwhile; then it fails.
     static OSStatus start(AudioDeviceID device, DeviceRun* run);
-    /// The client is called no more. Until the run is destroyed it is inside `stops`. Real-time safe.
+    /// No later slice calls the client. The run stays a reader of `stops` until it is destroyed. Real-time safe.
     void end(const Publication& stops) noexcept;
 
 private:
@@ -36,7 +36,7 @@ private:
     void render(AudioBufferList& output, const AudioTimeStamp& time);
 
     const OutputDevice device_;
-    const std::shared_ptr<OutputClient> client_; ///< let go last: it may own what the stop is inside
+    const std::shared_ptr<OutputClient> client_; ///< released last: it may own the publication of stops
     std::optional<Publication::Reader> stop_;
     SliceBuffers slice_;
     std::atomic<bool> hasEnded_ = false;

@@ -17,13 +17,13 @@ constexpr UInt8 outputSection = 0;
 
 DeviceWatch::DeviceWatch(std::weak_ptr<OutputClient> client) : client_(std::move(client))
 {
-    // without a listener, here and below, the unit goes on as it is
+    // without a listener, here and below, the unit only misses changes
     (void)AudioHardwareAddPropertyListener(kAudioHardwarePropertyDefaultOutputDevice, hearSystem, this);
 }
 
 DeviceWatch::~DeviceWatch()
 {
-    // each fails where it was not there
+    // each fails if it was never added
     (void)AudioHardwareRemovePropertyListener(kAudioHardwarePropertyDefaultOutputDevice, hearSystem, this);
     for (const AudioDeviceID device : devices_)
         for (const AudioDevicePropertyID property : watched)
@@ -49,7 +49,7 @@ OSStatus DeviceWatch::hearDevice(AudioDeviceID, UInt32, Boolean, AudioDeviceProp
     return static_cast<const DeviceWatch*>(self)->tell();
 }
 
-/// Last, because the client may go, and this with it.
+/// Calls the client last, because that may destroy the client and this object with it.
 OSStatus DeviceWatch::tell() const
 {
     if (const auto client = client_.lock())

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Tells an output unit that its device may have changed.
+// Reports to an output unit that its device may have changed.
 #pragma once
 
 #include "AudioUnit/Units/OutputHardware.h"
@@ -10,13 +10,13 @@
 namespace qmx
 {
 
-/// Listens to the default output and to all devices that the unit has run on, as long as it exists. The listeners hold
-/// the client weakly; while they call it they keep it.
+/// While it exists, listens to the default output and to all devices that the unit has run on. The client is held
+/// weakly, except during a call to it.
 class DeviceWatch
 {
 public:
     explicit DeviceWatch(std::weak_ptr<OutputClient> client);
-    /// Not inside callbacks: waits for listeners, which at this point only find the client gone.
+    /// Not inside callbacks: waits for listeners in progress, which by now only find the client gone.
     ~DeviceWatch();
     DeviceWatch(const DeviceWatch&) = delete;
     DeviceWatch& operator=(const DeviceWatch&) = delete;

@@ -85,7 +85,7 @@ OSStatus InputSlice::render(const AudioTimeStamp& outputTime, UInt32 frames)
     return status;
 }
 
-/// Points the slice at what was rendered: in place where a buffer holds all of it, else copied and made up with
+/// Points the slice at the rendered frames: in place if a buffer holds all of them, otherwise at a copy padded with
 /// silence.
 void InputSlice::receive(AudioBufferList& rendered, UInt32 frames)
 {

@@ -14,7 +14,7 @@ namespace qmx
 
 class Unit;
 
-/// Does not change once made.
+/// Immutable.
 class InputSource
 {
 public:
@@ -32,7 +32,7 @@ public:
     static std::unique_ptr<InputSource> connection(std::shared_ptr<Unit> unit, UInt32 output);
 };
 
-/// One input of a unit: its format, and what renders it (null: nothing does).
+/// One input of a unit: its format and its source (null: none).
 struct InputElement {
     AudioStreamBasicDescription format;
     std::atomic<const InputSource*> source = nullptr;
@@ -42,18 +42,18 @@ struct InputElement {
 class InputSlice
 {
 public:
-    /// Slices have at most `maximumFrames` frames. `input` outlives this.
+    /// Slices have at most `maximumFrames` frames. `input` must outlive this object.
     InputSlice(const InputElement& input, UInt32 element, const PcmLayout& layout, UInt32 maximumFrames);
 
     UInt32 maximumFrames() const { return buffers_.room(); }
 
-    /// Renders `frames` frames, 1 to the maximum, into `slice()`. Their time is the count of frames rendered since the
-    /// last restart; `outputTime` lends its host time. What was not rendered is silence, and all of it when the
-    /// source fails.
+    /// Renders `frames` frames, 1 to the maximum, into `slice()`. Their sample time is the count of frames rendered
+    /// since the last restart, their host time that of `outputTime`. Frames that were not rendered are silence; if the
+    /// source fails, all of them are.
     OSStatus render(const AudioTimeStamp& outputTime, UInt32 frames);
-    /// What was rendered last, for reading on from.
+    /// The last rendered frames.
     SourceFrames& slice() { return slice_; }
-    /// Times begin at 0 again.
+    /// Sample times restart at 0.
     void restart();
 
 private:

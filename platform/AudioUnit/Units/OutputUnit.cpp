@@ -61,7 +61,7 @@ void OutputUnit::followFormats()
     outputFormat(0) = knowsDevice_.load() ? device_.format() : input(0).format;
 }
 
-/// Has the output side follow a device (an unknown one: none). On failure everything stays. Under the control lock.
+/// Makes the output side follow a device, or none if it is unknown. On failure nothing changes. Under the control lock.
 OSStatus OutputUnit::adopt(const OutputDevice& device)
 {
     if (device == device_)
@@ -74,7 +74,7 @@ OSStatus OutputUnit::adopt(const OutputDevice& device)
     const OutputDevice old = device_;
     set(device);
     if (old.sampleRate != device.sampleRate ||
-        old.channels != device.channels) { // else what renders goes on undisturbed
+        old.channels != device.channels) { // otherwise the engines go on undisturbed
         if (const OSStatus status = remakeEngines(); status != noErr) {
             set(old);
             return status;
@@ -111,7 +111,7 @@ OSStatus OutputUnit::stop()
     return noErr;
 }
 
-/// Stops; whether it wants to run stays as it is.
+/// Stops without changing `wantsToRun_`; returns whether it was running.
 bool OutputUnit::halt()
 {
     const bool wasRunning = isRunning_.exchange(false);
@@ -119,10 +119,10 @@ bool OutputUnit::halt()
     return wasRunning;
 }
 
-/// Starts on the device of the moment, unless it runs. With no lock held.
+/// Starts on the current device, unless it runs already. With no lock held.
 OSStatus OutputUnit::resume()
 {
-    hardware_->waitUntilStopped(); // an earlier stop on a real-time thread
+    hardware_->waitUntilStopped(); // for the rest of a stop on a real-time thread
     const bool wasRunning = isRunning();
     OSStatus status = noErr;
     {
@@ -170,7 +170,7 @@ void OutputUnit::deviceChanged()
         tell(running);
 }
 
-/// Whether it runs, on its device as that is now.
+/// Whether it runs on the device that it should run on, and with that device's current rate and channels.
 bool OutputUnit::isOnCurrentDevice()
 {
     const std::scoped_lock lock(starting_); // a start in progress may have looked before the change
@@ -193,13 +193,14 @@ void OutputUnit::renderCycle(const AudioTimeStamp& time, UInt32 frames, const Pc
     render({flags, time, 0, frames}, data, &layout);
     Float32 gain = 1;
     parameter(kHALOutputParam_Volume, kAudioUnitScope_Global, gain);
-    if (!isRunning()) // a stop in the callback silences the slice it came with
+    if (!isRunning()) // a stop inside the callback silences its slice
         gain = 0;
     for (const AudioBuffer& buffer : buffersOf(data))
         applyGain(gain, buffer);
 }
 
-/// Codes of four characters are the device's; units number theirs. The rate without a device is the client's.
+/// Four-character codes are the device's; the unit's own are small numbers. Without a device the nominal rate is the
+/// client's.
 bool OutputUnit::isOfDevice(AudioUnitPropertyID property) const
 {
     constexpr AudioUnitPropertyID lowestCode = 1U << 24;

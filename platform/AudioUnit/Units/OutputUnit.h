@@ -7,17 +7,17 @@
 namespace qmx
 {
 
-/// Plays what its input renders on a device. Until one is named, or it is started, it asks for none: formats, callbacks
-/// and initialising work without, and so does AudioUnitRender, which delivers the input in the output's format at the
-/// caller's pace. Till then the output side mirrors the client side, and the device's nominal rate is the client
-/// format's.
+/// Plays its input on a device. It looks for none until one is named or the unit is started: formats, callbacks and
+/// initialising work without a device, and so does AudioUnitRender, which delivers the input in the output's format at
+/// the caller's pace. Until then the output format is the input format, and the device's nominal rate reads as the
+/// input's rate.
 ///
-/// Without a named device it plays on the default output and follows it when another device becomes that. A device that
-/// goes away, or changes its rate or channels, has the unit look for its device again: it goes on there, or stops until
-/// one is named or becomes the default.
+/// Without a named device it plays on the default output and follows it when the default changes. When the device goes
+/// away, or changes its rate or channels, the unit looks for its device again: it goes on there, or stops until one is
+/// named or becomes the default.
 ///
-/// With a callback as its input the client's rate is converted to the device's; with another unit one frame is rendered
-/// for each.
+/// With a callback as its input, the input's rate is converted to the device's; with another unit as its input, one
+/// input frame is rendered for each output frame.
 class OutputUnit : public Unit, public std::enable_shared_from_this<OutputUnit>, private OutputClient
 {
 public:
@@ -27,7 +27,7 @@ public:
     OSStatus uninitialise() override;
     OSStatus propertyInfo(const UnitPropertyAddress& address, UInt32* size, Boolean* isWritable) const override;
     OSStatus property(const UnitPropertyAddress& address, void* value, UInt32& size) override;
-    /// A running unit is stopped while another device is named, and goes on with that.
+    /// A running unit stops while another device is named, and goes on with that device.
     OSStatus setProperty(const UnitPropertyAddress& address, const void* value, UInt32 size) override;
 
     /// See AudioOutputUnitStart and AudioOutputUnitStop.
@@ -61,10 +61,10 @@ private:
     static const ParameterRange volume;
 
     const std::unique_ptr<OutputHardware> hardware_;
-    OutputDevice device_;                   ///< played on or named last; unknown at first. Under the control lock.
-    std::atomic<bool> knowsDevice_ = false; ///< whether `device_` is one
+    OutputDevice device_;                   ///< last played on or named; initially unknown. Under the control lock.
+    std::atomic<bool> knowsDevice_ = false; ///< whether `device_` is known
     std::mutex starting_; ///< one start at a time; never taken on real-time threads or inside callbacks
-    std::atomic<bool> wantsToRun_ = false; ///< started, whether there is a device or not
+    std::atomic<bool> wantsToRun_ = false; ///< started and not stopped, with or without a device
     std::atomic<bool> isRunning_ = false;
 };
 

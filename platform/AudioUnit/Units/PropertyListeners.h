@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Who hears of a unit's property changes.
+// The listeners to a unit's property changes.
 #pragma once
 
 #include "AudioUnit/AudioUnit.h"
@@ -23,7 +23,7 @@ public:
     void add(AudioUnitPropertyID property, AudioUnitPropertyListenerProc listener, void* refCon);
     void clear();
     void remove(AudioUnitPropertyID property, AudioUnitPropertyListenerProc listener);
-    /// Calls those that listen to the property, with no lock held.
+    /// Calls the listeners to the property, with no lock held.
     void tell(AudioUnit unit, const UnitPropertyAddress& address) const;
 
 private:

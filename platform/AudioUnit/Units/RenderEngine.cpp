@@ -27,8 +27,8 @@ OSStatus RenderEngine::render(const RenderCall& call, AudioBufferList& data)
     return status;
 }
 
-/// Points the target at the buffers of `data` and returns the frames that all of them have room for, which their sizes
-/// say then.
+/// Points the target at the buffers of `data` and sets their sizes to the frames that all of them have room for, which
+/// are returned.
 UInt32 RenderEngine::aim(AudioBufferList& data, UInt32 frames)
 {
     const auto buffers = buffersOf(data);

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// All that rendering one output bus of a unit needs. Made when the unit is initialised and again when its formats
-// change.
+// Everything that rendering one output bus of a unit needs. Made when the unit is initialised, and again when its
+// formats change.
 #pragma once
 
 #include "AudioToolbox/Conversion/FrameConverter.h"
@@ -12,7 +12,7 @@
 namespace qmx
 {
 
-/// What a render is asked for.
+/// The arguments of a render.
 struct RenderCall {
     AudioUnitRenderActionFlags& flags;
     const AudioTimeStamp& time;
@@ -34,15 +34,15 @@ public:
 
     /// See AudioUnitRender.
     OSStatus render(const RenderCall& call, AudioBufferList& data);
-    /// The next render begins by forgetting what came before. Any thread.
+    /// The next render first drops the sound held from earlier ones. Any thread.
     void requestRestart() { wantsRestart_.store(true); }
 
-    /// Seconds by which sound comes out later than it goes in.
+    /// Seconds from a sound's input to its output.
     virtual Float64 latency() const { return 0; }
 
 protected:
-    /// Writes `frames` frames to `target`, which has the room, and may move it on. Frames that are missing are written
-    /// as silence, and the first failing status is returned.
+    /// Writes `frames` frames to `target`, which has the room and may be advanced. Missing frames are written as
+    /// silence, and the first failing status is returned.
     virtual OSStatus renderInto(const AudioTimeStamp& time, UInt32 frames, TargetFrames& target) = 0;
     virtual void restart() = 0;
 

@@ -18,7 +18,7 @@ inline std::span<AudioBuffer> buffersOf(AudioBufferList& list)
     return {first, list.mNumberBuffers};
 }
 
-/// Made when a unit is initialised; everything else allocates nothing and may run on a render thread.
+/// Only the constructor allocates; everything else may run on a render thread.
 class SliceBuffers
 {
 public:
@@ -29,7 +29,7 @@ public:
     UInt32 room() const { return room_; }
     std::byte* plane(std::size_t index) { return memory_.data() + index * planeBytes(); }
 
-    /// A list whose buffers are the first `frames` frames, all silent.
+    /// A list of the first `frames` frames, all silent.
     AudioBufferList& silentList(UInt32 frames);
 
     /// Fills `bytes` bytes of one plane, or of memory of the same layout, with silence.

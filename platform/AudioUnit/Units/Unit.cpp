@@ -25,7 +25,7 @@ constinit const AudioStreamBasicDescription canonicalFormat{.mSampleRate = 44100
 namespace
 {
 
-/// Of two formats whose byte counts follow from the rest.
+/// Compares two formats without their byte counts, which follow from the rest.
 bool hasSameMeaning(const AudioStreamBasicDescription& one, const AudioStreamBasicDescription& other)
 {
     const auto meaning = [](const AudioStreamBasicDescription& format) {
@@ -158,7 +158,7 @@ OSStatus Unit::setFormat(AudioUnitScope scope, AudioUnitElement element, const A
         scope == kAudioUnitScope_Input ? inputs_[element].format : buses_[element].format;
     const AudioStreamBasicDescription wanted = withByteCounts(format, *layout);
     if (hasSameMeaning(slot, wanted))
-        return noErr; // what renders goes on undisturbed
+        return noErr; // the engines go on undisturbed
     const auto old = std::exchange(slot, wanted);
     coupleFormats(scope, element);
     const OSStatus status = remakeEngines();
@@ -185,7 +185,7 @@ bool Unit::isFedBy(const Unit& unit) const
            });
 }
 
-/// Hands the upstream format down and renders from there. No two units are locked at once.
+/// Sets the input's format to the upstream output's and renders from there. No two units are locked at once.
 OSStatus Unit::connect(const AudioUnitConnection& connection)
 {
     const UInt32 element = connection.destInputNumber;

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 // The base of every audio unit: elements with formats and sources, properties, parameters, listeners, rendering.
 //
-// A concrete unit says what its elements are at first, how a bus is rendered (`makeEngine`), and what it has beyond the
-// base in properties (`shapeOf`, `read`, `write`). Control calls lock; rendering, parameters and `liveValue` do not.
-// What a render follows is published through atomic pointers and freed when no render uses it any more.
+// A concrete unit defines its initial elements, how a bus is rendered (`makeEngine`), and its further properties
+// (`shapeOf`, `read`, `write`). Control calls lock; rendering, parameters and `liveValue` do not. Objects that a render
+// uses are published through atomic pointers and freed when no render uses them any more.
 #pragma once
 
 #include "AudioUnit/AudioUnit.h"
@@ -23,7 +23,7 @@
 namespace qmx
 {
 
-/// What kAudioUnitProperty_StreamFormat is at first on client sides: 44100 Hz, 32-bit float, non-interleaved stereo.
+/// Initial kAudioUnitProperty_StreamFormat of every element: 44100 Hz, 32-bit float, non-interleaved stereo.
 extern const AudioStreamBasicDescription canonicalFormat;
 
 class OutputUnit;
@@ -35,15 +35,15 @@ public:
     Unit(const Unit&) = delete;
     Unit& operator=(const Unit&) = delete;
 
-    /// The handle that listeners get.
+    /// The handle that listeners receive.
     void setHandle(AudioUnit handle) { handle_ = handle; }
 
-    // Control calls, as in AudioUnit.h. None of them returns while a render uses what it took away, but inside
-    // callbacks.
+    // Control calls, as in AudioUnit.h. Except inside callbacks, none of them returns while a render still uses what it
+    // replaced.
     OSStatus initialise();
     virtual OSStatus uninitialise();
     OSStatus reset();
-    /// Uninitialises, lets go of what renders input and of the listeners, and waits for renders in flight.
+    /// Uninitialises, releases the input sources and the listeners, and waits for renders in flight.
     void close();
     virtual OSStatus propertyInfo(const UnitPropertyAddress& address, UInt32* size, Boolean* isWritable) const;
     virtual OSStatus property(const UnitPropertyAddress& address, void* value, UInt32& size);
@@ -52,7 +52,7 @@ public:
     OSStatus removeRenderNotify(const AURenderCallbackStruct& notify);
 
     PropertyListeners& listeners() { return listeners_; }
-    /// The unit as one that plays on a device; null for other units.
+    /// This unit if it plays on a device, otherwise null.
     virtual OutputUnit* asOutput() { return nullptr; }
     bool isInitialised() const { return isInitialised_.load(); }
 
@@ -60,7 +60,7 @@ public:
     virtual OSStatus parameter(AudioUnitParameterID id, AudioUnitScope scope, Float32& value);
     virtual OSStatus setParameter(AudioUnitParameterID id, AudioUnitScope scope, Float32 value);
 
-    /// Render thread of the bus. With `expected` given, renders only if that is the layout of the bus.
+    /// Render thread of the bus. If `expected` is not null, renders only when the bus has that layout.
     OSStatus render(const RenderCall& call, AudioBufferList& data, const PcmLayout* expected = nullptr);
 
 protected:
@@ -80,20 +80,20 @@ protected:
 
     explicit Unit(Elements elements, std::span<const ParameterRange> parameters = {});
 
-    /// Makes what renders output bus `bus`; null with status 0 for a bus that renders nothing. Under the control lock.
+    /// Makes the engine of output bus `bus`; null with status 0 for a bus that renders nothing. Under the control lock.
     virtual OSStatus makeEngine(UInt32 bus, std::unique_ptr<RenderEngine>& engine) = 0;
 
-    // Properties. Overriding functions answer their own and hand on the rest. Under the control lock; `value` has the
-    // size that `shapeOf` said. `write` notes what it changes.
+    // Properties. Overriding functions handle their own and pass on the rest. Under the control lock; `value` has the
+    // size from `shapeOf`. `write` notes what it changes.
     virtual OSStatus shapeOf(const UnitPropertyAddress& address, PropertyShape& shape) const;
     virtual OSStatus read(const UnitPropertyAddress& address, void* value) const;
     virtual OSStatus write(const UnitPropertyAddress& address, const void* value);
-    /// 32-bit values that any thread may ask for without a lock.
+    /// 32-bit values that any thread may read without a lock.
     virtual std::optional<UInt32> liveValue(const UnitPropertyAddress& address);
 
-    /// Whether rendering depends on what renders input, so that a change of it makes new engines.
+    /// Whether a change of an input's source needs new engines.
     virtual bool isShapedBySources() const { return false; }
-    /// Lets the formats that follow the given element's one follow it. Under the control lock.
+    /// Updates the formats that follow the given element's format. Under the control lock.
     virtual void coupleFormats(AudioUnitScope scope, AudioUnitElement element);
 
     /// `shape` for a property of the global scope.
@@ -101,17 +101,17 @@ protected:
     /// Replaces the engines of an initialised unit; on failure the old ones go on. Under the control lock.
     OSStatus remakeEngines();
 
-    /// Runs `work` under the control lock, then waits for the renders that use what it replaced and tells the
+    /// Runs `work` under the control lock, then waits for the renders that use what it replaced and calls the
     /// listeners.
     OSStatus control(const std::function<OSStatus()>& work);
-    // Its parts, for those who hold a lock of their own in the first. The end of `replacement`, made by
-    // afterRenders(), waits for the renders: without a lock held.
+    // The parts of `control`, for callers that hold a lock of their own during the first. Destroying `replacement`,
+    // made by afterRenders(), waits for the renders: do so without a lock held.
     OSStatus controlLocked(const std::function<OSStatus()>& work, Replacement& replacement);
     Replacement afterRenders() const { return Replacement(renders_); }
     void tellChanges();
     /// Under the control lock.
     void noteChange(const UnitPropertyAddress& address) { changes_.push_back(address); }
-    /// Tells the listeners of `address`. Without a lock held.
+    /// Calls the listeners to `address`. Without a lock held.
     void tell(const UnitPropertyAddress& address) const { listeners_.tell(handle_, address); }
 
     InputElement& input(UInt32 element) { return inputs_[element]; }
@@ -157,7 +157,7 @@ private:
     UInt32 maximumFrames_ = 4096;
 
     mutable std::mutex control_;
-    std::vector<UnitPropertyAddress> changes_; ///< to tell the listeners
+    std::vector<UnitPropertyAddress> changes_; ///< not yet reported to the listeners
     Publication renders_;                      ///< read engines, sources and notifies
     Replacement* replacement_ = nullptr;       ///< of the call that holds the control lock
     PropertyListeners listeners_;

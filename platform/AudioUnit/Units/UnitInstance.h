@@ -8,7 +8,7 @@
 
 #include <memory>
 
-/// Closes its unit at its end.
+/// Its destructor closes the unit.
 struct OpaqueComponentInstance final : qmx::Retirable {
     explicit OpaqueComponentInstance(std::shared_ptr<qmx::Unit> made);
     ~OpaqueComponentInstance() override;

@@ -9,7 +9,7 @@ namespace qmx
 namespace
 {
 
-/// Keeps the memory for a slice within reason.
+/// Bounds the memory for a slice.
 constexpr UInt32 maximumFramesPerSlice = 1 << 18;
 
 template <class T> OSStatus answer(void* value, const T& result)
@@ -61,7 +61,7 @@ OSStatus Unit::property(const UnitPropertyAddress& address, void* value, UInt32&
     return isSizeAsked ? noErr : read(address, value);
 }
 
-/// Whether a value of `size` bytes may be set.
+/// noErr if a value of `size` bytes may be set.
 OSStatus Unit::mayBeSet(const UnitPropertyAddress& address, UInt32 size) const
 {
     PropertyShape shape;
@@ -83,7 +83,7 @@ OSStatus Unit::setProperty(const UnitPropertyAddress& address, const void* value
     return status == noErr && isConnection ? connect(valueAs<AudioUnitConnection>(value)) : status;
 }
 
-/// How many elements a scope has; InvalidScope for scopes without elements.
+/// The number of elements of a scope; kAudioUnitErr_InvalidScope for scopes without elements.
 OSStatus Unit::elementCount(AudioUnitScope scope, UInt32& count) const
 {
     switch (scope) {
@@ -101,7 +101,7 @@ OSStatus Unit::elementCount(AudioUnitScope scope, UInt32& count) const
     }
 }
 
-/// `shape` for an existing element outside of the global scope.
+/// Copies `shape` to `result` if the element exists outside of the global scope.
 OSStatus Unit::ofElement(const UnitPropertyAddress& address, const PropertyShape& shape, PropertyShape& result) const
 {
     UInt32 count = 0;
@@ -218,7 +218,6 @@ OSStatus Unit::setMaximumFrames(UInt32 frames)
 
 std::optional<UInt32> Unit::liveValue(const UnitPropertyAddress& address)
 {
-    // reading it clears it
     if (address.id == kAudioUnitProperty_LastRenderError && address.scope == kAudioUnitScope_Global)
         return static_cast<UInt32>(lastRenderError_.exchange(noErr));
     return std::nullopt;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The audio units there are. A further unit is one more line in UnitTable.cpp.
+// All audio units. A further unit is one more line in UnitTable.cpp.
 #pragma once
 
 #include "AudioUnit/Components.h"

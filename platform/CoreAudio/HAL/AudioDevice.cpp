@@ -16,7 +16,7 @@ using qmx::HardwareOperation;
 using qmx::Listener;
 using qmx::PropertyAddress;
 
-// What most calls begin with: the backend's leave, then the device.
+// The start of most calls: asks the backend's permission, then looks up the device.
 OSStatus findView(HardwareOperation operation, AudioDeviceID id, const PropertyAddress& address,
                   std::optional<DeviceView>& view)
 {
@@ -34,7 +34,7 @@ OSStatus findDevice(HardwareOperation operation, AudioDeviceID id, std::shared_p
     return device ? noErr : kAudioHardwareBadDeviceError;
 }
 
-// In a callback another thread does it: the backend may wait.
+// Inside a callback another thread does it, because the backend may wait.
 void stopIfIdle(const std::shared_ptr<Device>& device)
 {
     if (!qmx::isInsideCallback())
@@ -180,7 +180,7 @@ OSStatus AudioDeviceStop(AudioDeviceID inDevice, AudioDeviceIOProc inProc, void*
 namespace
 {
 
-// The present instant of a device that runs, and its frames per second.
+// The present instant of a running device, and its nominal rate in Hz.
 OSStatus presentOf(AudioDeviceID id, AudioTimeStamp& now, Float64& sampleRate)
 {
     std::optional<DeviceView> view;
@@ -212,7 +212,7 @@ OSStatus AudioDeviceTranslateTime(AudioDeviceID inDevice, const AudioTimeStamp* 
     if (const OSStatus status = presentOf(inDevice, now, sampleRate))
         return status;
     const Float64 nanosecondsPerFrame = 1e9 / sampleRate * now.mRateScalar;
-    Float64 frames = 0; // from now on
+    Float64 frames = 0; // counted from now
     if (inTime->mFlags & kAudioTimeStampSampleTimeValid)
         frames = inTime->mSampleTime - now.mSampleTime;
     else if (inTime->mFlags & kAudioTimeStampHostTimeValid)

@@ -46,7 +46,7 @@ std::optional<PropertyValue> hardwareProperty(AudioHardwarePropertyID property)
     }
 }
 
-// A list that was cut off does not count as read.
+// A list that did not fit into the caller's block does not count as read.
 OSStatus readDevices(UInt32* ioSize, void* out)
 {
     Hardware& hardware = Hardware::shared();
@@ -58,7 +58,7 @@ OSStatus readDevices(UInt32* ioSize, void* out)
     return status;
 }
 
-// The input size is not looked at: callers give the length of the text there.
+// The input size is ignored: callers pass the length of the text there.
 OSStatus translateUID(UInt32* ioSize, void* block)
 {
     AudioValueTranslation translation;

@@ -19,7 +19,7 @@ OSStatus findStream(HardwareOperation operation, AudioStreamID id, UInt32 channe
     return stream ? noErr : kAudioHardwareBadStreamError;
 }
 
-// Streams have no channels of their own to tell apart: a listener hears whatever channel it named.
+// Streams have no channels of their own: a listener is called whatever channel it was registered with.
 Listener listenerOf(AudioStreamPropertyID property, AudioStreamPropertyListenerProc procedure, void* clientData)
 {
     return {property, kAudioPropertyWildcardChannel, kAudioPropertyWildcardSection, procedure, clientData};

@@ -76,7 +76,7 @@ bool isSame(const std::optional<PropertyValue>& one, const std::optional<Propert
     return one->bytes == other->bytes && one->text == other->text;
 }
 
-// The stream layout alone: the buffer sizes in it change with the buffer frame size, which has its own announcement.
+// Compares the stream layout alone: its buffer sizes follow the buffer frame size, which is announced by itself.
 bool hasSameStreams(const SectionDescription& one, const SectionDescription& other)
 {
     return std::ranges::equal(one.streams, other.streams, {}, &StreamDescription::channels,
@@ -148,7 +148,7 @@ private:
                 compareDevice({property, channel, isInput});
     }
 
-    // Those that stand for a property that was compared already are not announced twice.
+    // Skips raw properties that override a property that was announced above.
     void compareRawProperties()
     {
         std::set<PropertyAddress> addresses;

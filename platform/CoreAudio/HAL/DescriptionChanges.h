@@ -14,15 +14,14 @@ struct PropertyChange {
     PropertyAddress address;
 };
 
-/// What listeners of a device and its streams are told when its view has become another, in the order in which they are
-/// told.
+/// The changes to announce for a device and its streams when its view changes, in order.
 std::vector<PropertyChange> changesBetween(const DeviceView& before, const DeviceView& after);
 
-/// The same for the boot chime.
+/// The boot chime's properties to announce, in order.
 std::vector<AudioHardwarePropertyID> bootChimeChanges(const std::optional<VolumeControl>& before,
                                                       const std::optional<VolumeControl>& after);
 
-/// The sections for which what belongs to the device as a whole is announced.
+/// The sections (input: true) for which properties of the device as a whole are announced.
 std::vector<bool> announcedSections(const DeviceDescription& device);
 
 } // namespace qmx

@@ -16,7 +16,7 @@ namespace
 
 [[gnu::tls_model("initial-exec")]] thread_local DeviceIO* ioOfThread = nullptr;
 
-// The AudioBufferList of one direction, with room for as many buffers as it has streams.
+// The AudioBufferList of one direction, with a buffer for each stream.
 class Buffers
 {
 public:
@@ -34,8 +34,8 @@ public:
         return std::ranges::equal(channels_, blocks, {}, {}, &IOBlock::channels);
     }
 
-    /// Points the list at `frames` frames of each block from `first` on. Done again for each procedure, which may
-    /// change the list.
+    /// Points the list at `frames` frames of each block from `first` on. Called for each procedure, because a procedure
+    /// may change the list.
     AudioBufferList* pointAt(std::span<const IOBlock> blocks, UInt32 first, UInt32 frames)
     {
         auto* const list = reinterpret_cast<AudioBufferList*>(block_.data());
@@ -90,14 +90,14 @@ struct DeviceIO::Procedure {
     AudioDeviceIOProc procedure;
     void* clientData;
     std::atomic<bool> isRunning{false};
-    std::atomic<bool> isRemoved{false}; ///< in a cycle; the next list is without it
+    std::atomic<bool> isRemoved{false}; ///< the next list leaves it out
 };
 
 struct DeviceIO::List {
     std::vector<std::shared_ptr<Procedure>> procedures;
 };
 
-// What is fixed from a start to the next: streams, the maximum of frames for a procedure, room to mix.
+// Fixed from one start to the next: the streams, the maximum frames for a procedure, and room to mix.
 struct DeviceIO::Layout {
     explicit Layout(const DeviceDescription& description)
         : input(description.input), output(description.output), maximumFrames(std::max(1U, description.bufferFrameSize))
@@ -188,7 +188,7 @@ OSStatus DeviceIO::remove(AudioDeviceIOProc procedure, void* clientData)
             return kAudioHardwareIllegalOperationError;
         stop(*found);
         found->isRemoved.store(true);
-        (void)withinMemory([&] { publish(std::make_unique<List>(list)); }); // else the next list is without it
+        (void)withinMemory([&] { publish(std::make_unique<List>(list)); }); // otherwise a later list leaves it out
     }
     waitForCycle();
     return noErr;
@@ -253,7 +253,7 @@ void DeviceIO::armIdleReport()
 
 OSStatus DeviceIO::markStoppedInCycle(AudioDeviceIOProc procedure, void* clientData) noexcept
 {
-    Procedure* const found = find(*list_.load(), procedure, clientData); // stays: its cycle is this one
+    Procedure* const found = find(*list_.load(), procedure, clientData); // stays valid: this cycle keeps the list
     if (!found)
         return kAudioHardwareIllegalOperationError;
     if (stop(*found))
@@ -294,7 +294,7 @@ void DeviceIO::runSlice(const List& list, Layout& layout, const IOCycle& cycle, 
     const AudioTimeStamp inputTime = later(cycle.inputTime, first, cycle.sampleRate);
     const AudioTimeStamp outputTime = later(cycle.outputTime, first, cycle.sampleRate);
     clear(cycle.output, first, frames);
-    bool isFirst = true; // writes where the others are mixed in
+    bool isFirst = true; // the first procedure writes directly, the others are mixed in
     for (const auto& each : list.procedures) {
         if (!each->isRunning.load(std::memory_order_acquire))
             continue;

@@ -22,10 +22,10 @@ struct IOBlock {
     Float32* samples = nullptr;
 };
 
-/// One cycle as a backend has it: one block per stream, of `frames` frames. Output blocks need not be cleared.
+/// One cycle from a backend: one block of `frames` frames per stream. Output blocks need not be cleared.
 struct IOCycle {
     UInt32 frames = 0;
-    Float64 sampleRate = 0; ///< actual, for the times of slices
+    Float64 sampleRate = 0; ///< actual rate in Hz, for the times of slices
     AudioTimeStamp now;
     AudioTimeStamp inputTime;
     AudioTimeStamp outputTime;
@@ -33,15 +33,15 @@ struct IOCycle {
     std::span<const IOBlock> output;
 };
 
-/// Procedures are an immutable list, which cycles read and changes replace.
+/// The procedures are an immutable list, which cycles read and changes replace.
 class DeviceIO : public std::enable_shared_from_this<DeviceIO>
 {
 public:
-    /// `becameIdle` is called on a thread of its own after a procedure stopped the last one (itself) in a callback.
+    /// `becameIdle` is called on another thread after the last running procedure has stopped itself in a callback.
     DeviceIO(AudioDeviceID device, std::function<void()> becameIdle);
     ~DeviceIO();
 
-    /// The one whose cycle the calling thread is in, if any.
+    /// The object whose cycle the calling thread is in; null if none.
     static DeviceIO* ofCallingThread();
     AudioDeviceID device() const { return device_; }
 
@@ -53,23 +53,23 @@ public:
     OSStatus markRunning(AudioDeviceIOProc procedure, void* clientData);
     OSStatus markStopped(AudioDeviceIOProc procedure, void* clientData);
     bool hasProcedures();
-    /// Fixes the streams and the maximum of frames for the cycles from now on. Before the device starts.
+    /// Fixes the streams and the maximum frames of later cycles. Called before the device starts.
     void prepare(const DeviceDescription& description);
-    /// Makes sure that a later stop in a cycle can be reported. Before a procedure starts.
+    /// Allocates what a stop inside a cycle needs to be reported. Called before a procedure starts.
     void armIdleReport();
 
-    /// The same as markStopped within this device's own cycle: no lock. The last to stop has becameIdle called.
+    /// As markStopped, inside this device's own cycle and without a lock. The last one to stop reports idle.
     OSStatus markStoppedInCycle(AudioDeviceIOProc procedure, void* clientData) noexcept;
-    /// The same, and unregisters it.
+    /// As markStoppedInCycle, and unregisters the procedure.
     OSStatus removeInCycle(AudioDeviceIOProc procedure, void* clientData) noexcept;
-    /// Has becameIdle called soon, on another thread. Real time.
+    /// Makes another thread call becameIdle soon. Real-time safe.
     void reportIdle() noexcept;
     bool hasRunningProcedures() const { return runningCount_.load() > 0; }
     /// See qmx::waitForIOCycle.
     void waitForCycle() const { cycles_.waitForReaders(); }
 
-    /// Runs the procedures. Marks the thread as real-time and inside a callback. One thread at a time. A cycle with
-    /// other streams than were fixed (the tail of an earlier run) is left out.
+    /// Runs the procedures. Marks the thread as real-time and inside a callback. One thread at a time. Ignores a cycle
+    /// whose streams differ from the fixed ones (a late cycle of an earlier run).
     void runCycle(const IOCycle& cycle) noexcept;
 
 private:
@@ -85,8 +85,8 @@ private:
 
     const AudioDeviceID device_;
     const std::function<void()> becameIdle_;
-    std::mutex mutex_;   // of changes to the list
-    Publication cycles_; // read the list and the layout
+    std::mutex mutex_;   // held to change the list
+    Publication cycles_; // cycles are its readers, of the list and the layout
     std::atomic<const List*> list_;
     std::atomic<Layout*> layout_{nullptr};
     std::atomic<int> runningCount_{0};

@@ -13,7 +13,7 @@ namespace
 
 constexpr UInt32 bytesPerSample = sizeof(Float32);
 
-// What the device as a whole has; answered in both sections.
+// A property of the device as a whole, the same in both sections.
 std::optional<PropertyValue> globalProperty(const DeviceView& view, UInt32 property)
 {
     const DeviceDescription& device = *view.description;
@@ -42,7 +42,7 @@ std::optional<PropertyValue> globalProperty(const DeviceView& view, UInt32 prope
     case kAudioDevicePropertySupportsMixing:
         return PropertyValue::flag(device.supportsMixing);
     case kAudioDevicePropertyHogMode:
-        return PropertyValue::of(SInt32{-1}); // nobody: exclusive use is not offered
+        return PropertyValue::of(SInt32{-1}); // no process: exclusive use is not offered
     case kAudioDevicePropertyUsesVariableBufferFrameSizes:
         if (!device.usesVariableBufferFrameSizes)
             return {};
@@ -63,7 +63,7 @@ std::optional<PropertyValue> globalProperty(const DeviceView& view, UInt32 prope
     }
 }
 
-// One AudioBufferList with the sizes of a cycle and no data.
+// An AudioBufferList with the channels and byte sizes of a cycle and no data.
 PropertyValue streamConfiguration(const DeviceDescription& device, const SectionDescription& section)
 {
     PropertyValue value;
@@ -81,7 +81,7 @@ PropertyValue streamConfiguration(const DeviceDescription& device, const Section
     return value;
 }
 
-// A tag where there is one, else a description of each channel. Never less than the whole record.
+// A tag if there is one, otherwise a description of each channel. Always at least one whole record in size.
 PropertyValue channelLayout(const SectionDescription& section)
 {
     const UInt32 channels = numberOfChannels(section);
@@ -153,7 +153,7 @@ std::optional<PropertyValue> controlProperty(const SectionDescription& section, 
     }
 }
 
-// What a direction has as a whole.
+// A property of a direction as a whole.
 std::optional<PropertyValue> sectionProperty(const DeviceView& view, const PropertyAddress& address)
 {
     const DeviceDescription& device = *view.description;
@@ -163,7 +163,7 @@ std::optional<PropertyValue> sectionProperty(const DeviceView& view, const Prope
         return streamConfiguration(device, section);
     case kAudioDevicePropertyStreams:
         return PropertyValue::listOf(view.streams(address.isInput));
-    case kAudioDevicePropertyDeviceCanBeDefaultDevice: // a direction that is not there answers for the other
+    case kAudioDevicePropertyDeviceCanBeDefaultDevice: // a missing direction reports the other one's value
         return PropertyValue::flag(section.streams.empty() ? device.section(!address.isInput).canBeDefaultDevice
                                                            : section.canBeDefaultDevice);
     default:

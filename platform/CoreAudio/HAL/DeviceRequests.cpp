@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Values that callers set: checked here, carried out by the backend.
+// Checks the values that callers set; the backend carries them out.
 #include "CoreAudio/HAL/DeviceView.h"
 
 #include <algorithm>
@@ -112,7 +112,7 @@ CheckedRequest deviceRequest(const DeviceView& view, const PropertyAddress& addr
         return muteRequest(address, size, data);
     case kAudioDevicePropertyDataSource:
         return dataSourceRequest(section, address.isInput, size, data);
-    default: // the formats: nothing else is writable
+    default: // formats; nothing else is writable
         return formatRequest(device, {address.isInput, *streamOfChannel(section, address.channel)}, address.property,
                              size, data);
     }

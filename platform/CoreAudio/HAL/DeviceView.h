@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What properties are answered from, and their answers. Plain functions of the record: no lock, no state.
+// The snapshot that properties are read from, and their values. Plain functions of the record: no lock, no state.
 #pragma once
 
 #include "CoreAudio/HAL/Backend.h"
@@ -12,7 +12,7 @@
 namespace qmx
 {
 
-/// One moment of a device.
+/// A device at one moment.
 struct DeviceView {
     AudioDeviceID id = kAudioDeviceUnknown;
     std::shared_ptr<const DeviceDescription> description;
@@ -23,13 +23,13 @@ struct DeviceView {
     const std::vector<AudioStreamID>& streams(bool isInput) const { return isInput ? inputStreams : outputStreams; }
 };
 
-/// Where a stream is.
+/// The place of a stream in its device.
 struct StreamPlace {
     bool isInput = false;
     std::size_t index = 0;
 };
 
-/// A property's value; none where the device lacks it.
+/// A property's value; none if the device lacks it.
 std::optional<PropertyValue> deviceProperty(const DeviceView& device, const PropertyAddress& address);
 std::optional<PropertyValue> streamProperty(const DeviceView& device, StreamPlace place,
                                             AudioStreamPropertyID property);
@@ -37,17 +37,18 @@ std::optional<PropertyValue> streamProperty(const DeviceView& device, StreamPlac
 std::optional<PropertyValue> bootChimeProperty(const std::optional<VolumeControl>& volume,
                                                AudioHardwarePropertyID property);
 
-/// Whether a device can be a default ('dIn ', 'dOut' or 'sOut'): it says so, and has streams in that direction.
+/// Whether a device can be a default ('dIn ', 'dOut' or 'sOut'): its record allows it, and it has streams in that
+/// direction.
 bool canBeDefault(const DeviceDescription& device, AudioHardwarePropertyID which);
 
-/// Properties that read their question from the caller's block: the status of the answer; none for other properties.
+/// Answers properties that translate a value from the caller's block; no status for other properties.
 std::optional<OSStatus> translateDeviceProperty(const DeviceView& device, const PropertyAddress& address,
                                                 UInt32* ioSize, void* block);
 std::optional<OSStatus> translateStreamProperty(const DeviceView& device, StreamPlace place,
                                                 AudioStreamPropertyID property, UInt32* ioSize, void* block);
 
-/// What a caller wants to be set, checked against the record: a request for the backend, nothing when the value is
-/// there already.
+/// A value that a caller sets, checked against the record: a request for the backend, or none if the value is set
+/// already.
 struct CheckedRequest {
     OSStatus status = noErr;
     std::optional<DeviceRequest> request;
@@ -56,17 +57,16 @@ CheckedRequest deviceRequest(const DeviceView& device, const PropertyAddress& ad
 CheckedRequest streamRequest(const DeviceView& device, StreamPlace place, AudioStreamPropertyID property, UInt32 size,
                              const void* data);
 
-/// The gain that a caller wants a control to have, in decibels or as it is: kAudioHardwareIllegalOperationError unless
-/// it is a number.
+/// Reads the gain that a caller sets, in decibels or linear; kAudioHardwareIllegalOperationError unless it is a number.
 OSStatus takeVolume(const VolumeControl& volume, bool isDecibels, UInt32 size, const void* data, Float32& scalar);
 
-// Parts of these that formats have in common (StreamFormats.cpp).
+// The parts about formats (StreamFormats.cpp).
 
-/// Which stream of a section carries a channel (the first one for channel 0); none beyond the last.
+/// The index of the stream that carries a channel of a section (0 for channel 0); none beyond the last channel.
 std::optional<std::size_t> streamOfChannel(const SectionDescription& section, UInt32 channel);
-/// The section's channel that is a stream's first, from 1.
+/// The channel of the section, counted from 1, that is a stream's first.
 UInt32 startingChannel(const SectionDescription& section, std::size_t stream);
-/// What procedures see: native 32-bit float, interleaved, at the device's rate.
+/// The format that procedures see: native 32-bit float, interleaved, at the device's rate.
 AudioStreamBasicDescription virtualFormat(const DeviceDescription& device, const StreamDescription& stream);
 bool hasSampleRate(const DeviceDescription& device, Float64 rate);
 std::optional<PropertyValue> formatProperty(const DeviceDescription& device, const StreamDescription& stream,
@@ -76,7 +76,7 @@ std::optional<OSStatus> translateFormat(const DeviceDescription& device, const S
 CheckedRequest formatRequest(const DeviceDescription& device, StreamPlace place, UInt32 property, UInt32 size,
                              const void* data);
 
-/// Linear gain and decibels of a control.
+/// Converts a control's linear gain and decibels.
 Float32 decibelsOf(const VolumeControl& volume, Float32 scalar);
 Float32 scalarOf(const VolumeControl& volume, Float32 decibels);
 

@@ -67,7 +67,7 @@ Hardware& Hardware::shared()
         auto* const made = new Hardware(makeBackend(fixBackend()));
         made->backend_.begin(*made);
         const std::scoped_lock lock(made->mutex_);
-        made->listChangesRead_ = made->listChanges_; // what is there from the beginning is no change
+        made->listChangesRead_ = made->listChanges_; // the initial devices do not count as a change
         return made;
     }();
     return *hardware;
@@ -225,7 +225,7 @@ void Hardware::announceChanges(const DeviceView& before, const DeviceView& after
         listeners_.announce(change.stream == kAudioStreamUnknown ? after.id : change.stream, change.address);
 }
 
-// Streams that stay in their places keep their IDs.
+// A stream keeps its ID while its place in the device exists.
 void Hardware::numberStreams(DeviceView& view)
 {
     for (const bool isInput : {true, false}) {

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-// The core of the hardware layer: the tables of devices and streams, and what joins a backend to the platform's calls.
+// The core of the hardware layer: the tables of devices and streams. It connects a backend to the calls of
+// AudioHardware.h.
 #pragma once
 
 #include "CoreAudio/HAL/Backend.h"
@@ -17,8 +18,8 @@
 namespace qmx
 {
 
-/// One device, as the core keeps it: alive as long as its backend says so, in the table as long as a procedure is
-/// registered.
+/// One device as the core keeps it: alive until its backend reports it removed, and kept after that while a procedure
+/// is registered.
 struct Device {
     AudioDeviceID id = kAudioDeviceUnknown;
     std::shared_ptr<BackendDevice> backend;
@@ -30,14 +31,14 @@ struct Device {
     bool ioRuns = false;   // guarded by startMutex
 };
 
-/// Where a stream ID leads.
+/// The device and the place that a stream ID stands for.
 struct FoundStream {
     DeviceView view;
     std::shared_ptr<BackendDevice> backend;
     StreamPlace place;
 };
 
-/// The IDs in 'dev#', and how many changes the list had seen when they were taken.
+/// The IDs in 'dev#', and the number of changes of the list when they were read.
 struct DeviceList {
     std::vector<AudioDeviceID> ids;
     std::uint64_t changes = 0;
@@ -46,7 +47,7 @@ struct DeviceList {
 class Hardware final : public HardwareSink
 {
 public:
-    /// The process's one; chooses and begins the backend at its first use. Never destroyed.
+    /// The only object; its first use chooses and starts the backend. Never destroyed.
     static Hardware& shared();
     /// See qmx::setAudioBackend.
     static OSStatus choose(AudioBackend backend);
@@ -54,9 +55,9 @@ public:
     Backend& backend() { return backend_; }
     Listeners& listeners() { return listeners_; }
 
-    /// What a call begins with: whether the backend lets it go on.
+    /// The start of each call: 0 if the backend lets it go on.
     OSStatus admit(HardwareOperation operation, UInt32 object, const PropertyAddress& address = {});
-    /// A removal is carried out though the backend fails the call: what would be called may be gone afterwards.
+    /// Removes even if the backend makes the call fail: the caller may free what was registered afterwards.
     template <class Remove>
     OSStatus removeAnyway(HardwareOperation operation, UInt32 object, const PropertyAddress& address, Remove remove)
     {
@@ -67,28 +68,28 @@ public:
 
     // --- For the platform's calls
     std::shared_ptr<Device> device(AudioDeviceID id);
-    /// Also one that is gone but has procedures.
+    /// The same, and also a device that is gone but has procedures.
     std::shared_ptr<Device> deviceOrRemains(AudioDeviceID id);
     std::optional<DeviceView> view(AudioDeviceID id);
     std::optional<FoundStream> stream(AudioStreamID id);
     void forgetRemains(Device& device);
     DeviceList devices();
-    /// Notes that somebody has got all entries of `list`.
+    /// Notes that a caller has read all entries of `list`.
     void noteRead(const DeviceList& list);
     bool devicesChangedSinceRead();
     std::optional<AudioDeviceID> deviceForUID(const std::string& uid);
     DefaultDevices defaults();
     std::optional<VolumeControl> bootChime();
 
-    /// Starts the backend's I/O for the first procedure; 0 when it runs.
+    /// Starts the backend's I/O for the first procedure; 0 if it runs already.
     OSStatus startDevice(const std::shared_ptr<Device>& device);
-    /// Stops it when no procedure runs any more.
+    /// Stops the backend's I/O if no procedure runs any more.
     void stopDeviceIfIdle(const std::shared_ptr<Device>& device);
 
     // --- For the backend
     AudioDeviceID makeID() override { return nextID_.fetch_add(1); }
-    /// A change that takes devices away and brings some is told as two. The newcomers are in the tables at once, but in
-    /// the list only when all listeners have been told of those that went, so that nobody sees both at once.
+    /// A change that removes and adds devices is announced as two. The added devices are in the tables at once, but in
+    /// 'dev#' only after all listeners were called for the removed ones, so that no listener sees both.
     void devicesChanged(std::span<const AudioDeviceID> removed,
                         std::span<const std::pair<AudioDeviceID, NewDevice>> added,
                         const DefaultDevices& defaults) override;
@@ -112,7 +113,7 @@ private:
     Backend& backend_;
     Listeners& listeners_ = *new Listeners;
     std::atomic<AudioDeviceID> nextID_{256};
-    std::mutex mutex_; // of the tables; no call leaves this class with it held but into the listeners' queue
+    std::mutex mutex_; // of the tables; with it held this class calls nothing but the listeners' queue
     std::vector<std::shared_ptr<Device>> devices_;
     std::map<AudioDeviceID, std::shared_ptr<Device>> remains_;
     DefaultDevices defaults_;

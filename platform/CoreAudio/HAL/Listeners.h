@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Who wants to hear of which changes, and the one thread that calls them.
+// The registered listeners, and the one thread that calls them.
 #pragma once
 
 #include "CoreAudio/AudioHardware.h"
@@ -19,7 +19,7 @@
 namespace qmx
 {
 
-/// One listener: its procedure, what it wants to hear of, and the caller's data.
+/// One listener: its procedure, the changes it is registered for, and the caller's data.
 struct Listener {
     using Procedure = std::variant<AudioHardwarePropertyListenerProc, AudioDevicePropertyListenerProc,
                                    AudioStreamPropertyListenerProc>;
@@ -33,23 +33,23 @@ struct Listener {
     bool wants(const PropertyAddress& address) const;
 };
 
-/// Registrations by object (0 is the system) and the queue of changes. Listeners run on the notification thread, from
-/// what was registered when a change's turn came, with no lock held. Never destroyed; its thread is never waited for.
+/// Registrations by object (0 is the system) and the queue of changes. The notification thread calls, with no lock
+/// held, the listeners that are registered when a change's turn comes. Never destroyed; its thread is never waited for.
 class Listeners
 {
 public:
     Listeners() = default;
     ~Listeners() = delete;
 
-    /// False when it is registered already. `announcesNow`: calls this one, and no other, of `announced`.
+    /// False if it is registered already. With `announcesNow` this listener alone is called for `announced`.
     bool add(UInt32 object, const Listener& listener, bool announcesNow = false, const PropertyAddress& announced = {});
-    /// False when it is not there. Waits for a call of this listener that goes on, except on the notification thread
+    /// False if it is not registered. Waits for a call of this listener in progress, except on the notification thread
     /// and inside callbacks.
     bool remove(UInt32 object, const Listener& listener);
     /// Puts a change in the queue. The notification thread calls `before` when the change's turn has come, with no lock
     /// held, and then calls the listeners.
     void announce(UInt32 object, const PropertyAddress& address, std::function<void()> before = {});
-    /// Of the thread that calls.
+    /// Whether the calling thread is the notification thread.
     static bool isNotificationThread();
 
 private:
@@ -60,7 +60,7 @@ private:
     struct Announcement {
         UInt32 object;
         PropertyAddress address;
-        std::shared_ptr<Registration> only; // null: everybody
+        std::shared_ptr<Registration> only; // null: all registrations
         std::function<void()> before;
     };
     [[noreturn]] void run();

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// A property's value on its way to the caller's block.
+// A property's value, before it is copied to the caller's block.
 #pragma once
 
 #include "CoreAudio/AudioHardware.h"
@@ -17,10 +17,10 @@ namespace qmx
 
 struct PropertyValue {
     enum class Kind {
-        fixed,    ///< whole or not at all
-        list,     ///< the whole entries that fit
-        cText,    ///< cut to what fits, always ended by a zero byte
-        reference ///< a new CFStringRef of the text
+        fixed,    ///< copied whole or not at all
+        list,     ///< as many whole entries as fit
+        cText,    ///< cut to what fits, always zero-terminated
+        reference ///< a new CFStringRef, which the caller releases
     };
     Kind kind = Kind::fixed;
     std::vector<std::byte> bytes;
@@ -52,13 +52,13 @@ struct PropertyValue {
     static PropertyValue reference(const std::string& text);
 
     UInt32 size() const;
-    /// Copies into the caller's block.
+    /// Copies the value into the caller's block of `*ioSize` bytes and sets that to the bytes used.
     OSStatus copyTo(UInt32* ioSize, void* out) const;
-    /// What GetPropertyInfo answers; null pointers are left out.
+    /// Fills the results of GetPropertyInfo; either pointer may be null.
     OSStatus describe(UInt32* outSize, Boolean* outWritable) const;
 };
 
-/// A value of a fixed type that a caller gives: kAudioHardwareBadPropertySizeError unless it has that size.
+/// Reads a value of a fixed type from the caller; kAudioHardwareBadPropertySizeError unless it has that size.
 template <class T> OSStatus takeValue(UInt32 size, const void* data, T& value)
 {
     if (!data)
@@ -69,7 +69,7 @@ template <class T> OSStatus takeValue(UInt32 size, const void* data, T& value)
     return noErr;
 }
 
-/// A value that is translated within the caller's block.
+/// Translates a value in place, in the caller's block.
 template <class T, class Translate> OSStatus translateInPlace(UInt32* ioSize, void* block, Translate translate)
 {
     if (*ioSize < sizeof(T))
@@ -82,8 +82,8 @@ template <class T, class Translate> OSStatus translateInPlace(UInt32* ioSize, vo
     return status;
 }
 
-/// The record of a translation between two blocks of the caller's, checked: room for `outputSize` bytes, input where
-/// `inputSize` is not 0.
+/// Reads the record of a translation between two buffers of the caller, and checks that there is room for `outputSize`
+/// bytes and, unless `inputSize` is 0, input of that size.
 OSStatus takeTranslation(UInt32* ioSize, const void* block, UInt32 inputSize, UInt32 outputSize,
                          AudioValueTranslation& translation);
 

@@ -21,7 +21,7 @@ bool isSameFormat(const AudioStreamBasicDescription& one, const AudioStreamBasic
     return fields(one) == fields(other);
 }
 
-// The same but for the rate, and at a rate that `listed` allows.
+// Whether `listed` includes a format: the same apart from the rate, at a rate that `listed` allows.
 bool allows(const DeviceDescription& device, const AudioStreamBasicDescription& listed,
             AudioStreamBasicDescription format)
 {
@@ -58,7 +58,7 @@ Float64 nearestRate(const DeviceDescription& device, Float64 wanted)
     return nearest;
 }
 
-// How unlike a wanted format a listed one is; the kind of sample counts most, then the width.
+// The distance of a listed format from a wanted one; the kind of sample counts most, then the width.
 UInt32 distance(const AudioStreamBasicDescription& listed, const AudioStreamBasicDescription& wanted)
 {
     const auto bits = static_cast<int>(std::min(wanted.mBitsPerChannel, 1024U));

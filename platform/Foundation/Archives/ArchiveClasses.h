@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The structure that writers and readers of archives share.
+// What writers and readers of archives share.
 #pragma once
 
 #include "Foundation/Archives/Coder.h"
@@ -18,22 +18,22 @@ inline constexpr std::string_view archiveClassChainKey = "$classes";
 inline constexpr std::string_view archiveElementsKey = "NS.objects";
 inline constexpr std::string_view archiveKeysKey = "NS.keys";
 
-/// What makes objects of the registered class; empty for an unknown one. Any thread.
+/// The function that makes objects of a registered class; empty for an unknown one. Any thread.
 ArchiveClassMaker archiveClassMaker(std::string_view name);
 
-/// The key as an archive holds it, apart from the archive's own: one more "$" before a "$".
+/// The key as it is archived: "$" becomes "$$" at its start, so that it differs from the archive's own keys.
 inline std::string archiveKey(std::string_view key)
 {
     return std::string(key.starts_with('$') ? "$" : "").append(key);
 }
 
-/// The key of the next value that has none.
+/// The key for the value at `position` of a sequence without keys.
 inline std::string archiveSequenceKey(std::size_t position)
 {
     return std::string("$").append(std::to_string(position));
 }
 
-/// Whether the entry of the object table stands for nil.
+/// Whether an entry of the object table stands for nil.
 inline bool isArchivedNil(const PropertyListValue& entry)
 {
     const auto* text = entry.as<std::string>();

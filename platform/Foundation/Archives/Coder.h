@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What an archivable class sees of archives: a coder to write itself to and a decoder to be made from.
+// The interface between archivable classes and archives: a coder to write an object to, a decoder to make one from.
 #pragma once
 
 #include "Foundation/Archives/Image.h"
@@ -18,13 +18,13 @@
 namespace qmx
 {
 
-/// Receives the contents of the object being archived. Valid only during `encodeWithCoder`; one thread.
+/// Receives the contents of the object being archived. Valid only during `encodeWithCoder`. One thread.
 class QMX_EXPORT Coder
 {
 public:
     virtual ~Coder();
 
-    /// Whether values are stored under keys; otherwise order and count are the contract.
+    /// Whether values are stored under keys; otherwise they are decoded in the order in which they were encoded.
     virtual bool allowsKeyedCoding() const = 0;
 
     /// Stores `object`, which may be nil, under `key`. An object that is stored twice is archived once.
@@ -48,8 +48,8 @@ public:
     virtual std::vector<std::string> archiveClassNames() const = 0;
 };
 
-/// Gives the contents of the object being unarchived. Valid only during the call that makes the object; one thread.
-/// Nothing fails: what is missing or of another type is null.
+/// Supplies the contents of the object being unarchived. Valid only during the call that makes the object. One thread.
+/// No call fails: a value that is missing or has another type is null.
 class QMX_EXPORT Decoder
 {
 public:
@@ -58,14 +58,14 @@ public:
     virtual bool allowsKeyedCoding() const = 0;
 
     virtual bool containsValueForKey(std::string_view key) const = 0;
-    /// The object under `key`. The same archived object is the same object here; one that no class here stands for
-    /// only keeps what was read.
+    /// The object under `key`. The same archived object is always the same object here; an object of an unregistered
+    /// class only keeps what was read, so that it can be archived again.
     virtual std::shared_ptr<Object> decodeObjectForKey(std::string_view key) = 0;
     /// The next object of the sequence.
     virtual std::shared_ptr<Object> decodeObject() = 0;
     /// A number from a number object or from a number stored in place.
     virtual std::shared_ptr<Number> decodeNumberForKey(std::string_view key) = 0;
-    /// A picture from its plain data or from the image objects of other writers, the same one each time.
+    /// A picture from plain data or from another writer's image object; the same object each time.
     virtual std::shared_ptr<Image> decodeImageForKey(std::string_view key) = 0;
 
     std::optional<std::string> decodeStringForKey(std::string_view key);
@@ -78,11 +78,11 @@ using ArchiveClassMaker = std::function<std::shared_ptr<Object>(Decoder&)>;
 /// thread.
 QMX_EXPORT void registerArchiveClass(const std::string& name, ArchiveClassMaker maker);
 
-/// Why an archive gave no object.
+/// Why unarchiving returned no object.
 enum class ArchiveError {
     none,             ///< there is an object, or the archived object is nil
     incomprehensible, ///< the data is no archive of this kind
-    inconsistent,     ///< references to nowhere or in a circle, nesting past 64, or contents that outgrow all measure
+    inconsistent,     ///< dangling or circular references, nesting deeper than 64, or contents of excessive size
     noMemory          ///< there was not enough memory to read it
 };
 

@@ -11,8 +11,7 @@
 namespace qmx
 {
 
-/// A picture in its original encoding (JPEG, PNG, ...), whose bytes are kept as they came: it is carried, not drawn.
-/// Does not change.
+/// A picture in its original encoding (JPEG, PNG, ...), whose bytes are kept unchanged and never decoded. Immutable.
 class QMX_EXPORT Image : public Object
 {
 public:

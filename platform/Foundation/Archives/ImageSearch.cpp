@@ -41,7 +41,7 @@ const PropertyListData* imageBytesWithin(const PropertyListArray& table, std::ui
     const PropertyListData* longest = nullptr;
     visit(table[static_cast<std::size_t>(index)]);
     std::size_t next = 0;
-    while (next < found.size()) { // grows as it is walked
+    while (next < found.size()) { // grows in the loop
         const PropertyListValue& value = *found[next++];
         if (const auto* uid = value.as<PropertyListUID>(); uid && uid->index < table.size()) {
             visit(table[static_cast<std::size_t>(uid->index)]);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Pictures inside the image objects that other writers archive.
+// Finds pictures inside the image objects that other writers archive.
 #pragma once
 
 #include "Foundation/Archives/PropertyList.h"
@@ -14,8 +14,8 @@ namespace qmx
 /// Whether archived objects of the class hold a picture.
 bool isImageClass(std::string_view name);
 
-/// The picture's bytes within the entry at `index` and all it refers to: the first data that begins like an image file,
-/// else the longest data, else null. Adds the number of values it looked at to `visits`.
+/// The picture's bytes within the entry at `index` and everything it refers to: the first data that starts like an
+/// image file, otherwise the longest data, otherwise null. Adds the number of values that it visited to `visits`.
 const PropertyListData* imageBytesWithin(const PropertyListArray& table, std::uint64_t index, std::size_t& visits);
 
 } // namespace qmx

@@ -37,7 +37,7 @@ PropertyListValue plainNumber(const Number& number)
         number.value());
 }
 
-// The object table as it grows. An object takes its place before its contents do, its class after them.
+// Builds the object table. An object comes before its contents, its class after them.
 class ObjectTable
 {
 public:
@@ -69,7 +69,7 @@ private:
 
     PropertyListArray entries_;
     std::unordered_map<std::shared_ptr<const Object>, std::size_t>
-        places_; // keeps the objects, so no address comes twice
+        places_; // keeps the objects alive, so that no address is used twice
     std::map<Names, std::size_t> classes_;
     std::map<OpaquePlace, std::size_t> opaquePlaces_;
     std::vector<PendingOpaque> pendingOpaques_;
@@ -145,7 +145,7 @@ PropertyListValue ObjectTable::entryOf(const std::shared_ptr<const Object>& obje
     return std::string(archiveNil);
 }
 
-// as a plain entry the text "$null" would come back as nil
+// A plain entry "$null" would be decoded as nil.
 PropertyListValue ObjectTable::textEntry(const String& string)
 {
     if (string.text() != archiveNil)
@@ -207,8 +207,8 @@ PropertyListUID ObjectTable::classUID(const Names& names)
     return {place->second};
 }
 
-// The entries of an opaque object are copied as they are, only their references follow the new places; one after the
-// other, for they may form chains of any length and circles.
+// Copies the entries of an opaque object unchanged, except that references follow the new places. Uses a loop, because
+// they may form chains of any length and circles.
 PropertyListUID ObjectTable::addOpaque(const OpaqueObject::Table& table, std::uint64_t index)
 {
     if (index >= table->size() || isArchivedNil(*(*table)[index]))

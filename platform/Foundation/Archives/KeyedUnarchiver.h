@@ -14,8 +14,8 @@ namespace qmx
 class QMX_EXPORT KeyedUnarchiver
 {
 public:
-    /// The root object of the keyed archive in exactly these bytes. Null when the root is nil, and on failure, for
-    /// which `error` (if given) has the reason. Bytes of any content are safe. Any thread.
+    /// The root object of the keyed archive in exactly these bytes. Null if the root is nil, and on failure; `error`
+    /// (may be null) is set to the reason, or to none. Bytes of any content are safe. Any thread.
     static std::shared_ptr<Object> unarchiveObjectWithData(std::span<const std::uint8_t> data,
                                                            ArchiveError* error = nullptr);
 };

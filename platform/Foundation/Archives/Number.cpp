@@ -14,7 +14,7 @@ namespace qmx
 namespace
 {
 
-// a real number as 64 bits, two's complement below 0
+// A real number as 64 bits, two's complement below 0.
 UInt64 bitsOfReal(double value)
 {
     constexpr double two63 = 9223372036854775808.0;
@@ -25,7 +25,7 @@ UInt64 bitsOfReal(double value)
     return value >= 2 * two63 ? std::numeric_limits<UInt64>::max() : static_cast<UInt64>(value);
 }
 
-// booleans take part in arithmetic as 1 and 0
+// Booleans count as 1 and 0 in arithmetic.
 template <class T> auto arithmetic(T value)
 {
     if constexpr (std::same_as<T, bool>)

@@ -12,8 +12,8 @@
 namespace qmx
 {
 
-/// A number that remembers the type it was made from. Does not change. The readers never fail: an integer is cut to its
-/// low bits, a real number to its integer part and then likewise (what no 64-bit integer holds saturates, NaN gives 0).
+/// A number that keeps the type it was made from. Immutable. The readers never fail: an integer is cut to its low bits;
+/// a real number first to its integer part, where NaN becomes 0 and values beyond 64-bit integers saturate.
 class QMX_EXPORT Number : public Object
 {
 public:

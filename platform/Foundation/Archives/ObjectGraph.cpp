@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// An entry becomes an object at its first use and stays that object. Entries may share what they refer to in ways that
-// multiply, so all that is made is charged to one allowance.
+// An entry becomes an object at its first use and stays that object. Because shared entries could multiply, everything
+// that is made is charged to one allowance.
 #include "Foundation/Archives/ObjectGraph.h"
 
 #include "Foundation/Archives/ArchiveClasses.h"
@@ -30,7 +30,7 @@ public:
     bool isKeyed() const { return graph_.isKeyed; }
     bool hasFailed() const { return hasFailed_; }
     std::shared_ptr<Object> object(std::uint64_t index);
-    /// A reference's object, or an object for a value stored in place.
+    /// The object of a reference, or an object for a value stored in place.
     std::shared_ptr<Object> objectOf(const PropertyListValue* value);
     /// The picture that `object` is or whose data it is.
     std::shared_ptr<Image> image(const std::shared_ptr<Object>& object);
@@ -44,7 +44,7 @@ private:
     };
     struct Class {
         std::string name;
-        std::function<std::shared_ptr<Object>(const Fields&)> maker; // gives null what it cannot stand for
+        std::function<std::shared_ptr<Object>(const Fields&)> maker; // returns null for contents that do not fit
         bool isImage = false;
         bool isRegistered = false;
     };
@@ -66,7 +66,7 @@ private:
     const ObjectGraph& graph_;
     std::vector<Slot> slots_;
     std::map<std::uint64_t, Class> classes_;
-    std::map<const Object*, std::shared_ptr<Image>> pictures_; // by their data
+    std::map<const Object*, std::shared_ptr<Image>> pictures_; // by their data objects
     std::size_t depth_ = 0;
     std::size_t height_ = 0; // of the tallest object made since it was last set to 0
     std::size_t spent_ = 0;
@@ -283,7 +283,7 @@ GraphReader::Class GraphReader::describeClass(const Fields& entry)
         described.name = *name;
     if (chooseMaker(described, described.name))
         return described;
-    // an image is found under any of its classes; other subclasses may have contents of their own
+    // an image class counts anywhere in the chain; other superclasses do not: a subclass may have other contents
     const auto chain = namesIn(archiveClassChainKey);
     described.isImage = isImageClass(described.name) ||
                         std::any_of(chain.begin(), chain.end(), [](const auto* name) { return isImageClass(*name); });

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// From an archive's object table to objects: what both kinds of archive have in common once they are parsed.
+// Makes objects from an archive's object table, for both kinds of archive once they are parsed.
 #pragma once
 
 #include "Foundation/Archives/Coder.h"
@@ -11,15 +11,15 @@
 namespace qmx
 {
 
-/// A parsed archive in the structure of keyed ones: entries that refer to each other by their places, with values that
-/// were encoded without a key under "$0", "$1", ...
+/// A parsed archive in the structure of a keyed one: entries that refer to each other by their places. Values that were
+/// encoded without a key are under "$0", "$1", ...
 struct ObjectGraph {
     std::shared_ptr<const PropertyListArray> table;
     std::uint64_t root = 0;
     bool isKeyed = true; ///< whether decoders offer keys
 };
 
-/// The root object. Null when it is nil, and when the graph is inconsistent (`error`, if given, says so).
+/// The root object. Null if it is nil, and on failure; `error` (may be null) is set to the reason.
 std::shared_ptr<Object> makeObjects(const ObjectGraph& graph, ArchiveError* error);
 
 } // namespace qmx

@@ -13,8 +13,8 @@
 namespace qmx
 {
 
-/// An archived object that no class here stands for, kept with all it refers to so that it can be archived again. It
-/// holds on to the whole object table it came from. Does not change.
+/// An archived object of an unregistered class, kept with everything it refers to so that it can be archived again. It
+/// keeps the whole object table that it came from. Immutable.
 class QMX_EXPORT OpaqueObject : public Object
 {
 public:
@@ -25,7 +25,7 @@ public:
     {
     }
 
-    /// The archived class's name; empty when the archive names none.
+    /// The archived class's name; empty if the archive names none.
     const std::string& className() const { return className_; }
     /// The objects of the archive, and the place of this one among them.
     const Table& table() const { return table_; }

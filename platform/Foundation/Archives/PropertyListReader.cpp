@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Every object is made once and objects that overlap are limited, so the work is bounded by the bytes; every count and
-// position is checked against them first.
+// Every object is made once and overlapping objects are limited, so the work is bounded by the number of bytes. Every
+// count and position is checked against it first.
 #include "Foundation/Archives/PropertyList.h"
 
 #include "Foundation/Text/Unicode.h"
@@ -18,10 +18,10 @@ using Bytes = std::span<const std::uint8_t>;
 
 constexpr std::size_t headerSize = 8;
 constexpr std::size_t trailerSize = 32;
-constexpr std::size_t largestOverlap = 4; // times that all bytes may belong to an object
+constexpr std::size_t largestOverlap = 4; // the bytes of all objects, as a multiple of the file's bytes
 constexpr std::string_view signature = "bplist0";
 
-// big-endian; of more than 8 bytes the low 8 count
+// A big-endian number; of more than 8 bytes the low 8 count.
 std::uint64_t number(Bytes bytes)
 {
     std::uint64_t value = 0;
@@ -43,7 +43,7 @@ public:
     PropertyListRef read();
 
 private:
-    // what is known of one object of the file
+    // the state of one object of the file
     struct Slot {
         PropertyListRef value;
         std::size_t height = 0; // containers below and including this one
@@ -167,7 +167,7 @@ PropertyListRef Reader::makeObject(std::size_t at, std::size_t depth)
     }
 }
 
-// 1, 2 and 4 bytes are unsigned, 8 are signed, 16 are signed unless the upper half is 0
+// 1, 2 and 4 bytes are unsigned; 8 are signed; 16 are signed unless the upper half is 0.
 PropertyListRef Reader::integer(Bytes bytes) const
 {
     const std::uint64_t low = number(bytes);
@@ -210,7 +210,7 @@ std::optional<Bytes> Reader::take(std::size_t at, std::uint64_t size)
     return bytes_.subspan(at, static_cast<std::size_t>(size));
 }
 
-// the contents of the object at `at`, whose count of units is in the marker or in an integer object after it
+// The contents of the object at `at`. The marker, or an integer object after it, holds the number of units.
 std::optional<Bytes> Reader::takeCounted(std::size_t at, std::size_t unit)
 {
     std::uint64_t count = bytes_[at++] & 0x0F;

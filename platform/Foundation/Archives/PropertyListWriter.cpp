@@ -19,7 +19,7 @@ using Bytes = std::vector<std::uint8_t>;
 
 constexpr std::string_view signature = "bplist00";
 
-// the smallest of 1, 2, 4 and 8 bytes
+// The bytes that `value` needs: 1, 2, 4 or 8.
 std::size_t widthOf(std::uint64_t value)
 {
     return value <= 0xFF ? 1 : value <= 0xFFFF ? 2 : value <= 0xFFFFFFFF ? 4 : 8;
@@ -44,7 +44,7 @@ void putCount(Bytes& bytes, unsigned kind, std::size_t count)
         putMarked(bytes, 0x10, count, widthOf(count));
 }
 
-// the written form of a value that is no container
+// The written form of a value that is no container.
 struct Encoding {
     Bytes& bytes;
 
@@ -91,7 +91,7 @@ struct Encoding {
     }
 };
 
-// Numbers the objects first, for references are as wide as their count needs; then writes them.
+// Numbers the objects first, because their count decides how wide references are; then writes them.
 class Writer
 {
 public:
@@ -100,7 +100,7 @@ public:
 private:
     struct Item {
         const PropertyListValue* container = nullptr;
-        const std::string* encoding = nullptr; // of another value
+        const std::string* encoding = nullptr; // of values that are no container
     };
 
     bool collect(const PropertyListValue& value, std::size_t depth);
@@ -113,7 +113,7 @@ private:
 
     std::vector<Item> items_;
     std::unordered_map<const PropertyListValue*, std::size_t> numbers_;
-    std::unordered_map<std::string, std::size_t> merged_; // by written form, which shows kind and width
+    std::unordered_map<std::string, std::size_t> merged_; // by written form, which includes kind and width
     Bytes bytes_;
 };
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
-// Every rule of the grammar is a function; each gives false, null or nothing as soon as the bytes disagree with it. All
-// work is charged by the byte and by the character of a type, so that neither repeated types nor empty elements
-// multiply.
+// Every rule of the grammar is a function, which returns false, null or no value as soon as the bytes contradict it.
+// All work is charged by the byte and by the character of a type, so that repeated types and empty elements cannot
+// multiply it.
 #include "Foundation/Archives/SequentialArchive.h"
 
 #include "Foundation/Archives/ArchiveClasses.h"
@@ -32,14 +32,14 @@ enum Tag : std::uint8_t { int16 = 0x81, int32 = 0x82, real = 0x83, fresh = 0x84,
 constexpr std::uint8_t lastTag = 0x91;
 constexpr std::int64_t firstReference = -110;
 
-// one class with its superclasses
+// One class with its superclasses.
 struct ClassChain {
     std::vector<std::string> names;
     std::uint64_t entry = 0; // of the class in the object table; 0 for the end of the chain
 };
 using Class = std::shared_ptr<const ClassChain>;
 
-// what an object holds, in order
+// The values of an object, in order.
 struct Contents {
     std::string types;
     PropertyListArray values;
@@ -62,7 +62,7 @@ public:
     std::optional<ObjectGraph> root();
 
 private:
-    // numbered together: a place in the object table, a class, a C string
+    // these share one numbering: a place in the object table, a class, a C string
     using Numbered = std::variant<std::uint64_t, Class, Text>;
 
     bool step(std::size_t count = 1);
@@ -135,7 +135,7 @@ std::optional<std::uint64_t> Parser::fixed(std::size_t width)
     return value;
 }
 
-// 64 bits, two's complement when signed
+// An integer as 64 bits, two's complement if signed.
 std::optional<std::uint64_t> Parser::integer(bool isSigned)
 {
     const auto first = takeByte();
@@ -242,7 +242,7 @@ template <class T> const T* valueAt(const Contents& contents, std::size_t index)
     return index < contents.values.size() ? contents.values[index]->as<T>() : nullptr;
 }
 
-// The elements after a leading count; null when their number is another one.
+// The elements after a leading count; null if their number differs from it.
 std::optional<PropertyListArray> counted(const Contents& contents, std::uint64_t unit)
 {
     const auto* count = valueAt<PropertyListInteger>(contents, 0);
@@ -262,7 +262,7 @@ PropertyListRef numberEntry(const Contents& contents)
     return contents.values[1];
 }
 
-// The object in the form that keyed archives have for its class; null when the contents are none of that class.
+// The object in its form in keyed archives; null if the contents do not fit the class.
 PropertyListRef entryOf(const ClassChain& chain, Contents contents)
 {
     const std::string& name = chain.names.front();
@@ -304,7 +304,7 @@ PropertyListRef entryOf(const ClassChain& chain, Contents contents)
     return shared(std::move(fields));
 }
 
-// the object's place in the table; 0 for nil
+// Reads an object; returns its place in the table, 0 for nil.
 std::optional<std::uint64_t> Parser::object()
 {
     if (skipTag(nil))
@@ -345,7 +345,7 @@ bool Parser::group(Contents& into)
     if (!types || !*types || (*types)->empty())
         return false;
     into.types +=
-        (*types)->substr(0, into.types.size() < 8 ? 8 : 0); // enough to tell the known classes' contents apart
+        (*types)->substr(0, into.types.size() < 8 ? 8 : 0); // enough to distinguish the contents of the known classes
     for (std::string_view rest = **types; !rest.empty();) {
         into.values.push_back(value(rest));
         if (!into.values.back())
@@ -354,7 +354,7 @@ bool Parser::group(Contents& into)
     return true;
 }
 
-// the value of the first type, which is taken off `types`
+// Reads a value of the first type, which is removed from `types`.
 PropertyListRef Parser::value(std::string_view& types)
 {
     if (types.empty() || depth_ > depthLimit || !step())
@@ -453,7 +453,7 @@ PropertyListRef Parser::realNumber(bool isDouble)
     return isDouble ? shared(value) : shared(static_cast<float>(value));
 }
 
-// "[count type]", whose bracket is taken
+// "[count type]", after the bracket.
 PropertyListRef Parser::array(std::string_view& types)
 {
     std::uint64_t count = 0;
@@ -488,7 +488,7 @@ PropertyListRef Parser::array(std::string_view& types)
     return shared(std::move(elements));
 }
 
-// "{name=types}", whose brace is taken
+// "{name=types}", after the brace.
 PropertyListRef Parser::structure(std::string_view& types)
 {
     const std::size_t nameEnd = types.find_first_of("={}[]");

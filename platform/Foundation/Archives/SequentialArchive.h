@@ -11,7 +11,7 @@
 namespace qmx
 {
 
-/// The objects of the first group of a sequential archive. Nothing on failure, for which `error` has the reason.
+/// The objects of the first group of a sequential archive. On failure no value, and `error` is the reason.
 std::optional<ObjectGraph> parseSequentialArchive(std::span<const std::uint8_t> data, ArchiveError& error);
 
 } // namespace qmx

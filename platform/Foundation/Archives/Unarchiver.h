@@ -11,12 +11,12 @@
 namespace qmx
 {
 
-/// Reader of the older sequential archives (streamer version 4, either byte order).
+/// Reads the older sequential archives (streamer version 4, either byte order).
 class QMX_EXPORT Unarchiver
 {
 public:
-    /// The first object of the archive; classes decode it without keys. Null when it is nil, and on failure, for which
-    /// `error` (if given) has the reason. Bytes of any content are safe. Any thread.
+    /// The first object of the archive; classes decode it without keys. Null if it is nil, and on failure; `error` (may
+    /// be null) is set to the reason, or to none. Bytes of any content are safe. Any thread.
     static std::shared_ptr<Object> unarchiveObjectWithData(std::span<const std::uint8_t> data,
                                                            ArchiveError* error = nullptr);
 };

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// The value objects that archives are made of. Nil is a null pointer. An object that is no longer changed may be read
-// from any thread.
+// The value objects that archives are made of. Nil is a null pointer. Any thread may read an object that no thread
+// changes.
 #pragma once
 
 #include "Foundation/Export.h"
@@ -18,7 +18,7 @@
 namespace qmx
 {
 
-/// A text in UTF-8; zero bytes belong to it. Does not change.
+/// A text in UTF-8, which may contain zero bytes. Immutable.
 class QMX_EXPORT String : public Object
 {
 public:
@@ -35,7 +35,7 @@ private:
     std::string text_;
 };
 
-/// Bytes without further meaning. Does not change.
+/// Bytes without further meaning. Immutable.
 class QMX_EXPORT Data : public Object
 {
 public:
@@ -68,7 +68,7 @@ private:
 };
 
 /// Pairs of a key object and a value object, both shared, in the order in which they were added. Keys are usually
-/// strings; others are carried and have no look-up. Equal only to itself.
+/// strings; pairs with other keys are kept but cannot be looked up. Equal only to itself.
 class QMX_EXPORT Dictionary : public Object
 {
 public:
@@ -77,10 +77,10 @@ public:
     const std::vector<Entry>& entries() const { return entries_; }
     std::size_t count() const { return entries_.size(); }
 
-    /// The value under the string `key`; null when there is none.
+    /// The value under the string `key`; null if there is none.
     std::shared_ptr<const Object> objectForKey(std::string_view key) const;
 
-    /// Adds a pair; under an existing string key the value is replaced and the place kept.
+    /// Adds a pair, or replaces the value of an existing string key, which keeps its place.
     void setObject_forKey(std::shared_ptr<const Object> object, std::shared_ptr<const Object> key);
     void setObject_forKey(std::shared_ptr<const Object> object, std::string key);
 

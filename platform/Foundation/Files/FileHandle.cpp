@@ -35,7 +35,7 @@ std::vector<std::uint8_t> FileHandle::readDataOfLength(std::size_t length)
     std::int64_t size = 0;
     if (!file_ || file_->size(size) != 0 || offset_ >= size)
         return {};
-    // no more is allocated than the file can give
+    // allocates no more than the file holds
     std::vector<std::uint8_t> data(std::min(length, static_cast<std::size_t>(size - offset_)));
     data.resize(readData(data));
     return data;

@@ -7,14 +7,14 @@
 namespace qmx
 {
 
-/// An open file with a current position. One thread at a time. The file closes with the object, or earlier by
-/// closeFile(); every call on a closed handle fails or gives nothing.
+/// An open file with a current position, in bytes. One thread at a time. The destructor closes the file unless
+/// closeFile() did; every call on a closed handle fails or returns nothing.
 class QMX_EXPORT FileHandle : public Object
 {
 public:
-    /// Null where the file cannot be opened.
+    /// Opens a file for reading; null if it cannot be opened.
     static std::shared_ptr<FileHandle> fileHandleForReadingAtPath(const std::string& path);
-    /// Opens for reading and writing; the file is neither created nor emptied.
+    /// Opens an existing file for reading and writing and keeps its contents; null if it cannot be opened.
     static std::shared_ptr<FileHandle> fileHandleForUpdatingAtPath(const std::string& path);
 
     explicit FileHandle(std::unique_ptr<File> file);
@@ -23,18 +23,19 @@ public:
     /// error.
     std::vector<std::uint8_t> readDataOfLength(std::size_t length);
     std::vector<std::uint8_t> readDataToEndOfFile();
-    /// The same into `data`, whose size is the most that is read: how many bytes came.
+    /// The same into `data`, at most its size; returns the number of bytes read.
     std::size_t readData(std::span<std::uint8_t> data);
-    /// Writes all bytes at the current position and moves past what was written. The error, or 0.
+    /// Writes all bytes at the current position and moves past those that were written. Returns the error, or 0.
     [[nodiscard]] SystemError writeData(std::span<const std::uint8_t> data);
 
     std::int64_t offsetInFile() const;
-    /// Moves to the end; the new position, or -1.
+    /// Moves to the end; returns the new position, or -1 on failure.
     std::int64_t seekToEndOfFile();
     void seekToFileOffset(std::int64_t offset);
     [[nodiscard]] SystemError truncateFileAtOffset(std::int64_t offset);
     [[nodiscard]] SystemError synchronizeFile();
-    /// Holds the file's lock until the result is gone, before closeFile(). Waits without end for other holders.
+    /// Takes the file's lock and holds it while the result exists, which must end before closeFile(). Waits without
+    /// limit for other holders.
     [[nodiscard]] FileLock lock();
     void closeFile();
 

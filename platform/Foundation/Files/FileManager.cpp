@@ -15,7 +15,7 @@ namespace qmx
 namespace
 {
 
-// Type and creator are the first eight of 32 bytes that other systems' tools know under this name.
+// Type and creator are the first 8 of the 32 bytes that other systems' tools store under this name.
 constexpr const char* finderInfoName = "user.com.apple.FinderInfo";
 constexpr std::size_t finderInfoSize = 32, typeOffset = 0, creatorOffset = 4;
 using FinderInfo = std::array<std::uint8_t, finderInfoSize>;
@@ -42,7 +42,7 @@ std::optional<FinderInfo> infoFromAttribute(const std::string& path, const std::
     return infoAt(value, offset);
 }
 
-// The Finder info entry (id 9) of the AppleDouble file beside a file, which archives and foreign disks leave.
+// The Finder info entry (ID 9) of the AppleDouble file beside a file, which archives and foreign disks leave there.
 std::optional<FinderInfo> infoFromSidecar(const std::string& path)
 {
     constexpr std::size_t headerSize = 26, entrySize = 12, largest = 4096;
@@ -63,7 +63,7 @@ std::optional<FinderInfo> infoFromSidecar(const std::string& path)
     return std::nullopt;
 }
 
-// In the order of trust: our own and the widest known place first.
+// Tries the most trusted place first: the library's own, which is also the most common.
 std::optional<FinderInfo> finderInfo(const std::string& path)
 {
     auto info = infoFromAttribute(path, finderInfoName, 0);
@@ -94,7 +94,7 @@ SystemError removeWithFork(const std::string& path)
     return error == 0 ? removeFork(path) : error;
 }
 
-// What was copied is on the disk when this succeeds.
+// On success the copy is on the disk.
 SystemError fillCopy(const std::string& source, File& from, const std::string& destination, File& to)
 {
     SystemError error = copyContents(from, to);
@@ -127,13 +127,13 @@ SystemError renameFile(const std::string& source, const std::string& destination
     return exists ? EEXIST : FileSystem::current().rename(source, destination);
 }
 
-// Lets the fork of `source` follow its file. A fork that waits at the destination has lost its own and gives way.
+// Moves or copies the fork of `source` with its file. A fork at the destination, which has no file, is removed.
 SystemError transferFork(const std::string& source, const std::string& destination,
                          SystemError (*transfer)(const std::string&, const std::string&))
 {
     bool isThere = false;
     if (const SystemError error = findFork(source, isThere); error != 0)
-        return error; // it may be the file's own
+        return error; // it may be this file's fork
     if (const SystemError error = removeFork(destination); error != 0)
         return error;
     return isThere ? transfer(forkPath(source), forkPath(destination)) : 0;
@@ -150,14 +150,14 @@ SystemError copyWithFork(const std::string& source, const std::string& destinati
     return error;
 }
 
-// The source goes only when its copy is on the other disk.
+// Removes the source only when its copy is on the other disk.
 SystemError moveByCopying(const std::string& source, const std::string& destination)
 {
     if (const SystemError error = copyWithFork(source, destination); error != 0)
         return error;
     const SystemError error = FileSystem::current().remove(source);
     if (error == 0)
-        (void)removeFork(source); // one that stays without its file does no harm
+        (void)removeFork(source); // a fork that stays without its file does no harm
     else
         (void)removeWithFork(destination); // the first error counts
     return error;
@@ -176,7 +176,7 @@ SystemError moveWithFork(const std::string& source, const std::string& destinati
     return error;
 }
 
-// Whether the operation counts as done: it succeeded, or the handler wants to go on all the same.
+// Whether the operation counts as done: it succeeded, or the handler goes on all the same.
 bool finish(SystemError error, const std::string& path, FileManagerHandler* handler)
 {
     if (error == 0)

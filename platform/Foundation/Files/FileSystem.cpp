@@ -32,7 +32,7 @@ SystemError resultOf(int status)
     return status == 0 ? 0 : lastError();
 }
 
-constexpr std::size_t largestTransfer = std::size_t{1} << 30; // the system moves at most about 2 GiB a call
+constexpr std::size_t largestTransfer = std::size_t{1} << 30; // the system transfers at most about 2 GiB per call
 
 using FileNumber = std::pair<dev_t, ino_t>;
 
@@ -57,7 +57,7 @@ public:
         : descriptor_(::open(path.c_str(), flags, mode)), mayWrite_(mayWrite)
     {
     }
-    ~PosixFile() override { (void)PosixFile::close(); } // whoever wants to know has closed it
+    ~PosixFile() override { (void)PosixFile::close(); } // a caller who needs the error calls close()
     PosixFile(const PosixFile&) = delete;
     PosixFile& operator=(const PosixFile&) = delete;
 
@@ -104,8 +104,7 @@ public:
         return descriptor < 0 ? 0 : resultOf(::close(descriptor));
     }
 
-    // The mutex keeps out the threads of this process, also where the file system has no locks and where both only
-    // read.
+    // The mutex excludes the threads of this process, even if the file system has no locks or both sides only read.
     SystemError lock() override
     {
         mutex_->lock();
@@ -120,10 +119,10 @@ public:
 
 private:
     /// The lock belongs to the open descriptor, not to the process, so closing another descriptor of the file does not
-    /// drop it.
+    /// release it.
     SystemError lockDescriptor(short type)
     {
-        // One byte far after every file's end: on file systems whose locks are mandatory nobody's reads are refused.
+        // One byte far after every file's end, so that mandatory locks of a file system refuse no reads.
         struct flock place {
         };
         place.l_type = type;
@@ -176,7 +175,7 @@ class PosixFileSystem : public FileSystem
 public:
     SystemError open(const std::string& path, FileAccess access, std::unique_ptr<File>& file) override
     {
-        // a named pipe must not block the caller: such things are refused below
+        // a named pipe must not block the caller; it is refused below
         const mode_t mode = access == FileAccess::createPrivate ? 0600 : 0666;
         auto opened = std::make_unique<PosixFile>(path, openFlags(access) | O_CLOEXEC | O_NONBLOCK, mode,
                                                   access != FileAccess::read);
@@ -192,7 +191,7 @@ public:
             return ESPIPE;
         if (!withinMemory([&] { opened->shareLock({status.st_dev, status.st_ino}); })) {
             if ((openFlags(access) & O_CREAT) != 0)
-                ::unlink(path.c_str()); // it was made just now
+                ::unlink(path.c_str()); // created just now
             return ENOMEM;
         }
         file = std::move(opened);
@@ -245,7 +244,7 @@ public:
         };
         if (::stat(from.c_str(), &status) != 0)
             return lastError();
-        copyExtendedAttributes(from, to); // while the new mode does not forbid it
+        copyExtendedAttributes(from, to); // before the new mode can forbid it
         SystemError error = resultOf(::chmod(to.c_str(), status.st_mode & 0777));
         const timespec times[] = {status.st_atim, status.st_mtim};
         if (error == 0 || isNotKept(error))
@@ -257,7 +256,7 @@ private:
     /// The owner may change a file's mode and times, unless its file system keeps none.
     static bool isNotKept(SystemError error) { return error == EPERM || error == ENOTSUP; }
 
-    // Extended attributes are optional: one that the target does not take is left out.
+    // Extended attributes are optional: one that the target cannot store is left out.
     void copyExtendedAttributes(const std::string& from, const std::string& to)
     {
         const ssize_t size = ::listxattr(from.c_str(), nullptr, 0);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// All file calls of the library go through one small object, so that tests and embedders can put another in its place.
+// All file calls of the library go through one small object, which tests and embedders can replace.
 #pragma once
 
 #include "Foundation/Export.h"
@@ -18,7 +18,7 @@ namespace qmx
 /// An error number of the system (errno); 0 is success.
 using SystemError = int;
 
-/// What the system says of it, in English whatever the program's locale.
+/// The system's text for an error, in English whatever the program's locale.
 QMX_EXPORT const char* systemErrorText(SystemError error);
 
 struct FileStatus {
@@ -26,49 +26,49 @@ struct FileStatus {
     bool isRegular = false;
     std::int64_t size = 0; ///< bytes
     std::uint64_t device = 0;
-    std::uint64_t fileNumber = 0; ///< with `device`, the same for two names of one file
+    std::uint64_t fileNumber = 0; ///< with `device`, identifies the file: the same for all its names
 };
 
-/// How many bytes were transferred before `error` (0: none) stopped the transfer.
+/// The number of bytes transferred before `error` (0: none) stopped the transfer.
 struct Transfer {
     std::size_t count = 0;
     SystemError error = 0;
 };
 
-/// An open file, addressed by position: no shared file offset. Closed by its destructor. Any thread.
+/// An open file, addressed by byte position: it has no file offset. Closed by its destructor. Any thread.
 ///
-/// A file has one lock, which every File of it shares. Whoever changes an audio file's structure (grows it, rewrites
-/// its header, stores into it) holds it meanwhile; reads and writes ask for no lock. FileLock holds it for a scope.
+/// A file has one lock, which every File of it shares. Every change of an audio file's structure (growing it, rewriting
+/// its header, storing into it) is made under it; reads and writes need no lock. FileLock holds it for a scope.
 class QMX_EXPORT File
 {
 public:
     virtual ~File();
-    /// Reads up to `size` bytes from `position`; fewer than asked without an error means the file ends there.
+    /// Reads up to `size` bytes from `position`; fewer without an error mean that the file ends there.
     [[nodiscard]] virtual Transfer read(void* data, std::size_t size, std::int64_t position) = 0;
     /// Writes all bytes at `position`, or reports how many were written before the error.
     [[nodiscard]] virtual Transfer write(const void* data, std::size_t size, std::int64_t position) = 0;
     [[nodiscard]] virtual SystemError size(std::int64_t& bytes) = 0;
     /// Cuts or extends (with zeros, without using disk space where the system can) to `bytes`.
     [[nodiscard]] virtual SystemError truncate(std::int64_t bytes) = 0;
-    /// Returns when all that was written is on the disk.
+    /// Returns when everything written is on the disk.
     [[nodiscard]] virtual SystemError synchronize() = 0;
-    /// Closes the file and reports what the system could not store after all. Nothing else may be called then.
+    /// Closes the file; an error means that the system could not store everything. Nothing else may be called after it.
     [[nodiscard]] virtual SystemError close() = 0;
 
-    /// Waits, without end, until no other File of this process and no other process holds the lock; then holds it.
-    /// Processes that opened the file for reading hold it together. An error: other processes are not kept out, as on
-    /// file systems without locks; the lock is held within the process all the same. Opening and closing other Files of
-    /// the file does not end it. Not on a thread that already holds it, and not on real-time threads.
+    /// Takes the lock. Waits without limit until no other File of this process and no other process holds it; processes
+    /// that opened the file for reading share it. On an error, as on file systems without locks, the lock is held
+    /// within this process but does not keep other processes out. Opening and closing other Files of the same file does
+    /// not release it. Not on a thread that already holds it, and not on real-time threads.
     [[nodiscard]] virtual SystemError lock() = 0;
-    /// Gives the lock back, on the thread that took it.
+    /// Releases the lock, on the thread that took it.
     virtual void unlock() = 0;
 };
 
-/// Holds a file's lock while it lives; the file must stay open as long. See File::lock() for the waiting.
+/// Holds a file's lock while it exists; the file must stay open as long. It waits as File::lock() does.
 class QMX_EXPORT FileLock
 {
 public:
-    /// Holds nothing where `file` is null.
+    /// Holds nothing if `file` is null.
     explicit FileLock(File* file);
     ~FileLock();
     FileLock(const FileLock&) = delete;
@@ -85,8 +85,8 @@ private:
 enum class FileAccess {
     read,
     readWrite,
-    createNew,     ///< read/write; fails with EEXIST where something of that name is
-    createPrivate, ///< the same, and nobody but the owner may open the file
+    createNew,     ///< read/write; fails with EEXIST if the name exists
+    createPrivate, ///< the same, and only the owner may open the file
 };
 
 class QMX_EXPORT FileSystem
@@ -98,21 +98,21 @@ public:
     [[nodiscard]] virtual SystemError status(const std::string& path, FileStatus& status) = 0;
     [[nodiscard]] virtual SystemError rename(const std::string& from, const std::string& to) = 0;
     [[nodiscard]] virtual SystemError remove(const std::string& path) = 0;
-    /// Extended attributes; ENODATA when there is none of that name, ENOTSUP where the system keeps none.
+    /// Extended attributes; ENODATA if there is none of that name, ENOTSUP if the file system keeps none.
     [[nodiscard]] virtual SystemError attribute(const std::string& path, const std::string& name,
                                                 std::vector<std::uint8_t>& value) = 0;
     [[nodiscard]] virtual SystemError setAttribute(const std::string& path, const std::string& name,
                                                    std::span<const std::uint8_t> value) = 0;
-    /// Gives `to` the mode, the times and the users' extended attributes of `from`, as far as its file system keeps
-    /// such things.
+    /// Copies the mode, the times and the user's extended attributes of `from` to `to`, as far as its file system keeps
+    /// them.
     [[nodiscard]] virtual SystemError copyAttributes(const std::string& from, const std::string& to) = 0;
 
-    /// The file system in use; the machine's own unless another was set.
+    /// The file system in use; posix() unless another one was set.
     static FileSystem& current();
-    /// Puts another in its place (null: the machine's own again). The caller keeps it alive until it is replaced and
-    /// every file opened through it is closed. Not while other threads open files.
+    /// Replaces the file system in use (null: posix() again). The caller keeps it alive until it is replaced and every
+    /// file opened through it is closed. Not while other threads open files.
     static void setCurrent(FileSystem* fileSystem);
-    /// The machine's own.
+    /// The machine's own file system.
     static FileSystem& posix();
 };
 

@@ -12,7 +12,7 @@ namespace qmx
 namespace
 {
 
-// The first 16 bytes tell where the data and the map of resources are; 24 bits address what is in them.
+// The first 16 bytes hold the positions and sizes of the resources' data and map; 24 bits address their contents.
 bool isBareFork(const UInt8* head, std::int64_t fileSize)
 {
     constexpr std::int64_t headSize = 16, largestFork = std::int64_t{1} << 25;
@@ -37,12 +37,12 @@ SystemError findFork(const std::string& path, bool& isThere)
     isThere = false;
     std::unique_ptr<File> file;
     if (const SystemError error = FileSystem::current().open(forkPath(path), FileAccess::read, file); error != 0) {
-        constexpr std::array none{ENOENT, ENAMETOOLONG, EISDIR, ESPIPE}; // nothing, or what cannot be a fork
+        constexpr std::array none{ENOENT, ENAMETOOLONG, EISDIR, ESPIPE}; // no file, or one that cannot be a fork
         return std::ranges::find(none, error) == none.end() ? error : 0;
     }
     std::int64_t size = 0;
     std::array<UInt8, 16> head{};
-    if (file->size(size) == 0 && file->read(head.data(), head.size(), 0).error == 0) // what cannot be read is none
+    if (file->size(size) == 0 && file->read(head.data(), head.size(), 0).error == 0) // an unreadable file is no fork
         isThere = load32(head.data(), ByteOrder::big) == appleDoubleMark || isBareFork(head.data(), size);
     return 0;
 }

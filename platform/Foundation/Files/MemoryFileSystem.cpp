@@ -67,8 +67,8 @@ private:
     bool mayWrite_;
 };
 
-// Counts a change of `bytes` bytes and says what comes of it; `keep` are stored where it is the one that fails. The
-// lock is held.
+// Counts a change of `bytes` bytes and decides how many are stored: `keep` if it is the one that fails. With the lock
+// held.
 MemoryFileSystem::Verdict MemoryFileSystem::judgeChange(std::size_t bytes, std::size_t keep)
 {
     ++changes_;
@@ -158,7 +158,7 @@ SystemError MemoryFileSystem::status(const std::string& path, FileStatus& result
                   .fileNumber = found->second->number};
         return 0;
     }
-    // directories are whatever stands before a slash in a file's path, and the root
+    // a directory is the root and everything before a slash in a file's path
     const std::string prefix = path.ends_with('/') ? path : path + "/";
     const auto inside = nodes_.lower_bound(prefix);
     if (prefix != "/" && (inside == nodes_.end() || !inside->first.starts_with(prefix)))

@@ -11,8 +11,8 @@
 namespace qmx
 {
 
-/// A file system in memory whose faults are chosen by the caller: for tests of what happens when a disk fails, fills,
-/// stalls, or when the process is killed between two writes. Any thread.
+/// A file system in memory with faults chosen by the caller, for tests of disks that fail, fill up or stall, and of
+/// processes killed between two writes. Any thread.
 class QMX_EXPORT MemoryFileSystem : public FileSystem
 {
 public:
@@ -27,29 +27,28 @@ public:
                              std::span<const std::uint8_t> value) override;
     SystemError copyAttributes(const std::string& from, const std::string& to) override;
 
-    /// The file's contents; empty where there is none.
+    /// The file's contents; empty if there is no file.
     Bytes contents(const std::string& path) const;
     void setContents(const std::string& path, Bytes bytes);
 
-    /// Calls that change something (write, truncate, create, rename, remove, attribute) are counted from 1.
+    /// The number of changes so far; each write, truncate, create, rename, remove and attribute change counts as one.
     std::size_t changesMade() const;
-    /// The `ordinal`-th change from now on fails with `error`; a write first stores `keep` of its bytes.
+    /// The `ordinal`-th change from now on, from 1, fails with `error`; a write first stores `keep` of its bytes.
     void failChange(std::size_t ordinal, SystemError error, std::size_t keep = 0);
-    /// From the `ordinal`-th change from now on nothing is stored any more though calls succeed, as if the process had
-    /// been killed there; of a write that is that change, `keep` bytes are stored.
+    /// From the `ordinal`-th change from now on, calls succeed but store nothing, as if the process had been killed
+    /// there; if that change is a write, it stores `keep` of its bytes.
     void killAtChange(std::size_t ordinal, std::size_t keep = 0);
-    /// Reads from now on fail with `error` where they come to the byte at `position` of a file, and give what lies
-    /// before it; 0 ends it.
+    /// From now on reads fail with `error` at the byte at `position` of a file, after the bytes before it; 0 ends it.
     void failReads(SystemError error, std::size_t position = 0);
-    /// Bringing files to disk from now on fails with `error`; 0 ends it.
+    /// From now on File::synchronize() fails with `error`; 0 ends it.
     void failSynchronization(SystemError error);
-    /// Files together hold at most this many bytes; a write past it stores what fits and fails with ENOSPC.
+    /// Limits the bytes of all files together; a write past the limit stores the part that fits and fails with ENOSPC.
     void setCapacity(std::size_t bytes);
-    /// While true, writes wait; setting false lets them go on.
+    /// While true, writes wait.
     void setStalled(bool stalled);
-    /// Returns once a write waits in a stall.
+    /// Returns when a write waits because of setStalled().
     void waitForStalledWrite();
-    /// From now on locks keep nobody out but the process itself, and report `error`; 0 ends it.
+    /// From now on locks report `error` and work within the process only; 0 ends it.
     void failLocks(SystemError error);
     /// Ends all faults.
     void clearFaults();
@@ -63,7 +62,7 @@ private:
         std::mutex lock;
     };
     struct Verdict {
-        std::size_t stores; // bytes of the change that are stored
+        std::size_t stores; // bytes of the change to store
         SystemError error;
     };
 

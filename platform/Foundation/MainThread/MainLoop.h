@@ -16,7 +16,7 @@
 namespace qmx
 {
 
-/// The inside of the main thread's loop: three sources of work and the descriptors that tell of them.
+/// The implementation of the main thread's loop: three sources of work and the descriptors that announce it.
 struct RunLoop::Implementation {
     struct Action {
         std::uint64_t order;
@@ -31,7 +31,7 @@ struct RunLoop::Implementation {
 
     const int event;
     const int timer;
-    const int poll; ///< readable when one of the two is
+    const int poll; ///< readable when either of the two is
     std::atomic<bool> isAwake{false};
     std::atomic<bool> stopIsWanted{false};
     std::atomic<std::thread::id> owner{};

@@ -35,7 +35,7 @@ using List = std::vector<std::shared_ptr<Registration>>;
 
 } // namespace
 
-// The list is replaced as a whole: a post goes through the one it began with.
+// The list is replaced as a whole: a post keeps the one that it started with.
 struct NotificationCenter::Registrations {
     std::mutex mutex;
     std::shared_ptr<const List> list = std::make_shared<const List>();
@@ -75,7 +75,7 @@ struct NotificationCenter::Registrations {
 namespace
 {
 
-// An observer that is nothing else.
+// The observer for observe().
 class Observation : public Object
 {
 public:

@@ -12,13 +12,13 @@
 namespace qmx
 {
 
-/// What happened, and to whom.
+/// What happened, and the object that reports it.
 struct Notification {
     std::string name;
-    std::shared_ptr<Object> sender; ///< null when nobody in particular
+    std::shared_ptr<Object> sender; ///< may be null
 };
 
-/// Brings notifications to those who asked for them. All operations: any thread but the real-time ones (those use
+/// Delivers notifications to observers. All operations: any thread but the real-time ones (those use
 /// RealTimeNotification). Observers are called on the posting thread, in the order in which they were added, with no
 /// lock held: they may add, remove and post. The library posts on the main thread only.
 class QMX_EXPORT NotificationCenter
@@ -34,20 +34,20 @@ public:
     NotificationCenter(const NotificationCenter&) = delete;
     NotificationCenter& operator=(const NotificationCenter&) = delete;
 
-    /// Has `handler` called for each notification of that name (empty: any) from that sender (null: any). The observer
-    /// is held weakly, and strongly during a call; with its end the registration ends. The sender is held weakly too.
+    /// Calls `handler` for each notification with this name (empty: any) from this sender (null: any). The observer is
+    /// held weakly, and strongly during a call; its registrations end with it. The sender is held weakly, too.
     void addObserver(const std::shared_ptr<Object>& observer, const std::string& name,
                      const std::shared_ptr<Object>& sender, Handler handler);
-    /// The same for whoever has no object: observes as long as the result lives.
+    /// The same without an observer object: the registration ends with the result.
     [[nodiscard]] std::shared_ptr<Object> observe(const std::string& name, const std::shared_ptr<Object>& sender,
                                                   Handler handler);
-    /// Ends the observer's registrations made with that name (empty: all names) and that sender (null: all senders).
-    /// Calls that a post still has ahead are not made.
+    /// Ends the observer's registrations with this name (empty: all names) and this sender (null: all senders). A post
+    /// in progress does not call them any more.
     void removeObserver(const Object& observer, const std::string& name = {}, const Object* sender = nullptr);
 
     /// Calls the observers now.
     void postNotification(const std::string& name, const std::shared_ptr<Object>& sender);
-    /// Has postNotification run on the main thread, in the order of the calls, and does not wait. The sender lives
+    /// Runs postNotification on the main thread, in the order of the calls, without waiting. The sender is kept alive
     /// until then.
     void postNotificationOnMainThread(const std::string& name, const std::shared_ptr<Object>& sender);
 

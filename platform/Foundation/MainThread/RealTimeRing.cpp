@@ -17,7 +17,7 @@ RealTimeRing::Cell* RealTimeRing::claim(std::size_t room) noexcept
     std::size_t position = filled_.load(std::memory_order_relaxed);
     for (;;) {
         const std::size_t emptied = emptied_.load(std::memory_order_acquire);
-        const bool isOutOfDate = position < emptied; // others have gone on, and were received, since it was read
+        const bool isOutOfDate = position < emptied; // since it was read, other senders filled cells that were emptied
         if (!isOutOfDate && position - emptied >= room)
             return nullptr;
         Cell& cell = cellAt(position);
@@ -42,7 +42,7 @@ bool RealTimeRing::send(const std::shared_ptr<RealTimeNotification::Route>& rout
     cell->entry.order = orders.fetch_add(1, std::memory_order_relaxed);
     cell->entry.route = route;
     if (isState)
-        cell->entry.sender = route->sender.lock(); // not before there is a place for it: it must not end here
+        cell->entry.sender = route->sender.lock(); // with a place for it: a last reference must not end here
     cell->turn.fetch_add(1, std::memory_order_release);
     return true;
 }

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What threads in real time have handed over and the main thread has not yet delivered.
+// Notifications that real-time threads have sent and the main thread has not delivered yet.
 #pragma once
 
 #include "Foundation/MainThread/RealTimeNotification.h"
@@ -22,24 +22,24 @@ struct RealTimeNotification::Route {
     std::atomic<bool> isPending{false}; // of a frame notification
 };
 
-/// A bounded queue of many senders and one receiver. Each cell has a turn number: a sender may fill it when the number
-/// is the cell's position, the receiver may empty it when it is one more.
+/// A bounded queue of many senders and one receiver. Each cell has a turn number: a sender may fill the cell when the
+/// number is its position, the receiver may empty it when it is one more.
 class RealTimeRing
 {
 public:
     struct Entry {
-        std::uint64_t order = 0; ///< among all that was handed to the main thread
+        std::uint64_t order = 0; ///< its place among everything sent to the main thread
         std::shared_ptr<RealTimeNotification::Route> route;
-        std::shared_ptr<Object> sender; ///< of a state notification, which keeps it
+        std::shared_ptr<Object> sender; ///< set for state notifications only
     };
 
     RealTimeRing();
-    /// Hands one over, numbered by `orders`. False, and counted, when there is no room for its kind. Any thread.
+    /// Queues one, numbered from `orders`. False, and counted as dropped, if there is no room for its kind. Any thread.
     bool send(const std::shared_ptr<RealTimeNotification::Route>& route, std::atomic<std::uint64_t>& orders) noexcept;
-    /// The oldest entry, null when there is none. Receiver only, like the next.
+    /// The oldest entry; null if there is none. Receiver only, like the next call.
     const Entry* front() const;
     Entry pop();
-    /// How many were dropped since the last call for want of room.
+    /// The number dropped for lack of room since the last call.
     std::uint32_t takeDropped();
 
 private:

@@ -73,7 +73,7 @@ void RunLoop::Implementation::takeEvent()
 {
     std::uint64_t count = 0;
     [[maybe_unused]] const ssize_t taken = read(event, &count, sizeof count);
-    isAwake = false; // whoever hands something over from here on wakes the loop again
+    isAwake = false; // from here on, senders wake the loop again
 }
 
 void RunLoop::Implementation::wait(int milliseconds) const
@@ -91,7 +91,7 @@ bool RunLoop::Implementation::runOnce()
     return delivered || fired;
 }
 
-// What came after the beginning of this pass waits for the next one, so that a pass ends.
+// Work that is queued after the start of a pass waits for the next one, so that each pass ends.
 bool RunLoop::Implementation::deliverBefore(std::uint64_t limit)
 {
     bool any = false;

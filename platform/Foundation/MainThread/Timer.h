@@ -12,19 +12,19 @@
 namespace qmx
 {
 
-/// Calls a function on the main thread after a time, once or again and again. RunLoop::main() keeps it while it is
+/// Calls a function on the main thread after a time, once or repeatedly. RunLoop::main() keeps it alive while it is
 /// valid.
 class QMX_EXPORT Timer : public Object
 {
 public:
     using Handler = std::function<void(Timer&)>;
 
-    /// Starts a timer that is due in `seconds` (below 0: at once; not finite: an invalid timer) and, if it
-    /// repeats, again and again at that distance (at least 0.1 ms); times that the main thread missed are left out. Any
-    /// thread but the real-time ones.
+    /// Starts a timer that fires after `seconds` (below 0: at once; not finite: an invalid timer) and, if it repeats,
+    /// at that interval (at least 0.1 ms); times that the main thread missed are left out. Any thread but the real-time
+    /// ones.
     static std::shared_ptr<Timer> scheduledTimer(double seconds, bool repeats, Handler handler);
 
-    /// Ends it: the handler is not called any more (a call in progress goes on). Any thread.
+    /// Stops the timer: the handler is not called again (a call in progress goes on). Any thread.
     void invalidate();
     /// Whether it will still fire.
     bool isValid() const;

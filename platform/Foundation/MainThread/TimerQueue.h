@@ -17,7 +17,7 @@ struct TimerQueue {
     explicit TimerQueue(int timerDescriptor) : descriptor(timerDescriptor) {}
     void add(std::shared_ptr<Timer> timer);
     void remove(const Timer& timer);
-    /// Fires those that are due now, each once. Whether there were any. Main thread.
+    /// Fires the timers that are due now, each once; returns whether there were any. Main thread.
     bool fire();
 
 private:

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// The platform's string references: immutable, reference-counted UTF-8 text. A function with Create or Copy in its name
-// gives a reference that the caller releases. Any thread.
+// The platform's string references: immutable, reference-counted UTF-8 text. The caller releases the references that
+// functions with Create or Copy in their names return. Any thread.
 #pragma once
 
 #include "CoreAudioTypes/MacTypes.h"

@@ -23,7 +23,7 @@ struct Failure {
     OSStatus status = noErr;
     const char* file = nullptr;
     unsigned line = 0;
-    UInt64 number = 0; ///< in the order of their happening
+    UInt64 number = 0; ///< in the order of occurrence
 };
 
 /// A place for one line: free, being filled, or waiting to be printed.
@@ -96,7 +96,7 @@ OSStatus FailureLine::operator()(OSStatus status, unsigned line) const noexcept
         keep(failure);
         return status;
     }
-    (void)withinMemory([&] { // a line for which there is no memory is dropped
+    (void)withinMemory([&] { // if memory runs out, the line is dropped
         const std::scoped_lock lock(printing());
         printWaiting();
         print(failure);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The one line that a failing step of a chain of platform calls leaves on standard error.
+// The line that a failing step in a chain of platform calls prints to standard error.
 #pragma once
 
 #include "CoreAudioTypes/MacTypes.h"
@@ -11,16 +11,16 @@
 namespace qmx
 {
 
-/// Where a class reports its failing platform calls. Any thread.
+/// A class reports its failing platform calls through one of these. Any thread.
 class QMX_EXPORT FailureLine
 {
 public:
-    /// `title` begins each line and `file` names the source in it; both are texts that stay.
+    /// `title` starts each line and `file` names the source in it; both texts must outlive this object.
     constexpr FailureLine(const char* title, const char* file) : title_(title), file_(file) {}
 
     /// Unless `status` is 0, prints "<title> Error: <status> ->  <file>:  <line>" to standard error and flushes
-    /// standard output. On a thread marked real-time the line waits, without allocation or lock, until the next call
-    /// that is made elsewhere: 64 of them at most, further ones are dropped. Gives `status`.
+    /// standard output. On a thread marked real-time the line is queued, without allocation or lock, until the next
+    /// failure outside of real time: at most 64 lines, further ones are dropped. Returns `status`.
     OSStatus operator()(OSStatus status, unsigned line = __builtin_LINE()) const noexcept;
 
 private:
@@ -28,10 +28,10 @@ private:
     const char* file_;
 };
 
-/// Prints the lines that wait. Not on real-time threads.
+/// Prints the queued lines. Not on real-time threads.
 QMX_EXPORT void printWaitingFailures();
 
-/// Receives the lines, without their line ends, in place of standard error; an empty handler restores that.
+/// Receives the lines, without line ends, instead of standard error; an empty handler restores standard error.
 using FailureLineHandler = std::function<void(OSStatus status, const std::string& line)>;
 QMX_EXPORT void setFailureLineHandler(FailureLineHandler handler);
 

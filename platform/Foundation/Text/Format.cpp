@@ -13,7 +13,7 @@ namespace
 constexpr std::string_view missing = "(?)";
 constexpr int widest = 4096; // a width or precision beyond this is cut to it
 
-// One conversion: "%", flags, width, precision, length letters, conversion letter.
+// One conversion: "%", flags, width, precision, length letters and conversion letter.
 struct Conversion {
     std::string flagsAndWidth; // as written, without "%"
     char letter = 0;
@@ -46,7 +46,7 @@ std::size_t parseConversion(std::string_view text, std::size_t at, Conversion& c
     return at;
 }
 
-/// Numbers of the calling thread are written with a point while it lives, whatever the program's locale.
+/// While one exists, the calling thread writes numbers with a point, whatever the program's locale.
 class PlainNumbers
 {
 public:

@@ -19,7 +19,7 @@
 namespace qmx
 {
 
-/// One value of a format string, kept with enough of its type to print it at its own width.
+/// One value for a format string, with enough of its type to print it at its own width.
 class QMX_EXPORT FormatArgument
 {
 public:
@@ -33,9 +33,9 @@ public:
     FormatArgument(const char* text) : value_(text ? std::string(text) : std::string("(null)")) {}
     FormatArgument(const std::string& text) : value_(text) {}
     FormatArgument(std::string_view text) : value_(std::string(text)) {}
-    /// An absent text prints as "(null)".
+    /// A text without a value prints as "(null)".
     FormatArgument(const std::optional<std::string>& text) : value_(text.value_or("(null)")) {}
-    /// An object prints as its description, an absent one as "(null)".
+    /// An object prints as its description, null as "(null)".
     FormatArgument(const Object* object) : value_(object ? object->description() : std::string("(null)")) {}
     template <std::derived_from<Object> T>
     FormatArgument(const std::shared_ptr<T>& object) : FormatArgument(static_cast<const Object*>(object.get()))
@@ -57,7 +57,7 @@ private:
     Value value_;
 };
 
-/// The text of `text` with its conversions filled from `arguments` in order. Any thread; allocates.
+/// `text` with its conversions filled from `arguments` in order. Any thread but the real-time ones.
 QMX_EXPORT std::string formatArguments(std::string_view text, std::initializer_list<FormatArgument> arguments);
 
 template <class... Arguments> std::string format(std::string_view text, const Arguments&... arguments)

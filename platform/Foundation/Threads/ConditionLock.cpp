@@ -45,7 +45,7 @@ timespec timeLeft(Clock::time_point deadline)
             .tv_nsec = static_cast<long>(std::chrono::nanoseconds(left - seconds).count())};
 }
 
-// Sleeps while the word has the value `seen`; returns early at any wake and at the deadline.
+// Sleeps while the word has the value `seen`; may return early after any wake-up, and returns at the deadline.
 void waitOnWord(std::atomic<std::uint32_t>& word, std::uint32_t seen, const std::optional<Clock::time_point>& deadline)
 {
     static_assert(sizeof(word) == sizeof(std::uint32_t));

@@ -10,13 +10,13 @@
 namespace qmx
 {
 
-/// A lock that carries an integer condition: it can be taken at once, or when the condition has a wanted value, and is
-/// released with a new value that wakes whoever waits for it.
+/// A lock with an integer condition: a thread can take it whatever the condition is, or wait for a certain value. It is
+/// released with a new value, which wakes the threads that wait for that.
 ///
-/// Releasing with a value from a thread that does not hold the lock is allowed and serves as a signal: on a free lock
-/// it sets the condition; on a held one the value takes effect, in place of the holder's own, when the holder releases.
-/// So a signal is never lost (the last of several wins), and sending one costs a store and a wake: it may be sent from
-/// an I/O thread. Conditions lie between -16384 and 16383.
+/// A thread that does not hold the lock may release it with a value, as a signal: on a free lock it sets the condition;
+/// on a held one the value takes effect when the holder releases, instead of the holder's own value. So a signal is
+/// never lost (the last of several wins), and sending one costs a store and a wake: it may be sent from an I/O thread.
+/// Conditions lie between -16384 and 16383.
 ///
 /// All operations: any thread. Not recursive.
 class QMX_EXPORT ConditionLock
@@ -30,9 +30,9 @@ public:
 
     /// Waits until the lock is free, whatever its condition, and takes it.
     void lock();
-    /// Waits until the lock is free at `condition` and takes it.
+    /// Waits until the lock is free and has `condition`, and takes it.
     void lockWhenCondition(int condition);
-    /// The same for at most `timeout`; whether the lock was taken.
+    /// The same for at most `timeout`; returns whether the lock was taken.
     [[nodiscard]] bool lockWhenCondition(int condition, std::chrono::nanoseconds timeout);
     [[nodiscard]] bool tryLock();
     [[nodiscard]] bool tryLockWhenCondition(int condition);

@@ -27,7 +27,7 @@ bool LastingThread::start()
         worker_.emplace(hasWork_);
     isThere_ = Thread::detachNewThread(name_, body_);
     if (!isThere_)
-        worker_.reset(); // nobody waits for a worker that is not there
+        worker_.reset(); // a worker without a thread would never rest
     return isThere_;
 }
 

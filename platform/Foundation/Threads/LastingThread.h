@@ -12,20 +12,20 @@
 namespace qmx
 {
 
-/// A thread that lasts as long as the process. It is made at its first need; where the system had no thread left, at a
-/// later one. Once the thread is there this object is never destroyed.
+/// A thread that lasts as long as the process. start() makes it when it is first needed, or later if the system had no
+/// thread left then. Once the thread exists, this object must not be destroyed.
 class LastingThread
 {
 public:
-    /// `body` never returns. Where `hasWork` is given, the thread is a worker while it is there.
+    /// `body` never returns. If `hasWork` is given, the thread is a worker.
     LastingThread(const char* name, std::function<void()> body, std::function<bool()> hasWork = {});
     LastingThread(const LastingThread&) = delete;
     LastingThread& operator=(const LastingThread&) = delete;
 
-    /// Makes the thread unless it is there; whether it is now. A thread marked real-time makes none. Hold no lock that
-    /// `hasWork` takes.
+    /// Makes the thread unless it exists; returns whether it exists now. Makes none on a real-time thread. Hold no lock
+    /// that `hasWork` takes.
     bool start();
-    /// For the thread itself.
+    /// The thread's worker; for the thread itself.
     Worker& worker() { return *worker_; }
 
 private:

@@ -12,9 +12,9 @@ namespace qmx
 {
 
 struct Publication::Readers {
-    std::mutex waiting;                     // one who waits at a time
-    std::atomic<std::uint32_t> present{0};  // the count that newcomers join
-    std::atomic<std::uint32_t> counts[2]{}; // of those inside
+    std::mutex waiting;                     // one thread waits at a time
+    std::atomic<std::uint32_t> present{0};  // the count that new readers join
+    std::atomic<std::uint32_t> counts[2]{}; // of the readers inside
 
     void wait()
     {
@@ -51,9 +51,8 @@ void Publication::leave(unsigned place) const noexcept
         count.notify_all();
 }
 
-// A reader that loaded an old pointer had been counted before, so that it is gone when both counts were zero once since
-// the replacement, at whatever times. Newcomers are sent to the other count, so that they cannot keep the one that is
-// waited for from falling to zero.
+// A reader that loaded an old pointer was counted before that. So it has left when each count has been zero at some
+// time since the replacement. New readers join the other count, so that they cannot keep the awaited one above zero.
 void Publication::waitForReaders() const
 {
     if (mayWait())

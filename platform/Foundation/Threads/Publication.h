@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// How objects that threads in real time read are replaced by other threads.
+// Replaces objects that real-time threads read.
 #pragma once
 
 #include "Foundation/Export.h"
@@ -11,9 +11,9 @@
 namespace qmx
 {
 
-/// Lets some threads read objects behind atomic pointers (slots) that others replace. A reader loads the pointers while
-/// it is inside. Who replaces an object waits until every reader that may have loaded the old one has left, and frees
-/// that. Serves any number of slots.
+/// Lets some threads read objects through atomic pointers (slots) that others replace. A reader loads the pointers
+/// while it is inside. A thread that replaces an object waits until every reader that may have loaded the old one has
+/// left, and then frees it. Serves any number of slots.
 class QMX_EXPORT Publication
 {
     struct Readers;
@@ -24,8 +24,8 @@ public:
     Publication(const Publication&) = delete;
     Publication& operator=(const Publication&) = delete;
 
-    /// One reader, inside while this exists. Neither allocates, locks nor waits; its end may wake those who wait. It
-    /// may end on another thread than it began on. Nests.
+    /// One reader, inside while this exists. Neither allocates, locks nor waits; the destructor may wake waiting
+    /// threads and may run on another thread than the constructor. Nests.
     class Reader
     {
     public:
@@ -41,24 +41,25 @@ public:
         const Publication& publication_;
         const unsigned place_;
     };
-    // The two halves of a reader, for those who cannot hold one: leave() takes what enter() gave.
+    // The two halves of a reader, for code that cannot hold one: leave() is called with the result of enter().
     unsigned enter() const noexcept;
     void leave(unsigned place) const noexcept;
 
     /// Puts `next` into `slot`, waits for the readers that may use the old object, and destroys that. Inside a callback
-    /// another thread waits and destroys it. Where memory runs out nothing has changed. Hold no lock that a reader
-    /// takes; who replaces under one makes a Replacement before it takes the lock.
+    /// another thread waits and destroys it. If memory runs out, it throws std::bad_alloc and nothing has changed. Hold
+    /// no lock that a reader takes; to replace under such a lock, make a Replacement before taking it.
     template <class Object> void replaceAndWait(std::atomic<Object*>& slot, std::unique_ptr<Object> next);
-    /// Returns when the readers that are inside now have left, however many come after them; at once inside a callback,
+    /// Waits until the readers that are inside now have left, but for no later ones; returns at once inside a callback,
     /// which may be the reader's own. Hold no lock that a reader takes.
     void waitForReaders() const;
 
 private:
     friend class Replacement;
-    std::shared_ptr<Readers> readers_; ///< outlives this for replaced objects
+    std::shared_ptr<Readers> readers_; ///< outlives this object while replaced objects wait
 };
 
-/// Replaces objects now; its end waits for the readers of the old ones and destroys them, as replaceAndWait() does.
+/// Replaces objects at once; its destructor waits for the readers of the old ones and destroys them, as
+/// replaceAndWait() does.
 class QMX_EXPORT Replacement
 {
 public:
@@ -67,16 +68,17 @@ public:
     Replacement(const Replacement&) = delete;
     Replacement& operator=(const Replacement&) = delete;
 
-    /// Where memory runs out nothing has changed. Calls for one slot come one at a time.
+    /// Puts `next` into `slot`. If memory runs out, it throws std::bad_alloc and nothing has changed. One call at a
+    /// time for a slot.
     template <class Object> void replace(std::atomic<Object*>& slot, std::unique_ptr<Object> next)
     {
         reserve(1);
         if (const Object* const old = slot.exchange(next.release()))
             keep(old, [](const void* object) { delete static_cast<const Object*>(object); });
     }
-    /// Memory for `count` more objects: replacing those does not fail.
+    /// Allocates for `count` more objects, so that replacing those cannot fail.
     void reserve(std::size_t count);
-    /// Has another thread wait for the readers and destroy what was replaced so far.
+    /// Leaves it to another thread to wait for the readers and to destroy the objects replaced so far.
     void retire() noexcept;
 
 private:

@@ -11,7 +11,7 @@
 namespace qmx
 {
 
-// A stack that threads in real time push onto and one thread empties as a whole.
+// A stack that real-time threads push onto and one thread empties as a whole.
 struct RetirementList {
     std::atomic<Retirable*> head{nullptr};
     std::atomic<std::int32_t> pushes{0};
@@ -45,7 +45,7 @@ struct RetirementList {
         }
     }
 
-    // In the order in which they were retired.
+    // Returns the objects in the order in which they were retired.
     Retirable* takeAll() noexcept
     {
         Retirable* newestFirst = head.exchange(nullptr, std::memory_order_acquire);

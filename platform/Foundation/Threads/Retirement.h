@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Where a thread in real time leaves what it must not free itself.
+// Frees objects for real-time threads, which must not free them themselves.
 #pragma once
 
 #include "Foundation/Export.h"
@@ -9,8 +9,8 @@
 namespace qmx
 {
 
-/// Something that can be given up on a real-time thread; derive from it. Its destructor runs on a thread made for that,
-/// or where somebody waits for it.
+/// Base of objects that a real-time thread can retire. The destructor then runs on a thread made for that, or in
+/// waitUntilRetired().
 class QMX_EXPORT Retirable
 {
 public:
@@ -24,24 +24,25 @@ private:
     Retirable* next_ = nullptr;
 };
 
-/// A last reference to be given up: made beforehand, filled and retired on the real-time thread.
+/// Releases a last reference: made beforehand, filled and retired on the real-time thread.
 struct QMX_EXPORT RetirableReference final : Retirable {
     std::shared_ptr<const void> reference;
 };
 
-/// Takes `object` (null is ignored) and has it destroyed soon on another thread. Neither allocates, frees, locks nor
-/// waits: any thread.
+/// Takes ownership of `object` (null is ignored); another thread destroys it soon. Neither allocates, frees, locks nor
+/// waits. Any thread.
 QMX_EXPORT void retire(Retirable* object) noexcept;
 
-/// Destroys `object` (null is ignored) at once; inside a callback retires it: for destructors that wait for callbacks.
+/// Destroys `object` (null is ignored) at once or, inside a callback, retires it. For destructors that wait for
+/// callbacks.
 QMX_EXPORT void destroyOutsideCallbacks(Retirable* object);
 
-/// Whether the thread that destroys what is retired exists; it is made where it does not. Without it nobody may wait
-/// for the end of what a real-time thread retires.
+/// Whether the thread that destroys retired objects exists; makes it if it does not. Without it, do not wait for the
+/// end of an object that a real-time thread retires.
 QMX_EXPORT bool canRetire();
 
-/// Returns when everything that was retired before is destroyed, by the calling thread where the system has no other
-/// left for it. Not inside a callback, nor from such a destructor.
+/// Returns when all objects retired before are destroyed; the calling thread destroys them if the system has no thread
+/// left for it. Not inside a callback, nor from the destructor of a retired object.
 QMX_EXPORT void waitUntilRetired();
 
 } // namespace qmx

@@ -24,7 +24,7 @@ namespace
 {
 
 constexpr double ordinaryPriority = 0.5;
-constexpr double nicesPerPriority = 40.0; // the whole range of 1.0 covers the scheduler's 40 levels
+constexpr double nicesPerPriority = 40.0; // the range of 1.0 covers the scheduler's 40 levels
 
 thread_local double currentPriority = ordinaryPriority;
 
@@ -34,10 +34,10 @@ bool isScheduledAsRealTime()
     return policy == SCHED_FIFO || policy == SCHED_RR;
 }
 
-/// What the limit of this process allows; for all that the privileged may have more.
+/// The priority that this process's limit allows; without a limit the wanted one, which a privileged process may use.
 int realTimePriority()
 {
-    constexpr rlim_t wanted = 80; // below what the kernel and the sound server have
+    constexpr rlim_t wanted = 80; // below the kernel's and the sound server's priorities
     rlimit limit{};
     const bool isLimited = getrlimit(RLIMIT_RTPRIO, &limit) == 0 && limit.rlim_cur > 0;
     return static_cast<int>(isLimited ? std::min(limit.rlim_cur, wanted) : wanted);
@@ -57,7 +57,7 @@ std::thread start(const std::string& name, std::function<void()> body)
     });
 }
 
-// What a forked process has of its parent's thread can neither be joined nor destroyed.
+// Keeps a thread object of the parent process for ever: a forked process can neither join nor destroy it.
 void putAside(std::thread thread)
 {
     static std::mutex mutex;

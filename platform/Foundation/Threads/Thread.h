@@ -12,43 +12,43 @@
 namespace qmx
 {
 
-/// A named thread that works for an object and ends before that object does: the destructor waits for it. Give the
-/// body a flag to leave by. Owned and joined by one thread.
+/// A named thread that works for an object and ends before it: the destructor waits for the thread, so its body needs a
+/// flag to stop at. Owned and joined by one thread.
 class QMX_EXPORT Thread
 {
 public:
     Thread() = default;
-    /// Starts `body` under `name` (15 characters show) at the ordinary priority. Not joinable where the system has no
-    /// thread left; the body has then not run.
+    /// Starts `body` under `name` (15 characters are shown) at the ordinary priority. If the system has no thread left,
+    /// the object is not joinable and the body does not run.
     Thread(const std::string& name, std::function<void()> body);
     Thread(Thread&&) noexcept = default;
     Thread& operator=(Thread&& other) noexcept;
     ~Thread();
 
-    /// Whether there is a thread. A process made by fork() has none of its parent's.
+    /// Whether there is a thread. A process made by fork() has no threads of its parent.
     bool isJoinable() const;
-    /// Waits until the body has returned; at once when there is no thread.
+    /// Waits until the body has returned; returns at once if there is no thread.
     void join();
 
-    /// Starts a thread that nobody waits for. It must not touch an object whose life it does not share. False where the
-    /// system has no thread left; the body has then not run.
+    /// Starts a thread that nothing waits for; the body must own the objects that it uses. If the system has no thread
+    /// left, it returns false and the body does not run.
     [[nodiscard]] static bool detachNewThread(const std::string& name, std::function<void()> body);
 
     /// The calling thread's scheduling priority, 0.0 to 1.0; 0.5 is ordinary.
     static double threadPriority();
-    /// Asks for a priority, clamped to 0.0 to 1.0, for the calling thread. Below 0.5 the scheduler prefers others,
-    /// above it prefers this one where the system's limits allow; a refusal leaves the thread as it was. A thread that
-    /// is scheduled as real-time stays as it is. Returns whether the system agreed.
+    /// Requests a priority, clamped to 0.0 to 1.0, for the calling thread. Below 0.5 the scheduler prefers other
+    /// threads, above 0.5 this one if the system's limits allow it. Returns whether the system agreed; if not, the
+    /// priority is unchanged. A thread that is scheduled as real-time stays as it is.
     [[nodiscard]] static bool setThreadPriority(double priority);
 
-    /// Has the calling thread scheduled as real-time (true), at most at priority 80 and within the system's limit, or
-    /// as an ordinary thread again (false). Threads and processes that it starts are ordinary ones. False where the
-    /// system does not allow it, which is logged once; the thread then stays as it was.
+    /// Schedules the calling thread as real-time (true), at priority 80 or the system's limit if that is lower, or as
+    /// an ordinary thread again (false). Threads and processes that it starts are ordinary. Returns false if the system
+    /// does not allow it, which is logged once; the thread is then unchanged.
     static bool setRealTime(bool isRealTime);
 
 private:
     std::thread thread_;
-    pid_t process_ = 0; // in which it runs
+    pid_t process_ = 0; // the process that it runs in
 };
 
 } // namespace qmx

@@ -18,7 +18,7 @@ namespace qmx
 namespace
 {
 
-// How many wait for rest now. Only then a worker that comes to rest looks for the list.
+// The number of threads that wait for rest now. While it is 0, a worker that comes to rest does not take the lock.
 std::atomic<int> waitsForRest{0};
 
 } // namespace
@@ -29,8 +29,8 @@ struct WorkerList {
     std::vector<Worker*> workers;
     const pid_t process = getpid();
 
-    // Never destroyed: threads may rest while the process ends. A forked process starts a list of its own, since it has
-    // none of its parent's threads and one of them may have held the lock.
+    // Never destroyed: threads may rest while the process ends. A forked process makes its own list, because it has
+    // none of its parent's threads, and one of those may have held the lock.
     static WorkerList& shared()
     {
         static std::atomic<WorkerList*> current{new WorkerList};
@@ -55,8 +55,9 @@ struct WorkerList {
         list.changed.notify_all();
     }
 
-    // Who is at rest in the same turn at both looks rested in between, so that all rested at one instant between the
-    // looks. Work that was given before it is seen at the second look; later nobody was left to give any.
+    // A worker that is at rest in the same turn in both passes rested in between, so all of them rested at one instant
+    // between the passes. Work queued before that instant is seen in the second pass; after it, no worker was left to
+    // queue any.
     bool allRest() const
     {
         for (Worker* const worker : workers)

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What the library's own threads report of themselves, so that simulated time never outruns them.
+// The library's own threads report here whether they work or wait, so that simulated time never outruns them.
 #pragma once
 
 #include "Foundation/Export.h"
@@ -11,8 +11,7 @@
 namespace qmx
 {
 
-/// One thread that waits for work, does it and waits again. It has work to do, or is at rest: it stands in its wait and
-/// nothing has been given to it.
+/// A thread that waits for work, does it and waits again. It is at rest while it waits and no work is queued for it.
 ///
 ///     Worker worker([&] { return lock.condition() == 0; });
 ///     for (;;) {
@@ -25,15 +24,15 @@ namespace qmx
 class QMX_EXPORT Worker
 {
 public:
-    /// `hasWork` reports whether work was given that the thread has not taken. Called from other threads, must not
-    /// block, nor make or destroy a Worker. Queued work must be visible through it before the queuing thread goes idle.
+    /// `hasWork` reports whether work is queued that the thread has not taken. It is called from other threads and must
+    /// neither block nor make or destroy a Worker. It must report queued work before the queuing thread comes to rest.
     explicit Worker(std::function<bool()> hasWork);
     ~Worker();
     Worker(const Worker&) = delete;
     Worker& operator=(const Worker&) = delete;
 
-    /// While one exists the thread stands in its wait. Made and destroyed on the worker's thread, without a lock that
-    /// `hasWork` takes. Takes no lock itself while nobody waits for rest.
+    /// While one exists, the thread waits. Made and destroyed on the worker's thread, without a lock that `hasWork`
+    /// takes. Takes no lock itself unless a thread is in waitUntilWorkersRest().
     class QMX_EXPORT Wait
     {
     public:
@@ -53,8 +52,8 @@ private:
     std::uint64_t seenTurns_ = 0;         ///< guarded by the list's lock
 };
 
-/// Returns when all workers are at rest at one instant. Not from a worker. After 30 s it gives up, logs that, and
-/// returns false.
+/// Returns true when all workers are at rest at the same instant. After 30 s it gives up, logs that, and returns false.
+/// Not from a worker.
 QMX_EXPORT bool waitUntilWorkersRest();
 
 } // namespace qmx

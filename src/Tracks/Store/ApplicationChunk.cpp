@@ -25,7 +25,7 @@ constexpr SInt64 chunkHeaderSize = 8;
 /// Record archives are at most half a megabyte; what claims to be this much larger is damaged.
 constexpr UInt32 largestArchiveRead = 1U << 26;
 
-/// A chunk whose size field says `size` and that takes up `extent` bytes behind that field.
+/// A chunk whose size field says `size` and that takes up `extent` bytes after that field.
 void addChunk(Bytes& bytes, UInt32 size, UInt32 extent, std::span<const UInt8> archive, const ChunkStyle& style)
 {
     ByteWriter chunk(ByteOrder::big);
@@ -35,7 +35,7 @@ void addChunk(Bytes& bytes, UInt32 size, UInt32 extent, std::span<const UInt8> a
     bytes.insert(bytes.end(), chunk.bytes().begin(), chunk.bytes().end());
 }
 
-/// The chunk behind the end of the file; chunks begin at even positions.
+/// The chunk appended to the file; chunks start at even positions.
 ChunkOverwrite appended(std::span<const UInt8> archive, SInt64 fileEnd, const ChunkStyle& style)
 {
     ChunkOverwrite chunk{fileEnd, Bytes(static_cast<std::size_t>(fileEnd & 1)), 0};
@@ -52,7 +52,7 @@ std::optional<ChunkOverwrite> inPlaceOf(const ApplicationChunk& target, std::spa
     const SInt64 extent = std::min(SInt64{target.mChunkSize}, fileEnd - dataStart);
     const bool isWhole = extent == target.mChunkSize;
     if (isWhole && extent >= static_cast<SInt64>(archive.size() + applicationHeaderSize) - chunkHeaderSize) {
-        // filler of a larger chunk stays as it is behind the standard size
+        // past the standard size, the filler of a larger chunk stays as it is
         const auto written = static_cast<UInt32>(std::min(extent, SInt64{style.blockSize}));
         addChunk(chunk.bytes, target.mChunkSize, written, archive, style);
         return chunk;
@@ -82,8 +82,8 @@ bool lacksRoom(SystemError error)
     return error == ENOSPC || error == EDQUOT || error == EFBIG;
 }
 
-/// Writes a chunk into a file of `fileEnd` bytes, after its journal if wanted. The error, after which the file is as it
-/// was, or 0.
+/// Writes a chunk into a file of `fileEnd` bytes, after its journal if wanted. Returns 0, or the error, after which the
+/// file is as it was.
 SystemError writeChunk(FileHandle& file, const ChunkOverwrite& chunk, SInt64 fileEnd, bool isJournaled)
 {
     FileEdit edit(file);

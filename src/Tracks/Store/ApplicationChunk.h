@@ -27,7 +27,7 @@ constexpr UInt32 applicationBlockSize = 524'288;
 constexpr UInt32 applicationChunkVersion = 3;
 /// Bytes from the chunk's id to the archive.
 constexpr std::size_t applicationHeaderSize = 20;
-/// The longest archive that a chunk of the standard size holds, in bytes.
+/// The maximum bytes of an archive in a chunk of the standard size.
 constexpr std::size_t longestArchive = applicationBlockSize - 12;
 
 /// What a writer's chunks have in common.
@@ -39,7 +39,7 @@ struct ChunkStyle {
 
 using ApplicationChunk = QMXApplicationChunkDescriptor;
 
-/// Calls `take` with each chunk of ours in file order, marked valid and compatible or not, until it answers false.
+/// Calls `take` with each chunk of ours in file order, marked valid and compatible or not, until it returns false.
 void findApplicationChunks(FileHandle& file, UInt32 signature, ByteOrder order,
                            const std::function<bool(const ApplicationChunk&)>& take);
 
@@ -48,15 +48,15 @@ bool isUsable(const ApplicationChunk& chunk);
 
 /// The chunk's archive.
 std::vector<UInt8> readArchive(FileHandle& file, const ApplicationChunk& chunk);
-/// The archive as a record, null for an archived nil; none where it holds no record.
+/// The archive as a record, null for an archived nil; none if it holds no record.
 std::optional<std::shared_ptr<QMXTrackAndProcessingInfo>> recordFrom(std::span<const UInt8> archive);
 /// The record as an archive; empty when there is none to be had.
 std::vector<UInt8> archiveOf(const std::shared_ptr<QMXTrackAndProcessingInfo>& record);
 
-/// Writes the archive over `target`, or behind the end of the file without a target. The chunk it takes the place of
-/// keeps its extent where that is large enough; a last chunk may grow; the audio and all other chunks stay as they are.
-/// The form's size follows the file's length. A disk without room for a journal still takes a record in its place,
-/// which a kill then may cut off. After an error the file is as it was.
+/// Writes the archive over `target`, or at the end of the file without a target. A replaced chunk keeps its extent if
+/// that is large enough; a last chunk may grow; the audio and all other chunks stay as they are. The form's size
+/// follows the file's length. Without disk space for a journal a record is still overwritten in place, and a kill may
+/// then cut it off. After an error the file is as it was.
 Refusal storeArchive(FileHandle& file, std::span<const UInt8> archive, const std::optional<ApplicationChunk>& target,
                      const ChunkStyle& style);
 

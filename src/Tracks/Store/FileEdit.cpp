@@ -29,7 +29,7 @@ void FileEdit::undo()
             isRestored = false;
     }
     if (isRestored && file_.seekToEndOfFile() > oldEnd_)
-        (void)file_.truncateFileAtOffset(oldEnd_); // what stays is cut off before the next store
+        (void)file_.truncateFileAtOffset(oldEnd_); // what remains is cut off before the next store
 }
 
 } // namespace qmx

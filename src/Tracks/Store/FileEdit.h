@@ -9,17 +9,17 @@
 namespace qmx
 {
 
-/// Writes to a file that can be taken back. Internal to the track store.
+/// Writes to a file that can be undone. Internal to the track store.
 class FileEdit
 {
 public:
     /// The file stays open and is not used by others while the edit lasts.
     explicit FileEdit(FileHandle& file) : file_(file), oldEnd_(file.seekToEndOfFile()) {}
 
-    /// One write of all bytes at `offset`, after what stands there has been read. The error, or 0.
+    /// One write of all bytes at `offset`, after the bytes in their place have been saved. Returns the error, or 0.
     SystemError write(SInt64 offset, std::span<const UInt8> bytes);
-    /// Gives the file the bytes that it had back, and then its length. Where the disk refuses the bytes, what was
-    /// appended (a journal of them, it may be) stays.
+    /// Restores the file's bytes, then its length. If the disk refuses the bytes, what was appended (perhaps a journal)
+    /// stays.
     void undo();
 
 private:

@@ -13,9 +13,10 @@ class QMX_EXPORT QMXAIFAudioTrackInfoReader : public QMXAudioTrackInfoReader
 public:
     static std::shared_ptr<QMXAIFAudioTrackInfoReader> initWithAudioFilePath(std::string path);
 
-    /// The record of the first usable application chunk; null when there is none or the form's size is not the file's.
-    /// Waits without end while another thread or process stores into the file or lets it grow. A store that was cut off
-    /// by a kill is taken as completed, also on disk where the file can be written to and locked, or as not begun.
+    /// The record of the first usable application chunk; null if there is none or the form's size does not match the
+    /// file's. Waits indefinitely while another thread or process stores into the file or extends it. A store that was
+    /// cut off by a kill counts as completed (and is completed on disk, if the file can be written to and locked) or as
+    /// not started.
     std::shared_ptr<QMXTrackAndProcessingInfo> read() override;
 
 private:

@@ -13,10 +13,10 @@ class QMX_EXPORT QMXAIFAudioTrackInfoWriter : public QMXAudioTrackInfoWriter
 public:
     static std::shared_ptr<QMXAIFAudioTrackInfoWriter> initWithAudioFilePath(std::string path);
 
-    /// Overwrites the last usable chunk, else appends one. What is no AIFF or AIFF-C file by its first twelve bytes,
-    /// and a form whose size is not the file's, is refused with a log line and stays as it is; so does the file on an
-    /// error, which lastStatus() tells. Waits without end while another thread or process stores into the file or lets
-    /// it grow; the audio may be recorded meanwhile.
+    /// Overwrites the last usable chunk, else appends one. A file that is not AIFF or AIFF-C by its first twelve bytes,
+    /// or whose form size does not match its length, is refused with a log line and left as it is. An error also leaves
+    /// the file as it was; lastStatus() reports both. Waits indefinitely while another thread or process stores into
+    /// the file or extends it; recording into it may go on.
     SInt32 write() override;
 
 private:

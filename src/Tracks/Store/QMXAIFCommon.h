@@ -7,10 +7,10 @@
 
 #include <array>
 
-/// What a file says of an application chunk with the library's signature, and what that is worth.
+/// An application chunk with the library's signature as its file states it, and whether that is usable.
 struct QMXApplicationChunkDescriptor {
     std::array<char, 4> mChunkHeader{}; ///< the id
-    UInt32 mChunkSize = 0;              ///< bytes behind the size field
+    UInt32 mChunkSize = 0;              ///< bytes after the size field
     std::array<char, 4> mAppName{};     ///< the signature
     UInt32 mVersion = 0;
     UInt32 mDataSize = 0;   ///< bytes of the archive

@@ -22,7 +22,7 @@ class WindowReader
 public:
     explicit WindowReader(qmx::FileHandle& file) : file_(file) {}
 
-    /// `count` bytes at `position`; empty where the file has fewer.
+    /// `count` bytes at `position`; empty if the file has fewer.
     std::span<const UInt8> bytes(SInt64 position, std::size_t count)
     {
         if (!holds(position, count)) {

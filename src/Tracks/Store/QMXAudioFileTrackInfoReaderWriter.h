@@ -41,30 +41,30 @@ public:
     void addAudioProcessingForAllTracks(const ProcessingList& ranges);
     void setFileHasBeenProcessed(bool processed);
 
-    // These answer null or false without a record.
+    // These return null or false without a record.
     std::shared_ptr<TrackList> trackInfos() const;
     void clearTrackInfos();
     std::shared_ptr<ProcessingList> processingInfos() const;
     void clearProcessingInfos();
     bool fileHasBeenProcessed() const;
 
-    // Both wait without end while another thread or process stores into the file or lets it grow.
+    // Both wait indefinitely while another thread or process stores into the file or extends it.
 
-    /// Takes the record of the first usable chunk among the first ten, none for an archived nil. True when there is a
-    /// record afterwards, also one from before where the file has no chunk or none that can be decoded.
+    /// Reads the record of the first usable chunk among the first ten; an archived nil means no record. True if there
+    /// is a record afterwards, even the one from before when the file has no chunk or none that can be decoded.
     [[nodiscard]] bool readTrackInfosFromFile();
-    /// Overwrites the last usable chunk among the first ten, else appends one. False without a record. Also false,
-    /// logged, with the file as it was, when that fails, when the form's size is not the file's, and when the file is
-    /// no AIFF or AIFF-C file.
+    /// Overwrites the last usable chunk among the first ten, else appends one. False without a record. Also false, with
+    /// a log line and the file as it was, when writing fails, when the form's size does not match the file's, and when
+    /// the file is not AIFF or AIFF-C.
     [[nodiscard]] bool writeTrackInfosToFile();
 
-    /// Why the last reading or writing failed; noErr where it did not. A file that simply holds no record is no
-    /// failure.
+    /// The status of a failure in the last read or write; noErr if it succeeded. A file that simply holds no record is
+    /// no failure.
     OSStatus lastStatus() const;
-    /// The same as a sentence for people that names the file; empty where nothing failed.
+    /// The same as a sentence for people that names the file; empty if nothing failed.
     std::string lastError() const;
 
-    /// False only for a form whose size is not the file's; a file that is no form passes, which is intended.
+    /// False only for a form whose size does not match the file's; a file that is no form passes, which is intended.
     bool verifyBasicFileFormat(qmx::FileHandle& file) const;
     /// Does nothing; always true.
     bool repairFile_atOffset(qmx::FileHandle& file, UInt64 offset) const;

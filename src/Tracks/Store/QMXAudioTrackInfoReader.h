@@ -25,9 +25,10 @@ public:
     /// A new record with what the file holds; null when it holds none that can be read.
     virtual std::shared_ptr<QMXTrackAndProcessingInfo> read() = 0;
 
-    /// Why the last read() failed; noErr where it did not. A file that simply holds no record is no failure.
+    /// The status of a failure in the last read(); noErr if it succeeded. A file that simply holds no record is no
+    /// failure.
     OSStatus lastStatus() const;
-    /// The same as a sentence for people that names the file; empty where nothing failed.
+    /// The same as a sentence for people that names the file; empty if nothing failed.
     std::string lastError() const;
 
 protected:

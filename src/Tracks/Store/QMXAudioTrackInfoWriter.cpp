@@ -62,7 +62,7 @@ std::string QMXAudioTrackInfoWriter::lastError() const
 
 void QMXAudioTrackInfoWriter::refuseFileType()
 {
-    (void)qmx::attempt(*failure_, mAudioFilePath, qmx::notStored, []() -> qmx::Refusal { // lastStatus() tells
+    (void)qmx::attempt(*failure_, mAudioFilePath, qmx::notStored, []() -> qmx::Refusal { // lastStatus() reports it
         return qmx::StoreFailure{kAudioFileUnsupportedFileTypeError, "files of its type keep no tracks"};
     });
 }

@@ -14,9 +14,9 @@ namespace qmx
 class LastFailure;
 }
 
-/// Stores track information in an audio file, in place of what the file holds: whoever changes only a part reads first.
-/// A file format's own class does the work; see QMXAudioTrackInfoReaderWriterFactory. One thread at a time per object;
-/// writes to the disk.
+/// Stores track information in an audio file, replacing what the file holds: to change only a part, read first. A file
+/// format's own class does the work; see QMXAudioTrackInfoReaderWriterFactory. One thread at a time per object; writes
+/// to the disk.
 class QMX_EXPORT QMXAudioTrackInfoWriter : public qmx::Object
 {
 public:
@@ -33,18 +33,18 @@ public:
     void addAudioProcessingForAllTracks(const QMXTrackAndProcessingInfo::ProcessingList& ranges);
     void setFileHasBeenProcessed(bool processed);
 
-    /// Stores the record. Always 0: what could not be stored is logged, and lastStatus() tells.
+    /// Stores the record. Always 0: a failure is logged, and lastStatus() reports it.
     virtual SInt32 write() = 0;
 
-    /// Why the last write() stored nothing; noErr where the record is in the file.
+    /// The status of a failure in the last write(); noErr if the record is in the file.
     OSStatus lastStatus() const;
-    /// The same as a sentence for people that names the file; empty where the record was stored.
+    /// The same as a sentence for people that names the file; empty if the record was stored.
     std::string lastError() const;
 
 protected:
     explicit QMXAudioTrackInfoWriter(std::string path);
     qmx::LastFailure& failure() const { return *failure_; }
-    /// For files of types in which no track information is kept: a failure.
+    /// For file types in which no track information is kept: keeps that as the failure.
     void refuseFileType();
     const std::shared_ptr<QMXTrackAndProcessingInfo>& trackAndProcInfo() const { return mTrackAndProcInfo; }
 

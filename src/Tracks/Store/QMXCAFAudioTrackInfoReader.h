@@ -7,7 +7,7 @@
 #include <memory>
 #include <string>
 
-/// Stands for CAF files, in which no track information is kept.
+/// The reader for CAF files, in which no track information is kept.
 class QMX_EXPORT QMXCAFAudioTrackInfoReader : public QMXAudioTrackInfoReader
 {
 public:

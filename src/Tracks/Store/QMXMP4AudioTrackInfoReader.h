@@ -8,13 +8,13 @@
 #include <memory>
 #include <string>
 
-/// Stands for MP4 files, in which no track information is kept.
+/// The reader for MP4 files, in which no track information is kept.
 class QMX_EXPORT QMXMP4AudioTrackInfoReader : public QMXAudioTrackInfoReader
 {
 public:
     static std::shared_ptr<QMXMP4AudioTrackInfoReader> initWithAudioFilePath(std::string path);
 
-    /// Looks at the beginning of the file; always null.
+    /// Reads the start of the file; always null.
     std::shared_ptr<QMXTrackAndProcessingInfo> read() override;
 
 private:

@@ -7,13 +7,13 @@
 #include <memory>
 #include <string>
 
-/// Stands for MP4 files, in which no track information is kept.
+/// The writer for MP4 files, in which no track information is kept.
 class QMX_EXPORT QMXMP4AudioTrackInfoWriter : public QMXAudioTrackInfoWriter
 {
 public:
     static std::shared_ptr<QMXMP4AudioTrackInfoWriter> initWithAudioFilePath(std::string path);
 
-    /// Stores nothing, which lastStatus() tells; always 0.
+    /// Stores nothing, which lastStatus() reports; always 0.
     SInt32 write() override;
 
 private:

@@ -56,7 +56,7 @@ Bytes head(std::size_t chunkSize)
         .bytes();
 }
 
-/// The journal that ends the file without its trailer, if it is whole and stands where it was written; else empty.
+/// The journal at the end of the file, without its trailer, if it is complete and at its own position; else empty.
 Bytes endingJournal(FileHandle& file)
 {
     const SInt64 end = file.seekToEndOfFile();
@@ -75,7 +75,7 @@ Bytes endingJournal(FileHandle& file)
     return sum == checksum(journal) && position(journal, headSize) == start ? journal : Bytes();
 }
 
-/// What the journal that ends the file asks for; none unless there is such a chunk of ours.
+/// The overwrite that the journal at the end of the file describes; none without such a journal.
 std::optional<ChunkOverwrite> findJournal(FileHandle& file)
 {
     const Bytes journal = endingJournal(file);
@@ -91,7 +91,7 @@ std::optional<ChunkOverwrite> findJournal(FileHandle& file)
     if (!fits || target.size() != headSize || code(target, 0) != applicationChunk ||
         !isOfTrackStore(code(target, chunkHeaderSize)))
         return std::nullopt;
-    found.bytes.resize(static_cast<std::size_t>(length)); // the filler again, or without the pad byte
+    found.bytes.resize(static_cast<std::size_t>(length)); // add the filler again, or drop the pad byte
     return found;
 }
 
@@ -101,13 +101,13 @@ SInt64 formEnd(FileHandle& file)
     return size.size() == 4 ? SInt64{code(size, 0)} + static_cast<SInt64>(chunkHeaderSize) : 0;
 }
 
-/// What was appended of a store.
+/// What a store appended.
 struct Tail {
     bool isJournal;
     bool isWhole;
 };
 
-/// None in a file that ends with its form, or behind whose form stands something else.
+/// None if nothing, or something foreign, follows the form.
 std::optional<Tail> findTail(FileHandle& file)
 {
     const SInt64 start = even(formEnd(file));
@@ -120,7 +120,7 @@ std::optional<Tail> findTail(FileHandle& file)
                           : std::nullopt;
 }
 
-/// A file of which some bytes, and all behind a certain length, are others than on disk.
+/// A file that differs from the disk in some bytes, and in all past a certain length.
 class SettledFile : public File
 {
 public:
@@ -152,7 +152,7 @@ public:
     SystemError truncate(std::int64_t) override { return EBADF; }
     SystemError synchronize() override { return 0; }
     SystemError close() override { return 0; }
-    SystemError lock() override { return 0; } // whoever looks at the file holds its lock
+    SystemError lock() override { return 0; } // the owner of the file holds its lock
     void unlock() override {}
 
 private:
@@ -212,7 +212,8 @@ std::optional<Settlement> settlementOf(FileHandle& file)
         return std::nullopt;
     const SInt64 fileEnd = file.seekToEndOfFile();
     if (tail->isWhole && !tail->isJournal)
-        return Settlement{{{4, formSizeField(fileEnd)}}, fileEnd}; // a chunk that only waits for being counted
+        return Settlement{{{4, formSizeField(fileEnd)}}, fileEnd}; // a complete chunk that the form's size does not
+                                                                   // count yet
     return Settlement{{}, formEnd(file)};
 }
 
@@ -224,7 +225,7 @@ void settle(FileHandle& file, const Settlement& settlement)
             return; // the journal stays
     }
     if (file.seekToEndOfFile() > settlement.fileEnd)
-        (void)file.truncateFileAtOffset(settlement.fileEnd); // what stays waits for the next time
+        (void)file.truncateFileAtOffset(settlement.fileEnd); // what remains is cut off next time
 }
 
 FileHandle settledView(FileHandle& file, Settlement settlement)

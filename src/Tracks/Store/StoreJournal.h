@@ -1,15 +1,15 @@
 // SPDX-License-Identifier: MIT
 // What keeps a stored record whole when the process is killed in the middle of a store. Internal to the track store.
 //
-// Before a chunk is overwritten, what will stand there is appended to the file as a journal, an application chunk of
-// its own behind the form; when the chunk has been written the journal is cut off again. Whoever opens the file next
-// finds one of
+// Before a chunk is overwritten, its new bytes are appended to the file as a journal, an application chunk of its own
+// after the form; when the chunk has been written, the journal is cut off again. The next opener of the file finds one
+// of
 //
-//   nothing behind the form               the file is settled
+//   nothing after the form                the file is settled
 //   a journal or an appended chunk, whole the store is completed from it
-//   the beginning of either               nothing was overwritten yet: it is ignored, and cut off before the next store
+//   the start of either                   nothing was overwritten yet: it is ignored, and cut off before the next store
 //
-// Only the file's lock tells these from a store that is under way.
+// Only the file's lock distinguishes these from a store that is under way.
 //
 //     0  "APPL"             4  size of what follows
 //     8  "tRaJ"            12  position of the journal
@@ -28,17 +28,17 @@
 namespace qmx
 {
 
-/// A chunk's new bytes. It begins inside the file and may end behind it.
+/// A chunk's new bytes. It starts inside the file and may end past it.
 struct ChunkOverwrite {
     SInt64 position = 0;
     Bytes bytes;
-    SInt64 fileEnd = 0; ///< the file's length when the bytes stand there
+    SInt64 fileEnd = 0; ///< the file's length once the bytes are written
 };
 
 /// What is appended to a file of `fileEnd` bytes before the chunk is overwritten.
 Bytes journalOf(const ChunkOverwrite& overwrite, SInt64 fileEnd);
 
-/// The bytes at position 4 of a form that is a file of `fileEnd` bytes.
+/// The bytes of the form's size field, at position 4, in a file of `fileEnd` bytes.
 Bytes formSizeField(SInt64 fileEnd);
 
 /// Whether it is an AIFF or AIFF-C file by its first twelve bytes.
@@ -50,16 +50,16 @@ struct FilePatch {
     Bytes bytes;
 };
 
-/// What completes a store that was cut off, or takes back its beginning.
+/// What completes a store that was cut off, or undoes its start.
 struct Settlement {
     std::vector<FilePatch> patches; ///< in the order in which they are written
     SInt64 fileEnd = 0;             ///< the file's length afterwards
 };
 
-/// None in a file that is settled, and in one that is no AIFF or AIFF-C file or whose end is not a store's.
+/// None for a settled file, for one that is not AIFF or AIFF-C, and for one that does not end in a store.
 std::optional<Settlement> settlementOf(FileHandle& file);
-/// Writes the settlement into a file that is locked and open for writing. Where the disk does not take it, it waits for
-/// the next time.
+/// Writes the settlement into a file that is locked and open for writing. If the disk refuses it, the next opening
+/// tries again.
 void settle(FileHandle& file, const Settlement& settlement);
 /// The file as it will be once it is settled, for reading only. It reads through `file`, which stays open as long.
 FileHandle settledView(FileHandle& file, Settlement settlement);

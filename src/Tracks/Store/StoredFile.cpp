@@ -23,7 +23,7 @@ StoreFailure wrongFormSize()
     return {kAudioFileInvalidFileError, "its form does not have the file's size"};
 }
 
-/// The file, where it can be opened.
+/// The file, if it can be opened.
 Refusal open(const std::string& path, FileAccess access, std::optional<FileHandle>& handle)
 {
     std::unique_ptr<File> file;
@@ -76,7 +76,7 @@ std::optional<StoredRecord> readRecord(const std::string& path, LastFailure& fai
                                        const std::function<FoundArchive(FileHandle&)>& find)
 {
     std::optional<StoredRecord> record;
-    (void)attempt(failure, path, "could not be read", [&]() -> Refusal { // the record tells
+    (void)attempt(failure, path, "could not be read", [&]() -> Refusal { // the result reports a failure
         FoundArchive found;
         bool isCompletable = false;
         Refusal refusal = readLocked(path, isCompletable, [&](FileHandle& file) { found = find(file); });

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The umbrella header without its folder.
+// Includes the umbrella header without its folder.
 #include <QMXCoreAudio.h>
 
 #include <cstdio>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The service as callers meet it: what is refused, what sizes are answered, and how data are pulled.
+// The service from a caller's view: what is refused, which sizes are reported, and how data are pulled.
 #include "platform/AudioToolbox/Conversion/Conversions.h"
 #include "support/ShortMemory.h"
 
@@ -21,7 +21,7 @@ struct StereoList {
 };
 static_assert(offsetof(StereoList, buffers) == offsetof(AudioBufferList, mBuffers));
 
-/// Gives mono floats in pieces of its own choice, whatever is asked.
+/// Supplies mono floats in pieces of its own choice, whatever is requested.
 struct Giver {
     std::vector<Float32> data;
     std::vector<UInt32> pieces;

@@ -121,7 +121,7 @@ TEST(AudioFileService, PropertiesTellTheFile)
     MemoryDisk disk;
     const auto made = createFile("/d/file", kAudioFileAIFFType, linear(14, 16, 2, 8000));
     ASSERT_EQ(writeAudio(made.file, 0, pattern(16003)), noErr);
-    EXPECT_EQ(bytesIn(made.file), 16000U); // of whole frames
+    EXPECT_EQ(bytesIn(made.file), 16000U); // whole frames only
     EXPECT_EQ(property<UInt64>(made.file, kAudioFilePropertyAudioDataPacketCount), 4000U);
     EXPECT_EQ(property<SInt64>(made.file, kAudioFilePropertyDataOffset), 54);
     EXPECT_EQ(property<Float64>(made.file, kAudioFilePropertyEstimatedDuration), 0.5);
@@ -165,7 +165,7 @@ TEST(AudioFileService, TwoThreadsMayTransferAtOnceAndDeferredSizesFollowAtClose)
     EXPECT_EQ(chunksOf(disk.contents("/d/file")).back().data.size(), 400'008U);
 }
 
-// The file has a chunk behind its audio, which has to move.
+// The file has a chunk after its audio, which has to move.
 TEST(AudioFileService, MemoryThatRunsOutIsAStatusAndLosesNothing)
 {
     TemporaryFolder folder;
@@ -174,7 +174,7 @@ TEST(AudioFileService, MemoryThatRunsOutIsAStatusAndLosesNothing)
     for (const AudioFileTypeID type : {kAudioFileAIFFType, kAudioFileWAVEType, kAudioFileCAFType})
         withEveryAllocationFailing([&](ShortMemory& memory) {
             std::filesystem::remove(path);
-            const auto succeed = [&](const auto& call) { // at the second try at the latest
+            const auto succeed = [&](const auto& call) { // at the second attempt at the latest
                 if (const OSStatus status = memory.during(call); status != noErr) {
                     EXPECT_EQ(status, memFullErr);
                     EXPECT_EQ(call(), noErr);

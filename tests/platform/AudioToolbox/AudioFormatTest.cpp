@@ -37,7 +37,7 @@ TEST(AudioFormat, RecordsAreCompletedByWhatTheirCodingKnows)
     EXPECT_EQ(6u, completed(linear).mBytesPerPacket);
     linear.mBytesPerFrame = 8; // in 4 bytes each
     EXPECT_EQ(8u, completed(linear).mBytesPerPacket);
-    EXPECT_EQ(0u, completed(stereo(kAudioFormatLinearPCM)).mBytesPerFrame); // without bits nothing can be said
+    EXPECT_EQ(0u, completed(stereo(kAudioFormatLinearPCM)).mBytesPerFrame); // without bits nothing can be computed
 }
 
 TEST(AudioFormat, QuestionsAboutAFormatWantItsRecordAndRoomForTheAnswer)

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Compressed files from samples to samples: exact lengths, exact samples where the coding keeps them, and any place
-// found again.
+// Compressed files from samples to samples: exact lengths, exact samples if the coding keeps them, and seeks to any
+// place.
 #include "Foundation/ByteFields.h"
 #include "platform/AudioToolbox/CodedFiles.h"
 #include "platform/AudioToolbox/ExtAudioFileHelpers.h"
@@ -44,7 +44,7 @@ double worstDifference(const ByteBlock& a, const ByteBlock& b)
     return worst;
 }
 
-/// The packets of a file one behind the other, as they are read and are written again.
+/// The packets of a file one after the other, as they are read and written again.
 struct Packets {
     ByteBlock data;
     std::vector<AudioStreamPacketDescription> descriptions;
@@ -62,7 +62,7 @@ struct Packets {
     }
 };
 
-/// Where four characters stand in a file.
+/// The position of four characters in a file.
 std::size_t placeOf(const ByteBlock& file, const std::string& code)
 {
     const auto found = std::search(file.begin(), file.end(), code.begin(), code.end());
@@ -128,8 +128,7 @@ TEST(Codings, ToolsReadOurFilesAndWeReadTheirsWithTheExactLength)
         SCOPED_TRACE(c.name);
         std::filesystem::remove(folder.path(c.name));
         ASSERT_TRUE(encodeFile(folder.path(c.name), c.type, coded(c.coding, 2), pcm, original));
-        // the tool trims the end where the format's own rules make it: not in MPEG-4, of which it still tells the
-        // length
+        // the tool trims the end if the format's own rules do: not in MPEG-4, whose length it still reports
         run(std::string("ffmpeg -v error -y -i ") + c.name + " " + raw + "out.raw");
         const ByteBlock decoded = contentsOf(folder.path("out.raw"));
         const bool skipsPriming = c.type != kAudioFileCAFType || c.isLossless;

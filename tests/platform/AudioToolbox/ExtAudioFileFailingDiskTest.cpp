@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Extended audio files on disks that fill up or fail: the status comes out, and what could be read or written is there.
+// Extended audio files on disks that fill up or fail: the status is returned, and all that could be read or written is
+// there.
 #include "ExtAudioFileHelpers.h"
 #include "support/MemoryDisk.h"
 
@@ -37,7 +38,7 @@ TEST(ExtAudioFileFailingDisk, AFailedWriteEndsAllWritingAndKeepsNothingOfItsBloc
                 status = write(file, samples);
             EXPECT_EQ(status, dskFulErr);
             disk.clearFaults();
-            std::ranges::fill(samples, 0.99F); // the block is the caller's again
+            std::ranges::fill(samples, 0.99F); // the caller may change the block again
             EXPECT_EQ(write(file, std::span(samples).first(200)), dskFulErr);
             const auto list = listOf(samples, 2);
             EXPECT_EQ(ExtAudioFileWriteAsync(file, 100, &list), dskFulErr);
@@ -70,7 +71,7 @@ void prime(ExtAudioFileRef file)
     EXPECT_EQ(ExtAudioFileRead(file, &none, nullptr), noErr);
 }
 
-/// Appends what comes until there is no more; gives the status of the last call.
+/// Appends all that can be read; returns the status of the last call.
 OSStatus readOn(ExtAudioFileRef file, std::vector<float>& samples)
 {
     OSStatus status = noErr;

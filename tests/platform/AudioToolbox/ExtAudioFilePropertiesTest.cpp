@@ -63,7 +63,7 @@ TEST_F(ExtAudioFileProperties, TellTheirSizesAndWhetherTheyCanBeSet)
     EXPECT_EQ(set(read, kExtAudioFileProperty_ConverterConfig, &folder), kAudio_ParamError);
     EXPECT_EQ(set(read, kExtAudioFileProperty_AudioConverter, &folder), kAudio_ParamError);
     EXPECT_EQ(set(read, kExtAudioFileProperty_IOBuffer, UInt32{0}), kExtAudioFileError_InvalidPropertySize);
-    // a layout is one of the channels that there are
+    // a layout must have as many channels as the format
     std::array<UInt32, 3> layout{kAudioChannelLayoutTag_MPEG_5_1_A, 0, 0};
     EXPECT_EQ(set(read, kExtAudioFileProperty_ClientChannelLayout, layout), kExtAudioFileError_InvalidChannelMap);
     layout[0] = kAudioChannelLayoutTag_DiscreteInOrder | 3;
@@ -75,7 +75,7 @@ TEST_F(ExtAudioFileProperties, TellTheirSizesAndWhetherTheyCanBeSet)
     EXPECT_EQ(ExtAudioFileDispose(written), noErr);
 }
 
-/// A caller's memory carries the data, whatever its alignment, and nothing is written beside it.
+/// A caller's memory carries the data, whatever its alignment, and nothing beyond it is written.
 TEST_F(ExtAudioFileProperties, ABufferOfTheCallersIsUsedAndNothingBesideIt)
 {
     constexpr std::size_t size = 4096;
@@ -120,7 +120,7 @@ TEST_F(ExtAudioFileProperties, ABufferOfTheCallersIsUsedAndNothingBesideIt)
 
 TEST_F(ExtAudioFileProperties, AFileThatIsWrittenGrowsBySilence)
 {
-    // of samples without a sign zero is not silence
+    // zero is not silence in unsigned samples
     const ExtAudioFileRef wave = createExtended(folder.path("a.wav"), kAudioFileWAVEType, linear(8, 8, 1));
     const std::vector<std::uint8_t> loud(10, 255);
     const auto list = listOf(loud.data(), loud.size(), 1);
@@ -169,7 +169,7 @@ TEST_F(ExtAudioFileProperties, CodedFilesTakeTheirCodecAndAChannelMapBeforeTheyB
     EXPECT_EQ(set(file, kExtAudioFileProperty_CodecManufacturer, qmx::fourCharCode("appl")),
               kExtAudioFileError_InvalidOperationOrder);
     EXPECT_GT(extendedValue<UInt32>(file, kExtAudioFileProperty_FileMaxPacketSize), 4096U);
-    // not less than a packet, whatever is asked for
+    // at least one packet, whatever is requested
     EXPECT_EQ(set(file, kExtAudioFileProperty_IOBufferSizeBytes, UInt32{4096}), noErr);
     EXPECT_EQ(extendedValue<UInt32>(file, kExtAudioFileProperty_IOBufferSizeBytes),
               extendedValue<UInt32>(file, kExtAudioFileProperty_FileMaxPacketSize));

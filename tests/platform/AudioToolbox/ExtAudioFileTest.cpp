@@ -38,7 +38,7 @@ protected:
 
 TEST_F(ExtAudioFile, ConvertsBetweenAnyLayoutsAndKeepsSamples)
 {
-    // 16 bits survive the way through floats of another layout
+    // 16 bits survive the round trip through floats of another layout
     const auto samples = music(5001, 2);
     writeMusic(path, kAudioFileAIFFType, bigSixteen, samples);
     const ExtAudioFileRef file = openExtended(path);
@@ -85,7 +85,7 @@ void setQuality(ExtAudioFileRef file, UInt32 quality)
     EXPECT_EQ(ExtAudioFileSetProperty(file, kExtAudioFileProperty_ConverterConfig, sizeof config, &config), noErr);
 }
 
-/// Reading from any place gives what a read from the start gives there, also where the rate changes.
+/// Reading from any place returns what a read from the start returns there, even when the rate changes.
 TEST_F(ExtAudioFile, SeeksToTheFrame)
 {
     struct Case {
@@ -103,7 +103,7 @@ TEST_F(ExtAudioFile, SeeksToTheFrame)
         Case{8000, 48000, {1, 2, 4097, 69999, 120000}},
         Case{96000, 48000, {1, 3, 4097, 141234, 149999}},
         Case{44100.5, 48000, {1, 2, 4097, 69999, 120000}},
-        // the blocks of these filters do not meet again
+        // the blocks of these filters never align again
         Case{8000, 48000, {135167, 135168, 200000, 266240, 270000}, 270001, kAudioConverterQuality_Max},
         Case{8000, 44100, {131072, 135168, 135169, 200000, 269999}, 270001},
         Case{44100, 44099, {135167, 135168, 135169, 266241, 270000}, 270001},
@@ -155,7 +155,7 @@ TEST_F(ExtAudioFile, ChangesRatesWithoutLosingAnything)
     setQuality(back, kAudioConverterQuality_Max);
     const auto result = readFloats(back, 2, 50000);
     ASSERT_EQ(result.size(), samples.size());
-    // the signal begins and ends abruptly: what is steep there cannot come back
+    // the signal starts and ends abruptly: its steep edges cannot come back
     const std::size_t edge = 2 * 8000;
     EXPECT_LT(largestDifference(std::span(samples).subspan(edge, 88200 - 2 * edge),
                                 std::span(result).subspan(edge, 88200 - 2 * edge)),
@@ -186,7 +186,7 @@ TEST_F(ExtAudioFile, FoldsKnownSurroundDownToStereo)
     writeMusic(path, kAudioFileAIFCType, linear(11, 32, 6), frames);
     const ExtAudioFileRef file = openExtended(path);
     setClient(file, floats(2));
-    // without knowing better, channel i goes to i
+    // without a known layout, channel i goes to i
     EXPECT_EQ(readFloats(file, 2, 10), (std::vector<float>{0.5F, 0, 0, 0.5F, 0, 0, 0, 0, 0, 0, 0, 0}));
     EXPECT_EQ(ExtAudioFileSeek(file, 0), noErr);
     std::array<AudioChannelLayoutTag, 3> layout{kAudioChannelLayoutTag_MPEG_5_1_A, 0, 0};
@@ -269,7 +269,7 @@ TEST_F(ExtAudioFile, OverwritesInPlaceBehindASeek)
     EXPECT_EQ(AudioFileClose(opened.file), noErr);
 }
 
-/// Lengths and places are those of the original, to the frame.
+/// Lengths and positions are those of the original, to the frame.
 TEST_F(ExtAudioFile, CompressedFilesHaveTheOriginalsFrames)
 {
     struct Case {
@@ -322,7 +322,7 @@ TEST_F(ExtAudioFile, CompressedFilesHaveTheOriginalsFrames)
     }
 }
 
-// What a failed step left undone is done by the next; only a writing file has lost frames, which its close says.
+// The next step does what a failed one left undone; only a writing file has lost frames, which its close reports.
 TEST_F(ExtAudioFile, MemoryThatRunsOutIsAStatus)
 {
     const auto samples = music(3000, 2);
@@ -376,7 +376,7 @@ TEST_F(ExtAudioFile, MemoryThatRunsOutIsAStatus)
     CFRelease(name);
 }
 
-// Some seconds into a change of the rate the filter's blocks are looked at.
+// The filter's blocks are examined some seconds into a change of the rate.
 TEST_F(ExtAudioFile, MemoryThatRunsOutInMidStreamLosesNoFrame)
 {
     writeMusic(path, kAudioFileAIFCType, linear(11, 32, 1), music(140000, 1));

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// What extended audio files owe to real-time threads: queued writes and reads ahead. Disks that stall, fill up and fail
-// are in memory.
+// What extended audio files promise real-time threads: queued writes and reads ahead. Disks that stall, fill up and
+// fail are in memory.
 #include "ExtAudioFileHelpers.h"
 #include "Foundation/RealTime.h"
 #include "Foundation/Threads/Worker.h"
@@ -58,7 +58,7 @@ TEST(ExtAudioFileThreads, RealTimeWritesNeitherWaitNorLoseAnything)
         tooLarge = queue(file, all);
         for (std::size_t at = 0; at < 2 * heldFrames && fits == noErr; at += 2 * 2100) // cycles of 2100 frames
             fits = queue(file, all.subspan(at, 2 * 2100));
-        full = queue(file, all.first(2 * 30000)); // a piece is on its way at most
+        full = queue(file, all.first(2 * 30000)); // at most one piece is being written
     }
     EXPECT_EQ(tooEarly, kExtAudioFileError_InvalidOperationOrder);
     EXPECT_EQ(tooLarge, kExtAudioFileError_AsyncWriteTooLarge);
@@ -71,7 +71,7 @@ TEST(ExtAudioFileThreads, RealTimeWritesNeitherWaitNorLoseAnything)
     EXPECT_EQ(contents(), std::vector<float>(samples.begin(), samples.begin() + 2 * heldFrames));
 }
 
-/// So that simulated time does not outrun the disk.
+/// Keeps simulated time from outrunning the disk.
 TEST(ExtAudioFileThreads, WorkersRestWhenWhatWasQueuedIsWritten)
 {
     MemoryDisk disk;
@@ -90,7 +90,7 @@ TEST(ExtAudioFileThreads, OtherThreadsWaitForRoomAndKeepTheOrder)
     const std::span all(samples);
     EXPECT_EQ(queue(file, all.first(2 * heldFrames + 17), 1), noErr); // more than the memory holds
     const auto list = listOf(all.subspan(2 * heldFrames + 17, 100), 1);
-    EXPECT_EQ(ExtAudioFileWrite(file, 100, &list), noErr); // behind what is queued
+    EXPECT_EQ(ExtAudioFileWrite(file, 100, &list), noErr); // after what is queued
     EXPECT_EQ(lengthOf(file), static_cast<SInt64>(2 * heldFrames + 117));
     EXPECT_EQ(queue(file, all.subspan(2 * heldFrames + 117), 1), noErr);
     EXPECT_EQ(ExtAudioFileDispose(file), noErr);
@@ -150,7 +150,7 @@ TEST(ExtAudioFileThreads, QueuesOfSeveralFilesDoNotMeet)
         thread.join();
 }
 
-/// Reads on a thread marked real-time until `frames` came; gives the samples.
+/// Reads on a thread marked real-time until `frames` came; returns the samples.
 std::vector<float> readInRealTime(ExtAudioFileRef file, std::size_t frames, UInt32 atOnce)
 {
     std::vector<float> samples(frames);
@@ -196,7 +196,7 @@ TEST(ExtAudioFileThreads, RealTimeReadsTakeWhatIsReadyAndCountTheRest)
     EXPECT_EQ(readInRealTime(file, samples.size() - 8000, 4000),
               std::vector<float>(samples.begin() + 8000, samples.end()));
     EXPECT_EQ(positionOf(file), 5 * 44100);
-    // the same from another place, and waiting for all of it elsewhere
+    // the same from another place; another thread waits for all of it
     EXPECT_EQ(ExtAudioFileSeek(file, 40000), noErr);
     EXPECT_EQ(readInRealTime(file, 8000, 333), std::vector<float>(samples.begin() + 40000, samples.begin() + 48000));
     EXPECT_EQ(readFloats(file, 1, 1'000'000, 150'000), std::vector<float>(samples.begin() + 48000, samples.end()));
@@ -206,7 +206,7 @@ TEST(ExtAudioFileThreads, RealTimeReadsTakeWhatIsReadyAndCountTheRest)
 TEST(ExtAudioFileThreads, SeeksElsewhereDoNotTearARealTimeRead)
 {
     MemoryDisk disk;
-    // each sample tells its frame
+    // each sample holds the number of its frame
     std::vector<float> samples(200'000);
     for (std::size_t i = 0; i < samples.size(); ++i)
         samples[i] = static_cast<float>(i) / 262144;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Of a build without codings only: what needs them is refused clearly, before a disk is touched.
+// Only for a build without codings: what needs them is refused clearly, before the disk is touched.
 #include "AudioToolbox/AudioConverter.h"
 #include "platform/AudioToolbox/AudioFileHelpers.h"
 #include "support/MemoryDisk.h"

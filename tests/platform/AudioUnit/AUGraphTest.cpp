@@ -85,7 +85,7 @@ TEST_F(AUGraphs, RefuseWhatDoesNotFit)
     EXPECT_EQ(kAudioHardwareBadDeviceError, AUGraphStart(graph));
     EXPECT_FALSE(isRunning());
 
-    // a node that comes later works after an update, one that goes takes its connections along
+    // a node added later works after an update; a removed one takes its connections along
     const AUNode third = add(converterUnit);
     Boolean isUpdated = false;
     EXPECT_EQ(noErr, AUGraphUpdate(graph, &isUpdated));

@@ -16,7 +16,7 @@ using testing::ElementsAre;
 namespace
 {
 
-/// A converter unit between canonical formats behind counting input.
+/// A converter unit between canonical formats, with counting input.
 class AudioUnits : public testing::Test
 {
 protected:
@@ -40,7 +40,7 @@ TEST_F(AudioUnits, FillBuffersAsFarAsTheyReach)
     ASSERT_EQ(noErr, AudioUnitInitialize(unit));
     EXPECT_EQ(noErr, render(unit, 4, stereo));
     EXPECT_THAT(samples, ElementsAre(0, 1, 2, 3, 1000, 1001, 1002, 1003));
-    // fewer buffers than channels, then more, then smaller ones, then none of the caller's
+    // fewer buffers than channels, then more, then smaller ones, then buffers without data
     EXPECT_EQ(noErr, render(unit, 4, mono));
     EXPECT_THAT(samples, ElementsAre(4, 5, 6, 7, 1000, 1001, 1002, 1003));
     EXPECT_EQ(noErr, render(unit, 2, four));
@@ -115,7 +115,7 @@ TEST_F(AudioUnits, PropertiesAreCheckedBeforeTheyAreTaken)
               set(unit, kAudioUnitProperty_StreamFormat, kAudioUnitScope_Output, format, 1));
     EXPECT_EQ(kAudioUnitErr_InvalidScope, set(unit, kAudioUnitProperty_StreamFormat, kAudioUnitScope_Global, format));
 
-    // while initialised a format that cannot be converted leaves the old one at work
+    // while initialised, a format that cannot be converted leaves the old one in use
     AudioUnitInitialize(unit);
     EXPECT_EQ(kAudioUnitErr_Initialized, setFrames(128));
     EXPECT_EQ(kAudioUnitErr_FormatNotSupported, set(unit, kAudioUnitProperty_SampleRate, kAudioUnitScope_Output, 15e6));
@@ -167,7 +167,7 @@ TEST_F(AudioUnits, ConnectionsHandTheFormatDownAndOutliveTheirSource)
     EXPECT_THAT(changed, ElementsAre(kAudioUnitProperty_StreamFormat));
     AudioUnitInitialize(downstream);
     BufferList list(samples, 2);
-    EXPECT_EQ(kAudioUnitErr_Uninitialized, render(downstream, 4, list)); // upstream is not
+    EXPECT_EQ(kAudioUnitErr_Uninitialized, render(downstream, 4, list)); // upstream is not initialised
     AudioUnitInitialize(unit);
     EXPECT_EQ(noErr, render(downstream, 4, list));
     EXPECT_EQ(1003, samples[7]);

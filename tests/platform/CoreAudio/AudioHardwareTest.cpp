@@ -120,7 +120,7 @@ TEST_F(HardwareTest, PropertiesAnswerFromTheDevicesRecord)
 
     CFStringRef uid = CFStringCreate("uid");
     AudioDeviceID found = 0;
-    translation = {&uid, 3, &found, sizeof found}; // the input size is not looked at
+    translation = {&uid, 3, &found, sizeof found}; // the input size is ignored
     size = sizeof translation;
     EXPECT_EQ(AudioHardwareGetProperty(kAudioHardwarePropertyDeviceForUID, &size, &translation), noErr);
     EXPECT_EQ(found, device);
@@ -259,7 +259,7 @@ TEST_F(HardwareTest, ListenersHearOnlyWhatTheyAskedFor)
     listen(1, 1, kAudioDevicePropertyVolumeScalar);
     listen(kAudioPropertyWildcardChannel, 0, kAudioDevicePropertyVolumeDecibels);
     EXPECT_EQ(AudioDeviceAddPropertyListener(device, 1, 1, kAudioDevicePropertyVolumeScalar, Heard::device, &heard),
-              kAudioHardwareIllegalOperationError); // it is there already
+              kAudioHardwareIllegalOperationError); // it is registered already
     for (const UInt32 channel : {1U, 2U})
         for (const bool isInput : {true, false})
             set(device, channel, isInput, kAudioDevicePropertyVolumeScalar, Float32{0.25});
@@ -279,7 +279,7 @@ TEST_F(HardwareTest, ANewListenerHearsOfAListThatChangedUnread)
     EXPECT_EQ(noErr, AudioHardwareRemovePropertyListener(kAudioHardwarePropertyDevices, Heard::hardware, &heard));
     add("a", 2, 0);
     hardware.settle();
-    UInt32 size = 0; // asked before the device came
+    UInt32 size = 0; // read before the device came
     std::byte none{};
     EXPECT_EQ(AudioHardwareGetProperty(kAudioHardwarePropertyDevices, &size, &none), noErr);
     EXPECT_EQ(AudioHardwareAddPropertyListener(kAudioPropertyWildcardPropertyID, Heard::hardware, &heard), noErr);
@@ -307,7 +307,7 @@ TEST_F(HardwareTest, AListenerMayRemoveItselfAndAnotherOne)
     pair.other.listenToDevice(pair.device);
     for (const UInt32 flag : {1U, 0U})
         set(pair.device, 0, false, kAudioDevicePropertyMute, flag);
-    EXPECT_THAT(pair.other.take(), IsEmpty()); // though the same change was on its way to it
+    EXPECT_THAT(pair.other.take(), IsEmpty()); // although the same change was queued for it
     EXPECT_EQ(pair.calls, 1);
 }
 

@@ -30,8 +30,8 @@ std::vector<std::string> sourceNames(AudioDeviceID device, bool isInput)
 
 } // namespace
 
-/// A card of two outputs, of which one is a jack, and two inputs, and its two nodes. Without a session manager, which
-/// would choose routes by itself in between.
+/// A card with two outputs, one of them a jack, and two inputs, and its two nodes. Without a session manager, which
+/// would choose routes by itself meanwhile.
 class PipeWireCardsTest : public PipeWireTest
 {
 protected:
@@ -80,7 +80,7 @@ TEST_F(PipeWireCardsTest, CardsGiveTheirDevicesMakerAndTransportAndRoutesAsDataS
     EXPECT_TRUE(waitFor(output, kAudioDevicePropertyDataSource, [&] { return source() == headphones - 2; }));
     auto routes = hardware.routes();
     EXPECT_TRUE(route(routes, 3).isChosen && !route(routes, 5).isChosen && route(routes, 2).isChosen);
-    hardware.changeRoutes([this](auto& all) { // by a knob of the box
+    hardware.changeRoutes([this](auto& all) { // as by a knob of the device
         route(all, 3).isChosen = false;
         route(all, 5).isChosen = true;
     });
@@ -107,7 +107,7 @@ TEST_F(PipeWireCardsTest, LevelsOfCardsAreTheirRoutes)
         return headphones.volumes == std::vector<float>{0.5F, 0.25F} && headphones.isMuted && volume(2) == 0.25F &&
                get<UInt32>(output, 0, false, kAudioDevicePropertyMute) == 1;
     }));
-    expectSeen("pw-cli enum-params card-out Props", "Float 1.000000 Float 1.000000"); // the card does it all
+    expectSeen("pw-cli enum-params card-out Props", "Float 1.000000 Float 1.000000"); // the card applies the volume
     hardware.changeRoutes([this](auto& all) {
         route(all, 5).volumes = {0.75F, 0.125F};
         route(all, 5).isMuted = false;

@@ -63,7 +63,7 @@ TEST_P(PipeWireDevicesTest, DefaultsAreReadSetAndFollowed)
     constexpr auto output = kAudioHardwarePropertyDefaultOutputDevice;
     server().plugIn("second");
     EXPECT_TRUE(waitUntil([] { return find("second") != 0; }));
-    EXPECT_EQ(defaultDevice(output), find("test-sink")); // nobody chose: the oldest
+    EXPECT_EQ(defaultDevice(output), find("test-sink")); // none was chosen: the oldest
     EXPECT_EQ(defaultDevice(kAudioHardwarePropertyDefaultInputDevice), find("test-source"));
 
     server().run(GetParam() ? "wpctl set-default " + server().numberOf("second")
@@ -86,7 +86,7 @@ TEST_P(PipeWireDevicesTest, DefaultsAreReadSetAndFollowed)
                   kAudioHardwareIllegalOperationError);
     }
     EXPECT_EQ(server().run("pw-metadata 0").find("configured.audio.source"), std::string::npos);
-    server().unplug("second"); // the default falls back, and the choice counts again when it returns
+    server().unplug("second"); // the default changes back, and the choice counts again when the device returns
     EXPECT_TRUE(waitUntil([] { return defaultDevice(output) == find("test-sink") && !find("second"); }));
     server().plugIn("second");
     EXPECT_TRUE(waitUntil([] { return find("second") && defaultDevice(output) == find("second"); }));
@@ -107,12 +107,12 @@ TEST_P(PipeWireDevicesTest, LevelsAreSetSeenOutsideAndFollowed)
     };
     EXPECT_TRUE(have(1, 1, 0)());
     EXPECT_EQ(set(sink, 1, false, kAudioDevicePropertyVolumeScalar, 0.125F), noErr);
-    EXPECT_EQ(set(sink, 2, false, kAudioDevicePropertyVolumeScalar, 0.25F), noErr); // builds on the one before
+    EXPECT_EQ(set(sink, 2, false, kAudioDevicePropertyVolumeScalar, 0.25F), noErr); // starts from the request before
     EXPECT_EQ(set(sink, 0, false, kAudioDevicePropertyMute, UInt32{1}), noErr);
     EXPECT_TRUE(waitFor(sink, kAudioDevicePropertyMute, have(0.125F, 0.25F, 1)));
     EXPECT_NEAR(get<Float32>(sink, 2, false, kAudioDevicePropertyVolumeDecibels), -12.04, 0.01);
     expectSeen("pw-cli enum-params test-sink Props", "Float 0.125000 Float 0.250000");
-    if (GetParam()) // it shows cube roots
+    if (GetParam()) // the session manager shows cube roots
         expectSeen("wpctl get-volume " + server().numberOf("test-sink"), "Volume: 0.50 [MUTED]");
 
     server().run("pw-cli set-param test-sink Props '{ mute: false, channelVolumes: [ 0.75, 0.5 ] }'");
@@ -129,7 +129,7 @@ TEST_P(PipeWireDevicesTest, LevelsAreSetSeenOutsideAndFollowed)
 
 TEST_P(PipeWireDevicesTest, AnIdleDeviceTakesTheRateAndTheCycleThatOthersForce)
 {
-    server().plugIn("idle"); // nobody chose a cycle for it
+    server().plugIn("idle"); // no cycle size was chosen for it
     ASSERT_TRUE(waitUntil([] { return find("idle") != 0; }));
     const AudioDeviceID sink = find("idle");
     listenTo(sink);
@@ -146,11 +146,11 @@ TEST_P(PipeWireDevicesTest, AnIdleDeviceTakesTheRateAndTheCycleThatOthersForce)
     force("quantum", 512);
     EXPECT_TRUE(waitFor(sink, kAudioDevicePropertyBufferFrameSize, has(44100, 512)));
     EXPECT_EQ(set(sink, 0, false, kAudioDevicePropertyNominalSampleRate, Float64{48000}),
-              kAudioDeviceUnsupportedFormatError); // not to be had
+              kAudioDeviceUnsupportedFormatError); // not available
     EXPECT_EQ(cyclesOf(sink, 5).back(), 512U);
     EXPECT_TRUE(waitUntil(has(44100, 512)));
     force("rate", 0);
-    EXPECT_TRUE(waitFor(sink, kAudioDevicePropertyNominalSampleRate, has(96000, 512))); // the wish counts again
+    EXPECT_TRUE(waitFor(sink, kAudioDevicePropertyNominalSampleRate, has(96000, 512))); // the request counts again
     force("quantum", 0);
     EXPECT_EQ(set(sink, 0, false, kAudioDevicePropertyNominalSampleRate, Float64{48000}), noErr);
     EXPECT_TRUE(waitFor(sink, kAudioDevicePropertyNominalSampleRate, has(48000, 1024)));
@@ -167,7 +167,7 @@ TEST_P(PipeWireDevicesTest, DevicesGoWithTheServerAndComeBackUnderTheirUIDs)
     server().start(GetParam());
     EXPECT_TRUE(waitUntil([] { return find("test-sink") && find("test-source") && find("test-sink.monitor"); }));
     EXPECT_NE(find("test-sink"), sink);
-    EXPECT_EQ(get<UInt32>(find("test-sink"), 0, false, kAudioDevicePropertyBufferFrameSize), 256U); // the wish is kept
+    EXPECT_EQ(get<UInt32>(find("test-sink"), 0, false, kAudioDevicePropertyBufferFrameSize), 256U); // still requested
     EXPECT_EQ(set(find("test-sink"), 0, false, kAudioDevicePropertyBufferFrameSize, UInt32{1024}), noErr);
 }
 

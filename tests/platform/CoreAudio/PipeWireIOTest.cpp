@@ -10,7 +10,7 @@
 namespace
 {
 
-// Whether times were those of one unbroken piece.
+// Whether the times were continuous.
 struct Times {
     Float64 next = -1;
     std::atomic<int> breaks{0};
@@ -44,8 +44,8 @@ constexpr std::size_t sampleCount = 2 * 48000;
 class PipeWireIOTest : public ManagedOrNot
 {
 protected:
-    /// Plays a count on one device and captures another, or the same; whether most of it came in order. A busy machine
-    /// may lose a cycle, and tells so.
+    /// Plays a count on one device and captures another, or the same one; returns whether most of it arrived in order.
+    /// A busy machine may lose a cycle, and reports it.
     bool isPlayedAndCaptured(AudioDeviceID output, AudioDeviceID input)
     {
         Capture capture(sampleCount);
@@ -215,10 +215,10 @@ TEST_P(PipeWireIOTest, AProcedureThatOverrunsItsCycleIsTold)
     }
 }
 
-// Rather no sound than sound of the wrong pitch.
+// No sound is better than sound of the wrong pitch.
 TEST_P(PipeWireIOTest, ADeviceThatOthersRunAtAnotherRateDoesNotStart)
 {
-    server().plugIn("shared"); // nobody chose a rate for it
+    server().plugIn("shared"); // no rate was chosen for it
     ASSERT_TRUE(waitUntil([] { return find("shared") != 0; }));
     const AudioDeviceID sink = find("shared");
     listenTo(sink);
@@ -241,7 +241,7 @@ TEST_P(PipeWireIOTest, ADeviceThatOthersRunAtAnotherRateDoesNotStart)
 
 TEST_P(PipeWireIOTest, DuplexDevicesCaptureAndPlayInOneCycleAndGoOnWhenTheyGetOtherPorts)
 {
-    qmx::test::FakeHardware box; // its outputs lead to its inputs
+    qmx::test::FakeHardware box; // its outputs are looped to its inputs
     box.addNode("media.class=Audio/Duplex node.name=box node.description=Box", 2, 2);
     ASSERT_TRUE(waitUntil([] { return find("box") != 0; }));
     EXPECT_FALSE(find("box.monitor"));

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-// What keeps the sound server's library from working, when devices are used first. Each case has a process of its own.
+// Obstacles that keep the sound server's library from working when devices are first used. Each case runs in its own
+// process.
 #include "platform/CoreAudio/PipeWireTest.h"
 #include "support/CapturedLog.h"
 #include "support/NoThreads.h"
@@ -16,12 +17,12 @@ namespace
 {
 
 #ifdef __SANITIZE_ADDRESS__
-constexpr rlim_t fewest = 5; // what is built in beside it looks at memory through a pipe
+constexpr rlim_t fewest = 5; // a sanitizer that is built in reads memory through a pipe
 #else
 constexpr rlim_t fewest = 0;
 #endif
 
-/// So few more descriptors than are open.
+/// Limits the descriptors to a few more than are open.
 struct NoDescriptors {
     static constexpr std::size_t lines = 1;
     explicit NoDescriptors(rlim_t more)
@@ -36,7 +37,7 @@ struct NoDescriptors {
     rlimit limit{};
 };
 
-/// A folder of the library's parts that is not where it is looked for.
+/// Makes the library look for its plugins in a folder that does not exist.
 struct MissingParts {
     static constexpr std::size_t lines = 1;
     MissingParts(const char* variable, const char* name)
@@ -53,16 +54,16 @@ struct MissingParts {
 };
 
 struct NoThreads {
-    static constexpr std::size_t lines = 2; // one of them about who follows the devices
+    static constexpr std::size_t lines = 2; // one of them about the thread that follows the devices
     void mend() { none.reset(); }
     std::optional<qmx::test::NoThreads> none{std::in_place};
 };
 
-/// Ends the process: with 0 when there are no devices before the obstacle is out of the way, those of the server
-/// afterwards, and its lines are logged.
+/// Ends the process: with 0 if there are no devices while the obstacle exists and the server's devices afterwards, and
+/// the obstacle's lines are logged.
 template <class Obstacle, class... Arguments> void startBehind(Arguments... arguments)
 {
-    alarm(60); // one that waits for ever fails
+    alarm(60); // fails if it waits for ever
     const bool isRight = [&] {
         qmx::test::SoundServer server;
         server.start();
@@ -84,7 +85,7 @@ template <class Obstacle, class... Arguments> void startBehind(Arguments... argu
         };
         EXPECT_EQ(noErr, AudioHardwareAddPropertyListener(kAudioHardwarePropertyDevices, heard, nullptr));
         obstacle.mend();
-        countDevices(); // the need at which threads are tried again
+        countDevices(); // threads are tried again when they are needed
         changes.wait(0);
         return countDevices() > 0 && log.lines().size() == Obstacle::lines && log.lines()[0].starts_with("PipeWire: ");
     }();

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// What the tests of the sound server's devices have in common: a server, with or without a session manager, waiting for
-// what listeners are told, and procedures.
+// Shared by the tests of the sound server's devices: a server, with or without a session manager, waiting for
+// listeners' reports, and procedures.
 #pragma once
 
 #include "CoreAudio/AudioHardware.h"
@@ -31,17 +31,17 @@ inline std::span<Float32> samplesOf(const AudioBufferList& list)
     return {static_cast<Float32*>(list.mBuffers[0].mData), list.mBuffers[0].mDataByteSize / sizeof(Float32)};
 }
 
-/// The n-th sample of a count, from 1 on; exact, and none twice within a test.
+/// The n-th sample of a count, from 1 on; exact, and no value repeats within a test.
 inline Float32 counted(UInt64 n)
 {
     return static_cast<Float32>(n) / 16777216.0F;
 }
 
-/// What became of a count on its way. After a break it is found again by its numbers.
+/// The state in which a count arrived. After a break it is found again by its numbers.
 struct ArrivedCount {
-    std::size_t inOrder = 0; ///< samples that are the next one of the count
+    std::size_t inOrder = 0; ///< samples that continue the count
     std::size_t longestRun = 0;
-    std::size_t breaks = 0;  ///< places where the next one does not follow: skipped, repeated, silent
+    std::size_t breaks = 0;  ///< places where the count does not continue: skipped, repeated, silent
     std::size_t changed = 0; ///< samples that are neither silence nor one of the count
 
     explicit ArrivedCount(std::span<const Float32> samples)
@@ -49,7 +49,7 @@ struct ArrivedCount {
         UInt64 next = 1;
         std::size_t run = 0;
         for (const Float32 sample : samples) {
-            if (inOrder + breaks == 0 && sample == 0) // before the first
+            if (inOrder + breaks == 0 && sample == 0) // before the first sample
                 continue;
             if (sample == counted(next)) {
                 ++inOrder, ++next;
@@ -77,7 +77,7 @@ public:
     {
         EXPECT_EQ(AudioDeviceAddIOProc(device_, run, this), noErr);
     }
-    ~Procedure() { (void)AudioDeviceRemoveIOProc(device_, run, this); } // which may be done already
+    ~Procedure() { (void)AudioDeviceRemoveIOProc(device_, run, this); } // may be removed already
     OSStatus start() { return AudioDeviceStart(device_, run, this); }
     OSStatus stop() { return AudioDeviceStop(device_, run, this); }
 
@@ -125,7 +125,7 @@ protected:
         return shared;
     }
 
-    /// Asks again whenever a listener or a procedure had something to tell.
+    /// Checks again after each report of a listener or a procedure.
     bool waitUntil(const std::function<bool()>& isMet)
     {
         const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
@@ -142,7 +142,7 @@ protected:
                 return isMet();
         }
     }
-    /// The same, and listeners must have been told of the device's property since the last call.
+    /// The same, and listeners must have been called for the device's property since the last call.
     bool waitFor(AudioDeviceID device, AudioDevicePropertyID property, const std::function<bool()>& isMet)
     {
         return waitUntil([&] { return isMet() && wasTold(device, property); });
@@ -160,7 +160,7 @@ protected:
         heard_.notify_all();
     }
 
-    /// 0 when there is no such device.
+    /// The device with a UID; 0 if there is none.
     static AudioDeviceID find(const std::string& uid)
     {
         for (const AudioDeviceID id : devices())
@@ -219,7 +219,7 @@ protected:
         const std::string seen = server().run(command);
         EXPECT_NE(seen.find(text), std::string::npos) << seen;
     }
-    /// Runs the device for some cycles; their frames.
+    /// Runs the device for `count` cycles; returns their frames.
     std::vector<UInt32> cyclesOf(AudioDeviceID device, std::size_t count)
     {
         std::vector<UInt32> frames(count);

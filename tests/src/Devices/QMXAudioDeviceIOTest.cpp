@@ -50,7 +50,7 @@ public:
         ++calls;
         if (action_)
             action_();
-        return -1; // the device does not look at it
+        return -1; // the device ignores the result
     }
 
     std::atomic<int> calls{0}, wrongCalls{0}, gaps{0};
@@ -84,7 +84,7 @@ TEST_F(DeviceIO, RunsWhileAtLeastOneWantsIt)
     input->start();
     EXPECT_TRUE(hardware.advanceCycles(input->deviceID()));
     EXPECT_EQ(subscriber->calls, 3) << "of a direction that the device lacks";
-    EXPECT_TRUE(device->start()); // the stop too many was not counted
+    EXPECT_TRUE(device->start()); // the surplus stop was not counted
     EXPECT_TRUE(device->isRunning());
 
     const auto other = QMXAudioDevice::deviceWithDeviceID(id);
@@ -311,7 +311,7 @@ TEST_F(DeviceIO, ALateChangeDoesNotReachADeviceThatIsGone)
             EXPECT_EQ(noErr, hardware.announce(id, {kAudioDevicePropertyTransportType, 0, true}));
         device.reset();
     }
-    // those that were heard in time keep their sender until they are delivered; the registered device hears all
+    // notifications taken in time keep their sender until delivery; the registered device gets all of them
     EXPECT_GE(news().size(), 1000U);
 }
 

@@ -64,7 +64,7 @@ TEST_F(DeviceRegistry, FollowsDevicesThatComeAndGo)
     expectLists({"microphone", "speaker", "neither"}, {"microphone"}, {"speaker"});
 }
 
-/// Does something on the notification thread each time a property changes, after the class has heard of it.
+/// Does something on the notification thread each time a property changes, after the class was notified.
 class OnHardwareChange
 {
 public:
@@ -109,7 +109,7 @@ TEST_F(DeviceRegistry, KeepsWhatVanishedWhileAnotherCameUntilTheNumberFalls)
     const OnHardwareChange listener(kAudioHardwarePropertySleepingIsAllowed, [&] {
         EXPECT_EQ(noErr, hardware.removeDevice(old));
         add("new", 0, 0);
-        QMXAudioDevice::initializeListOfDevices(); // before the class has heard of either
+        QMXAudioDevice::initializeListOfDevices(); // before the class was notified of either
         expectLists({"(gone)", "new"}, {}, {});
         EXPECT_FALSE(registered(old)->isAlive());
     });

@@ -22,7 +22,7 @@ protected:
         EXPECT_EQ(noErr, hardware.setInputSamples(id, std::move(samples), channels, true));
         return QMXAudioDevice::deviceWithDeviceID(id);
     }
-    /// Runs cycles one by one and gives the level of the first channel that each published, -1 where none was.
+    /// Runs cycles one by one and returns the published level of the first channel for each, -1 if none was published.
     std::vector<Float32> cycles(const QMXAudioDevice& of, UInt32 count)
     {
         std::vector<Float32> published;

@@ -47,7 +47,7 @@ TEST_F(QMXAudioFileConverterTest, ConvertsWholeFilesInPassesOf1024Frames)
     EXPECT_EQ(copied.mSampleRate, 48000);
     EXPECT_EQ(copied.mChannelsPerFrame, 1U);
 
-    // the same format is the same samples, at another rate it has another length
+    // the same format keeps the samples, another rate changes the length
     const std::string third = "/d/c.wav", fourth = "/d/d.aifc";
     const auto wave = std::make_shared<QMXAudioStreamBasicDescription>(linear(12, 24, 1, 48000));
     EXPECT_EQ(converter->convertFileToPath_toFileType_toFormat_subscriber(third, kAudioFileWAVEType, wave, nullptr),
@@ -65,7 +65,7 @@ TEST_F(QMXAudioFileConverterTest, ConvertsWholeFilesInPassesOf1024Frames)
     EXPECT_EQ(lengthOf(resampled), 2297);
     EXPECT_EQ(ExtAudioFileDispose(resampled), noErr);
 
-    // a disk that fills up is the status; a source that is not there too, and nothing is created
+    // a full disk is the status; so is a missing source, and nothing is created
     disk.remove(other);
     disk.setCapacity(26'000);
     EXPECT_EQ(converter->convertFileToPath_toFileType_toFormat_subscriber(other, kAudioFileWAVEType, wave, nullptr),
@@ -146,7 +146,7 @@ TEST_F(QMXAudioFileConverterTest, ALosslessTargetWithoutAWishKeepsTheBitsOfItsSo
         disk.rename(other, between);
         keepsAll(kAudioFileM4AType, kAudioFormatAppleLossless, between);
     }
-    // a wish is kept
+    // a requested bit depth is kept
     EXPECT_EQ(convert(kAudioFileFLACType, coded(kAudioFormatFLAC, 2, 44100, sixteen), path), noErr);
     EXPECT_EQ(propertyAt<AudioStreamBasicDescription>(other, kAudioFilePropertyDataFormat).mFormatFlags, sixteen);
 }
@@ -164,10 +164,10 @@ TEST_F(QMXAudioFileConverterTest, TheFirstFailureOfTheSetUpIsTheResult)
     EXPECT_EQ(convertTo(other), permErr);
     EXPECT_EQ(convert(kAudioFileAIFFType, coded(kAudioFormatFLAC, 2), path), kAudioFileUnsupportedDataFormatError);
     EXPECT_TRUE(disk.contents(other).empty());
-    // rates that no conversion joins: nothing is written in their place
+    // no conversion between these rates: nothing is written instead
     EXPECT_EQ(convert(kAudioFileAIFFType, linear(14, 16, 2, 5), path), kAudioConverterErr_FormatNotSupported);
     EXPECT_TRUE(audioAt(other).empty());
-    // the next conversion is its own
+    // the next conversion starts without the failure
     disk.remove(other);
     EXPECT_EQ(convertTo(other), noErr);
 }

@@ -93,13 +93,13 @@ TEST_F(QMXAudioFileProcessorTest, ChangesTheRangeAlone)
     EXPECT_THAT(progress->values, Each(FloatEq(1 - 512.0F / 1200)));
     auto expected = samples;
     for (std::size_t i = 300; i < 3900; ++i)
-        if (i % 3 != 2) // the third channel is not the processor's
+        if (i % 3 != 2) // the processor does not see the third channel
             expected[i] *= 0.5F;
     ExtAudioFileRef file = openExtended(path);
     setClient(file, floats(3));
     EXPECT_EQ(readFloats(file, 3, 3000), expected);
     EXPECT_EQ(ExtAudioFileDispose(file), noErr);
-    // in a copy of its own it has all channels, and the range is all there is
+    // a copy has all channels, and only the range
     EXPECT_EQ(processor(gain)->copyFramesToPath_startFrame_endFrame(other, 1500, 9000), noErr);
     file = openExtended(other);
     setClient(file, floats(3));
@@ -121,7 +121,7 @@ TEST_F(QMXAudioFileProcessorTest, EndsAndFailuresAsTheyAreDescribed)
     EXPECT_TRUE(audioAt(other).empty());
     EXPECT_TRUE(gain->passes.empty());
     EXPECT_TRUE(failures.lines().empty());
-    // a path that exists is not replaced
+    // an existing file is not replaced
     EXPECT_EQ(processor(gain)->copyFramesToPath_startFrame_endFrame(path, 0, 1000), kAudio_ParamError);
     EXPECT_EQ(disk.contents(path), before);
     EXPECT_THAT(
@@ -154,7 +154,7 @@ TEST_F(QMXAudioFileProcessorTest, EndsAndFailuresAsTheyAreDescribed)
     disk.setCapacity(disk.contents(path).size() + 1000);
     EXPECT_EQ(failing->copyFramesToPath_startFrame_endFrame(other, 0, 1000), noErr);
     expectFailure(*failing, dskFulErr, other + " could not be written: the disk is full");
-    // nor does the result tell of a file that is not there, or cannot be processed
+    // nor does the result show a missing file, or one that cannot be processed
     disk.clearFaults();
     disk.remove(path);
     failing = processor(gain);
@@ -219,7 +219,7 @@ TEST(QMXAudioFileProcessor, WhatIsThrownEndsTheRunAndLeavesNoFileOpen)
         run([&](auto& processor) { return processor.copyFramesToPath_startFrame_endFrame(other, 0, 2000); });
         EXPECT_EQ(openDescriptors(), before);
         const auto copy = openFile(other);
-        EXPECT_EQ(bytesIn(copy.file), 2 * 512 * 4U); // as far as it came
+        EXPECT_EQ(bytesIn(copy.file), 2 * 512 * 4U); // what was written before
         EXPECT_EQ(AudioFileClose(copy.file), noErr);
         std::filesystem::remove(other);
     }

@@ -434,7 +434,7 @@ TEST(AudioFileCache, AForkedChildLetsGoOfAFileThatItsParentWritesOn)
     EXPECT_TRUE(readAll(path, false, span) == all);
 }
 
-// What the platform's file has taken in must be there; what is still in the cache may be lost.
+// What the platform's file has accepted must be there; what is still in the cache may be lost.
 TEST(AudioFileCache, AKilledRecordingHoldsAllThatWasWrittenAndAChunkThatCameMeanwhile)
 {
     const qmx::test::TemporaryFolder folder;

@@ -92,7 +92,7 @@ TEST_F(QMXExtAudioFileTest, FailingCallsPrintOneLineEachAndCreatingNeverReplaces
     const auto client = floats(2);
     const auto file = QMXExtAudioFile::initForWriting_fileType_clientFormat_fileFormat(path, kAudioFileAIFFType,
                                                                                        &client, &bigSixteen);
-    EXPECT_EQ(file->open(), kAudio_ParamError); // what priming says of no file
+    EXPECT_EQ(file->open(), kAudio_ParamError); // the result of priming without a file
     expectFailure(*file, dupFNErr, path + " could not be made: it exists already");
     EXPECT_EQ(failures.lines().size(), 5U);
     EXPECT_EQ(disk.contents(path), (std::vector<std::uint8_t>{1, 2, 3}));
@@ -102,7 +102,7 @@ TEST_F(QMXExtAudioFileTest, FailingCallsPrintOneLineEachAndCreatingNeverReplaces
         EXPECT_EQ(file->write_numberFrames(nullptr, 0), kAudio_ParamError);
     }
     EXPECT_EQ(failures.lines().size(), 5U);
-    EXPECT_EQ(file->lastStatus(), dupFNErr); // there the result alone tells
+    EXPECT_EQ(file->lastStatus(), dupFNErr); // there only the result reports it
     EXPECT_EQ(file->close(), noErr);
     EXPECT_EQ(failures.lines().size(), 6U);
     expectFailure(*file, noErr, "");
@@ -113,7 +113,7 @@ TEST_F(QMXExtAudioFileTest, TellsTheClientFormatThatHolds)
     writeMusic(path, kAudioFileAIFFType, bigSixteen, music(100, 2));
     auto file = QMXExtAudioFile::initForReading_clientFormat(path, nullptr);
     ASSERT_EQ(file->open(), noErr);
-    EXPECT_EQ(file->clientBitsPerChannel(), 16U); // the file's own
+    EXPECT_EQ(file->clientBitsPerChannel(), 16U); // that of the file
     EXPECT_EQ(file->clientLengthInFrames(), 100);
     const auto wave = companded(kAudioFormatULaw, 2);
     writeMusic(other, kAudioFileWAVEType, wave, music(100, 2));
@@ -164,7 +164,7 @@ TEST_F(QMXExtAudioFileTest, CopiesEveryNthFrameAsBigEndianFloats)
             std::reverse_copy(&floatsOut[8 * i + 4 * channel], &floatsOut[8 * i + 4 * channel + 4], bytes.begin());
             ASSERT_NEAR(std::bit_cast<float>(bytes), samples[2 * (5 + 10 * i) + channel], 1e-4) << i;
         }
-    EXPECT_EQ(floatsOut[99 * 8], 0x55); // nothing behind the count
+    EXPECT_EQ(floatsOut[99 * 8], 0x55); // nothing is written past the count
     EXPECT_EQ(Copier::lastStatus(), noErr);
     // a copy that a read error cuts short has silence from there on
     disk.failReads(EIO, 54 + 4 * 100);

@@ -28,7 +28,7 @@ std::size_t frameBytes(const AudioStreamBasicDescription& format)
     return std::size_t{format.mChannelsPerFrame} * format.mBitsPerChannel / 8;
 }
 
-/// Gives source data front to back, then nothing more.
+/// Supplies source data front to back, then nothing more.
 class Source : public QMXAudioConverterDelegate
 {
 public:
@@ -116,7 +116,7 @@ std::vector<AudioStreamBasicDescription> allLayouts()
     return formats;
 }
 
-/// Sines that come gently and end loud, 24-bit exact in every layout, and silence after them.
+/// Sines that start softly and end loud, 24-bit exact in every layout, and silence after them.
 Bytes sound(const AudioStreamBasicDescription& format, std::size_t frames, std::size_t silentFrames = 0)
 {
     const auto plain = linearFormat(32, 1, floating, format.mSampleRate);
@@ -133,7 +133,7 @@ Bytes sound(const AudioStreamBasicDescription& format, std::size_t frames, std::
     return viaBuffers(plain, format, bytes);
 }
 
-/// The largest difference of two runs of floats, over as many as both have, in dB of full scale.
+/// The maximum difference of two runs of floats, over their common length, in dB of full scale.
 Float64 difference(const Bytes& one, const Bytes& other)
 {
     Float64 most = 0;

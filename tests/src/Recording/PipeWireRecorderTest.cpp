@@ -15,7 +15,7 @@
 namespace
 {
 
-/// Plays a count of samples on an output.
+/// Plays counting samples on an output.
 class Player : public QMXCoreAudioIOSubscriber
 {
 public:
@@ -43,7 +43,7 @@ private:
 class PipeWireRecorderTest : public PipeWireTest
 {
 protected:
-    /// What is played on the test sink is recorded until so many frames have come.
+    /// Records what is played on the test sink until `frames` frames have come.
     void beginTake(UInt32 frames)
     {
         path_ = folder_.path("take" + std::to_string(++takes_) + ".aif");
@@ -59,7 +59,8 @@ protected:
         ASSERT_TRUE(sink_->start());
         ASSERT_TRUE(waitUntil([&] { return recorder->lengthInFrames() >= frames; }));
     }
-    /// Ends it; how many samples of the count are in the file in order. A busy machine loses cycles, and tells so.
+    /// Stops recording; returns how many of the counting samples are in the file in order. A busy machine loses cycles,
+    /// and reports them.
     std::size_t endTake()
     {
         EXPECT_TRUE(recorder->stop());
@@ -82,7 +83,7 @@ protected:
             stopListeningTo(device);
         return arrived.inOrder;
     }
-    /// The samples in order of a take during whose recording `happens` happened.
+    /// The number of samples in order in a take during which `happens` was called.
     std::size_t take(UInt32 frames, const std::function<void()>& happens)
     {
         std::size_t right = 0;

@@ -59,7 +59,7 @@ protected:
     /// Frames in one raw buffer.
     UInt32 bufferFrames() const { return 393216 / (4 * channels); }
 
-    /// A file object, for the recorder or to be there before it.
+    /// A file object, to give to the recorder or to create a file before it.
     static std::shared_ptr<QMXAudioFile> fileOf(const AudioStreamBasicDescription& format, AudioFileTypeID type)
     {
         auto file = QMXAudioFile::initWithPath_accessMode(path, QMXAudioFileAccessMode::readWrite);
@@ -86,7 +86,7 @@ protected:
         EXPECT_TRUE(recorder->stop());
     }
 
-    /// Hands the recorder so many counted frames as one cycle of the device, at a sample time where one is given.
+    /// Passes the recorder `frames` counted frames as one cycle of the device, at a sample time if one is given.
     void feed(UInt32 frames, std::optional<Float64> sampleTime = {})
     {
         AudioTimeStamp time;
@@ -102,7 +102,7 @@ protected:
         recorder->audioIOHandler_inNow_inInputData_inInputTime_outOutputData_inOutputTime_inClientData(
             device, nullptr, &list, &time, nullptr, nullptr, device);
     }
-    /// Expects these ranges of the count's frames in the file, one behind the other, and nothing else.
+    /// Expects these ranges of the count's frames in the file, one after the other, and nothing else.
     void expectInFile(const std::vector<std::pair<UInt64, UInt64>>& ranges) const
     {
         const auto samples = qmx::test::recordedSamples(path);
@@ -418,7 +418,7 @@ TEST_F(Recorder, RefusesAFileThatCannotTakeItsBytes)
 {
     make(2);
     AudioStreamBasicDescription slow = bigEndian(2, 16);
-    slow.mSampleRate = 5; // Hz: no conversion joins it with the device's
+    slow.mSampleRate = 5; // Hz: too far from the device's rate to be converted
     const auto file = fileOf(slow, kAudioFileAIFFType);
     recorder = QMXAudioRecorder::initWithAudioDevice_audioFile(recorder->inputDevice(), file);
     EXPECT_TRUE(file->setFileStreamFormat(QMXAudioStreamBasicDescription(slow)));

@@ -164,7 +164,7 @@ TEST_F(AutoDefiner, CountedModeGivesThatManyTracks)
 {
     record(twoSongs);
     EXPECT_THAT(boundsOf(counted(1)), ElementsAre(Bounds{0, twoSongsLength}));
-    // of the places chosen the last in the file is given up
+    // the chosen place that is last in the file is dropped
     const auto three = boundsOf(counted(3));
     ASSERT_EQ(three.size(), 3U);
     EXPECT_GE(three[1].first, 20 * SInt64{framesPerBlock});

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What of a record stands in its archive, and how records are read from archives without all keys or without any.
+// How a record is archived, and how records are read from archives that lack some keys or all of them.
 #include "Foundation/Archives/KeyedArchiver.h"
 #include "Foundation/Archives/KeyedUnarchiver.h"
 #include "Foundation/Archives/PropertyList.h"

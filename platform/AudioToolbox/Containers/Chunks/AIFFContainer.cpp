@@ -28,7 +28,7 @@ constexpr std::size_t extendedCommonBytes = 22; // of AIFF-C, without the name
 constexpr std::size_t framesFieldOffset = 2;    // in the common chunk
 constexpr std::size_t soundHeaderBytes = 8;     // offset and block size
 
-// A compression type and the samples it stands for. Bits of 0: those that the common chunk says.
+// A compression type and its samples. 0 bits: as many as the common chunk says.
 struct Compression {
     FourCharCode type;
     SampleLayout layout;
@@ -37,7 +37,7 @@ struct Compression {
 
 constexpr FourCharCode notCompressed = fourCharCode("NONE");
 
-// A format is written as the first type that stands for it.
+// A format is written as the first type that represents it.
 constexpr Compression compressions[] = {
     {notCompressed, {Coding::signedInteger, ByteOrder::big, 0, 0}, "not compressed"},
     {fourCharCode("twos"), {Coding::signedInteger, ByteOrder::big, 0, 0}, ""},
@@ -77,7 +77,7 @@ std::optional<SampleLayout> layoutFor(FourCharCode type, UInt32 bits)
     return withBits(found->layout, bits);
 }
 
-// How a format is written; null where it is not.
+// How a format is written; null if it cannot be.
 const Compression* compressionFor(const AudioStreamBasicDescription& format, bool isAIFC)
 {
     auto layout = layoutOf(format);
@@ -140,7 +140,7 @@ protected:
         return noErr;
     }
 
-    // The frame count of the common chunk rules: some writers leave slack behind the samples.
+    // The frame count of the common chunk decides: some writers leave slack after the samples.
     OSStatus finishLoading() override
     {
         if (common_ == 0 || (!hasAudioChunk() && frames_ > 0))

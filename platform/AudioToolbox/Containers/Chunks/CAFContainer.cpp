@@ -31,7 +31,7 @@ bool isCompanded(AudioFormatID coding)
     return coding == kAudioFormatULaw || coding == kAudioFormatALaw;
 }
 
-/// The samples that a description tells; empty for others than constant frames of samples.
+/// The samples that a description states; empty unless it states constant frames of samples.
 std::optional<SampleLayout> layoutOfDescription(const AudioStreamBasicDescription& description)
 {
     const UInt32 channels = description.mChannelsPerFrame, bits = description.mBitsPerChannel;
@@ -52,7 +52,7 @@ std::optional<SampleLayout> layoutOfDescription(const AudioStreamBasicDescriptio
                : std::nullopt;
 }
 
-/// How a format of samples is written; empty for one that is not.
+/// How a format of samples is written; empty for one that cannot be.
 std::optional<AudioFormatFlags> flagsInFile(const AudioStreamBasicDescription& format)
 {
     const auto layout = layoutOf(format);
@@ -111,8 +111,8 @@ protected:
         return {{audioChunk() + 4, ByteWriter(ByteOrder::big).u64(size).u32(editCount_).bytes()}};
     }
 
-    // The form does not tell its end. Loud audio of a killed writer begins with printable characters at times, and then
-    // its size is absurd; a known chunk that the file cuts off stays one.
+    // The form does not state its end. Audio of a killed writer may start with printable characters, but then its size
+    // is absurd; a known chunk that the file cuts off remains a chunk.
     bool mayFollowAudio(const Chunk& chunk) override
     {
         constexpr FourCharCode known[] = {fourCharCode("pakt"), fourCharCode("kuki"), channelsID,
@@ -123,7 +123,7 @@ protected:
         return chunk.end() <= fileLength() || std::ranges::count(known, chunk.id) > 0;
     }
 
-    // the chunks that are of interest stand in front of the audio, or are read only once
+    // the chunks that matter lie before the audio, or are read only once
     void chunksMoved(UInt64, SInt64) override {}
 
 private:
@@ -146,7 +146,7 @@ private:
             return status;
         if (data.size() < cafEditCountBytes)
             return kAudioFileInvalidFileError;
-        // data that grow make whatever was computed from them before out of date
+        // growing the data makes whatever was computed from them out of date
         editCount_ = load32(data.data(), ByteOrder::big) + (chunk.size > cafEditCountBytes ? 1 : 0);
         setAudioChunk(chunk, chunk.dataStart() + cafEditCountBytes);
         return noErr;
@@ -166,7 +166,7 @@ bool matches(const FileSigns& signs)
 OSStatus open(PlacedFile placed, bool forWriting, std::unique_ptr<Container>& container)
 {
     UInt8 code[4] = {};
-    (void)placed.file->read(code, sizeof code, formatCodePlace); // loading tells what cannot be read
+    (void)placed.file->read(code, sizeof code, formatCodePlace); // loading reports what cannot be read
     const AudioFormatID coding = load32(code, ByteOrder::big);
     if (coding == kAudioFormatLinearPCM || isCompanded(coding) || decodableCodings().empty())
         return loadContainer<CAFContainer>(std::move(placed.file), forWriting, container);

@@ -10,16 +10,16 @@ namespace qmx
 
 extern const ContainerKind cafKind;
 
-/// 64-bit chunks behind 8 bytes of header.
+/// 64-bit chunks after a header of 8 bytes.
 inline constexpr ChunkShape cafShape{8, 8, false};
 inline constexpr std::size_t cafDescriptionBytes = 32;
-inline constexpr std::size_t cafEditCountBytes = 4; // the data chunk begins with it
+inline constexpr std::size_t cafEditCountBytes = 4; // the data chunk starts with it
 
 /// The header up to the first byte of audio. `dataBytes`: of audio; all ones for data to the end of the file.
 Bytes cafHeader(const AudioStreamBasicDescription& format, AudioFormatFlags flags, UInt64 dataBytes);
-/// The record of the description chunk, flags as they stand there.
+/// The record of the description chunk, with the flags as stored.
 AudioStreamBasicDescription cafDescription(std::span<const UInt8> data);
-/// The layout that a chunk of channels tells by its tag; 0 for others.
+/// The layout whose tag is in a chunk of channels; 0 for others.
 AudioChannelLayoutTag cafLayoutTag(std::span<const UInt8> data, UInt32 channels);
 
 /// Files of packets.

@@ -103,7 +103,7 @@ protected:
         return noErr;
     }
 
-    // the cookie may have told the format more exactly
+    // the cookie may state the format more exactly
     OSStatus end() override
     {
         return file_.writeAll(0,

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Loading a form of chunks, reading its audio, and the writing of bytes. How the headers follow is in
+// Loading a form of chunks, reading its audio, and the writing of bytes. How the headers are kept true is in
 // ChunkContainerGrowth.cpp.
 #include "AudioToolbox/Containers/Chunks/ChunkContainer.h"
 
@@ -91,7 +91,7 @@ OSStatus ChunkContainer::walk()
     Chunk last{0, 0,
                shape_.formHeaderBytes - chunkHeaderBytes}; // the form's header, as if it were a chunk before the first
     bool endsAtDeclared = true;
-    const auto formEnd = [&] { // the walk goes to the end of the file where the form does not tell its size
+    const auto formEnd = [&] { // the walk goes to the end of the file if the form does not state its size
         const bool known = declaredEnd_ >= shape_.formHeaderBytes && declaredEnd_ != unknownFormEnd && endsAtDeclared;
         return known ? std::min(declaredEnd_, fileLength()) : fileLength();
     };
@@ -144,17 +144,17 @@ Bytes ChunkContainer::cutOffAppendAt(UInt64 tail)
     return isFound ? head : Bytes();
 }
 
-// Whether that chunk is the track store's.
+// Whether the chunk at `tail` is the track store's.
 bool ChunkContainer::isStoreBegunAt(UInt64 tail)
 {
     const Bytes head = cutOffAppendAt(tail);
     return head.size() >= signatureOffset + 4 && isOfTrackStore(load32(&head[signatureOffset], ByteOrder::big));
 }
 
-// Makes the headers tell what a killed writer could not tell any more: audio at the end of the file, or chunks that
-// another writer appended. The beginning of an appended chunk is no audio; that of the track store is cut off again,
-// others stay. Trailing bytes of less than a frame, and a lone pad byte, are no audio. Where the disk does not take it
-// the file is used all the same, and closing it tries again.
+// Makes the headers count what a killed writer could not: audio at the end of the file, or chunks that another writer
+// appended. The start of an appended chunk is no audio; that of the track store is cut off again, others stay. Trailing
+// bytes of less than a frame, and a lone pad byte, are no audio. If the disk refuses, the file is used all the same,
+// and closing it tries again.
 void ChunkContainer::bringInLine()
 {
     const UInt64 tail = padded(declaredEnd_);
@@ -225,7 +225,7 @@ OSStatus ChunkContainer::writeBytes(UInt64 start, UInt32& count, const void* buf
     }
     const Transfer done = store(audio_.start + start, static_cast<const UInt8*>(buffer), count);
     count = static_cast<UInt32>(done.count);
-    if (headerLags_ && !defersSizeUpdates()) { // an earlier write failed to commit; the close tries once more
+    if (headerLags_ && !defersSizeUpdates()) { // an earlier write failed to commit; the close retries
         const FileLock lock = file_.lock();
         if (noticeOtherWriter() == noErr)
             (void)commit();
@@ -233,7 +233,7 @@ OSStatus ChunkContainer::writeBytes(UInt64 start, UInt32& count, const void* buf
     return statusForSystemError(done.error);
 }
 
-// Writes audio past the end of what is there. The lock is held, and the headers are true again when it is given back.
+// Writes audio past its present end. Called with the lock held; the headers are true again when it is released.
 OSStatus ChunkContainer::grow(UInt64 start, UInt32& count, const void* buffer)
 {
     const UInt32 wanted = std::exchange(count, 0);

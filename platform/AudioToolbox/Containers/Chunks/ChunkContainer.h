@@ -24,7 +24,7 @@ namespace qmx
 /// size covers them.
 ///
 /// The file's lock is held while audio grows and while headers are rewritten: on opening for writing, on creating, on
-/// each write past the end and on finishing. These wait without end for another holder. Whenever the lock is free the
+/// each write past the end and on finishing. These wait indefinitely for another holder. Whenever the lock is free the
 /// headers are true, unless size updates are deferred, so that another writer that holds it may append or change
 /// chunks.
 class ChunkContainer : public Container
@@ -38,17 +38,17 @@ public:
     OSStatus writeBytes(UInt64 start, UInt32& count, const void* buffer) override;
     OSStatus finish() override;
 
-    /// Reads an existing file's header. Opened for writing, a file whose sizes lag behind its length is brought in
+    /// Reads an existing file's header. Opening for writing brings the sizes of a file that lag behind its length in
     /// line.
     OSStatus load(bool forWriting);
     /// Makes the file one that holds no audio yet; whatever it held is gone.
     OSStatus create(const Bytes& header);
 
 protected:
-    /// The positions and sizes that the headers of a file tell.
+    /// The positions and sizes that a file's headers state.
     struct Sizes {
-        UInt64 formEnd = 0;       ///< position behind the last chunk
-        UInt64 audioChunkEnd = 0; ///< position behind the audio chunk's data, without a pad byte
+        UInt64 formEnd = 0;       ///< position after the last chunk
+        UInt64 audioChunkEnd = 0; ///< position after the audio chunk's data, without a pad byte
         UInt64 audioBytes = 0;
     };
 
@@ -57,22 +57,22 @@ protected:
     {
     }
 
-    /// Takes the bytes that open the form and answers where it says that it ends; 0 and absurd ends are fine.
+    /// Reads the bytes that open the form and returns where it claims to end; 0 and absurd ends are fine.
     virtual UInt64 readFormHeader(const UInt8* header) = 0;
-    /// Takes what is of interest in a chunk; called once for each in file order. May correct the chunk's size.
+    /// Reads what is of interest in a chunk; called once for each in file order. May correct the chunk's size.
     virtual OSStatus visit(Chunk& chunk) = 0;
     /// Called after the last chunk: sets `format_`, and the audio bytes by `setAudio`.
     virtual OSStatus finishLoading() = 0;
     virtual bool canHold(const Sizes& sizes) const = 0;
     virtual std::vector<Patch> patchesFor(const Sizes& sizes) = 0;
-    /// Chunks at `from` and behind now stand `by` bytes further on.
+    /// The chunks from `from` on were moved by `by` bytes.
     virtual void chunksMoved(UInt64 from, SInt64 by) = 0;
-    /// Whether what looks like a chunk right after the audio is one, and not audio that the header does not count yet.
+    /// Whether what looks like a chunk right after the audio is one, not audio that the header does not count yet.
     virtual bool mayFollowAudio(const Chunk&) { return true; }
-    /// An audio chunk without audio, for a file that has none; empty where the container cannot be without.
+    /// An audio chunk without audio, for a file that has none; empty if the container cannot do without one.
     virtual Bytes emptyAudioChunk() const { return {}; }
 
-    /// Tells the audio chunk and where in the file its samples begin.
+    /// Sets the audio chunk and where in the file its samples start.
     void setAudioChunk(const Chunk& chunk, UInt64 start);
     /// The position of the audio chunk's header.
     UInt64 audioChunk() const { return audio_.chunk; }
@@ -85,15 +85,15 @@ protected:
     UInt64 fileLength() const { return file_.length(); }
     /// The chunk's data, at most `largest` bytes of it.
     OSStatus readChunk(const Chunk& chunk, std::size_t largest, Bytes& data);
-    /// Whether a chunk that lies wholly in the file stands at `position`.
+    /// Whether a chunk that lies wholly in the file is at `position`.
     bool isChunkAt(UInt64 position);
 
     ByteOrder order_ = ByteOrder::big;
 
 private:
     struct Room {
-        UInt64 begin = 0; ///< where on disk the walk goes on behind the audio chunk
-        UInt64 end = 0;   ///< where the first chunk stands that is no filler
+        UInt64 begin = 0; ///< where on disk the walk continues after the audio chunk
+        UInt64 end = 0;   ///< where the first chunk is that is no filler
     };
     struct Held {
         UInt64 position = 0;
@@ -140,9 +140,9 @@ private:
     struct {
         UInt64 chunk = 0; // position of the chunk's header
         UInt64 start = 0; // position of the first sample; 0: the file has no audio chunk
-        UInt64 bytes = 0; // with those that the header does not tell yet
+        UInt64 bytes = 0; // including those that the header does not count yet
     } audio_;
-    Sizes written_; // as the file tells them
+    Sizes written_; // as the file states them
     Room room_;
     std::optional<Held> held_;
     UInt64 declaredEnd_ = 0;
@@ -150,7 +150,7 @@ private:
     bool endsCutOff_ = false;       // the last chunk is not the audio's and longer than the file
     bool endsInOtherBytes_ = false; // bytes that are no chunk end the form
     bool grewInFront_ = false;      // audio grew in front of other chunks
-    bool headerLags_ = false;       // the header does not tell all audio
+    bool headerLags_ = false;       // the header does not count all audio
     UInt64 nextRoom_ = UInt64{1} << 20;
 };
 

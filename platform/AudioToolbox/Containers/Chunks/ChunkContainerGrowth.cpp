@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
-// How the headers follow the audio, and how audio grows in front of other chunks. Every step leaves a file whose
-// chunks are found from its start: what a walk does not reach yet may be written in any order, what it reaches changes
-// by one small write.
+// How the headers are kept true, and how audio grows in front of other chunks. Every step leaves a file whose chunks
+// are found from its start: what a walk does not reach yet may be written in any order, what it reaches changes by one
+// small write.
 #include "AudioToolbox/Containers/Chunks/ChunkContainer.h"
 
 #include "Foundation/Memory.h"
@@ -25,7 +25,7 @@ Bytes ChunkContainer::fillerHeader(UInt64 position, UInt64 end) const
     return ByteWriter(order_).code(filler_).integer(size, shape_.sizeBytes, order_).bytes();
 }
 
-// Writes audio. What belongs where the filler's header stands is held back.
+// Writes audio. Bytes that belong where the filler's header is are held back.
 Transfer ChunkContainer::store(UInt64 position, const UInt8* data, std::size_t size)
 {
     if (!hasChunksBehind() || position + size <= room_.begin)
@@ -55,8 +55,8 @@ OSStatus ChunkContainer::prepareGrowth(UInt64 start, UInt64 end)
         return status;
     if (const OSStatus status = noticeOtherWriter(); status != noErr)
         return status;
-    // what came behind a chunk that the file cuts off would be taken for its missing part; behind other bytes none
-    // finds it
+    // bytes after a chunk that the file cuts off would be taken for its missing part; after other bytes they would not
+    // be found
     if ((endsCutOff_ && !audioIsLast_) || (endsInOtherBytes_ && !hasAudioChunk()))
         return kAudioFileInvalidChunkError;
     if (const OSStatus status = hasAudioChunk() ? noErr : addAudioChunk(); status != noErr)
@@ -81,7 +81,7 @@ OSStatus ChunkContainer::addAudioChunk()
     return writeFormEnd(end);
 }
 
-// Zeros from the end of the audio to `start`. Behind the end of the file the system supplies them.
+// Zeros from the end of the audio to `start`. Past the end of the file the system supplies them.
 OSStatus ChunkContainer::fillGap(UInt64 start)
 {
     const UInt64 end = std::min(audio_.start + start, fileLength());
@@ -114,7 +114,7 @@ OSStatus ChunkContainer::writeFormEnd(UInt64 formEnd)
     return writeSizes(sizes);
 }
 
-// Makes the headers tell the audio that is there.
+// Makes the headers count all audio.
 OSStatus ChunkContainer::commit()
 {
     const UInt64 chunkEnd = std::max(written_.audioChunkEnd, audio_.start + audio_.bytes);
@@ -124,7 +124,7 @@ OSStatus ChunkContainer::commit()
     return status;
 }
 
-// The pad byte is always written and counted; where the disk has no room for it the form ends without.
+// The pad byte is always written and counted; if the disk has no room for it, the form ends without it.
 OSStatus ChunkContainer::commitAtEnd(UInt64 chunkEnd)
 {
     UInt64 formEnd = padded(chunkEnd);
@@ -156,7 +156,7 @@ OSStatus ChunkContainer::commitInRoom(UInt64 chunkEnd)
     return writeSizes({written_.formEnd, chunkEnd, audio_.bytes});
 }
 
-// Lets the filler begin behind `chunkEnd`. The audio chunk takes in the bytes up to there, not yet as audio.
+// Moves the start of the filler to `chunkEnd`. The audio chunk takes in the bytes up to there, not yet as audio.
 OSStatus ChunkContainer::moveFillerOn(UInt64 chunkEnd)
 {
     const UInt64 end = padded(chunkEnd);
@@ -172,7 +172,7 @@ OSStatus ChunkContainer::moveFillerOn(UInt64 chunkEnd)
     return noErr;
 }
 
-// The filler's header moves on by less than its own size, so the old and the new one cannot both stand. The audio chunk
+// The filler's header moves on by less than its own size, so the old and the new one cannot both exist. The audio chunk
 // first takes in more of the filler; the new header is then written inside it, and the chunk shrinks back onto it.
 OSStatus ChunkContainer::commitFewBytes(UInt64 chunkEnd)
 {
@@ -210,7 +210,7 @@ OSStatus ChunkContainer::writeHeld()
     return status;
 }
 
-// Another writer may have appended chunks, or let the last one grow: finds where the chunks end now.
+// Another writer may have appended chunks, or extended the last one: finds where the chunks end now.
 OSStatus ChunkContainer::noticeOtherWriter()
 {
     bool changed = false;
@@ -220,7 +220,7 @@ OSStatus ChunkContainer::noticeOtherWriter()
     const UInt64 audioEnd = padded(std::max(written_.audioChunkEnd, audio_.start + audio_.bytes));
     const UInt64 from = hadChunksBehind ? room_.end : std::max(room_.begin, audioEnd);
     const UInt64 end = reader().endOfChain(from);
-    if (end == from) { // audio must not cover the mark of a store that was cut off: its rest would be taken for audio
+    if (end == from) { // audio must not cover the mark of an interrupted store, whose rest would be taken for audio
         const bool isStoreCutOff = !hadChunksBehind && hasAudioChunk() && isStoreBegunAt(from);
         return isStoreCutOff ? file_.truncate(from) : noErr;
     }
@@ -228,7 +228,7 @@ OSStatus ChunkContainer::noticeOtherWriter()
     if (hadChunksBehind || !hasAudioChunk())
         return noErr;
     room_ = {from, from};
-    // the walk must reach them over the audio that the header does not tell yet
+    // the walk must reach them past the audio that the header does not count yet
     return writeSizes({end, std::max(written_.audioChunkEnd, audio_.start + audio_.bytes), audio_.bytes});
 }
 
@@ -243,7 +243,7 @@ OSStatus ChunkContainer::makeRoom(UInt64 end)
     return needed <= room_.end ? noErr : moveChunksBehind(needed);
 }
 
-// A filler with nothing behind it is no use.
+// Drops a filler with nothing after it, which is useless.
 OSStatus ChunkContainer::dropFiller()
 {
     const UInt64 oldEnd = written_.formEnd;
@@ -253,9 +253,9 @@ OSStatus ChunkContainer::dropFiller()
     return fileLength() <= oldEnd ? file_.truncate(room_.begin) : noErr;
 }
 
-// Moves the chunks behind the audio to `lowest` or further on, and makes all before them filler. They stand in both
-// places for a while, but one of the two is always inside a filler; a single write of the filler's header changes
-// which.
+// Moves the chunks after the audio to `lowest` or further on, and makes all before them filler. They are in both places
+// for a while, but one of the two is always inside a filler; a single write of the filler's header switches between
+// them.
 OSStatus ChunkContainer::moveChunksBehind(UInt64 lowest)
 {
     const UInt64 oldEnd = written_.formEnd;
@@ -295,8 +295,8 @@ OSStatus ChunkContainer::moveChunksBehind(UInt64 lowest)
     return noErr;
 }
 
-// Lets the form end at `formEnd`, with a filler behind its last chunk. Bytes behind the form stay behind it. The room
-// comes first: where no form tells its size, a filler that the file cuts off would be taken for damage.
+// Extends the form to `formEnd`, with a filler after its last chunk. Bytes after the form stay after it. The room comes
+// first: if no form states its size, a filler that the file cuts off would be taken for damage.
 OSStatus ChunkContainer::extendForm(UInt64 formEnd)
 {
     const UInt64 oldEnd = written_.formEnd;
@@ -315,8 +315,8 @@ OSStatus ChunkContainer::extendForm(UInt64 formEnd)
     return writeFormEnd(formEnd);
 }
 
-// Gives the room that is left back: the chunks move to the filler's begin, where there is enough of it to do so without
-// touching the old ones, and the file is cut behind them.
+// Gives up the room that is left: the chunks move to the filler's start, if there is enough of it to do so without
+// touching the old ones, and the file is cut after them.
 OSStatus ChunkContainer::trimRoom()
 {
     const UInt64 bytes = shape_.padded(written_.formEnd - room_.end);

@@ -9,12 +9,12 @@
 namespace qmx
 {
 
-/// Of chunks with 32-bit sizes.
+/// For chunks with 32-bit sizes.
 inline constexpr UInt64 chunkHeaderBytes = 8;
-/// A file may hold more chunks; those behind are not looked at.
+/// Maximum number of chunks that are examined; later ones are ignored.
 inline constexpr int mostChunks = 65536;
 
-/// How a family of files builds its chunks: a code, the size of the data, the data.
+/// How a family of files lays out its chunks: a code, the size of the data, the data.
 struct ChunkShape {
     UInt64 formHeaderBytes = 12; ///< before the first chunk
     UInt64 sizeBytes = 4;
@@ -27,7 +27,7 @@ struct ChunkShape {
 
 struct Chunk {
     FourCharCode id = 0;
-    UInt64 position = 0; ///< of the code
+    UInt64 position = 0; ///< of the code in the file
     UInt64 size = 0;     ///< bytes of data
     ChunkShape shape = {};
 
@@ -45,13 +45,13 @@ public:
     }
 
     /// The chunk whose header is at `position`, with the size that is written there (absurd 64-bit ones are cut); empty
-    /// at the end of the file and where the code is not of printable characters.
+    /// at the end of the file and if the code is not of printable characters.
     std::optional<Chunk> at(UInt64 position);
     /// The chunk that follows `chunk`. Some writers leave out a pad byte in mid-file: then it is found all the same.
     std::optional<Chunk> after(const Chunk& chunk);
     bool fits(const Chunk& chunk) const { return chunk.end() <= file_.length(); }
-    /// Where chunks that begin at `position` and run exactly to the end of the file end; `position` where there are
-    /// none such.
+    /// Where a run of chunks ends that starts at `position` and reaches exactly the end of the file; `position` if
+    /// there is none.
     UInt64 endOfChain(UInt64 position);
 
 private:

@@ -13,7 +13,7 @@ using ExtendedFloat = std::array<UInt8, 10>;
 
 /// Exact for every finite value that is not negative.
 ExtendedFloat extendedFromDouble(Float64 value);
-/// Rounds to the nearest; infinite or not a number where the exponent says so.
+/// Rounds to the nearest; infinite or not a number if the exponent says so.
 Float64 doubleFromExtended(const ExtendedFloat& bytes);
 
 } // namespace qmx

@@ -42,8 +42,8 @@ constexpr std::size_t sizes64Bytes = 28;
 constexpr std::size_t plainFormatBytes = 16;
 constexpr std::size_t extensibleFormatBytes = 40;
 
-/// The tag in the identifier of an extensible format; none for a coding that is not known. Writers of big-endian files
-/// swap the bytes of the whole identifier, of its tag alone, or none: all three are taken.
+/// The tag in the identifier of an extensible format; none for an unknown coding. Writers of big-endian files swap the
+/// bytes of the whole identifier, of its tag alone, or none: all three are accepted.
 std::optional<UInt16> tagIn(std::span<const UInt8> identifier)
 {
     if (!std::ranges::equal(identifier.last(8), std::span(identifierTail).last(8)))
@@ -74,7 +74,7 @@ bool isCompanded(const SampleLayout& layout)
     return layout.coding == Coding::aLaw || layout.coding == Coding::uLaw;
 }
 
-// The layout as a file holds it; empty where it cannot: 8-bit samples are unsigned, all wider ones signed, rates whole.
+// The layout as a file holds it; empty if it cannot: 8-bit samples are unsigned, all wider ones signed, rates whole.
 std::optional<SampleLayout> layoutInFile(const AudioStreamBasicDescription& format)
 {
     auto layout = layoutOf(format);
@@ -94,10 +94,10 @@ bool needsExtensible(const SampleLayout& layout, UInt32 channels)
 
 UInt32 channelMask(UInt32 channels)
 {
-    return channels == 1 ? 0x4 : channels == 2 ? 0x3 : 0; // centre; left and right; not said
+    return channels == 1 ? 0x4 : channels == 2 ? 0x3 : 0; // centre; left and right; unspecified
 }
 
-// The arrangements of loudspeakers that have a name; a mask of 0 says nothing.
+// The loudspeaker arrangements that have a name; a mask of 0 means unspecified.
 AudioChannelLayoutTag layoutTagFor(UInt32 mask, UInt32 channels)
 {
     constexpr std::pair<UInt32, AudioChannelLayoutTag> tags[] = {
@@ -136,7 +136,7 @@ Bytes formatChunk(const SampleLayout& layout, const AudioStreamBasicDescription&
     return ByteWriter(layout.order).chunk(formatChunkID, data.bytes()).bytes();
 }
 
-// Little-endian files begin with room for 64-bit sizes; there is no big-endian form with such.
+// Little-endian files start with room for 64-bit sizes; there is no big-endian form with such sizes.
 Bytes headerFor(const AudioStreamBasicDescription& format)
 {
     const SampleLayout layout = *layoutInFile(format);
@@ -259,7 +259,7 @@ private:
         Bytes data;
         if (const OSStatus status = readChunk(chunk, sizes64Bytes, data); status != noErr)
             return status;
-        if (data.size() < sizes64Bytes - 4) // some leave out the count of the table
+        if (data.size() < sizes64Bytes - 4) // some writers leave out the count of the table
             return kAudioFileInvalidFileError;
         sizes64_ = chunk.position;
         dataBytes64_ = load64(data.data() + 8, order_);
@@ -269,7 +269,7 @@ private:
     }
 
     // A writer that could not go back leaves 0 or the largest value, one that ignored the limit a value modulo 2^32;
-    // all mean the rest of the file, unless a chunk stands where the data would end.
+    // all mean the rest of the file, unless a chunk starts where the data would end.
     UInt64 sizeOfData(Chunk chunk)
     {
         const UInt64 rest = fileLength() - chunk.dataStart();
@@ -301,7 +301,7 @@ private:
         if (tag == tagExtensible) {
             const auto found = data.size() < extensibleFormatBytes ? std::nullopt : tagIn(std::span(data).last(16));
             if (!found)
-                return noErr; // a coding that is not known
+                return noErr; // an unknown coding
             tag = *found;
             channelMask_ = load32(data.data() + 20, order_);
             const UInt32 validBits = load16(data.data() + 18, order_);
@@ -335,7 +335,7 @@ private:
     bool is64_ = false;
     bool reserved_ = false;  // room for 64-bit sizes is the first chunk
     UInt64 sizes64_ = 0;     // position of the chunk of 64-bit sizes
-    UInt64 dataBytes64_ = 0; // as it says
+    UInt64 dataBytes64_ = 0; // as stored there
     UInt64 fact_ = 0;        // position of the chunk of the frame count
     bool formatFound_ = false;
     UInt32 channels_ = 0;

@@ -19,7 +19,7 @@ void FlatContainer::setAudio(UInt64 start, UInt64 limit)
     bytes_ = std::min(limit, file_.length() - std::min(file_.length(), start));
 }
 
-// Where the disk does not take it the file is used all the same, and closing it tries again.
+// If the disk refuses, the file is used all the same, and closing it tries again.
 void FlatContainer::takeRest()
 {
     const UInt64 stored = file_.length() - std::min(file_.length(), start_);
@@ -51,7 +51,7 @@ OSStatus FlatContainer::writeBytes(UInt64 start, UInt32& count, const void* buff
     count = 0;
     if (start > largest - start_ - wanted)
         return kAudioFileDoesNotAllow64BitDataSizeError;
-    // bytes behind the audio that are none would show in a gap
+    // foreign bytes after the audio would show in a gap
     if (start > bytes_ && file_.length() > start_ + bytes_)
         if (const OSStatus status = file_.truncate(start_ + bytes_); status != noErr)
             return status;

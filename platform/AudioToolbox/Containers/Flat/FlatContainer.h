@@ -7,7 +7,7 @@
 namespace qmx
 {
 
-/// A container whose audio data are the rest of the file behind a header, or the whole file.
+/// A container whose audio data are the rest of the file after a header, or the whole file.
 class FlatContainer : public Container
 {
 public:
@@ -22,18 +22,18 @@ public:
 protected:
     explicit FlatContainer(std::unique_ptr<File> file) : file_(std::move(file)) {}
 
-    /// Tells the header how many bytes of audio there are, where it says so. Called after each block that is added.
+    /// Writes the number of audio bytes into the header, if it states that. Called after each block that is added.
     virtual OSStatus writeSize(UInt64) { return noErr; }
-    /// `limit`: bytes that the header tells; those behind are not audio.
+    /// `limit`: bytes that the header states; those after them are not audio.
     void setAudio(UInt64 start, UInt64 limit);
-    /// What a killed writer stored behind the bytes that the header tells is audio too.
+    /// What a killed writer stored after the bytes that the header states is audio too.
     void takeRest();
 
     ContainerFile file_;
 
 private:
     UInt64 start_ = 0, bytes_ = 0;
-    UInt64 unwrittenBytes_ = 0; ///< added since the header was told
+    UInt64 unwrittenBytes_ = 0; ///< added since the header was written
 };
 
 } // namespace qmx

@@ -53,7 +53,7 @@ public:
 
     AudioFileTypeID type() const override { return kAudioFileNextType; }
 
-    /// Opened for writing, a file whose size lags behind its length is brought in line.
+    /// Opening for writing brings a size that lags behind the file's length in line.
     OSStatus load(bool forWriting)
     {
         bool changed = false;
@@ -90,7 +90,7 @@ public:
     }
 
 protected:
-    // what 32 bits do not hold is the rest of the file
+    // a size beyond 32 bits is stored as the rest of the file
     OSStatus writeSize(UInt64 bytes) override
     {
         const auto size = static_cast<UInt32>(std::min<UInt64>(bytes, unknownSize));

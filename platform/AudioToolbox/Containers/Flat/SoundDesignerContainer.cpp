@@ -28,7 +28,7 @@ std::optional<SoundDesignerFormat> formatBeside(const std::string& path)
     return parseSidecar(bytes);
 }
 
-/// The new fork beside a file, under another name until it takes the place of what is there.
+/// The new fork beside a file, under another name until it replaces the old one.
 class NewFork
 {
 public:
@@ -36,7 +36,7 @@ public:
     ~NewFork()
     {
         if (isThere_)
-            (void)FileSystem::current().remove(path_); // one that stays does no harm
+            (void)FileSystem::current().remove(path_); // harmless if it stays
     }
     NewFork(const NewFork&) = delete;
     NewFork& operator=(const NewFork&) = delete;
@@ -62,7 +62,7 @@ private:
     bool isThere_ = false;
 };
 
-/// The samples are the whole file: there is nothing to keep true while it grows.
+/// The samples are the whole file: no header changes while it grows.
 class SoundDesignerContainer : public FlatContainer
 {
 public:
@@ -119,7 +119,7 @@ OSStatus create(PlacedFile placed, const AudioStreamBasicDescription& format, st
     const SoundDesignerFormat told{layoutOf(format)->bytes, format.mSampleRate, format.mChannelsPerFrame};
     FileStatus beside;
     if (FileSystem::current().status(forkPath(placed.path), beside) == 0 && !hasFork(placed.path))
-        return dupFNErr; // a file of its own is in the fork's place
+        return dupFNErr; // an unrelated file is in the fork's place
     NewFork fork(placed.path);
     auto created = std::make_unique<SoundDesignerContainer>(std::move(placed.file));
     OSStatus status = fork.write(makeSidecar(told));

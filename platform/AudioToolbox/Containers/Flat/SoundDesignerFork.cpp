@@ -19,11 +19,11 @@ constexpr UInt32 finderBytes = 32;
 constexpr FourCharCode textType = fourCharCode("STR ");
 constexpr FourCharCode fileType = fourCharCode("Sd2f"), fileCreator = fourCharCode("Sd2a");
 constexpr UInt16 sampleSizeID = 1000, sampleRateID = 1001, channelsID = 1002;
-constexpr UInt32 forkDataStart = 256; // behind the header and the room for the system
+constexpr UInt32 forkDataStart = 256; // after the header and the room for the system
 
 using Span = std::span<const UInt8>;
 
-/// Empty where it does not lie inside.
+/// Empty if it does not lie inside.
 Span part(Span bytes, std::size_t offset, std::size_t count)
 {
     return offset <= bytes.size() && count <= bytes.size() - offset ? bytes.subspan(offset, count) : Span();
@@ -46,7 +46,7 @@ Span forkOf(Span bytes)
     return {};
 }
 
-/// The text of the resource `id`; empty where it is missing.
+/// The text of the resource `id`; empty if it is missing.
 std::string textResource(Span fork, UInt16 id)
 {
     const Span data = part(fork, field(fork, 0, 4), field(fork, 8, 4));

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The resource fork of a Sound Designer II file, which tells the format of its samples. Here it is a file of its own
+// The resource fork of a Sound Designer II file, which states the format of its samples. Here it is a file of its own
 // beside the samples: an AppleDouble file, or the bare fork.
 #pragma once
 
@@ -18,7 +18,7 @@ struct SoundDesignerFormat {
     UInt32 channels = 0;
 };
 
-/// Takes either form; empty where it does not tell all three.
+/// Reads either form; empty if it does not state all three.
 std::optional<SoundDesignerFormat> parseSidecar(std::span<const UInt8> bytes);
 /// An AppleDouble file with plain Finder info and the fork.
 Bytes makeSidecar(const SoundDesignerFormat& format);

@@ -18,8 +18,8 @@ namespace
 constexpr FourCharCode flacID = fourCharCode("fLaC");
 constexpr std::size_t flacInfoBytes = 34;
 
-/// A file whose packets a demuxer finds, and around whose packets a muxer writes the rest: in front of them at once, so
-/// that a stream whose writer is killed can be read.
+/// A file whose packets a demuxer finds and whose other bytes a muxer writes: those before the packets at once, so that
+/// a stream whose writer is killed can be read.
 class LibavContainer : public PacketContainer
 {
 protected:
@@ -54,7 +54,7 @@ protected:
         return file_.writeAll(0, muxer.head());
     }
 
-    /// Null where the muxer does not take the format.
+    /// Null if the muxer refuses the format.
     std::unique_ptr<libav::Muxer> makeMuxer(const std::string& moreOptions = "") const
     {
         auto muxer = std::make_unique<libav::Muxer>(
@@ -67,14 +67,13 @@ protected:
     /// Brings the head up to date.
     OSStatus replaceHead(const libav::Muxer& muxer) { return file_.apply({{0, muxer.head()}}); }
 
-    /// Lets the muxer see all packets, and has it finish. Zeros in place of their contents where it does not look at
-    /// them.
+    /// Shows the muxer all packets, then finishes it. Zeros replace their contents if it does not look at them.
     OSStatus addPackets(libav::Muxer& muxer, bool withContents)
     {
         const AudioFilePacketTableInfo info = table();
         const auto count = static_cast<SInt64>(packetCount());
         const SInt64 frames = std::max(1U, format_.mFramesPerPacket);
-        // the packets at the end are told to be as much shorter as the remainder wants it, each at least one frame long
+        // the durations of the last packets are shortened by the remainder, each to at least one frame
         const SInt64 end = std::clamp(info.mPrimingFrames + info.mNumberValidFrames, count, count * frames);
         const SInt64 priming = std::min<SInt64>(info.mPrimingFrames, end);
         const auto startOf = [&](SInt64 packet) { return std::min(packet * frames, end - (count - packet)); };
@@ -107,8 +106,8 @@ bool isSoundBrand(const FileSigns& signs)
            (brand == fourCharCode("M4A ") || brand == fourCharCode("M4B "));
 }
 
-/// What describes the packets comes behind them when the file is closed. A file whose writer was killed before cannot
-/// be read.
+/// The description of the packets is written after them when the file is closed. A file whose writer was killed before
+/// cannot be read.
 template <AudioFileTypeID createdType> class MPEG4Container : public LibavContainer
 {
 public:
@@ -138,7 +137,7 @@ protected:
     OSStatus end() override { return replaceHead(*finished_); }
 
 private:
-    // the muxer leaves a track without packets out unless they are to follow in fragments
+    // the muxer omits a track without packets unless fragments are to follow
     OSStatus describeEmpty(const std::string& scale, Bytes& bytes)
     {
         const auto muxer = makeMuxer(scale + ",movflags=empty_moov");
@@ -152,7 +151,7 @@ private:
     std::unique_ptr<libav::Muxer> finished_;
 };
 
-/// Each packet has a header of its own, which tells the format and the size. Packets are told without it.
+/// Each packet has a header of its own, which states the format and the size. Packets are delivered without it.
 class ADTSContainer : public LibavContainer
 {
 public:
@@ -190,7 +189,7 @@ private:
     std::unique_ptr<libav::Muxer> muxer_;
 };
 
-/// The first frame may hold no audio but tell how many there are, and the priming and remainder.
+/// The first frame may hold no audio but state the number of frames, the priming and the remainder.
 class MP3Container : public LibavContainer
 {
 public:
@@ -205,7 +204,7 @@ protected:
     {
         format_.mFramesPerPacket = format_.mSampleRate < 32000 ? 576 : 1152;
         const auto muxer = makeMuxer();
-        // readers take a frame that tells of no others for sound, so it tells of one until there are some
+        // readers take an info frame with count 0 for audio: write 1 until the count is known
         if (!muxer || !muxer->add(Bytes(muxer->head()), 0, format_.mFramesPerPacket) || !muxer->finish())
             return kAudioFileUnspecifiedError;
         return writeHead(*muxer);
@@ -247,7 +246,7 @@ protected:
     }
 };
 
-// what the file types are known by
+// how the file types are recognised
 
 bool isM4A(const FileSigns& signs)
 {
@@ -266,8 +265,8 @@ bool isTagged(const FileSigns& signs)
     return signs.head[0] == 'I' && signs.head[1] == 'D' && signs.head[2] == '3';
 }
 
-// A header is a likeness: samples may start so. It surely is one where another of the same stream follows the first
-// frame, or where the file ends with that frame.
+// A header is only a likeness: samples may start like one. It surely is one if another of the same stream follows the
+// first frame, or if the file ends with that frame.
 bool startsFrame(const FileSigns& signs, UInt32 frameSize, UInt32 streamBits)
 {
     if (!signs.mustBeSure)

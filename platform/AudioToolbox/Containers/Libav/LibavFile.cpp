@@ -22,7 +22,7 @@ IO makeIO(bool isWritten, void* self, int (*read)(void*, std::uint8_t*, int), in
     return context;
 }
 
-/// Puts bytes into a block from `offset` on; it grows as is needed.
+/// Puts bytes into a block at `offset`; the block grows as needed.
 void put(Bytes& block, std::size_t offset, std::span<const UInt8> bytes)
 {
     if (block.size() < offset + bytes.size())
@@ -34,7 +34,7 @@ void put(Bytes& block, std::size_t offset, std::span<const UInt8> bytes)
 
 void FreeIO::operator()(AVIOContext* context) const
 {
-    av_freep(&context->buffer); // not the one it began with where libavformat took a larger one
+    av_freep(&context->buffer); // not the original one if libavformat took a larger one
     avio_context_free(&context);
 }
 
@@ -58,7 +58,7 @@ int InputFile::read(void* self, std::uint8_t* to, int size)
     return done.error != 0 ? AVERROR(done.error) : AVERROR_EOF;
 }
 
-// Places are always given from the begin.
+// Positions are always absolute.
 std::int64_t InputFile::seek(void* self, std::int64_t offset, int whence)
 {
     auto& input = *static_cast<InputFile*>(self);
@@ -115,7 +115,7 @@ void Surroundings::take(std::span<const UInt8> bytes)
 
 std::int64_t Surroundings::seek(void* self, std::int64_t offset, int whence)
 {
-    if (whence == AVSEEK_SIZE || offset < 0) // none asks how much there is
+    if (whence == AVSEEK_SIZE || offset < 0) // the size is not available
         return AVERROR(EINVAL);
     static_cast<Surroundings*>(self)->position_ = static_cast<std::size_t>(offset);
     return offset;

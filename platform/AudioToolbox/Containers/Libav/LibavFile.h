@@ -20,11 +20,11 @@ public:
     InputFile(const InputFile&) = delete;
     InputFile& operator=(const InputFile&) = delete;
 
-    /// Bytes that are read behind the end of the file.
+    /// Bytes that are read past the end of the file.
     void setPadding(Bytes padding) { padding_ = std::move(padding); }
 
     AVIOContext* context() const { return context_.get(); }
-    /// Of the first read that failed; libavformat goes on after some, so ask for it.
+    /// The status of the first read that failed; libavformat goes on after some failures, so check it.
     OSStatus status() const { return status_; }
 
 private:
@@ -47,15 +47,15 @@ public:
     Surroundings& operator=(const Surroundings&) = delete;
 
     AVIOContext* context() const { return context_.get(); }
-    /// What follows are packets.
+    /// Packets follow from here.
     void endHead();
-    /// What follows stands behind the packets, unless it goes into the head.
+    /// What follows belongs after the packets, unless it goes into the head.
     void endPackets();
     void flush() { avio_flush(context_.get()); }
 
     const Bytes& head() const { return head_; }
     const Bytes& tail() const { return tail_; }
-    /// The first bytes of what came since the head or the last call, and how many these were in all.
+    /// The first bytes written since the head or the last call, and how many were written in all.
     std::pair<Bytes, std::size_t> takePacket();
 
 private:

@@ -7,24 +7,24 @@
 namespace qmx::libav
 {
 
-/// Frames that are no sound, at the begin and at the end.
+/// Frames that are no sound, at the start and at the end.
 struct Gaps {
     UInt32 priming = 0, remainder = 0;
 };
 
-/// What a muxer of libavformat puts in front of packets, between and behind them. The packets stay with the caller.
-/// Files are the same each time they are made of the same.
+/// What a muxer of libavformat puts before, between and after packets. The packets stay with the caller. The same input
+/// always makes the same file.
 class Muxer
 {
 public:
-    /// `muxer`: its name. `options` are its own. Call no more of it where `isOpen` is false then.
+    /// `muxer`: its name. `options` are its own. If `isOpen` is false afterwards, call nothing else.
     Muxer(const char* muxer, const AudioStreamBasicDescription& format, std::span<const UInt8> bare, UInt32 priming,
           const char* options = "");
 
     bool isOpen() const { return isOpen_; }
-    /// `start` and `duration` in frames. The first packet tells the priming, the last one the remainder.
+    /// `start` and `duration` in frames. The first packet carries the priming, the last one the remainder.
     bool add(std::span<const UInt8> packet, SInt64 start, SInt64 duration, const Gaps& gaps = {});
-    /// What stands in front of the last packet that was added.
+    /// The bytes before the last packet that was added.
     Bytes packetHeader();
     bool finish();
 
@@ -36,7 +36,7 @@ private:
     bool open(const char* muxer, const AudioStreamBasicDescription& format, std::span<const UInt8> bare, UInt32 priming,
               const char* options);
 
-    Surroundings surroundings_; // goes after what writes to it
+    Surroundings surroundings_; // destroyed after what writes to it
     Output context_;
     Packet packet_;
     bool isOpen_ = false;

@@ -26,8 +26,8 @@ int refuse(AVFormatContext*, AVIOContext**, const char*, int, AVDictionary**)
     return AVERROR(EACCES);
 }
 
-/// Edits are kept out of the index: they are heeded when the length is told. A parser would lose its place behind other
-/// bytes between the frames of ADTS, which come whole without one.
+/// Edits are kept out of the index: they count when the length is computed. After other bytes between the frames of
+/// ADTS a parser would lose its place; the frames come whole without one.
 AVDictionary* openingOptions(bool parses)
 {
     AVDictionary* options = nullptr;
@@ -70,8 +70,8 @@ OSStatus Reader::prepare()
 }
 
 // The demuxer refuses a file of one frame: it wants to see the header of another one after it, which a killed writer
-// may have begun, and of two after a first one that holds no audio. What is padded passes for no packet, as none goes
-// beyond the end of the file.
+// may have started, and of two after a first frame that holds no audio. The padding never counts as a packet, as no
+// packet reaches past the end of the file.
 OSStatus Reader::pad()
 {
     constexpr std::size_t mostOfOneFrame = 4096;
@@ -173,7 +173,7 @@ bool Reader::describe()
     return told && (demuxer_ != movieDemuxer || format_.mFramesPerPacket > 0);
 }
 
-// What a high efficiency stream decodes to, its configuration need not say.
+// What a high efficiency stream decodes to; its configuration need not say so.
 std::optional<AudioStreamBasicDescription> Reader::describeByDecoding()
 {
     const AVCodecParameters& parameters = *stream_->codecpar;
@@ -181,7 +181,7 @@ std::optional<AudioStreamBasicDescription> Reader::describeByDecoding()
         return std::nullopt;
     const bool isMP3 = parameters.codec_id == AV_CODEC_ID_MP3;
     auto frames = static_cast<UInt32>(std::max(0, parameters.frame_size));
-    if (frames == 0 && !isMP3) { // nothing was there to be decoded
+    if (frames == 0 && !isMP3) { // there was nothing to decode
         const auto config = parseAACConfig(bare_);
         frames = config && config->hasSpectralReplication ? 2048 : 1024;
     }
@@ -244,7 +244,7 @@ OSStatus Reader::readStream(const AddPacket& add)
         }
         av_packet_unref(packet.get());
     }
-    // a stream that is damaged on its way ends there
+    // a damaged stream ends at the damage
     return input_.status() != noErr || result == AVERROR(ENOMEM) ? statusFor(result) : noErr;
 }
 
@@ -257,7 +257,7 @@ UInt32 Reader::framesOf(const AVPacket& packet) const
     return frames <= mostFramesPerPacket ? static_cast<UInt32>(frames) : 0;
 }
 
-/// Leaves of a packet what a decoder needs. False for one that is not of the stream.
+/// Reduces a packet to what a decoder needs. False for one that is not of the stream.
 bool Reader::strip(AVPacket& packet)
 {
     if (format_.mFormatID == kAudioFormatMPEGLayer3)
@@ -265,7 +265,7 @@ bool Reader::strip(AVPacket& packet)
     return !unwrapper_ || unwrap(packet);
 }
 
-/// Takes off what stood between a frame and the one before.
+/// Removes what is between a frame and the one before.
 void Reader::stripOtherBytes(AVPacket& packet)
 {
     for (int at = 0; at + static_cast<int>(mp3HeaderBytes) <= packet.size; ++at) {
@@ -280,7 +280,7 @@ void Reader::stripOtherBytes(AVPacket& packet)
     }
 }
 
-/// Takes the header off a packet. False for one that is not of the stream, or holds several blocks.
+/// Removes the header from a packet. False for one that is not of the stream, or holds several blocks.
 bool Reader::unwrap(AVPacket& packet)
 {
     if (packet.size < static_cast<int>(adtsHeaderBytes) || (packet.data[6] & 3) != 0)
@@ -336,7 +336,7 @@ void Reader::setLengthOfMovie(UInt64 packets)
         validFrames_ = edited;
 }
 
-// Zeros, priming, remainder and length in frames as hexadecimal text, which some encoders leave.
+// Zeros, priming, remainder and length in frames as hexadecimal text, which some encoders write.
 bool Reader::setLengthFromComment(UInt64 frames)
 {
     const AVDictionaryEntry* const comment = av_dict_get(context_->metadata, "iTunSMPB", nullptr, 0);

@@ -12,24 +12,24 @@
 namespace qmx::libav
 {
 
-/// The sound of a file as one demuxer of libavformat finds it: the first audio of a coding that is known. No other file
+/// The sound of a file as one demuxer of libavformat finds it: the first audio stream of a known coding. No other file
 /// is ever opened, whatever the file says.
 class Reader
 {
 public:
-    /// Whether it takes more.
+    /// Returns whether it accepts more packets.
     using AddPacket = std::function<bool(const PacketPlace&)>;
 
     /// `demuxer`: its name.
     Reader(ContainerFile& file, std::string_view demuxer) : file_(file), demuxer_(demuxer), input_(file) {}
 
-    /// 'dta?' for a damaged file, 'fmt?' for one without a sound that is known.
+    /// 'dta?' for a damaged file, 'fmt?' for one without a known coding.
     OSStatus open();
     const AudioStreamBasicDescription& format() const { return format_; }
 
-    /// Gives all packets in order, until one is not taken. Once.
+    /// Passes all packets in order to `add`, until it refuses one. Call once.
     OSStatus readPackets(const AddPacket& add);
-    /// What is known when the packets are read: the coding's own parameters, and frames of priming and of sound.
+    /// Known once the packets are read: the coding's own parameters, and frames of priming and of sound.
     const Bytes& bare() const { return bare_; }
     UInt64 primingFrames() const { return primingFrames_; }
     UInt64 validFrames() const { return validFrames_; }
@@ -55,10 +55,10 @@ private:
 
     ContainerFile& file_;
     std::string demuxer_;
-    InputFile input_; // goes after what reads from it
+    InputFile input_; // destroyed after what reads from it
     MPEG4Atoms atoms_;
     Input context_;
-    Filter unwrapper_; ///< of packets with headers of their own
+    Filter unwrapper_; ///< for packets with headers of their own
     AVStream* stream_ = nullptr;
     AudioStreamBasicDescription format_;
     Bytes bare_;

@@ -14,11 +14,11 @@ namespace
 
 constexpr int mostAtoms = 1 << 20;              // of the file's own level: several for each fragment
 constexpr int deepest = 10;                     // levels of atoms in atoms
-constexpr UInt64 largestAtom = UInt64{1} << 28; // of those that are looked into
+constexpr UInt64 largestAtom = UInt64{1} << 28; // of those that are examined
 constexpr std::size_t atomHeader = 8;
 constexpr std::size_t largestHeader = 16; // with a long size, or with the type of the first atom inside
 
-/// The big-endian number of `width` bytes; what lies behind the end is 0.
+/// The big-endian number of `width` bytes; bytes past the end are 0.
 UInt64 field(std::span<const UInt8> bytes, std::size_t offset, std::size_t width = 4)
 {
     return offset <= bytes.size() && width <= bytes.size() - offset ? loadInteger(&bytes[offset], width, ByteOrder::big)
@@ -30,7 +30,7 @@ bool isVersion1(std::span<const UInt8> atom)
     return field(atom, 0, 1) == 1;
 }
 
-/// Where a table has the count of its entries, each of which takes a byte of the file at least; empty for other atoms.
+/// Where a table has the count of its entries, each of which takes at least a byte of the file; empty for other atoms.
 std::optional<std::size_t> placeOfCount(FourCharCode code)
 {
     switch (code) {
@@ -51,7 +51,7 @@ std::optional<std::size_t> placeOfCount(FourCharCode code)
     }
 }
 
-/// Where the atoms inside one begin; nothing for one that libavformat does not look into.
+/// Where the atoms inside one start; nothing for one that libavformat does not look into.
 std::optional<std::size_t> placeOfAtoms(FourCharCode type, std::span<const UInt8> contents)
 {
     switch (type) {
@@ -99,7 +99,7 @@ struct AtomHeader {
     std::size_t length = atomHeader;
 };
 
-/// Nothing for a size that is smaller than the header itself. `rest`: bytes from the atom's begin on.
+/// Nothing for a size that is smaller than the header itself. `rest`: bytes from the atom's start on.
 std::optional<AtomHeader> headerOf(std::span<const UInt8> bytes, UInt64 rest)
 {
     AtomHeader header{field(bytes, 0), static_cast<FourCharCode>(field(bytes, 4))};
@@ -114,7 +114,7 @@ std::optional<AtomHeader> headerOf(std::span<const UInt8> bytes, UInt64 rest)
 
 } // namespace
 
-// As libavformat does, it takes an atom for what its type says wherever it stands.
+// As libavformat does, it takes an atom by its type wherever it is.
 OSStatus MPEG4Atoms::read(ContainerFile& file)
 {
     largestCount_ = file.length();
@@ -177,7 +177,7 @@ OSStatus MPEG4Atoms::readFact(FourCharCode type, std::span<const UInt8> contents
     return count && field(contents, *count) > largestCount_ ? kAudioFileInvalidFileError : noErr;
 }
 
-// Where in a description its atoms begin depends on its kind: anything that could be one is looked at.
+// Where the atoms of a description start depends on its kind: anything that could be one is examined.
 OSStatus MPEG4Atoms::readDescriptions(std::span<const UInt8> descriptions)
 {
     for (std::size_t at = 4; at + 4 < descriptions.size(); ++at)

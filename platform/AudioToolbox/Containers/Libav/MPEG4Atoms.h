@@ -9,8 +9,8 @@
 namespace qmx
 {
 
-/// What libavformat does not do with an MPEG-4 file: it trusts the counts in the tables of packets (one of 582 bytes
-/// made it take 1.4 GB), and it tells the length of an edit only rounded up to the movie's time.
+/// Makes up for two faults of libavformat with an MPEG-4 file: it trusts the counts in the tables of packets (a file of
+/// 582 bytes made it take 1.4 GB), and it reports the length of an edit only rounded up to the movie's time.
 class MPEG4Atoms
 {
 public:
@@ -20,12 +20,12 @@ public:
         UInt64 duration = 0; ///< in the movie's time; 0: to the end
     };
 
-    /// Looks at all but the sound itself. 'dta?' for tables that say more than the file can hold.
+    /// Examines all but the sound itself. 'dta?' for tables that claim more than the file can hold.
     OSStatus read(ContainerFile& file);
 
     bool isFragmented() const { return isFragmented_; }
     UInt32 movieScale() const { return movieScale_; } ///< ticks a second
-    /// The first one that plays something; empty ones before it only delay it.
+    /// The first edit that plays something; empty ones before it only delay it.
     std::optional<Edit> editOf(UInt32 track) const;
 
 private:
@@ -35,7 +35,7 @@ private:
     void readEdit(std::span<const UInt8> table);
 
     bool isFragmented_ = false;
-    UInt64 largestCount_ = 0; ///< of entries in a table
+    UInt64 largestCount_ = 0; ///< maximum number of entries in a table
     UInt32 movieScale_ = 0;
     UInt32 track_ = 0; ///< the one whose description was seen last
     std::map<UInt32, Edit> edits_;

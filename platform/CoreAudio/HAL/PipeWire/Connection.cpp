@@ -16,7 +16,7 @@ namespace
 
 constexpr std::chrono::seconds patience(5);
 
-// While one exists the library logs nothing.
+// While an object of this class exists, the PipeWire library logs nothing.
 class LibraryIsQuiet
 {
 public:
@@ -29,13 +29,13 @@ private:
     const spa_log_level usual_ = pw_log_level;
 };
 
-// A failure is one though the library left no number.
+// The error number of a failed call; EIO if the library set none.
 int lastError()
 {
     return errno != 0 ? errno : EIO;
 }
 
-// A server that dies with requests unread resets the connection.
+// Whether an error means that the server is gone. One that dies with requests unread resets the connection.
 bool isLoss(int result)
 {
     return result == -EPIPE || result == -ECONNRESET || result == -ENOTCONN;
@@ -48,19 +48,19 @@ bool Connection::open()
     if (isOpen())
         return true;
     pw_init(nullptr, nullptr);
-    std::optional<LibraryIsQuiet> quiet; // it has said the same before
+    std::optional<LibraryIsQuiet> quiet; // the library has logged the failure before
     if (hasFailedToOpen_)
         quiet.emplace();
     const int error = makeLoop();
     if (error == 0)
         return true;
-    pw_deinit(); // it looks for its parts again the next time
+    pw_deinit(); // makes the library look for its plugins again next time
     if (!std::exchange(hasFailedToOpen_, true))
         Log("PipeWire: the library cannot work (%s); there are no devices until it can", std::strerror(error));
     return false;
 }
 
-// The error number; on failure nothing is left.
+// Returns the error number; on failure nothing is kept.
 int Connection::makeLoop()
 {
     pw_thread_loop* const loop = pw_thread_loop_new("qmx-pipewire", nullptr);

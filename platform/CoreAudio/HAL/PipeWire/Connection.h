@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The connection to the sound server and the thread its events come on.
+// The connection to the sound server, and the thread that its events arrive on.
 #pragma once
 
 #include "CoreAudio/HAL/PipeWire/ServerObjects.h"
@@ -12,13 +12,13 @@
 namespace qmx::pipewire
 {
 
-/// Made once and never destroyed. Its thread runs the events of all objects, with the lock held; nothing of the core is
-/// called from there.
+/// Made once and never destroyed. Its thread runs the events of all objects with the lock held, and never calls the
+/// core.
 class Connection
 {
 public:
-    /// `changed` is called on the connection's thread when the server's state is known again after a change, and when
-    /// the server is gone.
+    /// `changed` is called on the connection's thread when the server's state is complete after a change, and when the
+    /// server is gone.
     explicit Connection(std::function<void()> changed) : changed_(std::move(changed)) {}
 
     /// The lock that guards all objects of the server and the state. Never taken by threads that run cycles.
@@ -34,30 +34,30 @@ public:
         pw_thread_loop* loop_;
     };
 
-    /// Makes what the library needs to work, its thread included; false when it cannot, which is logged the first time
-    /// and may be tried again. One thread at a time. Until it was true nothing else may be used.
+    /// Makes what the library needs, its thread included. False if it cannot, which is logged the first time and may be
+    /// tried again. One thread at a time. Nothing else may be called until it has returned true.
     bool open();
     bool isOpen() const { return loop_ != nullptr; }
 
     // --- With the lock held, not on the connection's thread
-    /// False when there is no server; at once.
+    /// False if there is no server. Does not wait.
     bool connect();
     /// After a loss: drops what belonged to the lost server.
     void disconnect();
-    /// Waits for events until `isMet`; false when that takes too long.
+    /// Waits for events until `isMet`; false if that takes too long.
     bool waitUntil(const std::function<bool()>& isMet);
 
     // --- With the lock held
     bool isConnected() const { return core_ && !isLost_; }
     bool isLost() const { return isLost_; }
-    /// Whether all that the server told so far belongs together.
+    /// Whether the server has answered all requests, so that its state is complete.
     bool isSettled() const { return doneSequence_ == wantedSequence_; }
     const ServerState& state() const { return state_; }
     ServerObjects* objects() { return objects_.get(); }
-    /// Has `changed` called when the server has answered all that was asked up to now.
+    /// Calls `changed` later, when the server has answered all requests up to now.
     void settle();
 
-    /// Wakes those who wait in waitUntil.
+    /// Wakes the threads in waitUntil.
     void signal() { signalled_.notify_all(); }
     pw_loop* loop() { return pw_thread_loop_get_loop(loop_); }
 
@@ -69,10 +69,10 @@ private:
 
     const std::function<void()> changed_;
     bool hasFailedToOpen_ = false;
-    pw_thread_loop* loop_ = nullptr; // both there or neither
+    pw_thread_loop* loop_ = nullptr; // null exactly when the context is null
     pw_context* context_ = nullptr;
-    std::condition_variable_any signalled_; // the loop has one of its own, whose waits go by the wall clock
-    // what follows is guarded by the lock
+    std::condition_variable_any signalled_; // the loop's own one would wait by the wall clock
+    // guarded by the lock
     pw_core* core_ = nullptr;
     spa_hook coreHook_{};
     std::unique_ptr<ServerObjects> objects_;

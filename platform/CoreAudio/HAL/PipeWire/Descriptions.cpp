@@ -24,7 +24,7 @@ long wholeNumber(const Texts& texts, const std::string& key, long otherwise)
     return found == texts.end() ? otherwise : std::strtol(found->second.c_str(), nullptr, 10);
 }
 
-// The numbers in a text like "[ 44100, 48000 ]".
+// Reads the numbers in a text like "[ 44100, 48000 ]".
 std::vector<UInt32> numbersIn(std::string_view list)
 {
     std::vector<UInt32> numbers;
@@ -74,7 +74,7 @@ UInt32 transportType(const Node& node, const Card* card)
 
 void describeRates(const ServerState& state, DeviceDescription& device)
 {
-    const UInt32 forced = setting(state, "clock.force-rate", 0); // by somebody, for all: no other can be had
+    const UInt32 forced = setting(state, "clock.force-rate", 0); // forced for all programs: no other rate is possible
     const UInt32 rate = forced ? forced : setting(state, "clock.rate", 48000);
     std::vector<UInt32> rates;
     if (!forced)
@@ -121,7 +121,7 @@ void describeStream(const Node& node, UInt32 channels, const DeviceDescription& 
     section.preferredChannelsForStereo[1] = std::min(2U, channels);
 }
 
-// Volumes above unity gain, which some programs set, read as unity.
+// Reports volumes above unity gain, which some programs set, as unity.
 void describeLevels(const Levels& levels, UInt32 channels, SectionDescription& section)
 {
     const auto volume = [](float gain) { return VolumeControl{.scalar = std::clamp(gain, 0.0F, 1.0F)}; };
@@ -258,7 +258,7 @@ std::vector<FoundDevice> foundDevices(const ServerState& state)
                           .capturePorts = state.portsOf(id, false, false),
                           .playbackPorts = state.portsOf(id, true, false)};
         const bool isSink = mediaClass == "Audio/Sink";
-        // the ports that a virtual source or duplex device captures by may be a monitor's
+        // a virtual source or a duplex device may capture from monitor ports
         if (!isSink && found.capturePorts.empty())
             found.capturePorts = state.portsOf(id, false, true);
         if (mediaClass.starts_with("Audio/Source"))
@@ -310,7 +310,7 @@ std::string defaultNode(const ServerState& state, const std::vector<FoundDevice>
         return canBeDefault(device.description, isInput ? kAudioHardwarePropertyDefaultInputDevice
                                                         : kAudioHardwarePropertyDefaultOutputDevice);
     };
-    // without a session manager only the second is ever there, or neither
+    // without a session manager at most the second exists
     for (const char* const key : {"default.audio.", "default.configured.audio."}) {
         std::string name = nameInValue(text(state.defaults, std::string(key).append(isInput ? "source" : "sink")));
         if (std::ranges::any_of(devices, [&](const auto& each) { return canBe(each) && nameOf(each) == name; }))

@@ -14,7 +14,7 @@ namespace qmx::pipewire
 namespace
 {
 
-// The first blocks that a port delivers may be another program's old sound.
+// The first blocks of a port may hold old sound of another program.
 constexpr UInt32 cyclesToDrop = 2;
 
 // When the next cycle begins; 0 for a clock that does not follow real time.
@@ -108,7 +108,7 @@ void FilterRun::takeDown()
         pw_filter_destroy(filter_);
     }
     if (context_)
-        pw_context_destroy(context_); // with its core, and with the thread that signals the event
+        pw_context_destroy(context_); // destroys the core too, and ends the thread that signals the event
     if (event_)
         pw_loop_destroy_source(connection_.loop(), event_);
     filter_ = nullptr;
@@ -168,7 +168,7 @@ bool FilterRun::makeFilter(const RunRequest& request)
            pw_filter_connect(filter_, PW_FILTER_FLAG_RT_PROCESS, nullptr, 0) == 0;
 }
 
-// The thread's list of hooks has no lock: it changes while there is no thread.
+// Stops the cycles' thread meanwhile: it walks its list of hooks without a lock.
 bool FilterRun::watchCycles()
 {
     static const spa_loop_control_hooks hooks = [] {
@@ -274,17 +274,18 @@ void FilterRun::process(void* data, spa_io_position* position)
     auto& self = *static_cast<FilterRun*>(data);
     if (!position)
         return;
-    const spa_io_clock clock = position->clock; // the server goes on to the next cycle though this one has not ended
+    const spa_io_clock clock = position->clock; // the server changes its own while a cycle runs late
     if (self.runCycle(clock))
-        pw_loop_signal_event(self.connection_.loop(), self.event_); // rarely, and no lock: it writes to a descriptor
+        pw_loop_signal_event(self.connection_.loop(), self.event_); // rare; takes no lock, writes to a descriptor
 }
 
-// The cycles' thread is about to wait. Only now is it certain that the server has been handed the cycle's sound: the
-// thread may lose its processor between the procedures and that, and what comes too late is not heard.
+// Runs when the cycles' thread is about to wait: only then has the server certainly been handed the cycle's sound. The
+// thread may be interrupted after the procedures have ended, and the server drops sound that arrives too late.
 void FilterRun::cycleEnded(void* data)
 {
     auto& self = *static_cast<FilterRun*>(data);
-    if (!pw_data_loop_in_thread(pw_context_get_data_loop(self.context_))) // others wait for this thread the same way
+    if (!pw_data_loop_in_thread(
+            pw_context_get_data_loop(self.context_))) // threads that wait for this one run the hook too
         return;
     const UInt64 due = std::exchange(self.due_, 0);
     if (due == 0 || monotonicTime() <= due)
@@ -293,7 +294,7 @@ void FilterRun::cycleEnded(void* data)
     pw_loop_signal_event(self.connection_.loop(), self.event_);
 }
 
-// Whether there is something to tell.
+// Returns whether the connection's thread has something to report.
 bool FilterRun::runCycle(const spa_io_clock& clock) noexcept
 {
     const RealTimeScope realTime;
@@ -327,7 +328,7 @@ bool FilterRun::runCycle(const spa_io_clock& clock) noexcept
     return hasNews;
 }
 
-// A device that lost its ports for a while goes on as if the cycles between had been missed.
+// A device that lost its ports for a while goes on as if the cycles in between had been missed.
 void FilterRun::beginTime(const spa_io_clock& clock) noexcept
 {
     lead_ = static_cast<UInt32>(clock.duration);
@@ -339,13 +340,13 @@ void FilterRun::beginTime(const spa_io_clock& clock) noexcept
     signals_->isOverloaded = true;
 }
 
-// Who wakes late finds the clock at the next cycle, and is woken for that one too.
+// After a late wake-up the same cycle is announced twice: the clock is at the next cycle already, and that comes again.
 bool FilterRun::isRepeated(const spa_io_clock& clock) const noexcept
 {
     return rate_ != 0 && clock.id == clockID_ && clock.position == position_;
 }
 
-// The device's sample time goes on when the server gives it another clock, whose positions are others.
+// Keeps the device's sample time running when the server changes its clock, whose positions differ.
 bool FilterRun::keepTime(const spa_io_clock& clock) noexcept
 {
     const bool isFirst = rate_ == 0;
@@ -365,7 +366,7 @@ bool FilterRun::keepTime(const spa_io_clock& clock) noexcept
     clock_->write({.hostTime = clock.nsec,
                    .sampleTime = static_cast<Float64>(static_cast<SInt64>(clock.position) + clockOffset_),
                    .rate = static_cast<Float64>(rate_)});
-    return isGap || isOtherRate; // so also the first time
+    return isGap || isOtherRate; // true the first time, too
 }
 
 void FilterRun::runProcedures(UInt32 frames, const spa_io_clock& clock) noexcept
@@ -384,7 +385,7 @@ void FilterRun::runProcedures(UInt32 frames, const spa_io_clock& clock) noexcept
         time.mFlags = kAudioTimeStampSampleHostTimeValid | kAudioTimeStampRateScalarValid;
         return time;
     };
-    // A fixed lead, though cycles may change their size: so each block begins where the one before ended.
+    // The lead is fixed even if the cycle size changes, so that each block starts where the previous one ended.
     io_->runCycle({.frames = frames,
                    .sampleRate = static_cast<Float64>(rate_),
                    .now = stamp(0),

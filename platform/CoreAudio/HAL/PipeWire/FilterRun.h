@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// One run of a device's I/O, from start to stop: a filter in the server's graph, linked to the device's ports by
-// ourselves.
+// One run of a device's I/O, from start to stop: a filter in the server's graph, which this class links to the device's
+// ports.
 #pragma once
 
 #include "CoreAudio/HAL/DeviceIO.h"
@@ -14,32 +14,32 @@
 namespace qmx::pipewire
 {
 
-/// The present of a device's clock.
+/// The latest reading of a device's clock.
 struct ClockReading {
     UInt64 hostTime = 0;
     Float64 sampleTime = 0;
     Float64 rate = 0;
 };
 
-/// What a run is asked for.
+/// The parameters of a run.
 struct RunRequest {
-    std::string name; ///< of the device, for other programs to show
-    /// One for each channel; 0 where the device has no such channel any more.
+    std::string name; ///< of the device; other programs show it
+    /// One port for each channel; 0 for a channel that the device no longer has.
     std::vector<std::uint32_t> capturePorts, playbackPorts;
     UInt32 inputLatency = 0, outputLatency = 0; ///< frames
     UInt32 rate = 0;
     bool forcesRate = false; ///< a program chose the rate
     UInt32 frames = 0;
-    UInt32 mostFrames = 0;               ///< of any cycle
-    std::optional<ClockReading> resumed; ///< of a run that this one takes the place of
+    UInt32 mostFrames = 0;               ///< maximum frames of a cycle
+    std::optional<ClockReading> resumed; ///< of the run that this one replaces
 };
 
-/// The clock of the latest cycle, written by one thread in real time and read by any without a lock.
+/// The clock of the latest cycle, written by one thread in real time and read by any thread without a lock.
 class RunClock
 {
 public:
     void write(const ClockReading& reading) noexcept;
-    /// Rate 0 before the first cycle.
+    /// The rate is 0 before the first cycle.
     ClockReading read() const noexcept;
 
 private:
@@ -50,29 +50,28 @@ private:
 
 /// What the runs of one device share.
 struct RunSignals {
-    std::atomic_flag cycle;                ///< only who holds it runs a cycle: a closed run never beside its successor
+    std::atomic_flag cycle; ///< held during a cycle, so that a closed run and its successor never overlap
     std::atomic<bool> isOverloaded{false}; ///< a cycle was missed or ended too late
 };
 
-/// Each run has a context of its own, and so a thread for its cycles: a slow procedure delays no other device.
+/// Each run has its own context, and so its own thread for cycles: a slow procedure delays no other device.
 class FilterRun
 {
 public:
     FilterRun(Connection& connection, std::shared_ptr<DeviceIO> io, std::shared_ptr<RunSignals> signals,
               std::function<void()> changed);
-    /// Waits for the cycle in flight, then takes the connection's lock: not on a thread that a procedure may wait for.
+    /// Waits for the cycle in flight, then takes the connection's lock. Not on a thread that a procedure may wait for.
     ~FilterRun();
     FilterRun(const FilterRun&) = delete;
     FilterRun& operator=(const FilterRun&) = delete;
 
-    /// Waits until the server runs cycles; 'what' when it does not, or at another rate than asked for.
+    /// Waits until the server runs cycles; 'what' if it does not, or runs them at another rate than requested.
     OSStatus start(const RunRequest& request);
-    /// From now on no procedure runs. Does not wait.
+    /// Runs no further procedure. Does not wait for the cycle in flight.
     void close() { isOpen_ = false; }
-    /// With the connection's lock held: asks for another cycle size or rate.
+    /// Asks the server for another cycle size or rate. With the connection's lock held.
     void ask(const RunRequest& request);
-    /// With the connection's lock held: whether the ports that `request` names are linked, and the server has taken no
-    /// link away.
+    /// Whether the ports in `request` are linked and the server has removed no link. With the connection's lock held.
     bool serves(const RunRequest& request) const;
 
     const std::shared_ptr<const RunClock>& clock() const { return readableClock_; }
@@ -117,7 +116,7 @@ private:
     pw_core* core_ = nullptr;
     pw_filter* filter_ = nullptr;
     spa_hook filterHook_{}, loopHook_{};
-    spa_source* event_ = nullptr; ///< from a cycle to the connection's thread
+    spa_source* event_ = nullptr; ///< lets a cycle wake the connection's thread
     std::vector<std::unique_ptr<Link>> links_;
     std::vector<std::uint32_t> capturePorts_, playbackPorts_; ///< the device's
     bool isBroken_ = false;
@@ -126,18 +125,18 @@ private:
     std::atomic<bool> isSettled_{false}; ///< the first cycles have passed
     const std::shared_ptr<RunClock> clock_ = std::make_shared<RunClock>();
     const std::shared_ptr<const RunClock> readableClock_ = clock_;
-    // of the cycles' thread once the filter runs
+    // the cycles' thread's once the filter runs
     Side input_, output_;
     UInt32 mostFrames_ = 0;
     UInt32 inputLatency_ = 0, outputLatency_ = 0;
     UInt32 lead_ = 0; ///< frames between a cycle's now and its sound, on either side
     UInt32 clockID_ = 0;
     UInt32 rate_ = 0;
-    UInt64 position_ = 0;    ///< the latest cycle's
-    UInt64 expected_ = 0;    ///< and the coming one's
+    UInt64 position_ = 0;    ///< the latest cycle's, by the clock
+    UInt64 expected_ = 0;    ///< the next cycle's
     SInt64 clockOffset_ = 0; ///< from the clock's positions to the device's sample times
     UInt32 cyclesSeen_ = 0;
-    UInt64 due_ = 0; ///< when the server must have a cycle's sound that it has not got yet; 0 when it waits for none
+    UInt64 due_ = 0; ///< when the cycle must have been handed to the server; 0 once it has been
     std::optional<ClockReading> resumed_;
 };
 

@@ -8,7 +8,7 @@
 namespace qmx::pipewire
 {
 
-/// Nanoseconds of the clock that the server stamps its cycles with.
+/// Nanoseconds of the clock in the server's time stamps.
 inline UInt64 monotonicTime()
 {
     timespec time{};

@@ -125,8 +125,8 @@ void addFormats(const spa_pod* pod, std::vector<SampleFormat>& formats)
             formats.push_back(*format);
 }
 
-// A playback port learns of the way to the speakers as latency of its input, a capture port of the way from the
-// microphones as latency of its output.
+// The latency to the speakers is reported as the input latency of a playback port, the latency from the microphones as
+// the output latency of a capture port.
 void readLatency(const spa_pod* pod, bool portIsInput, Latency& latency)
 {
     spa_latency_info info{};

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The server's parameter objects, read into plain data and made from it.
+// Reads the server's parameter objects into plain data and makes them from it.
 #pragma once
 
 #include "CoreAudio/HAL/PipeWire/ServerState.h"
@@ -12,22 +12,22 @@ struct spa_pod;
 namespace qmx::pipewire
 {
 
-/// Takes over what `pod` (a node's Props) reports; the rest of `levels` stays.
+/// Copies the levels in `pod` (a node's Props); the rest of `levels` stays.
 void readLevels(const spa_pod* pod, Levels& levels);
-/// Appends what a raw EnumFormat object offers.
+/// Appends the formats that a raw EnumFormat object offers.
 void addFormats(const spa_pod* pod, std::vector<SampleFormat>& formats);
-/// Takes over a port's Latency when it is that of what lies beyond the device.
+/// Copies a port's Latency if it is that of the path beyond the device.
 void readLatency(const spa_pod* pod, bool portIsInput, Latency& latency);
 std::optional<Route> readRoute(const spa_pod* pod);
 
-/// Where a parameter object is built; it lives as long.
+/// The memory that a parameter object is built in; the object is valid while this exists.
 struct PodRoom {
     alignas(8) std::array<std::byte, 4096> bytes;
 };
 const spa_pod* levelsPod(const Levels& levels, PodRoom& room);
 const spa_pod* routePod(std::int32_t route, std::int32_t profileDevice, const Levels& levels, PodRoom& room);
 
-/// The JSON text {"name": "..."} that metadata values are, and back; empty when it is not one.
+/// Converts a name to the JSON text {"name": "..."} of a metadata value and back; empty for any other text.
 std::string namedValue(const std::string& name);
 std::string nameInValue(const std::string& json);
 

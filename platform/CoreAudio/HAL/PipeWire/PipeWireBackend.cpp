@@ -100,7 +100,7 @@ bool PipeWireBackend::keepConnected()
     return connection_.isConnected() || connection_.connect();
 }
 
-// Nothing while the server is still telling: the end of that wakes the housekeeper again.
+// No value while the server's state is incomplete; the housekeeper is woken again when it is complete.
 std::optional<PipeWireBackend::Present> PipeWireBackend::present()
 {
     if (!connection_.isOpen())
@@ -194,7 +194,7 @@ std::vector<PipeWireBackend::Reported> PipeWireBackend::reported()
     return all;
 }
 
-// The server has no default of its own for a system's sounds: that one is the output.
+// The server has no separate default for system sounds: it is the default output.
 OSStatus PipeWireBackend::setDefaultDevice(AudioHardwarePropertyID which, AudioDeviceID device)
 {
     const std::vector<Reported> all = reported();
@@ -222,7 +222,7 @@ UInt64 PipeWireBackend::hostTime()
 
 OSStatus PipeWireBackend::admit(HardwareOperation, UInt32, const PropertyAddress&)
 {
-    housekeeper_.start(); // where there was no thread left for it before
+    housekeeper_.start(); // tries again if no thread was left for it before
     return noErr;
 }
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// The sound server's devices as a backend. One thread, the housekeeper, compares what the server told with what was
-// reported and reports the difference, ends runs, and looks for the server while there is none.
+// The sound server's devices as a backend. One thread, the housekeeper, reports the differences between the server's
+// state and the last report, ends runs, and looks for the server while there is none.
 #pragma once
 
 #include "CoreAudio/HAL/PipeWire/PipeWireDevice.h"
@@ -14,7 +14,7 @@ namespace qmx::pipewire
 class PipeWireBackend final : public Backend, private Housekeeping
 {
 public:
-    /// The process's one; never destroyed.
+    /// The only object; never destroyed.
     static PipeWireBackend& shared();
 
     void begin(HardwareSink& sink) override;
@@ -31,7 +31,7 @@ private:
     };
     struct Present {
         std::vector<FoundDevice> devices;
-        std::set<std::string> keys;              ///< of these and of those that have no ports for the moment
+        std::set<std::string> keys;              ///< of these devices and of those without ports for now
         std::string defaultInput, defaultOutput; ///< UIDs
     };
 
@@ -56,11 +56,11 @@ private:
     Connection connection_;
     std::map<std::string, RequestedSettings> requested_; // by UID; guarded by the connection's lock
     std::mutex reportedMutex_;
-    std::map<std::string, Reported> reported_; // by key; guarded by it, changed by the housekeeper only
-    std::mutex workMutex_;                     // of what follows; nothing is called with it held
+    std::map<std::string, Reported> reported_; // by key; guarded by reportedMutex_, changed by the housekeeper only
+    std::mutex workMutex_;                     // guards the members below; nothing is called with it held
     std::condition_variable workCame_;
     bool hasWork_ = false;
-    bool looksAgain_ = false; ///< soon, without being woken
+    bool looksAgain_ = false; ///< whether the housekeeper looks again soon without being woken
     std::vector<std::shared_ptr<FilterRun>> disposed_;
     LastingThread housekeeper_{"qmx-pw-keeper", [this] { keepHouse(); }};
 };

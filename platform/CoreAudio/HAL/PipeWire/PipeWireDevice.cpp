@@ -73,7 +73,7 @@ OSStatus PipeWireDevice::setFrames(UInt32 frames)
     return noErr;
 }
 
-// A card's hardware mixer is reached through the route in force only.
+// A card's hardware mixer can only be reached through the current route.
 OSStatus PipeWireDevice::setLevels(bool isInput, const std::function<void(Levels&, UInt32)>& edit)
 {
     const auto found = find();
@@ -111,7 +111,7 @@ OSStatus PipeWireDevice::setSource(bool isInput, UInt32 id)
     return kAudioHardwareIllegalOperationError;
 }
 
-// The server chooses the hardware's sample layout by itself; the rate can be chosen.
+// Only the rate can be set: the server chooses the hardware's sample layout by itself.
 OSStatus PipeWireDevice::setFormat(const SetPhysicalFormat& request)
 {
     const auto found = find();
@@ -140,7 +140,7 @@ std::optional<FoundDevice> PipeWireDevice::find() const
     return std::move(*found);
 }
 
-// A request counts while the server offers it.
+// A requested rate counts while the server offers it.
 Float64 PipeWireDevice::rateFor(const DeviceDescription& description) const
 {
     if (requested_.rate && offers(description, *requested_.rate))
@@ -148,7 +148,7 @@ Float64 PipeWireDevice::rateFor(const DeviceDescription& description) const
     return clock_ ? clock_->read().rate : description.nominalSampleRate;
 }
 
-// The channels stay those of the start until the stop.
+// The numbers of channels stay the same from start to stop.
 std::optional<RunRequest> PipeWireDevice::runRequest() const
 {
     auto found = find();
@@ -262,7 +262,7 @@ bool PipeWireDevice::mend()
         wanted = io_ ? runRequest() : std::nullopt;
         if (!wanted || (run_ && run_->serves(*wanted)))
             return true;
-        connection_.settle(); // a device that is unplugged loses its links first
+        connection_.settle(); // an unplugged device loses its links first
         connection_.waitUntil([this] { return !connection_.isConnected() || connection_.isSettled(); });
         wanted = io_ ? runRequest() : std::nullopt;
         if (!wanted)
@@ -273,7 +273,7 @@ bool PipeWireDevice::mend()
         if (old)
             old->close();
     }
-    old.reset(); // the server does not join a second one to what the first is still joined to
+    old.reset(); // the server links no second filter to ports that the first is still linked to
     auto run = std::make_shared<FilterRun>(connection_, io, signals_, [this_ = &housekeeping_] { this_->wake(); });
     if (run->start(*wanted))
         return false;

@@ -10,18 +10,18 @@
 namespace qmx::pipewire
 {
 
-/// What programs asked of a device; kept under its UID while it is away.
+/// Settings that programs requested of a device; kept under its UID while it is unplugged.
 struct RequestedSettings {
     std::optional<UInt32> rate;
     std::optional<UInt32> frames;
 };
 
-/// What devices need of the backend.
+/// What devices need from the backend.
 class Housekeeping
 {
 public:
     virtual ~Housekeeping() = default;
-    /// Has the server's state looked at and reported soon. Any thread but the cycles'.
+    /// Makes the housekeeper look at the server's state and report it soon. Any thread but the cycles'.
     virtual void wake() = 0;
     /// Ends a run, on a thread that no procedure waits for.
     virtual void dispose(std::shared_ptr<FilterRun> run) = 0;
@@ -38,10 +38,10 @@ public:
     OSStatus currentTime(AudioTimeStamp& time) override;
 
     // --- For the housekeeper
-    /// Puts what was requested, and what runs, in place of the server's usual values. With the connection's lock held.
+    /// Replaces the server's usual values with the requested and the running ones. With the connection's lock held.
     void complete(DeviceDescription& description) const;
-    /// Begins a new run where the device has other ports than the present one is linked to, or the server took links
-    /// away; false when that is to be tried again.
+    /// Starts a new run if the device's ports differ from those that the current run is linked to, or if the server
+    /// removed links; false if that failed and has to be tried again.
     bool mend();
     /// The directions (input: true) whose cycles were missed or late since the last call, also before a stop.
     std::vector<bool> takeOverload();
@@ -64,10 +64,10 @@ private:
     const std::shared_ptr<RunSignals> signals_ = std::make_shared<RunSignals>();
     // guarded by the connection's lock
     RequestedSettings& requested_;
-    std::shared_ptr<FilterRun> run_;        ///< none while it is being mended, too
-    std::shared_ptr<DeviceIO> io_;          ///< while it shall run
-    UInt32 channels_[2] = {};               ///< output and input, as they were announced when it started
-    UInt64 startCount_ = 0;                 ///< starts and stops
+    std::shared_ptr<FilterRun> run_;        ///< also null while mend() replaces it
+    std::shared_ptr<DeviceIO> io_;          ///< from start to stop, otherwise null
+    UInt32 channels_[2] = {};               ///< output and input, as announced at the start
+    UInt64 startCount_ = 0;                 ///< counts starts and stops
     std::mutex clockMutex_;                 // nothing is waited for with it held
     std::shared_ptr<const RunClock> clock_; // of the latest run until the stop; changed with both locks held
 };

@@ -8,11 +8,11 @@
 namespace qmx::pipewire
 {
 
-// Without a media class and a request to be connected session managers leave the filter's links alone.
+// It has no media class and no request to be connected, so that session managers leave the filter's links alone.
 pw_properties* runProperties(const RunRequest& request)
 {
     const bool records = !request.capturePorts.empty(), plays = !request.playbackPorts.empty();
-    const char* const program = program_invocation_short_name; // icons and desktop entries have its name
+    const char* const program = program_invocation_short_name; // also the name of its icon and desktop entry
     pw_properties* const properties = pw_properties_new(
         PW_KEY_NODE_NAME, program, PW_KEY_APP_NAME, program, PW_KEY_APP_ID, program, PW_KEY_APP_ICON_NAME, program,
         PW_KEY_MEDIA_NAME, request.name.c_str(), PW_KEY_MEDIA_TYPE, "Audio", PW_KEY_MEDIA_CATEGORY,

@@ -8,7 +8,8 @@ namespace qmx::pipewire
 
 struct RunRequest;
 
-/// What a filter reports to the server: who it is for, and the cycle and rate it asks for. The caller's to free.
+/// The properties of a filter on the server: its program and device, and the cycle size and rate that it asks for. The
+/// caller frees them.
 pw_properties* runProperties(const RunRequest& request);
 
 } // namespace qmx::pipewire

@@ -35,7 +35,7 @@ bool isAudioDevice(const Texts& properties)
            mediaClass == "Audio/Duplex";
 }
 
-// A request counts at once, so that the next one for another channel builds upon it; the server's answer confirms it.
+// A request counts at once, so that the next one, for another channel, starts from it; the server's answer confirms it.
 void takeOver(const Levels& requested, Levels& levels)
 {
     if (requested.master)
@@ -48,7 +48,7 @@ void takeOver(const Levels& requested, Levels& levels)
 
 } // namespace
 
-// One object of the server that is listened to.
+// One object of the server, with a listener to its events.
 struct ServerObjects::Object {
     Object(ServerObjects& all, std::uint32_t number, const char* type, std::uint32_t version)
         : owner(all), id(number),
@@ -140,8 +140,8 @@ struct ServerObjects::PortObject final : Object {
     }
 };
 
-// Subscriptions do not reach devices of other processes: each time the device says that its parameters have changed,
-// they are asked for again.
+// Subscriptions do not work for devices of other processes: the parameters are asked for again each time the device
+// reports that they have changed.
 struct ServerObjects::CardObject final : Object {
     CardObject(ServerObjects& all, std::uint32_t number)
         : Object(all, number, PW_TYPE_INTERFACE_Device, PW_VERSION_DEVICE)
@@ -166,7 +166,7 @@ struct ServerObjects::CardObject final : Object {
                 pw_device_enum_params(reinterpret_cast<pw_device*>(self.proxy), 0, param, 0, UINT32_MAX, nullptr);
         self.owner.changed_();
     }
-    // Each answer is a whole list; the number of its first entry may be any.
+    // Each answer is a complete list; its first entry may have any number.
     static void param(void* data, int answer, std::uint32_t param, std::uint32_t, std::uint32_t, const spa_pod* pod)
     {
         auto& self = *static_cast<CardObject*>(data);
@@ -179,7 +179,7 @@ struct ServerObjects::CardObject final : Object {
             routes.push_back(*route);
         self.owner.changed_();
     }
-    int answers[2] = {-1, -1}; ///< the last one's number, by kind
+    int answers[2] = {-1, -1}; ///< the number of the last answer, by kind
 };
 
 struct ServerObjects::MetadataObject final : Object {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Follows the server's registry: what comes, what goes, what each object reports of itself.
+// Follows the server's registry: objects that come and go, and what each one reports.
 #pragma once
 
 #include "CoreAudio/HAL/PipeWire/ServerState.h"
@@ -12,7 +12,7 @@
 namespace qmx::pipewire
 {
 
-/// Lives as long as one connection. All with the connection's lock held.
+/// Lives as long as one connection. Every call with the connection's lock held.
 class ServerObjects
 {
 public:
@@ -22,9 +22,9 @@ public:
     ServerObjects(const ServerObjects&) = delete;
     ServerObjects& operator=(const ServerObjects&) = delete;
 
-    // Requests; the server answers by a change. False when the object is gone.
+    // Requests; the server answers with a change of its state. False if the object is gone.
     bool setNodeLevels(std::uint32_t node, const Levels& levels);
-    /// Chooses a route of a card for one of the profile's devices, or sets the levels of the one chosen.
+    /// Chooses a route of a card for one of the profile's devices and sets its levels, if there are any in `levels`.
     bool setRoute(std::uint32_t card, std::int32_t route, std::int32_t profileDevice, const Levels& levels);
     bool setDefault(const char* key, const std::string& nodeName);
 

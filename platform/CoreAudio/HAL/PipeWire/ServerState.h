@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What is known of the server's objects, as plain data: filled by ServerObjects, read by all else.
+// The known state of the server's objects as plain data; ServerObjects fills it.
 #pragma once
 
 #include "CoreAudioTypes/CoreAudioTypes.h"
@@ -15,21 +15,21 @@ namespace qmx::pipewire
 
 using Texts = std::map<std::string, std::string>;
 
-/// The text under a key; empty when there is none.
+/// The text under a key; empty if there is none.
 inline std::string text(const Texts& texts, const std::string& key)
 {
     const auto found = texts.find(key);
     return found == texts.end() ? std::string() : found->second;
 }
 
-/// Volumes (linear gain) and mute as a node or a route has them; what it has not stays empty.
+/// Volumes (linear gain) and mute of a node or a route; values that it lacks are empty.
 struct Levels {
     std::optional<float> master;
     std::vector<float> channels;
     std::optional<bool> isMuted;
 };
 
-/// A sample layout that the hardware takes.
+/// A sample layout that the hardware supports.
 struct SampleFormat {
     UInt32 bits = 32;
     bool isFloat = true;
@@ -45,7 +45,7 @@ struct Latency {
 struct Port {
     std::uint32_t node = 0;
     std::uint32_t index = 0; ///< in its node and direction
-    bool isInput = false;    ///< of the node: sound goes in
+    bool isInput = false;    ///< whether sound goes into the node here
     bool isMonitor = false;
     Latency latency;
 };
@@ -62,27 +62,26 @@ struct Route {
     std::int32_t index = 0;
     bool isInput = false;
     std::string name;
-    std::vector<std::int32_t> profileDevices; ///< those that it can serve
+    std::vector<std::int32_t> profileDevices; ///< the ones that it can serve
     std::optional<bool> isAvailable;
-    std::int32_t profileDevice = -1; ///< that it serves now; only of current routes
-    Levels levels;                   ///< only of current routes
+    std::int32_t profileDevice = -1; ///< the one that it serves now; current routes only
+    Levels levels;                   ///< current routes only
 };
 
-/// A card.
 struct Card {
     Texts properties;
     std::vector<Route> routes;
     std::vector<Route> currentRoutes;
 };
 
-/// Objects by their id on the server.
+/// All objects, by their ID on the server.
 struct ServerState {
-    std::uint64_t generation = 0; ///< serial numbers are unique within one server's life
+    std::uint64_t generation = 0; ///< changes with each server, because serial numbers are unique for one server only
     std::map<std::uint32_t, Node> nodes;
     std::map<std::uint32_t, Port> ports;
     std::map<std::uint32_t, Card> cards;
-    Texts defaults; ///< the values of the metadata "default"
-    Texts settings; ///< and of "settings"
+    Texts defaults; ///< values of the metadata "default"
+    Texts settings; ///< values of the metadata "settings"
 
     /// The ports of a node, in order.
     std::vector<std::uint32_t> portsOf(std::uint32_t node, bool isInput, bool isMonitor) const

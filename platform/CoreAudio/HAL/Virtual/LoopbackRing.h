@@ -10,17 +10,17 @@
 namespace qmx
 {
 
-/// What an output has played lately, by its sample time. One thread writes, any threads read, none waits: samples are
-/// atomic words, and what was not written, or is overwritten, reads as silence.
+/// The last frames that an output played, by its sample time. One thread writes, any thread reads, and none waits:
+/// samples are atomic words, and frames that were never written, or are overwritten, read as silence.
 class LoopbackRing
 {
 public:
     explicit LoopbackRing(UInt32 channels);
 
     UInt32 channels() const { return channels_; }
-    /// Frames of `channels` interleaved channels, of which those that the ring has are kept.
+    /// Writes frames of `channels` interleaved channels; channels beyond the ring's are dropped.
     void write(SInt64 first, const Float32* samples, UInt32 frames, UInt32 channels);
-    /// One sample of a frame; 0 outside of what is there.
+    /// One sample of a frame; 0 for a frame or channel that the ring does not hold.
     Float32 sample(SInt64 frame, UInt32 channel) const;
 
 private:

@@ -16,13 +16,13 @@ namespace
 constexpr std::size_t mostBytes = std::size_t{256} << 20;
 
 struct CloseFile {
-    void operator()(OpaqueAudioFileID* file) const { (void)AudioFileClose(file); } // it was only read
+    void operator()(OpaqueAudioFileID* file) const { (void)AudioFileClose(file); } // it was only read: nothing is lost
 };
 struct DisposeConverter {
     void operator()(OpaqueAudioConverter* converter) const { (void)AudioConverterDispose(converter); }
 };
 
-// Reads the file's packets from where it stands, a block at a time, and converts them.
+// Reads and converts the file's packets, a block at a time.
 class Decoder
 {
 public:
@@ -102,7 +102,7 @@ private:
     SInt64 next_ = 0;
 };
 
-// Samples by frame, from a frame of the device's sample time that the first call sets.
+// Plays samples; the first call sets the device's sample time that they start at.
 class Player
 {
 public:

@@ -9,8 +9,8 @@
 namespace qmx
 {
 
-/// An input that gives interleaved samples of `channels` channels from its first call on, then silence or the same
-/// again.
+/// An input that plays interleaved samples of `channels` channels from its first call on, either repeatedly or once and
+/// then silence.
 VirtualInput inputOfSamples(std::vector<Float32> samples, UInt32 channels, bool repeats);
 
 /// Samples of an audio file, decoded and converted to a rate.

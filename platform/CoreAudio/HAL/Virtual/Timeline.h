@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The line of time that all virtual devices share, and whose turn it is on it.
+// The timeline that all virtual devices share, and the order of their cycles on it.
 #pragma once
 
 #include "CoreAudio/VirtualHardware.h"
@@ -14,15 +14,14 @@
 namespace qmx
 {
 
-/// Each running device has a seat, which an I/O thread waits in for the device's next cycle. In real time each thread
-/// goes by the clock; else somebody drives: gives the turn to the seat that is due first, and waits until it is given
-/// back.
+/// Each running device has a seat, on which its I/O thread waits for the next cycle. In real time each thread waits by
+/// the clock. Otherwise a driver gives the turn to the seat that is due first, and waits until it is given back.
 class Timeline
 {
 public:
     struct Seat {
         virtual ~Seat() = default;
-        // guarded by the line's lock
+        // guarded by the timeline's lock
         AudioDeviceID id = kAudioDeviceUnknown;
         UInt64 due = 0;
         bool hasTurn = false;
@@ -31,46 +30,46 @@ public:
     };
     using Lock = std::unique_lock<std::mutex>;
 
-    /// Guards the seats and all that devices keep for their cycles.
+    /// Guards the seats and the members that devices use for their cycles.
     Lock lock() { return Lock(mutex_); }
 
-    /// The present. No lock.
+    /// The present, in nanoseconds. No lock.
     UInt64 now() const;
     VirtualTime mode() const { return mode_.load(); }
-    /// Time goes on from where it is. Fast time does not start where the system has no thread left for it. Ending fast
-    /// time returns when no driven cycle is in flight (except inside a callback).
+    /// Time goes on from the present. Without a thread for fast time the mode stays, which is logged. Changing to
+    /// another mode returns when no driven cycle is in flight (at once inside a callback).
     void setMode(VirtualTime mode);
-    /// Starts the line again at 0.
+    /// Sets the mode and restarts the timeline at 0 (in real time, at the host's clock).
     void reset(VirtualTime mode);
 
     // --- For I/O threads; with the lock held
     void join(std::shared_ptr<Seat> seat, const Lock& held);
     /// Ends the seat's waiting.
     void leave(Seat& seat, const Lock& held);
-    /// Tells that a seat's due time is another.
+    /// Changes a seat's due time.
     void reschedule(Seat& seat, UInt64 due, const Lock& held);
-    /// Waits until the seat's cycle is due. False when it has left.
+    /// Waits until the seat's cycle is due; false if the seat has left.
     bool waitForTurn(Seat& seat, Lock& held);
     void giveTurnBack(Seat& seat, const Lock& held);
 
-    // --- For whoever drives
-    /// Runs the cycle that is due first, if it is by `limit`; whether there was one.
+    // --- For drivers
+    /// Runs the cycle that is due first, unless that is after `limit`; false if there is none.
     bool step(UInt64 limit);
-    /// Lets the present be `time`, when it is before that.
+    /// Moves the present forward to `time`; never back.
     void moveTo(UInt64 time);
 
 private:
     [[noreturn]] void driveFast();
     void waitForStep();
 
-    std::mutex driving_; // one cycle at a time
+    std::mutex driving_; // held while one cycle is driven
     std::mutex mutex_;
     std::condition_variable turnIsBack_;
     std::condition_variable canDrive_;
     std::vector<std::shared_ptr<Seat>> seats_;
     std::atomic<VirtualTime> mode_{VirtualTime::real};
-    std::atomic<UInt64> line_{0};       // the present, when it is not real
-    std::atomic<SInt64> realOffset_{0}; // from the host's clock to the line, when it is
+    std::atomic<UInt64> line_{0};       // the present, in fast and manual time
+    std::atomic<SInt64> realOffset_{0}; // the timeline minus the host's clock, in real time
     LastingThread fastDriver_{"qmx-time", [this] { driveFast(); }};
 };
 

@@ -35,7 +35,7 @@ AudioDeviceID& defaultOf(DefaultDevices& defaults, AudioHardwarePropertyID which
     }
 }
 
-// An input and an output; the first pair bears no number.
+// Describes an input and an output; the first pair has no number.
 std::array<DeviceDescription, 2> loopbackPair(UInt32 channels, UInt32 number)
 {
     const std::string text = std::to_string(number);
@@ -58,7 +58,7 @@ void VirtualBackend::begin(HardwareSink& sink)
     addLoopbackPair(2);
 }
 
-// A default that is gone, or can no longer be it, falls to the device that was added first of those that can be.
+// Replaces each default that is gone, or can no longer be it, by the first added device that can.
 DefaultDevices VirtualBackend::fittingDefaults() const
 {
     DefaultDevices fitting = defaults_;
@@ -75,7 +75,7 @@ DefaultDevices VirtualBackend::fittingDefaults() const
     return fitting;
 }
 
-// Where the defaults can stay, it does not wait for whoever changes the list.
+// If the defaults can stay, this does not wait for a change of the list in progress.
 void VirtualBackend::reviewDefaults()
 {
     {
@@ -105,11 +105,11 @@ std::vector<AudioDeviceID> VirtualBackend::change(std::span<const AudioDeviceID>
         const std::scoped_lock change(changing_);
         return changeList(removed, added);
     }();
-    sink_->waitForRemoved(removed); // whose procedures may be changing the devices too
+    sink_->waitForRemoved(removed); // unlocked: procedures may change devices too
     return ids;
 }
 
-// With the order of changes locked.
+// Called with `changing_` locked.
 std::vector<AudioDeviceID> VirtualBackend::changeList(std::span<const AudioDeviceID> removed,
                                                       std::span<const DeviceDescription> added)
 {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The virtual hardware as a backend: its devices, which of them are the defaults, and the calls that shall fail.
+// The virtual hardware as a backend: its devices, the defaults, and the calls that fail.
 #pragma once
 
 #include "CoreAudio/HAL/Virtual/VirtualDevice.h"
@@ -19,7 +19,7 @@ namespace qmx
 class VirtualBackend final : public Backend
 {
 public:
-    /// The process's one; never destroyed.
+    /// The only object; never destroyed.
     static VirtualBackend& shared();
 
     // --- For the core
@@ -33,11 +33,11 @@ public:
     Timeline& timeline() { return timeline_; }
     HardwareSink* sink() { return sink_; }
     std::vector<AudioDeviceID> change(std::span<const AudioDeviceID> removed, std::span<const DeviceDescription> added);
-    /// Adds an input and an output that are looped together, under UIDs that no device has.
+    /// Adds an input and an output that are looped together, with new UIDs.
     VirtualPair addLoopbackPair(UInt32 channels);
-    /// Lets a default that can no longer be it pass to another device.
+    /// Replaces a default that can no longer be one.
     void reviewDefaults();
-    /// Forgets that somebody wanted no default.
+    /// Forgets all choices of no default.
     void forgetChoices();
     std::shared_ptr<VirtualDevice> device(AudioDeviceID id);
     std::vector<AudioDeviceID> deviceIDs();
@@ -57,10 +57,10 @@ private:
     HardwareSink* sink_ = nullptr;
     Timeline timeline_;
     std::mutex changing_; // orders changes of the list and the defaults, and their reports
-    std::mutex mutex_;    // of what follows
+    std::mutex mutex_;    // guards the members below
     std::vector<std::shared_ptr<VirtualDevice>> devices_;
     DefaultDevices defaults_;
-    std::set<AudioHardwarePropertyID> unwanted_; // defaults that shall be none until somebody chooses one
+    std::set<AudioHardwarePropertyID> unwanted_; // defaults that were set to none, until one is chosen
     std::optional<VolumeControl> bootChime_;
     std::vector<VirtualFault> faults_;
     std::atomic<bool> hasFaults_{false};

@@ -9,7 +9,7 @@
 namespace qmx
 {
 
-/// A device's sample time as a function of the line of time: straight from an anchor on.
+/// A device's sample time as a linear function of the timeline, from an anchor on.
 struct VirtualClock {
     UInt64 anchorTime = 0;    ///< nanoseconds
     Float64 anchorSample = 0; ///< frames
@@ -23,13 +23,13 @@ struct VirtualClock {
     {
         return static_cast<Float64>(anchorTime) + (sample - anchorSample) * 1e9 / rate;
     }
-    /// The first whole nanosecond at or after a sample.
+    /// The first nanosecond at or after a sample.
     UInt64 timeOf(Float64 sample) const
     {
         constexpr Float64 rounding = 1e-3;
         return static_cast<UInt64>(std::max(0.0, std::ceil(exactTimeOf(sample) - rounding)));
     }
-    /// Goes on from `time` at another rate.
+    /// Continues from `time` at another rate.
     void setRate(Float64 newRate, UInt64 time)
     {
         anchorSample = sampleAt(static_cast<Float64>(time));

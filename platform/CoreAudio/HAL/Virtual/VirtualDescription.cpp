@@ -10,7 +10,7 @@ namespace qmx
 namespace
 {
 
-// One function for each request, by its type.
+// Performs a request, with one function for each type.
 struct Performer {
     DeviceDescription& device;
 

@@ -8,11 +8,11 @@
 namespace qmx
 {
 
-/// Brings what is missing or contradicts itself in line: the rate is one of those that there are, formats are at the
-/// rate, the buffer size is in its range.
+/// Corrects values that are missing or contradict each other: the rate becomes an available one, formats get the rate,
+/// the buffer size is clamped to its range.
 void standardise(DeviceDescription& description);
 
-/// Does in a record what a caller requests. The hardware takes whatever the core let through.
+/// Carries out a request in the record. Accepts every request that the core let through.
 void apply(DeviceDescription& description, const DeviceRequest& request);
 
 /// The linear gain of each channel of a section from its volumes and mutes.

@@ -89,14 +89,14 @@ void VirtualDevice::stopIO()
 void VirtualDevice::runThread(const std::shared_ptr<VirtualRun>& run)
 {
     constexpr double highest = 1.0;
-    (void)Thread::setThreadPriority(highest); // a refusal leaves it as it was
+    (void)Thread::setThreadPriority(highest); // best effort
     bool isRealTime = false;
     auto held = timeline_.lock();
     waitForPrevious(*run, held);
     while (timeline_.waitForTurn(*run, held)) {
         const VirtualCycle cycle = planCycle(*run);
         held.unlock();
-        // simulated time knows no haste, and at a real-time priority would leave nothing to other programs
+        // in simulated time a real-time priority would starve other programs
         if (const bool isDue = timeline_.mode() == VirtualTime::real; isDue != isRealTime) {
             Thread::setRealTime(isDue);
             isRealTime = isDue;
@@ -145,14 +145,14 @@ void VirtualDevice::scheduleNext(VirtualRun& run, const Timeline::Lock& held)
     run.nextOutput += run.nextFrames;
     run.nextFrames = framesPerCycle();
     run.nextNow += run.nextFrames;
-    // longer cycles than before leave a gap: what plays next must not lie in the past
+    // longer cycles than before leave a gap: the next output must not lie in the past
     run.nextOutput = std::max(run.nextOutput, run.nextNow + description_.output.safetyOffset);
     if (timeline_.mode() == VirtualTime::real)
         catchUp(run);
     timeline_.reschedule(run, clock_.timeOf(run.nextNow), held);
 }
 
-// A thread that came much too late leaves cycles out, as hardware does.
+// If the thread comes much too late, it leaves cycles out, as hardware does.
 void VirtualDevice::catchUp(VirtualRun& run)
 {
     constexpr Float64 patience = 4; // cycles

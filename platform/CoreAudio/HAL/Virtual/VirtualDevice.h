@@ -11,7 +11,7 @@
 namespace qmx
 {
 
-/// One virtual device: its record, its clock, what it captures and where it plays to.
+/// One virtual device: its record, its clock, its source and its destination.
 class VirtualDevice final : public BackendDevice, public std::enable_shared_from_this<VirtualDevice>
 {
 public:
@@ -32,7 +32,7 @@ public:
     void setOutput(VirtualOutput output);
     void captureOutput(std::size_t maximumFrames);
     std::vector<Float32> capturedOutput();
-    /// Has this input capture what `output` plays.
+    /// Makes this input capture what `output` plays.
     void loopFrom(const std::shared_ptr<VirtualDevice>& output);
     void setStartDelay(UInt64 nanoseconds);
     void setCycleFrames(UInt32 frames);
@@ -54,7 +54,7 @@ private:
     Timeline& timeline_;
     HardwareSink& sink_;
     std::mutex changing_; // orders changes of the record and their reports
-    // the rest is guarded by the line's lock; description_ is written under both locks
+    // guarded by the timeline's lock; description_ is written under both locks
     DeviceDescription description_;
     VirtualClock clock_;
     std::vector<Float32> inputGains_, outputGains_;

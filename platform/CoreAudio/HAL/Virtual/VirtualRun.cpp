@@ -125,7 +125,7 @@ void VirtualRun::fillInput(const VirtualCycle& cycle)
     input_.split(cycle.frames);
 }
 
-// What the output plays at the instants at which the input captures.
+// Fills the input with what the output plays at the same instants.
 void VirtualRun::readLoop(const VirtualCycle& cycle)
 {
     const Float64 first = cycle.loopedClock.sampleAt(cycle.clock.exactTimeOf(cycle.inputSample));

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// One run of a virtual device's I/O, from start to stop: its thread, its buffers, its place in time.
+// One run of a virtual device's I/O, from start to stop: its buffers and its place in time.
 #pragma once
 
 #include "CoreAudio/HAL/DeviceIO.h"
@@ -13,7 +13,7 @@
 namespace qmx
 {
 
-/// Frames that an output was given, up to a number for which there is room.
+/// The frames that an output played, up to a maximum.
 struct VirtualCapture {
     VirtualCapture(std::size_t maximumFrames, UInt32 channelCount)
         : channels(channelCount), samples(maximumFrames * channelCount)
@@ -25,10 +25,10 @@ struct VirtualCapture {
     void add(const Float32* from, std::size_t count);
 };
 
-/// All that one cycle needs to know, taken together before it begins.
+/// Everything that one cycle needs, copied before it starts.
 struct VirtualCycle {
     UInt32 frames = 0;
-    Float64 now = 0; ///< sample times
+    Float64 now = 0; ///< sample time, as the two below
     Float64 inputSample = 0;
     Float64 outputSample = 0;
     VirtualClock clock;
@@ -37,8 +37,8 @@ struct VirtualCycle {
     std::shared_ptr<VirtualInput> input;
     std::shared_ptr<VirtualOutput> output;
     std::shared_ptr<VirtualCapture> capture;
-    std::shared_ptr<LoopbackRing> played; ///< what this output's loops read
-    std::shared_ptr<LoopbackRing> looped; ///< what this input is looped to, and its clock
+    std::shared_ptr<LoopbackRing> played; ///< the output's frames, for inputs looped to it
+    std::shared_ptr<LoopbackRing> looped; ///< the frames that this input is looped to; null: none
     VirtualClock loopedClock;
 };
 
@@ -47,17 +47,17 @@ class VirtualRun final : public Timeline::Seat
 public:
     VirtualRun(std::shared_ptr<DeviceIO> io, const DeviceDescription& description);
 
-    /// Fills, runs the procedures, and passes on. In real time.
+    /// Fills the input, runs the procedures, and passes the output on. In real time.
     void runCycle(const VirtualCycle& cycle);
-    /// Room for cycles of `frames` frames. Not in real time.
+    /// Makes room for cycles of `frames` frames. Not in real time.
     void makeRoom(UInt32 frames);
 
-    // guarded by the line's lock
-    Float64 nextNow = 0;                  ///< sample time of the coming cycle
+    // guarded by the timeline's lock
+    Float64 nextNow = 0;                  ///< sample time of the next cycle
     Float64 nextOutput = 0;               ///< its first output frame
-    UInt32 nextFrames = 0;                ///< how many it has
-    bool isFinished = false;              ///< its thread will do no more
-    std::shared_ptr<VirtualRun> previous; ///< whose last cycle has to end first
+    UInt32 nextFrames = 0;                ///< its number of frames
+    bool isFinished = false;              ///< its thread runs no further cycle
+    std::shared_ptr<VirtualRun> previous; ///< its last cycle has to end first
 
 private:
     /// All channels of one direction together, and each stream by itself.

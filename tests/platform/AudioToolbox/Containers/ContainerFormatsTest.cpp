@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The bytes of headers, formats that are taken and refused, and the odd and damaged files that are met.
+// The bytes of headers, formats that are accepted and refused, and odd and damaged files found in practice.
 #include "platform/AudioToolbox/AudioFileHelpers.h"
 #include "support/DecimalComma.h"
 #include "support/MemoryDisk.h"
@@ -14,7 +14,7 @@ using namespace qmx::test;
 namespace
 {
 
-// Bytes from hex digits and, between apostrophes, plain text. Blanks mean nothing.
+// Bytes from hex digits and, between apostrophes, plain text. Blanks are ignored.
 ByteBlock bytes(const std::string& text)
 {
     ByteBlock result;
@@ -96,7 +96,7 @@ TEST(ContainerFormats, FormatIsTakenExactlyOrRefused)
     wrongCounts.mBytesPerFrame = wrongCounts.mBytesPerPacket = wrongCounts.mFramesPerPacket = 99;
     const struct {
         AudioStreamBasicDescription format;
-        std::optional<AudioFormatFlags> inAIFF, inAIFC, inWAVE; // flags as the file tells them; empty: refused
+        std::optional<AudioFormatFlags> inAIFF, inAIFC, inWAVE; // flags as stored in the file; empty: refused
     } formats[] = {
         {linear(bigInt, 8, 1), 14, 14, {}},
         {linear(unsignedInt, 8, 1), {}, 8, 8},
@@ -249,7 +249,7 @@ TEST(ContainerFormats, OddAndDamagedFilesAreReadOrRefused)
             continue;
         EXPECT_EQ(audioOf(opened.file), bytes(row.audio));
         EXPECT_EQ(AudioFileClose(opened.file), noErr);
-        // writing goes on behind what is there
+        // writing continues after the existing audio
         ByteBlock audio = audioOf(writing.file);
         EXPECT_GE(audio.size(), bytes(row.audio).size());
         const ByteBlock added = pattern(5000);
@@ -370,7 +370,7 @@ TEST(ContainerFormats, SoundDesignerFilesAreKnownByTheForkBesideThem)
     const auto made = createFile("/d/a", kAudioFileSoundDesigner2Type, linear(14, 24, 2, 48000));
     EXPECT_EQ(AudioFileClose(made.file), noErr);
     const ByteBlock both = disk.contents("/d/._a");
-    const ByteBlock bare(both.begin() + 82, both.end()); // behind the header and the Finder info
+    const ByteBlock bare(both.begin() + 82, both.end()); // after the header and the Finder info
     for (const ByteBlock& fork : {both, bare}) {
         disk.setContents("/d/b", pattern(60));
         disk.setContents("/d/._b", fork);

@@ -86,7 +86,7 @@ ByteBlock joined(const std::vector<ByteBlock>& packets)
     return all;
 }
 
-/// Writes a stream; after a packet that fails it goes on with that packet, once.
+/// Writes a stream; retries a packet that fails once.
 class Recorder
 {
 public:
@@ -122,7 +122,7 @@ public:
 
     OSStatus status = noErr, closed = noErr; ///< of the first call that failed, and of closing
     std::size_t stored = 0,
-                storedBefore = 0; ///< packets that were taken, in all and before the disk changed so many times
+                storedBefore = 0; ///< packets that were accepted, in all and before the disk changed that many times
 
 private:
     void note(OSStatus result) { status = status == noErr ? result : status; }
@@ -149,7 +149,7 @@ private:
     AudioFileID file_ = nullptr;
 };
 
-/// How many packets of the stream the file gives back; none may differ. Empty where it does not open.
+/// How many packets the file returns, all equal to the stream's. Empty if it does not open.
 std::optional<std::size_t> packetsBack(const Stream& stream, SInt8 permissions = fsRdPerm)
 {
     const auto opened = openFile(path, permissions);
@@ -226,7 +226,7 @@ TEST(FailingDisk, AFullDiskKeepsWhatWasStored)
             recorder.record(disk);
             EXPECT_EQ(recorder.status, dskFulErr);
             disk.clearFaults();
-            // what tells about the packets takes the place of the last ones
+            // the description of the packets replaces the last ones
             constexpr std::size_t largestTail = 1300;
             const auto back = packetsBack(stream);
             if (!stream.needsTail()) {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Rate conversion by its properties: how pure, how long, how aligned, and that chunks leave no trace.
+// Rate conversion by its properties: purity, length, alignment, and that the size of pieces does not matter.
 #include "platform/AudioToolbox/Conversion/Conversions.h"
 
 #include <algorithm>
@@ -147,6 +147,6 @@ TEST(RateChain, QualityWaitsForTheNextStreamOnceDataWereFed)
     append(output, conversion.drained<Float64>());
     EXPECT_EQ(low, output);
     EXPECT_EQ(high, resampled(conversion, input, {3000}));
-    conversion.set(kAudioConverterSampleRateConverterQuality, 0); // nothing of a stream yet
+    conversion.set(kAudioConverterSampleRateConverterQuality, 0); // nothing of a stream was fed yet
     EXPECT_EQ(low, resampled(conversion, input, {3000}));
 }

@@ -44,7 +44,7 @@ std::vector<Layout> allLayouts()
     return layouts;
 }
 
-/// Steps of so many bits that lie on and beside every corner; 19 of them, so that vector code and its rest both work.
+/// Steps of `bits` bits on and beside every corner; 19 of them, so that vector code and its remainder both run.
 std::vector<Float64> cornerSteps(UInt32 bits)
 {
     const Float64 full = std::ldexp(1, static_cast<int>(bits) - 1);
@@ -76,7 +76,7 @@ TEST(SampleKernels, EveryIntegerLayoutRoundsAndSaturatesAtItsCorners)
 {
     for (const Layout& layout : allLayouts()) {
         checkCorners<Float64>(layout);
-        if (layout.bits <= 22) // more bits beside full scale than a single-precision float can tell apart
+        if (layout.bits <= 22) // more bits beside full scale than a single-precision float can distinguish
             checkCorners<Float32>(layout);
     }
 }

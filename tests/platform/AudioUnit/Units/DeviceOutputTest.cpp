@@ -52,7 +52,7 @@ protected:
         hardware.settle();
         return qmx::test::get<UInt32>(unit, kAudioOutputUnitProperty_IsRunning, kAudioUnitScope_Global) != 0;
     }
-    /// What `id` is given in its next cycles, interleaved.
+    /// The samples that `id` plays in its next cycles, interleaved.
     std::vector<Float32> played(AudioDeviceID id, UInt32 cycles = 1)
     {
         EXPECT_EQ(noErr, hardware.captureOutput(id, std::size_t{cycles} * 512));
@@ -91,7 +91,7 @@ TEST_F(DeviceOutput, GivesEachStreamItsChannelsBitForBit)
     qmx::test::set(output, kAudioUnitProperty_MaximumFramesPerSlice, kAudioUnitScope_Global,
                    UInt32{200}); // cycles are split
     setInput(upstream, counter.callback());
-    HardwareTest::set(device, 0, false, kAudioDevicePropertyNominalSampleRate, 48000.0); // a connection brings no rate
+    HardwareTest::set(device, 0, false, kAudioDevicePropertyNominalSampleRate, 48000.0); // ignored by a connection
     counter.times.reserve(9);
     EXPECT_EQ(noErr, AUGraphInitialize(graph));
     EXPECT_EQ(noErr, AUGraphStart(graph));
@@ -118,10 +118,10 @@ TEST_F(DeviceOutput, ResamplesToTheDevicesRateAlsoWhenThatChanges)
         qmx::test::set(unit, kAudioDevicePropertyBufferFrameSize, kAudioUnitScope_Global, bufferFrames);
         HardwareTest::set(device, 0, false, kAudioDevicePropertyNominalSampleRate, rate);
         ASSERT_TRUE(isRunning());
-        EXPECT_TRUE(hardware.advanceCycles(device, 10)); // the filter's beginning
+        EXPECT_TRUE(hardware.advanceCycles(device, 10)); // the filter's start
         const auto stereo = played(device, 20);
         ASSERT_EQ(20U * 512 * 2, stereo.size());
-        Float64 worst = 0; // what the sum of a frame's neighbours has beside the sine's
+        Float64 worst = 0; // deviation of the sum of a frame's neighbours from a sine's
         for (std::size_t i = 2; i + 2 < stereo.size(); ++i)
             worst = std::max(worst, std::abs(stereo[i - 2] + stereo[i + 2] -
                                              2 * std::cos(2000 * std::numbers::pi / rate) * stereo[i]));
@@ -145,14 +145,14 @@ TEST_F(DeviceOutput, StopsInsideItsCallbackWithoutTouchingOthers)
         EXPECT_EQ(noErr, AudioOutputUnitStop(unit));
         EXPECT_EQ(kAudioUnitErr_CannotDoInCurrentContext, AudioOutputUnitStart(unit));
     };
-    EXPECT_EQ(1023, played(device)[1022]); // of the other alone
+    EXPECT_EQ(1023, played(device)[1022]); // the other unit alone
     EXPECT_FALSE(isRunning());
     counter.onRender = [] { ADD_FAILURE() << "called after a stop"; };
     EXPECT_TRUE(hardware.advanceCycles(device));
     AudioOutputUnitStop(other);
     EXPECT_FALSE(hardware.advanceCycles(device));
 
-    // goes on where it was, and another unit's callback stops it as well as its own
+    // it goes on where it was; another unit's callback can stop it, as its own can
     counter.onRender = nullptr;
     EXPECT_EQ(noErr, AudioOutputUnitStart(unit));
     EXPECT_EQ(0.5 * 1024, played(device)[0]);
@@ -186,7 +186,7 @@ TEST_F(DeviceOutput, StopsWithItsDeviceAndGoesOnWithTheNextOneNamed)
     EXPECT_FALSE(isRunning());
     AudioOutputUnitStop(unit);
     EXPECT_EQ(noErr, nameDevice(third));
-    EXPECT_FALSE(isRunning()); // was stopped meanwhile
+    EXPECT_FALSE(isRunning()); // stopped meanwhile
 
     AudioUnitUninitialize(unit);
     HardwareTest::set(third, 0, false, kAudioDevicePropertyNominalSampleRate, 48000.0);
@@ -224,7 +224,7 @@ TEST_F(DeviceOutput, FollowsTheDefaultOutputUnlessADeviceIsNamed)
     EXPECT_FALSE(isRunning());
     const AudioDeviceID third = add("third", 0, 2);
     EXPECT_TRUE(isRunning());
-    EXPECT_EQ(0, changes % 2); // every stop and start was told
+    EXPECT_EQ(0, changes % 2); // every stop and start was reported
     EXPECT_THAT(played(third), testing::Not(Each(0)));
     EXPECT_EQ(noErr, AudioOutputUnitStop(wrapped->audioUnit()));
 }

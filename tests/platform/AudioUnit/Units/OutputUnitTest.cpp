@@ -42,7 +42,7 @@ TEST(OutputUnit, NeedsNoDeviceUntilItIsStarted)
     EXPECT_THAT(samples, ElementsAre(0, 1, 1000, 1001));
     UInt32 size = 0;
     EXPECT_EQ(kAudioHardwareUnspecifiedError,
-              AudioHardwareGetPropertyInfo(kAudioHardwarePropertyDevices, &size, nullptr)); // which is this one
+              AudioHardwareGetPropertyInfo(kAudioHardwarePropertyDevices, &size, nullptr)); // the first call
     EXPECT_EQ(kAudioHardwareBadDeviceError,
               set(unit, kAudioOutputUnitProperty_CurrentDevice, kAudioUnitScope_Global, UInt32{256}));
     EXPECT_EQ(0U, get<UInt32>(unit, kAudioOutputUnitProperty_CurrentDevice, kAudioUnitScope_Global));

@@ -27,7 +27,7 @@ using testing::ElementsAre;
 namespace
 {
 
-// What a test does in a cycle. `frames` is that of the first buffer there is.
+// The arguments of a cycle. `frames` is the size of the first existing buffer.
 struct Cycle {
     const AudioTimeStamp& now;
     const AudioBufferList& input;
@@ -52,7 +52,7 @@ struct Client {
     {
         EXPECT_EQ(AudioDeviceAddIOProc(device, run, this), noErr);
     }
-    ~Client() { (void)AudioDeviceRemoveIOProc(device, run, this); } // which may be done already
+    ~Client() { (void)AudioDeviceRemoveIOProc(device, run, this); } // may be removed already
     OSStatus start() { return AudioDeviceStart(device, run, this); }
     OSStatus stop() { return AudioDeviceStop(device, run, this); }
     static OSStatus run(AudioDeviceID, const AudioTimeStamp* now, const AudioBufferList* input,
@@ -71,7 +71,7 @@ struct Client {
     std::atomic<int> cycles{0};
 };
 
-// Every sample different, exact in a float.
+// Writes samples that all differ and are exact in a float.
 void writePattern(const Cycle& cycle)
 {
     auto sample = static_cast<Float32>(cycle.outputTime.mSampleTime) * 2;
@@ -88,7 +88,7 @@ TEST_F(HardwareTest, ALoopIsBitExactAndItsTimesAgree)
     int heard = 0;
     Client recorder(pair.input, [&heard](const Cycle& cycle) {
         EXPECT_EQ(cycle.now.mSampleTime - cycle.inputTime.mSampleTime, 512);
-        if (cycle.inputTime.mSampleTime < 1024) // played later than that
+        if (cycle.inputTime.mSampleTime < 1024) // the played frames come later
             return;
         auto expected = static_cast<Float32>(cycle.inputTime.mSampleTime) * 2;
         for (const Float32 each : cycle.samples(cycle.input))
@@ -172,7 +172,7 @@ TEST_F(HardwareTest, RemovalWaitsForTheCycleInFlight)
         if (!stage.compare_exchange_strong(first, 1))
             return;
         stage.notify_all();
-        stage.wait(1); // until the remover is under way
+        stage.wait(1); // until the removal has started
         std::this_thread::yield();
         isOver = true;
     });
@@ -250,7 +250,7 @@ TEST_F(HardwareTest, AProcedureMayChangeTheDevicesWhileItsOwnIsUnplugged)
         const OutsideRealTime changes;
         stage = 1;
         stage.notify_all();
-        while (hardware.devices().size() == 2) // the unplugging has begun
+        while (hardware.devices().size() == 2) // until the unplugging has started
             std::this_thread::yield();
         hardware.addDevice({});
         EXPECT_EQ(hardware.setDefaultDevice(kAudioHardwarePropertyDefaultInputDevice, other), noErr);
@@ -303,7 +303,7 @@ TEST_F(HardwareTest, TwoClocksRunApartByTheirDrift)
     EXPECT_NEAR(fastTime.mRateScalar, 1 / 1.0005, 1e-9);
     AudioTimeStamp host;
     host.mFlags = kAudioTimeStampHostTimeValid;
-    fastTime.mSampleTime += 44122.05; // one second of the host
+    fastTime.mSampleTime += 44122.05; // one second of host time
     ASSERT_EQ(AudioDeviceTranslateTime(fast, &fastTime, &host), noErr);
     EXPECT_NEAR(static_cast<double>(host.mHostTime - AudioGetCurrentHostTime()), 1e9, 10);
 }
@@ -389,7 +389,7 @@ TEST_F(HardwareTest, ServerHabitsShowInTheTimesOfCycles)
     EXPECT_EQ(noErr, hardware.jumpSampleTime(device, -10000));
     EXPECT_TRUE(hardware.advanceCycles(device));
     EXPECT_THAT(inputTimes, ElementsAre(44100, 44612, 45124, 46148, 36404));
-    EXPECT_THAT(outputTimes, ElementsAre(45124, 45636, 46148, 47172, 37428)); // each where the last one ended
+    EXPECT_THAT(outputTimes, ElementsAre(45124, 45636, 46148, 47172, 37428)); // each at the previous one's end
     EXPECT_THAT(heard.take(), ElementsAre("over 0 in", "over 0 out"));
     heard.stopListeningToDevice(device, kAudioDeviceProcessorOverload);
 }
@@ -513,7 +513,7 @@ TEST_F(HardwareTest, AnInputPlaysAnAudioFile)
 
 TEST(VirtualHardware, BeginsWithALoopedPairThatIsTheDefault)
 {
-    GTEST_FLAG_SET(death_test_style, "threadsafe"); // a process of its own, where nothing was reset
+    GTEST_FLAG_SET(death_test_style, "threadsafe"); // a new process, where nothing was reset
     const auto looksRight = [] {
         std::array<AudioDeviceID, 3> ids{};
         UInt32 size = sizeof ids;

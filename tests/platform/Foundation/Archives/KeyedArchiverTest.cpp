@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Keyed archives: what is written, what comes back, what other writers may do, and what damaged ones must not do.
+// Keyed archives: their bytes, the objects read back, archives of other writers, and damaged ones.
 #include "Foundation/Archives/KeyedArchiver.h"
 #include "Foundation/Archives/KeyedUnarchiver.h"
 #include "Foundation/Archives/OpaqueObject.h"
@@ -51,7 +51,7 @@ template <class T> qmx::PropertyListRef shared(T value)
     return std::make_shared<qmx::PropertyListValue>(std::move(value));
 }
 
-// an archive whose object table is "$null" and these, the first being the root
+// An archive whose object table is "$null" and `objects`, the first one of which is the root.
 std::vector<std::uint8_t> archiveOf(PropertyListArray objects)
 {
     objects.insert(objects.begin(), shared(std::string("$null")));
@@ -200,7 +200,7 @@ TEST_F(KeyedArchive, RefusesCirclesDepthAndReferencesToNowhere)
         qmx::KeyedArchiver::archivedDataWithRootObject(std::make_shared<qmx::Array>(qmx::Array::Elements{nested}))
             .empty());
 
-    // many objects that share one long text: small as a file, beyond measure as objects
+    // many objects that share one long text: a small file, but huge objects
     PropertyListArray texts(30000, shared(std::string(100000, 'x')));
     texts.insert(texts.begin(), {list({}), shared(std::string()), classEntry("NSArray")});
     PropertyListArray uids;

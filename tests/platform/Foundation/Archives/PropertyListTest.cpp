@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Binary property lists byte by byte, damaged ones, and both ways against two other implementations (Python's,
-// libplist's).
+// Binary property lists byte by byte, damaged ones, and exchange in both directions with two other implementations
+// (Python's, libplist's).
 #include "Foundation/Archives/PropertyList.h"
 
 #include "support/Archives.h"
@@ -26,7 +26,7 @@ template <class T> qmx::PropertyListRef shared(T value)
     return std::make_shared<qmx::PropertyListValue>(std::move(value));
 }
 
-// the bytes of a list of one object, whose own bytes are given
+// The bytes of a list of one object, which are given in hexadecimal digits.
 std::vector<std::uint8_t> listOf(const std::string& objectHex)
 {
     auto bytes = fromHex("62706c6973743030" + objectHex);
@@ -122,7 +122,7 @@ TEST(PropertyList, RefusesWhatWouldMultiplyOrNeverEnd)
         EXPECT_EQ(rewritten(hex), "unreadable") << hex;
     qmx::PropertyListRef nested = shared(qmx::PropertyListArray{});
     for (std::size_t i = 1; i < qmx::propertyListDepthLimit; ++i)
-        nested = shared(qmx::PropertyListArray(100, nested)); // 100^63 leaves when followed one by one
+        nested = shared(qmx::PropertyListArray(100, nested)); // 100^63 leaves if visited one by one
     const auto bytes = qmx::binaryPropertyListData(*nested);
     EXPECT_LT(bytes.size(), 10000u);
     ASSERT_TRUE(qmx::parseBinaryPropertyList(bytes));

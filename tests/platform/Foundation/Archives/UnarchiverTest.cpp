@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Sequential archives, written out by hand in both byte orders.
+// Sequential archives, written by hand in both byte orders.
 #include "Foundation/Archives/Unarchiver.h"
 #include "Foundation/Archives/KeyedArchiver.h"
 #include "Foundation/Archives/KeyedUnarchiver.h"

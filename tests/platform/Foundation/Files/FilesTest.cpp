@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// File manager, file handles and references, on the machine's own file system and on the one in memory with its faults.
+// File manager, file handles and references, on the machine's own file system and on one in memory with faults.
 #include "CoreServices/Files.h"
 #include "Foundation/Files/FileHandle.h"
 #include "Foundation/Files/FileManager.h"
@@ -39,7 +39,7 @@ Bytes contents(const std::string& path)
 
 const Bytes someFork{0, 5, 22, 7, 0, 2, 0, 0};
 
-/// Two file systems: nothing moves by a change of names.
+/// Two file systems: renaming from one to the other fails.
 class TwoDisks : public qmx::test::MemoryDisk
 {
 public:
@@ -48,7 +48,7 @@ public:
 
 constexpr int rounds = 500;
 
-/// Counts two numbers of the file up under its lock, each round through a File of its own; false when they once differ.
+/// Increments two numbers in the file under its lock, in each round through a new File; false if they ever differ.
 /// Another File is opened and closed while the lock is held.
 bool countTwiceInStep(const std::string& path)
 {
@@ -137,7 +137,7 @@ TEST(FileManager, AFileAndItsForkGoTogether)
     FileManager& manager = FileManager::defaultManager();
     write("/a", {1, 2, 3});
     write("/._a", someFork);
-    write("/._c", {0, 5, 22, 7}); // a fork whose file is gone
+    write("/._c", {0, 5, 22, 7}); // a fork without its file
     ASSERT_TRUE(manager.copyPath_toPath_handler("/a", "/b", nullptr));
     ASSERT_TRUE(manager.movePath_toPath_handler("/b", "/c", nullptr));
     EXPECT_EQ(contents("/._c"), someFork);
@@ -148,7 +148,7 @@ TEST(FileManager, AFileAndItsForkGoTogether)
     write("/._c", someFork);
     ASSERT_TRUE(manager.movePath_toPath_handler("/plain", "/c", nullptr));
     EXPECT_FALSE(manager.fileExistsAtPath("/._c")) << "it belonged to an earlier file";
-    write("/._e", {'F', 'O', 'R', 'M'}); // a file of its own that only looks like a fork by its name
+    write("/._e", {'F', 'O', 'R', 'M'}); // an ordinary file, like a fork in name only
     EXPECT_FALSE(manager.copyPath_toPath_handler("/a", "/e", nullptr));
     EXPECT_FALSE(manager.movePath_toPath_handler("/a", "/e", nullptr));
     EXPECT_FALSE(manager.fileExistsAtPath("/e"));

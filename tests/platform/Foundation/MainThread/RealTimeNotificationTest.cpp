@@ -93,7 +93,7 @@ TEST(RealTimeNotification, FramesGiveWayToStatesWhenTheMainThreadIsBusyAndTheLos
     EXPECT_TRUE(
         log.has("RunLoop: 232 notifications of real-time threads were dropped, the main thread was busy for too long"));
     for (auto& each : many)
-        each.send(); // those that were dropped can be sent again
+        each.send(); // dropped ones can be sent again
     runWhatIsDue();
     EXPECT_EQ(frames, 2 * 768);
 }

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What becomes of devices and files when the system has no thread left, and when it has some again.
+// Devices and files when the system has no thread left, and when it has some again.
 #include "Foundation/Threads/Retirement.h"
 #include "platform/AudioToolbox/ExtAudioFileHelpers.h"
 #include "support/Hardware.h"
@@ -17,7 +17,7 @@ namespace
 
 using namespace qmx::test;
 
-/// In a process where nothing was used before.
+/// Runs in a process where nothing was used before.
 class LastingThread : public testing::Test
 {
 protected:
@@ -60,7 +60,7 @@ TEST_F(LastingThread, DevicesWithoutThreadsGiveAStatusAndWorkWhenThereAreSome)
         hardware.setTime(qmx::VirtualTime::fast);
         EXPECT_EQ(hardware.time(), qmx::VirtualTime::fast);
         EXPECT_EQ(AudioOutputUnitStop(unit), noErr);
-        EXPECT_THAT(heard.take(), testing::ElementsAre("goin 0 out")); // nobody is told after the end
+        EXPECT_THAT(heard.take(), testing::ElementsAre("goin 0 out")); // no listener is called after the end
         qmx::waitUntilRetired();
     });
 }

@@ -19,7 +19,7 @@ namespace
 class Publication : public testing::Test
 {
 protected:
-    /// Invalid when it was destroyed; there are `alive` of them.
+    /// Becomes invalid when destroyed; `alive` counts the existing ones.
     struct Object {
         explicit Object(std::atomic<int>& alive) : count(alive) { ++count; }
         ~Object()
@@ -59,7 +59,7 @@ TEST_F(Publication, NothingIsFreedWhileSomebodyReadsIt)
         writers.emplace_back("writer", [&, isInCallback = i == 0] {
             for (int round = 0; round < 200; ++round) {
                 std::optional<qmx::CallbackScope> callback;
-                qmx::Replacement replacement(publication); // ends without the lock
+                qmx::Replacement replacement(publication); // destroyed without the lock
                 if (isInCallback)
                     callback.emplace();
                 const std::scoped_lock lock(replacing);
@@ -86,7 +86,7 @@ TEST_F(Publication, NewcomersDoNotHoldUpWhoWaits)
         EXPECT_EQ(alive, 1);
         isReplaced = true;
     });
-    for (unsigned newcomer = 1; !isReplaced; newcomer = 1 - newcomer) { // there is always one inside
+    for (unsigned newcomer = 1; !isReplaced; newcomer = 1 - newcomer) { // one reader is always inside
         const qmx::RealTimeScope realTime;
         readers[newcomer].emplace(publication);
         readers[1 - newcomer].reset();

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Recording, storing and reading in one file at once, by threads and by processes: all audio is there afterwards, and
-// one whole record. Every round is another interleaving; more of them come with --gtest_repeat.
+// Recording, storing and reading in one file at once, by threads and by processes: afterwards all audio is there, and
+// one whole record. Every round is another interleaving; --gtest_repeat makes more of them.
 #include "FileRelated/QMXAudioFile.h"
 #include "Tracks/Store/QMXAIFFUtility.h"
 #include "Tracks/Store/QMXAudioTrackInfoReaderWriterFactory.h"
@@ -22,7 +22,7 @@ namespace
 using Factory = QMXAudioTrackInfoReaderWriterFactory;
 using Random = std::minstd_rand;
 
-/// Stores as many tracks, each called so. Long enough that a chunk half written shows.
+/// Stores `tracks` tracks, each titled with that number; long enough that a half-written chunk shows.
 void store(const std::string& path, int tracks)
 {
     const auto writer = Factory::writerWithAudioFilePath(path);
@@ -32,7 +32,7 @@ void store(const std::string& path, int tracks)
     writer->write();
 }
 
-/// How many tracks the file's record holds; -1 without one, and where they are not those of one store.
+/// How many tracks the file's record holds; -1 without one, and if they are not those of one store.
 int tracksIn(const std::string& path)
 {
     const auto record = Factory::readerWithAudioFilePath(path)->read();
@@ -51,7 +51,7 @@ void storeOften(const std::string& path, Random random)
         store(path, 1 + static_cast<int>(random() % 9));
 }
 
-/// Appends blocks of any size to the pattern in the file; gives its bytes.
+/// Appends blocks of any size to the pattern in the file; returns its bytes.
 std::size_t recordInto(const std::string& path, Random random)
 {
     const auto file = QMXAudioFile::initWithPath_accessMode(path, QMXAudioFileAccessMode::readWrite);

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Records kept inside AIFF files: the bytes that are written, that all else in the file survives, and what a failing or
-// killed write leaves behind.
+// Records kept inside AIFF files: the bytes that are written, that all else in the file survives, and what a failed or
+// killed write leaves.
 #include "FileRelated/QMXAudioFile.h"
 #include "Foundation/Archives/KeyedArchiver.h"
 #include "Tracks/Store/QMXAIFFUtility.h"
@@ -58,7 +58,7 @@ Bytes form(const Bytes& chunks)
     return chunk("FORM", Bytes{'A', 'I', 'F', 'F'} + chunks);
 }
 
-/// An application chunk of ours with `size` bytes behind its size field.
+/// An application chunk of ours with `size` bytes after its size field.
 Bytes trackChunk(const Bytes& archive, std::size_t size, UInt32 version = 3, bool hostVersion = false)
 {
     Bytes data{'t', 'R', 'a', 'K'};
@@ -71,7 +71,7 @@ Bytes trackChunk(const Bytes& archive, std::size_t size, UInt32 version = 3, boo
 
 const Bytes common = chunk("COMM", {0, 1, 0, 0, 0, 4, 0, 16, 0x40, 0x0e, 0xac, 0x44, 0, 0, 0, 0, 0, 0});
 const Bytes sound = chunk("SSND", {0, 0, 0, 0, 0, 0, 0, 0, 1, 2, 3, 4, 5, 6, 7, 8});
-/// Chunks that are none of the store's business; `mark` tells one set of them from another.
+/// Chunks that the store must leave alone; `mark` distinguishes one set of them from another.
 std::vector<Bytes> foreignChunks(UInt8 mark)
 {
     return {chunk("MARK", {0, 0, mark}),     chunk("ID3 ", {1, 2, 3, mark}),
@@ -216,7 +216,7 @@ TEST_F(TrackStore, EveryFailingWriteLeavesTheFileAsItWas)
                 }
 }
 
-/// The audio bytes that the audio file object gives after bringing the file in line.
+/// The audio bytes that the audio file object reads after bringing the file in line.
 Bytes audioBytes()
 {
     const auto audio = QMXAudioFile::initWithPath_accessMode(path, QMXAudioFileAccessMode::readWrite);
@@ -249,8 +249,8 @@ int chunksOfOurs(const Bytes& bytes)
     return count;
 }
 
-// Each change of the disk in turn is the last: of an append, an overwrite behind and in front of the audio, and a
-// growing last chunk. What comes first afterwards is reading, storing, repairing or opening the audio.
+// Each change of the disk in turn is the last: of an append, an overwrite after and before the audio, and a growing
+// last chunk. The first step afterwards is reading, storing, repairing or opening the audio.
 TEST_F(TrackStore, AKilledStoreLeavesTheRecordAsItWasOrAsItIsToBe)
 {
     const Bytes old = archive(record(1));

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
-// What becomes of files whose writer is killed, whose disk fails, and that other writers change meanwhile. Faults are
-// put at every change of the disk in turn; one test kills a real process. A torn write of fewer than 4096 header bytes
-// is not simulated.
+// Files whose writer is killed, whose disk fails, and which other writers change meanwhile. Every change of the disk
+// fails in turn; one test kills a real process. A torn write of fewer than 4096 header bytes is not simulated.
 #include "platform/AudioToolbox/AudioFileHelpers.h"
 #include "support/KilledProcess.h"
 #include "support/MemoryDisk.h"
@@ -48,7 +47,7 @@ const ByteBlock foreign2 = pattern(300, 99);
 const std::vector<std::size_t> writes{4096, 4099, 9000, 1'200'000, 5001, 3, 2};
 constexpr std::size_t block = 4096;
 
-// A file with a little audio and, where the case says so, chunks of others behind it; the bytes of audio.
+// A file with a little audio and, if the case says so, foreign chunks after it; returns the bytes of audio.
 std::size_t prepare(MemoryDisk& disk, const Case& c)
 {
     const std::size_t bytes = 37 * c.format.mBytesPerFrame;
@@ -72,7 +71,7 @@ void expectForeignChunks(const ByteBlock& file, const Case& c)
     EXPECT_EQ(found, c.hasChunksBehind ? 2U : 0U);
 }
 
-// Opens the file and expects at least `bytes` of audio, right up to there.
+// Opens the file and expects at least `bytes` of audio, correct to the end.
 void expectAudio(const Case& c, std::size_t bytes, SInt8 permissions)
 {
     const auto opened = openFile("/d/file", permissions);
@@ -87,7 +86,7 @@ void expectAudio(const Case& c, std::size_t bytes, SInt8 permissions)
     EXPECT_EQ(AudioFileClose(opened.file), noErr);
 }
 
-// The audio, and every other chunk, as it is and after it was opened for writing, which brings it in line.
+// Expects the audio, and every other chunk, before and after opening for writing brings the file in line.
 void expectIntact(MemoryDisk& disk, const Case& c, std::size_t bytes)
 {
     if (c.hasChunksBehind)
@@ -121,7 +120,7 @@ TEST_P(EveryChange, KilledWriterLeavesAllAcknowledgedBlocksAndAllChunks)
             end += size;
             acknowledged = isAlive() && size >= block ? end : acknowledged;
         }
-        (void)AudioFileClose(opened.file); // fails where the writer was killed
+        (void)AudioFileClose(opened.file); // fails if the writer was killed
         const bool survived = isAlive();
         disk.clearFaults();
         expectIntact(disk, c, survived ? end : acknowledged);
@@ -167,15 +166,14 @@ TEST_P(EveryChange, FailingWriteLosesNothingAndTheNextOnesSucceed)
         const OSStatus closed = AudioFileClose(opened.file);
         expectIntact(disk, c, closed == noErr ? end : 0);
         if (failures == 1) {
-            EXPECT_LT(disk.contents("/d/file").size(), end + 3000); // no room is left over
+            EXPECT_LT(disk.contents("/d/file").size(), end + 3000); // no room is left
         }
         if (disk.changesMade() - before < change || HasFailure())
             break;
     }
 }
 
-// Another writer appends a chunk meanwhile. A gap is filled with zeros. At close the room made for growth is given
-// back.
+// Another writer appends a chunk meanwhile. A gap is filled with zeros. Closing gives up the room made for growth.
 TEST_P(EveryChange, GrowthKeepsEveryByteAndEndsWithTheChunksRightBehindTheAudio)
 {
     const Case& c = GetParam();
