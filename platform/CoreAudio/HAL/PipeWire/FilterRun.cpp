@@ -284,8 +284,8 @@ void FilterRun::process(void* data, spa_io_position* position)
 void FilterRun::cycleEnded(void* data)
 {
     auto& self = *static_cast<FilterRun*>(data);
-    if (!pw_data_loop_in_thread(
-            pw_context_get_data_loop(self.context_))) // threads that wait for this one run the hook too
+    // Threads that wait for this one run the hook too.
+    if (!pw_data_loop_in_thread(pw_context_get_data_loop(self.context_)))
         return;
     const UInt64 due = std::exchange(self.due_, 0);
     if (due == 0 || monotonicTime() <= due)
