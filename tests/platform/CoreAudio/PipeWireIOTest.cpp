@@ -76,12 +76,10 @@ protected:
             return playerTimes.breaks + recorderTimes.breaks > 0 || wasTold(output, kAudioDeviceProcessorOverload) ||
                    wasTold(input, kAudioDeviceProcessorOverload);
         };
-        const bool isExplained = arrived.breaks == 0 || waitUntil(isTold);
-        untold_ += isExplained ? 0 : 1;
-        EXPECT_LE(untold_, 1) << arrived.breaks << " breaks though no gap was told";
+        EXPECT_TRUE(arrived.breaks == 0 || waitUntil(isTold)) << arrived.breaks << " breaks though no gap was told";
         for (const AudioDeviceID device : {output, input})
             stopListeningTo(device);
-        return isExplained && arrived.inOrder > sampleCount / 2 && arrived.longestRun > sampleCount / 4;
+        return arrived.inOrder > sampleCount / 2 && arrived.longestRun > sampleCount / 4;
     }
     void expectExact(const std::string& output, const std::string& input)
     {
@@ -90,9 +88,6 @@ protected:
             isExact = isPlayedAndCaptured(find(output), find(input));
         EXPECT_TRUE(isExact) << input;
     }
-
-private:
-    int untold_ = 0;
 };
 
 TEST_P(PipeWireIOTest, WhatASinkPlaysIsCapturedBitForBit)
@@ -199,22 +194,25 @@ TEST_P(PipeWireIOTest, ServersMayDieAndComeBackWhileDevicesRun)
 TEST_P(PipeWireIOTest, AProcedureThatOverrunsItsCycleIsTold)
 {
     const AudioDeviceID sink = find("test-sink");
-    listenTo(sink);
-    std::atomic<int> cycles{0};
-    Times times;
-    Procedure player(sink, [&](const auto&, const auto&, AudioBufferList& output, const AudioTimeStamp& time) {
-        times.add(time, samplesOf(output).size() / 2);
-        const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(100);
-        while (++cycles == 3 && std::chrono::steady_clock::now() < end)
-            --cycles;
-        const qmx::test::OutsideRealTime outside;
-        tell();
-    });
-    ASSERT_EQ(player.start(), noErr);
-    EXPECT_TRUE(waitFor(sink, kAudioDeviceProcessorOverload, [&] { return cycles > 5; }));
-    EXPECT_GT(times.breaks, 0);
-    EXPECT_EQ(player.stop(), noErr);
-    stopListeningTo(sink);
+    for (const int milliseconds : {28, 100}) { // the next cycle comes in time all the same, or some are missed
+        listenTo(sink);
+        std::atomic<int> cycles{0};
+        Times times;
+        Procedure player(sink, [&](const auto&, const auto&, AudioBufferList& output, const AudioTimeStamp& time) {
+            times.add(time, samplesOf(output).size() / 2);
+            const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(milliseconds);
+            while (++cycles == 3 && std::chrono::steady_clock::now() < end)
+                --cycles;
+            const qmx::test::OutsideRealTime outside;
+            tell();
+        });
+        ASSERT_EQ(player.start(), noErr);
+        EXPECT_TRUE(waitUntil([&] { return cycles > 5; }));
+        EXPECT_EQ(player.stop(), noErr);
+        EXPECT_TRUE(waitUntil([&] { return wasTold(sink, kAudioDeviceProcessorOverload); })) << milliseconds;
+        EXPECT_TRUE(milliseconds < 100 || times.breaks > 0);
+        stopListeningTo(sink);
+    }
 }
 
 // No sound is better than sound of the wrong pitch.

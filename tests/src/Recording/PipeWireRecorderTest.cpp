@@ -9,6 +9,9 @@
 #include "support/RecordedSamples.h"
 #include "support/TemporaryFolder.h"
 
+#include <algorithm>
+#include <array>
+
 namespace
 {
 
@@ -45,9 +48,10 @@ protected:
     {
         path_ = folder_.path("take" + std::to_string(++takes_) + ".aif");
         sink_ = QMXAudioDevice::deviceWithDeviceID(find("test-sink"));
-        listenTo(sink_->deviceID());
         recorder = QMXAudioRecorder::initWithAudioDevice_filePath(
             QMXAudioDevice::deviceWithDeviceID(find("test-source")), path_);
+        for (const AudioDeviceID device : devicesOfTake())
+            listenTo(device);
         recorder->setFileStreamFormat(QMXAudioStreamBasicDescription(qmx::packedPhysicalFormat(48000, 2, 32, true)));
         recorder->setWritesPartialBufferAtStop(true);
         ASSERT_TRUE(recorder->record());
@@ -69,10 +73,14 @@ protected:
         const ArrivedCount arrived(samples);
         EXPECT_EQ(arrived.changed, 0U);
         const auto isTold = [this] {
-            return !recorder->lostFramePositions().empty() || wasTold(sink_->deviceID(), kAudioDeviceProcessorOverload);
+            return !recorder->lostFramePositions().empty() ||
+                   std::ranges::any_of(devicesOfTake(), [this](AudioDeviceID device) {
+                       return wasTold(device, kAudioDeviceProcessorOverload);
+                   });
         };
         EXPECT_TRUE(arrived.breaks == 0 || waitUntil(isTold)) << arrived.breaks << " breaks though no loss was told";
-        stopListeningTo(sink_->deviceID());
+        for (const AudioDeviceID device : devicesOfTake())
+            stopListeningTo(device);
         return arrived.inOrder;
     }
     /// The number of samples in order in a take during which `happens` was called.
@@ -90,6 +98,11 @@ protected:
     std::shared_ptr<QMXAudioRecorder> recorder;
 
 private:
+    std::array<AudioDeviceID, 2> devicesOfTake() const
+    {
+        return {sink_->deviceID(), recorder->inputDevice()->deviceID()};
+    }
+
     qmx::test::TemporaryFolder folder_;
     std::string path_;
     int takes_ = 0;

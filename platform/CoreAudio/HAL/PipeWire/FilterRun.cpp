@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <utility>
 
 namespace qmx::pipewire
 {
@@ -16,11 +17,10 @@ namespace
 // The first blocks of a port may hold old sound of another program.
 constexpr UInt32 cyclesToDrop = 2;
 
-// Whether the next cycle should have started already; false for a clock that does not follow real time.
-bool isLate(const spa_io_clock& clock)
+// When the next cycle begins; 0 for a clock that does not follow real time.
+UInt64 endOf(const spa_io_clock& clock)
 {
-    return clock.next_nsec > clock.nsec && !(clock.flags & SPA_IO_CLOCK_FLAG_FREEWHEEL) &&
-           monotonicTime() > clock.next_nsec;
+    return clock.next_nsec > clock.nsec && !(clock.flags & SPA_IO_CLOCK_FLAG_FREEWHEEL) ? clock.next_nsec : 0;
 }
 
 } // namespace
@@ -107,10 +107,10 @@ void FilterRun::takeDown()
         spa_hook_remove(&filterHook_);
         pw_filter_destroy(filter_);
     }
+    if (context_)
+        pw_context_destroy(context_); // destroys the core too, and ends the thread that signals the event
     if (event_)
         pw_loop_destroy_source(connection_.loop(), event_);
-    if (context_)
-        pw_context_destroy(context_); // destroys the core too
     filter_ = nullptr;
     event_ = nullptr;
     context_ = nullptr;
@@ -160,12 +160,28 @@ bool FilterRun::makeFilter(const RunRequest& request)
     core_ = context_ ? pw_context_connect(context_, nullptr, 0) : nullptr;
     filter_ = core_ ? pw_filter_new(core_, request.name.c_str(), runProperties(request)) : nullptr;
     event_ = pw_loop_add_event(connection_.loop(), cycleEvent, this);
-    if (!filter_ || !event_)
+    if (!filter_ || !event_ || !watchCycles())
         return false;
     pw_filter_add_listener(filter_, &filterHook_, &events, this);
     return addPorts(input_, true, request.capturePorts.size(), request.mostFrames) &&
            addPorts(output_, false, request.playbackPorts.size(), request.mostFrames) &&
            pw_filter_connect(filter_, PW_FILTER_FLAG_RT_PROCESS, nullptr, 0) == 0;
+}
+
+// Stops the cycles' thread meanwhile: it walks its list of hooks without a lock.
+bool FilterRun::watchCycles()
+{
+    static const spa_loop_control_hooks hooks = [] {
+        spa_loop_control_hooks made{};
+        made.version = SPA_VERSION_LOOP_CONTROL_HOOKS;
+        made.before = cycleEnded;
+        return made;
+    }();
+    pw_data_loop* const thread = pw_context_get_data_loop(context_);
+    if (pw_data_loop_stop(thread) != 0)
+        return false;
+    pw_loop_add_hook(pw_data_loop_get_loop(thread), &loopHook_, &hooks, this);
+    return pw_data_loop_start(thread) == 0;
 }
 
 bool FilterRun::addPorts(Side& side, bool isInput, std::size_t channels, UInt32 mostFrames)
@@ -256,8 +272,26 @@ void FilterRun::cycleEvent(void* data, std::uint64_t)
 void FilterRun::process(void* data, spa_io_position* position)
 {
     auto& self = *static_cast<FilterRun*>(data);
-    if (position && self.runCycle(position->clock))
+    if (!position)
+        return;
+    const spa_io_clock clock = position->clock; // the server changes its own while a cycle runs late
+    if (self.runCycle(clock))
         pw_loop_signal_event(self.connection_.loop(), self.event_); // rare; takes no lock, writes to a descriptor
+}
+
+// Runs when the cycles' thread is about to wait: only then has the server certainly been handed the cycle's sound. The
+// thread may be interrupted after the procedures have ended, and the server drops sound that arrives too late.
+void FilterRun::cycleEnded(void* data)
+{
+    auto& self = *static_cast<FilterRun*>(data);
+    // Threads that wait for this one run the hook too.
+    if (!pw_data_loop_in_thread(pw_context_get_data_loop(self.context_)))
+        return;
+    const UInt64 due = std::exchange(self.due_, 0);
+    if (due == 0 || monotonicTime() <= due)
+        return;
+    self.signals_->isOverloaded = true;
+    pw_loop_signal_event(self.connection_.loop(), self.event_);
 }
 
 // Returns whether the connection's thread has something to report.
@@ -274,21 +308,20 @@ bool FilterRun::runCycle(const spa_io_clock& clock) noexcept
     if (frames == 0 || clock.rate.denom == 0 || !(input_.isLinked() || output_.isLinked()))
         return false;
     if (isRepeated(clock)) {
-        if (isSettled_ && isOpen_.load())
+        if (isSettled_ && isOpen_.load()) {
             writeOutput(frames);
+            due_ = endOf(clock);
+        }
         return false;
     }
-    bool hasNews = keepTime(clock);
+    const bool hasNews = keepTime(clock);
     if (!isSettled_) {
         isSettled_ = ++cyclesSeen_ > cyclesToDrop;
         return hasNews || isSettled_;
     }
     if (isOpen_.load() && !signals_->cycle.test_and_set()) {
         runProcedures(frames, clock);
-        if (isLate(clock)) {
-            signals_->isOverloaded = true;
-            hasNews = true;
-        }
+        due_ = endOf(clock);
         signals_->cycle.clear();
         signals_->cycle.notify_all();
     }

@@ -89,8 +89,10 @@ private:
     static void process(void* self, spa_io_position* position);
     static void stateChanged(void* self, pw_filter_state old, pw_filter_state state, const char* error);
     static void cycleEvent(void* self, std::uint64_t count);
+    static void cycleEnded(void* self);
 
     OSStatus startLocked(const RunRequest& request);
+    bool watchCycles();
     bool makeFilter(const RunRequest& request);
     bool addPorts(Side& side, bool isInput, std::size_t channels, UInt32 mostFrames);
     bool portsAreThere(const RunRequest& request) const;
@@ -113,7 +115,7 @@ private:
     pw_context* context_ = nullptr;
     pw_core* core_ = nullptr;
     pw_filter* filter_ = nullptr;
-    spa_hook filterHook_{};
+    spa_hook filterHook_{}, loopHook_{};
     spa_source* event_ = nullptr; ///< lets a cycle wake the connection's thread
     std::vector<std::unique_ptr<Link>> links_;
     std::vector<std::uint32_t> capturePorts_, playbackPorts_; ///< the device's
@@ -134,6 +136,7 @@ private:
     UInt64 expected_ = 0;    ///< the next cycle's
     SInt64 clockOffset_ = 0; ///< from the clock's positions to the device's sample times
     UInt32 cyclesSeen_ = 0;
+    UInt64 due_ = 0; ///< when the cycle must have been handed to the server; 0 once it has been
     std::optional<ClockReading> resumed_;
 };
 
