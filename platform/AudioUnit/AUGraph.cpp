@@ -21,7 +21,7 @@ struct Node {
     ComponentDescription description() const
     {
         ComponentDescription result;
-        GetComponentInfo(component, &result);
+        (void)GetComponentInfo(component, &result); // fails for null only
         return result;
     }
     bool isOutput() const { return description().componentType == kAudioUnitType_Output; }
@@ -95,7 +95,7 @@ void OpaqueAUGraph::closeNode(Node& node)
         return;
     if (output.load() == node.unit)
         output.store(nullptr);
-    CloseComponent(node.unit);
+    (void)CloseComponent(node.unit); // fails for null only
     node.unit = nullptr;
     node.isInitialised = false;
 }
@@ -154,10 +154,10 @@ OSStatus OpaqueAUGraph::initialise()
 
 void OpaqueAUGraph::uninitialise()
 {
-    AUGraphStop(this);
+    (void)AUGraphStop(this); // a unit that cannot be stopped is uninitialised all the same
     for (Node& node : nodes)
         if (std::exchange(node.isInitialised, false))
-            AudioUnitUninitialize(node.unit);
+            (void)AudioUnitUninitialize(node.unit); // it is closed in any case
     isInitialised = false;
 }
 
@@ -393,7 +393,8 @@ OSStatus AUGraphIsRunning(AUGraph graph, Boolean* isRunning)
     const AudioUnit output = graph->output.load();
     UInt32 outputRuns = 0, size = sizeof outputRuns;
     if (output)
-        AudioUnitGetProperty(output, kAudioOutputUnitProperty_IsRunning, kAudioUnitScope_Global, 0, &outputRuns, &size);
+        (void)AudioUnitGetProperty(output, kAudioOutputUnitProperty_IsRunning, kAudioUnitScope_Global, 0, &outputRuns,
+                                   &size); // a unit that does not tell does not run
     *isRunning = output ? outputRuns != 0 : graph->isStarted.load();
     return noErr;
 }

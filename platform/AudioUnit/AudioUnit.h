@@ -34,63 +34,69 @@
 
 /// Makes everything that rendering needs. Does nothing on an initialised unit. On failure the unit stays
 /// uninitialised.
-QMX_EXPORT OSStatus AudioUnitInitialize(AudioUnit unit);
+[[nodiscard]] QMX_EXPORT OSStatus AudioUnitInitialize(AudioUnit unit);
 /// Ends rendering, waits for the cycle in flight and frees what initialising made.
-QMX_EXPORT OSStatus AudioUnitUninitialize(AudioUnit unit);
+[[nodiscard]] QMX_EXPORT OSStatus AudioUnitUninitialize(AudioUnit unit);
 /// Before the next render the unit drops the sound it still holds, and its input times restart at 0. Scope and element
 /// are not used.
-QMX_EXPORT OSStatus AudioUnitReset(AudioUnit unit, AudioUnitScope scope, AudioUnitElement element);
+[[nodiscard]] QMX_EXPORT OSStatus AudioUnitReset(AudioUnit unit, AudioUnitScope scope, AudioUnitElement element);
 
 /// A property's size in bytes and whether it can be set; both pointers may be null.
-QMX_EXPORT OSStatus AudioUnitGetPropertyInfo(AudioUnit unit, AudioUnitPropertyID property, AudioUnitScope scope,
-                                             AudioUnitElement element, UInt32* size, Boolean* isWritable);
+[[nodiscard]] QMX_EXPORT OSStatus AudioUnitGetPropertyInfo(AudioUnit unit, AudioUnitPropertyID property,
+                                                           AudioUnitScope scope, AudioUnitElement element, UInt32* size,
+                                                           Boolean* isWritable);
 /// Copies a property's value. `*size` is the room in bytes and becomes the number of bytes copied; with a null `value`
 /// it becomes the value's size. kAudioUnitErr_InvalidPropertyValue if the room is too small.
-QMX_EXPORT OSStatus AudioUnitGetProperty(AudioUnit unit, AudioUnitPropertyID property, AudioUnitScope scope,
-                                         AudioUnitElement element, void* value, UInt32* size);
+[[nodiscard]] QMX_EXPORT OSStatus AudioUnitGetProperty(AudioUnit unit, AudioUnitPropertyID property,
+                                                       AudioUnitScope scope, AudioUnitElement element, void* value,
+                                                       UInt32* size);
 /// Sets a property; kAudioUnitErr_InvalidPropertyValue for a wrong size or value. On failure the old value stays; only
 /// a running output unit that cannot start on a newly named device keeps that device and stops.
-QMX_EXPORT OSStatus AudioUnitSetProperty(AudioUnit unit, AudioUnitPropertyID property, AudioUnitScope scope,
-                                         AudioUnitElement element, const void* value, UInt32 size);
+[[nodiscard]] QMX_EXPORT OSStatus AudioUnitSetProperty(AudioUnit unit, AudioUnitPropertyID property,
+                                                       AudioUnitScope scope, AudioUnitElement element,
+                                                       const void* value, UInt32 size);
 
 /// Called after a property was set, on the thread that set it, with no lock held. If a device caused the change (an
 /// output unit stops with its device, or goes on with another), it is the notification thread of the hardware layer.
 using AudioUnitPropertyListenerProc = void (*)(void* refCon, AudioUnit unit, AudioUnitPropertyID property,
                                                AudioUnitScope scope, AudioUnitElement element);
-QMX_EXPORT OSStatus AudioUnitAddPropertyListener(AudioUnit unit, AudioUnitPropertyID property,
-                                                 AudioUnitPropertyListenerProc listener, void* refCon);
+[[nodiscard]] QMX_EXPORT OSStatus AudioUnitAddPropertyListener(AudioUnit unit, AudioUnitPropertyID property,
+                                                               AudioUnitPropertyListenerProc listener, void* refCon);
 /// Removes all registrations of `listener` for `property`. A call in progress on another thread may end after this
 /// returns.
-QMX_EXPORT OSStatus AudioUnitRemovePropertyListener(AudioUnit unit, AudioUnitPropertyID property,
-                                                    AudioUnitPropertyListenerProc listener);
+[[nodiscard]] QMX_EXPORT OSStatus AudioUnitRemovePropertyListener(AudioUnit unit, AudioUnitPropertyID property,
+                                                                  AudioUnitPropertyListenerProc listener);
 
 /// Calls `callback` before and after each render, with kAudioUnitRenderAction_PreRender or _PostRender among the flags.
-QMX_EXPORT OSStatus AudioUnitAddRenderNotify(AudioUnit unit, AURenderCallback callback, void* refCon);
-QMX_EXPORT OSStatus AudioUnitRemoveRenderNotify(AudioUnit unit, AURenderCallback callback, void* refCon);
+[[nodiscard]] QMX_EXPORT OSStatus AudioUnitAddRenderNotify(AudioUnit unit, AURenderCallback callback, void* refCon);
+[[nodiscard]] QMX_EXPORT OSStatus AudioUnitRemoveRenderNotify(AudioUnit unit, AURenderCallback callback, void* refCon);
 
 /// Real-time safe.
-QMX_EXPORT OSStatus AudioUnitGetParameter(AudioUnit unit, AudioUnitParameterID parameter, AudioUnitScope scope,
-                                          AudioUnitElement element, AudioUnitParameterValue* value);
+[[nodiscard]] QMX_EXPORT OSStatus AudioUnitGetParameter(AudioUnit unit, AudioUnitParameterID parameter,
+                                                        AudioUnitScope scope, AudioUnitElement element,
+                                                        AudioUnitParameterValue* value);
 /// Takes effect with the next render, whatever `bufferOffset` is. A value is clamped to the range;
 /// kAudioUnitErr_InvalidParameter if it is not finite. Real-time safe.
-QMX_EXPORT OSStatus AudioUnitSetParameter(AudioUnit unit, AudioUnitParameterID parameter, AudioUnitScope scope,
-                                          AudioUnitElement element, AudioUnitParameterValue value, UInt32 bufferOffset);
+[[nodiscard]] QMX_EXPORT OSStatus AudioUnitSetParameter(AudioUnit unit, AudioUnitParameterID parameter,
+                                                        AudioUnitScope scope, AudioUnitElement element,
+                                                        AudioUnitParameterValue value, UInt32 bufferOffset);
 
 /// Renders `frames` frames (at most the maximum frames per slice) of output bus `bus`. A buffer without data is pointed
 /// to memory of the unit, valid until the next render. The smallest buffer limits the frames rendered; buffers beyond
 /// the format's channels are silenced. On return the sizes are those of the frames rendered. Missing or failing input
 /// is silence, and the first such status is the result although all frames were rendered. `flags` may be null.
 /// Real-time safe.
-QMX_EXPORT OSStatus AudioUnitRender(AudioUnit unit, AudioUnitRenderActionFlags* flags, const AudioTimeStamp* time,
-                                    UInt32 bus, UInt32 frames, AudioBufferList* data);
+[[nodiscard]] QMX_EXPORT OSStatus AudioUnitRender(AudioUnit unit, AudioUnitRenderActionFlags* flags,
+                                                  const AudioTimeStamp* time, UInt32 bus, UInt32 frames,
+                                                  AudioBufferList* data);
 
 /// Starts the cycles of an output unit on the device that was named (kAudioOutputUnitProperty_CurrentDevice), otherwise
 /// on the default output, which it then follows; kAudioHardwareBadDeviceError if there is none. A unit that loses its
 /// device stops, and goes on when one is named or becomes the default, unless it is stopped before.
 /// badComponentSelector for units of another type; kAudioUnitErr_CannotDoInCurrentContext on real-time threads and
 /// inside callbacks.
-QMX_EXPORT OSStatus AudioOutputUnitStart(AudioUnit unit);
+[[nodiscard]] QMX_EXPORT OSStatus AudioOutputUnitStart(AudioUnit unit);
 /// Stops the cycles and waits for the one in flight. On real-time threads and inside callbacks it does not wait: from
 /// then on the unit is not running, the current slice is silence, and no further callback is called; the next start
 /// waits for the rest.
-QMX_EXPORT OSStatus AudioOutputUnitStop(AudioUnit unit);
+[[nodiscard]] QMX_EXPORT OSStatus AudioOutputUnitStop(AudioUnit unit);

@@ -75,7 +75,7 @@ OSErr OpenAComponent(Component component, ComponentInstance* instance)
 ComponentInstance OpenComponent(Component component)
 {
     ComponentInstance instance = nullptr;
-    OpenAComponent(component, &instance);
+    (void)OpenAComponent(component, &instance); // null tells
     return instance;
 }
 

@@ -29,12 +29,12 @@ QMX_EXPORT Component FindNextComponent(Component after, const ComponentDescripti
 /// The number of components that match `looking`.
 QMX_EXPORT UInt32 CountComponents(const ComponentDescription* looking);
 /// Describes `component`; paramErr for null.
-QMX_EXPORT OSErr GetComponentInfo(Component component, ComponentDescription* description);
+[[nodiscard]] QMX_EXPORT OSErr GetComponentInfo(Component component, ComponentDescription* description);
 
 /// Opens `component`. The caller closes `*instance`, which is null on failure.
-QMX_EXPORT OSErr OpenAComponent(Component component, ComponentInstance* instance);
+[[nodiscard]] QMX_EXPORT OSErr OpenAComponent(Component component, ComponentInstance* instance);
 /// The same; null on failure.
 QMX_EXPORT ComponentInstance OpenComponent(Component component);
 /// Ends an instance's work, waits for the cycle in flight, and frees it. Inside one of its callbacks it only ends the
 /// work; a later call that opens or closes a component outside of callbacks frees the memory.
-QMX_EXPORT OSErr CloseComponent(ComponentInstance instance);
+[[nodiscard]] QMX_EXPORT OSErr CloseComponent(ComponentInstance instance);

@@ -6,7 +6,7 @@ std::shared_ptr<QMXAudioUnit> QMXAudioUnit::defaultOutputUnit()
     const ComponentDescription description{kAudioUnitType_Output, kAudioUnitSubType_DefaultOutput,
                                            kAudioUnitManufacturer_Apple};
     AudioUnit unit = nullptr;
-    OpenAComponent(FindNextComponent(nullptr, &description), &unit);
+    (void)OpenAComponent(FindNextComponent(nullptr, &description), &unit); // null does not initialise
     auto object = std::shared_ptr<QMXAudioUnit>(new QMXAudioUnit(unit, true));
     return AudioUnitInitialize(unit) == noErr ? object : nullptr;
 }
@@ -19,7 +19,7 @@ std::shared_ptr<QMXAudioUnit> QMXAudioUnit::initWithAudioUnit(AudioUnit audioUni
 QMXAudioUnit::~QMXAudioUnit()
 {
     if (mIsOwned)
-        CloseComponent(mAudioUnit);
+        (void)CloseComponent(mAudioUnit); // nobody is left to be told
 }
 
 const AudioStreamBasicDescription* QMXAudioUnit::streamFormat()
@@ -27,8 +27,8 @@ const AudioStreamBasicDescription* QMXAudioUnit::streamFormat()
     if (!mAUInternalFormat) {
         mAUInternalFormat = std::make_unique<AudioStreamBasicDescription>();
         UInt32 size = sizeof *mAUInternalFormat;
-        AudioUnitGetProperty(mAudioUnit, kAudioUnitProperty_StreamFormat, kAudioUnitScope_Input, 0,
-                             mAUInternalFormat.get(), &size);
+        (void)AudioUnitGetProperty(mAudioUnit, kAudioUnitProperty_StreamFormat, kAudioUnitScope_Input, 0,
+                                   mAUInternalFormat.get(), &size); // all zero tells
     }
     return mAUInternalFormat.get();
 }

@@ -29,7 +29,7 @@ public:
     OpenUnit& operator=(const OpenUnit&) = delete;
 
     operator AudioUnit() const { return unit_; }
-    void close() { CloseComponent(std::exchange(unit_, nullptr)); }
+    void close() { (void)CloseComponent(std::exchange(unit_, nullptr)); }
 
 private:
     AudioUnit unit_ = nullptr;

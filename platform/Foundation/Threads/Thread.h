@@ -44,7 +44,7 @@ public:
     /// Schedules the calling thread as real-time (true), at priority 80 or the system's limit if that is lower, or as
     /// an ordinary thread again (false). Threads and processes that it starts are ordinary. Returns false if the system
     /// does not allow it, which is logged once; the thread is then unchanged.
-    static bool setRealTime(bool isRealTime);
+    [[nodiscard]] static bool setRealTime(bool isRealTime);
 
 private:
     std::thread thread_;

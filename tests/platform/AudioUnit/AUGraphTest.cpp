@@ -13,8 +13,8 @@ namespace
 class AUGraphs : public testing::Test
 {
 protected:
-    AUGraphs() { NewAUGraph(&graph); }
-    ~AUGraphs() override { DisposeAUGraph(graph); }
+    AUGraphs() { EXPECT_EQ(NewAUGraph(&graph), noErr); }
+    ~AUGraphs() override { EXPECT_EQ(DisposeAUGraph(graph), noErr); }
 
     AUNode add(const ComponentDescription& description)
     {
@@ -65,7 +65,7 @@ TEST_F(AUGraphs, KeepNodesAndConnectionsWhenTheyAreClosedAndOpenedAgain)
 
 TEST_F(AUGraphs, RefuseWhatDoesNotFit)
 {
-    AUGraphOpen(graph);
+    EXPECT_EQ(AUGraphOpen(graph), noErr);
     const AUNode first = add(converterUnit), second = add(converterUnit);
     add(defaultOutput);
     AUNode node = 0;
@@ -78,7 +78,7 @@ TEST_F(AUGraphs, RefuseWhatDoesNotFit)
     EXPECT_EQ(kAUGraphErr_InvalidConnection, AUGraphDisconnectNodeInput(graph, first, 0));
     EXPECT_EQ(kAUGraphErr_NodeNotFound, AUGraphConnectNodeInput(graph, first, 0, 99, 0));
     UInt32 connections = 0;
-    AUGraphGetNumberOfConnections(graph, &connections);
+    EXPECT_EQ(AUGraphGetNumberOfConnections(graph, &connections), noErr);
     EXPECT_EQ(1U, connections);
     EXPECT_EQ(noErr, AUGraphInitialize(graph));
     qmx::VirtualHardware::shared().reset(); // no device
@@ -94,7 +94,7 @@ TEST_F(AUGraphs, RefuseWhatDoesNotFit)
     BufferList list(samples, 2);
     EXPECT_EQ(kAudioUnitErr_NoConnection, render(unitOf(third), 2, list));
     EXPECT_EQ(noErr, AUGraphRemoveNode(graph, first));
-    AUGraphGetNumberOfConnections(graph, &connections);
+    EXPECT_EQ(AUGraphGetNumberOfConnections(graph, &connections), noErr);
     EXPECT_EQ(0U, connections);
     EXPECT_EQ(kAudioUnitErr_NoConnection, render(unitOf(second), 2, list));
     EXPECT_EQ(kAudio_ParamError, AUGraphStart(nullptr));

@@ -62,7 +62,7 @@ TEST_F(AudioUnits, FillBuffersAsFarAsTheyReach)
 
 TEST_F(AudioUnits, FailuresOfInputAreSilenceAndAreRemembered)
 {
-    AudioUnitInitialize(unit);
+    EXPECT_EQ(AudioUnitInitialize(unit), noErr);
     BufferList list(samples, 2);
     counter.result = -1;
     samples.assign(8, 9);
@@ -115,8 +115,8 @@ TEST_F(AudioUnits, PropertiesAreCheckedBeforeTheyAreTaken)
               set(unit, kAudioUnitProperty_StreamFormat, kAudioUnitScope_Output, format, 1));
     EXPECT_EQ(kAudioUnitErr_InvalidScope, set(unit, kAudioUnitProperty_StreamFormat, kAudioUnitScope_Global, format));
 
-    // while initialised, a format that cannot be converted leaves the old one in use
-    AudioUnitInitialize(unit);
+    // while initialised a format that cannot be converted leaves the old one in use
+    EXPECT_EQ(AudioUnitInitialize(unit), noErr);
     EXPECT_EQ(kAudioUnitErr_Initialized, setFrames(128));
     EXPECT_EQ(kAudioUnitErr_FormatNotSupported, set(unit, kAudioUnitProperty_SampleRate, kAudioUnitScope_Output, 15e6));
     EXPECT_EQ(kAudioUnitErr_FormatNotSupported,
@@ -136,7 +136,7 @@ TEST_F(AudioUnits, AChannelMapSaysWhichInputFeedsWhichOutput)
     EXPECT_EQ(noErr, set(unit, kAudioOutputUnitProperty_ChannelMap, kAudioUnitScope_Output, swapped));
     EXPECT_EQ(kAudioUnitErr_InvalidPropertyValue,
               set(unit, kAudioOutputUnitProperty_ChannelMap, kAudioUnitScope_Output, unknown));
-    AudioUnitInitialize(unit);
+    EXPECT_EQ(AudioUnitInitialize(unit), noErr);
     BufferList list(samples, 2);
     render(unit, 4, list);
     EXPECT_THAT(samples, ElementsAre(1000, 1001, 1002, 1003, 0, 0, 0, 0));
@@ -154,21 +154,21 @@ TEST_F(AudioUnits, ConnectionsHandTheFormatDownAndOutliveTheirSource)
     const auto listener = [](void* refCon, AudioUnit, AudioUnitPropertyID property, AudioUnitScope, AudioUnitElement) {
         static_cast<std::vector<AudioUnitPropertyID>*>(refCon)->push_back(property);
     };
-    AudioUnitAddPropertyListener(downstream, kAudioUnitProperty_StreamFormat, listener, &changed);
+    EXPECT_EQ(AudioUnitAddPropertyListener(downstream, kAudioUnitProperty_StreamFormat, listener, &changed), noErr);
     EXPECT_EQ(noErr, connect(downstream, connection));
     EXPECT_EQ(48000, get<Float64>(downstream, kAudioUnitProperty_SampleRate, kAudioUnitScope_Input));
     EXPECT_THAT(changed, ElementsAre(kAudioUnitProperty_StreamFormat));
-    AudioUnitRemovePropertyListener(downstream, kAudioUnitProperty_StreamFormat, listener);
+    EXPECT_EQ(AudioUnitRemovePropertyListener(downstream, kAudioUnitProperty_StreamFormat, listener), noErr);
     EXPECT_EQ(kAudioUnitErr_InvalidPropertyValue, connect(unit, ring));
     EXPECT_EQ(kAudioUnitErr_InvalidElement, connect(downstream, absent));
 
     set(downstream, kAudioUnitProperty_SampleRate, kAudioUnitScope_Output, 48000.0);
     set(unit, kAudioUnitProperty_SampleRate, kAudioUnitScope_Input, 48000.0);
     EXPECT_THAT(changed, ElementsAre(kAudioUnitProperty_StreamFormat));
-    AudioUnitInitialize(downstream);
+    EXPECT_EQ(AudioUnitInitialize(downstream), noErr);
     BufferList list(samples, 2);
     EXPECT_EQ(kAudioUnitErr_Uninitialized, render(downstream, 4, list)); // upstream is not initialised
-    AudioUnitInitialize(unit);
+    EXPECT_EQ(AudioUnitInitialize(unit), noErr);
     EXPECT_EQ(noErr, render(downstream, 4, list));
     EXPECT_EQ(1003, samples[7]);
     // a layout that upstream does not render is not misread
@@ -182,7 +182,7 @@ TEST_F(AudioUnits, ConnectionsHandTheFormatDownAndOutliveTheirSource)
 
 TEST_F(AudioUnits, WhatARenderFollowsMayChangeWhileItRuns)
 {
-    AudioUnitInitialize(unit);
+    EXPECT_EQ(AudioUnitInitialize(unit), noErr);
     std::atomic<bool> isDone = false;
     std::atomic<int> notified = 0;
     std::thread renderer([&] {
@@ -191,7 +191,7 @@ TEST_F(AudioUnits, WhatARenderFollowsMayChangeWhileItRuns)
             BufferList list(out, 2);
             const AudioTimeStamp zero;
             const qmx::RealTimeScope scope;
-            AudioUnitRender(unit, nullptr, &zero, 0, 256, list.list());
+            (void)AudioUnitRender(unit, nullptr, &zero, 0, 256, list.list()); // fails while it is not initialised
         }
     });
     const auto notify = [](void* refCon, AudioUnitRenderActionFlags*, const AudioTimeStamp*, UInt32, UInt32,
@@ -202,14 +202,14 @@ TEST_F(AudioUnits, WhatARenderFollowsMayChangeWhileItRuns)
     for (int i = 0; i < 50; ++i) {
         Counter shortLived; // a render that still used it after the change would read freed memory
         set(unit, kAudioUnitProperty_SetRenderCallback, kAudioUnitScope_Input, shortLived.callback());
-        AudioUnitAddRenderNotify(unit, notify, &notified);
+        EXPECT_EQ(AudioUnitAddRenderNotify(unit, notify, &notified), noErr);
         set(unit, kAudioUnitProperty_SampleRate, kAudioUnitScope_Output, i % 2 ? 44100.0 : 48000.0);
-        AudioUnitReset(unit, kAudioUnitScope_Global, 0);
-        AudioUnitRemoveRenderNotify(unit, notify, &notified);
+        EXPECT_EQ(AudioUnitReset(unit, kAudioUnitScope_Global, 0), noErr);
+        EXPECT_EQ(AudioUnitRemoveRenderNotify(unit, notify, &notified), noErr);
         set(unit, kAudioUnitProperty_SetRenderCallback, kAudioUnitScope_Input, counter.callback());
         if (i % 10 == 0) {
-            AudioUnitUninitialize(unit);
-            AudioUnitInitialize(unit);
+            EXPECT_EQ(AudioUnitUninitialize(unit), noErr);
+            EXPECT_EQ(AudioUnitInitialize(unit), noErr);
         }
     }
     isDone = true;
@@ -218,7 +218,7 @@ TEST_F(AudioUnits, WhatARenderFollowsMayChangeWhileItRuns)
 
 TEST_F(AudioUnits, MayBeClosedInsideTheirCallback)
 {
-    AudioUnitInitialize(unit);
+    EXPECT_EQ(AudioUnitInitialize(unit), noErr);
     BufferList list(samples, 2);
     counter.onRender = [this] { unit.close(); };
     EXPECT_EQ(noErr, render(unit, 4, list));

@@ -98,7 +98,7 @@ void VirtualDevice::runThread(const std::shared_ptr<VirtualRun>& run)
         held.unlock();
         // in simulated time a real-time priority would starve other programs
         if (const bool isDue = timeline_.mode() == VirtualTime::real; isDue != isRealTime) {
-            Thread::setRealTime(isDue);
+            (void)Thread::setRealTime(isDue); // a refusal leaves it as it was
             isRealTime = isDue;
         }
         run->makeRoom(cycle.frames);

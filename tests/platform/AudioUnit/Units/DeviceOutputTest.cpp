@@ -36,7 +36,7 @@ protected:
     {
         device = add("first", 0, 2);
         setInput(unit, counter.callback());
-        AudioUnitAddPropertyListener(unit, kAudioOutputUnitProperty_IsRunning, hear, this);
+        EXPECT_EQ(AudioUnitAddPropertyListener(unit, kAudioOutputUnitProperty_IsRunning, hear, this), noErr);
     }
     ~DeviceOutput() override { unit.close(); }
     static void setInput(AudioUnit to, const AURenderCallbackStruct& callback)
@@ -81,13 +81,13 @@ TEST_F(DeviceOutput, GivesEachStreamItsChannelsBitForBit)
     AUGraph graph = nullptr;
     AUNode node = 0, upstreamNode = 0;
     AudioUnit output = nullptr, upstream = nullptr;
-    NewAUGraph(&graph);
-    AUGraphNewNode(graph, &defaultOutput, 0, nullptr, &node);
-    AUGraphNewNode(graph, &converterUnit, 0, nullptr, &upstreamNode);
-    AUGraphOpen(graph);
-    AUGraphConnectNodeInput(graph, upstreamNode, 0, node, 0);
-    AUGraphGetNodeInfo(graph, upstreamNode, nullptr, nullptr, nullptr, &upstream);
-    AUGraphGetNodeInfo(graph, node, nullptr, nullptr, nullptr, &output);
+    EXPECT_EQ(NewAUGraph(&graph), noErr);
+    EXPECT_EQ(AUGraphNewNode(graph, &defaultOutput, 0, nullptr, &node), noErr);
+    EXPECT_EQ(AUGraphNewNode(graph, &converterUnit, 0, nullptr, &upstreamNode), noErr);
+    EXPECT_EQ(AUGraphOpen(graph), noErr);
+    EXPECT_EQ(AUGraphConnectNodeInput(graph, upstreamNode, 0, node, 0), noErr);
+    EXPECT_EQ(AUGraphGetNodeInfo(graph, upstreamNode, nullptr, nullptr, nullptr, &upstream), noErr);
+    EXPECT_EQ(AUGraphGetNodeInfo(graph, node, nullptr, nullptr, nullptr, &output), noErr);
     qmx::test::set(output, kAudioUnitProperty_MaximumFramesPerSlice, kAudioUnitScope_Global,
                    UInt32{200}); // cycles are split
     setInput(upstream, counter.callback());
@@ -101,9 +101,9 @@ TEST_F(DeviceOutput, GivesEachStreamItsChannelsBitForBit)
         ASSERT_THAT(std::vector(&samples[i], &samples[i] + 3),
                     ElementsAre(static_cast<Float32>(i / 3), static_cast<Float32>(i / 3) + 1000, 0));
     EXPECT_THAT(counter.times, ElementsAre(0, 200, 400, 512, 712, 912));
-    AUGraphStop(graph);
+    EXPECT_EQ(AUGraphStop(graph), noErr);
     EXPECT_FALSE(hardware.advanceCycles(device));
-    DisposeAUGraph(graph);
+    EXPECT_EQ(DisposeAUGraph(graph), noErr);
 }
 
 TEST_F(DeviceOutput, ResamplesToTheDevicesRateAlsoWhenThatChanges)
@@ -111,8 +111,8 @@ TEST_F(DeviceOutput, ResamplesToTheDevicesRateAlsoWhenThatChanges)
     qmx::test::set(unit, kAudioUnitProperty_StreamFormat, kAudioUnitScope_Input,
                    linearFormat(32, 1, kAudioFormatFlagIsFloat));
     setInput(unit, {renderSine, nullptr});
-    AudioUnitInitialize(unit);
-    AudioOutputUnitStart(unit);
+    EXPECT_EQ(AudioUnitInitialize(unit), noErr);
+    EXPECT_EQ(AudioOutputUnitStart(unit), noErr);
     const std::pair<Float64, UInt32> settings[] = {{48000, 512}, {44100, 2048}, {96000, 1024}};
     for (const auto& [rate, bufferFrames] : settings) {
         qmx::test::set(unit, kAudioDevicePropertyBufferFrameSize, kAudioUnitScope_Global, bufferFrames);
@@ -135,11 +135,11 @@ TEST_F(DeviceOutput, StopsInsideItsCallbackWithoutTouchingOthers)
     OpenUnit other(defaultOutput);
     Counter otherCounter;
     setInput(other, otherCounter.callback());
-    AudioUnitInitialize(other);
-    AudioOutputUnitStart(other);
-    AudioUnitInitialize(unit);
-    AudioOutputUnitStart(unit);
-    AudioUnitSetParameter(unit, kHALOutputParam_Volume, kAudioUnitScope_Global, 0, 0.5, 0);
+    EXPECT_EQ(AudioUnitInitialize(other), noErr);
+    EXPECT_EQ(AudioOutputUnitStart(other), noErr);
+    EXPECT_EQ(AudioUnitInitialize(unit), noErr);
+    EXPECT_EQ(AudioOutputUnitStart(unit), noErr);
+    EXPECT_EQ(AudioUnitSetParameter(unit, kHALOutputParam_Volume, kAudioUnitScope_Global, 0, 0.5, 0), noErr);
     EXPECT_THAT(played(device), Contains(1.5 * 511));
     counter.onRender = [&] {
         EXPECT_EQ(noErr, AudioOutputUnitStop(unit));
@@ -149,15 +149,15 @@ TEST_F(DeviceOutput, StopsInsideItsCallbackWithoutTouchingOthers)
     EXPECT_FALSE(isRunning());
     counter.onRender = [] { ADD_FAILURE() << "called after a stop"; };
     EXPECT_TRUE(hardware.advanceCycles(device));
-    AudioOutputUnitStop(other);
+    EXPECT_EQ(AudioOutputUnitStop(other), noErr);
     EXPECT_FALSE(hardware.advanceCycles(device));
 
     // it goes on where it was; another unit's callback can stop it, as its own can
     counter.onRender = nullptr;
     EXPECT_EQ(noErr, AudioOutputUnitStart(unit));
     EXPECT_EQ(0.5 * 1024, played(device)[0]);
-    otherCounter.onRender = [&] { AudioOutputUnitStop(unit); };
-    AudioOutputUnitStart(other);
+    otherCounter.onRender = [&] { (void)AudioOutputUnitStop(unit); }; // whether it runs tells
+    EXPECT_EQ(AudioOutputUnitStart(other), noErr);
     EXPECT_TRUE(hardware.advanceCycles(device));
     EXPECT_FALSE(isRunning());
     EXPECT_EQ(noErr, AudioOutputUnitStart(unit));
@@ -169,8 +169,8 @@ TEST_F(DeviceOutput, StopsWithItsDeviceAndGoesOnWithTheNextOneNamed)
 {
     EXPECT_EQ(kAudioHardwareBadDeviceError, nameDevice(add("input", 2, 0)));
     EXPECT_EQ(noErr, nameDevice(device));
-    AudioUnitInitialize(unit);
-    AudioOutputUnitStart(unit);
+    EXPECT_EQ(AudioUnitInitialize(unit), noErr);
+    EXPECT_EQ(AudioOutputUnitStart(unit), noErr);
     EXPECT_TRUE(hardware.advanceCycles(device));
     const AudioDeviceID second = add("second", 0, 2), third = add("third", 0, 2);
     changes = 0;
@@ -184,15 +184,15 @@ TEST_F(DeviceOutput, StopsWithItsDeviceAndGoesOnWithTheNextOneNamed)
     EXPECT_TRUE(isRunning());
     EXPECT_EQ(noErr, hardware.removeDevice(second));
     EXPECT_FALSE(isRunning());
-    AudioOutputUnitStop(unit);
+    EXPECT_EQ(AudioOutputUnitStop(unit), noErr);
     EXPECT_EQ(noErr, nameDevice(third));
     EXPECT_FALSE(isRunning()); // stopped meanwhile
 
-    AudioUnitUninitialize(unit);
+    EXPECT_EQ(AudioUnitUninitialize(unit), noErr);
     HardwareTest::set(third, 0, false, kAudioDevicePropertyNominalSampleRate, 48000.0);
     nameDevice(third);
     EXPECT_EQ(48000, qmx::test::get<Float64>(unit, kAudioUnitProperty_SampleRate, kAudioUnitScope_Input));
-    AudioUnitInitialize(unit);
+    EXPECT_EQ(AudioUnitInitialize(unit), noErr);
     qmx::VirtualFault fault;
     fault.operation = qmx::HardwareOperation::start;
     hardware.addFault(fault);
@@ -209,8 +209,8 @@ TEST_F(DeviceOutput, FollowsTheDefaultOutputUnlessADeviceIsNamed)
     EXPECT_EQ(noErr, AudioOutputUnitStart(wrapped->audioUnit()));
     nameDevice(device);
     nameDevice(kAudioDeviceUnknown); // the default one again
-    AudioUnitInitialize(unit);
-    AudioOutputUnitStart(unit);
+    EXPECT_EQ(AudioUnitInitialize(unit), noErr);
+    EXPECT_EQ(AudioOutputUnitStart(unit), noErr);
     const AudioDeviceID second = add("second", 0, 2);
     EXPECT_EQ(noErr, hardware.setDefaultDevice(kAudioHardwarePropertyDefaultOutputDevice, second));
     EXPECT_TRUE(isRunning());
@@ -232,7 +232,7 @@ TEST_F(DeviceOutput, FollowsTheDefaultOutputUnlessADeviceIsNamed)
 TEST_F(DeviceOutput, StandsStartsStopsAndDevicesFromAllSides)
 {
     const AudioDeviceID second = add("second", 0, 1);
-    AudioUnitInitialize(unit);
+    EXPECT_EQ(AudioUnitInitialize(unit), noErr);
     hardware.setTime(qmx::VirtualTime::fast);
     const auto often = [](const auto& act) {
         return std::thread([act] {
@@ -241,8 +241,8 @@ TEST_F(DeviceOutput, StandsStartsStopsAndDevicesFromAllSides)
         });
     };
     std::thread threads[] = {
-        often([&](int) { AudioOutputUnitStart(unit); }),
-        often([&](int) { AudioOutputUnitStop(unit); }),
+        often([&](int) { (void)AudioOutputUnitStart(unit); }),
+        often([&](int) { (void)AudioOutputUnitStop(unit); }),
         often([&](int i) {
             nameDevice(i % 3 == 0 ? kAudioDeviceUnknown : i % 3 == 1 ? device : second);
         }),
