@@ -48,6 +48,7 @@ private:
     std::atomic<UInt32> mNotificationInterval{1};
     std::atomic<bool> mShouldProvideData{false};
 
+    bool startIsCounted_ = false; ///< by the device; it does not count a start that failed
     std::weak_ptr<QMXAudioDevice> owner_;
     qmx::LastFailure failure_;
     std::optional<qmx::RealTimeNotification> newLevels_;
@@ -118,6 +119,7 @@ void QMXVUMeterDataProvider::Implementation::start()
     if (mShouldProvideData || !device || !device->start())
         return;
     failure_.keepFirstOf(*device);
+    startIsCounted_ = device->lastStatus() == noErr;
     mAudioDevice = device;
     device->addAudioIOSubscriber_forInput(shared_from_this(), true);
     mShouldProvideData = true;
@@ -129,9 +131,13 @@ void QMXVUMeterDataProvider::Implementation::stop()
     const auto self = shared_from_this(); // the device may have been its last owner
     const qmx::LastFailure::Operation operation(failure_);
     const auto device = audioDevice();
-    if (!mShouldProvideData || !device->stop())
+    if (!mShouldProvideData)
         return;
-    failure_.keepFirstOf(*device);
+    if (startIsCounted_) { // or this would take back the start of another user of the device
+        if (!device->stop())
+            return;
+        failure_.keepFirstOf(*device);
+    }
     device->removeAudioIOSubscriber_forInput(*this, true);
     mShouldProvideData = false;
     if (device == owner_.lock())

@@ -109,10 +109,11 @@ TEST_F(Meter, TellsWhyItsDeviceDoesNotRunAndMetersItOnceItDoes)
     meter->start();
     EXPECT_EQ(meter->lastStatus(), kAudioHardwareUnspecifiedError);
     EXPECT_EQ(meter->lastError(), "Meter could not be started: Hardware unspecified error");
-    EXPECT_TRUE(input->start());
+    EXPECT_TRUE(input->start()); // by another user, who is not stopped with the meter
     EXPECT_THAT(cycles(*input, 1), testing::ElementsAre(0.5F));
     meter->stop();
     EXPECT_EQ(meter->lastStatus(), noErr);
+    EXPECT_TRUE(input->isRunning());
 }
 
 TEST(VUMeterData, CopiesEightLevelsAtMost)
