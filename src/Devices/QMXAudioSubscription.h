@@ -4,6 +4,7 @@
 #include "Devices/QMXCoreAudioIOSubscriber.h"
 #include "Foundation/Export.h"
 
+#include <atomic>
 #include <memory>
 
 /// A subscriber in a device's list. One that has left is no longer called; it stays in the list until a thread that may
@@ -15,8 +16,8 @@ public:
 
     QMXCoreAudioIOSubscriber* get() const { return subscriber_.get(); }
     QMXCoreAudioIOSubscriber* operator->() const { return subscriber_.get(); }
-    /// Whether leave() was called. Any thread.
-    bool hasLeft() const;
+    /// Whether leave() was called. Any thread; inline, because each cycle asks each subscription.
+    bool hasLeft() const { return std::atomic_ref(*hasLeft_).load(); }
     /// Marks the subscriber as one that is no longer called. Any thread.
     void leave() const;
 
