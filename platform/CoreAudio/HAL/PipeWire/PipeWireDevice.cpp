@@ -37,24 +37,20 @@ OSStatus PipeWireDevice::perform(const DeviceRequest& request)
         Overloaded{[this](const SetSampleRate& rate) { return setRate(rate.rate); },
                    [this](const SetBufferFrameSize& size) { return setFrames(size.frames); },
                    [this](const SetVolume& volume) {
-                       return setLevels(volume.isInput, [&](Levels& levels, UInt32 channels) {
+                       return setLevels(volume.isInput, volume.channel, [&](Levels& levels, UInt32 channels) {
                            if (volume.channel == 0) {
                                levels = {.master = volume.scalar, .channels = {}, .isMuted = {}};
-                               return true;
+                               return;
                            }
-                           if (volume.channel > channels) // lost since the request was checked
-                               return false;
                            std::vector<float> all = levels.channels;
                            all.resize(channels, all.empty() ? 1.0F : all.back());
                            all[volume.channel - 1] = volume.scalar;
                            levels = {.master = {}, .channels = std::move(all), .isMuted = {}};
-                           return true;
                        });
                    },
                    [this](const SetMute& mute) {
-                       return setLevels(mute.isInput, [&](Levels& levels, UInt32) {
+                       return setLevels(mute.isInput, 0, [&](Levels& levels, UInt32) {
                            levels = {.master = {}, .channels = {}, .isMuted = mute.isMuted};
-                           return true;
                        });
                    },
                    [this](const SetDataSource& source) { return setSource(source.isInput, source.id); },
@@ -78,26 +74,26 @@ OSStatus PipeWireDevice::setFrames(UInt32 frames)
 }
 
 // A card's hardware mixer can only be reached through the current route.
-OSStatus PipeWireDevice::setLevels(bool isInput, const std::function<bool(Levels&, UInt32)>& edit)
+OSStatus PipeWireDevice::setLevels(bool isInput, UInt32 channel, const std::function<void(Levels&, UInt32)>& edit)
 {
     const auto found = find();
     if (!found || !connection_.isConnected())
         return kAudioHardwareBadDeviceError;
     const ServerState& state = connection_.state();
     const UInt32 channels = numberOfChannels(found->description.section(isInput));
+    if (channel > channels) // lost since the request was checked
+        return kAudioHardwareUnknownPropertyError;
     const auto place = routePlace(state, found->node, isInput);
     if (place && place->current && !place->current->levels.channels.empty()) {
         Levels levels = place->current->levels;
         const std::int32_t route = place->current->index;
-        if (!edit(levels, channels))
-            return kAudioHardwareUnknownPropertyError;
+        edit(levels, channels);
         return connection_.objects()->setRoute(place->card, route, place->profileDevice, levels)
                    ? noErr
                    : kAudioHardwareBadDeviceError;
     }
     Levels levels = state.nodes.at(found->node).levels;
-    if (!edit(levels, channels))
-        return kAudioHardwareUnknownPropertyError;
+    edit(levels, channels);
     return connection_.objects()->setNodeLevels(found->node, levels) ? noErr : kAudioHardwareBadDeviceError;
 }
 

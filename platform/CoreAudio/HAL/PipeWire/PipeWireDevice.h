@@ -49,7 +49,7 @@ public:
 private:
     OSStatus setRate(Float64 rate);
     OSStatus setFrames(UInt32 frames);
-    OSStatus setLevels(bool isInput, const std::function<bool(Levels&, UInt32 channels)>& edit);
+    OSStatus setLevels(bool isInput, UInt32 channel, const std::function<void(Levels&, UInt32 channels)>& edit);
     OSStatus setSource(bool isInput, UInt32 id);
     OSStatus setFormat(const SetPhysicalFormat& request);
     std::optional<FoundDevice> find() const;
