@@ -112,6 +112,16 @@ inline std::vector<float> readFloats(ExtAudioFileRef file, UInt32 channels, std:
     return samples;
 }
 
+/// Up to `frames` frames of the file at `path`, as interleaved floats.
+inline std::vector<float> floatsAt(const std::string& path, UInt32 channels, std::size_t frames)
+{
+    const ExtAudioFileRef file = openExtended(path);
+    setClient(file, floats(channels));
+    auto samples = readFloats(file, channels, frames);
+    EXPECT_EQ(ExtAudioFileDispose(file), noErr);
+    return samples;
+}
+
 /// The largest difference between two signals of the same length.
 inline double largestDifference(std::span<const float> one, std::span<const float> other)
 {

@@ -24,14 +24,6 @@ protected:
         return QMXAudioFileConverter::initWithInputFilePath(source)->convertFileToPath_toFileType_toFormat_subscriber(
             other, type, QMXAudioStreamBasicDescription::initWithAudioStreamBasicDescription(&format), nullptr);
     }
-    std::vector<float> samplesAt(const std::string& file, UInt32 channels)
-    {
-        const ExtAudioFileRef opened = openExtended(file);
-        setClient(opened, floats(channels));
-        auto samples = readFloats(opened, channels, 10'000);
-        EXPECT_EQ(ExtAudioFileDispose(opened), noErr);
-        return samples;
-    }
 };
 
 TEST_F(QMXAudioFileConverterTest, ConvertsWholeFilesInPassesOf1024Frames)
@@ -138,7 +130,7 @@ TEST_F(QMXAudioFileConverterTest, ALosslessTargetWithoutAStatedDepthKeepsTheBits
                                                               const std::string& source) {
             EXPECT_EQ(convert(target, coded(coding, 2), source), noErr);
             EXPECT_EQ(propertyAt<AudioStreamBasicDescription>(other, kAudioFilePropertyDataFormat).mFormatFlags, flags);
-            EXPECT_TRUE(samplesAt(other, 2) == samplesAt(path, 2)) << bits;
+            EXPECT_TRUE(floatsAt(other, 2, 10'000) == floatsAt(path, 2, 10'000)) << bits;
         };
         keepsAll(kAudioFileM4AType, kAudioFormatAppleLossless, path);
         keepsAll(kAudioFileFLACType, kAudioFormatFLAC, path);

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "FileRelated/QMXAudioFileProcessor.h"
 
+#include "CoreAudioTypes/AudioBuffers.h"
 #include "Processing/QMXAudioProcessor.h"
 #include "support/FileWork.h"
 #include "support/OpenDescriptors.h"
@@ -27,9 +28,8 @@ public:
     OSStatus processAudio_numberOfFrames(AudioBufferList& audio, UInt32* numberOfFrames) override
     {
         passes.push_back(*numberOfFrames);
-        const AudioBuffer* buffer = audio.mBuffers;
-        for (UInt32 i = 0; i < audio.mNumberBuffers; ++i, ++buffer)
-            for (auto& sample : std::span(static_cast<float*>(buffer->mData), *numberOfFrames))
+        for (const AudioBuffer& buffer : qmx::buffersOf(audio))
+            for (auto& sample : std::span(static_cast<float*>(buffer.mData), *numberOfFrames))
                 sample *= gain_;
         if (frames_ > 0)
             *numberOfFrames = frames_;
@@ -95,19 +95,13 @@ TEST_F(QMXAudioFileProcessorTest, ChangesTheRangeAlone)
     for (std::size_t i = 300; i < 3900; ++i)
         if (i % 3 != 2) // the processor does not see the third channel
             expected[i] *= 0.5F;
-    ExtAudioFileRef file = openExtended(path);
-    setClient(file, floats(3));
-    EXPECT_EQ(readFloats(file, 3, 3000), expected);
-    EXPECT_EQ(ExtAudioFileDispose(file), noErr);
+    EXPECT_EQ(floatsAt(path, 3, 3000), expected);
     // a copy has all channels, and only the range
     EXPECT_EQ(processor(gain)->copyFramesToPath_startFrame_endFrame(other, 1500, 9000), noErr);
-    file = openExtended(other);
-    setClient(file, floats(3));
     auto rest = std::vector<float>(samples.begin() + 4500, samples.end());
     for (float& sample : rest)
         sample *= 0.5F;
-    EXPECT_EQ(readFloats(file, 3, 3000), rest);
-    EXPECT_EQ(ExtAudioFileDispose(file), noErr);
+    EXPECT_EQ(floatsAt(other, 3, 3000), rest);
 }
 
 TEST_F(QMXAudioFileProcessorTest, EndsAndFailuresAsTheyAreDescribed)

@@ -34,11 +34,7 @@ OSStatus queue(ExtAudioFileRef file, std::span<const float> samples, UInt32 chan
 
 std::vector<float> contents(UInt32 channels = 2)
 {
-    const ExtAudioFileRef file = openExtended(path);
-    setClient(file, floats(channels));
-    auto samples = readFloats(file, channels, 1'000'000);
-    EXPECT_EQ(ExtAudioFileDispose(file), noErr);
-    return samples;
+    return floatsAt(path, channels, 1'000'000);
 }
 
 TEST(AsyncWrites, RealTimeWritesNeitherWaitNorLoseAnything)
