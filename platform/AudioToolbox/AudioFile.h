@@ -81,6 +81,12 @@ inline constexpr AudioFilePropertyID kAudioFilePropertyID3Tag = qmx::fourCharCod
 inline constexpr AudioFilePropertyID kAudioFilePropertySourceBitDepth = qmx::fourCharCode("sbtd");
 inline constexpr AudioFilePropertyID kAudioFilePropertyAlbumArtwork = qmx::fourCharCode("aart");
 
+/// An addition of this library, 1 or 0 in 32 bits: whether a file whose writer is killed opens with all packets that
+/// were written. 1 for all but MPEG-4, compressed CAF and samples whose sizes are deferred. An MPEG-4 file can be given
+/// it before the first packet: it is then written in fragments, and the close makes an ordinary file of them. 'op??' if
+/// the file cannot be given the value.
+inline constexpr AudioFilePropertyID kAudioFilePropertyKeepsReadable = qmx::fourCharCode("krdb");
+
 /// The value of kAudioFilePropertyPacketToFrame and kAudioFilePropertyFrameToPacket: the question on entry, completed
 /// by the answer on return.
 struct AudioFramePacketTranslation {

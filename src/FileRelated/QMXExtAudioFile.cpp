@@ -53,6 +53,7 @@ public:
     OSStatus lastStatus() const override { return failure_.status(); }
     std::string lastError() const override { return failure_.sentence(); }
     void setFileAccessMode(QMXAudioFileAccessMode mode) override { mFileAccessMode = mode; }
+    void setKeepsFileReadableWhileWriting(bool keeps) override { keepsFileReadable_ = keeps; }
     ExtAudioFileRef extAudioFileRef() const override { return mExtAudioFileRef; }
     const std::string& path() const override { return mOriginalFilePath; }
     const std::string& name() const override { return mFileName; }
@@ -74,6 +75,7 @@ public:
 private:
     void resolveReferences();
     void feedBothChannels();
+    void keepFileReadable();
     OSStatus keepOpenIf(OSStatus status);
     void noteClientFormat();
     OSStatus setFormat(ExtAudioFilePropertyID property, const AudioStreamBasicDescription& format,
@@ -96,6 +98,7 @@ private:
     AudioStreamBasicDescription mFileFormat;
     AudioStreamBasicDescription mClientFormat;
     bool isOpen_ = false;
+    bool keepsFileReadable_ = false;
     mutable qmx::LastFailure failure_;
 };
 
@@ -161,6 +164,8 @@ OSStatus QMXExtAudioFileImpl::openForWriting()
     const bool isTaken = setClientStreamFormat(mClientFormat) == noErr;
     if (mClientFormat.mChannelsPerFrame == 1 && mFileFormat.mChannelsPerFrame == 2)
         feedBothChannels();
+    if (keepsFileReadable_)
+        keepFileReadable();
     const OSStatus status =
         keepOpenIf(told(checked(ExtAudioFileWriteAsync(mExtAudioFileRef, 0, nullptr)), cannotBeMade));
     if (isOpen_ && !isTaken)
@@ -198,6 +203,14 @@ void QMXExtAudioFileImpl::feedBothChannels()
     const std::array<SInt32, 2> map{0, 0};
     told(checked(AudioConverterSetProperty(converter(), kAudioConverterChannelMap, sizeof map, map.data())),
          cannotTakeFormat);
+}
+
+void QMXExtAudioFileImpl::keepFileReadable()
+{
+    constexpr UInt32 keeps = 1;
+    told(checked(
+             ExtAudioFileSetProperty(mExtAudioFileRef, kExtAudioFileProperty_KeepsFileReadable, sizeof keeps, &keeps)),
+         "could not be kept readable");
 }
 
 AudioConverterRef QMXExtAudioFileImpl::converter() const

@@ -59,6 +59,11 @@ public:
 
     /// What the next `open` does.
     virtual void setFileAccessMode(QMXAudioFileAccessMode mode) = 0;
+    /// Whether the next `open` for writing makes a file that opens after this process was killed, without the last
+    /// second of what was written at most: see kExtAudioFileProperty_KeepsFileReadable. Off at first: an MPEG-4 file
+    /// whose writer was killed then does not open. For a type that cannot have it (compressed CAF) `open` succeeds and
+    /// lastStatus() is 'op??'.
+    virtual void setKeepsFileReadableWhileWriting(bool keeps) = 0;
     /// The platform's file, which stays this object's; null while none is open.
     virtual ExtAudioFileRef extAudioFileRef() const = 0;
     virtual const std::string& path() const = 0;

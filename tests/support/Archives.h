@@ -3,6 +3,7 @@
 #pragma once
 
 #include "Foundation/Archives/Coder.h"
+#include "Foundation/Archives/PropertyList.h"
 
 #include <cstdint>
 #include <memory>
@@ -30,6 +31,11 @@ inline std::vector<std::uint8_t> fromHex(std::string_view hex)
         }
     }
     return bytes;
+}
+
+template <class T> PropertyListRef shared(T value)
+{
+    return std::make_shared<PropertyListValue>(std::move(value));
 }
 
 inline std::string toHex(std::span<const std::uint8_t> bytes)

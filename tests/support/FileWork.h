@@ -22,13 +22,7 @@ public:
 class FileWork : public testing::Test
 {
 protected:
-    ByteBlock audioAt(const std::string& file)
-    {
-        const auto opened = openFile(file);
-        auto audio = audioOf(opened.file);
-        EXPECT_EQ(AudioFileClose(opened.file), noErr);
-        return audio;
-    }
+    ByteBlock audioAt(const std::string& file) { return qmx::test::audioAt(file); }
     /// Expects an object's last operation to have failed so.
     template <class Object> static void expectFailure(const Object& object, OSStatus status, const std::string& error)
     {

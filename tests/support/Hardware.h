@@ -16,6 +16,18 @@
 class Heard
 {
 public:
+    Heard() = default;
+    ~Heard()
+    {
+        for (const UInt32 property : ofHardware_)
+            EXPECT_EQ(AudioHardwareRemovePropertyListener(property, hardware, this), noErr);
+    }
+    /// Listens to the system until the end.
+    void listenToHardware(UInt32 property = kAudioPropertyWildcardPropertyID)
+    {
+        EXPECT_EQ(AudioHardwareAddPropertyListener(property, hardware, this), noErr);
+        ofHardware_.push_back(property);
+    }
     static OSStatus hardware(AudioHardwarePropertyID property, void* clientData)
     {
         static_cast<Heard*>(clientData)->add(qmx::fourCharString(property));
@@ -60,6 +72,7 @@ private:
     }
     std::mutex mutex_;
     std::vector<std::string> entries_;
+    std::vector<UInt32> ofHardware_;
 };
 
 class HardwareTest : public testing::Test
@@ -80,6 +93,13 @@ protected:
         return AudioDeviceGetProperty(device, channel, isInput, property, &size, &value);
     }
     template <class T>
+    static T value(AudioDeviceID device, UInt32 channel, bool isInput, AudioDevicePropertyID property)
+    {
+        T found{};
+        EXPECT_EQ(get(device, channel, isInput, property, found), noErr) << qmx::fourCharString(property);
+        return found;
+    }
+    template <class T>
     static OSStatus set(AudioDeviceID device, UInt32 channel, bool isInput, AudioDevicePropertyID property,
                         const T& value)
     {
@@ -92,6 +112,14 @@ protected:
         EXPECT_EQ(AudioHardwareGetProperty(kAudioHardwarePropertyDevices, &size, ids.data()), noErr);
         ids.resize(size / sizeof(AudioDeviceID));
         return ids;
+    }
+
+    /// The samples that `id` plays in its next cycles, interleaved.
+    std::vector<Float32> played(AudioDeviceID id, UInt32 cycles = 1)
+    {
+        EXPECT_EQ(noErr, hardware.captureOutput(id, std::size_t{cycles} * 512));
+        EXPECT_TRUE(hardware.advanceCycles(id, cycles));
+        return hardware.capturedOutput(id);
     }
 
     qmx::VirtualHardware& hardware = qmx::VirtualHardware::shared();

@@ -27,12 +27,20 @@ public:
         const Stretch stretch(*this);
         return work();
     }
+    /// Runs `call`, and again with memory if it ran short; returns the first status if that was another one, and of the
+    /// second attempt otherwise.
+    template <class Call> auto atLast(const Call& call)
+    {
+        const auto status = during(call);
+        return status == outOfMemory ? call() : status;
+    }
     bool hasFailed() const { return left_ <= 0; }
 
     /// For the allocation functions: whether the current allocation fails.
     static bool isNow();
 
 private:
+    static constexpr int outOfMemory = -108; // of files and of converters
     struct Stretch {
         explicit Stretch(ShortMemory& memory);
         ~Stretch();

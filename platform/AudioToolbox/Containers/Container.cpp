@@ -48,6 +48,11 @@ OSStatus Container::writePackets(UInt64 start, UInt32& packets, UInt32 bytes, co
     return status;
 }
 
+OSStatus Container::setKeepsReadable(bool keeps)
+{
+    return keeps == keepsReadable() ? noErr : kAudioFileOperationNotSupportedError;
+}
+
 OSStatus Container::magicCookie(Bytes&) const
 {
     return kAudioFileUnsupportedPropertyError;

@@ -66,6 +66,11 @@ public:
     /// Leaves the header as it is until the file is closed.
     void setDefersSizeUpdates(bool defers) { defersSizeUpdates_ = defers; }
 
+    /// Whether a file whose writer is killed opens with the whole packets that were written.
+    virtual bool keepsReadable() const { return !defersSizeUpdates_; }
+    /// Only before the first packet. 'op??' if the file cannot be given the value.
+    [[nodiscard]] virtual OSStatus setKeepsReadable(bool keeps);
+
     /// Brings the file up to date. Writes nothing if nothing was changed.
     [[nodiscard]] virtual OSStatus finish() = 0;
 

@@ -136,6 +136,9 @@ OSStatus plainProperty(Container& container, AudioFilePropertyID property, Bytes
     case kAudioFilePropertyDeferSizeUpdates:
         value = bytesOf(UInt32{container.defersSizeUpdates()});
         return noErr;
+    case kAudioFilePropertyKeepsReadable:
+        value = bytesOf(UInt32{container.keepsReadable()});
+        return noErr;
     case kAudioFilePropertyEstimatedDuration:
         value = bytesOf(secondsOf(container));
         return noErr;
@@ -210,7 +213,7 @@ OSStatus copyCodes(const std::vector<UInt32>& codes, UInt32& size, void* value)
 OSStatus containerPropertyInfo(Container& container, AudioFilePropertyID property, UInt32& size, bool& isWritable)
 {
     isWritable = property == kAudioFilePropertyDeferSizeUpdates || property == kAudioFilePropertyMagicCookieData ||
-                 property == kAudioFilePropertyPacketTableInfo;
+                 property == kAudioFilePropertyPacketTableInfo || property == kAudioFilePropertyKeepsReadable;
     if (property == kAudioFilePropertyChunkIDs) {
         size = static_cast<UInt32>(container.chunkIDs().size() * sizeof(UInt32));
         return noErr;
@@ -262,12 +265,14 @@ OSStatus setContainerProperty(Container& container, AudioFilePropertyID property
         std::memcpy(&info, value, sizeof info);
         return container.setPacketTableInfo(info);
     }
-    if (property == kAudioFilePropertyDeferSizeUpdates) {
-        UInt32 defers = 0;
-        if (size != sizeof defers)
+    if (property == kAudioFilePropertyDeferSizeUpdates || property == kAudioFilePropertyKeepsReadable) {
+        UInt32 wanted = 0;
+        if (size != sizeof wanted)
             return kAudioFileBadPropertySizeError;
-        std::memcpy(&defers, value, sizeof defers);
-        container.setDefersSizeUpdates(defers != 0);
+        std::memcpy(&wanted, value, sizeof wanted);
+        if (property == kAudioFilePropertyKeepsReadable)
+            return container.setKeepsReadable(wanted != 0);
+        container.setDefersSizeUpdates(wanted != 0);
         return noErr;
     }
     UInt32 known = 0;

@@ -39,8 +39,21 @@ template <class List> void reserveFor(List& list, std::size_t more)
 OSStatus PacketContainer::load()
 {
     bool changed = false;
-    if (const OSStatus status = file_.refreshLength(changed); status != noErr)
-        return status;
+    OSStatus status = file_.refreshLength(changed);
+    if (status == noErr)
+        status = readAgain();
+    // the close of a file that was kept readable changes its head once; the length read before does not go with it
+    if (status == kAudioFileInvalidFileError && file_.refreshLength(changed) == noErr && changed)
+        status = readAgain();
+    return status;
+}
+
+OSStatus PacketContainer::readAgain()
+{
+    packets_.clear();
+    firstFrames_.clear();
+    bytes_ = largest_ = 0;
+    format_ = {};
     const OSStatus status = read();
     return status == noErr && packets_.empty() && format_.mFormatID == 0 ? kAudioFileInvalidFileError : status;
 }
@@ -150,20 +163,29 @@ OSStatus PacketContainer::writePackets(UInt64 start, UInt32& packets, UInt32 byt
         if (!packetHeader(contents, header))
             return paramErr;
         block.insert(block.end(), header.begin(), header.end());
-        places.push_back({endOfData_ + block.size(), packet.mDataByteSize, packet.mVariableFramesInPacket});
+        places.push_back({block.size(), packet.mDataByteSize, packet.mVariableFramesInPacket});
         block.insert(block.end(), contents.begin(), contents.end());
     }
     reserveFor(packets_, given); // reserved first: once written, packets are entered whatever memory there is
     if (isVariable())
         reserveFor(firstFrames_, given);
+    if (const OSStatus status = append(block, places); status != noErr)
+        return status;
+    for (const PacketPlace& place : places)
+        addPacket(place);
+    packets = given;
+    return noErr;
+}
+
+OSStatus PacketContainer::append(std::span<const UInt8> block, std::span<PacketPlace> places)
+{
     if (const OSStatus status = file_.writeAll(endOfData_, block); status != noErr) {
         (void)file_.truncate(endOfData_); // what stays of the packet is written over, or cut off by the close
         return status;
     }
+    for (PacketPlace& place : places)
+        place.position += endOfData_;
     endOfData_ += block.size();
-    for (const PacketPlace& place : places)
-        addPacket(place);
-    packets = given;
     return noErr;
 }
 
@@ -315,7 +337,10 @@ OSStatus PacketContainer::finish()
     if (const OSStatus status = tail(bytes); status != noErr)
         return status;
     const OSStatus written = file_.writeAll(endOfData_, bytes);
-    const bool isThere = written == noErr || (written == dskFulErr && writeTailOverPackets(bytes.size()) == noErr);
+    const bool isThere =
+        written == noErr || (written == dskFulErr && needsTail() && writeTailOverPackets(bytes.size()) == noErr);
+    if (!isThere && !needsTail())
+        (void)file_.truncate(endOfData_); // the first failure counts
     const OSStatus ended = isThere ? end() : written;
     isNew_ = ended != noErr;
     return written == noErr ? ended : written;

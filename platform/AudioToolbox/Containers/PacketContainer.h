@@ -29,6 +29,7 @@ public:
     UInt32 maximumPacketSize() const override { return largest_; }
     SInt64 dataOffset() const override;
     bool isOptimized() const override { return true; }
+    bool keepsReadable() const override { return true; }
     std::vector<UInt32> chunkIDs() override { return {}; }
     [[nodiscard]] OSStatus readBytes(UInt64 start, UInt32& count, void* buffer) override;
     [[nodiscard]] OSStatus writeBytes(UInt64 start, UInt32& count, const void* buffer) override;
@@ -64,10 +65,16 @@ protected:
     [[nodiscard]] virtual OSStatus cookieChanged() { return noErr; }
     /// Whether what is written states the format, so that the file can be opened again.
     virtual bool tellsFormat() const { return true; }
+    /// Writes packets after the others. Their `places` in `block` become those in the file. On failure none is stored.
+    [[nodiscard]] virtual OSStatus append(std::span<const UInt8> block, std::span<PacketPlace> places);
+    /// False if the packets can be read without what `tail` makes.
+    virtual bool needsTail() const { return true; }
     /// The bytes after the packets that describe them.
     [[nodiscard]] virtual OSStatus tail(Bytes&) { return noErr; }
     /// Called when the tail is written: makes what is before the packets fit them.
     [[nodiscard]] virtual OSStatus end() { return noErr; }
+    /// Whether the file is being written.
+    bool isNew() const { return isNew_; }
     /// False for a packet that is not wholly in the file, and if there are too many.
     bool addPacket(const PacketPlace& packet);
     const std::vector<PacketPlace>& packets() const { return packets_; }
@@ -81,6 +88,7 @@ protected:
     UInt64 endOfData_ = 0;
 
 private:
+    [[nodiscard]] OSStatus readAgain();
     bool takeCookie();
     [[nodiscard]] OSStatus writeTailOverPackets(UInt64 needed);
     void dropLastPacket();

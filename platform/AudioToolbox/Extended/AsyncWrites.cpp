@@ -13,6 +13,7 @@ namespace
 {
 
 constexpr Float64 secondsHeld = 4;
+constexpr Float64 secondsBeforeWake = 0.25; // what a killed process may lose here
 constexpr std::size_t leastBytes = 1U << 18, mostBytes = 1U << 24;
 
 /// Frames that are written at once: enough to be cheap, few enough that other files get their turn.
@@ -23,12 +24,13 @@ constexpr UInt32 pieceFrames = 32768;
 std::shared_ptr<AsyncWrites> AsyncWrites::make(const PcmLayout& layout, Float64 rate, Sink sink)
 {
     const UInt32 capacity = FrameRing::capacityFor(layout, rate, secondsHeld, leastBytes, mostBytes);
-    auto writes = std::make_shared<AsyncWrites>(layout, capacity, std::move(sink));
+    const auto wake = std::min(capacity / 8, static_cast<UInt32>(rate * secondsBeforeWake));
+    auto writes = std::make_shared<AsyncWrites>(layout, capacity, wake, std::move(sink));
     return BackgroundThread::writer().add(writes) ? writes : nullptr;
 }
 
-AsyncWrites::AsyncWrites(const PcmLayout& layout, UInt32 capacity, Sink sink)
-    : ring_(layout, capacity), part_(layout), sink_(std::move(sink))
+AsyncWrites::AsyncWrites(const PcmLayout& layout, UInt32 capacity, UInt32 wakeAfter, Sink sink)
+    : ring_(layout, capacity), part_(layout), wakeAfter_(wakeAfter), sink_(std::move(sink))
 {
 }
 
@@ -55,11 +57,11 @@ OSStatus AsyncWrites::add(const AudioBufferList& frames, UInt32 count)
     return noErr;
 }
 
-/// The writing thread is woken once an eighth of the memory is full, and then writes until it finds nothing more. Less
+/// The writing thread is woken once a part of the memory is full, and then writes until it finds nothing more. Less
 /// than that waits for more or for the end.
 bool AsyncWrites::isWorthAWake() const
 {
-    return ring_.ready() > ring_.capacity() / 8;
+    return ring_.ready() > wakeAfter_;
 }
 
 /// Waits for the writing thread, or writes in its place.

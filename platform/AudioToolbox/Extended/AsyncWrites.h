@@ -21,7 +21,8 @@ public:
 
     /// Memory for four seconds at `rate` Hz, within bounds. Null if the system has no thread left for it.
     static std::shared_ptr<AsyncWrites> make(const PcmLayout& layout, Float64 rate, Sink sink);
-    AsyncWrites(const PcmLayout& layout, UInt32 capacity, Sink sink);
+    /// The thread that writes is woken for more than `wakeAfter` frames.
+    AsyncWrites(const PcmLayout& layout, UInt32 capacity, UInt32 wakeAfter, Sink sink);
 
     /// Queues `count` frames of a list that holds as many. See ExtAudioFileWriteAsync. Neither locks nor allocates on a
     /// thread marked real-time.
@@ -41,7 +42,8 @@ private:
     void waitForRoom();
 
     FrameRing ring_;
-    PlaneList part_;        // of a list larger than the room
+    PlaneList part_; // of a list larger than the room
+    UInt32 wakeAfter_;
     std::mutex takerMutex_; // its holder is the taker
     Sink sink_;
 };

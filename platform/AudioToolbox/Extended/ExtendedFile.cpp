@@ -150,6 +150,11 @@ OSStatus ExtendedFile::setLength(SInt64)
     return kAudioFileOperationNotSupportedError;
 }
 
+OSStatus ExtendedFile::setKeepsReadable(UInt32)
+{
+    return kAudioFileOperationNotSupportedError;
+}
+
 OSStatus ExtendedFile::read(UInt32& frames, AudioBufferList&)
 {
     frames = 0;

@@ -70,6 +70,9 @@ public:
     virtual OSStatus length(SInt64& frames) = 0;
     virtual bool canSetLength() const { return false; }
     virtual OSStatus setLength(SInt64 frames);
+    /// Whether what a kill leaves of the file is to open: 1 or 0.
+    virtual bool canSetKeepsReadable() const { return false; }
+    virtual OSStatus setKeepsReadable(UInt32 keeps);
     virtual UInt64 missedFrames() const { return 0; }
 
     /// Completes and closes; nothing else is called after it but the destructor.

@@ -36,6 +36,8 @@ bool isWritableProperty(const ExtendedFile& file, ExtAudioFilePropertyID propert
     case kExtAudioFileProperty_IOBufferSizeBytes:
     case kExtAudioFileProperty_IOBuffer:
         return true;
+    case kExtAudioFileProperty_KeepsFileReadable:
+        return file.canSetKeepsReadable();
     case kExtAudioFileProperty_CodecManufacturer:
         return file.canChooseCodec();
     case kExtAudioFileProperty_FileLengthFrames:
@@ -100,6 +102,8 @@ OSStatus valueOf(ExtendedFile& file, ExtAudioFilePropertyID property, LayoutBloc
         return present(value, noErr, file.file());
     case kExtAudioFileProperty_CodecManufacturer:
         return present(value, file.isCoded() ? noErr : kExtAudioFileError_InvalidProperty, softwareCodecs);
+    case kExtAudioFileProperty_KeepsFileReadable:
+        return present(value, fileBlock(file.file(), kAudioFilePropertyKeepsReadable));
     case kExtAudioFileProperty_PacketTable:
         return present(value, fileBlock(file.file(), kAudioFilePropertyPacketTableInfo));
     default:
@@ -246,6 +250,8 @@ OSStatus setExtendedProperty(ExtendedFile& file, ExtAudioFilePropertyID property
             file.setBuffer(memory);
             return OSStatus{noErr};
         });
+    case kExtAudioFileProperty_KeepsFileReadable:
+        return setTo<UInt32>(size, value, [&](auto keeps) { return file.setKeepsReadable(keeps); });
     case kExtAudioFileProperty_CodecManufacturer:
         return setTo<UInt32>(size, value, [&](auto maker) { return setCodecManufacturer(file, maker); });
     default:

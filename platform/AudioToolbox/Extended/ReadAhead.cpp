@@ -11,7 +11,7 @@ namespace qmx
 namespace
 {
 
-constexpr Float64 secondsHeld = 2;
+constexpr Float64 secondsHeld = 4;
 constexpr std::size_t leastBytes = 1U << 17, mostBytes = 1U << 24;
 
 /// Frames that are read at once.
@@ -68,7 +68,8 @@ OSStatus ReadAhead::take(const AudioBufferList& data, UInt32& count)
     const OSStatus failure = hasEnded && count < wanted ? failure_.load(std::memory_order_relaxed) : noErr;
     if (failure != noErr) // reported once; then reading goes on
         hasEnded_.store(false, std::memory_order_release);
-    if (failure != noErr || (ring_.room() > ring_.capacity() / 2 && !hasEnded))
+    // a disk that stalls finds three seconds read, at least
+    if (failure != noErr || (ring_.room() > ring_.capacity() / 4 && !hasEnded))
         BackgroundThread::reader().wake();
     return failure;
 }

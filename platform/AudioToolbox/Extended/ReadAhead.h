@@ -19,8 +19,8 @@ public:
     /// Reads frames from the file to fill a list; fewer than it holds mean the end.
     using Source = std::function<OSStatus(AudioBufferList& frames, UInt32& count)>;
 
-    /// Memory for two seconds at `rate` Hz, within bounds. Null if the system has no thread left for it. Nothing is
-    /// read yet.
+    /// Memory for four seconds at `rate` Hz, within bounds, which is filled again as soon as a quarter is free. Null if
+    /// the system has no thread left for it. Nothing is read yet.
     static std::shared_ptr<ReadAhead> make(const PcmLayout& layout, Float64 rate, Source source);
     ReadAhead(const PcmLayout& layout, UInt32 capacity, Source source);
 

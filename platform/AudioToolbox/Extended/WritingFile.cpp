@@ -242,6 +242,16 @@ OSStatus WritingFile::converterChanged()
     return noErr;
 }
 
+/// Describes the packets before the first one, so that a file without packets opens too.
+OSStatus WritingFile::setKeepsReadable(UInt32 keeps)
+{
+    OSStatus status = rest();
+    if (status == noErr)
+        status = AudioFileSetProperty(file(), kAudioFilePropertyKeepsReadable, sizeof keeps, &keeps);
+    const bool isToBeDescribed = keeps != 0 && !isLinear() && currentConverter() && !hasBegun_;
+    return status == noErr && isToBeDescribed ? describePackets(0) : status;
+}
+
 /// Writes all pending frames; the next frames start a new stream after them.
 OSStatus WritingFile::settle()
 {

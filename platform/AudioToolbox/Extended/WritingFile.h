@@ -26,6 +26,8 @@ public:
     OSStatus maximumPacketSize(UInt32& bytes) override;
     bool canSetLength() const override { return isLinear(); }
     OSStatus setLength(SInt64 frames) override;
+    bool canSetKeepsReadable() const override { return true; }
+    OSStatus setKeepsReadable(UInt32 keeps) override;
 
 private:
     OSStatus connect(const AudioStreamBasicDescription& client, AudioConverterRef& converter) override;

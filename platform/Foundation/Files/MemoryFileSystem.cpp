@@ -18,7 +18,8 @@ public:
 
     Transfer read(void* data, std::size_t size, std::int64_t position) override
     {
-        const std::scoped_lock lock(owner_.mutex_);
+        std::unique_lock lock(owner_.mutex_);
+        owner_.stallChanged_.wait(lock, [this] { return !owner_.stalled_; });
         if (position < 0)
             return {0, EINVAL};
         const auto start = static_cast<std::size_t>(position);

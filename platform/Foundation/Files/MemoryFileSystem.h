@@ -44,7 +44,7 @@ public:
     void failSynchronization(SystemError error);
     /// Limits the bytes of all files together; a write past the limit stores the part that fits and fails with ENOSPC.
     void setCapacity(std::size_t bytes);
-    /// While true, writes wait.
+    /// While true, reads and writes wait.
     void setStalled(bool stalled);
     /// Returns when a write waits because of setStalled().
     void waitForStalledWrite();

@@ -62,6 +62,22 @@ template <class Value> Value property(AudioFileID file, AudioFilePropertyID id)
     return value;
 }
 
+/// An open file that closes itself, without an error.
+struct Opened : OpenResult {
+    explicit Opened(const OpenResult& result) : OpenResult(result) {}
+    ~Opened() { EXPECT_TRUE(!file || AudioFileClose(file) == noErr); }
+    Opened(const Opened&) = delete;
+    Opened& operator=(const Opened&) = delete;
+};
+
+/// A property of the file at `path`.
+template <class Value> Value propertyAt(const std::string& path, AudioFilePropertyID id)
+{
+    const Opened opened(openFile(path));
+    EXPECT_EQ(opened.status, noErr) << path;
+    return property<Value>(opened.file, id);
+}
+
 inline AudioStreamBasicDescription formatOf(AudioFileID file)
 {
     return property<AudioStreamBasicDescription>(file, kAudioFilePropertyDataFormat);
@@ -91,6 +107,23 @@ inline OSStatus writeAudio(AudioFileID file, SInt64 start, const ByteBlock& data
     if (written)
         *written = count;
     return status;
+}
+
+/// All audio of the file at `path`.
+inline ByteBlock audioAt(const std::string& path)
+{
+    const Opened opened(openFile(path));
+    EXPECT_EQ(opened.status, noErr) << path;
+    return opened.file ? audioOf(opened.file) : ByteBlock();
+}
+
+/// A new file of `audio`.
+inline void makeFile(const std::string& path, AudioFileTypeID type, const AudioStreamBasicDescription& format,
+                     const ByteBlock& audio)
+{
+    const Opened made(createFile(path, type, format));
+    ASSERT_EQ(made.status, noErr) << path;
+    EXPECT_EQ(writeAudio(made.file, 0, audio), noErr);
 }
 
 /// `count` bytes of a sequence in which no two near places look alike; `start` is the first one's place.

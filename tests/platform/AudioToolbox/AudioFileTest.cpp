@@ -20,7 +20,7 @@ constexpr SInt64 largest = std::numeric_limits<SInt64>::max();
 TEST(AudioFileService, ReadReachingTheEndGivesWhatThereIsAndOnlyThenTheEndOfFile)
 {
     MemoryDisk disk;
-    const auto made = createFile("/d/file.aif", kAudioFileAIFFType, stereo16);
+    const Opened made(createFile("/d/file.aif", kAudioFileAIFFType, stereo16));
     ASSERT_EQ(writeAudio(made.file, 0, pattern(100)), noErr);
     ByteBlock buffer(200);
     const auto read = [&](SInt64 start, UInt32& count) {
@@ -42,13 +42,12 @@ TEST(AudioFileService, ReadReachingTheEndGivesWhatThereIsAndOnlyThenTheEndOfFile
     EXPECT_EQ(read(0, count), ioErr);
     EXPECT_EQ(count, 0U);
     disk.clearFaults();
-    EXPECT_EQ(AudioFileClose(made.file), noErr);
 }
 
 TEST(AudioFileService, PacketsOfConstantSizeAreCounted)
 {
     MemoryDisk disk;
-    const auto made = createFile("/d/file.wav", kAudioFileWAVEType, linear(12, 24, 2));
+    const Opened made(createFile("/d/file.wav", kAudioFileWAVEType, linear(12, 24, 2)));
     const ByteBlock data = pattern(60);
     UInt32 packets = 10, bytes = 0;
     EXPECT_EQ(AudioFileWritePackets(made.file, false, 59, nullptr, 2, &packets, data.data()), noErr);
@@ -68,7 +67,6 @@ TEST(AudioFileService, PacketsOfConstantSizeAreCounted)
     packets = 1;
     EXPECT_EQ(AudioFileWritePackets(made.file, false, 6, nullptr, largest, &packets, data.data()),
               kAudioFileDoesNotAllow64BitDataSizeError);
-    EXPECT_EQ(AudioFileClose(made.file), noErr);
 }
 
 TEST(AudioFileService, CreatingTouchesNothingItMayNot)
@@ -119,7 +117,7 @@ TEST(AudioFileService, PermissionsAreKept)
 TEST(AudioFileService, PropertiesTellTheFile)
 {
     MemoryDisk disk;
-    const auto made = createFile("/d/file", kAudioFileAIFFType, linear(14, 16, 2, 8000));
+    const Opened made(createFile("/d/file", kAudioFileAIFFType, linear(14, 16, 2, 8000)));
     ASSERT_EQ(writeAudio(made.file, 0, pattern(16003)), noErr);
     EXPECT_EQ(bytesIn(made.file), 16000U); // whole frames only
     EXPECT_EQ(property<UInt64>(made.file, kAudioFilePropertyAudioDataPacketCount), 4000U);
@@ -140,7 +138,6 @@ TEST(AudioFileService, PropertiesTellTheFile)
         EXPECT_EQ(AudioFileGetPropertyInfo(made.file, absent, &size, nullptr), kAudioFileUnsupportedPropertyError);
     EXPECT_EQ(AudioFileSetProperty(made.file, kAudioFilePropertyDataFormat, sizeof stereo16, &stereo16),
               kAudioFileOperationNotSupportedError);
-    EXPECT_EQ(AudioFileClose(made.file), noErr);
 }
 
 TEST(AudioFileService, TwoThreadsMayTransferAtOnceAndDeferredSizesFollowAtClose)
@@ -149,7 +146,9 @@ TEST(AudioFileService, TwoThreadsMayTransferAtOnceAndDeferredSizesFollowAtClose)
     const auto made = createFile("/d/file", kAudioFileAIFFType, stereo16);
     const ByteBlock header = disk.contents("/d/file");
     const UInt32 defer = 1;
+    EXPECT_EQ(property<UInt32>(made.file, kAudioFilePropertyKeepsReadable), 1U);
     EXPECT_EQ(AudioFileSetProperty(made.file, kAudioFilePropertyDeferSizeUpdates, sizeof defer, &defer), noErr);
+    EXPECT_EQ(property<UInt32>(made.file, kAudioFilePropertyKeepsReadable), 0U);
     std::thread writer([&] {
         for (std::size_t start = 0; start < 400'000; start += 1000)
             EXPECT_EQ(writeAudio(made.file, static_cast<SInt64>(start), pattern(1000, start)), noErr);
@@ -174,12 +173,7 @@ TEST(AudioFileService, MemoryThatRunsOutIsAStatusAndLosesNothing)
     for (const AudioFileTypeID type : {kAudioFileAIFFType, kAudioFileWAVEType, kAudioFileCAFType})
         withEveryAllocationFailing([&](ShortMemory& memory) {
             std::filesystem::remove(path);
-            const auto succeed = [&](const auto& call) { // at the second attempt at the latest
-                if (const OSStatus status = memory.during(call); status != noErr) {
-                    EXPECT_EQ(status, memFullErr);
-                    EXPECT_EQ(call(), noErr);
-                }
-            };
+            const auto succeed = [&](const auto& call) { EXPECT_EQ(memory.atLast(call), noErr); };
             const AudioStreamBasicDescription format = linear(type == kAudioFileWAVEType ? 12 : 14, 16, 2);
             OpenResult file;
             const FSRef parent{folder.path("")}, reference{path};

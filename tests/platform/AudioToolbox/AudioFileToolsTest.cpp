@@ -7,6 +7,7 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <map>
 
 using namespace qmx::test;
 
@@ -51,7 +52,7 @@ void expectSignal(const ByteBlock& audio, const AudioStreamBasicDescription& for
 void writeSignal(const std::string& path, AudioFileTypeID type, const AudioStreamBasicDescription& asked)
 {
     std::filesystem::remove(path);
-    const auto made = createFile(path, type, asked);
+    const Opened made(createFile(path, type, asked));
     ASSERT_EQ(made.status, noErr) << path;
     ByteBlock data(samples * sizeof(float));
     for (std::size_t i = 0; i < samples; ++i) {
@@ -59,7 +60,6 @@ void writeSignal(const std::string& path, AudioFileTypeID type, const AudioStrea
         std::memcpy(&data[i * sizeof value], &value, sizeof value);
     }
     EXPECT_EQ(writeAudio(made.file, 0, converted(data, floats, formatOf(made.file))), noErr);
-    EXPECT_EQ(AudioFileClose(made.file), noErr);
 }
 
 void run(const std::string& command, const TemporaryFolder& folder)
@@ -81,82 +81,59 @@ TEST(AudioFileTools, TheirFilesAreReadRight)
                       sndfile = "sndfile-convert ";
     const struct {
         std::string command; // NN: the bits
+        std::vector<std::string> files;
         AudioFormatFlags flags;
         std::vector<UInt32> bits;
         AudioFormatID coding = pcm;
-    } files[] = {
-        {sox + "-e signed -b NN a.aif", 14, {8, 16, 24, 32}},
-        {sox + "-e signed -b NN a.aifc", 14, {8, 16, 24, 32}},
-        {sox + "-e floating-point -b NN a.aifc", 11, {32, 64}},
-        {sox + "-e unsigned -b NN a.wav", 8, {8}},
-        {sox + "-e signed -b NN a.wav", 12, {16, 24, 32}},
-        {sox + "-e floating-point -b NN a.wav", 9, {32, 64}},
-        {sox + "-e u-law a.wav", 0, {8}, uLaw},
-        {sox + "-e a-law a.wav", 0, {8}, aLaw},
-        {sox + "-B -e signed -b NN a.wav", 14, {16, 24}},
-        {ffmpeg + "pcm_s8 a.aif", 14, {8}},
-        {ffmpeg + "pcm_sNNbe a.aif", 14, {16, 24, 32}},
-        {ffmpeg + "pcm_sNNle a.aif", 12, {16}},
-        {ffmpeg + "pcm_fNNbe a.aif", 11, {32, 64}},
-        {ffmpeg + "pcm_mulaw a.aif", 0, {8}, uLaw},
-        {ffmpeg + "pcm_alaw a.aif", 0, {8}, aLaw},
-        {ffmpeg + "pcm_u8 a.wav", 8, {8}},
-        {ffmpeg + "pcm_sNNle a.wav", 12, {16, 24, 32}},
-        {ffmpeg + "pcm_fNNle a.wav", 9, {32, 64}},
-        {ffmpeg + "pcm_mulaw a.wav", 0, {8}, uLaw},
-        {ffmpeg + "pcm_alaw a.wav", 0, {8}, aLaw},
-        {ffmpeg + "pcm_sNNle -rf64 always a.wav", 12, {16}},
-        {sndfile + "-pcms8 pcm.wav a.aif", 14, {8}},
-        {sndfile + "-pcmu8 pcm.wav a.aif", 8, {8}},
-        {sndfile + "-pcmNN pcm.wav a.aif", 14, {16, 24, 32}},
-        {sndfile + "-pcmNN -endian=little pcm.wav a.aif", 12, {16, 24, 32}},
-        {sndfile + "-floatNN float.wav a.aif", 11, {32, 64}},
-        {sndfile + "-ulaw pcm.wav a.aif", 0, {8}, uLaw},
-        {sndfile + "-alaw pcm.wav a.aif", 0, {8}, aLaw},
-        {sndfile + "-pcmu8 pcm.wav a.wav", 8, {8}},
-        {sndfile + "-pcmNN pcm.wav a.wav", 12, {16, 24, 32}},
-        {sndfile + "-pcmNN pcm.wav a.wavex", 12, {16, 24, 32}},
-        {sndfile + "-pcmNN -endian=big pcm.wav a.wav", 14, {16, 24, 32}},
-        {sndfile + "-floatNN float.wav a.wav", 9, {32, 64}},
-        {sndfile + "-floatNN -endian=big float.wav a.wav", 11, {32, 64}},
-        {sndfile + "-floatNN float.wav a.rf64", 9, {32}},
-        {sox + "-e signed -b NN a.caf", 14, {8, 16, 24, 32}},
-        {sox + "-e signed -b NN a.au", 14, {8, 16, 24, 32}},
-        {sox + "-e floating-point -b NN a.au", 11, {32, 64}},
-        {sox + "-e u-law a.au", 0, {8}, uLaw},
-        {ffmpeg + "pcm_sNNbe a.caf", 14, {16, 24, 32}},
-        {ffmpeg + "pcm_sNNle a.caf", 12, {16, 24, 32}},
-        {ffmpeg + "pcm_fNNle a.caf", 9, {32, 64}},
-        {ffmpeg + "pcm_mulaw a.caf", 0, {8}, uLaw},
-        {ffmpeg + "pcm_sNNbe a.au", 14, {16, 24, 32}},
-        {ffmpeg + "pcm_alaw a.au", 0, {8}, aLaw},
-        {sndfile + "-pcmNN pcm.wav a.caf", 14, {16, 24, 32}},
-        {sndfile + "-pcmNN -endian=little pcm.wav a.caf", 12, {16, 24, 32}},
-        {sndfile + "-floatNN float.wav a.caf", 11, {32, 64}},
-        {sndfile + "-pcmNN pcm.wav a.au", 14, {16, 24, 32}},
-        {sndfile + "-pcmNN -endian=little pcm.wav a.au", 12, {16, 24}},
-        {sndfile + "-pcmNN pcm.wav a.sd2", 14, {16, 24, 32}},
-        {sndfile + "-pcms8 pcm.wav a.sd2", 14, {8}},
-        {sndfile + "-ulaw pcm.wav a.wav", 0, {8}, uLaw},
-        {sndfile + "-alaw pcm.wav a.wav", 0, {8}, aLaw},
+    } rows[] = {
+        {sox + "-e signed -b NN", {"a.aif", "a.aifc", "a.caf", "a.au"}, 14, {8, 16, 24, 32}},
+        {sox + "-e signed -b NN", {"a.wav"}, 12, {16, 24, 32}},
+        {sox + "-e unsigned -b NN", {"a.wav"}, 8, {8}},
+        {sox + "-e floating-point -b NN", {"a.aifc", "a.au"}, 11, {32, 64}},
+        {sox + "-e floating-point -b NN", {"a.wav"}, 9, {32, 64}},
+        {sox + "-e u-law", {"a.wav", "a.au"}, 0, {8}, uLaw},
+        {sox + "-e a-law", {"a.wav"}, 0, {8}, aLaw},
+        {sox + "-B -e signed -b NN", {"a.wav"}, 14, {16, 24}},
+        {ffmpeg + "pcm_s8", {"a.aif"}, 14, {8}},
+        {ffmpeg + "pcm_u8", {"a.wav"}, 8, {8}},
+        {ffmpeg + "pcm_sNNbe", {"a.aif", "a.caf", "a.au"}, 14, {16, 24, 32}},
+        {ffmpeg + "pcm_sNNle", {"a.wav", "a.caf"}, 12, {16, 24, 32}},
+        {ffmpeg + "pcm_sNNle", {"a.aif"}, 12, {16}},
+        {ffmpeg + "pcm_sNNle -rf64 always", {"a.wav"}, 12, {16}},
+        {ffmpeg + "pcm_fNNbe", {"a.aif"}, 11, {32, 64}},
+        {ffmpeg + "pcm_fNNle", {"a.wav", "a.caf"}, 9, {32, 64}},
+        {ffmpeg + "pcm_mulaw", {"a.aif", "a.wav", "a.caf"}, 0, {8}, uLaw},
+        {ffmpeg + "pcm_alaw", {"a.aif", "a.wav", "a.au"}, 0, {8}, aLaw},
+        {sndfile + "-pcms8 pcm.wav", {"a.aif", "a.sd2"}, 14, {8}},
+        {sndfile + "-pcmu8 pcm.wav", {"a.aif", "a.wav"}, 8, {8}},
+        {sndfile + "-pcmNN pcm.wav", {"a.aif", "a.caf", "a.au", "a.sd2"}, 14, {16, 24, 32}},
+        {sndfile + "-pcmNN pcm.wav", {"a.wav", "a.wavex"}, 12, {16, 24, 32}},
+        {sndfile + "-pcmNN -endian=little pcm.wav", {"a.aif", "a.caf"}, 12, {16, 24, 32}},
+        {sndfile + "-pcmNN -endian=little pcm.wav", {"a.au"}, 12, {16, 24}},
+        {sndfile + "-pcmNN -endian=big pcm.wav", {"a.wav"}, 14, {16, 24, 32}},
+        {sndfile + "-floatNN float.wav", {"a.aif", "a.caf"}, 11, {32, 64}},
+        {sndfile + "-floatNN float.wav", {"a.wav"}, 9, {32, 64}},
+        {sndfile + "-floatNN float.wav", {"a.rf64"}, 9, {32}},
+        {sndfile + "-floatNN -endian=big float.wav", {"a.wav"}, 11, {32, 64}},
+        {sndfile + "-ulaw pcm.wav", {"a.aif", "a.wav"}, 0, {8}, uLaw},
+        {sndfile + "-alaw pcm.wav", {"a.aif", "a.wav"}, 0, {8}, aLaw},
     };
-    for (const auto& row : files)
-        for (const UInt32 bits : row.bits) {
-            const std::string command = replaced(row.command, "NN", std::to_string(bits));
-            SCOPED_TRACE(command);
-            const std::string path = folder.path(command.substr(command.rfind(' ') + 1));
-            std::filesystem::remove(path);
-            run(command, folder);
-            const auto opened = openFile(path);
-            ASSERT_EQ(opened.status, noErr);
-            const auto format = formatOf(opened.file);
-            EXPECT_EQ(format.mFormatID, row.coding);
-            EXPECT_EQ(format.mFormatFlags, row.flags);
-            EXPECT_EQ(format.mBitsPerChannel, bits);
-            EXPECT_EQ(format.mSampleRate, 44100);
-            expectSignal(audioOf(opened.file), format, row.coding == pcm);
-            EXPECT_EQ(AudioFileClose(opened.file), noErr);
-        }
+    for (const auto& row : rows)
+        for (const std::string& file : row.files)
+            for (const UInt32 bits : row.bits) {
+                const std::string command = replaced(row.command, "NN", std::to_string(bits)) + " " + file;
+                SCOPED_TRACE(command);
+                std::filesystem::remove(folder.path(file));
+                run(command, folder);
+                const Opened opened(openFile(folder.path(file)));
+                ASSERT_EQ(opened.status, noErr);
+                const auto format = formatOf(opened.file);
+                EXPECT_EQ(format.mFormatID, row.coding);
+                EXPECT_EQ(format.mFormatFlags, row.flags);
+                EXPECT_EQ(format.mBitsPerChannel, bits);
+                EXPECT_EQ(format.mSampleRate, 44100);
+                expectSignal(audioOf(opened.file), format, row.coding == pcm);
+            }
 }
 
 TEST(AudioFileTools, OurFilesAreReadRightByThem)
@@ -170,51 +147,49 @@ TEST(AudioFileTools, OurFilesAreReadRightByThem)
         {"ffmpeg -v error -y -i OURS -f f32le out.raw", floats},
         {"sndfile-convert -pcm32 -endian=little OURS out.raw", linear(12, 32, 2)},
     };
+    constexpr AudioFileTypeID aiff = kAudioFileAIFFType, aifc = kAudioFileAIFCType, wave = kAudioFileWAVEType,
+                              caf = kAudioFileCAFType, au = kAudioFileNextType, sd2 = kAudioFileSoundDesigner2Type;
+    const std::map<AudioFileTypeID, std::string> names{{aiff, "our.aif"}, {aifc, "our.aifc"}, {wave, "our.wav"},
+                                                       {caf, "our.caf"},  {au, "our.au"},     {sd2, "our.sd2"}};
     const struct {
-        const char* file;
-        AudioFileTypeID type;
+        std::vector<AudioFileTypeID> types;
         AudioFormatFlags flags;
         std::vector<UInt32> bits;
         std::vector<int> readers; // not all know the rarer types of AIFF-C, padded samples, RIFX, or CAF's floats
         AudioFormatID coding = pcm;
-    } files[] = {
-        {"our.aif", kAudioFileAIFFType, 14, {8, 16, 20, 24, 32}, {0, 1, 2}},
-        {"our.aifc", kAudioFileAIFCType, 14, {8, 16, 24, 32}, {0, 1, 2}},
-        {"our.aifc", kAudioFileAIFCType, 12, {16}, {0, 1, 2}},
-        {"our.aifc", kAudioFileAIFCType, 12, {24, 32}, {2}},
-        {"our.aifc", kAudioFileAIFCType, 8, {8}, {1, 2}},
-        {"our.aifc", kAudioFileAIFCType, 11, {32, 64}, {0, 1, 2}},
-        {"our.aifc", kAudioFileAIFCType, 0, {8}, {1, 2}, uLaw},
-        {"our.aifc", kAudioFileAIFCType, 0, {8}, {1, 2}, aLaw},
-        {"our.wav", kAudioFileWAVEType, 8, {8}, {0, 1, 2}},
-        {"our.wav", kAudioFileWAVEType, 12, {16, 24, 32}, {0, 1, 2}},
-        {"our.wav", kAudioFileWAVEType, 12, {20}, {1, 2}},
-        {"our.wav", kAudioFileWAVEType, 9, {32, 64}, {0, 1, 2}},
-        {"our.wav", kAudioFileWAVEType, 0, {8}, {0, 1, 2}, uLaw},
-        {"our.wav", kAudioFileWAVEType, 0, {8}, {0, 1, 2}, aLaw},
-        {"our.caf", kAudioFileCAFType, 14, {8, 16, 24, 32}, {0, 1, 2}},
-        {"our.caf", kAudioFileCAFType, 12, {16, 24, 32}, {0, 1, 2}},
-        {"our.caf", kAudioFileCAFType, 11, {32, 64}, {1, 2}},
-        {"our.caf", kAudioFileCAFType, 9, {32, 64}, {1, 2}},
-        {"our.caf", kAudioFileCAFType, 0, {8}, {0, 1, 2}, uLaw},
-        {"our.caf", kAudioFileCAFType, 0, {8}, {0, 1, 2}, aLaw},
-        {"our.au", kAudioFileNextType, 14, {8, 16, 24, 32}, {0, 1, 2}},
-        {"our.au", kAudioFileNextType, 11, {32, 64}, {0, 1, 2}},
-        {"our.au", kAudioFileNextType, 0, {8}, {0, 1, 2}, uLaw},
-        {"our.sd2", kAudioFileSoundDesigner2Type, 14, {8, 16, 24, 32}, {2}},
-        {"our.wav", kAudioFileWAVEType, 14, {16, 24, 32}, {0, 2}},
-        {"our.wav", kAudioFileWAVEType, 11, {32, 64}, {0, 2}},
+    } rows[] = {
+        {{aiff}, 14, {8, 16, 20, 24, 32}, {0, 1, 2}},
+        {{aifc, caf, au}, 14, {8, 16, 24, 32}, {0, 1, 2}},
+        {{wave}, 14, {16, 24, 32}, {0, 2}},
+        {{sd2}, 14, {8, 16, 24, 32}, {2}},
+        {{wave, caf}, 12, {16, 24, 32}, {0, 1, 2}},
+        {{wave}, 12, {20}, {1, 2}},
+        {{aifc}, 12, {16}, {0, 1, 2}},
+        {{aifc}, 12, {24, 32}, {2}},
+        {{aifc}, 8, {8}, {1, 2}},
+        {{wave}, 8, {8}, {0, 1, 2}},
+        {{aifc, au}, 11, {32, 64}, {0, 1, 2}},
+        {{caf}, 11, {32, 64}, {1, 2}},
+        {{wave}, 11, {32, 64}, {0, 2}},
+        {{wave}, 9, {32, 64}, {0, 1, 2}},
+        {{caf}, 9, {32, 64}, {1, 2}},
+        {{aifc}, 0, {8}, {1, 2}, uLaw},
+        {{aifc}, 0, {8}, {1, 2}, aLaw},
+        {{wave, caf, au}, 0, {8}, {0, 1, 2}, uLaw},
+        {{wave, caf}, 0, {8}, {0, 1, 2}, aLaw},
     };
-    for (const auto& row : files)
-        for (const UInt32 bits : row.bits) {
-            auto format = linear(row.flags, bits, 2);
-            format.mFormatID = row.coding;
-            writeSignal(folder.path(row.file), row.type, format);
-            for (const int reader : row.readers) {
-                SCOPED_TRACE(testing::Message() << tools[reader].command << " " << row.file << " " << bits);
-                std::filesystem::remove(folder.path("out.raw"));
-                run(replaced(tools[reader].command, "OURS", row.file), folder);
-                expectSignal(contentsOf(folder.path("out.raw")), tools[reader].decoded, row.coding == pcm);
+    for (const auto& row : rows)
+        for (const AudioFileTypeID type : row.types)
+            for (const UInt32 bits : row.bits) {
+                auto format = linear(row.flags, bits, 2);
+                format.mFormatID = row.coding;
+                const std::string file = names.at(type);
+                writeSignal(folder.path(file), type, format);
+                for (const int reader : row.readers) {
+                    SCOPED_TRACE(testing::Message() << tools[reader].command << " " << file << " " << bits);
+                    std::filesystem::remove(folder.path("out.raw"));
+                    run(replaced(tools[reader].command, "OURS", file), folder);
+                    expectSignal(contentsOf(folder.path("out.raw")), tools[reader].decoded, row.coding == pcm);
+                }
             }
-        }
 }

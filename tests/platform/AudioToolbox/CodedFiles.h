@@ -41,16 +41,6 @@ inline void passOn(AudioConverterRef converter, AudioFileID file)
     EXPECT_EQ(AudioFileSetProperty(file, kAudioFilePropertyPacketTableInfo, sizeof info, &info), noErr);
 }
 
-/// A property of the file at `path`.
-template <class Value> Value propertyAt(const std::string& path, AudioFilePropertyID id)
-{
-    const auto opened = openFile(path);
-    EXPECT_EQ(opened.status, noErr) << path;
-    const auto value = property<Value>(opened.file, id);
-    EXPECT_EQ(AudioFileClose(opened.file), noErr);
-    return value;
-}
-
 struct LinearSource {
     const ByteBlock& data;
     UInt32 frameBytes;
@@ -80,9 +70,9 @@ inline bool encodeFile(const std::string& path, AudioFileTypeID type, const Audi
     if (bitRate > 0) {
         EXPECT_EQ(AudioConverterSetProperty(converter, kAudioConverterEncodeBitRate, sizeof bitRate, &bitRate), noErr);
     }
-    const auto made = createFile(
+    const Opened made(createFile(
         path, type,
-        converterProperty<AudioStreamBasicDescription>(converter, kAudioConverterCurrentOutputStreamDescription));
+        converterProperty<AudioStreamBasicDescription>(converter, kAudioConverterCurrentOutputStreamDescription)));
     EXPECT_EQ(made.status, noErr);
     if (made.status == noErr) {
         passOn(converter, made.file);
@@ -103,7 +93,6 @@ inline bool encodeFile(const std::string& path, AudioFileTypeID type, const Audi
                       noErr);
         }
         passOn(converter, made.file);
-        EXPECT_EQ(AudioFileClose(made.file), noErr);
     }
     EXPECT_EQ(AudioConverterDispose(converter), noErr);
     return made.status == noErr;

@@ -51,14 +51,13 @@ struct Packets {
 
     explicit Packets(const std::string& path)
     {
-        const auto opened = openFile(path);
+        const Opened opened(openFile(path));
         auto count = static_cast<UInt32>(property<UInt64>(opened.file, kAudioFilePropertyAudioDataPacketCount));
         descriptions.resize(count);
         data.resize(property<UInt64>(opened.file, kAudioFilePropertyAudioDataByteCount));
         UInt32 bytes = 0;
         EXPECT_EQ(AudioFileReadPackets(opened.file, false, &bytes, descriptions.data(), 0, &count, data.data()), noErr);
         EXPECT_EQ(bytes, data.size());
-        EXPECT_EQ(AudioFileClose(opened.file), noErr);
     }
 };
 
@@ -390,47 +389,81 @@ TEST(Codings, OtherBytesBetweenTheFramesOfAStreamAreNoSound)
     }
 }
 
-TEST(Codings, FilesThatWereClosedWithoutPacketsOpen)
+TEST(Codings, FilesWithoutFramesOpenOrAreRefusedAtTheClose)
 {
-    const TemporaryFolder folder;
-    for (const Case& c : cases) {
-        const std::string path = folder.path(c.name);
-        ASSERT_TRUE(encodeFile(path, c.type, coded(c.coding, 2), linear(12, 16, 2), {}));
-        EXPECT_EQ(propertyAt<AudioStreamBasicDescription>(path, kAudioFilePropertyDataFormat).mFormatID, c.coding);
-    }
-    // a lossless coding needs its cookie
-    const auto made = createFile(folder.path("b.m4a"), kAudioFileM4AType, coded(kAudioFormatAppleLossless, 2));
-    EXPECT_EQ(AudioFileClose(made.file), kAudioFileInvalidFileError);
-}
-
-TEST(Codings, ExtendedFilesWithoutFramesOpenOrAreRefusedAtTheClose)
-{
-    const TemporaryFolder folder;
+    const TemporaryFolder folder; // a lossless coding needs its cookie
+    const auto bare = createFile(folder.path("b.m4a"), kAudioFileM4AType, coded(kAudioFormatAppleLossless, 2));
+    EXPECT_EQ(AudioFileClose(bare.file), kAudioFileInvalidFileError);
     const std::string path = folder.path("a");
-    for (const auto& [type, coding] :
-         {std::pair{kAudioFileM4AType, kAudioFormatMPEG4AAC}, std::pair{kAudioFileM4AType, kAudioFormatAppleLossless},
-          std::pair{kAudioFileCAFType, kAudioFormatAppleLossless}, std::pair{kAudioFileFLACType, kAudioFormatFLAC},
-          std::pair{kAudioFileMP3Type, kAudioFormatMPEGLayer3},
-          std::pair{kAudioFileAAC_ADTSType, kAudioFormatMPEG4AAC}})
+    std::vector<Case> all(std::begin(cases), std::end(cases));
+    all.push_back({"a.aac", kAudioFileAAC_ADTSType, kAudioFormatMPEG4AAC, false});
+    for (const auto& [name, type, coding, isLossless] : all)
         for (const bool hasClient : {true, false}) {
             SCOPED_TRACE(testing::Message() << qmx::fourCharString(type) << qmx::fourCharString(coding) << hasClient);
             std::filesystem::remove(path);
-            ExtAudioFileRef file = createExtended(path, type, coded(coding, 2));
+            ExtendedFile made(path, type, coded(coding, 2));
             if (hasClient)
-                setClient(file, floats(2));
-            const OSStatus closed = ExtAudioFileDispose(file);
+                setClient(made, floats(2));
+            const OSStatus closed = made.close();
             EXPECT_EQ(closed, type == kAudioFileAAC_ADTSType ? kAudioFileInvalidFileError : noErr);
             if (closed != noErr)
                 continue;
-            file = openExtended(path);
+            const ExtendedFile file(path);
             EXPECT_EQ(lengthOf(file), 0);
-            EXPECT_EQ(
-                extendedValue<AudioStreamBasicDescription>(file, kExtAudioFileProperty_FileDataFormat).mSampleRate,
-                44100);
+            const auto format = extendedValue<AudioStreamBasicDescription>(file, kExtAudioFileProperty_FileDataFormat);
+            EXPECT_EQ(format.mFormatID, coding);
+            EXPECT_EQ(format.mSampleRate, 44100);
             setClient(file, floats(2));
             EXPECT_TRUE(readFloats(file, 2, 10).empty());
-            EXPECT_EQ(ExtAudioFileDispose(file), noErr);
         }
+}
+
+/// Lengths and positions are those of the original, to the frame.
+TEST(Codings, ExtendedFilesHaveTheOriginalsFrames)
+{
+    const TemporaryFolder folder;
+    const std::string path = folder.path("a");
+    struct Row {
+        AudioFileTypeID type;
+        AudioFormatID coding;
+        AudioFormatFlags flags;
+        double errorPower; // of the signal's
+    };
+    const std::array rows{
+        Row{kAudioFileM4AType, kAudioFormatMPEG4AAC, 0, 0.2},
+        Row{kAudioFileM4AType, kAudioFormatAppleLossless, kAppleLosslessFormatFlag_16BitSourceData, 1e-8},
+        Row{kAudioFileM4AType, kAudioFormatAppleLossless, kAppleLosslessFormatFlag_24BitSourceData, 1e-13},
+        Row{kAudioFileFLACType, kAudioFormatFLAC, kAppleLosslessFormatFlag_24BitSourceData, 1e-13},
+        Row{kAudioFileCAFType, kAudioFormatAppleLossless, kAppleLosslessFormatFlag_16BitSourceData, 1e-8},
+    };
+    for (const Row& c : rows) {
+        SCOPED_TRACE(qmx::fourCharString(c.coding));
+        std::filesystem::remove(path);
+        const auto samples = music(44100, 2);
+        writeMusic(path, c.type, coded(c.coding, 2, 44100, c.flags), samples);
+        const ExtendedFile file(path);
+        EXPECT_EQ(lengthOf(file), 44100);
+        setClient(file, floats(2));
+        const auto whole = readFloats(file, 2, 50000, 777);
+        ASSERT_EQ(whole.size(), samples.size());
+        double error = 0, power = 0;
+        for (std::size_t i = 0; i < whole.size(); ++i) {
+            error += std::pow(static_cast<double>(whole[i]) - samples[i], 2);
+            power += std::pow(samples[i], 2);
+        }
+        EXPECT_LT(error, c.errorPower * power);
+        EXPECT_EQ(positionOf(file), 44100);
+        for (const SInt64 place : {1, 1023, 20000, 44099, 44100, 0}) {
+            EXPECT_EQ(ExtAudioFileSeek(file, place), noErr);
+            const auto part = readFloats(file, 2, 3000);
+            const auto first = static_cast<std::size_t>(2 * place);
+            ASSERT_EQ(part.size(), std::min<std::size_t>(6000, whole.size() - first)) << place;
+            EXPECT_EQ(largestDifference(std::span(whole).subspan(first, part.size()), part), 0) << place;
+        }
+        setClient(file, floats(2, 48000));
+        EXPECT_EQ(ExtAudioFileSeek(file, 14700), noErr);
+        EXPECT_EQ(readFloats(file, 2, 50000).size(), 2 * 32000U);
+    }
 }
 
 /// Nothing of what the decoder read before is heard at a stream's start.
@@ -439,12 +472,11 @@ TEST(Codings, AStreamBeginsAgainAsItDidAtFirst)
     const TemporaryFolder folder;
     const std::string path = folder.path("a");
     writeMusic(path, kAudioFileAAC_ADTSType, coded(kAudioFormatMPEG4AAC, 2), music(20000, 2));
-    const ExtAudioFileRef file = openExtended(path);
+    const ExtendedFile file(path);
     setClient(file, floats(2));
     const auto whole = readFloats(file, 2, 50000);
     for (const SInt64 place : {0, 5000, 0}) {
         EXPECT_EQ(ExtAudioFileSeek(file, place), noErr);
         EXPECT_EQ(readFloats(file, 2, 50000), std::vector<float>(whole.begin() + 2 * place, whole.end())) << place;
     }
-    EXPECT_EQ(ExtAudioFileDispose(file), noErr);
 }

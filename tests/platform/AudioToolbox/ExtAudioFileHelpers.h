@@ -48,6 +48,12 @@ inline AudioBufferList listOf(std::span<const float> samples, UInt32 channels)
     return listOf(samples.data(), samples.size_bytes(), channels);
 }
 
+inline OSStatus writeFloats(ExtAudioFileRef file, std::span<const float> samples, UInt32 channels)
+{
+    const auto list = listOf(samples, channels);
+    return ExtAudioFileWrite(file, static_cast<UInt32>(samples.size() / channels), &list);
+}
+
 inline ExtAudioFileRef openExtended(const std::string& path)
 {
     ExtAudioFileRef file = nullptr;
@@ -67,6 +73,26 @@ inline ExtAudioFileRef createExtended(const std::string& path, AudioFileTypeID t
     CFRelease(name);
     return file;
 }
+
+/// An open file that closes itself, without an error.
+class ExtendedFile
+{
+public:
+    explicit ExtendedFile(const std::string& path) : file_(openExtended(path)) {}
+    ExtendedFile(const std::string& path, AudioFileTypeID type, const AudioStreamBasicDescription& format)
+        : file_(createExtended(path, type, format))
+    {
+    }
+    ~ExtendedFile() { EXPECT_TRUE(!file_ || close() == noErr); }
+    ExtendedFile(const ExtendedFile&) = delete;
+    ExtendedFile& operator=(const ExtendedFile&) = delete;
+
+    operator ExtAudioFileRef() const { return file_; }
+    OSStatus close() { return ExtAudioFileDispose(std::exchange(file_, nullptr)); }
+
+private:
+    ExtAudioFileRef file_;
+};
 
 inline void setClient(ExtAudioFileRef file, const AudioStreamBasicDescription& format)
 {
@@ -112,14 +138,19 @@ inline std::vector<float> readFloats(ExtAudioFileRef file, UInt32 channels, std:
     return samples;
 }
 
+/// Prepares reads on real-time threads.
+inline void prime(ExtAudioFileRef file)
+{
+    UInt32 none = 0;
+    EXPECT_EQ(ExtAudioFileRead(file, &none, nullptr), noErr);
+}
+
 /// Up to `frames` frames of the file at `path`, as interleaved floats.
 inline std::vector<float> floatsAt(const std::string& path, UInt32 channels, std::size_t frames)
 {
-    const ExtAudioFileRef file = openExtended(path);
+    const ExtendedFile file(path);
     setClient(file, floats(channels));
-    auto samples = readFloats(file, channels, frames);
-    EXPECT_EQ(ExtAudioFileDispose(file), noErr);
-    return samples;
+    return readFloats(file, channels, frames);
 }
 
 /// The largest difference between two signals of the same length.
@@ -136,11 +167,9 @@ inline double largestDifference(std::span<const float> one, std::span<const floa
 inline void writeMusic(const std::string& path, AudioFileTypeID type, const AudioStreamBasicDescription& format,
                        std::span<const float> samples)
 {
-    const ExtAudioFileRef file = createExtended(path, type, format);
+    const ExtendedFile file(path, type, format);
     setClient(file, floats(format.mChannelsPerFrame, format.mSampleRate));
-    const auto list = listOf(samples, format.mChannelsPerFrame);
-    EXPECT_EQ(ExtAudioFileWrite(file, static_cast<UInt32>(samples.size() / format.mChannelsPerFrame), &list), noErr);
-    EXPECT_EQ(ExtAudioFileDispose(file), noErr);
+    EXPECT_EQ(writeFloats(file, samples, format.mChannelsPerFrame), noErr);
 }
 
 /// What files of packets, and of samples, are made of.

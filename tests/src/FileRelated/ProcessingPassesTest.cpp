@@ -19,9 +19,7 @@ public:
     }
 };
 
-class ProcessingPassesTest : public FileWork
-{
-};
+using ProcessingPassesTest = FileWork;
 
 TEST_F(ProcessingPassesTest, PacketsAreRefusedByLastStatusThoughTheResultIsNoErr)
 {

@@ -24,6 +24,10 @@ protected:
         return QMXAudioFileConverter::initWithInputFilePath(source)->convertFileToPath_toFileType_toFormat_subscriber(
             other, type, QMXAudioStreamBasicDescription::initWithAudioStreamBasicDescription(&format), nullptr);
     }
+    AudioStreamBasicDescription formatOfOther()
+    {
+        return propertyAt<AudioStreamBasicDescription>(other, kAudioFilePropertyDataFormat);
+    }
 };
 
 TEST_F(QMXAudioFileConverterTest, ConvertsWholeFilesInPassesOf1024Frames)
@@ -35,32 +39,26 @@ TEST_F(QMXAudioFileConverterTest, ConvertsWholeFilesInPassesOf1024Frames)
     EXPECT_EQ(converter->convertFileToPath_toFileType_subscriber(other, kAudioFileAIFFType, &progress), noErr);
     EXPECT_THAT(progress.values, ElementsAre(0, FloatNear(0.4096F, 1e-6F), FloatNear(0.8192F, 1e-6F)));
     EXPECT_EQ(audioAt(other).size(), 5000U);
-    const auto copied = propertyAt<AudioStreamBasicDescription>(other, kAudioFilePropertyDataFormat);
-    EXPECT_EQ(copied.mSampleRate, 48000);
-    EXPECT_EQ(copied.mChannelsPerFrame, 1U);
+    EXPECT_EQ(formatOfOther().mSampleRate, 48000);
+    EXPECT_EQ(formatOfOther().mChannelsPerFrame, 1U);
 
     // the same format keeps the samples, another rate changes the length
-    const std::string third = "/d/c.wav", fourth = "/d/d.aifc";
-    const auto wave = std::make_shared<QMXAudioStreamBasicDescription>(linear(12, 24, 1, 48000));
-    EXPECT_EQ(converter->convertFileToPath_toFileType_toFormat_subscriber(third, kAudioFileWAVEType, wave, nullptr),
-              noErr);
-    const auto back = std::make_shared<QMXAudioStreamBasicDescription>(linear(14, 24, 1, 48000));
-    EXPECT_EQ(QMXAudioFileConverter::initWithInputFilePath(third)->convertFileToPath_toFileType_toFormat_subscriber(
-                  fourth, kAudioFileAIFFType, back, nullptr),
-              noErr);
-    EXPECT_EQ(disk.contents(fourth), disk.contents(path));
-    disk.remove(other);
-    wave->setSampleRate(44100);
-    EXPECT_EQ(converter->convertFileToPath_toFileType_toFormat_subscriber(other, kAudioFileWAVEType, wave, nullptr),
-              noErr);
+    const std::string between = "/d/c.wav";
+    EXPECT_EQ(convert(kAudioFileWAVEType, linear(12, 24, 1, 48000), path), noErr);
+    disk.rename(other, between);
+    EXPECT_EQ(convert(kAudioFileAIFFType, linear(14, 24, 1, 48000), between), noErr);
+    EXPECT_EQ(disk.contents(other), disk.contents(path));
+    const auto wave = linear(12, 24, 1, 44100);
+    EXPECT_EQ(convert(kAudioFileWAVEType, wave, path), noErr);
     const ExtAudioFileRef resampled = openExtended(other);
     EXPECT_EQ(lengthOf(resampled), 2297);
     EXPECT_EQ(ExtAudioFileDispose(resampled), noErr);
 
     // a full disk is the status; so is a missing source, and nothing is created
     disk.remove(other);
-    disk.setCapacity(26'000);
-    EXPECT_EQ(converter->convertFileToPath_toFileType_toFormat_subscriber(other, kAudioFileWAVEType, wave, nullptr),
+    disk.setCapacity(18'500);
+    EXPECT_EQ(converter->convertFileToPath_toFileType_toFormat_subscriber(
+                  other, kAudioFileWAVEType, std::make_shared<QMXAudioStreamBasicDescription>(wave), nullptr),
               dskFulErr);
     expectFailure(*converter, dskFulErr, other + " could not be written: the disk is full");
     const auto none = QMXAudioFileConverter::initWithInputFilePath("/d/none");
@@ -105,7 +103,7 @@ TEST_F(QMXAudioFileConverterTest, WAVEIsLittleEndianWhateverTheFormatSays)
     EXPECT_EQ(convert(kAudioFileWAVEType, bigSixteen, path), noErr);
     const auto expectLittle = [&] {
         EXPECT_EQ(disk.contents(other).front(), 'R');
-        EXPECT_EQ(propertyAt<AudioStreamBasicDescription>(other, kAudioFilePropertyDataFormat).mFormatFlags, 12U);
+        EXPECT_EQ(formatOfOther().mFormatFlags, 12U);
         EXPECT_TRUE(audioAt(other) == swapped);
     };
     expectLittle();
@@ -129,7 +127,7 @@ TEST_F(QMXAudioFileConverterTest, ALosslessTargetWithoutAStatedDepthKeepsTheBits
         const auto keepsAll = [&, bits = bits, flags = flags](AudioFileTypeID target, AudioFormatID coding,
                                                               const std::string& source) {
             EXPECT_EQ(convert(target, coded(coding, 2), source), noErr);
-            EXPECT_EQ(propertyAt<AudioStreamBasicDescription>(other, kAudioFilePropertyDataFormat).mFormatFlags, flags);
+            EXPECT_EQ(formatOfOther().mFormatFlags, flags);
             EXPECT_TRUE(floatsAt(other, 2, 10'000) == floatsAt(path, 2, 10'000)) << bits;
         };
         keepsAll(kAudioFileM4AType, kAudioFormatAppleLossless, path);
@@ -140,7 +138,7 @@ TEST_F(QMXAudioFileConverterTest, ALosslessTargetWithoutAStatedDepthKeepsTheBits
     }
     // a stated depth is kept
     EXPECT_EQ(convert(kAudioFileFLACType, coded(kAudioFormatFLAC, 2, 44100, sixteen), path), noErr);
-    EXPECT_EQ(propertyAt<AudioStreamBasicDescription>(other, kAudioFilePropertyDataFormat).mFormatFlags, sixteen);
+    EXPECT_EQ(formatOfOther().mFormatFlags, sixteen);
 }
 
 TEST_F(QMXAudioFileConverterTest, TheFirstFailureOfTheSetUpIsTheResult)

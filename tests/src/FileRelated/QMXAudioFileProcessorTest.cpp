@@ -28,6 +28,8 @@ public:
     OSStatus processAudio_numberOfFrames(AudioBufferList& audio, UInt32* numberOfFrames) override
     {
         passes.push_back(*numberOfFrames);
+        if (onPass)
+            onPass();
         for (const AudioBuffer& buffer : qmx::buffersOf(audio))
             for (auto& sample : std::span(static_cast<float*>(buffer.mData), *numberOfFrames))
                 sample *= gain_;
@@ -36,6 +38,7 @@ public:
         return status_;
     }
     std::vector<UInt32> passes;
+    std::function<void()> onPass;
 
 private:
     float gain_;
@@ -50,33 +53,32 @@ protected:
     {
         return QMXAudioFileProcessor::initWithSourcePath_processFramesWith_progressSubscriber(path, gain, progress);
     }
+    OSStatus copy(const std::shared_ptr<Gain>& gain, SInt64 start, SInt64 end)
+    {
+        return processor(gain)->copyFramesToPath_startFrame_endFrame(other, start, end);
+    }
     std::shared_ptr<Progress> progress = std::make_shared<Progress>();
 };
 
 TEST_F(QMXAudioFileProcessorTest, UnchangedSamplesLeaveEveryByteAsItWas)
 {
-    struct Case {
-        AudioFileTypeID type;
-        AudioStreamBasicDescription format;
-    };
-    const std::vector<Case> cases{
-        {kAudioFileAIFFType, linear(14, 16, 2)}, {kAudioFileAIFFType, linear(14, 24, 1)},
-        {kAudioFileAIFCType, linear(11, 32, 2)}, {kAudioFileWAVEType, linear(12, 16, 5)},
-        {kAudioFileAIFFType, linear(14, 24, 8)}, {kAudioFileWAVEType, linear(12, 24, 2)},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(testing::Message() << c.format.mBitsPerChannel << " bits, " << c.format.mChannelsPerFrame);
+    for (const auto& [type, format] : {std::pair(kAudioFileAIFFType, linear(14, 16, 2)),
+                                       {kAudioFileAIFFType, linear(14, 24, 1)},
+                                       {kAudioFileAIFCType, linear(11, 32, 2)},
+                                       {kAudioFileWAVEType, linear(12, 16, 5)},
+                                       {kAudioFileAIFFType, linear(14, 24, 8)},
+                                       {kAudioFileWAVEType, linear(12, 24, 2)}}) {
+        SCOPED_TRACE(testing::Message() << format.mBitsPerChannel << " bits, " << format.mChannelsPerFrame);
         disk.remove(path);
         disk.remove(other);
-        writeMusic(path, c.type, c.format, music(1337, c.format.mChannelsPerFrame));
+        writeMusic(path, type, format, music(1337, format.mChannelsPerFrame));
         ByteBlock before = disk.contents(path);
         appendChunk(before, "note", {1, 2, 3});
         disk.setContents(path, before);
         EXPECT_EQ(processor(std::make_shared<Gain>(1.0F))->processFrames_endFrame(3, 1'000'000), noErr);
         EXPECT_EQ(disk.contents(path), before);
-        if (c.type != kAudioFileWAVEType) {
-            EXPECT_EQ(processor(std::make_shared<Gain>(1.0F))->copyFramesToPath_startFrame_endFrame(other, 0, 1337),
-                      noErr);
+        if (type != kAudioFileWAVEType) {
+            EXPECT_EQ(copy(std::make_shared<Gain>(1.0F), 0, 1337), noErr);
             EXPECT_EQ(audioAt(other), audioAt(path));
         }
     }
@@ -97,7 +99,7 @@ TEST_F(QMXAudioFileProcessorTest, ChangesTheRangeAlone)
             expected[i] *= 0.5F;
     EXPECT_EQ(floatsAt(path, 3, 3000), expected);
     // a copy has all channels, and only the range
-    EXPECT_EQ(processor(gain)->copyFramesToPath_startFrame_endFrame(other, 1500, 9000), noErr);
+    EXPECT_EQ(copy(gain, 1500, 9000), noErr);
     auto rest = std::vector<float>(samples.begin() + 4500, samples.end());
     for (float& sample : rest)
         sample *= 0.5F;
@@ -109,9 +111,9 @@ TEST_F(QMXAudioFileProcessorTest, EndsAndFailuresAsTheyAreDescribed)
     writeMusic(path, kAudioFileAIFFType, bigSixteen, music(1000, 2));
     const ByteBlock before = disk.contents(path);
     const auto gain = std::make_shared<Gain>(0.0F);
-    EXPECT_EQ(processor(gain)->copyFramesToPath_startFrame_endFrame(other, 10, 9), -1);
+    EXPECT_EQ(copy(gain, 10, 9), -1);
     EXPECT_TRUE(disk.contents(other).empty());
-    EXPECT_EQ(processor(gain)->copyFramesToPath_startFrame_endFrame(other, 10, 10), noErr);
+    EXPECT_EQ(copy(gain, 10, 10), noErr);
     EXPECT_TRUE(audioAt(other).empty());
     EXPECT_TRUE(gain->passes.empty());
     EXPECT_TRUE(failures.lines().empty());
@@ -123,8 +125,7 @@ TEST_F(QMXAudioFileProcessorTest, EndsAndFailuresAsTheyAreDescribed)
         testing::MatchesRegex("QMXAudioFileProcessor Error: -48 ->  coreaudio_aac/src/QMXAudioFileProcessor:  [0-9]+"));
     // more frames than the buffer holds are cut to it, fewer are written where they were read
     disk.remove(other);
-    EXPECT_EQ(processor(std::make_shared<Gain>(1.0F, 100'000))->copyFramesToPath_startFrame_endFrame(other, 0, 1000),
-              noErr);
+    EXPECT_EQ(copy(std::make_shared<Gain>(1.0F, 100'000), 0, 1000), noErr);
     EXPECT_EQ(audioAt(other), audioAt(path));
     EXPECT_EQ(processor(std::make_shared<Gain>(0.0F, 2))->processFrames_endFrame(0, 1000), noErr);
     ByteBlock expected = before;
@@ -164,7 +165,7 @@ TEST_F(QMXAudioFileProcessorTest, AFailingProcessorEndsTheRunBeforeItsBlockIsWri
     EXPECT_EQ(inPlace->processFrames_endFrame(0, 2000), noErr);
     expectFailure(*inPlace, -7, path + " could not be processed: status -7");
     EXPECT_TRUE(disk.contents(path) == before);
-    EXPECT_EQ(processor(failing)->copyFramesToPath_startFrame_endFrame(other, 0, 2000), noErr);
+    EXPECT_EQ(copy(failing, 0, 2000), noErr);
     EXPECT_TRUE(audioAt(other).empty());
     EXPECT_EQ(failing->passes.size(), 2U);
     EXPECT_EQ(progress->values.size(), 2U);
@@ -175,20 +176,14 @@ TEST(QMXAudioFileProcessor, WhatIsThrownEndsTheRunAndLeavesNoFileOpen)
 {
     struct Cancelled {
     };
-    struct Cancelling : public Gain, public Progress {
-        using Gain::Gain;
-        OSStatus processAudio_numberOfFrames(AudioBufferList& audio, UInt32* numberOfFrames) override
-        {
-            EXPECT_EQ(Gain::processAudio_numberOfFrames(audio, numberOfFrames), noErr);
-            return cancelIf(inProcessor && passes.size() == 3);
-        }
+    struct Cancelling : Progress {
         void progressUpdate(float progress) override
         {
             Progress::progressUpdate(progress);
-            cancelIf(!inProcessor && values.size() == 2);
+            if (cancels && values.size() == 2)
+                throw Cancelled();
         }
-        static OSStatus cancelIf(bool isTime) { return isTime ? throw Cancelled() : noErr; }
-        bool inProcessor = true;
+        bool cancels = false;
     };
     const TemporaryFolder folder;
     const std::string path = folder.path("a.aif"), other = folder.path("b.aif");
@@ -196,10 +191,12 @@ TEST(QMXAudioFileProcessor, WhatIsThrownEndsTheRunAndLeavesNoFileOpen)
     const std::size_t before = openDescriptors();
     for (const bool inProcessor : {true, false}) {
         const auto run = [&](auto process) {
-            const auto cancelling = std::make_shared<Cancelling>(1.0F);
-            cancelling->inProcessor = inProcessor;
-            const auto processor = QMXAudioFileProcessor::initWithSourcePath_processFramesWith_progressSubscriber(
-                path, cancelling, cancelling);
+            const auto gain = std::make_shared<Gain>(1.0F);
+            const auto progress = std::make_shared<Cancelling>();
+            progress->cancels = !inProcessor;
+            gain->onPass = [&] { return inProcessor && gain->passes.size() == 3 ? throw Cancelled() : void(); };
+            const auto processor =
+                QMXAudioFileProcessor::initWithSourcePath_processFramesWith_progressSubscriber(path, gain, progress);
             EXPECT_THROW((void)process(*processor), Cancelled);
         };
         run([](auto& processor) { return processor.processFrames_endFrame(0, 2000); });

@@ -14,16 +14,7 @@ namespace
 using namespace qmx::test;
 using testing::MatchesRegex;
 
-class QMXExtAudioFileTest : public FileWork
-{
-protected:
-    std::vector<UInt8> stampOf(const std::string& file)
-    {
-        std::vector<UInt8> attribute;
-        disk.attribute(file, "user.com.apple.FinderInfo", attribute);
-        return attribute;
-    }
-};
+using QMXExtAudioFileTest = FileWork;
 
 TEST_F(QMXExtAudioFileTest, AMonoClientFeedsBothChannelsOfAStereoFile)
 {
@@ -67,7 +58,8 @@ TEST_F(QMXExtAudioFileTest, StampsAndClientLengths)
     EXPECT_EQ(file->writeSynch_numberFrames(&list, 1000), noErr);
     EXPECT_EQ(file->lengthInFrames(), 0); // while writing
     EXPECT_EQ(file->close(), noErr);
-    const auto found = stampOf(path);
+    std::vector<UInt8> found;
+    disk.attribute(path, "user.com.apple.FinderInfo", found);
     ASSERT_GE(found.size(), 8U);
     EXPECT_EQ(std::string(found.begin(), found.begin() + 8), "FFIAKaRt"); // the type is reversed
     file = QMXExtAudioFile::initForReading(path);
@@ -129,7 +121,7 @@ TEST_F(QMXExtAudioFileTest, TellsTheClientFormatThatHolds)
 
 TEST_F(QMXExtAudioFileTest, AFailedOpenKeepsNoFile)
 {
-    const AudioStreamBasicDescription coding{8000, kAudioFormatULaw, 0, 2, 1, 2, 2, 8, 0};
+    const auto coding = companded(kAudioFormatULaw, 2);
     const auto file = QMXExtAudioFile::initForWriting_fileType_fileFormat(path, kAudioFileWAVEType, &coding);
     EXPECT_EQ(file->open(), kExtAudioFileError_InvalidOperationOrder); // nothing to convert from
     EXPECT_EQ(file->extAudioFileRef(), nullptr);

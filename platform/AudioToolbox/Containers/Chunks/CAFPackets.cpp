@@ -54,6 +54,7 @@ public:
     explicit CAFPackets(std::unique_ptr<File> file) : PacketContainer(std::move(file)) {}
 
     AudioFileTypeID type() const override { return kAudioFileCAFType; }
+    bool keepsReadable() const override { return false; }
 
 protected:
     OSStatus read() override

@@ -5,6 +5,7 @@
 #include "AudioToolbox/Codings/PacketCoding.h"
 #include "AudioToolbox/Containers/Libav/LibavMuxer.h"
 #include "AudioToolbox/Containers/Libav/LibavReader.h"
+#include "AudioToolbox/Containers/Libav/MPEG4Fragments.h"
 #include "AudioToolbox/Containers/SampleLayout.h"
 
 #include <algorithm>
@@ -86,6 +87,7 @@ protected:
                 return status;
             const libav::Gaps gaps{i == 0 ? static_cast<UInt32>(info.mPrimingFrames) : 0,
                                    i + 1 == count ? static_cast<UInt32>(info.mRemainderFrames) : 0};
+            muxer.moveTo(place.position);
             if (!muxer.add(bytes, startOf(i) - priming, startOf(i + 1) - startOf(i), gaps))
                 return kAudioFileUnspecifiedError;
         }
@@ -107,7 +109,7 @@ bool isSoundBrand(const FileSigns& signs)
 }
 
 /// The description of the packets is written after them when the file is closed. A file whose writer was killed before
-/// cannot be read.
+/// can be read if it was written in fragments.
 template <AudioFileTypeID createdType> class MPEG4Container : public LibavContainer
 {
 public:
@@ -117,30 +119,79 @@ public:
     }
 
     AudioFileTypeID type() const override { return createdType; }
+    bool keepsReadable() const override { return fragments_.has_value(); }
+
+    OSStatus setKeepsReadable(bool keeps) override
+    {
+        if (keeps == keepsReadable())
+            return noErr;
+        if (!isNew() || !packets().empty())
+            return kAudioFileOperationNotSupportedError;
+        if (!keeps)
+            return leaveFragments();
+        fragments_.emplace();
+        return describeAhead();
+    }
+
+    OSStatus setPacketTableInfo(const AudioFilePacketTableInfo& info) override
+    {
+        const OSStatus status = LibavContainer::setPacketTableInfo(info);
+        return status == noErr ? describeAhead() : status;
+    }
+
+    OSStatus writePackets(UInt64 start, UInt32& packets, UInt32 bytes, const AudioStreamPacketDescription* descriptions,
+                          const void* buffer) override
+    {
+        if (!fragments_ || !descriptions)
+            return LibavContainer::writePackets(start, packets, bytes, descriptions, buffer);
+        const UInt32 given = std::exchange(packets, 0);
+        OSStatus status = noErr;
+        while (status == noErr && packets < given) {
+            auto part = static_cast<UInt32>(std::min<std::size_t>(given - packets, fragments_->room(endOfData_)));
+            status = LibavContainer::writePackets(start + packets, part, bytes, descriptions + packets, buffer);
+            packets += part;
+        }
+        return status;
+    }
 
 protected:
+    OSStatus cookieChanged() override { return describeAhead(); }
+
+    OSStatus append(std::span<const UInt8> block, std::span<PacketPlace> places) override
+    {
+        return fragments_ ? fragments_->append(file_, block, places, format_.mFramesPerPacket, endOfData_)
+                          : LibavContainer::append(block, places);
+    }
+
+    bool needsTail() const override { return !fragments_; }
+
     OSStatus tail(Bytes& bytes) override
     {
-        if (bare_.empty() && isAAC(format_.mFormatID))
-            bare_ = makeAACConfig(format_);
-        // so that an edit's length is exact
-        const std::string scale = "movie_timescale=" + std::to_string(static_cast<UInt32>(format_.mSampleRate));
-        finished_ = makeMuxer(scale);
+        completeCookie();
+        finished_ = makeMuxer(movieScale());
         if (!finished_)
             return kAudioFileUnspecifiedError;
         if (const OSStatus status = addPackets(*finished_, false); status != noErr)
             return status;
         bytes = finished_->tail();
-        return packets().empty() ? describeEmpty(scale, bytes) : noErr;
+        return packets().empty() ? describeEmpty(bytes) : noErr;
     }
 
-    OSStatus end() override { return replaceHead(*finished_); }
+    OSStatus end() override { return fragments_ ? fragments_->endAsMovie(file_, endOfData_) : replaceHead(*finished_); }
 
 private:
-    // the muxer omits a track without packets unless fragments are to follow
-    OSStatus describeEmpty(const std::string& scale, Bytes& bytes)
+    // the muxer's option that makes an edit's length exact
+    std::string movieScale() const
     {
-        const auto muxer = makeMuxer(scale + ",movflags=empty_moov");
+        return "movie_timescale=" + std::to_string(static_cast<UInt32>(format_.mSampleRate));
+    }
+
+    // the muxer omits a track without packets unless fragments are to follow
+    std::unique_ptr<libav::Muxer> emptyMovie() const { return makeMuxer(movieScale() + ",movflags=empty_moov"); }
+
+    OSStatus describeEmpty(Bytes& bytes) const
+    {
+        const auto muxer = emptyMovie();
         if (!muxer)
             return kAudioFileUnspecifiedError;
         const Bytes& head = muxer->head();
@@ -148,6 +199,36 @@ private:
         return noErr;
     }
 
+    void completeCookie()
+    {
+        if (bare_.empty() && isAAC(format_.mFormatID))
+            bare_ = makeAACConfig(format_);
+    }
+
+    // what a reader needs to know before the packets
+    OSStatus describeAhead()
+    {
+        if (!fragments_ || !packets().empty() || !tellsFormat())
+            return noErr;
+        completeCookie();
+        const auto ordinary = makeMuxer(), empty = emptyMovie();
+        const auto priming = static_cast<UInt32>(table().mPrimingFrames);
+        const OSStatus status = ordinary && empty
+                                    ? fragments_->begin(file_, ordinary->head(), empty->head(), priming, endOfData_)
+                                    : OSStatus{kAudioFileUnspecifiedError};
+        if (status != noErr)
+            (void)leaveFragments(); // the first failure counts
+        return status;
+    }
+
+    OSStatus leaveFragments()
+    {
+        fragments_.reset();
+        const OSStatus status = begin();
+        return status == noErr ? file_.truncate(endOfData_) : status;
+    }
+
+    std::optional<MPEG4Fragments> fragments_; // while the file is to be readable before its end
     std::unique_ptr<libav::Muxer> finished_;
 };
 

@@ -38,15 +38,21 @@ void FreeIO::operator()(AVIOContext* context) const
     avio_context_free(&context);
 }
 
-InputFile::InputFile(ContainerFile& file) : file_(file), context_(makeIO(false, this, read, nullptr, seek)) {}
+InputFile::InputFile(ContainerFile& file)
+    : file_(file), end_(file.length()), context_(makeIO(false, this, read, nullptr, seek))
+{
+}
 
 int InputFile::read(void* self, std::uint8_t* to, int size)
 {
     auto& input = *static_cast<InputFile*>(self);
-    const auto position = static_cast<UInt64>(input.position_), length = input.file_.length();
-    Transfer done = input.file_.read(position, to, static_cast<std::size_t>(size));
-    if (done.count == 0 && done.error == 0 && position >= length && position - length < input.padding_.size()) {
-        const auto padding = std::span(input.padding_).subspan(static_cast<std::size_t>(position - length));
+    const auto position = static_cast<UInt64>(input.position_), end = input.end_;
+    Transfer done;
+    if (position < end)
+        done = input.file_.read(position, to,
+                                static_cast<std::size_t>(std::min(static_cast<UInt64>(size), end - position)));
+    if (done.count == 0 && done.error == 0 && position >= end && position - end < input.padding_.size()) {
+        const auto padding = std::span(input.padding_).subspan(static_cast<std::size_t>(position - end));
         done.count = std::min(static_cast<std::size_t>(size), padding.size());
         std::ranges::copy(padding.first(done.count), to);
     }
@@ -63,7 +69,7 @@ std::int64_t InputFile::seek(void* self, std::int64_t offset, int whence)
 {
     auto& input = *static_cast<InputFile*>(self);
     if (whence == AVSEEK_SIZE)
-        return static_cast<std::int64_t>(input.file_.length());
+        return static_cast<std::int64_t>(input.end_);
     if (offset < 0)
         return AVERROR(EINVAL);
     return input.position_ = offset;

@@ -20,7 +20,9 @@ public:
     InputFile(const InputFile&) = delete;
     InputFile& operator=(const InputFile&) = delete;
 
-    /// Bytes that are read past the end of the file.
+    /// Nothing is read from here on.
+    void setEnd(UInt64 end) { end_ = end; }
+    /// Bytes that are read past the end.
     void setPadding(Bytes padding) { padding_ = std::move(padding); }
 
     AVIOContext* context() const { return context_.get(); }
@@ -32,6 +34,7 @@ private:
     static std::int64_t seek(void* self, std::int64_t offset, int whence);
 
     ContainerFile& file_;
+    UInt64 end_;
     Bytes padding_;
     std::int64_t position_ = 0;
     OSStatus status_ = noErr;
@@ -51,6 +54,8 @@ public:
     void endHead();
     /// What follows belongs after the packets, unless it goes into the head.
     void endPackets();
+    /// What comes next is at this place.
+    void moveTo(UInt64 position) { avio_seek(context_.get(), static_cast<std::int64_t>(position), SEEK_SET); }
     void flush() { avio_flush(context_.get()); }
 
     const Bytes& head() const { return head_; }

@@ -24,6 +24,8 @@ public:
     bool isOpen() const { return isOpen_; }
     /// `start` and `duration` in frames. The first packet carries the priming, the last one the remainder.
     bool add(std::span<const UInt8> packet, SInt64 start, SInt64 duration, const Gaps& gaps = {});
+    /// The next packet is at this place of the file, which is not before the end of the last one.
+    void moveTo(UInt64 position) { surroundings_.moveTo(position); }
     /// The bytes before the last packet that was added.
     Bytes packetHeader();
     bool finish();

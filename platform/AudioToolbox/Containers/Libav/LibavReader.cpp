@@ -5,6 +5,10 @@
 #include "AudioToolbox/Codings/PacketCoding.h"
 #include "AudioToolbox/Containers/SampleLayout.h"
 
+extern "C" {
+#include <libavutil/crc.h>
+}
+
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
@@ -53,6 +57,21 @@ AudioFormatID aacOf(const AVCodecParameters& parameters, UInt32 frames)
     return frames > 1024 ? kAudioFormatMPEG4AAC_HE : kAudioFormatMPEG4AAC;
 }
 
+/// The size of the FLAC frame that a packet starts with, by the checksum at its end; 0 if the frame is cut. The start
+/// of another frame that is too short to be told from this one may follow, or a tag.
+std::size_t sizeOfFrame(std::span<const UInt8> packet)
+{
+    constexpr std::size_t mostAfterFrame = 128;
+    const AVCRC* const table = av_crc_get_table(AV_CRC_16_ANSI);
+    std::size_t size = 0, at = packet.size() - std::min(packet.size(), mostAfterFrame);
+    UInt32 sum = av_crc(table, 0, packet.data(), at);
+    for (; at < packet.size(); ++at) {
+        size = sum == 0 ? at : size;
+        sum = av_crc(table, sum, &packet[at], 1);
+    }
+    return sum == 0 ? packet.size() : size;
+}
+
 } // namespace
 
 OSStatus Reader::statusFor(int error) const
@@ -64,8 +83,11 @@ OSStatus Reader::statusFor(int error) const
 
 OSStatus Reader::prepare()
 {
-    if (demuxer_ == movieDemuxer)
-        return atoms_.read(file_);
+    if (demuxer_ == movieDemuxer) {
+        const OSStatus status = atoms_.read(file_);
+        input_.setEnd(atoms_.end());
+        return status;
+    }
     return demuxer_ == mp3Demuxer ? pad() : noErr;
 }
 
@@ -234,11 +256,14 @@ OSStatus Reader::readStream(const AddPacket& add)
     if (!packet)
         return memFullErr;
     int result = 0;
+    UInt64 framesSoFar = 0;
     while ((result = av_read_frame(context_.get(), packet.get())) >= 0) {
         const bool isSound = packet->stream_index == stream_->index && strip(*packet);
         const UInt32 frames = isSound ? framesOf(*packet) : 0;
+        framesSoFar += frames;
         if (frames > 0) {
-            if (packet->pos < 0 || !add({static_cast<UInt64>(packet->pos), static_cast<UInt32>(packet->size), frames}))
+            if (!trimLastFrame(*packet, framesSoFar) || packet->pos < 0 ||
+                !add({static_cast<UInt64>(packet->pos), static_cast<UInt32>(packet->size), frames}))
                 break;
             noteGaps(*packet);
         }
@@ -246,6 +271,17 @@ OSStatus Reader::readStream(const AddPacket& add)
     }
     // a damaged stream ends at the damage
     return input_.status() != noErr || result == AVERROR(ENOMEM) ? statusFor(result) : noErr;
+}
+
+/// Removes what follows the last frame of a FLAC file. False for a frame that a killed writer left unfinished. If the
+/// file already has all frames that it claims, the packet stays as it is.
+bool Reader::trimLastFrame(AVPacket& packet, UInt64 framesSoFar) const
+{
+    const bool isLast = packet.pos >= 0 && static_cast<UInt64>(packet.pos + packet.size) >= file_.length();
+    if (format_.mFormatID != kAudioFormatFLAC || !isLast || (validFrames_ > 0 && framesSoFar >= validFrames_))
+        return true;
+    packet.size = static_cast<int>(sizeOfFrame({packet.data, static_cast<std::size_t>(packet.size)}));
+    return packet.size > 0;
 }
 
 /// 0 for what is no packet: other bytes between the frames of a FLAC stream come without a duration.

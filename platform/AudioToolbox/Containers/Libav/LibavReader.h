@@ -42,6 +42,7 @@ private:
     std::optional<AudioStreamBasicDescription> describeByDecoding();
     void readIndex(const AddPacket& add);
     OSStatus readStream(const AddPacket& add);
+    bool trimLastFrame(AVPacket& packet, UInt64 framesSoFar) const;
     UInt32 framesOf(const AVPacket& packet) const;
     bool makeUnwrapper();
     bool strip(AVPacket& packet);

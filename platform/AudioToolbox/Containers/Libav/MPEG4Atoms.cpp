@@ -117,7 +117,7 @@ std::optional<AtomHeader> headerOf(std::span<const UInt8> bytes, UInt64 rest)
 // As libavformat does, it takes an atom by its type wherever it is.
 OSStatus MPEG4Atoms::read(ContainerFile& file)
 {
-    largestCount_ = file.length();
+    end_ = largestCount_ = file.length();
     UInt64 at = 0;
     for (int count = 0; count < mostAtoms && file.length() - at >= atomHeader; ++count) {
         std::array<UInt8, largestHeader> begin{};
@@ -130,12 +130,17 @@ OSStatus MPEG4Atoms::read(ContainerFile& file)
             return noErr;
         const auto contents = std::span<const UInt8>(begin).subspan(atomHeader);
         if (isFact(header->type) || header->type == fourCharCode("meta") || placeOfAtoms(header->type, contents)) {
+            const bool isFragment = header->type == fourCharCode("moof");
+            if (isFragment && header->size > rest) {
+                end_ = at;
+                return noErr;
+            }
             if (header->size > std::min(rest, largestAtom))
                 return kAudioFileInvalidFileError;
             Bytes atom(static_cast<std::size_t>(header->size));
             if (const OSStatus status = file.readAll(at, atom); status != noErr)
                 return status;
-            isFragmented_ = isFragmented_ || header->type == fourCharCode("moof");
+            isFragmented_ = isFragmented_ || isFragment;
             if (const OSStatus status = readAtoms(atom, 0); status != noErr)
                 return status;
         }

@@ -23,6 +23,8 @@ public:
     /// Examines all but the sound itself. 'dta?' for tables that claim more than the file can hold.
     OSStatus read(ContainerFile& file);
 
+    /// Where the file ends, or the description of a last fragment begins that is not wholly there.
+    UInt64 end() const { return end_; }
     bool isFragmented() const { return isFragmented_; }
     UInt32 movieScale() const { return movieScale_; } ///< ticks a second
     /// The first edit that plays something; empty ones before it only delay it.
@@ -35,6 +37,7 @@ private:
     void readEdit(std::span<const UInt8> table);
 
     bool isFragmented_ = false;
+    UInt64 end_ = 0;
     UInt64 largestCount_ = 0; ///< maximum number of entries in a table
     UInt32 movieScale_ = 0;
     UInt32 track_ = 0; ///< the one whose description was seen last

@@ -18,13 +18,14 @@ using namespace qmx::test;
 const std::string path = "/d/a.aif";
 constexpr std::size_t heldFrames = 4 * 44100; // by the memory of the queue
 
-ExtAudioFileRef primed(UInt32 channels = 2)
-{
-    const ExtAudioFileRef file = createExtended(path, kAudioFileAIFCType, linear(11, 32, channels));
-    setClient(file, floats(channels));
-    EXPECT_EQ(ExtAudioFileWriteAsync(file, 0, nullptr), noErr);
-    return file;
-}
+struct Primed : ExtendedFile {
+    explicit Primed(UInt32 channels = 2, const std::string& where = path)
+        : ExtendedFile(where, kAudioFileAIFCType, linear(11, 32, channels))
+    {
+        setClient(*this, floats(channels));
+        EXPECT_EQ(ExtAudioFileWriteAsync(*this, 0, nullptr), noErr);
+    }
+};
 
 OSStatus queue(ExtAudioFileRef file, std::span<const float> samples, UInt32 channels = 2)
 {
@@ -41,8 +42,8 @@ TEST(AsyncWrites, RealTimeWritesNeitherWaitNorLoseAnything)
 {
     MemoryDisk disk;
     const auto samples = music(heldFrames + 44100, 2);
-    const ExtAudioFileRef unprimed = createExtended("/d/b.aif", kAudioFileAIFCType, linear(11, 32, 2));
-    const ExtAudioFileRef file = primed();
+    const ExtendedFile unprimed("/d/b.aif", kAudioFileAIFCType, linear(11, 32, 2));
+    Primed file;
     disk.setStalled(true);
     OSStatus tooEarly = noErr, tooLarge = noErr, full = noErr, fits = noErr;
     {
@@ -60,8 +61,7 @@ TEST(AsyncWrites, RealTimeWritesNeitherWaitNorLoseAnything)
     EXPECT_EQ(full, kExtAudioFileError_AsyncWriteBufferOverflow);
     EXPECT_EQ(positionOf(file), static_cast<SInt64>(heldFrames));
     disk.setStalled(false);
-    EXPECT_EQ(ExtAudioFileDispose(file), noErr); // what is queued arrives
-    EXPECT_EQ(ExtAudioFileDispose(unprimed), noErr);
+    EXPECT_EQ(file.close(), noErr); // what is queued arrives
     EXPECT_EQ(contents(), std::vector<float>(samples.begin(), samples.begin() + 2 * heldFrames));
 }
 
@@ -69,25 +69,23 @@ TEST(AsyncWrites, RealTimeWritesNeitherWaitNorLoseAnything)
 TEST(AsyncWrites, WorkersRestWhenWhatWasQueuedIsWritten)
 {
     MemoryDisk disk;
-    const ExtAudioFileRef file = primed();
+    const Primed file;
     EXPECT_EQ(queue(file, music(heldFrames / 2, 2)), noErr);
     EXPECT_TRUE(qmx::waitUntilWorkersRest());
     EXPECT_EQ(bytesIn(extendedValue<AudioFileID>(file, kExtAudioFileProperty_AudioFile)), heldFrames / 2 * 8);
-    EXPECT_EQ(ExtAudioFileDispose(file), noErr);
 }
 
 TEST(AsyncWrites, OtherThreadsWaitForRoomAndKeepTheOrder)
 {
     MemoryDisk disk;
     const auto samples = music(3 * heldFrames, 1);
-    const ExtAudioFileRef file = primed(1);
+    Primed file(1);
     const std::span all(samples);
-    EXPECT_EQ(queue(file, all.first(2 * heldFrames + 17), 1), noErr); // more than the memory holds
-    const auto list = listOf(all.subspan(2 * heldFrames + 17, 100), 1);
-    EXPECT_EQ(ExtAudioFileWrite(file, 100, &list), noErr); // after what is queued
+    EXPECT_EQ(queue(file, all.first(2 * heldFrames + 17), 1), noErr);              // more than the memory holds
+    EXPECT_EQ(writeFloats(file, all.subspan(2 * heldFrames + 17, 100), 1), noErr); // after what is queued
     EXPECT_EQ(lengthOf(file), static_cast<SInt64>(2 * heldFrames + 117));
     EXPECT_EQ(queue(file, all.subspan(2 * heldFrames + 117), 1), noErr);
-    EXPECT_EQ(ExtAudioFileDispose(file), noErr);
+    EXPECT_EQ(file.close(), noErr);
     EXPECT_EQ(contents(1), samples);
 }
 
@@ -95,22 +93,22 @@ TEST(AsyncWrites, AFullDiskIsReportedByTheNextCallAndByClose)
 {
     MemoryDisk disk;
     const auto samples = music(heldFrames, 2);
-    ExtAudioFileRef file = primed();
+    Primed file;
     disk.setCapacity(400'000);
     EXPECT_EQ(queue(file, samples), noErr);
     while (queue(file, std::span(samples).first(2)) == noErr)
         std::this_thread::yield();
     EXPECT_EQ(queue(file, samples), dskFulErr);
-    EXPECT_EQ(ExtAudioFileDispose(file), dskFulErr);
+    EXPECT_EQ(file.close(), dskFulErr);
     EXPECT_GT(contents().size(), 50'000U); // what found room is a valid file
 
     // found only while close drains
     EXPECT_EQ(disk.remove(path), 0);
     disk.clearFaults();
     disk.setCapacity(10'000);
-    file = primed();
-    EXPECT_EQ(queue(file, std::span(samples).first(2 * 5000)), noErr);
-    EXPECT_EQ(ExtAudioFileDispose(file), dskFulErr);
+    Primed small;
+    EXPECT_EQ(queue(small, std::span(samples).first(2 * 5000)), noErr);
+    EXPECT_EQ(small.close(), dskFulErr);
 }
 
 TEST(AsyncWrites, QueuesOfSeveralFilesDoNotMeet)
@@ -122,9 +120,7 @@ TEST(AsyncWrites, QueuesOfSeveralFilesDoNotMeet)
     for (int i = 0; i < files; ++i)
         threads.emplace_back([&, i] {
             const std::string own = "/d/" + std::to_string(i) + ".aif";
-            const ExtAudioFileRef file = createExtended(own, kAudioFileAIFCType, linear(11, 32, 1));
-            setClient(file, floats(1));
-            EXPECT_EQ(ExtAudioFileWriteAsync(file, 0, nullptr), noErr);
+            Primed file(1, own);
             for (std::size_t at = 0, piece = 1; at < samples.size(); at += piece) {
                 piece = std::min<std::size_t>(piece * 2 % 5003 + static_cast<std::size_t>(i) + 1, samples.size() - at);
                 const auto queueInRealTime = [&] {
@@ -134,11 +130,8 @@ TEST(AsyncWrites, QueuesOfSeveralFilesDoNotMeet)
                 while (queueInRealTime() != noErr)
                     std::this_thread::yield();
             }
-            EXPECT_EQ(ExtAudioFileDispose(file), noErr);
-            const ExtAudioFileRef back = openExtended(own);
-            setClient(back, floats(1));
-            EXPECT_EQ(readFloats(back, 1, 1'000'000), samples);
-            EXPECT_EQ(ExtAudioFileDispose(back), noErr);
+            EXPECT_EQ(file.close(), noErr);
+            EXPECT_EQ(floatsAt(own, 1, 1'000'000), samples);
         });
     for (auto& thread : threads)
         thread.join();

@@ -41,8 +41,8 @@ protected:
 TEST_F(ExtendedProperties, TellTheirSizesAndWhetherTheyCanBeSet)
 {
     writeMusic(path, kAudioFileAIFFType, bigSixteen, music(100, 2));
-    const ExtAudioFileRef read = openExtended(path);
-    const ExtAudioFileRef written = createExtended(folder.path("b.aif"), kAudioFileAIFFType, bigSixteen);
+    const ExtendedFile read(path);
+    const ExtendedFile written(folder.path("b.aif"), kAudioFileAIFFType, bigSixteen);
     struct Row {
         ExtAudioFilePropertyID property;
         int whenRead, whenWritten;
@@ -53,7 +53,8 @@ TEST_F(ExtendedProperties, TellTheirSizesAndWhetherTheyCanBeSet)
           Row{kExtAudioFileProperty_FileMaxPacketSize, -4, -4}, Row{kExtAudioFileProperty_ClientMaxPacketSize, -4, -4},
           Row{kExtAudioFileProperty_FileLengthFrames, -8, 8}, Row{kExtAudioFileProperty_IOBufferSizeBytes, 4, 4},
           Row{kExtAudioFileProperty_IOBuffer, 8, 8}, Row{kExtAudioFileProperty_AudioFile, -8, -8},
-          Row{kExtAudioFileProperty_CodecManufacturer, 0, 0}, Row{kExtAudioFileProperty_PacketTable, 0, 0}}) {
+          Row{kExtAudioFileProperty_KeepsFileReadable, -4, 4}, Row{kExtAudioFileProperty_CodecManufacturer, 0, 0},
+          Row{kExtAudioFileProperty_PacketTable, 0, 0}}) {
         EXPECT_EQ(shape(read, row.property), row.whenRead) << qmx::fourCharString(row.property);
         EXPECT_EQ(shape(written, row.property), row.whenWritten) << qmx::fourCharString(row.property);
     }
@@ -71,8 +72,6 @@ TEST_F(ExtendedProperties, TellTheirSizesAndWhetherTheyCanBeSet)
     layout[0] = kAudioChannelLayoutTag_Stereo;
     EXPECT_EQ(set(read, kExtAudioFileProperty_ClientChannelLayout, layout), noErr);
     EXPECT_EQ((extendedValue<std::array<UInt32, 3>>(read, kExtAudioFileProperty_ClientChannelLayout)), layout);
-    EXPECT_EQ(ExtAudioFileDispose(read), noErr);
-    EXPECT_EQ(ExtAudioFileDispose(written), noErr);
 }
 
 /// A caller's memory carries the data, whatever its alignment, and nothing is written beside it.
@@ -94,15 +93,14 @@ TEST_F(ExtendedProperties, ABufferOfTheCallersIsUsedAndNothingBesideIt)
         return isAll;
     };
     const auto samples = music(20000, 2);
-    const ExtAudioFileRef written = createExtended(path, kAudioFileAIFCType, linear(11, 32, 2));
+    ExtendedFile written(path, kAudioFileAIFCType, linear(11, 32, 2));
     setClient(written, floats(2));
     lend(written);
-    const auto list = listOf(samples, 2);
-    EXPECT_EQ(ExtAudioFileWrite(written, 20000, &list), noErr);
-    EXPECT_EQ(ExtAudioFileDispose(written), noErr);
+    EXPECT_EQ(writeFloats(written, samples, 2), noErr);
+    EXPECT_EQ(written.close(), noErr);
     EXPECT_TRUE(wasUsed());
 
-    const ExtAudioFileRef read = openExtended(path);
+    const ExtendedFile read(path);
     setClient(read, floats(2));
     auto part = readFloats(read, 2, 7000);
     lend(read); // in the middle
@@ -115,13 +113,12 @@ TEST_F(ExtendedProperties, ABufferOfTheCallersIsUsedAndNothingBesideIt)
     EXPECT_FALSE(wasUsed());
     part.insert(part.end(), rest.begin(), rest.end());
     EXPECT_EQ(part, samples);
-    EXPECT_EQ(ExtAudioFileDispose(read), noErr);
 }
 
 TEST_F(ExtendedProperties, AFileThatIsWrittenGrowsBySilence)
 {
     // zero is not silence in unsigned samples
-    const ExtAudioFileRef wave = createExtended(folder.path("a.wav"), kAudioFileWAVEType, linear(8, 8, 1));
+    ExtendedFile wave(folder.path("a.wav"), kAudioFileWAVEType, linear(8, 8, 1));
     const std::vector<std::uint8_t> loud(10, 255);
     const auto list = listOf(loud.data(), loud.size(), 1);
     EXPECT_EQ(ExtAudioFileWrite(wave, 10, &list), noErr);
@@ -131,30 +128,27 @@ TEST_F(ExtendedProperties, AFileThatIsWrittenGrowsBySilence)
     EXPECT_EQ(ExtAudioFileWrite(wave, 10, &list), noErr);
     EXPECT_EQ(lengthOf(wave), 10000);
     EXPECT_EQ(set(wave, kExtAudioFileProperty_FileLengthFrames, SInt64{9999}), kAudioFileOperationNotSupportedError);
-    EXPECT_EQ(ExtAudioFileDispose(wave), noErr);
+    EXPECT_EQ(wave.close(), noErr);
     auto expected = std::vector<std::uint8_t>(10000, 128);
     std::fill_n(expected.begin(), 20, std::uint8_t{255});
-    const auto opened = openFile(folder.path("a.wav"));
-    EXPECT_EQ(audioOf(opened.file), expected);
-    EXPECT_EQ(AudioFileClose(opened.file), noErr);
+    EXPECT_EQ(audioAt(folder.path("a.wav")), expected);
 
-    const ExtAudioFileRef aiff = createExtended(path, kAudioFileAIFFType, bigSixteen);
+    ExtendedFile aiff(path, kAudioFileAIFFType, bigSixteen);
     EXPECT_EQ(set(aiff, kExtAudioFileProperty_FileLengthFrames, SInt64{1} << 40),
               kAudioFileDoesNotAllow64BitDataSizeError);
     EXPECT_EQ(lengthOf(aiff), 0);
     EXPECT_EQ(set(aiff, kExtAudioFileProperty_FileLengthFrames, SInt64{500}), noErr);
-    EXPECT_EQ(ExtAudioFileDispose(aiff), noErr);
-    const ExtAudioFileRef back = openExtended(path);
+    EXPECT_EQ(aiff.close(), noErr);
+    const ExtendedFile back(path);
     EXPECT_EQ(set(back, kExtAudioFileProperty_FileLengthFrames, SInt64{600}), kAudioFileOperationNotSupportedError);
     setClient(back, floats(2));
     EXPECT_EQ(readFloats(back, 2, 600), std::vector<float>(1000));
-    EXPECT_EQ(ExtAudioFileDispose(back), noErr);
 }
 
 TEST_F(ExtendedProperties, CodedFilesTakeTheirCodecAndAChannelMapBeforeTheyBegin)
 {
     path = folder.path("a.m4a");
-    ExtAudioFileRef file = createExtended(path, kAudioFileM4AType, lossless);
+    ExtendedFile file(path, kAudioFileM4AType, lossless);
     UInt32 size = sizeof size, value = 0;
     EXPECT_EQ(ExtAudioFileGetProperty(file, kExtAudioFileProperty_FileMaxPacketSize, &size, &value),
               kExtAudioFileError_MaxPacketSizeUnknown);
@@ -177,20 +171,18 @@ TEST_F(ExtendedProperties, CodedFilesTakeTheirCodecAndAChannelMapBeforeTheyBegin
     const std::array<SInt32, 2> map{1, -1};
     EXPECT_EQ(AudioConverterSetProperty(converter, kAudioConverterChannelMap, sizeof map, map.data()), noErr);
     const auto samples = music(10000, 2);
-    const auto list = listOf(samples, 2);
-    EXPECT_EQ(ExtAudioFileWrite(file, 10000, &list), noErr);
-    EXPECT_EQ(ExtAudioFileDispose(file), noErr);
+    EXPECT_EQ(writeFloats(file, samples, 2), noErr);
+    EXPECT_EQ(file.close(), noErr);
 
-    file = openExtended(path);
-    EXPECT_EQ(extendedValue<AudioFilePacketTableInfo>(file, kExtAudioFileProperty_PacketTable).mNumberValidFrames,
+    const ExtendedFile read(path);
+    EXPECT_EQ(extendedValue<AudioFilePacketTableInfo>(read, kExtAudioFileProperty_PacketTable).mNumberValidFrames,
               10000);
-    setClient(file, floats(2));
-    EXPECT_EQ(set(file, kExtAudioFileProperty_IOBufferSizeBytes, UInt32{4096}), noErr);
-    const auto back = readFloats(file, 2, 10001);
+    setClient(read, floats(2));
+    EXPECT_EQ(set(read, kExtAudioFileProperty_IOBufferSizeBytes, UInt32{4096}), noErr);
+    const auto back = readFloats(read, 2, 10001);
     ASSERT_EQ(back.size(), samples.size());
     for (std::size_t i = 0; i < back.size(); i += 2)
         ASSERT_TRUE(std::abs(back[i] - samples[i + 1]) < 0.51F / 32768 && back[i + 1] == 0) << i;
-    EXPECT_EQ(ExtAudioFileDispose(file), noErr);
 }
 
 /// However large the buffer, and however small a packet may be.
@@ -209,12 +201,8 @@ TEST_F(ExtendedProperties, ABufferCostsNoMoreThanItsBytesAndWhatTheFileHolds)
     UInt32 count = 1;
     EXPECT_EQ(AudioFileWritePackets(made.file, false, 1, &description, 0, &count, &packet), noErr);
     EXPECT_EQ(AudioFileClose(made.file), noErr);
-    ExtAudioFileRef file = openExtended(path);
-    EXPECT_LT(costOf(file), 40'000'000U);
-    EXPECT_EQ(ExtAudioFileDispose(file), noErr);
-    file = createExtended(folder.path("a.m4a"), kAudioFileM4AType, lossless);
-    EXPECT_LT(costOf(file), 40'000'000U);
-    EXPECT_EQ(ExtAudioFileDispose(file), noErr);
+    EXPECT_LT(costOf(ExtendedFile(path)), 40'000'000U);
+    EXPECT_LT(costOf(ExtendedFile(folder.path("a.m4a"), kAudioFileM4AType, lossless)), 40'000'000U);
 }
 
 } // namespace

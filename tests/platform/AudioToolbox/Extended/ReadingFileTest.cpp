@@ -12,12 +12,6 @@ using namespace qmx::test;
 
 const std::string path = "/d/a";
 
-void prime(ExtAudioFileRef file)
-{
-    UInt32 none = 0;
-    EXPECT_EQ(ExtAudioFileRead(file, &none, nullptr), noErr);
-}
-
 /// Appends all that can be read; returns the status of the last call.
 OSStatus readOn(ExtAudioFileRef file, std::vector<float>& samples)
 {
@@ -42,7 +36,7 @@ TEST(ReadingFile, AReadErrorComesAfterTheFramesBeforeItAndReadingGoesOnThere)
                                                     << isPrimed << ", seeks back " << seeksBack);
                     MemoryDisk disk;
                     writeMusic(path, type, format, music(100'000, 2));
-                    const ExtAudioFileRef file = openExtended(path);
+                    const ExtendedFile file(path);
                     setClient(file, floats(2, rate));
                     const auto whole = readFloats(file, 2, 1'000'000);
                     EXPECT_EQ(ExtAudioFileSeek(file, 0), noErr);
@@ -67,7 +61,6 @@ TEST(ReadingFile, AReadErrorComesAfterTheFramesBeforeItAndReadingGoesOnThere)
                     }
                     EXPECT_EQ(readOn(file, samples), noErr);
                     EXPECT_EQ(samples, whole);
-                    EXPECT_EQ(ExtAudioFileDispose(file), noErr);
                 }
 }
 

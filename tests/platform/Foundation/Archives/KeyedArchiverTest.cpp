@@ -5,6 +5,7 @@
 #include "Foundation/Archives/OpaqueObject.h"
 #include "Foundation/Archives/PropertyList.h"
 
+#include "platform/Foundation/Files/WholeFiles.h"
 #include "support/Archives.h"
 #include "support/CapturedLog.h"
 #include "support/TemporaryFolder.h"
@@ -12,18 +13,11 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
-#include <fstream>
 
 namespace
 {
 
-using qmx::test::CapturedLog;
-using qmx::test::damageEveryByte;
-using qmx::test::fromHex;
-using qmx::test::keyedNote;
-using qmx::test::Note;
-using qmx::test::TemporaryFolder;
-
+using namespace qmx::test;
 using qmx::ArchiveError;
 using qmx::PropertyListArray;
 using qmx::PropertyListDictionary;
@@ -45,11 +39,6 @@ protected:
 
     ArchiveError error = ArchiveError::none;
 };
-
-template <class T> qmx::PropertyListRef shared(T value)
-{
-    return std::make_shared<qmx::PropertyListValue>(std::move(value));
-}
 
 // An archive whose object table is "$null" and `objects`, the first one of which is the root.
 std::vector<std::uint8_t> archiveOf(PropertyListArray objects)
@@ -227,7 +216,7 @@ TEST_F(KeyedArchive, IsReadByPythonAndLibplist)
     const TemporaryFolder folder;
     const std::string path = folder.path("archive");
     const auto bytes = qmx::KeyedArchiver::archivedDataWithRootObject(filledNote());
-    std::ofstream(path, std::ios::binary).write(reinterpret_cast<const char*>(bytes.data()), std::ssize(bytes));
+    write(path, bytes);
     const std::string script = "import plistlib as p\n"
                                "a=p.load(open('" +
                                path +

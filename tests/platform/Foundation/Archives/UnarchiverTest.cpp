@@ -12,10 +12,7 @@
 namespace
 {
 
-using qmx::test::damageEveryByte;
-using qmx::test::fromHex;
-using qmx::test::Note;
-using qmx::test::sequentialNote;
+using namespace qmx::test;
 
 const std::string object = "84 84 08 4e534f626a656374 00 85"; // NSObject, the end of a chain
 const std::string number = "84 84 08 4e534e756d626572 00 84 84 07 4e5356616c7565 00";

@@ -2,7 +2,6 @@
 // Files whose writer is killed, whose disk fails, and which other writers change meanwhile. Every change of the disk
 // fails in turn; one test kills a real process. A torn write of fewer than 4096 header bytes is not simulated.
 #include "platform/AudioToolbox/AudioFileHelpers.h"
-#include "support/KilledProcess.h"
 #include "support/MemoryDisk.h"
 #include "support/TemporaryFolder.h"
 
@@ -51,9 +50,7 @@ constexpr std::size_t block = 4096;
 std::size_t prepare(MemoryDisk& disk, const Case& c)
 {
     const std::size_t bytes = 37 * c.format.mBytesPerFrame;
-    const auto made = createFile("/d/file", c.type, c.format);
-    EXPECT_EQ(writeAudio(made.file, 0, pattern(bytes)), noErr);
-    EXPECT_EQ(AudioFileClose(made.file), noErr);
+    makeFile("/d/file", c.type, c.format, pattern(bytes));
     if (c.hasChunksBehind) {
         ByteBlock file = disk.contents("/d/file");
         appendChunk(file, "APPL", foreign1);
@@ -74,7 +71,7 @@ void expectForeignChunks(const ByteBlock& file, const Case& c)
 // Opens the file and expects at least `bytes` of audio, correct to the end.
 void expectAudio(const Case& c, std::size_t bytes, SInt8 permissions)
 {
-    const auto opened = openFile("/d/file", permissions);
+    const Opened opened(openFile("/d/file", permissions));
     ASSERT_EQ(opened.status, noErr);
     ByteBlock audio = audioOf(opened.file);
     EXPECT_GE(audio.size(), bytes - bytes % c.format.mBytesPerFrame);
@@ -83,7 +80,6 @@ void expectAudio(const Case& c, std::size_t bytes, SInt8 permissions)
     }
     audio.resize(std::min(audio.size(), std::max(bytes, c.format.mBytesPerFrame * std::size_t{37})));
     EXPECT_TRUE(audio == pattern(audio.size()));
-    EXPECT_EQ(AudioFileClose(opened.file), noErr);
 }
 
 // Expects the audio, and every other chunk, before and after opening for writing brings the file in line.
@@ -199,9 +195,7 @@ TEST_P(EveryChange, GrowthKeepsEveryByteAndEndsWithTheChunksRightBehindTheAudio)
     audio.resize(audio.size() - audio.size() % c.format.mBytesPerFrame);
     EXPECT_TRUE(audioOf(opened.file) == audio);
     ASSERT_EQ(AudioFileClose(opened.file), noErr);
-    const auto again = openFile("/d/file");
-    EXPECT_TRUE(audioOf(again.file) == audio);
-    EXPECT_EQ(AudioFileClose(again.file), noErr);
+    EXPECT_TRUE(audioAt("/d/file") == audio);
     const ByteBlock file = disk.contents("/d/file");
     expectForeignChunks(file, c);
     const auto chunks = chunksOf(file);
@@ -222,40 +216,13 @@ TEST(ChunkContainer, BytesBehindTheFormOutliveADiskThatFailsTwice)
         ByteBlock file = disk.contents("/d/file");
         file.insert(file.end(), others.begin(), others.end());
         disk.setContents("/d/file", file);
-        const auto opened = openFile("/d/file", fsRdWrPerm);
+        const Opened opened(openFile("/d/file", fsRdWrPerm));
         disk.failChange(change, EIO);
         disk.failReads(EIO, file.size()); // where they were moved to
         EXPECT_EQ(writeAudio(opened.file, static_cast<SInt64>(end), pattern(5000, end)), ioErr) << change;
         disk.clearFaults();
         file = disk.contents("/d/file");
         EXPECT_NE(std::search(file.begin(), file.end(), others.begin(), others.end()), file.end()) << change;
-        EXPECT_EQ(AudioFileClose(opened.file), noErr);
-    }
-}
-
-TEST(ChunkContainer, KilledProcessLeavesEveryBlockItReported)
-{
-    const TemporaryFolder folder;
-    const std::string path = folder.path("recording");
-    std::minstd_rand random(20);
-    for (int run = 0; run < 50; ++run) {
-        SCOPED_TRACE(testing::Message() << "run " << run);
-        const Case& c = cases[std::vector{0, 2, 4, 5}[static_cast<std::size_t>(run) % 4]];
-        MemoryDisk disk;
-        prepare(disk, c);
-        writeFile(path, disk.contents("/d/file"));
-        qmx::FileSystem::setCurrent(nullptr);
-        const std::size_t blockSize = 4096 + random() % 30000 * 4;
-        const std::size_t reported = killAfter(static_cast<int>(random() % 60), [&](const auto& report) {
-            const auto opened = openFile(path, fsRdWrPerm);
-            for (std::size_t end = opened.file ? bytesIn(opened.file) : 0; report(end); end += blockSize)
-                if (writeAudio(opened.file, static_cast<SInt64>(end), pattern(blockSize, end)) != noErr)
-                    break;
-        });
-        EXPECT_GT(reported, 0U);
-        disk.setContents("/d/file", contentsOf(path));
-        qmx::FileSystem::setCurrent(&disk);
-        expectIntact(disk, c, reported);
     }
 }
 
@@ -300,7 +267,7 @@ TEST(ChunkContainer, FilesOutgrow32BitsWhereTheirTypeAllowsAndOthersRefuse)
         EXPECT_EQ(writeAudio(made.file, 0, data), noErr);
         EXPECT_EQ(writeAudio(made.file, beyond, data), noErr);
         EXPECT_EQ(AudioFileClose(made.file), noErr);
-        const auto opened = openFile(path, fsRdWrPerm);
+        const Opened opened(openFile(path, fsRdWrPerm));
         if (type == kAudioFileWAVEType) {
             EXPECT_EQ(property<UInt32>(opened.file, kAudioFilePropertyChunkIDs), qmx::fourCharCode("ds64"));
         }
@@ -309,7 +276,6 @@ TEST(ChunkContainer, FilesOutgrow32BitsWhereTheirTypeAllowsAndOthersRefuse)
         EXPECT_TRUE(read == data);
         EXPECT_EQ(writeAudio(opened.file, beyond + 5000, data), noErr);
         EXPECT_EQ(bytesIn(opened.file), static_cast<UInt64>(beyond) + 10000);
-        EXPECT_EQ(AudioFileClose(opened.file), noErr);
     }
     for (const AudioFileTypeID type : {kAudioFileAIFFType, kAudioFileWAVEType}) {
         const std::string path = folder.path(qmx::fourCharString(type));

@@ -18,19 +18,14 @@ TEST(SoundDesigner, RatesKeepTheirFractionInEveryLocale)
 {
     const DecimalComma comma;
     MemoryDisk disk;
-    const auto made = createFile(path, kAudioFileSoundDesigner2Type, linear(14, 16, 2, 44100.5));
-    EXPECT_EQ(AudioFileClose(made.file), noErr);
-    const auto opened = openFile(path);
-    ASSERT_EQ(opened.status, noErr);
-    EXPECT_EQ(formatOf(opened.file).mSampleRate, 44100.5);
-    EXPECT_EQ(AudioFileClose(opened.file), noErr);
+    makeFile(path, kAudioFileSoundDesigner2Type, linear(14, 16, 2, 44100.5), {});
+    EXPECT_EQ(propertyAt<AudioStreamBasicDescription>(path, kAudioFilePropertyDataFormat).mSampleRate, 44100.5);
 }
 
 TEST(SoundDesigner, FilesAreKnownByTheForkBesideThem)
 {
     MemoryDisk disk;
-    const auto made = createFile(path, kAudioFileSoundDesigner2Type, linear(14, 24, 2, 48000));
-    EXPECT_EQ(AudioFileClose(made.file), noErr);
+    makeFile(path, kAudioFileSoundDesigner2Type, linear(14, 24, 2, 48000), {});
     const ByteBlock both = disk.contents(sidecar);
     const ByteBlock bare(both.begin() + 82, both.end()); // behind the header and the Finder info
     for (const ByteBlock& fork : {both, bare}) {
@@ -53,15 +48,11 @@ TEST(SoundDesigner, SamplesThatStartLikeACompressedFrameAreStillSamples)
 {
     for (const ByteBlock& start : {ByteBlock{0xFF, 0xF1, 0x50, 0x40, 0x1C, 0xFF}, {0xFF, 0xFB, 0x90, 0x40, 0, 0}}) {
         const MemoryDisk disk;
-        const auto made = createFile(path, kAudioFileSoundDesigner2Type, linear(14, 16, 1));
         ByteBlock samples = pattern(3000);
         std::ranges::copy(start, samples.begin());
-        EXPECT_EQ(writeAudio(made.file, 0, samples), noErr);
-        EXPECT_EQ(AudioFileClose(made.file), noErr);
-        const auto opened = openFile(path);
-        EXPECT_EQ(property<UInt32>(opened.file, kAudioFilePropertyFileFormat), kAudioFileSoundDesigner2Type);
-        EXPECT_EQ(audioOf(opened.file), samples);
-        EXPECT_EQ(AudioFileClose(opened.file), noErr);
+        makeFile(path, kAudioFileSoundDesigner2Type, linear(14, 16, 1), samples);
+        EXPECT_EQ(propertyAt<UInt32>(path, kAudioFilePropertyFileFormat), kAudioFileSoundDesigner2Type);
+        EXPECT_EQ(audioAt(path), samples);
     }
 }
 
@@ -79,9 +70,7 @@ TEST(SoundDesigner, AFileMadeAnewInVainKeepsItsForkUntilTheNewOneIsWhole)
 {
     for (std::size_t change = 1; change <= 5; ++change) {
         MemoryDisk disk;
-        const auto made = createFile(path, kAudioFileSoundDesigner2Type, linear(14, 16, 2));
-        EXPECT_EQ(writeAudio(made.file, 0, pattern(400)), noErr);
-        EXPECT_EQ(AudioFileClose(made.file), noErr);
+        makeFile(path, kAudioFileSoundDesigner2Type, linear(14, 16, 2), pattern(400));
         disk.failChange(change, ENOSPC);
         const FSRef reference{path};
         const auto other = linear(14, 24, 1, 48000);
