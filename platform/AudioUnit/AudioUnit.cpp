@@ -11,7 +11,10 @@ namespace
 /// Makes a call that may allocate. Rendering and parameters never do.
 template <class Call> OSStatus call(AudioUnit unit, Call made)
 {
-    return unit ? qmx::withinMemory(kAudio_MemFullError, [&] { return made(*unit->unit); }) : kAudio_ParamError;
+    if (!unit)
+        return kAudio_ParamError;
+    const std::shared_ptr<qmx::Unit> called = unit->unit; // a listener may close it
+    return qmx::withinMemory(kAudio_MemFullError, [&] { return made(*called); });
 }
 
 } // namespace
@@ -122,6 +125,7 @@ OSStatus AudioOutputUnitStop(AudioUnit unit)
 {
     if (!unit)
         return kAudio_ParamError;
-    qmx::OutputUnit* const output = unit->unit->asOutput();
+    const std::shared_ptr<qmx::Unit> called = unit->unit; // a listener may close it
+    qmx::OutputUnit* const output = called->asOutput();
     return output ? output->stop() : badComponentSelector;
 }

@@ -21,12 +21,31 @@
 // Of the converter unit: RenderQuality UInt32 (0 to 127, global), SupportedNumChannels AUChannelInfo (global), and
 // kAudioOutputUnitProperty_ChannelMap, an SInt32 for each output channel (output scope): its input channel, or -1 for
 // silence.
-// Of output units: kAudioOutputUnitProperty_CurrentDevice (kAudioDeviceUnknown: the default output; not to be set
-// inside callbacks), kAudioOutputUnitProperty_IsRunning (UInt32), the device's own properties (output section) by their
-// codes, and the parameter kHALOutputParam_Volume. The output format is read only: interleaved floats with the rate and
-// channels that the device had when it was last named or started; until then, the input format. Naming a device on a
-// unit that is not initialised sets the input's rate to the device's. No unit looks for a device before one is named,
-// asked about or started.
+// Of output units: kAudioOutputUnitProperty_CurrentDevice (kAudioDeviceUnknown: the default output, or the default
+// input of a unit without output; not to be set inside callbacks), kAudioOutputUnitProperty_IsRunning (UInt32),
+// kAudioOutputUnitProperty_ChannelMap (output scope of each element), the device's own properties by their codes
+// (of its input section for element 1 and for a unit without output), and the parameter kHALOutputParam_Volume. The
+// output scope of element 0 and the input scope of element 1 are the device's, read only: interleaved floats with
+// the rate and channels that the device had when it was last named or started; until then, the client's format.
+// Naming a device on a unit that is not initialised sets the rate of the client sides to the device's. A running
+// unit goes on with the device that is named; if that cannot start, its status is returned, it stays the current
+// device, and the unit is stopped until a device is named that starts. A start that fails, and a stop, end the wait
+// for a device. Listeners to kAudioOutputUnitProperty_IsRunning are not told of a stop inside a callback: whoever
+// makes it knows. No unit looks for a device before one is named, asked about or started, or a unit with input is
+// initialised.
+//
+// The default output unit has element 0, which plays. The HAL output unit also has element 1, which captures:
+//   kAudioOutputUnitProperty_EnableIO   UInt32 (input scope of element 1, initially off; output scope of element 0,
+//                           initially on), not to be set while initialised. A device must have what is on. With output
+//                           off, element 0 mirrors the client format of element 1
+//   ..._HasIO               UInt32, the same places: whether the device has it
+//   ..._SetInputCallback    AURenderCallbackStruct, global: called for each captured slice with bus 1, the frames,
+//                           the count of frames before them, and no buffers. AudioUnitRender of bus 1 inside it
+//                           delivers the slice; what is not rendered is dropped. Slices have at most the buffer
+//                           frame size that the device had at AudioUnitInitialize. Frames that the device lost, or
+//                           that a change of it cost, are counted. Without a callback the captured frames wait, up
+//                           to two cycles, for renders of bus 1 in callbacks of the same device. Renders elsewhere
+//                           return kAudioUnitErr_CannotDoInCurrentContext
 #pragma once
 
 #include "AudioUnit/AudioUnitProperties.h"
@@ -62,8 +81,9 @@ using AudioUnitPropertyListenerProc = void (*)(void* refCon, AudioUnit unit, Aud
                                                AudioUnitScope scope, AudioUnitElement element);
 [[nodiscard]] QMX_EXPORT OSStatus AudioUnitAddPropertyListener(AudioUnit unit, AudioUnitPropertyID property,
                                                                AudioUnitPropertyListenerProc listener, void* refCon);
-/// Removes all registrations of `listener` for `property`. A call in progress on another thread may end after this
-/// returns.
+/// Removes all registrations of `listener` for `property`. After it has returned the listener is called no more: a call
+/// in progress is waited for, except from within a listener and inside a callback. Hold no lock that the listener
+/// takes.
 [[nodiscard]] QMX_EXPORT OSStatus AudioUnitRemovePropertyListener(AudioUnit unit, AudioUnitPropertyID property,
                                                                   AudioUnitPropertyListenerProc listener);
 

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "AudioUnit/Components.h"
 
+#include "AudioUnit/Units/OutputUnit.h"
 #include "AudioUnit/Units/UnitInstance.h"
 #include "AudioUnit/Units/UnitTable.h"
 #include "Foundation/Memory.h"
@@ -83,8 +84,13 @@ OSErr CloseComponent(ComponentInstance instance)
 {
     if (!instance)
         return paramErr;
-    if (qmx::isInsideCallback())
-        instance->unit->close(); // at once; a second time where it may wait for the render in flight
+    qmx::OutputUnit* const output = instance->unit->asOutput();
+    if (output)
+        output->stop();             // at once; the rest may wait for the cycle in flight
+    if (!qmx::isInsideCallback()) { // the thread that destroys what callbacks give up waits for no listener
+        instance->unit->listeners().clear();
+        instance->unit->listeners().waitForCalls();
+    }
     qmx::destroyOutsideCallbacks(instance);
     return noErr;
 }

@@ -9,14 +9,6 @@ namespace qmx
 namespace
 {
 
-/// Maximum frames that one call of the rate conversion makes.
-constexpr std::size_t blockFrames = 512;
-
-PcmLayout floats(UInt32 channels)
-{
-    return {{.coding = SampleCoding::floating, .bytes = 4, .bits = 32}, channels, true};
-}
-
 void keepFirst(OSStatus& status, OSStatus next)
 {
     if (status == noErr)
@@ -24,74 +16,6 @@ void keepFirst(OSStatus& status, OSStatus next)
 }
 
 } // namespace
-
-/// Input frames to floats, rate conversion, floats to output frames. Channels are mixed on the side that leaves fewer
-/// of them to convert.
-class ConverterEngine::RateStage
-{
-public:
-    RateStage(const PcmLayout& from, const PcmLayout& to, const Conversion& conversion, UInt32 maximumFrames)
-        : middle_(floats(std::min(from.channels, to.channels))), ratio_(*conversion.ratio),
-          rate_(middle_.channels, conversion.quality), in_(std::size_t{maximumFrames} * middle_.channels),
-          out_(blockFrames * middle_.channels), toRead_{{reinterpret_cast<const std::byte*>(out_.data())},
-                                                        middle_.planeFrameBytes(),
-                                                        blockFrames},
-          toWrite_{{reinterpret_cast<std::byte*>(in_.data())}, middle_.planeFrameBytes(), maximumFrames}
-    {
-        const ChannelRoutes unchanged = ChannelRoutes::identity(middle_.channels);
-        const bool mixesFirst = from.channels > to.channels;
-        toRate_ = FrameConverter::between(from, middle_, mixesFirst ? conversion.routes : unchanged);
-        fromRate_ = FrameConverter::between(middle_, to, mixesFirst ? unchanged : conversion.routes);
-    }
-
-    bool isUsable() const { return rate_.isUsable(); }
-
-    OSStatus renderInto(InputSlice& input, const AudioTimeStamp& time, std::size_t frames, TargetFrames& target)
-    {
-        OSStatus status = noErr;
-        while (frames > 0) {
-            const auto progress = rate_.process(in_.data() + used_ * middle_.channels, ready_, out_.data(),
-                                                std::min(frames, blockFrames), ratio_);
-            used_ += progress.taken;
-            ready_ -= progress.taken;
-            if (progress.made > 0) {
-                fromRate_->convert(toRead_, target, progress.made);
-                target.advance(progress.made);
-                frames -= progress.made;
-            } else {
-                keepFirst(status, renderInput(input, time, frames));
-            }
-        }
-        return status;
-    }
-
-    void restart()
-    {
-        rate_.restart();
-        ready_ = 0;
-    }
-
-private:
-    OSStatus renderInput(InputSlice& input, const AudioTimeStamp& time, std::size_t outputFrames)
-    {
-        const Float64 needed = std::ceil(static_cast<Float64>(outputFrames) / ratio_);
-        const auto frames = static_cast<UInt32>(std::clamp<Float64>(needed, 1, input.maximumFrames()));
-        const OSStatus status = input.render(time, frames);
-        toRate_->convert(input.slice(), toWrite_, frames);
-        used_ = 0;
-        ready_ = frames;
-        return status;
-    }
-
-    PcmLayout middle_;
-    Float64 ratio_;
-    VariableRateConverter rate_;
-    std::vector<Float32> in_, out_;
-    SourceFrames toRead_;
-    TargetFrames toWrite_;
-    std::size_t used_ = 0, ready_ = 0; ///< frames of `in_`
-    std::unique_ptr<FrameConverter> toRate_, fromRate_;
-};
 
 ConverterEngine::Conversion ConverterEngine::between(const AudioStreamBasicDescription& from,
                                                      const AudioStreamBasicDescription& to)
@@ -124,16 +48,15 @@ ConverterEngine::ConverterEngine(const InputElement& input, UInt32 element, cons
     : RenderEngine(to, maximumFrames), input_(input, element, from, maximumFrames)
 {
     if (conversion.ratio)
-        rate_ = std::make_unique<RateStage>(from, to, conversion, maximumFrames);
+        rate_.emplace(from, to, RateStage::Way{*conversion.ratio, conversion.quality, conversion.routes},
+                      maximumFrames);
     else
         straight_ = FrameConverter::between(from, to, conversion.routes);
 }
 
-ConverterEngine::~ConverterEngine() = default;
-
 OSStatus ConverterEngine::renderInto(const AudioTimeStamp& time, UInt32 frames, TargetFrames& target)
 {
-    return rate_ ? rate_->renderInto(input_, time, frames, target) : renderStraight(time, frames, target);
+    return rate_ ? renderAtRate(time, frames, target) : renderStraight(time, frames, target);
 }
 
 OSStatus ConverterEngine::renderStraight(const AudioTimeStamp& time, UInt32 frames, TargetFrames& target)
@@ -141,6 +64,18 @@ OSStatus ConverterEngine::renderStraight(const AudioTimeStamp& time, UInt32 fram
     // output slices are never larger than input slices
     const OSStatus status = input_.render(time, frames);
     straight_->convert(input_.slice(), target, frames);
+    return status;
+}
+
+OSStatus ConverterEngine::renderAtRate(const AudioTimeStamp& time, std::size_t frames, TargetFrames& target)
+{
+    OSStatus status = noErr;
+    while ((frames -= rate_->produce(target, frames)) > 0) {
+        const Float64 needed = std::ceil(rate_->inputFramesFor(frames));
+        const auto wanted = static_cast<UInt32>(std::clamp<Float64>(needed, 1, input_.maximumFrames()));
+        keepFirst(status, input_.render(time, wanted));
+        rate_->feed(input_.slice(), wanted);
+    }
     return status;
 }
 

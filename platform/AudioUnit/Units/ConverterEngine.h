@@ -2,13 +2,12 @@
 // Renders one input element and converts its frames: layout, channels and rate.
 #pragma once
 
-#include "AudioToolbox/Conversion/VariableRateConverter.h"
 #include "AudioUnit/Units/InputSource.h"
+#include "AudioUnit/Units/RateStage.h"
 #include "AudioUnit/Units/RenderEngine.h"
 
 #include <memory>
 #include <optional>
-#include <vector>
 
 namespace qmx
 {
@@ -32,22 +31,20 @@ public:
     /// outlive the engine.
     static OSStatus make(const InputElement& input, UInt32 element, const Conversion& conversion, UInt32 maximumFrames,
                          std::unique_ptr<RenderEngine>& engine);
-    ~ConverterEngine() override;
 
 protected:
     OSStatus renderInto(const AudioTimeStamp& time, UInt32 frames, TargetFrames& target) override;
     void restart() override;
 
 private:
-    class RateStage;
-
     ConverterEngine(const InputElement& input, UInt32 element, const Conversion& conversion, const PcmLayout& from,
                     const PcmLayout& to, UInt32 maximumFrames);
     OSStatus renderStraight(const AudioTimeStamp& time, UInt32 frames, TargetFrames& target);
+    OSStatus renderAtRate(const AudioTimeStamp& time, std::size_t frames, TargetFrames& target);
 
     InputSlice input_;
     std::unique_ptr<FrameConverter> straight_; ///< one frame in, one frame out
-    std::unique_ptr<RateStage> rate_;          ///< otherwise
+    std::optional<RateStage> rate_;            ///< otherwise
 };
 
 } // namespace qmx

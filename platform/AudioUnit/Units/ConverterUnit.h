@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "AudioUnit/Units/ChannelMap.h"
 #include "AudioUnit/Units/ConverterEngine.h"
 #include "AudioUnit/Units/Unit.h"
 
@@ -24,10 +25,9 @@ protected:
 private:
     OSStatus setQuality(UInt32 quality);
     OSStatus setChannelMap(const void* value);
-    ChannelRoutes routes() const;
 
     UInt32 quality_ = VariableRateConverter::defaultQuality; ///< 0 to 127
-    std::vector<SInt32> channelMap_;                         ///< not used unless it fits the channels of both sides
+    ChannelMap channelMap_;
 };
 
 } // namespace qmx

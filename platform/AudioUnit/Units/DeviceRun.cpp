@@ -5,6 +5,8 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
+#include <span>
 #include <utility>
 
 namespace qmx
@@ -19,35 +21,37 @@ AudioTimeStamp later(AudioTimeStamp time, UInt32 frames, Float64 sampleRate)
     return time;
 }
 
-UInt32 framesOf(AudioBufferList& streams)
+UInt32 framesOf(const AudioBufferList& streams)
 {
-    const auto buffers = buffersOf(streams);
-    const UInt32 channels = buffers.empty() ? 0 : buffers[0].mNumberChannels;
-    return channels > 0 ? buffers[0].mDataByteSize / (channels * static_cast<UInt32>(sizeof(Float32))) : 0;
+    const UInt32 channels = streams.mNumberBuffers == 0 ? 0 : streams.mBuffers[0].mNumberChannels;
+    return channels > 0 ? streams.mBuffers[0].mDataByteSize / (channels * static_cast<UInt32>(sizeof(Float32))) : 0;
 }
 
-/// Copies the channels of interleaved frames to the streams, one stream after the other, from their frame `first` on.
-void deliver(const AudioBuffer& slice, UInt32 frames, AudioBufferList& streams, UInt32 first)
+/// Calls `copy` for one stream after the other with the place of each frame in the stream and in interleaved frames of
+/// `all` channels, and with the number of channels that both have there.
+template <class Copy>
+void forEachFrame(std::span<const AudioBuffer> streams, UInt32 first, UInt32 frames, UInt32 all, Copy copy)
 {
     UInt32 begin = 0; // the first channel of a stream
-    for (const AudioBuffer& stream : buffersOf(streams)) {
-        const UInt32 channels = std::min(stream.mNumberChannels, slice.mNumberChannels - begin);
-        const auto* source = static_cast<const Float32*>(slice.mData) + begin;
-        auto* target = static_cast<Float32*>(stream.mData) + std::size_t{first} * stream.mNumberChannels;
-        for (UInt32 frame = 0; frame < frames; ++frame) {
-            std::copy_n(source, channels, target);
-            source += slice.mNumberChannels;
-            target += stream.mNumberChannels;
-        }
+    for (const AudioBuffer& stream : streams) {
+        const UInt32 channels = std::min(stream.mNumberChannels, all - begin);
+        auto* inStream = static_cast<Float32*>(stream.mData) + std::size_t{first} * stream.mNumberChannels;
+        for (std::size_t at = begin; at < std::size_t{frames} * all; at += all, inStream += stream.mNumberChannels)
+            copy(inStream, at, channels);
         begin += channels;
     }
 }
 
 } // namespace
 
-DeviceRun::DeviceRun(const OutputDevice& device, std::shared_ptr<OutputClient> client, UInt32 maximumFrames)
-    : device_(device), client_(std::move(client)), slice_(*PcmLayout::of(device.format()), maximumFrames)
+DeviceRun::DeviceRun(const UsedDevice& device, std::shared_ptr<CycleClient> client, UInt32 maximumFrames,
+                     std::optional<UInt64> capturedUntil)
+    : device_(device), maximumFrames_(maximumFrames), client_(std::move(client)), capturedUntil_(capturedUntil)
 {
+    if (device.inputChannels > 0)
+        captured_.emplace(*PcmLayout::of(device.inputFormat()), maximumFrames);
+    if (device.outputChannels > 0)
+        rendered_.emplace(*PcmLayout::of(device.outputFormat()), maximumFrames);
 }
 
 DeviceRun::~DeviceRun()
@@ -71,22 +75,57 @@ void DeviceRun::end(const Publication& stops) noexcept
     hasEnded_.store(true);
 }
 
-OSStatus DeviceRun::cycle(AudioDeviceID, const AudioTimeStamp*, const AudioBufferList*, const AudioTimeStamp*,
-                          AudioBufferList* output, const AudioTimeStamp* outputTime, void* self)
+OSStatus DeviceRun::cycle(AudioDeviceID, const AudioTimeStamp*, const AudioBufferList* input,
+                          const AudioTimeStamp* inputTime, AudioBufferList* output, const AudioTimeStamp* outputTime,
+                          void* self)
 {
-    static_cast<DeviceRun*>(self)->render(*output, *outputTime);
+    auto& run = *static_cast<DeviceRun*>(self);
+    const UInt32 captured = run.captured_ ? framesOf(*input) : 0;
+    const UInt32 rendered = run.rendered_ ? framesOf(*output) : 0;
+    for (UInt32 first = 0; first < std::max(captured, rendered); first += run.maximumFrames_) {
+        if (first < captured && !run.hasEnded_.load())
+            run.capture(*input, *inputTime, first, std::min(captured - first, run.maximumFrames_));
+        if (first < rendered && !run.hasEnded_.load())
+            run.render(*output, *outputTime, first, std::min(rendered - first, run.maximumFrames_));
+    }
     return noErr;
 }
 
-void DeviceRun::render(AudioBufferList& output, const AudioTimeStamp& time)
+Float64 DeviceRun::framesLostBefore(const AudioTimeStamp& time) const
 {
-    const UInt32 all = framesOf(output);
-    for (UInt32 first = 0; first < all && !hasEnded_.load(); first += slice_.room()) {
-        const UInt32 frames = std::min(all - first, slice_.room());
-        AudioBufferList& slice = slice_.silentList(frames);
-        client_->renderCycle(later(time, first, device_.sampleRate), frames, slice_.layout(), slice);
-        deliver(slice.mBuffers[0], frames, output, first);
-    }
+    if (nextInputTime_)
+        return time.mSampleTime - *nextInputTime_;
+    const auto passed = static_cast<SInt64>(time.mHostTime - capturedUntil_.value_or(time.mHostTime)); // nanoseconds
+    return static_cast<Float64>(passed) * 1e-9 * device_.sampleRate;
+}
+
+void DeviceRun::capture(const AudioBufferList& input, const AudioTimeStamp& time, UInt32 first, UInt32 frames)
+{
+    auto* const interleaved = reinterpret_cast<Float32*>(captured_->plane(0));
+    const AudioBuffer* const streams = input.mBuffers;
+    forEachFrame({streams, input.mNumberBuffers}, first, frames, device_.inputChannels,
+                 [=](const Float32* source, std::size_t at, UInt32 channels) {
+                     std::copy_n(source, channels, interleaved + at);
+                 });
+    const AudioTimeStamp pieceTime = later(time, first, device_.sampleRate);
+    // a clock that goes back loses nothing
+    const Float64 lost = std::round(framesLostBefore(pieceTime));
+    const auto lostFrames = static_cast<UInt32>(std::clamp<Float64>(lost, 0, std::numeric_limits<UInt32>::max()));
+    const UInt64 endHostTime = later(pieceTime, frames, device_.sampleRate).mHostTime;
+    client_->captureCycle(
+        {pieceTime, !nextInputTime_, lostFrames, frames, endHostTime, captured_->layout(), captured_->plane(0)});
+    nextInputTime_ = pieceTime.mSampleTime + frames;
+}
+
+/// Deals the channels of rendered frames out to the streams.
+void DeviceRun::render(AudioBufferList& output, const AudioTimeStamp& time, UInt32 first, UInt32 frames)
+{
+    AudioBufferList& slice = rendered_->silentList(frames);
+    client_->renderCycle(later(time, first, device_.sampleRate), frames, rendered_->layout(), slice);
+    const auto* const interleaved = static_cast<const Float32*>(slice.mBuffers[0].mData);
+    forEachFrame(
+        buffersOf(output), first, frames, device_.outputChannels,
+        [=](Float32* target, std::size_t at, UInt32 channels) { std::copy_n(interleaved + at, channels, target); });
 }
 
 } // namespace qmx

@@ -2,7 +2,7 @@
 // One run of an output unit on a device, from a start to the next stop.
 #pragma once
 
-#include "AudioUnit/Units/OutputHardware.h"
+#include "AudioUnit/Units/CycleClient.h"
 #include "AudioUnit/Units/SliceBuffers.h"
 #include "Foundation/Threads/Publication.h"
 #include "Foundation/Threads/Retirement.h"
@@ -19,7 +19,9 @@ namespace qmx
 class DeviceRun final : public Retirable
 {
 public:
-    DeviceRun(const OutputDevice& device, std::shared_ptr<OutputClient> client, UInt32 maximumFrames);
+    /// What is captured follows on `capturedUntil`, a host time, if there is one: the frames between are told as lost.
+    DeviceRun(const UsedDevice& device, std::shared_ptr<CycleClient> client, UInt32 maximumFrames,
+              std::optional<UInt64> capturedUntil);
     ~DeviceRun() override;
 
     /// Registers with the device; cycles come only after `start`.
@@ -33,12 +35,18 @@ private:
     static OSStatus cycle(AudioDeviceID device, const AudioTimeStamp* now, const AudioBufferList* input,
                           const AudioTimeStamp* inputTime, AudioBufferList* output, const AudioTimeStamp* outputTime,
                           void* self);
-    void render(AudioBufferList& output, const AudioTimeStamp& time);
+    Float64 framesLostBefore(const AudioTimeStamp& time) const;
+    void capture(const AudioBufferList& input, const AudioTimeStamp& time, UInt32 first, UInt32 frames);
+    void render(AudioBufferList& output, const AudioTimeStamp& time, UInt32 first, UInt32 frames);
 
-    const OutputDevice device_;
-    const std::shared_ptr<OutputClient> client_; ///< released last: it may own the publication of stops
+    const UsedDevice device_;
+    const UInt32 maximumFrames_;
+    const std::shared_ptr<CycleClient> client_; ///< released last: it may own the publication of stops
     std::optional<Publication::Reader> stop_;
-    SliceBuffers slice_;
+    // of the directions that are used
+    std::optional<SliceBuffers> captured_, rendered_;
+    const std::optional<UInt64> capturedUntil_;
+    std::optional<Float64> nextInputTime_; ///< none before the first cycle
     std::atomic<bool> hasEnded_ = false;
 };
 

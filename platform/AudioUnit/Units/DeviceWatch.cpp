@@ -11,23 +11,27 @@ namespace
 
 constexpr AudioDevicePropertyID watched[] = {kAudioDevicePropertyDeviceIsAlive, kAudioDevicePropertyNominalSampleRate,
                                              kAudioDevicePropertyStreamConfiguration};
-constexpr UInt8 outputSection = 0;
+constexpr AudioHardwarePropertyID defaults[] = {kAudioHardwarePropertyDefaultOutputDevice,
+                                                kAudioHardwarePropertyDefaultInputDevice};
+constexpr UInt8 bothSections = kAudioPropertyWildcardSection;
 
 } // namespace
 
-DeviceWatch::DeviceWatch(std::weak_ptr<OutputClient> client) : client_(std::move(client))
+DeviceWatch::DeviceWatch(std::weak_ptr<CycleClient> client) : client_(std::move(client))
 {
     // without a listener, here and below, the unit only misses changes
-    (void)AudioHardwareAddPropertyListener(kAudioHardwarePropertyDefaultOutputDevice, hearSystem, this);
+    for (const AudioHardwarePropertyID which : defaults)
+        (void)AudioHardwareAddPropertyListener(which, hearSystem, this);
 }
 
 DeviceWatch::~DeviceWatch()
 {
     // each fails if it was never added
-    (void)AudioHardwareRemovePropertyListener(kAudioHardwarePropertyDefaultOutputDevice, hearSystem, this);
+    for (const AudioHardwarePropertyID which : defaults)
+        (void)AudioHardwareRemovePropertyListener(which, hearSystem, this);
     for (const AudioDeviceID device : devices_)
         for (const AudioDevicePropertyID property : watched)
-            (void)AudioDeviceRemovePropertyListener(device, 0, outputSection, property, hearDevice, this);
+            (void)AudioDeviceRemovePropertyListener(device, 0, bothSections, property, hearDevice, this);
 }
 
 void DeviceWatch::add(AudioDeviceID device)
@@ -36,7 +40,7 @@ void DeviceWatch::add(AudioDeviceID device)
         return;
     devices_.push_back(device);
     for (const AudioDevicePropertyID property : watched)
-        (void)AudioDeviceAddPropertyListener(device, 0, outputSection, property, hearDevice, this);
+        (void)AudioDeviceAddPropertyListener(device, 0, bothSections, property, hearDevice, this);
 }
 
 OSStatus DeviceWatch::hearSystem(AudioHardwarePropertyID, void* self)

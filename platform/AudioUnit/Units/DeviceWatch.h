@@ -2,7 +2,7 @@
 // Reports to an output unit that its device may have changed.
 #pragma once
 
-#include "AudioUnit/Units/OutputHardware.h"
+#include "AudioUnit/Units/CycleClient.h"
 
 #include <memory>
 #include <vector>
@@ -10,12 +10,12 @@
 namespace qmx
 {
 
-/// While it exists, listens to the default output and to all devices that the unit has run on. The client is held
+/// While it exists, listens to the default devices and to all devices that the unit has run on. The client is held
 /// weakly, except during a call to it.
 class DeviceWatch
 {
 public:
-    explicit DeviceWatch(std::weak_ptr<OutputClient> client);
+    explicit DeviceWatch(std::weak_ptr<CycleClient> client);
     /// Not inside callbacks: waits for listeners in progress, which by now only find the client gone.
     ~DeviceWatch();
     DeviceWatch(const DeviceWatch&) = delete;
@@ -30,7 +30,7 @@ private:
                                void* self);
     OSStatus tell() const;
 
-    const std::weak_ptr<OutputClient> client_;
+    const std::weak_ptr<CycleClient> client_;
     std::vector<AudioDeviceID> devices_;
 };
 

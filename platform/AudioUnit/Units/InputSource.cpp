@@ -42,6 +42,7 @@ public:
         return unit_->render({flags, time, output_, frames}, data, &layout);
     }
     const Unit* unit() const override { return unit_.get(); }
+    UInt32 output() const override { return output_; }
 
 private:
     std::shared_ptr<Unit> unit_;
@@ -70,10 +71,10 @@ InputSlice::InputSlice(const InputElement& input, UInt32 element, const PcmLayou
 OSStatus InputSlice::render(const AudioTimeStamp& outputTime, UInt32 frames)
 {
     AudioTimeStamp time;
-    time.mSampleTime = static_cast<Float64>(position_);
+    time.mSampleTime = static_cast<Float64>(input_.position.load());
     time.mHostTime = outputTime.mHostTime;
     time.mFlags = kAudioTimeStampSampleTimeValid | (outputTime.mFlags & kAudioTimeStampHostTimeValid);
-    position_ += frames;
+    input_.position += frames;
 
     AudioBufferList& list = buffers_.silentList(frames);
     const InputSource* const source = input_.source.load();
@@ -111,7 +112,7 @@ void InputSlice::receive(AudioBufferList& rendered, UInt32 frames)
 
 void InputSlice::restart()
 {
-    position_ = 0;
+    input_.position = 0;
     slice_.frames = 0;
 }
 

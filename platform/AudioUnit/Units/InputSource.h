@@ -27,6 +27,8 @@ public:
                             AudioBufferList& data) const = 0;
     /// The unit that the frames come from; null for a callback.
     virtual const Unit* unit() const { return nullptr; }
+    /// Its output bus.
+    virtual UInt32 output() const { return 0; }
 
     static std::unique_ptr<InputSource> callback(const AURenderCallbackStruct& callback);
     static std::unique_ptr<InputSource> connection(std::shared_ptr<Unit> unit, UInt32 output);
@@ -35,7 +37,9 @@ public:
 /// One input of a unit: its format and its source (null: none).
 struct InputElement {
     AudioStreamBasicDescription format;
+    bool isConnected = false; ///< to another unit, for new engines: those come before a new source
     std::atomic<const InputSource*> source = nullptr;
+    mutable std::atomic<SInt64> position = 0; ///< frames rendered so far; outlasts the engines that render them
 };
 
 /// Renders slices of an input element. Belongs to the render thread of one bus.
@@ -63,7 +67,6 @@ private:
     UInt32 element_;
     SliceBuffers buffers_;
     SourceFrames slice_;
-    SInt64 position_ = 0; ///< frames rendered so far
 };
 
 } // namespace qmx

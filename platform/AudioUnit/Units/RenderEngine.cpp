@@ -19,14 +19,19 @@ OSStatus RenderEngine::render(const RenderCall& call, AudioBufferList& data)
 {
     if (call.frames > maximumFrames())
         return kAudioUnitErr_TooManyFramesToProcess;
-    if (isRendering_.test_and_set())
+    if (!mayRender() || isRendering_.test_and_set())
         return kAudioUnitErr_CannotDoInCurrentContext;
-    if (wantsRestart_.exchange(false))
-        restart();
+    restartIfAsked();
     const UInt32 frames = aim(data, call.frames);
     const OSStatus status = frames > 0 ? renderInto(call.time, frames, target_) : noErr;
     isRendering_.clear();
     return status;
+}
+
+void RenderEngine::restartIfAsked()
+{
+    if (wantsRestart_.exchange(false))
+        restart();
 }
 
 /// Points the target at the buffers of `data` and sets their sizes to the frames that all of them have room for, which

@@ -21,6 +21,7 @@ struct RenderCall {
 };
 
 /// Used by one render thread at a time; a second one, or a render from inside the same bus's own callback, is refused.
+/// Some are bound to a thread.
 class RenderEngine
 {
 public:
@@ -41,10 +42,14 @@ public:
     virtual Float64 latency() const { return 0; }
 
 protected:
+    /// Whether the calling thread is one that may render.
+    virtual bool mayRender() const { return true; }
     /// Writes `frames` frames to `target`, which has the room and may be advanced. Missing frames are written as
     /// silence, and the first failing status is returned.
     virtual OSStatus renderInto(const AudioTimeStamp& time, UInt32 frames, TargetFrames& target) = 0;
     virtual void restart() = 0;
+    /// Forgets what came before, where that was asked for. On the thread that renders.
+    void restartIfAsked();
 
 private:
     UInt32 aim(AudioBufferList& data, UInt32 frames);

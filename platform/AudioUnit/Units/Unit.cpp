@@ -91,6 +91,8 @@ OSStatus Unit::initialise()
     return control([this] {
         if (isInitialised())
             return noErr;
+        for (InputElement& element : inputs_)
+            element.position = 0;
         isInitialised_.store(true);
         const OSStatus status = remakeEngines();
         if (status != noErr)
@@ -124,7 +126,7 @@ void Unit::close()
     uninitialise();
     control([this] {
         for (UInt32 element = 0; element < inputs_.size(); ++element)
-            setSource(element, nullptr);
+            setInput(element, inputs_[element].format, nullptr);
         return noErr;
     });
     renders_.waitForReaders();
@@ -156,32 +158,55 @@ OSStatus Unit::setFormat(AudioUnitScope scope, AudioUnitElement element, const A
         return kAudioUnitErr_FormatNotSupported;
     AudioStreamBasicDescription& slot =
         scope == kAudioUnitScope_Input ? inputs_[element].format : buses_[element].format;
-    const AudioStreamBasicDescription wanted = withByteCounts(format, *layout);
+    AudioStreamBasicDescription wanted = withByteCounts(format, *layout);
     if (hasSameMeaning(slot, wanted))
         return noErr; // the engines go on undisturbed
-    const auto old = std::exchange(slot, wanted);
-    coupleFormats(scope, element);
-    const OSStatus status = remakeEngines();
-    if (status == noErr) {
-        noteChange({kAudioUnitProperty_StreamFormat, scope, element});
-    } else {
-        slot = old;
+    const auto exchange = [&] {
+        std::swap(slot, wanted);
         coupleFormats(scope, element);
-    }
+    };
+    exchange();
+    const OSStatus status = remakeEngines();
+    if (status == noErr)
+        noteChange({kAudioUnitProperty_StreamFormat, scope, element});
+    else
+        exchange();
     return status;
 }
 
-OSStatus Unit::setSource(UInt32 element, std::unique_ptr<InputSource> source)
+/// Gives an input a format and a source, or neither of them. Under the control lock.
+OSStatus Unit::setInput(UInt32 element, AudioStreamBasicDescription format, std::unique_ptr<const InputSource> source)
 {
-    replacement_->replace(inputs_[element].source, std::unique_ptr<const InputSource>(std::move(source)));
-    return isShapedBySources() ? remakeEngines() : noErr;
+    InputElement& input = inputs_[element];
+    const bool changesFormat = !hasSameMeaning(input.format, format);
+    bool isConnected = source && source->unit();
+    const auto exchange = [&] {
+        std::swap(input.format, format);
+        std::swap(input.isConnected, isConnected);
+        coupleFormats(kAudioUnitScope_Input, element);
+    };
+    changes_.reserve(changes_.size() + 2);
+    replacement_->reserve(buses_.size() + 1); // nothing fails once the engines are replaced
+    exchange();
+    if (changesFormat || isShapedBySources())
+        if (const OSStatus status = remakeEngines(); status != noErr) {
+            exchange();
+            return status;
+        }
+    replacement_->replace(input.source, std::move(source));
+    if (changesFormat)
+        noteChange({kAudioUnitProperty_StreamFormat, kAudioUnitScope_Input, element});
+    return noErr;
 }
 
-bool Unit::isFedBy(const Unit& unit) const
+/// Whether rendering `bus` renders inputs of `unit`.
+bool Unit::isFedBy(const Unit& unit, UInt32 bus) const
 {
+    if (!rendersInputs(bus))
+        return false;
     return this == &unit || std::any_of(inputs_.begin(), inputs_.end(), [&unit](const InputElement& element) {
                const InputSource* const source = element.source.load();
-               return source && source->unit() && source->unit()->isFedBy(unit);
+               return source && source->unit() && source->unit()->isFedBy(unit, source->output());
            });
 }
 
@@ -189,13 +214,15 @@ bool Unit::isFedBy(const Unit& unit) const
 OSStatus Unit::connect(const AudioUnitConnection& connection)
 {
     const UInt32 element = connection.destInputNumber;
-    if (element >= inputs_.size())
-        return kAudioUnitErr_InvalidElement;
-    std::unique_ptr<InputSource> source;
+    PropertyShape shape;
+    if (const OSStatus status = shapeOf({kAudioUnitProperty_MakeConnection, kAudioUnitScope_Input, element}, shape);
+        status != noErr)
+        return status;
+    std::unique_ptr<const InputSource> source;
     AudioStreamBasicDescription format;
     if (connection.sourceAudioUnit) {
         const std::shared_ptr<Unit>& upstream = connection.sourceAudioUnit->unit;
-        if (upstream->isFedBy(*this))
+        if (upstream->isFedBy(*this, connection.sourceOutputNumber))
             return kAudioUnitErr_InvalidPropertyValue;
         UInt32 size = sizeof format;
         const UnitPropertyAddress output{kAudioUnitProperty_StreamFormat, kAudioUnitScope_Output,
@@ -205,11 +232,12 @@ OSStatus Unit::connect(const AudioUnitConnection& connection)
         source = InputSource::connection(upstream, connection.sourceOutputNumber);
     }
     return control([&] {
-        const OSStatus status = source ? setFormat(kAudioUnitScope_Input, element, format) : noErr;
-        if (status != noErr)
-            return status;
-        noteChange({kAudioUnitProperty_MakeConnection, kAudioUnitScope_Input, element});
-        return setSource(element, std::move(source));
+        if (!source)
+            format = inputs_[element].format;
+        const OSStatus status = setInput(element, format, std::move(source));
+        if (status == noErr)
+            noteChange({kAudioUnitProperty_MakeConnection, kAudioUnitScope_Input, element});
+        return status;
     });
 }
 

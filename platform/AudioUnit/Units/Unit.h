@@ -18,6 +18,7 @@
 #include <mutex>
 #include <optional>
 #include <span>
+#include <utility>
 #include <vector>
 
 namespace qmx
@@ -40,7 +41,7 @@ public:
 
     // Control calls, as in AudioUnit.h. Except inside callbacks, none of them returns while a render still uses what it
     // replaced.
-    OSStatus initialise();
+    virtual OSStatus initialise();
     virtual OSStatus uninitialise();
     OSStatus reset();
     /// Uninitialises, releases the input sources and the listeners, and waits for renders in flight.
@@ -91,15 +92,30 @@ protected:
     /// 32-bit values that any thread may read without a lock.
     virtual std::optional<UInt32> liveValue(const UnitPropertyAddress& address);
 
+    /// Whether an output bus renders the unit's inputs, rather than something of its own.
+    virtual bool rendersInputs(UInt32 /*bus*/) const { return true; }
     /// Whether a change of an input's source needs new engines.
     virtual bool isShapedBySources() const { return false; }
     /// Updates the formats that follow the given element's format. Under the control lock.
     virtual void coupleFormats(AudioUnitScope scope, AudioUnitElement element);
 
+    /// Copies `shape` to `result` if the element exists outside of the global scope.
+    OSStatus ofElement(const UnitPropertyAddress& address, const PropertyShape& shape, PropertyShape& result) const;
     /// `shape` for a property of the global scope.
     static OSStatus ofUnit(const UnitPropertyAddress& address, const PropertyShape& shape, PropertyShape& result);
     /// Replaces the engines of an initialised unit; on failure the old ones go on. Under the control lock.
     OSStatus remakeEngines();
+    /// Changes what engines are made with; on failure it stays as it was. Under the control lock.
+    template <class Setting> OSStatus remakeWith(Setting& setting, Setting next, const UnitPropertyAddress& address)
+    {
+        std::swap(setting, next);
+        const OSStatus status = remakeEngines();
+        if (status == noErr)
+            noteChange(address);
+        else
+            setting = std::move(next);
+        return status;
+    }
 
     /// Runs `work` under the control lock, then waits for the renders that use what it replaced and calls the
     /// listeners.
@@ -109,6 +125,15 @@ protected:
     OSStatus controlLocked(const std::function<OSStatus()>& work, Replacement& replacement);
     Replacement afterRenders() const { return Replacement(renders_); }
     void tellChanges();
+    /// Replaces what renders read. Under the control lock.
+    template <class Object> void replace(std::atomic<Object*>& slot, std::unique_ptr<Object> next)
+    {
+        replacement_->replace(slot, std::move(next));
+    }
+    /// While it exists the caller may use what renders read.
+    Publication::Reader rendering() const { return Publication::Reader(renders_); }
+    /// What renders an output bus; null when nothing does. While rendering().
+    RenderEngine* engine(UInt32 bus) const { return buses_[bus].engine.load(); }
     /// Under the control lock.
     void noteChange(const UnitPropertyAddress& address) { changes_.push_back(address); }
     /// Calls the listeners to `address`. Without a lock held.
@@ -136,13 +161,12 @@ private:
 
     OSStatus mayBeSet(const UnitPropertyAddress& address, UInt32 size) const;
     OSStatus elementCount(AudioUnitScope scope, UInt32& count) const;
-    OSStatus ofElement(const UnitPropertyAddress& address, const PropertyShape& shape, PropertyShape& result) const;
     const AudioStreamBasicDescription& formatOf(const UnitPropertyAddress& address) const;
     OSStatus setFormat(AudioUnitScope scope, AudioUnitElement element, const AudioStreamBasicDescription& format);
     OSStatus setMaximumFrames(UInt32 frames);
     OSStatus connect(const AudioUnitConnection& connection);
-    bool isFedBy(const Unit& unit) const;
-    OSStatus setSource(UInt32 element, std::unique_ptr<InputSource> source);
+    bool isFedBy(const Unit& unit, UInt32 bus) const;
+    OSStatus setInput(UInt32 element, AudioStreamBasicDescription format, std::unique_ptr<const InputSource> source);
     OSStatus changeNotifies(const std::function<void(std::vector<AURenderCallbackStruct>&)>& change);
     void callNotifies(const RenderCall& call, AudioBufferList& data, AudioUnitRenderActionFlags phase);
     Parameter* parameterOf(AudioUnitParameterID id);

@@ -1,8 +1,7 @@
 // SPDX-License-Identifier: MIT
 // The properties that all units have.
+#include "AudioUnit/Units/PropertyValue.h"
 #include "AudioUnit/Units/Unit.h"
-
-#include <cstring>
 
 namespace qmx
 {
@@ -11,19 +10,6 @@ namespace
 
 /// Bounds the memory for a slice.
 constexpr UInt32 maximumFramesPerSlice = 1 << 18;
-
-template <class T> OSStatus answer(void* value, const T& result)
-{
-    std::memcpy(value, &result, sizeof result);
-    return noErr;
-}
-
-template <class T> T valueAs(const void* value)
-{
-    T result;
-    std::memcpy(&result, value, sizeof result);
-    return result;
-}
 
 } // namespace
 
@@ -101,7 +87,6 @@ OSStatus Unit::elementCount(AudioUnitScope scope, UInt32& count) const
     }
 }
 
-/// Copies `shape` to `result` if the element exists outside of the global scope.
 OSStatus Unit::ofElement(const UnitPropertyAddress& address, const PropertyShape& shape, PropertyShape& result) const
 {
     UInt32 count = 0;
@@ -195,8 +180,11 @@ OSStatus Unit::write(const UnitPropertyAddress& address, const void* value)
     }
     case kAudioUnitProperty_SetRenderCallback: {
         const auto callback = valueAs<AURenderCallbackStruct>(value);
-        noteChange(address);
-        return setSource(address.element, callback.inputProc ? InputSource::callback(callback) : nullptr);
+        const OSStatus status = setInput(address.element, inputs_[address.element].format,
+                                         callback.inputProc ? InputSource::callback(callback) : nullptr);
+        if (status == noErr)
+            noteChange(address);
+        return status;
     }
     case kAudioUnitProperty_MaximumFramesPerSlice:
         return setMaximumFrames(valueAs<UInt32>(value));

@@ -3,7 +3,6 @@
 
 #include "AudioUnit/AudioUnit.h"
 #include "AudioUnit/Units/ConverterUnit.h"
-#include "AudioUnit/Units/DeviceOutput.h"
 #include "AudioUnit/Units/OutputUnit.h"
 
 namespace qmx
@@ -16,13 +15,14 @@ template <class T> std::shared_ptr<Unit> make()
     return std::make_shared<T>();
 }
 
-std::shared_ptr<Unit> makeDefaultOutput()
+template <bool hasInput> std::shared_ptr<Unit> makeOutput()
 {
-    return std::make_shared<OutputUnit>(std::make_unique<DeviceOutput>());
+    return std::make_shared<OutputUnit>(hasInput);
 }
 
 constexpr OpaqueComponent units[] = {
-    {{kAudioUnitType_Output, kAudioUnitSubType_DefaultOutput, kAudioUnitManufacturer_Apple}, makeDefaultOutput},
+    {{kAudioUnitType_Output, kAudioUnitSubType_DefaultOutput, kAudioUnitManufacturer_Apple}, makeOutput<false>},
+    {{kAudioUnitType_Output, kAudioUnitSubType_HALOutput, kAudioUnitManufacturer_Apple}, makeOutput<true>},
     {{kAudioUnitType_FormatConverter, kAudioUnitSubType_AUConverter, kAudioUnitManufacturer_Apple},
      make<ConverterUnit>},
 };

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "CoreAudio/AudioHardware.h"
 #include "CoreAudio/HAL/Hardware.h"
+#include "Foundation/Memory.h"
 #include "Foundation/RealTime.h"
 
 #include <cmath>
@@ -140,8 +141,10 @@ OSStatus AudioDeviceRemoveIOProc(AudioDeviceID inDevice, AudioDeviceIOProc inPro
             return kAudioHardwareBadDeviceError;
         if (const OSStatus status = device->io->remove(inProc, inClientData))
             return status;
-        stopIfIdle(device);
-        Hardware::shared().forgetRemains(*device);
+        (void)qmx::withinMemory([&] { // it is removed; a device that goes on idle for want of memory does no harm
+            stopIfIdle(device);
+            Hardware::shared().forgetRemains(*device);
+        });
         return noErr;
     });
 }

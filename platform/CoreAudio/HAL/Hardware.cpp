@@ -242,20 +242,24 @@ void Hardware::devicesChanged(std::span<const AudioDeviceID> removed,
                               std::span<const std::pair<AudioDeviceID, NewDevice>> added,
                               const DefaultDevices& defaults)
 {
-    bool someWent = false;
-    for (const AudioDeviceID id : removed)
-        if (const std::shared_ptr<Device> gone = takeOut(id)) {
-            end(gone);
-            someWent = true;
-        }
+    std::vector<std::shared_ptr<Device>> gone;
     std::vector<AudioDeviceID> newcomers;
-    for (const auto& [id, newDevice] : added) {
-        putIn(id, newDevice, !someWent);
-        newcomers.push_back(id);
+    DefaultDevices before;
+    {
+        const std::scoped_lock lock(mutex_);
+        before = std::exchange(defaults_, defaults); // whoever hears that a device is gone looks for the new default
+        for (const AudioDeviceID id : removed)
+            if (std::shared_ptr<Device> device = takeOut(id))
+                gone.push_back(std::move(device));
+        for (const auto& [id, newDevice] : added) {
+            putIn(id, newDevice, gone.empty());
+            newcomers.push_back(id);
+        }
     }
+    for (const std::shared_ptr<Device>& device : gone)
+        end(device);
+    const bool someWent = !gone.empty();
     const std::scoped_lock lock(mutex_);
-    const DefaultDevices before = defaults_;
-    defaults_ = defaults;
     if (someWent || !added.empty()) {
         ++listChanges_;
         announceHardware(kAudioHardwarePropertyDevices);
@@ -279,6 +283,7 @@ void Hardware::list(std::span<const AudioDeviceID> newcomers)
             device->isListed = true;
 }
 
+// With the tables' lock held.
 void Hardware::putIn(AudioDeviceID id, const NewDevice& newDevice, bool isListed)
 {
     auto device = std::make_shared<Device>();
@@ -292,13 +297,12 @@ void Hardware::putIn(AudioDeviceID id, const NewDevice& newDevice, bool isListed
     device->view.id = id;
     device->view.description = std::make_shared<const DeviceDescription>(newDevice.description);
     numberStreams(device->view);
-    const std::scoped_lock lock(mutex_);
     devices_.push_back(std::move(device));
 }
 
+// With the tables' lock held.
 std::shared_ptr<Device> Hardware::takeOut(AudioDeviceID id)
 {
-    const std::scoped_lock lock(mutex_);
     const auto found = std::ranges::find(devices_, id, &Device::id);
     if (found == devices_.end())
         return nullptr;

@@ -7,6 +7,7 @@
 #include "CoreAudio/HAL/DeviceIO.h"
 #include "CoreAudio/HAL/DeviceView.h"
 #include "CoreAudio/HAL/Listeners.h"
+#include "Foundation/Memory.h"
 
 #include <atomic>
 #include <map>
@@ -61,7 +62,7 @@ public:
     template <class Remove>
     OSStatus removeAnyway(HardwareOperation operation, UInt32 object, const PropertyAddress& address, Remove remove)
     {
-        const OSStatus refusal = admit(operation, object, address);
+        const OSStatus refusal = withinMemory(noErr, [&] { return admit(operation, object, address); });
         const OSStatus status = remove();
         return refusal ? refusal : status;
     }

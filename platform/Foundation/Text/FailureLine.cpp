@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "Foundation/Text/FailureLine.h"
 
+#include "CoreAudioTypes/FourCharCode.h"
 #include "Foundation/Memory.h"
 #include "Foundation/RealTime.h"
 #include "Foundation/Text/Format.h"
@@ -19,11 +20,18 @@ namespace
 {
 
 struct Failure {
-    const char* title = nullptr;
+    const char* title = nullptr; ///< or the whole text of a status line
     OSStatus status = noErr;
-    const char* file = nullptr;
+    const char* file = nullptr; ///< null for a status line
     unsigned line = 0;
     UInt64 number = 0; ///< in the order of occurrence
+
+    std::string text() const
+    {
+        if (!file)
+            return format(title, status, fourCharString(static_cast<UInt32>(status)).c_str());
+        return format("%s Error: %ld ->  %s:  %d", title, static_cast<long>(status), file, line);
+    }
 };
 
 /// A place for one line: free, being filled, or waiting to be printed.
@@ -63,8 +71,7 @@ void keep(const Failure& failure) noexcept
 
 void print(const Failure& failure)
 {
-    const std::string text = format("%s Error: %ld ->  %s:  %d", failure.title, static_cast<long>(failure.status),
-                                    failure.file, failure.line);
+    const std::string text = failure.text();
     if (handler())
         return handler()(failure.status, text);
     std::fprintf(stderr, "%s\n", text.c_str());
@@ -85,23 +92,32 @@ void printWaiting()
         print(failure);
 }
 
-} // namespace
-
-OSStatus FailureLine::operator()(OSStatus status, unsigned line) const noexcept
+OSStatus tell(const Failure& failure) noexcept
 {
-    if (status == noErr)
-        return status;
-    const Failure failure{title_, status, file_, line, 0};
+    if (failure.status == noErr)
+        return noErr;
     if (isRealTime()) {
         keep(failure);
-        return status;
+        return failure.status;
     }
     (void)withinMemory([&] { // if memory runs out, the line is dropped
         const std::scoped_lock lock(printing());
         printWaiting();
         print(failure);
     });
-    return status;
+    return failure.status;
+}
+
+} // namespace
+
+OSStatus FailureLine::operator()(OSStatus status, unsigned line) const noexcept
+{
+    return tell({title_, status, file_, line, 0});
+}
+
+OSStatus StatusLine::operator()(OSStatus status) const noexcept
+{
+    return tell({text_, status, nullptr, 0, 0});
 }
 
 void printWaitingFailures()

@@ -28,6 +28,20 @@ private:
     const char* file_;
 };
 
+/// A line in a class's own words about a status.
+class QMX_EXPORT StatusLine
+{
+public:
+    /// `text`, which must outlive this object, has %d for the status, and then %-4.4s for its four characters.
+    constexpr explicit StatusLine(const char* text) : text_(text) {}
+
+    /// Prints as a failure line does, on real-time threads too.
+    OSStatus operator()(OSStatus status) const noexcept;
+
+private:
+    const char* text_;
+};
+
 /// Prints the queued lines. Not on real-time threads.
 QMX_EXPORT void printWaitingFailures();
 

@@ -13,21 +13,6 @@ namespace
 class AUGraphs : public testing::Test
 {
 protected:
-    AUGraphs() { EXPECT_EQ(NewAUGraph(&graph), noErr); }
-    ~AUGraphs() override { EXPECT_EQ(DisposeAUGraph(graph), noErr); }
-
-    AUNode add(const ComponentDescription& description)
-    {
-        AUNode node = 0;
-        EXPECT_EQ(noErr, AUGraphNewNode(graph, &description, 0, nullptr, &node));
-        return node;
-    }
-    AudioUnit unitOf(AUNode node)
-    {
-        AudioUnit unit = nullptr;
-        EXPECT_EQ(noErr, AUGraphGetNodeInfo(graph, node, nullptr, nullptr, nullptr, &unit));
-        return unit;
-    }
     bool isRunning()
     {
         Boolean result = false;
@@ -35,27 +20,27 @@ protected:
         return result;
     }
 
-    AUGraph graph = nullptr;
+    OpenGraph graph;
 };
 
 } // namespace
 
 TEST_F(AUGraphs, KeepNodesAndConnectionsWhenTheyAreClosedAndOpenedAgain)
 {
-    const AUNode first = add(converterUnit), second = add(converterUnit);
-    EXPECT_EQ(nullptr, unitOf(first));
+    const AUNode first = graph.add(converterUnit), second = graph.add(converterUnit);
+    EXPECT_EQ(nullptr, graph.unitOf(first));
     EXPECT_EQ(kAudioUnitErr_Uninitialized, AUGraphInitialize(graph));
     EXPECT_EQ(noErr, AUGraphConnectNodeInput(graph, first, 0, second, 0)); // takes effect when the graph is opened
     for (int round = 0; round < 2; ++round) {
         ASSERT_EQ(noErr, AUGraphOpen(graph));
         Counter counter;
-        set(unitOf(first), kAudioUnitProperty_SetRenderCallback, kAudioUnitScope_Input, counter.callback());
+        set(graph.unitOf(first), kAudioUnitProperty_SetRenderCallback, kAudioUnitScope_Input, counter.callback());
         EXPECT_EQ(noErr, AUGraphInitialize(graph));
         EXPECT_EQ(noErr, AUGraphStart(graph)); // nothing to start: the owner pulls
         EXPECT_TRUE(isRunning());
         std::vector<Float32> samples(4);
         BufferList list(samples, 2);
-        EXPECT_EQ(noErr, render(unitOf(second), 2, list));
+        EXPECT_EQ(noErr, render(graph.unitOf(second), 2, list));
         EXPECT_EQ(1001, samples[3]);
         EXPECT_EQ(noErr, AUGraphStop(graph));
         EXPECT_FALSE(isRunning());
@@ -66,8 +51,8 @@ TEST_F(AUGraphs, KeepNodesAndConnectionsWhenTheyAreClosedAndOpenedAgain)
 TEST_F(AUGraphs, RefuseWhatDoesNotFit)
 {
     EXPECT_EQ(AUGraphOpen(graph), noErr);
-    const AUNode first = add(converterUnit), second = add(converterUnit);
-    add(defaultOutput);
+    const AUNode first = graph.add(converterUnit), second = graph.add(converterUnit);
+    graph.add(defaultOutput);
     AUNode node = 0;
     const ComponentDescription unknown{kAudioUnitType_Effect};
     EXPECT_EQ(kAUGraphErr_OutputNodeErr, AUGraphNewNode(graph, &defaultOutput, 0, nullptr, &node));
@@ -86,16 +71,16 @@ TEST_F(AUGraphs, RefuseWhatDoesNotFit)
     EXPECT_FALSE(isRunning());
 
     // a node added later works after an update; a removed one takes its connections along
-    const AUNode third = add(converterUnit);
+    const AUNode third = graph.add(converterUnit);
     Boolean isUpdated = false;
     EXPECT_EQ(noErr, AUGraphUpdate(graph, &isUpdated));
     EXPECT_TRUE(isUpdated);
     std::vector<Float32> samples(4);
     BufferList list(samples, 2);
-    EXPECT_EQ(kAudioUnitErr_NoConnection, render(unitOf(third), 2, list));
+    EXPECT_EQ(kAudioUnitErr_NoConnection, render(graph.unitOf(third), 2, list));
     EXPECT_EQ(noErr, AUGraphRemoveNode(graph, first));
     EXPECT_EQ(AUGraphGetNumberOfConnections(graph, &connections), noErr);
     EXPECT_EQ(0U, connections);
-    EXPECT_EQ(kAudioUnitErr_NoConnection, render(unitOf(second), 2, list));
+    EXPECT_EQ(kAudioUnitErr_NoConnection, render(graph.unitOf(second), 2, list));
     EXPECT_EQ(kAudio_ParamError, AUGraphStart(nullptr));
 }

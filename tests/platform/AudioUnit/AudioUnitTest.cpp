@@ -23,7 +23,7 @@ protected:
     AudioUnits()
     {
         counter.times.reserve(16);
-        set(unit, kAudioUnitProperty_SetRenderCallback, kAudioUnitScope_Input, counter.callback());
+        unit.setInput(counter.callback());
     }
 
     Counter counter;
@@ -68,11 +68,11 @@ TEST_F(AudioUnits, FailuresOfInputAreSilenceAndAreRemembered)
     samples.assign(8, 9);
     EXPECT_EQ(-1, render(unit, 4, list));
     EXPECT_THAT(samples, Each(0));
-    EXPECT_EQ(-1, get<OSStatus>(unit, kAudioUnitProperty_LastRenderError, kAudioUnitScope_Global));
-    EXPECT_EQ(noErr, get<OSStatus>(unit, kAudioUnitProperty_LastRenderError, kAudioUnitScope_Global));
+    EXPECT_EQ(-1, unit.get<OSStatus>(kAudioUnitProperty_LastRenderError, kAudioUnitScope_Global));
+    EXPECT_EQ(noErr, unit.get<OSStatus>(kAudioUnitProperty_LastRenderError, kAudioUnitScope_Global));
 
     samples.assign(8, 9);
-    set(unit, kAudioUnitProperty_SetRenderCallback, kAudioUnitScope_Input, AURenderCallbackStruct{});
+    unit.setInput(AURenderCallbackStruct{});
     EXPECT_EQ(kAudioUnitErr_NoConnection, render(unit, 4, list));
     EXPECT_THAT(samples, Each(0));
     EXPECT_EQ(kAudioUnitErr_TooManyFramesToProcess, render(unit, 4097, list));
@@ -83,7 +83,7 @@ TEST_F(AudioUnits, FailuresOfInputAreSilenceAndAreRemembered)
     counter.result = noErr;
     OSStatus inner = noErr;
     counter.onRender = [&] { inner = render(unit, 4, list); };
-    set(unit, kAudioUnitProperty_SetRenderCallback, kAudioUnitScope_Input, counter.callback());
+    unit.setInput(counter.callback());
     EXPECT_EQ(noErr, render(unit, 4, list));
     EXPECT_EQ(kAudioUnitErr_CannotDoInCurrentContext, inner);
 }
@@ -91,38 +91,37 @@ TEST_F(AudioUnits, FailuresOfInputAreSilenceAndAreRemembered)
 TEST_F(AudioUnits, PropertiesAreCheckedBeforeTheyAreTaken)
 {
     const auto setFrames = [&](UInt32 frames, AudioUnitScope scope = kAudioUnitScope_Global) {
-        return set(unit, kAudioUnitProperty_MaximumFramesPerSlice, scope, frames);
+        return unit.set(kAudioUnitProperty_MaximumFramesPerSlice, scope, frames);
     };
     EXPECT_EQ(noErr, setFrames(64));
     EXPECT_EQ(kAudioUnitErr_InvalidPropertyValue, setFrames(0));
     EXPECT_EQ(kAudioUnitErr_InvalidPropertyValue, setFrames(0xFFFFFFFF));
     EXPECT_EQ(kAudioUnitErr_InvalidScope, setFrames(64, kAudioUnitScope_Input));
-    EXPECT_EQ(64U, get<UInt32>(unit, kAudioUnitProperty_MaximumFramesPerSlice, kAudioUnitScope_Global));
+    EXPECT_EQ(64U, unit.get<UInt32>(kAudioUnitProperty_MaximumFramesPerSlice, kAudioUnitScope_Global));
     EXPECT_EQ(kAudioUnitErr_InvalidPropertyValue,
-              set(unit, kAudioUnitProperty_MaximumFramesPerSlice, kAudioUnitScope_Global, UInt64{64}));
+              unit.set(kAudioUnitProperty_MaximumFramesPerSlice, kAudioUnitScope_Global, UInt64{64}));
     EXPECT_EQ(kAudioUnitErr_PropertyNotWritable,
-              set(unit, kAudioUnitProperty_Latency, kAudioUnitScope_Global, Float64{1}));
-    EXPECT_EQ(kAudioUnitErr_InvalidProperty, set(unit, 9999, kAudioUnitScope_Global, 1));
+              unit.set(kAudioUnitProperty_Latency, kAudioUnitScope_Global, Float64{1}));
+    EXPECT_EQ(kAudioUnitErr_InvalidProperty, unit.set(9999, kAudioUnitScope_Global, 1));
 
-    auto format = get<AudioStreamBasicDescription>(unit, kAudioUnitProperty_StreamFormat, kAudioUnitScope_Output);
+    auto format = unit.get<AudioStreamBasicDescription>(kAudioUnitProperty_StreamFormat, kAudioUnitScope_Output);
     EXPECT_EQ(44100, format.mSampleRate);
     EXPECT_EQ(kAudioFormatFlagsAudioUnitCanonical, format.mFormatFlags);
     EXPECT_EQ(2U, format.mChannelsPerFrame);
     format.mFormatID = kAudioFormatMPEG4AAC;
     EXPECT_EQ(kAudioUnitErr_FormatNotSupported,
-              set(unit, kAudioUnitProperty_StreamFormat, kAudioUnitScope_Output, format));
+              unit.set(kAudioUnitProperty_StreamFormat, kAudioUnitScope_Output, format));
     EXPECT_EQ(kAudioUnitErr_InvalidElement,
-              set(unit, kAudioUnitProperty_StreamFormat, kAudioUnitScope_Output, format, 1));
-    EXPECT_EQ(kAudioUnitErr_InvalidScope, set(unit, kAudioUnitProperty_StreamFormat, kAudioUnitScope_Global, format));
+              unit.set(kAudioUnitProperty_StreamFormat, kAudioUnitScope_Output, format, 1));
+    EXPECT_EQ(kAudioUnitErr_InvalidScope, unit.set(kAudioUnitProperty_StreamFormat, kAudioUnitScope_Global, format));
 
     // while initialised a format that cannot be converted leaves the old one in use
     EXPECT_EQ(AudioUnitInitialize(unit), noErr);
     EXPECT_EQ(kAudioUnitErr_Initialized, setFrames(128));
-    EXPECT_EQ(kAudioUnitErr_FormatNotSupported, set(unit, kAudioUnitProperty_SampleRate, kAudioUnitScope_Output, 15e6));
-    EXPECT_EQ(kAudioUnitErr_FormatNotSupported,
-              set(unit, kAudioUnitProperty_SampleRate, kAudioUnitScope_Output, 100.0));
-    EXPECT_EQ(noErr, set(unit, kAudioUnitProperty_SampleRate, kAudioUnitScope_Output, 48000.0));
-    EXPECT_EQ(48000, get<Float64>(unit, kAudioUnitProperty_SampleRate, kAudioUnitScope_Output));
+    EXPECT_EQ(kAudioUnitErr_FormatNotSupported, unit.set(kAudioUnitProperty_SampleRate, kAudioUnitScope_Output, 15e6));
+    EXPECT_EQ(kAudioUnitErr_FormatNotSupported, unit.set(kAudioUnitProperty_SampleRate, kAudioUnitScope_Output, 100.0));
+    EXPECT_EQ(noErr, unit.set(kAudioUnitProperty_SampleRate, kAudioUnitScope_Output, 48000.0));
+    EXPECT_EQ(48000, unit.get<Float64>(kAudioUnitProperty_SampleRate, kAudioUnitScope_Output));
     BufferList list(samples, 2);
     EXPECT_EQ(noErr, render(unit, 4, list));
 
@@ -133,9 +132,9 @@ TEST_F(AudioUnits, PropertiesAreCheckedBeforeTheyAreTaken)
 TEST_F(AudioUnits, AChannelMapSaysWhichInputFeedsWhichOutput)
 {
     const SInt32 swapped[] = {1, -1}, unknown[] = {0, 2};
-    EXPECT_EQ(noErr, set(unit, kAudioOutputUnitProperty_ChannelMap, kAudioUnitScope_Output, swapped));
+    EXPECT_EQ(noErr, unit.set(kAudioOutputUnitProperty_ChannelMap, kAudioUnitScope_Output, swapped));
     EXPECT_EQ(kAudioUnitErr_InvalidPropertyValue,
-              set(unit, kAudioOutputUnitProperty_ChannelMap, kAudioUnitScope_Output, unknown));
+              unit.set(kAudioOutputUnitProperty_ChannelMap, kAudioUnitScope_Output, unknown));
     EXPECT_EQ(AudioUnitInitialize(unit), noErr);
     BufferList list(samples, 2);
     render(unit, 4, list);
@@ -145,7 +144,7 @@ TEST_F(AudioUnits, AChannelMapSaysWhichInputFeedsWhichOutput)
 TEST_F(AudioUnits, ConnectionsHandTheFormatDownAndOutliveTheirSource)
 {
     OpenUnit downstream(converterUnit);
-    set(unit, kAudioUnitProperty_SampleRate, kAudioUnitScope_Output, 48000.0);
+    unit.set(kAudioUnitProperty_SampleRate, kAudioUnitScope_Output, 48000.0);
     const AudioUnitConnection connection{unit, 0, 0}, ring{downstream, 0, 0}, absent{unit, 1, 0};
     const auto connect = [](AudioUnit to, const AudioUnitConnection& value) {
         return set(to, kAudioUnitProperty_MakeConnection, kAudioUnitScope_Input, value);
@@ -156,14 +155,14 @@ TEST_F(AudioUnits, ConnectionsHandTheFormatDownAndOutliveTheirSource)
     };
     EXPECT_EQ(AudioUnitAddPropertyListener(downstream, kAudioUnitProperty_StreamFormat, listener, &changed), noErr);
     EXPECT_EQ(noErr, connect(downstream, connection));
-    EXPECT_EQ(48000, get<Float64>(downstream, kAudioUnitProperty_SampleRate, kAudioUnitScope_Input));
+    EXPECT_EQ(48000, downstream.get<Float64>(kAudioUnitProperty_SampleRate, kAudioUnitScope_Input));
     EXPECT_THAT(changed, ElementsAre(kAudioUnitProperty_StreamFormat));
     EXPECT_EQ(AudioUnitRemovePropertyListener(downstream, kAudioUnitProperty_StreamFormat, listener), noErr);
     EXPECT_EQ(kAudioUnitErr_InvalidPropertyValue, connect(unit, ring));
     EXPECT_EQ(kAudioUnitErr_InvalidElement, connect(downstream, absent));
 
-    set(downstream, kAudioUnitProperty_SampleRate, kAudioUnitScope_Output, 48000.0);
-    set(unit, kAudioUnitProperty_SampleRate, kAudioUnitScope_Input, 48000.0);
+    downstream.set(kAudioUnitProperty_SampleRate, kAudioUnitScope_Output, 48000.0);
+    unit.set(kAudioUnitProperty_SampleRate, kAudioUnitScope_Input, 48000.0);
     EXPECT_THAT(changed, ElementsAre(kAudioUnitProperty_StreamFormat));
     EXPECT_EQ(AudioUnitInitialize(downstream), noErr);
     BufferList list(samples, 2);
@@ -172,8 +171,8 @@ TEST_F(AudioUnits, ConnectionsHandTheFormatDownAndOutliveTheirSource)
     EXPECT_EQ(noErr, render(downstream, 4, list));
     EXPECT_EQ(1003, samples[7]);
     // a layout that upstream does not render is not misread
-    set(downstream, kAudioUnitProperty_StreamFormat, kAudioUnitScope_Input,
-        linearFormat(16, 2, kAudioFormatFlagIsSignedInteger, 48000));
+    downstream.set(kAudioUnitProperty_StreamFormat, kAudioUnitScope_Input,
+                   linearFormat(16, 2, kAudioFormatFlagIsSignedInteger, 48000));
     EXPECT_EQ(kAudioUnitErr_FormatNotSupported, render(downstream, 4, list));
     EXPECT_THAT(samples, Each(0));
     unit.close();
@@ -201,12 +200,12 @@ TEST_F(AudioUnits, WhatARenderFollowsMayChangeWhileItRuns)
     };
     for (int i = 0; i < 50; ++i) {
         Counter shortLived; // a render that still used it after the change would read freed memory
-        set(unit, kAudioUnitProperty_SetRenderCallback, kAudioUnitScope_Input, shortLived.callback());
+        unit.setInput(shortLived.callback());
         EXPECT_EQ(AudioUnitAddRenderNotify(unit, notify, &notified), noErr);
-        set(unit, kAudioUnitProperty_SampleRate, kAudioUnitScope_Output, i % 2 ? 44100.0 : 48000.0);
+        unit.set(kAudioUnitProperty_SampleRate, kAudioUnitScope_Output, i % 2 ? 44100.0 : 48000.0);
         EXPECT_EQ(AudioUnitReset(unit, kAudioUnitScope_Global, 0), noErr);
         EXPECT_EQ(AudioUnitRemoveRenderNotify(unit, notify, &notified), noErr);
-        set(unit, kAudioUnitProperty_SetRenderCallback, kAudioUnitScope_Input, counter.callback());
+        unit.setInput(counter.callback());
         if (i % 10 == 0) {
             EXPECT_EQ(AudioUnitUninitialize(unit), noErr);
             EXPECT_EQ(AudioUnitInitialize(unit), noErr);
@@ -228,7 +227,7 @@ TEST_F(AudioUnits, MayBeClosedInsideTheirCallback)
 TEST(Components, AreFoundByAnyPartOfTheirDescription)
 {
     const ComponentDescription all{}, none{kAudioUnitType_Effect};
-    EXPECT_EQ(2U, CountComponents(&all));
+    EXPECT_EQ(3U, CountComponents(&all));
     EXPECT_EQ(nullptr, FindNextComponent(nullptr, &none));
     ComponentDescription found;
     EXPECT_EQ(noErr, GetComponentInfo(FindNextComponent(nullptr, &converterUnit), &found));

@@ -67,8 +67,7 @@ TEST_F(HardwareTest, PropertiesAnswerFromTheDevicesRecord)
 
     EXPECT_EQ(textProperty(device, kAudioDevicePropertyDeviceUID), "uid");
     EXPECT_EQ(textProperty(device, kAudioDevicePropertyDeviceManufacturerCFString), "QMX");
-    std::array<char, 7> name{};
-    EXPECT_EQ(get(device, 0, false, kAudioDevicePropertyDeviceName, name), noErr);
+    const auto name = value<std::array<char, 7>>(device, 0, false, kAudioDevicePropertyDeviceName);
     EXPECT_STREQ(name.data(), "A name");
 
     std::array<std::byte, 64> block{};
@@ -83,20 +82,19 @@ TEST_F(HardwareTest, PropertiesAnswerFromTheDevicesRecord)
               noErr);
     EXPECT_EQ(size, offsetof(AudioBufferList, mBuffers)); // a direction without streams
 
-    std::array<AudioStreamID, 2> streams{};
-    EXPECT_EQ(get(device, 0, false, kAudioDevicePropertyStreams, streams), noErr);
-    UInt32 word = 0;
-    size = sizeof word;
-    EXPECT_EQ(AudioStreamGetProperty(streams[1], 0, kAudioStreamPropertyStartingChannel, &size, &word), noErr);
-    EXPECT_EQ(word, 3U);
-    EXPECT_EQ(AudioStreamGetProperty(streams[1], 0, kAudioStreamPropertyDirection, &size, &word), noErr);
-    EXPECT_EQ(word, 0U);
+    const auto streams = value<std::array<AudioStreamID, 2>>(device, 0, false, kAudioDevicePropertyStreams);
+    for (const auto& [property, expected] :
+         {std::pair{kAudioStreamPropertyStartingChannel, 3U}, {kAudioStreamPropertyDirection, 0U}}) {
+        UInt32 word = 7;
+        size = sizeof word;
+        EXPECT_EQ(AudioStreamGetProperty(streams[1], 0, property, &size, &word), noErr);
+        EXPECT_EQ(word, expected);
+    }
     EXPECT_GE(std::min(device, streams[0]), 256U);
 
-    AudioStreamBasicDescription format;
-    EXPECT_EQ(get(device, 4, false, kAudioDevicePropertyStreamFormat, format), noErr);
+    auto format = value<AudioStreamBasicDescription>(device, 4, false, kAudioDevicePropertyStreamFormat);
     EXPECT_EQ(format.mFormatFlags, kAudioFormatFlagsNativeFloatPacked);
-    EXPECT_EQ(get(device, 0, false, kAudioDevicePropertyPhysicalFormat, format), noErr);
+    format = value<AudioStreamBasicDescription>(device, 0, false, kAudioDevicePropertyPhysicalFormat);
     EXPECT_EQ(format.mBytesPerFrame, 4U); // packed 16-bit stereo
     EXPECT_EQ(format.mSampleRate, 44100);
     format.mBitsPerChannel = 23;
@@ -134,12 +132,8 @@ TEST_F(HardwareTest, VolumesKeepGainAndDecibelsInStep)
 {
     const AudioDeviceID device = add("a", 0, 2);
     EXPECT_EQ(set(device, 1, false, kAudioDevicePropertyVolumeDecibels, Float32{-6.0206F}), noErr);
-    Float32 scalar = 0;
-    EXPECT_EQ(get(device, 1, false, kAudioDevicePropertyVolumeScalar, scalar), noErr);
-    EXPECT_NEAR(scalar, 0.5F, 1e-4F);
-    Float32 inAndOut = 0;
-    EXPECT_EQ(get(device, 1, false, kAudioDevicePropertyVolumeScalarToDecibels, inAndOut), noErr);
-    EXPECT_EQ(inAndOut, -96.0F);
+    EXPECT_NEAR(value<Float32>(device, 1, false, kAudioDevicePropertyVolumeScalar), 0.5F, 1e-4F);
+    EXPECT_EQ(value<Float32>(device, 1, false, kAudioDevicePropertyVolumeScalarToDecibels), -96.0F); // of a gain of 0
 }
 
 TEST_F(HardwareTest, ListsGiveTheWholeEntriesThatFit)
@@ -157,7 +151,7 @@ TEST_F(HardwareTest, PlugAndUnplugTellDeviceThenSystemWithTheDefaults)
 {
     Heard heard;
     deviceList();
-    EXPECT_EQ(noErr, AudioHardwareAddPropertyListener(kAudioPropertyWildcardPropertyID, Heard::hardware, &heard));
+    heard.listenToHardware();
     const AudioDeviceID one = add("one", 2, 2), two = add("two", 2, 2);
     EXPECT_THAT(heard.take(), ElementsAre("dev#", "dIn ", "dOut", "sOut", "dev#"));
     heard.listenToDevice(one);
@@ -174,7 +168,6 @@ TEST_F(HardwareTest, PlugAndUnplugTellDeviceThenSystemWithTheDefaults)
     EXPECT_THAT(deviceList(), ElementsAre(ids.front()));
     hardware.announceHardware(kAudioHardwarePropertySleepingIsAllowed);
     EXPECT_THAT(heard.take(), ElementsAre("slep"));
-    EXPECT_EQ(AudioHardwareRemovePropertyListener(kAudioPropertyWildcardPropertyID, Heard::hardware, &heard), noErr);
 }
 
 TEST_F(HardwareTest, DefaultsHaveStreamsOrAreNone)
@@ -195,12 +188,11 @@ TEST_F(HardwareTest, DefaultsHaveStreamsOrAreNone)
     Heard heard;
     hardware.settle();
     deviceList();
-    EXPECT_EQ(noErr, AudioHardwareAddPropertyListener(kAudioPropertyWildcardPropertyID, Heard::hardware, &heard));
+    heard.listenToHardware();
     EXPECT_EQ(noErr, hardware.change(one, [](DeviceDescription& description) { description.input.streams.clear(); }));
     EXPECT_EQ(present(), two);
     EXPECT_EQ(hardware.setDefaultDevice(input, kAudioDeviceUnknown), noErr);
     EXPECT_THAT(heard.take(), ElementsAre("dIn ", "dIn "));
-    EXPECT_EQ(noErr, AudioHardwareRemovePropertyListener(kAudioPropertyWildcardPropertyID, Heard::hardware, &heard));
     add("three", 2, 2);
     EXPECT_EQ(present(), kAudioDeviceUnknown) << "none was chosen, and nobody chose again";
     EXPECT_EQ(choose(two), noErr);
@@ -222,8 +214,7 @@ TEST_F(HardwareTest, LoopbackPairsHaveNamesOfTheirOwn)
 TEST_F(HardwareTest, ChangesAreToldOncePerSectionAndChannel)
 {
     const AudioDeviceID device = add("a", 1, 2);
-    AudioStreamID stream = 0;
-    ASSERT_EQ(get(device, 0, true, kAudioDevicePropertyStreams, stream), noErr);
+    const auto stream = value<AudioStreamID>(device, 0, true, kAudioDevicePropertyStreams);
     Heard heard;
     heard.listenToDevice(device);
     EXPECT_EQ(AudioStreamAddPropertyListener(stream, 0, kAudioPropertyWildcardPropertyID, Heard::stream, &heard),
@@ -272,19 +263,20 @@ TEST_F(HardwareTest, ListenersHearOnlyWhatTheyAskedFor)
 
 TEST_F(HardwareTest, ANewListenerHearsOfAListThatChangedUnread)
 {
-    Heard heard;
     deviceList();
-    EXPECT_EQ(AudioHardwareAddPropertyListener(kAudioHardwarePropertyDevices, Heard::hardware, &heard), noErr);
-    EXPECT_THAT(heard.take(), IsEmpty());
-    EXPECT_EQ(noErr, AudioHardwareRemovePropertyListener(kAudioHardwarePropertyDevices, Heard::hardware, &heard));
+    {
+        Heard nothing;
+        nothing.listenToHardware(kAudioHardwarePropertyDevices);
+        EXPECT_THAT(nothing.take(), IsEmpty());
+    }
     add("a", 2, 0);
     hardware.settle();
     UInt32 size = 0; // read before the device came
     std::byte none{};
     EXPECT_EQ(AudioHardwareGetProperty(kAudioHardwarePropertyDevices, &size, &none), noErr);
-    EXPECT_EQ(AudioHardwareAddPropertyListener(kAudioPropertyWildcardPropertyID, Heard::hardware, &heard), noErr);
+    Heard heard;
+    heard.listenToHardware();
     EXPECT_THAT(heard.take(), ElementsAre("dev#"));
-    EXPECT_EQ(noErr, AudioHardwareRemovePropertyListener(kAudioPropertyWildcardPropertyID, Heard::hardware, &heard));
 }
 
 TEST_F(HardwareTest, AListenerMayRemoveItselfAndAnotherOne)
@@ -315,7 +307,6 @@ TEST_F(HardwareTest, FaultsFailTheChosenCallsAsOftenAsWanted)
 {
     const AudioDeviceID device = add("a", 2, 0);
     qmx::VirtualFault fault;
-    fault.status = kAudioHardwareUnspecifiedError;
     fault.operation = qmx::HardwareOperation::getProperty;
     fault.object = device;
     fault.property = kAudioDevicePropertyLatency;
@@ -335,12 +326,9 @@ TEST_F(HardwareTest, RawPropertiesStandInForTheRecord)
     EXPECT_EQ(noErr, hardware.change(device, [](DeviceDescription& description) {
         description.rawProperties[{kAudioDevicePropertyLatency, 0, true}] = {{std::byte{9}, {}, {}, {}}, true};
     }));
-    UInt32 latency = 0;
-    EXPECT_EQ(get(device, 0, true, kAudioDevicePropertyLatency, latency), noErr);
-    EXPECT_EQ(latency, 9U);
+    EXPECT_EQ(value<UInt32>(device, 0, true, kAudioDevicePropertyLatency), 9U);
     EXPECT_EQ(set(device, 0, true, kAudioDevicePropertyLatency, UInt32{12}), noErr);
-    EXPECT_EQ(get(device, 0, true, kAudioDevicePropertyLatency, latency), noErr);
-    EXPECT_EQ(latency, 12U);
+    EXPECT_EQ(value<UInt32>(device, 0, true, kAudioDevicePropertyLatency), 12U);
 }
 
 TEST_F(HardwareTest, ABootChimeThatIsThereCanBeSet)
@@ -351,12 +339,11 @@ TEST_F(HardwareTest, ABootChimeThatIsThereCanBeSet)
               kAudioHardwareUnknownPropertyError);
     Heard heard;
     deviceList();
-    EXPECT_EQ(noErr, AudioHardwareAddPropertyListener(kAudioPropertyWildcardPropertyID, Heard::hardware, &heard));
+    heard.listenToHardware();
     hardware.setBootChimeVolume(qmx::VolumeControl{});
     EXPECT_THAT(heard.take(), ElementsAre("bbvs", "bbvd", "bbd#"));
     hardware.setBootChimeVolume(qmx::VolumeControl{.minimumDecibels = -48});
     EXPECT_THAT(heard.take(), ElementsAre("bbd#"));
-    EXPECT_EQ(noErr, AudioHardwareRemovePropertyListener(kAudioPropertyWildcardPropertyID, Heard::hardware, &heard));
     value = std::numeric_limits<Float32>::quiet_NaN();
     for (const auto property :
          {kAudioHardwarePropertyBootChimeVolumeScalar, kAudioHardwarePropertyBootChimeVolumeDecibels})

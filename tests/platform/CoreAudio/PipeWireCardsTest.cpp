@@ -53,7 +53,6 @@ protected:
         output = find("card-out");
         listenTo(output);
     }
-    ~PipeWireCardsTest() override { stopListeningTo(output); }
     qmx::test::FakeRoute& route(std::vector<qmx::test::FakeRoute>& routes, std::int32_t index)
     {
         return *std::ranges::find(routes, index, &qmx::test::FakeRoute::index);
@@ -121,8 +120,7 @@ TEST_F(PipeWireCardsTest, LevelsOfCardsAreTheirRoutes)
 TEST_F(PipeWireCardsTest, TheLatencyThatASinkTellsIsItsDevices)
 {
     hardware.addNode("media.class=Audio/Sink node.name=far", 2, 0);
-    EXPECT_TRUE(waitUntil([] { return find("far") != 0; }));
-    const AudioDeviceID far = find("far");
+    const AudioDeviceID far = awaited("far");
     listenTo(far);
     for (const UInt32 frames : {480U, 96U}) {
         hardware.setLatency(frames);
@@ -130,5 +128,4 @@ TEST_F(PipeWireCardsTest, TheLatencyThatASinkTellsIsItsDevices)
             return get<UInt32>(far, 0, false, kAudioDevicePropertyLatency) == frames;
         })) << frames;
     }
-    stopListeningTo(far);
 }

@@ -77,8 +77,6 @@ protected:
                    wasTold(input, kAudioDeviceProcessorOverload);
         };
         EXPECT_TRUE(arrived.breaks == 0 || waitUntil(isTold)) << arrived.breaks << " breaks though no gap was told";
-        for (const AudioDeviceID device : {output, input})
-            stopListeningTo(device);
         return arrived.inOrder > sampleCount / 2 && arrived.longestRun > sampleCount / 4;
     }
     void expectExact(const std::string& output, const std::string& input)
@@ -135,7 +133,6 @@ TEST_P(PipeWireIOTest, CyclesHaveTheSizeAndTheRateThatWereAskedFor)
     EXPECT_EQ(AudioDeviceGetCurrentTime(sink, &now), noErr);
     EXPECT_EQ(player.stop(), noErr);
     qmx::waitForIOCycle(sink);
-    stopListeningTo(sink);
     EXPECT_EQ(set(sink, 0, false, kAudioDevicePropertyNominalSampleRate, Float64{48000}), noErr); // they would be kept
     EXPECT_EQ(set(sink, 0, false, kAudioDevicePropertyBufferFrameSize, UInt32{1024}), noErr);
     EXPECT_LE(others, 3); // before the server has changed the cycle
@@ -146,21 +143,20 @@ TEST_P(PipeWireIOTest, CyclesHaveTheSizeAndTheRateThatWereAskedFor)
 
 TEST_P(PipeWireIOTest, ADeviceThatIsUnpluggedWhileItRunsGoesAtOnce)
 {
-    server().plugIn("plugged");
-    ASSERT_TRUE(waitUntil([] { return find("plugged") != 0; }));
-    const AudioDeviceID plugged = find("plugged");
+    const AudioDeviceID plugged = plugIn("plugged");
+    EXPECT_TRUE(waitUntil([] { return find("plugged.monitor") != 0; }));
     std::atomic<int> cycles{0};
-    Procedure player(plugged, [&](const auto&, const auto&, auto&, const auto&) {
-        ++cycles;
-        const qmx::test::OutsideRealTime outside;
-        tell();
-    });
+    Procedure player(plugged, counting(cycles));
     ASSERT_EQ(player.start(), noErr);
     ASSERT_TRUE(waitUntil([&] { return cycles > 5; }));
     const auto begin = std::chrono::steady_clock::now();
     server().unplug("plugged");
     EXPECT_TRUE(waitUntil([] { return !find("plugged"); }));
     EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(4000)); // no wait for its cycles
+    EXPECT_TRUE(waitUntil([] { return !find("plugged.monitor"); }));
+    UInt32 size = 0;
+    EXPECT_EQ(AudioDeviceGetPropertyInfo(plugged, 0, false, kAudioDevicePropertyDeviceUID, &size, nullptr),
+              kAudioHardwareBadDeviceError);
     qmx::waitForIOCycle(plugged);
     const int last = cycles;
     EXPECT_TRUE(find("test-sink"));
@@ -169,26 +165,25 @@ TEST_P(PipeWireIOTest, ADeviceThatIsUnpluggedWhileItRunsGoesAtOnce)
 
 TEST_P(PipeWireIOTest, ServersMayDieAndComeBackWhileDevicesRun)
 {
+    const AudioDeviceID first = find("test-sink");
+    EXPECT_EQ(set(first, 0, false, kAudioDevicePropertyBufferFrameSize, UInt32{256}), noErr);
     for (int round = 0; round < 20; ++round) {
         ASSERT_TRUE(waitUntil([] { return find("test-sink") && find("test-source"); })) << round;
         std::atomic<int> played{0}, captured{0};
-        Procedure player(find("test-sink"), [&](const auto&, const auto&, auto&, const auto&) {
-            ++played;
-            const qmx::test::OutsideRealTime outside;
-            tell();
-        });
-        Procedure recorder(find("test-source"), [&](const auto&, const auto&, auto&, const auto&) {
-            ++captured;
-            const qmx::test::OutsideRealTime outside;
-            tell();
-        });
+        Procedure player(find("test-sink"), counting(played));
+        Procedure recorder(find("test-source"), counting(captured));
         ASSERT_EQ(player.start(), noErr) << round;
         ASSERT_EQ(recorder.start(), noErr) << round;
         ASSERT_TRUE(waitUntil([&] { return played > 0 && captured > 0; })) << round;
         server().kill();
         ASSERT_TRUE(waitUntil([] { return devices().empty(); })) << round;
+        EXPECT_EQ(defaultDevice(kAudioHardwarePropertyDefaultOutputDevice), kAudioDeviceUnknown);
         server().start(GetParam());
     }
+    EXPECT_TRUE(waitUntil([] { return find("test-sink") && find("test-source") && find("test-sink.monitor"); }));
+    EXPECT_NE(find("test-sink"), first);
+    EXPECT_EQ(get<UInt32>(find("test-sink"), 0, false, kAudioDevicePropertyBufferFrameSize), 256U); // still requested
+    EXPECT_EQ(set(find("test-sink"), 0, false, kAudioDevicePropertyBufferFrameSize, UInt32{1024}), noErr);
 }
 
 TEST_P(PipeWireIOTest, AProcedureThatOverrunsItsCycleIsTold)
@@ -211,16 +206,13 @@ TEST_P(PipeWireIOTest, AProcedureThatOverrunsItsCycleIsTold)
         EXPECT_EQ(player.stop(), noErr);
         EXPECT_TRUE(waitUntil([&] { return wasTold(sink, kAudioDeviceProcessorOverload); })) << milliseconds;
         EXPECT_TRUE(milliseconds < 100 || times.breaks > 0);
-        stopListeningTo(sink);
     }
 }
 
 // No sound is better than sound of the wrong pitch.
 TEST_P(PipeWireIOTest, ADeviceThatOthersRunAtAnotherRateDoesNotStart)
 {
-    server().plugIn("shared"); // no rate was chosen for it
-    ASSERT_TRUE(waitUntil([] { return find("shared") != 0; }));
-    const AudioDeviceID sink = find("shared");
+    const AudioDeviceID sink = plugIn("shared"); // no rate was chosen for it
     listenTo(sink);
     {
         qmx::test::FakeHardware other;
@@ -236,7 +228,6 @@ TEST_P(PipeWireIOTest, ADeviceThatOthersRunAtAnotherRateDoesNotStart)
     }
     EXPECT_TRUE(waitUntil([] { return !find("player"); }));
     EXPECT_EQ(cyclesOf(sink, 3).size(), 3U);
-    stopListeningTo(sink);
 }
 
 TEST_P(PipeWireIOTest, DuplexDevicesCaptureAndPlayInOneCycleAndGoOnWhenTheyGetOtherPorts)
@@ -277,7 +268,6 @@ TEST_P(PipeWireIOTest, DuplexDevicesCaptureAndPlayInOneCycleAndGoOnWhenTheyGetOt
                         [&] { return channelsOf(duplex, true) == 1 && channelsOf(duplex, false) == 1; }));
     EXPECT_TRUE(goesOn(cycles));
     EXPECT_EQ(procedure.stop(), noErr);
-    stopListeningTo(duplex);
     EXPECT_EQ(find("box"), duplex);
     EXPECT_EQ(wrong, 0);
 }

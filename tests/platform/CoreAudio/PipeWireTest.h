@@ -111,6 +111,8 @@ protected:
     }
     ~PipeWireTest() override
     {
+        while (!listened_.empty())
+            stopListeningTo(*listened_.begin());
         server().kill();
         EXPECT_TRUE(waitUntil([] { return devices().empty(); })) << "devices outlast the server";
         for (const AudioHardwarePropertyID property :
@@ -235,17 +237,45 @@ protected:
         EXPECT_EQ(procedure.stop(), noErr);
         return frames;
     }
+    /// Until stopListeningTo(), or the end of the test.
     void listenTo(AudioDeviceID device)
     {
-        EXPECT_EQ(AudioDeviceAddPropertyListener(device, kAudioPropertyWildcardChannel, kAudioPropertyWildcardSection,
-                                                 kAudioPropertyWildcardPropertyID, deviceHeard, this),
-                  noErr);
+        {
+            const std::scoped_lock lock(mutex_);
+            std::erase_if(changes_, [device](const auto& change) { return change.first == device; }); // told before
+        }
+        if (listened_.insert(device).second) {
+            EXPECT_EQ(noErr, AudioDeviceAddPropertyListener(device, kAudioPropertyWildcardChannel,
+                                                            kAudioPropertyWildcardSection,
+                                                            kAudioPropertyWildcardPropertyID, deviceHeard, this));
+        }
     }
     void stopListeningTo(AudioDeviceID device)
     {
+        listened_.erase(device);
         EXPECT_EQ(noErr, AudioDeviceRemovePropertyListener(device, kAudioPropertyWildcardChannel,
                                                            kAudioPropertyWildcardSection,
                                                            kAudioPropertyWildcardPropertyID, deviceHeard, this));
+    }
+    /// Plugs a device in from outside and waits for it.
+    AudioDeviceID plugIn(const std::string& name, const std::string& properties = "media.class=Audio/Sink")
+    {
+        server().plugIn(name, properties);
+        return awaited(name);
+    }
+    AudioDeviceID awaited(const std::string& name)
+    {
+        EXPECT_TRUE(waitUntil([&] { return find(name) != 0; })) << name;
+        return find(name);
+    }
+    /// What a procedure does that only counts its cycles.
+    Procedure::Work counting(std::atomic<int>& cycles)
+    {
+        return [this, &cycles](const auto&, const auto&, auto&, const auto&) {
+            ++cycles;
+            const qmx::test::OutsideRealTime outside;
+            tell();
+        };
     }
 
 private:
@@ -263,6 +293,7 @@ private:
     std::condition_variable heard_;
     std::size_t heardCount_ = 0;
     std::set<std::pair<AudioDeviceID, AudioDevicePropertyID>> changes_;
+    std::set<AudioDeviceID> listened_;
 };
 
 /// The server with a session manager, or without one.

@@ -1,11 +1,9 @@
 // SPDX-License-Identifier: MIT
-#include "AudioToolbox/AudioFile.h"
-#include "CoreServices/Files.h"
 #include "Foundation/RealTime.h"
-#include "Foundation/Text/CFString.h"
 #include "Foundation/Threads/Retirement.h"
 #include "Foundation/Threads/Thread.h"
 #include "Foundation/Threads/Worker.h"
+#include "platform/AudioToolbox/ExtAudioFileHelpers.h"
 #include "support/Hardware.h"
 #include "support/OutsideRealTime.h"
 #include "support/ShortMemory.h"
@@ -18,7 +16,6 @@
 #include <atomic>
 #include <cstdlib>
 #include <functional>
-#include <numeric>
 #include <thread>
 
 using qmx::test::OutsideRealTime;
@@ -139,9 +136,7 @@ TEST_F(HardwareTest, StoppingInsideTheProcedureEndsItAndTheDevice)
         EXPECT_EQ(client.start(), noErr);
         hardware.advance(100'000'000);
         EXPECT_EQ(client.cycles, 3);
-        UInt32 running = 1;
-        EXPECT_EQ(get(device, 0, true, kAudioDevicePropertyDeviceIsRunning, running), noErr);
-        EXPECT_EQ(running, 0U);
+        EXPECT_EQ(value<UInt32>(device, 0, true, kAudioDevicePropertyDeviceIsRunning), 0U);
         EXPECT_THAT(heard.take(), ElementsAre("goin 0 in", "goin 0 in"));
     }
     EXPECT_FALSE(hardware.advanceCycles(device));
@@ -207,8 +202,7 @@ TEST_F(HardwareTest, ADeviceThatGoesInMidCycleIsQuietAfterwards)
 TEST_F(HardwareTest, WhatARefusedRemovalWasForIsCalledNoMore)
 {
     const AudioDeviceID device = add("a", 2, 0);
-    AudioStreamID stream = 0;
-    ASSERT_EQ(get(device, 0, true, kAudioDevicePropertyStreams, stream), noErr);
+    const auto stream = value<AudioStreamID>(device, 0, true, kAudioDevicePropertyStreams);
     Client other(device, {});
     auto removed = std::make_unique<Client>(device, [](const Cycle&) {});
     Heard heard;
@@ -425,23 +419,6 @@ TEST_F(HardwareTest, ARateChangeWhileRunningChangesThePaceAtOnce)
     EXPECT_EQ(client.cycles - before, 172);
 }
 
-TEST_F(HardwareTest, AFailedStartLeavesNothingRunning)
-{
-    const AudioDeviceID device = add("a", 2, 0);
-    qmx::VirtualFault fault;
-    fault.status = kAudioDevicePermissionsError;
-    fault.operation = qmx::HardwareOperation::start;
-    fault.times = 1;
-    hardware.addFault(fault);
-    Client client(device, {});
-    EXPECT_EQ(client.start(), kAudioDevicePermissionsError);
-    UInt32 running = 1;
-    EXPECT_EQ(get(device, 0, true, kAudioDevicePropertyDeviceIsRunning, running), noErr);
-    EXPECT_EQ(running, 0U);
-    EXPECT_EQ(client.start(), noErr);
-    EXPECT_TRUE(hardware.advanceCycles(device));
-}
-
 TEST_F(HardwareTest, FastTimeWaitsForWhatACycleCausedOnOtherThreads)
 {
     const AudioDeviceID device = add("a", 2, 0);
@@ -481,20 +458,11 @@ TEST_F(HardwareTest, FastTimeWaitsForWhatACycleCausedOnOtherThreads)
 TEST_F(HardwareTest, AnInputPlaysAnAudioFile)
 {
     const qmx::test::TemporaryFolder folder;
-    const std::string path = folder.path("in.wav"), parentPath = folder.path("");
-    FSRef parent, made;
-    ASSERT_EQ(FSPathMakeRef(reinterpret_cast<const UInt8*>(parentPath.c_str()), &parent, nullptr), noErr);
-    const CFStringRef name = CFStringCreate("in.wav");
-    const AudioStreamBasicDescription format = qmx::packedPhysicalFormat(44100, 1, 16);
-    AudioFileID file = nullptr;
-    ASSERT_EQ(AudioFileCreate(&parent, name, kAudioFileWAVEType, &format, 0, &made, &file), noErr);
-    CFRelease(name);
-    std::vector<SInt16> samples(700);
-    std::iota(samples.begin(), samples.end(), SInt16{1});
-    auto bytes = static_cast<UInt32>(samples.size() * sizeof(SInt16));
-    ASSERT_EQ(AudioFileWriteBytes(file, false, 0, &bytes, samples.data()), noErr);
-    ASSERT_EQ(AudioFileClose(file), noErr);
-
+    const std::string path = folder.path("in.wav");
+    std::vector<float> samples(700);
+    for (std::size_t i = 0; i < samples.size(); ++i)
+        samples[i] = static_cast<float>(i + 1) / 32768;
+    qmx::test::writeMusic(path, kAudioFileWAVEType, qmx::test::linear(12, 16, 1), samples);
     const AudioDeviceID device = add("a", 2, 0);
     ASSERT_EQ(hardware.setInputFile(device, path), noErr);
     std::vector<Float32> heard;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "AudioUnit/Units/DeviceOutput.h"
+#include "AudioUnit/Units/UnitDevice.h"
 
 #include "AudioUnit/Units/DeviceRun.h"
 #include "AudioUnit/Units/DeviceWatch.h"
@@ -31,26 +31,26 @@ OSStatus asUnitStatus(OSStatus status)
     }
 }
 
-AudioDeviceID defaultOutputDevice()
+AudioDeviceID defaultDevice(AudioHardwarePropertyID which)
 {
     AudioDeviceID device = kAudioDeviceUnknown;
     UInt32 size = sizeof device;
-    const OSStatus status = AudioHardwareGetProperty(kAudioHardwarePropertyDefaultOutputDevice, &size, &device);
+    const OSStatus status = AudioHardwareGetProperty(which, &size, &device);
     return status == noErr ? device : kAudioDeviceUnknown;
 }
 
-/// Sums the channels of all output streams.
-OSStatus countChannels(AudioDeviceID device, UInt32& channels)
+/// Sums the channels of all streams of a section.
+OSStatus countChannels(AudioDeviceID device, bool isInput, UInt32& channels)
 {
     constexpr AudioDevicePropertyID streams = kAudioDevicePropertyStreamConfiguration;
     UInt32 size = 0;
-    OSStatus status = AudioDeviceGetPropertyInfo(device, 0, false, streams, &size, nullptr);
+    OSStatus status = AudioDeviceGetPropertyInfo(device, 0, isInput, streams, &size, nullptr);
     if (status != noErr)
         return status;
     const HeapBlock block = zeroedHeapBlock(std::max<std::size_t>(size, sizeof(AudioBufferList)));
     if (!block)
         return kAudio_MemFullError;
-    status = AudioDeviceGetProperty(device, 0, false, streams, &size, block.get());
+    status = AudioDeviceGetProperty(device, 0, isInput, streams, &size, block.get());
     if (status != noErr)
         return status;
     for (const AudioBuffer& stream : buffersOf(*static_cast<AudioBufferList*>(block.get())))
@@ -58,9 +58,18 @@ OSStatus countChannels(AudioDeviceID device, UInt32& channels)
     return noErr;
 }
 
+/// Counts the channels of a section that is used, which has some.
+OSStatus countUsedChannels(AudioDeviceID device, bool isInput, bool isUsed, UInt32& channels)
+{
+    if (!isUsed)
+        return noErr;
+    const OSStatus status = countChannels(device, isInput, channels);
+    return status == noErr && channels == 0 ? kAudioHardwareBadDeviceError : status;
+}
+
 } // namespace
 
-AudioStreamBasicDescription OutputDevice::format() const
+AudioStreamBasicDescription UsedDevice::format(UInt32 channels) const
 {
     const auto frameBytes = static_cast<UInt32>(channels * sizeof(Float32));
     return {.mSampleRate = sampleRate,
@@ -73,30 +82,33 @@ AudioStreamBasicDescription OutputDevice::format() const
             .mBitsPerChannel = 32};
 }
 
-DeviceOutput::DeviceOutput() = default;
-DeviceOutput::~DeviceOutput() = default;
+UnitDevice::UnitDevice() = default;
+UnitDevice::~UnitDevice() = default;
 
-OSStatus DeviceOutput::examine(AudioDeviceID id, OutputDevice& device) const
+OSStatus UnitDevice::examine(AudioDeviceID id, UsedDevice& device) const
 {
     if (id == kAudioDeviceUnknown)
         return kAudioHardwareBadDeviceError;
+    const Directions used = directions();
     device = {.id = id};
     UInt32 size = sizeof device.sampleRate;
-    const OSStatus status =
-        AudioDeviceGetProperty(id, 0, false, kAudioDevicePropertyNominalSampleRate, &size, &device.sampleRate);
-    if (status != noErr)
-        return status;
-    const OSStatus channelStatus = countChannels(id, device.channels);
-    return channelStatus == noErr && device.channels == 0 ? kAudioHardwareBadDeviceError : channelStatus;
+    OSStatus status =
+        AudioDeviceGetProperty(id, 0, !used.output, kAudioDevicePropertyNominalSampleRate, &size, &device.sampleRate);
+    if (status == noErr)
+        status = countUsedChannels(id, true, used.input, device.inputChannels);
+    return status == noErr ? countUsedChannels(id, false, used.output, device.outputChannels) : status;
 }
 
-AudioDeviceID DeviceOutput::device() const
+AudioDeviceID UnitDevice::device() const
 {
     const AudioDeviceID named = named_.load();
-    return named != kAudioDeviceUnknown ? named : defaultOutputDevice();
+    if (named != kAudioDeviceUnknown)
+        return named;
+    return defaultDevice(directions().output ? kAudioHardwarePropertyDefaultOutputDevice
+                                             : kAudioHardwarePropertyDefaultInputDevice);
 }
 
-AudioDeviceID DeviceOutput::watch(const std::shared_ptr<OutputClient>& client)
+AudioDeviceID UnitDevice::watch(const std::shared_ptr<CycleClient>& client)
 {
     if (!watch_)
         watch_ = std::make_unique<DeviceWatch>(client);
@@ -105,9 +117,10 @@ AudioDeviceID DeviceOutput::watch(const std::shared_ptr<OutputClient>& client)
     return found;
 }
 
-OSStatus DeviceOutput::start(const OutputDevice& device, std::shared_ptr<OutputClient> client, UInt32 maximumFrames)
+OSStatus UnitDevice::start(const UsedDevice& device, std::shared_ptr<CycleClient> client, UInt32 maximumFrames,
+                           std::optional<UInt64> capturedUntil)
 try {
-    auto made = std::make_unique<DeviceRun>(device, std::move(client), maximumFrames);
+    auto made = std::make_unique<DeviceRun>(device, std::move(client), maximumFrames, capturedUntil);
     if (!canRetire()) // a stop inside a cycle must be able to retire the run
         return kAudioHardwareUnspecifiedError;
     if (const OSStatus status = made->enroll(); status != noErr)
@@ -123,13 +136,13 @@ try {
     return kAudio_MemFullError;
 }
 
-void DeviceOutput::stop() noexcept
+void UnitDevice::stop() noexcept
 {
     const Publication::Reader stop(stops_); // whoever sees the run gone must see a stop in progress
     end(run_.exchange(nullptr), mayWait());
 }
 
-void DeviceOutput::end(DeviceRun* run, bool waits) noexcept
+void UnitDevice::end(DeviceRun* run, bool waits) noexcept
 {
     if (!run)
         return;
@@ -140,25 +153,31 @@ void DeviceOutput::end(DeviceRun* run, bool waits) noexcept
         retire(run);
 }
 
-void DeviceOutput::waitUntilStopped()
+void UnitDevice::waitUntilStopped()
 {
     stops_.waitForReaders();
 }
 
-OSStatus DeviceOutput::propertyInfo(AudioDevicePropertyID property, UInt32* size, Boolean* isWritable) const
+bool UnitDevice::has(bool isInput) const
 {
-    return asUnitStatus(AudioDeviceGetPropertyInfo(device(), 0, false, property, size, isWritable));
+    UInt32 channels = 0;
+    return countChannels(device(), isInput, channels) == noErr && channels > 0;
 }
 
-OSStatus DeviceOutput::read(AudioDevicePropertyID property, UInt32& size, void* value) const
+OSStatus UnitDevice::propertyInfo(bool isInput, AudioDevicePropertyID property, UInt32* size, Boolean* isWritable) const
 {
-    return value ? asUnitStatus(AudioDeviceGetProperty(device(), 0, false, property, &size, value))
-                 : propertyInfo(property, &size, nullptr);
+    return asUnitStatus(AudioDeviceGetPropertyInfo(device(), 0, isInput, property, size, isWritable));
 }
 
-OSStatus DeviceOutput::write(AudioDevicePropertyID property, UInt32 size, const void* value)
+OSStatus UnitDevice::read(bool isInput, AudioDevicePropertyID property, UInt32& size, void* value) const
 {
-    return asUnitStatus(AudioDeviceSetProperty(device(), nullptr, 0, false, property, size, value));
+    return value ? asUnitStatus(AudioDeviceGetProperty(device(), 0, isInput, property, &size, value))
+                 : propertyInfo(isInput, property, &size, nullptr);
+}
+
+OSStatus UnitDevice::write(bool isInput, AudioDevicePropertyID property, UInt32 size, const void* value)
+{
+    return asUnitStatus(AudioDeviceSetProperty(device(), nullptr, 0, isInput, property, size, value));
 }
 
 } // namespace qmx

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
-#include "AudioUnit/Units/DeviceOutput.h"
+#include "AudioUnit/Units/UnitDevice.h"
 
-#include "AudioUnit/AUGraph.h"
 #include "Processing/QMXAudioUnit.h"
 #include "support/Hardware.h"
 #include "support/Units.h"
@@ -29,39 +28,24 @@ OSStatus renderSine(void*, AudioUnitRenderActionFlags*, const AudioTimeStamp* ti
     return noErr;
 }
 
-class DeviceOutput : public HardwareTest
+class UnitDevice : public HardwareTest
 {
 protected:
-    DeviceOutput()
+    UnitDevice()
     {
         device = add("first", 0, 2);
-        setInput(unit, counter.callback());
+        unit.setInput(counter.callback());
         EXPECT_EQ(AudioUnitAddPropertyListener(unit, kAudioOutputUnitProperty_IsRunning, hear, this), noErr);
     }
-    ~DeviceOutput() override { unit.close(); }
-    static void setInput(AudioUnit to, const AURenderCallbackStruct& callback)
-    {
-        qmx::test::set(to, kAudioUnitProperty_SetRenderCallback, kAudioUnitScope_Input, callback);
-    }
-    OSStatus nameDevice(AudioDeviceID id)
-    {
-        return qmx::test::set(unit, kAudioOutputUnitProperty_CurrentDevice, kAudioUnitScope_Global, id);
-    }
+    ~UnitDevice() override { unit.close(); }
     bool isRunning()
     {
         hardware.settle();
-        return qmx::test::get<UInt32>(unit, kAudioOutputUnitProperty_IsRunning, kAudioUnitScope_Global) != 0;
-    }
-    /// The samples that `id` plays in its next cycles, interleaved.
-    std::vector<Float32> played(AudioDeviceID id, UInt32 cycles = 1)
-    {
-        EXPECT_EQ(noErr, hardware.captureOutput(id, std::size_t{cycles} * 512));
-        EXPECT_TRUE(hardware.advanceCycles(id, cycles));
-        return hardware.capturedOutput(id);
+        return unit.saysItRuns();
     }
     static void hear(void* self, AudioUnit, AudioUnitPropertyID, AudioUnitScope, AudioUnitElement)
     {
-        ++static_cast<DeviceOutput*>(self)->changes;
+        ++static_cast<UnitDevice*>(self)->changes;
     }
 
     OpenUnit unit{defaultOutput};
@@ -72,26 +56,21 @@ protected:
 
 } // namespace
 
-TEST_F(DeviceOutput, GivesEachStreamItsChannelsBitForBit)
+TEST_F(UnitDevice, GivesEachStreamItsChannelsBitForBit)
 {
     EXPECT_EQ(noErr, hardware.change(device, [](qmx::DeviceDescription& d) {
         d.output.streams.resize(2, d.output.streams[0]);
         d.output.streams[0].channels = 1;
     }));
-    AUGraph graph = nullptr;
-    AUNode node = 0, upstreamNode = 0;
-    AudioUnit output = nullptr, upstream = nullptr;
-    EXPECT_EQ(NewAUGraph(&graph), noErr);
-    EXPECT_EQ(AUGraphNewNode(graph, &defaultOutput, 0, nullptr, &node), noErr);
-    EXPECT_EQ(AUGraphNewNode(graph, &converterUnit, 0, nullptr, &upstreamNode), noErr);
+    OpenGraph graph;
+    const AUNode node = graph.add(defaultOutput), upstream = graph.add(converterUnit);
     EXPECT_EQ(AUGraphOpen(graph), noErr);
-    EXPECT_EQ(AUGraphConnectNodeInput(graph, upstreamNode, 0, node, 0), noErr);
-    EXPECT_EQ(AUGraphGetNodeInfo(graph, upstreamNode, nullptr, nullptr, nullptr, &upstream), noErr);
-    EXPECT_EQ(AUGraphGetNodeInfo(graph, node, nullptr, nullptr, nullptr, &output), noErr);
-    qmx::test::set(output, kAudioUnitProperty_MaximumFramesPerSlice, kAudioUnitScope_Global,
-                   UInt32{200}); // cycles are split
-    setInput(upstream, counter.callback());
-    HardwareTest::set(device, 0, false, kAudioDevicePropertyNominalSampleRate, 48000.0); // ignored by a connection
+    EXPECT_EQ(AUGraphConnectNodeInput(graph, upstream, 0, node, 0), noErr);
+    constexpr UInt32 slice = 200; // cycles are split
+    qmx::test::set(graph.unitOf(node), kAudioUnitProperty_MaximumFramesPerSlice, kAudioUnitScope_Global, slice);
+    qmx::test::set(graph.unitOf(upstream), kAudioUnitProperty_SetRenderCallback, kAudioUnitScope_Input,
+                   counter.callback());
+    set(device, 0, false, kAudioDevicePropertyNominalSampleRate, 48000.0); // ignored by a connection
     counter.times.reserve(9);
     EXPECT_EQ(noErr, AUGraphInitialize(graph));
     EXPECT_EQ(noErr, AUGraphStart(graph));
@@ -103,20 +82,17 @@ TEST_F(DeviceOutput, GivesEachStreamItsChannelsBitForBit)
     EXPECT_THAT(counter.times, ElementsAre(0, 200, 400, 512, 712, 912));
     EXPECT_EQ(AUGraphStop(graph), noErr);
     EXPECT_FALSE(hardware.advanceCycles(device));
-    EXPECT_EQ(DisposeAUGraph(graph), noErr);
 }
 
-TEST_F(DeviceOutput, ResamplesToTheDevicesRateAlsoWhenThatChanges)
+TEST_F(UnitDevice, ResamplesToTheDevicesRateAlsoWhenThatChanges)
 {
-    qmx::test::set(unit, kAudioUnitProperty_StreamFormat, kAudioUnitScope_Input,
-                   linearFormat(32, 1, kAudioFormatFlagIsFloat));
-    setInput(unit, {renderSine, nullptr});
-    EXPECT_EQ(AudioUnitInitialize(unit), noErr);
-    EXPECT_EQ(AudioOutputUnitStart(unit), noErr);
+    unit.set(kAudioUnitProperty_StreamFormat, kAudioUnitScope_Input, linearFormat(32, 1, kAudioFormatFlagIsFloat));
+    unit.setInput({renderSine, nullptr});
+    unit.start();
     const std::pair<Float64, UInt32> settings[] = {{48000, 512}, {44100, 2048}, {96000, 1024}};
     for (const auto& [rate, bufferFrames] : settings) {
-        qmx::test::set(unit, kAudioDevicePropertyBufferFrameSize, kAudioUnitScope_Global, bufferFrames);
-        HardwareTest::set(device, 0, false, kAudioDevicePropertyNominalSampleRate, rate);
+        unit.set(kAudioDevicePropertyBufferFrameSize, kAudioUnitScope_Global, bufferFrames);
+        set(device, 0, false, kAudioDevicePropertyNominalSampleRate, rate);
         ASSERT_TRUE(isRunning());
         EXPECT_TRUE(hardware.advanceCycles(device, 10)); // the filter's start
         const auto stereo = played(device, 20);
@@ -130,15 +106,13 @@ TEST_F(DeviceOutput, ResamplesToTheDevicesRateAlsoWhenThatChanges)
     }
 }
 
-TEST_F(DeviceOutput, StopsInsideItsCallbackWithoutTouchingOthers)
+TEST_F(UnitDevice, StopsInsideItsCallbackWithoutTouchingOthers)
 {
     OpenUnit other(defaultOutput);
     Counter otherCounter;
-    setInput(other, otherCounter.callback());
-    EXPECT_EQ(AudioUnitInitialize(other), noErr);
-    EXPECT_EQ(AudioOutputUnitStart(other), noErr);
-    EXPECT_EQ(AudioUnitInitialize(unit), noErr);
-    EXPECT_EQ(AudioOutputUnitStart(unit), noErr);
+    other.setInput(otherCounter.callback());
+    other.start();
+    unit.start();
     EXPECT_EQ(AudioUnitSetParameter(unit, kHALOutputParam_Volume, kAudioUnitScope_Global, 0, 0.5, 0), noErr);
     EXPECT_THAT(played(device), Contains(1.5 * 511));
     counter.onRender = [&] {
@@ -165,59 +139,69 @@ TEST_F(DeviceOutput, StopsInsideItsCallbackWithoutTouchingOthers)
     EXPECT_TRUE(hardware.advanceCycles(device));
 }
 
-TEST_F(DeviceOutput, StopsWithItsDeviceAndGoesOnWithTheNextOneNamed)
+TEST_F(UnitDevice, StopsWithItsDeviceAndGoesOnWithTheNextOneNamed)
 {
-    EXPECT_EQ(kAudioHardwareBadDeviceError, nameDevice(add("input", 2, 0)));
-    EXPECT_EQ(noErr, nameDevice(device));
-    EXPECT_EQ(AudioUnitInitialize(unit), noErr);
-    EXPECT_EQ(AudioOutputUnitStart(unit), noErr);
+    EXPECT_EQ(kAudioHardwareBadDeviceError, unit.nameDevice(add("input", 2, 0)));
+    EXPECT_EQ(noErr, unit.nameDevice(device));
+    unit.start();
     EXPECT_TRUE(hardware.advanceCycles(device));
     const AudioDeviceID second = add("second", 0, 2), third = add("third", 0, 2);
     changes = 0;
     EXPECT_EQ(noErr, hardware.removeDevice(device));
     EXPECT_FALSE(isRunning());
     EXPECT_EQ(1, changes);
-    EXPECT_EQ(noErr, nameDevice(second));
+    EXPECT_EQ(noErr, unit.nameDevice(second));
     EXPECT_TRUE(isRunning());
-    EXPECT_THAT(played(second), Contains(512));                  // goes on where it was
-    EXPECT_EQ(kAudioHardwareBadDeviceError, nameDevice(device)); // refused: the old one goes on
+    EXPECT_THAT(played(second), Contains(512));                       // goes on where it was
+    EXPECT_EQ(kAudioHardwareBadDeviceError, unit.nameDevice(device)); // refused: the old one goes on
     EXPECT_TRUE(isRunning());
     EXPECT_EQ(noErr, hardware.removeDevice(second));
     EXPECT_FALSE(isRunning());
     EXPECT_EQ(AudioOutputUnitStop(unit), noErr);
-    EXPECT_EQ(noErr, nameDevice(third));
+    EXPECT_EQ(noErr, unit.nameDevice(third));
     EXPECT_FALSE(isRunning()); // stopped meanwhile
 
     EXPECT_EQ(AudioUnitUninitialize(unit), noErr);
-    HardwareTest::set(third, 0, false, kAudioDevicePropertyNominalSampleRate, 48000.0);
-    nameDevice(third);
-    EXPECT_EQ(48000, qmx::test::get<Float64>(unit, kAudioUnitProperty_SampleRate, kAudioUnitScope_Input));
+    set(third, 0, false, kAudioDevicePropertyNominalSampleRate, 48000.0);
+    unit.nameDevice(third);
+    EXPECT_EQ(48000, unit.get<Float64>(kAudioUnitProperty_SampleRate, kAudioUnitScope_Input));
     EXPECT_EQ(AudioUnitInitialize(unit), noErr);
     qmx::VirtualFault fault;
+    fault.status = kAudioDevicePermissionsError;
     fault.operation = qmx::HardwareOperation::start;
+    fault.times = 1;
     hardware.addFault(fault);
     EXPECT_EQ(fault.status, AudioOutputUnitStart(unit));
     EXPECT_FALSE(isRunning());
+    EXPECT_EQ(0U, value<UInt32>(third, 0, false, kAudioDevicePropertyDeviceIsRunning));
+
+    // a device that is named while it runs, and cannot start, stays named until another one is
+    EXPECT_EQ(noErr, AudioOutputUnitStart(unit));
+    const AudioDeviceID fourth = add("fourth", 0, 2);
+    hardware.addFault(fault);
+    EXPECT_EQ(fault.status, unit.nameDevice(fourth));
+    EXPECT_FALSE(isRunning());
+    EXPECT_EQ(fourth, unit.get<AudioDeviceID>(kAudioOutputUnitProperty_CurrentDevice, kAudioUnitScope_Global));
+    EXPECT_EQ(noErr, unit.nameDevice(third));
+    EXPECT_TRUE(isRunning());
 }
 
-TEST_F(DeviceOutput, FollowsTheDefaultOutputUnlessADeviceIsNamed)
+TEST_F(UnitDevice, FollowsTheDefaultOutputUnlessADeviceIsNamed)
 {
     const auto wrapped = QMXAudioUnit::defaultOutputUnit();
     ASSERT_TRUE(wrapped);
     Counter other;
-    setInput(wrapped->audioUnit(), other.callback());
+    qmx::test::set(wrapped->audioUnit(), kAudioUnitProperty_SetRenderCallback, kAudioUnitScope_Input, other.callback());
     EXPECT_EQ(noErr, AudioOutputUnitStart(wrapped->audioUnit()));
-    nameDevice(device);
-    nameDevice(kAudioDeviceUnknown); // the default one again
-    EXPECT_EQ(AudioUnitInitialize(unit), noErr);
-    EXPECT_EQ(AudioOutputUnitStart(unit), noErr);
+    unit.nameDevice(device);
+    unit.nameDevice(kAudioDeviceUnknown); // the default one again
+    unit.start();
     const AudioDeviceID second = add("second", 0, 2);
     EXPECT_EQ(noErr, hardware.setDefaultDevice(kAudioHardwarePropertyDefaultOutputDevice, second));
     EXPECT_TRUE(isRunning());
     EXPECT_EQ(2, played(second)[2]); // both
     EXPECT_FALSE(hardware.advanceCycles(device));
-    EXPECT_EQ(second,
-              qmx::test::get<AudioDeviceID>(unit, kAudioOutputUnitProperty_CurrentDevice, kAudioUnitScope_Global));
+    EXPECT_EQ(second, unit.get<AudioDeviceID>(kAudioOutputUnitProperty_CurrentDevice, kAudioUnitScope_Global));
     changes = 0;
     EXPECT_EQ(noErr, hardware.removeDevice(second));
     EXPECT_EQ(noErr, hardware.removeDevice(device));
@@ -229,7 +213,7 @@ TEST_F(DeviceOutput, FollowsTheDefaultOutputUnlessADeviceIsNamed)
     EXPECT_EQ(noErr, AudioOutputUnitStop(wrapped->audioUnit()));
 }
 
-TEST_F(DeviceOutput, StandsStartsStopsAndDevicesFromAllSides)
+TEST_F(UnitDevice, StandsStartsStopsAndDevicesFromAllSides)
 {
     const AudioDeviceID second = add("second", 0, 1);
     EXPECT_EQ(AudioUnitInitialize(unit), noErr);
@@ -244,10 +228,10 @@ TEST_F(DeviceOutput, StandsStartsStopsAndDevicesFromAllSides)
         often([&](int) { (void)AudioOutputUnitStart(unit); }),
         often([&](int) { (void)AudioOutputUnitStop(unit); }),
         often([&](int i) {
-            nameDevice(i % 3 == 0 ? kAudioDeviceUnknown : i % 3 == 1 ? device : second);
+            unit.nameDevice(i % 3 == 0 ? kAudioDeviceUnknown : i % 3 == 1 ? device : second);
         }),
         often([&](int i) {
-            HardwareTest::set(device, 0, false, kAudioDevicePropertyNominalSampleRate, i % 2 ? 48000.0 : 44100.0);
+            set(device, 0, false, kAudioDevicePropertyNominalSampleRate, i % 2 ? 48000.0 : 44100.0);
             EXPECT_EQ(noErr,
                       hardware.setDefaultDevice(kAudioHardwarePropertyDefaultOutputDevice, i % 2 ? device : second));
         }),
