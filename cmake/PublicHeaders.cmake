@@ -24,12 +24,14 @@ set(QMX_PUBLIC_SRC_HEADERS
     Formats/QMXAudioStreamBasicDescription.h
     Formats/QMXAudioValueRange.h
     Formats/QMXFileUtils.h
+    Playback/QMXAUAudioPlayer.h
     Processing/QMXAudioConverter.h
     Processing/QMXAudioProcessor.h
     Processing/QMXAudioUnit.h
     Processing/QMXProgressSubscriber.h
     Processing/QMXSoftwareVolumeControl.h
     QMXCoreAudio.h
+    Recording/QMXAUAudioRecorder.h
     Recording/QMXAudioRecorder.h
     Recording/QMXAudioRecordingLoss.h
     Tracks/QMXAudioProcessingRangeInfo.h

@@ -15,10 +15,13 @@
 #include "support/Interrupt.h"
 #include "support/LevelLine.h"
 #include "support/Recording.h"
+#include "support/UnitRecording.h"
 
 #include <algorithm>
+#include <charconv>
 #include <filesystem>
 #include <limits>
+#include <sstream>
 
 namespace
 {
@@ -32,6 +35,9 @@ the file, with tabs between them; what was lost is told on standard error (exit 
 
   --device UID    from that device (devices lists them); otherwise the default input
   --seconds S     ends by itself after that time
+  --unit          through an audio unit, into a file of the type that FILE's extension stands for:
+                  also .m4a (AAC; with --bits lossless), .flac and .caf
+  --channels LIST with --unit: these channels of the device, such as 3,4; otherwise the first two
   --format TYPE   aiff, aifc or wave; otherwise aiff, with --float aifc
   --rate HZ       sample rate of the file; otherwise the device's
   --bits N        16, 24 or 32 bits; otherwise as the device's hardware is set
@@ -138,6 +144,37 @@ QMXAudioStreamBasicDescription fileFormat(const QMXAudioDevice& device, const Op
     return QMXAudioStreamBasicDescription(record);
 }
 
+/// "3,4" as channels from 0.
+std::vector<SInt32> channelsFrom(const std::optional<std::string>& list)
+{
+    std::vector<SInt32> channels;
+    std::istringstream numbers(list.value_or(""));
+    for (std::string number; std::getline(numbers, number, ',');) {
+        SInt32 channel = 0;
+        const auto [end, error] = std::from_chars(number.data(), number.data() + number.size(), channel);
+        if (error != std::errc{} || end != number.data() + number.size() || channel < 1)
+            throw Failure{"--channels: numbers from 1 up with commas between them, not " + *list, 2};
+        channels.push_back(channel - 1);
+    }
+    return channels;
+}
+
+int recordByUnit(const example::CommandLine& line, const Options& options, const Source& source)
+{
+    if (options.hasMeter)
+        throw Failure{"--meter does not go together with --unit", 2};
+    const auto [frames, rate] = example::recordThroughUnit(
+        {source.device,
+         options.path,
+         options.type ? *options.type : example::typeFromExtension(options.path),
+         {.sampleRate = options.rate, .channels = {}, .bits = options.bits, .isFloat = options.isFloat},
+         channelsFrom(line.text("--channels")),
+         options.seconds,
+         source.frames});
+    example::printAll(qmx::format("%@\t%.2f\t%qi\n", options.path, static_cast<double>(frames) / rate, frames));
+    return 0;
+}
+
 std::shared_ptr<QMXAudioRecorder> makeRecorder(const std::shared_ptr<QMXAudioDevice>& device, const Options& options)
 {
     const auto file = QMXAudioFile::initWithPath_accessMode(options.path, QMXAudioFileAccessMode::write);
@@ -238,9 +275,9 @@ std::string lossText(const QMXAudioRecorder& recorder)
 
 int record(int argumentCount, char** arguments)
 {
-    const example::CommandLine line(argumentCount, arguments,
-                                    {"--device", "--seconds", "--format", "--rate", "--bits", "--simulate"},
-                                    {"--float", "--meter", "--force"});
+    const example::CommandLine line(
+        argumentCount, arguments, {"--device", "--seconds", "--format", "--rate", "--bits", "--simulate", "--channels"},
+        {"--float", "--meter", "--force", "--unit"});
     if (line.asksForHelp()) {
         example::printAll(help);
         return 0;
@@ -249,6 +286,8 @@ int record(int argumentCount, char** arguments)
     example::catchInterrupts([]() noexcept { qmx::RunLoop::main().stop(); });
     const auto simulated = line.text("--simulate");
     const Source source = simulated ? simulatedSource(*simulated) : sourceNamed(line.text("--device"));
+    if (line.has("--unit"))
+        return recordByUnit(line, options, source);
     const auto recorder = makeRecorder(source.device, options);
     recordToTheEnd(*recorder, source, options);
     std::string failure = recorder->lastError();

@@ -122,7 +122,7 @@ AudioFileTypeID typeFromExtension(const std::string& path)
     const auto* const found =
         std::ranges::find(types, lowered(std::filesystem::path(path).extension()), &TypeFacts::extension);
     if (found == types.end())
-        throw Failure{path + ": its extension names no type (--type does)", usageError};
+        throw Failure{path + ": its extension names no type", usageError};
     return found->type;
 }
 

@@ -2,6 +2,7 @@
 #include "Devices/QMXVUMeterDataProvider.h"
 
 #include "Devices/QMXVUMeterData.h"
+#include "support/PlayAndRecord.h"
 #include "support/VirtualDevices.h"
 
 #include <gmock/gmock.h>
@@ -10,12 +11,9 @@ namespace
 {
 
 /// A device whose input repeats some samples, and what its meter posts.
-class Meter : public testing::Test
+class Meter : public qmx::test::PlayAndRecord
 {
 protected:
-    Meter() { hardware.reset(); }
-    ~Meter() override { hardware.reset(); }
-
     std::shared_ptr<QMXAudioDevice> device(UInt32 channels, std::vector<Float32> samples)
     {
         const auto id = hardware.addDevice(qmx::VirtualHardware::standardDevice("meter", "Meter", channels, 0));
@@ -29,19 +27,12 @@ protected:
         for (UInt32 i = 0; i < count; ++i) {
             levels.reset();
             EXPECT_TRUE(hardware.advanceCycles(of.deviceID()));
-            drain();
+            posted();
             published.push_back(levels ? levels->floatValueForChannel(1) : -1);
         }
         return published;
     }
-    void drain()
-    {
-        hardware.settle();
-        while (qmx::RunLoop::main().runOnce())
-            continue;
-    }
 
-    qmx::VirtualHardware& hardware = qmx::VirtualHardware::shared();
     std::shared_ptr<QMXVUMeterData> levels;
     std::vector<std::string> events;
 
@@ -69,7 +60,7 @@ TEST_F(Meter, PublishesTheLargestPositiveSamplesOfEveryNthCycle)
     EXPECT_THAT(cycles(*input, 2), testing::ElementsAre(0.75F, 0.75F));
     meter->stop();
     EXPECT_FALSE(input->isRunning());
-    drain();
+    posted();
     EXPECT_THAT(events, testing::ElementsAre(QMXVUMeterDataProviderDidStartNotification,
                                              QMXVUMeterDataProviderDidStopNotification));
 }

@@ -7,7 +7,7 @@
 #include "Formats/QMXAudioStreamBasicDescription.h"
 #include "Foundation/RealTime.h"
 #include "support/CapturedLog.h"
-#include "support/MemoryDisk.h"
+#include "support/PlayAndRecord.h"
 #include "support/RecordedSamples.h"
 #include "support/VirtualDevices.h"
 
@@ -23,7 +23,6 @@ using testing::ElementsAre;
 using Reason = QMXAudioRecordingLoss::Reason;
 
 constexpr UInt32 cycle = 441; // frames: buffers are switched within cycles
-constexpr const char* path = "/d/take.aif";
 
 /// The n-th sample of a count that repeats after 65536, exact in every format.
 Float32 counted(UInt64 n)
@@ -32,12 +31,9 @@ Float32 counted(UInt64 n)
 }
 
 /// A recorder on a device whose input counts its samples, and a disk in memory.
-class Recorder : public testing::Test
+class Recorder : public qmx::test::PlayAndRecord
 {
 protected:
-    Recorder() { hardware.reset(); }
-    ~Recorder() override { hardware.reset(); }
-
     void make(UInt32 channelCount, UInt32 bits = 16, bool isFloat = false)
     {
         channels = channelCount;
@@ -102,6 +98,23 @@ protected:
         recorder->audioIOHandler_inNow_inInputData_inInputTime_outOutputData_inOutputTime_inClientData(
             device, nullptr, &list, &time, nullptr, nullptr, device);
     }
+    /// The same, and waits until what is full is saved.
+    void save(UInt32 frames)
+    {
+        feed(frames);
+        hardware.settle();
+    }
+    /// Fills a buffer whose write waits in the disk.
+    void stall()
+    {
+        disk.setStalled(true);
+        feed(bufferFrames(), 0);
+        disk.waitForStalledWrite();
+    }
+    void changeRate()
+    {
+        EXPECT_EQ(noErr, hardware.change(id, [](auto& d) { d.nominalSampleRate = 48000; }));
+    }
     /// Expects these ranges of the count's frames in the file, one after the other, and nothing else.
     void expectInFile(const std::vector<std::pair<UInt64, UInt64>>& ranges) const
     {
@@ -125,15 +138,12 @@ protected:
     }
     std::vector<std::string> news()
     {
-        hardware.settle();
-        while (qmx::RunLoop::main().runOnce())
-            continue;
+        posted();
         return std::exchange(news_, {});
     }
 
-    qmx::VirtualHardware& hardware = qmx::VirtualHardware::shared();
+    static constexpr const char* path = "/d/take.aif";
     qmx::test::CapturedLog log;
-    qmx::test::MemoryDisk disk;
     AudioDeviceID id = 0;
     UInt32 channels = 2;
     std::shared_ptr<QMXAudioRecorder> recorder;
@@ -223,23 +233,24 @@ TEST_F(Recorder, NormalisesACopyOfTheFormatAndRecordsWithoutAPath)
     EXPECT_FALSE(QMXAudioRecorder::initWithAudioDevice_filePath(recorder->inputDevice(), std::nullopt));
 }
 
-TEST_F(Recorder, ADiskThatStallsCostsTheBuffersThatAreOvertakenAndNoOthers)
+TEST_F(Recorder, ADiskThatStallsCostsTheBuffersThatAreOvertakenAndALossInsideThemIsWhereTheyAreInTheFile)
 {
     make(2);
     const UInt32 full = bufferFrames();
     EXPECT_TRUE(recorder->record());
-    disk.setStalled(true);
-    feed(full);
-    disk.waitForStalledWrite();
-    for (const UInt32 frames : {full + 100, full - 100, 70U})
-        feed(frames);
+    stall();
+    feed(100, full);
+    feed(full, full + 150);
+    feed(full - 100, 2 * full + 150);
+    feed(70, 3 * full + 50);
     disk.setStalled(false);
     EXPECT_TRUE(recorder->stop());
     expectInFile({{0, full}, {2 * full, 3 * full}});
     EXPECT_EQ(recorder->overruns(), 1U);
-    EXPECT_EQ(recorder->droppedFrames(), full + 70);
-    EXPECT_THAT(losses(), ElementsAre(Loss(Reason::overrun, full, full, full),
-                                      Loss(Reason::partialBuffer, 3 * full, 70, 2 * full)));
+    EXPECT_EQ(recorder->droppedFrames(), full + 50 + 70);
+    EXPECT_THAT(losses(),
+                ElementsAre(Loss(Reason::overrun, full, full, full), Loss(Reason::timeGap, full + 100, 50, full),
+                            Loss(Reason::partialBuffer, 3 * full, 70, 2 * full)));
 }
 
 TEST_F(Recorder, SpareBuffersWaitForADiskThatStalls)
@@ -250,9 +261,7 @@ TEST_F(Recorder, SpareBuffersWaitForADiskThatStalls)
     EXPECT_TRUE(recorder->setSpareRawBuffers(3));
     recorder->setWritesPartialBufferAtStop(true);
     EXPECT_TRUE(recorder->record());
-    disk.setStalled(true);
-    feed(bufferFrames());
-    disk.waitForStalledWrite();
+    stall();
     feed(4 * bufferFrames() + 70);
     disk.setStalled(false);
     EXPECT_TRUE(recorder->stop());
@@ -264,22 +273,18 @@ TEST_F(Recorder, AFullDiskCostsWhatDoesNotFitAndAFailingWriteItsBuffer)
 {
     make(2, 24);
     const UInt32 full = bufferFrames(), fitting = 100;
-    const auto feedAndSave = [&](UInt32 frames) {
-        feed(frames);
-        hardware.settle();
-    };
     recorder->setWritesPartialBufferAtStop(true);
     EXPECT_TRUE(recorder->record());
-    feedAndSave(full);
+    save(full);
     disk.setCapacity(disk.contents(path).size() + std::size_t{6} * fitting + 5);
-    feedAndSave(full);
-    feedAndSave(full);
+    save(full);
+    save(full);
     EXPECT_EQ(recorder->lastError(), "/d/take.aif could not be written: the disk is full");
     EXPECT_EQ(recorder->droppedFrames(), 2 * full - fitting);
     disk.setCapacity(SIZE_MAX);
-    feedAndSave(full);
+    save(full);
     disk.failChange(1, EIO);
-    feedAndSave(full);
+    save(full);
     EXPECT_EQ(recorder->lastStatus(), ioErr);
     feed(7);
     EXPECT_TRUE(recorder->stop());
@@ -295,8 +300,7 @@ TEST_F(Recorder, AKillLeavesAFileWithAllThatWasWrittenBeforeTheLastBuffer)
     make(2);
     EXPECT_TRUE(recorder->record());
     const auto atStart = disk.changesMade();
-    feed(bufferFrames());
-    hardware.settle();
+    save(bufferFrames());
     const auto changesOfABuffer = disk.changesMade() - atStart;
     ASSERT_GT(changesOfABuffer, 0U);
     for (std::size_t n = 1; n <= changesOfABuffer; ++n) {
@@ -324,7 +328,7 @@ TEST_F(Recorder, LossOfTheDeviceGapsAndChangesOfItsRateAreNotedAndLeaveAWholeFil
     EXPECT_TRUE(hardware.advanceCycles(id, 10));
     EXPECT_EQ(noErr, hardware.jumpSampleTime(id, 1000));
     EXPECT_TRUE(hardware.advanceCycles(id, 10));
-    EXPECT_EQ(noErr, hardware.change(id, [](auto& d) { d.nominalSampleRate = 48000; }));
+    changeRate();
     news();
     EXPECT_TRUE(hardware.advanceCycles(id, 10));
     EXPECT_EQ(noErr, hardware.removeDevice(id));
@@ -338,7 +342,7 @@ TEST_F(Recorder, LossOfTheDeviceGapsAndChangesOfItsRateAreNotedAndLeaveAWholeFil
 TEST_F(Recorder, AFormatThatTheDeviceChangedBeforeIsNotedOrRefusedUnlessTheRecorderWasTold)
 {
     make(2);
-    EXPECT_EQ(noErr, hardware.change(id, [](auto& d) { d.nominalSampleRate = 48000; }));
+    changeRate();
     EXPECT_TRUE(recorder->record());
     EXPECT_THAT(losses(), ElementsAre(Loss(Reason::rateChange, 0, 0, 0)));
     EXPECT_TRUE(recorder->stop());
@@ -391,22 +395,30 @@ TEST_F(Recorder, ConvertsToTheFormatOfTheFileThatIsOpen)
     }
 }
 
-TEST_F(Recorder, AFormatThatIsSetLaterDoesNotReachAFileThatWasGiven)
+TEST_F(Recorder, AFormatThatIsSetLaterDoesNotReachAFileThatWasGivenAndWAVEIsLittleEndianUnlessItWasOpened)
 {
+    for (const auto& [type, wasOpen, fourth] : {std::tuple(kAudioFileAIFFType, false, 'M'),
+                                                {kAudioFileWAVEType, false, 'F'},
+                                                {kAudioFileWAVEType, true, 'X'}}) {
+        make(2);
+        const auto file = fileOf(bigEndian(2, 16), type);
+        recorder = QMXAudioRecorder::initWithAudioDevice_audioFile(recorder->inputDevice(), file);
+        file->setFileType(type);
+        if (wasOpen) {
+            EXPECT_TRUE(file->open());
+        }
+        setFileFormat(qmx::packedPhysicalFormat(44100, 2, 24));
+        take();
+        EXPECT_EQ(disk.contents(path)[3], fourth);
+        expectInFile({{0, recorder->lengthInFrames()}});
+        disk.remove(path);
+    }
+
+    const auto stereo = recorder->inputDevice();
     make(1);
     const auto mono = recorder->inputDevice();
-    make(2);
-    const auto stereo = recorder->inputDevice();
-    recorder = QMXAudioRecorder::initWithAudioDevice_audioFile(stereo, fileOf(bigEndian(2, 16), kAudioFileAIFFType));
-    setFileFormat(qmx::packedPhysicalFormat(44100, 2, 24));
-    take();
-    expectInFile({{0, recorder->lengthInFrames()}});
-
-    disk.remove(path);
     recorder = QMXAudioRecorder::initWithAudioDevice_audioFile(stereo, fileOf(bigEndian(2, 16), kAudioFileAIFFType));
     recorder->setInputDevice(mono);
-    channels = 1;
-    id = mono->deviceID();
     take();
     const auto samples = qmx::test::recordedSamples(path);
     ASSERT_EQ(samples.size(), std::size_t{2} * recorder->lengthInFrames());
@@ -438,8 +450,7 @@ TEST_F(Recorder, WhatCannotBeConvertedIsLostInsteadOfWrittenAsItIs)
     make(2);
     recorder->setEventMask(2);
     EXPECT_TRUE(recorder->record());
-    feed(bufferFrames());
-    hardware.settle();
+    save(bufferFrames());
     auto unknown = *recorder->inputDeviceStreamFormat()->audioStreamBasicDescription();
     unknown.mFormatID = 0;
     recorder->setDeviceStreamFormat(QMXAudioStreamBasicDescription::initWithAudioStreamBasicDescription(&unknown));
@@ -449,23 +460,6 @@ TEST_F(Recorder, WhatCannotBeConvertedIsLostInsteadOfWrittenAsItIs)
     EXPECT_THAT(losses(), ElementsAre(Loss(Reason::conversion, bufferFrames(), bufferFrames(), bufferFrames())));
     EXPECT_EQ(recorder->lastStatus(), kAudioConverterErr_FormatNotSupported);
     EXPECT_THAT(news(), ElementsAre("Failed", "Stopped"));
-}
-
-TEST_F(Recorder, WAVEIsLittleEndianUnlessTheFileWasOpenedBefore)
-{
-    for (const bool wasOpen : {false, true}) {
-        make(2);
-        const auto file = fileOf(bigEndian(2, 16), kAudioFileWAVEType);
-        recorder = QMXAudioRecorder::initWithAudioDevice_audioFile(recorder->inputDevice(), file);
-        file->setFileType(kAudioFileWAVEType);
-        if (wasOpen) {
-            EXPECT_TRUE(file->open());
-        }
-        take();
-        EXPECT_EQ(disk.contents(path)[3], wasOpen ? 'X' : 'F');
-        expectInFile({{0, recorder->lengthInFrames()}});
-        disk.remove(path);
-    }
 }
 
 TEST_F(Recorder, ATargetThatCannotBeMadeIsToldOnce)
@@ -515,24 +509,6 @@ TEST_F(Recorder, ADeviceThatDoesNotStartOrIsGoneIsToldOnceAndLetsTheRecorderGo)
         }
 }
 
-TEST_F(Recorder, ALossInsideALostRangeIsWhereThatRangeIsInTheFile)
-{
-    make(2);
-    const UInt32 full = bufferFrames();
-    EXPECT_TRUE(recorder->record());
-    disk.setStalled(true);
-    feed(full, 0);
-    disk.waitForStalledWrite();
-    feed(100, full);
-    feed(full - 100, full + 150);
-    feed(full, 2 * full + 50);
-    disk.setStalled(false);
-    EXPECT_TRUE(recorder->stop());
-    EXPECT_THAT(losses(),
-                ElementsAre(Loss(Reason::overrun, full, full, full), Loss(Reason::timeGap, full + 100, 50, full)));
-    expectInFile({{0, full}, {2 * full, 3 * full}});
-}
-
 TEST_F(Recorder, CountsWhatTheRateConversionHoldsAtTheStop)
 {
     for (const bool changesRate : {false, true})
@@ -541,11 +517,9 @@ TEST_F(Recorder, CountsWhatTheRateConversionHoldsAtTheStop)
             setFileFormat(qmx::packedPhysicalFormat(48000, 2, 32, true));
             recorder->setWritesPartialBufferAtStop(isDiskFull);
             EXPECT_TRUE(recorder->record());
-            feed(bufferFrames());
-            hardware.settle();
-            if (changesRate) {
-                EXPECT_EQ(noErr, hardware.change(id, [](auto& d) { d.nominalSampleRate = 48000; }));
-            }
+            save(bufferFrames());
+            if (changesRate)
+                changeRate();
             news();
             if (isDiskFull)
                 disk.setCapacity(disk.contents(path).size());
@@ -569,9 +543,8 @@ TEST_F(Recorder, ARateThatTheRecorderIsToldOfKeepsWhatTheConversionHeld)
     make(2);
     setFileFormat(qmx::packedPhysicalFormat(48000, 2, 32, true));
     EXPECT_TRUE(recorder->record());
-    feed(bufferFrames());
-    hardware.settle();
-    EXPECT_EQ(noErr, hardware.change(id, [](auto& d) { d.nominalSampleRate = 48000; }));
+    save(bufferFrames());
+    changeRate();
     recorder->setDeviceStreamFormat(recorder->inputDevice()->actualStreamFormat_isInput(0, true));
     feed(bufferFrames());
     EXPECT_TRUE(recorder->stop());

@@ -3,8 +3,8 @@
 
 #include "FileRelated/QMXAudioFile.h"
 #include "Formats/QMXAudioStreamBasicDescription.h"
-#include "Processing/QMXAudioConverter.h"
 #include "Tracks/QMXAudioTrackInfo.h"
+#include "platform/AudioToolbox/ExtAudioFileHelpers.h"
 #include "support/CapturedLog.h"
 #include "support/MemoryDisk.h"
 
@@ -18,40 +18,22 @@ namespace
 {
 
 using Definer = QMXAudioTrackAutoDefiner;
+using qmx::test::linear;
 using testing::ElementsAre;
 using Bounds = std::pair<SInt64, SInt64>;
 
 constexpr std::size_t framesPerBlock = 8820;
 const std::string path = "/d/recording";
 
-AudioStreamBasicDescription pcm(AudioFormatFlags flags, UInt32 bits, UInt32 channels)
-{
-    const UInt32 frame = bits / 8 * channels;
-    return {44100, kAudioFormatLinearPCM, flags, frame, 1, frame, channels, bits, 0};
-}
-const auto bigEndianStereo = pcm(14, 16, 2);
-
 /// Writes a recording of blocks: '#' a loud tone, '.' a soft one.
-void record(const std::string& blocks, const AudioStreamBasicDescription& format = bigEndianStereo)
+void record(const std::string& blocks, const AudioStreamBasicDescription& format = linear(14, 16, 2))
 {
-    std::vector<SInt16> tone(blocks.size() * framesPerBlock);
-    for (std::size_t frame = 0; frame < tone.size(); ++frame) {
-        const int amplitude = blocks[frame / framesPerBlock] == '#' ? 8000 : 300;
-        tone[frame] = static_cast<SInt16>(frame / 20 % 2 == 0 ? amplitude : -amplitude);
+    std::vector<float> tone;
+    for (std::size_t frame = 0; frame < blocks.size() * framesPerBlock; ++frame) {
+        const float amplitude = blocks[frame / framesPerBlock] == '#' ? 8000 : 300;
+        tone.insert(tone.end(), format.mChannelsPerFrame, (frame / 20 % 2 == 0 ? amplitude : -amplitude) / 32768);
     }
-    const auto target = std::make_shared<QMXAudioStreamBasicDescription>(format);
-    const auto converter = QMXAudioConverter::initWithSourceFormat_destinationFormat(
-        std::make_shared<QMXAudioStreamBasicDescription>(pcm(12, 16, 1)), target);
-    const auto toneBytes = static_cast<UInt32>(tone.size() * sizeof(SInt16));
-    std::vector<Byte> audio(converter->calculateOutputBufferSize(toneBytes));
-    auto length = static_cast<UInt32>(audio.size());
-    EXPECT_EQ(converter->convertBuffer_inputBufferSize_outputBuffer_outputBufferSize(
-                  reinterpret_cast<const Byte*>(tone.data()), toneBytes, audio.data(), &length),
-              noErr);
-    const auto file = QMXAudioFile::initWithPath_accessMode(path, QMXAudioFileAccessMode::write);
-    EXPECT_TRUE(file->setFileStreamFormat(*target));
-    file->setFileType(kAudioFileAIFCType);
-    ASSERT_TRUE(file->create() && file->write_length(audio.data(), &length) && file->close());
+    qmx::test::writeMusic(path, kAudioFileAIFCType, format, tone);
 }
 
 const std::string twoSongs = std::string(20, '#') + std::string(15, '.') + std::string(20, '#');
@@ -77,6 +59,10 @@ private:
 class AutoDefiner : public testing::Test
 {
 protected:
+    static void expectTwoSongs(const Definer::Tracks& tracks)
+    {
+        EXPECT_THAT(boundsOf(tracks), ElementsAre(Bounds{0, twoSongsBound}, Bounds{twoSongsBound, twoSongsLength}));
+    }
     ~AutoDefiner() override
     {
         Definer::setDelegate(nullptr);
@@ -114,7 +100,7 @@ TEST_F(AutoDefiner, SplitsTwoSongsMidwayInTheSilence)
     const auto listener = listen();
     const auto tracks = Definer::autoDefineTracksInFile(path);
     ASSERT_TRUE(tracks);
-    EXPECT_THAT(boundsOf(tracks), ElementsAre(Bounds{0, twoSongsBound}, Bounds{twoSongsBound, twoSongsLength}));
+    expectTwoSongs(tracks);
     EXPECT_EQ(tracks->at(0)->trackTitle(), "Untitled Track 0");
     EXPECT_EQ(tracks->at(1)->trackTitle(), "Untitled Track 2");
     EXPECT_FALSE(tracks->at(1)->isActive());
@@ -129,17 +115,18 @@ TEST_F(AutoDefiner, SplitsTwoSongsMidwayInTheSilence)
 TEST_F(AutoDefiner, FindsTheSameBoundsInEverySampling)
 {
     Definer::setConvertsFilesOfOtherChannelCounts(true);
-    for (const auto& format : {pcm(12, 16, 2), pcm(14, 16, 1), pcm(14, 16, 3), pcm(14, 24, 1), pcm(11, 32, 2)}) {
+    for (const auto& format :
+         {linear(12, 16, 2), linear(14, 16, 1), linear(14, 16, 3), linear(14, 24, 1), linear(11, 32, 2)}) {
+        SCOPED_TRACE(QMXAudioStreamBasicDescription(format).description());
         record(twoSongs, format);
-        EXPECT_THAT(boundsOf(Definer::autoDefineTracksInFile(path)),
-                    ElementsAre(Bounds{0, twoSongsBound}, Bounds{twoSongsBound, twoSongsLength}))
-            << QMXAudioStreamBasicDescription(format).description();
+        expectTwoSongs(Definer::autoDefineTracksInFile(path));
+        disk.remove(path);
     }
 }
 
 TEST_F(AutoDefiner, SixteenBitMonoIsTakenAsStereoUnlessConverted)
 {
-    record(twoSongs, pcm(14, 16, 1));
+    record(twoSongs, linear(14, 16, 1));
     ASSERT_FALSE(Definer::convertsFilesOfOtherChannelCounts());
     // each block holds the frames of two: quiet from block 10 up to 18; what follows the data counts as quiet too
     EXPECT_THAT(boundsOf(Definer::autoDefineTracksInFile(path)),
@@ -216,8 +203,7 @@ TEST_F(AutoDefiner, AFailedReadEndsTheReadingAndCountsTheBlockAgain)
         if (reports == 36) // one loud block of the second song was read
             disk.failReads(EIO);
     });
-    const auto tracks = Definer::autoDefineTracksInFile_lengthOfSilence(path, 400);
-    EXPECT_THAT(boundsOf(tracks), ElementsAre(Bounds{0, twoSongsBound}, Bounds{twoSongsBound, twoSongsLength}));
+    expectTwoSongs(Definer::autoDefineTracksInFile_lengthOfSilence(path, 400));
     EXPECT_EQ(listener->reports.size(), 37U + 55U + 1U);
     EXPECT_EQ(Definer::lastStatus(), ioErr);
     EXPECT_EQ(Definer::lastError(), path + " cannot be read to its end: input/output error");

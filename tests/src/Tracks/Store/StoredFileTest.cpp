@@ -1,11 +1,9 @@
 // SPDX-License-Identifier: MIT
 // Recording, storing and reading in one file at once, by threads and by processes: afterwards all audio is there, and
 // one whole record. Every round is another interleaving; --gtest_repeat makes more of them.
-#include "FileRelated/QMXAudioFile.h"
 #include "Tracks/Store/QMXAIFFUtility.h"
-#include "Tracks/Store/QMXAudioTrackInfoReaderWriterFactory.h"
 #include "platform/AudioToolbox/AudioFileHelpers.h"
-#include "support/CapturedLog.h"
+#include "src/Tracks/Store/TrackStores.h"
 #include "support/TemporaryFolder.h"
 
 #include <atomic>
@@ -19,23 +17,18 @@ using namespace qmx::test;
 namespace
 {
 
-using Factory = QMXAudioTrackInfoReaderWriterFactory;
 using Random = std::minstd_rand;
 
-/// Stores `tracks` tracks, each titled with that number; long enough that a half-written chunk shows.
+/// Stores `tracks` tracks, all titled with that number; long enough that a half-written chunk shows.
 void store(const std::string& path, int tracks)
 {
-    const auto writer = Factory::writerWithAudioFilePath(path);
-    for (int i = 0; i < tracks; ++i)
-        writer->addTrackInfo(QMXAudioTrackInfo::initWithTrackTitle_trackBegin_trackEnd_isActive(
-            std::to_string(tracks) + std::string(2000, 'x') + std::to_string(i), 0, 1, true));
-    writer->write();
+    aiff::store(aiff::record(tracks, std::to_string(tracks) + std::string(2000, 'x')), path);
 }
 
 /// How many tracks the file's record holds; -1 without one, and if they are not those of one store.
 int tracksIn(const std::string& path)
 {
-    const auto record = Factory::readerWithAudioFilePath(path)->read();
+    const auto record = aiff::Factory::readerWithAudioFilePath(path)->read();
     if (!record || !record->trackInfos())
         return -1;
     const auto count = static_cast<int>(record->trackInfos()->size());

@@ -3,9 +3,8 @@
 // second, and compares the count of frames with the clock: soak-capture FRAMES SECONDS. Frames may be lost, but never
 // silently: it fails unless the frames seen and the gaps in the sample times add up to the clock's count. When the
 // cycle or the rate changes, the server's clock jumps by itself; that is counted separately.
+#include "AwaitedDevice.h"
 #include "CoreAudio/AudioHardware.h"
-#include "Devices/QMXAudioDevice.h"
-#include "Foundation/MainThread/RunLoop.h"
 #include "support/SoundServer.h"
 
 #include <algorithm>
@@ -117,14 +116,10 @@ int main(int argumentCount, char** arguments)
     if (qmx::setAudioBackend(qmx::AudioBackend::pipeWire) != noErr)
         return 2;
     server.start();
-    AudioDeviceID id = kAudioDeviceUnknown;
-    for (int tries = 0; tries < 300 && id == kAudioDeviceUnknown; ++tries) {
-        qmx::RunLoop::main().runFor(0.1);
-        const auto device = QMXAudioDevice::deviceWithDeviceUID("test-sink.monitor");
-        id = device ? device->deviceID() : kAudioDeviceUnknown;
-    }
-    if (id == kAudioDeviceUnknown)
+    const auto device = awaitedDevice("test-sink.monitor");
+    if (!device)
         return 2;
+    const AudioDeviceID id = device->deviceID();
     Capture capture;
     capture.cycles.reserve(static_cast<std::size_t>(seconds + 60) * 48000 / 32);
     if (AudioDeviceSetProperty(id, nullptr, 0, true, kAudioDevicePropertyBufferFrameSize, sizeof frames, &frames) ||
