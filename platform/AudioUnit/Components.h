@@ -35,6 +35,6 @@ QMX_EXPORT UInt32 CountComponents(const ComponentDescription* looking);
 [[nodiscard]] QMX_EXPORT OSErr OpenAComponent(Component component, ComponentInstance* instance);
 /// The same; null on failure.
 QMX_EXPORT ComponentInstance OpenComponent(Component component);
-/// Ends an instance's work, waits for the cycle and the listener's call in flight, and frees it. Inside a callback, also
-/// on I/O threads, it stops an output unit and waits for nothing; another thread frees the instance soon.
+/// Ends an instance's work, waits for the cycle and the listener's call in flight, and frees it. Inside a callback,
+/// also on I/O threads, it stops an output unit and waits for nothing; another thread frees the instance soon.
 [[nodiscard]] QMX_EXPORT OSErr CloseComponent(ComponentInstance instance);
