@@ -9,6 +9,7 @@
 #include "Formats/LastFailure.h"
 #include "Formats/QMXAudioBufferList.h"
 #include "Formats/QMXAudioStreamBasicDescription.h"
+#include "Formats/StepStatus.h"
 #include "Foundation/MainThread/NotificationCenter.h"
 #include "Foundation/Memory.h"
 #include "Foundation/RealTime.h"
@@ -35,6 +36,8 @@ const UInt32 MAX_FRAMES_PER_SLICE_IN_PLAYER = 4096;
 namespace
 {
 
+using qmx::keepLast;
+
 constexpr qmx::FailureLine report("QMXAUAudioPlayer", "coreaudio_aac/src/QMXAUAudioPlayer");
 
 /// Bits of the event mask.
@@ -49,6 +52,7 @@ constexpr ComponentDescription defaultOutput{kAudioUnitType_Output, kAudioUnitSu
                                              kAudioUnitManufacturer_Apple};
 
 constexpr const char* cannotOpen = "could not be opened";
+constexpr const char* cannotPlay = "could not be prepared for playing";
 
 struct Processor {
     std::shared_ptr<QMXAudioProcessor> processor;
@@ -410,19 +414,6 @@ std::string QMXAUAudioPlayer::Implementation::deviceName() const
 {
     return mOutputDevice ? mOutputDevice->name().value_or("The device") : "The device";
 }
-
-namespace
-{
-
-constexpr const char* cannotPlay = "could not be prepared for playing";
-
-void keepLast(OSStatus& status, OSStatus next)
-{
-    if (next != noErr)
-        status = next;
-}
-
-} // namespace
 
 OSStatus QMXAUAudioPlayer::Implementation::makeGraph()
 {

@@ -11,6 +11,7 @@
 #include "Formats/OwnedBufferList.h"
 #include "Formats/QMXAudioStreamBasicDescription.h"
 #include "Formats/QMXAudioValueRange.h"
+#include "Formats/StepStatus.h"
 #include "Foundation/MainThread/NotificationCenter.h"
 #include "Foundation/Memory.h"
 #include "Foundation/RealTime.h"
@@ -31,6 +32,8 @@
 
 namespace
 {
+
+using qmx::keepLast;
 
 // intended: the title is the player's
 constexpr qmx::FailureLine report("QMXAUAudioPlayer", "coreaudio_aac/src/Recording/QMXAUAudioRecorder");
@@ -68,12 +71,6 @@ std::vector<SInt32> firstChannels(UInt32 captured, UInt32 recorded)
     for (UInt32 channel = 0; channel < std::min(captured, recorded); ++channel)
         map[channel] = static_cast<SInt32>(channel);
     return map;
-}
-
-void keepLast(OSStatus& status, OSStatus next)
-{
-    if (next != noErr)
-        status = next;
 }
 
 } // namespace

@@ -46,7 +46,7 @@ public:
     /// Frames that are captured later than `capturedUntil`, a host time, come with what was lost since then. One call
     /// at a time, and not inside callbacks.
     OSStatus start(const UsedDevice& device, std::shared_ptr<CycleClient> client, UInt32 maximumFrames,
-                   std::optional<UInt64> capturedUntil = std::nullopt);
+                   std::optional<UInt64> capturedUntil);
     /// Starts no further cycle. Any thread; waits for the cycle in flight, except on real-time threads and inside
     /// callbacks, where it takes no lock.
     void stop() noexcept;

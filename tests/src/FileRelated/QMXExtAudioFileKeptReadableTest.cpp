@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Recordings that are kept readable while they are written: killed, and closed.
+// Recordings that are kept readable while they are written.
 #include "FileRelated/QMXExtAudioFile.h"
 #include "Foundation/RealTime.h"
 #include "support/FileWork.h"
