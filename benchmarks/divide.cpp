@@ -1,9 +1,11 @@
 // SPDX-License-Identifier: MIT
-// Compares counting the crossings of one block with copying it.
+// Compares counting the crossings of one block, and taking the levels of its bands, with copying it.
+#include "Tracks/BandLevels.h"
 #include "Tracks/SilenceAnalysis.h"
 
 #include <benchmark/benchmark.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <random>
@@ -40,6 +42,21 @@ void countBlock(benchmark::State& state)
     state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations()) * bytes);
 }
 
+/// The levels of the bands that the search by noise floor looks at; bytes are those of 16-bit samples here, too.
+void takeLevels(benchmark::State& state)
+{
+    const auto channels = static_cast<UInt32>(state.range(0));
+    const auto block = musicBlock(channels);
+    std::vector<float> samples(block.size());
+    std::ranges::transform(block, samples.begin(), [](SInt16 sample) { return static_cast<float>(sample) / 32768; });
+    qmx::BandLevels levels(44100, channels, 0);
+    for (auto _ : state)
+        levels.add(samples);
+    benchmark::DoNotOptimize(levels.steps().data());
+    state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations()) *
+                            static_cast<std::int64_t>(block.size() * sizeof(SInt16)));
+}
+
 void copyBlock(benchmark::State& state)
 {
     const auto samples = musicBlock(2);
@@ -54,6 +71,7 @@ void copyBlock(benchmark::State& state)
 }
 
 BENCHMARK(countBlock)->Arg(1)->Arg(2)->Arg(3)->Arg(4)->Arg(8)->ArgName("channels");
+BENCHMARK(takeLevels)->Arg(1)->Arg(2)->Arg(6)->ArgName("channels");
 BENCHMARK(copyBlock);
 
 } // namespace

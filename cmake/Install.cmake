@@ -4,6 +4,11 @@ include(CMakePackageConfigHelpers)
 set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/QMXCoreAudio)
 install(TARGETS QMXCoreAudio EXPORT QMXCoreAudioTargets
         FILE_SET HEADERS DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/QMXCoreAudio)
+if(BUILD_SHARED_LIBS)
+    foreach(module ${QMX_MODULES})
+        install(TARGETS ${module} LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}/qmxcoreaudio)
+    endforeach()
+endif()
 install(EXPORT QMXCoreAudioTargets NAMESPACE QMXCoreAudio:: DESTINATION ${package_dir})
 
 configure_package_config_file(${CMAKE_CURRENT_LIST_DIR}/QMXCoreAudioConfig.cmake.in
@@ -18,15 +23,16 @@ install(FILES ${PROJECT_BINARY_DIR}/QMXCoreAudioConfig.cmake ${PROJECT_BINARY_DI
 file(RELATIVE_PATH QMX_PC_PREFIX ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMAKE_INSTALL_PREFIX})
 file(RELATIVE_PATH QMX_PC_LIBDIR ${CMAKE_INSTALL_PREFIX} ${CMAKE_INSTALL_FULL_LIBDIR})
 file(RELATIVE_PATH QMX_PC_INCLUDEDIR ${CMAKE_INSTALL_PREFIX} ${CMAKE_INSTALL_FULL_INCLUDEDIR})
+# A static library contains the modules.
 if(NOT BUILD_SHARED_LIBS)
     set(QMX_PC_CFLAGS " -DQMX_STATIC")
-endif()
-if(QMX_WITH_FFMPEG)
-    # listed as libraries: as requirements they would pull in everything that a static libavcodec needs
-    set(QMX_PC_CODINGS " -lavformat -lavcodec -lavutil")
-endif()
-if(QMX_WITH_PIPEWIRE)
-    set(QMX_PC_DEVICES " libpipewire-0.3")
+    if(QMX_WITH_FFMPEG)
+        # listed as libraries: as requirements they would pull in everything that a static libavcodec needs
+        set(QMX_PC_CODINGS " -lavformat -lavcodec -lavutil")
+    endif()
+    if(QMX_WITH_PIPEWIRE)
+        set(QMX_PC_DEVICES " libpipewire-0.3")
+    endif()
 endif()
 configure_file(${CMAKE_CURRENT_LIST_DIR}/QMXCoreAudio.pc.in ${PROJECT_BINARY_DIR}/QMXCoreAudio.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/QMXCoreAudio.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

@@ -24,6 +24,11 @@ set(QMX_PUBLIC_SRC_HEADERS
     Formats/QMXAudioStreamBasicDescription.h
     Formats/QMXAudioValueRange.h
     Formats/QMXFileUtils.h
+    PlayThru/AudioDevice.h
+    PlayThru/AudioDeviceList.h
+    PlayThru/AudioRingBuffer.h
+    PlayThru/ComplexPlayThru.h
+    PlayThru/PlayThru.h
     Playback/QMXAUAudioPlayer.h
     Processing/QMXAudioConverter.h
     Processing/QMXAudioProcessor.h
@@ -34,6 +39,7 @@ set(QMX_PUBLIC_SRC_HEADERS
     Recording/QMXAUAudioRecorder.h
     Recording/QMXAudioRecorder.h
     Recording/QMXAudioRecordingLoss.h
+    Tracks/QMXAudioPause.h
     Tracks/QMXAudioProcessingRangeInfo.h
     Tracks/QMXAudioTrackAutoDefiner.h
     Tracks/QMXAudioTrackInfo.h
@@ -91,6 +97,7 @@ set(QMX_PUBLIC_PLATFORM_HEADERS
     Foundation/MainThread/RealTimeNotification.h
     Foundation/MainThread/RunLoop.h
     Foundation/MainThread/Timer.h
+    Foundation/Modules.h
     Foundation/Object.h
     Foundation/RealTime.h
     Foundation/Text/CFString.h

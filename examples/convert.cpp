@@ -3,6 +3,7 @@
 #include "FileRelated/QMXAudioFileConverter.h"
 #include "FileRelated/QMXExtAudioFile.h"
 #include "Formats/QMXAudioStreamBasicDescription.h"
+#include "Foundation/Modules.h"
 #include "support/AudioTypes.h"
 #include "support/CommandLine.h"
 #include "support/Failure.h"
@@ -68,9 +69,11 @@ void checkCanBeMade(const std::string& path, AudioFileTypeID type, const AudioSt
     const auto probe = QMXExtAudioFile::initForWriting_fileType_fileFormat(path + ".probe", type, &format);
     (void)probe->open(); // lastStatus() has the first step that failed
     const OSStatus status = probe->lastStatus();
+    const std::string missing = qmx::missingModule();
     (void)probe->close(); // it is removed with its folder
     if (status == kAudioFileUnsupportedFileTypeError)
-        throw Failure{"files of type " + qmx::fourCharString(type) + " cannot be written here"};
+        throw Failure{"files of type " + qmx::fourCharString(type) + " cannot be written here" +
+                      (missing.empty() ? "" : ": " + missing)};
     if (status == kAudioFileUnsupportedDataFormatError || status == kAudioConverterErr_FormatNotSupported)
         throw Failure{"files of type " + qmx::fourCharString(type) + " do not hold such samples"};
 }

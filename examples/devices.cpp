@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 // Lists the audio devices, describes one, and reports changes.
+#include "support/Devices.h"
 #include "Devices/QMXAudioDevice.h"
 #include "Foundation/MainThread/RunLoop.h"
 #include "Foundation/Text/Format.h"
@@ -26,9 +27,6 @@ rate in Hz, and what it is the default for, with tabs between them.
 
 QMX_AUDIO_BACKEND=virtual in the environment gives simulated devices.
 )";
-
-constexpr const char* noDevices = "no audio device: the machine has none or its sound server does not run; "
-                                  "QMX_AUDIO_BACKEND=virtual gives simulated ones";
 
 std::string defaultMarks(const QMXAudioDevice& device, bool isInput)
 {
@@ -101,7 +99,7 @@ int devices(int argumentCount, char** arguments)
         throw Failure{"what is " + line.plainArguments()[0] + "? (--help tells more)", 2};
     const auto uid = line.text("--info");
     if (QMXAudioDevice::allDevicesArray().snapshot().empty())
-        throw Failure{noDevices};
+        throw example::noDevice("no audio device");
     example::printAll(uid ? report(*uid) : listOfDevices());
     if (line.has("--watch"))
         watchUntilEnter();

@@ -9,6 +9,7 @@
 #include "Playback/QMXAUAudioPlayer.h"
 #include "Tracks/QMXAudioTrackInfo.h"
 #include "support/CommandLine.h"
+#include "support/Devices.h"
 #include "support/Failure.h"
 #include "support/Interrupt.h"
 #include "support/Keys.h"
@@ -181,8 +182,7 @@ std::shared_ptr<QMXAudioDevice> deviceNamed(const std::optional<std::string>& ui
     if (!device && uid)
         throw Failure{*uid + ": no such device (the program devices lists them)"};
     if (!device)
-        throw Failure{"no output device: the machine has none or its sound server does not run; "
-                      "QMX_AUDIO_BACKEND=virtual gives simulated ones"};
+        throw example::noDevice("no output device");
     if (!device->canBeOutputDevice())
         throw Failure{device->name().value_or(*uid) + ": has no output"};
     return device;

@@ -11,6 +11,7 @@
 #include "Recording/QMXAudioRecorder.h"
 #include "support/AudioTypes.h"
 #include "support/CommandLine.h"
+#include "support/Devices.h"
 #include "support/Failure.h"
 #include "support/Interrupt.h"
 #include "support/LevelLine.h"
@@ -119,8 +120,7 @@ Source sourceNamed(const std::optional<std::string>& uid)
 {
     const auto standard = uid ? nullptr : QMXAudioDevice::defaultInputDevice();
     if (!uid && !standard)
-        throw Failure{"no input device: the machine has none or its sound server does not run; "
-                      "QMX_AUDIO_BACKEND=virtual gives simulated ones"};
+        throw example::noDevice("no input device");
     auto device =
         uid ? QMXAudioDevice::deviceWithDeviceUID(*uid) : QMXAudioDevice::deviceWithDeviceID(standard->deviceID());
     if (!device)

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Divides a recording into tracks at its silences: prints one line per track and draws the waveform if asked.
+// Divides a recording into tracks at its pauses: one line per track on standard output, a drawing where asked.
 #include "Formats/QMXAudioStreamBasicDescription.h"
 #include "Tracks/QMXAudioTrackAutoDefiner.h"
 #include "support/CommandLine.h"
@@ -25,7 +25,8 @@ using example::CommandLine;
 using example::Failure;
 
 constexpr const char* help =
-    R"(usage: split [--sensitivity N] [--silence MS] [--level N] [--tracks N] [--plot FILE.svg]
+    R"(usage: split [--search floor|crossings] [--tracks N] [--before S] [--plot FILE.svg]
+             [--sensitivity N] [--silence MS] [--level N]
              [--store [--title N=TEXT]... [--artist TEXT] [--album TEXT] [--cover IMAGE]]
              [--export DIR [--type CODE]] FILE
        split --list [--export DIR [--type CODE]] | --history | --repair | --title N=TEXT ... FILE
@@ -33,14 +34,21 @@ constexpr const char* help =
 Divides the recording FILE into tracks and prints one line for each: first frame, frame
 past the last, and title, with tabs between them.
 
-  --sensitivity N   crossings of the level that a fifth of a second must have to be loud (71)
-  --silence MS      milliseconds that a silence must last to divide tracks, in steps of 200 (1400)
-  --level N         sample value whose crossings are counted, on the scale of 16 bits (500)
-  --tracks N        make N tracks, at the quietest places, instead of looking for silences
-  --plot FILE.svg   draw the waveform with the tracks
+  --search WAY      floor: where all of the sound sinks to the noise floor, which needs no settings (default);
+                    crossings: where the samples seldom cross a level, as the next three options say
+  --tracks N        make N tracks, or as many as there are pauses for
+  --before S        by floor: start tracks S seconds before their first sound, not in the middle of the pause
+                    before it, and never before that middle
+  --plot FILE.svg   draw the waveform with the tracks, and what the search by floor saw
   --export DIR      write each track into a file of its own, named by its number and title, byte for byte
                     in the type and format of FILE; with --list, the tracks that are kept
   --type CODE       convert them to another type: AIFF, AIFC, WAVE, caff, m4af, flac, ... (see convert)
+
+The search by crossings, which each of these options asks for:
+
+  --sensitivity N   crossings of the level that a fifth of a second must have to be loud (71)
+  --silence MS      milliseconds that a silence must last to divide tracks, in steps of 200 (1400)
+  --level N         sample value whose crossings are counted, on the scale of 16 bits (500)
 
 A compressed FILE (m4a, FLAC, MP3, ...) is decoded into the folder for temporary files (TMPDIR) first, as
 16-bit samples, which go when the program ends. Its tracks are exported from FILE itself, frame for frame:
@@ -60,14 +68,31 @@ The tracks can be kept in the file itself (AIFF and AIFF-C), which leaves the au
   --repair          set the sizes in FILE right, after its writer was killed
 )";
 
+enum class Search { floor, crossings };
+
 struct Settings {
     std::string path;
+    Search search = Search::floor;
     SInt16 sensitivity = 71;
     float silence = 1400;
     SInt16 level = 500;
     SInt16 tracks = 0;
+    double before = -1; ///< seconds; negative for the middle of pauses
     std::string plotPath;
 };
+
+Search searchFrom(const CommandLine& line)
+{
+    const bool hasSettings = line.has("--sensitivity") || line.has("--silence") || line.has("--level");
+    const std::string name = line.text("--search").value_or(hasSettings ? "crossings" : "floor");
+    if (name != "floor" && name != "crossings")
+        throw Failure{"--search takes floor or crossings", 2};
+    if (name == "floor" && hasSettings)
+        throw Failure{"the search by floor takes no --sensitivity, --silence or --level", 2};
+    if (name == "crossings" && line.has("--before"))
+        throw Failure{"the search by crossings takes no --before", 2};
+    return name == "floor" ? Search::floor : Search::crossings;
+}
 
 Settings settingsFrom(const CommandLine& line)
 {
@@ -78,21 +103,26 @@ Settings settingsFrom(const CommandLine& line)
     constexpr double longestSilence = most * 200;
     Settings settings;
     settings.path = line.plainArguments()[0];
+    settings.search = searchFrom(line);
     settings.sensitivity =
         static_cast<SInt16>(line.wholeNumber("--sensitivity", 0, most).value_or(settings.sensitivity));
     settings.silence = static_cast<float>(line.number("--silence", 0, longestSilence).value_or(settings.silence));
+    settings.before = line.number("--before", 0, longestSilence).value_or(settings.before);
     settings.level = static_cast<SInt16>(line.wholeNumber("--level", -most - 1, most).value_or(settings.level));
     settings.tracks = static_cast<SInt16>(line.wholeNumber("--tracks", 1, most).value_or(settings.tracks));
     settings.plotPath = line.text("--plot").value_or("");
     return settings;
 }
 
-/// Refuses lengths that the definer's 32-bit and 16-bit counts cannot hold, before anything is read or decoded.
+/// Refuses, before anything is read or decoded, what holds nothing, and what the 32-bit and 16-bit counts of the search
+/// by crossings cannot hold.
 void checkLength(const Settings& settings, SInt64 frames, Float64 sampleRate)
 {
     constexpr SInt64 longest = std::numeric_limits<UInt32>::max() / 5;
     if (frames <= 0)
         throw Failure{settings.path + ": holds no audio"};
+    if (settings.search == Search::floor)
+        return;
     if (frames > longest)
         throw Failure{settings.path + ": longer than " + std::to_string(longest) + " frames, too long to be divided"};
     if (settings.tracks == 0)
@@ -132,9 +162,12 @@ QMXAudioTrackAutoDefiner::Tracks define(const Settings& settings, QMXAudioFile& 
 {
     using Definer = QMXAudioTrackAutoDefiner;
     Definer::setConvertsFilesOfOtherChannelCounts(true);
+    Definer::setSecondsBeforeNextTrack(settings.before);
     Definer::setDelegate(std::make_shared<Progress>());
-    auto tracks = Definer::autoDefineTracksInAudioFile_sensitivity_lengthOfSilence_zeroOffset_numberOfTracks(
-        file, settings.sensitivity, settings.silence, settings.level, settings.tracks);
+    auto tracks = settings.search == Search::floor
+                      ? Definer::autoDefineTracksByNoiseFloorInAudioFile_numberOfTracks(file, settings.tracks)
+                      : Definer::autoDefineTracksInAudioFile_sensitivity_lengthOfSilence_zeroOffset_numberOfTracks(
+                            file, settings.sensitivity, settings.silence, settings.level, settings.tracks);
     Definer::setDelegate(nullptr);
     example::endIfInterrupted();
     if (Definer::lastStatus() != noErr)
@@ -171,11 +204,13 @@ std::string plotOf(QMXAudioFile& file, const std::string& recording, const QMXAu
                     format.description();
     for (const auto& track : tracks)
         plot.tracks.push_back({static_cast<UInt64>(track->trackBegin()), static_cast<UInt64>(track->trackEnd())});
+    plot.pauses = QMXAudioTrackAutoDefiner::lastPauses();
     return drawWaveform(plot, measure(file));
 }
 
-const std::vector<std::string> options{"--sensitivity", "--silence", "--level", "--tracks", "--plot",   "--title",
-                                       "--artist",      "--album",   "--cover", "--output", "--export", "--type"};
+const std::vector<std::string> options{"--search", "--before", "--sensitivity", "--silence", "--level",
+                                       "--tracks", "--plot",   "--title",       "--artist",  "--album",
+                                       "--cover",  "--output", "--export",      "--type"};
 const std::vector<std::string> flags{"--store", "--list", "--history", "--repair", "--force"};
 
 int split(int argumentCount, char** arguments)

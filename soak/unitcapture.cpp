@@ -150,7 +150,8 @@ struct Recorded {
     /// `first` and `last` are the sound's frames when the recording was started and stopped.
     Recorded(const std::string& path, bool isLinear, SInt64 first, SInt64 last)
     {
-        constexpr UInt32 part = 1024, near = 1 << 15;
+        constexpr UInt32 part = 1024;
+        constexpr SInt64 near = 1 << 17; // a machine that has no time stalls for seconds
         const auto floats = linearFormat(32, 2, kAudioFormatFlagIsFloat, 48000);
         const auto file = QMXExtAudioFile::initForReading_clientFormat(path, &floats);
         if (file->open() != noErr)
@@ -159,7 +160,7 @@ struct Recorded {
         begin = find(nextFrames(*file, part), first - near, first + near);
         if (file->seek(frames - part) != noErr)
             return;
-        end = find(nextFrames(*file, part), last - near, last);
+        end = find(nextFrames(*file, part), last - near, last + near);
         if (end)
             *end += part;
         if (!isLinear || file->seek(0) != noErr)
@@ -190,12 +191,14 @@ int record(int seconds, bool isLinear)
     if (!sink.start() || recorder->lastStatus() != noErr)
         return 2;
 
-    // a second without a loss, in which the sound at the file's end is what the sink last played
+    // a fifth of a second of sound without a loss, after which the sound at the file's end is what the sink last played
     const auto passesWell = [&] {
         const auto losses = [&] { return ofSink.count() + ofMonitor.count() + recorder->droppedFrames(); };
+        constexpr SInt64 enough = 9600;
         const UInt64 before = losses();
-        qmx::RunLoop::main().runFor(1);
-        return losses() == before;
+        const SInt64 start = sink.next();
+        qmx::RunLoop::main().runFor(0.25);
+        return losses() == before && sink.next() - start >= enough;
     };
     while (!passesWell())
         continue;

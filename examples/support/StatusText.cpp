@@ -2,6 +2,7 @@
 #include "support/StatusText.h"
 
 #include "AudioToolbox/AudioFile.h"
+#include "Foundation/Modules.h"
 #include "Foundation/Text/Format.h"
 #include "support/Failure.h"
 
@@ -12,6 +13,10 @@ namespace example
 
 std::string statusText(OSStatus status)
 {
+    const bool isUnsupported =
+        status == kAudioFileUnsupportedFileTypeError || status == kAudioFileUnsupportedDataFormatError;
+    if (std::string missing = qmx::missingModule(); isUnsupported && !missing.empty())
+        return missing;
     switch (status) {
     case kAudioFileUnsupportedFileTypeError:
         return "not an audio file of a type that is known";

@@ -2,6 +2,7 @@
 #include "support/WaveformPlot.h"
 
 #include "Foundation/Text/Format.h"
+#include "support/LevelPanel.h"
 
 #include <algorithm>
 #include <array>
@@ -16,7 +17,10 @@ namespace
 
 // all in pixels
 constexpr double width = 1200;
-constexpr double height = 372;
+constexpr double waveformHeight = 372;
+constexpr double heightWithLevels = 500;
+constexpr double levelsTop = 384;
+constexpr double levelsBottom = 480;
 constexpr double left = 56;
 constexpr double right = left + waveformColumns;
 constexpr double bandTop = 84;
@@ -31,11 +35,15 @@ text{font-family:system-ui,"Segoe UI","Noto Sans","DejaVu Sans",sans-serif;font-
 .a{fill:#e8f1fb}.b{fill:#eef6ec}.c{fill:#fdf3e3}
 .peak{fill:#8fb8e0}.core{fill:#2e6bb0}
 .rule{stroke:#c5ccd6;stroke-width:1;fill:none}.faint{stroke:#1b2430;stroke-opacity:.09}
+.pause{fill:#d2452d}.level{stroke:#2e6bb0;fill:none}.floor{stroke:#b26a00;stroke-width:1.5;fill:none}
+.level-name{fill:#2e6bb0}.floor-name{fill:#b26a00}
 .bound{stroke:#d2452d;stroke-width:1.5}.fine{stroke-width:.7}.flag{fill:#d2452d}
 @media (prefers-color-scheme:dark){
 text{fill:#9aa5b4}.paper{fill:#12161c}.title,.number{fill:#eef1f5}
 .a{fill:#1a2735}.b{fill:#1a2a22}.c{fill:#2d2618}
 .peak{fill:#3f6e9f}.core{fill:#9cc8f5}.rule{stroke:#39424f}.faint{stroke:#fff}
+.pause{fill:#ff7a5c}.level{stroke:#9cc8f5}.floor{stroke:#e0a850}
+.level-name{fill:#9cc8f5}.floor-name{fill:#e0a850}
 .bound{stroke:#ff7a5c}.flag{fill:#ff7a5c}}
 </style>
 )";
@@ -233,6 +241,7 @@ std::string drawWaveform(const WaveformPlot& plot, const Envelope& envelope)
 {
     const float peak = envelope.peak();
     const Scale scale(plot.frames, peak);
+    const double height = plot.pauses ? heightWithLevels : waveformHeight;
     std::string svg;
     append(svg,
            "<svg xmlns=\"http://www.w3.org/2000/svg\" viewBox=\"0 0 %g %g\" width=\"%g\" height=\"%g\" role=\"img\">\n",
@@ -252,6 +261,9 @@ std::string drawWaveform(const WaveformPlot& plot, const Envelope& envelope)
         [&](const EnvelopeColumn& c) { return scale.y(std::min(c.rootMeanSquare, c.highest)); },
         [&](const EnvelopeColumn& c) { return scale.y(std::max(-c.rootMeanSquare, c.lowest)); });
     drawBounds(svg, plot, scale);
+    if (plot.pauses)
+        svg += drawLevelPanel(
+            *plot.pauses, {left, right, levelsTop, levelsBottom, static_cast<double>(plot.frames), plot.sampleRate});
     svg += "</svg>\n";
     return svg;
 }

@@ -1,8 +1,10 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "Tracks/QMXAudioPause.h"
 #include "support/Envelope.h"
 
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -24,6 +26,7 @@ struct WaveformPlot {
     double sampleRate = 0; ///< frames per second
     UInt64 frames = 0;
     std::vector<Track> tracks;
+    std::shared_ptr<const QMXAudioPauses> pauses; ///< null where they were not searched for
 };
 
 /// The waveform as an SVG document, with the tracks as bands; light or dark by the viewer's preference.

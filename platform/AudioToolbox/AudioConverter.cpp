@@ -5,6 +5,7 @@
 #include "AudioToolbox/Conversion/CodedConverter.h"
 #include "CoreAudioTypes/AudioChannelLayout.h"
 #include "Foundation/Memory.h"
+#include "Foundation/ModuleLoader.h"
 
 #include <algorithm>
 #include <cstring>
@@ -220,6 +221,7 @@ OSStatus AudioConverterNew(const AudioStreamBasicDescription* source, const Audi
         if (!converter)
             return kAudio_ParamError;
         *converter = nullptr;
+        qmx::forgetMissingModule();
         if (!source || !destination)
             return kAudio_ParamError;
         auto plain = qmx::Converter::between(*source, *destination);

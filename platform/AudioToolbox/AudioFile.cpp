@@ -6,6 +6,7 @@
 #include "AudioToolbox/Containers/ContainerTable.h"
 #include "Foundation/Files/Fork.h"
 #include "Foundation/Memory.h"
+#include "Foundation/ModuleLoader.h"
 
 #include <unistd.h>
 
@@ -137,6 +138,7 @@ OSStatus AudioFileOpen(const FSRef* reference, SInt8 permissions, AudioFileTypeI
         if (!file)
             return paramErr;
         *file = nullptr;
+        qmx::forgetMissingModule();
         if (!reference || !isPermission(permissions))
             return paramErr;
         if (reference->path.empty())
@@ -163,6 +165,7 @@ OSStatus AudioFileCreate(const FSRef* parent, CFStringRef name, AudioFileTypeID 
         if (!file)
             return paramErr;
         *file = nullptr;
+        qmx::forgetMissingModule();
         if (!parent || parent->path.empty())
             return paramErr;
         const ContainerKind* kind = nullptr;
@@ -197,6 +200,7 @@ OSStatus AudioFileInitialize(const FSRef* reference, AudioFileTypeID type, const
         if (!file)
             return paramErr;
         *file = nullptr;
+        qmx::forgetMissingModule();
         if (!reference)
             return paramErr;
         const ContainerKind* kind = nullptr;

@@ -122,7 +122,7 @@ qmx::Bytes listOf(AudioFormatPropertyID property, const void* specifier)
         return bytesOf(withSampleCodings(qmx::decodableCodings()));
     AudioFormatID coding = 0;
     std::memcpy(&coding, specifier, sizeof coding);
-    const auto encodable = qmx::encodableCodings();
+    const auto encodable = qmx::hasPackets(coding) ? qmx::encodableCodings() : std::vector<AudioFormatID>();
     const bool isThere = std::ranges::find(encodable, coding) != encodable.end();
     return isThere ? bytesOf(qmx::encodeBitRateRanges(coding, 0, 0)) : qmx::Bytes();
 }

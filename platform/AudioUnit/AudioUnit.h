@@ -21,6 +21,9 @@
 // Of the converter unit: RenderQuality UInt32 (0 to 127, global), SupportedNumChannels AUChannelInfo (global), and
 // kAudioOutputUnitProperty_ChannelMap, an SInt32 for each output channel (output scope): its input channel, or -1 for
 // silence.
+// Of the varispeed unit: RenderQuality, and the parameters kVarispeedParam_PlaybackRate (input frames per output frame,
+// 1/32 to 32) and kVarispeedParam_PlaybackCents (the same in hundredths of a semitone), each following the other. Its
+// Latency is the silence that precedes its input.
 // Of output units: kAudioOutputUnitProperty_CurrentDevice (kAudioDeviceUnknown: the default output, or the default
 // input of a unit without output; not to be set inside callbacks), kAudioOutputUnitProperty_IsRunning (UInt32),
 // kAudioOutputUnitProperty_ChannelMap (output scope of each element), the device's own properties by their codes

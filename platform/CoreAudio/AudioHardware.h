@@ -24,6 +24,8 @@
 #include "CoreAudioTypes/CoreAudioTypes.h"
 #include "Foundation/Export.h"
 
+#include <string>
+
 /// IDs of devices and streams: numbers from one counter that starts at 256. No number is used twice.
 using AudioDeviceID = UInt32;
 using AudioStreamID = UInt32;
@@ -344,9 +346,13 @@ enum class AudioBackend {
 };
 
 /// Chooses what supplies the devices, overriding the environment variable QMX_AUDIO_BACKEND ("virtual" or "pipewire";
-/// without it PipeWire, if that is built in). kAudioHardwareUnsupportedOperationError if it is not built in. To be
-/// called before any other call of this header in the process; afterwards kAudioHardwareIllegalOperationError, unless
-/// it is the current backend.
+/// without it PipeWire, if that is built in). kAudioHardwareUnsupportedOperationError if it is not built in or its
+/// module is missing. To be called before any other call of this header in the process; afterwards
+/// kAudioHardwareIllegalOperationError, unless it is the current backend.
 [[nodiscard]] QMX_EXPORT OSStatus setAudioBackend(AudioBackend backend);
+
+/// Why the current backend has no devices to offer, or why setAudioBackend() refused it: its module is missing. Empty
+/// if it is there, and before the first use of a device. Any thread but the real-time ones.
+QMX_EXPORT std::string audioBackendFailure();
 
 } // namespace qmx

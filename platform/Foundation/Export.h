@@ -7,3 +7,7 @@
 #else
 #define QMX_EXPORT __attribute__((visibility("default")))
 #endif
+
+/// Marks what only the library and its modules share: what modules call, and classes whose objects go from one to the
+/// other. It is no part of the interface: a module and its library are of the same version.
+#define QMX_MODULE_EXPORT QMX_EXPORT

@@ -3,10 +3,24 @@
 
 #include "AudioToolbox/AudioFile.h"
 #include "Formats/QMXAudioDeviceUtils.h"
+#include "Foundation/Modules.h"
 #include "Foundation/Text/Format.h"
+
+namespace
+{
+
+// Without a module, files and formats that need it are of an unknown type or format.
+bool canBeForLackOfModule(OSStatus status)
+{
+    return status == kAudioFileUnsupportedFileTypeError || status == kAudioFileUnsupportedDataFormatError;
+}
+
+} // namespace
 
 std::string qmx::fileFailureReason(OSStatus status)
 {
+    if (std::string missing = missingModule(); canBeForLackOfModule(status) && !missing.empty())
+        return missing;
     switch (status) {
     case dskFulErr:
         return "the disk is full";

@@ -11,8 +11,8 @@
 class QMX_EXPORT QMXAudioBufferList : public qmx::Object
 {
 public:
-    /// A list of `count` buffers of `channels` interleaved channels and `bytes` zeroed bytes each. Null when there is
-    /// no memory for the list; a buffer that got none has null data.
+    /// A list of `count` buffers of `channels` interleaved channels and `bytes` zeroed bytes each. Null when there
+    /// is no memory for all of it.
     static AudioBufferList* allocateBuffers_channelsPerBuffer_dataByteSize(UInt32 count, UInt32 channels, UInt32 bytes);
     /// A list with as many buffers as `list`, each shaped like its first one and zeroed: data are not copied.
     static AudioBufferList* duplicate(const AudioBufferList* list);

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "CoreAudioTypes/MacTypes.h"
+#include "Foundation/Threads/ConditionLock.h"
 
 #include <atomic>
 
@@ -18,20 +19,17 @@ public:
     {
     public:
         enum class Kind { seek, read };
-        Turn(PlayPosition& position, Kind kind) : position_(position)
+        Turn(PlayPosition& position, Kind kind) : position_(position), isMine_(position.turn_.tryLock())
         {
-            isMine_ = !position.isTaken_.exchange(true);
-            while (!isMine_ && kind == Kind::seek) {
-                position.isTaken_.wait(true);
-                isMine_ = !position.isTaken_.exchange(true);
-            }
+            if (isMine_ || kind == Kind::read)
+                return;
+            position_.turn_.lock();
+            isMine_ = true;
         }
         ~Turn()
         {
-            if (!isMine_)
-                return;
-            position_.isTaken_ = false;
-            position_.isTaken_.notify_one();
+            if (isMine_)
+                position_.turn_.unlock();
         }
         Turn(const Turn&) = delete;
         Turn& operator=(const Turn&) = delete;
@@ -59,7 +57,7 @@ public:
     }
 
 private:
-    std::atomic<bool> isTaken_{false};
+    qmx::ConditionLock turn_;
     std::atomic<UInt32> generation_{0};
     std::atomic<SInt64> frame_{0};
 };

@@ -278,8 +278,11 @@ void QMXAUAudioPlayer::Implementation::open(const std::string& path)
 /// An unset player takes no file.
 bool QMXAUAudioPlayer::Implementation::canTake(const std::string& path)
 {
-    if (!mOutputDevice)
-        failure_.keepFirst(kAudioHardwareBadDeviceError, path, "cannot be played", "there is no output device");
+    if (!mOutputDevice) {
+        const std::string missing = qmx::audioBackendFailure();
+        failure_.keepFirst(kAudioHardwareBadDeviceError, path, "cannot be played",
+                           missing.empty() ? "there is no output device" : missing);
+    }
     return mOutputDevice != nullptr;
 }
 

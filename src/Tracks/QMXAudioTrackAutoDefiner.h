@@ -3,8 +3,10 @@
 
 #include "CoreAudioTypes/MacTypes.h"
 #include "Foundation/Export.h"
+#include "Tracks/QMXAudioPause.h"
 
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -20,6 +22,13 @@ public:
     /// `progress` rises within a run, to about 0.5 while the file is read; the last report of a run, cancelled or not,
     /// is 1. Called on the thread of the run, once per block read and once per step of the search.
     virtual void autoDefineProgress(float progress);
+};
+
+/// Settings of the search by crossings, at first its defaults.
+struct QMXAutoDefinerSettings {
+    SInt16 sensitivity = 71;
+    Float32 lengthOfSilence = 1400; ///< milliseconds
+    SInt16 zeroOffset = 500;
 };
 
 /// Divides a recording into tracks. The file is read once, in blocks of a fifth of a second; for each block the
@@ -59,6 +68,30 @@ public:
                                                                                 SInt16 sensitivity,
                                                                                 float lengthOfSilence,
                                                                                 SInt16 zeroOffset);
+
+    /// The same by another search, which follows the noise floor of the recording: it divides where all of the sound,
+    /// in every band of frequency, sinks to that floor, deep and long beside the other such places. It needs no
+    /// settings, and takes files of any length, rate, number of channels and coding that the library reads. It keeps
+    /// levels only: half a megabyte per hour, six at most. Boundaries lie in the middle of pauses, as those of the
+    /// other search do: farthest from both the end of one piece and the start of the next. `numberOfTracks`: 0 for as
+    /// many as there are; otherwise that many, or fewer if the recording has fewer pauses. A negative number gives an
+    /// empty list.
+    static Tracks autoDefineTracksByNoiseFloorInFile(const std::string& path);
+    static Tracks autoDefineTracksByNoiseFloorInFile_numberOfTracks(const std::string& path, SInt16 numberOfTracks);
+    /// In a file that the caller has opened for reading, which stays open.
+    static Tracks autoDefineTracksByNoiseFloorInAudioFile_numberOfTracks(QMXAudioFile& file, SInt16 numberOfTracks);
+    /// What the last search by noise floor found; null if it was cancelled or memory ran out. Any thread but the
+    /// real-time ones.
+    static std::shared_ptr<const QMXAudioPauses> lastPauses();
+    /// The settings with which the search by crossings comes nearest to the cuts of the last search by noise floor, for
+    /// applications that show them. Reads that search's file again by its path, as a run with progress that can be
+    /// cancelled. Nothing if it was cancelled, if no search has found anything, or if the search by crossings cannot
+    /// read the file (a compressed one, say): lastStatus() reports the last two.
+    static std::optional<QMXAutoDefinerSettings> suggestedSettings();
+    /// How long before the next track's first sound the search by noise floor puts boundaries, but never before the
+    /// middle of the pause. Any negative number, as by default: in the middle. Any thread.
+    static void setSecondsBeforeNextTrack(double seconds) noexcept;
+    static double secondsBeforeNextTrack() noexcept;
 
     /// The status of the first failure in the last run: opening, reading or converting the file, or memory; noErr if
     /// nothing failed, also in a cancelled run. Any thread but the real-time ones.

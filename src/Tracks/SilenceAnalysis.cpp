@@ -155,6 +155,38 @@ UInt32 quietestBlock(const std::vector<UInt32>& smoothed)
     return static_cast<UInt32>(quietest);
 }
 
+/// Calls `advance` for each block that is examined.
+template <class Advance>
+UInt32 splitsAtThreshold(const UInt32* counts, UInt32 length, UInt16 threshold, UInt32 minimumRun, UInt32* splits,
+                         Advance advance)
+{
+    constexpr UInt32 mostSplits = 98;
+    splits[0] = 0;
+    UInt32 found = 1;
+    bool inSilence = false;
+    UInt32 run = 0;
+    UInt32 silenceStart = 0;
+    UInt32 soundStart = 0;
+    // Intended: block 0 is never examined, and one run length confirms both the quiet and the loud stretch.
+    for (UInt32 i = 1; i < length && found < mostSplits; ++i) {
+        const bool isQuiet = counts[i] < threshold;
+        if (isQuiet == inSilence) {
+            run = 0;
+        } else {
+            if (run == 0)
+                (inSilence ? soundStart : silenceStart) = i;
+            if (++run >= minimumRun) {
+                if (inSilence)
+                    splits[found++] = silenceStart + (soundStart - silenceStart) / 2;
+                inSilence = !inSilence;
+                run = 0;
+            }
+        }
+        advance();
+    }
+    return found;
+}
+
 } // namespace
 
 UInt32 countZeroCrossings(const AudioStreamBasicDescription& format, const SInt16* samples, UInt32 byteCount,
@@ -209,31 +241,12 @@ UInt32 fudge(SInt16 distance)
 
 UInt32 findThresholdSplits(const UInt32* counts, UInt32 length, UInt16 threshold, UInt32 minimumRun, UInt32* splits)
 {
-    constexpr UInt32 mostSplits = 98;
-    splits[0] = 0;
-    UInt32 found = 1;
-    bool inSilence = false;
-    UInt32 run = 0;
-    UInt32 silenceStart = 0;
-    UInt32 soundStart = 0;
-    // Intended: block 0 is never examined, and one run length confirms both the quiet and the loud stretch.
-    for (UInt32 i = 1; i < length && found < mostSplits; ++i) {
-        const bool isQuiet = counts[i] < threshold;
-        if (isQuiet == inSilence) {
-            run = 0;
-        } else {
-            if (run == 0)
-                (inSilence ? soundStart : silenceStart) = i;
-            if (++run >= minimumRun) {
-                if (inSilence)
-                    splits[found++] = silenceStart + (soundStart - silenceStart) / 2;
-                inSilence = !inSilence;
-                run = 0;
-            }
-        }
-        qmx::definerProgress::advance();
-    }
-    return found;
+    return splitsAtThreshold(counts, length, threshold, minimumRun, splits, qmx::definerProgress::advance);
+}
+
+UInt32 qmx::thresholdSplits(const UInt32* counts, UInt32 length, UInt16 threshold, UInt32 minimumRun, UInt32* splits)
+{
+    return splitsAtThreshold(counts, length, threshold, minimumRun, splits, [] {});
 }
 
 UInt32 findCountedSplits(const UInt32* counts, SInt16 length, SInt16 wanted, UInt32* splits)

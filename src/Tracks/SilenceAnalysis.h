@@ -38,6 +38,12 @@ QMX_EXPORT UInt32 fudge(SInt16 distance);
 QMX_EXPORT UInt32 findThresholdSplits(const UInt32* counts, UInt32 length, UInt16 threshold, UInt32 minimumRun,
                                       UInt32* splits);
 
+namespace qmx
+{
+/// The same without a report of progress.
+UInt32 thresholdSplits(const UInt32* counts, UInt32 length, UInt16 threshold, UInt32 minimumRun, UInt32* splits);
+} // namespace qmx
+
 /// Finds the `wanted` quietest places, away from both ends and from each other. Writes `wanted` + 2 block indices to
 /// `splits` in ascending order: 0, the places, `length`. Returns `wanted`.
 QMX_EXPORT UInt32 findCountedSplits(const UInt32* counts, SInt16 length, SInt16 wanted, UInt32* splits);

@@ -1,6 +1,7 @@
 # SPDX-License-Identifier: MIT
 # Steps shared by the packaging tests. Each test script is given: root (the source tree), build (the tree under test),
-# work (a folder for its products), version, compiler, generator and parts (the options of what is built in).
+# work (a folder for its products), version, compiler, generator, parts (the options
+# of what is built in) and modules (the files of the modules, relative to the shared library).
 
 # Runs a command; if it fails, ends the test with its output. `output` receives its standard output.
 function(run output)
@@ -42,20 +43,25 @@ function(check_failure path)
     endif()
 endfunction()
 
-# Runs the programs in `folder` on a recording of two tones of 4 s, each followed by 3 s of silence. The bound lies
-# between the first quiet block (20) and the first loud one (35), each of a fifth of a second.
+# Runs the programs in `folder` on a recording of two tones of 12 s, another one in each channel, both followed by 3 s of
+# silence. The bound lies in the middle of the first.
 function(check_programs folder)
     find_program(sox sox)
     if(NOT sox)
         message(FATAL_ERROR "sox is missing; scripts/setup --tests installs it")
     endif()
     set(tones ${folder}/tones.aiff)
-    run(ignored ${sox} -D -n -r 44100 -b 16 -c 2 ${tones} synth 4 sine 880 vol 0.5 pad 0 3 repeat 1)
+    run(ignored ${sox} -D -n -r 44100 -b 16 -c 2 ${tones} synth 12 sine 880 sine 3520 vol 0.5 pad 0 3 repeat 1)
     file(REMOVE ${folder}/copy.wav ${folder}/taken.aif)
     run(ignored ${folder}/convert ${tones} ${folder}/copy.wav)
-    foreach(recording ${tones} ${folder}/copy.wav)
+    set(recordings ${tones} ${folder}/copy.wav)
+    if(parts MATCHES "QMX_WITH_FFMPEG=ON")
+        run(ignored ${sox} ${tones} ${folder}/tones.flac)
+        list(APPEND recordings ${folder}/tones.flac)
+    endif()
+    foreach(recording ${recordings})
         run(output ${folder}/divide ${recording})
-        set(expected "0\t238140\tUntitled Track 0\n238140\t617400\tUntitled Track 2\n")
+        set(expected "0\t595386\tUntitled Track 0\n595386\t1323000\tUntitled Track 2\n")
         if(NOT output STREQUAL expected)
             message(FATAL_ERROR "divide printed\n${output}instead of\n${expected}")
         endif()

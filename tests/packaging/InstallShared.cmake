@@ -1,3 +1,10 @@
 # SPDX-License-Identifier: MIT
 include(${CMAKE_CURRENT_LIST_DIR}/Common.cmake)
 install_as(shared ${build})
+file(GLOB_RECURSE library ${work}/shared/libQMXCoreAudio.so)
+cmake_path(GET library PARENT_PATH folder)
+foreach(file ${modules})
+    if(NOT EXISTS ${folder}/${file})
+        message(SEND_ERROR "${folder}/${file} is not installed")
+    endif()
+endforeach()

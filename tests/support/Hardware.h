@@ -1,12 +1,10 @@
 // SPDX-License-Identifier: MIT
-// Shared by the tests of the hardware layer: no devices and manual time at the start, short ways to read properties,
-// and a record of the listeners' calls.
+// Shared by the tests of the hardware layer: no devices and manual time at the start, and a record of the listeners'
+// calls.
 #pragma once
 
 #include "CoreAudio/VirtualHardware.h"
-#include "CoreAudioTypes/FourCharCode.h"
-
-#include <gtest/gtest.h>
+#include "support/DeviceProperties.h"
 
 #include <mutex>
 #include <string>
@@ -75,7 +73,7 @@ private:
     std::vector<UInt32> ofHardware_;
 };
 
-class HardwareTest : public testing::Test
+class HardwareTest : public qmx::test::DeviceProperties
 {
 protected:
     HardwareTest() { hardware.reset(); }
@@ -86,34 +84,6 @@ protected:
         return hardware.addDevice(
             qmx::VirtualHardware::standardDevice(uid, uid + " name", inputChannels, outputChannels));
     }
-    template <class T>
-    static OSStatus get(AudioDeviceID device, UInt32 channel, bool isInput, AudioDevicePropertyID property, T& value)
-    {
-        UInt32 size = sizeof value;
-        return AudioDeviceGetProperty(device, channel, isInput, property, &size, &value);
-    }
-    template <class T>
-    static T value(AudioDeviceID device, UInt32 channel, bool isInput, AudioDevicePropertyID property)
-    {
-        T found{};
-        EXPECT_EQ(get(device, channel, isInput, property, found), noErr) << qmx::fourCharString(property);
-        return found;
-    }
-    template <class T>
-    static OSStatus set(AudioDeviceID device, UInt32 channel, bool isInput, AudioDevicePropertyID property,
-                        const T& value)
-    {
-        return AudioDeviceSetProperty(device, nullptr, channel, isInput, property, sizeof value, &value);
-    }
-    static std::vector<AudioDeviceID> deviceList()
-    {
-        std::vector<AudioDeviceID> ids(64);
-        UInt32 size = static_cast<UInt32>(ids.size() * sizeof(AudioDeviceID));
-        EXPECT_EQ(AudioHardwareGetProperty(kAudioHardwarePropertyDevices, &size, ids.data()), noErr);
-        ids.resize(size / sizeof(AudioDeviceID));
-        return ids;
-    }
-
     /// The samples that `id` plays in its next cycles, interleaved.
     std::vector<Float32> played(AudioDeviceID id, UInt32 cycles = 1)
     {

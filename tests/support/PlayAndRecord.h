@@ -4,9 +4,9 @@
 
 #include "CoreAudio/VirtualHardware.h"
 #include "Devices/QMXAudioDevice.h"
-#include "FileRelated/QMXExtAudioFile.h"
 #include "Foundation/MainThread/NotificationCenter.h"
 #include "Foundation/MainThread/RunLoop.h"
+#include "platform/AudioToolbox/ExtAudioFileHelpers.h"
 #include "support/CapturedFailures.h"
 #include "support/MemoryDisk.h"
 #include "support/RecordedSamples.h"
@@ -51,29 +51,13 @@ protected:
     /// A stereo file at 44100 Hz, by default a WAVE file of floats.
     static void writeFile(const std::string& file, UInt32 frames, const std::function<Float32(UInt32, UInt32)>& sample,
                           AudioFileTypeID type = kAudioFileWAVEType,
-                          const AudioStreamBasicDescription& fileFormat = linearFormat(32, 2, kAudioFormatFlagIsFloat))
+                          const AudioStreamBasicDescription& fileFormat = floats(2))
     {
-        const auto format = linearFormat(32, 2, kAudioFormatFlagIsFloat);
-        const auto written =
-            QMXExtAudioFile::initForWriting_fileType_clientFormat_fileFormat(file, type, &format, &fileFormat);
-        ASSERT_EQ(noErr, written->open());
         std::vector<Float32> samples;
         for (UInt32 frame = 0; frame < frames; ++frame)
             for (const UInt32 channel : {0U, 1U})
                 samples.push_back(sample(frame, channel));
-        AudioBufferList list;
-        list.mNumberBuffers = 1;
-        list.mBuffers[0] = {2, static_cast<UInt32>(samples.size() * 4), samples.data()};
-        ASSERT_EQ(noErr, written->writeSynch_numberFrames(&list, frames));
-        ASSERT_EQ(noErr, written->close());
-    }
-    static AudioStreamBasicDescription coded(AudioFormatID coding)
-    {
-        AudioStreamBasicDescription format;
-        format.mSampleRate = 44100;
-        format.mFormatID = coding;
-        format.mChannelsPerFrame = 2;
-        return format;
+        writeMusic(file, type, fileFormat, samples);
     }
     /// What a device is given in its next cycles, interleaved.
     std::vector<Float32> played(const QMXAudioDevice& device, UInt32 cycles)

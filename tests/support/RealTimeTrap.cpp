@@ -1,25 +1,38 @@
 // SPDX-License-Identifier: MIT
 // Replaces the allocator, the lock functions and the common system calls in the whole test program: on a thread that is
-// marked real-time they print what was called and abort; on other threads they work as always.
+// marked real-time they print what was called and abort; on other threads they work as always. What may be called to
+// hand something over is counted instead.
 #include "Foundation/RealTime.h"
 #include "support/OutsideRealTime.h"
+#include "support/RealTimeCalls.h"
 
+#include <atomic>
 #include <cerrno>
 #include <cstdarg>
 #include <cstdlib>
 #include <cstring>
 #include <dlfcn.h>
 #include <fcntl.h>
+#include <linux/futex.h>
 #include <pthread.h>
+#include <sys/eventfd.h>
+#include <sys/syscall.h>
 #include <sys/uio.h>
 #include <unistd.h>
 
 namespace
 {
 
+using qmx::test::RealTimeCalls;
+
+bool isWatched()
+{
+    return qmx::isRealTime() && !qmx::test::OutsideRealTime::isCurrent();
+}
+
 void refuse(const char* function)
 {
-    if (!qmx::isRealTime() || qmx::test::OutsideRealTime::isCurrent())
+    if (!isWatched())
         return;
     constexpr char text[] = " was called on a real-time thread\n";
     iovec pieces[] = {{const_cast<char*>(function), std::strlen(function)}, {const_cast<char*>(text), sizeof text - 1}};
@@ -28,15 +41,25 @@ void refuse(const char* function)
     abort();
 }
 
-/// Calls the system's function that `function`, of this program, hides.
+/// The system's function that `function`, of this program, hides. It is looked up without a guard, which would itself
+/// call such a function in order to wait.
+template <auto* function> decltype(function) hiddenBy(const char* name)
+{
+    static constinit std::atomic<void*> hidden{nullptr};
+    if (!hidden)
+        hidden = dlsym(RTLD_NEXT, name);
+    return reinterpret_cast<decltype(function)>(hidden.load());
+}
+
 template <auto* function, class... Arguments> auto passOn(const char* name, Arguments... arguments)
 {
     refuse(name);
-    static auto* const hidden = reinterpret_cast<decltype(function)>(dlsym(RTLD_NEXT, name));
-    return hidden(arguments...);
+    return hiddenBy<function>(name)(arguments...);
 }
 
 } // namespace
+
+std::atomic<UInt32> RealTimeCalls::wakes{0}, RealTimeCalls::events{0};
 
 // the system's own allocator
 extern "C" void* __libc_malloc(size_t size) noexcept;
@@ -121,6 +144,28 @@ int clock_nanosleep(clockid_t clock, int flags, const timespec* time, timespec* 
 int sched_yield() noexcept
 {
     return passOn<sched_yield>("sched_yield");
+}
+
+// Only a wake hands something over: waiting for a lock that another thread holds, too, comes here.
+long syscall(long number, ...) noexcept
+{
+    long values[6];
+    va_list arguments;
+    va_start(arguments, number);
+    for (long& value : values)
+        value = va_arg(arguments, long);
+    va_end(arguments);
+    if (number == SYS_futex && (values[1] & FUTEX_CMD_MASK) == FUTEX_WAKE)
+        RealTimeCalls::wakes += isWatched() ? 1 : 0;
+    else
+        refuse("syscall");
+    return hiddenBy<syscall>("syscall")(number, values[0], values[1], values[2], values[3], values[4], values[5]);
+}
+
+int eventfd_write(int file, eventfd_t value)
+{
+    RealTimeCalls::events += isWatched() ? 1 : 0;
+    return hiddenBy<eventfd_write>("eventfd_write")(file, value);
 }
 
 // files

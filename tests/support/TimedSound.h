@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cmath>
 #include <span>
+#include <utility>
 
 namespace qmx::test
 {
@@ -59,7 +60,7 @@ struct TimedTake {
     SInt64 longest = 0;         ///< run without a break
     SInt64 missing = 0;         ///< frames of the sound that the file passes over
     SInt64 breaks = 0;          ///< places where the sound does not go on: skipped, repeated, silent
-    SInt64 changed = 0;         ///< samples that are neither silence nor of the sound as it was shortly before or after
+    SInt64 changed = 0; ///< samples that are neither silence nor of two or more of the sound that follow each other
 
     void add(std::span<const Float32> stereo)
     {
@@ -73,8 +74,7 @@ private:
         const SInt64 place = frames++, frame = TimedSound::frameOf(left, 0);
         if (left != TimedSound::sample(frame, 0) ||
             fellow != TimedSound::sample(frame, 1)) { // silent, or the channels are of different cycles
-            changed += isNear(left, 0, place) ? 0 : 1;
-            changed += isNear(fellow, 1, place) ? 0 : 1;
+            changed += strays_[0].add(left, 0) + strays_[1].add(fellow, 1);
             run_ = 0;
             return;
         }
@@ -88,14 +88,21 @@ private:
         longest = std::max(longest, run_);
         ++right;
     }
-    bool isNear(Float32 sample, SInt64 channel, SInt64 place) const
-    {
-        constexpr SInt64 someCycles = 8192;
-        const SInt64 frame = TimedSound::frameOf(sample, channel);
-        return sample == 0 || right == 0 ||
-               (sample == TimedSound::sample(frame, channel) &&
-                std::abs(TimedSound::distance(place + offset_, frame)) < someCycles);
-    }
+    /// What a channel has where it is not of the same frame as the other: after a stall, parts of older cycles.
+    struct Stray {
+        SInt64 frame = -2;
+        bool isAlone = false; ///< the latest is counted as changed until the next follows it
+
+        SInt64 add(Float32 sample, SInt64 channel)
+        {
+            const SInt64 latest = std::exchange(frame, TimedSound::frameOf(sample, channel));
+            const bool isOfSound = sample == TimedSound::sample(frame, channel);
+            const bool follows = isOfSound && frame == (latest + 1) % TimedSound::period;
+            const bool wasAlone = std::exchange(isAlone, sample != 0 && !follows);
+            return follows ? (wasAlone ? -1 : 0) : (sample != 0 ? 1 : 0);
+        }
+    };
+    Stray strays_[2];
     SInt64 offset_ = 0; ///< from frames of the file to those of the sound
     SInt64 run_ = 0;    ///< frames since the last break
 };

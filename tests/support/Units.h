@@ -4,6 +4,7 @@
 
 #include "AudioUnit/AUGraph.h"
 #include "AudioUnit/AudioUnit.h"
+#include "CoreAudio/VirtualHardware.h"
 #include "support/Slices.h"
 
 #include <functional>
@@ -13,6 +14,8 @@ namespace qmx::test
 {
 
 inline constexpr ComponentDescription converterUnit{kAudioUnitType_FormatConverter, kAudioUnitSubType_AUConverter,
+                                                    kAudioUnitManufacturer_Apple};
+inline constexpr ComponentDescription varispeedUnit{kAudioUnitType_FormatConverter, kAudioUnitSubType_Varispeed,
                                                     kAudioUnitManufacturer_Apple};
 inline constexpr ComponentDescription defaultOutput{kAudioUnitType_Output, kAudioUnitSubType_DefaultOutput,
                                                     kAudioUnitManufacturer_Apple};
@@ -66,7 +69,11 @@ public:
         return set(kAudioUnitProperty_SetRenderCallback, kAudioUnitScope_Input, callback);
     }
     OSStatus nameDevice(UInt32 id) { return set(kAudioOutputUnitProperty_CurrentDevice, kAudioUnitScope_Global, id); }
-    bool saysItRuns() const { return get<UInt32>(kAudioOutputUnitProperty_IsRunning, kAudioUnitScope_Global) != 0; }
+    bool isRunning() const
+    {
+        VirtualHardware::shared().settle();
+        return get<UInt32>(kAudioOutputUnitProperty_IsRunning, kAudioUnitScope_Global) != 0;
+    }
     void start()
     {
         EXPECT_EQ(noErr, AudioUnitInitialize(unit_));

@@ -16,11 +16,7 @@ namespace qmx::test
 inline VirtualFault failing(HardwareOperation operation, std::optional<UInt32> property = {},
                             UInt32 times = std::numeric_limits<UInt32>::max())
 {
-    VirtualFault fault;
-    fault.operation = operation;
-    fault.property = property;
-    fault.times = times;
-    return fault;
+    return {kAudioHardwareUnspecifiedError, operation, {}, property, {}, {}, 0, times};
 }
 
 /// The virtual hardware without devices, in manual time, and the notifications that a test causes with it.

@@ -215,6 +215,11 @@ bool isLossless(AudioFormatID coding)
     return coding == kAudioFormatAppleLossless || coding == kAudioFormatFLAC;
 }
 
+bool hasPackets(AudioFormatID coding)
+{
+    return isAAC(coding) || isLossless(coding) || coding == kAudioFormatMPEGLayer3;
+}
+
 UInt32 sourceBitsOf(const AudioStreamBasicDescription& format)
 {
     constexpr UInt32 bits[] = {0, 16, 20, 24, 32};

@@ -2,14 +2,11 @@
 #include "AudioToolbox/Codings/Libav.h"
 
 #include "AudioToolbox/Codings/CodingFacts.h"
-#include "AudioToolbox/Codings/PacketCoding.h"
 
 #include <algorithm>
 #include <mutex>
 
-namespace qmx
-{
-namespace libav
+namespace qmx::libav
 {
 
 AVCodecID codecOf(AudioFormatID coding)
@@ -63,8 +60,6 @@ bool setExtradata(std::uint8_t*& data, int& size, std::span<const UInt8> bytes)
     return true;
 }
 
-} // namespace libav
-
 namespace
 {
 
@@ -72,7 +67,7 @@ template <class Find> std::vector<AudioFormatID> codingsWith(std::initializer_li
 {
     std::vector<AudioFormatID> result;
     std::ranges::copy_if(candidates, std::back_inserter(result),
-                         [&](AudioFormatID coding) { return find(libav::codecOf(coding)) != nullptr; });
+                         [&](AudioFormatID coding) { return find(codecOf(coding)) != nullptr; });
     return result;
 }
 
@@ -91,4 +86,4 @@ std::vector<AudioFormatID> encodableCodings()
                        avcodec_find_encoder);
 }
 
-} // namespace qmx
+} // namespace qmx::libav

@@ -2,8 +2,7 @@
 // Owners of what libavcodec and libavformat allocate, and the codings' names in both worlds.
 #pragma once
 
-#include "CoreAudioTypes/CoreAudioTypes.h"
-#include "Foundation/ByteFields.h"
+#include "AudioToolbox/Codings/PacketCoding.h"
 
 extern "C" {
 #include <libavcodec/avcodec.h>
@@ -12,7 +11,6 @@ extern "C" {
 }
 
 #include <memory>
-#include <span>
 
 namespace qmx::libav
 {
@@ -42,6 +40,12 @@ using Frame = std::unique_ptr<AVFrame, FreeFrame>;
 using Filter = std::unique_ptr<AVBSFContext, FreeFilter>;
 using Input = std::unique_ptr<AVFormatContext, CloseInput>;
 using Output = std::unique_ptr<AVFormatContext, FreeOutput>;
+
+// What the module offers; see PacketCoding.h.
+std::unique_ptr<PacketDecoder> makeDecoder(const AudioStreamBasicDescription& source);
+std::unique_ptr<PacketEncoder> makeEncoder(const AudioStreamBasicDescription& target, UInt32 sourceBits);
+std::vector<AudioFormatID> decodableCodings();
+std::vector<AudioFormatID> encodableCodings();
 
 /// AV_CODEC_ID_NONE for codings that are not taken from the library.
 AVCodecID codecOf(AudioFormatID coding);

@@ -167,7 +167,7 @@ private:
 
 } // namespace
 
-std::unique_ptr<PacketDecoder> PacketDecoder::forFormat(const AudioStreamBasicDescription& source)
+std::unique_ptr<PacketDecoder> libav::makeDecoder(const AudioStreamBasicDescription& source)
 {
     const AVCodecID codec = libav::codecOf(source.mFormatID);
     const bool isUsable = isUsableSampleRate(source.mSampleRate) && source.mChannelsPerFrame > 0 &&

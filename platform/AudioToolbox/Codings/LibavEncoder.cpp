@@ -268,11 +268,11 @@ UInt32 bitsToKeep(const AudioStreamBasicDescription& target, UInt32 sourceBits)
 
 } // namespace
 
-std::unique_ptr<PacketEncoder> PacketEncoder::forFormat(const AudioStreamBasicDescription& target, UInt32 sourceBits)
+std::unique_ptr<PacketEncoder> libav::makeEncoder(const AudioStreamBasicDescription& target, UInt32 sourceBits)
 {
     const AVCodecID codec = libav::codecOf(target.mFormatID);
     const UInt32 bits = bitsToKeep(target, sourceBits);
-    const bool isEncoded = std::ranges::count(encodableCodings(), target.mFormatID) > 0;
+    const bool isEncoded = std::ranges::count(libav::encodableCodings(), target.mFormatID) > 0;
     const bool isUsable = isUsableSampleRate(target.mSampleRate) &&
                           target.mSampleRate == std::floor(target.mSampleRate) && target.mChannelsPerFrame > 0 &&
                           target.mChannelsPerFrame <= AV_NUM_DATA_POINTERS;

@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: MIT
-// Compressed codings as the converter uses them. The sources named after the library in use make them; a build without
-// a library has none.
+// Compressed codings as the converter uses them. A module makes them; without it there are none.
 #pragma once
 
 #include "CoreAudioTypes/CoreAudioTypes.h"
 #include "Foundation/ByteFields.h"
+#include "Foundation/Export.h"
 
 #include <memory>
 #include <optional>
@@ -19,7 +19,7 @@ inline constexpr UInt32 mostFramesPerPacket = 1 << 16;
 
 /// Packets of one stream to native interleaved linear PCM at the stream's rate: 32-bit integers for lossless codings,
 /// 32-bit floats for the others. One thread at a time.
-class PacketDecoder
+class QMX_MODULE_EXPORT PacketDecoder
 {
 public:
     virtual ~PacketDecoder() = default;
@@ -35,12 +35,12 @@ public:
     /// The next packet does not follow the last one: it is decoded as the first of a stream.
     virtual void restart() = 0;
 
-    /// Null for a coding that this build lacks, or a record without rate and channels.
+    /// Null for a coding that is missing, or a record without rate and channels.
     static std::unique_ptr<PacketDecoder> forFormat(const AudioStreamBasicDescription& source);
 };
 
 /// Native linear PCM to packets of one stream. One thread at a time.
-class PacketEncoder
+class QMX_MODULE_EXPORT PacketEncoder
 {
 public:
     virtual ~PacketEncoder() = default;
@@ -71,7 +71,7 @@ public:
     static std::unique_ptr<PacketEncoder> forFormat(const AudioStreamBasicDescription& target, UInt32 sourceBits);
 };
 
-/// The codings that this build has, except linear and companded ones.
+/// The codings that there are, except linear and companded ones.
 std::vector<AudioFormatID> decodableCodings();
 std::vector<AudioFormatID> encodableCodings();
 

@@ -16,7 +16,7 @@ namespace qmx
 
 /// An open audio file of one kind. Positions and sizes count audio data only. One thread at a time. Every failure is a
 /// status and leaves the file as usable as it was.
-class Container
+class QMX_MODULE_EXPORT Container
 {
 public:
     virtual ~Container();

@@ -19,7 +19,7 @@ struct Patch {
 
 /// A file as containers use it: statuses in place of system errors, and the length at which we left it, by which the
 /// appends of another writer are noticed.
-class ContainerFile
+class QMX_MODULE_EXPORT ContainerFile
 {
 public:
     explicit ContainerFile(std::unique_ptr<File> file) : file_(std::move(file)) {}

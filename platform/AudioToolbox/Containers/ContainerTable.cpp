@@ -1,12 +1,13 @@
 // SPDX-License-Identifier: MIT
 #include "AudioToolbox/Containers/ContainerTable.h"
 
+#include "AudioToolbox/Codings/CodingsModule.h"
 #include "AudioToolbox/Containers/Chunks/AIFFContainer.h"
 #include "AudioToolbox/Containers/Chunks/CAFContainer.h"
 #include "AudioToolbox/Containers/Chunks/WAVEContainer.h"
+#include "AudioToolbox/Containers/CodedKinds.h"
 #include "AudioToolbox/Containers/Flat/NeXTContainer.h"
 #include "AudioToolbox/Containers/Flat/SoundDesignerContainer.h"
-#include "AudioToolbox/Containers/Libav/LibavContainer.h"
 
 #include <algorithm>
 #include <array>
@@ -23,8 +24,8 @@ template <class Predicate> const ContainerKind* find(Predicate predicate)
     for (const ContainerKind* const kind : kinds)
         if (predicate(*kind))
             return kind;
-    const auto found = std::ranges::find_if(libavKinds(), predicate);
-    return found == libavKinds().end() ? nullptr : &*found;
+    const auto found = std::ranges::find_if(codedKinds(), predicate);
+    return found != codedKinds().end() && CodingsModule::find() ? &*found : nullptr;
 }
 
 } // namespace

@@ -2,7 +2,7 @@
 #include "AudioToolbox/Containers/PacketContainer.h"
 
 #include "AudioToolbox/Codings/CodingFacts.h"
-#include "AudioToolbox/Codings/PacketCoding.h"
+#include "AudioToolbox/Codings/CodingsModule.h"
 #include "AudioToolbox/Containers/SampleLayout.h"
 
 #include <algorithm>
@@ -375,14 +375,14 @@ void PacketContainer::dropLastPacket()
 bool holdsPackets(const AudioStreamBasicDescription& format)
 {
     const bool isWhole = format.mSampleRate == std::floor(format.mSampleRate);
-    if (decodableCodings().empty() || !isWhole || !isPlausible(format.mSampleRate, format.mChannelsPerFrame) ||
-        format.mChannelsPerFrame > 8)
+    if (!isWhole || !isPlausible(format.mSampleRate, format.mChannelsPerFrame) || format.mChannelsPerFrame > 8)
         return false;
-    if (format.mFormatID == kAudioFormatAppleLossless)
-        return format.mFramesPerPacket <= mostFramesPerPacket;
-    const bool isPlainAAC =
-        format.mFormatID == kAudioFormatMPEG4AAC && (format.mFramesPerPacket == 0 || format.mFramesPerPacket == 1024);
-    return isPlainAAC && !makeAACConfig(format).empty();
+    const bool isLosslessOne =
+        format.mFormatID == kAudioFormatAppleLossless && format.mFramesPerPacket <= mostFramesPerPacket;
+    const bool isPlainAAC = format.mFormatID == kAudioFormatMPEG4AAC &&
+                            (format.mFramesPerPacket == 0 || format.mFramesPerPacket == 1024) &&
+                            !makeAACConfig(format).empty();
+    return (isLosslessOne || isPlainAAC) && CodingsModule::find();
 }
 
 } // namespace qmx

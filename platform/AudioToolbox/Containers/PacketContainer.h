@@ -21,7 +21,7 @@ struct PacketPlace {
 
 /// A compressed file: an index of packets in memory, made when it is opened, or packet by packet when it is written.
 /// Only new files are written, from start to end; a derived class knows what is before, between and after the packets.
-class PacketContainer : public Container
+class QMX_MODULE_EXPORT PacketContainer : public Container
 {
 public:
     UInt64 byteCount() const override { return bytes_; }

@@ -22,7 +22,7 @@ struct SampleLayout {
 };
 
 /// Whether a file may have this rate and channel count.
-bool isPlausible(Float64 sampleRate, UInt32 channels);
+QMX_MODULE_EXPORT bool isPlausible(Float64 sampleRate, UInt32 channels);
 
 /// The layout that `format` asks a file for; empty if no file of interleaved samples holds it exactly: not plausible,
 /// low-aligned, non-interleaved, or of another coding. The byte counts of a packed format are computed from its

@@ -20,8 +20,9 @@ template <class T> class SampleConverter
 {
 public:
     SampleConverter(const SampleFormat& source, const SampleFormat& target)
-        : decoder_(source), encoder_(target), sourceBytes_(source.bytes), targetBytes_(target.bytes),
-          way_(wayBetween(source, target)), block_(way_ == Way::throughBlock ? blockSamples : 0)
+        : decoder_(source), encoder_(target), swap_(source.bytes), sourceBytes_(source.bytes),
+          targetBytes_(target.bytes), way_(wayBetween(source, target)),
+          block_(way_ == Way::throughBlock ? blockSamples : 0)
     {
     }
 
@@ -32,7 +33,7 @@ public:
             std::memmove(out, in, count * sourceBytes_);
             break;
         case Way::swap:
-            swapSamples(sourceBytes_, in, out, count);
+            swap_(in, out, count);
             break;
         case Way::decode:
             decoder_(in, out, count);
@@ -81,6 +82,7 @@ private:
 
     SampleDecoder<T> decoder_;
     SampleEncoder<T> encoder_;
+    SampleSwapper swap_;
     UInt32 sourceBytes_, targetBytes_;
     Way way_;
     std::vector<T> block_;

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "CoreAudioTypes/CoreAudioTypes.h"
+#include "Foundation/Export.h"
 
 #include <cstddef>
 #include <optional>
@@ -14,7 +15,7 @@ inline constexpr UInt32 maximumChannels = 1024;
 inline constexpr Float64 maximumSampleRate = 10e6;
 
 /// Finite, above 0 and at most 10 MHz.
-bool isUsableSampleRate(Float64 rate);
+QMX_MODULE_EXPORT bool isUsableSampleRate(Float64 rate);
 
 enum class SampleCoding : UInt8 { integer, floating, uLaw, aLaw };
 

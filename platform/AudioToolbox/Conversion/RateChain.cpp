@@ -17,7 +17,7 @@ constexpr UInt64 slackFrames = 16;
 
 PcmLayout doubles(UInt32 channels)
 {
-    return {{.coding = SampleCoding::floating, .bytes = 8, .bits = 64}, channels, true};
+    return {{.coding = SampleCoding::floating, .bytes = 8, .bits = 64}, channels, channels == 1};
 }
 
 } // namespace
@@ -32,9 +32,13 @@ RateChain::RateChain(const PcmLayout& source, Float64 sourceRate, const PcmLayou
     feedFrames_ = std::max<std::size_t>(
         1, static_cast<std::size_t>(static_cast<Float64>(blockFrames) / std::max(targetRate / sourceRate, 1.0)));
     block_.resize(blockFrames * middle_.channels);
-    auto* const bytes = reinterpret_cast<std::byte*>(block_.data());
-    blockToRead_ = {{bytes}, middle_.planeFrameBytes(), blockFrames};
-    blockToWrite_ = {{bytes}, middle_.planeFrameBytes(), blockFrames};
+    blockToRead_ = {{}, middle_.planeFrameBytes(), blockFrames};
+    blockToWrite_ = {{}, middle_.planeFrameBytes(), blockFrames};
+    for (std::size_t channel = 0; channel < middle_.channels; ++channel) {
+        planes_.push_back(&block_[channel * blockFrames]);
+        blockToRead_.planes.push_back(reinterpret_cast<const std::byte*>(planes_.back()));
+        blockToWrite_.planes.push_back(reinterpret_cast<std::byte*>(planes_.back()));
+    }
     route(ChannelRoutes::between(source.channels, target.channels));
 }
 
@@ -51,7 +55,7 @@ std::size_t RateChain::produce(SourceFrames& source, TargetFrames& target, std::
 {
     std::size_t made = 0;
     while (made < frames) {
-        const std::size_t taken = rate_.take(block_.data(), std::min(frames - made, takeFrames_));
+        const std::size_t taken = rate_.take(planes_.data(), std::min(frames - made, takeFrames_));
         if (taken > 0) {
             fromRate_->convert(blockToRead_, target, taken);
             target.advance(taken);
@@ -76,7 +80,7 @@ void RateChain::feedBlock(SourceFrames& source)
     const std::size_t length = std::min(source.frames, feedFrames_);
     toRate_->convert(source, blockToWrite_, length);
     source.advance(length);
-    rate_.feed(block_.data(), length);
+    rate_.feed(planes_.data(), length);
 }
 
 UInt64 RateChain::outputFramesFor(UInt64 inputFrames) const

@@ -44,7 +44,8 @@ private:
     RateConverter rate_;
     std::unique_ptr<FrameConverter> toRate_, fromRate_;
     std::size_t feedFrames_, takeFrames_; ///< of one block
-    std::vector<Float64> block_;          ///< on its way into or out of the rate converter
+    std::vector<Float64> block_;          ///< on its way into or out of the rate converter, one plane a channel
+    std::vector<Float64*> planes_;        ///< of it
     SourceFrames blockToRead_;
     TargetFrames blockToWrite_;
 };

@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: MIT
-// Sample-rate conversion of interleaved doubles as a stream. Allocates while it runs: not for render threads.
+// Sample-rate conversion of doubles, one plane a channel, as a stream. Allocates while it runs: not for render threads.
 #pragma once
 
 #include "CoreAudioTypes/MacTypes.h"
 
+#include <array>
 #include <cstddef>
 #include <memory>
 
@@ -14,7 +15,8 @@ namespace qmx
 
 /// One stream at a time. The output is aligned with the input (no silence in front for the filter's delay), and a
 /// finished stream of n frames becomes n times the ratio, to the nearest frame. Feeding and taking frames in other
-/// pieces does not change the result.
+/// pieces does not change the result. Of several channels the helping thread of the process may convert a half; that
+/// does not change the result either.
 class RateConverter
 {
 public:
@@ -38,13 +40,14 @@ public:
     void setQuality(UInt32 quality);
     UInt32 quality() const { return quality_; }
 
-    /// Takes in all `count` frames, which belong to the open stream.
-    void feed(const Float64* frames, std::size_t count);
+    /// Takes in all `count` frames, which belong to the open stream. `planes` has one pointer a channel; nothing is
+    /// written there.
+    void feed(Float64* const* planes, std::size_t count);
     /// No more frames follow: what the filter holds can be taken now.
     void finish();
     /// Writes up to `count` ready frames and returns how many; none means that more input is needed or, in a finished
     /// stream, the end.
-    std::size_t take(Float64* frames, std::size_t count);
+    std::size_t take(Float64* const* planes, std::size_t count);
     /// Forgets the stream: the next frames start a new one.
     void restart();
 
@@ -54,10 +57,12 @@ private:
     };
 
     Float64 inputRate_, outputRate_;
-    UInt32 channels_;
+    std::array<UInt32, 2> channels_; // of each filter
     UInt32 quality_ = defaultQuality;
     bool hasInput_ = false, isFinished_ = false;
-    std::unique_ptr<soxr, Release> filter_;
+    bool mayBeReady_ = false; // frames to take
+    // of the first half of the channels and of the others; a single channel has no second one
+    std::array<std::unique_ptr<soxr, Release>, 2> filters_;
 };
 
 } // namespace qmx

@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: MIT
 // Each kernel is one plain loop over a compile-time width and byte order, without branches, so that compilers turn it
 // into vector code for the baseline processor. Only the rounding of floats is written in vector instructions where the
-// processor has them: compilers make three times as many of a saturating conversion that handles NaN.
+// processor has them: compilers make three times as many of a saturating conversion that handles NaN. Integers of long
+// runs go through the wide kernels first, on processors that have them.
 #include "AudioToolbox/Conversion/SampleKernels.h"
 
 #include "AudioToolbox/Conversion/Companding.h"
@@ -347,11 +348,14 @@ template <class T> bool isNative(const SampleFormat& format)
     return format == own;
 }
 
-template <class T> SampleDecoder<T>::SampleDecoder(const SampleFormat& format)
+template <class T>
+SampleDecoder<T>::SampleDecoder(const SampleFormat& format, Instructions instructions) : bytes_(format.bytes)
 {
     const bool swapped = format.isSwapped;
     switch (format.coding) {
     case SampleCoding::integer: {
+        shuffle_ = GroupShuffle::toWords(format.bytes, swapped);
+        wide_ = instructions == Instructions::available ? WideSampleKernels<T>::of(format).decode : nullptr;
         lift = format.isHighAligned ? 0 : 8u * format.bytes - format.bits;
         flip = format.isSigned ? 0 : 0x80000000;
         const bool plain = format.isSigned && lift == 0;
@@ -377,11 +381,14 @@ template <class T> SampleDecoder<T>::SampleDecoder(const SampleFormat& format)
     }
 }
 
-template <class T> SampleEncoder<T>::SampleEncoder(const SampleFormat& format)
+template <class T>
+SampleEncoder<T>::SampleEncoder(const SampleFormat& format, Instructions instructions) : bytes_(format.bytes)
 {
     const bool swapped = format.isSwapped;
     switch (format.coding) {
     case SampleCoding::integer:
+        shuffle_ = GroupShuffle::fromWords(format.bytes, swapped);
+        wide_ = instructions == Instructions::available ? WideSampleKernels<T>::of(format).encode : nullptr;
         bits = format.bits;
         offset = format.isSigned ? 0 : UInt32{1} << (format.bits - 1);
         lift = format.isHighAligned ? 8u * format.bytes - format.bits : 0;
@@ -410,9 +417,18 @@ template <class T> SampleEncoder<T>::SampleEncoder(const SampleFormat& format)
     }
 }
 
-void swapSamples(UInt32 sampleBytes, const std::byte* in, std::byte* out, std::size_t count)
+SampleSwapper::SampleSwapper(UInt32 sampleBytes, Instructions instructions)
+    : groups_(sampleBytes), isWide_(instructions == Instructions::available)
 {
-    switch (sampleBytes) {
+}
+
+void SampleSwapper::operator()(const std::byte* in, std::byte* out, std::size_t count) const
+{
+    const std::size_t done = isWide_ ? swapGroups(groups_, in, out, count) : 0;
+    in += done * groups_.sampleBytes;
+    out += done * groups_.sampleBytes;
+    count -= done;
+    switch (groups_.sampleBytes) {
     case 2:
         return swapRun<2>(in, out, count);
     case 3:

@@ -5,11 +5,15 @@
 #pragma once
 
 #include "AudioToolbox/Conversion/PcmLayout.h"
+#include "AudioToolbox/Conversion/WideSampleKernels.h"
 
 #include <cstddef>
 
 namespace qmx
 {
+
+/// Those of this processor, or those that every processor has.
+enum class Instructions { available, baseline };
 
 /// Whether T in memory is what `format` describes.
 template <class T> bool isNative(const SampleFormat& format);
@@ -20,10 +24,14 @@ template <class T> class SampleDecoder
 {
 public:
     /// Floating formats need a floating T.
-    explicit SampleDecoder(const SampleFormat& format);
+    explicit SampleDecoder(const SampleFormat& format, Instructions instructions = Instructions::available);
 
     /// `out` receives `count` values of T.
-    void operator()(const std::byte* in, std::byte* out, std::size_t count) const { function_(*this, in, out, count); }
+    void operator()(const std::byte* in, std::byte* out, std::size_t count) const
+    {
+        const std::size_t done = wide_ ? wide_(shuffle_, bytes_, lift, flip, in, out, count) : 0;
+        function_(*this, in + done * bytes_, out + done * sizeof(T), count - done);
+    }
 
     UInt32 lift = 0; ///< brings the top significant bit of a low-aligned sample to bit 31
     UInt32 flip = 0; ///< turns unsigned into signed
@@ -31,16 +39,23 @@ public:
 private:
     using Function = void (*)(const SampleDecoder&, const std::byte*, std::byte*, std::size_t);
     Function function_ = nullptr;
+    std::size_t bytes_;
+    decltype(WideSampleKernels<T>::decode) wide_ = nullptr;
+    GroupShuffle shuffle_;
 };
 
 /// Numbers to memory: rounds to nearest (ties to even), saturates, NaN becomes 0 in integer formats.
 template <class T> class SampleEncoder
 {
 public:
-    explicit SampleEncoder(const SampleFormat& format);
+    explicit SampleEncoder(const SampleFormat& format, Instructions instructions = Instructions::available);
 
     /// `in` holds `count` values of T.
-    void operator()(const std::byte* in, std::byte* out, std::size_t count) const { function_(*this, in, out, count); }
+    void operator()(const std::byte* in, std::byte* out, std::size_t count) const
+    {
+        const std::size_t done = wide_ ? wide_(shuffle_, bytes_, bits, offset, lift, in, out, count) : 0;
+        function_(*this, in + done * sizeof(T), out + done * bytes_, count - done);
+    }
 
     UInt32 bits = 0;   ///< significant bits
     UInt32 offset = 0; ///< zero of an unsigned format
@@ -49,9 +64,21 @@ public:
 private:
     using Function = void (*)(const SampleEncoder&, const std::byte*, std::byte*, std::size_t);
     Function function_ = nullptr;
+    std::size_t bytes_;
+    decltype(WideSampleKernels<T>::encode) wide_ = nullptr;
+    GroupShuffle shuffle_;
 };
 
 /// Reverses the bytes of each sample of 2, 3, 4 or 8 bytes.
-void swapSamples(UInt32 sampleBytes, const std::byte* in, std::byte* out, std::size_t count);
+class SampleSwapper
+{
+public:
+    explicit SampleSwapper(UInt32 sampleBytes, Instructions instructions = Instructions::available);
+    void operator()(const std::byte* in, std::byte* out, std::size_t count) const;
+
+private:
+    GroupSwap groups_;
+    bool isWide_;
+};
 
 } // namespace qmx

@@ -6,7 +6,7 @@ namespace qmx
 
 BackgroundThread::BackgroundThread(const char* name)
     : thread_(
-          name, [this] { run(); }, [this] { return wakes_.load() != seenWakes_.load(); })
+          name, [this] { run(); }, [this] { return work_.condition() == asked; })
 {
 }
 
@@ -32,8 +32,7 @@ bool BackgroundThread::add(const std::shared_ptr<BackgroundWork>& work)
 
 void BackgroundThread::wake() noexcept
 {
-    wakes_.fetch_add(1, std::memory_order_release);
-    wakes_.notify_one();
+    work_.unlockWithCondition(asked);
 }
 
 void BackgroundThread::run()
@@ -41,9 +40,9 @@ void BackgroundThread::run()
     while (true) {
         {
             const Worker::Wait wait(thread_.worker());
-            wakes_.wait(seenWakes_, std::memory_order_acquire);
+            work_.lockWhenCondition(asked);
         }
-        seenWakes_ = wakes_.load(std::memory_order_acquire);
+        work_.unlockWithCondition(none);
         workForAll();
     }
 }

@@ -3,9 +3,9 @@
 // files.
 #pragma once
 
+#include "Foundation/Threads/ConditionLock.h"
 #include "Foundation/Threads/LastingThread.h"
 
-#include <atomic>
 #include <list>
 #include <memory>
 #include <mutex>
@@ -35,13 +35,14 @@ public:
     void wake() noexcept;
 
 private:
+    enum : int { none, asked };
     explicit BackgroundThread(const char* name);
     void run();
     void workForAll();
 
     std::mutex mutex_;
     std::list<std::weak_ptr<BackgroundWork>> works_; // guarded by it
-    std::atomic<unsigned> wakes_{0}, seenWakes_{0};
+    ConditionLock work_{none};
     LastingThread thread_;
 };
 

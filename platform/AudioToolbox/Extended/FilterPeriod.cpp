@@ -57,13 +57,15 @@ UInt64 filterPeriod(Float64 inputRate, Float64 outputRate, UInt32 quality)
     RateConverter filter(inputRate, outputRate, 1);
     filter.setQuality(quality);
     std::vector<Burst> bursts;
+    Float64 silence = 0;
     std::array<Float64, 4096> room;
+    Float64* const input = &silence;
+    Float64* const output = room.data();
     Burst burst;
     for (UInt64 frames = 0; frames < mostFrames && filter.isUsable();) {
-        const Float64 silence = 0;
-        filter.feed(&silence, 1);
+        filter.feed(&input, 1);
         ++burst.fed;
-        while (const std::size_t taken = filter.take(room.data(), room.size()))
+        while (const std::size_t taken = filter.take(&output, room.size()))
             burst.taken += taken;
         if (burst.taken == 0)
             continue;

@@ -31,20 +31,18 @@ ReadAhead::ReadAhead(const PcmLayout& layout, UInt32 capacity, Source source)
 {
 }
 
-ReadAhead::Turn::Turn(ReadAhead& owner) : owner_(owner), isMine_(!owner.isTaken_.exchange(true))
+ReadAhead::Turn::Turn(ReadAhead& owner) : owner_(owner), isMine_(owner.turn_.tryLock())
 {
-    while (!isMine_ && !isRealTime()) {
-        owner_.isTaken_.wait(true);
-        isMine_ = !owner_.isTaken_.exchange(true);
-    }
+    if (isMine_ || isRealTime())
+        return;
+    owner_.turn_.lock();
+    isMine_ = true;
 }
 
 ReadAhead::Turn::~Turn()
 {
-    if (!isMine_)
-        return;
-    owner_.isTaken_ = false;
-    owner_.isTaken_.notify_one();
+    if (isMine_)
+        owner_.turn_.unlock();
 }
 
 OSStatus ReadAhead::take(const AudioBufferList& data, UInt32& count)
@@ -68,8 +66,8 @@ OSStatus ReadAhead::take(const AudioBufferList& data, UInt32& count)
     const OSStatus failure = hasEnded && count < wanted ? failure_.load(std::memory_order_relaxed) : noErr;
     if (failure != noErr) // reported once; then reading goes on
         hasEnded_.store(false, std::memory_order_release);
-    // a disk that stalls finds three seconds read, at least
-    if (failure != noErr || (ring_.room() > ring_.capacity() / 4 && !hasEnded))
+    // a disk that stalls finds three seconds read, at least; after a failure only who cannot read itself asks for more
+    if ((failure != noErr && isRealTime()) || (ring_.room() > ring_.capacity() / 4 && !hasEnded))
         BackgroundThread::reader().wake();
     return failure;
 }

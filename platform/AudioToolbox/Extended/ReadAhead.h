@@ -4,6 +4,7 @@
 
 #include "AudioToolbox/Extended/BackgroundThread.h"
 #include "AudioToolbox/Extended/FrameRing.h"
+#include "Foundation/Threads/ConditionLock.h"
 
 #include <atomic>
 #include <functional>
@@ -73,7 +74,7 @@ private:
     // by the end or a failure; set after the last frames were added, cleared by the taker when it reports a failure
     std::atomic<bool> hasEnded_{false};
     std::atomic<OSStatus> failure_{noErr};
-    std::atomic<bool> isTaken_{false};
+    ConditionLock turn_;
     std::atomic<UInt64> missed_{0};
 };
 

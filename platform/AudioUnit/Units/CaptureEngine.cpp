@@ -23,10 +23,7 @@ OSStatus CaptureEngine::make(const Conversion& conversion, UInt32 maximumFrames,
     const Float64 ratio = conversion.to.mSampleRate / conversion.from.mSampleRate;
     if (!from || !to || !(ratio <= highest && ratio >= 1 / highest))
         return kAudioUnitErr_FormatNotSupported;
-    std::unique_ptr<CaptureEngine> made(new CaptureEngine(conversion, *from, *to, maximumFrames, sliceFrames, endTime));
-    if (made->resampled_ && !made->resampled_->isUsable())
-        return kAudioUnitErr_FormatNotSupported;
-    engine = std::move(made);
+    engine.reset(new CaptureEngine(conversion, *from, *to, maximumFrames, sliceFrames, endTime));
     return noErr;
 }
 
@@ -40,7 +37,8 @@ CaptureEngine::CaptureEngine(const Conversion& conversion, const PcmLayout& from
     if (ratio_ == 1)
         straight_ = FrameConverter::between(from, to, conversion.routes);
     else
-        resampled_.emplace(from, to, RateStage::Way{ratio_, VariableRateConverter::defaultQuality, conversion.routes},
+        resampled_.emplace(from, to,
+                           RateStage::Way{{ratio_, ratio_}, VariableRateConverter::defaultQuality, conversion.routes},
                            maximumFrames);
     piece_.planes.resize(1);
     piece_.planeFrameBytes = from.planeFrameBytes();

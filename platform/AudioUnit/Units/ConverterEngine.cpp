@@ -36,10 +36,7 @@ OSStatus ConverterEngine::make(const InputElement& input, UInt32 element, const 
     constexpr Float64 highest = VariableRateConverter::highestRatio;
     if (!from || !to || (conversion.ratio && !(*conversion.ratio <= highest && *conversion.ratio >= 1 / highest)))
         return kAudioUnitErr_FormatNotSupported;
-    std::unique_ptr<ConverterEngine> made(new ConverterEngine(input, element, conversion, *from, *to, maximumFrames));
-    if (made->rate_ && !made->rate_->isUsable())
-        return kAudioUnitErr_FormatNotSupported;
-    engine = std::move(made);
+    engine.reset(new ConverterEngine(input, element, conversion, *from, *to, maximumFrames));
     return noErr;
 }
 
@@ -48,7 +45,8 @@ ConverterEngine::ConverterEngine(const InputElement& input, UInt32 element, cons
     : RenderEngine(to, maximumFrames), input_(input, element, from, maximumFrames)
 {
     if (conversion.ratio)
-        rate_.emplace(from, to, RateStage::Way{*conversion.ratio, conversion.quality, conversion.routes},
+        rate_.emplace(from, to,
+                      RateStage::Way{{*conversion.ratio, *conversion.ratio}, conversion.quality, conversion.routes},
                       maximumFrames);
     else
         straight_ = FrameConverter::between(from, to, conversion.routes);
@@ -77,6 +75,11 @@ OSStatus ConverterEngine::renderAtRate(const AudioTimeStamp& time, std::size_t f
         rate_->feed(input_.slice(), wanted);
     }
     return status;
+}
+
+void ConverterEngine::skip(UInt32 frames)
+{
+    input_.jump(rate_ ? std::llround(rate_->inputFramesFor(frames)) : SInt64{frames});
 }
 
 void ConverterEngine::restart()

@@ -32,6 +32,8 @@ public:
     static OSStatus make(const InputElement& input, UInt32 element, const Conversion& conversion, UInt32 maximumFrames,
                          std::unique_ptr<RenderEngine>& engine);
 
+    void skip(UInt32 frames) override;
+
 protected:
     OSStatus renderInto(const AudioTimeStamp& time, UInt32 frames, TargetFrames& target) override;
     void restart() override;

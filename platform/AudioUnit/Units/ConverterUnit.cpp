@@ -18,51 +18,38 @@ bool isChannelMap(const UnitPropertyAddress& address)
 
 } // namespace
 
-ConverterUnit::ConverterUnit() : Unit({.inputs = 1, .outputs = 1}) {}
+ConverterUnit::ConverterUnit() : QualityUnit({.inputs = 1, .outputs = 1}) {}
 
 OSStatus ConverterUnit::makeEngine(UInt32, std::unique_ptr<RenderEngine>& engine)
 {
     ConverterEngine::Conversion conversion = ConverterEngine::between(input(0).format, outputFormat(0));
-    conversion.quality = quality_;
+    conversion.quality = quality();
     conversion.routes = channelMap_.routes(input(0).format.mChannelsPerFrame, outputFormat(0).mChannelsPerFrame);
     return ConverterEngine::make(input(0), 0, conversion, maximumFrames(), engine);
 }
 
 OSStatus ConverterUnit::shapeOf(const UnitPropertyAddress& address, PropertyShape& shape) const
 {
-    if (address.id == kAudioUnitProperty_RenderQuality)
-        return ofUnit(address, {.size = sizeof(UInt32), .isWritable = true}, shape);
     if (address.id == kAudioUnitProperty_SupportedNumChannels)
         return ofUnit(address, {.size = sizeof(AUChannelInfo)}, shape);
     if (!isChannelMap(address))
-        return Unit::shapeOf(address, shape);
+        return QualityUnit::shapeOf(address, shape);
     shape = {.size = ChannelMap::size(outputFormat(0).mChannelsPerFrame), .isWritable = true};
     return noErr;
 }
 
 OSStatus ConverterUnit::read(const UnitPropertyAddress& address, void* value) const
 {
-    if (address.id == kAudioUnitProperty_RenderQuality)
-        return answer(value, quality_);
     if (address.id == kAudioUnitProperty_SupportedNumChannels)
         return answer(value, AUChannelInfo{-1, -2}); // any
     return isChannelMap(address)
                ? channelMap_.read(input(0).format.mChannelsPerFrame, outputFormat(0).mChannelsPerFrame, value)
-               : Unit::read(address, value);
+               : QualityUnit::read(address, value);
 }
 
 OSStatus ConverterUnit::write(const UnitPropertyAddress& address, const void* value)
 {
-    if (address.id == kAudioUnitProperty_RenderQuality)
-        return setQuality(valueAs<UInt32>(value));
-    return isChannelMap(address) ? setChannelMap(value) : Unit::write(address, value);
-}
-
-OSStatus ConverterUnit::setQuality(UInt32 quality)
-{
-    if (quality > kRenderQuality_Max)
-        return kAudioUnitErr_InvalidPropertyValue;
-    return remakeWith(quality_, quality, {kAudioUnitProperty_RenderQuality, kAudioUnitScope_Global, 0});
+    return isChannelMap(address) ? setChannelMap(value) : QualityUnit::write(address, value);
 }
 
 OSStatus ConverterUnit::setChannelMap(const void* value)

@@ -3,7 +3,7 @@
 
 #include "AudioUnit/Units/ChannelMap.h"
 #include "AudioUnit/Units/ConverterEngine.h"
-#include "AudioUnit/Units/Unit.h"
+#include "AudioUnit/Units/QualityUnit.h"
 
 namespace qmx
 {
@@ -11,7 +11,7 @@ namespace qmx
 /// Converts layout, channels and rate between its input and its output. At equal rates it renders one input frame for
 /// each output frame. Otherwise the first render also asks for the frames that the filter looks ahead, so that the
 /// output is not delayed.
-class ConverterUnit : public Unit
+class ConverterUnit : public QualityUnit
 {
 public:
     ConverterUnit();
@@ -23,10 +23,8 @@ protected:
     OSStatus write(const UnitPropertyAddress& address, const void* value) override;
 
 private:
-    OSStatus setQuality(UInt32 quality);
     OSStatus setChannelMap(const void* value);
 
-    UInt32 quality_ = VariableRateConverter::defaultQuality; ///< 0 to 127
     ChannelMap channelMap_;
 };
 

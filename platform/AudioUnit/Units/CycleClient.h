@@ -43,6 +43,21 @@ struct CapturedFrames {
     const std::byte* data;
 };
 
+/// Frames to render.
+struct RenderedFrames {
+    const AudioTimeStamp& time;
+    UInt32 lostFrames; ///< that were passed over before them, by the device's clock or by a change of the device
+    UInt32 frames;
+    UInt64 endHostTime;
+    const PcmLayout& layout;
+    AudioBufferList& data; ///< arrives silent
+};
+
+/// The host times at which the frames of an earlier run end; 0 where there is none.
+struct RunEnds {
+    UInt64 captured = 0, rendered = 0;
+};
+
 /// Receives the cycles of a device, on its I/O thread.
 class CycleClient
 {
@@ -50,9 +65,7 @@ public:
     virtual ~CycleClient() = default;
     /// For each piece of a cycle, the captured frames come before the rendering.
     virtual void captureCycle(const CapturedFrames& captured) = 0;
-    /// Renders `frames` frames into `data`, which arrives silent and has `layout`.
-    virtual void renderCycle(const AudioTimeStamp& time, UInt32 frames, const PcmLayout& layout,
-                             AudioBufferList& data) = 0;
+    virtual void renderCycle(const RenderedFrames& rendered) = 0;
     /// The device it runs on may be lost or have changed, or the default may be another one now. A thread that may
     /// wait.
     virtual void deviceChanged() = 0;

@@ -45,8 +45,8 @@ void forEachFrame(std::span<const AudioBuffer> streams, UInt32 first, UInt32 fra
 } // namespace
 
 DeviceRun::DeviceRun(const UsedDevice& device, std::shared_ptr<CycleClient> client, UInt32 maximumFrames,
-                     std::optional<UInt64> capturedUntil)
-    : device_(device), maximumFrames_(maximumFrames), client_(std::move(client)), capturedUntil_(capturedUntil)
+                     const RunEnds& earlier)
+    : device_(device), maximumFrames_(maximumFrames), client_(std::move(client)), earlier_(earlier)
 {
     if (device.inputChannels > 0)
         captured_.emplace(*PcmLayout::of(device.inputFormat()), maximumFrames);
@@ -91,12 +91,16 @@ OSStatus DeviceRun::cycle(AudioDeviceID, const AudioTimeStamp*, const AudioBuffe
     return noErr;
 }
 
-Float64 DeviceRun::framesLostBefore(const AudioTimeStamp& time) const
+/// Frames between the one at `expected`, or in a run's first cycle the earlier run's end, and the one at `time`. A
+/// clock that goes back loses nothing.
+UInt32 DeviceRun::framesLostBefore(const AudioTimeStamp& time, std::optional<Float64> expected, UInt64 earlierEnd) const
 {
-    if (nextInputTime_)
-        return time.mSampleTime - *nextInputTime_;
-    const auto passed = static_cast<SInt64>(time.mHostTime - capturedUntil_.value_or(time.mHostTime)); // nanoseconds
-    return static_cast<Float64>(passed) * 1e-9 * device_.sampleRate;
+    Float64 lost = 0;
+    if (expected)
+        lost = time.mSampleTime - *expected;
+    else if (earlierEnd > 0)
+        lost = static_cast<Float64>(static_cast<SInt64>(time.mHostTime - earlierEnd)) * 1e-9 * device_.sampleRate;
+    return static_cast<UInt32>(std::clamp<Float64>(std::round(lost), 0, std::numeric_limits<UInt32>::max()));
 }
 
 void DeviceRun::capture(const AudioBufferList& input, const AudioTimeStamp& time, UInt32 first, UInt32 frames)
@@ -108,12 +112,10 @@ void DeviceRun::capture(const AudioBufferList& input, const AudioTimeStamp& time
                      std::copy_n(source, channels, interleaved + at);
                  });
     const AudioTimeStamp pieceTime = later(time, first, device_.sampleRate);
-    // a clock that goes back loses nothing
-    const Float64 lost = std::round(framesLostBefore(pieceTime));
-    const auto lostFrames = static_cast<UInt32>(std::clamp<Float64>(lost, 0, std::numeric_limits<UInt32>::max()));
     const UInt64 endHostTime = later(pieceTime, frames, device_.sampleRate).mHostTime;
+    const UInt32 lost = framesLostBefore(pieceTime, nextInputTime_, earlier_.captured);
     client_->captureCycle(
-        {pieceTime, !nextInputTime_, lostFrames, frames, endHostTime, captured_->layout(), captured_->plane(0)});
+        {pieceTime, !nextInputTime_, lost, frames, endHostTime, captured_->layout(), captured_->plane(0)});
     nextInputTime_ = pieceTime.mSampleTime + frames;
 }
 
@@ -121,7 +123,11 @@ void DeviceRun::capture(const AudioBufferList& input, const AudioTimeStamp& time
 void DeviceRun::render(AudioBufferList& output, const AudioTimeStamp& time, UInt32 first, UInt32 frames)
 {
     AudioBufferList& slice = rendered_->silentList(frames);
-    client_->renderCycle(later(time, first, device_.sampleRate), frames, rendered_->layout(), slice);
+    const AudioTimeStamp pieceTime = later(time, first, device_.sampleRate);
+    const UInt64 endHostTime = later(pieceTime, frames, device_.sampleRate).mHostTime;
+    const UInt32 lost = framesLostBefore(pieceTime, nextOutputTime_, earlier_.rendered);
+    client_->renderCycle({pieceTime, lost, frames, endHostTime, rendered_->layout(), slice});
+    nextOutputTime_ = pieceTime.mSampleTime + frames;
     const auto* const interleaved = static_cast<const Float32*>(slice.mBuffers[0].mData);
     forEachFrame(
         buffersOf(output), first, frames, device_.outputChannels,

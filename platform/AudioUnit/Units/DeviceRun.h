@@ -19,9 +19,9 @@ namespace qmx
 class DeviceRun final : public Retirable
 {
 public:
-    /// What is captured follows on `capturedUntil`, a host time, if there is one: the frames between are told as lost.
+    /// The frames between those of an earlier run and its own are told as lost.
     DeviceRun(const UsedDevice& device, std::shared_ptr<CycleClient> client, UInt32 maximumFrames,
-              std::optional<UInt64> capturedUntil);
+              const RunEnds& earlier);
     ~DeviceRun() override;
 
     /// Registers with the device; cycles come only after `start`.
@@ -35,7 +35,7 @@ private:
     static OSStatus cycle(AudioDeviceID device, const AudioTimeStamp* now, const AudioBufferList* input,
                           const AudioTimeStamp* inputTime, AudioBufferList* output, const AudioTimeStamp* outputTime,
                           void* self);
-    Float64 framesLostBefore(const AudioTimeStamp& time) const;
+    UInt32 framesLostBefore(const AudioTimeStamp& time, std::optional<Float64> expected, UInt64 earlierEnd) const;
     void capture(const AudioBufferList& input, const AudioTimeStamp& time, UInt32 first, UInt32 frames);
     void render(AudioBufferList& output, const AudioTimeStamp& time, UInt32 first, UInt32 frames);
 
@@ -45,8 +45,8 @@ private:
     std::optional<Publication::Reader> stop_;
     // of the directions that are used
     std::optional<SliceBuffers> captured_, rendered_;
-    const std::optional<UInt64> capturedUntil_;
-    std::optional<Float64> nextInputTime_; ///< none before the first cycle
+    const RunEnds earlier_;
+    std::optional<Float64> nextInputTime_, nextOutputTime_; ///< none before the first cycle
     std::atomic<bool> hasEnded_ = false;
 };
 

@@ -110,6 +110,11 @@ void InputSlice::receive(AudioBufferList& rendered, UInt32 frames)
     }
 }
 
+void InputSlice::jump(SInt64 frames)
+{
+    input_.position = std::max<SInt64>(0, input_.position + frames);
+}
+
 void InputSlice::restart()
 {
     input_.position = 0;

@@ -57,6 +57,8 @@ public:
     OSStatus render(const AudioTimeStamp& outputTime, UInt32 frames);
     /// The last rendered frames.
     SourceFrames& slice() { return slice_; }
+    /// Moves the sample time of the next frames by `frames`, back to 0 at the least.
+    void jump(SInt64 frames);
     /// Sample times restart at 0.
     void restart();
 

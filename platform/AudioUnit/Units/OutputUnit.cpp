@@ -173,8 +173,8 @@ void OutputUnit::tellRunning()
         (void)withinMemory([this] { tell(running); }); // nobody is told without memory for it
 }
 
-/// Starts on the current device, unless it runs already. What a run captures that replaces another one tells of the
-/// frames that were lost between them. With no lock held.
+/// Starts on the current device, unless it runs already. A run that replaces another one tells of the frames that were
+/// lost between them. With no lock held.
 OSStatus OutputUnit::resume(bool replacesRun)
 {
     way_.waitUntilStopped(); // for the rest of a stop on a real-time thread
@@ -210,10 +210,11 @@ OSStatus OutputUnit::startOnDevice(Replacement& replacement, bool replacesRun)
     if (status != noErr)
         return status;
     isRunning_.store(true);
-    if (!replacesRun)
+    if (!replacesRun) {
         capturedUntil_.store(0);
-    const UInt64 capturedUntil = capturedUntil_.load();
-    status = way_.start(device, client, frames, capturedUntil > 0 ? std::optional(capturedUntil) : std::nullopt);
+        renderedUntil_.store(0);
+    }
+    status = way_.start(device, client, frames, {capturedUntil_.load(), renderedUntil_.load()});
     if (status != noErr)
         isRunning_.store(false);
     return status;
@@ -270,17 +271,23 @@ void OutputUnit::offer(CaptureEngine& capture, const AURenderCallbackStruct& cal
     }
 }
 
-void OutputUnit::renderCycle(const AudioTimeStamp& time, UInt32 frames, const PcmLayout& layout, AudioBufferList& data)
+void OutputUnit::renderCycle(const RenderedFrames& rendered)
 {
     if (!isRunning() || !isInitialised())
         return;
+    if (rendered.lostFrames > 0) {
+        const Publication::Reader reader = rendering();
+        if (RenderEngine* const current = engine(0))
+            current->skip(rendered.lostFrames);
+    }
+    renderedUntil_.store(rendered.endHostTime);
     AudioUnitRenderActionFlags flags = 0;
-    render({flags, time, 0, frames}, data, &layout);
+    render({flags, rendered.time, 0, rendered.frames}, rendered.data, &rendered.layout);
     Float32 gain = 1;
     parameter(kHALOutputParam_Volume, kAudioUnitScope_Global, gain);
     if (!isRunning()) // a stop inside the callback silences its slice
         gain = 0;
-    for (const AudioBuffer& buffer : buffersOf(data))
+    for (const AudioBuffer& buffer : buffersOf(rendered.data))
         applyGain(gain, buffer);
 }
 

@@ -59,8 +59,7 @@ protected:
 
 private:
     void captureCycle(const CapturedFrames& captured) override;
-    void renderCycle(const AudioTimeStamp& time, UInt32 frames, const PcmLayout& layout,
-                     AudioBufferList& data) override;
+    void renderCycle(const RenderedFrames& rendered) override;
     void deviceChanged() override;
     void offer(CaptureEngine& engine, const AURenderCallbackStruct& callback) const;
 
@@ -93,7 +92,8 @@ private:
     std::atomic<bool> isRunning_ = false;
     std::atomic<bool> isToldRunning_ = false; ///< as the listeners know it
     std::atomic<SInt64> capturedTime_ = 0;    ///< of the next captured frame; outlasts the engines
-    std::atomic<UInt64> capturedUntil_ = 0;   ///< the host time at which the captured frames end; outlasts the runs
+    // the host times at which the frames of the last run end; 0 after a stop
+    std::atomic<UInt64> capturedUntil_ = 0, renderedUntil_ = 0;
 };
 
 } // namespace qmx

@@ -19,8 +19,8 @@ PcmLayout floats(UInt32 channels)
 } // namespace
 
 RateStage::RateStage(const PcmLayout& from, const PcmLayout& to, const Way& way, UInt32 maximumFrames)
-    : middle_(floats(std::min(from.channels, to.channels))), ratio_(way.ratio), rate_(middle_.channels, way.quality),
-      in_(std::size_t{maximumFrames} * middle_.channels),
+    : middle_(floats(std::min(from.channels, to.channels))), ratio_(way.ratios.highest),
+      rate_(middle_.channels, way.quality, way.ratios), in_(std::size_t{maximumFrames} * middle_.channels),
       out_(blockFrames * middle_.channels), toRead_{{reinterpret_cast<const std::byte*>(out_.data())},
                                                     middle_.planeFrameBytes(),
                                                     blockFrames},
@@ -35,6 +35,13 @@ RateStage::RateStage(const PcmLayout& from, const PcmLayout& to, const Way& way,
 void RateStage::feed(const SourceFrames& source, std::size_t frames)
 {
     toRate_->convert(source, toWrite_, frames);
+    used_ = 0;
+    ready_ = frames;
+}
+
+void RateStage::feedSilence(std::size_t frames)
+{
+    std::fill_n(in_.begin(), frames * middle_.channels, 0.0F);
     used_ = 0;
     ready_ = frames;
 }

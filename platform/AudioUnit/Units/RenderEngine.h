@@ -38,6 +38,9 @@ public:
     /// The next render first drops the sound held from earlier ones. Any thread.
     void requestRestart() { wantsRestart_.store(true); }
 
+    /// Output frames that nobody renders: the input's times jump over them too. On the thread that renders.
+    virtual void skip(UInt32 /*frames*/) {}
+
     /// Seconds from a sound's input to its output.
     virtual Float64 latency() const { return 0; }
 

@@ -118,9 +118,9 @@ AudioDeviceID UnitDevice::watch(const std::shared_ptr<CycleClient>& client)
 }
 
 OSStatus UnitDevice::start(const UsedDevice& device, std::shared_ptr<CycleClient> client, UInt32 maximumFrames,
-                           std::optional<UInt64> capturedUntil)
+                           const RunEnds& earlier)
 try {
-    auto made = std::make_unique<DeviceRun>(device, std::move(client), maximumFrames, capturedUntil);
+    auto made = std::make_unique<DeviceRun>(device, std::move(client), maximumFrames, earlier);
     if (!canRetire()) // a stop inside a cycle must be able to retire the run
         return kAudioHardwareUnspecifiedError;
     if (const OSStatus status = made->enroll(); status != noErr)

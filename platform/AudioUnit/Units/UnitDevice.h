@@ -43,10 +43,10 @@ public:
     AudioDeviceID watch(const std::shared_ptr<CycleClient>& client);
 
     /// Starts cycles, which call `client` for at most `maximumFrames` frames and keep it alive until they have stopped.
-    /// Frames that are captured later than `capturedUntil`, a host time, come with what was lost since then. One call
-    /// at a time, and not inside callbacks.
+    /// The first frames come with what was lost since the end of an earlier run. One call at a time, and not inside
+    /// callbacks.
     OSStatus start(const UsedDevice& device, std::shared_ptr<CycleClient> client, UInt32 maximumFrames,
-                   std::optional<UInt64> capturedUntil);
+                   const RunEnds& earlier);
     /// Starts no further cycle. Any thread; waits for the cycle in flight, except on real-time threads and inside
     /// callbacks, where it takes no lock.
     void stop() noexcept;

@@ -4,6 +4,7 @@
 #include "AudioUnit/AudioUnit.h"
 #include "AudioUnit/Units/ConverterUnit.h"
 #include "AudioUnit/Units/OutputUnit.h"
+#include "AudioUnit/Units/VarispeedUnit.h"
 
 namespace qmx
 {
@@ -25,6 +26,7 @@ constexpr OpaqueComponent units[] = {
     {{kAudioUnitType_Output, kAudioUnitSubType_HALOutput, kAudioUnitManufacturer_Apple}, makeOutput<true>},
     {{kAudioUnitType_FormatConverter, kAudioUnitSubType_AUConverter, kAudioUnitManufacturer_Apple},
      make<ConverterUnit>},
+    {{kAudioUnitType_FormatConverter, kAudioUnitSubType_Varispeed, kAudioUnitManufacturer_Apple}, make<VarispeedUnit>},
 };
 
 } // namespace

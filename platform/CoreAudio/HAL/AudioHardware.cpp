@@ -210,6 +210,11 @@ OSStatus qmx::setAudioBackend(AudioBackend backend)
     return Hardware::choose(backend);
 }
 
+std::string qmx::audioBackendFailure()
+{
+    return Hardware::failure();
+}
+
 void qmx::waitForIOCycle(AudioDeviceID device)
 {
     if (isInsideCallback())

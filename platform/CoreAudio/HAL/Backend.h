@@ -54,7 +54,7 @@ using DeviceRequest = std::variant<SetSampleRate, SetBufferFrameSize, SetVolume,
                                    SetPhysicalFormat, SetRawProperty>;
 
 /// One device of a backend.
-class BackendDevice
+class QMX_MODULE_EXPORT BackendDevice
 {
 public:
     virtual ~BackendDevice() = default;
@@ -84,7 +84,7 @@ struct DefaultDevices {
 };
 
 /// The core, as backends see it. It announces only what differs, so reporting an unchanged record does no harm.
-class HardwareSink
+class QMX_MODULE_EXPORT HardwareSink
 {
 public:
     virtual ~HardwareSink() = default;
@@ -106,7 +106,7 @@ public:
     virtual void announceHardware(AudioHardwarePropertyID property) = 0;
 };
 
-class Backend
+class QMX_MODULE_EXPORT Backend
 {
 public:
     virtual ~Backend() = default;

@@ -70,7 +70,7 @@ public:
 
     /// Runs the procedures. Marks the thread as real-time and inside a callback. One thread at a time. Ignores a cycle
     /// whose streams differ from the fixed ones (a late cycle of an earlier run).
-    void runCycle(const IOCycle& cycle) noexcept;
+    QMX_MODULE_EXPORT void runCycle(const IOCycle& cycle) noexcept;
 
 private:
     struct Procedure;

@@ -39,7 +39,7 @@ std::optional<PropertyValue> bootChimeProperty(const std::optional<VolumeControl
 
 /// Whether a device can be a default ('dIn ', 'dOut' or 'sOut'): its record allows it, and it has streams in that
 /// direction.
-bool canBeDefault(const DeviceDescription& device, AudioHardwarePropertyID which);
+QMX_MODULE_EXPORT bool canBeDefault(const DeviceDescription& device, AudioHardwarePropertyID which);
 
 /// Answers properties that translate a value from the caller's block; no status for other properties.
 std::optional<OSStatus> translateDeviceProperty(const DeviceView& device, const PropertyAddress& address,

@@ -1,11 +1,10 @@
 // SPDX-License-Identifier: MIT
 #include "CoreAudio/HAL/Hardware.h"
 
+#include "CoreAudio/HAL/AbsentBackend.h"
 #include "CoreAudio/HAL/DescriptionChanges.h"
+#include "CoreAudio/HAL/PipeWireModule.h"
 #include "CoreAudio/HAL/Virtual/VirtualBackend.h"
-#ifdef QMX_WITH_PIPEWIRE
-#include "CoreAudio/HAL/PipeWire/PipeWireBackend.h"
-#endif
 #include "Foundation/Text/Log.h"
 
 #include <algorithm>
@@ -41,13 +40,13 @@ AudioBackend backendFromEnvironment()
     return usual;
 }
 
-Backend& makeBackend([[maybe_unused]] AudioBackend backend)
+Backend& makeBackend(AudioBackend backend)
 {
-#ifdef QMX_WITH_PIPEWIRE
-    if (backend == AudioBackend::pipeWire)
-        return pipewire::PipeWireBackend::shared();
-#endif
-    return VirtualBackend::shared();
+    if (backend == AudioBackend::virtualHardware)
+        return VirtualBackend::shared();
+    if (const PipeWireModule* const module = PipeWireModule::find())
+        return module->backend();
+    return AbsentBackend::shared();
 }
 
 AudioBackend fixBackend()
@@ -75,13 +74,19 @@ Hardware& Hardware::shared()
 
 OSStatus Hardware::choose(AudioBackend backend)
 {
-    if (backend == AudioBackend::pipeWire && !hasPipeWire)
+    if (backend == AudioBackend::pipeWire && !PipeWireModule::find())
         return kAudioHardwareUnsupportedOperationError;
     const std::scoped_lock lock(choiceMutex);
     if (backendIsFixed && chosenBackend != backend)
         return kAudioHardwareIllegalOperationError;
     chosenBackend = backend;
     return noErr;
+}
+
+std::string Hardware::failure()
+{
+    const std::scoped_lock lock(choiceMutex);
+    return chosenBackend == AudioBackend::virtualHardware ? std::string() : PipeWireModule::failure();
 }
 
 OSStatus Hardware::admit(HardwareOperation operation, UInt32 object, const PropertyAddress& address)

@@ -52,6 +52,8 @@ public:
     static Hardware& shared();
     /// See qmx::setAudioBackend.
     static OSStatus choose(AudioBackend backend);
+    /// See qmx::audioBackendFailure.
+    static std::string failure();
 
     Backend& backend() { return backend_; }
     Listeners& listeners() { return listeners_; }

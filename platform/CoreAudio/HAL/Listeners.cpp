@@ -39,9 +39,9 @@ bool Listeners::add(UInt32 object, const Listener& listener, bool announcesNow, 
     auto& registrations = registrations_[object];
     if (std::ranges::any_of(registrations, [&](const auto& each) { return each->listener == listener; }))
         return false;
-    registrations.push_back(std::make_shared<Registration>(Registration{listener}));
+    registrations.push_back(std::make_shared<Registration>(Registration{listener, nextOrder_++}));
     if (announcesNow) {
-        queue_.push_back({object, announced, registrations.back(), {}});
+        queue_.push_back({object, announced, registrations.back(), {}, nextOrder_++});
         announced_.notify_one();
     }
     return true;
@@ -72,7 +72,7 @@ void Listeners::announce(UInt32 object, const PropertyAddress& address, std::fun
 {
     thread_.start();
     const std::scoped_lock lock(mutex_);
-    queue_.push_back({object, address, nullptr, std::move(before)});
+    queue_.push_back({object, address, nullptr, std::move(before), nextOrder_++});
     announced_.notify_one();
 }
 
@@ -110,8 +110,10 @@ std::vector<std::shared_ptr<Listeners::Registration>> Listeners::registrationsFo
     }
     const std::scoped_lock lock(mutex_);
     if (const auto entry = registrations_.find(announcement.object); entry != registrations_.end())
-        std::ranges::copy_if(entry->second, std::back_inserter(wanting),
-                             [&](const auto& each) { return each->listener.wants(announcement.address); });
+        std::ranges::copy_if(entry->second, std::back_inserter(wanting), [&](const auto& each) {
+            const bool cameInTime = announcement.before || each->order < announcement.order;
+            return cameInTime && each->listener.wants(announcement.address);
+        });
     return wanting;
 }
 

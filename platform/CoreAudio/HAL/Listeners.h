@@ -34,7 +34,8 @@ struct Listener {
 };
 
 /// Registrations by object (0 is the system) and the queue of changes. The notification thread calls, with no lock
-/// held, the listeners that are registered when a change's turn comes. Never destroyed; its thread is never waited for.
+/// held, the listeners that were registered before a change and still are when its turn comes. Never destroyed; its
+/// thread is never waited for.
 class Listeners
 {
 public:
@@ -47,7 +48,7 @@ public:
     /// and inside callbacks.
     bool remove(UInt32 object, const Listener& listener);
     /// Puts a change in the queue. The notification thread calls `before` when the change's turn has come, with no lock
-    /// held, and then calls the listeners.
+    /// held, and then calls the listeners: also those that came after the announcement, as `before` makes the change.
     void announce(UInt32 object, const PropertyAddress& address, std::function<void()> before = {});
     /// Whether the calling thread is the notification thread.
     static bool isNotificationThread();
@@ -55,6 +56,7 @@ public:
 private:
     struct Registration {
         Listener listener;
+        UInt64 order;
         bool isActive = true; // guarded by the lock
     };
     struct Announcement {
@@ -62,6 +64,7 @@ private:
         PropertyAddress address;
         std::shared_ptr<Registration> only; // null: all registrations
         std::function<void()> before;
+        UInt64 order;
     };
     [[noreturn]] void run();
     Announcement waitForAnnouncement();
@@ -74,6 +77,7 @@ private:
     std::condition_variable returned_;
     std::unordered_map<UInt32, std::vector<std::shared_ptr<Registration>>> registrations_;
     std::deque<Announcement> queue_;
+    UInt64 nextOrder_ = 0; ///< of registrations and announcements together
     const Registration* called_ = nullptr;
     LastingThread thread_{"qmx-notify", [this] { run(); }, [this] { return hasAnnouncements(); }};
 };

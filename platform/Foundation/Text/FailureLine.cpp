@@ -21,6 +21,7 @@ namespace
 
 struct Failure {
     const char* title = nullptr; ///< or the whole text of a status line
+    const char* word = nullptr;
     OSStatus status = noErr;
     const char* file = nullptr; ///< null for a status line
     unsigned line = 0;
@@ -30,7 +31,7 @@ struct Failure {
     {
         if (!file)
             return format(title, status, fourCharString(static_cast<UInt32>(status)).c_str());
-        return format("%s Error: %ld ->  %s:  %d", title, static_cast<long>(status), file, line);
+        return format("%s %s: %ld ->  %s:  %d", title, word, static_cast<long>(status), file, line);
     }
 };
 
@@ -112,12 +113,12 @@ OSStatus tell(const Failure& failure) noexcept
 
 OSStatus FailureLine::operator()(OSStatus status, unsigned line) const noexcept
 {
-    return tell({title_, status, file_, line, 0});
+    return tell({title_, word_, status, file_, line, 0});
 }
 
 OSStatus StatusLine::operator()(OSStatus status) const noexcept
 {
-    return tell({text_, status, nullptr, 0, 0});
+    return tell({text_, nullptr, status, nullptr, 0, 0});
 }
 
 void printWaitingFailures()

@@ -15,10 +15,13 @@ namespace qmx
 class QMX_EXPORT FailureLine
 {
 public:
-    /// `title` starts each line and `file` names the source in it; both texts must outlive this object.
-    constexpr FailureLine(const char* title, const char* file) : title_(title), file_(file) {}
+    /// `title` and `word` start each line and `file` names the source in it; all texts must outlive this object.
+    constexpr FailureLine(const char* title, const char* file, const char* word = "Error")
+        : title_(title), file_(file), word_(word)
+    {
+    }
 
-    /// Unless `status` is 0, prints "<title> Error: <status> ->  <file>:  <line>" to standard error and flushes
+    /// Unless `status` is 0, prints "<title> <word>: <status> ->  <file>:  <line>" to standard error and flushes
     /// standard output. On a thread marked real-time the line is queued, without allocation or lock, until the next
     /// failure outside of real time: at most 64 lines, further ones are dropped. Returns `status`.
     OSStatus operator()(OSStatus status, unsigned line = __builtin_LINE()) const noexcept;
@@ -26,6 +29,7 @@ public:
 private:
     const char* title_;
     const char* file_;
+    const char* word_;
 };
 
 /// A line in a class's own words about a status.

@@ -2,6 +2,7 @@
 #include "Foundation/Threads/ConditionLock.h"
 
 #include <linux/futex.h>
+#include <pthread.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -14,9 +15,20 @@ namespace qmx
 namespace
 {
 
-// The word, from the lowest bit: held, signal pending, 15 bits condition, 15 bits pending condition.
-constexpr std::uint32_t heldBit = 1, pendingBit = 2, conditionMask = 0x7fff;
-constexpr int conditionShift = 2, pendingShift = 17;
+// The word, from the lowest bit: held, signal pending, somebody waits, 14 bits condition, 14 bits pending condition.
+//
+// No wake is lost, whatever the memory orders, because everything is in this one word, and all threads agree on the
+// order of its changes. A thread sleeps only while the word is one that it cannot take and that says that somebody
+// waits: the kernel compares the word and puts the thread to sleep in one step. A change that may let it in, a release
+// or a signal to a free lock, finds that bit in the word that it replaces, clears it and wakes all; those who still
+// cannot take the lock set it again. Taking the lock and signals to a held one keep the bit, for the release that
+// follows. A thread that gives up waiting leaves it, which costs one wake too many.
+//
+// What a release or a signal published is seen by every later holder, not only the next one: each change is a
+// read-modify-write, also those of relaxed order, so what a holder acquires continues the sequence of all earlier
+// releases. A thread that finds itself in `holder_` is the holder: it reads no value older than its own last one.
+constexpr std::uint32_t heldBit = 1, pendingBit = 2, waitingBit = 4, conditionMask = 0x3fff;
+constexpr int conditionShift = 3, pendingShift = 17;
 
 constexpr std::uint32_t field(int condition, int shift)
 {
@@ -26,13 +38,12 @@ constexpr std::uint32_t field(int condition, int shift)
 constexpr int valueAt(std::uint32_t word, int shift)
 {
     const auto bits = static_cast<int>((word >> shift) & conditionMask);
-    return bits & 0x4000 ? bits - 0x8000 : bits;
+    return bits & 0x2000 ? bits - 0x4000 : bits;
 }
 
 std::uintptr_t thisThread()
 {
-    static thread_local const char address = 0; // its address tells the threads apart
-    return reinterpret_cast<std::uintptr_t>(&address);
+    return static_cast<std::uintptr_t>(pthread_self()); // never 0
 }
 
 using Clock = std::chrono::steady_clock;
@@ -48,7 +59,7 @@ timespec timeLeft(Clock::time_point deadline)
 // Sleeps while the word has the value `seen`; may return early after any wake-up, and returns at the deadline.
 void waitOnWord(std::atomic<std::uint32_t>& word, std::uint32_t seen, const std::optional<Clock::time_point>& deadline)
 {
-    static_assert(sizeof(word) == sizeof(std::uint32_t));
+    static_assert(std::atomic<std::uint32_t>::is_always_lock_free); // nothing but the number is there
     timespec timeout{};
     if (deadline)
         timeout = timeLeft(*deadline);
@@ -86,7 +97,9 @@ bool ConditionLock::acquire(bool any, int condition, Wait wait, std::chrono::nan
         }
         if (wait == Wait::none || (deadline && Clock::now() >= *deadline))
             return false;
-        waitOnWord(word_, seen, deadline);
+        if (!(seen & waitingBit) && !word_.compare_exchange_weak(seen, seen | waitingBit, std::memory_order_relaxed))
+            continue;
+        waitOnWord(word_, seen | waitingBit, deadline);
         seen = word_.load(std::memory_order_relaxed);
     }
 }
@@ -100,11 +113,13 @@ void ConditionLock::release(bool keepsCondition, int condition)
     do {
         const int given = keepsCondition ? valueAt(seen, conditionShift) : condition;
         if ((seen & heldBit) && !isHolder)
-            next = (seen & (heldBit | field(-1, conditionShift))) | pendingBit | field(given, pendingShift);
-        else
+            next =
+                (seen & (heldBit | waitingBit | field(-1, conditionShift))) | pendingBit | field(given, pendingShift);
+        else // who waits on says so again
             next = field(seen & pendingBit ? valueAt(seen, pendingShift) : given, conditionShift);
     } while (!word_.compare_exchange_weak(seen, next, std::memory_order_acq_rel, std::memory_order_relaxed));
-    wakeAll(word_);
+    if (seen & ~next & waitingBit)
+        wakeAll(word_);
 }
 
 void ConditionLock::lock()

@@ -15,8 +15,8 @@ namespace qmx
 ///
 /// A thread that does not hold the lock may release it with a value, as a signal: on a free lock it sets the condition;
 /// on a held one the value takes effect when the holder releases, instead of the holder's own value. So a signal is
-/// never lost (the last of several wins), and sending one costs a store and a wake: it may be sent from an I/O thread.
-/// Conditions lie between -16384 and 16383.
+/// never lost (the last of several wins), and sending one costs a store, and a wake if somebody waits: it may be sent
+/// from an I/O thread. Conditions lie between -8192 and 8191.
 ///
 /// All operations: any thread. Not recursive.
 class QMX_EXPORT ConditionLock
@@ -47,7 +47,7 @@ private:
     bool acquire(bool any, int condition, Wait wait, std::chrono::nanoseconds timeout);
     void release(bool keepsCondition, int condition);
 
-    std::atomic<std::uint32_t> word_; // held, signal pending, condition, pending condition
+    std::atomic<std::uint32_t> word_; // held, signal pending, somebody waits, condition, pending condition
     std::atomic<std::uintptr_t> holder_{0};
 };
 

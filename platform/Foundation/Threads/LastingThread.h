@@ -14,7 +14,7 @@ namespace qmx
 
 /// A thread that lasts as long as the process. start() makes it when it is first needed, or later if the system had no
 /// thread left then. Once the thread exists, this object must not be destroyed.
-class LastingThread
+class QMX_MODULE_EXPORT LastingThread
 {
 public:
     /// `body` never returns. If `hasWork` is given, the thread is a worker.

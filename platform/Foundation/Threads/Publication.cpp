@@ -14,7 +14,11 @@ namespace qmx
 struct Publication::Readers {
     std::mutex waiting;                     // one thread waits at a time
     std::atomic<std::uint32_t> present{0};  // the count that new readers join
-    std::atomic<std::uint32_t> counts[2]{}; // of the readers inside
+    std::atomic<std::uint32_t> counts[2]{}; // of the readers inside, and whether the thread waits for them
+
+    // A reader that leaves notifies only where it is awaited: the library of the language wakes by memory addresses,
+    // several of which it takes for one, so that it would call the system for threads that wait for something else.
+    static constexpr std::uint32_t awaited = 0x80000000;
 
     void wait()
     {
@@ -26,10 +30,12 @@ struct Publication::Readers {
         waitUntilZero(counts[before]);
     }
 
-    static void waitUntilZero(const std::atomic<std::uint32_t>& count)
+    static void waitUntilZero(std::atomic<std::uint32_t>& count)
     {
-        while (const std::uint32_t left = count.load())
+        std::uint32_t left = count.fetch_or(awaited) | awaited;
+        for (; left != awaited; left = count.load())
             count.wait(left);
+        count.fetch_and(~awaited);
     }
 };
 
@@ -47,7 +53,7 @@ unsigned Publication::enter() const noexcept
 void Publication::leave(unsigned place) const noexcept
 {
     std::atomic<std::uint32_t>& count = readers_->counts[place];
-    if (count.fetch_sub(1) == 1)
+    if (count.fetch_sub(1) == (Readers::awaited | 1))
         count.notify_all();
 }
 

@@ -3,11 +3,13 @@
 #pragma once
 
 #include "AudioToolbox/AudioFile.h"
+#include "Foundation/ByteFields.h"
+#include "support/TemporaryFolder.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstring>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <random>
@@ -147,9 +149,11 @@ inline ByteBlock pattern(std::size_t count, std::size_t start = 0)
 
 inline ByteBlock contentsOf(const std::string& path)
 {
-    ByteBlock bytes(std::filesystem::file_size(path));
-    std::ifstream(path, std::ios::binary)
-        .read(reinterpret_cast<char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+    std::ifstream file(path, std::ios::binary | std::ios::ate);
+    if (!file)
+        return {};
+    ByteBlock bytes(static_cast<std::size_t>(file.tellg()));
+    file.seekg(0).read(reinterpret_cast<char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
     return bytes;
 }
 
@@ -159,34 +163,38 @@ inline void writeFile(const std::string& path, const ByteBlock& bytes)
         .write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
 }
 
+/// What a command prints that runs in a folder; it must not fail.
+inline std::string run(const std::string& command, const TemporaryFolder& folder)
+{
+    const std::string line = "cd " + folder.path("") + " && " + command + " >log 2>&1 </dev/null";
+    const int status = std::system(line.c_str());
+    const ByteBlock log = contentsOf(folder.path("log"));
+    EXPECT_EQ(status, 0) << command << "\n" << std::string(log.begin(), log.end());
+    return {log.begin(), log.end()};
+}
+
 /// Whether the chunks have 64-bit sizes and stand in a file that does not tell its own.
 inline bool isCAF(const ByteBlock& file)
 {
     return std::equal(file.begin(), file.begin() + 4, "caff");
 }
 
+inline ByteOrder orderOf(const ByteBlock& file)
+{
+    return file.at(3) == 'F' ? ByteOrder::little : ByteOrder::big;
+}
+
 /// Appends a chunk to a whole form, as a program that knows only the form's size would.
 inline void appendChunk(ByteBlock& file, const char* id, const ByteBlock& data)
 {
-    if (isCAF(file)) {
-        file.insert(file.end(), id, id + 4);
-        for (int shift = 56; shift >= 0; shift -= 8)
-            file.push_back(static_cast<std::uint8_t>(std::uint64_t{data.size()} >> shift));
-        file.insert(file.end(), data.begin(), data.end());
-        return;
-    }
-    const bool isLittle = file[3] == 'F';
-    const auto put = [&](std::size_t at, std::size_t value) {
-        for (std::size_t i = 0; i < 4; ++i)
-            file[at + i] = static_cast<std::uint8_t>(value >> 8 * (isLittle ? i : 3 - i));
-    };
-    const std::size_t at = file.size() + file.size() % 2;
-    file.resize(at + 8);
-    std::memcpy(&file[at], id, 4);
-    put(at + 4, data.size());
-    file.insert(file.end(), data.begin(), data.end());
-    file.resize(file.size() + file.size() % 2);
-    put(4, file.size() - 8);
+    const std::size_t alignment = isCAF(file) ? 1 : 2;
+    file.resize(file.size() + file.size() % alignment);
+    ByteWriter chunk(orderOf(file));
+    chunk.append(std::string_view(id)).integer(data.size(), isCAF(file) ? 8 : 4, orderOf(file)).append(data);
+    file.insert(file.end(), chunk.bytes().begin(), chunk.bytes().end());
+    file.resize(file.size() + file.size() % alignment);
+    if (!isCAF(file))
+        store32(&file[4], static_cast<UInt32>(file.size() - 8), orderOf(file));
 }
 
 /// `text` with the first place of `part` changed.
@@ -205,14 +213,9 @@ struct FoundChunk {
 /// be missing or not counted.
 inline std::vector<FoundChunk> chunksOf(const ByteBlock& file)
 {
-    const bool is64 = isCAF(file), isLittle = !is64 && file.at(3) == 'F';
+    const bool is64 = isCAF(file);
     const std::size_t width = is64 ? 8 : 4, header = 4 + width;
-    const auto number = [&](std::size_t at) {
-        std::size_t value = 0;
-        for (std::size_t i = 0; i < width; ++i)
-            value = value << 8 | file.at(isLittle ? at + 3 - i : at + i);
-        return value;
-    };
+    const auto number = [&](std::size_t at) { return loadInteger(&file.at(at), width, orderOf(file)); };
     std::vector<FoundChunk> chunks;
     const std::size_t end = is64 ? file.size() : 8 + number(4);
     std::size_t at = is64 ? 8 : 12;

@@ -1,12 +1,10 @@
 // SPDX-License-Identifier: MIT
 // Files go both ways between the service and the public tools sox, ffmpeg and sndfile-convert, for every sample type
 // that a tool knows in a container. A tool that is not installed fails the test.
-#include "AudioToolbox/AudioConverter.h"
 #include "platform/AudioToolbox/AudioFileHelpers.h"
+#include "platform/AudioToolbox/Conversion/Conversions.h"
 #include "support/TemporaryFolder.h"
 
-#include <cstdlib>
-#include <cstring>
 #include <map>
 
 using namespace qmx::test;
@@ -16,7 +14,7 @@ namespace
 
 constexpr std::size_t samples = 666; // of two channels
 const AudioStreamBasicDescription floats = linear(9, 32, 2);
-constexpr AudioFormatID pcm = kAudioFormatLinearPCM, uLaw = kAudioFormatULaw, aLaw = kAudioFormatALaw;
+constexpr AudioFormatID lpcm = kAudioFormatLinearPCM, uLaw = kAudioFormatULaw, aLaw = kAudioFormatALaw;
 
 // A value of full eight bits, so that every sample type but the companded ones holds it exactly.
 float valueAt(std::size_t index)
@@ -24,29 +22,12 @@ float valueAt(std::size_t index)
     return (static_cast<float>(index * 37 % 255) - 127) / 128;
 }
 
-ByteBlock converted(const ByteBlock& data, const AudioStreamBasicDescription& from,
-                    const AudioStreamBasicDescription& to)
-{
-    AudioConverterRef converter = nullptr;
-    EXPECT_EQ(AudioConverterNew(&from, &to, &converter), noErr);
-    ByteBlock result(data.size() / from.mBytesPerFrame * to.mBytesPerFrame);
-    auto size = static_cast<UInt32>(result.size());
-    EXPECT_EQ(
-        AudioConverterConvertBuffer(converter, static_cast<UInt32>(data.size()), data.data(), &size, result.data()),
-        noErr);
-    EXPECT_EQ(AudioConverterDispose(converter), noErr);
-    return result;
-}
-
 void expectSignal(const ByteBlock& audio, const AudioStreamBasicDescription& format, bool isExact)
 {
     ASSERT_EQ(audio.size(), samples / 2 * format.mBytesPerFrame);
-    const ByteBlock data = converted(audio, format, floats);
-    for (std::size_t i = 0; i < samples; ++i) {
-        float value = 0;
-        std::memcpy(&value, &data[i * sizeof value], sizeof value);
-        ASSERT_NEAR(value, valueAt(i), isExact ? 1e-6 : 0.04) << "sample " << i;
-    }
+    const auto values = converted<float>(format, floats, audio);
+    for (std::size_t i = 0; i < samples; ++i)
+        ASSERT_NEAR(values.at(i), valueAt(i), isExact ? 1e-6 : 0.04) << "sample " << i;
 }
 
 void writeSignal(const std::string& path, AudioFileTypeID type, const AudioStreamBasicDescription& asked)
@@ -54,20 +35,10 @@ void writeSignal(const std::string& path, AudioFileTypeID type, const AudioStrea
     std::filesystem::remove(path);
     const Opened made(createFile(path, type, asked));
     ASSERT_EQ(made.status, noErr) << path;
-    ByteBlock data(samples * sizeof(float));
-    for (std::size_t i = 0; i < samples; ++i) {
-        const float value = valueAt(i);
-        std::memcpy(&data[i * sizeof value], &value, sizeof value);
-    }
-    EXPECT_EQ(writeAudio(made.file, 0, converted(data, floats, formatOf(made.file))), noErr);
-}
-
-void run(const std::string& command, const TemporaryFolder& folder)
-{
-    const std::string line = "cd " + folder.path("") + " && " + command + " >log 2>&1 </dev/null";
-    const int status = std::system(line.c_str());
-    const ByteBlock log = contentsOf(folder.path("log"));
-    ASSERT_EQ(status, 0) << command << "\n" << std::string(log.begin(), log.end());
+    std::vector<float> values;
+    for (std::size_t i = 0; i < samples; ++i)
+        values.push_back(valueAt(i));
+    EXPECT_EQ(writeAudio(made.file, 0, converted<UInt8>(floats, formatOf(made.file), values)), noErr);
 }
 
 } // namespace
@@ -84,7 +55,7 @@ TEST(AudioFileTools, TheirFilesAreReadRight)
         std::vector<std::string> files;
         AudioFormatFlags flags;
         std::vector<UInt32> bits;
-        AudioFormatID coding = pcm;
+        AudioFormatID coding = lpcm;
     } rows[] = {
         {sox + "-e signed -b NN", {"a.aif", "a.aifc", "a.caf", "a.au"}, 14, {8, 16, 24, 32}},
         {sox + "-e signed -b NN", {"a.wav"}, 12, {16, 24, 32}},
@@ -132,7 +103,7 @@ TEST(AudioFileTools, TheirFilesAreReadRight)
                 EXPECT_EQ(format.mFormatFlags, row.flags);
                 EXPECT_EQ(format.mBitsPerChannel, bits);
                 EXPECT_EQ(format.mSampleRate, 44100);
-                expectSignal(audioOf(opened.file), format, row.coding == pcm);
+                expectSignal(audioOf(opened.file), format, row.coding == lpcm);
             }
 }
 
@@ -156,7 +127,7 @@ TEST(AudioFileTools, OurFilesAreReadRightByThem)
         AudioFormatFlags flags;
         std::vector<UInt32> bits;
         std::vector<int> readers; // not all know the rarer types of AIFF-C, padded samples, RIFX, or CAF's floats
-        AudioFormatID coding = pcm;
+        AudioFormatID coding = lpcm;
     } rows[] = {
         {{aiff}, 14, {8, 16, 20, 24, 32}, {0, 1, 2}},
         {{aifc, caf, au}, 14, {8, 16, 24, 32}, {0, 1, 2}},
@@ -189,7 +160,7 @@ TEST(AudioFileTools, OurFilesAreReadRightByThem)
                     SCOPED_TRACE(testing::Message() << tools[reader].command << " " << file << " " << bits);
                     std::filesystem::remove(folder.path("out.raw"));
                     run(replaced(tools[reader].command, "OURS", file), folder);
-                    expectSignal(contentsOf(folder.path("out.raw")), tools[reader].decoded, row.coding == pcm);
+                    expectSignal(contentsOf(folder.path("out.raw")), tools[reader].decoded, row.coding == lpcm);
                 }
             }
 }

@@ -227,7 +227,7 @@ TEST_F(AudioUnits, MayBeClosedInsideTheirCallback)
 TEST(Components, AreFoundByAnyPartOfTheirDescription)
 {
     const ComponentDescription all{}, none{kAudioUnitType_Effect};
-    EXPECT_EQ(3U, CountComponents(&all));
+    EXPECT_EQ(4U, CountComponents(&all));
     EXPECT_EQ(nullptr, FindNextComponent(nullptr, &none));
     ComponentDescription found;
     EXPECT_EQ(noErr, GetComponentInfo(FindNextComponent(nullptr, &converterUnit), &found));

@@ -12,21 +12,6 @@ using qmx::DeviceDescription;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-namespace
-{
-
-std::string textProperty(AudioDeviceID device, AudioDevicePropertyID property)
-{
-    CFStringRef reference = nullptr;
-    UInt32 size = sizeof reference;
-    EXPECT_EQ(AudioDeviceGetProperty(device, 0, false, property, &size, &reference), noErr);
-    std::string text = CFStringGetText(reference);
-    CFRelease(reference);
-    return text;
-}
-
-} // namespace
-
 TEST_F(HardwareTest, ErrorsAreThePlatformsCodes)
 {
     const AudioDeviceID device = add("a", 2, 0);
@@ -62,12 +47,9 @@ TEST_F(HardwareTest, PropertiesAnswerFromTheDevicesRecord)
 {
     DeviceDescription wanted = qmx::VirtualHardware::standardDevice("uid", "A name of thirty-one characters", 0, 2);
     wanted.output.streams.push_back(wanted.output.streams.front());
-    wanted.output.dataSources.push_back({77, {}});
     const AudioDeviceID device = hardware.addDevice(wanted);
 
-    EXPECT_EQ(textProperty(device, kAudioDevicePropertyDeviceUID), "uid");
-    EXPECT_EQ(textProperty(device, kAudioDevicePropertyDeviceManufacturerCFString), "QMX");
-    const auto name = value<std::array<char, 7>>(device, 0, false, kAudioDevicePropertyDeviceName);
+    const auto name = get<std::array<char, 7>>(device, 0, false, kAudioDevicePropertyDeviceName);
     EXPECT_STREQ(name.data(), "A name");
 
     std::array<std::byte, 64> block{};
@@ -82,19 +64,12 @@ TEST_F(HardwareTest, PropertiesAnswerFromTheDevicesRecord)
               noErr);
     EXPECT_EQ(size, offsetof(AudioBufferList, mBuffers)); // a direction without streams
 
-    const auto streams = value<std::array<AudioStreamID, 2>>(device, 0, false, kAudioDevicePropertyStreams);
-    for (const auto& [property, expected] :
-         {std::pair{kAudioStreamPropertyStartingChannel, 3U}, {kAudioStreamPropertyDirection, 0U}}) {
-        UInt32 word = 7;
-        size = sizeof word;
-        EXPECT_EQ(AudioStreamGetProperty(streams[1], 0, property, &size, &word), noErr);
-        EXPECT_EQ(word, expected);
-    }
+    const auto streams = get<std::array<AudioStreamID, 2>>(device, 0, false, kAudioDevicePropertyStreams);
     EXPECT_GE(std::min(device, streams[0]), 256U);
 
-    auto format = value<AudioStreamBasicDescription>(device, 4, false, kAudioDevicePropertyStreamFormat);
+    auto format = get<AudioStreamBasicDescription>(device, 4, false, kAudioDevicePropertyStreamFormat);
     EXPECT_EQ(format.mFormatFlags, kAudioFormatFlagsNativeFloatPacked);
-    format = value<AudioStreamBasicDescription>(device, 0, false, kAudioDevicePropertyPhysicalFormat);
+    format = get<AudioStreamBasicDescription>(device, 0, false, kAudioDevicePropertyPhysicalFormat);
     EXPECT_EQ(format.mBytesPerFrame, 4U); // packed 16-bit stereo
     EXPECT_EQ(format.mSampleRate, 44100);
     format.mBitsPerChannel = 23;
@@ -105,35 +80,6 @@ TEST_F(HardwareTest, PropertiesAnswerFromTheDevicesRecord)
     EXPECT_EQ(format.mSampleRate, 48000);
     EXPECT_EQ(AudioStreamGetProperty(streams[0], 0, kAudioStreamPropertyPhysicalFormatSupported, &size, &format),
               noErr);
-
-    UInt32 source = kIOAudioSelectorControlSelectionValueHeadphones;
-    CFStringRef sourceName = nullptr;
-    AudioValueTranslation translation{&source, sizeof source, &sourceName, sizeof sourceName};
-    EXPECT_EQ(get(device, 0, false, kAudioDevicePropertyDataSourceNameForIDCFString, translation), noErr);
-    EXPECT_EQ(CFStringGetText(sourceName), "Headphones");
-    CFRelease(sourceName);
-    source = 77;
-    EXPECT_EQ(get(device, 0, false, kAudioDevicePropertyDataSourceNameForIDCFString, translation),
-              kAudioHardwareUnknownPropertyError); // it has no name
-
-    CFStringRef uid = CFStringCreate("uid");
-    AudioDeviceID found = 0;
-    translation = {&uid, 3, &found, sizeof found}; // the input size is ignored
-    size = sizeof translation;
-    EXPECT_EQ(AudioHardwareGetProperty(kAudioHardwarePropertyDeviceForUID, &size, &translation), noErr);
-    EXPECT_EQ(found, device);
-    EXPECT_EQ(noErr, hardware.removeDevice(device));
-    EXPECT_EQ(AudioHardwareGetProperty(kAudioHardwarePropertyDeviceForUID, &size, &translation),
-              kAudioHardwareBadDeviceError);
-    CFRelease(uid);
-}
-
-TEST_F(HardwareTest, VolumesKeepGainAndDecibelsInStep)
-{
-    const AudioDeviceID device = add("a", 0, 2);
-    EXPECT_EQ(set(device, 1, false, kAudioDevicePropertyVolumeDecibels, Float32{-6.0206F}), noErr);
-    EXPECT_NEAR(value<Float32>(device, 1, false, kAudioDevicePropertyVolumeScalar), 0.5F, 1e-4F);
-    EXPECT_EQ(value<Float32>(device, 1, false, kAudioDevicePropertyVolumeScalarToDecibels), -96.0F); // of a gain of 0
 }
 
 TEST_F(HardwareTest, ListsGiveTheWholeEntriesThatFit)
@@ -150,7 +96,7 @@ TEST_F(HardwareTest, ListsGiveTheWholeEntriesThatFit)
 TEST_F(HardwareTest, PlugAndUnplugTellDeviceThenSystemWithTheDefaults)
 {
     Heard heard;
-    deviceList();
+    devices();
     heard.listenToHardware();
     const AudioDeviceID one = add("one", 2, 2), two = add("two", 2, 2);
     EXPECT_THAT(heard.take(), ElementsAre("dev#", "dIn ", "dOut", "sOut", "dev#"));
@@ -165,7 +111,7 @@ TEST_F(HardwareTest, PlugAndUnplugTellDeviceThenSystemWithTheDefaults)
     const DeviceDescription added[] = {qmx::VirtualHardware::standardDevice("three", "Three", 2, 0)};
     const auto ids = hardware.changeDevices(std::array{two}, added);
     EXPECT_THAT(heard.take(), ElementsAre("dev#", "dev#", "dIn ", "dOut", "sOut"));
-    EXPECT_THAT(deviceList(), ElementsAre(ids.front()));
+    EXPECT_THAT(devices(), ElementsAre(ids.front()));
     hardware.announceHardware(kAudioHardwarePropertySleepingIsAllowed);
     EXPECT_THAT(heard.take(), ElementsAre("slep"));
 }
@@ -173,12 +119,7 @@ TEST_F(HardwareTest, PlugAndUnplugTellDeviceThenSystemWithTheDefaults)
 TEST_F(HardwareTest, DefaultsHaveStreamsOrAreNone)
 {
     constexpr auto input = kAudioHardwarePropertyDefaultInputDevice;
-    const auto present = [] {
-        AudioDeviceID device = 7;
-        UInt32 size = sizeof device;
-        EXPECT_EQ(AudioHardwareGetProperty(input, &size, &device), noErr);
-        return device;
-    };
+    const auto present = [] { return defaultDevice(input); };
     const auto choose = [](AudioDeviceID device) { return AudioHardwareSetProperty(input, sizeof device, &device); };
     const AudioDeviceID output = add("output", 0, 2), one = add("one", 2, 0), two = add("two", 2, 0);
     EXPECT_EQ(choose(output), kAudioHardwareIllegalOperationError);
@@ -187,7 +128,7 @@ TEST_F(HardwareTest, DefaultsHaveStreamsOrAreNone)
     EXPECT_EQ(present(), one);
     Heard heard;
     hardware.settle();
-    deviceList();
+    devices();
     heard.listenToHardware();
     EXPECT_EQ(noErr, hardware.change(one, [](DeviceDescription& description) { description.input.streams.clear(); }));
     EXPECT_EQ(present(), two);
@@ -203,18 +144,18 @@ TEST_F(HardwareTest, DefaultsHaveStreamsOrAreNone)
 TEST_F(HardwareTest, LoopbackPairsHaveNamesOfTheirOwn)
 {
     const auto first = hardware.addLoopbackPair(), second = hardware.addLoopbackPair();
-    EXPECT_EQ(textProperty(first.input, kAudioDevicePropertyDeviceUID), "qmx.virtual.input");
-    EXPECT_EQ(textProperty(second.input, kAudioDevicePropertyDeviceUID), "qmx.virtual.input.2");
-    EXPECT_EQ(textProperty(second.output, kAudioDevicePropertyDeviceNameCFString), "Virtual Output 2");
+    EXPECT_EQ(textOf(first.input, kAudioDevicePropertyDeviceUID), "qmx.virtual.input");
+    EXPECT_EQ(textOf(second.input, kAudioDevicePropertyDeviceUID), "qmx.virtual.input.2");
+    EXPECT_EQ(textOf(second.output, kAudioDevicePropertyDeviceNameCFString), "Virtual Output 2");
     EXPECT_EQ(noErr, hardware.removeDevice(first.input));
     EXPECT_EQ(noErr, hardware.removeDevice(first.output));
-    EXPECT_EQ(textProperty(hardware.addLoopbackPair().output, kAudioDevicePropertyDeviceUID), "qmx.virtual.output");
+    EXPECT_EQ(textOf(hardware.addLoopbackPair().output, kAudioDevicePropertyDeviceUID), "qmx.virtual.output");
 }
 
 TEST_F(HardwareTest, ChangesAreToldOncePerSectionAndChannel)
 {
     const AudioDeviceID device = add("a", 1, 2);
-    const auto stream = value<AudioStreamID>(device, 0, true, kAudioDevicePropertyStreams);
+    const auto stream = get<AudioStreamID>(device, 0, true, kAudioDevicePropertyStreams);
     Heard heard;
     heard.listenToDevice(device);
     EXPECT_EQ(AudioStreamAddPropertyListener(stream, 0, kAudioPropertyWildcardPropertyID, Heard::stream, &heard),
@@ -263,7 +204,7 @@ TEST_F(HardwareTest, ListenersHearOnlyWhatTheyAskedFor)
 
 TEST_F(HardwareTest, ANewListenerHearsOfAListThatChangedUnread)
 {
-    deviceList();
+    devices();
     {
         Heard nothing;
         nothing.listenToHardware(kAudioHardwarePropertyDevices);
@@ -303,6 +244,29 @@ TEST_F(HardwareTest, AListenerMayRemoveItselfAndAnotherOne)
     EXPECT_EQ(pair.calls, 1);
 }
 
+TEST_F(HardwareTest, AListenerHearsNoneOfTheChangesBeforeIt)
+{
+    struct First {
+        Heard second;
+        static OSStatus listen(AudioDeviceID id, UInt32, Boolean, AudioDevicePropertyID, void* clientData)
+        {
+            auto& self = *static_cast<First*>(clientData);
+            EXPECT_EQ(AudioDeviceRemovePropertyListener(id, 0, 0, kAudioDevicePropertyMute, listen, clientData), noErr);
+            set(id, 0, false, kAudioDevicePropertyMute, UInt32{0}); // is told after this call
+            self.second.listenToDevice(id);
+            return noErr;
+        }
+    };
+    First first;
+    const AudioDeviceID device = add("a", 0, 2);
+    EXPECT_EQ(AudioDeviceAddPropertyListener(device, 0, 0, kAudioDevicePropertyMute, First::listen, &first), noErr);
+    set(device, 0, false, kAudioDevicePropertyMute, UInt32{1});
+    EXPECT_THAT(first.second.take(), IsEmpty());
+    set(device, 0, false, kAudioDevicePropertyMute, UInt32{1});
+    EXPECT_THAT(first.second.take(), ElementsAre("mute 0 out"));
+    EXPECT_EQ(first.second.stopListeningToDevice(device), noErr);
+}
+
 TEST_F(HardwareTest, FaultsFailTheChosenCallsAsOftenAsWanted)
 {
     const AudioDeviceID device = add("a", 2, 0);
@@ -326,9 +290,9 @@ TEST_F(HardwareTest, RawPropertiesStandInForTheRecord)
     EXPECT_EQ(noErr, hardware.change(device, [](DeviceDescription& description) {
         description.rawProperties[{kAudioDevicePropertyLatency, 0, true}] = {{std::byte{9}, {}, {}, {}}, true};
     }));
-    EXPECT_EQ(value<UInt32>(device, 0, true, kAudioDevicePropertyLatency), 9U);
+    EXPECT_EQ(get<UInt32>(device, 0, true, kAudioDevicePropertyLatency), 9U);
     EXPECT_EQ(set(device, 0, true, kAudioDevicePropertyLatency, UInt32{12}), noErr);
-    EXPECT_EQ(value<UInt32>(device, 0, true, kAudioDevicePropertyLatency), 12U);
+    EXPECT_EQ(get<UInt32>(device, 0, true, kAudioDevicePropertyLatency), 12U);
 }
 
 TEST_F(HardwareTest, ABootChimeThatIsThereCanBeSet)
@@ -338,7 +302,7 @@ TEST_F(HardwareTest, ABootChimeThatIsThereCanBeSet)
     EXPECT_EQ(AudioHardwareGetProperty(kAudioHardwarePropertyBootChimeVolumeScalar, &size, &value),
               kAudioHardwareUnknownPropertyError);
     Heard heard;
-    deviceList();
+    devices();
     heard.listenToHardware();
     hardware.setBootChimeVolume(qmx::VolumeControl{});
     EXPECT_THAT(heard.take(), ElementsAre("bbvs", "bbvd", "bbd#"));

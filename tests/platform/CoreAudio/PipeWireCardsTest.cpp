@@ -4,8 +4,6 @@
 #include "CoreAudio/AudioDeviceTypes.h"
 #include "support/FakeHardware.h"
 
-#include <cmath>
-
 namespace
 {
 

@@ -3,7 +3,6 @@
 
 #include "CoreAudio/AudioDeviceTypes.h"
 
-#include <algorithm>
 #include <cmath>
 
 class PipeWireDevicesTest : public ManagedOrNot

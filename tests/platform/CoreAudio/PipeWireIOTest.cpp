@@ -2,6 +2,7 @@
 #include "platform/CoreAudio/PipeWireTest.h"
 
 #include "support/FakeHardware.h"
+#include "support/TimedSound.h"
 
 #include <algorithm>
 #include <atomic>
@@ -10,53 +11,26 @@
 namespace
 {
 
-// Whether the times were continuous.
-struct Times {
-    Float64 next = -1;
-    std::atomic<int> breaks{0};
-    void add(const AudioTimeStamp& time, std::size_t frames)
-    {
-        if (next >= 0 && time.mSampleTime != next)
-            ++breaks;
-        next = time.mSampleTime + static_cast<Float64>(frames);
-    }
-};
-
-// What an input captured.
-struct Capture {
-    explicit Capture(std::size_t most) : samples(most) {}
-    std::vector<Float32> samples;
-    std::atomic<std::size_t> used{0};
-
-    void add(std::span<const Float32> from)
-    {
-        const std::size_t count = std::min(from.size(), samples.size() - used);
-        std::copy_n(from.begin(), count, samples.begin() + static_cast<std::ptrdiff_t>(used.load()));
-        used += count;
-    }
-    bool isFull() const { return used == samples.size(); }
-};
-
-constexpr std::size_t sampleCount = 2 * 48000;
+constexpr SInt64 second = 48000; // frames
 
 } // namespace
 
 class PipeWireIOTest : public ManagedOrNot
 {
 protected:
-    /// Plays a count on one device and captures another, or the same one; returns whether most of it arrived in order.
+    /// Plays a sound on one device and captures another, or the same one; returns whether most of it arrived in order.
     /// A busy machine may lose a cycle, and reports it.
     bool isPlayedAndCaptured(AudioDeviceID output, AudioDeviceID input)
     {
-        Capture capture(sampleCount);
+        Capture capture(2 * second);
         Times playerTimes, recorderTimes;
-        UInt64 played = 0;
+        SInt64 played = 0;
         for (const AudioDeviceID device : {output, input})
             listenTo(device);
         Procedure player(output, [&](const auto&, const auto&, AudioBufferList& list, const AudioTimeStamp& time) {
             playerTimes.add(time, samplesOf(list).size() / 2);
-            for (Float32& sample : samplesOf(list))
-                sample = counted(++played);
+            qmx::test::TimedSound::fill(samplesOf(list), played);
+            played += static_cast<SInt64>(samplesOf(list).size() / 2);
         });
         Procedure recorder(input, [&](const AudioBufferList& list, const AudioTimeStamp& time, auto&, const auto&) {
             recorderTimes.add(time, samplesOf(list).size() / 2);
@@ -70,14 +44,15 @@ protected:
         EXPECT_TRUE(waitUntil([&] { return capture.isFull(); }));
         EXPECT_EQ(player.stop(), noErr);
         EXPECT_EQ(recorder.stop(), noErr);
-        const ArrivedCount arrived(capture.samples);
-        EXPECT_EQ(arrived.changed, 0U);
+        qmx::test::TimedTake arrived;
+        arrived.add(capture.samples);
+        EXPECT_EQ(arrived.changed, 0);
         const auto isTold = [&] {
             return playerTimes.breaks + recorderTimes.breaks > 0 || wasTold(output, kAudioDeviceProcessorOverload) ||
                    wasTold(input, kAudioDeviceProcessorOverload);
         };
         EXPECT_TRUE(arrived.breaks == 0 || waitUntil(isTold)) << arrived.breaks << " breaks though no gap was told";
-        return arrived.inOrder > sampleCount / 2 && arrived.longestRun > sampleCount / 4;
+        return arrived.right > second / 2 && arrived.longest > second / 4;
     }
     void expectExact(const std::string& output, const std::string& input)
     {

@@ -3,13 +3,9 @@
 // listeners' reports, and procedures.
 #pragma once
 
-#include "CoreAudio/AudioHardware.h"
-#include "CoreAudioTypes/FourCharCode.h"
-#include "Foundation/Text/CFString.h"
+#include "support/DeviceProperties.h"
 #include "support/OutsideRealTime.h"
 #include "support/SoundServer.h"
-
-#include <gtest/gtest.h>
 
 #include <algorithm>
 #include <atomic>
@@ -31,41 +27,31 @@ inline std::span<Float32> samplesOf(const AudioBufferList& list)
     return {static_cast<Float32*>(list.mBuffers[0].mData), list.mBuffers[0].mDataByteSize / sizeof(Float32)};
 }
 
-/// The n-th sample of a count, from 1 on; exact, and no value repeats within a test.
-inline Float32 counted(UInt64 n)
-{
-    return static_cast<Float32>(n) / 16777216.0F;
-}
-
-/// The state in which a count arrived. After a break it is found again by its numbers.
-struct ArrivedCount {
-    std::size_t inOrder = 0; ///< samples that continue the count
-    std::size_t longestRun = 0;
-    std::size_t breaks = 0;  ///< places where the count does not continue: skipped, repeated, silent
-    std::size_t changed = 0; ///< samples that are neither silence nor one of the count
-
-    explicit ArrivedCount(std::span<const Float32> samples)
+/// Whether the times were continuous.
+struct Times {
+    Float64 next = -1;
+    std::atomic<int> breaks{0};
+    void add(const AudioTimeStamp& time, std::size_t frames)
     {
-        UInt64 next = 1;
-        std::size_t run = 0;
-        for (const Float32 sample : samples) {
-            if (inOrder + breaks == 0 && sample == 0) // before the first sample
-                continue;
-            if (sample == counted(next)) {
-                ++inOrder, ++next;
-                longestRun = std::max(longestRun, ++run);
-                continue;
-            }
-            breaks += std::exchange(run, 0) > 0 || inOrder + breaks == 0 ? 1 : 0;
-            const Float64 number = sample * 16777216.0;
-            const bool isCounted = number >= 1 && number == std::floor(number);
-            changed += isCounted || sample == 0 ? 0 : 1;
-            if (isCounted) {
-                next = static_cast<UInt64>(number) + 1;
-                run = 1;
-            }
-        }
+        if (next >= 0 && time.mSampleTime != next)
+            ++breaks;
+        next = time.mSampleTime + static_cast<Float64>(frames);
     }
+};
+
+/// What an input captured.
+struct Capture {
+    explicit Capture(std::size_t most) : samples(most) {}
+    std::vector<Float32> samples;
+    std::atomic<std::size_t> used{0};
+
+    void add(std::span<const Float32> from)
+    {
+        const std::size_t count = std::min(from.size(), samples.size() - used);
+        std::copy_n(from.begin(), count, samples.begin() + static_cast<std::ptrdiff_t>(used.load()));
+        used += count;
+    }
+    bool isFull() const { return used == samples.size(); }
 };
 
 class Procedure
@@ -93,17 +79,14 @@ private:
     Work work_;
 };
 
-class PipeWireTest : public testing::Test
+class PipeWireTest : public qmx::test::DeviceProperties
 {
 protected:
     explicit PipeWireTest(bool isManaged = false)
     {
         EXPECT_EQ(qmx::setAudioBackend(qmx::AudioBackend::pipeWire), noErr);
         server().start(isManaged);
-        for (const AudioHardwarePropertyID property :
-             {kAudioHardwarePropertyDevices, kAudioHardwarePropertyDefaultInputDevice,
-              kAudioHardwarePropertyDefaultOutputDevice})
-            EXPECT_EQ(AudioHardwareAddPropertyListener(property, hardwareHeard, this), noErr);
+        EXPECT_EQ(AudioHardwareAddPropertyListener(kAudioPropertyWildcardPropertyID, hardwareHeard, this), noErr);
         EXPECT_TRUE(waitUntil([] { return find("test-sink") && find("test-source"); }))
             << "the server's devices do not come";
         if (isManaged)
@@ -115,10 +98,7 @@ protected:
             stopListeningTo(*listened_.begin());
         server().kill();
         EXPECT_TRUE(waitUntil([] { return devices().empty(); })) << "devices outlast the server";
-        for (const AudioHardwarePropertyID property :
-             {kAudioHardwarePropertyDevices, kAudioHardwarePropertyDefaultInputDevice,
-              kAudioHardwarePropertyDefaultOutputDevice})
-            EXPECT_EQ(AudioHardwareRemovePropertyListener(property, hardwareHeard, this), noErr);
+        EXPECT_EQ(AudioHardwareRemovePropertyListener(kAudioPropertyWildcardPropertyID, hardwareHeard, this), noErr);
     }
 
     static qmx::test::SoundServer& server()
@@ -170,47 +150,10 @@ protected:
                 return id;
         return kAudioDeviceUnknown;
     }
-    static std::vector<AudioDeviceID> devices()
-    {
-        std::vector<AudioDeviceID> ids(64);
-        UInt32 size = static_cast<UInt32>(ids.size() * sizeof(AudioDeviceID));
-        EXPECT_EQ(AudioHardwareGetProperty(kAudioHardwarePropertyDevices, &size, ids.data()), noErr);
-        ids.resize(size / sizeof(AudioDeviceID));
-        return ids;
-    }
-    static AudioDeviceID defaultDevice(AudioHardwarePropertyID which)
-    {
-        AudioDeviceID id = kAudioDeviceUnknown;
-        UInt32 size = sizeof id;
-        EXPECT_EQ(AudioHardwareGetProperty(which, &size, &id), noErr);
-        return id;
-    }
     static UInt32 channelsOf(AudioDeviceID device, bool isInput)
     {
         const auto list = get<AudioBufferList>(device, 0, isInput, kAudioDevicePropertyStreamConfiguration);
         return list.mNumberBuffers ? list.mBuffers[0].mNumberChannels : 0;
-    }
-    static std::string textOf(AudioDeviceID id, AudioDevicePropertyID property)
-    {
-        CFStringRef text = nullptr;
-        UInt32 size = sizeof text;
-        if (AudioDeviceGetProperty(id, 0, false, property, &size, &text) != noErr || !text)
-            return {};
-        std::string result = CFStringGetText(text);
-        CFRelease(text);
-        return result;
-    }
-    template <class T> static T get(AudioDeviceID device, UInt32 channel, bool isInput, AudioDevicePropertyID property)
-    {
-        T value{};
-        UInt32 size = sizeof value;
-        EXPECT_EQ(AudioDeviceGetProperty(device, channel, isInput, property, &size, &value), noErr);
-        return value;
-    }
-    template <class T>
-    static OSStatus set(AudioDeviceID device, UInt32 channel, bool isInput, AudioDevicePropertyID property, T value)
-    {
-        return AudioDeviceSetProperty(device, nullptr, channel, isInput, property, sizeof value, &value);
     }
     static void force(const std::string& what, UInt32 value)
     {

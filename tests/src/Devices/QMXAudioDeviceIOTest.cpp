@@ -7,7 +7,6 @@
 #include "support/CapturedLog.h"
 #include "support/VirtualDevices.h"
 
-#include <array>
 #include <functional>
 #include <thread>
 

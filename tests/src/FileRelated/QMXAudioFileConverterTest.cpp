@@ -5,7 +5,9 @@
 #include "platform/AudioToolbox/CodedFiles.h"
 #include "support/FileWork.h"
 
+#include <algorithm>
 #include <cerrno>
+#include <stdexcept>
 
 namespace
 {
@@ -65,6 +67,35 @@ TEST_F(QMXAudioFileConverterTest, ConvertsWholeFilesInPassesOf1024Frames)
     EXPECT_EQ(none->convertFileToPath_toFileType_subscriber("/d/e.aif", kAudioFileAIFFType, nullptr), fnfErr);
     expectFailure(*none, fnfErr, "/d/none could not be opened: no such file or folder");
     EXPECT_TRUE(disk.contents("/d/e.aif").empty());
+}
+
+TEST_F(QMXAudioFileConverterTest, WhatEndsAChangeOfTheRateMidwayLeavesAFileOfWhatWasWritten)
+{
+    writeMusic(path, kAudioFileAIFFType, bigSixteen, music(200'000, 2));
+    ASSERT_EQ(convert(kAudioFileAIFFType, linear(14, 24, 2, 48000), path), noErr);
+    const ByteBlock together = audioAt(other);
+    const auto converter = QMXAudioFileConverter::initWithInputFilePath(path);
+    const auto convertWith = [&](QMXProgressSubscriber* subscriber) {
+        disk.remove(other);
+        return converter->convertFileToPath_toFileType_toFormat_subscriber(
+            other, kAudioFileAIFFType, std::make_shared<QMXAudioStreamBasicDescription>(linear(14, 24, 2, 48000)),
+            subscriber);
+    };
+    struct Stopped : QMXProgressSubscriber {
+        void progressUpdate(float progress) override
+        {
+            if (progress > 0.8F)
+                throw std::runtime_error("stopped");
+        }
+    } stopped;
+    EXPECT_THROW((void)convertWith(&stopped), std::runtime_error);
+    const ByteBlock begun = audioAt(other);
+    ASSERT_TRUE(!begun.empty() && begun.size() < together.size());
+    const auto inFront = static_cast<std::ptrdiff_t>(begun.size() - 100'000); // the filter's end is another one
+    EXPECT_TRUE(std::equal(begun.begin(), begun.begin() + inFront, together.begin()));
+    disk.setCapacity(disk.contents(path).size() + 600'000);
+    EXPECT_EQ(convertWith(nullptr), dskFulErr);
+    expectFailure(*converter, dskFulErr, other + " could not be written: the disk is full");
 }
 
 TEST_F(QMXAudioFileConverterTest, AnEmptyOrUnreadableSourceEndsTheConversion)

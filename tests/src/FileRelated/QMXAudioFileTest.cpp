@@ -14,7 +14,6 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <numeric>
 
 using qmx::test::pattern;
 using Mode = QMXAudioFileAccessMode;

@@ -116,6 +116,7 @@ TEST_F(QMXExtAudioFileTest, TellsTheClientFormatThatHolds)
     auto list = listOf(room, 2);
     UInt32 count = 10;
     EXPECT_EQ(file->read_numberFrames(&list, &count), kExtAudioFileError_InvalidOperationOrder);
+    EXPECT_EQ(count, 0U);
     EXPECT_EQ(file->close(), noErr);
 }
 

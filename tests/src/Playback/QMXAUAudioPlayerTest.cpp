@@ -3,16 +3,16 @@
 
 #include "Devices/QMXVUMeterDataProvider.h"
 #include "Formats/QMXAudioStreamBasicDescription.h"
-#include "Processing/QMXAudioProcessor.h"
 #include "Recording/QMXAUAudioRecorder.h"
 #include "Tracks/QMXAudioTrackInfo.h"
+#include "platform/AudioToolbox/CodedFiles.h"
+#include "support/Gain.h"
 #include "support/PlayAndRecord.h"
 #include "support/VirtualDevices.h"
 
 #include <gmock/gmock.h>
 
 #include <cmath>
-#include <functional>
 #include <numbers>
 
 using testing::Each;
@@ -64,26 +64,6 @@ protected:
 
     std::shared_ptr<QMXAudioDevice> device = addDevice("first", 0, 2);
     std::shared_ptr<QMXAUAudioPlayer> player;
-};
-
-struct Halver : QMXAudioProcessor {
-    void reset() override
-    {
-        ++resets;
-        if (onReset)
-            onReset();
-    }
-    OSStatus processAudio_numberOfFrames(AudioBufferList& audio, UInt32* numberOfFrames) override
-    {
-        AudioBuffer* const buffers = audio.mBuffers;
-        for (UInt32 i = 0; i < audio.mNumberBuffers; ++i)
-            for (UInt32 frame = 0; frame < *numberOfFrames; ++frame)
-                static_cast<Float32*>(buffers[i].mData)[frame] *= 0.5F;
-        return result;
-    }
-    int resets = 0;
-    std::function<void()> onReset;
-    std::atomic<OSStatus> result = noErr;
 };
 
 } // namespace
@@ -154,7 +134,7 @@ TEST_F(QMXAUAudioPlayerTest, GoesOnInSilenceAtTheEndOfTheFileUnlessItIsToStop)
 
 TEST_F(QMXAUAudioPlayerTest, SeeksProcessesAndRewindsWhileItPlays)
 {
-    const auto halver = std::make_shared<Halver>();
+    const auto halver = std::make_shared<qmx::test::Gain>(0.5F);
     player->setAudioProcessor(halver);
     player->setVolumeScalar(0.5F);
     EXPECT_EQ(0.5F, player->volumeScalar());
@@ -184,7 +164,7 @@ TEST_F(QMXAUAudioPlayerTest, SeeksProcessesAndRewindsWhileItPlays)
 
 TEST_F(QMXAUAudioPlayerTest, GoesFromRangeToRangeWithoutFinishingBetween)
 {
-    const auto halver = std::make_shared<Halver>();
+    const auto halver = std::make_shared<qmx::test::Gain>(0.5F);
     player->setAudioProcessor(halver);
     EXPECT_EQ(noErr, player->playFromFrame_endFrame(0, 1000));
     played(*device, 1);
@@ -367,7 +347,7 @@ TEST_F(QMXAUAudioPlayerTest, ResamplesWithoutResidueOrDiscontinuity)
 
 TEST_F(QMXAUAudioPlayerTest, PlaysCompressedFilesFromAnyFrameToTheirLast)
 {
-    writeFile("/d/a.m4a", 20000, pattern, kAudioFileM4AType, coded(kAudioFormatMPEG4AAC));
+    writeFile("/d/a.m4a", 20000, pattern, kAudioFileM4AType, qmx::test::coded(kAudioFormatMPEG4AAC, 2));
     const auto decoded = qmx::test::recordedSamples("/d/a.m4a");
     ASSERT_EQ(20000U * 2, decoded.size());
     makePlayer(device, "/d/a.m4a");

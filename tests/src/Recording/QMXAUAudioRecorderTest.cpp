@@ -2,8 +2,10 @@
 #include "Recording/QMXAUAudioRecorder.h"
 
 #include "Devices/QMXVUMeterDataProvider.h"
+#include "FileRelated/QMXExtAudioFile.h"
 #include "Formats/QMXAudioStreamBasicDescription.h"
 #include "Recording/QMXAudioRecorder.h"
+#include "platform/AudioToolbox/CodedFiles.h"
 #include "support/PlayAndRecord.h"
 
 #include <gmock/gmock.h>
@@ -76,14 +78,15 @@ protected:
 
 TEST_F(QMXAUAudioRecorderTest, RecordsEveryFrameIntoEachType)
 {
-    auto flac = coded(kAudioFormatFLAC);
+    auto flac = qmx::test::coded(kAudioFormatFLAC, 2);
     flac.mFormatFlags = kAppleLosslessFormatFlag_24BitSourceData;
     const auto little24 = qmx::test::linearFormat(24, 2, kAudioFormatFlagIsSignedInteger);
-    for (const auto& [file, type, format] : {std::tuple("/d/a.aiff", kAudioFileAIFFType, big24),
-                                             {"/d/a.caf", kAudioFileCAFType, little24},
-                                             {"/d/a.wav", kAudioFileWAVEType, little24},
-                                             {"/d/a.flac", kAudioFileFLACType, flac},
-                                             {"/d/a.m4a", kAudioFileM4AType, coded(kAudioFormatMPEG4AAC)}}) {
+    for (const auto& [file, type, format] :
+         {std::tuple("/d/a.aiff", kAudioFileAIFFType, big24),
+          {"/d/a.caf", kAudioFileCAFType, little24},
+          {"/d/a.wav", kAudioFileWAVEType, little24},
+          {"/d/a.flac", kAudioFileFLACType, flac},
+          {"/d/a.m4a", kAudioFileM4AType, qmx::test::coded(kAudioFormatMPEG4AAC, 2)}}) {
         SCOPED_TRACE(file);
         const auto recorder = make(file, type, format);
         ASSERT_EQ(noErr, recorder->lastStatus()) << recorder->lastError();
@@ -178,7 +181,7 @@ TEST_F(QMXAUAudioRecorderTest, KeepsItsSettingsAsDescribed)
     const auto file = onDevice->audioFile();
     onDevice->setOutputPath("/d/other.aif");
     EXPECT_EQ(file, onDevice->audioFile()); // once
-    const auto aac = make("/d/rates.m4a", kAudioFileM4AType, coded(kAudioFormatMPEG4AAC));
+    const auto aac = make("/d/rates.m4a", kAudioFileM4AType, qmx::test::coded(kAudioFormatMPEG4AAC, 2));
     ASSERT_TRUE(aac->supportedBitRates());
     EXPECT_THAT(*aac->supportedBitRates(), Contains(256)); // of two channels of 128 kbit/s
     EXPECT_FALSE(aac->supportedAudioStreamFormats().empty());

@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "AudioToolbox/Containers/Chunks/CAFContainer.h"
 
-#include "AudioToolbox/Codings/PacketCoding.h"
+#include "AudioToolbox/Codings/CodingFacts.h"
+#include "AudioToolbox/Codings/CodingsModule.h"
 #include "AudioToolbox/Containers/Chunks/ChunkContainer.h"
 #include "AudioToolbox/Containers/PacketContainer.h"
 #include "AudioToolbox/Containers/SampleLayout.h"
@@ -168,7 +169,8 @@ OSStatus open(PlacedFile placed, bool forWriting, std::unique_ptr<Container>& co
     UInt8 code[4] = {};
     (void)placed.file->read(code, sizeof code, formatCodePlace); // loading reports what cannot be read
     const AudioFormatID coding = load32(code, ByteOrder::big);
-    if (coding == kAudioFormatLinearPCM || isCompanded(coding) || decodableCodings().empty())
+    const bool isMissing = hasPackets(coding) && !CodingsModule::find();
+    if (coding == kAudioFormatLinearPCM || isCompanded(coding) || isMissing)
         return loadContainer<CAFContainer>(std::move(placed.file), forWriting, container);
     return openCAFPackets(std::move(placed.file), container);
 }

@@ -114,9 +114,7 @@ protected:
 private:
     static bool isKnown(const AudioStreamBasicDescription& format)
     {
-        const bool isCoding =
-            isAAC(format.mFormatID) || isLossless(format.mFormatID) || format.mFormatID == kAudioFormatMPEGLayer3;
-        return isCoding && isPlausible(format.mSampleRate, format.mChannelsPerFrame) &&
+        return hasPackets(format.mFormatID) && isPlausible(format.mSampleRate, format.mChannelsPerFrame) &&
                format.mFramesPerPacket <= 1 << 16;
     }
 

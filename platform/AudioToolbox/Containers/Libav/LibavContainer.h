@@ -2,14 +2,12 @@
 // The files that libavformat reads and writes for us: MPEG-4, ADTS, MP3 and FLAC.
 #pragma once
 
-#include "AudioToolbox/Containers/ContainerTable.h"
+#include "AudioToolbox/Codings/CodingsModule.h"
 
-#include <span>
-
-namespace qmx
+namespace qmx::libav
 {
 
-/// Empty in a build without the codings.
-std::span<const ContainerKind> libavKinds();
+/// See CodingsModule::files.
+std::span<const CodedFiles> codedFiles();
 
-} // namespace qmx
+} // namespace qmx::libav

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "CoreAudio/HAL/PipeWire/FilterRun.h"
 
-#include "CoreAudio/HAL/PipeWire/MonotonicClock.h"
+#include "CoreAudio/HAL/MonotonicClock.h"
 #include "CoreAudio/HAL/PipeWire/RunProperties.h"
 #include "Foundation/RealTime.h"
 
@@ -90,14 +90,12 @@ FilterRun::~FilterRun()
 {
     if (!context_)
         return;
-    while (signals_->cycle.test_and_set())
-        signals_->cycle.wait(true);
+    signals_->cycle.lock();
     {
         const Connection::Lock lock(connection_);
         takeDown();
     }
-    signals_->cycle.clear();
-    signals_->cycle.notify_all();
+    signals_->cycle.unlock();
 }
 
 void FilterRun::takeDown()
@@ -319,11 +317,10 @@ bool FilterRun::runCycle(const spa_io_clock& clock) noexcept
         isSettled_ = ++cyclesSeen_ > cyclesToDrop;
         return hasNews || isSettled_;
     }
-    if (isOpen_.load() && !signals_->cycle.test_and_set()) {
+    if (isOpen_.load() && signals_->cycle.tryLock()) {
         runProcedures(frames, clock);
         due_ = endOf(clock);
-        signals_->cycle.clear();
-        signals_->cycle.notify_all();
+        signals_->cycle.unlock();
     }
     return hasNews;
 }

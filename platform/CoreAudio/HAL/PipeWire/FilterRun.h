@@ -5,6 +5,7 @@
 
 #include "CoreAudio/HAL/DeviceIO.h"
 #include "CoreAudio/HAL/PipeWire/Connection.h"
+#include "Foundation/Threads/ConditionLock.h"
 
 #include <atomic>
 #include <memory>
@@ -50,7 +51,7 @@ private:
 
 /// What the runs of one device share.
 struct RunSignals {
-    std::atomic_flag cycle; ///< held during a cycle, so that a closed run and its successor never overlap
+    ConditionLock cycle; ///< held during a cycle, so that a closed run and its successor never overlap
     std::atomic<bool> isOverloaded{false}; ///< a cycle was missed or ended too late
 };
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "CoreAudio/HAL/PipeWire/PipeWireBackend.h"
 
-#include "CoreAudio/HAL/PipeWire/MonotonicClock.h"
+#include "CoreAudio/HAL/MonotonicClock.h"
 #include "Foundation/Text/Log.h"
 
 #include <algorithm>

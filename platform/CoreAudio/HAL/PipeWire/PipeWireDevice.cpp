@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "CoreAudio/HAL/PipeWire/PipeWireDevice.h"
 
-#include "CoreAudio/HAL/PipeWire/MonotonicClock.h"
+#include "CoreAudio/HAL/MonotonicClock.h"
 
 #include <algorithm>
 

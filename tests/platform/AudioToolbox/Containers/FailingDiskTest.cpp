@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstring>
 
 using namespace qmx::test;
 
@@ -80,7 +81,7 @@ const std::vector<Stream>& streams()
         for (std::size_t i = 0; i < 3 * made.back().batch; ++i) // more than two fragments hold
             made.back().packets.push_back(pattern(5, i * 5));
         for (const AudioFileTypeID type : {kAudioFileNextType, kAudioFileSoundDesigner2Type}) {
-            made.push_back({type, linear(14, 16, 2), {}, {}, {}});
+            made.push_back({type, linear(14, 16, 7), {}, {}, {}});
             for (std::size_t i = 0; i < 12; ++i)
                 made.back().packets.push_back(pattern(1400, i * 1400));
         }
@@ -337,5 +338,7 @@ TEST(Fork, ContentsOutrankOneThatAnotherFileLeftAndANewFileRemovesIt)
         }
         EXPECT_EQ(packetsBack(stream), stream.packets.size());
         EXPECT_EQ(propertyAt<UInt32>(path, kAudioFilePropertyFileFormat), stream.type);
+        const auto format = propertyAt<AudioStreamBasicDescription>(path, kAudioFilePropertyDataFormat);
+        EXPECT_EQ(std::memcmp(&format, &stream.format, sizeof format), 0);
     }
 }

@@ -2,7 +2,6 @@
 #include "CoreAudioTypes/AudioChannelLayout.h"
 #include "platform/AudioToolbox/Conversion/Conversions.h"
 
-#include <cmath>
 #include <limits>
 
 using namespace qmx::test;

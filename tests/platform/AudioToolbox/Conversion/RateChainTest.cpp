@@ -3,10 +3,12 @@
 #include "platform/AudioToolbox/Conversion/Conversions.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <complex>
 #include <numbers>
 #include <random>
+#include <thread>
 
 using namespace qmx::test;
 using Signal = std::vector<Float64>;
@@ -104,6 +106,37 @@ TEST(RateChain, ChunksLeaveNoTraceAndTheTotalIsTheRatioOfAllInput)
         pieces.operator()<Float64>(Signal(100, 1.0));
         EXPECT_EQ(AudioConverterReset(pieces.ref), noErr);
         EXPECT_EQ(expected, resampled(pieces, input, {2000})) << "after a reset, " << from;
+    }
+}
+
+TEST(RateChain, EveryChannelIsConvertedAsItWouldBeAloneByHoweverManyThreads)
+{
+    constexpr UInt32 channels = 5;
+    std::mt19937 random(4);
+    std::uniform_real_distribution<Float64> noise(-1, 1);
+    std::array<Signal, channels> inputs, expected;
+    Signal together;
+    for (std::size_t channel = 0; channel < channels; ++channel) {
+        inputs[channel].resize(60'000);
+        std::ranges::generate(inputs[channel], [&] { return noise(random); });
+        expected[channel] = resampled(44100, 48000, inputs[channel]);
+    }
+    for (std::size_t i = 0; i < channels * inputs[0].size(); ++i)
+        together.push_back(inputs[i % channels][i / channels]);
+    // two converters at once: the helping thread is busy with one of them or with the other
+    std::array<Signal, 2> outputs;
+    std::array<std::thread, 2> threads;
+    for (std::size_t i = 0; i < threads.size(); ++i)
+        threads[i] = std::thread([&, i] {
+            Conversion conversion(doubles(44100, channels), doubles(48000, channels));
+            outputs[i] = resampled(conversion, together, {together.size(), 30'000, 10});
+        });
+    for (std::thread& thread : threads)
+        thread.join();
+    for (const Signal& output : outputs) {
+        ASSERT_EQ(output.size(), channels * expected[0].size());
+        for (std::size_t i = 0; i < output.size(); ++i)
+            ASSERT_EQ(output[i], expected[i % channels][i / channels]) << i;
     }
 }
 

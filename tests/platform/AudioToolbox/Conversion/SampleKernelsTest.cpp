@@ -1,10 +1,14 @@
 // SPDX-License-Identifier: MIT
 // Sample values: rounding, saturation and every layout, against straightforward reference code.
+#include "AudioToolbox/Conversion/SampleKernels.h"
 #include "platform/AudioToolbox/Conversion/Conversions.h"
 
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
+#include <cstring>
+#include <functional>
+#include <limits>
 #include <numeric>
 #include <random>
 
@@ -70,7 +74,92 @@ template <class Float> void checkCorners(const Layout& layout)
         << layout.bits << " bits in " << layout.bytes << ", flags " << layout.flags;
 }
 
+/// What a conversion writes from anywhere to anywhere; what surrounds it is kept.
+template <class Kernel>
+std::vector<std::byte> written(const Kernel& kernel, const std::vector<std::byte>& in, std::size_t skipped,
+                               std::size_t count)
+{
+    const std::vector<std::byte> exact(in); // ends with its memory
+    std::vector<std::byte> out(8 + 8 * count + 8, std::byte{0x5A});
+    kernel(exact.data() + skipped, out.data() + skipped % 4, count);
+    return out;
+}
+
+/// That this processor's kernels do what the plain ones do, for every length and alignment.
+template <class MakeKernel>
+void expectOneResult(MakeKernel make, std::size_t bytes, const std::function<void(std::vector<std::byte>&)>& fill)
+{
+    const auto kernel = make(qmx::Instructions::available), plain = make(qmx::Instructions::baseline);
+    for (std::size_t count = 0; count <= 70; ++count)
+        for (const std::size_t skipped : {0U, 1U, 2U, 3U}) {
+            std::vector<std::byte> in(bytes * count);
+            fill(in);
+            in.insert(in.begin(), skipped, std::byte{0});
+            ASSERT_EQ(written(plain, in, skipped, count), written(kernel, in, skipped, count)) << count << " samples";
+        }
+}
+
+/// Numbers on and between steps of `bits` bits, in and out of their range; from the 33rd on also those that are none or
+/// far too large, as a group without them takes a way of its own.
+template <class T> void fillWithNumbers(std::vector<std::byte>& bytes, UInt32 bits, std::mt19937& random)
+{
+    for (std::size_t i = 0; i < bytes.size() / sizeof(T); ++i) {
+        const auto steps = static_cast<SInt32>(static_cast<UInt32>(random()));
+        T value = static_cast<T>(steps);
+        if constexpr (std::integral<T>) {
+            if (bits < 32 && i % 3 == 0) // halfway
+                value = static_cast<T>((static_cast<UInt32>(steps) >> (32 - bits) << (32 - bits)) +
+                                       (UInt32{1} << (31 - bits)));
+        } else {
+            constexpr T special[] = {static_cast<T>(NAN),
+                                     std::numeric_limits<T>::infinity(),
+                                     -std::numeric_limits<T>::infinity(),
+                                     1,
+                                     -1,
+                                     T{0x1p30}};
+            const T halves = std::round(value * std::ldexp(T{1}, static_cast<int>(bits) - 30));
+            value =
+                i >= 32 && i % 7 == 3 ? special[i % std::size(special)] : std::ldexp(halves, -static_cast<int>(bits));
+        }
+        std::memcpy(bytes.data() + i * sizeof(T), &value, sizeof value);
+    }
+}
+
+template <class T> void expectOneResultWith(const qmx::SampleFormat& format)
+{
+    std::mt19937 random(format.bits);
+    const auto fillWithBytes = [&](std::vector<std::byte>& bytes) {
+        std::ranges::generate(bytes, [&] { return static_cast<std::byte>(random()); });
+    };
+    const auto decoder = [&](qmx::Instructions instructions) { return qmx::SampleDecoder<T>(format, instructions); };
+    const auto encoder = [&](qmx::Instructions instructions) { return qmx::SampleEncoder<T>(format, instructions); };
+    expectOneResult(decoder, format.bytes, fillWithBytes);
+    if (sizeof(T) == 8 || std::integral<T> || format.bits <= 24) // others take the way of doubles
+        expectOneResult(encoder, sizeof(T), [&](auto& bytes) { fillWithNumbers<T>(bytes, format.bits, random); });
+}
+
 } // namespace
+
+// a machine runs one set of them; the other is compared with it here
+TEST(SampleKernels, GiveTheSameOnEveryProcessor)
+{
+    for (const Layout& layout : allLayouts()) {
+        if (layout.bits % 8 > 1) // no other path
+            continue;
+        const auto format = qmx::PcmLayout::of(layout.description())->sample;
+        expectOneResultWith<SInt32>(format);
+        expectOneResultWith<Float32>(format);
+        expectOneResultWith<Float64>(format);
+        if (testing::Test::HasFatalFailure())
+            FAIL() << layout.bits << " bits in " << layout.bytes << ", flags " << layout.flags;
+    }
+    for (const UInt32 bytes : {2U, 3U, 4U, 8U})
+        expectOneResult([=](qmx::Instructions instructions) { return qmx::SampleSwapper(bytes, instructions); }, bytes,
+                        [](std::vector<std::byte>& in) {
+                            for (std::size_t i = 0; i < in.size(); ++i)
+                                in[i] = static_cast<std::byte>(i);
+                        });
+}
 
 TEST(SampleKernels, EveryIntegerLayoutRoundsAndSaturatesAtItsCorners)
 {

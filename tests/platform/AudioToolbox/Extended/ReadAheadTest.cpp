@@ -15,11 +15,12 @@ using namespace qmx::test;
 
 const std::string path = "/d/a.aif";
 
-OSStatus readOnce(ExtAudioFileRef file, UInt32& count, std::vector<float>& room)
+OSStatus readOnce(ExtAudioFileRef file, UInt32& count, std::span<const float> room)
 {
     auto list = listOf(room, 1);
     const qmx::RealTimeScope realTime;
-    return ExtAudioFileRead(file, &count, &list);
+    const OSStatus status = ExtAudioFileRead(file, &count, &list);
+    return status == noErr && list.mBuffers[0].mDataByteSize != count * sizeof(float) ? kAudio_ParamError : status;
 }
 
 /// Reads on a thread marked real-time until `frames` came; gives the samples.
@@ -28,14 +29,7 @@ std::vector<float> readInRealTime(ExtAudioFileRef file, std::size_t frames, UInt
     std::vector<float> samples(frames);
     for (std::size_t done = 0; done < frames;) {
         auto count = static_cast<UInt32>(std::min<std::size_t>(atOnce, frames - done));
-        auto list = listOf(std::span<const float>(samples).subspan(done, count), 1);
-        OSStatus status = noErr;
-        {
-            const qmx::RealTimeScope realTime;
-            status = ExtAudioFileRead(file, &count, &list);
-        }
-        EXPECT_EQ(status, noErr);
-        EXPECT_EQ(list.mBuffers[0].mDataByteSize, count * sizeof(float));
+        EXPECT_EQ(readOnce(file, count, std::span(samples).subspan(done, count)), noErr);
         done += count;
         if (count == 0)
             std::this_thread::yield();

@@ -38,11 +38,6 @@ protected:
         EXPECT_EQ(AudioUnitAddPropertyListener(unit, kAudioOutputUnitProperty_IsRunning, hear, this), noErr);
     }
     ~UnitDevice() override { unit.close(); }
-    bool isRunning()
-    {
-        hardware.settle();
-        return unit.saysItRuns();
-    }
     static void hear(void* self, AudioUnit, AudioUnitPropertyID, AudioUnitScope, AudioUnitElement)
     {
         ++static_cast<UnitDevice*>(self)->changes;
@@ -93,7 +88,7 @@ TEST_F(UnitDevice, ResamplesToTheDevicesRateAlsoWhenThatChanges)
     for (const auto& [rate, bufferFrames] : settings) {
         unit.set(kAudioDevicePropertyBufferFrameSize, kAudioUnitScope_Global, bufferFrames);
         set(device, 0, false, kAudioDevicePropertyNominalSampleRate, rate);
-        ASSERT_TRUE(isRunning());
+        ASSERT_TRUE(unit.isRunning());
         EXPECT_TRUE(hardware.advanceCycles(device, 10)); // the filter's start
         const auto stereo = played(device, 20);
         ASSERT_EQ(20U * 512 * 2, stereo.size());
@@ -120,7 +115,7 @@ TEST_F(UnitDevice, StopsInsideItsCallbackWithoutTouchingOthers)
         EXPECT_EQ(kAudioUnitErr_CannotDoInCurrentContext, AudioOutputUnitStart(unit));
     };
     EXPECT_EQ(1023, played(device)[1022]); // the other unit alone
-    EXPECT_FALSE(isRunning());
+    EXPECT_FALSE(unit.isRunning());
     counter.onRender = [] { ADD_FAILURE() << "called after a stop"; };
     EXPECT_TRUE(hardware.advanceCycles(device));
     EXPECT_EQ(AudioOutputUnitStop(other), noErr);
@@ -133,7 +128,7 @@ TEST_F(UnitDevice, StopsInsideItsCallbackWithoutTouchingOthers)
     otherCounter.onRender = [&] { (void)AudioOutputUnitStop(unit); }; // whether it runs tells
     EXPECT_EQ(AudioOutputUnitStart(other), noErr);
     EXPECT_TRUE(hardware.advanceCycles(device));
-    EXPECT_FALSE(isRunning());
+    EXPECT_FALSE(unit.isRunning());
     EXPECT_EQ(noErr, AudioOutputUnitStart(unit));
     unit.close(); // while it runs
     EXPECT_TRUE(hardware.advanceCycles(device));
@@ -148,18 +143,18 @@ TEST_F(UnitDevice, StopsWithItsDeviceAndGoesOnWithTheNextOneNamed)
     const AudioDeviceID second = add("second", 0, 2), third = add("third", 0, 2);
     changes = 0;
     EXPECT_EQ(noErr, hardware.removeDevice(device));
-    EXPECT_FALSE(isRunning());
+    EXPECT_FALSE(unit.isRunning());
     EXPECT_EQ(1, changes);
     EXPECT_EQ(noErr, unit.nameDevice(second));
-    EXPECT_TRUE(isRunning());
+    EXPECT_TRUE(unit.isRunning());
     EXPECT_THAT(played(second), Contains(512));                       // goes on where it was
     EXPECT_EQ(kAudioHardwareBadDeviceError, unit.nameDevice(device)); // refused: the old one goes on
-    EXPECT_TRUE(isRunning());
+    EXPECT_TRUE(unit.isRunning());
     EXPECT_EQ(noErr, hardware.removeDevice(second));
-    EXPECT_FALSE(isRunning());
+    EXPECT_FALSE(unit.isRunning());
     EXPECT_EQ(AudioOutputUnitStop(unit), noErr);
     EXPECT_EQ(noErr, unit.nameDevice(third));
-    EXPECT_FALSE(isRunning()); // stopped meanwhile
+    EXPECT_FALSE(unit.isRunning()); // stopped meanwhile
 
     EXPECT_EQ(AudioUnitUninitialize(unit), noErr);
     set(third, 0, false, kAudioDevicePropertyNominalSampleRate, 48000.0);
@@ -172,18 +167,18 @@ TEST_F(UnitDevice, StopsWithItsDeviceAndGoesOnWithTheNextOneNamed)
     fault.times = 1;
     hardware.addFault(fault);
     EXPECT_EQ(fault.status, AudioOutputUnitStart(unit));
-    EXPECT_FALSE(isRunning());
-    EXPECT_EQ(0U, value<UInt32>(third, 0, false, kAudioDevicePropertyDeviceIsRunning));
+    EXPECT_FALSE(unit.isRunning());
+    EXPECT_EQ(0U, get<UInt32>(third, 0, false, kAudioDevicePropertyDeviceIsRunning));
 
     // a device that is named while it runs, and cannot start, stays named until another one is
     EXPECT_EQ(noErr, AudioOutputUnitStart(unit));
     const AudioDeviceID fourth = add("fourth", 0, 2);
     hardware.addFault(fault);
     EXPECT_EQ(fault.status, unit.nameDevice(fourth));
-    EXPECT_FALSE(isRunning());
+    EXPECT_FALSE(unit.isRunning());
     EXPECT_EQ(fourth, unit.get<AudioDeviceID>(kAudioOutputUnitProperty_CurrentDevice, kAudioUnitScope_Global));
     EXPECT_EQ(noErr, unit.nameDevice(third));
-    EXPECT_TRUE(isRunning());
+    EXPECT_TRUE(unit.isRunning());
 }
 
 TEST_F(UnitDevice, FollowsTheDefaultOutputUnlessADeviceIsNamed)
@@ -198,16 +193,16 @@ TEST_F(UnitDevice, FollowsTheDefaultOutputUnlessADeviceIsNamed)
     unit.start();
     const AudioDeviceID second = add("second", 0, 2);
     EXPECT_EQ(noErr, hardware.setDefaultDevice(kAudioHardwarePropertyDefaultOutputDevice, second));
-    EXPECT_TRUE(isRunning());
+    EXPECT_TRUE(unit.isRunning());
     EXPECT_EQ(2, played(second)[2]); // both
     EXPECT_FALSE(hardware.advanceCycles(device));
     EXPECT_EQ(second, unit.get<AudioDeviceID>(kAudioOutputUnitProperty_CurrentDevice, kAudioUnitScope_Global));
     changes = 0;
     EXPECT_EQ(noErr, hardware.removeDevice(second));
     EXPECT_EQ(noErr, hardware.removeDevice(device));
-    EXPECT_FALSE(isRunning());
+    EXPECT_FALSE(unit.isRunning());
     const AudioDeviceID third = add("third", 0, 2);
-    EXPECT_TRUE(isRunning());
+    EXPECT_TRUE(unit.isRunning());
     EXPECT_EQ(0, changes % 2); // every stop and start was reported
     EXPECT_THAT(played(third), testing::Not(Each(0)));
     EXPECT_EQ(noErr, AudioOutputUnitStop(wrapped->audioUnit()));
@@ -240,6 +235,6 @@ TEST_F(UnitDevice, StandsStartsStopsAndDevicesFromAllSides)
         thread.join();
     hardware.setTime(qmx::VirtualTime::manual);
     EXPECT_EQ(noErr, AudioOutputUnitStop(unit));
-    EXPECT_FALSE(isRunning());
+    EXPECT_FALSE(unit.isRunning());
     EXPECT_FALSE(hardware.advanceCycles(device) || hardware.advanceCycles(second)); // nothing was left running
 }

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Devices and files when the system has no thread left, and when it has some again.
 #include "Foundation/Threads/Retirement.h"
+#include "platform/AudioToolbox/Conversion/Conversions.h"
 #include "platform/AudioToolbox/ExtAudioFileHelpers.h"
 #include "support/Hardware.h"
 #include "support/MemoryDisk.h"
@@ -9,7 +10,11 @@
 
 #include <gmock/gmock.h>
 
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
 #include <optional>
+#include <string>
 #include <unistd.h>
 
 namespace
@@ -77,6 +82,28 @@ TEST_F(LastingThread, AFileThatNoThreadServesIsNotPrimedForRealTime)
         none.reset();
         EXPECT_EQ(ExtAudioFileWriteAsync(file, 0, nullptr), noErr);
         EXPECT_EQ(ExtAudioFileDispose(file), noErr);
+    });
+}
+
+TEST_F(LastingThread, RatesAreConvertedWithoutAHelpingThreadAndWithOneAlike)
+{
+    inAProcessOfItsOwn([] {
+        const auto samples = music(50'000, 2);
+        const auto convert = [&] { return converted<float>(floats(2), floats(2, 48000), samples); };
+        const auto hasHelper = [] {
+            const std::filesystem::directory_iterator threads("/proc/self/task");
+            return std::any_of(begin(threads), end(threads), [](const auto& thread) {
+                std::string name;
+                std::getline(std::ifstream(thread.path() / "comm"), name);
+                return name == "qmx-helper";
+            });
+        };
+        std::optional<NoThreads> none(std::in_place);
+        const auto alone = convert();
+        EXPECT_FALSE(hasHelper());
+        none.reset();
+        EXPECT_TRUE(convert() == alone);
+        EXPECT_TRUE(hasHelper());
     });
 }
 

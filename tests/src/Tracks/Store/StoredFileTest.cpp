@@ -6,7 +6,6 @@
 #include "src/Tracks/Store/TrackStores.h"
 #include "support/TemporaryFolder.h"
 
-#include <atomic>
 #include <random>
 #include <sys/wait.h>
 #include <thread>

@@ -4,6 +4,7 @@
 
 #include "FileRelated/QMXAudioFile.h"
 #include "Foundation/Archives/KeyedArchiver.h"
+#include "Foundation/ByteFields.h"
 #include "Tracks/Store/QMXAudioFileTrackInfoReaderWriter.h"
 #include "Tracks/Store/QMXAudioTrackInfoReaderWriterFactory.h"
 #include "support/CapturedLog.h"
@@ -22,15 +23,9 @@ using Record = std::shared_ptr<QMXTrackAndProcessingInfo>;
 inline const std::string path = "/d/a.aif";
 inline constexpr std::size_t block = 524'288;
 
-inline void put32(Bytes& bytes, UInt32 value, bool reversed = false)
-{
-    for (unsigned i = 0; i < 4; ++i)
-        bytes.push_back(static_cast<UInt8>(value >> (reversed ? 8 * i : 24 - 8 * i)));
-}
-
 inline UInt32 get32(const Bytes& bytes, std::size_t at)
 {
-    return UInt32{bytes[at]} << 24 | UInt32{bytes[at + 1]} << 16 | UInt32{bytes[at + 2]} << 8 | bytes[at + 3];
+    return load32(&bytes[at], ByteOrder::big);
 }
 
 inline Bytes operator+(Bytes one, const Bytes& other)
@@ -39,13 +34,11 @@ inline Bytes operator+(Bytes one, const Bytes& other)
     return one;
 }
 
-inline Bytes chunk(const std::string& id, Bytes data)
+inline Bytes chunk(const std::string& id, const Bytes& data)
 {
-    Bytes bytes(id.begin(), id.end());
-    put32(bytes, static_cast<UInt32>(data.size()));
-    bytes = bytes + data;
-    bytes.resize(bytes.size() + (data.size() & 1));
-    return bytes;
+    ByteWriter chunk(ByteOrder::big);
+    chunk.append(id).u32(static_cast<UInt32>(data.size())).append(data).zeros(data.size() & 1);
+    return chunk.bytes();
 }
 
 inline Bytes form(const Bytes& chunks)
@@ -56,12 +49,10 @@ inline Bytes form(const Bytes& chunks)
 /// An application chunk of ours with `size` bytes behind its size field.
 inline Bytes trackChunk(const Bytes& archive, std::size_t size, UInt32 version = 3, bool hostVersion = false)
 {
-    Bytes data{'t', 'R', 'a', 'K'};
-    put32(data, version, hostVersion);
-    put32(data, static_cast<UInt32>(archive.size()));
-    data = data + archive;
-    data.resize(std::max(size, data.size()));
-    return chunk("APPL", data);
+    ByteWriter data(ByteOrder::big);
+    data.append("tRaK").integer(version, 4, hostVersion ? ByteOrder::little : ByteOrder::big);
+    data.u32(static_cast<UInt32>(archive.size())).append(archive);
+    return chunk("APPL", data.zeros(std::max(size, data.bytes().size()) - data.bytes().size()).bytes());
 }
 
 inline const Bytes common = chunk("COMM", {0, 1, 0, 0, 0, 4, 0, 16, 0x40, 0x0e, 0xac, 0x44, 0, 0, 0, 0, 0, 0});

@@ -8,7 +8,6 @@
 #include <algorithm>
 #include <cstring>
 #include <numeric>
-#include <random>
 
 using namespace qmx::test;
 
@@ -35,7 +34,7 @@ const Case cases[] = {
     {"WAVE", kAudioFileWAVEType, linear(12, 16, 2), false},
     {"WAVE_behind", kAudioFileWAVEType, linear(9, 32, 1), true},
     {"WAVE_odd_behind", kAudioFileWAVEType, linear(8, 8, 1), true},
-    {"CAF", kAudioFileCAFType, linear(9, 32, 2), false},
+    {"CAF", kAudioFileCAFType, linear(9, 32, 6), false},
     {"CAF_behind", kAudioFileCAFType, linear(14, 16, 2), true},
     {"CAF_odd_behind", kAudioFileCAFType, linear(12, 24, 1), true},
 };

@@ -5,10 +5,10 @@
 
 #include <ctime>
 
-namespace qmx::pipewire
+namespace qmx
 {
 
-/// Nanoseconds of the clock in the server's time stamps.
+/// Nanoseconds of the clock that sound servers put into their time stamps.
 inline UInt64 monotonicTime()
 {
     timespec time{};
@@ -16,4 +16,4 @@ inline UInt64 monotonicTime()
     return static_cast<UInt64>(time.tv_sec) * 1'000'000'000 + static_cast<UInt64>(time.tv_nsec);
 }
 
-} // namespace qmx::pipewire
+} // namespace qmx
