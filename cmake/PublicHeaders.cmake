@@ -24,6 +24,8 @@ set(QMX_PUBLIC_SRC_HEADERS
     Formats/QMXAudioStreamBasicDescription.h
     Formats/QMXAudioValueRange.h
     Formats/QMXFileUtils.h
+    Front/Result.h
+    Front/StatusText.h
     PlayThru/AudioDevice.h
     PlayThru/AudioDeviceList.h
     PlayThru/AudioRingBuffer.h
@@ -56,7 +58,8 @@ set(QMX_PUBLIC_SRC_HEADERS
     Tracks/Store/QMXCAFAudioTrackInfoReader.h
     Tracks/Store/QMXCAFAudioTrackInfoWriter.h
     Tracks/Store/QMXMP4AudioTrackInfoReader.h
-    Tracks/Store/QMXMP4AudioTrackInfoWriter.h)
+    Tracks/Store/QMXMP4AudioTrackInfoWriter.h
+    qmx.h)
 set(QMX_PUBLIC_PLATFORM_HEADERS
     AudioToolbox/AudioConverter.h
     AudioToolbox/AudioFile.h
@@ -127,7 +130,9 @@ endforeach()
 list(TRANSFORM QMX_PUBLIC_PLATFORM_HEADERS PREPEND ${PROJECT_SOURCE_DIR}/platform/)
 set(QMX_PUBLIC_HEADERS ${QMX_PUBLIC_SRC_HEADERS} ${QMX_PUBLIC_PLATFORM_HEADERS})
 
-# <QMXCoreAudio/QMXCoreAudio.h> also works for a project that takes the library as a subdirectory.
+# <QMXCoreAudio/qmx.h> also works for a project that takes the library as a subdirectory.
 set(QMX_FORWARDING_INCLUDES ${PROJECT_BINARY_DIR}/include)
-file(CONFIGURE OUTPUT ${QMX_FORWARDING_INCLUDES}/QMXCoreAudio/QMXCoreAudio.h
-     CONTENT "#pragma once\n#include \"@PROJECT_SOURCE_DIR@/src/QMXCoreAudio.h\"\n" @ONLY)
+foreach(header qmx QMXCoreAudio)
+    file(CONFIGURE OUTPUT ${QMX_FORWARDING_INCLUDES}/QMXCoreAudio/${header}.h
+         CONTENT "#pragma once\n#include \"@PROJECT_SOURCE_DIR@/src/${header}.h\"\n" @ONLY)
+endforeach()

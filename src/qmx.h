@@ -1,0 +1,7 @@
+// SPDX-License-Identifier: MIT
+// What an application begins with: devices, recording, playing, files, conversion and division into tracks, with
+// results as values. Every object of <QMXCoreAudio/QMXCoreAudio.h> can be reached from it.
+#pragma once
+
+#include "Front/Result.h"
+#include "Front/StatusText.h"
