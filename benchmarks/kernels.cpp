@@ -2,6 +2,7 @@
 // Compares sample conversion through the converter service with copying the larger side with memcpy in the same run.
 // The counter memcpy_ratio is the conversion's speed divided by the copy's: 1 is as fast as copying.
 #include "AudioToolbox/AudioConverter.h"
+#include "vecLib/Interleaving.h"
 
 #include <benchmark/benchmark.h>
 
@@ -76,6 +77,30 @@ void convert(benchmark::State& state, const AudioStreamBasicDescription& source,
     (void)AudioConverterDispose(converter); // nothing depends on it
 }
 
+/// A cycle of 512 frames from planes to interleaved order or back, beside copying as many bytes.
+void reorder(benchmark::State& state, bool joins)
+{
+    constexpr std::size_t frames = 512;
+    const auto channels = static_cast<std::size_t>(state.range(0));
+    std::vector<Float32> planar(channels * frames, 0.5F), interleaved(channels * frames, 0.5F);
+    std::vector<Float32*> planes;
+    for (std::size_t channel = 0; channel < channels; ++channel)
+        planes.push_back(planar.data() + channel * frames);
+    const auto reorderOnce = [&] {
+        if (joins)
+            qmx::interleave(planes, interleaved.data(), channels, frames);
+        else
+            qmx::deinterleave(interleaved.data(), channels, planes, frames);
+    };
+    for (auto _ : state) {
+        reorderOnce();
+        benchmark::ClobberMemory();
+    }
+    const std::size_t bytes = planar.size() * sizeof(Float32);
+    const auto copy = [&] { std::memcpy(interleaved.data(), planar.data(), bytes); };
+    state.counters["memcpy_ratio"] = ratioToCopy(bytes, copy, reorderOnce);
+}
+
 /// Two sizes: both sides in the second-level cache, and far beyond every cache.
 void sizes(benchmark::internal::Benchmark* benchmark)
 {
@@ -91,3 +116,5 @@ BENCHMARK_CAPTURE(convert, floatToInt16, floats, sixteen)->Apply(sizes);
 BENCHMARK_CAPTURE(convert, int16BigToInt16, sixteenBig, sixteen)->Apply(sizes);
 BENCHMARK_CAPTURE(convert, int24BigToFloat, twentyFourBig, floats)->Apply(sizes);
 BENCHMARK_CAPTURE(convert, floatToInt24Big, floats, twentyFourBig)->Apply(sizes);
+BENCHMARK_CAPTURE(reorder, interleave, true)->Arg(2)->Arg(6)->Arg(8);
+BENCHMARK_CAPTURE(reorder, deinterleave, false)->Arg(2)->Arg(6)->Arg(8);

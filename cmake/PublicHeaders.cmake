@@ -114,6 +114,7 @@ set(QMX_PUBLIC_PLATFORM_HEADERS
     Foundation/Threads/Worker.h
     Foundation/Version.h
     vecLib/ChannelPeaks.h
+    vecLib/Interleaving.h
     vecLib/vecLib.h)
 
 set(QMX_PUBLIC_HEADER_NAMES ${QMX_PUBLIC_SRC_HEADERS} ${QMX_PUBLIC_PLATFORM_HEADERS})

@@ -24,6 +24,12 @@ void report(float value)
         delegate->autoDefineProgress(value);
 }
 
+void show(std::span<const Float32> samples, UInt32 channels)
+{
+    if (const auto delegate = progressCallbackDelegate)
+        delegate->autoDefineReadSamples(samples, channels);
+}
+
 void setBlockCount(UInt32 blockCount)
 {
     progressValueIncrementor = blockCount == 0 ? 0.0F : 1.0F / (2.0F * static_cast<float>(blockCount));

@@ -104,6 +104,7 @@ BandLevels levelsOf(FloatReader& reader)
     definerProgress::setBlockCount(static_cast<UInt32>(reader.frames() / reader.framesAtOnce() / 2 + 1));
     for (auto samples = reader.next(); !samples.empty() && !definerRun::isCancelled(); samples = reader.next()) {
         levels.add(samples);
+        definerProgress::show(samples, reader.channels());
         definerProgress::advance();
     }
     levels.finish();

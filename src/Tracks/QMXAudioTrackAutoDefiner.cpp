@@ -98,6 +98,10 @@ QMXAudioTrackAutoDefinerDelegate::~QMXAudioTrackAutoDefinerDelegate() = default;
 
 void QMXAudioTrackAutoDefinerDelegate::autoDefineProgress(float /*progress*/) {}
 
+void QMXAudioTrackAutoDefinerDelegate::autoDefineReadSamples(std::span<const Float32> /*samples*/, UInt32 /*channels*/)
+{
+}
+
 QMXAudioTrackAutoDefiner::Tracks
 QMXAudioTrackAutoDefiner::autoDefineTracksInFile_sensitivity_lengthOfSilence_zeroOffset_numberOfTracks(
     const std::string& path, SInt16 sensitivity, float lengthOfSilence, SInt16 zeroOffset, SInt16 numberOfTracks)

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "CoreAudioTypes/AudioBuffers.h"
 #include "CoreAudioTypes/MacTypes.h"
 #include "Foundation/Export.h"
 #include "Tracks/QMXAudioPause.h"
@@ -13,7 +14,8 @@
 class QMXAudioFile;
 class QMXAudioTrackInfo;
 
-/// Receives the progress of an auto-definer's run. Operations that are not overridden do nothing.
+/// Receives the progress of an auto-definer's run, and the sound that it reads. Operations that are not overridden do
+/// nothing.
 class QMX_EXPORT QMXAudioTrackAutoDefinerDelegate
 {
 public:
@@ -22,6 +24,10 @@ public:
     /// `progress` rises within a run, to about 0.5 while the file is read; the last report of a run, cancelled or not,
     /// is 1. Called on the thread of the run, once per block read and once per step of the search.
     virtual void autoDefineProgress(float progress);
+    /// What the search by noise floor reads, block by block from the first frame to the last: interleaved, in frames of
+    /// `channels` samples, full scale at 1. Called on the thread of the run, before the block's progress. A drawing of
+    /// the recording needs no second pass over it. `samples` are valid during the call.
+    virtual void autoDefineReadSamples(std::span<const Float32> samples, UInt32 channels);
 };
 
 /// Settings of the search by crossings, at first its defaults.

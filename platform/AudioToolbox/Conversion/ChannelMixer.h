@@ -3,10 +3,14 @@
 #pragma once
 
 #include "CoreAudioTypes/MacTypes.h"
+#include "vecLib/Interleaving.h"
 
+#include <algorithm>
+#include <array>
 #include <cmath>
 #include <concepts>
 #include <cstddef>
+#include <span>
 #include <type_traits>
 #include <utility>
 #include <vector>
@@ -39,7 +43,8 @@ template <class T> class ChannelMixer
 {
 public:
     ChannelMixer(ChannelRoutes routes, bool fromInterleaved, bool toInterleaved)
-        : routes_(std::move(routes)), from_(fromInterleaved), to_(toInterleaved)
+        : routes_(std::move(routes)), from_(fromInterleaved), to_(toInterleaved),
+          isReordering_(std::same_as<T, Float32> && from_ != to_ && routes_.isIdentity())
     {
     }
 
@@ -50,6 +55,9 @@ public:
             return mean(in, out, frames);
         if (!routes_.weights.empty())
             return mix(in, out, frames);
+        if constexpr (std::same_as<T, Float32>)
+            if (isReordering_)
+                return reorder(in, out, frames);
         const Order inOrder(from_, routes_.inputs, frames), outOrder(to_, routes_.outputs(), frames);
         for (UInt32 channel = 0; channel < routes_.outputs(); ++channel) {
             const SInt32 source = routes_.inputOf[channel];
@@ -73,6 +81,26 @@ private:
         }
         std::size_t channelStep, frameStep;
     };
+
+    /// Some channels at once: their planes are named on the stack.
+    void reorder(const T* in, T* out, std::size_t frames) const
+    {
+        constexpr std::size_t channelsAtOnce = 8;
+        const std::size_t channels = routes_.inputs;
+        for (std::size_t first = 0; first < channels; first += channelsAtOnce) {
+            const std::size_t count = std::min(channelsAtOnce, channels - first);
+            std::array<const T*, channelsAtOnce> sources{};
+            std::array<T*, channelsAtOnce> targets{};
+            for (std::size_t i = 0; i < count; ++i) {
+                sources[i] = in + (first + i) * frames;
+                targets[i] = out + (first + i) * frames;
+            }
+            if (to_)
+                interleave(std::span(sources).first(count), out + first, channels, frames);
+            else
+                deinterleave(in + first, channels, std::span(targets).first(count), frames);
+        }
+    }
 
     void mean(const T* in, T* out, std::size_t frames) const
     {
@@ -111,6 +139,7 @@ private:
 
     ChannelRoutes routes_;
     bool from_, to_; // interleaved
+    bool isReordering_;
 };
 
 } // namespace qmx

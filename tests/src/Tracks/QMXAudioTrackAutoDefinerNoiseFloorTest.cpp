@@ -357,7 +357,7 @@ TEST_F(ByNoiseFloor, SuggestsSettingsThatGiveTheSameCutsByCrossings)
     EXPECT_EQ(Definer::lastStatus(), paramErr);
 }
 
-TEST_F(ByNoiseFloor, ReportsItsProgressAndCanBeCancelled)
+TEST_F(ByNoiseFloor, ReportsItsProgressAndSoundAndCanBeCancelled)
 {
     struct Listener : QMXAudioTrackAutoDefinerDelegate {
         void autoDefineProgress(float progress) override
@@ -366,10 +366,17 @@ TEST_F(ByNoiseFloor, ReportsItsProgressAndCanBeCancelled)
             if (reports.size() == cancelAt)
                 Definer::cancel();
         }
-        std::vector<float> reports;
+        void autoDefineReadSamples(std::span<const Float32> block, UInt32 channelCount) override
+        {
+            samples.insert(samples.end(), block.begin(), block.end());
+            channels = channelCount;
+        }
+        std::vector<float> reports, samples;
+        UInt32 channels = 0;
         std::size_t cancelAt = 0;
     };
-    write(threePieces());
+    const Side side = threePieces();
+    write(side);
     const auto listener = std::make_shared<Listener>();
     Definer::setDelegate(listener);
     EXPECT_EQ(cuts().size(), 2U);
@@ -377,6 +384,8 @@ TEST_F(ByNoiseFloor, ReportsItsProgressAndCanBeCancelled)
     EXPECT_GT(listener->reports.size(), 10U);
     EXPECT_GT(listener->reports.end()[-2], 0.8F);
     EXPECT_EQ(listener->reports.back(), 1.0F);
+    EXPECT_EQ(listener->channels, 1U);
+    EXPECT_THAT(listener->samples, Pointwise(testing::FloatNear(0x1p-15F), side.samples()));
 
     listener->reports.clear();
     listener->cancelAt = 3;

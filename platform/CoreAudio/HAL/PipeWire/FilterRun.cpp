@@ -4,6 +4,7 @@
 #include "CoreAudio/HAL/MonotonicClock.h"
 #include "CoreAudio/HAL/PipeWire/RunProperties.h"
 #include "Foundation/RealTime.h"
+#include "vecLib/Interleaving.h"
 
 #include <algorithm>
 #include <cmath>
@@ -368,11 +369,7 @@ bool FilterRun::keepTime(const spa_io_clock& clock) noexcept
 
 void FilterRun::runProcedures(UInt32 frames, const spa_io_clock& clock) noexcept
 {
-    const std::size_t inputs = input_.ports.size();
-    for (std::size_t channel = 0; channel < inputs; ++channel)
-        for (UInt32 frame = 0; frame < frames; ++frame)
-            input_.frames[frame * inputs + channel] = input_.buffers[channel] ? input_.buffers[channel][frame] : 0.0F;
-
+    interleave(input_.buffers, input_.frames.data(), input_.buffers.size(), frames);
     const Float64 now = static_cast<Float64>(static_cast<SInt64>(clock.position) + clockOffset_);
     const auto stamp = [&](Float64 distance) {
         AudioTimeStamp time;
@@ -396,11 +393,7 @@ void FilterRun::runProcedures(UInt32 frames, const spa_io_clock& clock) noexcept
 
 void FilterRun::writeOutput(UInt32 frames) noexcept
 {
-    const std::size_t outputs = output_.ports.size();
-    for (std::size_t channel = 0; channel < outputs; ++channel)
-        if (float* const buffer = output_.buffers[channel])
-            for (UInt32 frame = 0; frame < frames; ++frame)
-                buffer[frame] = output_.frames[frame * outputs + channel];
+    deinterleave(output_.frames.data(), output_.buffers.size(), output_.buffers, frames);
 }
 
 } // namespace qmx::pipewire
