@@ -66,6 +66,7 @@ private:
             return status;
         if (format_.mChannelsPerFrame == 0 || !(format_.mSampleRate > 0))
             return kAudioFileUnsupportedDataFormatError;
+        const bool isCoded = format_.mBytesPerPacket == 0;
         format_.mFormatID = kAudioFormatLinearPCM;
         format_.mFormatFlags = kAudioFormatFlagsNativeFloatPacked;
         format_.mBitsPerChannel = 8 * sizeof(float);
@@ -79,7 +80,8 @@ private:
         status = ExtAudioFileGetProperty(reader_, kExtAudioFileProperty_FileLengthFrames, &size, &frames);
         if (status != noErr)
             return status;
-        constexpr UInt32 bytesAtOnce = 128 * 1024;
+        // of a coded file some packets at once: two threads may decode them
+        const UInt32 bytesAtOnce = isCoded ? 512 * 1024 : 128 * 1024;
         framesAtOnce_ = std::max(bytesAtOnce / format_.mBytesPerFrame, UInt32{1});
         samples_ = zeroedHeapArray<float>(std::size_t{framesAtOnce_} * channels());
         if (!samples_)

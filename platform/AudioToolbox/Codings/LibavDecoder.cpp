@@ -138,10 +138,15 @@ private:
         const auto format = static_cast<AVSampleFormat>(frame_->format);
         const bool isPlanar = av_sample_fmt_is_planar(format) != 0;
         const auto bytes = static_cast<std::size_t>(av_get_bytes_per_sample(format));
+        UInt8* const start = room.data() + filled * output_.mBytesPerFrame;
+        if (format == AV_SAMPLE_FMT_S16 && given == source_.mChannelsPerFrame) {
+            spread<SInt16>(frame_->extended_data[0], 1, start, sampleBytes, count * given);
+            return filled + count;
+        }
         for (std::size_t channel = 0; channel < channels; ++channel) {
             const std::uint8_t* const from =
                 isPlanar ? frame_->extended_data[channel] : frame_->extended_data[0] + channel * bytes;
-            UInt8* const to = room.data() + filled * output_.mBytesPerFrame + channel * sampleBytes;
+            UInt8* const to = start + channel * sampleBytes;
             const std::size_t step = isPlanar ? 1 : given;
             switch (av_get_packed_sample_fmt(format)) {
             case AV_SAMPLE_FMT_S16:

@@ -1,6 +1,10 @@
 // SPDX-License-Identifier: MIT
 #include "AudioToolbox/Conversion/CodedConverter.h"
 
+#include "AudioToolbox/Codings/CodingFacts.h"
+#include "Foundation/Memory.h"
+#include "Foundation/Threads/HelpingThread.h"
+
 #include <algorithm>
 #include <cstring>
 #include <limits>
@@ -12,14 +16,21 @@ namespace
 
 /// Packets asked for at once when many frames are wanted.
 constexpr UInt32 mostPacketsAtOnce = 64;
+/// Packets that one thread decodes while another decodes as many.
+constexpr std::size_t mostPacketsInRun = 8;
 /// Maximum frames held back at a stream's end: some minutes' worth would be no remainder.
 constexpr UInt32 mostTrailingFrames = 1 << 20;
+
+using Packets = std::span<const AudioStreamPacketDescription>;
 
 class DecodingConverter : public CodedConverter
 {
 public:
-    DecodingConverter(std::unique_ptr<PacketDecoder> decoder, std::unique_ptr<Converter> linear)
-        : CodedConverter(std::move(linear)), decoder_(std::move(decoder))
+    /// The helper, of the same format, decodes every second run of packets; null for codings whose packets need those
+    /// before them.
+    DecodingConverter(std::unique_ptr<PacketDecoder> decoder, std::unique_ptr<PacketDecoder> helper,
+                      std::unique_ptr<Converter> linear)
+        : CodedConverter(std::move(linear)), decoder_(std::move(decoder)), helper_(std::move(helper))
     {
     }
 
@@ -27,7 +38,10 @@ public:
     const AudioStreamBasicDescription& target() const override { return linear().target(); }
     UInt32 maximumPacketSize() const override { return linear().targetFrameBytes(); }
     AudioConverterPrimeInfo primeInfo() const override { return prime_; }
-    bool setCookie(std::span<const UInt8> cookie) override { return decoder_->setCookie(cookie); }
+    bool setCookie(std::span<const UInt8> cookie) override
+    {
+        return decoder_->setCookie(cookie) && (!helper_ || helper_->setCookie(cookie));
+    }
 
     OSStatus setPrimeInfo(const AudioConverterPrimeInfo& info) override
     {
@@ -49,7 +63,7 @@ public:
     void reset() override
     {
         linear().reset();
-        packetsLeft_ = 0;
+        packets_ = {};
         beginStream();
     }
 
@@ -63,6 +77,8 @@ private:
     void beginStream()
     {
         decoder_->restart();
+        if (helper_)
+            helper_->restart();
         pcm_.clear();
         given_ = 0;
         hasBegun_ = hasEnded_ = false;
@@ -85,7 +101,7 @@ private:
         pcm_.erase(pcm_.begin(), pcm_.begin() + static_cast<std::ptrdiff_t>(given_));
         given_ = 0;
         while (available() == 0 && !hasEnded_) {
-            const OSStatus status = packetsLeft_ > 0 ? decodeNext() : pull(wanted);
+            const OSStatus status = !packets_.empty() ? decodeNext() : pull(wanted);
             if (status != noErr)
                 return status;
         }
@@ -122,35 +138,71 @@ private:
             whole_ = {0, 0, static_cast<UInt32>(data_.size())};
             descriptions = &whole_;
         }
-        next_ = descriptions;
-        packetsLeft_ = count;
+        packets_ = {descriptions, count};
         return noErr;
     }
 
+    UInt32 framesOf(const AudioStreamPacketDescription& packet) const
+    {
+        return source().mFramesPerPacket > 0 ? source().mFramesPerPacket : packet.mVariableFramesInPacket;
+    }
+
+    bool isSound(const AudioStreamPacketDescription& packet) const
+    {
+        const UInt32 frames = framesOf(packet);
+        return packet.mStartOffset >= 0 && static_cast<UInt64>(packet.mStartOffset) <= data_.size() &&
+               packet.mDataByteSize <= data_.size() - static_cast<UInt64>(packet.mStartOffset) && frames > 0 &&
+               frames <= mostFramesPerPacket;
+    }
+
+    /// The next packet, or two runs of packets at once where the coding allows it.
     OSStatus decodeNext()
     {
-        const AudioStreamPacketDescription packet = *next_++;
-        --packetsLeft_;
         hasBegun_ = true;
-        const UInt32 told = packet.mVariableFramesInPacket;
-        const UInt32 frames = source().mFramesPerPacket > 0 ? source().mFramesPerPacket : told;
-        const bool isInside = packet.mStartOffset >= 0 && static_cast<UInt64>(packet.mStartOffset) <= data_.size() &&
-                              packet.mDataByteSize <= data_.size() - static_cast<UInt64>(packet.mStartOffset);
-        if (!isInside || frames == 0 || frames > mostFramesPerPacket) {
-            packetsLeft_ = 0;
+        const std::size_t most = helper_ ? 2 * mostPacketsInRun : 1;
+        const auto waiting = packets_.first(std::min(packets_.size(), most));
+        const auto isUnsound = [this](const auto& packet) { return !isSound(packet); };
+        const auto count = static_cast<std::size_t>(std::ranges::find_if(waiting, isUnsound) - waiting.begin());
+        if (count == 0) {
+            packets_ = {};
             return kAudio_ParamError;
         }
-        const auto bytes = data_.subspan(static_cast<std::size_t>(packet.mStartOffset), packet.mDataByteSize);
+        const auto first = waiting.first((count + 1) / 2), second = waiting.subspan((count + 1) / 2, count / 2);
+        packets_ = packets_.subspan(count);
         const std::size_t before = pcm_.size();
-        if (!decoder_->decode(bytes, frames, pcm_)) {
-            packetsLeft_ = 0;
-            return kAudioConverterErr_UnspecifiedError;
-        }
-        const UInt32 dropped = std::min(toSkip_, frames);
+        OSStatus status = noErr, statusOfSecond = noErr;
+        Bytes after;
+        const auto decodeFirst = [&] { status = decodeRun(*decoder_, first, pcm_); };
+        if (second.empty())
+            decodeFirst();
+        else
+            HelpingThread::shared().share(decodeFirst, [&] { statusOfSecond = decodeRun(*helper_, second, after); });
+        pcm_.insert(pcm_.end(), after.begin(), after.end());
+        dropPriming(before);
+        status = status != noErr ? status : statusOfSecond;
+        if (status != noErr)
+            packets_ = {};
+        return status;
+    }
+
+    OSStatus decodeRun(PacketDecoder& decoder, Packets packets, Bytes& pcm) const
+    {
+        return withinMemory(OSStatus{kAudio_MemFullError}, [&] {
+            const bool isGood = std::ranges::all_of(packets, [&](const AudioStreamPacketDescription& packet) {
+                const auto bytes = data_.subspan(static_cast<std::size_t>(packet.mStartOffset), packet.mDataByteSize);
+                return decoder.decode(bytes, framesOf(packet), pcm);
+            });
+            return isGood ? OSStatus{noErr} : kAudioConverterErr_UnspecifiedError;
+        });
+    }
+
+    /// Drops what is left of the stream's start from what was decoded last.
+    void dropPriming(std::size_t before)
+    {
+        const auto dropped = static_cast<UInt32>(std::min<std::size_t>(toSkip_, (pcm_.size() - before) / frameBytes()));
         const auto from = pcm_.begin() + static_cast<std::ptrdiff_t>(before);
         pcm_.erase(from, from + static_cast<std::ptrdiff_t>(dropped * frameBytes()));
         toSkip_ -= dropped;
-        return noErr;
     }
 
     void end()
@@ -159,7 +211,7 @@ private:
         pcm_.resize(pcm_.size() - std::min(pcm_.size(), prime_.trailingFrames * frameBytes()));
     }
 
-    std::unique_ptr<PacketDecoder> decoder_;
+    std::unique_ptr<PacketDecoder> decoder_, helper_;
     AudioConverterPrimeInfo prime_;
     UInt32 toSkip_ = 0; ///< frames of the stream's start that are still to be dropped
     bool hasBegun_ = false, hasEnded_ = false;
@@ -168,8 +220,7 @@ private:
 
     InputSource input_{};
     std::span<const UInt8> data_; ///< of the packets that were supplied last
-    const AudioStreamPacketDescription* next_ = nullptr;
-    UInt32 packetsLeft_ = 0;
+    Packets packets_;             ///< of them, those that are not decoded
     AudioStreamPacketDescription whole_;
 };
 
@@ -285,8 +336,10 @@ std::unique_ptr<CodedConverter> CodedConverter::between(const AudioStreamBasicDe
                                                         const AudioStreamBasicDescription& target)
 {
     if (auto decoder = PacketDecoder::forFormat(source)) {
+        auto helper = isLossless(source.mFormatID) ? PacketDecoder::forFormat(source) : nullptr;
         auto linear = Converter::between(decoder->output(), target);
-        return linear ? std::make_unique<DecodingConverter>(std::move(decoder), std::move(linear)) : nullptr;
+        return linear ? std::make_unique<DecodingConverter>(std::move(decoder), std::move(helper), std::move(linear))
+                      : nullptr;
     }
     const auto pcm = PcmLayout::of(source);
     if (!pcm)

@@ -145,11 +145,16 @@ private:
     std::vector<T> decoded_, mixed_;
 };
 
+bool keepsPlaces(const PcmLayout& source, const PcmLayout& target, const ChannelRoutes& routes)
+{
+    return routes.isIdentity() && source.isInterleaved == target.isInterleaved;
+}
+
 template <class T>
 std::unique_ptr<FrameConverter> makeConverter(const PcmLayout& source, const PcmLayout& target,
                                               const ChannelRoutes& routes)
 {
-    if (routes.isIdentity() && source.isInterleaved == target.isInterleaved)
+    if (keepsPlaces(source, target, routes))
         return std::make_unique<PlainFrameConverter<T>>(source, target);
     return std::make_unique<MixingFrameConverter<T>>(source, target, routes);
 }
@@ -169,6 +174,8 @@ std::unique_ptr<FrameConverter> FrameConverter::between(const PcmLayout& source,
         source.sample.coding == SampleCoding::floating || target.sample.coding == SampleCoding::floating;
     if (!isFloating)
         return makeConverter<SInt32>(source, target, routes);
+    if (keepsPlaces(source, target, routes) && isNative<Float32>(target.sample)) // rounded once, as from wider numbers
+        return makeConverter<Float32>(source, target, routes);
     if (needsDouble(source.sample) || needsDouble(target.sample))
         return makeConverter<Float64>(source, target, routes);
     return makeConverter<Float32>(source, target, routes);
