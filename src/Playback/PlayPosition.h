@@ -15,30 +15,8 @@ public:
     SInt64 frame() const { return frame_.load(std::memory_order_relaxed); }
 
     /// The right to move the file. Seeks wait for it, reads do not.
-    class Turn
-    {
-    public:
-        enum class Kind { seek, read };
-        Turn(PlayPosition& position, Kind kind) : position_(position), isMine_(position.turn_.tryLock())
-        {
-            if (isMine_ || kind == Kind::read)
-                return;
-            position_.turn_.lock();
-            isMine_ = true;
-        }
-        ~Turn()
-        {
-            if (isMine_)
-                position_.turn_.unlock();
-        }
-        Turn(const Turn&) = delete;
-        Turn& operator=(const Turn&) = delete;
-        explicit operator bool() const { return isMine_; }
-
-    private:
-        PlayPosition& position_;
-        bool isMine_;
-    };
+    qmx::ConditionLockTurn turnOfSeek() { return {turn_, true}; }
+    qmx::ConditionLockTurn turnOfRead() { return {turn_, false}; }
 
     /// In a seek's turn.
     void moveTo(SInt64 frame)
@@ -51,7 +29,7 @@ public:
     /// Counts frames read, unless it was moved since they were.
     void add(UInt32 frames, UInt32 generationRead)
     {
-        const Turn turn(*this, Turn::Kind::read);
+        const auto turn = turnOfRead();
         if (turn && generation_ == generationRead)
             frame_ = frame_ + frames;
     }

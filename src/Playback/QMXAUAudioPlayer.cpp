@@ -362,7 +362,7 @@ void QMXAUAudioPlayer::Implementation::updateFileInformation()
     mFileLengthInFrames = mInputAudioFile ? mInputAudioFile->lengthInFrames() : 0;
     mPlaybackInfo.mExtAudioFile = mInputAudioFile ? mInputAudioFile->extAudioFileRef() : nullptr;
     {
-        const PlayPosition::Turn turn(mPlaybackInfo.mSampleTime, PlayPosition::Turn::Kind::seek);
+        const auto turn = mPlaybackInfo.mSampleTime.turnOfSeek();
         mPlaybackInfo.mSampleTime.moveTo(0);
     }
     mPlaybackInfo.mPreviousSampleTime = 0;
@@ -541,7 +541,7 @@ OSStatus QMXAUAudioPlayer::Implementation::playRange(SInt64 start, SInt64 end, S
     const bool moves = start != currentFrameOffset();
     {
         // in one turn: no slice sees the new position with the old range, and the old range finishes no more
-        const PlayPosition::Turn turn(mPlaybackInfo.mSampleTime, PlayPosition::Turn::Kind::seek);
+        const auto turn = mPlaybackInfo.mSampleTime.turnOfSeek();
         mPlaybackInfo.mHasBeenStopped = false;
         mPlaybackInfo.mPlayInSampleTime = start;
         mPlaybackInfo.mPlayOutSampleTime = std::min(end, length);
@@ -618,7 +618,7 @@ void QMXAUAudioPlayer::Implementation::setCurrentFrameOffset(SInt64 frame)
 void QMXAUAudioPlayer::Implementation::seekFile(SInt64 frame)
 {
     {
-        const PlayPosition::Turn turn(mPlaybackInfo.mSampleTime, PlayPosition::Turn::Kind::seek);
+        const auto turn = mPlaybackInfo.mSampleTime.turnOfSeek();
         moveTo(frame, true);
     }
     dropHeldSound();
@@ -671,7 +671,7 @@ QMXAUAudioPlayer::Implementation::Slice QMXAUAudioPlayer::Implementation::readSl
                                                                                     AudioBufferList& data)
 {
     PlaybackInfo& playback = mPlaybackInfo;
-    const PlayPosition::Turn turn(playback.mSampleTime, PlayPosition::Turn::Kind::read);
+    const auto turn = playback.mSampleTime.turnOfRead();
     if (!turn) { // a seek is under way
         droppedFrames_ += frames;
         return {};
@@ -713,7 +713,7 @@ void QMXAUAudioPlayer::Implementation::playTail(UInt32 frames, UInt32 generation
 /// Ends the playing, unless it was sent elsewhere since the slice was read.
 void QMXAUAudioPlayer::Implementation::finish(UInt32 generation)
 {
-    const PlayPosition::Turn turn(mPlaybackInfo.mSampleTime, PlayPosition::Turn::Kind::read);
+    const auto turn = mPlaybackInfo.mSampleTime.turnOfRead();
     if (!turn || mPlaybackInfo.mSampleTime.generation() != generation)
         return;
     (void)stop(); // reported

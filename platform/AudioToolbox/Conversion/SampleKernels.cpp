@@ -354,8 +354,9 @@ SampleDecoder<T>::SampleDecoder(const SampleFormat& format, Instructions instruc
     const bool swapped = format.isSwapped;
     switch (format.coding) {
     case SampleCoding::integer: {
-        shuffle_ = GroupShuffle::toWords(format.bytes, swapped);
         wide_ = instructions == Instructions::available ? WideSampleKernels<T>::of(format).decode : nullptr;
+        if (wide_)
+            shuffle_ = GroupShuffle::toWords(format.bytes, swapped);
         lift = format.isHighAligned ? 0 : 8u * format.bytes - format.bits;
         flip = format.isSigned ? 0 : 0x80000000;
         const bool plain = format.isSigned && lift == 0;
@@ -387,8 +388,9 @@ SampleEncoder<T>::SampleEncoder(const SampleFormat& format, Instructions instruc
     const bool swapped = format.isSwapped;
     switch (format.coding) {
     case SampleCoding::integer:
-        shuffle_ = GroupShuffle::fromWords(format.bytes, swapped);
         wide_ = instructions == Instructions::available ? WideSampleKernels<T>::of(format).encode : nullptr;
+        if (wide_)
+            shuffle_ = GroupShuffle::fromWords(format.bytes, swapped);
         bits = format.bits;
         offset = format.isSigned ? 0 : UInt32{1} << (format.bits - 1);
         lift = format.isHighAligned ? 8u * format.bytes - format.bits : 0;
@@ -418,13 +420,13 @@ SampleEncoder<T>::SampleEncoder(const SampleFormat& format, Instructions instruc
 }
 
 SampleSwapper::SampleSwapper(UInt32 sampleBytes, Instructions instructions)
-    : groups_(sampleBytes), isWide_(instructions == Instructions::available)
+    : groups_(sampleBytes), wide_(instructions == Instructions::available ? swapGroups() : nullptr)
 {
 }
 
 void SampleSwapper::operator()(const std::byte* in, std::byte* out, std::size_t count) const
 {
-    const std::size_t done = isWide_ ? swapGroups(groups_, in, out, count) : 0;
+    const std::size_t done = wide_ ? wide_(groups_, in, out, count) : 0;
     in += done * groups_.sampleBytes;
     out += done * groups_.sampleBytes;
     count -= done;

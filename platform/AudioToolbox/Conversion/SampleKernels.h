@@ -78,7 +78,7 @@ public:
 
 private:
     GroupSwap groups_;
-    bool isWide_;
+    SwapGroups wide_;
 };
 
 } // namespace qmx

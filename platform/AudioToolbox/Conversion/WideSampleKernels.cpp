@@ -336,9 +336,9 @@ template <class T> WideSampleKernels<T> WideSampleKernels<T>::of(const SampleFor
     return kernels;
 }
 
-std::size_t swapGroups(const GroupSwap& swap, const std::byte* in, std::byte* out, std::size_t count)
+SwapGroups swapGroups()
 {
-    return isWide() ? swapWide(swap, in, out, count) : 0;
+    return isWide() ? swapWide : nullptr;
 }
 #else
 template <class T> WideSampleKernels<T> WideSampleKernels<T>::of(const SampleFormat&)
@@ -346,9 +346,9 @@ template <class T> WideSampleKernels<T> WideSampleKernels<T>::of(const SampleFor
     return {};
 }
 
-std::size_t swapGroups(const GroupSwap&, const std::byte*, std::byte*, std::size_t)
+SwapGroups swapGroups()
 {
-    return 0;
+    return nullptr;
 }
 #endif
 

@@ -45,7 +45,9 @@ template <class T> struct WideSampleKernels {
                           const std::byte* in, std::byte* out, std::size_t count) = nullptr;
 };
 
-/// Does nothing where the processor has none.
-std::size_t swapGroups(const GroupSwap& swap, const std::byte* in, std::byte* out, std::size_t count);
+using SwapGroups = std::size_t (*)(const GroupSwap& swap, const std::byte* in, std::byte* out, std::size_t count);
+
+/// Null where the processor has none.
+SwapGroups swapGroups();
 
 } // namespace qmx

@@ -31,18 +31,9 @@ ReadAhead::ReadAhead(const PcmLayout& layout, UInt32 capacity, Source source)
 {
 }
 
-ReadAhead::Turn::Turn(ReadAhead& owner) : owner_(owner), isMine_(owner.turn_.tryLock())
+ConditionLockTurn ReadAhead::turn()
 {
-    if (isMine_ || isRealTime())
-        return;
-    owner_.turn_.lock();
-    isMine_ = true;
-}
-
-ReadAhead::Turn::~Turn()
-{
-    if (isMine_)
-        owner_.turn_.unlock();
+    return {turn_, !isRealTime()};
 }
 
 OSStatus ReadAhead::take(const AudioBufferList& data, UInt32& count)
@@ -102,7 +93,7 @@ void ReadAhead::work()
 void ReadAhead::restart(const std::function<void()>& move)
 {
     {
-        const Turn turn(*this); // before the lock, as in `take`
+        const ConditionLockTurn turn = this->turn(); // before the lock, as in `take`
         const std::scoped_lock lock(adderMutex_);
         ring_.clear();
         hasEnded_ = false;
@@ -115,7 +106,7 @@ void ReadAhead::restart(const std::function<void()>& move)
 
 void ReadAhead::finish()
 {
-    const Turn turn(*this);
+    const ConditionLockTurn turn = this->turn();
     const std::scoped_lock lock(adderMutex_);
     source_ = nullptr;
 }

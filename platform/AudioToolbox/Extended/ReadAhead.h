@@ -27,21 +27,9 @@ public:
 
     /// The right to take frames and to move: one thread has it at a time. A thread marked real-time does not wait for
     /// it.
-    class Turn
-    {
-    public:
-        explicit Turn(ReadAhead& owner);
-        ~Turn();
-        Turn(const Turn&) = delete;
-        Turn& operator=(const Turn&) = delete;
-        explicit operator bool() const { return isMine_; }
+    ConditionLockTurn turn();
 
-    private:
-        ReadAhead& owner_;
-        bool isMine_;
-    };
-
-    /// Called within a Turn: copies the next frames into a list with room for `count`; `count` becomes the frames
+    /// Called within a turn: copies the next frames into a list with room for `count`; `count` becomes the frames
     /// copied. A thread marked real-time takes what is ready, any other waits for all; fewer then mean the end or a
     /// failure, after which reading is tried again.
     OSStatus take(const AudioBufferList& data, UInt32& count);

@@ -113,7 +113,7 @@ OSStatus ReadingFile::read(UInt32& frames, AudioBufferList& data)
         return noErr;
     OSStatus status = noErr;
     if (ahead_) {
-        const ReadAhead::Turn turn(*ahead_);
+        const ConditionLockTurn turn = ahead_->turn();
         if (!turn) {
             ahead_->countMissed(wanted);
             return noErr;

@@ -51,4 +51,28 @@ private:
     std::atomic<std::uintptr_t> holder_{0};
 };
 
+/// Holds a condition lock until it is destroyed, if it could take it.
+class ConditionLockTurn
+{
+public:
+    /// A turn that does not wait may not get the lock.
+    ConditionLockTurn(ConditionLock& lock, bool waits) : lock_(lock), isMine_(waits || lock.tryLock())
+    {
+        if (waits)
+            lock_.lock();
+    }
+    ~ConditionLockTurn()
+    {
+        if (isMine_)
+            lock_.unlock();
+    }
+    ConditionLockTurn(const ConditionLockTurn&) = delete;
+    ConditionLockTurn& operator=(const ConditionLockTurn&) = delete;
+    explicit operator bool() const { return isMine_; }
+
+private:
+    ConditionLock& lock_;
+    const bool isMine_;
+};
+
 } // namespace qmx
