@@ -2,8 +2,15 @@
 include(CMakePackageConfigHelpers)
 
 set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/QMXCoreAudio)
-install(TARGETS QMXCoreAudio EXPORT QMXCoreAudioTargets
-        FILE_SET HEADERS DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/QMXCoreAudio)
+install(TARGETS QMXCoreAudio EXPORT QMXCoreAudioTargets)
+function(install_headers layer)
+    foreach(header ${ARGN})
+        cmake_path(GET header PARENT_PATH folder)
+        install(FILES ${layer}/${header} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/QMXCoreAudio/${folder})
+    endforeach()
+endfunction()
+install_headers(src ${QMX_PUBLIC_SRC_HEADERS})
+install_headers(platform ${QMX_PUBLIC_PLATFORM_HEADERS})
 if(BUILD_SHARED_LIBS)
     foreach(module ${QMX_MODULES})
         install(TARGETS ${module} LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}/qmxcoreaudio)

@@ -3,5 +3,5 @@
 // results as values. Every object of <QMXCoreAudio/QMXCoreAudio.h> can be reached from it.
 #pragma once
 
-#include "Front/Result.h"
-#include "Front/StatusText.h"
+#include <QMXCoreAudio/Front/Result.h>
+#include <QMXCoreAudio/Front/StatusText.h>

@@ -5,7 +5,7 @@
 // refused, one log line says why, and everything else works. A static library contains what the modules have.
 #pragma once
 
-#include "Foundation/Export.h"
+#include <QMXCoreAudio/Foundation/Export.h>
 
 #include <string>
 
