@@ -1,7 +1,21 @@
 // SPDX-License-Identifier: MIT
-// The whole library in one header.
+// All that programs need, in one header: the objects, and of the platform's services what is used beside them.
 #pragma once
 
+#if __cplusplus < 202002L
+#error "QMXCoreAudio is written in C++20: compile with -std=c++20 or later"
+#else
+
+#include <QMXCoreAudio/AudioToolbox/AudioFile.h>
+#include <QMXCoreAudio/AudioToolbox/AudioFormat.h>
+#include <QMXCoreAudio/AudioToolbox/ExtAudioFile.h>
+#include <QMXCoreAudio/AudioUnit/AUGraph.h>
+#include <QMXCoreAudio/AudioUnit/AudioUnit.h>
+#include <QMXCoreAudio/AudioUnit/Components.h>
+#include <QMXCoreAudio/CoreAudio/AudioHardware.h>
+#include <QMXCoreAudio/CoreAudio/VirtualHardware.h>
+#include <QMXCoreAudio/CoreAudioTypes/AudioBuffers.h>
+#include <QMXCoreAudio/CoreAudioTypes/MacTypes.h>
 #include <QMXCoreAudio/Devices/LiveContainer.h>
 #include <QMXCoreAudio/Devices/QMXAudioDevice.h>
 #include <QMXCoreAudio/Devices/QMXAudioDeviceDelegate.h>
@@ -24,10 +38,15 @@
 #include <QMXCoreAudio/Formats/QMXAudioStreamBasicDescription.h>
 #include <QMXCoreAudio/Formats/QMXAudioValueRange.h>
 #include <QMXCoreAudio/Formats/QMXFileUtils.h>
+#include <QMXCoreAudio/Foundation/ByteFields.h>
+#include <QMXCoreAudio/Foundation/Files/FileSystem.h>
+#include <QMXCoreAudio/Foundation/Files/MemoryFileSystem.h>
 #include <QMXCoreAudio/Foundation/MainThread/NotificationCenter.h>
 #include <QMXCoreAudio/Foundation/MainThread/RunLoop.h>
+#include <QMXCoreAudio/Foundation/MainThread/Timer.h>
 #include <QMXCoreAudio/Foundation/Modules.h>
 #include <QMXCoreAudio/Foundation/Text/FailureLine.h>
+#include <QMXCoreAudio/Foundation/Text/Format.h>
 #include <QMXCoreAudio/Foundation/Text/Log.h>
 #include <QMXCoreAudio/Foundation/Version.h>
 #include <QMXCoreAudio/PlayThru/AudioDevice.h>
@@ -62,3 +81,5 @@
 #include <QMXCoreAudio/Tracks/Store/QMXCAFAudioTrackInfoWriter.h>
 #include <QMXCoreAudio/Tracks/Store/QMXMP4AudioTrackInfoReader.h>
 #include <QMXCoreAudio/Tracks/Store/QMXMP4AudioTrackInfoWriter.h>
+
+#endif
