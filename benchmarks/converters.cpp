@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Makes and destroys converters with their pull chains, and measures the time that pulling sound through one takes.
-#include "Formats/QMXAudioStreamBasicDescription.h"
-#include "Processing/QMXAudioConverter.h"
+#include <QMXCoreAudio/Formats/QMXAudioStreamBasicDescription.h>
+#include <QMXCoreAudio/Processing/QMXAudioConverter.h>
 
 #include <benchmark/benchmark.h>
 

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 // Measures one cycle of a device with 1, 8 and 64 subscribers that do nothing. The counter ns_per_subscriber is the
 // cycle's time divided by the number of subscribers.
-#include "CoreAudio/VirtualHardware.h"
-#include "Devices/QMXAudioDevice.h"
-#include "Foundation/RealTime.h"
+#include <QMXCoreAudio/CoreAudio/VirtualHardware.h>
+#include <QMXCoreAudio/Devices/QMXAudioDevice.h>
+#include <QMXCoreAudio/Foundation/RealTime.h>
 
 #include <benchmark/benchmark.h>
 

@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: MIT
 // Compares counting the crossings of one block, and taking the levels of its bands, with copying it.
 #include "Tracks/BandLevels.h"
-#include "Tracks/SilenceAnalysis.h"
+
+#include <QMXCoreAudio/Tracks/SilenceAnalysis.h>
 
 #include <benchmark/benchmark.h>
 

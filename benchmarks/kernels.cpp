@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 // Compares sample conversion through the converter service with copying the larger side with memcpy in the same run.
 // The counter memcpy_ratio is the conversion's speed divided by the copy's: 1 is as fast as copying.
-#include "AudioToolbox/AudioConverter.h"
-#include "vecLib/Interleaving.h"
+#include <QMXCoreAudio/AudioToolbox/AudioConverter.h>
+#include <QMXCoreAudio/vecLib/Interleaving.h>
 
 #include <benchmark/benchmark.h>
 

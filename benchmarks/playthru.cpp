@@ -2,8 +2,8 @@
 // Processor time of play-through between two devices of the same rate, both in cycles of 512 frames: an iteration is a
 // second of sound. The counter percent is the share of a processor that it takes in real time, the simulated devices
 // and their threads included.
-#include "CoreAudio/VirtualHardware.h"
-#include "PlayThru/ComplexPlayThru.h"
+#include <QMXCoreAudio/CoreAudio/VirtualHardware.h>
+#include <QMXCoreAudio/PlayThru/ComplexPlayThru.h>
 
 #include <benchmark/benchmark.h>
 

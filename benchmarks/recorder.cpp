@@ -1,13 +1,13 @@
 // SPDX-License-Identifier: MIT
 // Times each I/O cycle of 512 stereo frames with a recorder and a level meter attached, while the saving thread works.
 // Counters in nanoseconds: the median and the 99.9th percentile.
-#include "CoreAudio/VirtualHardware.h"
-#include "Devices/QMXAudioDevice.h"
-#include "Devices/QMXVUMeterDataProvider.h"
-#include "Foundation/MainThread/RunLoop.h"
-#include "Foundation/RealTime.h"
-#include "Foundation/Threads/Thread.h"
-#include "Recording/QMXAudioRecorder.h"
+#include <QMXCoreAudio/CoreAudio/VirtualHardware.h>
+#include <QMXCoreAudio/Devices/QMXAudioDevice.h>
+#include <QMXCoreAudio/Devices/QMXVUMeterDataProvider.h>
+#include <QMXCoreAudio/Foundation/MainThread/RunLoop.h>
+#include <QMXCoreAudio/Foundation/RealTime.h>
+#include <QMXCoreAudio/Foundation/Threads/Thread.h>
+#include <QMXCoreAudio/Recording/QMXAudioRecorder.h>
 
 #include <benchmark/benchmark.h>
 

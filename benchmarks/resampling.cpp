@@ -2,7 +2,7 @@
 // Compares rate conversion of a buffer at the best quality through the converter service with direct use of the library
 // that it uses, on the same data with the same filter. The counter soxr_ratio is the service's time divided by the
 // library's.
-#include "AudioToolbox/AudioConverter.h"
+#include <QMXCoreAudio/AudioToolbox/AudioConverter.h>
 
 #include <benchmark/benchmark.h>
 

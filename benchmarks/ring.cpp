@@ -2,7 +2,7 @@
 // What storing and fetching 512 stereo float frames costs: through the ring buffer, as the bare copies of two times two
 // channels, and through the sound server's ring of bytes, which has one reader and no times. The counter memcpy_ratio
 // is the ring's time in parts of the copies' in the same run.
-#include "PlayThru/AudioRingBuffer.h"
+#include <QMXCoreAudio/PlayThru/AudioRingBuffer.h>
 
 #include <benchmark/benchmark.h>
 

@@ -5,7 +5,7 @@
 //   NAME_worst  the same of the slice that took longest in that turn
 //   NAME_dB     at a ratio that stands: what deviates from a tone of 20 kHz in the output, relative to it
 //   NAME_level  ... and the level of that tone, in dB
-#include "AudioUnit/AudioUnit.h"
+#include <QMXCoreAudio/AudioUnit/AudioUnit.h>
 
 #include <benchmark/benchmark.h>
 

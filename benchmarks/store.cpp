@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Stores and reads a record of 100 tracks with cover art in a file on disk, and measures the memory that 10,000 rounds
 // leave in use.
-#include "Tracks/Store/QMXAudioTrackInfoReaderWriterFactory.h"
+#include <QMXCoreAudio/Tracks/Store/QMXAudioTrackInfoReaderWriterFactory.h>
 
 #include <benchmark/benchmark.h>
 

@@ -117,23 +117,22 @@ set(QMX_PUBLIC_PLATFORM_HEADERS
     vecLib/Interleaving.h
     vecLib/vecLib.h)
 
-set(QMX_PUBLIC_HEADER_NAMES ${QMX_PUBLIC_SRC_HEADERS} ${QMX_PUBLIC_PLATFORM_HEADERS})
-list(TRANSFORM QMX_PUBLIC_SRC_HEADERS PREPEND ${PROJECT_SOURCE_DIR}/src/)
-
-# src/ sees the public headers of platform/ through a folder that contains nothing else.
-set(QMX_SEAM ${PROJECT_BINARY_DIR}/seam)
-file(REMOVE_RECURSE ${QMX_SEAM})
-foreach(header ${QMX_PUBLIC_PLATFORM_HEADERS})
-    cmake_path(GET header PARENT_PATH folder)
-    file(MAKE_DIRECTORY ${QMX_SEAM}/${folder})
-    file(CREATE_LINK ${PROJECT_SOURCE_DIR}/platform/${header} ${QMX_SEAM}/${header} SYMBOLIC)
-endforeach()
-list(TRANSFORM QMX_PUBLIC_PLATFORM_HEADERS PREPEND ${PROJECT_SOURCE_DIR}/platform/)
 set(QMX_PUBLIC_HEADERS ${QMX_PUBLIC_SRC_HEADERS} ${QMX_PUBLIC_PLATFORM_HEADERS})
 
-# <QMXCoreAudio/qmx.h> also works for a project that takes the library as a subdirectory.
-set(QMX_FORWARDING_INCLUDES ${PROJECT_BINARY_DIR}/include)
-foreach(header qmx QMXCoreAudio)
-    file(CONFIGURE OUTPUT ${QMX_FORWARDING_INCLUDES}/QMXCoreAudio/${header}.h
-         CONTENT "#pragma once\n#include \"@PROJECT_SOURCE_DIR@/src/${header}.h\"\n" @ONLY)
-endforeach()
+# Public headers include each other as applications include them, <QMXCoreAudio/...>, so that one text serves the build,
+# the install and projects that embed the library. In the build they are links in two folders: one has what applications
+# see, the other what the platform offers to src/. A link is the same file to the compiler, so a source may include a
+# header both ways.
+function(link_headers root layer)
+    foreach(header ${ARGN})
+        cmake_path(GET header PARENT_PATH folder)
+        file(MAKE_DIRECTORY ${root}/QMXCoreAudio/${folder})
+        file(CREATE_LINK ${PROJECT_SOURCE_DIR}/${layer}/${header} ${root}/QMXCoreAudio/${header} SYMBOLIC)
+    endforeach()
+endfunction()
+set(QMX_PUBLIC ${PROJECT_BINARY_DIR}/include)
+set(QMX_SEAM ${PROJECT_BINARY_DIR}/seam)
+file(REMOVE_RECURSE ${QMX_PUBLIC} ${QMX_SEAM})
+link_headers(${QMX_PUBLIC} src ${QMX_PUBLIC_SRC_HEADERS})
+link_headers(${QMX_PUBLIC} platform ${QMX_PUBLIC_PLATFORM_HEADERS})
+link_headers(${QMX_SEAM} platform ${QMX_PUBLIC_PLATFORM_HEADERS})

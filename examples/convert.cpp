@@ -1,9 +1,5 @@
 // SPDX-License-Identifier: MIT
 // Writes a copy of an audio file in another type, coding, rate or number of channels.
-#include "FileRelated/QMXAudioFileConverter.h"
-#include "FileRelated/QMXExtAudioFile.h"
-#include "Formats/QMXAudioStreamBasicDescription.h"
-#include "Foundation/Modules.h"
 #include "support/AudioTypes.h"
 #include "support/CommandLine.h"
 #include "support/Failure.h"
@@ -12,6 +8,11 @@
 #include "support/ProgressBar.h"
 #include "support/Recording.h"
 #include "support/StatusText.h"
+
+#include <QMXCoreAudio/FileRelated/QMXAudioFileConverter.h>
+#include <QMXCoreAudio/FileRelated/QMXExtAudioFile.h>
+#include <QMXCoreAudio/Formats/QMXAudioStreamBasicDescription.h>
+#include <QMXCoreAudio/Foundation/Modules.h>
 
 #include <limits>
 

@@ -1,11 +1,12 @@
 // SPDX-License-Identifier: MIT
 // Lists the audio devices, describes one, and reports changes.
 #include "support/Devices.h"
-#include "Devices/QMXAudioDevice.h"
-#include "Foundation/MainThread/RunLoop.h"
-#include "Foundation/Text/Format.h"
 #include "support/CommandLine.h"
 #include "support/Failure.h"
+
+#include <QMXCoreAudio/Devices/QMXAudioDevice.h>
+#include <QMXCoreAudio/Foundation/MainThread/RunLoop.h>
+#include <QMXCoreAudio/Foundation/Text/Format.h>
 
 #include <array>
 #include <cerrno>

@@ -1,11 +1,12 @@
 // SPDX-License-Identifier: MIT
 // Makes a recording for experiments: three pieces of music with low line noise between them, as an AIFF file of 16
 // bits, stereo, 44100 Hz.
-#include "FileRelated/QMXAudioFile.h"
-#include "Formats/QMXAudioStreamBasicDescription.h"
 #include "support/CommandLine.h"
 #include "support/Failure.h"
 #include "support/Synthesizer.h"
+
+#include <QMXCoreAudio/FileRelated/QMXAudioFile.h>
+#include <QMXCoreAudio/Formats/QMXAudioStreamBasicDescription.h>
 
 #include <algorithm>
 #include <cmath>

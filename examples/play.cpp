@@ -1,13 +1,5 @@
 // SPDX-License-Identifier: MIT
 // Plays an audio file.
-#include "CoreAudio/VirtualHardware.h"
-#include "Devices/QMXAudioDevice.h"
-#include "FileRelated/QMXExtAudioFile.h"
-#include "Foundation/MainThread/NotificationCenter.h"
-#include "Foundation/MainThread/RunLoop.h"
-#include "Foundation/Text/Format.h"
-#include "Playback/QMXAUAudioPlayer.h"
-#include "Tracks/QMXAudioTrackInfo.h"
 #include "support/CommandLine.h"
 #include "support/Devices.h"
 #include "support/Failure.h"
@@ -15,6 +7,15 @@
 #include "support/Keys.h"
 #include "support/ProgressBar.h"
 #include "support/TrackStore.h"
+
+#include <QMXCoreAudio/CoreAudio/VirtualHardware.h>
+#include <QMXCoreAudio/Devices/QMXAudioDevice.h>
+#include <QMXCoreAudio/FileRelated/QMXExtAudioFile.h>
+#include <QMXCoreAudio/Foundation/MainThread/NotificationCenter.h>
+#include <QMXCoreAudio/Foundation/MainThread/RunLoop.h>
+#include <QMXCoreAudio/Foundation/Text/Format.h>
+#include <QMXCoreAudio/Playback/QMXAUAudioPlayer.h>
+#include <QMXCoreAudio/Tracks/QMXAudioTrackInfo.h>
 
 #include <algorithm>
 #include <array>

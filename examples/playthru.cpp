@@ -1,13 +1,14 @@
 // SPDX-License-Identifier: MIT
 // Plays what one device captures on another one.
-#include "PlayThru/PlayThru.h"
-#include "Devices/QMXAudioDevice.h"
-#include "Foundation/MainThread/RunLoop.h"
-#include "Foundation/Text/Format.h"
 #include "support/CommandLine.h"
 #include "support/Devices.h"
 #include "support/Failure.h"
 #include "support/Interrupt.h"
+
+#include <QMXCoreAudio/Devices/QMXAudioDevice.h>
+#include <QMXCoreAudio/Foundation/MainThread/RunLoop.h>
+#include <QMXCoreAudio/Foundation/Text/Format.h>
+#include <QMXCoreAudio/PlayThru/PlayThru.h>
 
 #include <algorithm>
 #include <cstdio>

@@ -1,9 +1,6 @@
 // SPDX-License-Identifier: MIT
 // Changes the level of a range of a recording, in the file itself or in a new one, and stores a record of the change in
 // the file.
-#include "FileRelated/QMXAudioFileProcessor.h"
-#include "Formats/QMXAudioStreamBasicDescription.h"
-#include "Processing/QMXProgressSubscriber.h"
 #include "support/CommandLine.h"
 #include "support/Failure.h"
 #include "support/GainProcessor.h"
@@ -13,6 +10,10 @@
 #include "support/Recording.h"
 #include "support/StatusText.h"
 #include "support/TrackStore.h"
+
+#include <QMXCoreAudio/FileRelated/QMXAudioFileProcessor.h>
+#include <QMXCoreAudio/Formats/QMXAudioStreamBasicDescription.h>
+#include <QMXCoreAudio/Processing/QMXProgressSubscriber.h>
 
 #include <algorithm>
 #include <cstdio>

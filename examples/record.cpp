@@ -1,14 +1,5 @@
 // SPDX-License-Identifier: MIT
 // Records from an input device into an audio file.
-#include "CoreAudio/VirtualHardware.h"
-#include "Devices/QMXAudioDevice.h"
-#include "Devices/QMXVUMeterData.h"
-#include "Devices/QMXVUMeterDataProvider.h"
-#include "FileRelated/QMXAudioFile.h"
-#include "Formats/QMXAudioStreamBasicDescription.h"
-#include "Foundation/MainThread/RunLoop.h"
-#include "Foundation/Text/Format.h"
-#include "Recording/QMXAudioRecorder.h"
 #include "support/AudioTypes.h"
 #include "support/CommandLine.h"
 #include "support/Devices.h"
@@ -17,6 +8,16 @@
 #include "support/LevelLine.h"
 #include "support/Recording.h"
 #include "support/UnitRecording.h"
+
+#include <QMXCoreAudio/CoreAudio/VirtualHardware.h>
+#include <QMXCoreAudio/Devices/QMXAudioDevice.h>
+#include <QMXCoreAudio/Devices/QMXVUMeterData.h>
+#include <QMXCoreAudio/Devices/QMXVUMeterDataProvider.h>
+#include <QMXCoreAudio/FileRelated/QMXAudioFile.h>
+#include <QMXCoreAudio/Formats/QMXAudioStreamBasicDescription.h>
+#include <QMXCoreAudio/Foundation/MainThread/RunLoop.h>
+#include <QMXCoreAudio/Foundation/Text/Format.h>
+#include <QMXCoreAudio/Recording/QMXAudioRecorder.h>
 
 #include <algorithm>
 #include <charconv>

@@ -1,7 +1,5 @@
 // SPDX-License-Identifier: MIT
 // Divides a recording into tracks at its pauses: one line per track on standard output, a drawing where asked.
-#include "Formats/QMXAudioStreamBasicDescription.h"
-#include "Tracks/QMXAudioTrackAutoDefiner.h"
 #include "support/CommandLine.h"
 #include "support/DecodedCopy.h"
 #include "support/Envelope.h"
@@ -13,6 +11,9 @@
 #include "support/TrackExport.h"
 #include "support/WaveformPlot.h"
 #include "support/WholeFile.h"
+
+#include <QMXCoreAudio/Formats/QMXAudioStreamBasicDescription.h>
+#include <QMXCoreAudio/Tracks/QMXAudioTrackAutoDefiner.h>
 
 #include <filesystem>
 #include <limits>

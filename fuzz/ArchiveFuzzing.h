@@ -2,8 +2,8 @@
 // What fuzz targets of archives have in common.
 #pragma once
 
-#include "Foundation/Archives/KeyedArchiver.h"
-#include "Foundation/Archives/KeyedUnarchiver.h"
+#include <QMXCoreAudio/Foundation/Archives/KeyedArchiver.h>
+#include <QMXCoreAudio/Foundation/Archives/KeyedUnarchiver.h>
 
 #include <cstdlib>
 

@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: MIT
 // Any bytes as an audio file: opened, all properties read, read and decoded; then opened for writing and grown. After
 // that it must open again, with the written bytes and everything before them.
-#include "AudioToolbox/AudioConverter.h"
-#include "AudioToolbox/AudioFile.h"
-#include "Foundation/Files/MemoryFileSystem.h"
-#include "Foundation/Text/Log.h"
+#include <QMXCoreAudio/AudioToolbox/AudioConverter.h>
+#include <QMXCoreAudio/AudioToolbox/AudioFile.h>
+#include <QMXCoreAudio/Foundation/Files/MemoryFileSystem.h>
+#include <QMXCoreAudio/Foundation/Text/Log.h>
 
 #include <algorithm>
 #include <cstdlib>

@@ -2,11 +2,11 @@
 // Any bytes as a file with track information: checked, read and stored into by both classes. Afterwards everything
 // after the form's header is still there unless it was a store of the library, and a stored record ends where the form
 // does.
-#include "Foundation/Files/MemoryFileSystem.h"
-#include "Foundation/Text/Log.h"
-#include "Tracks/Store/QMXAIFFUtility.h"
-#include "Tracks/Store/QMXAudioFileTrackInfoReaderWriter.h"
-#include "Tracks/Store/QMXAudioTrackInfoReaderWriterFactory.h"
+#include <QMXCoreAudio/Foundation/Files/MemoryFileSystem.h>
+#include <QMXCoreAudio/Foundation/Text/Log.h>
+#include <QMXCoreAudio/Tracks/Store/QMXAIFFUtility.h>
+#include <QMXCoreAudio/Tracks/Store/QMXAudioFileTrackInfoReaderWriter.h>
+#include <QMXCoreAudio/Tracks/Store/QMXAudioTrackInfoReaderWriterFactory.h>
 
 #include <algorithm>
 #include <cstdlib>

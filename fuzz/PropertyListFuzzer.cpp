@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // Any bytes as a binary property list; a readable one must be written, read back and written to the same bytes.
-#include "Foundation/Archives/PropertyList.h"
+#include <QMXCoreAudio/Foundation/Archives/PropertyList.h>
 
 #include <cstdlib>
 

@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: MIT
 // Any bytes as a sequential archive; an object read from it must be archived in a keyed archive and read back.
 #include "ArchiveFuzzing.h"
-#include "Foundation/Archives/Unarchiver.h"
 #include "support/Archives.h"
+
+#include <QMXCoreAudio/Foundation/Archives/Unarchiver.h>
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {

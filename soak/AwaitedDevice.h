@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "Devices/QMXAudioDevice.h"
-#include "Foundation/MainThread/RunLoop.h"
+#include <QMXCoreAudio/Devices/QMXAudioDevice.h>
+#include <QMXCoreAudio/Foundation/MainThread/RunLoop.h>
 
 /// A device of a server that was just started; null if it does not come.
 inline std::shared_ptr<QMXAudioDevice> awaitedDevice(const char* uid)

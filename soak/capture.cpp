@@ -4,8 +4,9 @@
 // silently: it fails unless the frames seen and the gaps in the sample times add up to the clock's count. When the
 // cycle or the rate changes, the server's clock jumps by itself; that is counted separately.
 #include "AwaitedDevice.h"
-#include "CoreAudio/AudioHardware.h"
 #include "support/SoundServer.h"
+
+#include <QMXCoreAudio/CoreAudio/AudioHardware.h>
 
 #include <algorithm>
 #include <atomic>

@@ -6,9 +6,10 @@
 //   soak-playthru server SECONDS             between two nodes of a private sound server whose cycle another client
 //       changes every five seconds; the sound has to come back each time
 #include "AwaitedDevice.h"
-#include "CoreAudio/VirtualHardware.h"
-#include "PlayThru/ComplexPlayThru.h"
 #include "support/SoundServer.h"
+
+#include <QMXCoreAudio/CoreAudio/VirtualHardware.h>
+#include <QMXCoreAudio/PlayThru/ComplexPlayThru.h>
 
 #include <algorithm>
 #include <atomic>

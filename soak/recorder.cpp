@@ -4,13 +4,13 @@
 //   soak-recorder real SECONDS FILE   in real time: losses must be reported, to the frame
 //   soak-recorder full SECONDS FILE   as fast as possible on a disk that fills up: the same, and a write must fail
 //   soak-recorder check FILE          prints the number of frames of a file that another process recorded without a gap
-#include "CoreAudio/VirtualHardware.h"
-#include "Devices/QMXAudioDevice.h"
-#include "FileRelated/QMXAudioFile.h"
-#include "Formats/QMXAudioStreamBasicDescription.h"
-#include "Foundation/MainThread/RunLoop.h"
-#include "Foundation/Text/Log.h"
-#include "Recording/QMXAudioRecorder.h"
+#include <QMXCoreAudio/CoreAudio/VirtualHardware.h>
+#include <QMXCoreAudio/Devices/QMXAudioDevice.h>
+#include <QMXCoreAudio/FileRelated/QMXAudioFile.h>
+#include <QMXCoreAudio/Formats/QMXAudioStreamBasicDescription.h>
+#include <QMXCoreAudio/Foundation/MainThread/RunLoop.h>
+#include <QMXCoreAudio/Foundation/Text/Log.h>
+#include <QMXCoreAudio/Recording/QMXAudioRecorder.h>
 
 #include <array>
 #include <bit>

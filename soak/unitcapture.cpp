@@ -5,12 +5,13 @@
 // Frames may be lost, but never silently: it fails unless those in the file and those that the recorder counted as
 // dropped add up to what the sink played from the file's first frame to its last.
 #include "AwaitedDevice.h"
-#include "FileRelated/QMXExtAudioFile.h"
-#include "Formats/QMXAudioStreamBasicDescription.h"
-#include "Recording/QMXAUAudioRecorder.h"
 #include "support/Slices.h"
 #include "support/SoundServer.h"
 #include "support/TimedSound.h"
+
+#include <QMXCoreAudio/FileRelated/QMXExtAudioFile.h>
+#include <QMXCoreAudio/Formats/QMXAudioStreamBasicDescription.h>
+#include <QMXCoreAudio/Recording/QMXAUAudioRecorder.h>
 
 #include <atomic>
 #include <cmath>

@@ -5,14 +5,14 @@
 //   soak-units stall SECONDS FILE   plays it in real time from a disk that stalls for 2 s every 10 s: nothing is heard
 //   soak-units killed ROUNDS FOLDER kills a recorder ROUNDS times each into m4a, FLAC and ADTS: each file has to open
 //                                   and to lack a second at most
-#include "CoreAudio/VirtualHardware.h"
-#include "Devices/QMXAudioDevice.h"
-#include "FileRelated/QMXExtAudioFile.h"
-#include "Formats/QMXAudioStreamBasicDescription.h"
-#include "Foundation/Files/FileSystem.h"
-#include "Foundation/MainThread/RunLoop.h"
-#include "Playback/QMXAUAudioPlayer.h"
-#include "Recording/QMXAUAudioRecorder.h"
+#include <QMXCoreAudio/CoreAudio/VirtualHardware.h>
+#include <QMXCoreAudio/Devices/QMXAudioDevice.h>
+#include <QMXCoreAudio/FileRelated/QMXExtAudioFile.h>
+#include <QMXCoreAudio/Formats/QMXAudioStreamBasicDescription.h>
+#include <QMXCoreAudio/Foundation/Files/FileSystem.h>
+#include <QMXCoreAudio/Foundation/MainThread/RunLoop.h>
+#include <QMXCoreAudio/Playback/QMXAUAudioPlayer.h>
+#include <QMXCoreAudio/Recording/QMXAUAudioRecorder.h>
 
 #include <algorithm>
 #include <atomic>

@@ -3,5 +3,11 @@
 // results as values. Every object of <QMXCoreAudio/QMXCoreAudio.h> can be reached from it.
 #pragma once
 
-#include "Front/Result.h"
-#include "Front/StatusText.h"
+#if __cplusplus < 202002L
+#error "QMXCoreAudio is written in C++20: compile with -std=c++20 or later"
+#else
+
+#include <QMXCoreAudio/Front/Result.h>
+#include <QMXCoreAudio/Front/StatusText.h>
+
+#endif

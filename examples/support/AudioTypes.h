@@ -2,7 +2,7 @@
 // Audio file types by the names that people use, and the sample formats that fit them.
 #pragma once
 
-#include "AudioToolbox/AudioFile.h"
+#include <QMXCoreAudio/AudioToolbox/AudioFile.h>
 
 #include <optional>
 #include <string>

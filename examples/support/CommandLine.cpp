@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "support/CommandLine.h"
 
-#include "Foundation/Text/Format.h"
 #include "support/Failure.h"
+
+#include <QMXCoreAudio/Foundation/Text/Format.h>
 
 #include <algorithm>
 #include <charconv>

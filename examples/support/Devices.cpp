@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "support/Devices.h"
 
-#include "CoreAudio/AudioHardware.h"
+#include <QMXCoreAudio/CoreAudio/AudioHardware.h>
 
 example::Failure example::noDevice(const std::string& missing)
 {

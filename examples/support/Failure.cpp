@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "support/Failure.h"
 
-#include "Foundation/Text/FailureLine.h"
-#include "Foundation/Text/Log.h"
+#include <QMXCoreAudio/Foundation/Text/FailureLine.h>
+#include <QMXCoreAudio/Foundation/Text/Log.h>
 
 #include <cerrno>
 #include <csignal>

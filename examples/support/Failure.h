@@ -2,7 +2,7 @@
 // The exception that ends an example program early, with one line for standard error and the exit status.
 #pragma once
 
-#include "CoreAudioTypes/MacTypes.h"
+#include <QMXCoreAudio/CoreAudioTypes/MacTypes.h>
 
 #include <string>
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "FileRelated/QMXExtAudioFile.h"
+#include <QMXCoreAudio/FileRelated/QMXExtAudioFile.h>
 
 #include <functional>
 #include <string>

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "support/GainProcessor.h"
 
-#include "CoreAudioTypes/AudioBuffers.h"
+#include <QMXCoreAudio/CoreAudioTypes/AudioBuffers.h>
 
 #include <cmath>
 #include <span>

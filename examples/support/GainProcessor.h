@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "Processing/QMXAudioProcessor.h"
+#include <QMXCoreAudio/Processing/QMXAudioProcessor.h>
 
 namespace example
 {

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "support/LevelLine.h"
 
-#include "Foundation/Text/Format.h"
+#include <QMXCoreAudio/Foundation/Text/Format.h>
 
 #include <algorithm>
 #include <cmath>

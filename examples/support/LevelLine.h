@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "Devices/QMXVUMeterData.h"
+#include <QMXCoreAudio/Devices/QMXVUMeterData.h>
 
 #include <array>
 #include <string>

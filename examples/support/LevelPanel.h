@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "Tracks/QMXAudioPause.h"
+#include <QMXCoreAudio/Tracks/QMXAudioPause.h>
 
 #include <string>
 

@@ -1,10 +1,11 @@
 // SPDX-License-Identifier: MIT
 #include "support/Recording.h"
 
-#include "Formats/QMXAudioStreamBasicDescription.h"
-#include "Processing/QMXAudioConverter.h"
 #include "support/Failure.h"
 #include "support/StatusText.h"
+
+#include <QMXCoreAudio/Formats/QMXAudioStreamBasicDescription.h>
+#include <QMXCoreAudio/Processing/QMXAudioConverter.h>
 
 #include <algorithm>
 #include <cerrno>

@@ -2,7 +2,7 @@
 // Opens and checks audio files for the example programs, and reads them as float samples.
 #pragma once
 
-#include "FileRelated/QMXAudioFile.h"
+#include <QMXCoreAudio/FileRelated/QMXAudioFile.h>
 
 #include <functional>
 #include <memory>

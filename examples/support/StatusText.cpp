@@ -1,10 +1,11 @@
 // SPDX-License-Identifier: MIT
 #include "support/StatusText.h"
 
-#include "AudioToolbox/AudioFile.h"
-#include "Foundation/Modules.h"
-#include "Foundation/Text/Format.h"
 #include "support/Failure.h"
+
+#include <QMXCoreAudio/AudioToolbox/AudioFile.h>
+#include <QMXCoreAudio/Foundation/Modules.h>
+#include <QMXCoreAudio/Foundation/Text/Format.h>
 
 #include <cerrno>
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "CoreAudioTypes/MacTypes.h"
+#include <QMXCoreAudio/CoreAudioTypes/MacTypes.h>
 
 #include <string>
 

@@ -1,9 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "support/TrackExport.h"
 
-#include "FileRelated/QMXAudioFile.h"
-#include "FileRelated/QMXExtAudioFile.h"
-#include "Formats/QMXAudioStreamBasicDescription.h"
 #include "support/AudioTypes.h"
 #include "support/Failure.h"
 #include "support/FrameCopy.h"
@@ -12,6 +9,10 @@
 #include "support/ProgressBar.h"
 #include "support/Recording.h"
 #include "support/StatusText.h"
+
+#include <QMXCoreAudio/FileRelated/QMXAudioFile.h>
+#include <QMXCoreAudio/FileRelated/QMXExtAudioFile.h>
+#include <QMXCoreAudio/Formats/QMXAudioStreamBasicDescription.h>
 
 #include <algorithm>
 #include <cstdio>

@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "Tracks/QMXTrackAndProcessingInfo.h"
 #include "support/CommandLine.h"
+
+#include <QMXCoreAudio/Tracks/QMXTrackAndProcessingInfo.h>
 
 #include <optional>
 #include <string>

@@ -1,13 +1,14 @@
 // SPDX-License-Identifier: MIT
 #include "support/TrackStore.h"
 
-#include "FileRelated/QMXAudioFile.h"
-#include "Foundation/ByteFields.h"
-#include "Foundation/Text/Format.h"
-#include "Tracks/Store/QMXAIFFUtility.h"
-#include "Tracks/Store/QMXAudioTrackInfoReaderWriterFactory.h"
 #include "support/Failure.h"
 #include "support/Recording.h"
+
+#include <QMXCoreAudio/FileRelated/QMXAudioFile.h>
+#include <QMXCoreAudio/Foundation/ByteFields.h>
+#include <QMXCoreAudio/Foundation/Text/Format.h>
+#include <QMXCoreAudio/Tracks/Store/QMXAIFFUtility.h>
+#include <QMXCoreAudio/Tracks/Store/QMXAudioTrackInfoReaderWriterFactory.h>
 
 #include <algorithm>
 #include <array>

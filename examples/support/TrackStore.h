@@ -2,8 +2,8 @@
 // Reads, changes and writes a recording's track information for the example programs.
 #pragma once
 
-#include "AudioToolbox/AudioFile.h"
-#include "Tracks/QMXTrackAndProcessingInfo.h"
+#include <QMXCoreAudio/AudioToolbox/AudioFile.h>
+#include <QMXCoreAudio/Tracks/QMXTrackAndProcessingInfo.h>
 
 #include <memory>
 #include <string>

@@ -1,17 +1,18 @@
 // SPDX-License-Identifier: MIT
 #include "support/UnitRecording.h"
 
-#include "CoreAudio/VirtualHardware.h"
-#include "FileRelated/QMXExtAudioFile.h"
-#include "Formats/QMXAudioStreamBasicDescription.h"
-#include "Foundation/MainThread/NotificationCenter.h"
-#include "Foundation/MainThread/RunLoop.h"
-#include "Foundation/Text/Format.h"
-#include "Recording/QMXAUAudioRecorder.h"
-#include "Recording/QMXAudioRecorder.h"
 #include "support/Failure.h"
 #include "support/Interrupt.h"
 #include "support/OutputFile.h"
+
+#include <QMXCoreAudio/CoreAudio/VirtualHardware.h>
+#include <QMXCoreAudio/FileRelated/QMXExtAudioFile.h>
+#include <QMXCoreAudio/Formats/QMXAudioStreamBasicDescription.h>
+#include <QMXCoreAudio/Foundation/MainThread/NotificationCenter.h>
+#include <QMXCoreAudio/Foundation/MainThread/RunLoop.h>
+#include <QMXCoreAudio/Foundation/Text/Format.h>
+#include <QMXCoreAudio/Recording/QMXAUAudioRecorder.h>
+#include <QMXCoreAudio/Recording/QMXAudioRecorder.h>
 
 #include <algorithm>
 #include <array>

@@ -2,8 +2,9 @@
 // Recording through an audio unit, into files of any type that can be written.
 #pragma once
 
-#include "Devices/QMXAudioDevice.h"
 #include "support/AudioTypes.h"
+
+#include <QMXCoreAudio/Devices/QMXAudioDevice.h>
 
 #include <memory>
 #include <optional>

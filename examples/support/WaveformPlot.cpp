@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "support/WaveformPlot.h"
 
-#include "Foundation/Text/Format.h"
 #include "support/LevelPanel.h"
+
+#include <QMXCoreAudio/Foundation/Text/Format.h>
 
 #include <algorithm>
 #include <array>

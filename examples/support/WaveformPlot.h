@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "Tracks/QMXAudioPause.h"
 #include "support/Envelope.h"
+
+#include <QMXCoreAudio/Tracks/QMXAudioPause.h>
 
 #include <memory>
 #include <string>

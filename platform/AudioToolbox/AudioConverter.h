@@ -28,8 +28,8 @@
 // the start on and final after the drain.
 #pragma once
 
-#include "CoreAudioTypes/CoreAudioTypes.h"
-#include "Foundation/Export.h"
+#include <QMXCoreAudio/CoreAudioTypes/CoreAudioTypes.h>
+#include <QMXCoreAudio/Foundation/Export.h>
 
 /// A converter; null is none.
 using AudioConverterRef = struct OpaqueAudioConverter*;

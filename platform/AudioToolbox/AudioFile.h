@@ -17,11 +17,11 @@
 // 'op??'.
 #pragma once
 
-#include "CoreAudioTypes/AudioChannelLayout.h"
-#include "CoreAudioTypes/CoreAudioTypes.h"
-#include "CoreServices/Files.h"
-#include "Foundation/Export.h"
-#include "Foundation/Text/CFString.h"
+#include <QMXCoreAudio/CoreAudioTypes/AudioChannelLayout.h>
+#include <QMXCoreAudio/CoreAudioTypes/CoreAudioTypes.h>
+#include <QMXCoreAudio/CoreServices/Files.h>
+#include <QMXCoreAudio/Foundation/Export.h>
+#include <QMXCoreAudio/Foundation/Text/CFString.h>
 
 /// An open audio file; null is none.
 using AudioFileID = struct OpaqueAudioFileID*;

@@ -2,8 +2,8 @@
 // The audio format service: what the installed codings know about themselves.
 #pragma once
 
-#include "CoreAudioTypes/CoreAudioTypes.h"
-#include "Foundation/Export.h"
+#include <QMXCoreAudio/CoreAudioTypes/CoreAudioTypes.h>
+#include <QMXCoreAudio/Foundation/Export.h>
 
 using AudioFormatPropertyID = UInt32;
 

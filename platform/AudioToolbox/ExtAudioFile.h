@@ -6,9 +6,9 @@
 // way, and so may ExtAudioFileRead once it is primed.
 #pragma once
 
-#include "AudioToolbox/AudioConverter.h"
-#include "AudioToolbox/AudioFile.h"
-#include "CoreAudioTypes/AudioChannelLayout.h"
+#include <QMXCoreAudio/AudioToolbox/AudioConverter.h>
+#include <QMXCoreAudio/AudioToolbox/AudioFile.h>
+#include <QMXCoreAudio/CoreAudioTypes/AudioChannelLayout.h>
 
 /// An open extended audio file; null is none.
 using ExtAudioFileRef = struct OpaqueExtAudioFile*;

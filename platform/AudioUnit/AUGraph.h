@@ -6,8 +6,8 @@
 // Changes to an open graph take effect at once, earlier changes when it is opened.
 #pragma once
 
-#include "AudioUnit/AudioUnit.h"
-#include "Foundation/Export.h"
+#include <QMXCoreAudio/AudioUnit/AudioUnit.h>
+#include <QMXCoreAudio/Foundation/Export.h>
 
 /// A graph; null is none.
 using AUGraph = struct OpaqueAUGraph*;

@@ -51,8 +51,8 @@
 //                           return kAudioUnitErr_CannotDoInCurrentContext
 #pragma once
 
-#include "AudioUnit/AudioUnitProperties.h"
-#include "Foundation/Export.h"
+#include <QMXCoreAudio/AudioUnit/AudioUnitProperties.h>
+#include <QMXCoreAudio/Foundation/Export.h>
 
 /// Makes everything that rendering needs. Does nothing on an initialised unit. On failure the unit stays
 /// uninitialised.

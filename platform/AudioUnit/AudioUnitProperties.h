@@ -3,9 +3,9 @@
 // properties carry.
 #pragma once
 
-#include "AudioUnit/Components.h"
-#include "CoreAudioTypes/AudioTimeStamp.h"
-#include "CoreAudioTypes/CoreAudioTypes.h"
+#include <QMXCoreAudio/AudioUnit/Components.h>
+#include <QMXCoreAudio/CoreAudioTypes/AudioTimeStamp.h>
+#include <QMXCoreAudio/CoreAudioTypes/CoreAudioTypes.h>
 
 /// An opened audio unit; null is none.
 using AudioUnit = ComponentInstance;

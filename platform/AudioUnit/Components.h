@@ -2,8 +2,8 @@
 // Looking up and opening components: the audio units of this library. Any thread but the real-time ones.
 #pragma once
 
-#include "CoreAudioTypes/MacTypes.h"
-#include "Foundation/Export.h"
+#include <QMXCoreAudio/CoreAudioTypes/MacTypes.h>
+#include <QMXCoreAudio/Foundation/Export.h>
 
 /// A kind of component that can be opened; null is none.
 using Component = const struct OpaqueComponent*;

@@ -2,7 +2,7 @@
 // Codes that devices and streams report: how they are attached, what a stream leads to, and data sources.
 #pragma once
 
-#include "CoreAudioTypes/FourCharCode.h"
+#include <QMXCoreAudio/CoreAudioTypes/FourCharCode.h>
 
 // How a device is attached.
 inline constexpr UInt32 kIOAudioDeviceTransportTypeBuiltIn = qmx::fourCharCode("bltn");

@@ -19,10 +19,10 @@
 // AudioGetCurrentHostTime and qmx::waitForIOCycle are free of locks.
 #pragma once
 
-#include "CoreAudio/AudioDeviceTypes.h"
-#include "CoreAudioTypes/AudioTimeStamp.h"
-#include "CoreAudioTypes/CoreAudioTypes.h"
-#include "Foundation/Export.h"
+#include <QMXCoreAudio/CoreAudio/AudioDeviceTypes.h>
+#include <QMXCoreAudio/CoreAudioTypes/AudioTimeStamp.h>
+#include <QMXCoreAudio/CoreAudioTypes/CoreAudioTypes.h>
+#include <QMXCoreAudio/Foundation/Export.h>
 
 #include <string>
 

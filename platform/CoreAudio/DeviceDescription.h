@@ -3,9 +3,9 @@
 // something has changed; the hardware layer answers properties from it and announces the differences.
 #pragma once
 
-#include "CoreAudioTypes/AudioChannelLayout.h"
-#include "CoreAudioTypes/CoreAudioTypes.h"
-#include "Foundation/Export.h"
+#include <QMXCoreAudio/CoreAudioTypes/AudioChannelLayout.h>
+#include <QMXCoreAudio/CoreAudioTypes/CoreAudioTypes.h>
+#include <QMXCoreAudio/Foundation/Export.h>
 
 #include <cstddef>
 #include <map>

@@ -3,8 +3,8 @@
 // without a sound card, for tests and for examples. Programs use its devices through AudioHardware.h like any others.
 #pragma once
 
-#include "CoreAudio/AudioHardware.h"
-#include "CoreAudio/DeviceDescription.h"
+#include <QMXCoreAudio/CoreAudio/AudioHardware.h>
+#include <QMXCoreAudio/CoreAudio/DeviceDescription.h>
 
 #include <cstdint>
 #include <functional>

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "CoreAudioTypes/CoreAudioTypes.h"
+#include <QMXCoreAudio/CoreAudioTypes/CoreAudioTypes.h>
 
 #include <span>
 

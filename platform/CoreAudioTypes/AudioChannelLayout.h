@@ -2,7 +2,7 @@
 // Where the channels of a stream belong: the layout record, its tags, labels, flags and bitmap bits.
 #pragma once
 
-#include "CoreAudioTypes/MacTypes.h"
+#include <QMXCoreAudio/CoreAudioTypes/MacTypes.h>
 
 using AudioChannelLabel = UInt32;
 using AudioChannelLayoutTag = UInt32;

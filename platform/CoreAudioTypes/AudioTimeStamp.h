@@ -2,7 +2,7 @@
 // Points in time of an audio device.
 #pragma once
 
-#include "CoreAudioTypes/MacTypes.h"
+#include <QMXCoreAudio/CoreAudioTypes/MacTypes.h>
 
 /// A time of day as film and video count it. No device of this library reports one.
 struct SMPTETime {

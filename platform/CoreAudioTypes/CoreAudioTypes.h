@@ -2,8 +2,8 @@
 // The plain records that describe audio data, and the codes of the codings they name.
 #pragma once
 
-#include "CoreAudioTypes/FourCharCode.h"
-#include "CoreAudioTypes/MacTypes.h"
+#include <QMXCoreAudio/CoreAudioTypes/FourCharCode.h>
+#include <QMXCoreAudio/CoreAudioTypes/MacTypes.h>
 
 using AudioFormatID = UInt32;
 using AudioFormatFlags = UInt32;

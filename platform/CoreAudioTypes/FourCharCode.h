@@ -2,7 +2,7 @@
 // Four-character codes: the platform's 32-bit identifiers (formats, file types, properties, statuses).
 #pragma once
 
-#include "CoreAudioTypes/MacTypes.h"
+#include <QMXCoreAudio/CoreAudioTypes/MacTypes.h>
 
 #include <string>
 

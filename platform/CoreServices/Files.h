@@ -2,9 +2,9 @@
 // References to files. Here a reference keeps the absolute path it was made from; it follows no later move.
 #pragma once
 
-#include "CoreAudioTypes/MacTypes.h"
-#include "Foundation/Export.h"
-#include "Foundation/Files/FileSystem.h"
+#include <QMXCoreAudio/CoreAudioTypes/MacTypes.h>
+#include <QMXCoreAudio/Foundation/Export.h>
+#include <QMXCoreAudio/Foundation/Files/FileSystem.h>
 
 #include <string>
 

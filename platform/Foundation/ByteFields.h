@@ -2,8 +2,8 @@
 // Integers of either byte order in blocks of bytes.
 #pragma once
 
-#include "CoreAudioTypes/MacTypes.h"
-#include "Foundation/Export.h"
+#include <QMXCoreAudio/CoreAudioTypes/MacTypes.h>
+#include <QMXCoreAudio/Foundation/Export.h>
 
 #include <bit>
 #include <cstddef>

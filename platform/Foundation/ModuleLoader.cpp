@@ -55,7 +55,7 @@ std::string moduleFolder()
             return chosen.path;
     }
     const char* const path = secure_getenv("QMX_MODULE_PATH");
-    return path && *path ? path : folderOfLibrary() + "/qmxcoreaudio";
+    return path && *path ? path : folderOfLibrary() + "/" QMX_MODULE_FOLDER;
 }
 
 // The system's texts often start with the path.

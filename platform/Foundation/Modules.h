@@ -5,7 +5,7 @@
 // refused, one log line says why, and everything else works. A static library contains what the modules have.
 #pragma once
 
-#include "Foundation/Export.h"
+#include <QMXCoreAudio/Foundation/Export.h>
 
 #include <string>
 
@@ -13,8 +13,9 @@ namespace qmx
 {
 
 /// The folder of the modules, instead of the one in the environment variable QMX_MODULE_PATH or, without that, the
-/// folder `qmxcoreaudio` next to the library. An empty text restores that. Modules that were loaded stay loaded. A
-/// relative path starts at the folder that is current when a module is loaded. Any thread but the real-time ones.
+/// folder next to the library that is named after its version (`qmxcoreaudio-0.1`). An empty text restores that.
+/// Modules that were loaded stay loaded. A relative path starts at the folder that is current when a module is loaded.
+/// Any thread but the real-time ones.
 QMX_EXPORT void setModulePath(std::string folder);
 
 /// Why the last call of this thread that opens or makes a file, or makes a converter, had to do without a module: what

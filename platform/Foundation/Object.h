@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "Foundation/Export.h"
+#include <QMXCoreAudio/Foundation/Export.h>
 
 #include <string>
 

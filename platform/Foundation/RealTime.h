@@ -2,7 +2,7 @@
 // Marks the calling thread while it must meet a deadline or runs a callback.
 #pragma once
 
-#include "Foundation/Export.h"
+#include <QMXCoreAudio/Foundation/Export.h>
 
 namespace qmx
 {

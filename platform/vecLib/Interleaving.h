@@ -3,8 +3,8 @@
 // thread, the real-time ones included. Memory may have any alignment.
 #pragma once
 
-#include "CoreAudioTypes/AudioBuffers.h"
-#include "Foundation/Export.h"
+#include <QMXCoreAudio/CoreAudioTypes/AudioBuffers.h>
+#include <QMXCoreAudio/Foundation/Export.h>
 
 #include <cstddef>
 

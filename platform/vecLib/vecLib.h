@@ -2,8 +2,8 @@
 // Arithmetic on runs of floats. Pure, without allocation: any thread, the real-time ones included.
 #pragma once
 
-#include "CoreAudioTypes/MacTypes.h"
-#include "Foundation/Export.h"
+#include <QMXCoreAudio/CoreAudioTypes/MacTypes.h>
+#include <QMXCoreAudio/Foundation/Export.h>
 
 /// result[i] = first[i] + second[i] for `count` elements; strides are distances in elements. `result` may be one of the
 /// inputs.

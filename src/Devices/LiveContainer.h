@@ -3,7 +3,7 @@
 // change: each change copies them, edits the copy and puts it in place.
 #pragma once
 
-#include "Foundation/Export.h"
+#include <QMXCoreAudio/Foundation/Export.h>
 
 #include <cstddef>
 #include <functional>

@@ -5,15 +5,15 @@
 // (Devices/QMXAudioDeviceNotifications.h) come on the main thread.
 #pragma once
 
-#include "CoreAudio/AudioHardware.h"
-#include "CoreAudioTypes/AudioChannelLayout.h"
-#include "Devices/LiveContainer.h"
-#include "Devices/QMXAudioDeviceDelegate.h"
-#include "Devices/QMXAudioDeviceNotifications.h"
-#include "Devices/QMXAudioSubscription.h"
-#include "Foundation/Export.h"
-#include "Foundation/HeapBlock.h"
-#include "Foundation/Object.h"
+#include <QMXCoreAudio/CoreAudio/AudioHardware.h>
+#include <QMXCoreAudio/CoreAudioTypes/AudioChannelLayout.h>
+#include <QMXCoreAudio/Devices/LiveContainer.h>
+#include <QMXCoreAudio/Devices/QMXAudioDeviceDelegate.h>
+#include <QMXCoreAudio/Devices/QMXAudioDeviceNotifications.h>
+#include <QMXCoreAudio/Devices/QMXAudioSubscription.h>
+#include <QMXCoreAudio/Foundation/Export.h>
+#include <QMXCoreAudio/Foundation/HeapBlock.h>
+#include <QMXCoreAudio/Foundation/Object.h>
 
 #include <map>
 #include <memory>

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "Foundation/Export.h"
-#include "Foundation/MainThread/NotificationCenter.h"
+#include <QMXCoreAudio/Foundation/Export.h>
+#include <QMXCoreAudio/Foundation/MainThread/NotificationCenter.h>
 
 /// Receives a device's changes through the device's operations of the same names. Programs derive from it; operations
 /// that are not overridden do nothing.

@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "CoreAudioTypes/AudioChannelLayout.h"
-#include "CoreAudioTypes/CoreAudioTypes.h"
-#include "Foundation/Export.h"
-#include "Foundation/Object.h"
+#include <QMXCoreAudio/CoreAudioTypes/AudioChannelLayout.h>
+#include <QMXCoreAudio/CoreAudioTypes/CoreAudioTypes.h>
+#include <QMXCoreAudio/Foundation/Export.h>
+#include <QMXCoreAudio/Foundation/Object.h>
 
 #include <string>
 

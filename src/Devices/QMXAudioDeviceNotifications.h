@@ -3,7 +3,7 @@
 // QMXAudioDevice::classObject() for the hardware as a whole, the QMXAudioDevice for the others.
 #pragma once
 
-#include "Foundation/Export.h"
+#include <QMXCoreAudio/Foundation/Export.h>
 
 /// Devices came or went; the lists are up to date.
 QMX_EXPORT extern const char* const QMXAudioHardwareDevicesDidChangeNotification;

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "Devices/QMXCoreAudioIOSubscriber.h"
-#include "Foundation/Export.h"
+#include <QMXCoreAudio/Devices/QMXCoreAudioIOSubscriber.h>
+#include <QMXCoreAudio/Foundation/Export.h>
 
 #include <atomic>
 #include <memory>

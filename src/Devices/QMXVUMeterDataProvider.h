@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "Devices/QMXCoreAudioIOSubscriber.h"
-#include "Foundation/Export.h"
-#include "Foundation/HeapBlock.h"
-#include "Foundation/Object.h"
+#include <QMXCoreAudio/Devices/QMXCoreAudioIOSubscriber.h>
+#include <QMXCoreAudio/Foundation/Export.h>
+#include <QMXCoreAudio/Foundation/HeapBlock.h>
+#include <QMXCoreAudio/Foundation/Object.h>
 
 #include <memory>
 #include <string>

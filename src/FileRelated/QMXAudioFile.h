@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "AudioToolbox/AudioFile.h"
-#include "Foundation/Files/FileManager.h"
-#include "Foundation/HeapBlock.h"
-#include "Foundation/Object.h"
+#include <QMXCoreAudio/AudioToolbox/AudioFile.h>
+#include <QMXCoreAudio/Foundation/Files/FileManager.h>
+#include <QMXCoreAudio/Foundation/HeapBlock.h>
+#include <QMXCoreAudio/Foundation/Object.h>
 
 #include <memory>
 #include <optional>

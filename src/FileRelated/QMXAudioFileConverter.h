@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "AudioToolbox/AudioFile.h"
-#include "Foundation/Export.h"
-#include "Foundation/Object.h"
-#include "Processing/QMXProgressSubscriber.h"
+#include <QMXCoreAudio/AudioToolbox/AudioFile.h>
+#include <QMXCoreAudio/Foundation/Export.h>
+#include <QMXCoreAudio/Foundation/Object.h>
+#include <QMXCoreAudio/Processing/QMXProgressSubscriber.h>
 
 #include <memory>
 #include <string>

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "AudioToolbox/ExtAudioFile.h"
-#include "FileRelated/QMXAudioFile.h"
-#include "Foundation/Object.h"
+#include <QMXCoreAudio/AudioToolbox/ExtAudioFile.h>
+#include <QMXCoreAudio/FileRelated/QMXAudioFile.h>
+#include <QMXCoreAudio/Foundation/Object.h>
 
 #include <memory>
 #include <string>

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "CoreAudioTypes/CoreAudioTypes.h"
-#include "Foundation/Export.h"
-#include "Foundation/Object.h"
+#include <QMXCoreAudio/CoreAudioTypes/CoreAudioTypes.h>
+#include <QMXCoreAudio/Foundation/Export.h>
+#include <QMXCoreAudio/Foundation/Object.h>
 
 /// Makes, copies, clears and frees lists of sample buffers on the heap. A list is one block, each entry's data another.
 /// The caller owns a list made here and frees it with destroyBuffers(). Any thread; making and freeing allocate,

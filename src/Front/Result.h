@@ -2,7 +2,7 @@
 // Results as values: what an operation of the front gives, or why it failed. The front throws no exceptions.
 #pragma once
 
-#include "CoreAudioTypes/MacTypes.h"
+#include <QMXCoreAudio/CoreAudioTypes/MacTypes.h>
 
 #include <optional>
 #include <string>

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "CoreAudio/AudioHardware.h"
-#include "Foundation/Export.h"
+#include <QMXCoreAudio/CoreAudio/AudioHardware.h>
+#include <QMXCoreAudio/Foundation/Export.h>
 
 /// One side of a device as it was when it was looked at: a plain record, which asks the hardware layer only when told
 /// to. Threads that may wait.

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "CoreAudio/AudioHardware.h"
-#include "Foundation/Export.h"
+#include <QMXCoreAudio/CoreAudio/AudioHardware.h>
+#include <QMXCoreAudio/Foundation/Export.h>
 
 #include <vector>
 

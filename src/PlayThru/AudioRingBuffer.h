@@ -4,9 +4,9 @@
 // without a lock.
 #pragma once
 
-#include "CoreAudioTypes/CoreAudioTypes.h"
-#include "Foundation/Export.h"
-#include "Foundation/HeapBlock.h"
+#include <QMXCoreAudio/CoreAudioTypes/CoreAudioTypes.h>
+#include <QMXCoreAudio/Foundation/Export.h>
+#include <QMXCoreAudio/Foundation/HeapBlock.h>
 
 #include <array>
 #include <atomic>

@@ -3,8 +3,8 @@
 // process; without one each function answers 0 and does nothing. Any thread that may wait; one call waits for another.
 #pragma once
 
-#include "CoreAudioTypes/MacTypes.h"
-#include "Foundation/Export.h"
+#include <QMXCoreAudio/CoreAudioTypes/MacTypes.h>
+#include <QMXCoreAudio/Foundation/Export.h>
 
 #include <string>
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "Foundation/Export.h"
+#include <QMXCoreAudio/Foundation/Export.h>
 
 /// Receives the progress of a long operation, on the thread that runs it. Operations that are not overridden do
 /// nothing.

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "Foundation/Object.h"
-#include "Processing/QMXAudioProcessor.h"
+#include <QMXCoreAudio/Foundation/Object.h>
+#include <QMXCoreAudio/Processing/QMXAudioProcessor.h>
 
 #include <memory>
 

@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "Devices/QMXCoreAudioIOSubscriber.h"
-#include "Foundation/Export.h"
-#include "Foundation/Files/FileManager.h"
-#include "Foundation/Object.h"
-#include "Recording/QMXAudioRecordingLoss.h"
+#include <QMXCoreAudio/Devices/QMXCoreAudioIOSubscriber.h>
+#include <QMXCoreAudio/Foundation/Export.h>
+#include <QMXCoreAudio/Foundation/Files/FileManager.h>
+#include <QMXCoreAudio/Foundation/Object.h>
+#include <QMXCoreAudio/Recording/QMXAudioRecordingLoss.h>
 
 #include <memory>
 #include <optional>

@@ -2,7 +2,7 @@
 // What the search by noise floor found in a recording, so that an application can show why it is divided as it is.
 #pragma once
 
-#include "CoreAudioTypes/MacTypes.h"
+#include <QMXCoreAudio/CoreAudioTypes/MacTypes.h>
 
 #include <vector>
 

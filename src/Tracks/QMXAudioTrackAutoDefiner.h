@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "CoreAudioTypes/AudioBuffers.h"
-#include "CoreAudioTypes/MacTypes.h"
-#include "Foundation/Export.h"
-#include "Tracks/QMXAudioPause.h"
+#include <QMXCoreAudio/CoreAudioTypes/AudioBuffers.h>
+#include <QMXCoreAudio/CoreAudioTypes/MacTypes.h>
+#include <QMXCoreAudio/Foundation/Export.h>
+#include <QMXCoreAudio/Tracks/QMXAudioPause.h>
 
 #include <memory>
 #include <optional>

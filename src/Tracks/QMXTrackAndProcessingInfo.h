@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "Foundation/Archives/Coder.h"
-#include "Foundation/Archives/Values.h"
-#include "Foundation/Export.h"
-#include "Foundation/Object.h"
-#include "Tracks/QMXAudioProcessingRangeInfo.h"
-#include "Tracks/QMXAudioTrackInfo.h"
+#include <QMXCoreAudio/Foundation/Archives/Coder.h>
+#include <QMXCoreAudio/Foundation/Archives/Values.h>
+#include <QMXCoreAudio/Foundation/Export.h>
+#include <QMXCoreAudio/Foundation/Object.h>
+#include <QMXCoreAudio/Tracks/QMXAudioProcessingRangeInfo.h>
+#include <QMXCoreAudio/Tracks/QMXAudioTrackInfo.h>
 
 #include <memory>
 #include <string>

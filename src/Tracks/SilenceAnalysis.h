@@ -5,8 +5,8 @@
 // thread.
 #pragma once
 
-#include "CoreAudioTypes/CoreAudioTypes.h"
-#include "Foundation/Export.h"
+#include <QMXCoreAudio/CoreAudioTypes/CoreAudioTypes.h>
+#include <QMXCoreAudio/Foundation/Export.h>
 
 /// The smoothing weights of weightedAverage for the distances -4 to +4; they add up to 1.
 QMX_EXPORT extern const double dWeights[9];

@@ -1,11 +1,23 @@
 # SPDX-License-Identifier: MIT
-# A header of src/ that exports something but is not in the umbrella header would not be installed.
+# Each header of src/ that exports something is in one of the two umbrella headers, and QMXCoreAudio.h also has all that
+# the example programs include.
 file(GLOB_RECURSE headers RELATIVE ${root}/src ${root}/src/*.h)
 file(READ ${root}/src/QMXCoreAudio.h umbrella)
+file(READ ${root}/src/qmx.h front)
 foreach(header ${headers})
     file(STRINGS ${root}/src/${header} exports REGEX "QMX_EXPORT")
-    string(FIND "${umbrella}" "#include \"${header}\"" found)
+    string(FIND "${umbrella}${front}" "#include <QMXCoreAudio/${header}>" found)
     if(exports AND found EQUAL -1)
-        message(SEND_ERROR "src/QMXCoreAudio.h does not include ${header}, which exports symbols")
+        message(SEND_ERROR "Neither src/QMXCoreAudio.h nor src/qmx.h includes ${header}, which exports symbols")
     endif()
+endforeach()
+file(GLOB_RECURSE examples ${root}/examples/*.h ${root}/examples/*.cpp)
+foreach(example ${examples})
+    file(STRINGS ${example} includes REGEX "#include <QMXCoreAudio/")
+    foreach(include ${includes})
+        string(FIND "${umbrella}" "${include}" found)
+        if(found EQUAL -1)
+            message(SEND_ERROR "src/QMXCoreAudio.h has no ${include}, which ${example} needs")
+        endif()
+    endforeach()
 endforeach()

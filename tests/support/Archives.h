@@ -2,8 +2,8 @@
 // Archives written by hand, and a class that is archived in them.
 #pragma once
 
-#include "Foundation/Archives/Coder.h"
-#include "Foundation/Archives/PropertyList.h"
+#include <QMXCoreAudio/Foundation/Archives/Coder.h>
+#include <QMXCoreAudio/Foundation/Archives/PropertyList.h>
 
 #include <cstdint>
 #include <memory>

@@ -2,9 +2,9 @@
 // Replaces the allocator, the lock functions and the common system calls in the whole test program: on a thread that is
 // marked real-time they print what was called and abort; on other threads they work as always. What may be called to
 // hand something over is counted instead.
-#include "Foundation/RealTime.h"
 #include "support/OutsideRealTime.h"
 #include "support/RealTimeCalls.h"
+#include <QMXCoreAudio/Foundation/RealTime.h>
 
 #include <atomic>
 #include <cerrno>

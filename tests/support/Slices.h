@@ -2,7 +2,7 @@
 // Audio data for tests: contiguous bytes, and buffer lists over parts of them.
 #pragma once
 
-#include "CoreAudioTypes/CoreAudioTypes.h"
+#include <QMXCoreAudio/CoreAudioTypes/CoreAudioTypes.h>
 
 #include <cstddef>
 #include <random>

@@ -2,7 +2,7 @@
 // Stereo sound whose every sample names the frame at which it is played, so that what was recorded of it can be placed.
 #pragma once
 
-#include "CoreAudioTypes/CoreAudioTypes.h"
+#include <QMXCoreAudio/CoreAudioTypes/CoreAudioTypes.h>
 
 #include <algorithm>
 #include <cmath>

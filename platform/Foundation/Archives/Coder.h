@@ -2,11 +2,11 @@
 // The interface between archivable classes and archives: a coder to write an object to, a decoder to make one from.
 #pragma once
 
-#include "Foundation/Archives/Image.h"
-#include "Foundation/Archives/Number.h"
-#include "Foundation/Archives/Values.h"
-#include "Foundation/Export.h"
-#include "Foundation/Object.h"
+#include <QMXCoreAudio/Foundation/Archives/Image.h>
+#include <QMXCoreAudio/Foundation/Archives/Number.h>
+#include <QMXCoreAudio/Foundation/Archives/Values.h>
+#include <QMXCoreAudio/Foundation/Export.h>
+#include <QMXCoreAudio/Foundation/Object.h>
 
 #include <functional>
 #include <memory>

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "Foundation/Export.h"
-#include "Foundation/Object.h"
+#include <QMXCoreAudio/Foundation/Export.h>
+#include <QMXCoreAudio/Foundation/Object.h>
 
 #include <cstdint>
 #include <memory>

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "Foundation/Archives/Coder.h"
-#include "Foundation/Export.h"
+#include <QMXCoreAudio/Foundation/Archives/Coder.h>
+#include <QMXCoreAudio/Foundation/Export.h>
 
 #include <cstdint>
 #include <memory>

@@ -3,7 +3,7 @@
 // linear in the file's length. Any thread.
 #pragma once
 
-#include "Foundation/Export.h"
+#include <QMXCoreAudio/Foundation/Export.h>
 
 #include <cstddef>
 #include <cstdint>

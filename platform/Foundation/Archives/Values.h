@@ -3,8 +3,8 @@
 // changes.
 #pragma once
 
-#include "Foundation/Export.h"
-#include "Foundation/Object.h"
+#include <QMXCoreAudio/Foundation/Export.h>
+#include <QMXCoreAudio/Foundation/Object.h>
 
 #include <cstddef>
 #include <cstdint>

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "Foundation/Files/FileSystem.h"
-#include "Foundation/Object.h"
+#include <QMXCoreAudio/Foundation/Files/FileSystem.h>
+#include <QMXCoreAudio/Foundation/Object.h>
 
 namespace qmx
 {

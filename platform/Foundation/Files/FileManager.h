@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "CoreAudioTypes/MacTypes.h"
-#include "Foundation/Files/FileSystem.h"
-#include "Foundation/Object.h"
+#include <QMXCoreAudio/CoreAudioTypes/MacTypes.h>
+#include <QMXCoreAudio/Foundation/Files/FileSystem.h>
+#include <QMXCoreAudio/Foundation/Object.h>
 
 namespace qmx
 {

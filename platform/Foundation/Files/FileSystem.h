@@ -2,7 +2,7 @@
 // All file calls of the library go through one small object, which tests and embedders can replace.
 #pragma once
 
-#include "Foundation/Export.h"
+#include <QMXCoreAudio/Foundation/Export.h>
 
 #include <cstddef>
 #include <cstdint>

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "Foundation/Files/FileSystem.h"
+#include <QMXCoreAudio/Foundation/Files/FileSystem.h>
 
 #include <condition_variable>
 #include <functional>

@@ -2,8 +2,8 @@
 // Named notifications within the process.
 #pragma once
 
-#include "Foundation/Export.h"
-#include "Foundation/Object.h"
+#include <QMXCoreAudio/Foundation/Export.h>
+#include <QMXCoreAudio/Foundation/Object.h>
 
 #include <functional>
 #include <memory>

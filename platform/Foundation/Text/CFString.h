@@ -3,8 +3,8 @@
 // functions with Create or Copy in their names return. Any thread.
 #pragma once
 
-#include "CoreAudioTypes/MacTypes.h"
-#include "Foundation/Export.h"
+#include <QMXCoreAudio/CoreAudioTypes/MacTypes.h>
+#include <QMXCoreAudio/Foundation/Export.h>
 
 #include <string>
 #include <string_view>

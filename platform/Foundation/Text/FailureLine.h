@@ -2,8 +2,8 @@
 // The line that a failing step in a chain of platform calls prints to standard error.
 #pragma once
 
-#include "CoreAudioTypes/MacTypes.h"
-#include "Foundation/Export.h"
+#include <QMXCoreAudio/CoreAudioTypes/MacTypes.h>
+#include <QMXCoreAudio/Foundation/Export.h>
 
 #include <functional>
 #include <string>

@@ -5,7 +5,7 @@
 // Numbers look the same in every locale.
 #pragma once
 
-#include "Foundation/Object.h"
+#include <QMXCoreAudio/Foundation/Object.h>
 
 #include <concepts>
 #include <initializer_list>

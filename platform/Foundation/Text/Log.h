@@ -3,8 +3,8 @@
 // an I/O or render thread.
 #pragma once
 
-#include "Foundation/Memory.h"
-#include "Foundation/Text/Format.h"
+#include <QMXCoreAudio/Foundation/Memory.h>
+#include <QMXCoreAudio/Foundation/Text/Format.h>
 
 #include <functional>
 

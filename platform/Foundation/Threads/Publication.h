@@ -2,7 +2,7 @@
 // Replaces objects that real-time threads read.
 #pragma once
 
-#include "Foundation/Export.h"
+#include <QMXCoreAudio/Foundation/Export.h>
 
 #include <atomic>
 #include <memory>

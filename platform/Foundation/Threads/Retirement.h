@@ -2,7 +2,7 @@
 // Frees objects for real-time threads, which must not free them themselves.
 #pragma once
 
-#include "Foundation/Export.h"
+#include <QMXCoreAudio/Foundation/Export.h>
 
 #include <memory>
 

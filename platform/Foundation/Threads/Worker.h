@@ -2,7 +2,7 @@
 // The library's own threads report here whether they work or wait, so that simulated time never outruns them.
 #pragma once
 
-#include "Foundation/Export.h"
+#include <QMXCoreAudio/Foundation/Export.h>
 
 #include <atomic>
 #include <cstdint>

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "Foundation/Export.h"
-#include "Tracks/Store/QMXAudioTrackInfoReader.h"
+#include <QMXCoreAudio/Foundation/Export.h>
+#include <QMXCoreAudio/Tracks/Store/QMXAudioTrackInfoReader.h>
 
 #include <memory>
 #include <string>

@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "CoreAudioTypes/MacTypes.h"
-#include "Foundation/Export.h"
-#include "Foundation/Files/FileHandle.h"
-#include "Foundation/Object.h"
+#include <QMXCoreAudio/CoreAudioTypes/MacTypes.h>
+#include <QMXCoreAudio/Foundation/Export.h>
+#include <QMXCoreAudio/Foundation/Files/FileHandle.h>
+#include <QMXCoreAudio/Foundation/Object.h>
 
 #include <string>
 #include <string_view>

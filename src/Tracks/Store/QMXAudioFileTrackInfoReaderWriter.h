@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "CoreAudioTypes/MacTypes.h"
-#include "Foundation/Export.h"
-#include "Foundation/Files/FileHandle.h"
-#include "Foundation/Object.h"
-#include "Tracks/QMXTrackAndProcessingInfo.h"
-#include "Tracks/Store/QMXAIFCommon.h"
+#include <QMXCoreAudio/CoreAudioTypes/MacTypes.h>
+#include <QMXCoreAudio/Foundation/Export.h>
+#include <QMXCoreAudio/Foundation/Files/FileHandle.h>
+#include <QMXCoreAudio/Foundation/Object.h>
+#include <QMXCoreAudio/Tracks/QMXTrackAndProcessingInfo.h>
+#include <QMXCoreAudio/Tracks/Store/QMXAIFCommon.h>
 
 #include <memory>
 #include <string>

@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "Foundation/Export.h"
-#include "Foundation/Object.h"
-#include "Tracks/Store/QMXAudioTrackInfoReader.h"
-#include "Tracks/Store/QMXAudioTrackInfoWriter.h"
+#include <QMXCoreAudio/Foundation/Export.h>
+#include <QMXCoreAudio/Foundation/Object.h>
+#include <QMXCoreAudio/Tracks/Store/QMXAudioTrackInfoReader.h>
+#include <QMXCoreAudio/Tracks/Store/QMXAudioTrackInfoWriter.h>
 
 #include <memory>
 #include <string>

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "Foundation/Export.h"
-#include "Foundation/Files/FileHandle.h"
-#include "Tracks/Store/QMXAudioTrackInfoReader.h"
+#include <QMXCoreAudio/Foundation/Export.h>
+#include <QMXCoreAudio/Foundation/Files/FileHandle.h>
+#include <QMXCoreAudio/Tracks/Store/QMXAudioTrackInfoReader.h>
 
 #include <memory>
 #include <string>

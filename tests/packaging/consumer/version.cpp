@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Includes the umbrella header without its folder.
-#include <QMXCoreAudio.h>
+#include <QMXCoreAudio/Foundation/Version.h>
 
 #include <cstdio>
 
