@@ -24,6 +24,9 @@ set(QMX_PUBLIC_SRC_HEADERS
     Formats/QMXAudioStreamBasicDescription.h
     Formats/QMXAudioValueRange.h
     Formats/QMXFileUtils.h
+    Front/Format.h
+    Front/FrameReader.h
+    Front/FrameWriter.h
     Front/Result.h
     Front/StatusText.h
     PlayThru/AudioDevice.h

@@ -3,5 +3,8 @@
 // results as values. Every object of <QMXCoreAudio/QMXCoreAudio.h> can be reached from it.
 #pragma once
 
+#include "Front/Format.h"
+#include "Front/FrameReader.h"
+#include "Front/FrameWriter.h"
 #include "Front/Result.h"
 #include "Front/StatusText.h"
