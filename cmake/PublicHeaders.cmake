@@ -24,11 +24,15 @@ set(QMX_PUBLIC_SRC_HEADERS
     Formats/QMXAudioStreamBasicDescription.h
     Formats/QMXAudioValueRange.h
     Formats/QMXFileUtils.h
+    Front/Convert.h
+    Front/Divide.h
     Front/Format.h
     Front/FrameReader.h
     Front/FrameWriter.h
+    Front/Process.h
     Front/Result.h
     Front/StatusText.h
+    Front/StoredTracks.h
     PlayThru/AudioDevice.h
     PlayThru/AudioDeviceList.h
     PlayThru/AudioRingBuffer.h

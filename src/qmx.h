@@ -3,8 +3,12 @@
 // results as values. Every object of <QMXCoreAudio/QMXCoreAudio.h> can be reached from it.
 #pragma once
 
+#include "Front/Convert.h"
+#include "Front/Divide.h"
 #include "Front/Format.h"
 #include "Front/FrameReader.h"
 #include "Front/FrameWriter.h"
+#include "Front/Process.h"
 #include "Front/Result.h"
 #include "Front/StatusText.h"
+#include "Front/StoredTracks.h"

@@ -242,7 +242,12 @@ bool FileManager::copyPath_toPath_handler(const std::string& source, const std::
 {
     if (handler)
         handler->fileManager_willProcessPath(source);
-    return finish(withinMemory(ENOMEM, [&] { return copyWithFork(source, destination); }), source, handler);
+    return finish(copyFileAtPath_toPath(source, destination), source, handler);
+}
+
+SystemError FileManager::copyFileAtPath_toPath(const std::string& source, const std::string& destination)
+{
+    return withinMemory(ENOMEM, [&] { return copyWithFork(source, destination); });
 }
 
 SystemError FileManager::renamePath_toPath_replaces(const std::string& source, const std::string& destination,

@@ -45,6 +45,8 @@ public:
     /// the new one, which is on the disk before.
     [[nodiscard]] SystemError renamePath_toPath_replaces(const std::string& source, const std::string& destination,
                                                          bool replaces);
+    /// The same as copyPath_toPath_handler(); returns the error, or 0.
+    [[nodiscard]] SystemError copyFileAtPath_toPath(const std::string& source, const std::string& destination);
     /// Removes a file with its fork.
     [[nodiscard]] bool removeFileAtPath_handler(const std::string& path, FileManagerHandler* handler);
 
