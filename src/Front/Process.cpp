@@ -226,6 +226,8 @@ std::optional<Error> prepare(Run& run)
 Result<void> processed(const std::string& path, const FrameRange& range, const FrameProcessor& processor,
                        const ProcessOptions& options)
 {
+    if (!processor)
+        return Error(paramErr, path + ": There is nothing to process it with", path);
     auto source = openFile(path);
     if (!source)
         return source.error();
