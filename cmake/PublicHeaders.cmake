@@ -27,6 +27,7 @@ set(QMX_PUBLIC_SRC_HEADERS
     Front/Convert.h
     Front/Divide.h
     Front/Format.h
+    Front/FrameRange.h
     Front/FrameReader.h
     Front/FrameWriter.h
     Front/Process.h

@@ -6,6 +6,7 @@
 #include "Front/Convert.h"
 #include "Front/Divide.h"
 #include "Front/Format.h"
+#include "Front/FrameRange.h"
 #include "Front/FrameReader.h"
 #include "Front/FrameWriter.h"
 #include "Front/Process.h"

@@ -33,14 +33,17 @@ AudioStreamBasicDescription meetingFormat(const Format& source, const Format& ta
     return format;
 }
 
-std::optional<Error> copyFrames(QMXExtAudioFile& source, QMXExtAudioFile& target, const std::string& targetPath,
-                                Progress& progress)
+/// Copies the range, or what the source has of it.
+std::optional<Error> copyFrames(QMXExtAudioFile& source, const FrameRange& range, QMXExtAudioFile& target,
+                                const std::string& targetPath, Progress& progress)
 {
-    constexpr UInt32 framesAtOnce = 4096;
+    constexpr SInt64 framesAtOnce = 4096;
     std::vector<Byte> block(std::size_t{framesAtOnce} * source.clientBytesPerFrame());
-    const auto length = static_cast<double>(std::max<SInt64>(source.lengthInFrames(), 1));
+    const SInt64 wanted = range.end - range.first, there = source.lengthInFrames() - range.first;
+    const auto length = static_cast<double>(std::max<SInt64>(std::min(wanted, there), 1));
     for (SInt64 done = 0; progress.report(static_cast<double>(done) / length);) {
-        const auto frames = readFrames(source, block.data(), framesAtOnce);
+        const auto atOnce = static_cast<UInt32>(std::min(framesAtOnce, wanted - done));
+        const auto frames = atOnce > 0 ? readFrames(source, block.data(), atOnce) : Result(atOnce);
         if (!frames)
             return frames.error();
         if (*frames == 0)
@@ -54,13 +57,13 @@ std::optional<Error> copyFrames(QMXExtAudioFile& source, QMXExtAudioFile& target
 
 /// Makes the file at the temporary path of `output`.
 std::optional<Error> fill(const OutputFile& output, const Format& format, const FrameFile& source,
-                          const AudioStreamBasicDescription& client, Progress& progress)
+                          const AudioStreamBasicDescription& client, const FrameRange& range, Progress& progress)
 {
     const auto target = makeFile(output, format, client);
     if (!target)
         return target.error();
     passLayoutOn(*source, **target);
-    if (auto error = copyFrames(*source, **target, output.path(), progress))
+    if (auto error = copyFrames(*source, range, **target, output.path(), progress))
         return error;
     const OSStatus closed = (*target)->close();
     return closed == noErr ? std::nullopt : std::optional(fileError(closed, output.path()));
@@ -70,23 +73,29 @@ Result<void> converted(const std::string& input, const std::string& output, cons
                        const ConvertOptions& options)
 {
     Progress progress(options.progress, options.stop);
+    if (options.range.first < 0 || options.range.end < options.range.first)
+        return Error(paramErr, input + ": It has no frames in the range", input);
     auto source = openFile(input);
     if (!source)
         return source.error();
     const Format sourceFormat = formatOf(**source);
+    const bool isWhole = options.range.first == 0 && options.range.end >= (*source)->lengthInFrames();
     const auto format = wish.completedFrom(sourceFormat);
     if (!format)
         return ofFile(format.error(), output);
-    const auto tracks = tracksToPass(input, sourceFormat, *format, options.keepTracks);
+    const auto tracks = tracksToPass(input, sourceFormat, *format, options.keepTracks && isWhole);
     if (!tracks)
         return tracks.error();
     auto file = OutputFile::at(output, options.replace, input);
     if (!file)
         return file.error();
     const AudioStreamBasicDescription client = meetingFormat(sourceFormat, *format);
-    if (const OSStatus status = (*source)->setClientStreamFormat(client); status != noErr)
+    OSStatus status = (*source)->setClientStreamFormat(client);
+    if (status == noErr)
+        status = (*source)->seek(options.range.first);
+    if (status != noErr)
         return fileError(status, input);
-    if (auto error = fill(*file, *format, *source, client, progress))
+    if (auto error = fill(*file, *format, *source, client, options.range, progress))
         return *std::move(error);
     if (auto error = storePassed(*tracks, *file))
         return *std::move(error);
@@ -106,8 +115,10 @@ Result<void> convert(const std::string& input, const std::string& output, const 
 
 Result<void> convert(const std::string& input, const std::string& output, const ConvertOptions& options)
 {
-    const auto format = Format::forPath(output);
-    return format ? convert(input, output, *format, options) : format.error();
+    return withinMemory(outOfMemory<void>(), [&]() -> Result<void> {
+        const auto format = Format::forPath(output);
+        return format ? converted(input, output, *format, options) : format.error();
+    });
 }
 
 } // namespace qmx

@@ -3,6 +3,7 @@
 
 #include "Foundation/Export.h"
 #include "Front/Format.h"
+#include "Front/FrameRange.h"
 #include "Front/Result.h"
 
 #include <functional>
@@ -18,7 +19,9 @@ struct ConvertOptions {
     std::function<bool(float)> progress{};
     std::stop_token stop{}; ///< cancels from any thread
     bool replace = false;   ///< an existing file; it stays as it is until the new one is complete
-    bool keepTracks = true; ///< stores the source's tracks in the new file, if files of its type keep them
+    FrameRange range{};     ///< of the source, all by default
+    /// Stores the source's tracks in the new file, if that has all of the source and its type keeps tracks.
+    bool keepTracks = true;
 };
 
 /// Writes a copy of the audio file `input` in another format, under a hidden name beside its own, which it gets when it

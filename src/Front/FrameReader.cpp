@@ -65,22 +65,26 @@ void FrameReader::readBlock()
 
 Result<void> FrameReader::seek(SInt64 frame)
 {
-    if (!file_)
-        return *error_;
-    if (const OSStatus status = file_->seek(frame); status != noErr)
-        return fileError(status, file_->path());
-    error_.reset();
-    return {};
+    return withinMemory(outOfMemory<void>(), [&]() -> Result<void> {
+        if (!file_)
+            return *error_;
+        if (const OSStatus status = file_->seek(frame); status != noErr)
+            return fileError(status, file_->path());
+        error_.reset();
+        return {};
+    });
 }
 
 Result<std::size_t> FrameReader::read(std::span<float> samples)
 {
-    if (!file_)
-        return *error_;
-    auto frames = withinMemory(outOfMemory<std::size_t>(), [&] { return readWhole(samples); });
-    if (!frames)
-        error_ = frames.error();
-    return frames;
+    return withinMemory(outOfMemory<std::size_t>(), [&]() -> Result<std::size_t> {
+        if (!file_)
+            return *error_;
+        auto frames = readWhole(samples);
+        if (!frames)
+            error_ = frames.error();
+        return frames;
+    });
 }
 
 Result<std::size_t> FrameReader::readWhole(std::span<float> samples)

@@ -3,10 +3,10 @@
 
 #include "Foundation/Export.h"
 #include "Front/Format.h"
+#include "Front/FrameRange.h"
 #include "Front/Result.h"
 
 #include <functional>
-#include <limits>
 #include <memory>
 #include <optional>
 #include <span>
@@ -17,12 +17,6 @@ class QMXAudioProcessingRangeInfo;
 
 namespace qmx
 {
-
-/// Frames of a file from `first` up to `end`, which is cut to the file's.
-struct FrameRange {
-    SInt64 first = 0;
-    SInt64 end = std::numeric_limits<SInt64>::max();
-};
 
 /// Changes interleaved samples in place, in blocks of at most 4096 frames; false cancels. Called on the processing
 /// thread, with the blocks in order.

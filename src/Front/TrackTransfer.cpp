@@ -3,6 +3,7 @@
 
 #include "Front/StatusText.h"
 #include "Tracks/QMXTrackAndProcessingInfo.h"
+#include "Tracks/Store/ApplicationChunk.h"
 #include "Tracks/Store/QMXAIFAudioTrackInfoReader.h"
 #include "Tracks/Store/QMXAIFAudioTrackInfoWriter.h"
 #include "Tracks/Store/StoredFile.h"
@@ -25,6 +26,18 @@ Error errorOf(OSStatus status, std::string text, const std::string& usedPath, co
 template <class Object> Error errorOf(const Object& object, const std::string& path)
 {
     return errorOf(object.lastStatus(), object.lastError(), object.audioFilePath(), path);
+}
+
+/// Whether the file has a chunk of tracks, readable or not.
+bool hasChunk(const std::string& path)
+{
+    bool isFound = false;
+    if (const auto file = FileHandle::fileHandleForReadingAtPath(path))
+        findApplicationChunks(*file, trackSignature, ByteOrder::big, [&](const ApplicationChunk&) {
+            isFound = true;
+            return false;
+        });
+    return isFound;
 }
 
 void scale(QMXTrackAndProcessingInfo& record, Float64 ratio)
@@ -55,7 +68,8 @@ Result<std::shared_ptr<QMXTrackAndProcessingInfo>> readStored(const std::string&
 {
     const auto reader = QMXAIFAudioTrackInfoReader::initWithAudioFilePath(path);
     auto record = reader->read();
-    if (reader->lastStatus() != noErr)
+    const bool isCut = reader->lastStatus() == kAudioFileInvalidFileError; // its sizes disagree: the reader refuses
+    if (reader->lastStatus() != noErr && !(isCut && !hasChunk(path)))
         return errorOf(*reader, path);
     return record;
 }

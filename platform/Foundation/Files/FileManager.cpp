@@ -194,7 +194,8 @@ SystemError replaceWithFork(const std::string& source, const std::string& destin
         error = fileSystem.rename(source, destination);
     if (error != 0)
         return error;
-    return hasFork ? fileSystem.rename(forkPath(source), forkPath(destination)) : removeFork(destination);
+    error = removeFork(destination);
+    return hasFork && error == 0 ? renameFile(forkPath(source), forkPath(destination)) : error;
 }
 
 // Whether the operation counts as done: it succeeded, or the handler goes on all the same.

@@ -117,7 +117,16 @@ TEST_F(ConvertTest, TracksGoAlongWithTheirBoundsAtTheNewRate)
     EXPECT_EQ((*kept)->tracks[0].title, "One");
     EXPECT_EQ((*kept)->tracks[1].first, 20'000);
     EXPECT_EQ((*kept)->tracks[1].end, 50'000);
-    for (const std::string without : {"/d/c.aif", "/d/b.wav"}) {
+    // a part has none, nor has a file without tracks whose sizes disagree with its length
+    ASSERT_TRUE(convert(source, "/d/d.aif", {.range = {.first = 10'000, .end = 20'001}}));
+    const ByteBlock all = audioAt(source), part = audioAt("/d/d.aif");
+    ASSERT_EQ(part.size(), 4 * 10'001U);
+    EXPECT_TRUE(std::equal(part.begin(), part.end(), all.begin() + 40'000));
+    ByteBlock longer = disk.contents("/d/d.aif");
+    longer.resize(longer.size() + 100);
+    disk.setContents("/d/e.aif", longer);
+    ASSERT_TRUE(convert("/d/e.aif", "/d/f.aif"));
+    for (const std::string without : {"/d/c.aif", "/d/b.wav", "/d/d.aif", "/d/e.aif"}) {
         const auto none = readTracks(without);
         EXPECT_TRUE(none && !*none) << without;
     }

@@ -101,7 +101,7 @@ TEST_F(StoredTracksTest, UnreadableTracksAreNoneOnlyForThoseWhoAskForIt)
     ASSERT_TRUE(storeTracks(path, two));
     ByteBlock damaged = disk.contents(path);
     const std::string signature = "tRaK";
-    const auto chunk = std::ranges::search(damaged, signature).begin();
+    const auto chunk = std::search(damaged.begin(), damaged.end(), signature.begin(), signature.end());
     std::fill_n(chunk + 12, 200, std::uint8_t{0});
     disk.setContents(path, damaged);
     const std::string sentence = path + ": It could not be read: its tracks are damaged or of another version";
