@@ -48,7 +48,7 @@ const TypeFacts* factsOf(AudioFileTypeID type)
     return found == types.end() ? nullptr : found;
 }
 
-Format made(AudioFileTypeID type, AudioFormatID coding, Float64 sampleRate, UInt32 bits, UInt32 bitRate)
+Format wishFor(AudioFileTypeID type, AudioFormatID coding, Float64 sampleRate, UInt32 bits, UInt32 bitRate)
 {
     Format format{.fileType = type, .bitRate = bitRate};
     format.stream.mFormatID = coding;
@@ -59,7 +59,7 @@ Format made(AudioFileTypeID type, AudioFormatID coding, Float64 sampleRate, UInt
 
 Format linear(AudioFileTypeID type, Float64 sampleRate, UInt32 bits)
 {
-    return made(type, kAudioFormatLinearPCM, sampleRate, bits, 0);
+    return wishFor(type, kAudioFormatLinearPCM, sampleRate, bits, 0);
 }
 
 bool isLittleEndian(AudioFileTypeID type)
@@ -187,27 +187,27 @@ Format Format::caf(Float64 sampleRate, UInt32 bits)
 
 Format Format::aac(UInt32 bitRate)
 {
-    return made(kAudioFileM4AType, kAudioFormatMPEG4AAC, 0, 0, bitRate);
+    return wishFor(kAudioFileM4AType, kAudioFormatMPEG4AAC, 0, 0, bitRate);
 }
 
 Format Format::adts(UInt32 bitRate)
 {
-    return made(kAudioFileAAC_ADTSType, kAudioFormatMPEG4AAC, 0, 0, bitRate);
+    return wishFor(kAudioFileAAC_ADTSType, kAudioFormatMPEG4AAC, 0, 0, bitRate);
 }
 
 Format Format::mp3(UInt32 bitRate)
 {
-    return made(kAudioFileMP3Type, kAudioFormatMPEGLayer3, 0, 0, bitRate);
+    return wishFor(kAudioFileMP3Type, kAudioFormatMPEGLayer3, 0, 0, bitRate);
 }
 
 Format Format::alac(UInt32 bits)
 {
-    return made(kAudioFileM4AType, kAudioFormatAppleLossless, 0, bits, 0);
+    return wishFor(kAudioFileM4AType, kAudioFormatAppleLossless, 0, bits, 0);
 }
 
 Format Format::flac(UInt32 bits)
 {
-    return made(kAudioFileFLACType, kAudioFormatFLAC, 0, bits, 0);
+    return wishFor(kAudioFileFLACType, kAudioFormatFLAC, 0, bits, 0);
 }
 
 Format Format::withSampleRate(Float64 sampleRate) const
@@ -239,7 +239,7 @@ Result<Format> Format::forPath(const std::string& path)
         if (found == types.end())
             return Error(kAudioFileUnsupportedFileTypeError, path + ": Its extension names no type of audio file",
                          path);
-        return made(found->type, found->coding, 0, 0, 0);
+        return wishFor(found->type, found->coding, 0, 0, 0);
     });
 }
 

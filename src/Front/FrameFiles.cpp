@@ -25,9 +25,7 @@ Result<FrameFile> openFile(const std::string& path)
 {
     if (auto objection = objectionToReading(path))
         return *std::move(objection);
-    FrameFile file = QMXExtAudioFile::initForReading_clientFormat(path, nullptr);
-    if (!file)
-        return memoryError();
+    FrameFile file = made(QMXExtAudioFile::initForReading_clientFormat(path, nullptr));
     if (const OSStatus status = file->open(); status != noErr)
         return fileError(status, path);
     return file;
@@ -45,10 +43,8 @@ Format formatOf(QMXExtAudioFile& file)
 
 Result<FrameFile> makeFile(const OutputFile& output, const Format& format, const AudioStreamBasicDescription& client)
 {
-    FrameFile file = QMXExtAudioFile::initForWriting_fileType_clientFormat_fileFormat(
-        output.temporaryPath(), format.fileType, &client, &format.stream);
-    if (!file)
-        return memoryError();
+    FrameFile file = made(QMXExtAudioFile::initForWriting_fileType_clientFormat_fileFormat(
+        output.temporaryPath(), format.fileType, &client, &format.stream));
     (void)file->open(); // lastStatus() has the first step that failed
     if (file->lastStatus() == noErr && format.bitRate != 0)
         file->setBitRate(format.bitRate);

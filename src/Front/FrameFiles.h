@@ -7,6 +7,7 @@
 #include "Front/Format.h"
 #include "Front/OutputFile.h"
 #include "Front/Result.h"
+#include "Front/ShortMemory.h"
 
 #include <memory>
 #include <optional>
@@ -14,17 +15,6 @@
 
 namespace qmx
 {
-
-/// The error of work that ran out of memory; made without any.
-inline Error memoryError()
-{
-    return {memFullErr, "Out of memory"};
-}
-
-template <class Value> Result<Value> outOfMemory()
-{
-    return memoryError();
-}
 
 /// An error that names no file yet, as one of `path`.
 inline Error ofFile(const Error& error, const std::string& path)

@@ -113,7 +113,7 @@ std::optional<Error> keepRecord(const Run& run, const OutputFile& output, FrameR
     const auto stored = readStored(output.temporaryPath());
     if (!stored)
         return stored.error();
-    const auto record = *stored ? *stored : QMXTrackAndProcessingInfo::init();
+    const auto record = *stored ? *stored : made(QMXTrackAndProcessingInfo::init());
     run.options.record->setProcessingStartFrame(static_cast<UInt64>(range.first));
     run.options.record->setProcessingEndFrame(static_cast<UInt64>(range.end));
     record->addAudioProcessingInfo(run.options.record);

@@ -30,7 +30,7 @@ std::vector<Track> tracksOf(const QMXTrackAndProcessingInfo& record)
 
 std::shared_ptr<QMXAudioTrackInfo> recordOf(const Track& track)
 {
-    auto info = track.record ? track.record : QMXAudioTrackInfo::init();
+    auto info = track.record ? track.record : made(QMXAudioTrackInfo::init());
     info->setTrackBegin(track.first);
     info->setTrackEnd(track.end);
     if (info->trackTitle().value_or(std::string()) != track.title)
@@ -62,7 +62,7 @@ Result<Record> recordWith(const std::string& path, const std::vector<Track>& tra
         !stored && options.replaceUnreadable && stored.error().status() == kAudioFileInvalidChunkError;
     if (!stored && !isPassedOver)
         return stored.error();
-    Record record = stored && *stored ? *stored : QMXTrackAndProcessingInfo::init();
+    Record record = stored && *stored ? *stored : made(QMXTrackAndProcessingInfo::init());
     record->clearTrackInfos();
     for (const Track& track : tracks)
         record->addTrackInfo(recordOf(track));

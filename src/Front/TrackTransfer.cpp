@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "Front/TrackTransfer.h"
 
-#include "Front/FrameFiles.h"
+#include "Front/ShortMemory.h"
 #include "Tracks/QMXTrackAndProcessingInfo.h"
 #include "Tracks/Store/ApplicationChunk.h"
 #include "Tracks/Store/QMXAIFAudioTrackInfoReader.h"
@@ -66,9 +66,7 @@ bool keepsTracks(const Format& format)
 
 Result<std::shared_ptr<QMXTrackAndProcessingInfo>> readStored(const std::string& path)
 {
-    const auto reader = QMXAIFAudioTrackInfoReader::initWithAudioFilePath(path);
-    if (!reader)
-        return memoryError();
+    const auto reader = made(QMXAIFAudioTrackInfoReader::initWithAudioFilePath(path));
     auto record = reader->read();
     const bool isCut = reader->lastStatus() == kAudioFileInvalidFileError; // its sizes disagree: the reader refuses
     if (reader->lastStatus() != noErr && !(isCut && !hasChunk(path)))
@@ -79,9 +77,7 @@ Result<std::shared_ptr<QMXTrackAndProcessingInfo>> readStored(const std::string&
 std::optional<Error> storeInto(const std::string& storePath, const std::string& path,
                                const std::shared_ptr<QMXTrackAndProcessingInfo>& record)
 {
-    const auto writer = QMXAIFAudioTrackInfoWriter::initWithAudioFilePath(storePath);
-    if (!writer)
-        return memoryError();
+    const auto writer = made(QMXAIFAudioTrackInfoWriter::initWithAudioFilePath(storePath));
     writer->setTrackAndProcessingInfo(record);
     writer->write(); // lastStatus() has more
     return writer->lastStatus() == noErr ? std::nullopt : std::optional(errorOf(*writer, path));
