@@ -24,8 +24,16 @@ set(QMX_PUBLIC_SRC_HEADERS
     Formats/QMXAudioStreamBasicDescription.h
     Formats/QMXAudioValueRange.h
     Formats/QMXFileUtils.h
+    Front/Convert.h
+    Front/Divide.h
+    Front/Format.h
+    Front/FrameRange.h
+    Front/FrameReader.h
+    Front/FrameWriter.h
+    Front/Process.h
     Front/Result.h
     Front/StatusText.h
+    Front/StoredTracks.h
     PlayThru/AudioDevice.h
     PlayThru/AudioDeviceList.h
     PlayThru/AudioRingBuffer.h

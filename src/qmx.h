@@ -7,7 +7,15 @@
 #error "QMXCoreAudio is written in C++20: compile with -std=c++20 or later"
 #else
 
+#include <QMXCoreAudio/Front/Convert.h>
+#include <QMXCoreAudio/Front/Divide.h>
+#include <QMXCoreAudio/Front/Format.h>
+#include <QMXCoreAudio/Front/FrameRange.h>
+#include <QMXCoreAudio/Front/FrameReader.h>
+#include <QMXCoreAudio/Front/FrameWriter.h>
+#include <QMXCoreAudio/Front/Process.h>
 #include <QMXCoreAudio/Front/Result.h>
 #include <QMXCoreAudio/Front/StatusText.h>
+#include <QMXCoreAudio/Front/StoredTracks.h>
 
 #endif

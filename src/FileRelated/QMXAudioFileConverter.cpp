@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "FileRelated/QMXAudioFileConverter.h"
 
+#include "FileRelated/ChannelLayoutTransfer.h"
 #include "FileRelated/QMXExtAudioFile.h"
 #include "Formats/FileByteOrder.h"
 #include "Formats/LastFailure.h"
@@ -11,7 +12,6 @@
 
 #include <algorithm>
 #include <utility>
-#include <vector>
 
 namespace
 {
@@ -47,26 +47,6 @@ AudioStreamBasicDescription targetFormat(const AudioStreamBasicDescription& requ
     if (isLossless(format) && format.mFormatFlags == 0 && fitsSixteenBits(source))
         format.mFormatFlags = kAppleLosslessFormatFlag_16BitSourceData;
     return format;
-}
-
-/// Passes the source's channel layout on, if it has one.
-void passLayoutOn(const QMXExtAudioFile& source, const QMXExtAudioFile& destination)
-{
-    UInt32 size = 0;
-    if (ExtAudioFileGetPropertyInfo(source.extAudioFileRef(), kExtAudioFileProperty_FileChannelLayout, &size,
-                                    nullptr) != noErr ||
-        size == 0)
-        return;
-    std::vector<Byte> layout(size);
-    if (ExtAudioFileGetProperty(source.extAudioFileRef(), kExtAudioFileProperty_FileChannelLayout, &size,
-                                layout.data()) != noErr)
-        return;
-    // a container that keeps no layout goes without
-    (void)ExtAudioFileSetProperty(destination.extAudioFileRef(), kExtAudioFileProperty_ClientChannelLayout, size,
-                                  layout.data());
-    if (source.channelsPerFrame() == destination.channelsPerFrame())
-        (void)ExtAudioFileSetProperty(destination.extAudioFileRef(), kExtAudioFileProperty_FileChannelLayout, size,
-                                      layout.data());
 }
 
 struct Conversion {
@@ -136,7 +116,7 @@ OSStatus QMXAudioFileConverterImpl::prepare(Conversion& conversion, const std::s
     (void)destination->open(); // the status of its last step, which says nothing of the others
     if (const OSStatus status = failure_.keepFirstOf(*destination); status != noErr)
         return status;
-    passLayoutOn(source, *destination);
+    qmx::passLayoutOn(source, *destination);
     if (bitRate_ > 0) {
         destination->setBitRate(bitRate_);
         failure_.keepFirstOf(*destination);

@@ -100,6 +100,23 @@ SystemError writeChunk(FileHandle& file, const ChunkOverwrite& chunk, SInt64 fil
     return error;
 }
 
+/// Where the archive goes in a file of `fileEnd` bytes, and what the file will be then.
+Refusal planStore(std::span<const UInt8> archive, const std::optional<ApplicationChunk>& target, SInt64 fileEnd,
+                  const ChunkStyle& style, ChunkOverwrite& plan)
+{
+    if (archive.size() > longestArchive)
+        return StoreFailure{paramErr, "the record is longer than 524276 bytes"};
+    auto chunk = target ? inPlaceOf(*target, archive, fileEnd, style) : appended(archive, fileEnd, style);
+    if (!chunk)
+        return StoreFailure{kAudioFileOperationNotSupportedError,
+                            "the chunk in the file is too small and others stand behind it"};
+    plan = *std::move(chunk);
+    plan.fileEnd = std::max(fileEnd, plan.position + static_cast<SInt64>(plan.bytes.size()));
+    if (plan.fileEnd - chunkHeaderSize > std::numeric_limits<UInt32>::max())
+        return StoreFailure{kAudioFileDoesNotAllow64BitDataSizeError, "the file would be larger than a form can be"};
+    return std::nullopt;
+}
+
 } // namespace
 
 bool isUsable(const ApplicationChunk& chunk)
@@ -128,6 +145,17 @@ void findApplicationChunks(FileHandle& file, UInt32 signature, ByteOrder order,
     }
 }
 
+std::optional<ApplicationChunk> lastUsableChunk(FileHandle& file, UInt32 signature)
+{
+    std::optional<ApplicationChunk> last;
+    findApplicationChunks(file, signature, ByteOrder::big, [&](const ApplicationChunk& chunk) {
+        if (isUsable(chunk))
+            last = chunk;
+        return true;
+    });
+    return last;
+}
+
 std::vector<UInt8> readArchive(FileHandle& file, const ApplicationChunk& chunk)
 {
     file.seekToFileOffset(chunk.mFileOffset + static_cast<SInt64>(applicationHeaderSize));
@@ -154,20 +182,26 @@ std::vector<UInt8> archiveOf(const std::shared_ptr<QMXTrackAndProcessingInfo>& r
 Refusal storeArchive(FileHandle& file, std::span<const UInt8> archive, const std::optional<ApplicationChunk>& target,
                      const ChunkStyle& style)
 {
-    if (archive.size() > longestArchive)
-        return StoreFailure{paramErr, "the record is longer than 524276 bytes"};
     const SInt64 fileEnd = file.seekToEndOfFile();
-    auto chunk = target ? inPlaceOf(*target, archive, fileEnd, style) : appended(archive, fileEnd, style);
-    if (!chunk)
-        return StoreFailure{kAudioFileOperationNotSupportedError,
-                            "the chunk in the file is too small and others stand behind it"};
-    chunk->fileEnd = std::max(fileEnd, chunk->position + static_cast<SInt64>(chunk->bytes.size()));
-    if (chunk->fileEnd - chunkHeaderSize > std::numeric_limits<UInt32>::max())
-        return StoreFailure{kAudioFileDoesNotAllow64BitDataSizeError, "the file would be larger than a form can be"};
-    SystemError error = writeChunk(file, *chunk, fileEnd, target.has_value());
+    ChunkOverwrite chunk;
+    if (Refusal refusal = planStore(archive, target, fileEnd, style, chunk))
+        return refusal;
+    SystemError error = writeChunk(file, chunk, fileEnd, target.has_value());
     if (target && lacksRoom(error))
-        error = writeChunk(file, *chunk, fileEnd, false);
+        error = writeChunk(file, chunk, fileEnd, false);
     return refusalFor(error);
+}
+
+Refusal measureArchive(FileHandle& file, std::span<const UInt8> archive, const std::optional<ApplicationChunk>& target,
+                       const ChunkStyle& style, StoreSize& size)
+{
+    const SInt64 fileEnd = file.seekToEndOfFile();
+    ChunkOverwrite chunk;
+    if (Refusal refusal = planStore(archive, target, fileEnd, style, chunk))
+        return refusal;
+    size.growth = chunk.fileEnd - fileEnd;
+    size.temporary = target ? static_cast<SInt64>(journalOf(chunk, fileEnd).size()) - size.growth : 0;
+    return std::nullopt;
 }
 
 } // namespace qmx

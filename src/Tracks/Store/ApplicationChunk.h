@@ -46,6 +46,9 @@ void findApplicationChunks(FileHandle& file, UInt32 signature, ByteOrder order,
 /// Whether the chunk's record can be read and written over.
 bool isUsable(const ApplicationChunk& chunk);
 
+/// The last chunk of ours that is usable, which a store replaces.
+std::optional<ApplicationChunk> lastUsableChunk(FileHandle& file, UInt32 signature);
+
 /// The chunk's archive.
 std::vector<UInt8> readArchive(FileHandle& file, const ApplicationChunk& chunk);
 /// The archive as a record, null for an archived nil; none if it holds no record.
@@ -59,5 +62,8 @@ std::vector<UInt8> archiveOf(const std::shared_ptr<QMXTrackAndProcessingInfo>& r
 /// then cut it off. After an error the file is as it was.
 Refusal storeArchive(FileHandle& file, std::span<const UInt8> archive, const std::optional<ApplicationChunk>& target,
                      const ChunkStyle& style);
+/// What that would take; the same refusals.
+Refusal measureArchive(FileHandle& file, std::span<const UInt8> archive, const std::optional<ApplicationChunk>& target,
+                       const ChunkStyle& style, StoreSize& size);
 
 } // namespace qmx

@@ -25,13 +25,8 @@ std::shared_ptr<QMXAIFAudioTrackInfoWriter> QMXAIFAudioTrackInfoWriter::initWith
 SInt32 QMXAIFAudioTrackInfoWriter::write()
 {
     const auto store = [&](qmx::FileHandle& file, std::span<const UInt8> archive) {
-        std::optional<qmx::ApplicationChunk> last;
-        qmx::findApplicationChunks(file, mApplSignature, qmx::ByteOrder::big, [&](const qmx::ApplicationChunk& chunk) {
-            if (qmx::isUsable(chunk))
-                last = chunk;
-            return true;
-        });
-        return qmx::storeArchive(file, archive, last, {mBlockSize, mApplSignature, qmx::ByteOrder::big});
+        return qmx::storeArchive(file, archive, qmx::lastUsableChunk(file, mApplSignature),
+                                 {mBlockSize, mApplSignature, qmx::ByteOrder::big});
     };
     if (!qmx::storeRecord(audioFilePath(), trackAndProcInfo(), failure(), store) && lastStatus() == memFullErr)
         qmx::Log("QMXAIFAudioTrackInfoWriter: not enough memory");

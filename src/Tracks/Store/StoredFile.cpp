@@ -23,6 +23,11 @@ StoreFailure wrongFormSize()
     return {kAudioFileInvalidFileError, "its form does not have the file's size"};
 }
 
+StoreFailure notAIFF()
+{
+    return {kAudioFileUnsupportedFileTypeError, "it is no AIFF or AIFF-C file"};
+}
+
 /// The file, if it can be opened.
 Refusal open(const std::string& path, FileAccess access, std::optional<FileHandle>& handle)
 {
@@ -39,7 +44,7 @@ Refusal storeLocked(const std::string& path, const std::function<Refusal(FileHan
         return refusal;
     const FileLock lock = file->lock();
     if (!isAIFF(*file))
-        return StoreFailure{kAudioFileUnsupportedFileTypeError, "it is no AIFF or AIFF-C file"};
+        return notAIFF();
     if (const auto settlement = settlementOf(*file))
         settle(*file, *settlement);
     if (!isChecked(*file))
@@ -105,6 +110,25 @@ bool storeRecord(const std::string& path, const StoredRecord& record, LastFailur
         }
         return refusal;
     });
+}
+
+std::optional<StoreSize> measureStore(const std::string& path, const StoredRecord& record, LastFailure& failure)
+{
+    StoreSize size;
+    const bool isMeasured = attempt(failure, path, notStored, [&]() -> Refusal {
+        const std::vector<UInt8> archive = archiveOf(record);
+        if (archive.empty())
+            return StoreFailure{paramErr, "there is no record"};
+        Refusal refusal;
+        bool isCompletable = false;
+        const Refusal unread = readLocked(path, isCompletable, [&](FileHandle& file) {
+            refusal = isAIFF(file) ? measureArchive(file, archive, lastUsableChunk(file, trackSignature),
+                                                    {applicationBlockSize, trackSignature, ByteOrder::big}, size)
+                                   : notAIFF();
+        });
+        return unread ? unread : refusal;
+    });
+    return isMeasured ? std::optional(size) : std::nullopt;
 }
 
 bool settleFileAtPath(const std::string& path, bool needsLock)

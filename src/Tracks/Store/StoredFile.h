@@ -70,6 +70,15 @@ std::optional<StoredRecord> readRecord(const std::string& path, LastFailure& fai
 [[nodiscard]] bool storeRecord(const std::string& path, const StoredRecord& record, LastFailure& failure,
                                const std::function<Refusal(FileHandle&, std::span<const UInt8>)>& store);
 
+/// What a store takes, in bytes.
+struct StoreSize {
+    SInt64 growth = 0;    ///< of the file
+    SInt64 temporary = 0; ///< beyond that, while it lasts
+};
+/// What storing the record in the chunk that AIFF files keep would take now; none if it would be refused, which
+/// `failure` explains. The file is not changed.
+std::optional<StoreSize> measureStore(const std::string& path, const StoredRecord& record, LastFailure& failure);
+
 /// Completes or undoes a store that was cut off; returns whether there was one. With `needsLock`, only if other
 /// processes can be kept out.
 bool settleFileAtPath(const std::string& path, bool needsLock = false);

@@ -109,6 +109,27 @@ TYPED_TEST(FailingFileManager, FailedMovesAndCopiesLeaveTheSourceAndNoHalf)
         }
 }
 
+TEST(FileManager, ACompleteFileGetsItsNameWithItsForkAndReplacesOnlyIfAskedTo)
+{
+    qmx::test::MemoryDisk disk;
+    FileManager& manager = FileManager::defaultManager();
+    write("/new", {1, 2});
+    write("/._new", someFork);
+    write("/old", {9});
+    EXPECT_EQ(manager.renamePath_toPath_replaces("/new", "/old", false), EEXIST);
+    disk.failSynchronization(EIO);
+    EXPECT_EQ(manager.renamePath_toPath_replaces("/new", "/old", true), EIO);
+    EXPECT_EQ(contents("/old"), Bytes{9});
+    disk.clearFaults();
+    ASSERT_EQ(manager.renamePath_toPath_replaces("/new", "/old", true), 0);
+    EXPECT_EQ(contents("/old"), (Bytes{1, 2}));
+    EXPECT_EQ(contents("/._old"), someFork);
+    EXPECT_FALSE(manager.fileExistsAtPath("/new") || manager.fileExistsAtPath("/._new"));
+    write("/plain", {3});
+    ASSERT_EQ(manager.renamePath_toPath_replaces("/plain", "/old", true), 0);
+    EXPECT_FALSE(manager.fileExistsAtPath("/._old")) << "it belonged to the replaced file";
+}
+
 TEST(FileManager, ACopyHasModeTimesAndExtendedAttributes)
 {
     const qmx::test::TemporaryFolder folder;

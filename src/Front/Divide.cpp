@@ -1,0 +1,204 @@
+// SPDX-License-Identifier: MIT
+#include "Front/Divide.h"
+
+#include "FileRelated/QMXExtAudioFile.h"
+#include "Foundation/Memory.h"
+#include "Front/Convert.h"
+#include "Front/FrameFiles.h"
+#include "Front/Progress.h"
+#include "Front/StatusText.h"
+#include "Tracks/QMXAudioTrackAutoDefiner.h"
+#include "Tracks/QMXAudioTrackInfo.h"
+
+#include <algorithm>
+#include <condition_variable>
+#include <filesystem>
+#include <mutex>
+#include <utility>
+
+namespace qmx
+{
+namespace
+{
+
+using Definer = QMXAudioTrackAutoDefiner;
+
+/// The definer is the process's: one division at a time has it.
+class DefinerTurn
+{
+public:
+    /// Waits for the turn, or until `stop` is requested; isTaken() tells.
+    explicit DefinerTurn(const std::stop_token& stop) : isTaken_(false)
+    {
+        std::unique_lock lock(queue().mutex);
+        isTaken_ = queue().changed.wait(lock, stop, [] { return !queue().isBusy; });
+        if (isTaken_)
+            queue().isBusy = true;
+    }
+    ~DefinerTurn()
+    {
+        if (!isTaken_)
+            return;
+        const std::scoped_lock lock(queue().mutex);
+        queue().isBusy = false;
+        queue().changed.notify_one();
+    }
+    DefinerTurn(const DefinerTurn&) = delete;
+    DefinerTurn& operator=(const DefinerTurn&) = delete;
+
+    bool isTaken() const { return isTaken_; }
+
+private:
+    struct Queue {
+        std::mutex mutex;
+        std::condition_variable_any changed;
+        bool isBusy = false;
+    };
+    static Queue& queue()
+    {
+        static auto& instance = *new Queue; // never destroyed: threads may divide while the process ends
+        return instance;
+    }
+
+    bool isTaken_;
+};
+
+/// Passes the definer's reports on; each may cancel its run.
+class Reports : public QMXAudioTrackAutoDefinerDelegate
+{
+public:
+    /// They are of what is left after the part `done` of the whole.
+    Reports(Progress& progress, double done) : progress_(progress), done_(done) {}
+    void autoDefineProgress(float progress) override
+    {
+        if (!progress_.report(done_ + (1 - done_) * static_cast<double>(progress)))
+            Definer::cancel();
+    }
+
+private:
+    Progress& progress_;
+    double done_;
+};
+
+/// Receives the definer's reports, and sets its settings, while it exists.
+class DefinerSettings
+{
+public:
+    DefinerSettings(const DivideOptions& options, Progress& progress, double done)
+    {
+        Definer::setDelegate(std::make_shared<Reports>(progress, done));
+        Definer::setSecondsBeforeNextTrack(options.secondsBeforeNextTrack);
+        Definer::setConvertsFilesOfOtherChannelCounts(true);
+    }
+    ~DefinerSettings()
+    {
+        Definer::setDelegate(nullptr);
+        Definer::setSecondsBeforeNextTrack(secondsBefore_);
+        Definer::setConvertsFilesOfOtherChannelCounts(converts_);
+    }
+    DefinerSettings(const DefinerSettings&) = delete;
+    DefinerSettings& operator=(const DefinerSettings&) = delete;
+
+private:
+    double secondsBefore_ = Definer::secondsBeforeNextTrack();
+    bool converts_ = Definer::convertsFilesOfOtherChannelCounts();
+};
+
+bool isSixteenBits(int value)
+{
+    return value >= 0 && value <= 32767;
+}
+
+Definer::Tracks define(const std::string& path, const DivideOptions& options)
+{
+    const auto number = static_cast<SInt16>(options.numberOfTracks);
+    if (options.search == TrackSearch::noiseFloor)
+        return Definer::autoDefineTracksByNoiseFloorInFile_numberOfTracks(path, number);
+    return Definer::autoDefineTracksInFile_sensitivity_lengthOfSilence_zeroOffset_numberOfTracks(
+        path, static_cast<SInt16>(options.sensitivity), options.lengthOfSilence, static_cast<SInt16>(options.level),
+        number);
+}
+
+float strengthOfCut(const QMXAudioPauses* pauses, SInt64 frame)
+{
+    if (!pauses)
+        return 0;
+    const auto found = std::ranges::find(pauses->pauses, static_cast<UInt64>(frame), &QMXAudioPause::cut);
+    return found == pauses->pauses.end() ? 0 : found->strength;
+}
+
+std::vector<Track> tracksFrom(const Definer::Tracks& found, TrackSearch search)
+{
+    const auto pauses = search == TrackSearch::noiseFloor ? Definer::lastPauses() : nullptr;
+    std::vector<Track> tracks;
+    for (const auto& record : *found)
+        tracks.push_back({.first = record->trackBegin(),
+                          .end = record->trackEnd(),
+                          .title = "Track " + std::to_string(tracks.size() + 1),
+                          .strength = tracks.empty() ? 0 : strengthOfCut(pauses.get(), record->trackBegin())});
+    return tracks;
+}
+
+/// Divides the file at `path`, or its samples in the file at `samplesPath`.
+Result<std::vector<Track>> divideSamples(const std::string& path, const std::string& samplesPath,
+                                         const DivideOptions& options, Progress& progress, double done)
+{
+    const DefinerTurn turn(options.stop);
+    if (!turn.isTaken() || !progress.report(done))
+        return fileError(cancelledStatus, path);
+    const DefinerSettings settings(options, progress, done);
+    const auto found = define(samplesPath, options);
+    if (progress.isCancelled())
+        return fileError(cancelledStatus, path);
+    if (Definer::lastStatus() != noErr)
+        return fileError(Definer::lastStatus(), path);
+    if (!found)
+        return memoryError();
+    auto tracks = tracksFrom(found, options.search);
+    progress.finish();
+    return tracks;
+}
+
+/// Crossings are counted in uncompressed samples: those of a file in the system's folder for temporary files.
+Result<std::vector<Track>> divideDecoded(const std::string& path, const DivideOptions& options, Progress& progress)
+{
+    constexpr double partOfDecoding = 0.5;
+    std::error_code error;
+    const auto folder = std::filesystem::temp_directory_path(error);
+    const auto copy = OutputFile::at((folder / "decoded.caf").string(), true);
+    if (!copy)
+        return copy.error();
+    const auto decoded =
+        convert(path, copy->temporaryPath(), Format::caf(0, 16),
+                {.progress = [&](float done) { return progress.report(partOfDecoding * static_cast<double>(done)); }});
+    if (progress.isCancelled())
+        return fileError(cancelledStatus, path);
+    if (!decoded)
+        return decoded.error();
+    return divideSamples(path, copy->temporaryPath(), options, progress, partOfDecoding);
+}
+
+Result<std::vector<Track>> divideFile(const std::string& path, const DivideOptions& options)
+{
+    if (!isSixteenBits(options.numberOfTracks) || !isSixteenBits(options.sensitivity) || !isSixteenBits(options.level))
+        return Error(paramErr, "A number of tracks, a sensitivity and a level are from 0 to 32767");
+    const auto file = openFile(path);
+    if (!file)
+        return file.error();
+    if ((*file)->lengthInFrames() == 0)
+        return std::vector<Track>();
+    Progress progress(options.progress, options.stop);
+    const bool isCompressed = (*file)->bytesPerFrame() == 0;
+    if (options.search == TrackSearch::crossings && isCompressed)
+        return divideDecoded(path, options, progress);
+    return divideSamples(path, path, options, progress, 0);
+}
+
+} // namespace
+
+Result<std::vector<Track>> divide(const std::string& path, const DivideOptions& options)
+{
+    return withinMemory(outOfMemory<std::vector<Track>>(), [&] { return divideFile(path, options); });
+}
+
+} // namespace qmx

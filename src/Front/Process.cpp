@@ -1,0 +1,249 @@
+// SPDX-License-Identifier: MIT
+#include "Front/Process.h"
+
+#include "AudioToolbox/ExtAudioFile.h"
+#include "CoreServices/Files.h"
+#include "FileRelated/ChannelLayoutTransfer.h"
+#include "Foundation/Files/FileManager.h"
+#include "Foundation/Memory.h"
+#include "Front/FrameFiles.h"
+#include "Front/Progress.h"
+#include "Front/StatusText.h"
+#include "Front/TrackTransfer.h"
+#include "Tracks/QMXTrackAndProcessingInfo.h"
+
+#include <algorithm>
+#include <utility>
+#include <vector>
+
+namespace qmx
+{
+namespace
+{
+
+/// A run over a file that is open for reading.
+struct Run {
+    const std::string& path;
+    const FrameProcessor& processor;
+    const ProcessOptions& options;
+    FrameFile source;
+    Format format; ///< of the source
+    AudioStreamBasicDescription client;
+    FrameRange range;
+    Progress progress;
+};
+
+/// An existing file whose frames are overwritten.
+class Overwritten
+{
+public:
+    Overwritten() = default;
+    ~Overwritten()
+    {
+        if (file_)
+            (void)close(); // after a failure, which counts
+    }
+    Overwritten(const Overwritten&) = delete;
+    Overwritten& operator=(const Overwritten&) = delete;
+
+    OSStatus open(const std::string& path, const AudioStreamBasicDescription& client, SInt64 firstFrame)
+    {
+        const FSRef reference{path};
+        OSStatus status = AudioFileOpen(&reference, fsRdWrPerm, 0, &file_);
+        if (status == noErr)
+            status = ExtAudioFileWrapAudioFileID(file_, true, &frames_);
+        if (status == noErr)
+            status = ExtAudioFileSetProperty(frames_, kExtAudioFileProperty_ClientDataFormat, sizeof client, &client);
+        return status == noErr ? ExtAudioFileSeek(frames_, firstFrame) : status;
+    }
+    ExtAudioFileRef frames() const { return frames_; }
+    OSStatus close()
+    {
+        const OSStatus written = frames_ ? ExtAudioFileDispose(std::exchange(frames_, nullptr)) : noErr;
+        const OSStatus closed = AudioFileClose(std::exchange(file_, nullptr));
+        return written != noErr ? written : closed;
+    }
+
+private:
+    AudioFileID file_ = nullptr;
+    ExtAudioFileRef frames_ = nullptr;
+};
+
+/// Reads up to `most` frames of those that the file still has.
+Result<UInt32> readBlock(const Run& run, std::vector<float>& block, SInt64 most)
+{
+    const std::size_t channels = run.client.mChannelsPerFrame;
+    block.resize(static_cast<std::size_t>(most) * channels);
+    auto frames = readFrames(*run.source, block.data(), static_cast<UInt32>(most));
+    if (frames && *frames == 0)
+        return fileError(eofErr, run.path);
+    if (frames)
+        block.resize(*frames * channels);
+    return frames;
+}
+
+std::optional<Error> processFrames(Run& run, ExtAudioFileRef target, const std::string& targetPath)
+{
+    constexpr SInt64 framesAtOnce = 4096;
+    std::vector<float> block;
+    const UInt32 channels = run.client.mChannelsPerFrame;
+    const auto length = static_cast<double>(run.range.end - run.range.first);
+    SInt64 left = run.range.end - run.range.first;
+    while (left > 0 && run.progress.report(1 - static_cast<double>(left) / length)) {
+        const auto frames = readBlock(run, block, std::min(left, framesAtOnce));
+        if (!frames)
+            return frames.error();
+        if (!run.processor(block, channels))
+            break;
+        AudioBufferList list;
+        list.mNumberBuffers = 1;
+        list.mBuffers[0] = {channels, static_cast<UInt32>(block.size() * sizeof(float)), block.data()};
+        if (const OSStatus status = ExtAudioFileWrite(target, *frames, &list); status != noErr)
+            return fileError(status, targetPath);
+        left -= *frames;
+    }
+    return left == 0 ? std::nullopt : std::optional(fileError(cancelledStatus, run.path));
+}
+
+/// Adds the record of what was done to those of the file that is being made.
+std::optional<Error> keepRecord(const Run& run, const OutputFile& output, FrameRange range)
+{
+    if (!run.options.record)
+        return std::nullopt;
+    const auto stored = readStored(output.temporaryPath());
+    if (!stored)
+        return stored.error();
+    const auto record = *stored ? *stored : made(QMXTrackAndProcessingInfo::init());
+    run.options.record->setProcessingStartFrame(static_cast<UInt64>(range.first));
+    run.options.record->setProcessingEndFrame(static_cast<UInt64>(range.end));
+    record->addAudioProcessingInfo(run.options.record);
+    record->setFileHasBeenProcessed(true);
+    return storeInto(output.temporaryPath(), output.path(), record);
+}
+
+std::optional<Error> objectionToRecord(const Run& run, const Format& target, const std::string& path)
+{
+    if (!run.options.record || keepsTracks(target))
+        return std::nullopt;
+    return Error(kAudioFileUnsupportedFileTypeError,
+                 path + ": Records of processing are stored in AIFF and AIFF-C files only", path);
+}
+
+std::optional<Error> objectionToChanging(const std::string& path, const Format& format)
+{
+    if (!format.isLinear())
+        return Error(kAudioFileOperationNotSupportedError,
+                     path + ": A compressed file cannot be changed itself, only processed into another", path);
+    std::unique_ptr<File> file;
+    const SystemError error = FileSystem::current().open(path, FileAccess::readWrite, file);
+    return error == 0 ? std::nullopt : std::optional(fileError(statusForSystemError(error), path));
+}
+
+/// Copies the file and changes the copy, which then takes its place.
+std::optional<Error> fillCopy(Run& run, const OutputFile& output)
+{
+    if (const SystemError error = FileManager::defaultManager().copyFileAtPath_toPath(run.path, output.temporaryPath());
+        error != 0)
+        return fileError(statusForSystemError(error), run.path);
+    Overwritten target;
+    if (const OSStatus status = target.open(output.temporaryPath(), run.client, run.range.first); status != noErr)
+        return fileError(status, run.path);
+    if (auto error = processFrames(run, target.frames(), run.path))
+        return error;
+    if (const OSStatus status = target.close(); status != noErr)
+        return fileError(status, run.path);
+    return keepRecord(run, output, run.range);
+}
+
+Result<Format> outputFormat(const Run& run)
+{
+    if (run.options.format)
+        return run.options.format->completedFrom(run.format);
+    const auto wish = Format::forPath(run.options.output);
+    const bool isOwn = !wish || wish->fileType == run.format.fileType ||
+                       (keepsTracks(*wish) && keepsTracks(run.format)); // AIFF-C in a file called .aif
+    return isOwn ? run.format : wish->completedFrom(run.format);
+}
+
+/// Makes a new file of the range.
+std::optional<Error> fillNew(Run& run, const OutputFile& output, const Format& format)
+{
+    const auto target = makeFile(output, format, run.client);
+    if (!target)
+        return target.error();
+    passLayoutOn(*run.source, **target);
+    if (auto error = processFrames(run, (*target)->extAudioFileRef(), output.path()))
+        return error;
+    if (const OSStatus status = (*target)->close(); status != noErr)
+        return fileError(status, output.path());
+    return keepRecord(run, output, {0, run.range.end - run.range.first});
+}
+
+std::optional<Error> finish(Run& run, std::optional<Error> error, OutputFile& output)
+{
+    if (error)
+        return error;
+    const auto finished = output.finish();
+    if (!finished)
+        return finished.error();
+    run.progress.finish();
+    return std::nullopt;
+}
+
+std::optional<Error> changeFile(Run& run)
+{
+    if (auto objection = objectionToChanging(run.path, run.format))
+        return objection;
+    if (auto objection = objectionToRecord(run, run.format, run.path))
+        return objection;
+    auto output = OutputFile::at(run.path, true);
+    return output ? finish(run, fillCopy(run, *output), *output) : std::optional(output.error());
+}
+
+std::optional<Error> makeOutput(Run& run)
+{
+    const auto format = outputFormat(run);
+    if (!format)
+        return ofFile(format.error(), run.options.output);
+    if (auto objection = objectionToRecord(run, *format, run.options.output))
+        return objection;
+    auto output = OutputFile::at(run.options.output, run.options.replace, run.path);
+    return output ? finish(run, fillNew(run, *output, *format), *output) : std::optional(output.error());
+}
+
+std::optional<Error> prepare(Run& run)
+{
+    run.client = floatFormat(run.source->sampleRate(), run.source->channelsPerFrame());
+    OSStatus status = run.source->setClientStreamFormat(run.client);
+    run.range.end = std::min(run.range.end, run.source->lengthInFrames());
+    if (run.range.first < 0 || run.range.first >= run.range.end)
+        return Error(paramErr, run.path + ": It has no frames in the range", run.path);
+    if (status == noErr)
+        status = run.source->seek(run.range.first);
+    return status == noErr ? std::nullopt : std::optional(fileError(status, run.path));
+}
+
+Result<void> processed(const std::string& path, const FrameRange& range, const FrameProcessor& processor,
+                       const ProcessOptions& options)
+{
+    if (!processor)
+        return Error(paramErr, path + ": There is nothing to process it with", path);
+    auto source = openFile(path);
+    if (!source)
+        return source.error();
+    Run run{path, processor, options, *source, formatOf(**source), {}, range, {options.progress, options.stop}};
+    auto error = prepare(run);
+    if (!error)
+        error = options.output.empty() ? changeFile(run) : makeOutput(run);
+    return error ? Result<void>(*std::move(error)) : Result<void>();
+}
+
+} // namespace
+
+Result<void> process(const std::string& path, const FrameRange& range, const FrameProcessor& processor,
+                     const ProcessOptions& options)
+{
+    return withinMemory(outOfMemory<void>(), [&] { return processed(path, range, processor, options); });
+}
+
+} // namespace qmx

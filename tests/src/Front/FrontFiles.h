@@ -1,0 +1,61 @@
+// SPDX-License-Identifier: MIT
+// Shared by the tests of the front's files: a disk in memory, on which nothing may be left over.
+#pragma once
+
+#include "platform/AudioToolbox/ExtAudioFileHelpers.h"
+#include "support/CapturedFailures.h"
+#include "support/MemoryDisk.h"
+
+#include <gmock/gmock.h>
+
+namespace qmx::test
+{
+
+/// Expects progress that rises from 0 to exactly 1.
+inline void expectWhole(const std::vector<float>& progress)
+{
+    ASSERT_GE(progress.size(), 2U);
+    EXPECT_EQ(progress.front(), 0.0F);
+    EXPECT_EQ(progress.back(), 1.0F);
+    EXPECT_TRUE(std::ranges::is_sorted(progress));
+}
+
+/// A disk in memory that remembers what was made on it.
+class WatchedDisk : public MemoryDisk
+{
+public:
+    SystemError open(const std::string& path, FileAccess access, std::unique_ptr<File>& file) override
+    {
+        const SystemError error = MemoryDisk::open(path, access, file);
+        if (error == 0 && access != FileAccess::read)
+            made.push_back(path);
+        return error;
+    }
+    /// Whether a file that was made under a hidden name is left.
+    bool isAnyLeft()
+    {
+        FileStatus ignored;
+        return std::ranges::any_of(made, [&](const std::string& path) {
+            return path.find("/.making-") != std::string::npos && status(path, ignored) == 0;
+        });
+    }
+    std::vector<std::string> made;
+};
+
+class FrontFiles : public testing::Test
+{
+protected:
+    /// Expects an error with this status and text, and that no hidden file is left.
+    template <class Result> void expectError(const Result& result, OSStatus status, const std::string& text)
+    {
+        ASSERT_FALSE(result) << text;
+        EXPECT_EQ(result.error().status(), status) << result.error().text();
+        EXPECT_EQ(result.error().text(), text);
+        EXPECT_FALSE(disk.isAnyLeft());
+    }
+
+    WatchedDisk disk;
+    CapturedFailures failures;
+};
+
+} // namespace qmx::test
