@@ -99,7 +99,7 @@ Result<void> converted(const std::string& input, const std::string& output, cons
         return *std::move(error);
     if (auto error = storePassed(*tracks, *file))
         return *std::move(error);
-    const Result<void> finished = file->finish();
+    Result<void> finished = file->finish();
     if (finished)
         progress.finish();
     return finished;

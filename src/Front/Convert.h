@@ -27,7 +27,8 @@ struct ConvertOptions {
 /// Writes a copy of the audio file `input` in another format, under a hidden name beside its own, which it gets when it
 /// is complete: a conversion that fails or is cancelled makes no file. What `format` leaves open stays as it is in the
 /// source, every bit of it (see Format::completedFrom); the frames are the same, or at another rate as many as last as
-/// long. Blocks; any thread but the real-time ones.
+/// long; only ADTS files, which do not say where their sound starts and ends, are longer by the coding's padding.
+/// Blocks; any thread but the real-time ones.
 ///
 /// The tracks of AIFF files go along into AIFF files, their bounds at the new rate; tracks that cannot be read are an
 /// error, before anything is made. Other errors: an existing file that may not be replaced (dupFNErr), the input itself

@@ -36,7 +36,7 @@ Result<FrameWriter> FrameWriter::create(const std::string& path, const Format& f
         auto file = makeFile(*output, *complete, client);
         if (!file)
             return file.error();
-        return FrameWriter(std::unique_ptr<State>(new State{*std::move(output), *complete, *std::move(file)}));
+        return FrameWriter(std::make_unique<State>(State{*std::move(output), *complete, *std::move(file)}));
     });
 }
 
