@@ -24,8 +24,10 @@ set(QMX_PUBLIC_SRC_HEADERS
     Formats/QMXAudioStreamBasicDescription.h
     Formats/QMXAudioValueRange.h
     Formats/QMXFileUtils.h
+    Front/Devices.h
     Front/Result.h
     Front/StatusText.h
+    Front/Tap.h
     PlayThru/AudioDevice.h
     PlayThru/AudioDeviceList.h
     PlayThru/AudioRingBuffer.h

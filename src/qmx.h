@@ -3,5 +3,7 @@
 // results as values. Every object of <QMXCoreAudio/QMXCoreAudio.h> can be reached from it.
 #pragma once
 
+#include "Front/Devices.h"
 #include "Front/Result.h"
 #include "Front/StatusText.h"
+#include "Front/Tap.h"
