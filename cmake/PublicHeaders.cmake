@@ -25,6 +25,7 @@ set(QMX_PUBLIC_SRC_HEADERS
     Formats/QMXAudioValueRange.h
     Formats/QMXFileUtils.h
     Front/Devices.h
+    Front/Meter.h
     Front/Result.h
     Front/StatusText.h
     Front/Tap.h

@@ -4,6 +4,7 @@
 #pragma once
 
 #include "Front/Devices.h"
+#include "Front/Meter.h"
 #include "Front/Result.h"
 #include "Front/StatusText.h"
 #include "Front/Tap.h"

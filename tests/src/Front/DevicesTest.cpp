@@ -50,6 +50,7 @@ TEST_F(FrontDevicesTest, AreListedByDirectionAndFoundByUID)
 TEST_F(FrontDevicesTest, AreSetPerDirection)
 {
     add("both");
+    news();
     const qmx::Device device = *qmx::device("both");
     EXPECT_TRUE(device.setSampleRate(96000));
     EXPECT_EQ(96000, device.sampleRate());
