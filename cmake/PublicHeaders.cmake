@@ -25,6 +25,9 @@ set(QMX_PUBLIC_SRC_HEADERS
     Formats/QMXAudioValueRange.h
     Formats/QMXFileUtils.h
     Front/Devices.h
+    Front/Format.h
+    Front/FrameReader.h
+    Front/FrameWriter.h
     Front/Meter.h
     Front/Result.h
     Front/StatusText.h

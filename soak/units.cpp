@@ -106,6 +106,10 @@ public:
         return disk.status(path, status);
     }
     qmx::SystemError rename(const std::string& from, const std::string& to) override { return disk.rename(from, to); }
+    qmx::SystemError renameToNew(const std::string& from, const std::string& to) override
+    {
+        return disk.renameToNew(from, to);
+    }
     qmx::SystemError remove(const std::string& path) override { return disk.remove(path); }
     qmx::SystemError attribute(const std::string& path, const std::string& name,
                                std::vector<std::uint8_t>& value) override
@@ -120,6 +124,14 @@ public:
     qmx::SystemError copyAttributes(const std::string& from, const std::string& to) override
     {
         return disk.copyAttributes(from, to);
+    }
+    qmx::SystemError copyPermissions(const std::string& from, const std::string& to) override
+    {
+        return disk.copyPermissions(from, to);
+    }
+    qmx::SystemError resolve(const std::string& path, std::string& resolved) override
+    {
+        return disk.resolve(path, resolved);
     }
 
 private:

@@ -4,6 +4,9 @@
 #pragma once
 
 #include "Front/Devices.h"
+#include "Front/Format.h"
+#include "Front/FrameReader.h"
+#include "Front/FrameWriter.h"
 #include "Front/Meter.h"
 #include "Front/Result.h"
 #include "Front/StatusText.h"

@@ -122,9 +122,7 @@ SystemError copyFile(const std::string& source, const std::string& destination)
 
 SystemError renameFile(const std::string& source, const std::string& destination)
 {
-    FileStatus status;
-    const bool exists = FileSystem::current().status(destination, status) == 0;
-    return exists ? EEXIST : FileSystem::current().rename(source, destination);
+    return FileSystem::current().renameToNew(source, destination);
 }
 
 // Moves or copies the fork of `source` with its file. A fork at the destination, which has no file, is removed.
@@ -176,6 +174,29 @@ SystemError moveWithFork(const std::string& source, const std::string& destinati
     return error;
 }
 
+SystemError synchronize(const std::string& path)
+{
+    std::unique_ptr<File> file;
+    const SystemError error = FileSystem::current().open(path, FileAccess::readWrite, file);
+    return error == 0 ? file->synchronize() : error;
+}
+
+SystemError replaceWithFork(const std::string& source, const std::string& destination)
+{
+    FileSystem& fileSystem = FileSystem::current();
+    bool hasFork = false;
+    SystemError error = findFork(source, hasFork);
+    if (error == 0)
+        error = synchronize(source);
+    if (error == 0)
+        error = fileSystem.copyPermissions(destination, source);
+    if (error == 0 || error == ENOENT) // nothing to replace
+        error = fileSystem.rename(source, destination);
+    if (error != 0)
+        return error;
+    return hasFork ? fileSystem.rename(forkPath(source), forkPath(destination)) : removeFork(destination);
+}
+
 // Whether the operation counts as done: it succeeded, or the handler goes on all the same.
 bool finish(SystemError error, const std::string& path, FileManagerHandler* handler)
 {
@@ -222,6 +243,12 @@ bool FileManager::copyPath_toPath_handler(const std::string& source, const std::
     if (handler)
         handler->fileManager_willProcessPath(source);
     return finish(withinMemory(ENOMEM, [&] { return copyWithFork(source, destination); }), source, handler);
+}
+
+SystemError FileManager::renamePath_toPath_replaces(const std::string& source, const std::string& destination,
+                                                    bool replaces)
+{
+    return withinMemory(ENOMEM, [&] { return (replaces ? replaceWithFork : moveWithFork)(source, destination); });
 }
 
 bool FileManager::removeFileAtPath_handler(const std::string& path, FileManagerHandler* handler)

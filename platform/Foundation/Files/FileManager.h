@@ -40,6 +40,11 @@ public:
     /// The copy is on the disk when this returns true. False as for a move.
     [[nodiscard]] bool copyPath_toPath_handler(const std::string& source, const std::string& destination,
                                                FileManagerHandler* handler);
+    /// Gives a complete file its name, with its fork, on the same file system. EEXIST if anything has that name, and
+    /// the file then keeps its own. With `replaces`, a file of that name goes, at once, and leaves its permissions to
+    /// the new one, which is on the disk before.
+    [[nodiscard]] SystemError renamePath_toPath_replaces(const std::string& source, const std::string& destination,
+                                                         bool replaces);
     /// Removes a file with its fork.
     [[nodiscard]] bool removeFileAtPath_handler(const std::string& path, FileManagerHandler* handler);
 

@@ -12,6 +12,7 @@
 #include <atomic>
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <map>
 #include <mutex>
@@ -217,6 +218,18 @@ public:
         return resultOf(std::rename(from.c_str(), to.c_str()));
     }
 
+    SystemError renameToNew(const std::string& from, const std::string& to) override
+    {
+        if (::renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0)
+            return 0;
+        if (errno != EINVAL && errno != ENOSYS)
+            return lastError();
+        // the file system has no such operation
+        struct stat ignored {
+        };
+        return ::lstat(to.c_str(), &ignored) == 0 ? EEXIST : rename(from, to);
+    }
+
     SystemError remove(const std::string& path) override { return resultOf(::unlink(path.c_str())); }
 
     SystemError attribute(const std::string& path, const std::string& name, std::vector<std::uint8_t>& value) override
@@ -250,6 +263,28 @@ public:
         if (error == 0 || isNotKept(error))
             error = resultOf(::utimensat(AT_FDCWD, to.c_str(), times, 0));
         return isNotKept(error) ? 0 : error;
+    }
+
+    SystemError copyPermissions(const std::string& from, const std::string& to) override
+    {
+        struct stat status {
+        };
+        if (::stat(from.c_str(), &status) != 0)
+            return lastError();
+        // only the system's administrator may give a file away, and others only to groups of their own
+        if (::chown(to.c_str(), status.st_uid, status.st_gid) != 0)
+            (void)resultOf(::chown(to.c_str(), static_cast<uid_t>(-1), status.st_gid));
+        const SystemError error = resultOf(::chmod(to.c_str(), status.st_mode & 0777));
+        return isNotKept(error) ? 0 : error;
+    }
+
+    SystemError resolve(const std::string& path, std::string& resolved) override
+    {
+        const std::unique_ptr<char, void (*)(void*)> real(::realpath(path.c_str(), nullptr), &std::free);
+        if (!real)
+            return lastError();
+        resolved = real.get();
+        return 0;
     }
 
 private:

@@ -97,6 +97,9 @@ public:
     [[nodiscard]] virtual SystemError open(const std::string& path, FileAccess access, std::unique_ptr<File>& file) = 0;
     [[nodiscard]] virtual SystemError status(const std::string& path, FileStatus& status) = 0;
     [[nodiscard]] virtual SystemError rename(const std::string& from, const std::string& to) = 0;
+    /// The same, but EEXIST if anything has the name `to`. Looking and renaming are one step where the
+    /// file system can.
+    [[nodiscard]] virtual SystemError renameToNew(const std::string& from, const std::string& to) = 0;
     [[nodiscard]] virtual SystemError remove(const std::string& path) = 0;
     /// Extended attributes; ENODATA if there is none of that name, ENOTSUP if the file system keeps none.
     [[nodiscard]] virtual SystemError attribute(const std::string& path, const std::string& name,
@@ -106,6 +109,10 @@ public:
     /// Copies the mode, the times and the user's extended attributes of `from` to `to`, as far as its file system keeps
     /// them.
     [[nodiscard]] virtual SystemError copyAttributes(const std::string& from, const std::string& to) = 0;
+    /// Gives `to` the mode of `from` and, as far as this process may, its owner and group.
+    [[nodiscard]] virtual SystemError copyPermissions(const std::string& from, const std::string& to) = 0;
+    /// The absolute path to which the symbolic links in `path` lead.
+    [[nodiscard]] virtual SystemError resolve(const std::string& path, std::string& resolved) = 0;
 
     /// The file system in use; posix() unless another one was set.
     static FileSystem& current();

@@ -182,6 +182,12 @@ SystemError MemoryFileSystem::rename(const std::string& from, const std::string&
     return verdict.error;
 }
 
+SystemError MemoryFileSystem::renameToNew(const std::string& from, const std::string& to)
+{
+    FileStatus ignored;
+    return status(to, ignored) == 0 ? EEXIST : rename(from, to);
+}
+
 SystemError MemoryFileSystem::remove(const std::string& path)
 {
     const std::scoped_lock lock(mutex_);
@@ -230,6 +236,23 @@ SystemError MemoryFileSystem::copyAttributes(const std::string& from, const std:
     if (verdict.stores > 0)
         target->second->attributes = source->second->attributes;
     return verdict.error;
+}
+
+// It keeps no modes and no owners, and it has no links.
+SystemError MemoryFileSystem::copyPermissions(const std::string& from, const std::string& to)
+{
+    FileStatus ignored;
+    const SystemError error = status(from, ignored);
+    return error == 0 ? status(to, ignored) : error;
+}
+
+SystemError MemoryFileSystem::resolve(const std::string& path, std::string& resolved)
+{
+    FileStatus ignored;
+    const SystemError error = status(path, ignored);
+    if (error == 0)
+        resolved = path;
+    return error;
 }
 
 MemoryFileSystem::Bytes MemoryFileSystem::contents(const std::string& path) const

@@ -21,11 +21,14 @@ public:
     SystemError open(const std::string& path, FileAccess access, std::unique_ptr<File>& file) override;
     SystemError status(const std::string& path, FileStatus& status) override;
     SystemError rename(const std::string& from, const std::string& to) override;
+    SystemError renameToNew(const std::string& from, const std::string& to) override;
     SystemError remove(const std::string& path) override;
     SystemError attribute(const std::string& path, const std::string& name, std::vector<std::uint8_t>& value) override;
     SystemError setAttribute(const std::string& path, const std::string& name,
                              std::span<const std::uint8_t> value) override;
     SystemError copyAttributes(const std::string& from, const std::string& to) override;
+    SystemError copyPermissions(const std::string& from, const std::string& to) override;
+    SystemError resolve(const std::string& path, std::string& resolved) override;
 
     /// The file's contents; empty if there is no file.
     Bytes contents(const std::string& path) const;
