@@ -29,6 +29,9 @@ set(QMX_PUBLIC_SRC_HEADERS
     Front/FrameReader.h
     Front/FrameWriter.h
     Front/Meter.h
+    Front/PlayThru.h
+    Front/Player.h
+    Front/Recorder.h
     Front/Result.h
     Front/StatusText.h
     Front/Tap.h
