@@ -34,24 +34,21 @@ protected:
         posted();
         return id;
     }
-    qmx::Result<Recorder> start(const std::string& path, const qmx::RecorderOptions& options = {})
+    qmx::Result<Recorder> start(const std::string& file, const qmx::RecorderOptions& options = {})
     {
-        return Recorder::start(*qmx::device("mic"), path, options);
+        return Recorder::start(*qmx::device("mic"), file, options);
     }
     void run(UInt32 cycles) { EXPECT_TRUE(hardware.advanceCycles(id, cycles)); }
     /// Notes the end.
     void listen(Recorder& recorder)
     {
-        recorder.onEnd([this](const qmx::Error& why) {
-            ends.push_back(why.isCancelled() ? "stopped" : why.text());
-            qmx::RunLoop::main().stop();
-        });
+        recorder.onEnd([this](const qmx::Error& why) { ends.push_back(why.isCancelled() ? "stopped" : why.text()); });
     }
     /// Expects the pattern of these channels, without a gap, in `frames` frames from frame `at` of the file on.
-    static void expectPattern(const std::string& path, std::size_t at, std::size_t frames,
+    static void expectPattern(const std::string& file, std::size_t at, std::size_t frames,
                               const std::vector<UInt32>& channels = {0, 1})
     {
-        const auto samples = qmx::test::recordedSamples(path);
+        const auto samples = qmx::test::recordedSamples(file);
         ASSERT_LE((at + frames) * channels.size(), samples.size());
         const SInt64 first =
             std::lround(std::abs(samples[at * channels.size()]) * 32768 * (channels[0] < 2 ? 1 : 2)) - 1;
@@ -70,9 +67,9 @@ protected:
 TEST_F(FrontRecorderTest, RecordsEveryFrameIntoTheTypeOfTheExtension)
 {
     plugIn();
-    for (const std::string path : {"/d/a.aif", "/d/a.wav", "/d/a.caf", "/d/a.flac"}) {
-        SCOPED_TRACE(path);
-        auto recorder = start(path, {.meters = true});
+    for (const std::string file : {"/d/a.aif", "/d/a.wav", "/d/a.caf", "/d/a.flac"}) {
+        SCOPED_TRACE(file);
+        auto recorder = start(file, {.meters = true});
         ASSERT_TRUE(recorder) << recorder.error().text();
         listen(*recorder);
         run(7);
@@ -87,43 +84,45 @@ TEST_F(FrontRecorderTest, RecordsEveryFrameIntoTheTypeOfTheExtension)
         ASSERT_TRUE(summary) << summary.error().text();
         EXPECT_EQ(5120, summary->frames);
         EXPECT_EQ(0U, summary->lost);
-        EXPECT_EQ(path.ends_with("flac"), recorder->object() == nullptr);
-        expectPattern(path, 0, 7 * 512);
-        expectPattern(path, 7 * 512, 3 * 512);
+        EXPECT_EQ(file.ends_with("flac"), recorder->object() == nullptr);
+        expectPattern(file, 0, 7 * 512);
+        expectPattern(file, 7 * 512, 3 * 512);
         EXPECT_FALSE(hardware.advanceCycles(id)) << "its device still runs";
+        posted();
+        EXPECT_THAT(std::exchange(ends, {}), ElementsAre("stopped"));
     }
-    posted();
-    EXPECT_THAT(ends, ElementsAre("stopped", "stopped", "stopped", "stopped"));
 }
 
 TEST_F(FrontRecorderTest, RefusesAnExistingFileUnlessItMayReplaceIt)
 {
     plugIn();
-    for (const std::string path : {"/d/a.aif", "/d/a.flac"}) {
-        SCOPED_TRACE(path);
-        disk.setContents(path, qmx::MemoryFileSystem::Bytes(100'000, 7));
-        const auto refused = start(path);
+    for (const std::string file : {"/d/a.aif", "/d/a.flac"}) {
+        SCOPED_TRACE(file);
+        disk.setContents(file, qmx::MemoryFileSystem::Bytes(100'000, 7));
+        const auto refused = start(file);
         ASSERT_FALSE(refused);
         EXPECT_EQ(dupFNErr, refused.error().status());
-        EXPECT_EQ(path + ": File exists", refused.error().text());
+        EXPECT_EQ(file + ": File exists", refused.error().text());
 
         // what does not start leaves it, too
-        hardware.addFault({.status = kAudioHardwareUnspecifiedError, .operation = qmx::HardwareOperation::start});
+        qmx::VirtualFault fault;
+        fault.operation = qmx::HardwareOperation::start;
+        hardware.addFault(fault);
         const auto changes = disk.changesMade();
-        if (path.ends_with("flac")) {
-            EXPECT_FALSE(start(path, {.replace = true}));
-            EXPECT_EQ(qmx::MemoryFileSystem::Bytes(100'000, 7), disk.contents(path));
+        if (file.ends_with("flac")) {
+            EXPECT_FALSE(start(file, {.replace = true}));
+            EXPECT_EQ(qmx::MemoryFileSystem::Bytes(100'000, 7), disk.contents(file));
         }
-        EXPECT_FALSE(start("/d/new" + path.substr(4)));
-        EXPECT_TRUE(disk.contents("/d/new" + path.substr(4)).empty());
+        EXPECT_FALSE(start("/d/new" + file.substr(4)));
+        EXPECT_TRUE(disk.contents("/d/new" + file.substr(4)).empty());
         EXPECT_LT(changes, disk.changesMade());
         hardware.removeFaults();
 
-        auto replacing = start(path, {.replace = true});
+        auto replacing = start(file, {.replace = true});
         ASSERT_TRUE(replacing) << replacing.error().text();
         run(3);
         EXPECT_EQ(3 * 512, replacing->stop()->frames);
-        expectPattern(path, 0, 3 * 512);
+        expectPattern(file, 0, 3 * 512);
     }
     EXPECT_EQ("/d/a.txt: Its extension names no type of audio file", start("/d/a.txt").error().text());
     EXPECT_EQ("Microphone has no input channel 3", start("/d/b.wav", {.channels = {1, 3}}).error().text());
@@ -133,10 +132,10 @@ TEST_F(FrontRecorderTest, RefusesAnExistingFileUnlessItMayReplaceIt)
 
 TEST_F(FrontRecorderTest, EndsWithTheReasonWhenItCannotGoOn)
 {
-    for (const std::string path : {"/d/a.aif", "/d/a.flac"}) {
-        SCOPED_TRACE(path);
+    for (const std::string file : {"/d/a.aif", "/d/a.flac"}) {
+        SCOPED_TRACE(file);
         plugIn();
-        auto recorder = start(path);
+        auto recorder = start(file);
         ASSERT_TRUE(recorder);
         listen(*recorder);
         run(20);
@@ -146,8 +145,8 @@ TEST_F(FrontRecorderTest, EndsWithTheReasonWhenItCannotGoOn)
         EXPECT_TRUE(recorder->hasEnded());
         EXPECT_EQ(20 * 512, recorder->summary().frames);
         EXPECT_EQ(kAudioHardwareBadDeviceError, recorder->stop().error().status());
-        expectPattern(path, 0, 20 * 512);
-        EXPECT_EQ(noErr, disk.remove(path));
+        expectPattern(file, 0, 20 * 512);
+        EXPECT_EQ(noErr, disk.remove(file));
     }
 
     plugIn();
@@ -160,7 +159,7 @@ TEST_F(FrontRecorderTest, EndsWithTheReasonWhenItCannotGoOn)
         run(10);
         posted();
     }
-    EXPECT_THAT(ends, ElementsAre(HasSubstr("No space left on device")));
+    EXPECT_THAT(ends, ElementsAre(HasSubstr("/d/full.wav could not be written: the disk is full")));
     const auto summary = recorder->summary();
     EXPECT_GT(summary.frames * 4, SInt64{room} - 4096) << "what fitted";
     EXPECT_GT(summary.lost, 0U);
@@ -172,9 +171,13 @@ TEST_F(FrontRecorderTest, EndsAfterItsTimeAndWithoutASound)
     plugIn();
     auto silent = start("/d/silent.wav", {.startTimeout = 0.001});
     ASSERT_TRUE(silent);
-    listen(*silent);
+    std::string reason;
+    silent->onEnd([&](const qmx::Error& why) {
+        reason = why.text();
+        qmx::RunLoop::main().stop();
+    });
     EXPECT_FALSE(qmx::RunLoop::main().runFor(60));
-    EXPECT_THAT(std::exchange(ends, {}), ElementsAre("Microphone delivers no sound"));
+    EXPECT_EQ("Microphone delivers no sound", reason);
     qmx::FileStatus status;
     EXPECT_EQ(ENOENT, disk.status("/d/silent.wav", status));
 
