@@ -125,6 +125,9 @@ set(QMX_PUBLIC_PLATFORM_HEADERS
     vecLib/ChannelPeaks.h
     vecLib/vecLib.h)
 
+# These need other libraries, which a program that includes them has.
+set(QMX_LOOP_HEADERS ${PROJECT_SOURCE_DIR}/src/Front/MainLoopGLib.h ${PROJECT_SOURCE_DIR}/src/Front/MainLoopQt.h)
+
 set(QMX_PUBLIC_HEADER_NAMES ${QMX_PUBLIC_SRC_HEADERS} ${QMX_PUBLIC_PLATFORM_HEADERS})
 list(TRANSFORM QMX_PUBLIC_SRC_HEADERS PREPEND ${PROJECT_SOURCE_DIR}/src/)
 

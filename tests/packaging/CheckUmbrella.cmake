@@ -1,11 +1,12 @@
 # SPDX-License-Identifier: MIT
-# A header of src/ that exports something but is not in the umbrella header would not be installed.
+# A header of src/ that exports something but is in neither umbrella header would not be found.
 file(GLOB_RECURSE headers RELATIVE ${root}/src ${root}/src/*.h)
-file(READ ${root}/src/QMXCoreAudio.h umbrella)
+file(READ ${root}/src/QMXCoreAudio.h objects)
+file(READ ${root}/src/qmx.h front)
 foreach(header ${headers})
     file(STRINGS ${root}/src/${header} exports REGEX "QMX_EXPORT")
-    string(FIND "${umbrella}" "#include \"${header}\"" found)
+    string(FIND "${objects}${front}" "#include \"${header}\"" found)
     if(exports AND found EQUAL -1)
-        message(SEND_ERROR "src/QMXCoreAudio.h does not include ${header}, which exports symbols")
+        message(SEND_ERROR "Neither src/QMXCoreAudio.h nor src/qmx.h includes ${header}, which exports symbols")
     endif()
 endforeach()
