@@ -219,14 +219,17 @@ Result<void> backendStatus()
 
 Subscription onDevicesChanged(std::function<void(DeviceChange)> callback)
 {
-    std::vector<std::shared_ptr<Object>> observers;
-    for (const auto& [name, change] :
-         {std::pair(QMXAudioHardwareDevicesDidChangeNotification, DeviceChange::devices),
-          std::pair(QMXAudioHardwareDefaultInputDeviceDidChangeNotification, DeviceChange::defaultInput),
-          std::pair(QMXAudioHardwareDefaultOutputDeviceDidChangeNotification, DeviceChange::defaultOutput)})
-        observers.push_back(NotificationCenter::defaultCenter().observe(
-            name, QMXAudioDevice::classObject(), [callback, change](const Notification&) { callback(change); }));
-    return Subscription(std::move(observers));
+    return withinMemory(Subscription(), [&] {
+        std::vector<std::shared_ptr<Object>> observers;
+        for (const auto& [name, change] :
+             {std::pair(QMXAudioHardwareDevicesDidChangeNotification, DeviceChange::devices),
+              std::pair(QMXAudioHardwareDefaultInputDeviceDidChangeNotification, DeviceChange::defaultInput),
+              std::pair(QMXAudioHardwareDefaultOutputDeviceDidChangeNotification, DeviceChange::defaultOutput)})
+            observers.push_back(NotificationCenter::defaultCenter().observe(
+                name, QMXAudioDevice::classObject(),
+                [callback, kind = change](const Notification&) { callback(kind); }));
+        return Subscription(std::move(observers));
+    });
 }
 
 } // namespace qmx

@@ -128,6 +128,7 @@ enum class DeviceChange {
 };
 
 /// Calls `callback` on the main thread's run loop (RunLoop::main()) for each change, until the handle is released.
+/// Never without memory.
 QMX_EXPORT Subscription onDevicesChanged(std::function<void(DeviceChange)> callback);
 
 } // namespace qmx

@@ -33,7 +33,7 @@ public:
 
     /// Whether the output runs.
     bool isRunning() const;
-    /// Seconds from capture to playback, without what the devices themselves need.
+    /// Seconds from capture to playback, without what the devices themselves need; 0 while the input is away.
     double latency() const;
     /// How often the output found nothing to play.
     unsigned long refusedFetches() const;

@@ -54,6 +54,8 @@ Result<std::vector<SInt32>> channelsOf(const Device& device, const RecorderOptio
 
 Result<RecordingPlan> planOf(const Device& device, const std::string& path, const RecorderOptions& options)
 {
+    if (options.seconds && !(*options.seconds > 0 && std::isfinite(*options.seconds)))
+        return Error(paramErr, path + ": A recording cannot take that time", path);
     const auto wish = options.format ? Result<Format>(*options.format) : Format::forPath(path);
     if (!wish)
         return wish.error();

@@ -126,6 +126,7 @@ TEST_F(FrontRecorderTest, RefusesAnExistingFileUnlessItMayReplaceIt)
     }
     EXPECT_EQ("/d/a.txt: Its extension names no type of audio file", start("/d/a.txt").error().text());
     EXPECT_EQ("Microphone has no input channel 3", start("/d/b.wav", {.channels = {1, 3}}).error().text());
+    EXPECT_EQ(paramErr, start("/d/b.wav", {.seconds = NAN}).error().status());
     qmx::FileStatus status;
     EXPECT_EQ(ENOENT, disk.status("/d/b.wav", status));
 }
