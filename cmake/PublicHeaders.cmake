@@ -25,15 +25,21 @@ set(QMX_PUBLIC_SRC_HEADERS
     Formats/QMXAudioValueRange.h
     Formats/QMXFileUtils.h
     Front/Convert.h
+    Front/Devices.h
     Front/Divide.h
     Front/Format.h
     Front/FrameRange.h
     Front/FrameReader.h
     Front/FrameWriter.h
+    Front/Meter.h
+    Front/PlayThru.h
+    Front/Player.h
     Front/Process.h
+    Front/Recorder.h
     Front/Result.h
     Front/StatusText.h
     Front/StoredTracks.h
+    Front/Tap.h
     PlayThru/AudioDevice.h
     PlayThru/AudioDeviceList.h
     PlayThru/AudioRingBuffer.h
@@ -125,6 +131,8 @@ set(QMX_PUBLIC_PLATFORM_HEADERS
     vecLib/Interleaving.h
     vecLib/vecLib.h)
 
+# These need other libraries, which a program that includes them has.
+set(QMX_LOOP_HEADERS Front/MainLoopGLib.h Front/MainLoopQt.h)
 set(QMX_PUBLIC_HEADERS ${QMX_PUBLIC_SRC_HEADERS} ${QMX_PUBLIC_PLATFORM_HEADERS})
 
 # Public headers include each other as applications include them, <QMXCoreAudio/...>, so that one text serves the build,
@@ -141,6 +149,6 @@ endfunction()
 set(QMX_PUBLIC ${PROJECT_BINARY_DIR}/include)
 set(QMX_SEAM ${PROJECT_BINARY_DIR}/seam)
 file(REMOVE_RECURSE ${QMX_PUBLIC} ${QMX_SEAM})
-link_headers(${QMX_PUBLIC} src ${QMX_PUBLIC_SRC_HEADERS})
+link_headers(${QMX_PUBLIC} src ${QMX_PUBLIC_SRC_HEADERS} ${QMX_LOOP_HEADERS})
 link_headers(${QMX_PUBLIC} platform ${QMX_PUBLIC_PLATFORM_HEADERS})
 link_headers(${QMX_SEAM} platform ${QMX_PUBLIC_PLATFORM_HEADERS})

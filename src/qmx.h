@@ -8,14 +8,20 @@
 #else
 
 #include <QMXCoreAudio/Front/Convert.h>
+#include <QMXCoreAudio/Front/Devices.h>
 #include <QMXCoreAudio/Front/Divide.h>
 #include <QMXCoreAudio/Front/Format.h>
 #include <QMXCoreAudio/Front/FrameRange.h>
 #include <QMXCoreAudio/Front/FrameReader.h>
 #include <QMXCoreAudio/Front/FrameWriter.h>
+#include <QMXCoreAudio/Front/Meter.h>
+#include <QMXCoreAudio/Front/PlayThru.h>
+#include <QMXCoreAudio/Front/Player.h>
 #include <QMXCoreAudio/Front/Process.h>
+#include <QMXCoreAudio/Front/Recorder.h>
 #include <QMXCoreAudio/Front/Result.h>
 #include <QMXCoreAudio/Front/StatusText.h>
 #include <QMXCoreAudio/Front/StoredTracks.h>
+#include <QMXCoreAudio/Front/Tap.h>
 
 #endif

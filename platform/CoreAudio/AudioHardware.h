@@ -351,8 +351,9 @@ enum class AudioBackend {
 /// kAudioHardwareIllegalOperationError, unless it is the current backend.
 [[nodiscard]] QMX_EXPORT OSStatus setAudioBackend(AudioBackend backend);
 
-/// Why the current backend has no devices to offer, or why setAudioBackend() refused it: its module is missing. Empty
-/// if it is there, and before the first use of a device. Any thread but the real-time ones.
+/// Why the devices are not those that were asked for: the environment names a backend that does not exist, the
+/// backend's module is missing (also why setAudioBackend() refused it), or there is no sound server at present. Empty if
+/// nothing is wrong, and before the first use of a device. Any thread but the real-time ones.
 QMX_EXPORT std::string audioBackendFailure();
 
 } // namespace qmx

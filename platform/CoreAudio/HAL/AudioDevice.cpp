@@ -9,10 +9,10 @@
 namespace
 {
 
-using qmx::Device;
 using qmx::DeviceIO;
 using qmx::DeviceView;
 using qmx::Hardware;
+using qmx::HardwareDevice;
 using qmx::HardwareOperation;
 using qmx::Listener;
 using qmx::PropertyAddress;
@@ -27,7 +27,7 @@ OSStatus findView(HardwareOperation operation, AudioDeviceID id, const PropertyA
     return view ? noErr : kAudioHardwareBadDeviceError;
 }
 
-OSStatus findDevice(HardwareOperation operation, AudioDeviceID id, std::shared_ptr<Device>& device)
+OSStatus findDevice(HardwareOperation operation, AudioDeviceID id, std::shared_ptr<HardwareDevice>& device)
 {
     if (const OSStatus status = Hardware::shared().admit(operation, id))
         return status;
@@ -36,7 +36,7 @@ OSStatus findDevice(HardwareOperation operation, AudioDeviceID id, std::shared_p
 }
 
 // Inside a callback another thread does it, because the backend may wait.
-void stopIfIdle(const std::shared_ptr<Device>& device)
+void stopIfIdle(const std::shared_ptr<HardwareDevice>& device)
 {
     if (!qmx::isInsideCallback())
         Hardware::shared().stopDeviceIfIdle(device);
@@ -123,7 +123,7 @@ OSStatus AudioDeviceAddIOProc(AudioDeviceID inDevice, AudioDeviceIOProc inProc, 
 {
     if (!inProc)
         return kAudio_ParamError;
-    std::shared_ptr<Device> device;
+    std::shared_ptr<HardwareDevice> device;
     if (const OSStatus status = findDevice(HardwareOperation::addIOProc, inDevice, device))
         return status;
     if (!isAlive(inDevice))
@@ -136,7 +136,7 @@ OSStatus AudioDeviceRemoveIOProc(AudioDeviceID inDevice, AudioDeviceIOProc inPro
     if (DeviceIO* const own = DeviceIO::ofCallingThread(); own && own->device() == inDevice)
         return own->removeInCycle(inProc, inClientData);
     return Hardware::shared().removeAnyway(HardwareOperation::removeIOProc, inDevice, {}, [&]() -> OSStatus {
-        const std::shared_ptr<Device> device = Hardware::shared().deviceOrRemains(inDevice);
+        const std::shared_ptr<HardwareDevice> device = Hardware::shared().deviceOrRemains(inDevice);
         if (!device)
             return kAudioHardwareBadDeviceError;
         if (const OSStatus status = device->io->remove(inProc, inClientData))
@@ -151,7 +151,7 @@ OSStatus AudioDeviceRemoveIOProc(AudioDeviceID inDevice, AudioDeviceIOProc inPro
 
 OSStatus AudioDeviceStart(AudioDeviceID inDevice, AudioDeviceIOProc inProc, void* inClientData)
 {
-    std::shared_ptr<Device> device;
+    std::shared_ptr<HardwareDevice> device;
     if (const OSStatus status = findDevice(HardwareOperation::start, inDevice, device))
         return status;
     if (!isAlive(inDevice))
@@ -169,7 +169,7 @@ OSStatus AudioDeviceStop(AudioDeviceID inDevice, AudioDeviceIOProc inProc, void*
 {
     if (DeviceIO* const own = DeviceIO::ofCallingThread(); own && own->device() == inDevice)
         return own->markStoppedInCycle(inProc, inClientData);
-    std::shared_ptr<Device> device;
+    std::shared_ptr<HardwareDevice> device;
     if (const OSStatus status = findDevice(HardwareOperation::stop, inDevice, device))
         return status;
     if (const OSStatus status = device->io->markStopped(inProc, inClientData))

@@ -121,6 +121,8 @@ public:
     /// 0 if a call may go on, otherwise the status that it returns. Asked first in each call; `object` is 0 for the
     /// system.
     virtual OSStatus admit(HardwareOperation operation, UInt32 object, const PropertyAddress& address) = 0;
+    /// Why it has no devices at present, as a sentence for people; empty if nothing is wrong.
+    virtual std::string failure() { return {}; }
 };
 
 } // namespace qmx

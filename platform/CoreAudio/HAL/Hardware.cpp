@@ -5,6 +5,7 @@
 #include "CoreAudio/HAL/DescriptionChanges.h"
 #include "CoreAudio/HAL/PipeWireModule.h"
 #include "CoreAudio/HAL/Virtual/VirtualBackend.h"
+#include "Foundation/Text/Format.h"
 #include "Foundation/Text/Log.h"
 
 #include <algorithm>
@@ -19,6 +20,7 @@ namespace
 std::mutex choiceMutex;
 std::optional<AudioBackend> chosenBackend; // guarded by choiceMutex
 bool backendIsFixed = false;               // guarded by choiceMutex
+std::string unknownBackend;                // the name in the environment, if it is none; guarded by choiceMutex
 
 #ifdef QMX_WITH_PIPEWIRE
 constexpr bool hasPipeWire = true;
@@ -35,6 +37,7 @@ AudioBackend backendFromEnvironment()
         return AudioBackend::virtualHardware;
     if (wanted == "pipewire" && hasPipeWire)
         return AudioBackend::pipeWire;
+    unknownBackend = wanted;
     if (!wanted.empty())
         Log("QMX_AUDIO_BACKEND: \"%@\" is not built in; the usual one is used", wanted);
     return usual;
@@ -85,8 +88,16 @@ OSStatus Hardware::choose(AudioBackend backend)
 
 std::string Hardware::failure()
 {
-    const std::scoped_lock lock(choiceMutex);
-    return chosenBackend == AudioBackend::virtualHardware ? std::string() : PipeWireModule::failure();
+    {
+        const std::scoped_lock lock(choiceMutex);
+        if (!unknownBackend.empty())
+            return format("QMX_AUDIO_BACKEND is \"%@\", which names no backend of this library", unknownBackend);
+        std::string missing =
+            chosenBackend == AudioBackend::virtualHardware ? std::string() : PipeWireModule::failure();
+        if (!missing.empty() || !backendIsFixed)
+            return missing;
+    }
+    return shared().backend().failure();
 }
 
 OSStatus Hardware::admit(HardwareOperation operation, UInt32 object, const PropertyAddress& address)
@@ -94,14 +105,14 @@ OSStatus Hardware::admit(HardwareOperation operation, UInt32 object, const Prope
     return backend_.admit(operation, object, address);
 }
 
-std::shared_ptr<Device> Hardware::device(AudioDeviceID id)
+std::shared_ptr<HardwareDevice> Hardware::device(AudioDeviceID id)
 {
     const std::scoped_lock lock(mutex_);
-    const auto found = std::ranges::find(devices_, id, &Device::id);
+    const auto found = std::ranges::find(devices_, id, &HardwareDevice::id);
     return found == devices_.end() ? nullptr : *found;
 }
 
-std::shared_ptr<Device> Hardware::deviceOrRemains(AudioDeviceID id)
+std::shared_ptr<HardwareDevice> Hardware::deviceOrRemains(AudioDeviceID id)
 {
     if (auto found = device(id))
         return found;
@@ -113,7 +124,7 @@ std::shared_ptr<Device> Hardware::deviceOrRemains(AudioDeviceID id)
 std::optional<DeviceView> Hardware::view(AudioDeviceID id)
 {
     const std::scoped_lock lock(mutex_);
-    const auto found = std::ranges::find(devices_, id, &Device::id);
+    const auto found = std::ranges::find(devices_, id, &HardwareDevice::id);
     if (found == devices_.end())
         return {};
     DeviceView view = (*found)->view;
@@ -134,9 +145,9 @@ std::optional<FoundStream> Hardware::stream(AudioStreamID id)
     return {};
 }
 
-void Hardware::forgetRemains(Device& device)
+void Hardware::forgetRemains(HardwareDevice& device)
 {
-    std::shared_ptr<Device> forgotten;
+    std::shared_ptr<HardwareDevice> forgotten;
     const std::scoped_lock lock(mutex_);
     if (const auto found = remains_.find(device.id); found != remains_.end() && !device.io->hasProcedures()) {
         forgotten = std::move(found->second);
@@ -186,7 +197,7 @@ std::optional<VolumeControl> Hardware::bootChime()
     return bootChime_;
 }
 
-OSStatus Hardware::startDevice(const std::shared_ptr<Device>& device)
+OSStatus Hardware::startDevice(const std::shared_ptr<HardwareDevice>& device)
 {
     const std::scoped_lock starting(device->startMutex);
     if (device->ioRuns)
@@ -205,7 +216,7 @@ OSStatus Hardware::startDevice(const std::shared_ptr<Device>& device)
     return noErr;
 }
 
-void Hardware::stopDeviceIfIdle(const std::shared_ptr<Device>& device)
+void Hardware::stopDeviceIfIdle(const std::shared_ptr<HardwareDevice>& device)
 {
     const std::scoped_lock starting(device->startMutex);
     if (!device->ioRuns || device->io->hasRunningProcedures())
@@ -214,7 +225,7 @@ void Hardware::stopDeviceIfIdle(const std::shared_ptr<Device>& device)
     setRunning(*device, false);
 }
 
-void Hardware::setRunning(Device& device, bool runs)
+void Hardware::setRunning(HardwareDevice& device, bool runs)
 {
     device.ioRuns = runs;
     const std::scoped_lock lock(mutex_);
@@ -247,21 +258,21 @@ void Hardware::devicesChanged(std::span<const AudioDeviceID> removed,
                               std::span<const std::pair<AudioDeviceID, NewDevice>> added,
                               const DefaultDevices& defaults)
 {
-    std::vector<std::shared_ptr<Device>> gone;
+    std::vector<std::shared_ptr<HardwareDevice>> gone;
     std::vector<AudioDeviceID> newcomers;
     DefaultDevices before;
     {
         const std::scoped_lock lock(mutex_);
         before = std::exchange(defaults_, defaults); // whoever hears that a device is gone looks for the new default
         for (const AudioDeviceID id : removed)
-            if (std::shared_ptr<Device> device = takeOut(id))
+            if (std::shared_ptr<HardwareDevice> device = takeOut(id))
                 gone.push_back(std::move(device));
         for (const auto& [id, newDevice] : added) {
             putIn(id, newDevice, gone.empty());
             newcomers.push_back(id);
         }
     }
-    for (const std::shared_ptr<Device>& device : gone)
+    for (const std::shared_ptr<HardwareDevice>& device : gone)
         end(device);
     const bool someWent = !gone.empty();
     const std::scoped_lock lock(mutex_);
@@ -291,7 +302,7 @@ void Hardware::list(std::span<const AudioDeviceID> newcomers)
 // With the tables' lock held.
 void Hardware::putIn(AudioDeviceID id, const NewDevice& newDevice, bool isListed)
 {
-    auto device = std::make_shared<Device>();
+    auto device = std::make_shared<HardwareDevice>();
     device->id = id;
     device->isListed = isListed;
     device->backend = newDevice.device;
@@ -306,12 +317,12 @@ void Hardware::putIn(AudioDeviceID id, const NewDevice& newDevice, bool isListed
 }
 
 // With the tables' lock held.
-std::shared_ptr<Device> Hardware::takeOut(AudioDeviceID id)
+std::shared_ptr<HardwareDevice> Hardware::takeOut(AudioDeviceID id)
 {
-    const auto found = std::ranges::find(devices_, id, &Device::id);
+    const auto found = std::ranges::find(devices_, id, &HardwareDevice::id);
     if (found == devices_.end())
         return nullptr;
-    std::shared_ptr<Device> device = std::move(*found);
+    std::shared_ptr<HardwareDevice> device = std::move(*found);
     devices_.erase(found);
     device->isAlive = false;
     remains_.emplace(id, device);
@@ -321,7 +332,7 @@ std::shared_ptr<Device> Hardware::takeOut(AudioDeviceID id)
 }
 
 // Waits neither for the notification thread nor for the device's clients.
-void Hardware::end(const std::shared_ptr<Device>& device)
+void Hardware::end(const std::shared_ptr<HardwareDevice>& device)
 {
     {
         const std::scoped_lock starting(device->startMutex);
@@ -345,7 +356,7 @@ void Hardware::deviceChanged(AudioDeviceID id, const DeviceDescription& descript
 {
     auto next = std::make_shared<const DeviceDescription>(description);
     const std::scoped_lock lock(mutex_);
-    const auto found = std::ranges::find(devices_, id, &Device::id);
+    const auto found = std::ranges::find(devices_, id, &HardwareDevice::id);
     if (found == devices_.end())
         return;
     DeviceView& view = (*found)->view;

@@ -21,7 +21,7 @@ namespace qmx
 
 /// One device as the core keeps it: alive until its backend reports it removed, and kept after that while a procedure
 /// is registered.
-struct Device {
+struct HardwareDevice {
     AudioDeviceID id = kAudioDeviceUnknown;
     std::shared_ptr<BackendDevice> backend;
     std::shared_ptr<DeviceIO> io;
@@ -70,12 +70,12 @@ public:
     }
 
     // --- For the platform's calls
-    std::shared_ptr<Device> device(AudioDeviceID id);
+    std::shared_ptr<HardwareDevice> device(AudioDeviceID id);
     /// The same, and also a device that is gone but has procedures.
-    std::shared_ptr<Device> deviceOrRemains(AudioDeviceID id);
+    std::shared_ptr<HardwareDevice> deviceOrRemains(AudioDeviceID id);
     std::optional<DeviceView> view(AudioDeviceID id);
     std::optional<FoundStream> stream(AudioStreamID id);
-    void forgetRemains(Device& device);
+    void forgetRemains(HardwareDevice& device);
     DeviceList devices();
     /// Notes that a caller has read all entries of `list`.
     void noteRead(const DeviceList& list);
@@ -85,9 +85,9 @@ public:
     std::optional<VolumeControl> bootChime();
 
     /// Starts the backend's I/O for the first procedure; 0 if it runs already.
-    OSStatus startDevice(const std::shared_ptr<Device>& device);
+    OSStatus startDevice(const std::shared_ptr<HardwareDevice>& device);
     /// Stops the backend's I/O if no procedure runs any more.
-    void stopDeviceIfIdle(const std::shared_ptr<Device>& device);
+    void stopDeviceIfIdle(const std::shared_ptr<HardwareDevice>& device);
 
     // --- For the backend
     AudioDeviceID makeID() override { return nextID_.fetch_add(1); }
@@ -105,20 +105,20 @@ public:
 private:
     explicit Hardware(Backend& backend) : backend_(backend) {}
     ~Hardware() override = default;
-    std::shared_ptr<Device> takeOut(AudioDeviceID id);
+    std::shared_ptr<HardwareDevice> takeOut(AudioDeviceID id);
     void putIn(AudioDeviceID id, const NewDevice& newDevice, bool isListed);
     void list(std::span<const AudioDeviceID> newcomers);
-    void end(const std::shared_ptr<Device>& device);
+    void end(const std::shared_ptr<HardwareDevice>& device);
     void numberStreams(DeviceView& view);
-    void setRunning(Device& device, bool runs);
+    void setRunning(HardwareDevice& device, bool runs);
     void announceChanges(const DeviceView& before, const DeviceView& after);
 
     Backend& backend_;
     Listeners& listeners_ = *new Listeners;
     std::atomic<AudioDeviceID> nextID_{256};
     std::mutex mutex_; // of the tables; with it held this class calls nothing but the listeners' queue
-    std::vector<std::shared_ptr<Device>> devices_;
-    std::map<AudioDeviceID, std::shared_ptr<Device>> remains_;
+    std::vector<std::shared_ptr<HardwareDevice>> devices_;
+    std::map<AudioDeviceID, std::shared_ptr<HardwareDevice>> remains_;
     DefaultDevices defaults_;
     std::optional<VolumeControl> bootChime_;
     std::uint64_t listChanges_ = 0;

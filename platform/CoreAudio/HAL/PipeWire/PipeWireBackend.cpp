@@ -100,6 +100,16 @@ bool PipeWireBackend::keepConnected()
     return connection_.isConnected() || connection_.connect();
 }
 
+std::string PipeWireBackend::failure()
+{
+    if (connection_.isOpen()) {
+        const Connection::Lock lock(connection_);
+        if (connection_.isConnected())
+            return {};
+    }
+    return "The sound server (PipeWire) does not run, or this program may not use it";
+}
+
 // No value while the server's state is incomplete; the housekeeper is woken again when it is complete.
 std::optional<PipeWireBackend::Present> PipeWireBackend::present()
 {

@@ -22,6 +22,7 @@ public:
     OSStatus setBootChimeVolume(Float32 scalar) override;
     UInt64 hostTime() override;
     OSStatus admit(HardwareOperation operation, UInt32 object, const PropertyAddress& address) override;
+    std::string failure() override;
 
 private:
     struct Reported {
