@@ -352,8 +352,8 @@ enum class AudioBackend {
 [[nodiscard]] QMX_EXPORT OSStatus setAudioBackend(AudioBackend backend);
 
 /// Why the devices are not those that were asked for: the environment names a backend that does not exist, the
-/// backend's module is missing (also why setAudioBackend() refused it), or there is no sound server at present. Empty if
-/// nothing is wrong, and before the first use of a device. Any thread but the real-time ones.
+/// backend's module is missing (also why setAudioBackend() refused it), or there is no sound server at present. Empty
+/// if nothing is wrong, and before the first use of a device. Any thread but the real-time ones.
 QMX_EXPORT std::string audioBackendFailure();
 
 } // namespace qmx
