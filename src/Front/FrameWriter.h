@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <QMXCoreAudio/CoreAudioTypes/AudioBuffers.h>
 #include <QMXCoreAudio/Foundation/Export.h>
 #include <QMXCoreAudio/Front/Format.h>
 #include <QMXCoreAudio/Front/Result.h>
 
 #include <memory>
-#include <span>
 #include <string>
 
 class QMXExtAudioFile;

@@ -2,12 +2,12 @@
 // Levels in decibels: of what a device captures, and of any other sound that the program has.
 #pragma once
 
+#include <QMXCoreAudio/CoreAudioTypes/AudioBuffers.h>
 #include <QMXCoreAudio/CoreAudioTypes/MacTypes.h>
 #include <QMXCoreAudio/Foundation/Export.h>
 #include <QMXCoreAudio/Front/Result.h>
 
 #include <memory>
-#include <span>
 #include <vector>
 
 namespace qmx

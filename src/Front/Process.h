@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <QMXCoreAudio/CoreAudioTypes/AudioBuffers.h>
 #include <QMXCoreAudio/Foundation/Export.h>
 #include <QMXCoreAudio/Front/Format.h>
 #include <QMXCoreAudio/Front/FrameRange.h>
@@ -9,7 +10,6 @@
 #include <functional>
 #include <memory>
 #include <optional>
-#include <span>
 #include <stop_token>
 #include <string>
 

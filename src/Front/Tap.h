@@ -2,13 +2,13 @@
 // The sound of a device, cycle by cycle, in the program's own function.
 #pragma once
 
+#include <QMXCoreAudio/CoreAudioTypes/AudioBuffers.h>
 #include <QMXCoreAudio/CoreAudioTypes/MacTypes.h>
 #include <QMXCoreAudio/Foundation/Export.h>
 #include <QMXCoreAudio/Front/Result.h>
 
 #include <memory>
 #include <new>
-#include <span>
 #include <type_traits>
 #include <utility>
 
