@@ -311,6 +311,8 @@ int split(int argumentCount, char** arguments)
         example::printAll(example::trackLines(tracks));
     } else if (edit.isAsked() && !line.has("--store")) {
         tracks = keptTracks(path).tracks;
+        if (tracks.empty())
+            throw Failure{path + ": keeps no tracks (--store puts some there)"};
         edit.apply(tracks);
         store(line, storePath(line, path), tracks);
     } else {

@@ -116,9 +116,15 @@ private:
     bool converts_ = Definer::convertsFilesOfOtherChannelCounts();
 };
 
-bool isSixteenBits(int value)
+std::optional<Error> objectionToSettings(const DivideOptions& options)
 {
-    return value >= 0 && value <= 32767;
+    constexpr int most = std::numeric_limits<SInt16>::max();
+    const auto isCount = [](int value) { return value >= 0 && value <= most; };
+    if (!isCount(options.numberOfTracks) || !isCount(options.sensitivity))
+        return Error(paramErr, "A number of tracks and a sensitivity are from 0 to 32767");
+    if (options.level < -most - 1 || options.level > most)
+        return Error(paramErr, "A level is from -32768 to 32767");
+    return std::nullopt;
 }
 
 /// What the counts of the search by crossings cannot hold.
@@ -210,8 +216,8 @@ Result<std::vector<Track>> divideDecoded(const std::string& path, const DivideOp
 
 Result<std::vector<Track>> divideFile(const std::string& path, const DivideOptions& options)
 {
-    if (!isSixteenBits(options.numberOfTracks) || !isSixteenBits(options.sensitivity) || !isSixteenBits(options.level))
-        return Error(paramErr, "A number of tracks, a sensitivity and a level are from 0 to 32767");
+    if (auto objection = objectionToSettings(options))
+        return *std::move(objection);
     const auto file = openFile(path);
     if (!file)
         return file.error();

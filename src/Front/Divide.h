@@ -47,7 +47,7 @@ struct DivideOptions {
     // By crossings:
     int sensitivity = 71;         ///< a fifth of a second with fewer crossings is quiet; 0 to 32767
     float lengthOfSilence = 1400; ///< milliseconds, of a quiet stretch and of the loud one after it at least
-    int level = 500;              ///< that is crossed, a 16-bit sample value; 0 to 32767
+    int level = 500;              ///< that is crossed, a 16-bit sample value; -32768 to 32767
     /// By noise floor: receives what is read, from the first frame to the last, as interleaved floats, so that a
     /// drawing takes no second pass. Called on the dividing thread; `samples` are valid during the call.
     std::function<void(std::span<const float> samples, UInt32 channels)> samples{};

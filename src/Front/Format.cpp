@@ -177,7 +177,7 @@ Result<Format> wishForCode(const std::string& code)
         if (factsOf(facts.type) == &facts)
             known += " " + own;
     }
-    return Error(paramErr, "There is no file type " + code + ", but there are" + known);
+    return Error(paramErr, "Unknown type " + code + "; there are" + known);
 }
 
 } // namespace
