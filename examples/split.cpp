@@ -42,7 +42,7 @@ past the last, and title, with tabs between them.
   --before S        by floor: start tracks S seconds before their first sound, not in the middle of the pause
                     before it, and never before that middle
   --plot FILE.svg   draw the waveform with the tracks, and what the search by floor saw
-  --export DIR      write each track into a file of its own, named by its number and title, sample for sample
+  --export DIR      write each track into a file of its own, named by its number and title, byte for byte
                     in the type and format of FILE; with --list, the tracks that are kept
   --type CODE       convert them to another type: AIFF, AIFC, WAVE, caff, m4af, flac, ... (see convert)
 
