@@ -1,18 +1,11 @@
 // SPDX-License-Identifier: MIT
 // Writes a copy of an audio file in another type, coding, rate or number of channels.
-#include "support/AudioTypes.h"
 #include "support/CommandLine.h"
 #include "support/Failure.h"
 #include "support/Interrupt.h"
-#include "support/OutputFile.h"
 #include "support/ProgressBar.h"
-#include "support/Recording.h"
-#include "support/StatusText.h"
 
-#include <QMXCoreAudio/FileRelated/QMXAudioFileConverter.h>
-#include <QMXCoreAudio/FileRelated/QMXExtAudioFile.h>
-#include <QMXCoreAudio/Formats/QMXAudioStreamBasicDescription.h>
-#include <QMXCoreAudio/Foundation/Modules.h>
+#include <QMXCoreAudio/qmx.h>
 
 #include <limits>
 
@@ -37,46 +30,36 @@ Writes a copy of the audio file IN as OUT. What is not asked for stays as it is 
   --force          replace OUT if it exists
 )";
 
-example::RequestedFormat requestFrom(const CommandLine& line)
+/// The type that is asked for, or that the path's extension stands for.
+qmx::Format typeFrom(const CommandLine& line, const std::string& path)
 {
-    example::RequestedFormat request;
-    request.sampleRate = line.number("--rate", 1, 10'000'000);
-    if (const auto channels = line.wholeNumber("--channels", 1, 1024))
-        request.channels = static_cast<UInt32>(*channels);
-    if (const auto bits = line.wholeNumber("--bits", 1, 32))
-        request.bits = static_cast<UInt32>(*bits);
-    request.isFloat = line.has("--float");
-    if (request.isFloat && request.bits)
-        throw Failure{"--bits and --float do not go together", 2};
-    return request;
+    const auto code = line.text("--type");
+    const auto format = code ? qmx::Format::forTypeCode(*code) : qmx::Format::forPath(path);
+    if (!format)
+        throw Failure{format.error().text(), 2};
+    return *format;
 }
 
-class Progress : public QMXProgressSubscriber
+qmx::Format formatFrom(const CommandLine& line, const std::string& path)
 {
-public:
-    void progressUpdate(float progress) override
-    {
-        example::endIfInterrupted();
-        bar_.show("converting", static_cast<double>(progress));
+    constexpr long most = std::numeric_limits<SInt32>::max();
+    const auto bits = line.wholeNumber("--bits", 1, 32);
+    if (bits && line.has("--float"))
+        throw Failure{"--bits and --float do not go together", 2};
+    qmx::Format format = typeFrom(line, path)
+                             .withSampleRate(line.number("--rate", 1, 10'000'000).value_or(0))
+                             .withChannels(static_cast<UInt32>(line.wholeNumber("--channels", 1, 1024).value_or(0)));
+    format.bitRate = static_cast<UInt32>(line.wholeNumber("--bit-rate", 1, most).value_or(0));
+    if (line.has("--float")) {
+        if (!format.isLinear())
+            throw Failure{"files of this type hold no floats"};
+        return format.withFloats();
     }
-
-private:
-    example::ProgressBar bar_;
-};
-
-/// Checks that the services can make a file of this type and format, by making one in a folder that is removed.
-void checkCanBeMade(const std::string& path, AudioFileTypeID type, const AudioStreamBasicDescription& format)
-{
-    const auto probe = QMXExtAudioFile::initForWriting_fileType_fileFormat(path + ".probe", type, &format);
-    (void)probe->open(); // lastStatus() has the first step that failed
-    const OSStatus status = probe->lastStatus();
-    const std::string missing = qmx::missingModule();
-    (void)probe->close(); // it is removed with its folder
-    if (status == kAudioFileUnsupportedFileTypeError)
-        throw Failure{"files of type " + qmx::fourCharString(type) + " cannot be written here" +
-                      (missing.empty() ? "" : ": " + missing)};
-    if (status == kAudioFileUnsupportedDataFormatError || status == kAudioConverterErr_FormatNotSupported)
-        throw Failure{"files of type " + qmx::fourCharString(type) + " do not hold such samples"};
+    if (bits && (format.fileType == kAudioFileM4AType || format.fileType == kAudioFileMPEG4Type))
+        format.stream.mFormatID = kAudioFormatAppleLossless;
+    if (bits && format.isLossless())
+        format.stream.mBitsPerChannel = static_cast<UInt32>(*bits);
+    return format;
 }
 
 int convert(int argumentCount, char** arguments)
@@ -90,25 +73,14 @@ int convert(int argumentCount, char** arguments)
     const auto& paths = line.plainArguments();
     if (paths.size() != 2)
         throw Failure{"which file, and where to? (--help tells more)", 2};
-    const example::RequestedFormat request = requestFrom(line);
-    const auto code = line.text("--type");
-    AudioFileTypeID type = code ? example::typeFromCode(*code) : example::typeFromExtension(paths[1]);
-    const auto source = example::openAudioFile(paths[0])->fileStreamFormat();
-    const AudioStreamBasicDescription format =
-        example::formatFor(type, *source->audioStreamBasicDescription(), request);
-
+    const qmx::Format format = formatFrom(line, paths[1]);
     example::catchInterrupts(nullptr);
-    example::OutputFile output(paths[1], paths[0], line.has("--force"));
-    checkCanBeMade(output.temporaryPath(), type, format);
-    const auto converter = QMXAudioFileConverter::initWithInputFilePath(paths[0]);
-    constexpr long most = std::numeric_limits<SInt32>::max();
-    converter->setBitRate(static_cast<UInt32>(line.wholeNumber("--bit-rate", 1, most).value_or(0)));
-    Progress progress;
-    (void)converter->convertFileToPath_toFileType_toFormat_subscriber(
-        output.temporaryPath(), type, std::make_shared<QMXAudioStreamBasicDescription>(format), &progress);
-    if (const OSStatus status = converter->lastStatus(); status != noErr) // a failed read, too
-        throw Failure{"cannot convert " + paths[0] + " to " + paths[1] + ": " + example::statusText(status)};
-    output.finish();
+    example::ProgressBar bar;
+    const auto show = [&](float done) {
+        bar.show("converting", static_cast<double>(done));
+        return !example::isInterrupted();
+    };
+    example::valueOf(qmx::convert(paths[0], paths[1], format, {.progress = show, .replace = line.has("--force")}));
     return 0;
 }
 

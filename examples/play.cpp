@@ -58,7 +58,7 @@ Part partOf(const example::CommandLine& line, const std::string& path, double ra
     const auto frameAt = [&](double second) { return static_cast<SInt64>(std::llround(second * rate)); };
     Part part;
     if (const auto number = line.wholeNumber("--track", 1, 9999)) {
-        const auto record = example::readRecord(path, false);
+        const auto record = example::readRecord(path);
         const auto tracks = record ? record->trackInfos() : nullptr;
         if (!tracks || tracks->size() < static_cast<std::size_t>(*number))
             throw Failure{qmx::format("%@: has no stored track %ld", path, *number)};

@@ -1,29 +1,30 @@
 // SPDX-License-Identifier: MIT
 // Divides a recording into tracks at its pauses: one line per track on standard output, a drawing where asked.
 #include "support/CommandLine.h"
-#include "support/DecodedCopy.h"
 #include "support/Envelope.h"
 #include "support/Failure.h"
 #include "support/Interrupt.h"
 #include "support/ProgressBar.h"
-#include "support/Recording.h"
-#include "support/StoreJob.h"
+#include "support/Repair.h"
 #include "support/TrackExport.h"
+#include "support/TrackTexts.h"
 #include "support/WaveformPlot.h"
 #include "support/WholeFile.h"
 
-#include <QMXCoreAudio/Formats/QMXAudioStreamBasicDescription.h>
 #include <QMXCoreAudio/Tracks/QMXAudioTrackAutoDefiner.h>
+#include <QMXCoreAudio/qmx.h>
 
+#include <cstdio>
 #include <filesystem>
 #include <limits>
-#include <optional>
 
 namespace
 {
 
 using example::CommandLine;
 using example::Failure;
+using example::valueOf;
+using Tracks = std::vector<qmx::Track>;
 
 constexpr const char* help =
     R"(usage: split [--search floor|crossings] [--tracks N] [--before S] [--plot FILE.svg]
@@ -51,9 +52,9 @@ The search by crossings, which each of these options asks for:
   --silence MS      milliseconds that a silence must last to divide tracks, in steps of 200 (1400)
   --level N         sample value whose crossings are counted, on the scale of 16 bits (500)
 
-A compressed FILE (m4a, FLAC, MP3, ...) is decoded into the folder for temporary files (TMPDIR) first, as
-16-bit samples, which go when the program ends. Its tracks are exported from FILE itself, frame for frame:
-as WAVE files, or with --type converted.
+A compressed FILE (m4a, FLAC, MP3, ...) is decoded while it is read; for the search by crossings into the folder
+for temporary files (TMPDIR), as 16-bit samples, which go when the program ends. Its tracks are exported from FILE
+itself, frame for frame: as WAVE files, or with --type converted.
 
 The tracks can be kept in the file itself (AIFF and AIFF-C), which leaves the audio as it is:
 
@@ -69,20 +70,7 @@ The tracks can be kept in the file itself (AIFF and AIFF-C), which leaves the au
   --repair          set the sizes in FILE right, after its writer was killed
 )";
 
-enum class Search { floor, crossings };
-
-struct Settings {
-    std::string path;
-    Search search = Search::floor;
-    SInt16 sensitivity = 71;
-    float silence = 1400;
-    SInt16 level = 500;
-    SInt16 tracks = 0;
-    double before = -1; ///< seconds; negative for the middle of pauses
-    std::string plotPath;
-};
-
-Search searchFrom(const CommandLine& line)
+qmx::TrackSearch searchFrom(const CommandLine& line)
 {
     const bool hasSettings = line.has("--sensitivity") || line.has("--silence") || line.has("--level");
     const std::string name = line.text("--search").value_or(hasSettings ? "crossings" : "floor");
@@ -92,127 +80,214 @@ Search searchFrom(const CommandLine& line)
         throw Failure{"the search by floor takes no --sensitivity, --silence or --level", 2};
     if (name == "crossings" && line.has("--before"))
         throw Failure{"the search by crossings takes no --before", 2};
-    return name == "floor" ? Search::floor : Search::crossings;
+    return name == "floor" ? qmx::TrackSearch::noiseFloor : qmx::TrackSearch::crossings;
 }
 
-Settings settingsFrom(const CommandLine& line)
+qmx::DivideOptions settingsFrom(const CommandLine& line)
 {
-    if (line.plainArguments().size() != 1)
-        throw Failure{line.plainArguments().empty() ? "which file? (--help tells more)" : "one file at a time, please",
-                      2};
     constexpr long most = std::numeric_limits<SInt16>::max();
     constexpr double longestSilence = most * 200;
-    Settings settings;
-    settings.path = line.plainArguments()[0];
-    settings.search = searchFrom(line);
-    settings.sensitivity =
-        static_cast<SInt16>(line.wholeNumber("--sensitivity", 0, most).value_or(settings.sensitivity));
-    settings.silence = static_cast<float>(line.number("--silence", 0, longestSilence).value_or(settings.silence));
-    settings.before = line.number("--before", 0, longestSilence).value_or(settings.before);
-    settings.level = static_cast<SInt16>(line.wholeNumber("--level", -most - 1, most).value_or(settings.level));
-    settings.tracks = static_cast<SInt16>(line.wholeNumber("--tracks", 1, most).value_or(settings.tracks));
-    settings.plotPath = line.text("--plot").value_or("");
+    qmx::DivideOptions settings{.search = searchFrom(line)};
+    const auto whole = [&](const std::string& option, long least, int standard) {
+        return static_cast<int>(line.wholeNumber(option, least, most).value_or(standard));
+    };
+    settings.sensitivity = whole("--sensitivity", 0, settings.sensitivity);
+    settings.lengthOfSilence = static_cast<float>(line.number("--silence", 0, longestSilence).value_or(1400));
+    settings.secondsBeforeNextTrack = line.number("--before", 0, longestSilence).value_or(-1);
+    settings.level = whole("--level", -most - 1, settings.level);
+    settings.numberOfTracks = whole("--tracks", 1, 0);
     return settings;
 }
 
-/// Refuses, before anything is read or decoded, what holds nothing, and what the 32-bit and 16-bit counts of the search
-/// by crossings cannot hold.
-void checkLength(const Settings& settings, SInt64 frames, Float64 sampleRate)
+/// Titles, artist, album and cover that the command line gives to tracks.
+struct Edit {
+    explicit Edit(const CommandLine& line)
+        : titles(example::titlesFrom(line.texts("--title"))), artist(line.text("--artist")),
+          album(line.text("--album")), cover(line.has("--cover") ? example::readCover(*line.text("--cover")) : nullptr)
+    {
+    }
+
+    bool isAsked() const { return !titles.empty() || artist || album || cover; }
+    void apply(Tracks& tracks) const
+    {
+        for (const auto& [number, title] : titles) {
+            if (number > tracks.size())
+                throw Failure{"there is no track " + std::to_string(number) + ", only " +
+                              std::to_string(tracks.size())};
+            tracks[number - 1].title = title;
+        }
+        for (qmx::Track& track : tracks) {
+            if (!track.record)
+                track.record = QMXAudioTrackInfo::init();
+            if (artist) {
+                track.record->setTrackArtistName(artist);
+                track.record->setAlbumArtistName(artist);
+            }
+            if (album)
+                track.record->setAlbumTitle(album);
+            if (cover)
+                track.record->setCoverArt(cover);
+        }
+    }
+
+    std::map<std::size_t, std::string> titles; ///< by track, from 1
+    std::optional<std::string> artist, album;
+    std::shared_ptr<qmx::Image> cover;
+};
+
+/// A failure to read or store tracks, with the option that helps.
+[[noreturn]] void failWithHint(const qmx::Error& error)
 {
-    constexpr SInt64 longest = std::numeric_limits<UInt32>::max() / 5;
-    if (frames <= 0)
-        throw Failure{settings.path + ": holds no audio"};
-    if (settings.search == Search::floor)
-        return;
-    if (frames > longest)
-        throw Failure{settings.path + ": longer than " + std::to_string(longest) + " frames, too long to be divided"};
-    if (settings.tracks == 0)
-        return;
-    const double blocks = static_cast<double>(frames) * 5 / sampleRate;
-    constexpr double mostBlocks = std::numeric_limits<SInt16>::max() - 1;
-    if (blocks > mostBlocks)
-        throw Failure{settings.path + ": longer than 1 h 49 min, too long for --tracks"};
-    if (settings.tracks > blocks)
-        throw Failure{settings.path + ": too short for " + std::to_string(settings.tracks) + " tracks"};
+    const bool isUnreadable = error.status() == kAudioFileInvalidChunkError;
+    const bool isCut = error.status() == kAudioFileInvalidFileError;
+    throw Failure{error.text() + (isUnreadable ? " (--force stores others all the same)"
+                                  : isCut      ? " (--repair mends that)"
+                                               : "")};
 }
 
-void checkPlotPath(const Settings& settings)
+/// The tracks that the file keeps; a Failure if there are none.
+qmx::StoredTracks keptTracks(const std::string& path)
 {
+    auto kept = qmx::readTracks(path);
+    if (!kept)
+        failWithHint(kept.error());
+    if (!*kept)
+        throw Failure{path + ": keeps no tracks (--store puts some there)"};
+    return **std::move(kept);
+}
+
+/// The file to store in: the recording, or the copy that is asked for, which is made.
+std::string storePath(const CommandLine& line, const std::string& path)
+{
+    const auto copy = line.text("--output");
     std::error_code error;
-    if (!settings.plotPath.empty() && std::filesystem::equivalent(settings.path, settings.plotPath, error))
-        throw Failure{"--plot would replace the recording " + settings.path};
+    if (copy && !std::filesystem::copy_file(path, *copy, error))
+        throw Failure{"cannot copy to " + *copy + ": " + error.message()};
+    return copy.value_or(path);
 }
 
-/// Shows the definer's progress, and passes a Ctrl-C on to it that came before its run started.
-class Progress : public QMXAudioTrackAutoDefinerDelegate
+void store(const CommandLine& line, const std::string& path, const Tracks& tracks)
+{
+    if (const auto stored = qmx::storeTracks(path, tracks, {.replaceUnreadable = line.has("--force")}); !stored)
+        failWithHint(stored.error());
+    example::printAll(example::trackLines(tracks));
+    std::fprintf(stderr, "Stored %zu %s in %s\n", tracks.size(), tracks.size() == 1 ? "track" : "tracks", path.c_str());
+}
+
+/// A division with the drawing of what it read.
+class Division
 {
 public:
-    void autoDefineProgress(float progress) override
+    Division(const std::string& path, qmx::DivideOptions options, const std::string& plotPath)
+        : reader_(valueOf(qmx::FrameReader::open(path))), options_(std::move(options)), path_(path),
+          plotPath_(plotPath),
+          envelope_(static_cast<UInt64>(reader_.length()), reader_.channels(), example::waveformColumns)
     {
-        if (example::isInterrupted())
-            QMXAudioTrackAutoDefiner::cancel();
-        constexpr double shareOfReading = 0.5;
-        bar_.show("dividing", static_cast<double>(progress) / shareOfReading);
+        if (reader_.length() == 0)
+            throw Failure{path + ": holds no audio"};
+    }
+
+    Tracks run()
+    {
+        options_.progress = [this](float done) { return show("dividing", static_cast<double>(done)); };
+        if (!plotPath_.empty())
+            options_.samples = [this](std::span<const float> samples, UInt32) { envelope_.add(samples); };
+        Tracks tracks = valueOf(qmx::divide(path_, options_));
+        for (std::size_t i = 0; i < tracks.size(); ++i)
+            tracks[i].title = "Untitled Track " + std::to_string(2 * i);
+        if (!plotPath_.empty())
+            draw(tracks);
+        bar_.wipe();
+        return tracks;
     }
 
 private:
+    bool show(const char* label, double done)
+    {
+        bar_.show(label, done);
+        return !example::isInterrupted();
+    }
+    /// The search by crossings passes no samples on.
+    void measure()
+    {
+        double done = 0;
+        for (const std::span<const float> block : reader_) {
+            envelope_.add(block);
+            done += static_cast<double>(block.size() / reader_.channels());
+            if (!show("drawing", done / static_cast<double>(reader_.length())))
+                example::endIfInterrupted();
+        }
+        if (reader_.error())
+            example::fail(*reader_.error());
+    }
+    void draw(const Tracks& tracks)
+    {
+        const bool isByFloor = options_.search == qmx::TrackSearch::noiseFloor;
+        if (!isByFloor)
+            measure();
+        example::WaveformPlot plot;
+        plot.title = std::filesystem::path(path_).filename();
+        plot.sampleRate = reader_.sampleRate();
+        plot.frames = static_cast<UInt64>(reader_.length());
+        plot.subtitle = example::clockTime(static_cast<double>(plot.frames) / plot.sampleRate) + " \u00b7 " +
+                        std::to_string(tracks.size()) + (tracks.size() == 1 ? " track" : " tracks") + " \u00b7 " +
+                        reader_.format().text();
+        for (const qmx::Track& track : tracks)
+            plot.tracks.push_back({static_cast<UInt64>(track.first), static_cast<UInt64>(track.end)});
+        if (isByFloor)
+            plot.pauses = QMXAudioTrackAutoDefiner::lastPauses();
+        example::writeWholeFile(plotPath_, drawWaveform(plot, envelope_));
+    }
+
+    qmx::FrameReader reader_;
+    qmx::DivideOptions options_;
+    std::string path_, plotPath_;
+    example::Envelope envelope_;
     example::ProgressBar bar_;
 };
-
-QMXAudioTrackAutoDefiner::Tracks define(const Settings& settings, QMXAudioFile& file)
-{
-    using Definer = QMXAudioTrackAutoDefiner;
-    Definer::setConvertsFilesOfOtherChannelCounts(true);
-    Definer::setSecondsBeforeNextTrack(settings.before);
-    Definer::setDelegate(std::make_shared<Progress>());
-    auto tracks = settings.search == Search::floor
-                      ? Definer::autoDefineTracksByNoiseFloorInAudioFile_numberOfTracks(file, settings.tracks)
-                      : Definer::autoDefineTracksInAudioFile_sensitivity_lengthOfSilence_zeroOffset_numberOfTracks(
-                            file, settings.sensitivity, settings.silence, settings.level, settings.tracks);
-    Definer::setDelegate(nullptr);
-    example::endIfInterrupted();
-    if (Definer::lastStatus() != noErr)
-        throw Failure{Definer::lastError()};
-    return tracks;
-}
-
-example::Envelope measure(QMXAudioFile& file)
-{
-    const UInt64 frames = example::frameCount(file);
-    example::ProgressBar bar;
-    example::Envelope envelope(frames, file.channelsPerFrame(), example::waveformColumns);
-    const double samples = static_cast<double>(frames) * file.channelsPerFrame();
-    double done = 0;
-    example::readSamples(file, [&](std::span<const float> piece) {
-        envelope.add(piece);
-        done += static_cast<double>(piece.size());
-        bar.show("drawing", done / samples);
-        return !example::isInterrupted();
-    });
-    example::endIfInterrupted();
-    return envelope;
-}
-
-std::string plotOf(QMXAudioFile& file, const std::string& recording, const QMXAudioStreamBasicDescription& format,
-                   const QMXAudioTrackAutoDefiner::Tracks::element_type& tracks)
-{
-    example::WaveformPlot plot;
-    plot.title = std::filesystem::path(recording).filename();
-    plot.sampleRate = file.sampleRate();
-    plot.frames = example::frameCount(file);
-    plot.subtitle = example::clockTime(static_cast<double>(plot.frames) / plot.sampleRate) + " \u00b7 " +
-                    std::to_string(tracks.size()) + (tracks.size() == 1 ? " track" : " tracks") + " \u00b7 " +
-                    format.description();
-    for (const auto& track : tracks)
-        plot.tracks.push_back({static_cast<UInt64>(track->trackBegin()), static_cast<UInt64>(track->trackEnd())});
-    plot.pauses = QMXAudioTrackAutoDefiner::lastPauses();
-    return drawWaveform(plot, measure(file));
-}
 
 const std::vector<std::string> options{"--search", "--before", "--sensitivity", "--silence", "--level",
                                        "--tracks", "--plot",   "--title",       "--artist",  "--album",
                                        "--cover",  "--output", "--export",      "--type"};
 const std::vector<std::string> flags{"--store", "--list", "--history", "--repair", "--force"};
+
+void checkJobs(const CommandLine& line, const Edit& edit)
+{
+    const bool isStoring = line.has("--store"), isEditing = edit.isAsked(), isRepairing = line.has("--repair");
+    const int jobs =
+        int{isStoring || isEditing} + int{line.has("--list")} + int{line.has("--history")} + int{isRepairing};
+    if (jobs > 1)
+        throw Failure{"--list, --history, --repair and storing do not go together", 2};
+    if (line.has("--export") && (isEditing || line.has("--history") || isRepairing) && !isStoring)
+        throw Failure{"--export goes with dividing or with --list", 2};
+    if (line.has("--output") && !isStoring && !isEditing && !isRepairing)
+        throw Failure{"--output needs --store or --repair", 2};
+    if (line.plainArguments().size() != 1)
+        throw Failure{line.plainArguments().empty() ? "which file? (--help tells more)" : "one file at a time, please",
+                      2};
+}
+
+/// Divides the recording, and prints or stores the tracks.
+Tracks divide(const CommandLine& line, const std::string& path, const Edit& edit)
+{
+    const std::string plotPath = line.text("--plot").value_or("");
+    std::error_code error;
+    if (!plotPath.empty() && std::filesystem::equivalent(path, plotPath, error))
+        throw Failure{"--plot would replace the recording " + path};
+    if (const auto cost = line.has("--store") ? qmx::storeCost(path, {}, {.replaceUnreadable = line.has("--force")})
+                                              : qmx::StoreCost();
+        !cost)
+        failWithHint(cost.error());
+    example::catchInterrupts(nullptr);
+    Tracks tracks = Division(path, settingsFrom(line), plotPath).run();
+    if (line.has("--store")) {
+        edit.apply(tracks);
+        store(line, storePath(line, path), tracks);
+    } else {
+        example::printAll(example::trackLines(tracks));
+    }
+    return tracks;
+}
 
 int split(int argumentCount, char** arguments)
 {
@@ -221,37 +296,29 @@ int split(int argumentCount, char** arguments)
         example::printAll(help);
         return 0;
     }
-    const Settings settings = settingsFrom(line);
     const example::TrackExport exporting(line);
-    example::StoreJob job(line, settings.path);
-    if (!job.divides()) {
-        const auto listed = job.run();
-        if (exporting.isAsked())
-            exporting.write(*example::openAudioFile(settings.path), listed);
-        return 0;
+    const Edit edit(line);
+    checkJobs(line, edit);
+    const std::string path = line.plainArguments()[0];
+    Tracks tracks;
+    if (line.has("--repair")) {
+        const std::string repaired = storePath(line, path);
+        example::printAll(repaired + ": " + example::repairRecording(repaired) + "\n");
+    } else if (line.has("--history")) {
+        example::printAll(example::historyLines(*keptTracks(path).record));
+    } else if (line.has("--list")) {
+        tracks = keptTracks(path).tracks;
+        example::printAll(example::trackLines(tracks));
+    } else if (edit.isAsked() && !line.has("--store")) {
+        tracks = keptTracks(path).tracks;
+        if (tracks.empty())
+            throw Failure{path + ": keeps no tracks (--store puts some there)"};
+        edit.apply(tracks);
+        store(line, storePath(line, path), tracks);
+    } else {
+        tracks = divide(line, path, edit);
     }
-    example::catchInterrupts(&QMXAudioTrackAutoDefiner::cancel);
-    checkPlotPath(settings);
-    const auto recording = example::openAudioFile(settings.path);
-    const auto& format = *recording->fileStreamFormat();
-    const auto check = [&](SInt64 frames) { checkLength(settings, frames, format.sampleRate()); };
-    // the definer reads samples by bytes
-    const bool isCompressed = format.bytesPerFrame() == 0;
-    if (!isCompressed)
-        check(static_cast<SInt64>(example::frameCount(*recording)));
-    job.prepare(*recording);
-    std::optional<example::DecodedCopy> decoded;
-    if (isCompressed)
-        decoded.emplace(settings.path, check);
-    const auto samples = decoded ? example::openAudioFile(decoded->path()) : recording;
-    example::checkSamples(*samples);
-
-    const auto tracks = define(settings, *samples);
-    if (!settings.plotPath.empty())
-        example::writeWholeFile(settings.plotPath, plotOf(*samples, settings.path, format, *tracks));
-    const auto found = job.finish(*tracks);
-    if (exporting.isAsked())
-        exporting.write(*recording, found);
+    exporting.write(path, tracks);
     return 0;
 }
 

@@ -7,11 +7,9 @@
 #include <QMXCoreAudio/Formats/QMXAudioStreamBasicDescription.h>
 #include <QMXCoreAudio/Processing/QMXAudioConverter.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <sys/stat.h>
 #include <unistd.h>
-#include <vector>
 
 namespace example
 {
@@ -77,29 +75,6 @@ std::shared_ptr<QMXAudioFile> openRecording(const std::string& path)
 UInt64 frameCount(QMXAudioFile& file)
 {
     return file.bytesPerFrame() == 0 ? 0 : file.lengthInBytes() / file.bytesPerFrame();
-}
-
-void readSamples(QMXAudioFile& file, const std::function<bool(std::span<const float>)>& receive)
-{
-    constexpr UInt32 framesAtOnce = 8192;
-    const auto converter = floatConverter(file);
-    const UInt32 inputSize = framesAtOnce * file.bytesPerFrame();
-    std::vector<Byte> input(inputSize);
-    std::vector<float> samples(std::size_t{framesAtOnce} * file.channelsPerFrame());
-    const UInt64 end = frameCount(file) * file.bytesPerFrame();
-    file.rewind();
-    for (UInt64 position = 0; position < end;) {
-        UInt32 size = static_cast<UInt32>(std::min<UInt64>(inputSize, end - position));
-        if (!file.read_length(input.data(), &size) || size == 0)
-            throw Failure{file.path().value_or("") + ": cannot be read to its end"};
-        position += size;
-        auto produced = static_cast<UInt32>(samples.size() * sizeof(float));
-        if (converter->convertBuffer_inputBufferSize_outputBuffer_outputBufferSize(input.data(), size, samples.data(),
-                                                                                   &produced) != noErr)
-            throw Failure{file.path().value_or("") + ": its samples cannot be converted"};
-        if (!receive(std::span(samples).first(produced / sizeof(float))))
-            return;
-    }
 }
 
 } // namespace example

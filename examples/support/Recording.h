@@ -1,12 +1,10 @@
 // SPDX-License-Identifier: MIT
-// Opens and checks audio files for the example programs, and reads them as float samples.
+// Opens and checks audio files for the example programs.
 #pragma once
 
 #include <QMXCoreAudio/FileRelated/QMXAudioFile.h>
 
-#include <functional>
 #include <memory>
-#include <span>
 #include <string>
 
 namespace example
@@ -21,9 +19,5 @@ std::shared_ptr<QMXAudioFile> openRecording(const std::string& path);
 
 /// The whole frames of the file, in 64 bits, unlike QMXAudioFile::lengthInFrames.
 UInt64 frameCount(QMXAudioFile& file);
-
-/// Reads the whole file as native floats, interleaved, and passes them to `receive` in blocks until that returns false.
-/// A Failure if the file cannot be read to its end.
-void readSamples(QMXAudioFile& file, const std::function<bool(std::span<const float> samples)>& receive);
 
 } // namespace example

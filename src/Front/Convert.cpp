@@ -9,6 +9,7 @@
 #include "Front/TrackTransfer.h"
 
 #include <algorithm>
+#include <cstring>
 #include <utility>
 #include <vector>
 
@@ -17,9 +18,16 @@ namespace qmx
 namespace
 {
 
-/// Both files meet in native samples that hold all that both of them hold.
+bool isSame(const AudioStreamBasicDescription& one, const AudioStreamBasicDescription& other)
+{
+    return std::memcmp(&one, &other, sizeof one) == 0;
+}
+
+/// Both files meet in native samples that hold all that both of them hold; samples that stay as they are, in those.
 AudioStreamBasicDescription meetingFormat(const Format& source, const Format& target)
 {
+    if (source.isLinear() && isSame(source.stream, target.stream))
+        return source.stream;
     constexpr UInt32 bitsOfFloats = 24;
     AudioStreamBasicDescription format = floatFormat(source.stream.mSampleRate, source.stream.mChannelsPerFrame);
     const UInt32 bits = std::min(source.stream.mBitsPerChannel, target.stream.mBitsPerChannel);

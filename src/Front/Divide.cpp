@@ -13,6 +13,7 @@
 #include <algorithm>
 #include <condition_variable>
 #include <filesystem>
+#include <limits>
 #include <mutex>
 #include <utility>
 
@@ -63,21 +64,32 @@ private:
     bool isTaken_;
 };
 
-/// Passes the definer's reports on; each may cancel its run.
+using SampleReceiver = std::function<void(std::span<const float>, UInt32)>;
+
+/// Passes the definer's reports and samples on; each report may cancel its run.
 class Reports : public QMXAudioTrackAutoDefinerDelegate
 {
 public:
-    /// They are of what is left after the part `done` of the whole.
-    Reports(Progress& progress, double done) : progress_(progress), done_(done) {}
+    /// The reports are of what is left after the part `done` of the whole.
+    Reports(Progress& progress, double done, const SampleReceiver& samples)
+        : progress_(progress), done_(done), samples_(samples)
+    {
+    }
     void autoDefineProgress(float progress) override
     {
         if (!progress_.report(done_ + (1 - done_) * static_cast<double>(progress)))
             Definer::cancel();
     }
+    void autoDefineReadSamples(std::span<const Float32> samples, UInt32 channels) override
+    {
+        if (samples_)
+            samples_(samples, channels);
+    }
 
 private:
     Progress& progress_;
     double done_;
+    const SampleReceiver& samples_;
 };
 
 /// Receives the definer's reports, and sets its settings, while it exists.
@@ -86,7 +98,7 @@ class DefinerSettings
 public:
     DefinerSettings(const DivideOptions& options, Progress& progress, double done)
     {
-        Definer::setDelegate(std::make_shared<Reports>(progress, done));
+        Definer::setDelegate(std::make_shared<Reports>(progress, done, options.samples));
         Definer::setSecondsBeforeNextTrack(options.secondsBeforeNextTrack);
         Definer::setConvertsFilesOfOtherChannelCounts(true);
     }
@@ -104,9 +116,31 @@ private:
     bool converts_ = Definer::convertsFilesOfOtherChannelCounts();
 };
 
-bool isSixteenBits(int value)
+std::optional<Error> objectionToSettings(const DivideOptions& options)
 {
-    return value >= 0 && value <= 32767;
+    constexpr int most = std::numeric_limits<SInt16>::max();
+    const auto isCount = [](int value) { return value >= 0 && value <= most; };
+    if (!isCount(options.numberOfTracks) || !isCount(options.sensitivity))
+        return Error(paramErr, "A number of tracks and a sensitivity are from 0 to 32767");
+    if (options.level < -most - 1 || options.level > most)
+        return Error(paramErr, "A level is from -32768 to 32767");
+    return std::nullopt;
+}
+
+/// What the counts of the search by crossings cannot hold.
+std::optional<Error> objectionToLength(const std::string& path, SInt64 frames, Float64 sampleRate, int tracks)
+{
+    constexpr SInt64 mostFrames = std::numeric_limits<UInt32>::max() / 5;
+    constexpr double mostBlocks = std::numeric_limits<SInt16>::max() - 1;
+    const double blocks = static_cast<double>(frames) * 5 / sampleRate;
+    const auto objection = [&](const std::string& text) { return Error(paramErr, path + ": " + text, path); };
+    if (frames > mostFrames)
+        return objection("It is too long for the search by crossings");
+    if (tracks > 0 && blocks > mostBlocks)
+        return objection("It is longer than 1 h 49 min, too long for a number of tracks");
+    if (tracks > blocks)
+        return objection("It is too short for " + std::to_string(tracks) + " tracks");
+    return std::nullopt;
 }
 
 Definer::Tracks define(const std::string& path, const DivideOptions& options)
@@ -165,6 +199,8 @@ Result<std::vector<Track>> divideDecoded(const std::string& path, const DivideOp
     constexpr double partOfDecoding = 0.5;
     std::error_code error;
     const auto folder = std::filesystem::temp_directory_path(error);
+    if (error)
+        return Error(dirNFErr, "The folder for temporary files (TMPDIR): " + error.message());
     const auto copy = OutputFile::at((folder / "decoded.caf").string(), true);
     if (!copy)
         return copy.error();
@@ -180,18 +216,21 @@ Result<std::vector<Track>> divideDecoded(const std::string& path, const DivideOp
 
 Result<std::vector<Track>> divideFile(const std::string& path, const DivideOptions& options)
 {
-    if (!isSixteenBits(options.numberOfTracks) || !isSixteenBits(options.sensitivity) || !isSixteenBits(options.level))
-        return Error(paramErr, "A number of tracks, a sensitivity and a level are from 0 to 32767");
+    if (auto objection = objectionToSettings(options))
+        return *std::move(objection);
     const auto file = openFile(path);
     if (!file)
         return file.error();
     if ((*file)->lengthInFrames() == 0)
         return std::vector<Track>();
     Progress progress(options.progress, options.stop);
+    if (options.search == TrackSearch::noiseFloor)
+        return divideSamples(path, path, options, progress, 0);
+    if (auto objection =
+            objectionToLength(path, (*file)->lengthInFrames(), (*file)->sampleRate(), options.numberOfTracks))
+        return *std::move(objection);
     const bool isCompressed = (*file)->bytesPerFrame() == 0;
-    if (options.search == TrackSearch::crossings && isCompressed)
-        return divideDecoded(path, options, progress);
-    return divideSamples(path, path, options, progress, 0);
+    return isCompressed ? divideDecoded(path, options, progress) : divideSamples(path, path, options, progress, 0);
 }
 
 } // namespace

@@ -7,6 +7,7 @@
 
 #include <functional>
 #include <memory>
+#include <span>
 #include <stop_token>
 #include <string>
 #include <vector>
@@ -46,7 +47,10 @@ struct DivideOptions {
     // By crossings:
     int sensitivity = 71;         ///< a fifth of a second with fewer crossings is quiet; 0 to 32767
     float lengthOfSilence = 1400; ///< milliseconds, of a quiet stretch and of the loud one after it at least
-    int level = 500;              ///< that is crossed, a 16-bit sample value; 0 to 32767
+    int level = 500;              ///< that is crossed, a 16-bit sample value; -32768 to 32767
+    /// By noise floor: receives what is read, from the first frame to the last, as interleaved floats, so that a
+    /// drawing takes no second pass. Called on the dividing thread; `samples` are valid during the call.
+    std::function<void(std::span<const float> samples, UInt32 channels)> samples{};
 };
 
 /// Divides the recording at `path`, of any type and coding, into tracks: in order, without gaps, titled "Track 1" and
@@ -54,7 +58,8 @@ struct DivideOptions {
 /// threads, which share the described QMXAudioTrackAutoDefiner and its settings, wait for each other.
 ///
 /// Errors: a file that is missing, unreadable, no audio file, or that cannot be read to its end; wrong settings
-/// (paramErr).
+/// (paramErr). By crossings also, before any work (paramErr): more than 858,993,459 frames; with a number of tracks, a
+/// recording longer than 1 h 49 min, and one of fewer fifths of a second than tracks.
 [[nodiscard]] QMX_EXPORT Result<std::vector<Track>> divide(const std::string& path, const DivideOptions& options = {});
 
 } // namespace qmx

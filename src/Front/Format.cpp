@@ -153,14 +153,31 @@ std::string rateText(Float64 rate)
     return end.ec == std::errc() ? std::string(digits.data(), end.ptr) + " Hz" : std::string();
 }
 
+std::string lowercase(std::string text)
+{
+    for (char& letter : text)
+        if (letter >= 'A' && letter <= 'Z')
+            letter = static_cast<char>(letter - 'A' + 'a');
+    return text;
+}
+
 std::string lowercaseExtension(const std::string& path)
 {
     const std::size_t dot = path.find_last_of("./");
-    std::string extension = dot == std::string::npos || path[dot] == '/' ? std::string() : path.substr(dot);
-    for (char& letter : extension)
-        if (letter >= 'A' && letter <= 'Z')
-            letter = static_cast<char>(letter - 'A' + 'a');
-    return extension;
+    return dot == std::string::npos || path[dot] == '/' ? std::string() : lowercase(path.substr(dot));
+}
+
+Result<Format> wishForCode(const std::string& code)
+{
+    std::string known;
+    for (const TypeFacts& facts : types) {
+        const std::string own = fourCharString(facts.type);
+        if (lowercase(own) == lowercase(code))
+            return wishFor(facts.type, facts.coding, 0, 0, 0);
+        if (factsOf(facts.type) == &facts)
+            known += " " + own;
+    }
+    return Error(paramErr, "Unknown type " + code + "; there are" + known);
 }
 
 } // namespace
@@ -243,6 +260,11 @@ Result<Format> Format::forPath(const std::string& path)
     });
 }
 
+Result<Format> Format::forTypeCode(const std::string& code)
+{
+    return withinMemory(outOfMemory<Format>(), [&] { return wishForCode(code); });
+}
+
 Result<Format> Format::of(const std::string& path)
 {
     return withinMemory(outOfMemory<Format>(), [&]() -> Result<Format> {
@@ -264,6 +286,11 @@ bool Format::isFloat() const
 bool Format::isLossless() const
 {
     return isLinear() || stream.mFormatID == kAudioFormatAppleLossless || stream.mFormatID == kAudioFormatFLAC;
+}
+
+bool Format::keepsTracks() const
+{
+    return fileType == kAudioFileAIFFType || fileType == kAudioFileAIFCType;
 }
 
 UInt32 Format::integerBits() const

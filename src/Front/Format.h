@@ -37,6 +37,9 @@ struct QMX_EXPORT Format {
 
     /// The wish that a path's extension stands for; kAudioFileUnsupportedFileTypeError for an unknown one.
     static Result<Format> forPath(const std::string& path);
+    /// The wish that the four characters of a file type stand for, in either case: "AIFF", "m4af"; paramErr with a list
+    /// of them for others.
+    static Result<Format> forTypeCode(const std::string& code);
     /// What the file at `path` is in. Not on real-time threads.
     static Result<Format> of(const std::string& path);
 
@@ -50,6 +53,8 @@ struct QMX_EXPORT Format {
     bool isLinear() const { return stream.mFormatID == kAudioFormatLinearPCM; }
     bool isFloat() const;
     bool isLossless() const;
+    /// Whether files of the type keep tracks and records of processing.
+    bool keepsTracks() const;
     /// Bits of an integer sample that the file gives back; 0 for floats and lossy codings.
     UInt32 integerBits() const;
 

@@ -123,7 +123,7 @@ std::optional<Error> keepRecord(const Run& run, const OutputFile& output, FrameR
 
 std::optional<Error> objectionToRecord(const Run& run, const Format& target, const std::string& path)
 {
-    if (!run.options.record || keepsTracks(target))
+    if (!run.options.record || target.keepsTracks())
         return std::nullopt;
     return Error(kAudioFileUnsupportedFileTypeError,
                  path + ": Records of processing are stored in AIFF and AIFF-C files only", path);
@@ -161,7 +161,7 @@ Result<Format> outputFormat(const Run& run)
         return run.options.format->completedFrom(run.format);
     const auto wish = Format::forPath(run.options.output);
     const bool isOwn = !wish || wish->fileType == run.format.fileType ||
-                       (keepsTracks(*wish) && keepsTracks(run.format)); // AIFF-C in a file called .aif
+                       (wish->keepsTracks() && run.format.keepsTracks()); // AIFF-C in a file called .aif
     return isOwn ? run.format : wish->completedFrom(run.format);
 }
 

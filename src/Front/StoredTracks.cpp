@@ -52,7 +52,7 @@ Result<Record> recordWith(const std::string& path, const std::vector<Track>& tra
     const auto file = openFile(path);
     if (!file)
         return file.error();
-    if (!keepsTracks(formatOf(**file)))
+    if (!formatOf(**file).keepsTracks())
         return Error(kAudioFileUnsupportedFileTypeError, path + ": Tracks are stored in AIFF and AIFF-C files only",
                      path);
     if (auto objection = objectionTo(tracks, (*file)->lengthInFrames(), path))
@@ -85,7 +85,7 @@ Result<std::optional<StoredTracks>> readTracks(const std::string& path)
         const auto format = Format::of(path);
         if (!format)
             return format.error();
-        if (!keepsTracks(*format))
+        if (!format->keepsTracks())
             return Tracks();
         const auto record = readStored(path);
         if (!record)

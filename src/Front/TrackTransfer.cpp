@@ -59,11 +59,6 @@ void scale(QMXTrackAndProcessingInfo& record, Float64 ratio)
 
 } // namespace
 
-bool keepsTracks(const Format& format)
-{
-    return format.fileType == kAudioFileAIFFType || format.fileType == kAudioFileAIFCType;
-}
-
 Result<std::shared_ptr<QMXTrackAndProcessingInfo>> readStored(const std::string& path)
 {
     const auto reader = made(QMXAIFAudioTrackInfoReader::initWithAudioFilePath(path));
@@ -95,7 +90,7 @@ Result<StoreCost> costOfStore(const std::string& path, const std::shared_ptr<QMX
 Result<std::shared_ptr<QMXTrackAndProcessingInfo>> tracksToPass(const std::string& path, const Format& source,
                                                                 const Format& target, bool isWanted)
 {
-    if (!isWanted || !keepsTracks(source) || !keepsTracks(target))
+    if (!isWanted || !source.keepsTracks() || !target.keepsTracks())
         return std::shared_ptr<QMXTrackAndProcessingInfo>();
     auto record = readStored(path);
     if (record && *record && source.stream.mSampleRate > 0)

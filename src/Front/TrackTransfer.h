@@ -14,8 +14,6 @@
 namespace qmx
 {
 
-/// Whether files of this type keep tracks and records of processing.
-bool keepsTracks(const Format& format);
 /// The record in the file at `path`; null if there is none.
 Result<std::shared_ptr<QMXTrackAndProcessingInfo>> readStored(const std::string& path);
 /// Stores a record in the file at `storePath`; an error names `path`.

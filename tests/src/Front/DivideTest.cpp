@@ -79,6 +79,18 @@ TEST_F(DivideTest, FindsTheTracksOfAnyCodingByEitherSearch)
     EXPECT_FALSE(QMXAudioTrackAutoDefiner::convertsFilesOfOtherChannelCounts());
 }
 
+TEST_F(DivideTest, PassesOnWhatTheSearchByNoiseFloorReads)
+{
+    ASSERT_TRUE(convert(source, compressed));
+    for (const std::string& path : {source, compressed}) {
+        std::vector<float> read;
+        expectThree(divide(path, {.samples = [&](std::span<const float> samples,
+                                                 UInt32) { read.insert(read.end(), samples.begin(), samples.end()); }}),
+                    true);
+        EXPECT_THAT(read, testing::Pointwise(testing::FloatNear(1.0F / 32768), recording()));
+    }
+}
+
 TEST_F(DivideTest, BadFilesAndSettingsAreErrorsAndARunCanBeCancelled)
 {
     const auto textOf = [](const Result<std::vector<Track>>& result) {
@@ -91,6 +103,9 @@ TEST_F(DivideTest, BadFilesAndSettingsAreErrorsAndARunCanBeCancelled)
     writeMusic(empty, kAudioFileWAVEType, linear(12, 16, 1), {});
     EXPECT_EQ(textOf(divide(empty)), "0");
     EXPECT_EQ(divide(source, {.numberOfTracks = -1}).error().status(), paramErr);
+    EXPECT_EQ(divide(source, {.level = -32'769}).error().status(), paramErr);
+    EXPECT_EQ(textOf(divide(source, {.search = TrackSearch::crossings, .numberOfTracks = 181})),
+              source + ": It is too short for 181 tracks");
     {
         MemoryDisk disk;
         writeMusic("/d/a.aif", kAudioFileAIFFType, linear(14, 16, 1, rate), recording());

@@ -171,6 +171,8 @@ TEST(FormatTest, AWishTakesWhatItLeavesOpenFromTheSource)
     EXPECT_EQ(text(Format::wave(), *Format::aac().completedFrom(deep)),
               "WAVE, 16-bit linear PCM, 6 channels, 96000 Hz");
     EXPECT_EQ(Format::forPath("a.b/c.Wav")->extension(), ".wav");
+    EXPECT_EQ(Format::forTypeCode("CAFF")->text(), "CAF, linear PCM");
+    EXPECT_THAT(Format::forTypeCode("x").error().text(), testing::StartsWith("Unknown type x; there are AIFF AIFC "));
     EXPECT_EQ(Format::forPath("a.wav/c").error().text(), "a.wav/c: Its extension names no type of audio file");
 }
 
