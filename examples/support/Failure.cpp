@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "support/Failure.h"
 
+#include "support/Interrupt.h"
+
+#include <QMXCoreAudio/CoreAudioTypes/MacTypes.h>
 #include <QMXCoreAudio/Foundation/Text/FailureLine.h>
 #include <QMXCoreAudio/Foundation/Text/Log.h>
 
@@ -27,6 +30,12 @@ int runProgram(const char* programName, int (*body)(int, char**), int argumentCo
         std::fprintf(stderr, "%s: %s\n", programName, exception.what());
         return 1;
     }
+}
+
+void fail(const qmx::Error& error)
+{
+    endIfInterrupted();
+    throw Failure{error.text() + (error.status() == dupFNErr ? " (--force replaces it)" : "")};
 }
 
 void printAll(const std::string& text)

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "Front/PlayThru.h"
 
-#include "Front/NoMemory.h"
+#include "Front/ShortMemory.h"
 #include "PlayThru/ComplexPlayThru.h"
 
 #include <utility>

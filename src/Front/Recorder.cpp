@@ -8,8 +8,8 @@
 #include "Foundation/MainThread/NotificationCenter.h"
 #include "Foundation/MainThread/RunLoop.h"
 #include "Foundation/MainThread/Timer.h"
-#include "Front/NoMemory.h"
 #include "Front/RecordingEngine.h"
+#include "Front/ShortMemory.h"
 #include "Front/StatusText.h"
 
 #include <algorithm>
@@ -310,7 +310,7 @@ RecordingSummary Recorder::summary() const
     const Implementation& self = *implementation_;
     const Float64 ratio = self.rate > 0 ? self.plan.format.stream.mSampleRate / self.rate : 1;
     const SInt64 captured = std::llround(static_cast<Float64>(self.engine->capturedFrames()) * ratio);
-    return {hasEnded() ? self.frames : captured, self.engine->lostFrames(), self.plan.path};
+    return {hasEnded() ? self.frames : captured, self.engine->lostFrames(), self.plan.path, self.engine->lossText()};
 }
 
 std::vector<ChannelLevels> Recorder::levels()

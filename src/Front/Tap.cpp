@@ -4,7 +4,7 @@
 #include "CoreAudioTypes/AudioBuffers.h"
 #include "Devices/QMXAudioDevice.h"
 #include "Foundation/Threads/Retirement.h"
-#include "Front/NoMemory.h"
+#include "Front/ShortMemory.h"
 
 #include <algorithm>
 #include <atomic>
@@ -122,7 +122,7 @@ std::shared_ptr<QMXAudioDevice> Tap::object() const
 Result<Tap> Tap::start(const QMXAudioDevice& device, bool isInput, std::unique_ptr<TapFunction> function)
 {
     if (!function)
-        return noMemory();
+        return memoryError();
     return orNoMemory([&]() -> Result<Tap> {
         auto own = QMXAudioDevice::deviceWithDeviceID(device.deviceID());
         const UInt32 channels = own->numberOfChannels(isInput);
