@@ -104,18 +104,18 @@ private:
     termios before_{};
 };
 
-void press(const std::string& key, qmx::Player& player)
+/// False for the key that ends it.
+bool press(const std::string& key, qmx::Player& player)
 {
     constexpr float decibel = 1.122F;
     const auto jump = static_cast<SInt64>(5 * player.sampleRate());
     if (key == " ")
         valueOf(player.isPaused() ? player.resume() : player.pause());
-    else if (key == "q")
-        player.stop();
     else if (key == "\x1b[A" || key == "\x1b[B") // up, down
         player.setVolume(key.back() == 'A' ? player.volume() * decibel : player.volume() / decibel);
     else if (key == "\x1b[C" || key == "\x1b[D") // right, left
         player.seek(player.position() + (key.back() == 'C' ? jump : -jump));
+    return key != "q";
 }
 
 void show(const qmx::Player& player, example::ProgressBar& bar)
@@ -134,11 +134,12 @@ void playToTheEnd(qmx::Player& player)
 {
     const Keys keys;
     example::ProgressBar bar;
-    while (!player.hasEnded() && !example::isInterrupted()) {
+    bool goesOn = true;
+    while (goesOn && !player.hasEnded() && !example::isInterrupted()) {
         const std::string typed = keys.wait();
         for (std::size_t i = 0, size = 1; i < typed.size(); i += size) {
             size = typed.compare(i, 2, "\x1b[") == 0 ? 3 : 1;
-            press(typed.substr(i, size), player);
+            goesOn = press(typed.substr(i, size), player) && goesOn;
         }
         while (qmx::RunLoop::main().runOnce())
             continue;

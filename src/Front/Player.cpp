@@ -7,6 +7,7 @@
 #include "Foundation/MainThread/NotificationCenter.h"
 #include "Foundation/MainThread/RunLoop.h"
 #include "Front/Format.h"
+#include "Front/Missing.h"
 #include "Front/ShortMemory.h"
 #include "Front/StatusText.h"
 #include "Playback/QMXAUAudioPlayer.h"
@@ -173,8 +174,7 @@ Result<Player> Player::play(const std::string& path, const PlayerOptions& option
         if (!output)
             return output.error();
         if (output->outputChannels() == 0)
-            return Error(kAudioHardwareBadDeviceError,
-                         output->name() + (output->isAlive() ? " has no output" : " is gone"));
+            return missing(*output, Direction::output);
         auto player = QMXAUAudioPlayer::initWithAudioDevice_pathToFile(output->object(), path);
         if (!player)
             return memoryError();

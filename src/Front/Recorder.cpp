@@ -8,6 +8,7 @@
 #include "Foundation/MainThread/NotificationCenter.h"
 #include "Foundation/MainThread/RunLoop.h"
 #include "Foundation/MainThread/Timer.h"
+#include "Front/Missing.h"
 #include "Front/RecordingEngine.h"
 #include "Front/ShortMemory.h"
 #include "Front/StatusText.h"
@@ -29,7 +30,7 @@ Result<Format> formatOf(const Device& device, UInt32 channels)
 {
     const auto physical = device.object()->physicalStreamFormat_isInput(0, true);
     if (!physical || channels == 0)
-        return Error(kAudioHardwareBadDeviceError, device.name() + (device.isAlive() ? " has no input" : " is gone"));
+        return missing(device, Direction::input);
     const UInt32 bits = std::max(physical->bitsPerChannel(), 16U);
     return Format{.fileType = 0,
                   .stream = packedPhysicalFormat(device.sampleRate(), channels, bits, physical->isFloat())};
