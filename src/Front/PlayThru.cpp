@@ -35,7 +35,7 @@ Result<PlayThru> PlayThru::start(const Device& input, const Device& output, cons
     return orNoMemory([&]() -> Result<PlayThru> {
         for (const auto& [device, direction] : {std::pair(&input, Direction::input), {&output, Direction::output}})
             if (device->channels(direction) == 0)
-                return missing(*device, direction);
+                return missing(*device->object(), direction == Direction::input);
         OSStatus status = noErr;
         std::string reason;
         auto object = ComplexPlayThru::make(input.id(), output.id(), status, &reason);

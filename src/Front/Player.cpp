@@ -174,7 +174,7 @@ Result<Player> Player::play(const std::string& path, const PlayerOptions& option
         if (!output)
             return output.error();
         if (output->outputChannels() == 0)
-            return missing(*output, Direction::output);
+            return missing(*output->object(), false);
         auto player = QMXAUAudioPlayer::initWithAudioDevice_pathToFile(output->object(), path);
         if (!player)
             return memoryError();

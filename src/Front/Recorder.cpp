@@ -30,7 +30,7 @@ Result<Format> formatOf(const Device& device, UInt32 channels)
 {
     const auto physical = device.object()->physicalStreamFormat_isInput(0, true);
     if (!physical || channels == 0)
-        return missing(device, Direction::input);
+        return missing(*device.object(), true);
     const UInt32 bits = std::max(physical->bitsPerChannel(), 16U);
     return Format{.fileType = 0,
                   .stream = packedPhysicalFormat(device.sampleRate(), channels, bits, physical->isFloat())};
