@@ -1,12 +1,13 @@
 // SPDX-License-Identifier: MIT
 // Lists the audio devices, describes one, and reports changes.
-#include "support/Devices.h"
 #include "support/CommandLine.h"
 #include "support/Failure.h"
 
 #include <QMXCoreAudio/Devices/QMXAudioDevice.h>
+#include <QMXCoreAudio/Foundation/MainThread/NotificationCenter.h>
 #include <QMXCoreAudio/Foundation/MainThread/RunLoop.h>
 #include <QMXCoreAudio/Foundation/Text/Format.h>
+#include <QMXCoreAudio/qmx.h>
 
 #include <array>
 #include <cerrno>
@@ -29,38 +30,37 @@ rate in Hz, and what it is the default for, with tabs between them.
 QMX_AUDIO_BACKEND=virtual in the environment gives simulated devices.
 )";
 
-std::string defaultMarks(const QMXAudioDevice& device, bool isInput)
+std::string defaultMarks(const qmx::Device& device, qmx::Direction direction)
 {
-    std::string marks = device.isDefaultDevice(isInput) ? "default" : "";
-    const auto systemOutput = QMXAudioDevice::defaultSystemOutputDevice();
-    if (!isInput && systemOutput && systemOutput->deviceID() == device.deviceID())
+    const bool isInput = direction == qmx::Direction::input;
+    const auto standard = isInput ? qmx::defaultInput() : qmx::defaultOutput();
+    const auto system = isInput ? nullptr : QMXAudioDevice::defaultSystemOutputDevice();
+    std::string marks = standard && *standard == device ? "default" : "";
+    if (system && qmx::Device(system) == device)
         marks += marks.empty() ? "system" : ", system";
     return marks;
 }
 
-std::string line(const QMXAudioDevice& device, bool isInput)
-{
-    return qmx::format("%@\t%@\t%s\t%u\t%.0f\t%@\n", device.deviceUID(), device.name(), isInput ? "input" : "output",
-                       device.numberOfChannels(isInput), device.nominalSampleRate(isInput),
-                       defaultMarks(device, isInput));
-}
-
 std::string listOfDevices()
 {
+    using qmx::Direction;
     std::string text;
-    for (const auto& device : QMXAudioDevice::allDevicesArray().snapshot())
-        for (const bool isInput : {true, false})
-            if (isInput ? device->canBeInputDevice() : device->canBeOutputDevice())
-                text += line(*device, isInput);
+    for (const qmx::Device& device : qmx::devices())
+        for (const Direction direction : {Direction::input, Direction::output})
+            if (const UInt32 channels = device.channels(direction); channels > 0)
+                text += qmx::format("%@\t%@\t%s\t%u\t%.0f\t%@\n", device.uid(), device.name(),
+                                    direction == Direction::input ? "input" : "output", channels, device.sampleRate(),
+                                    defaultMarks(device, direction));
     return text;
 }
 
-std::string report(const std::string& uid)
+void checkThereAreSome()
 {
-    const auto device = QMXAudioDevice::deviceWithDeviceUID(uid);
-    if (!device)
-        throw Failure{uid + ": no such device (devices without arguments lists them)"};
-    return device->printDeviceInfo();
+    if (!qmx::devices().empty())
+        return;
+    const auto backend = qmx::backendStatus();
+    throw Failure{"no audio device: " + (backend ? "the machine has none" : backend.error().text()) +
+                  "; QMX_AUDIO_BACKEND=virtual gives simulated ones"};
 }
 
 /// Whether a line or the end of the input has arrived.
@@ -99,9 +99,8 @@ int devices(int argumentCount, char** arguments)
     if (!line.plainArguments().empty())
         throw Failure{"what is " + line.plainArguments()[0] + "? (--help tells more)", 2};
     const auto uid = line.text("--info");
-    if (QMXAudioDevice::allDevicesArray().snapshot().empty())
-        throw example::noDevice("no audio device");
-    example::printAll(uid ? report(*uid) : listOfDevices());
+    checkThereAreSome();
+    example::printAll(uid ? example::valueOf(qmx::device(*uid)).object()->printDeviceInfo() : listOfDevices());
     if (line.has("--watch"))
         watchUntilEnter();
     return 0;

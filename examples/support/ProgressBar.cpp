@@ -17,17 +17,19 @@ ProgressBar::~ProgressBar()
 
 void ProgressBar::show(const std::string& label, double fraction)
 {
-    if (!isTerminal_)
-        return;
     constexpr std::size_t width = 40;
     const auto percent = static_cast<std::size_t>(std::clamp(fraction, 0.0, 1.0) * 100);
     const std::size_t filled = percent * width / 100;
-    std::string line = label + " [" + std::string(filled, '#') + std::string(width - filled, '-') + "] " +
-                       std::to_string(percent) + " %";
-    if (line == drawn_)
+    showText(label + " [" + std::string(filled, '#') + std::string(width - filled, '-') + "] " +
+             std::to_string(percent) + " %");
+}
+
+void ProgressBar::showText(const std::string& text)
+{
+    if (!isTerminal_ || text == drawn_)
         return;
-    std::fprintf(stderr, "\r%s\033[K", line.c_str());
-    drawn_ = std::move(line);
+    std::fprintf(stderr, "\r%s\033[K", text.c_str());
+    drawn_ = text;
 }
 
 void ProgressBar::wipe()

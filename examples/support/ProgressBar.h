@@ -17,6 +17,8 @@ public:
 
     /// Redraws the bar if the whole percent or the label has changed. `fraction` is from 0 to 1.
     void show(const std::string& label, double fraction);
+    /// Shows a text in its place.
+    void showText(const std::string& text);
     void wipe();
 
 private:

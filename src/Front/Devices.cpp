@@ -6,7 +6,7 @@
 #include "Formats/PropertyBlock.h"
 #include "Foundation/MainThread/NotificationCenter.h"
 #include "Foundation/Text/Format.h"
-#include "Front/NoMemory.h"
+#include "Front/ShortMemory.h"
 #include "Front/StatusText.h"
 
 namespace

@@ -3,7 +3,7 @@
 
 #include "CoreAudioTypes/AudioBuffers.h"
 #include "Front/Devices.h"
-#include "Front/NoMemory.h"
+#include "Front/ShortMemory.h"
 
 #include <algorithm>
 #include <array>
@@ -194,7 +194,7 @@ Result<Meter> Meter::start(const Device& device)
     return orNoMemory([&]() -> Result<Meter> {
         const std::shared_ptr<Levels> levels = Levels::make(device.inputChannels());
         if (!levels)
-            return noMemory();
+            return memoryError();
         auto tap = device.onInput(
             [levels](std::span<const float> samples, unsigned channels) noexcept { levels->add(samples, channels); });
         if (!tap)

@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "Front/PlayThru.h"
 
-#include "Front/NoMemory.h"
+#include "Front/Missing.h"
+#include "Front/ShortMemory.h"
 #include "PlayThru/ComplexPlayThru.h"
 
 #include <utility>
@@ -32,6 +33,9 @@ PlayThru::~PlayThru() = default;
 Result<PlayThru> PlayThru::start(const Device& input, const Device& output, const PlayThruOptions& options)
 {
     return orNoMemory([&]() -> Result<PlayThru> {
+        for (const auto& [device, direction] : {std::pair(&input, Direction::input), {&output, Direction::output}})
+            if (device->channels(direction) == 0)
+                return missing(*device->object(), direction == Direction::input);
         OSStatus status = noErr;
         std::string reason;
         auto object = ComplexPlayThru::make(input.id(), output.id(), status, &reason);

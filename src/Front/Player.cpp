@@ -7,7 +7,8 @@
 #include "Foundation/MainThread/NotificationCenter.h"
 #include "Foundation/MainThread/RunLoop.h"
 #include "Front/Format.h"
-#include "Front/NoMemory.h"
+#include "Front/Missing.h"
+#include "Front/ShortMemory.h"
 #include "Front/StatusText.h"
 #include "Playback/QMXAUAudioPlayer.h"
 #include "Processing/QMXAudioProcessor.h"
@@ -76,7 +77,7 @@ struct Player::Implementation : std::enable_shared_from_this<Implementation> {
         const auto bounds = QMXAudioTrackInfo::initWithTrackTitle_trackBegin_trackEnd_isActive(
             std::nullopt, static_cast<UInt64>(frame), static_cast<UInt64>(to), true);
         if (!bounds)
-            return noMemory();
+            return memoryError();
         return player->playTrack(*bounds) == noErr ? Result<void>() : Result<void>(failure());
     }
 
@@ -173,11 +174,10 @@ Result<Player> Player::play(const std::string& path, const PlayerOptions& option
         if (!output)
             return output.error();
         if (output->outputChannels() == 0)
-            return Error(kAudioHardwareBadDeviceError,
-                         output->name() + (output->isAlive() ? " has no output" : " is gone"));
+            return missing(*output->object(), false);
         auto player = QMXAUAudioPlayer::initWithAudioDevice_pathToFile(output->object(), path);
         if (!player)
-            return noMemory();
+            return memoryError();
         if (player->lastStatus() != noErr)
             return Error(player->lastStatus(), player->lastError(), path);
         player->setFollowsDefaultDevice(!options.device);
@@ -189,7 +189,7 @@ Result<Player> Player::play(const std::string& path, const PlayerOptions& option
         if (options.meters) {
             auto levels = Levels::make(meteredChannels);
             if (!levels)
-                return noMemory();
+                return memoryError();
             made->meter = std::make_shared<MeteringProcessor>(std::move(levels));
             player->setAudioProcessor(made->meter);
         }

@@ -8,8 +8,9 @@
 #include "Foundation/MainThread/NotificationCenter.h"
 #include "Foundation/MainThread/RunLoop.h"
 #include "Foundation/MainThread/Timer.h"
-#include "Front/NoMemory.h"
+#include "Front/Missing.h"
 #include "Front/RecordingEngine.h"
+#include "Front/ShortMemory.h"
 #include "Front/StatusText.h"
 
 #include <algorithm>
@@ -29,7 +30,7 @@ Result<Format> formatOf(const Device& device, UInt32 channels)
 {
     const auto physical = device.object()->physicalStreamFormat_isInput(0, true);
     if (!physical || channels == 0)
-        return Error(kAudioHardwareBadDeviceError, device.name() + (device.isAlive() ? " has no input" : " is gone"));
+        return missing(*device.object(), true);
     const UInt32 bits = std::max(physical->bitsPerChannel(), 16U);
     return Format{.fileType = 0,
                   .stream = packedPhysicalFormat(device.sampleRate(), channels, bits, physical->isFloat())};
@@ -310,7 +311,7 @@ RecordingSummary Recorder::summary() const
     const Implementation& self = *implementation_;
     const Float64 ratio = self.rate > 0 ? self.plan.format.stream.mSampleRate / self.rate : 1;
     const SInt64 captured = std::llround(static_cast<Float64>(self.engine->capturedFrames()) * ratio);
-    return {hasEnded() ? self.frames : captured, self.engine->lostFrames(), self.plan.path};
+    return {hasEnded() ? self.frames : captured, self.engine->lostFrames(), self.plan.path, self.engine->lossText()};
 }
 
 std::vector<ChannelLevels> Recorder::levels()

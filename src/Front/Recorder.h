@@ -27,7 +27,7 @@ enum class WhenUnplugged {
 };
 
 struct RecorderOptions {
-    bool replace = false; ///< an existing file is replaced, once the recording starts
+    bool replace = false; ///< an existing file is replaced once the recording has started
     /// The file's; the path's extension says the type if this does not. What it leaves open is the device's.
     std::optional<Format> format = {};
     /// Which channels of the device, counted from 1; empty for all (of those that are compressed, the first two).
@@ -43,6 +43,8 @@ struct RecordingSummary {
     SInt64 frames = 0; ///< of the file
     UInt64 lost = 0;   ///< frames that the device captured, or should have, and that are not in the file
     std::string path;
+    /// How much was lost, where first and why, for people; empty if nothing was.
+    std::string loss = {};
 };
 
 /// One recording into one file, which is valid at every moment. It ends with stop(), with the handle, or by itself.
@@ -86,6 +88,7 @@ public:
     std::vector<ChannelLevels> levels();
 
     /// The described objects behind it: one of them is null. The device recorder lists what was lost where.
+    /// They know a file that has replaced another one by the hidden name that it had until then.
     std::shared_ptr<QMXAudioRecorder> object() const;
     std::shared_ptr<QMXAUAudioRecorder> unitObject() const;
 

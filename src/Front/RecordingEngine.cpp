@@ -6,8 +6,9 @@
 #include "FileRelated/QMXExtAudioFile.h"
 #include "Formats/QMXAudioStreamBasicDescription.h"
 #include "Foundation/Files/FileManager.h"
-#include "Front/NoMemory.h"
+#include "Front/LossText.h"
 #include "Front/OutputFile.h"
+#include "Front/ShortMemory.h"
 #include "Front/StatusText.h"
 
 #include <utility>
@@ -29,22 +30,64 @@ Result<void> claim(const std::string& path)
     return {};
 }
 
-void remove(const std::string& path)
+/// The file that a recorder makes. An existing file stays until the recording has started: the new one has another name
+/// until then, by which the recorder knows it for good.
+class RecordedFile
 {
-    (void)FileManager::defaultManager().removeFileAtPath_handler(path, nullptr); // the first failure counts
-}
+public:
+    static Result<RecordedFile> at(const std::string& path, bool replaces)
+    {
+        FileStatus existing;
+        if (!replaces || FileSystem::current().status(path, existing) != 0)
+            return RecordedFile(path, std::nullopt);
+        auto output = OutputFile::at(path, true);
+        if (!output)
+            return output.error();
+        return RecordedFile(path, *std::move(output));
+    }
 
-template <class Recorder> std::optional<Error> failureOf(const Recorder& recorder, const std::string& path)
-{
-    const OSStatus status = recorder.lastStatus();
-    return status != noErr ? std::optional(Error(status, recorder.lastError(), path)) : std::nullopt;
-}
+    const std::string& path() const { return path_; }
+    const std::string& recorderPath() const { return recorderPath_; }
+    bool replaces() const { return output_.has_value(); }
+
+    /// Takes the place of an existing file; once.
+    Result<void> replace()
+    {
+        const auto replaced = output_ ? output_->finish() : Result<void>();
+        if (replaced)
+            output_.reset();
+        return replaced;
+    }
+    /// Removes what a recording that did not start has made.
+    void discard() const { (void)FileManager::defaultManager().removeFileAtPath_handler(recorderPath_, nullptr); }
+
+    /// The last failure of the recorder, which names the file by its path.
+    template <class Recorder> std::optional<Error> failureOf(const Recorder& recorder) const
+    {
+        if (recorder.lastStatus() == noErr)
+            return std::nullopt;
+        std::string text = recorder.lastError();
+        if (const std::size_t at = text.find(recorderPath_); at != std::string::npos)
+            text.replace(at, recorderPath_.size(), path_);
+        return Error(recorder.lastStatus(), std::move(text), path_);
+    }
+
+private:
+    RecordedFile(std::string path, std::optional<OutputFile> output)
+        : path_(std::move(path)), output_(std::move(output)), recorderPath_(output_ ? output_->temporaryPath() : path_)
+    {
+    }
+
+    std::string path_;
+    std::optional<OutputFile> output_; ///< while an existing file is there
+    std::string recorderPath_;
+};
 
 class DeviceEngine final : public RecordingEngine
 {
 public:
-    DeviceEngine(std::shared_ptr<QMXAudioRecorder> recorder, std::string path, bool replaces)
-        : recorder_(std::move(recorder)), path_(std::move(path)), replaces_(replaces)
+    DeviceEngine(std::shared_ptr<QMXAudioRecorder> recorder, RecordedFile file)
+        : recorder_(std::move(recorder)), file_(std::move(file))
     {
     }
     ~DeviceEngine() override { (void)recorder_->stop(); } // it may have been stopped
@@ -52,16 +95,18 @@ public:
     Result<void> start() override
     {
         const bool isFirst = !std::exchange(hasStarted_, true);
-        if (isFirst && !replaces_)
-            if (auto claimed = claim(path_); !claimed)
+        if (isFirst && !file_.replaces())
+            if (auto claimed = claim(file_.path()); !claimed)
                 return claimed;
-        if (recorder_->record() && recorder_->lastStatus() == noErr)
-            return {};
-        const auto failed = failure();
-        (void)recorder_->stop(); // false if it never started
-        if (isFirst && !replaces_)
-            remove(path_);
-        return failed.value_or(Error(kAudioHardwareIllegalOperationError, path_ + ": The recording has ended", path_));
+        auto result = record();
+        if (result)
+            result = file_.replace();
+        if (!result) {
+            (void)recorder_->stop(); // false if it never started
+            if (isFirst)
+                file_.discard();
+        }
+        return result;
     }
     Result<void> pause() override
     {
@@ -75,33 +120,43 @@ public:
     }
     Result<void> goOnWith(std::shared_ptr<QMXAudioDevice>) override
     {
-        return Error(kAudioHardwareUnsupportedOperationError, path_ + ": The recording cannot change its device",
-                     path_);
+        return Error(kAudioHardwareUnsupportedOperationError, file_.path() + ": The recording cannot change its device",
+                     file_.path());
     }
 
-    std::optional<Error> failure() const override { return failureOf(*recorder_, path_); }
+    std::optional<Error> failure() const override { return file_.failureOf(*recorder_); }
     SInt64 capturedFrames() const override
     {
         const UInt32 frameBytes = recorder_->bytesPerFrame(); // lengthInFrames() has 32 bits only
         return frameBytes > 0 ? static_cast<SInt64>(recorder_->lengthInBytes() / frameBytes) : 0;
     }
     UInt64 lostFrames() const override { return recorder_->droppedFrames(); }
+    std::string lossText() const override
+    {
+        return qmx::lossText(recorder_->droppedFrames(), recorder_->lostFramePositions());
+    }
     std::shared_ptr<Object> sender() const override { return recorder_; }
     std::shared_ptr<QMXAudioRecorder> deviceRecorder() const override { return recorder_; }
 
 private:
+    Result<void> record()
+    {
+        if (recorder_->record() && recorder_->lastStatus() == noErr)
+            return {};
+        return failure().value_or(
+            Error(kAudioHardwareIllegalOperationError, file_.path() + ": The recording has ended", file_.path()));
+    }
+
     const std::shared_ptr<QMXAudioRecorder> recorder_;
-    const std::string path_;
-    const bool replaces_;
+    RecordedFile file_;
     bool hasStarted_ = false;
 };
 
 class UnitEngine final : public RecordingEngine
 {
 public:
-    UnitEngine(std::shared_ptr<QMXAUAudioRecorder> recorder, std::string path, std::optional<OutputFile> output)
-        : recorder_(std::move(recorder)), path_(std::move(path)), output_(std::move(output)),
-          temporaryPath_(output_ ? output_->temporaryPath() : std::string())
+    UnitEngine(std::shared_ptr<QMXAUAudioRecorder> recorder, RecordedFile file)
+        : recorder_(std::move(recorder)), file_(std::move(file))
     {
     }
     ~UnitEngine() override { (void)recorder_->stop(); } // nobody is left to be told
@@ -111,12 +166,11 @@ public:
         const OSStatus status = recorder_->start();
         const bool isFirst = !std::exchange(hasStarted_, true);
         Result<void> result = status == noErr ? Result<void>() : Result<void>(reason());
-        if (result && output_)
-            result = output_->finish(); // the file goes on under its own name
+        if (result)
+            result = file_.replace();
         if (!result && isFirst) {
             (void)recorder_->stop(); // the first failure counts
-            if (!output_)
-                remove(path_);
+            file_.discard();
         }
         return result;
     }
@@ -132,16 +186,7 @@ public:
         return recorder_->isRecording() ? Result<void>() : Result<void>(reason());
     }
 
-    std::optional<Error> failure() const override
-    {
-        auto failed = failureOf(*recorder_, path_);
-        if (!failed || temporaryPath_.empty())
-            return failed;
-        std::string text = failed->text();
-        if (const std::size_t at = text.find(temporaryPath_); at != std::string::npos)
-            text.replace(at, temporaryPath_.size(), path_);
-        return Error(failed->status(), std::move(text), path_);
-    }
+    std::optional<Error> failure() const override { return file_.failureOf(*recorder_); }
     SInt64 capturedFrames() const override
     {
         const auto& file = *recorder_->audioFile();
@@ -151,19 +196,19 @@ public:
         return static_cast<SInt64>(static_cast<Float64>(frames) * file.clientSampleRate() / file.sampleRate());
     }
     UInt64 lostFrames() const override { return recorder_->droppedFrames(); }
+    std::string lossText() const override { return qmx::lossText(recorder_->droppedFrames()); }
     std::shared_ptr<Object> sender() const override { return recorder_; }
     std::shared_ptr<QMXAUAudioRecorder> unitRecorder() const override { return recorder_; }
 
 private:
     Error reason() const
     {
-        return failure().value_or(Error(kAudioHardwareUnspecifiedError, path_ + ": It cannot be recorded", path_));
+        return failure().value_or(
+            Error(kAudioHardwareUnspecifiedError, file_.path() + ": It cannot be recorded", file_.path()));
     }
 
     const std::shared_ptr<QMXAUAudioRecorder> recorder_;
-    const std::string path_;
-    std::optional<OutputFile> output_; ///< while an existing file is replaced
-    const std::string temporaryPath_;  ///< the name by which the recorder knows the file then
+    RecordedFile file_;
     bool hasStarted_ = false;
     SInt64 captured_ = 0; ///< when it was stopped
 };
@@ -172,45 +217,39 @@ private:
 
 RecordingEngine::Made RecordingEngine::onDevice(const RecordingPlan& plan)
 {
-    const auto file = QMXAudioFile::initWithPath_accessMode(plan.path, QMXAudioFileAccessMode::write);
+    auto made = RecordedFile::at(plan.path, plan.replaces);
+    if (!made)
+        return made.error();
+    const auto file = QMXAudioFile::initWithPath_accessMode(made->recorderPath(), QMXAudioFileAccessMode::write);
     auto recorder = file ? QMXAudioRecorder::initWithAudioDevice_audioFile(plan.device, file) : nullptr;
     if (!recorder)
-        return noMemory();
+        return memoryError();
     if (!file->setFileStreamFormat(QMXAudioStreamBasicDescription(plan.format.stream)))
         return fileError(file->lastStatus(), plan.path);
     file->setFileType(plan.format.fileType); // last: the format sets a type, too
     recorder->setWritesPartialBufferAtStop(true);
     if (!recorder->setSpareRawBuffers(spareBuffers))
-        return noMemory();
-    return std::unique_ptr<RecordingEngine>(
-        std::make_unique<DeviceEngine>(std::move(recorder), plan.path, plan.replaces));
+        return memoryError();
+    return std::unique_ptr<RecordingEngine>(std::make_unique<DeviceEngine>(std::move(recorder), *std::move(made)));
 }
 
 RecordingEngine::Made RecordingEngine::onUnit(const RecordingPlan& plan)
 {
-    std::optional<OutputFile> output;
-    FileStatus existing;
-    if (plan.replaces && FileSystem::current().status(plan.path, existing) == 0) {
-        auto made = OutputFile::at(plan.path, true);
-        if (!made)
-            return made.error();
-        output.emplace(*std::move(made));
-    }
-    auto recorder =
-        QMXAUAudioRecorder::initWithInputDevice_outputPath(plan.device, output ? output->temporaryPath() : plan.path);
+    auto made = RecordedFile::at(plan.path, plan.replaces);
+    if (!made)
+        return made.error();
+    auto recorder = QMXAUAudioRecorder::initWithInputDevice_outputPath(plan.device, made->recorderPath());
     if (!recorder)
-        return noMemory();
-    const auto failure = [&] { return Error(recorder->lastStatus(), recorder->lastError(), plan.path); };
+        return memoryError();
     if (recorder->lastStatus() != noErr || recorder->setInputChannelMap(plan.channels) != noErr)
-        return failure();
+        return made->failureOf(*recorder).value_or(memoryError());
     recorder->setFileType(plan.format.fileType);
     recorder->setFileStreamFormat(QMXAudioStreamBasicDescription(plan.format.stream)); // makes the file
     if (recorder->lastStatus() != noErr)
         return fileError(recorder->lastStatus(), plan.path);
     if (plan.format.bitRate != 0)
         recorder->audioFile()->setBitRate(plan.format.bitRate);
-    return std::unique_ptr<RecordingEngine>(
-        std::make_unique<UnitEngine>(std::move(recorder), plan.path, std::move(output)));
+    return std::unique_ptr<RecordingEngine>(std::make_unique<UnitEngine>(std::move(recorder), *std::move(made)));
 }
 
 } // namespace qmx

@@ -43,6 +43,8 @@ public:
     /// Frames captured so far, at the rate that the device had at the start.
     virtual SInt64 capturedFrames() const = 0;
     virtual UInt64 lostFrames() const = 0;
+    /// What was lost, for people; empty if nothing was.
+    virtual std::string lossText() const = 0;
     /// The sender of QMXAudioRecorderFailedNotification.
     virtual std::shared_ptr<Object> sender() const = 0;
     virtual std::shared_ptr<QMXAudioRecorder> deviceRecorder() const { return nullptr; }

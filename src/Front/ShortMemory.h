@@ -3,10 +3,12 @@
 #pragma once
 
 #include "CoreAudioTypes/MacTypes.h"
+#include "Foundation/Memory.h"
 #include "Front/Result.h"
 
 #include <memory>
 #include <new>
+#include <utility>
 
 namespace qmx
 {
@@ -21,6 +23,12 @@ inline Error memoryError()
 template <class Value> Result<Value> outOfMemory()
 {
     return memoryError();
+}
+
+/// What `work` gives, a Result; the error for want of memory if it ran out of it.
+template <class Work> auto orNoMemory(Work&& work) -> decltype(work())
+{
+    return withinMemory(decltype(work())(memoryError()), std::forward<Work>(work));
 }
 
 /// What a described object's initializer gave, which is null when memory is short. Throws then, inside withinMemory().

@@ -4,7 +4,8 @@
 #include "CoreAudioTypes/AudioBuffers.h"
 #include "Devices/QMXAudioDevice.h"
 #include "Foundation/Threads/Retirement.h"
-#include "Front/NoMemory.h"
+#include "Front/Missing.h"
+#include "Front/ShortMemory.h"
 
 #include <algorithm>
 #include <atomic>
@@ -122,15 +123,12 @@ std::shared_ptr<QMXAudioDevice> Tap::object() const
 Result<Tap> Tap::start(const QMXAudioDevice& device, bool isInput, std::unique_ptr<TapFunction> function)
 {
     if (!function)
-        return noMemory();
+        return memoryError();
     return orNoMemory([&]() -> Result<Tap> {
         auto own = QMXAudioDevice::deviceWithDeviceID(device.deviceID());
         const UInt32 channels = own->numberOfChannels(isInput);
-        if (channels == 0) {
-            const char* const missing = isInput ? " has no input" : " has no output";
-            return Error(kAudioHardwareBadDeviceError,
-                         device.name().value_or("The device") + (own->isAlive() ? missing : " is gone"));
-        }
+        if (channels == 0)
+            return missing(device, isInput);
         const UInt32 room = own->numberOfStreams(isInput) > 1 ? own->bufferFrameSize(isInput) : 0;
         auto made = std::make_unique<Implementation>();
         made->subscriber = std::make_shared<Subscriber>(isInput, std::move(function), channels, room);

@@ -8,9 +8,9 @@
 #include "Foundation/MainThread/RunLoop.h"
 #include "platform/AudioToolbox/ExtAudioFileHelpers.h"
 #include "support/CapturedFailures.h"
-#include "support/MemoryDisk.h"
 #include "support/RecordedSamples.h"
 #include "support/Slices.h"
+#include "support/WatchedDisk.h"
 
 #include <gtest/gtest.h>
 
@@ -106,7 +106,7 @@ protected:
     }
 
     VirtualHardware& hardware = VirtualHardware::shared();
-    MemoryDisk disk;
+    WatchedDisk disk;
     CapturedFailures failures;
 
 private:

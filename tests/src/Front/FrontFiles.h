@@ -4,7 +4,7 @@
 
 #include "platform/AudioToolbox/ExtAudioFileHelpers.h"
 #include "support/CapturedFailures.h"
-#include "support/MemoryDisk.h"
+#include "support/WatchedDisk.h"
 
 #include <gmock/gmock.h>
 
@@ -19,28 +19,6 @@ inline void expectWhole(const std::vector<float>& progress)
     EXPECT_EQ(progress.back(), 1.0F);
     EXPECT_TRUE(std::ranges::is_sorted(progress));
 }
-
-/// A disk in memory that remembers what was made on it.
-class WatchedDisk : public MemoryDisk
-{
-public:
-    SystemError open(const std::string& path, FileAccess access, std::unique_ptr<File>& file) override
-    {
-        const SystemError error = MemoryDisk::open(path, access, file);
-        if (error == 0 && access != FileAccess::read)
-            made.push_back(path);
-        return error;
-    }
-    /// Whether a file that was made under a hidden name is left.
-    bool isAnyLeft()
-    {
-        FileStatus ignored;
-        return std::ranges::any_of(made, [&](const std::string& path) {
-            return path.find("/.making-") != std::string::npos && status(path, ignored) == 0;
-        });
-    }
-    std::vector<std::string> made;
-};
 
 class FrontFiles : public testing::Test
 {

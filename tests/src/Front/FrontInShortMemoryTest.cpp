@@ -28,12 +28,14 @@ protected:
                     status = result.error().status();
             });
             EXPECT_FALSE(disk.isAnyLeft());
+            hasFailed = hasFailed || memory.hasFailed();
         });
-        EXPECT_EQ(status, memFullErr);
+        EXPECT_EQ(status, hasFailed ? memFullErr : noErr); // under some sanitizers memory never runs out
     }
 
     const std::string source = "/d/a.aif", target = "/d/b.wav";
     OSStatus status = noErr;
+    bool hasFailed = false;
 };
 
 TEST_F(FrontInShortMemoryTest, ConversionsAreErrorsAndMakeNothing)
