@@ -22,7 +22,7 @@ Result<void> failureOf(const ComplexPlayThru& object)
 } // namespace
 
 PlayThru::PlayThru(std::unique_ptr<ComplexPlayThru> object, Device input)
-    : object_(std::move(object)), input_(std::move(input))
+    : object_(std::move(object)), input_(std::move(input)), inputUID_(input_.uid())
 {
 }
 
@@ -61,6 +61,9 @@ bool PlayThru::isRunning() const
 double PlayThru::latency() const
 {
     double frames = 0;
+    if (!input_.isAlive()) // another object after it has come back
+        if (auto again = qmx::device(inputUID_))
+            input_ = *std::move(again);
     const Float64 inputRate = input_.sampleRate();
     return object_->GetLatency(&frames) == noErr && inputRate > 0 ? frames / inputRate : 0;
 }

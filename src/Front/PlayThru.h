@@ -8,6 +8,7 @@
 
 #include <memory>
 #include <optional>
+#include <string>
 
 class ComplexPlayThru;
 
@@ -50,7 +51,8 @@ public:
 private:
     PlayThru(std::unique_ptr<ComplexPlayThru> object, Device input);
     std::unique_ptr<ComplexPlayThru> object_;
-    Device input_;
+    mutable Device input_; ///< the latest object of it
+    std::string inputUID_;
 };
 
 } // namespace qmx

@@ -95,7 +95,7 @@ struct Player::Implementation : std::enable_shared_from_this<Implementation> {
     /// The last frame was played.
     void finish()
     {
-        if (state != State::playing)
+        if (state != State::playing || player->isPlaying()) // a notification may be of before a seek
             return;
         if (player->lastStatus() != noErr)
             return end(failure());

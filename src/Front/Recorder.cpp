@@ -47,17 +47,32 @@ Result<std::vector<SInt32>> channelsOf(const Device& device, const RecorderOptio
         channels.push_back(static_cast<SInt32>(channel - 1));
     }
     if (channels.empty()) {
-        channels.resize(wish.isLossless() ? present : std::min(present, 2U));
+        channels.resize(wish.stream.mFormatID == 0 || wish.isLossless() ? present : std::min(present, 2U));
         std::iota(channels.begin(), channels.end(), 0);
     }
     return channels;
+}
+
+/// The type that the path's extension says, where the options say none.
+Result<Format> wishOf(const std::string& path, const RecorderOptions& options)
+{
+    if (options.format && options.format->fileType != 0)
+        return *options.format;
+    auto wish = Format::forPath(path);
+    if (!wish || !options.format)
+        return wish;
+    Format chosen = *options.format;
+    chosen.fileType = wish->fileType;
+    if (chosen.stream.mFormatID == 0)
+        chosen.stream.mFormatID = wish->stream.mFormatID;
+    return chosen;
 }
 
 Result<RecordingPlan> planOf(const Device& device, const std::string& path, const RecorderOptions& options)
 {
     if (options.seconds && !(*options.seconds > 0 && std::isfinite(*options.seconds)))
         return Error(paramErr, path + ": A recording cannot take that time", path);
-    const auto wish = options.format ? Result<Format>(*options.format) : Format::forPath(path);
+    const auto wish = wishOf(path, options);
     if (!wish)
         return wish.error();
     auto channels = channelsOf(device, options, *wish);
@@ -111,7 +126,7 @@ struct Recorder::Implementation : std::enable_shared_from_this<Implementation> {
     {
         return [weak = weak_from_this(), act](const auto&) {
             if (const auto self = weak.lock())
-                (self.get()->*act)();
+                (void)withinMemory([&] { (self.get()->*act)(); }); // without memory it goes on as it is
         };
     }
 
@@ -121,6 +136,10 @@ struct Recorder::Implementation : std::enable_shared_from_this<Implementation> {
         observers =
             Subscription({center.observe(QMXAudioRecorderFailedNotification, engine->sender(),
                                          handler(&Implementation::endByFailure)),
+                          center.observe(QMXAudioRecorderStoppedRecordingNotification, engine->sender(),
+                                         handler(&Implementation::endIfStopped)),
+                          center.observe(QMXAudioDeviceNominalSampleRateDidChangeNotification, plan.device,
+                                         handler(&Implementation::endAtOtherRate)),
                           center.observe(QMXAudioHardwareDevicesDidChangeNotification, QMXAudioDevice::classObject(),
                                          handler(&Implementation::followDevice))});
         const auto after = [this](double seconds, void (Implementation::*act)()) {
@@ -134,6 +153,19 @@ struct Recorder::Implementation : std::enable_shared_from_this<Implementation> {
     Error gone() const { return {kAudioHardwareBadDeviceError, device.name() + " was unplugged", plan.path}; }
 
     void endByFailure() { end(engine->failure().value_or(gone())); }
+    /// The unit stopped by itself.
+    void endIfStopped()
+    {
+        if (state == State::recording && device.isAlive() && !engine->isRunning())
+            end(engine->failure().value_or(
+                Error(kAudioHardwareNotRunningError, device.name() + " stopped by itself", plan.path)));
+    }
+    /// A device recorder would go on at the wrong pitch. A unit converts.
+    void endAtOtherRate()
+    {
+        if (engine->deviceRecorder() && device.isAlive() && device.sampleRate() != rate)
+            end({kAudioDeviceUnsupportedFormatError, device.name() + " changed its sample rate", plan.path});
+    }
     void endByProgram() { end({cancelledStatus, plan.path + ": Stopped", plan.path}); }
     void endIfSilent()
     {
@@ -179,17 +211,17 @@ struct Recorder::Implementation : std::enable_shared_from_this<Implementation> {
         if (state == State::ended)
             return;
         state = State::ended;
+        reason = std::move(why);
         observers = {};
         for (const auto& timer : timers)
             timer->invalidate();
         meter.reset();
         const auto failure = engine->stop();
-        if (failure && why.isCancelled())
-            why = *failure;
+        if (failure && reason->isCancelled())
+            reason = failure;
         frames = framesOf(plan.path);
-        if (engine->capturedFrames() == 0 && !why.isCancelled())
+        if (engine->capturedFrames() == 0 && !reason->isCancelled())
             (void)FileManager::defaultManager().removeFileAtPath_handler(plan.path, nullptr); // nothing is lost
-        reason = std::move(why);
         tell();
     }
 
@@ -233,7 +265,8 @@ Recorder::~Recorder()
     if (!implementation_)
         return;
     implementation_->callback = {};
-    implementation_->endByProgram();
+    if (!withinMemory([&] { implementation_->endByProgram(); }))
+        (void)withinMemory([&] { (void)implementation_->engine->stop(); }); // closing needs little
 }
 
 Result<Recorder> Recorder::start(const Device& device, const std::string& path, const RecorderOptions& options)
@@ -311,7 +344,12 @@ RecordingSummary Recorder::summary() const
     const Implementation& self = *implementation_;
     const Float64 ratio = self.rate > 0 ? self.plan.format.stream.mSampleRate / self.rate : 1;
     const SInt64 captured = std::llround(static_cast<Float64>(self.engine->capturedFrames()) * ratio);
-    return {hasEnded() ? self.frames : captured, self.engine->lostFrames(), self.plan.path, self.engine->lossText()};
+    UInt64 lost = self.engine->lostFrames();
+    const bool hasFailed = self.reason && !self.reason->isCancelled();
+    if (hasFailed && self.engine->unitRecorder()) // what waited for the disk is gone, too
+        lost += static_cast<UInt64>(
+            std::llround(static_cast<Float64>(std::max<SInt64>(captured - self.frames, 0)) / ratio));
+    return {hasEnded() ? self.frames : captured, lost, self.plan.path, self.engine->lossText()};
 }
 
 std::vector<ChannelLevels> Recorder::levels()

@@ -101,10 +101,9 @@ public:
         auto result = record();
         if (result)
             result = file_.replace();
-        if (!result) {
+        if (!result && isFirst) {
             (void)recorder_->stop(); // false if it never started
-            if (isFirst)
-                file_.discard();
+            file_.discard();
         }
         return result;
     }
@@ -135,6 +134,7 @@ public:
     {
         return qmx::lossText(recorder_->droppedFrames(), recorder_->lostFramePositions());
     }
+    bool isRunning() const override { return recorder_->isRecording(); }
     std::shared_ptr<Object> sender() const override { return recorder_; }
     std::shared_ptr<QMXAudioRecorder> deviceRecorder() const override { return recorder_; }
 
@@ -197,6 +197,7 @@ public:
     }
     UInt64 lostFrames() const override { return recorder_->droppedFrames(); }
     std::string lossText() const override { return qmx::lossText(recorder_->droppedFrames()); }
+    bool isRunning() const override { return recorder_->isRecording(); }
     std::shared_ptr<Object> sender() const override { return recorder_; }
     std::shared_ptr<QMXAUAudioRecorder> unitRecorder() const override { return recorder_; }
 
@@ -245,8 +246,13 @@ RecordingEngine::Made RecordingEngine::onUnit(const RecordingPlan& plan)
         return made->failureOf(*recorder).value_or(memoryError());
     recorder->setFileType(plan.format.fileType);
     recorder->setFileStreamFormat(QMXAudioStreamBasicDescription(plan.format.stream)); // makes the file
-    if (recorder->lastStatus() != noErr)
-        return fileError(recorder->lastStatus(), plan.path);
+    if (const OSStatus status = recorder->lastStatus(); status != noErr) {
+        if (status != dupFNErr) // else it is another's, who was sooner
+            made->discard();
+        return fileError(status, plan.path);
+    }
+    constexpr UInt32 stopped = 1 << 2;
+    recorder->setEventMask(stopped);
     if (plan.format.bitRate != 0)
         recorder->audioFile()->setBitRate(plan.format.bitRate);
     return std::unique_ptr<RecordingEngine>(std::make_unique<UnitEngine>(std::move(recorder), *std::move(made)));

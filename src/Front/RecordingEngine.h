@@ -45,7 +45,8 @@ public:
     virtual UInt64 lostFrames() const = 0;
     /// What was lost, for people; empty if nothing was.
     virtual std::string lossText() const = 0;
-    /// The sender of QMXAudioRecorderFailedNotification.
+    virtual bool isRunning() const = 0;
+    /// The sender of QMXAudioRecorderFailedNotification, and of a unit's QMXAudioRecorderStoppedRecordingNotification.
     virtual std::shared_ptr<Object> sender() const = 0;
     virtual std::shared_ptr<QMXAudioRecorder> deviceRecorder() const { return nullptr; }
     virtual std::shared_ptr<QMXAUAudioRecorder> unitRecorder() const { return nullptr; }

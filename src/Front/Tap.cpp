@@ -53,7 +53,7 @@ struct Tap::Subscriber final : QMXCoreAudioIOSubscriber {
         std::size_t frames = std::numeric_limits<std::size_t>::max();
         for (const AudioBuffer& stream : streams)
             frames = std::min(frames, samplesOf(stream).size() / std::max(stream.mNumberChannels, 1U));
-        for (std::size_t done = 0; done < frames && room > 0; done += room) {
+        for (std::size_t done = 0; done < frames && room > 0 && isOn.load(std::memory_order_relaxed); done += room) {
             const std::size_t count = std::min(frames - done, room);
             const auto piece = std::span(gathered).first(count * channels);
             std::ranges::fill(piece, 0.0F);
@@ -91,6 +91,15 @@ struct Tap::Subscriber final : QMXCoreAudioIOSubscriber {
 
 /// The device object is the tap's own, so that releasing it stops what the tap started and nothing else.
 struct Tap::Implementation final : Retirable {
+    /// Others may hold the device object a little longer.
+    ~Implementation() override
+    {
+        if (!device)
+            return;
+        device->removeAudioIOSubscriber_forInput(*subscriber, subscriber->isInput); // waits for a call in flight
+        device->stop();                                                             // nothing if it was not started
+    }
+
     std::shared_ptr<Subscriber> subscriber;
     std::shared_ptr<QMXAudioDevice> device;
 };
@@ -129,9 +138,9 @@ Result<Tap> Tap::start(const QMXAudioDevice& device, bool isInput, std::unique_p
         const UInt32 channels = own->numberOfChannels(isInput);
         if (channels == 0)
             return missing(device, isInput);
-        const UInt32 room = own->numberOfStreams(isInput) > 1 ? own->bufferFrameSize(isInput) : 0;
         auto made = std::make_unique<Implementation>();
-        made->subscriber = std::make_shared<Subscriber>(isInput, std::move(function), channels, room);
+        made->subscriber =
+            std::make_shared<Subscriber>(isInput, std::move(function), channels, own->bufferFrameSize(isInput));
         made->device = own;
         own->addAudioIOSubscriber_forInput(made->subscriber, isInput);
         own->start();
