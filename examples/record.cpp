@@ -110,6 +110,8 @@ qmx::Format formatOf(const example::CommandLine& line, const std::string& path, 
         bits = 32;
     const auto format =
         typeOf(line, path, bits).withSampleRate(line.number("--rate", 8000, 768000).value_or(device.sampleRate()));
+    if (isFloat && !format.isLinear())
+        throw Failure{"files of this type hold no floats"};
     return isFloat ? format.withFloats() : format;
 }
 
