@@ -4,7 +4,6 @@
 #include <QMXCoreAudio/qmx.h>
 #include <glib-unix.h>
 #include <iostream>
-
 int main(int argumentCount, char** arguments)
 {
     const auto fail = [](const qmx::Error& why) { return std::cerr << why.text() << '\n', 1; };
@@ -14,7 +13,7 @@ int main(int argumentCount, char** arguments)
     auto recorder = qmx::Recorder::start(*device, arguments[1], {.meters = true});
     if (!recorder)
         return fail(recorder.error());
-    (void)qmx::attachToGLib(); // for as long as the program runs
+    qmx::attachToGLib();
     const auto meter = [](gpointer recording) -> gboolean {
         for (const auto& channel : static_cast<qmx::Recorder*>(recording)->levels())
             std::cout << channel.truePeak << " dB\t";

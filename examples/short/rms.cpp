@@ -6,7 +6,6 @@
 #include <iostream>
 #include <numeric>
 #include <thread>
-
 int main()
 {
     const auto fail = [](const qmx::Error& why) { return std::cerr << why.text() << '\n', 1; };
