@@ -51,7 +51,7 @@ void compare(benchmark::State& state, const std::function<void()>& front, const 
     state.counters["ratio"] = least[0] / least[1];
 }
 
-class Summing final : public QMXCoreAudioIOSubscriber
+class Idle final : public QMXCoreAudioIOSubscriber
 {
 public:
     OSStatus audioIOHandler_inNow_inInputData_inInputTime_outOutputData_inOutputTime_inClientData(
@@ -77,7 +77,7 @@ void tap(benchmark::State& state)
     const auto subscribed = QMXAudioDevice::deviceWithDeviceID(add("subscribed"));
     const auto handle = qmx::Device(tapped).onInput(
         [](std::span<const float> samples, unsigned) noexcept { benchmark::DoNotOptimize(samples.data()); });
-    subscribed->addAudioIOSubscriber_forInput(std::make_shared<Summing>(), true);
+    subscribed->addAudioIOSubscriber_forInput(std::make_shared<Idle>(), true);
     if (!handle || !subscribed->start())
         return state.SkipWithError("a device does not start");
     std::array<float, 1024> samples{};
