@@ -5,7 +5,6 @@
 
 #include <QMXCoreAudio/Devices/QMXAudioDevice.h>
 #include <QMXCoreAudio/Foundation/MainThread/NotificationCenter.h>
-#include <QMXCoreAudio/Foundation/MainThread/RunLoop.h>
 #include <QMXCoreAudio/Foundation/Text/Format.h>
 #include <QMXCoreAudio/qmx.h>
 

@@ -7,7 +7,6 @@
 #include "support/SimulatedDevice.h"
 
 #include <QMXCoreAudio/CoreAudio/VirtualHardware.h>
-#include <QMXCoreAudio/Foundation/MainThread/RunLoop.h>
 #include <QMXCoreAudio/Foundation/Text/Format.h>
 #include <QMXCoreAudio/qmx.h>
 

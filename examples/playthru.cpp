@@ -5,7 +5,6 @@
 #include "support/Interrupt.h"
 #include "support/ProgressBar.h"
 
-#include <QMXCoreAudio/Foundation/MainThread/RunLoop.h>
 #include <QMXCoreAudio/Foundation/Text/Format.h>
 #include <QMXCoreAudio/qmx.h>
 

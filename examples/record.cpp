@@ -9,7 +9,6 @@
 #include <QMXCoreAudio/CoreAudio/VirtualHardware.h>
 #include <QMXCoreAudio/Devices/QMXAudioDevice.h>
 #include <QMXCoreAudio/Formats/QMXAudioStreamBasicDescription.h>
-#include <QMXCoreAudio/Foundation/MainThread/RunLoop.h>
 #include <QMXCoreAudio/Foundation/Text/Format.h>
 #include <QMXCoreAudio/qmx.h>
 

@@ -7,6 +7,8 @@
 #error "QMXCoreAudio is written in C++20: compile with -std=c++20 or later"
 #else
 
+#include <QMXCoreAudio/Foundation/MainThread/RunLoop.h>
+#include <QMXCoreAudio/Foundation/Text/FailureLine.h>
 #include <QMXCoreAudio/Front/Convert.h>
 #include <QMXCoreAudio/Front/Devices.h>
 #include <QMXCoreAudio/Front/Divide.h>

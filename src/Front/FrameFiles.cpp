@@ -33,8 +33,11 @@ Result<FrameFile> openFile(const std::string& path)
 
 Format formatOf(QMXExtAudioFile& file)
 {
-    Format format{.fileType = file.fileType(), .stream = *file.fileStreamFormat()};
-    UInt32 size = sizeof format.bitRate;
+    Format format{.stream = *file.fileStreamFormat()};
+    UInt32 size = sizeof format.fileType; // of the open file: fileType() would open it again
+    if (AudioFileGetProperty(file.audioFileId(), kAudioFilePropertyFileFormat, &size, &format.fileType) != noErr)
+        format.fileType = 0;
+    size = sizeof format.bitRate;
     if (!format.isLossless() &&
         AudioFileGetProperty(file.audioFileId(), kAudioFilePropertyBitRate, &size, &format.bitRate) != noErr)
         format.bitRate = 0;
