@@ -1,13 +1,13 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <QMXCoreAudio/CoreAudioTypes/AudioBuffers.h>
 #include <QMXCoreAudio/CoreAudioTypes/MacTypes.h>
 #include <QMXCoreAudio/Foundation/Export.h>
 #include <QMXCoreAudio/Front/Result.h>
 
 #include <functional>
 #include <memory>
-#include <span>
 #include <stop_token>
 #include <string>
 #include <vector>
