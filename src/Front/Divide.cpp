@@ -34,20 +34,21 @@ public:
         std::unique_lock lock(queue().mutex);
         isTaken_ = queue().changed.wait(lock, stop, [] { return !queue().isBusy; });
         if (isTaken_)
-            queue().isBusy = true;
+            queue().isBusy = isOfThisThread = true;
     }
     ~DefinerTurn()
     {
         if (!isTaken_)
             return;
         const std::scoped_lock lock(queue().mutex);
-        queue().isBusy = false;
+        queue().isBusy = isOfThisThread = false;
         queue().changed.notify_one();
     }
     DefinerTurn(const DefinerTurn&) = delete;
     DefinerTurn& operator=(const DefinerTurn&) = delete;
 
     bool isTaken() const { return isTaken_; }
+    static inline thread_local bool isOfThisThread = false;
 
 private:
     struct Queue {
@@ -165,11 +166,14 @@ std::vector<Track> tracksFrom(const Definer::Tracks& found, TrackSearch search)
 {
     const auto pauses = search == TrackSearch::noiseFloor ? Definer::lastPauses() : nullptr;
     std::vector<Track> tracks;
-    for (const auto& record : *found)
+    for (const auto& record : *found) {
+        if (record->trackBegin() >= record->trackEnd()) // there were fewer pauses than asked for
+            continue;
         tracks.push_back({.first = record->trackBegin(),
                           .end = record->trackEnd(),
                           .title = "Track " + std::to_string(tracks.size() + 1),
                           .strength = tracks.empty() ? 0 : strengthOfCut(pauses.get(), record->trackBegin())});
+    }
     return tracks;
 }
 
@@ -218,6 +222,8 @@ Result<std::vector<Track>> divideFile(const std::string& path, const DivideOptio
 {
     if (auto objection = objectionToSettings(options))
         return *std::move(objection);
+    if (DefinerTurn::isOfThisThread)
+        return Error(fBsyErr, path + ": It was asked for from within another division", path);
     const auto file = openFile(path);
     if (!file)
         return file.error();

@@ -59,7 +59,8 @@ struct DivideOptions {
 ///
 /// Errors: a file that is missing, unreadable, no audio file, or that cannot be read to its end; wrong settings
 /// (paramErr). By crossings also, before any work (paramErr): more than 858,993,459 frames; with a number of tracks, a
-/// recording longer than 1 h 49 min, and one of fewer fifths of a second than tracks.
+/// recording longer than 1 h 49 min, and one of fewer fifths of a second than tracks. A call from within a function
+/// that another division calls (fBsyErr).
 [[nodiscard]] QMX_EXPORT Result<std::vector<Track>> divide(const std::string& path, const DivideOptions& options = {});
 
 } // namespace qmx

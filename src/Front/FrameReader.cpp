@@ -41,6 +41,9 @@ std::optional<Error> FrameReader::openPath(const std::string& path, UInt32 frame
     const SInt64 length = (*file)->lengthInFrames();
     if (length < 0)
         return fileError((*file)->lastStatus(), path);
+    constexpr std::size_t mostSamples = std::size_t{1} << 24;
+    if (framesPerBlock > mostSamples / std::max<UInt32>(channels, 1))
+        return Error(paramErr, path + ": Blocks of " + std::to_string(framesPerBlock) + " frames are too large", path);
     samples_.resize(std::size_t{std::max<UInt32>(framesPerBlock, 1)} * channels);
     format_ = formatOf(**file);
     channels_ = channels;
@@ -67,7 +70,7 @@ Result<void> FrameReader::seek(SInt64 frame)
 {
     return withinMemory(outOfMemory<void>(), [&]() -> Result<void> {
         if (!file_)
-            return *error_;
+            return whyClosed();
         if (const OSStatus status = file_->seek(frame); status != noErr)
             return fileError(status, file_->path());
         error_.reset();
@@ -77,14 +80,18 @@ Result<void> FrameReader::seek(SInt64 frame)
 
 Result<std::size_t> FrameReader::read(std::span<float> samples)
 {
-    return withinMemory(outOfMemory<std::size_t>(), [&]() -> Result<std::size_t> {
-        if (!file_)
-            return *error_;
-        auto frames = readWhole(samples);
-        if (!frames)
-            error_ = frames.error();
-        return frames;
-    });
+    if (!file_)
+        return withinMemory(outOfMemory<std::size_t>(), [&]() -> Result<std::size_t> { return whyClosed(); });
+    auto frames = withinMemory(outOfMemory<std::size_t>(), [&] { return readWhole(samples); });
+    error_.reset();
+    if (!frames && !withinMemory([&] { error_ = frames.error(); }))
+        error_ = memoryError();
+    return frames;
+}
+
+Error FrameReader::whyClosed() const
+{
+    return error_.value_or(Error(fnOpnErr, "The reader was moved from"));
 }
 
 Result<std::size_t> FrameReader::readWhole(std::span<float> samples)

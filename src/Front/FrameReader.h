@@ -91,6 +91,7 @@ private:
     std::optional<Error> openPath(const std::string& path, UInt32 framesPerBlock, const FrameReaderOptions& options);
     void readBlock();
     Result<std::size_t> readWhole(std::span<float> samples);
+    Error whyClosed() const;
 
     std::shared_ptr<QMXExtAudioFile> file_;
     std::vector<float> samples_;

@@ -14,7 +14,8 @@ namespace qmx
 struct FrameWriter::State {
     OutputFile output;
     Format format;
-    FrameFile file; // closed before the output removes it
+    FrameFile file;            // closed before the output removes it
+    bool isIncomplete = false; ///< a write failed
 };
 
 FrameWriter::FrameWriter(std::unique_ptr<State> state) : state_(std::move(state)) {}
@@ -36,7 +37,7 @@ Result<FrameWriter> FrameWriter::create(const std::string& path, const Format& f
         auto file = makeFile(*output, *complete, client);
         if (!file)
             return file.error();
-        return FrameWriter(std::make_unique<State>(State{*std::move(output), *complete, *std::move(file)}));
+        return FrameWriter(std::make_unique<State>(State{*std::move(output), *complete, *std::move(file), false}));
     });
 }
 
@@ -53,6 +54,9 @@ const std::shared_ptr<QMXExtAudioFile>& FrameWriter::object() const
 Result<void> FrameWriter::write(std::span<const float> samples)
 {
     constexpr std::size_t mostAtOnce = 1U << 14;
+    if (!state_)
+        return Error(fnOpnErr, "The writer was moved from");
+    const bool wasIncomplete = std::exchange(state_->isIncomplete, true);
     return withinMemory(outOfMemory<void>(), [&]() -> Result<void> {
         const std::string& path = state_->output.path();
         const std::size_t channels = state_->format.stream.mChannelsPerFrame;
@@ -66,12 +70,15 @@ Result<void> FrameWriter::write(std::span<const float> samples)
                 return *std::move(error);
             done += count;
         }
+        state_->isIncomplete = wasIncomplete;
         return {};
     });
 }
 
 Result<void> FrameWriter::finish()
 {
+    if (!state_)
+        return Error(fnOpnErr, "The writer was moved from");
     return withinMemory(outOfMemory<void>(), [&]() -> Result<void> {
         const std::string& path = state_->output.path();
         const FrameFile file = std::exchange(state_->file, nullptr);
@@ -79,6 +86,8 @@ Result<void> FrameWriter::finish()
             return Error(fnOpnErr, path + ": It is finished", path);
         if (const OSStatus status = file->close(); status != noErr)
             return fileError(status, path);
+        if (state_->isIncomplete)
+            return Error(ioErr, path + ": Something could not be written before", path);
         return state_->output.finish();
     });
 }

@@ -90,6 +90,8 @@ Result<OutputFile> OutputFile::at(const std::string& path, bool replaces, const 
             return errorOf(path, unresolved);
     } else if (error != ENOENT) {
         return errorOf(path, error);
+    } else if (std::error_code ignored; fs::is_symlink(path, ignored)) {
+        return Error(fnfErr, path + ": A link that leads nowhere", path);
     }
     return OutputFile(path, std::move(target), replaces);
 }

@@ -15,8 +15,8 @@ class OutputFile
 {
 public:
     /// An error of `path` if it is a folder or no regular file, if its folder is missing, if it exists (unless
-    /// `replaces`), and if it is `input`. Nothing is made yet. Where `path` is a link, the file is the one to which it
-    /// leads.
+    /// `replaces`), if it is a link that leads nowhere, and if it is `input`. Nothing is made yet. Where `path` is a
+    /// link, the file is the one to which it leads.
     static Result<OutputFile> at(const std::string& path, bool replaces, const std::string& input = {});
     ~OutputFile();
     OutputFile(OutputFile&& other) noexcept;

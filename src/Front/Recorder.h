@@ -67,8 +67,8 @@ public:
 
     /// Calls `callback` once on the main thread's run loop when the recording has ended and the file is closed.
     /// `why.isCancelled()` where the program ended it, by stop() or its duration; otherwise the reason: the device was
-    /// unplugged or delivered nothing, the disk is full. What fitted until then is in the file; a recording that failed
-    /// before its first frame leaves none.
+    /// unplugged, delivered nothing, stopped by itself or (where samples are not converted) changed its rate, the disk
+    /// is full. What fitted until then is in the file; a recording that failed before its first frame leaves none.
     void onEnd(std::function<void(const Error& why)> callback);
 
     Result<void> pause();

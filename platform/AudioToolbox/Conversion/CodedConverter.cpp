@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cstring>
 #include <limits>
+#include <utility>
 
 namespace qmx
 {
@@ -82,6 +83,7 @@ private:
         pcm_.clear();
         given_ = 0;
         hasBegun_ = hasEnded_ = false;
+        failure_ = noErr;
         toSkip_ = prime_.leadingFrames;
     }
 
@@ -101,7 +103,9 @@ private:
         pcm_.erase(pcm_.begin(), pcm_.begin() + static_cast<std::ptrdiff_t>(given_));
         given_ = 0;
         while (available() == 0 && !hasEnded_) {
-            const OSStatus status = !packets_.empty() ? decodeNext() : pull(wanted);
+            OSStatus status = std::exchange(failure_, noErr);
+            if (status == noErr)
+                status = !packets_.empty() ? decodeNext() : pull(wanted);
             if (status != noErr)
                 return status;
         }
@@ -168,6 +172,10 @@ private:
             return kAudio_ParamError;
         }
         const auto first = waiting.first((count + 1) / 2), second = waiting.subspan((count + 1) / 2, count / 2);
+        std::size_t frames = 0;
+        for (const auto& packet : waiting.first(count))
+            frames += framesOf(packet);
+        pcm_.reserve(pcm_.size() + frames * frameBytes()); // while nothing is lost if there is no room
         packets_ = packets_.subspan(count);
         const std::size_t before = pcm_.size();
         OSStatus status = noErr, statusOfSecond = noErr;
@@ -177,12 +185,17 @@ private:
             decodeFirst();
         else
             HelpingThread::shared().share(decodeFirst, [&] { statusOfSecond = decodeRun(*helper_, second, after); });
-        pcm_.insert(pcm_.end(), after.begin(), after.end());
+        if (status == noErr) {
+            pcm_.insert(pcm_.end(), after.begin(), after.end());
+            status = statusOfSecond;
+        }
+        const bool hasFrames = pcm_.size() > before;
         dropPriming(before);
-        status = status != noErr ? status : statusOfSecond;
-        if (status != noErr)
-            packets_ = {};
-        return status;
+        if (status == noErr)
+            return noErr;
+        packets_ = {};
+        failure_ = hasFrames ? status : noErr; // once they are given
+        return hasFrames ? noErr : status;
     }
 
     OSStatus decodeRun(PacketDecoder& decoder, Packets packets, Bytes& pcm) const
@@ -215,8 +228,9 @@ private:
     AudioConverterPrimeInfo prime_;
     UInt32 toSkip_ = 0; ///< frames of the stream's start that are still to be dropped
     bool hasBegun_ = false, hasEnded_ = false;
-    Bytes pcm_;             ///< decoded frames
-    std::size_t given_ = 0; ///< bytes of it that were returned by the last call
+    OSStatus failure_ = noErr; ///< comes after the decoded frames
+    Bytes pcm_;                ///< decoded frames
+    std::size_t given_ = 0;    ///< bytes of it that were returned by the last call
 
     InputSource input_{};
     std::span<const UInt8> data_; ///< of the packets that were supplied last

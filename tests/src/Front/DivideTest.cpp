@@ -133,6 +133,7 @@ TEST_F(DivideTest, DivisionsOfSeveralThreadsWaitForEachOtherAndCanBeCancelledMea
         isSecondOut.notify_all();
     });
     const auto hold = [&](float) {
+        EXPECT_EQ(divide(source).error().status(), fBsyErr) << "within itself";
         if (!isFirstIn.exchange(true)) {
             isFirstIn.notify_all();
             stop.request_stop();

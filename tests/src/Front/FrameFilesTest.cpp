@@ -78,6 +78,11 @@ TEST_F(FrameFilesTest, EveryBadFileIsAnErrorThatNamesIt)
     EXPECT_GT(frames, 4000U);
     ASSERT_TRUE(reader.error());
     EXPECT_EQ(reader.error()->text(), path + ": Input/output error");
+    EXPECT_TRUE(reader.seek(0));
+    const FrameReader other = std::move(reader);
+    std::vector<float> some(10);
+    EXPECT_EQ(reader.read(some).error().status(), fnOpnErr);
+    EXPECT_EQ(FrameReader(path, 0xFFFFFFFF).error()->status(), paramErr);
 }
 
 TEST_F(FrameFilesTest, AWriterThatIsNotFinishedLeavesNothing)
@@ -87,6 +92,10 @@ TEST_F(FrameFilesTest, AWriterThatIsNotFinishedLeavesNothing)
         ASSERT_TRUE(writer && writer->write(samples));
         EXPECT_TRUE(disk.isAnyLeft());
         EXPECT_EQ(writer->write(std::span(samples).first(3)).error().status(), paramErr);
+        ASSERT_TRUE(writer->write(samples));
+        EXPECT_EQ(writer->finish().error().status(), ioErr) << "what was refused is missing";
+        const FrameWriter other = *std::move(writer);
+        EXPECT_EQ(writer->write(samples).error().status(), fnOpnErr);
     }
     EXPECT_FALSE(disk.isAnyLeft());
     EXPECT_TRUE(disk.contents(path).empty());
@@ -147,7 +156,9 @@ TEST(OutputPermissionsTest, AReplacedFileKeepsItsModeAndItsLinks)
     EXPECT_EQ(static_cast<unsigned>(std::filesystem::status(file).permissions()), 0640U);
     std::filesystem::create_symlink("/dev/null", folder.path("null.wav"));
     EXPECT_FALSE(write(folder.path("null.wav"), true));
-    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder.path("")), {}), 3);
+    std::filesystem::create_symlink("nowhere.wav", folder.path("dangling.wav"));
+    EXPECT_FALSE(write(folder.path("dangling.wav"), true));
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder.path("")), {}), 4);
 }
 
 TEST(FormatTest, AWishTakesWhatItLeavesOpenFromTheSource)

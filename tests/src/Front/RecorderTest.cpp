@@ -153,6 +153,20 @@ TEST_F(FrontRecorderTest, EndsWithTheReasonWhenItCannotGoOn)
         EXPECT_EQ(noErr, disk.remove(file));
     }
 
+    // a device recorder stops rather than go on at the wrong pitch
+    plugIn();
+    {
+        auto recorder = start("/d/rate.wav");
+        ASSERT_TRUE(recorder);
+        listen(*recorder);
+        run(20);
+        ASSERT_TRUE(qmx::device("mic")->setSampleRate(48000));
+        posted();
+        EXPECT_THAT(std::exchange(ends, {}), ElementsAre("Microphone changed its sample rate"));
+        EXPECT_EQ(noErr, hardware.removeDevice(id));
+        EXPECT_EQ(noErr, disk.remove("/d/rate.wav"));
+    }
+
     plugIn();
     constexpr std::size_t room = 500'000;
     disk.setCapacity(room);

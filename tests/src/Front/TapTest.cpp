@@ -121,6 +121,13 @@ TEST_F(TapTest, EndsWithItsHandleOnAnyThreadAndInsideItsFunction)
     EXPECT_EQ(1, alive.use_count());
     EXPECT_FALSE(hardware.advanceCycles(id));
 
+    // also while something else holds the device object
+    std::optional<Tap> held = std::move(*device.onInput([](std::span<const float>, unsigned) noexcept {}));
+    const auto object = held->object();
+    EXPECT_TRUE(hardware.advanceCycles(id));
+    held.reset();
+    EXPECT_FALSE(hardware.advanceCycles(id));
+
     // a thread that runs ahead of its device
     hardware.setTime(qmx::VirtualTime::fast);
     std::atomic<int> calls = 0;
