@@ -105,6 +105,8 @@ template <class Sample> bool isStereo(std::span<Sample* const> planes, std::size
 
 void interleave(std::span<const Float32* const> planes, Float32* interleaved, std::size_t channels, std::size_t frames)
 {
+    if (frames == 0)
+        return;
     if (isStereo(planes, channels))
         return joinStereo(planes[0], planes[1], interleaved, frames);
     std::size_t channel = 0;
@@ -120,6 +122,8 @@ void interleave(std::span<const Float32* const> planes, Float32* interleaved, st
 void deinterleave(const Float32* interleaved, std::size_t channels, std::span<Float32* const> planes,
                   std::size_t frames)
 {
+    if (frames == 0)
+        return;
     if (isStereo(planes, channels))
         return splitStereo(interleaved, planes[0], planes[1], frames);
     std::size_t channel = 0;

@@ -118,12 +118,12 @@ Result<void> converted(const std::string& input, const std::string& output, cons
 Result<void> convert(const std::string& input, const std::string& output, const Format& format,
                      const ConvertOptions& options)
 {
-    return withinMemory(outOfMemory<void>(), [&] { return converted(input, output, format, options); });
+    return orNoMemory([&] { return converted(input, output, format, options); });
 }
 
 Result<void> convert(const std::string& input, const std::string& output, const ConvertOptions& options)
 {
-    return withinMemory(outOfMemory<void>(), [&]() -> Result<void> {
+    return orNoMemory([&]() -> Result<void> {
         const auto format = Format::forPath(output);
         return format ? converted(input, output, *format, options) : format.error();
     });

@@ -243,7 +243,7 @@ Result<std::vector<Track>> divideFile(const std::string& path, const DivideOptio
 
 Result<std::vector<Track>> divide(const std::string& path, const DivideOptions& options)
 {
-    return withinMemory(outOfMemory<std::vector<Track>>(), [&] { return divideFile(path, options); });
+    return orNoMemory([&] { return divideFile(path, options); });
 }
 
 } // namespace qmx

@@ -251,7 +251,7 @@ Format Format::withFloats() const
 
 Result<Format> Format::forPath(const std::string& path)
 {
-    return withinMemory(outOfMemory<Format>(), [&]() -> Result<Format> {
+    return orNoMemory([&]() -> Result<Format> {
         const auto* const found = std::ranges::find(types, lowercaseExtension(path), &TypeFacts::extension);
         if (found == types.end())
             return Error(kAudioFileUnsupportedFileTypeError, path + ": Its extension names no type of audio file",
@@ -262,12 +262,12 @@ Result<Format> Format::forPath(const std::string& path)
 
 Result<Format> Format::forTypeCode(const std::string& code)
 {
-    return withinMemory(outOfMemory<Format>(), [&] { return wishForCode(code); });
+    return orNoMemory([&] { return wishForCode(code); });
 }
 
 Result<Format> Format::of(const std::string& path)
 {
-    return withinMemory(outOfMemory<Format>(), [&]() -> Result<Format> {
+    return orNoMemory([&]() -> Result<Format> {
         const auto file = openFile(path);
         return file ? Result<Format>(formatOf(**file)) : file.error();
     });
@@ -275,7 +275,7 @@ Result<Format> Format::of(const std::string& path)
 
 Result<Format> Format::completedFrom(const Format& source) const
 {
-    return withinMemory(outOfMemory<Format>(), [&] { return completed(*this, source); });
+    return orNoMemory([&] { return completed(*this, source); });
 }
 
 bool Format::isFloat() const

@@ -13,6 +13,7 @@ namespace qmx
 
 FrameReader::FrameReader(const std::string& path, UInt32 framesPerBlock, const FrameReaderOptions& options)
 {
+    const QuietFailureLines quiet;
     error_ = withinMemory(std::optional(memoryError()), [&] { return openPath(path, framesPerBlock, options); });
 }
 
@@ -68,7 +69,7 @@ void FrameReader::readBlock()
 
 Result<void> FrameReader::seek(SInt64 frame)
 {
-    return withinMemory(outOfMemory<void>(), [&]() -> Result<void> {
+    return orNoMemory([&]() -> Result<void> {
         if (!file_)
             return whyClosed();
         if (const OSStatus status = file_->seek(frame); status != noErr)
@@ -81,8 +82,8 @@ Result<void> FrameReader::seek(SInt64 frame)
 Result<std::size_t> FrameReader::read(std::span<float> samples)
 {
     if (!file_)
-        return withinMemory(outOfMemory<std::size_t>(), [&]() -> Result<std::size_t> { return whyClosed(); });
-    auto frames = withinMemory(outOfMemory<std::size_t>(), [&] { return readWhole(samples); });
+        return orNoMemory([&]() -> Result<std::size_t> { return whyClosed(); });
+    auto frames = orNoMemory([&] { return readWhole(samples); });
     error_.reset();
     if (!frames && !withinMemory([&] { error_ = frames.error(); }))
         error_ = memoryError();

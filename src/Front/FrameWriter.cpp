@@ -26,7 +26,7 @@ FrameWriter& FrameWriter::operator=(FrameWriter&&) noexcept = default;
 Result<FrameWriter> FrameWriter::create(const std::string& path, const Format& format,
                                         const FrameWriterOptions& options)
 {
-    return withinMemory(outOfMemory<FrameWriter>(), [&]() -> Result<FrameWriter> {
+    return orNoMemory([&]() -> Result<FrameWriter> {
         const auto client = floatFormat(format.stream.mSampleRate, format.stream.mChannelsPerFrame);
         const auto complete = format.completedFrom({.stream = client});
         if (!complete)
@@ -57,7 +57,7 @@ Result<void> FrameWriter::write(std::span<const float> samples)
     if (!state_)
         return Error(fnOpnErr, "The writer was moved from");
     const bool wasIncomplete = std::exchange(state_->isIncomplete, true);
-    return withinMemory(outOfMemory<void>(), [&]() -> Result<void> {
+    return orNoMemory([&]() -> Result<void> {
         const std::string& path = state_->output.path();
         const std::size_t channels = state_->format.stream.mChannelsPerFrame;
         if (!state_->file)
@@ -79,7 +79,7 @@ Result<void> FrameWriter::finish()
 {
     if (!state_)
         return Error(fnOpnErr, "The writer was moved from");
-    return withinMemory(outOfMemory<void>(), [&]() -> Result<void> {
+    return orNoMemory([&]() -> Result<void> {
         const std::string& path = state_->output.path();
         const FrameFile file = std::exchange(state_->file, nullptr);
         if (!file)

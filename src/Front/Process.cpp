@@ -243,7 +243,7 @@ Result<void> processed(const std::string& path, const FrameRange& range, const F
 Result<void> process(const std::string& path, const FrameRange& range, const FrameProcessor& processor,
                      const ProcessOptions& options)
 {
-    return withinMemory(outOfMemory<void>(), [&] { return processed(path, range, processor, options); });
+    return orNoMemory([&] { return processed(path, range, processor, options); });
 }
 
 } // namespace qmx

@@ -299,7 +299,7 @@ Result<void> Recorder::pause()
     if (implementation_->state != State::recording)
         return {};
     implementation_->state = State::paused;
-    return implementation_->engine->pause();
+    return orNoMemory([&] { return implementation_->engine->pause(); });
 }
 
 Result<void> Recorder::resume()
@@ -308,8 +308,10 @@ Result<void> Recorder::resume()
         return *implementation_->reason;
     if (implementation_->state == State::recording)
         return {};
-    (void)implementation_->goOn(); // with a device that came back meanwhile; it is started below
-    auto started = implementation_->engine->start();
+    auto started = orNoMemory([&] {
+        (void)implementation_->goOn(); // with a device that came back meanwhile; it is started below
+        return implementation_->engine->start();
+    });
     if (started)
         implementation_->state = State::recording;
     return started;
@@ -317,10 +319,12 @@ Result<void> Recorder::resume()
 
 Result<RecordingSummary> Recorder::stop()
 {
-    implementation_->endByProgram();
-    if (implementation_->reason->isCancelled())
-        return summary();
-    return *implementation_->reason;
+    return orNoMemory([&]() -> Result<RecordingSummary> {
+        implementation_->endByProgram();
+        if (implementation_->reason->isCancelled())
+            return summary();
+        return *implementation_->reason;
+    });
 }
 
 bool Recorder::isRecording() const

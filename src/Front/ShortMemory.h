@@ -4,6 +4,7 @@
 
 #include "CoreAudioTypes/MacTypes.h"
 #include "Foundation/Memory.h"
+#include "Foundation/Text/FailureLine.h"
 #include "Front/Result.h"
 
 #include <memory>
@@ -19,15 +20,11 @@ inline Error memoryError()
     return {memFullErr, "Out of memory"};
 }
 
-/// The same as the result of withinMemory().
-template <class Value> Result<Value> outOfMemory()
-{
-    return memoryError();
-}
-
-/// What `work` gives, a Result; the error for want of memory if it ran out of it.
+/// What `work` gives, a Result; the error for want of memory if it ran out of it. Steps that fail meanwhile print no
+/// lines: the result says why.
 template <class Work> auto orNoMemory(Work&& work) -> decltype(work())
 {
+    const QuietFailureLines quiet;
     return withinMemory(decltype(work())(memoryError()), std::forward<Work>(work));
 }
 

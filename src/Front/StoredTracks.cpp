@@ -81,7 +81,7 @@ Result<void> store(const std::string& path, const Record& record)
 Result<std::optional<StoredTracks>> readTracks(const std::string& path)
 {
     using Tracks = std::optional<StoredTracks>;
-    return withinMemory(outOfMemory<Tracks>(), [&]() -> Result<Tracks> {
+    return orNoMemory([&]() -> Result<Tracks> {
         const auto format = Format::of(path);
         if (!format)
             return format.error();
@@ -96,7 +96,7 @@ Result<std::optional<StoredTracks>> readTracks(const std::string& path)
 
 Result<void> storeTracks(const std::string& path, const std::vector<Track>& tracks, const StoreOptions& options)
 {
-    return withinMemory(outOfMemory<void>(), [&]() -> Result<void> {
+    return orNoMemory([&]() -> Result<void> {
         const auto record = recordWith(path, tracks, options);
         return record ? store(path, *record) : record.error();
     });
@@ -104,7 +104,7 @@ Result<void> storeTracks(const std::string& path, const std::vector<Track>& trac
 
 Result<void> storeRecord(const std::string& path, const std::shared_ptr<QMXTrackAndProcessingInfo>& record)
 {
-    return withinMemory(outOfMemory<void>(), [&]() -> Result<void> {
+    return orNoMemory([&]() -> Result<void> {
         auto objection = objectionToReading(path);
         return objection ? *std::move(objection) : store(path, record);
     });
@@ -112,7 +112,7 @@ Result<void> storeRecord(const std::string& path, const std::shared_ptr<QMXTrack
 
 Result<StoreCost> storeCost(const std::string& path, const std::vector<Track>& tracks, const StoreOptions& options)
 {
-    return withinMemory(outOfMemory<StoreCost>(), [&]() -> Result<StoreCost> {
+    return orNoMemory([&]() -> Result<StoreCost> {
         const auto record = recordWith(path, tracks, options);
         return record ? costOfStore(path, *record) : record.error();
     });

@@ -42,6 +42,8 @@ struct Place {
     Failure failure;
 };
 
+thread_local int quietScopes = 0;
+
 std::array<Place, 64> places;
 std::atomic<UInt64> lineCount{0};
 
@@ -101,6 +103,8 @@ OSStatus tell(const Failure& failure) noexcept
         keep(failure);
         return failure.status;
     }
+    if (quietScopes > 0)
+        return failure.status;
     (void)withinMemory([&] { // if memory runs out, the line is dropped
         const std::scoped_lock lock(printing());
         printWaiting();
@@ -119,6 +123,16 @@ OSStatus FailureLine::operator()(OSStatus status, unsigned line) const noexcept
 OSStatus StatusLine::operator()(OSStatus status) const noexcept
 {
     return tell({text_, nullptr, status, nullptr, 0, 0});
+}
+
+QuietFailureLines::QuietFailureLines()
+{
+    ++quietScopes;
+}
+
+QuietFailureLines::~QuietFailureLines()
+{
+    --quietScopes;
 }
 
 void printWaitingFailures()

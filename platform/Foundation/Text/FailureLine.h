@@ -46,6 +46,17 @@ private:
     const char* text_;
 };
 
+/// While one exists, failing steps on its thread print no lines: for who reports failures as values. Not on real-time
+/// threads, whose lines wait.
+class QMX_EXPORT QuietFailureLines
+{
+public:
+    QuietFailureLines();
+    ~QuietFailureLines();
+    QuietFailureLines(const QuietFailureLines&) = delete;
+    QuietFailureLines& operator=(const QuietFailureLines&) = delete;
+};
+
 /// Prints the queued lines. Not on real-time threads.
 QMX_EXPORT void printWaitingFailures();
 
