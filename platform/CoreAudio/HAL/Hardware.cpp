@@ -200,7 +200,7 @@ std::optional<VolumeControl> Hardware::bootChime()
 OSStatus Hardware::startDevice(const std::shared_ptr<HardwareDevice>& device)
 {
     const std::scoped_lock starting(device->startMutex);
-    if (device->ioRuns)
+    if (device->ioRuns || !device->io->hasRunningProcedures()) // stopped meanwhile, when nothing ran yet
         return noErr;
     std::shared_ptr<const DeviceDescription> description;
     {
