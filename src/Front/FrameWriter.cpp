@@ -19,7 +19,12 @@ struct FrameWriter::State {
 };
 
 FrameWriter::FrameWriter(std::unique_ptr<State> state) : state_(std::move(state)) {}
-FrameWriter::~FrameWriter() = default;
+FrameWriter::~FrameWriter()
+{
+    const QuietFailureLines quiet; // of a file that is given up
+    state_.reset();
+}
+
 FrameWriter::FrameWriter(FrameWriter&&) noexcept = default;
 FrameWriter& FrameWriter::operator=(FrameWriter&&) noexcept = default;
 
