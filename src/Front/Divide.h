@@ -25,8 +25,8 @@ struct Track {
     /// How much the place before it looks like a pause between tracks, 0 to 1; 0 for the first, and where that is not
     /// known.
     float strength = 0;
-    /// All that a file keeps of the track: artist, album, cover and the rest; null for a track without a record. Its
-    /// own bounds and title are overwritten when it is stored.
+    /// All that a file keeps of the track: artist, album, cover and the rest; null for a track without a record. The
+    /// parts of a divided track may share it: each is stored with a copy that has its own bounds and title.
     std::shared_ptr<QMXAudioTrackInfo> record{};
 };
 

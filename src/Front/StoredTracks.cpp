@@ -1,9 +1,12 @@
 // SPDX-License-Identifier: MIT
 #include "Front/StoredTracks.h"
 
+#include "Foundation/Archives/KeyedArchiver.h"
+#include "Foundation/Archives/KeyedUnarchiver.h"
 #include "Foundation/Memory.h"
 #include "Front/FrameFiles.h"
 #include "Front/InputFile.h"
+#include "Front/ShortMemory.h"
 #include "Front/TrackTransfer.h"
 #include "Tracks/QMXTrackAndProcessingInfo.h"
 
@@ -28,9 +31,16 @@ std::vector<Track> tracksOf(const QMXTrackAndProcessingInfo& record)
     return tracks;
 }
 
+std::shared_ptr<QMXAudioTrackInfo> copyOf(const std::shared_ptr<QMXAudioTrackInfo>& record)
+{
+    const auto archive = KeyedArchiver::archivedDataWithRootObject(record);
+    return made(std::dynamic_pointer_cast<QMXAudioTrackInfo>(KeyedUnarchiver::unarchiveObjectWithData(archive)));
+}
+
+/// A copy with the track's bounds and title: tracks may share one record, which is the caller's.
 std::shared_ptr<QMXAudioTrackInfo> recordOf(const Track& track)
 {
-    auto info = track.record ? track.record : made(QMXAudioTrackInfo::init());
+    auto info = track.record ? copyOf(track.record) : made(QMXAudioTrackInfo::init());
     info->setTrackBegin(track.first);
     info->setTrackEnd(track.end);
     if (info->trackTitle().value_or(std::string()) != track.title)

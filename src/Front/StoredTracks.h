@@ -33,8 +33,9 @@ struct StoreOptions {
 
 /// Stores the tracks in the file in place of those that it keeps; processing records stay. Each track's record keeps
 /// its other fields, so that tracks that were read can be given other titles and bounds, removed and put into another
-/// order. On failure the file is as it was: unreadable tracks in it, a file of another type, a full disk, bounds before
-/// the file's start or after its end (paramErr), more than half a megabyte of tracks (paramErr).
+/// order. The records themselves stay as they are. On failure the file is as it was: unreadable tracks in it, a file of
+/// another type, a full disk, bounds before the file's start or after its end (paramErr), more than half a megabyte of
+/// tracks (paramErr).
 [[nodiscard]] QMX_EXPORT Result<void> storeTracks(const std::string& path, const std::vector<Track>& tracks,
                                                   const StoreOptions& options = {});
 /// Stores a whole record as it is, in place of what the file keeps.

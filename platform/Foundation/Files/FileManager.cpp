@@ -91,7 +91,10 @@ SystemError copyContents(File& from, File& to)
 SystemError removeWithFork(const std::string& path)
 {
     const SystemError error = FileSystem::current().remove(path);
-    return error == 0 ? removeFork(path) : error;
+    if (error != 0 && error != ENOENT)
+        return error;
+    const SystemError forkError = removeFork(path); // it may have stayed without its file
+    return error == 0 ? forkError : error;
 }
 
 // On success the copy is on the disk.
@@ -181,21 +184,40 @@ SystemError synchronize(const std::string& path)
     return error == 0 ? file->synchronize() : error;
 }
 
+SystemError synchronizeWithFork(const std::string& path)
+{
+    bool isThere = false;
+    SystemError error = synchronize(path);
+    if (error == 0)
+        error = findFork(path, isThere);
+    return isThere && error == 0 ? synchronize(forkPath(path)) : error;
+}
+
+SystemError replaceFile(const std::string& source, const std::string& destination)
+{
+    FileSystem& fileSystem = FileSystem::current();
+    const SystemError error = fileSystem.copyPermissions(destination, source);
+    return error == 0 || error == ENOENT ? fileSystem.rename(source, destination) : error; // there may be none
+}
+
+// The fork goes first, and nothing fails after the file: an error means that the old file has its name.
 SystemError replaceWithFork(const std::string& source, const std::string& destination)
 {
     FileSystem& fileSystem = FileSystem::current();
-    bool hasFork = false;
-    SystemError error = findFork(source, hasFork);
-    if (error == 0)
-        error = synchronize(source);
-    if (error == 0)
-        error = fileSystem.copyPermissions(destination, source);
-    if (error == 0 || error == ENOENT) // nothing to replace
-        error = fileSystem.rename(source, destination);
+    const std::string fork = forkPath(source), replacedFork = forkPath(destination);
+    const bool replacesFork = hasFork(destination); // any other file of that name is not replaced
+    bool movesFork = false;
+    SystemError error = findFork(source, movesFork);
+    if (movesFork && error == 0)
+        error = replacesFork ? fileSystem.rename(fork, replacedFork) : fileSystem.renameToNew(fork, replacedFork);
     if (error != 0)
         return error;
-    error = removeFork(destination);
-    return hasFork && error == 0 ? renameFile(forkPath(source), forkPath(destination)) : error;
+    error = replaceFile(source, destination);
+    if (error != 0 && movesFork)
+        (void)fileSystem.rename(replacedFork, fork); // the first error counts
+    if (error == 0 && replacesFork && !movesFork)
+        (void)fileSystem.remove(replacedFork); // a fork that stays does little harm
+    return error;
 }
 
 // Whether the operation counts as done: it succeeded, or the handler goes on all the same.
@@ -254,7 +276,10 @@ SystemError FileManager::copyFileAtPath_toPath(const std::string& source, const 
 SystemError FileManager::renamePath_toPath_replaces(const std::string& source, const std::string& destination,
                                                     bool replaces)
 {
-    return withinMemory(ENOMEM, [&] { return (replaces ? replaceWithFork : moveWithFork)(source, destination); });
+    return withinMemory(ENOMEM, [&] {
+        const SystemError error = synchronizeWithFork(source);
+        return error == 0 ? (replaces ? replaceWithFork : moveWithFork)(source, destination) : error;
+    });
 }
 
 bool FileManager::removeFileAtPath_handler(const std::string& path, FileManagerHandler* handler)

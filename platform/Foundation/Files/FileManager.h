@@ -40,14 +40,15 @@ public:
     /// The copy is on the disk when this returns true. False as for a move.
     [[nodiscard]] bool copyPath_toPath_handler(const std::string& source, const std::string& destination,
                                                FileManagerHandler* handler);
-    /// Gives a complete file its name, with its fork, on the same file system. EEXIST if anything has that name, and
-    /// the file then keeps its own. With `replaces`, a file of that name goes, at once, and leaves its permissions to
-    /// the new one, which is on the disk before.
+    /// Gives a complete file its name, with its fork, on the same file system; both are on the disk before. EEXIST if
+    /// anything has that name. With `replaces`, a file of that name goes, at once, and leaves its permissions to the
+    /// new one. On an error the file keeps its own name, and one that was to be replaced stays, but its fork may be
+    /// lost.
     [[nodiscard]] SystemError renamePath_toPath_replaces(const std::string& source, const std::string& destination,
                                                          bool replaces);
     /// The same as copyPath_toPath_handler(); returns the error, or 0.
     [[nodiscard]] SystemError copyFileAtPath_toPath(const std::string& source, const std::string& destination);
-    /// Removes a file with its fork.
+    /// Removes a file with its fork. False for a missing file, but a fork that it left is removed.
     [[nodiscard]] bool removeFileAtPath_handler(const std::string& path, FileManagerHandler* handler);
 
     /// Stores the codes in the extended attribute that other systems' tools also read. False if the file system keeps

@@ -54,6 +54,28 @@ TEST_F(StoredTracksTest, ChangedTitlesBoundsAndOrderKeepTheOtherFieldsOfTheTrack
     EXPECT_EQ((*last)->record->processingInfos()->size(), 1U);
 }
 
+TEST_F(StoredTracksTest, ThePartsOfADividedTrackAreStoredEachWithItsOwnBoundsAndTitle)
+{
+    ASSERT_TRUE(storeTracks(path, {{.first = 0, .end = 1001, .title = "Whole"}}));
+    auto parts = stored();
+    parts[0].record->setTrackArtistName("Somebody");
+    parts.push_back(parts[0]);
+    parts[0].end = parts[1].first = 400;
+    parts[1].title = "Rest";
+    ASSERT_TRUE(storeCost(path, parts));
+    ASSERT_TRUE(storeTracks(path, parts));
+    EXPECT_EQ(parts[0].record->trackEnd(), 1001);
+    EXPECT_EQ(parts[0].record->trackTitle(), "Whole");
+    const auto last = stored();
+    ASSERT_EQ(last.size(), 2U);
+    EXPECT_EQ(last[0].end, 400);
+    EXPECT_EQ(last[0].title, "Whole");
+    EXPECT_EQ(last[1].first, 400);
+    EXPECT_EQ(last[1].title, "Rest");
+    EXPECT_EQ(last[0].record->trackArtistName(), "Somebody");
+    EXPECT_EQ(last[1].record->trackArtistName(), "Somebody");
+}
+
 TEST_F(StoredTracksTest, AStoreCostsWhatWasSaid)
 {
     for (int i = 0; i < 2; ++i) { // the first one appends, the other replaces

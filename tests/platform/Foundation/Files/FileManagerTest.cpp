@@ -65,6 +65,9 @@ TEST(FileManager, AFileAndItsForkGoTogether)
     EXPECT_FALSE(manager.fileExistsAtPath("/._b"));
     ASSERT_TRUE(manager.removeFileAtPath_handler("/c", nullptr));
     EXPECT_FALSE(manager.fileExistsAtPath("/._c"));
+    write("/._c", someFork);
+    EXPECT_FALSE(manager.removeFileAtPath_handler("/c", nullptr));
+    EXPECT_FALSE(manager.fileExistsAtPath("/._c")) << "a fork without its file";
     write("/plain", {4});
     write("/._c", someFork);
     ASSERT_TRUE(manager.movePath_toPath_handler("/plain", "/c", nullptr));
@@ -119,7 +122,16 @@ TEST(FileManager, ACompleteFileGetsItsNameWithItsForkAndReplacesOnlyIfAskedTo)
     EXPECT_EQ(manager.renamePath_toPath_replaces("/new", "/old", false), EEXIST);
     disk.failSynchronization(EIO);
     EXPECT_EQ(manager.renamePath_toPath_replaces("/new", "/old", true), EIO);
-    EXPECT_EQ(contents("/old"), Bytes{9});
+    EXPECT_EQ(manager.renamePath_toPath_replaces("/new", "/other", false), EIO);
+    EXPECT_FALSE(manager.fileExistsAtPath("/other"));
+    disk.clearFaults();
+    for (const std::size_t change : {1U, 2U}) {
+        disk.failChange(change, EIO);
+        EXPECT_EQ(manager.renamePath_toPath_replaces("/new", "/old", true), EIO);
+        EXPECT_EQ(contents("/old"), Bytes{9});
+        EXPECT_EQ(contents("/._new"), someFork);
+        EXPECT_FALSE(manager.fileExistsAtPath("/._old"));
+    }
     disk.clearFaults();
     ASSERT_EQ(manager.renamePath_toPath_replaces("/new", "/old", true), 0);
     EXPECT_EQ(contents("/old"), (Bytes{1, 2}));
@@ -128,6 +140,17 @@ TEST(FileManager, ACompleteFileGetsItsNameWithItsForkAndReplacesOnlyIfAskedTo)
     write("/plain", {3});
     ASSERT_EQ(manager.renamePath_toPath_replaces("/plain", "/old", true), 0);
     EXPECT_FALSE(manager.fileExistsAtPath("/._old")) << "it belonged to the replaced file";
+    write("/plain", {4});
+    write("/._old", someFork);
+    disk.failChange(2, EIO);
+    EXPECT_EQ(manager.renamePath_toPath_replaces("/plain", "/old", true), 0) << "the file has its name";
+    disk.clearFaults();
+    ASSERT_EQ(disk.remove("/._old"), 0);
+    write("/plain", {5});
+    write("/._plain", someFork);
+    write("/._old", {'F', 'O', 'R', 'M'}); // an ordinary file
+    EXPECT_EQ(manager.renamePath_toPath_replaces("/plain", "/old", true), EEXIST);
+    EXPECT_EQ(contents("/old"), Bytes{4});
 }
 
 TEST(FileManager, ACopyHasModeTimesAndExtendedAttributes)
