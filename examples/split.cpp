@@ -213,7 +213,7 @@ private:
         double done = 0;
         for (const std::span<const float> block : reader_) {
             envelope_.add(block);
-            done += static_cast<double>(block.size() / reader_.channels());
+            done += static_cast<double>(block.size()) / reader_.channels();
             if (!show("drawing", done / static_cast<double>(reader_.length())))
                 example::endIfInterrupted();
         }

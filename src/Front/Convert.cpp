@@ -9,7 +9,7 @@
 #include "Front/TrackTransfer.h"
 
 #include <algorithm>
-#include <cstring>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -20,7 +20,11 @@ namespace
 
 bool isSame(const AudioStreamBasicDescription& one, const AudioStreamBasicDescription& other)
 {
-    return std::memcmp(&one, &other, sizeof one) == 0;
+    const auto fields = [](const AudioStreamBasicDescription& of) {
+        return std::tie(of.mSampleRate, of.mFormatID, of.mFormatFlags, of.mBytesPerPacket, of.mFramesPerPacket,
+                        of.mBytesPerFrame, of.mChannelsPerFrame, of.mBitsPerChannel);
+    };
+    return fields(one) == fields(other);
 }
 
 /// Both files meet in native samples that hold all that both of them hold; samples that stay as they are, in those.

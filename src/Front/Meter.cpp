@@ -34,7 +34,8 @@ Filters makeFilters()
         double sum = 0;
         std::array<double, taps> filter{};
         for (std::size_t tap = 0; tap < taps; ++tap) {
-            const double distance = static_cast<double>(tap) - (taps / 2 - 1) -
+            constexpr std::size_t middle = taps / 2 - 1;
+            const double distance = static_cast<double>(tap) - static_cast<double>(middle) -
                                     static_cast<double>(phase + 1) / (phases + 1); // in samples, from the wanted place
             const double angle = std::numbers::pi * distance;
             const double window = std::cos(angle / taps);

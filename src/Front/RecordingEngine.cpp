@@ -53,7 +53,7 @@ public:
     /// Takes the place of an existing file; once.
     Result<void> replace()
     {
-        const auto replaced = output_ ? output_->finish() : Result<void>();
+        auto replaced = output_ ? output_->finish() : Result<void>();
         if (replaced)
             output_.reset();
         return replaced;
