@@ -13,6 +13,7 @@
 #include "Tracks/QMXTrackAndProcessingInfo.h"
 
 #include <algorithm>
+#include <cmath>
 #include <utility>
 #include <vector>
 
@@ -31,6 +32,7 @@ struct Run {
     AudioStreamBasicDescription client;
     FrameRange range;
     Progress progress;
+    FileStatus status; ///< of the file, from before it was opened
 };
 
 /// An existing file whose frames are overwritten.
@@ -129,14 +131,19 @@ std::optional<Error> objectionToRecord(const Run& run, const Format& target, con
                  path + ": Records of processing are stored in AIFF and AIFF-C files only", path);
 }
 
+std::optional<Error> openToChange(const std::string& path, std::unique_ptr<File>& file)
+{
+    const SystemError error = FileSystem::current().open(path, FileAccess::readWrite, file);
+    return error == 0 ? std::nullopt : std::optional(fileError(statusForSystemError(error), path));
+}
+
 std::optional<Error> objectionToChanging(const std::string& path, const Format& format)
 {
     if (!format.isLinear())
         return Error(kAudioFileOperationNotSupportedError,
                      path + ": A compressed file cannot be changed itself, only processed into another", path);
     std::unique_ptr<File> file;
-    const SystemError error = FileSystem::current().open(path, FileAccess::readWrite, file);
-    return error == 0 ? std::nullopt : std::optional(fileError(statusForSystemError(error), path));
+    return openToChange(path, file);
 }
 
 /// Copies the file and changes the copy, which then takes its place.
@@ -176,18 +183,30 @@ std::optional<Error> fillNew(Run& run, const OutputFile& output, const Format& f
         return error;
     if (const OSStatus status = (*target)->close(); status != noErr)
         return fileError(status, output.path());
-    return keepRecord(run, output, {0, run.range.end - run.range.first});
+    const double ratio = format.stream.mSampleRate / run.client.mSampleRate;
+    return keepRecord(run, output, {0, std::llround(static_cast<double>(run.range.end - run.range.first) * ratio)});
 }
 
-std::optional<Error> finish(Run& run, std::optional<Error> error, OutputFile& output)
+std::optional<Error> finish(Run& run, OutputFile& output)
 {
-    if (error)
-        return error;
     const auto finished = output.finish();
     if (!finished)
         return finished.error();
     run.progress.finish();
     return std::nullopt;
+}
+
+/// Lets the copy take the place of the file, unless others stored into that or replaced it.
+std::optional<Error> takePlace(Run& run, OutputFile& output)
+{
+    std::unique_ptr<File> file;
+    if (auto error = openToChange(run.path, file))
+        return error;
+    const FileLock lock(file.get());
+    FileStatus status;
+    if (FileSystem::current().status(run.path, status) != 0 || status != run.status)
+        return Error(fBsyErr, run.path + ": It was changed while it was processed", run.path);
+    return finish(run, output);
 }
 
 std::optional<Error> changeFile(Run& run)
@@ -197,7 +216,10 @@ std::optional<Error> changeFile(Run& run)
     if (auto objection = objectionToRecord(run, run.format, run.path))
         return objection;
     auto output = OutputFile::at(run.path, true);
-    return output ? finish(run, fillCopy(run, *output), *output) : std::optional(output.error());
+    if (!output)
+        return output.error();
+    auto error = fillCopy(run, *output);
+    return error ? error : takePlace(run, *output);
 }
 
 std::optional<Error> makeOutput(Run& run)
@@ -208,7 +230,10 @@ std::optional<Error> makeOutput(Run& run)
     if (auto objection = objectionToRecord(run, *format, run.options.output))
         return objection;
     auto output = OutputFile::at(run.options.output, run.options.replace, run.path);
-    return output ? finish(run, fillNew(run, *output, *format), *output) : std::optional(output.error());
+    if (!output)
+        return output.error();
+    auto error = fillNew(run, *output, *format);
+    return error ? error : finish(run, *output);
 }
 
 std::optional<Error> prepare(Run& run)
@@ -228,10 +253,13 @@ Result<void> processed(const std::string& path, const FrameRange& range, const F
 {
     if (!processor)
         return Error(paramErr, path + ": There is nothing to process it with", path);
+    FileStatus status;
+    if (const SystemError error = FileSystem::current().status(path, status); error != 0)
+        return fileError(statusForSystemError(error), path);
     auto source = openFile(path);
     if (!source)
         return source.error();
-    Run run{path, processor, options, *source, formatOf(**source), {}, range, {options.progress, options.stop}};
+    Run run{path, processor, options, *source, formatOf(**source), {}, range, {options.progress, options.stop}, status};
     auto error = prepare(run);
     if (!error)
         error = options.output.empty() ? changeFile(run) : makeOutput(run);

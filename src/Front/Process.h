@@ -38,11 +38,12 @@ struct ProcessOptions {
 
 /// Passes a range of an audio file through `processor`: in the file itself, of which nothing else is changed, or into a
 /// new file that has the range alone. Both are made under a hidden name beside their own, which they get when they are
-/// complete: a run that fails or is cancelled changes nothing. Blocks; any thread but the real-time ones.
+/// complete: a run that fails or is cancelled changes nothing. Other names of a file that is changed (hard links) keep
+/// the old samples. Blocks; any thread but the real-time ones.
 ///
 /// Errors: an empty range (paramErr), a compressed file to be changed itself, one that cannot be read to the range's
 /// end, an existing output that may not be replaced (dupFNErr), the input itself as output, a full disk, which in place
-/// has to have room for a copy.
+/// has to have room for a copy, and in place a file that others change meanwhile (fBsyErr), which keeps their change.
 [[nodiscard]] QMX_EXPORT Result<void> process(const std::string& path, const FrameRange& range,
                                               const FrameProcessor& processor, const ProcessOptions& options = {});
 

@@ -209,7 +209,8 @@ public:
                   .isRegular = S_ISREG(status.st_mode),
                   .size = status.st_size,
                   .device = status.st_dev,
-                  .fileNumber = status.st_ino};
+                  .fileNumber = status.st_ino,
+                  .modificationTime = std::int64_t{status.st_mtim.tv_sec} * 1'000'000'000 + status.st_mtim.tv_nsec};
         return 0;
     }
 

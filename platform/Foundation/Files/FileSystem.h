@@ -27,6 +27,10 @@ struct FileStatus {
     std::int64_t size = 0; ///< bytes
     std::uint64_t device = 0;
     std::uint64_t fileNumber = 0; ///< with `device`, identifies the file: the same for all its names
+    /// Of its contents, in nanoseconds from a start that is the file system's own; for telling whether they changed.
+    std::int64_t modificationTime = 0;
+
+    bool operator==(const FileStatus&) const = default;
 };
 
 /// The number of bytes transferred before `error` (0: none) stopped the transfer.

@@ -100,6 +100,7 @@ Transfer MemoryFileSystem::write(Node& node, const void* data, std::size_t size,
         if (node.bytes.size() < start + verdict.stores)
             node.bytes.resize(start + verdict.stores);
         std::memcpy(node.bytes.data() + start, data, verdict.stores);
+        node.modificationTime = ++time_;
     }
     return {verdict.error == 0 ? size : verdict.stores, verdict.error};
 }
@@ -113,8 +114,10 @@ SystemError MemoryFileSystem::truncate(Node& node, std::int64_t size)
     const auto bytes = static_cast<std::size_t>(size);
     if (bytes > node.bytes.size() && usedBytes() - node.bytes.size() + bytes > capacity_)
         return ENOSPC;
-    if (verdict.stores > 0)
+    if (verdict.stores > 0) {
         node.bytes.resize(bytes);
+        node.modificationTime = ++time_;
+    }
     return verdict.error;
 }
 
@@ -156,7 +159,8 @@ SystemError MemoryFileSystem::status(const std::string& path, FileStatus& result
     if (found != nodes_.end()) {
         result = {.isRegular = true,
                   .size = static_cast<std::int64_t>(found->second->bytes.size()),
-                  .fileNumber = found->second->number};
+                  .fileNumber = found->second->number,
+                  .modificationTime = found->second->modificationTime};
         return 0;
     }
     // a directory is the root and everything before a slash in a file's path
@@ -271,6 +275,7 @@ void MemoryFileSystem::setContents(const std::string& path, Bytes bytes)
         node->number = ++lastNumber_;
     }
     node->bytes = std::move(bytes);
+    node->modificationTime = ++time_;
 }
 
 std::size_t MemoryFileSystem::changesMade() const

@@ -62,6 +62,7 @@ private:
         Bytes bytes;
         std::map<std::string, Bytes> attributes;
         std::uint64_t number = 0;
+        std::int64_t modificationTime = 0;
         std::mutex lock;
     };
     struct Verdict {
@@ -78,6 +79,7 @@ private:
     std::condition_variable stallChanged_;
     std::map<std::string, std::shared_ptr<Node>> nodes_;
     std::uint64_t lastNumber_ = 0;
+    std::int64_t time_ = 0; // passes with each change of contents
     std::size_t changes_ = 0;
     std::size_t failsAt_ = 0, killedAt_ = 0, keep_ = 0;
     SystemError changeError_ = 0, readError_ = 0, synchronizationError_ = 0, lockError_ = 0;

@@ -80,6 +80,12 @@ TEST_F(ProcessTest, MakesAnotherFileOfTheRangeFromAndToAnyFormat)
     EXPECT_TRUE((*kept)->record->fileHasBeenProcessed());
     EXPECT_EQ((*kept)->record->processingInfos()->front()->processingEndFrame(), 10'001U);
 
+    ASSERT_TRUE(process(path, range, invert, {.output = "/d/r.aif", .format = Format::aiff(96'000), .record = record}));
+    const auto converted = readTracks("/d/r.aif");
+    ASSERT_TRUE(converted && *converted);
+    EXPECT_EQ(static_cast<SInt64>((*converted)->record->processingInfos()->front()->processingEndFrame()),
+              (*FrameReader::open("/d/r.aif")).length());
+
     ASSERT_TRUE(convert(path, "/d/a.flac"));
     ASSERT_TRUE(process("/d/a.flac", range, invert, {.output = "/d/b.flac"}));
     ASSERT_TRUE(process("/d/b.flac", {}, invert, {.output = "/d/c.wav"}));
@@ -108,6 +114,29 @@ TEST_F(ProcessTest, ARunThatEndsEarlyChangesNothing)
     disk.failReads(0);
     EXPECT_TRUE(disk.contents(path) == before);
     EXPECT_TRUE(disk.contents(other).empty());
+}
+
+TEST_F(ProcessTest, WhatOthersDoToTheFileMeanwhileIsKept)
+{
+    makeSource(path, kAudioFileAIFFType, bigSixteen);
+    const auto before = floatsAt(path, 2, 20'000);
+    const std::string sentence = path + ": It was changed while it was processed";
+    for (const char* title : {"One", "Two"}) { // the second store leaves the file's size
+        const auto storing = [&](std::span<float> samples, UInt32 channels) {
+            return storeTracks(path, {{.first = 0, .end = 100, .title = title}}) && invert(samples, channels);
+        };
+        expectError(process(path, range, storing), fBsyErr, sentence);
+        const auto kept = readTracks(path);
+        ASSERT_TRUE(kept && *kept);
+        EXPECT_EQ((*kept)->tracks.front().title, title);
+        EXPECT_TRUE(floatsAt(path, 2, 20'000) == before);
+    }
+    const auto replacing = [&](std::span<float>, UInt32) {
+        disk.setContents(other, disk.contents(path));
+        return disk.rename(other, path) == 0;
+    };
+    expectError(process(path, range, replacing), fBsyErr, sentence);
+    EXPECT_TRUE(floatsAt(path, 2, 20'000) == before);
 }
 
 TEST_F(ProcessTest, WhatCannotBeDoneIsRefusedBeforeAnyWork)
