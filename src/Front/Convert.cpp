@@ -2,7 +2,6 @@
 #include "Front/Convert.h"
 
 #include "FileRelated/ChannelLayoutTransfer.h"
-#include "Foundation/Memory.h"
 #include "Front/FrameFiles.h"
 #include "Front/Progress.h"
 #include "Front/StatusText.h"

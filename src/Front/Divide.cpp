@@ -2,7 +2,6 @@
 #include "Front/Divide.h"
 
 #include "FileRelated/QMXExtAudioFile.h"
-#include "Foundation/Memory.h"
 #include "Front/Convert.h"
 #include "Front/FrameFiles.h"
 #include "Front/Progress.h"

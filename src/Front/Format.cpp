@@ -2,7 +2,6 @@
 #include "Front/Format.h"
 
 #include "CoreAudioTypes/FourCharCode.h"
-#include "Foundation/Memory.h"
 #include "Foundation/Text/Format.h"
 #include "Front/FrameFiles.h"
 #include "Front/StatusText.h"

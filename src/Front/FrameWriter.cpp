@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "Front/FrameWriter.h"
 
-#include "Foundation/Memory.h"
 #include "Front/FrameFiles.h"
 #include "Front/StatusText.h"
 

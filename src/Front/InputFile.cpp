@@ -2,8 +2,7 @@
 #include "Front/InputFile.h"
 
 #include "AudioToolbox/AudioFile.h"
-#include "CoreServices/Files.h"
-#include "Foundation/Files/FileSystem.h"
+#include "Front/SystemFailure.h"
 
 #include <cerrno>
 #include <memory>
@@ -24,7 +23,7 @@ std::optional<Error> objectionToReading(const std::string& path)
     if (error == 0)
         error = fileSystem.open(path, FileAccess::read, file);
     if (error != 0)
-        return Error(statusForSystemError(error), path + ": " + systemErrorText(error), path);
+        return systemFailure(error, path);
     if (status.size == 0)
         return Error(kAudioFileUnsupportedFileTypeError, path + ": The file is empty", path);
     return std::nullopt;

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "Front/OutputFile.h"
 
-#include "CoreServices/Files.h"
 #include "Foundation/Files/FileManager.h"
+#include "Front/SystemFailure.h"
 
 #include <cerrno>
 #include <filesystem>
@@ -16,11 +16,6 @@ namespace
 {
 
 namespace fs = std::filesystem;
-
-Error errorOf(const std::string& path, SystemError error)
-{
-    return {statusForSystemError(error), path + ": " + systemErrorText(error), path};
-}
 
 std::string folderOf(const std::string& path)
 {
@@ -71,25 +66,25 @@ Result<OutputFile> OutputFile::at(const std::string& path, bool replaces, const 
     FileSystem& fileSystem = FileSystem::current();
     FileStatus folder, existing, source;
     if (path.empty() || path.ends_with('/'))
-        return errorOf(path, path.empty() ? ENOENT : EISDIR);
+        return systemFailure(path.empty() ? ENOENT : EISDIR, path);
     if (const SystemError error = fileSystem.status(folderOf(path), folder); error != 0)
-        return errorOf(path, error);
+        return systemFailure(error, path);
     if (!folder.isDirectory)
-        return errorOf(path, ENOTDIR);
+        return systemFailure(ENOTDIR, path);
     std::string target = path;
     if (const SystemError error = fileSystem.status(path, existing); error == 0) {
         if (!input.empty() && fileSystem.status(input, source) == 0 && isSame(existing, source))
             return Error(paramErr, path + ": It is the input itself", path);
         if (existing.isDirectory)
-            return errorOf(path, EISDIR);
+            return systemFailure(EISDIR, path);
         if (!existing.isRegular)
             return Error(bdNamErr, path + ": Not a regular file", path);
         if (!replaces)
-            return errorOf(path, EEXIST);
+            return systemFailure(EEXIST, path);
         if (const SystemError unresolved = fileSystem.resolve(path, target); unresolved != 0)
-            return errorOf(path, unresolved);
+            return systemFailure(unresolved, path);
     } else if (error != ENOENT) {
-        return errorOf(path, error);
+        return systemFailure(error, path);
     } else if (std::error_code ignored; fs::is_symlink(path, ignored)) {
         return Error(fnfErr, path + ": A link that leads nowhere", path);
     }
@@ -101,7 +96,7 @@ Result<void> OutputFile::finish()
     const SystemError error =
         FileManager::defaultManager().renamePath_toPath_replaces(temporaryPath_, target_, replaces_);
     if (error != 0)
-        return errorOf(path_, error);
+        return systemFailure(error, path_);
     temporaryPath_.clear();
     return {};
 }

@@ -5,7 +5,6 @@
 #include "CoreServices/Files.h"
 #include "FileRelated/ChannelLayoutTransfer.h"
 #include "Foundation/Files/FileManager.h"
-#include "Foundation/Memory.h"
 #include "Front/FrameFiles.h"
 #include "Front/Progress.h"
 #include "Front/StatusText.h"

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "Front/RecordingEngine.h"
 
-#include "CoreServices/Files.h"
 #include "FileRelated/QMXAudioFile.h"
 #include "FileRelated/QMXExtAudioFile.h"
 #include "Formats/QMXAudioStreamBasicDescription.h"
@@ -10,6 +9,7 @@
 #include "Front/OutputFile.h"
 #include "Front/ShortMemory.h"
 #include "Front/StatusText.h"
+#include "Front/SystemFailure.h"
 
 #include <utility>
 
@@ -26,7 +26,7 @@ Result<void> claim(const std::string& path)
     std::unique_ptr<File> file;
     const SystemError error = FileSystem::current().open(path, FileAccess::createNew, file);
     if (error != 0)
-        return Error(statusForSystemError(error), path + ": " + systemErrorText(error), path);
+        return systemFailure(error, path);
     return {};
 }
 

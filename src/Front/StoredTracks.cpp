@@ -3,7 +3,6 @@
 
 #include "Foundation/Archives/KeyedArchiver.h"
 #include "Foundation/Archives/KeyedUnarchiver.h"
-#include "Foundation/Memory.h"
 #include "Front/FrameFiles.h"
 #include "Front/InputFile.h"
 #include "Front/ShortMemory.h"
